@@ -1,0 +1,17 @@
+#pragma once
+
+#include "Common/ss_util.h"
+
+/** Runs a step's worker; an ss_error reports itself and gives on_error. All others pass on. */
+template <class Result>
+Result run_entry(Result (*worker)(int, const char**),
+                 int argc,
+                 const char** argv,
+                 Result on_error) {
+    try {
+        return worker(argc, argv);
+    } catch (const ss_error& failure) {
+        failure.report();
+        return on_error;
+    }
+}
