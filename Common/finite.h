@@ -1,0 +1,30 @@
+#pragma once
+
+#include <sndfile.h>
+
+#include <string>
+
+/**
+ * Refuses NaN and infinite samples. Only float formats can hold them; for all others a check costs
+ * nothing.
+ */
+class FiniteGuard {
+  public:
+    /** path names the file in the error; info says whether it can hold such samples. */
+    FiniteGuard(const std::string& path, const SF_INFO& info);
+
+    /**
+     * Looks at the next count interleaved samples of the file. Throws std::runtime_error naming the
+     * file and the first frame, from 0, that holds a sample which is not a finite number.
+     */
+    void check(const double* samples, long long count);
+
+    /** Whether the file can hold such samples at all. */
+    bool needed() const { return needed_; }
+
+  private:
+    std::string path_;
+    int channels_;
+    bool needed_;
+    long long samples_seen_ = 0;
+};
