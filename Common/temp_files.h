@@ -1,0 +1,24 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+/** The intermediate files of one run. Destroying the list deletes no file. */
+class TempFileList {
+  public:
+    void add(const std::string& path) { entries_.push_back({path, false}); }
+
+    /** Marks every entry of that path. */
+    void markForDeletion(const std::string& path);
+
+    /** Removes the marked files; one that cannot be removed stays. */
+    void deleteMarked();
+
+  private:
+    struct Entry {
+        std::string path;
+        bool delete_now;
+    };
+
+    std::vector<Entry> entries_;
+};
