@@ -1,0 +1,163 @@
+#include "Common/CommandLine.h"
+
+#include <boost/program_options.hpp>
+#include <exception>
+#include <fstream>
+#include <iostream>
+#include <iterator>
+
+#include "Common/ss_util.h"
+
+namespace po = boost::program_options;
+
+namespace options {
+std::string highpass__low = "25.0";
+std::string highpass__high = "100.0";
+std::string highpass__verbosity = "0";
+
+std::string gate__attenuation_max = "-12.0";
+std::string gate__attenuation_min = "0.0";
+std::string gate__threshold_attack = "-44.0";
+std::string gate__threshold_release = "-44.0";
+std::string gate__attack = "250";
+std::string gate__release = "750";
+std::string gate__hold_time = "250";
+std::string gate__buffer_size = "5";
+std::string gate__anticipate_attack = "250";
+std::string gate__verbosity = "0";
+
+std::string peak__level_diff = "15.0";
+std::string peak__attack = "0";
+std::string peak__release = "0";
+std::string peak__noise_floor = "-44.0";
+std::string peak__bin_size = "50";
+std::string peak__verbosity = "0";
+
+std::string level_diff = "3.0";
+std::string attack = "0";
+std::string release = "150";
+std::string noise_floor = "-44.0";
+std::string bin_size = "50";
+
+std::string noise_threshold = "0.006";
+std::string gain_limit = "24.0";
+std::string gains_file;
+std::string rms_file;
+
+std::string tolerance = "3.5";
+std::string min_segment_length = "20";
+std::string max_breakpoints = "30";
+std::string chunk_size = "2400";
+std::string cost_function = "SSD0";
+
+std::string normalize__target_level = "-18.0";
+}  // namespace options
+
+namespace {
+
+constexpr const char* kVersion = "3.0.0";
+constexpr unsigned kLineLength = 80;
+constexpr unsigned kDescriptionColumn = 40;
+
+const TuningOption kTuningOptions[] = {
+    {"segment-tolerance", &options::tolerance, "3.5", "threshold of fit (0=no threshold)"},
+    {"segment-min-segment-length", &options::min_segment_length, "20", "minimum segment length"},
+    {"segment-max-breakpoints", &options::max_breakpoints, "30",
+     "maximum number of breakpoints (0=no max)"},
+    {"segment-chunk-size", &options::chunk_size, "2400",
+     "chunk size for processing in pieces (0=no chunking)"},
+    {"segment-cost-function", &options::cost_function, "SSD0", "cost function (SSD0, MSD0)"},
+    {"reduce-loud-level-diff", &options::level_diff, "3.0", "maximum level above mean (dB)"},
+    {"reduce-loud-attack", &options::attack, "0", "attack (ms)"},
+    {"reduce-loud-release", &options::release, "150", "release (ms)"},
+    {"reduce-loud-noise-floor", &options::noise_floor, "-44.0", "noise floor (dB)"},
+    {"calc-rms-floor-noise_threshold", &options::noise_threshold, "0.006",
+     "noise threshold (linear)"},
+    {"calc-rms-floor-gains_file", &options::gains_file, "gains_raw.txt", "gains file (out)"},
+    {"calc-rms-floor-rms_file", &options::rms_file, "rms.txt", "RMS file (out)"},
+    {"calc-rms-floor-gain_limit", &options::gain_limit, "24.0",
+     "limit maximum gain to this value (dB)"},
+    {"bin-size,s", &options::bin_size, "50", "bin size (ms)"},
+};
+
+int parse(CCLArgs& args, int argc, char** argv) {
+    if (argc < 2) {
+        throw ss_empty_command_line_error();
+    }
+    po::options_description tuning("level", kLineLength, kDescriptionColumn);
+    tuning.add_options()("help,h", "show this help message");
+    for (const TuningOption& option : kTuningOptions) {
+        tuning.add_options()(
+            option.names, po::value<std::string>(option.value)->default_value(option.default_text),
+            option.help);
+    }
+    tuning.add_options()("options-file,o", po::value<std::string>(&args.options_file),
+                         "options file");
+    tuning.add_options()("bit-depth,b", po::value<int>(&args.bit_depth)->default_value(0),
+                         "bit depth of output");
+    tuning.add_options()("version", "display version number");
+
+    po::options_description required("Required options", kLineLength, kDescriptionColumn);
+    required.add_options()("input-file", po::value<std::string>(&args.input_file),
+                           "input sound file");
+    required.add_options()("output-file", po::value<std::string>(&args.output_file),
+                           "output sound file");
+
+    po::options_description allowed("Allowed options", kLineLength, kDescriptionColumn);
+    allowed.add(tuning).add(required);
+
+    po::variables_map values;
+    po::store(po::parse_command_line(argc, argv, allowed), values);
+    if (values.count("options-file") != 0) {
+        const std::string path = values["options-file"].as<std::string>();
+        std::ifstream file(path);
+        if (!file) {
+            std::cerr << "error opening " << path << std::endl;
+            return 1;
+        }
+        po::store(po::parse_config_file(file, allowed), values);
+    }
+    if (values.count("version") != 0) {
+        std::cout << kVersion << std::endl;
+        return 1;
+    }
+    if (values.count("help") != 0) {
+        std::cout << allowed << std::endl;
+        return 1;
+    }
+    if (values.count("input-file") == 0 || values.count("output-file") == 0) {
+        std::cerr << allowed << std::endl;
+        return 1;
+    }
+    po::notify(values);
+    if (!is_known_bit_depth(args.bit_depth)) {
+        std::cerr << "Unknown bit depth: " << args.bit_depth << std::endl;
+        return 1;
+    }
+    return 0;
+}
+
+}  // namespace
+
+const TuningOption* tuning_options(int& count) {
+    count = static_cast<int>(std::size(kTuningOptions));
+    return kTuningOptions;
+}
+
+bool is_known_bit_depth(int bit_depth) {
+    return bit_depth == 0 || bit_depth == 8 || bit_depth == 16 || bit_depth == 24 ||
+           bit_depth == 32;
+}
+
+int CCLArgs::GetArgs(int argc, char** argv) {
+    try {
+        return parse(*this, argc, argv);
+    } catch (const ss_empty_command_line_error&) {
+        std::cerr << "error: no arguments; try --help" << std::endl;
+    } catch (const std::exception& failure) {
+        std::cerr << "error: " << failure.what() << std::endl;
+    } catch (...) {
+        std::cerr << "Exception of unknown type occured while parsing command line" << std::endl;
+    }
+    return 1;
+}

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <cmath>
+#include <cstdint>
+
+/** Linear amplitude of a level in dB: 10^(dB/20). */
+inline double db_to_linear(double db) {
+    return std::pow(10.0, db / 20.0);
+}
+
+/** Level in dB of a linear amplitude above 0: 20 log10(amplitude). */
+inline double linear_to_db(double amplitude) {
+    return 20.0 * std::log10(amplitude);
+}
+
+/**
+ * Frames that ms milliseconds last: (ms * sample rate) / 1000, truncated toward zero. The product
+ * is taken in 32 bits and wraps (above about 48 s at 44.1 kHz), which settings files rely on.
+ */
+inline int ms_to_frames(int ms, int sample_rate_hz) {
+    const std::uint32_t product =
+        static_cast<std::uint32_t>(ms) * static_cast<std::uint32_t>(sample_rate_hz);
+    return static_cast<std::int32_t>(product) / 1000;
+}
+
+/** a / b, rounded up, for a >= 0 and b > 0. */
+inline long long ceildiv(long long a, long long b) {
+    return (a + b - 1) / b;
+}
