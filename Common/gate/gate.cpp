@@ -1,0 +1,70 @@
+#include "Common/gate/gate.h"
+
+#include <cmath>
+#include <iostream>
+
+#include "Common/copy_file.h"
+#include "Common/gate/CommandLine.h"
+#include "Common/gate/NoiseGate.h"
+#include "Common/progress.h"
+#include "Common/run_entry.h"
+
+namespace gate {
+
+namespace {
+
+/** Refuses settings that leave the gate without a meter or with a gain that is not a number. */
+void require_usable(const GateArgs& args) {
+    const char* problem = nullptr;
+    if (args.meter_samples < 1) {
+        problem = "the sample rate is too low for the level meter";
+    } else if (args.open_gain == args.closed_gain &&
+               (args.attack_samples == 0 || args.release_samples == 0)) {
+        problem = "attack and release must last a sample when both attenuations are equal";
+    } else if (!std::isfinite(args.open_gain) || !std::isfinite(args.closed_gain)) {
+        problem = "an attenuation is out of range";
+    }
+    if (problem != nullptr) {
+        std::cerr << "gate: " << problem << std::endl;
+        throw ss_command_line_error();
+    }
+}
+
+}  // namespace
+
+int gate_tmain(int argc, const char** argv) {
+    GateArgs args;
+    args.GetArgs(argc, argv);
+    SF_INFO info{};
+    const SoundHandle ahead = open_sound_for_reading(args.sound_file_in, info);
+    const SoundHandle current = open_sound_for_reading(args.sound_file_in, info);
+    if (!ahead || !current) {
+        throw ss_sf_openinput_error(args.sound_file_in);
+    }
+    if (info.channels > 2) {
+        throw ss_sf_too_many_channels_error(args.sound_file_in, info.channels);
+    }
+    SF_INFO output_info = info;
+    SoundHandle output = open_sound_for_writing(args.sound_file_out, output_info);
+    if (!output) {
+        throw ss_sf_openoutput_error(args.sound_file_out);
+    }
+    args.ConvertArgs(info);
+    require_usable(args);
+    if (sf_seek(ahead.get(), args.anticipate_samples, SEEK_SET) == -1) {
+        CProgress(progress_range::kGate.low, progress_range::kGate.high).show(1.0);
+        output.reset();
+        return copy_file(args.sound_file_in, args.sound_file_out);
+    }
+    CNoiseGate noise_gate(args, current, ahead, output, info);
+    if (args.verbosity > 0) {
+        args.ShowArgs();
+    }
+    return noise_gate.exec();
+}
+
+int _tmain(int argc, const char** argv) {
+    return run_entry(gate_tmain, argc, argv, 1);
+}
+
+}  // namespace gate
