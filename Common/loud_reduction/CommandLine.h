@@ -1,0 +1,10 @@
+#pragma once
+
+#include "Common/loud_reduction/LoudReductionArgs.h"
+#include "Common/step_options.h"
+
+/** Declares the options that both loud-reduction steps share, in their order. */
+void add_loud_reduction_options(StepOptions& options, LoudReductionArgs& args);
+
+/** Prints the noise floor and the level difference, each in dB and linear. */
+void show_loud_reduction_args(const LoudReductionArgs& args);

@@ -1,0 +1,16 @@
+#include "Common/reduce_loud/ReduceLoudOperation.h"
+
+#include "Common/log.h"
+
+namespace reduce_loud {
+
+void PassageRule::warn(const char* text) {
+    log_msg(kSource, 14, text);
+}
+
+void ReduceLoud(const ReduceLoudArgs& args) {
+    ReduceLoudOperation operation(args);
+    operation.Execute();
+}
+
+}  // namespace reduce_loud

@@ -1,0 +1,30 @@
+#pragma once
+
+#include "Common/loud_reduction/LoudReduction.h"
+#include "Common/progress.h"
+#include "Common/reduce_loud/CommandLine.h"
+#include "Common/reduce_loud/reduce_loud.h"
+
+namespace reduce_loud {
+
+/** A bin is too loud when its RMS, its louder channel's, stands too far above the mean RMS. */
+struct PassageRule {
+    using Step = reduce_loud::Step;
+    using RmsRule = RmsOfLouderChannel;
+    static constexpr const char* kSource = "Common/reduce_loud/ReduceLoudOperation";
+    static constexpr progress_range::Range kMeasure = progress_range::kLoudMeasure;
+    static constexpr progress_range::Range kApply = progress_range::kLoudApply;
+
+    static double level(const CBin& bin) { return bin.rms; }
+
+    static void warn(const char* text);
+};
+
+class ReduceLoudOperation : public LoudReduction<PassageRule> {
+  public:
+    explicit ReduceLoudOperation(const ReduceLoudArgs& args) : LoudReduction<PassageRule>(args) {}
+};
+
+void ReduceLoud(const ReduceLoudArgs& args);
+
+}  // namespace reduce_loud

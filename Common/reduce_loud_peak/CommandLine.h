@@ -1,0 +1,20 @@
+#pragma once
+
+#include "Common/loud_reduction/LoudReductionArgs.h"
+
+namespace reduce_loud_peak {
+
+/** The settings of the step. */
+struct ReduceLoudArgs : LoudReductionArgs {
+    ReduceLoudArgs();
+
+    int verbosity = 1;
+};
+
+struct CCLArgs {
+    /** Throws ss_empty_command_line_error, ss_command_line_error. */
+    static void GetArgs(int argc, const char** argv, ReduceLoudArgs& args);
+    static void ShowArgs(const ReduceLoudArgs& args);
+};
+
+}  // namespace reduce_loud_peak
