@@ -1,0 +1,266 @@
+#include "Common/segment/segment.h"
+
+#include <algorithm>
+#include <boost/scoped_array.hpp>
+#include <boost/scoped_ptr.hpp>
+#include <cstdint>
+#include <istream>
+#include <sstream>
+#include <string>
+
+#include "Common/log.h"
+#include "Common/progress.h"
+#include "Common/segment/CommandLine.h"
+#include "Common/segment/MakeCalculator.h"
+#include "Common/segment/segment_util.h"
+#include "Common/ss_util.h"
+#include "Common/units.h"
+
+namespace segment {
+
+namespace {
+
+constexpr const char* kSource = "Common/segment/segment";
+constexpr const char* kInputName = "_string_";
+
+int fail(int line, const std::string& message) {
+    log_msg(kSource, line, message);
+    return 1;
+}
+
+std::uint32_t count_values(std::istream& is) {
+    constexpr std::uint32_t kMost = 0xFFFFFFFF;
+    std::uint32_t count = 0;
+    for (double value = 0.0; count < kMost && is >> value;) {
+        ++count;
+    }
+    is.clear();
+    is.seekg(0);
+    return count;
+}
+
+const CMakeAnyCalculator* calculator_maker(const std::string& cost_function) {
+    static const CMakeCalculator<CCostCalculatorSSD0> kSSD0;
+    static const CMakeCalculator<CCostCalculatorMSD0> kMSD0;
+    if (cost_function == "SSD0") {
+        return &kSSD0;
+    }
+    return cost_function == "MSD0" ? &kMSD0 : nullptr;
+}
+
+/** Segments chunk after chunk with one set of working arrays. */
+class Chunks {
+  public:
+    Chunks(const CCLArgs& args,
+           std::uint32_t value_count,
+           std::uint16_t chunk_count,
+           std::istream& values,
+           std::ostream& fit,
+           std::ostream& breaks)
+        : args_(args),
+          value_count_(value_count),
+          chunk_count_(chunk_count),
+          values_(values),
+          fit_(fit),
+          breaks_(breaks),
+          row_size_(args.chunk_size) {
+        allocate(ppBestIMatrix, static_cast<std::size_t>(args.max_breakpoints) + 1, "ppBestIMatrix",
+                 kSource);
+        allocate(pCostMatrix, args.chunk_size, "pCostMatrix", kSource);
+    }
+
+    int segment_all(const CMakeAnyCalculator& maker);
+
+  private:
+    std::uint16_t find_breakpoint_count(const CCostCalculatorSD& calculator);
+    void cost_of(const CCostCalculatorSD& calculator, std::uint16_t k);
+    void backtrack(std::uint16_t breakpoints, std::uint32_t offset);
+    int write_fit(const CCostCalculatorSD& calculator, std::uint16_t breakpoints);
+    int write_fit(const CCostCalculatorSD& calculator, std::uint16_t start, std::uint16_t end);
+
+    CCLArgs args_;
+    std::uint32_t value_count_;
+    std::uint16_t chunk_count_;
+    std::istream& values_;
+    std::ostream& fit_;
+    std::ostream& breaks_;
+    std::uint16_t row_size_;
+    boost::scoped_array<double> pCostMatrix;
+    boost::scoped_array<boost::scoped_array<std::uint16_t>> ppBestIMatrix;
+    boost::scoped_array<std::uint16_t> pBreakpoints;         // in the chunk
+    boost::scoped_array<unsigned int> pBreakpointsAdjusted;  // in the whole series
+};
+
+int Chunks::segment_all(const CMakeAnyCalculator& maker) {
+    CProgress progress(progress_range::kSegment.low, progress_range::kSegment.high);
+    progress.show(0.0);
+    std::uint32_t offset = 0;
+    for (int c = 0; c < chunk_count_; ++c) {
+        if (c == chunk_count_ - 1 && value_count_ % args_.chunk_size != 0) {
+            args_.chunk_size = static_cast<std::uint16_t>(value_count_ % args_.chunk_size);
+            args_.UpdateNMaxBreakpoints();
+        }
+        if (args_.chunk_size < args_.min_segment_length) {
+            break;
+        }
+        const boost::scoped_ptr<CCostCalculatorSD> calculator(
+            maker.make(&values_, kInputName, args_.chunk_size, args_.min_segment_length));
+        const std::uint16_t breakpoints = find_breakpoint_count(*calculator);
+        backtrack(breakpoints, offset);
+        if (WriteBreakpointFile(breaks_, kInputName, pBreakpointsAdjusted.get(),
+                                static_cast<std::uint16_t>(breakpoints + 1)) != 0 ||
+            write_fit(*calculator, breakpoints) != 0) {
+            return 1;
+        }
+        offset += args_.chunk_size;
+        progress.show(chunk_count_ == 1 ? 1.0 : static_cast<double>(c) / (chunk_count_ - 1));
+    }
+    return 0;
+}
+
+/** The least number of breakpoints whose fit is within the tolerance, or the most allowed. */
+std::uint16_t Chunks::find_breakpoint_count(const CCostCalculatorSD& calculator) {
+    const std::uint16_t n = args_.chunk_size;
+    double fit =
+        calculator.NormalizedCost(calculator.CostOneSegment(0, static_cast<std::uint16_t>(n - 1)));
+    std::uint16_t k = 0;
+    for (;; ++k) {
+        if (fit <= args_.tolerance) {
+            return static_cast<std::uint16_t>(k == 0 ? 0 : k - 1);
+        }
+        check_cancelled();
+        cost_of(calculator, k);
+        fit = calculator.NormalizedCost(pCostMatrix[n - 1]);
+        if (k + 1 > args_.max_breakpoints) {
+            return k;
+        }
+    }
+}
+
+/**
+ * Makes pCostMatrix[j] the least cost of covering 0..j with k breakpoints. One vector serves all k:
+ * j runs downwards, so what lies below j is still that of k - 1.
+ */
+void Chunks::cost_of(const CCostCalculatorSD& calculator, std::uint16_t k) {
+    const int n = args_.chunk_size;
+    const int m = args_.min_segment_length;
+    if (k == 0) {
+        for (int j = m - 1; j < n; ++j) {
+            pCostMatrix[j] = calculator.CostOneSegment(0, static_cast<std::uint16_t>(j));
+        }
+        return;
+    }
+    if (!ppBestIMatrix[k]) {
+        allocate(ppBestIMatrix[k], row_size_, "ppBestIMatrix[k]", kSource);
+    }
+    for (int j = n - 1; j >= (k + 1) * m - 1; --j) {
+        calculator.Cost(pCostMatrix.get(), ppBestIMatrix[k].get(), static_cast<std::uint16_t>(j),
+                        k);
+    }
+}
+
+void Chunks::backtrack(std::uint16_t breakpoints, std::uint32_t offset) {
+    allocate(pBreakpoints, breakpoints, "pBreakpoints", kSource);
+    allocate(pBreakpointsAdjusted, static_cast<std::size_t>(breakpoints) + 1,
+             "pBreakpointsAdjusted", kSource);
+    pBreakpointsAdjusted[0] = offset;
+    std::uint16_t j = static_cast<std::uint16_t>(args_.chunk_size - 1);
+    for (std::uint16_t k = breakpoints; k > 0; --k) {
+        const std::uint16_t i = ppBestIMatrix[k][j];
+        pBreakpoints[k - 1] = static_cast<std::uint16_t>(i + 1);
+        pBreakpointsAdjusted[k] = offset + i + 1;
+        j = i;
+    }
+}
+
+int Chunks::write_fit(const CCostCalculatorSD& calculator, std::uint16_t breakpoints) {
+    std::uint16_t start = 0;
+    for (std::uint16_t k = 0; k < breakpoints; ++k) {
+        const std::uint16_t next = pBreakpoints[k];
+        require(next > 0, "theBreakpoint > 0");
+        require(next < calculator.GetChunkSize(), "theBreakpoint < pCC->GetChunkSize()");
+        if (write_fit(calculator, start, static_cast<std::uint16_t>(next - 1)) != 0) {
+            return 1;
+        }
+        start = next;
+    }
+    return write_fit(calculator, start, static_cast<std::uint16_t>(args_.chunk_size - 1));
+}
+
+int Chunks::write_fit(const CCostCalculatorSD& calculator, std::uint16_t start, std::uint16_t end) {
+    const double value = calculator.GetFitValue(start, end);
+    for (int i = start; i <= end; ++i) {
+        if (!fit_) {
+            return fail(__LINE__, "Error writing to fFit");
+        }
+        fit_ << value << "\n";
+    }
+    return 0;
+}
+
+}  // namespace
+
+int segment_tmain(int argc,
+                  const char** argv,
+                  const std::string& input,
+                  std::ostream& fFit,
+                  std::ostream& fBreak) {
+    CCLArgs args;
+    const int parsed = args.GetArgs(argc, argv);
+    if (parsed != 0) {
+        return parsed;
+    }
+    std::istringstream values(input);
+    if (!fFit.good()) {
+        return fail(__LINE__, "Error opening fFit for output");
+    }
+    if (!fBreak.good()) {
+        return fail(__LINE__, "Error opening fBreak for output");
+    }
+    const std::uint32_t count = count_values(values);
+    if (!values.good()) {
+        return fail(__LINE__, "Error: fIn is not good for i/o");
+    }
+    if (count == 0) {
+        return fail(__LINE__, "Error: there are no values to segment");
+    }
+    args.min_segment_length = std::max<std::uint16_t>(1, args.min_segment_length);
+    if (count < args.chunk_size) {
+        args.chunk_size = static_cast<std::uint16_t>(count);
+    }
+    std::uint16_t chunk_count = 1;
+    if (args.chunk_size == 0) {
+        args.chunk_size = static_cast<std::uint16_t>(count);
+    } else {
+        chunk_count = static_cast<std::uint16_t>(ceildiv(count, args.chunk_size));
+    }
+    args.UpdateNMaxBreakpoints();
+    args.ShowArgs();
+    if (args.cost_function == "MSD0" && args.min_segment_length != 1) {
+        log_msg(kSource, __LINE__,
+                "***Warning: using MSD0 with minimum segment length > 1 is not recommended.***");
+    }
+    const CMakeAnyCalculator* maker = calculator_maker(args.cost_function);
+    if (maker == nullptr) {
+        return fail(__LINE__, "error: unknown cost function \"" + args.cost_function + "\"");
+    }
+    return Chunks(args, count, chunk_count, values, fFit, fBreak).segment_all(*maker);
+}
+
+int _tmain(
+    int argc, const char** argv, std::string input, std::ostream& fFit, std::ostream& fBreak) {
+    const auto where = [](const read_sums_error& error) {
+        return "(line " + std::to_string(error.line()) + " in " + error.source() + ")";
+    };
+    try {
+        return segment_tmain(argc, argv, input, fFit, fBreak);
+    } catch (const ss_alloc_error&) {
+        return fail(__LINE__, "Out of memory.");
+    } catch (const read_sums_error_with_file_info& error) {
+        return fail(__LINE__, "readSums -- Error reading " + error.name() + " " + where(error));
+    } catch (const read_sums_error& error) {
+        return fail(__LINE__, "readSums -- Error " + where(error));
+    }
+}
+
+}  // namespace segment

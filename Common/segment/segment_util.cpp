@@ -1,0 +1,61 @@
+#include "Common/segment/segment_util.h"
+
+#include <cstdlib>
+#include <iostream>
+
+#include "Common/log.h"
+
+namespace segment {
+
+namespace {
+constexpr const char* kSource = "Common/segment/segment_util";
+}
+
+void assertion_failed(const char* condition) {
+    std::cerr << "Assertion failed: " << condition << std::endl;
+    std::abort();
+}
+
+void readNums(std::uint16_t n, std::istream& is, double* out) {
+    int i = 0;
+    for (; i < n; ++i) {
+        is >> out[i];
+        if (!is.good()) {
+            throw read_sums_error(__LINE__, kSource);
+        }
+    }
+    require(i == n, "i == nChunkSize");
+}
+
+void readSums(std::uint16_t n, std::istream& is, double* pSum, double* pSumSq) {
+    readNums(n, is, pSum);
+    double sum = 0.0;
+    double sum_of_squares = 0.0;
+    for (int i = 0; i < n; ++i) {
+        const double value = pSum[i];
+        sum += value;
+        sum_of_squares += value * value;
+        pSum[i] = sum;
+        pSumSq[i] = sum_of_squares;
+    }
+}
+
+int WriteBreakpointFile(std::ostream& os,
+                        const std::string& name,
+                        const unsigned int* pBreakpoints,
+                        std::uint16_t count) {
+    for (int i = 0; i < count; ++i) {
+        if (pBreakpoints[i] != 0) {
+            os << pBreakpoints[i] << std::endl;
+        }
+        if (!os) {
+            log_msg(kSource, __LINE__,
+                    "Error writing to " + name + " (line " + std::to_string(__LINE__) + " of " +
+                        kSource + ")");
+            return 1;
+        }
+    }
+    return 0;
+}
+
+}  // namespace segment

@@ -1,0 +1,122 @@
+#include "Common/wrap_segment/wrap_segment.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <fstream>
+#include <iterator>
+#include <sstream>
+#include <vector>
+
+#include "Common/CommandLine.h"
+#include "Common/log.h"
+#include "Common/segment/segment.h"
+#include "Common/series.h"
+#include "Common/units.h"
+
+namespace wrap_segment {
+
+namespace {
+
+constexpr const char* kSource = "Common/wrap_segment/wrap_segment";
+constexpr const char* kCueListHeader =
+    "\x03 CueListTool 1.3 file - do not edit unless you know exactly what you do!\n";
+
+int fail(int line, const std::string& message) {
+    log_msg(kSource, line, message);
+    return 1;
+}
+
+/** The bins that take part in the segmentation: their levels as text, and which bins they are. */
+struct LoudBins {
+    std::string levels;
+    std::vector<std::size_t> indices;
+};
+
+/** The dB value of the mean linear amplitude. */
+double average_level_db(const std::vector<double>& levels_db) {
+    double sum = 0.0;
+    for (const double level_db : levels_db) {
+        sum += db_to_linear(level_db);
+    }
+    return linear_to_db(sum / static_cast<double>(levels_db.size()));
+}
+
+LoudBins bins_above(const std::vector<double>& levels_db, double threshold_db) {
+    LoudBins loud;
+    std::ostringstream text;
+    for (std::size_t i = 0; i < levels_db.size(); ++i) {
+        if (levels_db[i] > threshold_db) {
+            text << levels_db[i] << "\n";
+            loud.indices.push_back(i);
+        }
+    }
+    loud.levels = text.str();
+    return loud;
+}
+
+/** Returns the segmentation engine's result; breakpoints receives indices into the values. */
+int find_breakpoints(const std::string& levels, std::vector<std::size_t>& breakpoints) {
+    const char* argv[] = {"segment",
+                          "--tolerance",
+                          options::tolerance.c_str(),
+                          "--min-segment-length",
+                          options::min_segment_length.c_str(),
+                          "--max-breakpoints",
+                          options::max_breakpoints.c_str(),
+                          "--chunk-size",
+                          options::chunk_size.c_str(),
+                          "--cost-function",
+                          options::cost_function.c_str()};
+    std::stringstream fit;
+    std::stringstream breaks;
+    const int result =
+        segment::_tmain(static_cast<int>(std::size(argv)), argv, levels, fit, breaks);
+    for (std::size_t breakpoint = 0; breaks >> breakpoint;) {
+        breakpoints.push_back(breakpoint);
+    }
+    return result;
+}
+
+}  // namespace
+
+int wrap_segment(std::string rmsFile,
+                 std::string /*label*/,
+                 std::string /*segmentOptionsFile*/,
+                 std::string cueListFile,
+                 double quietDelta,
+                 int sampleRate,
+                 double binSeconds) {
+    if (quietDelta > 0.0) {
+        return fail(__LINE__, "error: quiet_delta must be negative");
+    }
+    const std::vector<double> levels_db = read_series(rmsFile);
+    if (levels_db.empty()) {
+        return fail(__LINE__, "error: no levels in " + rmsFile);
+    }
+    const LoudBins loud = bins_above(levels_db, average_level_db(levels_db) + quietDelta);
+    if (loud.indices.empty()) {
+        return fail(__LINE__, "error: no level in " + rmsFile + " is above the threshold");
+    }
+    std::vector<std::size_t> breakpoints;
+    if (find_breakpoints(loud.levels, breakpoints) != 0) {
+        return 1;
+    }
+    const double bin_frames = sampleRate * binSeconds;
+    if (!(bin_frames >= 0.0 && bin_frames <= 2147483647.0)) {
+        return fail(__LINE__, "error: the bin length is out of range");
+    }
+    std::ofstream cues(cueListFile);
+    if (!cues) {
+        return fail(__LINE__, "error opening cue list file " + cueListFile);
+    }
+    cues << kCueListHeader << "Prefix=\n" << sampleRate << "\n";
+    for (const std::size_t breakpoint : breakpoints) {
+        cues << static_cast<std::uint64_t>(loud.indices.at(breakpoint)) *
+                    static_cast<std::uint64_t>(bin_frames)
+             << "\n0\n\n\n\n";
+    }
+    cues.close();
+    return cues ? 0 : fail(__LINE__, "error writing to " + cueListFile);
+}
+
+}  // namespace wrap_segment
