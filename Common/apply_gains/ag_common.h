@@ -1,0 +1,22 @@
+#pragma once
+
+#include <string>
+
+/** Step 9: multiplies the audio by the smoothed gain curve. */
+namespace apply_gains {
+
+/**
+ * Reads one linear gain per block from gainsPath, appends a last gain of 0, and writes the input
+ * with the gain running linearly from each block's value to the next one's, scaled so that the
+ * largest absolute sample is 1.0. Audio beyond the last block is cut off; without any gain the
+ * output holds no audio.
+ *
+ * blockMilliseconds: length of a block, which in frames is truncated.
+ * Throws printable_err, and std::runtime_error for blocks shorter than a frame.
+ */
+void ApplyGains(int blockMilliseconds,
+                std::string gainsPath,
+                std::string inputPath,
+                std::string outputPath);
+
+}  // namespace apply_gains
