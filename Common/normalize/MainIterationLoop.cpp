@@ -1,0 +1,112 @@
+#include "Common/normalize/MainIterationLoop.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "Common/units.h"
+
+namespace normalize {
+
+namespace {
+constexpr int kMostIterations = 10;
+constexpr double kNoLevel_db = -200.0;
+}  // namespace
+
+double UpdateXEstimate(double x0, double x1, double y0, double y1, double target) {
+    return y0 == y1 ? x0 : x0 + (x1 - x0) * (target - y0) / (y1 - y0);
+}
+
+MainIterationLoop::MainIterationLoop(double overallLevel,
+                                     CBin* bins,
+                                     int binCount,
+                                     double noiseFloor,
+                                     double peakOutput,
+                                     double* wallGains,
+                                     int attackBins,
+                                     int releaseBins,
+                                     double targetLevel,
+                                     double tolerance)
+    : overall_level_(overallLevel),
+      bins_(bins),
+      bin_count_(binCount),
+      wall_count_(binCount + 1),
+      noise_floor_(noiseFloor),
+      peak_output_(peakOutput),
+      wall_gains_(wallGains),
+      attack_bins_(attackBins),
+      release_bins_(releaseBins),
+      target_level_(targetLevel),
+      target_level_db_(linear_to_db(targetLevel)),
+      tolerance_db_(tolerance) {}
+
+void MainIterationLoop::Go() {
+    double x0 = 1.0;
+    double x1 = target_level_ / overall_level_;
+    FinalizeAndAdjust(x0);
+    double y0 = EstimateOutputLevel_db();
+    for (int i = 0; i < kMostIterations; ++i) {
+        FinalizeAndAdjust(x1);
+        const double y1 = EstimateOutputLevel_db();
+        const double x2 = UpdateGainEstimate(x0, x1, y0, y1);
+        x0 = x1;
+        y0 = y1;
+        x1 = x2;
+        if (std::fabs(y1 - target_level_db_) <= tolerance_db_) {
+            break;
+        }
+    }
+}
+
+double MainIterationLoop::UpdateGainEstimate(double x0, double x1, double y0, double y1) const {
+    return UpdateXEstimate(x0, x1, y0, y1, target_level_db_);
+}
+
+void MainIterationLoop::FinalizeBinArray(double gain) {
+    for (int i = 0; i < bin_count_; ++i) {
+        CBin& bin = bins_[i];
+        bin.gain = bin.rms > noise_floor_ ? std::min(gain, peak_output_ / bin.peak) : gain;
+    }
+}
+
+void MainIterationLoop::InitializeGains(double gain) {
+    std::fill_n(wall_gains_, wall_count_, gain);
+}
+
+void MainIterationLoop::AdjustGains(double gain) {
+    InitializeGains(gain);
+    for (int i = 0; i < bin_count_; ++i) {
+        const double limited = bins_[i].gain;
+        if (!(limited < gain)) {
+            continue;
+        }
+        const double drop = gain - limited;
+        for (int k = 0; i + 1 + k < wall_count_ && k <= release_bins_; ++k) {
+            double& wall = wall_gains_[i + 1 + k];
+            wall = std::min(wall, limited + k * drop / (release_bins_ + 1));
+        }
+        for (int k = 0; i - k >= 0 && k <= attack_bins_; ++k) {
+            double& wall = wall_gains_[i - k];
+            wall = std::min(wall, limited + k * drop / (attack_bins_ + 1));
+        }
+    }
+}
+
+void MainIterationLoop::FinalizeAndAdjust(double gain) {
+    FinalizeBinArray(gain);
+    AdjustGains(gain);
+}
+
+double MainIterationLoop::EstimateOutputLevel_db() const {
+    double sum = 0.0;
+    int counted = 0;
+    for (int i = 0; i + 1 < bin_count_; ++i) {
+        if (bins_[i].rms > noise_floor_) {
+            const double level = bins_[i].rms * (wall_gains_[i] + wall_gains_[i + 1]) * 0.5;
+            sum += level * level;
+            ++counted;
+        }
+    }
+    return counted == 0 || sum == 0.0 ? kNoLevel_db : 10.0 * std::log10(sum / counted);
+}
+
+}  // namespace normalize

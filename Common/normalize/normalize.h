@@ -1,0 +1,30 @@
+#pragma once
+
+#include "Common/step_errors.h"
+
+/** Step 10: brings the leveled audio to the target level under a peak ceiling. */
+namespace normalize {
+
+struct Step : step_errors::ToLog {
+    static constexpr const char* kName = "normalize";
+};
+
+using ss_command_line_error = step_errors::command_line_error<Step>;
+using ss_sf_io_error = step_errors::sf_io_error<Step>;
+using ss_sf_open_error = step_errors::sf_open_error<Step>;
+using ss_sf_openinput_error = step_errors::sf_openinput_error<Step>;
+using ss_sf_unexpected_eof = step_errors::sf_unexpected_eof<Step>;
+using ss_sf_format_error = step_errors::sf_format_error<Step>;
+using ss_sf_too_many_channels_error = step_errors::sf_too_many_channels_error<Step>;
+using ss_sf_input_silent_error = step_errors::sf_input_silent_error<Step>;
+
+/**
+ * The format of the output: the input's, or the input's container with signed integers of bit_depth
+ * bits (8, 16, 24 or 32; any other leaves the encoding empty, which cannot be written).
+ */
+int output_format(int input_format, int bit_depth);
+
+/** Returns 0, or 1 after reporting an ss_error. Other exceptions pass on. */
+int _tmain(int argc, const char** argv);
+
+}  // namespace normalize
