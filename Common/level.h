@@ -31,8 +31,8 @@ typedef int (*LevelProgress)(void* context, float fraction);
  *   3  the run was cancelled.
  * A C++ exception that is not a std::exception passes through to the caller.
  */
-int levelMain(int argc, char** argv, const char* reserved, LevelProgress progress,
-              void* callbackContext);
+int levelMain(
+    int argc, char** argv, const char* reserved, LevelProgress progress, void* callbackContext);
 
 /*
  * Asks the running and every later levelMain of this process to end with result 3, until
@@ -40,6 +40,9 @@ int levelMain(int argc, char** argv, const char* reserved, LevelProgress progres
  */
 void levelRequestCancel(void);
 void levelClearCancel(void);
+
+/* With keep other than 0, later runs leave every intermediate file where it is, for debugging. */
+void levelKeepIntermediates(int keep);
 
 /*
  * Two hooks that each program supplies.

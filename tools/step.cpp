@@ -1,0 +1,162 @@
+/*
+ * quorvane-step: runs one step of the engine by itself, for people who debug it.
+ */
+
+#include <boost/lexical_cast.hpp>
+#include <boost/program_options.hpp>
+#include <cstdio>
+#include <exception>
+#include <fstream>
+#include <functional>
+#include <iostream>
+#include <map>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "Common/CommandLine.h"
+#include "Common/apply_gains/ag_common.h"
+#include "Common/calc_rms/calc_rms.h"
+#include "Common/calculate_gains/calculate_gains.h"
+#include "Common/failure.h"
+#include "Common/gate/gate.h"
+#include "Common/highpass/highpass.h"
+#include "Common/normalize/normalize.h"
+#include "Common/reduce_loud/reduce_loud.h"
+#include "Common/reduce_loud_peak/reduce_loud_peak.h"
+#include "Common/run_state.h"
+#include "Common/segment/segment.h"
+#include "Common/smooth_gains/smooth_gains.h"
+#include "Common/wrap_segment/wrap_segment.h"
+
+namespace {
+
+constexpr int kUsage = 2;
+
+constexpr const char* kUsageText =
+    "usage: quorvane-step STEP ARGS...\n"
+    "  highpass | gate | reduce_loud_peak | reduce_loud  [options] IN_AUDIO OUT_AUDIO\n"
+    "  calc_rms         [options] IN_AUDIO RMS_FILE\n"
+    "  segment          VALUES_FILE FIT_FILE BREAK_FILE [options]\n"
+    "  wrap_segment     RMS_FILE CUE_FILE QUIET_DELTA SAMPLE_RATE BIN_SECONDS [--segment-... "
+    "VALUE]\n"
+    "  calculate_gains  [options] IN_AUDIO CUE_FILE GAINS_FILE RMS_FILE\n"
+    "  smooth_gains     [options] GAINS_FILE SMOOTHED_FILE\n"
+    "  apply_gains      BLOCK_MS SMOOTHED_FILE IN_AUDIO OUT_AUDIO\n"
+    "  normalize        [options] IN_AUDIO OUT_AUDIO\n"
+    "STEP --help lists a step's options.\n";
+
+int usage(const std::string& problem) {
+    std::cerr << "quorvane-step: " << problem << "\n" << kUsageText;
+    return kUsage;
+}
+
+/** argv[0] is the step's name. */
+using Entry = std::function<int(int argc, const char** argv)>;
+
+/** The output is for reading and comparing: no percentages in it. */
+int ignore_progress(void* /*context*/, float /*fraction*/) {
+    return 0;
+}
+
+int run_highpass(int argc, const char** argv) {
+    const double level_db = highpass::_tmain(argc, argv);
+    std::printf("%.17g\n", level_db);
+    return level_db < 0.0 ? 0 : 1;
+}
+
+int run_segment(int argc, const char** argv) {
+    if (argc < 4) {
+        return usage("segment needs three files");
+    }
+    std::ifstream values(argv[1]);
+    if (!values) {
+        std::cerr << "quorvane-step: cannot open " << argv[1] << std::endl;
+        return 1;
+    }
+    std::ostringstream text;
+    text << values.rdbuf();
+    std::ofstream fit(argv[2]);
+    std::ofstream breaks(argv[3]);
+    std::vector<const char*> words{argv[0]};
+    words.insert(words.end(), argv + 4, argv + argc);
+    return segment::_tmain(static_cast<int>(words.size()), words.data(), text.str(), fit, breaks);
+}
+
+/** Sets the tuning values of the segmentation. Throws boost::program_options::error. */
+void set_segment_options(int count, const char* const* words) {
+    namespace po = boost::program_options;
+    int known = 0;
+    const TuningOption* tuning = tuning_options(known);
+    po::options_description options;
+    for (int k = 0; k < known; ++k) {
+        const std::string name = tuning[k].names;
+        if (name.compare(0, 8, "segment-") == 0) {
+            options.add_options()(tuning[k].names, po::value<std::string>(tuning[k].value));
+        }
+    }
+    po::variables_map values;
+    const std::vector<std::string> words_left(words, words + count);
+    po::store(po::command_line_parser(words_left)
+                  .options(options)
+                  .positional(po::positional_options_description())
+                  .run(),
+              values);
+    po::notify(values);
+}
+
+int run_wrap_segment(int argc, const char** argv) {
+    if (argc < 6) {
+        return usage("wrap_segment needs five arguments");
+    }
+    set_segment_options(argc - 6, argv + 6);
+    return wrap_segment::wrap_segment(
+        argv[1], "", "", argv[2], boost::lexical_cast<double>(argv[3]),
+        boost::lexical_cast<int>(argv[4]), boost::lexical_cast<double>(argv[5]));
+}
+
+int run_apply_gains(int argc, const char** argv) {
+    if (argc != 5) {
+        return usage("apply_gains needs four arguments");
+    }
+    apply_gains::ApplyGains(boost::lexical_cast<int>(argv[1]), argv[2], argv[3], argv[4]);
+    return 0;
+}
+
+const std::map<std::string, Entry> kSteps = {
+    {"highpass", run_highpass},
+    {"gate", gate::_tmain},
+    {"reduce_loud_peak", reduce_loud_peak::_tmain},
+    {"reduce_loud", reduce_loud::_tmain},
+    {"calc_rms", calc_rms::_tmain},
+    {"segment", run_segment},
+    {"wrap_segment", run_wrap_segment},
+    {"calculate_gains", calculate_gains::_tmain},
+    {"smooth_gains", smooth_gains::_tmain},
+    {"apply_gains", run_apply_gains},
+    {"normalize", normalize::_tmain},
+};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc < 2) {
+        return usage("which step?");
+    }
+    const auto step = kSteps.find(argv[1]);
+    if (step == kSteps.end()) {
+        return usage(std::string("there is no step ") + argv[1]);
+    }
+    std::vector<const char*> arguments(argv + 1, argv + argc);
+    arguments.push_back(nullptr);
+    gProgressThunk = ignore_progress;
+    try {
+        const int result = step->second(argc - 1, arguments.data());
+        std::fflush(stdout);
+        return result;
+    } catch (const std::exception&) {
+        report_current_failure();
+        std::cerr << std::endl;
+        return 1;
+    }
+}
