@@ -80,13 +80,9 @@ int run_step(int (*entry)(int, const char**), Argv arguments) {
     return entry(arguments.argc(), arguments.argv());
 }
 
-int fail(int line, const std::string& message) {
-    log_msg(kSource, line, message);
-    return kFailure;
-}
-
 int fail_step(int line, int step) {
-    return fail(line, "Step " + std::to_string(step) + " did not complete successfully");
+    return log_failure(kSource, line,
+                       "Step " + std::to_string(step) + " did not complete successfully");
 }
 
 int copy_input_to_output(const CCLArgs& args) {
@@ -185,7 +181,7 @@ class Run {
 int Run::go() {
     const fs::file_status status = fs::status(args_.input_file);
     if (status.type() == fs::file_not_found || status.type() == fs::status_error) {
-        return fail(169, "Could not find " + args_.input_file);
+        return log_failure(kSource, 169, "Could not find " + args_.input_file);
     }
     {
         SoundFile input(args_.input_file, true);
@@ -199,13 +195,13 @@ int Run::go() {
         if (duration_s < 0.0) {  // no real file gets here
             return normalize_into(args_.input_file, args_.output_file) == 0
                        ? kSuccess
-                       : fail(229, "error in normalization step");
+                       : log_failure(kSource, 229, "error in normalization step");
         }
         require_writable_format(args_.input_file, info_, args_.bit_depth);
     }
     const std::size_t dot = args_.input_file.rfind('.');
     if (dot == std::string::npos) {
-        return fail(243, "Could not find extension for input sound file");
+        return log_failure(kSource, 243, "Could not find extension for input sound file");
     }
     if (fs::space("/").available < kFreeSpaceFactor * fs::file_size(args_.input_file)) {
         throw std::runtime_error("Insufficient disk space for temporary files.");
@@ -332,7 +328,7 @@ int Run::level() {
     }
     check_cancelled();
     if (!fs::exists(leveled)) {
-        return fail(684, "Could not find " + leveled);
+        return log_failure(kSource, 684, "Could not find " + leveled);
     }
 
     const std::string final_file = audio("_final");

@@ -8,6 +8,11 @@ void log_msg(const std::string& /*source*/, int /*line*/, const std::string& tex
     std::cout << text << std::endl;
 }
 
+int log_failure(const std::string& source, int line, const std::string& text) {
+    log_msg(source, line, text);
+    return 1;
+}
+
 void ShowDuration(unsigned long start) {
     constexpr double kTicksPerSecond = 1000000.0;
     const double ticks = static_cast<double>(static_cast<unsigned long>(std::clock()) - start);

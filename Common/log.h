@@ -9,5 +9,8 @@
  */
 void log_msg(const std::string& source, int line, const std::string& text);
 
+/** Logs what went wrong and returns 1, a step's result for failure. */
+int log_failure(const std::string& source, int line, const std::string& text);
+
 /** Prints the processor time since start (a reading of the processor clock, in ticks). */
 void ShowDuration(unsigned long start);

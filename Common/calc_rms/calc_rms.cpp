@@ -21,11 +21,6 @@ namespace {
 constexpr const char* kSource = "Common/calc_rms/calc_rms";
 constexpr double kSilence_db = -200.0;
 
-int fail(int line, const std::string& message) {
-    log_msg(kSource, line, message);
-    return 1;
-}
-
 /** Whole frames in a bin, as samples. The product is 32 bits wide, without sign, and wraps. */
 std::uint32_t bin_samples(const CCLArgs& args, const SF_INFO& info) {
     const std::uint32_t channels = static_cast<std::uint32_t>(info.channels);
@@ -56,16 +51,17 @@ int _tmain(int argc, const char** argv) {
     SF_INFO info{};
     const SoundHandle input = open_sound_for_reading(args.input_file, info);
     if (!input) {
-        return fail(__LINE__, "Error opening " + args.input_file);
+        return log_failure(kSource, __LINE__, "Error opening " + args.input_file);
     }
     const long long total = info.channels * info.frames;
     const std::uint32_t bin = bin_samples(args, info);
     if (bin == 0) {
-        return fail(__LINE__, "A bin of " + args.input_file + " is shorter than a frame");
+        return log_failure(kSource, __LINE__,
+                           "A bin of " + args.input_file + " is shorter than a frame");
     }
     std::ofstream output(args.output_file);
     if (!output) {
-        return fail(__LINE__, "Error opening " + args.output_file + " for output");
+        return log_failure(kSource, __LINE__, "Error opening " + args.output_file + " for output");
     }
     boost::scoped_array<double> pBinData;
     allocate(pBinData, bin, "pBinData", kSource);

@@ -23,11 +23,6 @@ namespace {
 constexpr const char* kSource = "Common/calculate_gains/calculate_gains";
 constexpr double kSilence_db = -200.0;
 
-int fail(int line, const std::string& message) {
-    log_msg(kSource, line, message);
-    return 1;
-}
-
 void skip_lines(std::istream& file, int count) {
     for (int i = 0; i < count; ++i) {
         file.ignore(std::numeric_limits<std::streamsize>::max(), '\n');
@@ -101,15 +96,16 @@ class Operation {
 int Operation::execute() {
     input_ = open_sound_for_reading(args_.wave_file, info_);
     if (!input_) {
-        return fail(__LINE__, "Error opening " + args_.wave_file);
+        return log_failure(kSource, __LINE__, "Error opening " + args_.wave_file);
     }
     bin_frames_ = ms_to_frames(args_.bin_size_ms, info_.samplerate);
     const double buffer_frames = info_.samplerate * args_.buffer_length_s;
     if (bin_frames_ < 1) {
-        return fail(__LINE__, "error: a bin of " + args_.wave_file + " is shorter than a frame");
+        return log_failure(kSource, __LINE__,
+                           "error: a bin of " + args_.wave_file + " is shorter than a frame");
     }
     if (!(buffer_frames >= 0.0 && buffer_frames < 1e9)) {
-        return fail(__LINE__, "error: the circular buffer length is out of range");
+        return log_failure(kSource, __LINE__, "error: the circular buffer length is out of range");
     }
     meter_.reset(new CalcRMS_GW(input_, args_.wave_file, info_,
                                 (static_cast<std::uint32_t>(buffer_frames) + 1) *
@@ -118,7 +114,7 @@ int Operation::execute() {
 
     rms_file_.open(args_.rms_file);
     if (!rms_file_) {
-        return fail(__LINE__, "error opening RMS file " + args_.rms_file);
+        return log_failure(kSource, __LINE__, "error opening RMS file " + args_.rms_file);
     }
     if (!args_.has_cue_list) {
         meter_->measure(info_.channels * info_.frames);
@@ -126,7 +122,7 @@ int Operation::execute() {
     }
     CueList cues(args_.cue_list_file, bin_frames_);
     if (!cues.is_open()) {
-        return fail(__LINE__, "error opening cue list file " + args_.cue_list_file);
+        return log_failure(kSource, __LINE__, "error opening cue list file " + args_.cue_list_file);
     }
     Levels levels;
     if (measure(cues, levels) != 0 || write_gains(cues, levels) != 0) {
@@ -158,17 +154,17 @@ int Operation::measure(CueList& cues, Levels& levels) {
         start = end;
     }
     rms_file_.close();
-    return rms_file_ ? 0 : fail(__LINE__, "error writing to " + args_.rms_file);
+    return rms_file_ ? 0 : log_failure(kSource, __LINE__, "error writing to " + args_.rms_file);
 }
 
 int Operation::write_gains(CueList& cues, const Levels& levels) {
     std::ifstream rms(args_.rms_file);
     if (!rms) {
-        return fail(__LINE__, "error opening RMS file " + args_.rms_file);
+        return log_failure(kSource, __LINE__, "error opening RMS file " + args_.rms_file);
     }
     std::ofstream gains(args_.gains_file);
     if (!gains) {
-        return fail(__LINE__, "error opening gains file " + args_.gains_file);
+        return log_failure(kSource, __LINE__, "error opening gains file " + args_.gains_file);
     }
     cues.rewind();
     const double mean_db = levels.sum_db / levels.count;
@@ -176,7 +172,7 @@ int Operation::write_gains(CueList& cues, const Levels& levels) {
     for (int u = 0; u < levels.count; ++u) {
         double level_db = 0.0;
         if (!(rms >> level_db)) {
-            return fail(__LINE__, "error reading from " + args_.rms_file);
+            return log_failure(kSource, __LINE__, "error reading from " + args_.rms_file);
         }
         const double gain = gain_of(level_db, mean_db);
         long long end = info_.frames + 1;
@@ -193,7 +189,7 @@ int Operation::write_gains(CueList& cues, const Levels& levels) {
         }
     }
     gains.close();
-    return gains ? 0 : fail(__LINE__, "error writing to " + args_.gains_file);
+    return gains ? 0 : log_failure(kSource, __LINE__, "error writing to " + args_.gains_file);
 }
 
 /** Brings a level to the mean, softly limited by a hyperbolic tangent. */
@@ -219,7 +215,7 @@ int _tmain(int argc, const char** argv) {
     try {
         return calc_rms_floor_tmain(argc, argv);
     } catch (const ss_alloc_error&) {
-        return fail(__LINE__, "Out of memory.");
+        return log_failure(kSource, __LINE__, "Out of memory.");
     }
 }
 

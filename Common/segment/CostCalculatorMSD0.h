@@ -1,23 +1,28 @@
 #pragma once
 
-#include "Common/segment/CostCalculatorSD.h"
+#include <cmath>
+
+#include "Common/segment/CostCalculatorOf.h"
 
 namespace segment {
+
+struct MeanSquaredDeviation {
+    /** For a double or a vector of doubles. */
+    template <class Value>
+    static Value cost(const Value& sum, const Value& sum_of_squares, const Value& length) {
+        return (sum_of_squares - sum * sum / length) / length;
+    }
+};
 
 /**
  * The mean squared deviation from the segment's mean, of the worst segment. Normalised it is that
  * segment's standard deviation.
  */
-class CCostCalculatorMSD0 : public CCostCalculatorSD {
+class CCostCalculatorMSD0 : public CostCalculatorOf<MeanSquaredDeviation, MaxCostCombiner> {
   public:
-    using CCostCalculatorSD::CCostCalculatorSD;
+    using CostCalculatorOf::CostCalculatorOf;
 
-    double CostOneSegment(std::uint16_t i, std::uint16_t j) const override;
-    double GetFitValue(std::uint16_t i, std::uint16_t j) const override;
-    double NormalizedCost(double cost) const override;
-
-  protected:
-    Split BestSplit(const double* pCost, int first, int last, int j) const override;
+    double NormalizedCost(double cost) const override { return std::sqrt(cost); }
 };
 
 }  // namespace segment

@@ -1,23 +1,31 @@
 #pragma once
 
-#include "Common/segment/CostCalculatorSD.h"
+#include <cmath>
+
+#include "Common/segment/CostCalculatorOf.h"
 
 namespace segment {
+
+struct SumOfSquaredDeviations {
+    /** For a double or a vector of doubles. */
+    template <class Value>
+    static Value cost(const Value& sum, const Value& sum_of_squares, const Value& length) {
+        return sum_of_squares - sum * sum / length;
+    }
+};
 
 /**
  * The sum of squared deviations from the segments' means. Normalised it is the RMS deviation of all
  * values of the chunk from the means of their segments.
  */
-class CCostCalculatorSSD0 : public CCostCalculatorSD {
+class CCostCalculatorSSD0 : public CostCalculatorOf<SumOfSquaredDeviations, SumCostCombiner> {
   public:
-    using CCostCalculatorSD::CCostCalculatorSD;
+    using CostCalculatorOf::CostCalculatorOf;
 
-    double CostOneSegment(std::uint16_t i, std::uint16_t j) const override;
-    double GetFitValue(std::uint16_t i, std::uint16_t j) const override;
-    double NormalizedCost(double cost) const override;
-
-  protected:
-    Split BestSplit(const double* pCost, int first, int last, int j) const override;
+    double NormalizedCost(double cost) const override {
+        require(cost >= 0.0, "dCost >= 0.0");
+        return std::sqrt(cost / GetChunkSize());
+    }
 };
 
 }  // namespace segment

@@ -23,11 +23,6 @@ namespace {
 constexpr const char* kSource = "Common/segment/segment";
 constexpr const char* kInputName = "_string_";
 
-int fail(int line, const std::string& message) {
-    log_msg(kSource, line, message);
-    return 1;
-}
-
 std::uint32_t count_values(std::istream& is) {
     constexpr std::uint32_t kMost = 0xFFFFFFFF;
     std::uint32_t count = 0;
@@ -191,7 +186,7 @@ int Chunks::write_fit(const CCostCalculatorSD& calculator, std::uint16_t start, 
     const double value = calculator.GetFitValue(start, end);
     for (int i = start; i <= end; ++i) {
         if (!fit_) {
-            return fail(__LINE__, "Error writing to fFit");
+            return log_failure(kSource, __LINE__, "Error writing to fFit");
         }
         fit_ << value << "\n";
     }
@@ -212,17 +207,17 @@ int segment_tmain(int argc,
     }
     std::istringstream values(input);
     if (!fFit.good()) {
-        return fail(__LINE__, "Error opening fFit for output");
+        return log_failure(kSource, __LINE__, "Error opening fFit for output");
     }
     if (!fBreak.good()) {
-        return fail(__LINE__, "Error opening fBreak for output");
+        return log_failure(kSource, __LINE__, "Error opening fBreak for output");
     }
     const std::uint32_t count = count_values(values);
     if (!values.good()) {
-        return fail(__LINE__, "Error: fIn is not good for i/o");
+        return log_failure(kSource, __LINE__, "Error: fIn is not good for i/o");
     }
     if (count == 0) {
-        return fail(__LINE__, "Error: there are no values to segment");
+        return log_failure(kSource, __LINE__, "Error: there are no values to segment");
     }
     args.min_segment_length = std::max<std::uint16_t>(1, args.min_segment_length);
     if (count < args.chunk_size) {
@@ -242,7 +237,8 @@ int segment_tmain(int argc,
     }
     const CMakeAnyCalculator* maker = calculator_maker(args.cost_function);
     if (maker == nullptr) {
-        return fail(__LINE__, "error: unknown cost function \"" + args.cost_function + "\"");
+        return log_failure(kSource, __LINE__,
+                           "error: unknown cost function \"" + args.cost_function + "\"");
     }
     return Chunks(args, count, chunk_count, values, fFit, fBreak).segment_all(*maker);
 }
@@ -255,11 +251,12 @@ int _tmain(
     try {
         return segment_tmain(argc, argv, input, fFit, fBreak);
     } catch (const ss_alloc_error&) {
-        return fail(__LINE__, "Out of memory.");
+        return log_failure(kSource, __LINE__, "Out of memory.");
     } catch (const read_sums_error_with_file_info& error) {
-        return fail(__LINE__, "readSums -- Error reading " + error.name() + " " + where(error));
+        return log_failure(kSource, __LINE__,
+                           "readSums -- Error reading " + error.name() + " " + where(error));
     } catch (const read_sums_error& error) {
-        return fail(__LINE__, "readSums -- Error " + where(error));
+        return log_failure(kSource, __LINE__, "readSums -- Error " + where(error));
     }
 }
 

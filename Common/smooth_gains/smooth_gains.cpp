@@ -27,11 +27,6 @@ struct Args {
     std::string output_file;
 };
 
-int fail(int line, const std::string& message) {
-    log_msg(kSource, line, message);
-    return 1;
-}
-
 int parse(int argc, const char** argv, Args& args) {
     StepOptions parser("smooth_gains", "produce help message");
     parser.option("attack-increasing,a", args.attack_increasing, "attack for increasing gain")
@@ -42,14 +37,14 @@ int parse(int argc, const char** argv, Args& args) {
         .also_positional("output-file");
     const ParseResult result = parser.parse(argc, argv);
     if (result.status == ParseResult::kFailed) {
-        return fail(__LINE__, result.message);
+        return log_failure(kSource, __LINE__, result.message);
     }
     if (argc < 3 || result.status == ParseResult::kHelp || args.input_file.empty() ||
         args.output_file.empty()) {
-        return fail(__LINE__, parser.help());
+        return log_failure(kSource, __LINE__, parser.help());
     }
     if (args.attack_increasing < 1 || args.attack_decreasing < 1) {
-        return fail(__LINE__, "error: an attack must be at least 1");
+        return log_failure(kSource, __LINE__, "error: an attack must be at least 1");
     }
     return 0;
 }
@@ -84,7 +79,7 @@ unsigned int read_gains(std::istream& file, double* values) {
 int write_gains(const std::string& path, const double* values, unsigned int count) {
     std::ofstream file(path);
     if (!file) {
-        return fail(__LINE__, "Error opening " + path + " for output");
+        return log_failure(kSource, __LINE__, "Error opening " + path + " for output");
     }
     for (unsigned int i = 0; i < count; ++i) {
         char text[512];
@@ -93,17 +88,17 @@ int write_gains(const std::string& path, const double* values, unsigned int coun
         file << text;
     }
     file.close();
-    return file ? 0 : fail(__LINE__, "error writing to " + path);
+    return file ? 0 : log_failure(kSource, __LINE__, "error writing to " + path);
 }
 
 int smooth_file(const Args& args) {
     std::ifstream file(args.input_file);
     if (!file) {
-        return fail(__LINE__, "Error opening " + args.input_file);
+        return log_failure(kSource, __LINE__, "Error opening " + args.input_file);
     }
     const std::size_t lines = count_lines(file);
     if (!file.good()) {
-        return fail(__LINE__, "Error: " + args.input_file + " is not good for i/o");
+        return log_failure(kSource, __LINE__, "Error: " + args.input_file + " is not good for i/o");
     }
     boost::scoped_array<double> gains;
     boost::scoped_array<double> forward;
@@ -111,16 +106,17 @@ int smooth_file(const Args& args) {
     allocate(gains, lines, "gains", kSource);
     const unsigned int n = read_gains(file, gains.get());
     if (n == 0) {
-        return fail(__LINE__, "error: no gains in " + args.input_file);
+        return log_failure(kSource, __LINE__, "error: no gains in " + args.input_file);
     }
     if (!std::all_of(gains.get(), gains.get() + n, [](double g) { return std::isfinite(g); })) {
-        return fail(__LINE__, "error: a gain in " + args.input_file + " is not a finite number");
+        return log_failure(kSource, __LINE__,
+                           "error: a gain in " + args.input_file + " is not a finite number");
     }
     allocate(forward, n, "forward", kSource);
     allocate(backward, n, "backward", kSource);
 
     if (SmoothGains1(gains.get(), forward.get(), n, args.attack_increasing) != 0) {
-        return fail(__LINE__, "Error in SmoothGains1()");
+        return log_failure(kSource, __LINE__, "Error in SmoothGains1()");
     }
     ReverseArray(gains.get(), n);
     SmoothGains1(gains.get(), backward.get(), n, args.attack_decreasing);
@@ -164,7 +160,8 @@ int SmoothGains1(const double* in, double* out, unsigned int count, int attack) 
                 out[i] = running;
                 break;
             default:
-                return fail(__LINE__, "Should never get here.  Line " + std::to_string(__LINE__));
+                return log_failure(kSource, __LINE__,
+                                   "Should never get here.  Line " + std::to_string(__LINE__));
         }
     }
     return 0;
@@ -179,9 +176,9 @@ int _tmain(int argc, const char** argv) {
         Args args;
         return parse(argc, argv, args) != 0 ? 1 : smooth_file(args);
     } catch (const std::exception& failure) {
-        return fail(__LINE__, std::string("error: ") + failure.what());
+        return log_failure(kSource, __LINE__, std::string("error: ") + failure.what());
     } catch (...) {
-        return fail(__LINE__, "Exception of unknown type!");
+        return log_failure(kSource, __LINE__, "Exception of unknown type!");
     }
 }
 

@@ -21,11 +21,6 @@ constexpr const char* kSource = "Common/wrap_segment/wrap_segment";
 constexpr const char* kCueListHeader =
     "\x03 CueListTool 1.3 file - do not edit unless you know exactly what you do!\n";
 
-int fail(int line, const std::string& message) {
-    log_msg(kSource, line, message);
-    return 1;
-}
-
 /** The bins that take part in the segmentation: their levels as text, and which bins they are. */
 struct LoudBins {
     std::string levels;
@@ -87,15 +82,16 @@ int wrap_segment(std::string rmsFile,
                  int sampleRate,
                  double binSeconds) {
     if (quietDelta > 0.0) {
-        return fail(__LINE__, "error: quiet_delta must be negative");
+        return log_failure(kSource, __LINE__, "error: quiet_delta must be negative");
     }
     const std::vector<double> levels_db = read_series(rmsFile);
     if (levels_db.empty()) {
-        return fail(__LINE__, "error: no levels in " + rmsFile);
+        return log_failure(kSource, __LINE__, "error: no levels in " + rmsFile);
     }
     const LoudBins loud = bins_above(levels_db, average_level_db(levels_db) + quietDelta);
     if (loud.indices.empty()) {
-        return fail(__LINE__, "error: no level in " + rmsFile + " is above the threshold");
+        return log_failure(kSource, __LINE__,
+                           "error: no level in " + rmsFile + " is above the threshold");
     }
     std::vector<std::size_t> breakpoints;
     if (find_breakpoints(loud.levels, breakpoints) != 0) {
@@ -103,11 +99,11 @@ int wrap_segment(std::string rmsFile,
     }
     const double bin_frames = sampleRate * binSeconds;
     if (!(bin_frames >= 0.0 && bin_frames <= 2147483647.0)) {
-        return fail(__LINE__, "error: the bin length is out of range");
+        return log_failure(kSource, __LINE__, "error: the bin length is out of range");
     }
     std::ofstream cues(cueListFile);
     if (!cues) {
-        return fail(__LINE__, "error opening cue list file " + cueListFile);
+        return log_failure(kSource, __LINE__, "error opening cue list file " + cueListFile);
     }
     cues << kCueListHeader << "Prefix=\n" << sampleRate << "\n";
     for (const std::size_t breakpoint : breakpoints) {
@@ -116,7 +112,7 @@ int wrap_segment(std::string rmsFile,
              << "\n0\n\n\n\n";
     }
     cues.close();
-    return cues ? 0 : fail(__LINE__, "error writing to " + cueListFile);
+    return cues ? 0 : log_failure(kSource, __LINE__, "error writing to " + cueListFile);
 }
 
 }  // namespace wrap_segment
