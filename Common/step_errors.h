@@ -43,10 +43,10 @@ void say(int line, const std::string& text) {
     Step::report(Step::kName, line, text);
 }
 
-/** "" or the sound-file library's text for its last error, on a line of its own. */
+/** "" or the sound-file library's text for the failed open, on a line of its own. */
 template <class Step>
-std::string library_text(SNDFILE* handle = nullptr) {
-    return Step::kLibraryText ? std::string("\n") + sf_strerror(handle) : std::string();
+std::string library_text() {
+    return Step::kLibraryText ? std::string("\n") + sf_strerror(nullptr) : std::string();
 }
 
 /** The cause was written where the command line was parsed: nothing is left to report. */
@@ -135,18 +135,23 @@ class sf_seek_error : public sf_io_error<Step> {
 template <class Step>
 class sf_write_error : private sf_io_error<Step>, public virtual std::exception {
   public:
-    sf_write_error(const std::string& file, long long expected, long long written)
-        : sf_io_error<Step>(file), expected_(expected), written_(written) {}
+    /** reason: the library's, asked for while the file is still open. */
+    sf_write_error(const std::string& file,
+                   long long expected,
+                   long long written,
+                   const std::string& reason)
+        : sf_io_error<Step>(file), expected_(expected), written_(written), reason_(reason) {}
 
     void report() const override {
         say<Step>(__LINE__, "Error writing to " + this->file_ + "\nExpected to write " +
                                 std::to_string(expected_) + ", instead wrote " +
-                                std::to_string(written_) + library_text<Step>());
+                                std::to_string(written_) + "\n" + reason_);
     }
 
   private:
     long long expected_;
     long long written_;
+    std::string reason_;
 };
 
 template <class Step>

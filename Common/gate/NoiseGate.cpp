@@ -126,7 +126,8 @@ void CNoiseGate::gate_file() {
         }
         const long long written = sf_write_double(output_.get(), current_block_.get(), count);
         if (written != count) {
-            throw ss_sf_write_error(args_.sound_file_out, count, written);
+            throw ss_sf_write_error(args_.sound_file_out, count, written,
+                                    sf_strerror(output_.get()));
         }
         ++blocks_done;
         progress.show(static_cast<double>(blocks_done) / static_cast<double>(blocks));
