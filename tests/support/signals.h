@@ -1,0 +1,60 @@
+#pragma once
+
+#include <sndfile.h>
+
+#include <functional>
+#include <string>
+#include <vector>
+
+/** Interleaved samples, full scale +-1.0. */
+struct Signal {
+    int sample_rate_hz = 44100;
+    int channels = 1;
+    std::vector<double> samples;
+
+    long long frames() const { return static_cast<long long>(samples.size()) / channels; }
+};
+
+namespace signals {
+
+/** Every frame holds f(frame) in all channels. */
+Signal from(const std::function<double(long long)>& f,
+            long long frames,
+            int sample_rate_hz = 44100,
+            int channels = 1);
+
+Signal sine(double amplitude,
+            double frequency_hz,
+            double seconds,
+            int sample_rate_hz = 44100,
+            int channels = 1);
+
+/** Alternates between +amplitude and -amplitude: its RMS and its peak are the amplitude. */
+Signal square(double amplitude, long long frames, int sample_rate_hz = 44100, int channels = 1);
+
+Signal silence(long long frames, int sample_rate_hz = 44100, int channels = 1);
+
+/** Bursts of seeded noise with pauses between them; the level changes every few seconds. */
+Signal speech(double seconds, int sample_rate_hz = 44100, int channels = 1);
+
+/** One signal after the other; rates and channels must agree. */
+Signal join(const std::vector<Signal>& parts);
+
+/** Two mono signals of equal length as one stereo signal. */
+Signal stereo(const Signal& left, const Signal& right);
+
+}  // namespace signals
+
+constexpr int kWav16 = SF_FORMAT_WAV | SF_FORMAT_PCM_16;
+constexpr int kWavFloat = SF_FORMAT_WAV | SF_FORMAT_FLOAT;
+constexpr int kWavDouble = SF_FORMAT_WAV | SF_FORMAT_DOUBLE;
+
+void write_sound(const std::string& path, const Signal& signal, int format = kWavDouble);
+Signal read_sound(const std::string& path);
+SF_INFO sound_info(const std::string& path);
+
+/** Largest absolute sample. */
+double peak_of(const Signal& signal);
+
+/** RMS of the frames from..to of one channel. */
+double rms_of(const Signal& signal, long long from, long long to, int channel = 0);
