@@ -97,6 +97,11 @@ class SoundFile {
     static void GetSndFileVersion(char* buffer, int size);
     static std::string GetSndFileStrError(SNDFILE* handle);
 
+    /** What the full read constructor was given; kept for the caller. */
+    long long aux1() const { return aux1_; }
+    long long aux2() const { return aux2_; }
+    const std::string& auxName() const { return auxName_; }
+
     const SoundHandle& handle() const { return handle_; }
 
     const std::string& path() const { return path_; }

@@ -12,9 +12,9 @@ void report_current_failure() {
         throw;
     } catch (const ss_cancel_exception&) {
         throw;
-    } catch (const ss_error& failure) {
-        failure.report();
     } catch (const gate::ss_sf_write_error& failure) {  // hides its ss_error base
+        failure.report();
+    } catch (const ss_error& failure) {
         failure.report();
     } catch (const printable_err& failure) {
         failure.report();

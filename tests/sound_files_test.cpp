@@ -35,6 +35,8 @@ class SoundFiles : public testing::Test {
 
 TEST_F(SoundFiles, ASpanLimitsPositionsAndReads) {
     SoundFile file(dir / "in.wav", "name", 1, 2, 100, 200, true);
+    EXPECT_EQ("name", file.auxName());
+    EXPECT_EQ(3, file.aux1() + file.aux2());
     EXPECT_EQ(100, file.GetFrames());
     EXPECT_EQ(0, file.Tell());
     EXPECT_EQ(190, file.Seek(90, SEEK_SET));
