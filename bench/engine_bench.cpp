@@ -1,0 +1,135 @@
+/*
+ * What two parts of the engine gain over the plain way of doing the same. Each benchmark also times
+ * the plain way in the same run and reports how many times faster the engine is ("ratio").
+ */
+
+#include <benchmark/benchmark.h>
+#include <sndfile.h>
+
+#include <algorithm>
+#include <boost/filesystem.hpp>
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <limits>
+#include <sstream>
+#include <vector>
+
+#include "Common/calculate_gains/CalcRMS.h"
+#include "Common/segment/MakeCalculator.h"
+
+namespace {
+
+template <class Work>
+double seconds(const Work& work) {
+    const auto start = std::chrono::steady_clock::now();
+    work();
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+/** Times engine under the benchmark's clock, plain once, and reports their ratio. */
+template <class Engine, class Plain>
+void compare(benchmark::State& state, const Engine& engine, const Plain& plain) {
+    double engine_s = 0.0;
+    for (auto _ : state) {
+        engine_s += seconds(engine);
+    }
+    state.counters["ratio"] = seconds(plain) / (engine_s / static_cast<double>(state.iterations()));
+}
+
+/** One breakpoint count over a chunk of levels. */
+void BestSplit(benchmark::State& state) {
+    const std::uint16_t n = static_cast<std::uint16_t>(state.range(0));
+    std::stringstream values;
+    for (int i = 0; i < n; ++i) {
+        values << -25.0 + 8.0 * std::sin(i * 0.07) + std::sin(i * 1.3) << "\n";
+    }
+    const segment::CCostCalculatorSSD0 calculator(&values, "values", n, 1,
+                                                  new segment::SumCostCombiner);
+    std::vector<double> costs(n);
+    std::vector<std::uint16_t> best(n);
+    for (std::uint16_t j = 0; j < n; ++j) {
+        costs[j] = calculator.CostOneSegment(0, j);
+    }
+    const auto engine = [&] {
+        std::vector<double> work = costs;
+        for (int j = n - 1; j >= 1; --j) {
+            calculator.Cost(work.data(), best.data(), static_cast<std::uint16_t>(j), 1);
+        }
+        benchmark::DoNotOptimize(work.data());
+    };
+    const segment::CCostCalculatorSD& any_calculator = calculator;
+    const auto plain = [&] {
+        std::vector<double> work = costs;
+        for (int j = n - 1; j >= 1; --j) {
+            double least = std::numeric_limits<double>::infinity();
+            for (int i = 0; i < j; ++i) {
+                const double total = any_calculator.CombineCosts(
+                    work[static_cast<std::size_t>(i)],
+                    any_calculator.CostOneSegment(static_cast<std::uint16_t>(i + 1),
+                                                  static_cast<std::uint16_t>(j)));
+                if (total < least) {
+                    least = total;
+                    best[static_cast<std::size_t>(j)] = static_cast<std::uint16_t>(i);
+                }
+            }
+            work[static_cast<std::size_t>(j)] = least;
+        }
+        benchmark::DoNotOptimize(work.data());
+    };
+    compare(state, engine, plain);
+}
+
+BENCHMARK(BestSplit)->Arg(600)->Arg(2400);
+
+/** The gate of the gain step over a decaying tone, where a running maximum falls at every sample.
+ */
+void GatedRms(benchmark::State& state) {
+    constexpr std::size_t kBuffer = 442;  // 5 ms of stereo at 44.1 kHz
+    constexpr double kThreshold = 0.006;
+    const std::string path =
+        (boost::filesystem::temp_directory_path() / boost::filesystem::unique_path()).string();
+    SF_INFO info{};
+    info.format = SF_FORMAT_WAV | SF_FORMAT_DOUBLE;
+    info.channels = 1;
+    info.samplerate = 44100;
+    std::vector<double> samples(441000);
+    double level = 1.0;
+    for (double& sample : samples) {
+        sample = level;
+        level *= 0.99999;
+    }
+    SNDFILE* file = sf_open(path.c_str(), SFM_WRITE, &info);
+    sf_write_double(file, samples.data(), static_cast<sf_count_t>(samples.size()));
+    sf_close(file);
+    const SoundHandle handle = open_sound_for_reading(path, info);
+    calculate_gains::CalcRMS_GW meter(handle, path, info, kBuffer, kThreshold);
+
+    const auto engine = [&] {
+        sf_seek(handle.get(), 0, SEEK_SET);
+        benchmark::DoNotOptimize(meter.measure(info.frames));
+    };
+    const auto plain = [&] {
+        std::vector<double> last(kBuffer, 0.0);
+        double maximum = 0.0;
+        double sum = 0.0;
+        std::size_t slot = 0;
+        for (const double sample : samples) {
+            const double outgoing = last[slot];
+            last[slot] = std::fabs(sample);
+            slot = slot + 1 == kBuffer ? 0 : slot + 1;
+            maximum = outgoing < maximum ? std::max(maximum, std::fabs(sample))
+                                         : *std::max_element(last.begin(), last.end());
+            sum += maximum > kThreshold ? sample * sample : 0.0;
+        }
+        benchmark::DoNotOptimize(sum);
+    };
+    compare(state, engine, plain);
+    std::remove(path.c_str());
+}
+
+BENCHMARK(GatedRms);
+
+}  // namespace
+
+BENCHMARK_MAIN();
