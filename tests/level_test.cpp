@@ -5,8 +5,11 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
 #include <limits>
 
+#include "Common/gate/gate.h"
+#include "Common/highpass/highpass.h"
 #include "cli/hooks.h"
 #include "tests/support/fixtures.h"
 #include "tests/support/signals.h"
@@ -260,6 +263,27 @@ TEST_F(Level, KeptIntermediatesAreAllThere) {
     EXPECT_THAT(temporary.entries(),
                 ElementsAre("_01.wav", "_02.wav", "_03.wav", "_04.wav", "_05.txt", "_06.clt",
                             "_07.txt", "_08.txt", "_09.txt", "_10.wav"));
+}
+
+TEST_F(Level, TheGateThresholdStands18dBBelowTheLevelAndAt40dBAtTheMost) {
+    levelKeepIntermediates(1);
+    for (const double scale : {1.0, 0.05}) {
+        Signal input = signals::speech(4.0, 8000);
+        for (double& sample : input.samples) {
+            sample *= scale;
+        }
+        ASSERT_EQ(0, run(input));
+        const double level_db = call(highpass::_tmain, {"highpass", in, dir / "1.wav"});
+        EXPECT_EQ(scale < 1.0, level_db < -22.0) << "one file for each side of the limit";
+        char threshold[32];
+        std::snprintf(threshold, sizeof threshold, "%.1f", std::min(level_db - 18.0, -40.0));
+        ASSERT_EQ(0, call(gate::_tmain,
+                          {"gate", temporary / "_01.wav", dir / "2.wav", "--gate__threshold_attack",
+                           threshold, "--gate__threshold_release", threshold, "-a", "250", "-r",
+                           "750", "-d", "250", "-k", "250"}));
+        EXPECT_EQ(read_text(dir / "2.wav"), read_text(temporary / "_02.wav"));
+    }
+    levelKeepIntermediates(0);
 }
 
 TEST_F(Level, WithoutATemporaryDirectoryTheRunFails) {
