@@ -125,7 +125,7 @@ std::string temporary_base(const std::string& input_stem) {
         std::free(directory);
         throw std::runtime_error("There is no directory for temporary files.");
     }
-    const std::string base = std::string("/") + (directory + 1);
+    std::string base = std::string("/") + (directory + 1);
     std::free(directory);
     return base;
 }

@@ -44,7 +44,8 @@ struct RmsOfLouderChannel {
             right += samples[i + 1] * samples[i + 1];
             peak = std::max({peak, std::fabs(samples[i]), std::fabs(samples[i + 1])});
         }
-        const double frames = static_cast<double>(count / 2);
+        const long long frame_count = count / 2;
+        const double frames = static_cast<double>(frame_count);
         return {left + right, peak, std::max(std::sqrt(left / frames), std::sqrt(right / frames))};
     }
 };
