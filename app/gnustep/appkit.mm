@@ -1,0 +1,110 @@
+// What GNUstep's AppKit and Foundation lack or do differently, mended from outside.
+
+#import <AppKit/AppKit.h>
+#import <objc/runtime.h>
+
+// Looking a method up may initialise its class, which may ask for the user's defaults.
+static void exchange(Class type, SEL one, SEL other) {
+    @autoreleasepool {
+        method_exchangeImplementations(class_getInstanceMethod(type, one),
+                                       class_getInstanceMethod(type, other));
+    }
+}
+
+@implementation NSViewController (Quorvane)
+
++ (void)load {
+    exchange(self, @selector(loadView), @selector(quorvaneLoadView));
+}
+
+- (void)quorvaneLoadView {
+    [self quorvaneLoadView];
+    [self viewDidLoad];
+}
+
+- (void)viewDidLoad {
+}
+
+@end
+
+@implementation NSSavePanel (Quorvane)
+
++ (void)load {
+    exchange(self, @selector(runModal), @selector(quorvaneRunModal));
+    exchange(self, @selector(setAllowedFileTypes:), @selector(quorvaneSetAllowedFileTypes:));
+}
+
+// The stock one forgets the name field's text.
+- (NSInteger)quorvaneRunModal {
+    return [self runModalForDirectory:[self directory] file:[self nameFieldStringValue]];
+}
+
+// The stock filter tells "WAV" from "wav".
+- (void)quorvaneSetAllowedFileTypes:(NSArray *)types {
+    NSMutableArray *bothCases = [NSMutableArray arrayWithArray:types];
+    for (NSString *type in types) {
+        [bothCases addObject:[type uppercaseString]];
+    }
+    [self quorvaneSetAllowedFileTypes:types ? bothCases : nil];
+}
+
+@end
+
+@implementation NSPasteboard (Quorvane)
+
+- (NSArray *)readObjectsForClasses:(NSArray *)classes options:(NSDictionary *)options {
+    NSMutableArray *urls = [NSMutableArray array];
+    for (NSString *path in [self propertyListForType:NSFilenamesPboardType]) {
+        [urls addObject:[NSURL fileURLWithPath:path]];
+    }
+    NSURL *single = [urls count] == 0 ? [NSURL URLFromPasteboard:self] : nil;
+    if (single) {
+        [urls addObject:single];
+    }
+    return urls;
+}
+
+@end
+
+@implementation NSURL (Quorvane)
+
++ (void)load {
+    exchange(self, @selector(getResourceValue:forKey:error:),
+             @selector(quorvaneResourceValue:forKey:error:));
+}
+
+// The stock one answers nothing. A symbolic link is no folder, wherever it leads.
+- (BOOL)quorvaneResourceValue:(id *)value forKey:(NSString *)key error:(NSError **)error {
+    if (![key isEqualToString:NSURLIsDirectoryKey]) {
+        return [self quorvaneResourceValue:value forKey:key error:error];
+    }
+    NSDictionary *attributes = [[NSFileManager defaultManager] fileAttributesAtPath:[self path]
+                                                                       traverseLink:NO];
+    *value = @([[attributes fileType] isEqualToString:NSFileTypeDirectory]);
+    return attributes != nil;
+}
+
+@end
+
+@implementation NSWorkspace (Quorvane)
+
++ (void)load {
+    exchange(self, @selector(openURL:), @selector(quorvaneOpenURL:));
+}
+
+// GNUstep knows its own applications only: ask the desktop for a document's viewer.
+- (BOOL)quorvaneOpenURL:(NSURL *)url {
+    NSString *paths = [[[NSProcessInfo processInfo] environment] objectForKey:@"PATH"];
+    for (NSString *folder in [paths componentsSeparatedByString:@":"]) {
+        NSString *opener = [folder stringByAppendingPathComponent:@"xdg-open"];
+        if ([[NSFileManager defaultManager] isExecutableFileAtPath:opener]) {
+            NSTask *task = [NSTask launchedTaskWithLaunchPath:opener
+                                                    arguments:@[ [url absoluteString] ]];
+            [task waitUntilExit];
+            return [task terminationStatus] == 0;
+        }
+    }
+    return [self quorvaneOpenURL:url];
+}
+
+@end
