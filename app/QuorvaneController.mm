@@ -1,0 +1,351 @@
+#import "app/QuorvaneController.h"
+
+#import <AppKit/AppKit.h>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <condition_variable>
+#include <cstring>
+#include <exception>
+#include <mutex>
+#include <string>
+#include <system_error>
+#include <vector>
+
+#import "app/ErrorPanel.h"
+#include "app/WholeFile.h"
+
+NSString *const QuorvaneProgressNotification = @"quorvaneProgress";
+NSString *const QuorvaneCompletedNotification = @"quorvaneCompleted";
+NSString *const QuorvaneFailedNotification = @"quorvaneFailed";
+NSString *const QuorvaneQueueCompletedNotification = @"quorvaneQueueCompleted";
+
+NSString *const QuorvaneOutputUUIDKey = @"output_uuid";
+NSString *const QuorvaneInputPathKey = @"input_path";
+NSString *const QuorvaneInputFilenameKey = @"input_filename";
+NSString *const QuorvaneOutputProgressKey = @"output_progress";
+NSString *const QuorvaneOutputPathKey = @"output_path";
+NSString *const QuorvaneOutputFolderKey = @"output_folder";
+NSString *const QuorvaneOutputFilenameKey = @"output_filename";
+NSString *const QuorvaneProcessStateKey = @"process_state";
+NSString *const QuorvaneBatchIndexKey = @"batch_idx";
+NSString *const QuorvaneBatchTotalKey = @"batch_total";
+NSString *const QuorvaneBatchUUIDKey = @"batch_uuid";
+NSString *const QuorvaneFailureReasonKey = @"failure_reason";
+
+namespace {
+
+constexpr int kCancelled = 3;  // levelMain's result
+
+// How long the end of the application waits for the engine to notice that it is cancelled.
+constexpr auto kLongestStop = std::chrono::seconds(5);
+
+std::atomic<bool> stopping{false};
+
+// Whether an engine call is under way.
+struct {
+    std::mutex mutex;
+    std::condition_variable changed;
+    bool busy = false;
+} engine;
+
+class EngineRun {
+  public:
+    EngineRun() { set(true); }
+    ~EngineRun() { set(false); }
+    EngineRun(const EngineRun &) = delete;
+    EngineRun &operator=(const EngineRun &) = delete;
+
+  private:
+    static void set(bool busy) {
+        const std::lock_guard<std::mutex> lock(engine.mutex);
+        engine.busy = busy;
+        engine.changed.notify_all();
+    }
+};
+
+std::string temporaryDirectory() {
+    std::string path = [NSTemporaryDirectory() UTF8String] ?: "/tmp/";
+    if (path.back() != '/') {
+        path += '/';
+    }
+    return path;
+}
+
+// The engine's intermediate files have fixed names: of two copies of the application, one waits
+// here until the other's engine call is over. The system drops the lock of a process that dies.
+class TemporaryDirectoryLock {
+  public:
+    TemporaryDirectoryLock()
+        : file_(open((temporaryDirectory() + "Quorvane.lock").c_str(), O_CREAT | O_RDWR | O_CLOEXEC,
+                     0600)) {
+        while (file_ >= 0 && flock(file_, LOCK_EX | LOCK_NB) != 0 &&
+               (errno == EWOULDBLOCK || errno == EINTR) && !stopping) {
+            usleep(100000);
+        }
+    }
+
+    ~TemporaryDirectoryLock() {
+        if (file_ >= 0) {
+            close(file_);
+        }
+    }
+
+    TemporaryDirectoryLock(const TemporaryDirectoryLock &) = delete;
+    TemporaryDirectoryLock &operator=(const TemporaryDirectoryLock &) = delete;
+
+  private:
+    int file_;
+};
+
+void post(NSString *name, NSMutableDictionary *item) {
+    [[NSNotificationCenter defaultCenter] postNotificationName:name object:item];
+}
+
+int reportProgress(void *context, float fraction) {
+    @autoreleasepool {
+        auto *item = static_cast<NSMutableDictionary *>(context);
+        [item setObject:@(fraction) forKey:QuorvaneOutputProgressKey];
+        post(QuorvaneProgressNotification, item);
+    }
+    return 0;
+}
+
+// The engine says why it failed on the standard output and error only: look again at what usually
+// goes wrong.
+NSString *reasonForFailure(NSString *input) {
+    const char *path = [input UTF8String];
+    if (access(path, R_OK) != 0) {
+        return [NSString stringWithUTF8String:std::strerror(errno)];
+    }
+    return @"It is damaged, of an unknown format, or has more than two channels.";
+}
+
+void levelItem(NSMutableDictionary *item) {
+    std::string words[] = {"", "--input-file",
+                           [[item objectForKey:QuorvaneInputPathKey] UTF8String] ?: "",
+                           "--output-file",
+                           [[item objectForKey:QuorvaneOutputPathKey] UTF8String] ?: ""};
+    std::vector<char *> arguments;
+    for (std::string &word : words) {
+        arguments.push_back(word.data());
+    }
+    arguments.push_back(nullptr);
+
+    NSString *outcome = QuorvaneCompletedNotification;
+    try {
+        const TemporaryDirectoryLock lock;
+        const int result = levelMain(5, arguments.data(), arguments[0], reportProgress, item);
+        if (result != 0 && result != kCancelled) {
+            [item setObject:reasonForFailure([item objectForKey:QuorvaneInputPathKey])
+                     forKey:QuorvaneFailureReasonKey];
+        }
+    } catch (const std::exception &error) {
+        outcome = QuorvaneFailedNotification;
+        [item setObject:[NSString stringWithUTF8String:error.what()] ?: @"Unknown error."
+                 forKey:QuorvaneFailureReasonKey];
+    }
+    [item setObject:outcome == QuorvaneFailedNotification ? @"failed" : @"completed"
+             forKey:QuorvaneProcessStateKey];
+    post(outcome, item);
+}
+
+// On the serial queue.
+void processItem(NSMutableDictionary *item) {
+    const EngineRun run;
+    if (stopping) {
+        return;
+    }
+    if (![item objectForKey:QuorvaneInputPathKey]) {
+        [item setObject:@"completed" forKey:QuorvaneProcessStateKey];
+        post(QuorvaneQueueCompletedNotification, item);
+        return;
+    }
+    [item setObject:@"running" forKey:QuorvaneProcessStateKey];
+    levelItem(item);
+}
+
+struct QueueContext {
+    QuorvaneController *controller;  // not retained
+};
+
+void releaseContext(void *context) {
+    delete static_cast<QueueContext *>(context);
+}
+
+void setOutputPath(NSMutableDictionary *item, NSString *path) {
+    [item setObject:path forKey:QuorvaneOutputPathKey];
+    [item setObject:[path stringByDeletingLastPathComponent] forKey:QuorvaneOutputFolderKey];
+    [item setObject:[path lastPathComponent] forKey:QuorvaneOutputFilenameKey];
+}
+
+NSString *proposedFilename(NSString *input) {
+    NSString *suffix =
+        [[NSUserDefaults standardUserDefaults] stringForKey:@"suffix"] ?: @"-leveled";
+    NSString *name = [input lastPathComponent];
+    return [NSString stringWithFormat:@"%@%@.%@", [name stringByDeletingPathExtension], suffix,
+                                      [name pathExtension]];
+}
+
+// The proposed path, or the one that the user chooses instead.
+NSString *askForOutputPath(NSString *folder, NSString *filename) {
+    NSSavePanel *panel = [NSSavePanel savePanel];
+    [panel setTitle:@"Save Leveled Audio"];
+    [panel setNameFieldStringValue:filename];
+    [panel setDirectoryURL:[NSURL fileURLWithPath:folder]];
+    if ([panel runModal] == NSModalResponseOK && [[panel URL] path]) {
+        return [[panel URL] path];
+    }
+    return [folder stringByAppendingPathComponent:filename];
+}
+
+// Puts the finished file in the output's place. False: the cause is in error.
+BOOL replaceFile(NSString *destination, NSString *source, NSError **error) {
+    NSFileManager *files = [[[NSFileManager alloc] init] autorelease];
+    BOOL isFolder = NO;
+    if ([files fileExistsAtPath:destination isDirectory:&isFolder]) {
+        if (isFolder) {
+            *error = errorWithText(@"A folder of that name is in the way.", nil);
+            return NO;
+        }
+        if (![files removeItemAtPath:destination error:error]) {
+            return NO;
+        }
+    }
+    return [files moveItemAtPath:source toPath:destination error:error];
+}
+
+void presentMoveFailure(NSString *destination, NSString *cause, NSString *source) {
+    NSString *description =
+        [NSString stringWithFormat:@"\"%@\" could not be written.", [destination lastPathComponent]];
+    NSString *causes =
+        [NSString stringWithFormat:@"%@: %@\nUntil the next file is leveled, the result is at %@.",
+                                   destination, cause, source];
+    presentErrorOnMainQueue(errorWithText(description, causes));
+}
+
+}  // namespace
+
+char *copyTemporaryDirectory(void) {
+    @autoreleasepool {
+        return strdup(temporaryDirectory().c_str());
+    }
+}
+
+void moveFinalFile(const char *source, const char *destination) {
+    @autoreleasepool {
+        NSString *from = [NSString stringWithUTF8String:source];
+        NSString *to = [NSString stringWithUTF8String:destination];
+        std::string staged;
+        try {
+            staged = stageBeside(source, destination, stopping);
+        } catch (const std::system_error &error) {
+            if (!stopping) {
+                presentMoveFailure(to, [NSString stringWithUTF8String:error.what()], from);
+            }
+            return;
+        }
+        NSError *error = nil;
+        const bool replaced = replaceFile(to, [NSString stringWithUTF8String:staged.c_str()], &error);
+        if (!replaced) {
+            presentMoveFailure(to, [error localizedDescription], from);
+        }
+        if (staged != source) {
+            unlink(replaced ? source : staged.c_str());
+        }
+    }
+}
+
+@implementation QuorvaneController
+
+- (instancetype)init {
+    if ((self = [super init])) {
+        _queue = dispatch_queue_create("quorvane.processing", DISPATCH_QUEUE_SERIAL);
+        dispatch_set_context(_queue, new QueueContext{self});
+        dispatch_set_finalizer_f(_queue, releaseContext);
+
+        NSNotificationCenter *center = [NSNotificationCenter defaultCenter];
+        [center addObserver:self
+                   selector:@selector(notifyProgress:)
+                       name:QuorvaneProgressNotification
+                     object:nil];
+        [center addObserver:self
+                   selector:@selector(notifyCompletion:)
+                       name:QuorvaneCompletedNotification
+                     object:nil];
+        [center addObserver:self
+                   selector:@selector(notifyFailure:)
+                       name:QuorvaneFailedNotification
+                     object:nil];
+        [center addObserver:self
+                   selector:@selector(stop:)
+                       name:NSApplicationWillTerminateNotification
+                     object:nil];
+    }
+    return self;
+}
+
+- (void)dealloc {
+    [[NSNotificationCenter defaultCenter] removeObserver:self];
+    dispatch_release(_queue);
+    [super dealloc];
+}
+
+- (NSString *)queueItemAtPath:(NSString *)path options:(NSDictionary *)options {
+    [[NSUserNotificationCenter defaultUserNotificationCenter] removeAllDeliveredNotifications];
+
+    NSMutableDictionary *item = [NSMutableDictionary dictionaryWithDictionary:options ?: @{}];
+    NSString *uuid = [[NSUUID UUID] UUIDString];
+    [item setObject:uuid forKey:QuorvaneOutputUUIDKey];
+    if (path) {
+        [self prepareItem:item forPath:path];
+    }
+    dispatch_async(_queue, ^{
+        processItem(item);
+    });
+    return uuid;
+}
+
+- (void)prepareItem:(NSMutableDictionary *)item forPath:(NSString *)path {
+    NSString *input = [[path copy] autorelease];
+    if (![input isAbsolutePath]) {
+        NSString *folder = [[NSFileManager defaultManager] currentDirectoryPath];
+        input = [folder stringByAppendingPathComponent:input];
+    }
+    [item setObject:input forKey:QuorvaneInputPathKey];
+    [item setObject:[input lastPathComponent] forKey:QuorvaneInputFilenameKey];
+    [item setObject:@(0.0f) forKey:QuorvaneOutputProgressKey];
+
+    NSString *output = [item objectForKey:QuorvaneOutputPathKey];
+    if (!output) {
+        NSString *folder = [item objectForKey:QuorvaneOutputFolderKey];
+        NSString *filename = [item objectForKey:QuorvaneOutputFilenameKey];
+        output = askForOutputPath(folder ?: [input stringByDeletingLastPathComponent],
+                                  filename ?: proposedFilename(input));
+    }
+    setOutputPath(item, output);
+    [item setObject:@"queued" forKey:QuorvaneProcessStateKey];
+}
+
+- (void)notifyProgress:(NSNotification *)notification {
+}
+
+- (void)notifyCompletion:(NSNotification *)notification {
+}
+
+- (void)notifyFailure:(NSNotification *)notification {
+}
+
+// The application ends: a half-done file is given up, a finished one may still reach its place.
+- (void)stop:(NSNotification *)notification {
+    stopping = true;
+    levelRequestCancel();
+    std::unique_lock<std::mutex> lock(engine.mutex);
+    engine.changed.wait_for(lock, kLongestStop, [] { return !engine.busy; });
+}
+
+@end
