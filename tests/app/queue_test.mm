@@ -1,0 +1,280 @@
+#import "app/QuorvaneController.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <filesystem>
+#include <stdexcept>
+
+#import "tests/app/support.h"
+
+namespace {
+
+using Arguments = TestEngine::Arguments;
+
+class Queue : public AppTest {
+  protected:
+    Queue() : controller([[[QuorvaneController alloc] init] autorelease]) {}
+
+    NSString *add(const std::string &input, NSDictionary *options) {
+        return [controller queueItemAtPath:string(input) options:options];
+    }
+
+    NSString *addTo(const std::string &output, const std::string &input) {
+        return add(input, @{QuorvaneOutputPathKey : string(output)});
+    }
+
+    // Queues the end of the batch, waits for it, and gives the names posted, progress left out.
+    std::vector<std::string> finish() {
+        [controller queueItemAtPath:nil options:nil];
+        EXPECT_TRUE(spinUntil([this] {
+            @synchronized(recorder) {
+                return bool([recorder->names containsObject:QuorvaneQueueCompletedNotification]);
+            }
+        }));
+        std::vector<std::string> names;
+        for (NSString *name in recorder->names) {
+            if (![name isEqualToString:QuorvaneProgressNotification]) {
+                names.push_back(text(name));
+            }
+        }
+        return names;
+    }
+
+    std::string value(NSUInteger index, NSString *key) {
+        return text([[[recorder->items objectAtIndex:index] objectForKey:key] description]);
+    }
+
+    QuorvaneController *controller;
+};
+
+TEST_F(Queue, CallsTheEngineOncePerFileInOrderAwayFromTheMainThread) {
+    std::atomic<bool> go{false};
+    engine.run = [&go](const Arguments &, LevelProgress progress, NSMutableDictionary *item) {
+        EXPECT_FALSE([NSThread isMainThread]);
+        EXPECT_EQ(text([item objectForKey:QuorvaneProcessStateKey]), "running");
+        EXPECT_EQ([[item objectForKey:QuorvaneOutputProgressKey] floatValue], 0.0f);
+        while (!go) {
+            usleep(1000);
+        }
+        EXPECT_EQ(progress(item, 0.25f), 0);
+        return 0;
+    };
+    NSMutableSet *uuids = [NSMutableSet set];
+    for (int i = 0; i < 200; ++i) {
+        const std::string name = std::to_string(i) + "-\u00e9";
+        [uuids addObject:addTo("/out/" + name + ".wav", "/in/" + name + ".wav")];
+    }
+    EXPECT_EQ([uuids count], 200u);
+    EXPECT_LE(engine.calls.size(), 1u);  // queueing did not wait for the engine
+    go = true;
+
+    const std::vector<std::string> names = finish();
+    EXPECT_EQ(names.size(), 201u);
+    EXPECT_EQ(names.back(), "quorvaneQueueCompleted");
+    EXPECT_EQ(recorder->onMainThread, 0);
+    ASSERT_EQ(engine.calls.size(), 200u);
+    for (int i = 0; i < 200; ++i) {
+        const std::string name = std::to_string(i) + "-\u00e9.wav";
+        EXPECT_EQ(engine.calls[i],
+                  (Arguments{"", "--input-file", "/in/" + name, "--output-file", "/out/" + name}));
+    }
+    EXPECT_EQ(text([recorder->names objectAtIndex:0]), "quorvaneProgress");
+    EXPECT_EQ(value(0, QuorvaneOutputProgressKey), "0.25");
+    EXPECT_EQ(value(1, QuorvaneProcessStateKey), "completed");
+    EXPECT_EQ(value(1, QuorvaneInputFilenameKey), "0-\u00e9.wav");
+    EXPECT_TRUE([uuids containsObject:[[recorder->items objectAtIndex:0]
+                                          objectForKey:QuorvaneOutputUUIDKey]]);
+}
+
+TEST_F(Queue, ProposesANameFromTheSuffixAndTakesItEvenWhenTheSavePanelIsCancelled) {
+    const struct {
+        NSString *suffix;
+        const char *input;
+        const char *proposed;
+    } rows[] = {
+        {nil, "talk.wav", "talk-leveled.wav"},
+        {nil, "a talk.part.AIFF", "a talk.part-leveled.AIFF"},
+        {@"_even", "talk.wav", "talk_even.wav"},
+        {@"", "talk.wav", "talk.wav"},
+    };
+    for (const auto &row : rows) {
+        for (const bool confirm : {true, false}) {
+            SCOPED_TRACE(std::string(row.proposed) + (confirm ? " confirmed" : " cancelled"));
+            [[NSUserDefaults standardUserDefaults] removeObjectForKey:@"suffix"];
+            if (row.suffix) {
+                [[NSUserDefaults standardUserDefaults] setObject:row.suffix forKey:@"suffix"];
+            }
+            desktop.confirm = confirm;
+            engine.calls.clear();
+            [recorder->names removeAllObjects];
+            add(path(row.input), nil);
+            finish();
+            EXPECT_EQ(desktop.proposed.back(), path(row.proposed));
+            EXPECT_EQ(engine.calls.at(0)[4], path(row.proposed));
+        }
+    }
+}
+
+TEST_F(Queue, TakesTheOutputThatTheSavePanelGives) {
+    desktop.chosen = {"/elsewhere/other.wav"};
+    add(path("talk.wav"), @{QuorvaneBatchIndexKey : @(2)});
+    finish();
+    EXPECT_EQ(engine.calls.at(0)[4], "/elsewhere/other.wav");
+    EXPECT_EQ(value(0, QuorvaneOutputFolderKey), "/elsewhere");
+    EXPECT_EQ(value(0, QuorvaneOutputFilenameKey), "other.wav");
+    EXPECT_EQ(value(0, QuorvaneBatchIndexKey), "2");
+}
+
+TEST_F(Queue, OptionsPresetTheOutput) {
+    addTo("/x/y/done.wav", path("talk.wav"));
+    EXPECT_TRUE(desktop.proposed.empty());
+    add(path("talk.wav"), @{QuorvaneOutputFolderKey : @"/x"});
+    add(path("talk.wav"), @{QuorvaneOutputFilenameKey : @"z.wav"});
+    finish();
+    EXPECT_EQ(desktop.proposed, (std::vector<std::string>{"/x/talk-leveled.wav", path("z.wav")}));
+    EXPECT_EQ(value(0, QuorvaneOutputFolderKey), "/x/y");
+    EXPECT_EQ(value(0, QuorvaneOutputFilenameKey), "done.wav");
+}
+
+TEST_F(Queue, EndOfBatchItemHoldsNothingOfAFile) {
+    NSUserNotificationCenter *center = [NSUserNotificationCenter defaultUserNotificationCenter];
+    [center deliverNotification:[[[NSUserNotification alloc] init] autorelease]];
+    finish();
+    EXPECT_EQ([[center deliveredNotifications] count], 0u);
+    NSArray *keys = [[[recorder->items lastObject] allKeys]
+        sortedArrayUsingSelector:@selector(compare:)];
+    EXPECT_EQ(text([keys componentsJoinedByString:@" "]), "output_uuid process_state");
+    EXPECT_EQ(value(0, QuorvaneProcessStateKey), "completed");
+    EXPECT_TRUE(engine.calls.empty());
+}
+
+TEST_F(Queue, OnlyAnExceptionFailsAnItemAndTheQueueGoesOn) {
+    engine.run = [](const Arguments &arguments, LevelProgress, NSMutableDictionary *) {
+        if (arguments[2] == "/throws.wav") {
+            throw std::runtime_error("out of luck");
+        }
+        return arguments[2] == "/cancelled.wav" ? 3 : 1;
+    };
+    for (const char *input : {"/absent.wav", "/throws.wav", "/cancelled.wav"}) {
+        addTo("/out.wav", input);
+    }
+    addTo("/out.wav", write("noise.wav"));
+    EXPECT_EQ(finish(), (std::vector<std::string>{"quorvaneCompleted", "quorvaneFailed",
+                                                  "quorvaneCompleted", "quorvaneCompleted",
+                                                  "quorvaneQueueCompleted"}));
+    EXPECT_EQ(value(0, QuorvaneProcessStateKey), "completed");
+    EXPECT_EQ(value(0, QuorvaneFailureReasonKey), "No such file or directory");
+    EXPECT_EQ(value(1, QuorvaneProcessStateKey), "failed");
+    EXPECT_EQ(value(1, QuorvaneFailureReasonKey), "out of luck");
+    EXPECT_EQ(value(2, QuorvaneFailureReasonKey), "(nil)");
+    EXPECT_NE(value(3, QuorvaneFailureReasonKey).find("format"), std::string::npos);
+}
+
+TEST_F(Queue, WaitsWhileAnotherProcessUsesTheTemporaryDirectory) {
+    char *directory = copyTemporaryDirectory();
+    const int other = open((std::string(directory) + "Quorvane.lock").c_str(), O_CREAT | O_RDWR, 0600);
+    free(directory);
+    ASSERT_EQ(flock(other, LOCK_EX), 0);
+    addTo("/out.wav", "/in.wav");
+    spin(0.3);
+    EXPECT_TRUE(engine.calls.empty());
+    close(other);
+    finish();
+    EXPECT_EQ(engine.calls.size(), 1u);
+}
+
+using Hooks = AppTest;
+
+TEST_F(Hooks, TemporaryDirectoryIsTheSystemsWithASlashAtItsEnd) {
+    char *directory = copyTemporaryDirectory();
+    const std::string copied = directory;
+    free(directory);
+    EXPECT_EQ(copied.front(), '/');
+    EXPECT_EQ(copied.back(), '/');
+    EXPECT_TRUE(std::filesystem::equivalent(copied, text(NSTemporaryDirectory())));
+}
+
+TEST_F(Hooks, FinalFileReplacesTheOutput) {
+    const std::string source = write("_final.wav", "new");
+    const std::string output = write("talk-leveled.wav", "old and longer");
+    moveFinalFile(source.c_str(), output.c_str());
+    EXPECT_EQ(read(output), "new");
+    EXPECT_FALSE(std::filesystem::exists(source));
+    spin(0.05);
+    EXPECT_TRUE(desktop.errors.empty());
+}
+
+TEST_F(Hooks, WholeFileCrossesVolumesAndNothingElseStays) {
+    std::string other = "/dev/shm/quorvane-XXXXXX";
+    ASSERT_NE(mkdtemp(other.data()), nullptr);
+    struct stat here {}, there {};
+    stat(folder.c_str(), &here);
+    stat(other.c_str(), &there);
+    if (here.st_dev == there.st_dev) {
+        GTEST_SKIP() << "one volume only";
+    }
+    const std::string content(3 << 20, 'x');
+    const std::string source = write("_final.wav", content);
+    chmod(source.c_str(), 0640);
+    moveFinalFile(source.c_str(), (other + "/out.wav").c_str());
+    EXPECT_EQ(read(other + "/out.wav"), content);
+    stat((other + "/out.wav").c_str(), &there);
+    EXPECT_EQ(there.st_mode & 0777, 0640u);
+    EXPECT_FALSE(std::filesystem::exists(source));
+
+    desktop.removable = false;
+    write("_final.wav", "newer");
+    moveFinalFile(source.c_str(), (other + "/out.wav").c_str());
+    EXPECT_EQ(read(other + "/out.wav"), content);
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(other), {}), 1);
+    std::filesystem::remove_all(other);
+}
+
+TEST_F(Hooks, ErrorsNameTheFileAndTheCauseAndLeaveTheResultWhereItIs) {
+    const std::string source = write("_final.wav", "new");
+    const std::string output = write("talk-leveled.wav", "old");
+    write("folder.wav/keep", "kept");
+    const struct {
+        std::string destination;
+        bool removable;
+        const char *cause;
+    } rows[] = {
+        {output, false, "It is nailed down."},
+        {path("folder.wav"), true, "A folder of that name is in the way."},
+        {path("missing/out.wav"), true, "No such file or directory"},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.cause);
+        desktop.errors.clear();
+        desktop.removable = row.removable;
+        moveFinalFile(source.c_str(), row.destination.c_str());
+        ASSERT_TRUE(spinUntil([] { return !desktop.errors.empty(); }));
+        const std::string name = std::filesystem::path(row.destination).filename();
+        EXPECT_NE(desktop.errors[0].find('"' + name + "\" could not be written."), std::string::npos);
+        EXPECT_NE(desktop.errors[0].find(row.cause), std::string::npos) << desktop.errors[0];
+        EXPECT_NE(desktop.errors[0].find(source), std::string::npos);
+    }
+    EXPECT_EQ(read(output), "old");
+    EXPECT_EQ(read(path("folder.wav/keep")), "kept");
+    EXPECT_EQ(read(source), "new");
+}
+
+TEST_F(Hooks, ErrorsDuringAnErrorComeTogetherAfterIt) {
+    const std::string source = write("_final.wav");
+    desktop.whileOpen = [&source] {
+        for (int i = 0; i < 12; ++i) {
+            moveFinalFile(source.c_str(), ("/missing/" + std::to_string(i) + ".wav").c_str());
+        }
+        spin(0.1);
+    };
+    moveFinalFile(source.c_str(), "/missing/first.wav");
+    ASSERT_TRUE(spinUntil([] { return desktop.errors.size() == 2; }));
+    EXPECT_EQ(desktop.errors[1].find("12 more errors occurred."), 0u);
+    EXPECT_NE(desktop.errors[1].find("and 2 more."), std::string::npos);
+}
+
+}  // namespace

@@ -1,0 +1,260 @@
+#include <unistd.h>
+
+#include <atomic>
+#include <filesystem>
+
+#import "app/CircularProgress.h"
+#import "app/CreditsView.h"
+#import "app/DarkAudioDropZoneView.h"
+#import "app/FlatButton.h"
+#import "app/InputView.h"
+#import "app/MainWindowController.h"
+#import "app/ProgressView.h"
+#import "app/QuorvaneController.h"
+#import "tests/app/support.h"
+
+namespace {
+
+NSArray *strings(const std::vector<std::string> &texts) {
+    NSMutableArray *array = [NSMutableArray array];
+    for (const std::string &text : texts) {
+        [array addObject:string(text)];
+    }
+    return array;
+}
+
+class Views : public AppTest {
+  protected:
+    Views() : window([[MainWindowController alloc] initWithWindowNibName:@"MainWindow"]) {
+        [window window];
+        [[NSUserDefaults standardUserDefaults] setFloat:0.05f forKey:@"CompletionPause"];
+        NSUserNotificationCenter *center = [NSUserNotificationCenter defaultUserNotificationCenter];
+        [center removeAllDeliveredNotifications];
+    }
+
+    ~Views() override {
+        [[NSNotificationCenter defaultCenter] removeObserver:window];
+        [window release];
+    }
+
+    std::string shown() { return text(NSStringFromClass([[window currentViewController] class])); }
+
+    DarkAudioDropZoneView *zone() {
+        return [static_cast<InputView *>([window viewControllerForName:@"InputView"]) dropZone];
+    }
+
+    ProgressView *progressView() {
+        return static_cast<ProgressView *>([window viewControllerForName:@"ProgressView"]);
+    }
+
+    FlatButton *aboutButton() { return [window valueForKey:@"aboutButton"]; }
+
+    static NSUInteger delivered() {
+        return [[[NSUserNotificationCenter defaultUserNotificationCenter] deliveredNotifications]
+            count];
+    }
+
+    // The inputs that reached the engine, relative to the test's folder, once the batch is over.
+    std::vector<std::string> leveled() {
+        EXPECT_TRUE(spinUntil([this] { return shown() == "InputView" && delivered() == 1; }));
+        std::vector<std::string> inputs;
+        for (const auto &call : engine.calls) {
+            inputs.push_back(std::filesystem::path(call[2]).lexically_relative(folder));
+        }
+        return inputs;
+    }
+
+    MainWindowController *window;
+};
+
+TEST_F(Views, DropZoneAcceptsAudioFilesAndFoldersThatHoldSome) {
+    write("x.wav");
+    write("Y.AIF");
+    write("notes.txt");
+    write("deep/a/b/z.Aiff");
+    write("texts/a/readme.txt");
+    std::filesystem::create_directories(path("texts/folder.wav"));
+    const struct {
+        std::vector<std::string> dropped;
+        bool valid;
+    } rows[] = {
+        {{"x.wav"}, true},  {{"Y.AIF"}, true},  {{"notes.txt"}, false}, {{"notes.txt", "x.wav"}, true},
+        {{"deep"}, true},   {{"texts"}, false}, {{"absent"}, false},    {{"texts/folder.wav"}, false},
+        {{}, false},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.dropped.empty() ? "nothing" : row.dropped[0]);
+        std::vector<std::string> paths;
+        for (const std::string &name : row.dropped) {
+            paths.push_back(path(name));
+        }
+        TestDrag *drag = [TestDrag dragOf:strings(paths)];
+        const NSDragOperation expected = row.valid ? NSDragOperationCopy : NSDragOperationNone;
+        EXPECT_EQ([zone() draggingEntered:drag], expected);
+        EXPECT_EQ([zone() draggingUpdated:drag], expected);
+        EXPECT_EQ([zone() hasValidDragTarget], row.valid);
+        [zone() draggingExited:drag];
+        EXPECT_FALSE([zone() hasValidDragTarget]);
+        EXPECT_EQ([zone() draggingUpdated:drag], expected);
+        if (!row.valid) {
+            EXPECT_FALSE([zone() performDragOperation:drag]);
+            EXPECT_FALSE([zone() hasValidDragTarget]);
+        }
+    }
+    spin(0.1);
+    EXPECT_EQ(shown(), "InputView");
+    EXPECT_TRUE(engine.calls.empty());
+}
+
+TEST_F(Views, DropCollectsAFileOnceForEachFolderLevelThatIsSearched) {
+    write("x.wav");
+    write("b/c/y.AIFF");
+    write("b/c/d/w.aif");
+    write("b/notes.txt");
+    std::filesystem::create_directory_symlink(folder, path("b/loop"));
+    EXPECT_TRUE([zone() performDragOperation:[TestDrag dragOf:strings({path("x.wav"), path("b")})]]);
+    std::vector<std::string> inputs = leveled();
+    ASSERT_FALSE(inputs.empty());
+    EXPECT_EQ(inputs[0], "x.wav");
+    std::sort(inputs.begin(), inputs.end());
+    // y: the walks of b and c. w: those of b, c and d.
+    EXPECT_EQ(inputs, (std::vector<std::string>{"b/c/d/w.aif", "b/c/d/w.aif", "b/c/d/w.aif",
+                                                "b/c/y.AIFF", "b/c/y.AIFF", "x.wav"}));
+}
+
+TEST_F(Views, BatchNumbersItsFilesAndReturnsToTheDropZone) {
+    std::vector<std::string> infos;
+    NSMutableSet *batches = [NSMutableSet set];
+    engine.run = [&](const auto &, LevelProgress progress, NSMutableDictionary *item) {
+        infos.push_back(text([ProgressView infoStringForItem:item]));
+        [batches addObject:[item objectForKey:QuorvaneBatchUUIDKey]];
+        progress(item, 0.5f);
+        return 0;
+    };
+    [window handleDroppedInputs:@[ @"/in/a.wav", @"/in/b.wav" ]];
+    EXPECT_EQ(shown(), "ProgressView");
+    EXPECT_TRUE(spinUntil([this] {
+        return text([[progressView() infoLabel] stringValue]) == "[2/2] b.wav";
+    }));
+    EXPECT_EQ([[progressView() progress] doubleValue], 0.5);
+    EXPECT_EQ(leveled().size(), 2u);
+    EXPECT_EQ(infos, (std::vector<std::string>{"[1/2] a.wav", "[2/2] b.wav"}));
+    EXPECT_EQ([batches count], 1u);
+    EXPECT_EQ([[progressView() progress] doubleValue], 0.0);
+    EXPECT_EQ(text([[progressView() infoLabel] stringValue]), "");
+    EXPECT_EQ(text([[[progressView() circularProgress] textLayer] string]), "");
+    NSUserNotification *notice = [[[NSUserNotificationCenter defaultUserNotificationCenter]
+        deliveredNotifications] lastObject];
+    EXPECT_EQ(text([notice title]), "The Quorvane has finished");
+    EXPECT_EQ(text([notice informativeText]), "Audio files have been leveled.");
+    EXPECT_TRUE(desktop.errors.empty());
+}
+
+TEST_F(Views, BatchThatArrivesDuringASavePanelComesAfterThisOne) {
+    desktop.whileOpen = [this] { [window handleDroppedInputs:@[ @"/in/late.wav" ]]; };
+    [window handleDroppedInputs:@[ @"/in/a.wav", @"/in/b.wav" ]];
+    ASSERT_TRUE(spinUntil([] { return engine.calls.size() == 3; }));
+    EXPECT_EQ(engine.calls[2][2], "/in/late.wav");
+}
+
+TEST_F(Views, FailuresAreToldInWordsAtTheEndOfTheBatch) {
+    engine.run = [](const TestEngine::Arguments &arguments, auto...) {
+        return arguments[2] == "/good.wav" ? 0 : 1;
+    };
+    [window handleDroppedInputs:@[ @"/gone.wav", @"/good.wav", @"/lost.wav" ]];
+    EXPECT_EQ(leveled().size(), 3u);
+    EXPECT_EQ(desktop.errors, std::vector<std::string>{
+                                  "2 files could not be leveled.|/gone.wav: No such file or "
+                                  "directory\n/lost.wav: No such file or directory"});
+}
+
+TEST_F(Views, CircleShowsTruncatedPercentAndArc) {
+    const struct {
+        float fraction;
+        const char *percent;
+    } rows[] = {{0.004f, "00%"}, {0.5f, "50%"}, {0.999f, "99%"}, {1.0f, "100%"}, {0.0f, ""}, {-1, ""}};
+    CircularProgress *circle =
+        [[[CircularProgress alloc] initWithFrame:NSMakeRect(0, 0, 100, 100)] autorelease];
+    for (const auto &row : rows) {
+        NSNotification *progress = [NSNotification
+            notificationWithName:QuorvaneProgressNotification
+                          object:@{QuorvaneOutputProgressKey : @(row.fraction)}];
+        [circle onProgress:progress];
+        ASSERT_TRUE(spinUntil([&] {
+            return [[circle circleLayer] strokeEnd] == double(row.fraction);
+        })) << row.fraction;
+        EXPECT_EQ(text([[circle textLayer] string]), row.percent);
+    }
+}
+
+TEST_F(Views, CompletionPauseOfZeroOrLessIsTwoAndAHalfSeconds) {
+    for (const float pause : {-1.0f, 0.0f, 0.1f}) {
+        SCOPED_TRACE(pause);
+        [[NSUserDefaults standardUserDefaults] setFloat:pause forKey:@"CompletionPause"];
+        [window activateViewController:progressView()];
+        NSDate *start = [NSDate date];
+        [window onQuorvaneCompleted:nil];
+        ASSERT_TRUE(spinUntil([this] { return shown() == "InputView"; }));
+        EXPECT_NEAR(-[start timeIntervalSinceNow], pause > 0 ? double(pause) : 2.5, 0.3);
+    }
+}
+
+TEST_F(Views, NoticeIsPostedUnlessTheDefaultSaysNo) {
+    [window handleCompletion:nil];
+    EXPECT_EQ(delivered(), 1u);
+    [[NSUserDefaults standardUserDefaults] setBool:NO forKey:@"PostNotifications"];
+    [window handleCompletion:nil];
+    EXPECT_EQ(delivered(), 1u);
+    [[NSUserDefaults standardUserDefaults] setBool:YES forKey:@"PostNotifications"];
+    [window handleCompletion:nil];
+    EXPECT_EQ(delivered(), 2u);
+}
+
+TEST_F(Views, AboutTurnsIntoBackWhileTheCreditsShow) {
+    NSViewController *input = [window currentViewController];
+    EXPECT_EQ(text([aboutButton() title]), "About");
+    [aboutButton() performClick:nil];
+    EXPECT_EQ(shown(), "CreditsView");
+    EXPECT_EQ(text([aboutButton() title]), "Back");
+    EXPECT_EQ(text(NSStringFromSelector([aboutButton() action])), "back:");
+    [aboutButton() performClick:nil];
+    EXPECT_EQ([window currentViewController], input);
+    EXPECT_EQ(text([aboutButton() title]), "About");
+    [window about:nil];
+    [window handleCompletion:nil];  // a batch that ends meanwhile
+    EXPECT_EQ(text([aboutButton() title]), "About");
+    EXPECT_EQ([[[window mainView] subviews] count], 1u);
+}
+
+TEST_F(Views, OpenPanelOffersAudioFilesAndQueuesTheChosenOnes) {
+    InputView *input = static_cast<InputView *>([window viewControllerForName:@"InputView"]);
+    desktop.confirm = false;
+    [[input addButton] performClick:nil];
+    EXPECT_EQ(desktop.title, "Choose Audio Files");
+    for (const char *type : {"wav", "aif", "aiff"}) {
+        EXPECT_EQ(std::count(desktop.types.begin(), desktop.types.end(), type), 1) << type;
+    }
+    EXPECT_EQ(shown(), "InputView");
+    desktop.confirm = true;
+    desktop.chosen = {path("a.wav"), path("b.wav")};
+    [input addFiles:nil];
+    EXPECT_EQ(leveled(), (std::vector<std::string>{"a.wav", "b.wav"}));
+}
+
+TEST_F(Views, ClosingTheWindowOrQuitEndsTheProgram) {
+    [window quit:nil];
+    EXPECT_EQ(desktop.terminations, 1);
+    [[window window] close];
+    EXPECT_EQ(desktop.terminations, 2);
+}
+
+TEST_F(Views, TextsUseTheBundledFaces) {
+    InputView *input = static_cast<InputView *>([window viewControllerForName:@"InputView"]);
+    EXPECT_EQ(text([[[input infoLabel] font] fontName]), "Exo2-Light");
+    EXPECT_EQ([[[input infoLabel] font] pointSize], 20);
+    [progressView() view];
+    EXPECT_EQ(text([[[progressView() infoLabel] font] fontName]), "Exo2-Regular");
+    EXPECT_EQ([[progressView() progress] maxValue], 1.0);
+}
+
+}  // namespace
