@@ -132,10 +132,10 @@ TEST_F(Queue, TakesTheOutputThatTheSavePanelGives) {
 TEST_F(Queue, OptionsPresetTheOutput) {
     addTo("/x/y/done.wav", path("talk.wav"));
     EXPECT_TRUE(desktop.proposed.empty());
-    add(path("talk.wav"), @{QuorvaneOutputFolderKey : @"/x"});
+    add(path("talk.wav"), @{QuorvaneOutputFolderKey : @"/usr"});
     add(path("talk.wav"), @{QuorvaneOutputFilenameKey : @"z.wav"});
     finish();
-    EXPECT_EQ(desktop.proposed, (std::vector<std::string>{"/x/talk-leveled.wav", path("z.wav")}));
+    EXPECT_EQ(desktop.proposed, (std::vector<std::string>{"/usr/talk-leveled.wav", path("z.wav")}));
     EXPECT_EQ(value(0, QuorvaneOutputFolderKey), "/x/y");
     EXPECT_EQ(value(0, QuorvaneOutputFilenameKey), "done.wav");
 }

@@ -238,6 +238,7 @@ AppTest::AppTest()
 }
 
 AppTest::~AppTest() {
+    spin(0.02);  // what the test left on the main queue
     [recorder release];
     [pool release];
     std::filesystem::remove_all(folder);

@@ -155,6 +155,7 @@ TEST_F(Views, BatchThatArrivesDuringASavePanelComesAfterThisOne) {
     [window handleDroppedInputs:@[ @"/in/a.wav", @"/in/b.wav" ]];
     ASSERT_TRUE(spinUntil([] { return engine.calls.size() == 3; }));
     EXPECT_EQ(engine.calls[2][2], "/in/late.wav");
+    EXPECT_TRUE(spinUntil([] { return delivered() == 2; }));
 }
 
 TEST_F(Views, FailuresAreToldInWordsAtTheEndOfTheBatch) {
