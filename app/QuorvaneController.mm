@@ -13,11 +13,11 @@
 #include <exception>
 #include <mutex>
 #include <string>
-#include <system_error>
 #include <vector>
 
+#include "Common/whole_file.h"
+#include "app/EngineWords.h"
 #import "app/ErrorPanel.h"
-#include "app/WholeFile.h"
 
 NSString *const QuorvaneProgressNotification = @"quorvaneProgress";
 NSString *const QuorvaneCompletedNotification = @"quorvaneCompleted";
@@ -115,23 +115,18 @@ int reportProgress(void *context, float fraction) {
     return 0;
 }
 
-// The engine says why it failed on the standard output and error only: look again at what usually
-// goes wrong.
-NSString *reasonForFailure(NSString *input) {
-    const char *path = [input UTF8String];
-    if (access(path, R_OK) != 0) {
-        return [NSString stringWithUTF8String:std::strerror(errno)];
-    }
-    return @"It is damaged, of an unknown format, or has more than two channels.";
+NSString *nonEmpty(const std::string &text) {
+    NSString *string = [NSString stringWithUTF8String:text.c_str()];
+    return [string length] > 0 ? string : @"Unknown error.";
 }
 
 void levelItem(NSMutableDictionary *item) {
-    std::string words[] = {"", "--input-file",
+    std::string line[] = {"", "--input-file",
                            [[item objectForKey:QuorvaneInputPathKey] UTF8String] ?: "",
                            "--output-file",
                            [[item objectForKey:QuorvaneOutputPathKey] UTF8String] ?: ""};
     std::vector<char *> arguments;
-    for (std::string &word : words) {
+    for (std::string &word : line) {
         arguments.push_back(word.data());
     }
     arguments.push_back(nullptr);
@@ -139,15 +134,14 @@ void levelItem(NSMutableDictionary *item) {
     NSString *outcome = QuorvaneCompletedNotification;
     try {
         const TemporaryDirectoryLock lock;
+        EngineWords words;
         const int result = levelMain(5, arguments.data(), arguments[0], reportProgress, item);
         if (result != 0 && result != kCancelled) {
-            [item setObject:reasonForFailure([item objectForKey:QuorvaneInputPathKey])
-                     forKey:QuorvaneFailureReasonKey];
+            [item setObject:nonEmpty(words.last()) forKey:QuorvaneFailureReasonKey];
         }
     } catch (const std::exception &error) {
         outcome = QuorvaneFailedNotification;
-        [item setObject:[NSString stringWithUTF8String:error.what()] ?: @"Unknown error."
-                 forKey:QuorvaneFailureReasonKey];
+        [item setObject:nonEmpty(error.what()) forKey:QuorvaneFailureReasonKey];
     }
     [item setObject:outcome == QuorvaneFailedNotification ? @"failed" : @"completed"
              forKey:QuorvaneProcessStateKey];
@@ -203,31 +197,6 @@ NSString *askForOutputPath(NSString *folder, NSString *filename) {
     return [folder stringByAppendingPathComponent:filename];
 }
 
-// Puts the finished file in the output's place. False: the cause is in error.
-BOOL replaceFile(NSString *destination, NSString *source, NSError **error) {
-    NSFileManager *files = [[[NSFileManager alloc] init] autorelease];
-    BOOL isFolder = NO;
-    if ([files fileExistsAtPath:destination isDirectory:&isFolder]) {
-        if (isFolder) {
-            *error = errorWithText(@"A folder of that name is in the way.", nil);
-            return NO;
-        }
-        if (![files removeItemAtPath:destination error:error]) {
-            return NO;
-        }
-    }
-    return [files moveItemAtPath:source toPath:destination error:error];
-}
-
-void presentMoveFailure(NSString *destination, NSString *cause, NSString *source) {
-    NSString *description =
-        [NSString stringWithFormat:@"\"%@\" could not be written.", [destination lastPathComponent]];
-    NSString *causes =
-        [NSString stringWithFormat:@"%@: %@\nUntil the next file is leveled, the result is at %@.",
-                                   destination, cause, source];
-    presentErrorOnMainQueue(errorWithText(description, causes));
-}
-
 }  // namespace
 
 char *copyTemporaryDirectory(void) {
@@ -236,26 +205,20 @@ char *copyTemporaryDirectory(void) {
     }
 }
 
+// One step removes what is there and puts the new file in its place, so that no moment and no error
+// leaves neither.
 void moveFinalFile(const char *source, const char *destination) {
     @autoreleasepool {
-        NSString *from = [NSString stringWithUTF8String:source];
-        NSString *to = [NSString stringWithUTF8String:destination];
-        std::string staged;
         try {
-            staged = stageBeside(source, destination, stopping);
-        } catch (const std::system_error &error) {
-            if (!stopping) {
-                presentMoveFailure(to, [NSString stringWithUTF8String:error.what()], from);
-            }
-            return;
-        }
-        NSError *error = nil;
-        const bool replaced = replaceFile(to, [NSString stringWithUTF8String:staged.c_str()], &error);
-        if (!replaced) {
-            presentMoveFailure(to, [error localizedDescription], from);
-        }
-        if (staged != source) {
-            unlink(replaced ? source : staged.c_str());
+            move_whole(source, destination);
+        } catch (const std::exception &error) {
+            NSString *output = [NSString stringWithUTF8String:destination];
+            NSString *description = [NSString
+                stringWithFormat:@"\"%@\" could not be written.", [output lastPathComponent]];
+            NSString *causes =
+                [NSString stringWithFormat:@"%s\nUntil the next file is leveled, the result is at %s.",
+                                           error.what(), source];
+            presentErrorOnMainQueue(errorWithText(description, causes));
         }
     }
 }

@@ -63,7 +63,7 @@ TEST_F(Pixels, DropZoneLightensUnderAUsableDrag) {
     for (const bool highlighted : {false, true}) {
         SCOPED_TRACE(highlighted);
         if (highlighted) {
-            [zone draggingEntered:[TestDrag dragOf:@[ string(file) ]]];
+            [zone draggingEntered:dragOf({file})];
         }
         draw(zone);
         const double fill = highlighted ? 0.15 : 0.1;

@@ -2,11 +2,11 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <filesystem>
+#include <iostream>
 #include <stdexcept>
 
 #import "tests/app/support.h"
@@ -153,25 +153,24 @@ TEST_F(Queue, EndOfBatchItemHoldsNothingOfAFile) {
 }
 
 TEST_F(Queue, OnlyAnExceptionFailsAnItemAndTheQueueGoesOn) {
-    engine.run = [](const Arguments &arguments, LevelProgress, NSMutableDictionary *) {
+    engine.run = [](const Arguments &arguments, auto...) {
         if (arguments[2] == "/throws.wav") {
             throw std::runtime_error("out of luck");
         }
+        std::cout << "Reading\n";
+        std::cerr << "It is no audio file.";
         return arguments[2] == "/cancelled.wav" ? 3 : 1;
     };
-    for (const char *input : {"/absent.wav", "/throws.wav", "/cancelled.wav"}) {
+    for (const char *input : {"/noise.wav", "/throws.wav", "/cancelled.wav"}) {
         addTo("/out.wav", input);
     }
-    addTo("/out.wav", write("noise.wav"));
     EXPECT_EQ(finish(), (std::vector<std::string>{"quorvaneCompleted", "quorvaneFailed",
-                                                  "quorvaneCompleted", "quorvaneCompleted",
-                                                  "quorvaneQueueCompleted"}));
+                                                  "quorvaneCompleted", "quorvaneQueueCompleted"}));
     EXPECT_EQ(value(0, QuorvaneProcessStateKey), "completed");
-    EXPECT_EQ(value(0, QuorvaneFailureReasonKey), "No such file or directory");
+    EXPECT_EQ(value(0, QuorvaneFailureReasonKey), "It is no audio file.");
     EXPECT_EQ(value(1, QuorvaneProcessStateKey), "failed");
     EXPECT_EQ(value(1, QuorvaneFailureReasonKey), "out of luck");
     EXPECT_EQ(value(2, QuorvaneFailureReasonKey), "(nil)");
-    EXPECT_NE(value(3, QuorvaneFailureReasonKey).find("format"), std::string::npos);
 }
 
 TEST_F(Queue, WaitsWhileAnotherProcessUsesTheTemporaryDirectory) {
@@ -208,59 +207,30 @@ TEST_F(Hooks, FinalFileReplacesTheOutput) {
     EXPECT_TRUE(desktop.errors.empty());
 }
 
-TEST_F(Hooks, WholeFileCrossesVolumesAndNothingElseStays) {
-    std::string other = "/dev/shm/quorvane-XXXXXX";
-    ASSERT_NE(mkdtemp(other.data()), nullptr);
-    struct stat here {}, there {};
-    stat(folder.c_str(), &here);
-    stat(other.c_str(), &there);
-    if (here.st_dev == there.st_dev) {
-        GTEST_SKIP() << "one volume only";
-    }
-    const std::string content(3 << 20, 'x');
-    const std::string source = write("_final.wav", content);
-    chmod(source.c_str(), 0640);
-    moveFinalFile(source.c_str(), (other + "/out.wav").c_str());
-    EXPECT_EQ(read(other + "/out.wav"), content);
-    stat((other + "/out.wav").c_str(), &there);
-    EXPECT_EQ(there.st_mode & 0777, 0640u);
-    EXPECT_FALSE(std::filesystem::exists(source));
-
-    desktop.removable = false;
-    write("_final.wav", "newer");
-    moveFinalFile(source.c_str(), (other + "/out.wav").c_str());
-    EXPECT_EQ(read(other + "/out.wav"), content);
-    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(other), {}), 1);
-    std::filesystem::remove_all(other);
-}
-
 TEST_F(Hooks, ErrorsNameTheFileAndTheCauseAndLeaveTheResultWhereItIs) {
     const std::string source = write("_final.wav", "new");
-    const std::string output = write("talk-leveled.wav", "old");
     write("folder.wav/keep", "kept");
     const struct {
         std::string destination;
-        bool removable;
         const char *cause;
     } rows[] = {
-        {output, false, "It is nailed down."},
-        {path("folder.wav"), true, "A folder of that name is in the way."},
-        {path("missing/out.wav"), true, "No such file or directory"},
+        {path("folder.wav"), "Is a directory"},  // cannot be removed
+        {"/proc/version", "No such file or directory"},  // nor can this, and nothing put beside it
+        {path("missing/out.wav"), "No such file or directory"},
     };
     for (const auto &row : rows) {
-        SCOPED_TRACE(row.cause);
+        SCOPED_TRACE(row.destination);
         desktop.errors.clear();
-        desktop.removable = row.removable;
         moveFinalFile(source.c_str(), row.destination.c_str());
+        EXPECT_TRUE(desktop.errors.empty());  // the engine's thread does not wait for the user
         ASSERT_TRUE(spinUntil([] { return !desktop.errors.empty(); }));
         const std::string name = std::filesystem::path(row.destination).filename();
-        EXPECT_NE(desktop.errors[0].find('"' + name + "\" could not be written."), std::string::npos);
+        EXPECT_EQ(desktop.errors[0].find('"' + name + "\" could not be written."), 0u);
         EXPECT_NE(desktop.errors[0].find(row.cause), std::string::npos) << desktop.errors[0];
         EXPECT_NE(desktop.errors[0].find(source), std::string::npos);
+        EXPECT_EQ(read(source), "new");
     }
-    EXPECT_EQ(read(output), "old");
     EXPECT_EQ(read(path("folder.wav/keep")), "kept");
-    EXPECT_EQ(read(source), "new");
 }
 
 TEST_F(Hooks, ErrorsDuringAnErrorComeTogetherAfterIt) {

@@ -33,7 +33,6 @@ struct Desktop {
     int terminations = 0;
     bool viewer = true;  // whether the workspace opens documents
     std::vector<std::string> opened;
-    bool removable = true;  // whether files can be removed
 };
 
 extern Desktop desktop;
@@ -48,15 +47,12 @@ extern Desktop desktop;
 - (void)record:(NSNotification *)notification;
 @end
 
-// A drag of the files at the paths.
-@interface TestDrag : NSObject <NSDraggingInfo> {
-    NSPasteboard *_pasteboard;
-}
-+ (instancetype)dragOf:(NSArray *)paths;
-@end
+// A drag of the files at the paths: its pasteboard, all that a drop zone asks for.
+id<NSDraggingInfo> dragOf(const std::vector<std::string> &paths);
 
 std::string text(NSString *string);
 NSString *string(const std::string &text);
+NSArray *strings(const std::vector<std::string> &texts);
 
 // Runs the main run loop until the condition holds; false after five seconds.
 bool spinUntil(const std::function<bool()> &condition);

@@ -36,6 +36,14 @@ NSString *string(const std::string &text) {
     return [NSString stringWithUTF8String:text.c_str()];
 }
 
+NSArray *strings(const std::vector<std::string> &texts) {
+    NSMutableArray *array = [NSMutableArray array];
+    for (const std::string &text : texts) {
+        [array addObject:string(text)];
+    }
+    return array;
+}
+
 void spin(double seconds) {
     NSDate *end = [NSDate dateWithTimeIntervalSinceNow:seconds];
     while ([end timeIntervalSinceNow] > 0) {
@@ -80,15 +88,13 @@ bool spinUntil(const std::function<bool()> &condition) {
 
 @end
 
-@implementation TestDrag
-
-+ (instancetype)dragOf:(NSArray *)paths {
-    TestDrag *drag = [[[TestDrag alloc] init] autorelease];
-    drag->_pasteboard = [[NSPasteboard pasteboardWithUniqueName] retain];
-    [drag->_pasteboard declareTypes:@[ NSFilenamesPboardType ] owner:nil];
-    [drag->_pasteboard setPropertyList:paths forType:NSFilenamesPboardType];
-    return drag;
+@interface TestDrag : NSObject {
+  @public
+    NSPasteboard *_pasteboard;
 }
+@end
+
+@implementation TestDrag
 
 - (void)dealloc {
     [_pasteboard releaseGlobally];
@@ -100,42 +106,15 @@ bool spinUntil(const std::function<bool()> &condition) {
     return _pasteboard;
 }
 
-- (NSWindow *)draggingDestinationWindow {
-    return nil;
-}
-
-- (NSPoint)draggingLocation {
-    return NSZeroPoint;
-}
-
-- (NSInteger)draggingSequenceNumber {
-    return 1;
-}
-
-- (id)draggingSource {
-    return nil;
-}
-
-- (NSDragOperation)draggingSourceOperationMask {
-    return NSDragOperationCopy;
-}
-
-- (NSImage *)draggedImage {
-    return nil;
-}
-
-- (NSPoint)draggedImageLocation {
-    return NSZeroPoint;
-}
-
-- (void)slideDraggedImageTo:(NSPoint)point {
-}
-
-- (NSArray *)namesOfPromisedFilesDroppedAtDestination:(NSURL *)destination {
-    return nil;
-}
-
 @end
+
+id<NSDraggingInfo> dragOf(const std::vector<std::string> &paths) {
+    TestDrag *drag = [[[TestDrag alloc] init] autorelease];
+    drag->_pasteboard = [[NSPasteboard pasteboardWithUniqueName] retain];
+    [drag->_pasteboard declareTypes:@[ NSFilenamesPboardType ] owner:nil];
+    [drag->_pasteboard setPropertyList:strings(paths) forType:NSFilenamesPboardType];
+    return static_cast<id>(drag);
+}
 
 // Replaces a method by a block's worth of C.
 template <class Function>
@@ -190,19 +169,6 @@ static BOOL openURL(id, SEL, NSURL *url) {
     return desktop.viewer;
 }
 
-using Remove = BOOL (*)(id, SEL, NSString *, NSError **);
-static Remove stockRemove;
-
-static BOOL removeItem(id files, SEL selector, NSString *path, NSError **error) {
-    if (desktop.removable) {
-        return stockRemove(files, selector, path, error);
-    }
-    *error = [NSError errorWithDomain:@"test"
-                                 code:1
-                             userInfo:@{NSLocalizedDescriptionKey : @"It is nailed down."}];
-    return NO;
-}
-
 static void replacePanelsAndServices() {
     for (Class panel in @[ [NSSavePanel class], [NSOpenPanel class] ]) {
         replace(panel, @selector(runModal), runPanel);
@@ -212,9 +178,6 @@ static void replacePanelsAndServices() {
     replace([NSApplication class], @selector(presentError:), presentError);
     replace([NSApplication class], @selector(terminate:), terminate);
     replace([NSWorkspace class], @selector(openURL:), openURL);
-    const SEL remove = @selector(removeItemAtPath:error:);
-    stockRemove = reinterpret_cast<Remove>([NSFileManager instanceMethodForSelector:remove]);
-    replace([NSFileManager class], remove, removeItem);
 }
 
 AppTest::AppTest()

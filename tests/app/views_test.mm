@@ -1,7 +1,6 @@
-#include <unistd.h>
-
-#include <atomic>
+#include <algorithm>
 #include <filesystem>
+#include <iostream>
 
 #import "app/CircularProgress.h"
 #import "app/CreditsView.h"
@@ -14,14 +13,6 @@
 #import "tests/app/support.h"
 
 namespace {
-
-NSArray *strings(const std::vector<std::string> &texts) {
-    NSMutableArray *array = [NSMutableArray array];
-    for (const std::string &text : texts) {
-        [array addObject:string(text)];
-    }
-    return array;
-}
 
 class Views : public AppTest {
   protected:
@@ -88,7 +79,7 @@ TEST_F(Views, DropZoneAcceptsAudioFilesAndFoldersThatHoldSome) {
         for (const std::string &name : row.dropped) {
             paths.push_back(path(name));
         }
-        TestDrag *drag = [TestDrag dragOf:strings(paths)];
+        id<NSDraggingInfo> drag = dragOf(paths);
         const NSDragOperation expected = row.valid ? NSDragOperationCopy : NSDragOperationNone;
         EXPECT_EQ([zone() draggingEntered:drag], expected);
         EXPECT_EQ([zone() draggingUpdated:drag], expected);
@@ -112,7 +103,7 @@ TEST_F(Views, DropCollectsAFileOnceForEachFolderLevelThatIsSearched) {
     write("b/c/d/w.aif");
     write("b/notes.txt");
     std::filesystem::create_directory_symlink(folder, path("b/loop"));
-    EXPECT_TRUE([zone() performDragOperation:[TestDrag dragOf:strings({path("x.wav"), path("b")})]]);
+    EXPECT_TRUE([zone() performDragOperation:dragOf({path("x.wav"), path("b")})]);
     std::vector<std::string> inputs = leveled();
     ASSERT_FALSE(inputs.empty());
     EXPECT_EQ(inputs[0], "x.wav");
@@ -160,13 +151,14 @@ TEST_F(Views, BatchThatArrivesDuringASavePanelComesAfterThisOne) {
 
 TEST_F(Views, FailuresAreToldInWordsAtTheEndOfTheBatch) {
     engine.run = [](const TestEngine::Arguments &arguments, auto...) {
+        std::cout << "Could not find it\n";
         return arguments[2] == "/good.wav" ? 0 : 1;
     };
     [window handleDroppedInputs:@[ @"/gone.wav", @"/good.wav", @"/lost.wav" ]];
     EXPECT_EQ(leveled().size(), 3u);
     EXPECT_EQ(desktop.errors, std::vector<std::string>{
-                                  "2 files could not be leveled.|/gone.wav: No such file or "
-                                  "directory\n/lost.wav: No such file or directory"});
+                                  "2 files could not be leveled.|/gone.wav: Could not find "
+                                  "it\n/lost.wav: Could not find it"});
 }
 
 TEST_F(Views, CircleShowsTruncatedPercentAndArc) {
