@@ -116,6 +116,7 @@ static const NSUInteger kMostFailuresListed = 10;
         NSArray *batch = [[[_waitingBatches objectAtIndex:0] retain] autorelease];
         [_waitingBatches removeObjectAtIndex:0];
         [self activateViewController:[self progressViewController]];
+        [[self window] display];  // a save panel follows, which holds the main loop up
         [self queueBatch:batch];
     }
     _isQueueing = NO;
