@@ -28,6 +28,7 @@
     [progress setMaxValue:1.0];
     [infoLabel setFont:quorvaneFont(@"Exo2-Regular", 14)];
     [infoLabel setTextColor:[NSColor whiteColor]];
+    [[infoLabel cell] setLineBreakMode:NSLineBreakByTruncatingMiddle];
     [[NSNotificationCenter defaultCenter] addObserver:self
                                              selector:@selector(onQuorvaneProgress:)
                                                  name:QuorvaneProgressNotification

@@ -108,3 +108,42 @@ static void exchange(Class type, SEL one, SEL other) {
 }
 
 @end
+
+// GNUstep cuts a text that is too long at its end, in mid-letter, whatever its cell says.
+static IMP stockDrawInterior;
+
+static NSString *cutInTheMiddle(NSString *text, NSDictionary *look, CGFloat width) {
+    NSString *cut = text;
+    for (NSUInteger kept = [text length]; kept > 2 && [cut sizeWithAttributes:look].width > width;
+         --kept) {
+        cut = [NSString stringWithFormat:@"%@...%@", [text substringToIndex:(kept + 1) / 2],
+                                         [text substringFromIndex:[text length] - kept / 2]];
+    }
+    return cut;
+}
+
+static void drawInterior(NSTextFieldCell *cell, SEL selector, NSRect frame, NSView *view) {
+    using Draw = void (*)(id, SEL, NSRect, NSView *);
+    const CGFloat margins = 8;
+    if ([cell lineBreakMode] == NSLineBreakByTruncatingMiddle) {
+        NSDictionary *look = @{NSFontAttributeName : [cell font]};
+        NSString *text = [cell stringValue];
+        cell = [[cell copy] autorelease];
+        [cell setStringValue:cutInTheMiddle(text, look, NSWidth(frame) - margins)];
+    }
+    reinterpret_cast<Draw>(stockDrawInterior)(cell, selector, frame, view);
+}
+
+@implementation NSTextFieldCell (Quorvane)
+
++ (void)load {
+    @autoreleasepool {
+        const SEL selector = @selector(drawInteriorWithFrame:inView:);
+        Method stock = class_getInstanceMethod(self, selector);
+        stockDrawInterior = method_getImplementation(stock);
+        class_replaceMethod(self, selector, reinterpret_cast<IMP>(drawInterior),
+                            method_getTypeEncoding(stock));
+    }
+}
+
+@end
