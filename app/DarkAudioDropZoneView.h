@@ -10,10 +10,12 @@
     BOOL _hasValidDragTarget;
     NSArray *_validExtensions;
     MainWindowController *mainViewWindowController;
+    NSTextField *statusLabel;
     BOOL _dragIsChecked;
 }
 
 @property(nonatomic, assign) MainWindowController *mainViewWindowController;
+@property(nonatomic, assign) NSTextField *statusLabel;  // says so while folders are searched
 @property(nonatomic, readonly) BOOL hasValidDragTarget;  // shown as a highlight
 
 // Extensions in lower case; files match in any case.

@@ -22,6 +22,7 @@ static NSArray *droppedURLs(id<NSDraggingInfo> sender) {
 @implementation DarkAudioDropZoneView
 
 @synthesize mainViewWindowController;
+@synthesize statusLabel;
 @synthesize hasValidDragTarget = _hasValidDragTarget;
 
 + (NSArray *)allowedFileTypes {
@@ -52,7 +53,7 @@ static NSArray *droppedURLs(id<NSDraggingInfo> sender) {
 }
 
 - (BOOL)isDirectoryAtPath:(NSString *)path {
-    return [self isDirectory:[NSURL fileURLWithPath:path]];
+    return [self isDirectory:[NSURL fileURLWithPath:path isDirectory:NO]];
 }
 
 - (BOOL)hasAllowedExtension:(NSString *)path {
@@ -126,8 +127,7 @@ static NSArray *droppedURLs(id<NSDraggingInfo> sender) {
     return YES;
 }
 
-- (BOOL)performDragOperation:(id<NSDraggingInfo>)sender {
-    [NSApp activateIgnoringOtherApps:YES];
+- (NSMutableArray *)collectDrop:(id<NSDraggingInfo>)sender {
     NSMutableArray *paths = [NSMutableArray array];
     for (NSURL *url in droppedURLs(sender)) {
         if ([self isDirectory:url]) {
@@ -136,6 +136,16 @@ static NSArray *droppedURLs(id<NSDraggingInfo> sender) {
             [paths addObject:[url path]];
         }
     }
+    return paths;
+}
+
+- (BOOL)performDragOperation:(id<NSDraggingInfo>)sender {
+    [NSApp activateIgnoringOtherApps:YES];
+    NSString *prompt = [[[statusLabel stringValue] copy] autorelease];
+    [statusLabel setStringValue:@"Searching..."];
+    [[self window] display];
+    NSMutableArray *paths = [self collectDrop:sender];
+    [statusLabel setStringValue:prompt ?: @""];
     [self draggingExited:sender];
     if ([paths count] == 0) {
         return NO;

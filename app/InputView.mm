@@ -15,6 +15,7 @@
 - (void)viewDidLoad {
     [super viewDidLoad];
     [dropZone setMainViewWindowController:mainWindowController];
+    [dropZone setStatusLabel:infoLabel];
     [infoLabel setFont:quorvaneFont(@"Exo2-Light", 20)];
     [static_cast<FlatButtonCell *>([addButton cell]) makeActionButton];
 }

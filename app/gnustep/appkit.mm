@@ -2,6 +2,7 @@
 
 #import <AppKit/AppKit.h>
 #import <objc/runtime.h>
+#include <sys/stat.h>
 
 // Looking a method up may initialise its class, which may ask for the user's defaults.
 static void exchange(Class type, SEL one, SEL other) {
@@ -78,10 +79,10 @@ static void exchange(Class type, SEL one, SEL other) {
     if (![key isEqualToString:NSURLIsDirectoryKey]) {
         return [self quorvaneResourceValue:value forKey:key error:error];
     }
-    NSDictionary *attributes = [[NSFileManager defaultManager] fileAttributesAtPath:[self path]
-                                                                       traverseLink:NO];
-    *value = @([[attributes fileType] isEqualToString:NSFileTypeDirectory]);
-    return attributes != nil;
+    struct stat status {};
+    const BOOL exists = lstat([[self path] fileSystemRepresentation], &status) == 0;
+    *value = [NSNumber numberWithBool:exists && S_ISDIR(status.st_mode)];
+    return exists;
 }
 
 @end

@@ -14,6 +14,10 @@ static NSArray *files;
 
 @implementation DragSource
 
+- (BOOL)acceptsFirstMouse:(NSEvent *)event {
+    return YES;
+}
+
 - (void)mouseDown:(NSEvent *)event {
     NSPasteboard *pasteboard = [NSPasteboard pasteboardWithName:NSDragPboard];
     [pasteboard declareTypes:@[ NSFilenamesPboardType ] owner:nil];
