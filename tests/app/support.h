@@ -67,6 +67,8 @@ class AppTest : public testing::Test {
     ~AppTest() override;
 
     std::string path(const std::string &name) const { return folder + "/" + name; }
+
+    // Makes the file, and the folders above it, and gives its path.
     std::string write(const std::string &name, const std::string &content = "audio") const;
     static std::string read(const std::string &path);
 

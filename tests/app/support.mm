@@ -1,12 +1,11 @@
 #import "tests/app/support.h"
 
 #import <objc/runtime.h>
-#include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <mutex>
+#include <utility>
 
 #import "app/QuorvaneController.h"
 #include "app/gnustep/startup.h"
