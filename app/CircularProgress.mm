@@ -120,7 +120,8 @@ static const CGFloat kTextShare = 0.2;  // of the view's size
 
 // On the engine's thread.
 - (void)onProgress:(NSNotification *)notification {
-    const float progress = [[[notification object] objectForKey:QuorvaneOutputProgressKey] floatValue];
+    const float progress =
+        [[[notification object] objectForKey:QuorvaneOutputProgressKey] floatValue];
     dispatch_async(dispatch_get_main_queue(), ^{
         [self showProgress:progress];
     });
@@ -128,9 +129,10 @@ static const CGFloat kTextShare = 0.2;  // of the view's size
 
 - (void)showProgress:(float)progress {
     [_circleLayer setStrokeEnd:CGFloat(progress)];
-    [_textLayer setString:progress > 0
-                              ? [NSString stringWithFormat:@"%02d%%", static_cast<int>(progress * 100)]
-                              : @""];
+    [_textLayer
+        setString:progress > 0
+                      ? [NSString stringWithFormat:@"%02d%%", static_cast<int>(progress * 100)]
+                      : @""];
     [self setNeedsDisplay:YES];
 }
 

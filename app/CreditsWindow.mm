@@ -15,7 +15,8 @@ static const NSInteger kFirstHeadingTag = 100;
         if ([child isKindOfClass:[NSTextField class]]) {
             auto *field = static_cast<NSTextField *>(child);
             const BOOL heading = [field tag] >= kFirstHeadingTag;
-            [field setFont:heading ? quorvaneFont(@"Exo2-Bold", 13) : quorvaneFont(@"Exo2-Regular", 12)];
+            [field setFont:heading ? quorvaneFont(@"Exo2-Bold", 13)
+                                   : quorvaneFont(@"Exo2-Regular", 12)];
             [field setTextColor:grayColor(heading ? 0.8 : 0.7)];
         }
         [self styleTextFieldsIn:child];

@@ -15,7 +15,7 @@
 }
 
 @property(nonatomic, assign) MainWindowController *mainViewWindowController;
-@property(nonatomic, assign) NSTextField *statusLabel;  // says so while folders are searched
+@property(nonatomic, assign) NSTextField *statusLabel;   // says so while folders are searched
 @property(nonatomic, readonly) BOOL hasValidDragTarget;  // shown as a highlight
 
 // Extensions in lower case; files match in any case.

@@ -49,7 +49,8 @@ static NSArray *droppedURLs(id<NSDraggingInfo> sender) {
 
 - (BOOL)isDirectory:(NSURL *)url {
     NSNumber *answer = nil;
-    return [url getResourceValue:&answer forKey:NSURLIsDirectoryKey error:NULL] && [answer boolValue];
+    return
+        [url getResourceValue:&answer forKey:NSURLIsDirectoryKey error:NULL] && [answer boolValue];
 }
 
 - (BOOL)isDirectoryAtPath:(NSString *)path {

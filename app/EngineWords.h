@@ -16,9 +16,7 @@ class EngineWords {
     class Listener : public std::streambuf {
       public:
         Listener(std::ostream& stream, EngineWords& words)
-            : stream_(stream)
-            , words_(words)
-            , original_(stream.rdbuf(this)) {}
+            : stream_(stream), words_(words), original_(stream.rdbuf(this)) {}
 
         ~Listener() override { stream_.rdbuf(original_); }
 
@@ -27,6 +25,7 @@ class EngineWords {
 
       protected:
         int overflow(int character) override;
+
         int sync() override { return original_->pubsync(); }
 
       private:

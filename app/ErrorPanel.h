@@ -6,9 +6,9 @@
 // An error to show: what happened, and under it the causes.
 NSError *errorWithText(NSString *description, NSString *causes);
 
-// Shows the error on the main thread with NSApplication's presentError:, from any thread and without
-// waiting. Errors that arrive while one is on the screen are shown together after it, so that a
-// batch that fails file by file does not stack up panels.
+// Shows the error on the main thread with NSApplication's presentError:, from any thread and
+// without waiting. Errors that arrive while one is on the screen are shown together after it, so
+// that a batch that fails file by file does not stack up panels.
 void presentErrorOnMainQueue(NSError *error);
 
 #endif

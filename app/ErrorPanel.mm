@@ -25,8 +25,9 @@ static NSError *combined(NSArray *errors) {
     NSMutableArray *lines = [NSMutableArray array];
     for (NSError *error in errors) {
         if ([lines count] == kMostErrorsListed) {
-            [lines addObject:[NSString stringWithFormat:@"and %u more.",
-                                                        unsigned([errors count] - kMostErrorsListed)]];
+            [lines
+                addObject:[NSString stringWithFormat:@"and %u more.",
+                                                     unsigned([errors count] - kMostErrorsListed)]];
             break;
         }
         [lines addObject:[NSString stringWithFormat:@"%@ %@", [error localizedDescription],

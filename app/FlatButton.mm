@@ -81,8 +81,7 @@ static const CGFloat kTitlePoints = 12.0;
 
 - (void)drawWithFrame:(NSRect)frame inView:(NSView *)view {
     [[self currentColor] set];
-    [[NSBezierPath bezierPathWithRoundedRect:frame
-                                     xRadius:kCornerRadius
+    [[NSBezierPath bezierPathWithRoundedRect:frame xRadius:kCornerRadius
                                      yRadius:kCornerRadius] fill];
 
     NSMutableParagraphStyle *centered = [[[NSMutableParagraphStyle alloc] init] autorelease];
@@ -94,7 +93,8 @@ static const CGFloat kTitlePoints = 12.0;
         NSParagraphStyleAttributeName : centered,
     };
     const CGFloat height = [[self title] sizeWithAttributes:look].height;
-    const NSRect line = NSMakeRect(NSMinX(frame), NSMidY(frame) - height / 2, NSWidth(frame), height);
+    const NSRect line =
+        NSMakeRect(NSMinX(frame), NSMidY(frame) - height / 2, NSWidth(frame), height);
     [[self title] drawInRect:line withAttributes:look];
 }
 

@@ -52,7 +52,8 @@ static const NSUInteger kMostFailuresListed = 10;
 - (NSViewController *)viewControllerForName:(NSString *)name {
     NSViewController *controller = [viewControllers objectForKey:name];
     if (!controller) {
-        controller = [[[NSClassFromString(name) alloc] initWithNibName:name bundle:nil] autorelease];
+        controller = [[[NSClassFromString(name) alloc] initWithNibName:name
+                                                                bundle:nil] autorelease];
         [controller setValue:self forKey:@"mainWindowController"];
         [viewControllers setObject:controller forKey:name];
     }
@@ -155,7 +156,8 @@ static const NSUInteger kMostFailuresListed = 10;
 // On the engine's thread.
 - (void)onQuorvaneCompleted:(NSNotification *)notification {
     dispatch_async(dispatch_get_main_queue(), ^{
-        const double wanted = [[NSUserDefaults standardUserDefaults] doubleForKey:@"CompletionPause"];
+        const double wanted =
+            [[NSUserDefaults standardUserDefaults] doubleForKey:@"CompletionPause"];
         [NSTimer scheduledTimerWithTimeInterval:wanted > 0 ? wanted : kCompletionPauseSeconds
                                          target:self
                                        selector:@selector(handleCompletion:)
@@ -170,10 +172,9 @@ static const NSUInteger kMostFailuresListed = 10;
     if (count == 0) {
         return;
     }
-    NSString *description = count == 1
-                                ? @"One file could not be leveled."
-                                : [NSString stringWithFormat:@"%u files could not be leveled.",
-                                                             unsigned(count)];
+    NSString *description =
+        count == 1 ? @"One file could not be leveled."
+                   : [NSString stringWithFormat:@"%u files could not be leveled.", unsigned(count)];
     NSMutableArray *lines = [NSMutableArray array];
     for (NSString *failure in _failures) {
         if ([lines count] == kMostFailuresListed) {
@@ -192,7 +193,8 @@ static const NSUInteger kMostFailuresListed = 10;
     [[self progressViewController] reset];
 
     NSUserDefaults *defaults = [NSUserDefaults standardUserDefaults];
-    if ([defaults objectForKey:@"PostNotifications"] && ![defaults boolForKey:@"PostNotifications"]) {
+    if ([defaults objectForKey:@"PostNotifications"] &&
+        ![defaults boolForKey:@"PostNotifications"]) {
         return;
     }
     NSUserNotification *notice = [[[NSUserNotification alloc] init] autorelease];

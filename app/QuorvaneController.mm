@@ -54,13 +54,13 @@ struct {
 } engine;
 
 class EngineRun {
-  public:
+   public:
     EngineRun() { set(true); }
     ~EngineRun() { set(false); }
     EngineRun(const EngineRun &) = delete;
     EngineRun &operator=(const EngineRun &) = delete;
 
-  private:
+   private:
     static void set(bool busy) {
         const std::lock_guard<std::mutex> lock(engine.mutex);
         engine.busy = busy;
@@ -79,7 +79,7 @@ std::string temporaryDirectory() {
 // The engine's intermediate files have fixed names: of two copies of the application, one waits
 // here until the other's engine call is over. The system drops the lock of a process that dies.
 class TemporaryDirectoryLock {
-  public:
+   public:
     TemporaryDirectoryLock()
         : file_(open((temporaryDirectory() + "Quorvane.lock").c_str(), O_CREAT | O_RDWR | O_CLOEXEC,
                      0600)) {
@@ -98,7 +98,7 @@ class TemporaryDirectoryLock {
     TemporaryDirectoryLock(const TemporaryDirectoryLock &) = delete;
     TemporaryDirectoryLock &operator=(const TemporaryDirectoryLock &) = delete;
 
-  private:
+   private:
     int file_;
 };
 
@@ -121,10 +121,9 @@ NSString *nonEmpty(const std::string &text) {
 }
 
 void levelItem(NSMutableDictionary *item) {
-    std::string line[] = {"", "--input-file",
-                           [[item objectForKey:QuorvaneInputPathKey] UTF8String] ?: "",
-                           "--output-file",
-                           [[item objectForKey:QuorvaneOutputPathKey] UTF8String] ?: ""};
+    std::string line[] = {
+        "", "--input-file", [[item objectForKey:QuorvaneInputPathKey] UTF8String] ?: "",
+        "--output-file", [[item objectForKey:QuorvaneOutputPathKey] UTF8String] ?: ""};
     std::vector<char *> arguments;
     for (std::string &word : line) {
         arguments.push_back(word.data());
@@ -215,9 +214,9 @@ void moveFinalFile(const char *source, const char *destination) {
             NSString *output = [NSString stringWithUTF8String:destination];
             NSString *description = [NSString
                 stringWithFormat:@"\"%@\" could not be written.", [output lastPathComponent]];
-            NSString *causes =
-                [NSString stringWithFormat:@"%s\nUntil the next file is leveled, the result is at %s.",
-                                           error.what(), source];
+            NSString *causes = [NSString
+                stringWithFormat:@"%s\nUntil the next file is leveled, the result is at %s.",
+                                 error.what(), source];
             presentErrorOnMainQueue(errorWithText(description, causes));
         }
     }

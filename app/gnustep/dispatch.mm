@@ -93,8 +93,8 @@ dispatch_queue_t dispatch_get_main_queue(void) {
 void dispatch_async(dispatch_queue_t queue, dispatch_block_t block) {
     if (queue == dispatch_get_main_queue()) {
         QuorvaneMainBlock *hop = [[QuorvaneMainBlock alloc] initWithBlock:block];
-        NSArray *modes = @[ NSDefaultRunLoopMode, NSModalPanelRunLoopMode,
-                            NSEventTrackingRunLoopMode ];
+        NSArray *modes =
+            @[ NSDefaultRunLoopMode, NSModalPanelRunLoopMode, NSEventTrackingRunLoopMode ];
         [hop performSelectorOnMainThread:@selector(fire)
                               withObject:nil
                            waitUntilDone:NO

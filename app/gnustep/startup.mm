@@ -9,6 +9,7 @@ void prepareGNUstep() {
         @"GSSuppressAppIcon" : @"YES",
         @"GSX11HandlesWindowDecorations" : @"NO",
     }];
-    NSString *fonts = [[[NSBundle mainBundle] resourcePath] stringByAppendingPathComponent:@"Fonts"];
+    NSString *fonts =
+        [[[NSBundle mainBundle] resourcePath] stringByAppendingPathComponent:@"Fonts"];
     FcConfigAppFontAddDir(nullptr, reinterpret_cast<const FcChar8 *>([fonts UTF8String]));
 }

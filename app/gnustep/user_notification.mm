@@ -104,9 +104,9 @@ static id<NSUserNotificationCenterDelegate> centerDelegate;
     [_deliveredNotifications addObject:notification];
     id delegate = centerDelegate;
     SEL asks = @selector(userNotificationCenter:shouldPresentNotification:);
-    if ([NSApp isActive] && !([delegate respondsToSelector:asks] &&
-                              [delegate userNotificationCenter:self
-                                     shouldPresentNotification:notification])) {
+    if ([NSApp isActive] &&
+        !([delegate respondsToSelector:asks] && [delegate userNotificationCenter:self
+                                                       shouldPresentNotification:notification])) {
         return;
     }
     const std::string title = [[notification title] UTF8String] ?: "";

@@ -7,7 +7,7 @@
 namespace {
 
 class Delegate : public AppTest {
-  protected:
+   protected:
     Delegate() : delegate([[AppDelegate alloc] init]) {
         [[NSUserDefaults standardUserDefaults] setFloat:60 forKey:@"CompletionPause"];
     }

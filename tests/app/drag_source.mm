@@ -43,11 +43,10 @@ int main() {
         prepareGNUstep();
         files = [@[ [NSString stringWithUTF8String:std::getenv("DRAGGED_FILE")] ] retain];
         [NSApplication sharedApplication];
-        NSWindow *window =
-            [[NSWindow alloc] initWithContentRect:NSMakeRect(900, 400, 200, 100)
-                                        styleMask:NSTitledWindowMask
-                                          backing:NSBackingStoreBuffered
-                                            defer:NO];
+        NSWindow *window = [[NSWindow alloc] initWithContentRect:NSMakeRect(900, 400, 200, 100)
+                                                       styleMask:NSTitledWindowMask
+                                                         backing:NSBackingStoreBuffered
+                                                           defer:NO];
         [window setTitle:@"Drag Source"];
         [window setContentView:[[[DragSource alloc] init] autorelease]];
         [window makeKeyAndOrderFront:nil];

@@ -25,14 +25,13 @@ bool near(const Color &a, const Color &b) {
 }
 
 class Pixels : public AppTest {
-  protected:
+   protected:
     // Draws the view by itself in a window that is not shown.
     void draw(NSView *view) {
-        NSWindow *window =
-            [[[NSWindow alloc] initWithContentRect:[view frame]
-                                         styleMask:NSBorderlessWindowMask
-                                           backing:NSBackingStoreBuffered
-                                             defer:NO] autorelease];
+        NSWindow *window = [[[NSWindow alloc] initWithContentRect:[view frame]
+                                                        styleMask:NSBorderlessWindowMask
+                                                          backing:NSBackingStoreBuffered
+                                                            defer:NO] autorelease];
         [window setReleasedWhenClosed:NO];
         NSView *ground = [[[DarkView alloc] initWithFrame:[view frame]] autorelease];
         [window setContentView:ground];
@@ -47,8 +46,8 @@ class Pixels : public AppTest {
     // Points from the view's lower left corner.
     Color at(double x, double y) {
         const NSInteger row = [bitmap pixelsHigh] - 1 - NSInteger(y);
-        NSColor *color = [[bitmap colorAtX:NSInteger(x) y:row]
-            colorUsingColorSpaceName:NSDeviceRGBColorSpace];
+        NSColor *color = [[bitmap colorAtX:NSInteger(x)
+                                         y:row] colorUsingColorSpaceName:NSDeviceRGBColorSpace];
         return {[color redComponent], [color greenComponent], [color blueComponent]};
     }
 
@@ -68,7 +67,8 @@ TEST_F(Pixels, DropZoneLightensUnderAUsableDrag) {
         draw(zone);
         const double fill = highlighted ? 0.15 : 0.1;
         EXPECT_PRED2(near, at(100, 50), (Color{fill, fill, fill}));
-        // Along the upper edge: the line lies on two rows, each half covered; dashes of 5, gaps of 3.
+        // Along the upper edge: the line lies on two rows, each half covered; dashes of 5, gaps
+        // of 3.
         const double alpha = highlighted ? 0.4 : 0.75;
         const double stroke = fill + (1 - fill) * alpha / 2;
         int dashed = 0;
@@ -88,8 +88,8 @@ TEST_F(Pixels, ArcRunsClockwiseFromTheTop) {
         double fraction;
         Color atOneO_Clock, right, bottom, left, atElevenO_Clock;
     } rows[] = {
-        {0, track, track, track, track, track},   {0.3, arc, arc, track, track, track},
-        {0.6, arc, arc, arc, track, track},       {0.999, arc, arc, arc, arc, arc},
+        {0, track, track, track, track, track}, {0.3, arc, arc, track, track, track},
+        {0.6, arc, arc, arc, track, track},     {0.999, arc, arc, arc, arc, arc},
         {1, arc, arc, arc, arc, arc},
     };
     for (const auto &row : rows) {
@@ -112,13 +112,14 @@ TEST_F(Pixels, ButtonColoursFollowTheState) {
         bool action, enabled, pressed;
         Color color;
     } rows[] = {
-        {true, true, false, {0.4, 0.4, 0.4}},      {true, true, true, {0.56, 0.83, 0.96}},
-        {true, false, false, {0.46, 0.73, 0.96}},  {false, true, false, {0.91, 0.91, 0.91}},
-        {false, true, true, {0.46, 0.73, 0.96}},   {false, false, false, {0.46, 0.73, 0.96}},
+        {true, true, false, {0.4, 0.4, 0.4}},     {true, true, true, {0.56, 0.83, 0.96}},
+        {true, false, false, {0.46, 0.73, 0.96}}, {false, true, false, {0.91, 0.91, 0.91}},
+        {false, true, true, {0.46, 0.73, 0.96}},  {false, false, false, {0.46, 0.73, 0.96}},
     };
     for (const auto &row : rows) {
         SCOPED_TRACE(testing::Message() << row.action << row.enabled << row.pressed);
-        FlatButton *button = [[[FlatButton alloc] initWithFrame:NSMakeRect(0, 0, 80, 24)] autorelease];
+        FlatButton *button =
+            [[[FlatButton alloc] initWithFrame:NSMakeRect(0, 0, 80, 24)] autorelease];
         FlatButtonCell *cell = [button cell];
         EXPECT_FALSE([cell isActionButton]);
         if (row.action) {

@@ -16,7 +16,7 @@ namespace {
 using Arguments = TestEngine::Arguments;
 
 class Queue : public AppTest {
-  protected:
+   protected:
     Queue() : controller([[[QuorvaneController alloc] init] autorelease]) {}
 
     NSString *add(const std::string &input, NSDictionary *options) {
@@ -86,8 +86,8 @@ TEST_F(Queue, CallsTheEngineOncePerFileInOrderAwayFromTheMainThread) {
     EXPECT_EQ(value(0, QuorvaneOutputProgressKey), "0.25");
     EXPECT_EQ(value(1, QuorvaneProcessStateKey), "completed");
     EXPECT_EQ(value(1, QuorvaneInputFilenameKey), "0-\u00e9.wav");
-    EXPECT_TRUE([uuids containsObject:[[recorder->items objectAtIndex:0]
-                                          objectForKey:QuorvaneOutputUUIDKey]]);
+    EXPECT_TRUE([uuids
+        containsObject:[[recorder->items objectAtIndex:0] objectForKey:QuorvaneOutputUUIDKey]]);
 }
 
 TEST_F(Queue, ProposesANameFromTheSuffixAndTakesItEvenWhenTheSavePanelIsCancelled) {
@@ -121,7 +121,9 @@ TEST_F(Queue, ProposesANameFromTheSuffixAndTakesItEvenWhenTheSavePanelIsCancelle
 
 TEST_F(Queue, TakesTheOutputThatTheSavePanelGives) {
     desktop.chosen = {"/elsewhere/other.wav"};
-    add(path("talk.wav"), @{QuorvaneBatchIndexKey : @(2)});
+    add(
+        path("talk.wav"),
+        @{QuorvaneBatchIndexKey : @(2)});
     finish();
     EXPECT_EQ(engine.calls.at(0)[4], "/elsewhere/other.wav");
     EXPECT_EQ(value(0, QuorvaneOutputFolderKey), "/elsewhere");
@@ -145,8 +147,8 @@ TEST_F(Queue, EndOfBatchItemHoldsNothingOfAFile) {
     [center deliverNotification:[[[NSUserNotification alloc] init] autorelease]];
     finish();
     EXPECT_EQ([[center deliveredNotifications] count], 0u);
-    NSArray *keys = [[[recorder->items lastObject] allKeys]
-        sortedArrayUsingSelector:@selector(compare:)];
+    NSArray *keys =
+        [[[recorder->items lastObject] allKeys] sortedArrayUsingSelector:@selector(compare:)];
     EXPECT_EQ(text([keys componentsJoinedByString:@" "]), "output_uuid process_state");
     EXPECT_EQ(value(0, QuorvaneProcessStateKey), "completed");
     EXPECT_TRUE(engine.calls.empty());
@@ -175,7 +177,8 @@ TEST_F(Queue, OnlyAnExceptionFailsAnItemAndTheQueueGoesOn) {
 
 TEST_F(Queue, WaitsWhileAnotherProcessUsesTheTemporaryDirectory) {
     char *directory = copyTemporaryDirectory();
-    const int other = open((std::string(directory) + "Quorvane.lock").c_str(), O_CREAT | O_RDWR, 0600);
+    const int other =
+        open((std::string(directory) + "Quorvane.lock").c_str(), O_CREAT | O_RDWR, 0600);
     free(directory);
     ASSERT_EQ(flock(other, LOCK_EX), 0);
     addTo("/out.wav", "/in.wav");
@@ -214,7 +217,7 @@ TEST_F(Hooks, ErrorsNameTheFileAndTheCauseAndLeaveTheResultWhereItIs) {
         std::string destination;
         const char *cause;
     } rows[] = {
-        {path("folder.wav"), "Is a directory"},  // cannot be removed
+        {path("folder.wav"), "Is a directory"},          // cannot be removed
         {"/proc/version", "No such file or directory"},  // nor can this, and nothing put beside it
         {path("missing/out.wav"), "No such file or directory"},
     };

@@ -39,7 +39,7 @@ extern Desktop desktop;
 
 // Keeps the notifications of the queue.
 @interface Recorder : NSObject {
-  @public
+   @public
     NSMutableArray *names;
     NSMutableArray *items;  // copies, as they were when posted
     int onMainThread;
@@ -62,7 +62,7 @@ void spin(double seconds);
 
 // Everything as at the start of the program, in a folder of its own that it removes.
 class AppTest : public testing::Test {
-  protected:
+   protected:
     AppTest();
     ~AppTest() override;
 

@@ -21,11 +21,9 @@ int levelMain(int argc, char **argv, const char *reserved, LevelProgress progres
     return engine.run ? engine.run(arguments, progress, item) : 0;
 }
 
-void levelRequestCancel(void) {
-}
+void levelRequestCancel(void) {}
 
-void levelClearCancel(void) {
-}
+void levelClearCancel(void) {}
 
 std::string text(NSString *string) {
     return string ? [string UTF8String] : "(nil)";
@@ -88,7 +86,7 @@ bool spinUntil(const std::function<bool()> &condition) {
 @end
 
 @interface TestDrag : NSObject {
-  @public
+   @public
     NSPasteboard *_pasteboard;
 }
 @end
@@ -179,8 +177,7 @@ static void replacePanelsAndServices() {
     replace([NSWorkspace class], @selector(openURL:), openURL);
 }
 
-AppTest::AppTest()
-    : pool([[NSAutoreleasePool alloc] init]), recorder([[Recorder alloc] init]) {
+AppTest::AppTest() : pool([[NSAutoreleasePool alloc] init]), recorder([[Recorder alloc] init]) {
     folder = std::filesystem::temp_directory_path() / "quorvane-app-XXXXXX";
     EXPECT_NE(mkdtemp(folder.data()), nullptr);
     engine = {};

@@ -15,7 +15,7 @@
 namespace {
 
 class Views : public AppTest {
-  protected:
+   protected:
     Views() : window([[MainWindowController alloc] initWithWindowNibName:@"MainWindow"]) {
         [window window];
         [[NSUserDefaults standardUserDefaults] setFloat:0.05f forKey:@"CompletionPause"];
@@ -69,8 +69,14 @@ TEST_F(Views, DropZoneAcceptsAudioFilesAndFoldersThatHoldSome) {
         std::vector<std::string> dropped;
         bool valid;
     } rows[] = {
-        {{"x.wav"}, true},  {{"Y.AIF"}, true},  {{"notes.txt"}, false}, {{"notes.txt", "x.wav"}, true},
-        {{"deep"}, true},   {{"texts"}, false}, {{"absent"}, false},    {{"texts/folder.wav"}, false},
+        {{"x.wav"}, true},
+        {{"Y.AIF"}, true},
+        {{"notes.txt"}, false},
+        {{"notes.txt", "x.wav"}, true},
+        {{"deep"}, true},
+        {{"texts"}, false},
+        {{"absent"}, false},
+        {{"texts/folder.wav"}, false},
         {{}, false},
     };
     for (const auto &row : rows) {
@@ -124,9 +130,8 @@ TEST_F(Views, BatchNumbersItsFilesAndReturnsToTheDropZone) {
     };
     [window handleDroppedInputs:@[ @"/in/a.wav", @"/in/b.wav" ]];
     EXPECT_EQ(shown(), "ProgressView");
-    EXPECT_TRUE(spinUntil([this] {
-        return text([[progressView() infoLabel] stringValue]) == "[2/2] b.wav";
-    }));
+    EXPECT_TRUE(spinUntil(
+        [this] { return text([[progressView() infoLabel] stringValue]) == "[2/2] b.wav"; }));
     EXPECT_EQ([[progressView() progress] doubleValue], 0.5);
     EXPECT_EQ(leveled().size(), 2u);
     EXPECT_EQ(infos, (std::vector<std::string>{"[1/2] a.wav", "[2/2] b.wav"}));
@@ -156,22 +161,25 @@ TEST_F(Views, FailuresAreToldInWordsAtTheEndOfTheBatch) {
     };
     [window handleDroppedInputs:@[ @"/gone.wav", @"/good.wav", @"/lost.wav" ]];
     EXPECT_EQ(leveled().size(), 3u);
-    EXPECT_EQ(desktop.errors, std::vector<std::string>{
-                                  "2 files could not be leveled.|/gone.wav: Could not find "
-                                  "it\n/lost.wav: Could not find it"});
+    EXPECT_EQ(desktop.errors,
+              std::vector<std::string>{"2 files could not be leveled.|/gone.wav: Could not find "
+                                       "it\n/lost.wav: Could not find it"});
 }
 
 TEST_F(Views, CircleShowsTruncatedPercentAndArc) {
     const struct {
         float fraction;
         const char *percent;
-    } rows[] = {{0.004f, "00%"}, {0.5f, "50%"}, {0.999f, "99%"}, {1.0f, "100%"}, {0.0f, ""}, {-1, ""}};
+    } rows[] = {{0.004f, "00%"}, {0.5f, "50%"}, {0.999f, "99%"},
+                {1.0f, "100%"},  {0.0f, ""},    {-1, ""}};
     CircularProgress *circle =
         [[[CircularProgress alloc] initWithFrame:NSMakeRect(0, 0, 100, 100)] autorelease];
     for (const auto &row : rows) {
-        NSNotification *progress = [NSNotification
-            notificationWithName:QuorvaneProgressNotification
-                          object:@{QuorvaneOutputProgressKey : @(row.fraction)}];
+        NSNotification *progress =
+            [NSNotification notificationWithName:QuorvaneProgressNotification
+                                          object:@{
+                                              QuorvaneOutputProgressKey : @(row.fraction)
+                                          }];
         [circle onProgress:progress];
         ASSERT_TRUE(spinUntil([&] {
             return [[circle circleLayer] strokeEnd] == double(row.fraction);
