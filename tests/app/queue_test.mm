@@ -27,25 +27,19 @@ class Queue : public AppTest {
         return add(input, @{QuorvaneOutputPathKey : string(output)});
     }
 
-    // Queues the end of the batch, waits for it, and gives the names posted, progress left out.
+    // Queues the end of the batch and waits for it; gives how each item ended.
     std::vector<std::string> finish() {
+        const std::size_t ends = posted(QuorvaneQueueCompletedNotification).size() + 1;
         [controller queueItemAtPath:nil options:nil];
-        EXPECT_TRUE(spinUntil([this] {
-            @synchronized(recorder) {
-                return bool([recorder->names containsObject:QuorvaneQueueCompletedNotification]);
-            }
-        }));
+        EXPECT_TRUE(
+            spinUntil([&] { return posted(QuorvaneQueueCompletedNotification).size() == ends; }));
         std::vector<std::string> names;
-        for (NSString *name in recorder->names) {
-            if (![name isEqualToString:QuorvaneProgressNotification]) {
-                names.push_back(text(name));
+        for (const Posted &notification : posted()) {
+            if (notification.name != text(QuorvaneProgressNotification)) {
+                names.push_back(notification.name);
             }
         }
         return names;
-    }
-
-    std::string value(NSUInteger index, NSString *key) {
-        return text([[[recorder->items objectAtIndex:index] objectForKey:key] description]);
     }
 
     QuorvaneController *controller;
@@ -75,19 +69,20 @@ TEST_F(Queue, CallsTheEngineOncePerFileInOrderAwayFromTheMainThread) {
     const std::vector<std::string> names = finish();
     EXPECT_EQ(names.size(), 201u);
     EXPECT_EQ(names.back(), "quorvaneQueueCompleted");
-    EXPECT_EQ(recorder->onMainThread, 0);
     ASSERT_EQ(engine.calls.size(), 200u);
     for (int i = 0; i < 200; ++i) {
         const std::string name = std::to_string(i) + "-\u00e9.wav";
         EXPECT_EQ(engine.calls[i],
                   (Arguments{"", "--input-file", "/in/" + name, "--output-file", "/out/" + name}));
     }
-    EXPECT_EQ(text([recorder->names objectAtIndex:0]), "quorvaneProgress");
-    EXPECT_EQ(value(0, QuorvaneOutputProgressKey), "0.25");
-    EXPECT_EQ(value(1, QuorvaneProcessStateKey), "completed");
-    EXPECT_EQ(value(1, QuorvaneInputFilenameKey), "0-\u00e9.wav");
-    EXPECT_TRUE([uuids
-        containsObject:[[recorder->items objectAtIndex:0] objectForKey:QuorvaneOutputUUIDKey]]);
+    const Posted progress = posted()[0];
+    EXPECT_EQ(progress.name, "quorvaneProgress");
+    EXPECT_EQ(progress.value(QuorvaneOutputProgressKey), "0.25");
+    EXPECT_EQ(progress.value(QuorvaneInputFilenameKey), "0-\u00e9.wav");
+    EXPECT_TRUE([uuids containsObject:[progress.item objectForKey:QuorvaneOutputUUIDKey]]);
+    for (const Posted &notification : posted()) {
+        EXPECT_FALSE(notification.onMainThread);
+    }
 }
 
 TEST_F(Queue, ProposesANameFromTheSuffixAndTakesItEvenWhenTheSavePanelIsCancelled) {
@@ -110,7 +105,6 @@ TEST_F(Queue, ProposesANameFromTheSuffixAndTakesItEvenWhenTheSavePanelIsCancelle
             }
             desktop.confirm = confirm;
             engine.calls.clear();
-            [recorder->names removeAllObjects];
             add(path(row.input), nil);
             finish();
             EXPECT_EQ(desktop.proposed.back(), path(row.proposed));
@@ -119,27 +113,26 @@ TEST_F(Queue, ProposesANameFromTheSuffixAndTakesItEvenWhenTheSavePanelIsCancelle
     }
 }
 
-TEST_F(Queue, TakesTheOutputThatTheSavePanelGives) {
+TEST_F(Queue, OutputComesFromTheSavePanelUnlessTheOptionsPresetIt) {
     desktop.chosen = {"/elsewhere/other.wav"};
     add(
         path("talk.wav"),
         @{QuorvaneBatchIndexKey : @(2)});
-    finish();
-    EXPECT_EQ(engine.calls.at(0)[4], "/elsewhere/other.wav");
-    EXPECT_EQ(value(0, QuorvaneOutputFolderKey), "/elsewhere");
-    EXPECT_EQ(value(0, QuorvaneOutputFilenameKey), "other.wav");
-    EXPECT_EQ(value(0, QuorvaneBatchIndexKey), "2");
-}
-
-TEST_F(Queue, OptionsPresetTheOutput) {
-    addTo("/x/y/done.wav", path("talk.wav"));
-    EXPECT_TRUE(desktop.proposed.empty());
+    desktop.chosen.clear();
     add(path("talk.wav"), @{QuorvaneOutputFolderKey : @"/usr"});
     add(path("talk.wav"), @{QuorvaneOutputFilenameKey : @"z.wav"});
+    EXPECT_EQ(desktop.proposed, (std::vector<std::string>{path("talk-leveled.wav"),
+                                                          "/usr/talk-leveled.wav", path("z.wav")}));
+    addTo("/x/y/done.wav", path("talk.wav"));
+    EXPECT_EQ(desktop.proposed.size(), 3u);
     finish();
-    EXPECT_EQ(desktop.proposed, (std::vector<std::string>{"/usr/talk-leveled.wav", path("z.wav")}));
-    EXPECT_EQ(value(0, QuorvaneOutputFolderKey), "/x/y");
-    EXPECT_EQ(value(0, QuorvaneOutputFilenameKey), "done.wav");
+    const std::vector<Posted> items = posted(QuorvaneCompletedNotification);
+    EXPECT_EQ(items[0].value(QuorvaneOutputPathKey), "/elsewhere/other.wav");
+    EXPECT_EQ(items[0].value(QuorvaneOutputFolderKey), "/elsewhere");
+    EXPECT_EQ(items[0].value(QuorvaneOutputFilenameKey), "other.wav");
+    EXPECT_EQ(items[0].value(QuorvaneBatchIndexKey), "2");
+    EXPECT_EQ(items[3].value(QuorvaneOutputFolderKey), "/x/y");
+    EXPECT_EQ(items[3].value(QuorvaneOutputFilenameKey), "done.wav");
 }
 
 TEST_F(Queue, EndOfBatchItemHoldsNothingOfAFile) {
@@ -147,10 +140,10 @@ TEST_F(Queue, EndOfBatchItemHoldsNothingOfAFile) {
     [center deliverNotification:[[[NSUserNotification alloc] init] autorelease]];
     finish();
     EXPECT_EQ([[center deliveredNotifications] count], 0u);
-    NSArray *keys =
-        [[[recorder->items lastObject] allKeys] sortedArrayUsingSelector:@selector(compare:)];
-    EXPECT_EQ(text([keys componentsJoinedByString:@" "]), "output_uuid process_state");
-    EXPECT_EQ(value(0, QuorvaneProcessStateKey), "completed");
+    NSDictionary *item = posted()[0].item;
+    EXPECT_EQ([item count], 2u);
+    EXPECT_NE([item objectForKey:QuorvaneOutputUUIDKey], nil);
+    EXPECT_EQ(posted()[0].value(QuorvaneProcessStateKey), "completed");
     EXPECT_TRUE(engine.calls.empty());
 }
 
@@ -168,11 +161,14 @@ TEST_F(Queue, OnlyAnExceptionFailsAnItemAndTheQueueGoesOn) {
     }
     EXPECT_EQ(finish(), (std::vector<std::string>{"quorvaneCompleted", "quorvaneFailed",
                                                   "quorvaneCompleted", "quorvaneQueueCompleted"}));
-    EXPECT_EQ(value(0, QuorvaneProcessStateKey), "completed");
-    EXPECT_EQ(value(0, QuorvaneFailureReasonKey), "It is no audio file.");
-    EXPECT_EQ(value(1, QuorvaneProcessStateKey), "failed");
-    EXPECT_EQ(value(1, QuorvaneFailureReasonKey), "out of luck");
-    EXPECT_EQ(value(2, QuorvaneFailureReasonKey), "(nil)");
+    const struct {
+        const char *state, *reason;
+    } rows[] = {
+        {"completed", "It is no audio file."}, {"failed", "out of luck"}, {"completed", "(nil)"}};
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(posted()[i].value(QuorvaneProcessStateKey), rows[i].state);
+        EXPECT_EQ(posted()[i].value(QuorvaneFailureReasonKey), rows[i].reason);
+    }
 }
 
 TEST_F(Queue, WaitsWhileAnotherProcessUsesTheTemporaryDirectory) {
@@ -192,12 +188,9 @@ TEST_F(Queue, WaitsWhileAnotherProcessUsesTheTemporaryDirectory) {
 using Hooks = AppTest;
 
 TEST_F(Hooks, TemporaryDirectoryIsTheSystemsWithASlashAtItsEnd) {
-    char *directory = copyTemporaryDirectory();
-    const std::string copied = directory;
-    free(directory);
-    EXPECT_EQ(copied.front(), '/');
-    EXPECT_EQ(copied.back(), '/');
-    EXPECT_TRUE(std::filesystem::equivalent(copied, text(NSTemporaryDirectory())));
+    char *copied = copyTemporaryDirectory();
+    EXPECT_EQ(std::string(copied), text(NSTemporaryDirectory()) + "/");
+    free(copied);
 }
 
 TEST_F(Hooks, FinalFileReplacesTheOutput) {

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -32,20 +33,19 @@ struct Desktop {
     std::vector<std::string> errors;  // "description|suggestion"
     int terminations = 0;
     bool viewer = true;  // whether the workspace opens documents
-    std::vector<std::string> opened;
+    std::string opened;
 };
 
 extern Desktop desktop;
 
-// Keeps the notifications of the queue.
-@interface Recorder : NSObject {
-   @public
-    NSMutableArray *names;
-    NSMutableArray *items;  // copies, as they were when posted
-    int onMainThread;
-}
-- (void)record:(NSNotification *)notification;
-@end
+// A notification of the queue.
+struct Posted {
+    std::string name;
+    bool onMainThread;
+    NSDictionary *item;  // a copy, as it was when posted
+
+    std::string value(NSString *key) const;
+};
 
 // A drag of the files at the paths: its pasteboard, all that a drop zone asks for.
 id<NSDraggingInfo> dragOf(const std::vector<std::string> &paths);
@@ -72,9 +72,16 @@ class AppTest : public testing::Test {
     std::string write(const std::string &name, const std::string &content = "audio") const;
     static std::string read(const std::string &path);
 
-    NSAutoreleasePool *pool;
-    Recorder *recorder;
+    // All notifications so far, or those of one name.
+    std::vector<Posted> posted(NSString *name = nil) const;
+
     std::string folder;
+
+   private:
+    NSAutoreleasePool *pool_;
+    id observer_;
+    std::vector<Posted> posted_;
+    mutable std::mutex mutex_;
 };
 
 #endif

@@ -58,33 +58,6 @@ bool spinUntil(const std::function<bool()> &condition) {
     return condition();
 }
 
-@implementation Recorder
-
-- (instancetype)init {
-    if ((self = [super init])) {
-        names = [[NSMutableArray alloc] init];
-        items = [[NSMutableArray alloc] init];
-    }
-    return self;
-}
-
-- (void)dealloc {
-    [[NSNotificationCenter defaultCenter] removeObserver:self];
-    [names release];
-    [items release];
-    [super dealloc];
-}
-
-- (void)record:(NSNotification *)notification {
-    @synchronized(self) {
-        [names addObject:[notification name]];
-        [items addObject:[[[notification object] copy] autorelease]];
-        onMainThread += [NSThread isMainThread] ? 1 : 0;
-    }
-}
-
-@end
-
 @interface TestDrag : NSObject {
    @public
     NSPasteboard *_pasteboard;
@@ -162,7 +135,7 @@ static void terminate(id, SEL, id) {
 }
 
 static BOOL openURL(id, SEL, NSURL *url) {
-    desktop.opened.push_back(text([[url path] lastPathComponent]));
+    desktop.opened = text([[url path] lastPathComponent]);
     return desktop.viewer;
 }
 
@@ -177,30 +150,52 @@ static void replacePanelsAndServices() {
     replace([NSWorkspace class], @selector(openURL:), openURL);
 }
 
-AppTest::AppTest() : pool([[NSAutoreleasePool alloc] init]), recorder([[Recorder alloc] init]) {
-    folder = std::filesystem::temp_directory_path() / "quorvane-app-XXXXXX";
+std::string Posted::value(NSString *key) const {
+    return text([[item objectForKey:key] description]);
+}
+
+AppTest::AppTest()
+    : folder(std::filesystem::temp_directory_path() / "quorvane-app-XXXXXX"),
+      pool_([[NSAutoreleasePool alloc] init]) {
     EXPECT_NE(mkdtemp(folder.data()), nullptr);
     engine = {};
     desktop = {};
     for (NSString *key in @[ @"suffix", @"CompletionPause", @"PostNotifications" ]) {
         [[NSUserDefaults standardUserDefaults] removeObjectForKey:key];
     }
-    for (NSString *name in @[
-             QuorvaneProgressNotification, QuorvaneCompletedNotification,
-             QuorvaneFailedNotification, QuorvaneQueueCompletedNotification
-         ]) {
-        [[NSNotificationCenter defaultCenter] addObserver:recorder
-                                                 selector:@selector(record:)
-                                                     name:name
-                                                   object:nil];
-    }
+    void (^keep)(NSNotification *) = ^(NSNotification *notification) {
+        if ([[notification name] hasPrefix:@"quorvane"]) {
+            const std::lock_guard<std::mutex> lock(mutex_);
+            posted_.push_back({text([notification name]), bool([NSThread isMainThread]),
+                               [[notification object] copy]});
+        }
+    };
+    observer_ = [[[NSNotificationCenter defaultCenter] addObserverForName:nil
+                                                                   object:nil
+                                                                    queue:nil
+                                                               usingBlock:keep] retain];
 }
 
 AppTest::~AppTest() {
     spin(0.02);  // what the test left on the main queue
-    [recorder release];
-    [pool release];
+    [[NSNotificationCenter defaultCenter] removeObserver:observer_];
+    [observer_ release];
+    for (const Posted &notification : posted_) {
+        [notification.item release];
+    }
+    [pool_ release];
     std::filesystem::remove_all(folder);
+}
+
+std::vector<Posted> AppTest::posted(NSString *name) const {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    std::vector<Posted> chosen;
+    for (const Posted &notification : posted_) {
+        if (!name || notification.name == text(name)) {
+            chosen.push_back(notification);
+        }
+    }
+    return chosen;
 }
 
 std::string AppTest::write(const std::string &name, const std::string &content) const {
