@@ -3,11 +3,13 @@
 #import <AppKit/AppKit.h>
 #include <fontconfig/fontconfig.h>
 
+#include "app/gnustep/window_manager.h"
+
 void prepareGNUstep() {
     [[NSUserDefaults standardUserDefaults] registerDefaults:@{
         @"NSMenuInterfaceStyle" : @"NSWindows95InterfaceStyle",
         @"GSSuppressAppIcon" : @"YES",
-        @"GSX11HandlesWindowDecorations" : @"NO",
+        @"GSX11HandlesWindowDecorations" : windowManagerRuns() ? @"YES" : @"NO",
     }];
     NSString *fonts =
         [[[NSBundle mainBundle] resourcePath] stringByAppendingPathComponent:@"Fonts"];
