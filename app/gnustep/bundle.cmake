@@ -5,7 +5,7 @@ configure_file(${resources}/Info-gnustep.plist ${bundle}/Resources/Info-gnustep.
 
 set(copied "")
 list(TRANSFORM interfaces APPEND .xib OUTPUT_VARIABLE files)
-list(APPEND files Acknowledgements.rtf)
+list(APPEND files Acknowledgements.rtf Quorvane.png)
 list(TRANSFORM fonts PREPEND Fonts/ OUTPUT_VARIABLE font_files)
 list(APPEND files ${font_files})
 foreach(file IN LISTS files)
