@@ -3,7 +3,7 @@
 #import <AppKit/AppKit.h>
 #include <dispatch/dispatch.h>
 
-static const NSUInteger kMostErrorsListed = 10;
+static const NSUInteger kMostLinesListed = 10;
 
 // Main thread only.
 static NSMutableArray *waiting;
@@ -18,24 +18,29 @@ NSError *errorWithText(NSString *description, NSString *causes) {
                            }];
 }
 
+NSString *shortList(NSArray *lines) {
+    const NSUInteger count = [lines count];
+    if (count > kMostLinesListed) {
+        NSString *more =
+            [NSString stringWithFormat:@"and %u more.", unsigned(count - kMostLinesListed)];
+        lines =
+            [[lines subarrayWithRange:NSMakeRange(0, kMostLinesListed)] arrayByAddingObject:more];
+    }
+    return [lines componentsJoinedByString:@"\n"];
+}
+
 static NSError *combined(NSArray *errors) {
     if ([errors count] == 1) {
         return [errors objectAtIndex:0];
     }
     NSMutableArray *lines = [NSMutableArray array];
     for (NSError *error in errors) {
-        if ([lines count] == kMostErrorsListed) {
-            [lines
-                addObject:[NSString stringWithFormat:@"and %u more.",
-                                                     unsigned([errors count] - kMostErrorsListed)]];
-            break;
-        }
         [lines addObject:[NSString stringWithFormat:@"%@ %@", [error localizedDescription],
                                                     [error localizedRecoverySuggestion] ?: @""]];
     }
     return errorWithText(
         [NSString stringWithFormat:@"%u more errors occurred.", unsigned([errors count])],
-        [lines componentsJoinedByString:@"\n"]);
+        shortList(lines));
 }
 
 static void present(NSError *error) {

@@ -9,7 +9,6 @@
 #import "app/QuorvaneController.h"
 
 static const NSTimeInterval kCompletionPauseSeconds = 2.5;
-static const NSUInteger kMostFailuresListed = 10;
 
 @implementation MainWindowController
 
@@ -175,17 +174,9 @@ static const NSUInteger kMostFailuresListed = 10;
     NSString *description =
         count == 1 ? @"One file could not be leveled."
                    : [NSString stringWithFormat:@"%u files could not be leveled.", unsigned(count)];
-    NSMutableArray *lines = [NSMutableArray array];
-    for (NSString *failure in _failures) {
-        if ([lines count] == kMostFailuresListed) {
-            [lines addObject:[NSString stringWithFormat:@"and %u more.",
-                                                        unsigned(count - kMostFailuresListed)]];
-            break;
-        }
-        [lines addObject:failure];
-    }
+    NSError *error = errorWithText(description, shortList(_failures));
     [_failures removeAllObjects];
-    presentErrorOnMainQueue(errorWithText(description, [lines componentsJoinedByString:@"\n"]));
+    presentErrorOnMainQueue(error);
 }
 
 - (void)handleCompletion:(NSTimer *)timer {

@@ -41,8 +41,9 @@ namespace {
 
 constexpr int kCancelled = 3;  // levelMain's result
 
-// How long the end of the application waits for the engine to notice that it is cancelled.
-constexpr auto kLongestStop = std::chrono::seconds(5);
+// How long the end of the application waits for the engine to notice that it is cancelled, or for a
+// finished file to be copied to another volume.
+constexpr auto kLongestStop = std::chrono::seconds(30);
 
 std::atomic<bool> stopping{false};
 
