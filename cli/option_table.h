@@ -1,0 +1,31 @@
+#pragma once
+
+#include <vector>
+
+namespace cli {
+
+enum class OptionGroup { Output, Work, Facts, Display, Tuning, Other };
+
+// What a shell may offer after the option.
+enum class Completion { None, File, Directory, When, BitDepth, CostFunction };
+
+// One option of the program. The parser, the help, the manual page and the shells' completions are
+// all made from this table.
+struct OptionRow {
+    OptionGroup group;
+    const char* name;
+    char letter;           // 0: none
+    const char* argument;  // null: takes no value
+    Completion completion;
+    const char* help;
+};
+
+const std::vector<OptionRow>& option_table();
+
+const char* title(OptionGroup group);
+const std::vector<OptionGroup>& option_groups();
+
+// The words that a shell offers for a value, empty when there is no fixed list.
+std::vector<const char*> choices(Completion completion);
+
+}  // namespace cli
