@@ -1,0 +1,84 @@
+#pragma once
+
+#include <cstdint>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace cli {
+
+// A curve over time in equal steps: value i belongs to the time i * step_s. Minus infinity is a gap
+// (silence).
+struct Curve {
+    double step_s = 0;
+    std::vector<double> values;
+};
+
+// What was measured over one file. Levels of silence are minus infinity.
+struct Loudness {
+    double integrated_lufs = 0;
+    double range_lu = 0;
+    double true_peak_dbtp = 0;
+    double sample_peak_dbfs = 0;
+    double rms_dbfs = 0;     // over all samples of all channels
+    double pauses_dbfs = 0;  // RMS of the quietest half second
+    Curve short_term_lufs;
+};
+
+// One stretch of steady loudness, as the segmentation found it.
+struct Passage {
+    double from_s = 0;
+    double to_s = 0;
+    double level_db = 0;  // minus infinity: nothing in it was above the noise threshold
+    double gain_db = 0;
+};
+
+// The gain that leveling applied, before the normalisation to the target level.
+struct Leveling {
+    double mean_gain_db = 0;
+    double least_gain_db = 0;
+    double greatest_gain_db = 0;
+    Curve gain_db;
+    std::vector<Passage> passages;
+};
+
+enum class Outcome {
+    Leveled,
+    Copied,       // the engine handed the input back unchanged; cause says why
+    Analyzed,     // measured only
+    Skipped,      // on purpose; cause says why
+    Failed,       // cause says why
+    Interrupted,  // stopped or never begun
+};
+
+const char* to_text(Outcome outcome);
+
+// Everything known about one file once it is finished.
+struct FileFacts {
+    std::string input;
+    std::string output;  // empty when nothing is written
+    Outcome outcome = Outcome::Interrupted;
+    std::string cause;
+    std::string format;  // as libsndfile names it, "WAV (Microsoft), Signed 16 bit PCM"
+    int sample_rate_hz = 0;
+    int channels = 0;
+    std::int64_t frames = 0;
+    double elapsed_s = 0;
+    std::optional<Loudness> before;
+    std::optional<Loudness> after;
+    std::optional<Leveling> leveling;
+    std::vector<std::string> notes;  // what the user should know of a file that did not fail
+
+    double duration_s() const { return sample_rate_hz ? double(frames) / sample_rate_hz : 0; }
+};
+
+nlohmann::ordered_json to_json(const FileFacts& facts);
+
+// The reverse, for facts that a worker sent. Throws nlohmann::json::exception on a malformed text.
+FileFacts facts_from_json(const nlohmann::ordered_json& json);
+
+// Text that is safe in JSON: bytes that are no UTF-8 become replacement characters.
+std::string dump(const nlohmann::ordered_json& json);
+
+}  // namespace cli
