@@ -1,0 +1,98 @@
+#include "cli/recode.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <filesystem>
+#include <sndfile.hh>
+#include <stdexcept>
+#include <vector>
+
+namespace cli {
+namespace {
+
+constexpr sf_count_t kBlockFrames = 65536;
+constexpr double kRiffLimit = 4.2e9;  // bytes; 32-bit sizes end at 2^32, the header needs some
+
+SndfileHandle open_input(const std::string& path) {
+    SndfileHandle file(path);
+    if (!file) throw std::runtime_error(file.strError());
+    return file;
+}
+
+// Every frame of one file into another, as floats.
+void copy_samples(SndfileHandle& from, SndfileHandle& to) {
+    std::vector<float> buffer(size_t(kBlockFrames) * size_t(from.channels()));
+    for (;;) {
+        const sf_count_t got = from.readf(buffer.data(), kBlockFrames);
+        if (got <= 0) break;
+        if (to.writef(buffer.data(), got) != got) throw std::runtime_error(to.strError());
+    }
+    if (from.error()) throw std::runtime_error(from.strError());
+}
+
+// libsndfile takes a compression level from 0 (largest file) to 1 and maps it to the encoder's own
+// scale; these are the inverses.
+double mp3_compression(double bits_per_second, int rate) {
+    const double most = rate >= 32000 ? 320000 : 160000;
+    const double least = rate >= 32000 ? 32000 : 8000;
+    return (most - bits_per_second) / (most - least);
+}
+
+double opus_compression(double bits_per_second, int channels) {
+    return 1 - (bits_per_second / channels - 6000) / 250000;
+}
+
+// Vorbis quality q is about 16 kbit/s for each tenth above 64 kbit/s for two channels at 44.1 kHz.
+double vorbis_compression(double bits_per_second, int channels, int rate) {
+    const double as_stereo = bits_per_second * 2 / channels * 44100 / std::min(rate, 44100);
+    return 1 - std::max((as_stereo - 64000) / 160000, 0.4);
+}
+
+void set_bit_rate(SndfileHandle& file, double bits_per_second) {
+    double compression = 0;
+    switch (file.format() & SF_FORMAT_SUBMASK) {
+        case SF_FORMAT_VORBIS:
+            compression = vorbis_compression(bits_per_second, file.channels(), file.samplerate());
+            break;
+        case SF_FORMAT_OPUS:
+            compression = opus_compression(bits_per_second, file.channels());
+            break;
+        case SF_FORMAT_MPEG_LAYER_III: {
+            int mode = SF_BITRATE_MODE_CONSTANT;
+            file.command(SFC_SET_BITRATE_MODE, &mode, sizeof mode);
+            compression = mp3_compression(bits_per_second, file.samplerate());
+            break;
+        }
+        default:
+            return;
+    }
+    compression = std::clamp(compression, 0.0, 1.0);
+    file.command(SFC_SET_COMPRESSION_LEVEL, &compression, sizeof compression);
+}
+
+}  // namespace
+
+void decode_to_float(const std::string& from, const std::string& to) {
+    SndfileHandle in = open_input(from);
+    const double bytes = double(in.frames()) * in.channels() * sizeof(float);
+    const int container = bytes > kRiffLimit ? SF_FORMAT_RF64 : SF_FORMAT_WAV;
+    SndfileHandle out(to, SFM_WRITE, container | SF_FORMAT_FLOAT, in.channels(), in.samplerate());
+    if (!out) throw std::runtime_error(out.strError());
+    copy_samples(in, out);
+}
+
+void encode_like(const std::string& from, const std::string& like, const std::string& to) {
+    SndfileHandle in = open_input(from);
+    SndfileHandle model = open_input(like);
+    SndfileHandle out(to, SFM_WRITE, model.format(), in.channels(), in.samplerate());
+    if (!out) throw std::runtime_error(out.strError());
+    out.command(SFC_SET_CLIPPING, nullptr, SF_TRUE);
+    const double seconds = double(model.frames()) / model.samplerate();
+    if (seconds > 0) set_bit_rate(out, double(std::filesystem::file_size(like)) * 8 / seconds);
+    copy_samples(in, out);
+}
+
+}  // namespace cli
