@@ -300,7 +300,7 @@ int run(const Settings& settings) {
     const FoundFiles found = find_files(settings.paths, settings.suffix,
                                         settings.suffix.empty() ? settings.output_dir : "");
     const std::vector<PlannedFile> plan = plan_outputs(settings, found.files);
-    check_facts_paths(settings, plan);
+    check_facts_paths(settings, plan, plan.size() + found.problems.size() > 1);
     const std::vector<FileFacts> missing = failures_of(found.problems);
     for (const FileFacts& facts : missing) {
         screen.error(finished_line(facts, screen));

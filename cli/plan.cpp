@@ -7,6 +7,7 @@
 #include <set>
 
 #include "cli/audio_formats.h"
+#include "cli/html.h"
 
 namespace cli {
 namespace fs = std::filesystem;
@@ -108,7 +109,9 @@ std::vector<PlannedFile> plan_outputs(const Settings& settings,
     return plan;
 }
 
-void check_facts_paths(const Settings& settings, const std::vector<PlannedFile>& files) {
+void check_facts_paths(const Settings& settings,
+                       const std::vector<PlannedFile>& files,
+                       bool several) {
     const auto check = [&](const char* option, const std::string& path, const char* start) {
         if (path.empty()) return;
         for (const PlannedFile& file : files)
@@ -122,10 +125,15 @@ void check_facts_paths(const Settings& settings, const std::vector<PlannedFile>&
                 "--{} {} exists and does not look like such a file (--force replaces it)", option,
                 path));
     };
-    check("report", settings.report, "<!DOCTYPE html>");
+    std::error_code ignored;
+    if (several && fs::is_regular_file(settings.report, ignored))
+        throw UsageError(fmt::format("--report {} is a file; for several inputs it names a folder",
+                                     settings.report));
+    check("report", settings.report, kReportStart);
+    if (fs::is_directory(settings.report, ignored))
+        check("report", settings.report + "/index.html", kReportStart);
     if (settings.json_on_standard_output()) return;
     check("json", settings.json, "{");
-    std::error_code ignored;
     if (!settings.json.empty() && fs::is_directory(settings.json, ignored))
         throw UsageError(fmt::format("--json {} is a folder", settings.json));
     if (!settings.json.empty() && !settings.report.empty() &&

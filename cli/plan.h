@@ -22,7 +22,10 @@ std::vector<PlannedFile> plan_outputs(const Settings& settings,
                                       const std::vector<FoundFile>& files);
 
 // Refuses a report or JSON file that would take the place of an input, of an output, or of a file
-// that this program did not write. Throws UsageError.
-void check_facts_paths(const Settings& settings, const std::vector<PlannedFile>& files);
+// that this program did not write, or a report that is no folder though there are several inputs.
+// Throws UsageError.
+void check_facts_paths(const Settings& settings,
+                       const std::vector<PlannedFile>& files,
+                       bool several);
 
 }  // namespace cli

@@ -1,6 +1,7 @@
 #include "cli/recode.h"
 
 #include <fmt/format.h>
+#include <taglib/fileref.h>
 
 #include <algorithm>
 #include <cmath>
@@ -51,6 +52,14 @@ double vorbis_compression(double bits_per_second, int channels, int rate) {
     return 1 - std::max((as_stereo - 64000) / 160000, 0.4);
 }
 
+// Of the audio alone as far as the headers tell, in bits per second.
+double bit_rate_of(const std::string& path, double seconds) {
+    const TagLib::FileRef file(path.c_str());
+    if (!file.isNull() && file.audioProperties() && file.audioProperties()->bitrate() > 0)
+        return file.audioProperties()->bitrate() * 1000.0;
+    return double(std::filesystem::file_size(path)) * 8 / std::max(seconds, 1.0);
+}
+
 void set_bit_rate(SndfileHandle& file, double bits_per_second) {
     double compression = 0;
     switch (file.format() & SF_FORMAT_SUBMASK) {
@@ -90,8 +99,7 @@ void encode_like(const std::string& from, const std::string& like, const std::st
     SndfileHandle out(to, SFM_WRITE, model.format(), in.channels(), in.samplerate());
     if (!out) throw std::runtime_error(out.strError());
     out.command(SFC_SET_CLIPPING, nullptr, SF_TRUE);
-    const double seconds = double(model.frames()) / model.samplerate();
-    if (seconds > 0) set_bit_rate(out, double(std::filesystem::file_size(like)) * 8 / seconds);
+    set_bit_rate(out, bit_rate_of(like, double(model.frames()) / model.samplerate()));
     copy_samples(in, out);
 }
 

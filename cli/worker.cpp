@@ -46,6 +46,8 @@ constexpr double kMeasuredBefore = 0.10;
 constexpr double kEngineDone = 0.88;
 constexpr double kMeasuredAfter = 0.97;
 
+constexpr std::uintmax_t kFullDiskBytes = 1 << 20;
+
 int g_stop_pipe[2] = {-1, -1};
 
 void write_line(const std::string& line) {
@@ -230,6 +232,10 @@ class Worker {
         const int result = levelMain(static_cast<int>(words.size()), argv.data(), "",
                                      &Worker::on_engine_progress, this);
         // The engine has said why; the parent reads it. A move that failed is only seen here.
+        if (result != 0 && fs::space(job_.scratch).available < kFullDiskBytes)
+            throw FileError(
+                fmt::format("the disk with the temporary files, {}, is full",
+                            fs::path(job_.scratch).parent_path().parent_path().string()));
         if (result != 0) throw FileError("");
         if (!fs::exists(output)) throw FileError("");
         if (same_bytes(input, output)) {
@@ -328,6 +334,7 @@ class Worker {
 int worker_main() {
 #ifdef __linux__
     prctl(PR_SET_PDEATHSIG, SIGTERM);
+    prctl(PR_SET_NAME, "quorvane");  // else its name is that of the link it was started by
 #endif
     if (pipe(g_stop_pipe) != 0) return 1;
 
