@@ -119,7 +119,7 @@ class Batch {
         Job job;
         job.input = fs::absolute(plan_[index].input).string();
         if (!plan_[index].output.empty()) job.output = fs::absolute(plan_[index].output).string();
-        job.scratch = fmt::format("{}/{}", scratch_.path(), index);
+        job.scratch = fmt::format("{}{}", scratch_.path(), index);
         job.tuning = settings_.tuning;
         job.measure = settings_.measure;
         job.replace = settings_.force;

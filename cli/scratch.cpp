@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdlib>
 #include <filesystem>
 #include <system_error>
 
@@ -15,7 +14,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr const char* kPrefix = "quorvane-run-";
+constexpr const char* kPrefix = "quorvane-";
 constexpr const char* kLock = "lock";
 
 bool is_mine(const fs::path& path) {
@@ -36,21 +35,13 @@ void remove_tree(const std::string& path) {
     fs::remove_all(path, ignored);
 }
 
-ScratchDirectory::ScratchDirectory() {
-    std::string name = (fs::temp_directory_path() / (std::string(kPrefix) + "XXXXXX")).string();
-    if (!mkdtemp(&name[0])) throw std::system_error(errno, std::generic_category(), name);
-    path_ = name;
-    lock_ = open((path_ + "/" + kLock).c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-    if (lock_ < 0) {
-        const int error = errno;
-        remove_tree(path_);
-        throw std::system_error(error, std::generic_category(), path_);
-    }
+ScratchDirectory::ScratchDirectory()
+    : lock_(open((path() + kLock).c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600)) {
+    if (lock_ < 0) throw std::system_error(errno, std::generic_category(), path());
     try_lock(lock_);
 }
 
 ScratchDirectory::~ScratchDirectory() {
-    remove_tree(path_);
     close(lock_);
 }
 
@@ -62,7 +53,7 @@ void remove_stale_scratch_directories() {
          entry.increment(error)) {
         const fs::path path = entry->path();
         if (path.filename().string().rfind(kPrefix, 0) != 0 || !is_mine(path)) continue;
-        // Without a lock file the directory is just being made by another run.
+        // Without a lock file the directory is not one of ours, or is just being made.
         const int lock = open((path / kLock).c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW);
         if (lock < 0) continue;
         if (try_lock(lock)) remove_tree(path.string());

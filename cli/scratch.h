@@ -2,23 +2,26 @@
 
 #include <string>
 
+#include "cli/private_directory.h"
+
 namespace cli {
 
-// A private directory for the files of one run, removed at the end with all that is in it. It is
-// locked for as long as the process lives, which is how a later run knows that it was left behind.
+// The private directory of one run. It is locked for as long as the process lives, which is how a
+// later run knows that it was left behind.
 class ScratchDirectory {
   public:
-    // Throws std::system_error when it cannot be made.
+    // Throws std::runtime_error when it cannot be made.
     ScratchDirectory();
     ~ScratchDirectory();
     ScratchDirectory(const ScratchDirectory&) = delete;
     ScratchDirectory& operator=(const ScratchDirectory&) = delete;
 
-    const std::string& path() const { return path_; }
+    // Absolute, ends with "/".
+    const std::string& path() const { return directory_.path(); }
 
   private:
-    std::string path_;
-    int lock_ = -1;
+    PrivateDirectory directory_;
+    int lock_;
 };
 
 // Removes the directories of this user's earlier runs that were killed.

@@ -9,9 +9,11 @@
 #include "Common/level.h"
 #include "cli/audio_formats.h"
 #include "cli/chunks.h"
+#include "cli/hooks.h"
 #include "cli/job.h"
 #include "cli/measure.h"
 #include "cli/passages.h"
+#include "cli/private_directory.h"
 #include "cli/recode.h"
 #include "cli/run_facts.h"
 #include "cli/scratch.h"
@@ -28,7 +30,6 @@
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <memory>
 #include <optional>
 #include <stdexcept>
@@ -219,9 +220,9 @@ class Worker {
 
     // Returns false when the engine handed a copy of its input back.
     bool run_engine(const std::string& input, const std::string& output) {
-        const std::unique_ptr<char, void (*)(void*)> base(copyTemporaryDirectory(), std::free);
-        if (!base) throw FileError("there is no directory for temporary files");
-        kept_.emplace(base.get(), job_.scratch + "/kept");
+        const PrivateDirectory intermediates(job_.scratch + "/engine");
+        hooks::use_temporary_directory(intermediates.path());
+        kept_.emplace(intermediates.path(), job_.scratch + "/kept");
         engine_start_ = job_.measure ? kMeasuredBefore : 0;
 
         std::vector<std::string> words = {"", "--input-file", input, "--output-file", output};
@@ -231,14 +232,14 @@ class Worker {
         argv.push_back(nullptr);
         const int result = levelMain(static_cast<int>(words.size()), argv.data(), "",
                                      &Worker::on_engine_progress, this);
-        // The engine has said why; the parent reads it. A move that failed is only seen here.
+        // Where the cause is empty the engine has said it, and the parent reads it.
         if (result != 0 && fs::space(job_.scratch).available < kFullDiskBytes)
             throw FileError(
                 fmt::format("the disk with the temporary files, {}, is full",
                             fs::path(job_.scratch).parent_path().parent_path().string()));
         if (result != 0) throw FileError("");
-        if (!fs::exists(output)) throw FileError("");
-        if (same_bytes(input, output)) {
+        if (hooks::delivery() == hooks::kFailed) throw FileError("");
+        if (hooks::delivery() == hooks::kNone) {
             if (double(info_.frames) < kShortestSeconds * info_.samplerate)
                 facts_->cause = "shorter than 0.05 s";
             else if (!engine_worked_)
@@ -247,14 +248,6 @@ class Worker {
         }
         facts_->leveling = kept_->read(info_.frames);
         return true;
-    }
-
-    static bool same_bytes(const std::string& one, const std::string& other) {
-        if (fs::file_size(one) != fs::file_size(other)) return false;
-        std::ifstream a(one, std::ios::binary);
-        std::ifstream b(other, std::ios::binary);
-        return std::equal(std::istreambuf_iterator<char>(a), std::istreambuf_iterator<char>(),
-                          std::istreambuf_iterator<char>(b));
     }
 
     static bool all_zero(const std::string& path) {

@@ -70,15 +70,6 @@ struct Pipe {
     }
 };
 
-// This process's environment, with the worker's own folder for temporary files.
-std::vector<std::string> environment(const std::string& scratch) {
-    std::vector<std::string> variables;
-    for (char** variable = environ; *variable; ++variable)
-        if (strncmp(*variable, "TMPDIR=", 7) != 0) variables.emplace_back(*variable);
-    variables.push_back("TMPDIR=" + scratch);
-    return variables;
-}
-
 // Reads what is there; false at the end.
 bool read_available(int descriptor, std::string& text) {
     char block[4096];
@@ -137,12 +128,7 @@ WorkerProcess::WorkerProcess(const Job& job) : job_(job) {
     std::string name = "quorvane";
     std::string word = kWorkerWord;
     char* argv[] = {&name[0], &word[0], nullptr};
-    std::vector<std::string> variables = environment(job.scratch);
-    std::vector<char*> envp;
-    for (std::string& variable : variables) envp.push_back(&variable[0]);
-    envp.push_back(nullptr);
-    const int error =
-        posix_spawn(&pid_, own_program().c_str(), &actions, nullptr, argv, envp.data());
+    const int error = posix_spawn(&pid_, own_program().c_str(), &actions, nullptr, argv, environ);
     posix_spawn_file_actions_destroy(&actions);
     if (error)
         throw std::system_error(error, std::generic_category(), "a worker cannot be started");
