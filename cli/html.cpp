@@ -9,9 +9,9 @@ namespace {
 
 constexpr const char* kStyle = R"css(
 :root{color-scheme:light dark;--paper:#fff;--panel:#f4f6f8;--ink:#1b2430;--soft:#566272;--line:#d5dbe2;
---before:#8b95a3;--after:#0a66c2;--up:#12876f;--down:#c4641a;--good:#0f7a43;--bad:#b3261e}
+--before:#6b7686;--after:#0a5fb8;--up:#12876f;--down:#c4641a;--good:#0f7a43;--bad:#b3261e}
 @media (prefers-color-scheme:dark){:root{--paper:#12161c;--panel:#1b212a;--ink:#e6ebf1;--soft:#a3afbd;
---line:#333d4a;--before:#8793a1;--after:#63b0ff;--up:#3fc7a8;--down:#f0a05a;--good:#5fd08f;--bad:#ff8a80}}
+--line:#333d4a;--before:#9ba7b5;--after:#63b0ff;--up:#3fc7a8;--down:#f0a05a;--good:#5fd08f;--bad:#ff8a80}}
 *{box-sizing:border-box}
 body{margin:0;background:var(--paper);color:var(--ink);font:16px/1.5 system-ui,-apple-system,"Segoe UI",
 Roboto,"Helvetica Neue",sans-serif;overflow-wrap:anywhere}
@@ -39,7 +39,7 @@ figure{margin:0 0 18px}figcaption{font-size:.9rem;color:var(--soft);margin-botto
 .y{position:absolute;right:100%;padding-right:6px;transform:translateY(-50%);font-size:.75rem;
 color:var(--soft);font-variant-numeric:tabular-nums;white-space:nowrap}
 .times{position:relative;height:1.4em;margin-left:36px;font-size:.75rem;color:var(--soft)}
-.times span{position:absolute;transform:translateX(-50%)}
+.times span{position:absolute;white-space:nowrap;transform:translateX(-50%)}
 .times span:first-child{transform:none}.times span:last-child{transform:translateX(-100%)}
 table{border-collapse:collapse;width:100%;font-size:.92rem}
 th{text-align:left;font-weight:600;color:var(--soft)}

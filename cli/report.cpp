@@ -204,6 +204,12 @@ std::string index_row(const FileFacts& facts, const std::string& page) {
     cell("Loudness", both(&Loudness::integrated_lufs), "LUFS");
     cell("Range", both(&Loudness::range_lu), "LU");
     cell("True peak", both(&Loudness::true_peak_dbtp), "dBTP");
+    cell("Leveling gain",
+         facts.leveling ? fmt::format("{:+.1f} ({:+.1f} to {:+.1f})", facts.leveling->mean_gain_db,
+                                      facts.leveling->least_gain_db,
+                                      facts.leveling->greatest_gain_db)
+                        : std::string(),
+         "dB");
     return row + "</tr>\n";
 }
 
@@ -222,7 +228,7 @@ void write_folder(const fs::path& folder, const std::vector<FileFacts>& files) {
         "<h1>{} files</h1>\n<p class=\"soft\">Each number before and after; each name leads to the "
         "file's own page.</p>\n<table class=\"stack files\">\n<thead><tr><th>File</th><th>Result"
         "</th><th class=\"n\">Loudness</th><th class=\"n\">Range</th><th class=\"n\">True peak</th>"
-        "</tr></thead>\n<tbody>\n{}</tbody>\n</table>\n{}",
+        "<th class=\"n\">Leveling gain</th></tr></thead>\n<tbody>\n{}</tbody>\n</table>\n{}",
         files.size(), rows, footer());
     write_whole_text((folder / "index.html").string(), html_page("Leveling report", body));
 }
