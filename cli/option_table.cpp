@@ -1,72 +1,79 @@
 #include "cli/option_table.h"
 
+#include "Common/CommandLine.h"
+
 namespace cli {
 
-const std::vector<OptionRow>& option_table() {
+namespace {
+
+std::vector<OptionRow> own_options() {
     using G = OptionGroup;
     using C = Completion;
-    static const std::vector<OptionRow> table = {
+    return {
         {G::Output, "suffix", 0, "TEXT", C::None,
          "text added to the output's name before the extension (default: -leveled)"},
         {G::Output, "output", 'o', "FILE", C::File, "name of the output, for exactly one input"},
         {G::Output, "output-dir", 'd', "DIR", C::Directory,
          "write below DIR, keeping the folders below each PATH"},
-        {G::Output, "force", 'f', nullptr, C::None,
+        {G::Output, "force", 'f', "", C::None,
          "replace outputs that exist; without it such a file is skipped"},
-        {G::Output, "keep-mtime", 0, nullptr, C::None,
+        {G::Output, "keep-mtime", 0, "", C::None,
          "give the output the modification time of its input"},
 
         {G::Work, "jobs", 'j', "N", C::None,
          "files worked on at the same time (default: the number of cores)"},
-        {G::Work, "dry-run", 'n', nullptr, C::None,
-         "say what would be read and written; touch nothing"},
-        {G::Work, "analyze", 0, nullptr, C::None,
+        {G::Work, "dry-run", 'n', "", C::None, "say what would be read and written; touch nothing"},
+        {G::Work, "analyze", 0, "", C::None,
          "only measure: print the loudness table, write no audio"},
-        {G::Work, "no-measure", 0, nullptr, C::None,
-         "skip the loudness measurement before and after"},
+        {G::Work, "no-measure", 0, "", C::None, "skip the loudness measurement before and after"},
 
         {G::Facts, "report", 0, "PATH", C::File,
          "write an HTML report; for several inputs PATH is a folder with an index page"},
         {G::Facts, "json", 0, "PATH", C::File,
          "write the facts as JSON, one object per line and file; - is the standard output"},
 
-        {G::Display, "quiet", 'q', nullptr, C::None, "print errors only"},
-        {G::Display, "verbose", 'v', nullptr, C::None, "print the engine's messages as well"},
+        {G::Display, "quiet", 'q', "", C::None, "print errors only"},
+        {G::Display, "verbose", 'v', "", C::None, "print the engine's messages as well"},
         {G::Display, "color", 0, "WHEN", C::When, "use colors: auto, always or never"},
         {G::Display, "progress", 0, "WHEN", C::When, "show progress bars: auto, always or never"},
 
-        {G::Tuning, "segment-tolerance", 0, "TEXT", C::None,
-         "threshold of fit (0=no threshold) (default: 3.5)"},
-        {G::Tuning, "segment-min-segment-length", 0, "N", C::None,
-         "minimum segment length, in bins (default: 20)"},
-        {G::Tuning, "segment-max-breakpoints", 0, "N", C::None,
-         "maximum number of breakpoints (0=no max) (default: 30)"},
-        {G::Tuning, "segment-chunk-size", 0, "N", C::None,
-         "chunk size for processing in pieces (0=no chunking) (default: 2400)"},
-        {G::Tuning, "segment-cost-function", 0, "NAME", C::CostFunction,
-         "cost function, SSD0 or MSD0 (default: SSD0)"},
-        {G::Tuning, "reduce-loud-level-diff", 0, "DB", C::None,
-         "maximum level above mean in dB (default: 3.0)"},
-        {G::Tuning, "reduce-loud-attack", 0, "MS", C::None, "attack in ms (default: 0)"},
-        {G::Tuning, "reduce-loud-release", 0, "MS", C::None, "release in ms (default: 150)"},
-        {G::Tuning, "reduce-loud-noise-floor", 0, "DB", C::None,
-         "noise floor in dB (default: -44.0)"},
-        {G::Tuning, "calc-rms-floor-noise_threshold", 0, "LEVEL", C::None,
-         "noise threshold, linear (default: 0.006)"},
-        {G::Tuning, "calc-rms-floor-gains_file", 0, "FILE", C::File,
-         "accepted by the engine and not used"},
-        {G::Tuning, "calc-rms-floor-rms_file", 0, "FILE", C::File,
-         "accepted by the engine and not used"},
-        {G::Tuning, "calc-rms-floor-gain_limit", 0, "DB", C::None,
-         "limit maximum gain to this value in dB (default: 24.0)"},
-        {G::Tuning, "bin-size", 's', "MS", C::None, "bin size in ms (default: 50)"},
-        {G::Tuning, "options-file", 0, "FILE", C::File, "file of name=value lines for the engine"},
-        {G::Tuning, "bit-depth", 'b', "BITS", C::BitDepth,
-         "bit depth of the output: 8, 16, 24, 32, or 0 for the input's (default: 0)"},
-
-        {G::Other, "help", 'h', nullptr, C::None, "show this help and leave"},
-        {G::Other, "version", 0, nullptr, C::None, "show the version and leave"},
+        {G::Other, "help", 'h', "", C::None, "show this help and leave"},
+        {G::Other, "version", 0, "", C::None, "show the version and leave"},
     };
+}
+
+std::vector<OptionRow> tuning_rows() {
+    std::vector<OptionRow> rows;
+    int count = 0;
+    const TuningOption* options = tuning_options(count);
+    for (int i = 0; i < count; ++i) {
+        std::string name = options[i].names;
+        char letter = 0;
+        if (const size_t comma = name.find(','); comma != std::string::npos) {
+            letter = name[comma + 1];
+            name.erase(comma);
+        }
+        const bool cost = name == "segment-cost-function";
+        rows.push_back({OptionGroup::Tuning, name, letter, "VALUE",
+                        cost ? Completion::CostFunction : Completion::None,
+                        std::string(options[i].help) + ", default " + options[i].default_text});
+    }
+    rows.push_back({OptionGroup::Tuning, "options-file", 0, "FILE", Completion::File,
+                    "file with a line name=value for each tuning option"});
+    rows.push_back({OptionGroup::Tuning, "bit-depth", 'b', "BITS", Completion::BitDepth,
+                    "bit depth of the output: 8, 16, 24, 32, or 0 for the input's, default 0"});
+    return rows;
+}
+
+}  // namespace
+
+const std::vector<OptionRow>& option_table() {
+    static const std::vector<OptionRow> table = [] {
+        std::vector<OptionRow> rows = own_options();
+        const std::vector<OptionRow> tuning = tuning_rows();
+        rows.insert(rows.end(), tuning.begin(), tuning.end());
+        return rows;
+    }();
     return table;
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <string>
 #include <vector>
 
 namespace cli {
@@ -13,13 +14,14 @@ enum class Completion { None, File, Directory, When, BitDepth, CostFunction };
 // all made from this table.
 struct OptionRow {
     OptionGroup group;
-    const char* name;
+    std::string name;
     char letter;           // 0: none
-    const char* argument;  // null: takes no value
+    std::string argument;  // empty: takes no value
     Completion completion;
-    const char* help;
+    std::string help;
 };
 
+// The tuning options in it are the engine's own.
 const std::vector<OptionRow>& option_table();
 
 const char* title(OptionGroup group);

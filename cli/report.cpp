@@ -205,10 +205,10 @@ std::string index_row(const FileFacts& facts, const std::string& page) {
     cell("Range", both(&Loudness::range_lu), "LU");
     cell("True peak", both(&Loudness::true_peak_dbtp), "dBTP");
     cell("Leveling gain",
-         facts.leveling ? fmt::format("{:+.1f} ({:+.1f} to {:+.1f})", facts.leveling->mean_gain_db,
-                                      facts.leveling->least_gain_db,
-                                      facts.leveling->greatest_gain_db)
-                        : std::string(),
+         facts.leveling
+             ? fmt::format("{:+.1f} ({:+.1f} to {:+.1f})", facts.leveling->mean_gain_db,
+                           facts.leveling->least_gain_db, facts.leveling->greatest_gain_db)
+             : std::string(),
          "dB");
     return row + "</tr>\n";
 }

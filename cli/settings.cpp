@@ -25,11 +25,12 @@ po::options_description describe(OptionGroup group) {
         if (row.group != group) continue;
         std::string names = row.name;
         if (row.letter) names += std::string(",") + row.letter;
-        if (row.argument) {
+        if (!row.argument.empty()) {
             description.add_options()(names.c_str(),
-                                      po::value<std::string>()->value_name(row.argument), row.help);
+                                      po::value<std::string>()->value_name(row.argument),
+                                      row.help.c_str());
         } else {
-            description.add_options()(names.c_str(), row.help);
+            description.add_options()(names.c_str(), row.help.c_str());
         }
     }
     return description;
@@ -91,7 +92,7 @@ Settings parse_command_line(int argc, const char* const* argv) {
     }
 
     Settings settings;
-    const auto given = [&](const char* name) { return values.count(name) != 0; };
+    const auto given = [&](const std::string& name) { return values.count(name) != 0; };
     const auto text = [&](const char* name, std::string& field) {
         if (!given(name)) return;
         field = values[name].as<std::string>();
@@ -121,8 +122,7 @@ Settings parse_command_line(int argc, const char* const* argv) {
     settings.progress = parse_when(values, "progress");
     for (const OptionRow& row : option_table()) {
         if (row.group != OptionGroup::Tuning || !given(row.name)) continue;
-        settings.tuning.push_back(std::string("--") + row.name + "=" +
-                                  values[row.name].as<std::string>());
+        settings.tuning.push_back("--" + row.name + "=" + values[row.name].as<std::string>());
     }
     refuse_contradictions(settings);
     return settings;
@@ -135,7 +135,7 @@ std::string help_text() {
            "Levels the loudness of spoken-word recordings. A PATH is an audio file or a folder,\n"
            "which is searched with everything below it. talk.wav gives talk-leveled.wav.\n"
            "With --input-file the program takes one file through the engine and no more;\n"
-           "'quorvane --input-file' alone lists that command line.\n";
+           "'quorvane --input-file= --help' lists that command line.\n";
     for (OptionGroup group : option_groups()) out << "\n" << describe(group);
     out << "\n"
            "Exit status: 0 all done, 1 a file failed, 2 wrong usage, 130 interrupted.\n";

@@ -1,0 +1,13 @@
+#pragma once
+
+#include <string>
+
+namespace cli {
+
+// The option table as the manual page's list and as the completions of three shells.
+std::string man_options();
+std::string bash_completion();
+std::string zsh_completion();
+std::string fish_completion();
+
+}  // namespace cli
