@@ -61,7 +61,13 @@ void catch_signals() {
 
     action.sa_handler = note_signal;
     action.sa_flags = SA_RESTART;
-    for (int signal : {SIGINT, SIGTERM, SIGHUP, SIGWINCH}) sigaction(signal, &action, nullptr);
+    for (int signal : {SIGINT, SIGTERM, SIGHUP, SIGWINCH}) {
+        struct sigaction old {};
+
+        sigaction(signal, nullptr, &old);
+        // What nohup or a shell's background job ignores stays ignored.
+        if (old.sa_handler != SIG_IGN) sigaction(signal, &action, nullptr);
+    }
     signal(SIGPIPE, SIG_IGN);  // a reader that left (| head) must not cost the files
 }
 

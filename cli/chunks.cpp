@@ -317,7 +317,10 @@ bool copy_chunks(const std::string& metadata_from,
         refresh_broadcast_loudness(content, loudness);
         writer.add(chunk.id, content);
     };
-    const auto old_audio = std::find_if(old_chunks.begin(), old_chunks.end(), is_audio);
+    // libsndfile takes what follows the audio of a Wave64 file for audio.
+    const auto old_audio = layout.kind == Kind::Wave64
+                               ? old_chunks.end()
+                               : std::find_if(old_chunks.begin(), old_chunks.end(), is_audio);
     bool audio_written = false;
     for (const Chunk& chunk : chunks_of(audio_file, layout)) {
         if (chunk.name() == "ds64") {

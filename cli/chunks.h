@@ -7,8 +7,8 @@
 namespace cli {
 
 // Writes the file `to` (replacing it): the audio of one file with the metadata of another, byte for
-// byte and in the order it had around the audio. Both are of one container: WAV (RIFF, RIFX),
-// RF64 or BW64, Wave64, AIFF or AIFF-C, CAF.
+// byte and in the order it had around the audio (all of it before the audio of Wave64). Both are of
+// one container: WAV (RIFF, RIFX), RF64 or BW64, Wave64, AIFF or AIFF-C, CAF.
 //
 // The chunks that describe the samples come from the audio file. Left out of the metadata are fill
 // chunks and overviews of the old waveform. A version 2 `bext` chunk gets the loudness values of

@@ -9,8 +9,9 @@
 #include <limits>
 #include <memory>
 #include <numeric>
-#include <sndfile.hh>
 #include <stdexcept>
+
+#include "cli/sound_file.h"
 
 namespace cli {
 namespace {
@@ -79,8 +80,8 @@ struct CloseMeter {
 class FileMeter {
   public:
     explicit FileMeter(const std::string& path)
-        : file_(path), power_(std::max(file_.channels(), 1), file_.samplerate() / 10) {
-        if (!file_) throw std::runtime_error(file_.strError());
+        : file_(open_to_read(path)),
+          power_(std::max(file_.channels(), 1), file_.samplerate() / 10) {
         meter_.reset(ebur128_init(unsigned(file_.channels()), unsigned(file_.samplerate()),
                                   EBUR128_MODE_I | EBUR128_MODE_LRA | EBUR128_MODE_S |
                                       EBUR128_MODE_TRUE_PEAK | EBUR128_MODE_SAMPLE_PEAK));

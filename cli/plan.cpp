@@ -8,6 +8,7 @@
 
 #include "cli/audio_formats.h"
 #include "cli/html.h"
+#include "cli/terminal_text.h"
 
 namespace cli {
 namespace fs = std::filesystem;
@@ -90,8 +91,9 @@ std::vector<PlannedFile> plan_outputs(const Settings& settings,
             throw UsageError(fmt::format("the output {} is an input; inputs are never written",
                                          output.string()));
         PlannedFile planned{file.path, output, {}};
-        if (exists && fs::is_directory(output, error))
-            throw UsageError(fmt::format("the output {} is a folder", output.string()));
+        if (exists && !fs::is_regular_file(output, error))
+            throw UsageError(fmt::format("the output {} exists and is no regular file",
+                                         printable(output.string())));
         if (exists && !settings.force)
             planned.skip = fmt::format("{} exists (--force replaces it)", output.string());
         plan.push_back(planned);

@@ -7,21 +7,18 @@
 #include <cmath>
 #include <cstdint>
 #include <filesystem>
-#include <sndfile.hh>
+#include <iterator>
 #include <stdexcept>
+#include <utility>
 #include <vector>
+
+#include "cli/sound_file.h"
 
 namespace cli {
 namespace {
 
 constexpr sf_count_t kBlockFrames = 65536;
 constexpr double kRiffLimit = 4.2e9;  // bytes; 32-bit sizes end at 2^32, the header needs some
-
-SndfileHandle open_input(const std::string& path) {
-    SndfileHandle file(path);
-    if (!file) throw std::runtime_error(file.strError());
-    return file;
-}
 
 // Every frame of one file into another, as floats.
 void copy_samples(SndfileHandle& from, SndfileHandle& to) {
@@ -46,10 +43,21 @@ double opus_compression(double bits_per_second, int channels) {
     return 1 - (bits_per_second / channels - 6000) / 250000;
 }
 
-// Vorbis quality q is about 16 kbit/s for each tenth above 64 kbit/s for two channels at 44.1 kHz.
+// The qualities whose nominal bit rates, for two channels at 44.1 kHz, are those of the encoder.
 double vorbis_compression(double bits_per_second, int channels, int rate) {
+    constexpr double kLeastQuality = 0.4;
+    constexpr std::pair<double, double> kQualities[] = {
+        {128000, 0.4}, {256000, 0.8}, {320000, 0.9}, {500000, 1.0}};
     const double as_stereo = bits_per_second * 2 / channels * 44100 / std::min(rate, 44100);
-    return 1 - std::max((as_stereo - 64000) / 160000, 0.4);
+    double quality = kLeastQuality;
+    for (size_t i = 1; i < std::size(kQualities); ++i) {
+        const auto [low, low_quality] = kQualities[i - 1];
+        const auto [high, high_quality] = kQualities[i];
+        if (as_stereo > low)
+            quality = low_quality + (high_quality - low_quality) *
+                                        std::min(1.0, (as_stereo - low) / (high - low));
+    }
+    return 1 - quality;
 }
 
 // Of the audio alone as far as the headers tell, in bits per second.
@@ -85,19 +93,18 @@ void set_bit_rate(SndfileHandle& file, double bits_per_second) {
 }  // namespace
 
 void decode_to_float(const std::string& from, const std::string& to) {
-    SndfileHandle in = open_input(from);
+    SndfileHandle in = open_to_read(from);
     const double bytes = double(in.frames()) * in.channels() * sizeof(float);
     const int container = bytes > kRiffLimit ? SF_FORMAT_RF64 : SF_FORMAT_WAV;
-    SndfileHandle out(to, SFM_WRITE, container | SF_FORMAT_FLOAT, in.channels(), in.samplerate());
-    if (!out) throw std::runtime_error(out.strError());
+    SndfileHandle out =
+        open_to_write(to, container | SF_FORMAT_FLOAT, in.channels(), in.samplerate());
     copy_samples(in, out);
 }
 
 void encode_like(const std::string& from, const std::string& like, const std::string& to) {
-    SndfileHandle in = open_input(from);
-    SndfileHandle model = open_input(like);
-    SndfileHandle out(to, SFM_WRITE, model.format(), in.channels(), in.samplerate());
-    if (!out) throw std::runtime_error(out.strError());
+    SndfileHandle in = open_to_read(from);
+    const SndfileHandle model = open_to_read(like);
+    SndfileHandle out = open_to_write(to, model.format(), in.channels(), in.samplerate());
     out.command(SFC_SET_CLIPPING, nullptr, SF_TRUE);
     set_bit_rate(out, bit_rate_of(like, double(model.frames()) / model.samplerate()));
     copy_samples(in, out);

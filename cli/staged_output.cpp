@@ -36,6 +36,25 @@ std::string part_prefix(const std::string& destination) {
 
 constexpr const char* kPartEnd = ".part";
 
+// An open file that closes itself. Throws std::system_error when it cannot be opened.
+class Descriptor {
+  public:
+    Descriptor(const std::string& path, int flags)
+        : number_(open(path.c_str(), flags | O_CLOEXEC)) {
+        if (number_ < 0) fail(path);
+    }
+
+    ~Descriptor() { close(number_); }
+
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+
+    operator int() const { return number_; }
+
+  private:
+    int number_;
+};
+
 std::vector<fs::path> parts(const std::string& destination, const std::string& prefix) {
     std::vector<fs::path> found;
     std::error_code error;
@@ -87,23 +106,16 @@ StagedOutput::~StagedOutput() {
 }
 
 void StagedOutput::fill_from(const std::string& from) {
-    const int source = open(from.c_str(), O_RDONLY | O_CLOEXEC);
-    if (source < 0) fail(from);
+    const Descriptor source(from, O_RDONLY);
     std::vector<char> block(kCopyBlock);
-    try {
-        for (;;) {
-            const ssize_t got = read(source, block.data(), block.size());
-            if (got < 0 && errno == EINTR) continue;
-            if (got < 0) fail(from);
-            if (got == 0) break;
-            write_all(file_, block.data(), static_cast<size_t>(got), destination_);
-        }
-        sync(file_, destination_);
-    } catch (...) {
-        close(source);
-        throw;
+    for (;;) {
+        const ssize_t got = read(source, block.data(), block.size());
+        if (got < 0 && errno == EINTR) continue;
+        if (got < 0) fail(from);
+        if (got == 0) break;
+        write_all(file_, block.data(), static_cast<size_t>(got), destination_);
     }
-    close(source);
+    sync(file_, destination_);
 }
 
 void StagedOutput::take_time_of(const std::string& other) {
@@ -150,17 +162,17 @@ void remove_own_parts(const std::string& destination) {
 }
 
 void write_whole_text(const std::string& destination, const std::string& text) {
-    StagedOutput staged(destination);
-    const int file = open(staged.path().c_str(), O_WRONLY | O_CLOEXEC);
-    if (file < 0) fail(destination);
-    try {
-        write_all(file, text.data(), text.size(), destination);
-        sync(file, destination);
-    } catch (...) {
-        close(file);
-        throw;
+    // A pipe or a device is written to; it cannot be replaced.
+    std::error_code ignored;
+    const fs::file_status status = fs::status(destination, ignored);
+    if (fs::exists(status) && !fs::is_regular_file(status)) {
+        write_all(Descriptor(destination, O_WRONLY), text.data(), text.size(), destination);
+        return;
     }
-    close(file);
+    StagedOutput staged(destination);
+    const Descriptor file(staged.path(), O_WRONLY);
+    write_all(file, text.data(), text.size(), destination);
+    sync(file, destination);
     staged.commit(true);
 }
 

@@ -18,12 +18,17 @@ struct Glyph {
 std::vector<Glyph> glyphs_of(const std::string& text) {
     std::vector<Glyph> glyphs;
     for (size_t i = 0; i < text.size();) {
-        const auto lead = static_cast<unsigned char>(text[i]);
-        size_t length = lead < 0xC0 ? 1 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
-        length = std::min(length, text.size() - i);
-        std::uint32_t code = length == 1 ? lead : lead & (0xFFu >> (length + 1));
-        for (size_t k = 1; k < length; ++k)
-            code = code << 6 | (static_cast<unsigned char>(text[i + k]) & 0x3Fu);
+        const auto byte = [&](size_t at) { return static_cast<unsigned char>(text[at]); };
+        const unsigned lead = byte(i);
+        const size_t wanted = lead < 0xC0 || lead > 0xF7 ? 1
+                              : lead < 0xE0              ? 2
+                              : lead < 0xF0              ? 3
+                                                         : 4;
+        std::uint32_t code = wanted == 1 ? lead : lead & (0xFFu >> (wanted + 1));
+        size_t length = 1;
+        for (; length < wanted && i + length < text.size() && (byte(i + length) & 0xC0) == 0x80;
+             ++length)
+            code = code << 6 | (byte(i + length) & 0x3Fu);
         const int columns = wcwidth(static_cast<wchar_t>(code));
         glyphs.push_back({text.substr(i, length), columns < 0 ? 1 : static_cast<size_t>(columns)});
         i += length;

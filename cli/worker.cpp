@@ -4,8 +4,6 @@
 #include <poll.h>
 #include <unistd.h>
 
-#include <sndfile.hh>
-
 #include "Common/level.h"
 #include "cli/audio_formats.h"
 #include "cli/chunks.h"
@@ -17,6 +15,7 @@
 #include "cli/recode.h"
 #include "cli/run_facts.h"
 #include "cli/scratch.h"
+#include "cli/sound_file.h"
 #include "cli/staged_output.h"
 #include "cli/tags.h"
 
@@ -154,11 +153,18 @@ class Worker {
         return measure(path, [&](double done) { progress(from + (to - from) * done); });
     }
 
+    SndfileHandle readable_input() const {
+        try {
+            return open_to_read(job_.input);
+        } catch (const std::runtime_error& error) {
+            throw FileError(fmt::format("cannot be read as audio: {}", error.what()));
+        }
+    }
+
     void probe() {
         if (access(job_.input.c_str(), R_OK) != 0)
             throw std::system_error(errno, std::generic_category(), "cannot be read");
-        SndfileHandle file(job_.input);
-        if (!file) throw FileError(fmt::format("cannot be read as audio: {}", file.strError()));
+        const SndfileHandle file = readable_input();
         info_.format = file.format();
         info_.channels = file.channels();
         info_.samplerate = file.samplerate();
@@ -251,17 +257,17 @@ class Worker {
     }
 
     static bool all_zero(const std::string& path) {
-        SndfileHandle file(path);
+        SndfileHandle file = open_to_read(path);
         std::vector<double> frame(static_cast<size_t>(file.channels()));
         file.readf(frame.data(), 1);
         return std::all_of(frame.begin(), frame.end(), [](double x) { return x == 0; });
     }
 
     void check_length(const std::string& input, const std::string& output) const {
-        const SndfileHandle before(input);
-        const SndfileHandle after(output);
+        const SndfileHandle before = open_to_read(input);
+        const SndfileHandle after = open_to_read(output);
         const double rate = before.samplerate();
-        if (!after || after.frames() == before.frames()) return;
+        if (after.frames() == before.frames()) return;
         throw FileError(fmt::format(
             "the engine left it {:.2f} s {} than the input ({:.2f} s of {:.2f} s), so nothing was "
             "written; {}",
@@ -273,8 +279,7 @@ class Worker {
     }
 
     void check_format(const std::string& path) {
-        const SndfileHandle after(path);
-        if (!after) throw FileError("the leveled file cannot be read back");
+        const SndfileHandle after = open_to_read(path);
         const bool new_depth =
             std::any_of(job_.tuning.begin(), job_.tuning.end(), [](const std::string& word) {
                 return word.rfind("--bit-depth", 0) == 0 || word.rfind("--options-file", 0) == 0;

@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <boost/algorithm/string.hpp>
-#include <boost/dll/runtime_symbol_info.hpp>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
@@ -17,6 +16,12 @@
 
 #include "cli/scratch.h"
 #include "cli/staged_output.h"
+
+#ifdef __linux__
+#include <sys/auxv.h>
+#else
+#include <boost/dll/runtime_symbol_info.hpp>
+#endif
 
 extern char** environ;
 
@@ -29,7 +34,12 @@ constexpr int kFirstFreeDescriptor =
 
 std::string own_program() {
 #ifdef __linux__
-    return "/proc/self/exe";  // also when the program was replaced or removed meanwhile
+    // Also right when the program was replaced or removed meanwhile; the other where there is no
+    // /proc.
+    constexpr const char* kOwn = "/proc/self/exe";
+    if (access(kOwn, X_OK) == 0) return kOwn;
+    const auto started_as = reinterpret_cast<const char*>(getauxval(AT_EXECFN));
+    return started_as ? started_as : "quorvane";
 #else
     return boost::dll::program_location().string();
 #endif

@@ -8,3 +8,11 @@ if(NOT TARGET SndFile::sndfile)  # Debian's package has no CMake files
     IMPORTED_LOCATION ${SNDFILE_LIBRARY}
     INTERFACE_INCLUDE_DIRECTORIES ${SNDFILE_INCLUDE_DIR})
 endif()
+
+# Of the command line alone.
+find_package(PkgConfig REQUIRED)
+pkg_check_modules(TAGLIB REQUIRED IMPORTED_TARGET taglib)
+find_package(fmt REQUIRED)
+find_package(nlohmann_json REQUIRED)
+find_path(EBUR128_INCLUDE_DIR ebur128.h REQUIRED)
+find_library(EBUR128_LIBRARY ebur128 REQUIRED)
