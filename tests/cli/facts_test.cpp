@@ -1,0 +1,215 @@
+#include <gmock/gmock.h>
+
+#include <cmath>
+#include <filesystem>
+
+#include "cli/destinations.h"
+#include "cli/measure.h"
+#include "cli/passages.h"
+#include "cli/report.h"
+#include "cli/run_facts.h"
+#include "tests/support/fixtures.h"
+#include "tests/support/signals.h"
+
+using testing::DoubleNear;
+using testing::ElementsAre;
+using testing::Gt;
+using testing::HasSubstr;
+using testing::Lt;
+using testing::Not;
+
+namespace cli {
+namespace {
+
+constexpr double kSilence = -std::numeric_limits<double>::infinity();
+
+Loudness measured(const Signal& signal) {
+    const TempDir dir;
+    write_sound(dir / "x.wav", signal, kWavFloat);
+    return measure(dir / "x.wav", [](double) {});
+}
+
+TEST(Measure, ASineHasItsKnownLoudness) {
+    // EBU Tech 3341, case 1: stereo sine of 1 kHz with peaks at -23 dBFS measures -23 LUFS.
+    const double amplitude = std::pow(10, -23 / 20.0);
+    const Loudness stereo = measured(signals::sine(amplitude, 1000, 20, 48000, 2));
+    EXPECT_THAT(stereo.integrated_lufs, DoubleNear(-23.0, 0.1));
+    EXPECT_THAT(stereo.range_lu, DoubleNear(0, 0.1));
+    EXPECT_THAT(stereo.true_peak_dbtp, DoubleNear(-23.0, 0.2));
+    EXPECT_THAT(stereo.sample_peak_dbfs, DoubleNear(-23.0, 0.01));
+    // A sine's RMS lies 3.01 dB below its peak.
+    EXPECT_THAT(stereo.rms_dbfs, DoubleNear(-26.01, 0.01));
+    EXPECT_THAT(stereo.pauses_dbfs, DoubleNear(-26.01, 0.01));
+    // One channel has half the power: 3.01 LU less.
+    EXPECT_THAT(measured(signals::sine(amplitude, 1000, 20, 48000, 1)).integrated_lufs,
+                DoubleNear(-26.01, 0.1));
+}
+
+TEST(Measure, TheCurveFollowsTheSoundAtItsTime) {
+    const Loudness loudness = measured(
+        signals::join({signals::sine(0.01, 1000, 10, 48000), signals::sine(0.5, 1000, 10, 48000)}));
+    const Curve& curve = loudness.short_term_lufs;
+    ASSERT_THAT(curve.step_s, DoubleNear(0.1, 1e-9));
+    ASSERT_EQ(curve.values.size(), 201u);
+    const auto at = [&](double seconds) { return curve.values[size_t(seconds / curve.step_s)]; };
+    // 20 log10(0.01) - 3.01 = -43.0; 20 log10(0.5) - 3.01 = -9.0. Windows of 3 s are centred, so
+    // the change begins 1.5 s before it.
+    EXPECT_THAT(at(0.0), DoubleNear(-43.0, 0.2));
+    EXPECT_THAT(at(8.3), DoubleNear(-43.0, 0.2));
+    EXPECT_THAT(at(10.0), DoubleNear(-9.0 - 3.0, 0.3));
+    EXPECT_THAT(at(11.7), DoubleNear(-9.0, 0.2));
+    EXPECT_THAT(curve.values.back(), DoubleNear(-9.0, 0.2));
+    EXPECT_THAT(loudness.pauses_dbfs, DoubleNear(-43.0, 0.1));
+}
+
+TEST(Measure, SilenceAndShortFilesAreMeasured) {
+    EXPECT_EQ(measured(signals::silence(48000, 48000)).integrated_lufs, kSilence);
+    EXPECT_EQ(measured(signals::silence(48000, 48000)).true_peak_dbtp, kSilence);
+    EXPECT_THAT(measured(signals::sine(0.5, 1000, 0.01, 48000)).rms_dbfs, DoubleNear(-9.03, 0.01));
+    EXPECT_THROW(measure("/no/such.wav", [](double) {}), std::runtime_error);
+}
+
+TEST(Passages, CuesLevelsAndGainsBecomePassages) {
+    const TempDir dir;
+    const std::string base = dir.path() + "/";
+    KeptFiles kept(base, dir / "kept");
+    // 16 kHz: a bin has 800 frames. Three passages: bins 0-1, 2-4, and 5 to the end at 4400.
+    write_text(base + "_06.clt",
+               "\x03 CueListTool\nPrefix=\n16000\n1600\n0\n\n\n\n4000\n0\n\n\n\n");
+    write_text(base + "_07.txt", "-20.00\n-200.00\n-30.00\n");
+    write_text(base + "_08.txt", "0.5\n0.5\n1\n1\n1\n2\n");
+    kept.keep();
+    EXPECT_FALSE(kept.read(4400)) << "the run is not complete";
+    write_text(base + "_09.txt", "0.5\n0.5\n1\n1\n1\n2\n");
+    kept.keep();
+    for (const char* name : {"_06.clt", "_07.txt", "_08.txt", "_09.txt"})
+        std::filesystem::remove(base + name);
+    const auto leveling = kept.read(4400);
+    ASSERT_TRUE(leveling);
+    ASSERT_EQ(leveling->passages.size(), 3u);
+    EXPECT_THAT(leveling->passages[1].from_s, DoubleNear(0.1, 1e-9));
+    EXPECT_THAT(leveling->passages[1].to_s, DoubleNear(0.25, 1e-9));
+    EXPECT_EQ(leveling->passages[1].level_db, kSilence);
+    EXPECT_THAT(leveling->passages[2].to_s, DoubleNear(0.275, 1e-9));
+    EXPECT_THAT(leveling->passages[2].gain_db, DoubleNear(6.02, 0.01));
+    EXPECT_THAT(leveling->least_gain_db, DoubleNear(-6.02, 0.01));
+    EXPECT_THAT(leveling->greatest_gain_db, DoubleNear(6.02, 0.01));
+    // (2 * -6.02 + 3 * 0 + 6.02) / 6
+    EXPECT_THAT(leveling->mean_gain_db, DoubleNear(-1.003, 0.01));
+}
+
+Loudness loudness(double lufs, double true_peak, double rms, double pauses) {
+    Loudness result;
+    result.integrated_lufs = lufs;
+    result.true_peak_dbtp = true_peak;
+    result.sample_peak_dbfs = true_peak;
+    result.rms_dbfs = rms;
+    result.pauses_dbfs = pauses;
+    return result;
+}
+
+TEST(Destinations, EachIsMetOrNamesHowFarOff) {
+    // Podcast stereo, podcast mono, broadcast, audiobook.
+    struct Row {
+        Loudness loudness;
+        std::vector<std::string> misses;
+    };
+
+    const Row rows[] = {
+        {loudness(-16.9, -1.0, -17, -61),
+         {"", "1.1 LU too loud", "5.6 LU too loud",
+          "1.0 dB too loud, 2.0 dB too high in the peak"}},
+        {loudness(-19.0, -3.0, -20, -55),
+         {"2.0 LU too quiet", "", "3.5 LU too loud", "5.0 dB too high in the pauses"}},
+        {loudness(-23.5, -0.4, -23, -60),
+         {"6.5 LU too quiet, 0.6 dB too high in the true peak",
+          "3.5 LU too quiet, 0.6 dB too high in the true peak", "0.6 dB too high in the true peak",
+          "2.6 dB too high in the peak"}},
+        {loudness(kSilence, kSilence, kSilence, kSilence),
+         {"silent", "silent", "silent", "silent"}},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.loudness.integrated_lufs);
+        std::vector<std::string> misses;
+        for (const DestinationCheck& check : check_destinations(row.loudness, 2)) {
+            std::string text;
+            for (const std::string& miss : check.misses) text += (text.empty() ? "" : ", ") + miss;
+            EXPECT_EQ(check.met, text.empty());
+            misses.push_back(text);
+        }
+        EXPECT_EQ(misses, row.misses);
+    }
+}
+
+// An hour as long as the curves of a real one.
+FileFacts an_hour() {
+    FileFacts facts;
+    facts.input = "season/<b>\"1\" & '2'.wav";
+    facts.output = "out/x.wav";
+    facts.outcome = Outcome::Leveled;
+    facts.format = "WAV, PCM";
+    facts.sample_rate_hz = 44100;
+    facts.channels = 2;
+    facts.frames = 3600LL * 44100;
+    facts.before = loudness(-27.4, -7.5, -28, -70);
+    facts.before->short_term_lufs = {3.6, std::vector<double>(1000, -27.123)};
+    facts.before->short_term_lufs.values[500] = kSilence;
+    facts.after = loudness(-18.4, -1, -19, -66);
+    facts.after->short_term_lufs = {3.6, std::vector<double>(1000, -18.456)};
+    facts.leveling.emplace();
+    facts.leveling->gain_db = {3.0, std::vector<double>(1200, 1.5)};
+    for (int i = 0; i < 900; ++i)
+        facts.leveling->passages.push_back({i * 4.0, i * 4.0 + 4, -20.0 - i % 10, i % 20 - 10.0});
+    return facts;
+}
+
+TEST(Facts, JsonGivesThemBack) {
+    FileFacts facts = an_hour();
+    facts.notes = {"a note"};
+    facts.cause = "why \xff not";
+    const FileFacts back = facts_from_json(nlohmann::ordered_json::parse(dump(to_json(facts))));
+    EXPECT_EQ(dump(to_json(back)), dump(to_json(facts)));
+    EXPECT_EQ(back.before->short_term_lufs.values[500], kSilence);
+    EXPECT_EQ(back.outcome, Outcome::Leveled);
+    EXPECT_EQ(facts_from_json(to_json(FileFacts{})).before, std::nullopt);
+}
+
+TEST(Report, APageStandsAloneAndStaysSmall) {
+    const std::string page = report_page(an_hour());
+    const auto holds = [&](const char* text) { return page.find(text) != std::string::npos; };
+    EXPECT_THAT(page.size(), Lt(1000000u));
+    EXPECT_FALSE(holds("<script"));
+    EXPECT_FALSE(holds("<link"));
+    EXPECT_FALSE(holds("://")) << "nothing is fetched";
+    EXPECT_TRUE(holds("<h1>&lt;b&gt;&quot;1&quot; &amp; &#39;2&#39;.wav</h1>"));
+    EXPECT_TRUE(holds("prefers-color-scheme:dark"));
+    EXPECT_TRUE(holds("<details>")) << "900 rows are folded";
+    // The silence in the curve is a gap: the path starts again.
+    const size_t path = page.find("<path class=\"b\"");
+    EXPECT_EQ(
+        std::count(page.begin() + long(path), page.begin() + long(page.find("/>", path)), 'M'), 2);
+}
+
+TEST(Report, SeveralFilesGetAnIndexThatNamesTheFailedOnes) {
+    const TempDir dir;
+    FileFacts one = an_hour();
+    FileFacts two = an_hour();
+    FileFacts failed;
+    failed.input = "broken.wav";
+    failed.outcome = Outcome::Failed;
+    failed.cause = "no audio in it";
+    EXPECT_EQ(write_report(dir / "report", {one, two, failed}), dir / "report/index.html");
+    const std::string index = read_text(dir / "report/index.html");
+    EXPECT_THAT(index, HasSubstr("no audio in it"));
+    int pages = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(dir / "report")) {
+        const std::string name = entry.path().filename().string();
+        if (name == "index.html") continue;
+        ++pages;
+        EXPECT_THAT(index, HasSubstr("href=\"" + name + "\""));
+    }
+    EXPECT_EQ(pages, 2) << "equal names get a page each";
+}
+
+}  // namespace
+}  // namespace cli

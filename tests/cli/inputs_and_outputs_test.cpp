@@ -1,0 +1,212 @@
+#include <gmock/gmock.h>
+
+#include <filesystem>
+
+#include "cli/audio_formats.h"
+#include "cli/find_files.h"
+#include "cli/html.h"
+#include "cli/plan.h"
+#include "cli/staged_output.h"
+#include "tests/support/fixtures.h"
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+namespace cli {
+namespace {
+
+namespace fs = std::filesystem;
+
+class Files : public testing::Test {
+  protected:
+    std::string make(const std::string& name, const std::string& text = "x") {
+        fs::create_directories(fs::path(dir_ / name).parent_path());
+        write_text(dir_ / name, text);
+        return dir_ / name;
+    }
+
+    std::vector<std::string> found(const std::vector<std::string>& names = {""},
+                                   const std::string& suffix = "-leveled",
+                                   const std::string& leave_out = "") {
+        std::vector<std::string> paths;
+        for (const std::string& name : names) paths.push_back(dir_ / name);
+        result_ = find_files(paths, suffix, leave_out);
+        std::vector<std::string> below;
+        for (const FoundFile& file : result_.files)
+            below.push_back(file.path.lexically_relative(dir_.path()).string());
+        return below;
+    }
+
+    // The output of each input below the folder, or the refusal.
+    std::string planned(const Settings& settings, const std::vector<std::string>& names = {""}) {
+        found(names, settings.suffix);
+        std::string text;
+        try {
+            for (const PlannedFile& file : plan_outputs(settings, result_.files))
+                text += (file.skip.empty() ? "" : "skip ") +
+                        file.output.lexically_relative(dir_.path()).string() + " ";
+        } catch (const UsageError& error) {
+            text = error.what();
+        }
+        return text;
+    }
+
+    TempDir dir_;
+    FoundFiles result_;
+};
+
+TEST_F(Files, AFolderGivesItsAudioSortedWithoutHiddenFilesAndOutputs) {
+    for (const char* name :
+         {"b.wav", "a/two.FLAC", "a/one.aiff", "c.mp3", "notes.txt", "._b.wav", ".hidden/x.wav",
+          "b-leveled.wav", "a/-leveled.wav", "noextension", "wav"})
+        make(name);
+    EXPECT_THAT(found(), ElementsAre("a/one.aiff", "a/two.FLAC", "b.wav", "c.mp3"));
+    EXPECT_THAT(found({"b-leveled.wav"}), ElementsAre("b-leveled.wav")) << "it was named";
+    EXPECT_THAT(found({""}, ""), testing::Contains("b-leveled.wav"));
+    EXPECT_THAT(found({""}, "", dir_ / "a"), testing::Not(testing::Contains("a/one.aiff")));
+}
+
+TEST_F(Files, LinksAreFollowedAndEachFileIsTakenOnceUnderItsOwnPath) {
+    make("real/talk.wav");
+    make("outside.wav");
+    fs::create_directory_symlink("..", dir_ / "real/loop");
+    fs::create_directory_symlink("real", dir_ / "alias");
+    fs::create_symlink("real/talk.wav", dir_ / "zz.wav");
+    EXPECT_THAT(found({"real", "real/talk.wav"}),
+                ElementsAre("real/loop/outside.wav", "real/talk.wav"))
+        << "through the loop the search reaches the folder above";
+    fs::remove(dir_ / "real/loop");
+    fs::remove(dir_ / "zz.wav");
+    EXPECT_THAT(found(), ElementsAre("outside.wav", "real/talk.wav"));
+}
+
+TEST_F(Files, WhatCannotBeReadIsTold) {
+    fs::create_directory(dir_ / "empty");
+    fs::create_symlink("nowhere.wav", dir_ / "dangling.wav");
+    found({"missing.wav", "empty", ""});
+    std::string causes;
+    for (const SearchProblem& problem : result_.problems) causes += problem.cause + "\n";
+    EXPECT_EQ(causes,
+              "does not exist\nholds no audio file to level\n"
+              "cannot be followed: the link leads nowhere\n");
+}
+
+TEST_F(Files, OutputsStandBesideTheInputsOrBelowTheFolder) {
+    make("season/a/x.wav");
+    make("season/y.tar.flac");
+    EXPECT_EQ(planned({}), "season/a/x-leveled.wav season/y.tar-leveled.flac ");
+    Settings settings;
+    settings.output_dir = dir_ / "out";
+    settings.suffix = "";
+    EXPECT_EQ(planned(settings, {"season"}), "out/a/x.wav out/y.tar.flac ");
+    make("out/a/x.wav");
+    EXPECT_EQ(planned(settings, {"season"}), "skip out/a/x.wav out/y.tar.flac ");
+    settings.force = true;
+    EXPECT_EQ(planned(settings, {"season"}), "out/a/x.wav out/y.tar.flac ");
+}
+
+TEST_F(Files, OutputsThatCannotBeAreRefusedBeforeAnyWork) {
+    const std::string x = make("x.wav");
+    make("x-leveled.wav");
+    make("sub/x.wav");
+    EXPECT_THAT(planned({}, {"x.wav", "x-leveled.wav"}), HasSubstr("is an input"));
+
+    Settings into;
+    into.output_dir = dir_ / "out";
+    EXPECT_THAT(planned(into, {"x.wav", "sub/x.wav"}), HasSubstr("would both be written"));
+
+    Settings named;
+    named.output = dir_ / "y.flac";
+    EXPECT_THAT(planned(named, {"x.wav"}), HasSubstr("must end in .wav"));
+    named.output = dir_ / "y.wave";
+    EXPECT_EQ(planned(named, {"x.wav"}), "y.wave ");
+    EXPECT_THAT(planned(named, {"x.wav", "sub/x.wav"}), HasSubstr("names one file"));
+    named.output = dir_ / "./sub/../x.wav";
+    EXPECT_THAT(planned(named, {"x.wav"}), HasSubstr("is an input"));
+
+    named.force = true;
+    fs::create_hard_link(x, dir_ / "hard.wav");
+    named.output = dir_ / "hard.wav";
+    EXPECT_THAT(planned(named, {"x.wav"}), HasSubstr("is an input"));
+    fs::create_symlink("x.wav", dir_ / "soft.wav");
+    named.output = dir_ / "soft.wav";
+    EXPECT_THAT(planned(named, {"x.wav"}), HasSubstr("is an input"));
+    fs::create_directory(dir_ / "folder.wav");
+    named.output = dir_ / "folder.wav";
+    EXPECT_THAT(planned(named, {"x.wav"}), HasSubstr("--output-dir"));
+}
+
+TEST_F(Files, ReportsAndJsonReplaceOnlyTheirOwnKind) {
+    const std::string x = make("x.wav");
+    const std::string other = make("letter.txt", "Dear all");
+    const std::string page = make("old.html", kReportStart);
+    const std::string facts = make("old.json", "{}");
+    found({"x.wav"});
+    const auto refused = [&](const std::string& report, const std::string& json, bool several) {
+        Settings settings;
+        settings.report = report;
+        settings.json = json;
+        try {
+            check_facts_paths(settings, plan_outputs(settings, result_.files), several);
+            return false;
+        } catch (const UsageError&) {
+            return true;
+        }
+    };
+    EXPECT_FALSE(refused(page, facts, false));
+    EXPECT_FALSE(refused(dir_ / "new.html", "-", false));
+    EXPECT_TRUE(refused(page, "", true)) << "several inputs need a folder";
+    EXPECT_TRUE(refused(other, "", false));
+    EXPECT_TRUE(refused("", other, false));
+    EXPECT_TRUE(refused(x, "", false));
+    EXPECT_TRUE(refused("", dir_ / "x-leveled.wav", false));
+}
+
+TEST_F(Files, AnOutputAppearsWholeOrNotAtAll) {
+    const std::string source = make("source", "new");
+    const std::string target = make("deep/target.wav", "old");
+    {
+        StagedOutput staged(target);
+        staged.fill_from(source);
+        EXPECT_EQ(read_text(target), "old");
+    }
+    EXPECT_THROW(
+        {
+            StagedOutput staged(target);
+            staged.fill_from(source);
+            staged.commit(false);
+        },
+        std::system_error);
+    EXPECT_EQ(read_text(target), "old");
+    {
+        StagedOutput staged(target);
+        staged.fill_from(source);
+        staged.commit(true);
+    }
+    EXPECT_EQ(read_text(target), "new");
+    EXPECT_EQ(std::distance(fs::directory_iterator(dir_ / "deep"), {}), 1);
+}
+
+TEST_F(Files, OnlyAbandonedPartsAreSweptUp) {
+    const std::string target = dir_ / "talk.wav";
+    StagedOutput living(target);
+    make(".talk.wav.quorvane-999-00000000.part");
+    make(".other.wav.quorvane-999-00000000.part");
+    remove_stale_parts(target);
+    EXPECT_TRUE(file_exists(living.path())) << "it is locked by its writer";
+    EXPECT_FALSE(file_exists(dir_ / ".talk.wav.quorvane-999-00000000.part"));
+    EXPECT_TRUE(file_exists(dir_ / ".other.wav.quorvane-999-00000000.part"));
+}
+
+TEST(AudioFormats, OneContainerHasSeveralExtensions) {
+    EXPECT_TRUE(same_container("aif", "aiff"));
+    EXPECT_FALSE(same_container("wav", "w64"));
+    EXPECT_FALSE(same_container("xyz", "wav"));
+    EXPECT_TRUE(same_container("xyz", "xyz"));
+    EXPECT_EQ(lower_extension("/a.b/TALK.WaV"), "wav");
+    EXPECT_EQ(lower_extension("/a.b/talk"), "");
+}
+
+}  // namespace
+}  // namespace cli

@@ -1,0 +1,62 @@
+#include <gmock/gmock.h>
+
+#include "tests/support/fixtures.h"
+#include "tests/support/signals.h"
+
+using testing::HasSubstr;
+using testing::MatchesRegex;
+
+namespace {
+
+constexpr const char* kBrowser =
+    "timeout 120 chromium --headless --no-sandbox --disable-gpu --disable-quic --no-first-run "
+    "--disable-background-networking --disable-component-update --disable-sync "
+    "--allow-file-access-from-files --virtual-time-budget=5000";
+
+// What the page is like in a frame of that width: found elements, and whether anything sticks out.
+std::string looked_at(const TempDir& dir, const std::string& page, int width) {
+    write_text(
+        dir / "look.html",
+        "<body><iframe id=f src='" + page + "' style='border:0;width:" + std::to_string(width) +
+            "px;height:2000px'></iframe><p id=r></p><script>f.onload=()=>{"
+            "const d=f.contentDocument,e=d.documentElement,n=s=>d.querySelectorAll(s).length;"
+            "const wide=[...d.querySelectorAll('body *')].filter(x=>{"
+            "const b=x.getBoundingClientRect();return !x.closest('svg')&&"
+            "(b.right>e.clientWidth+1||b.left<-1)}).map(x=>x.tagName+'.'+x.className);"
+            "const tall=[...d.querySelectorAll('.times span')].filter("
+            "x=>x.getBoundingClientRect().height>24).length;"
+            "r.textContent=['width',e.scrollWidth-e.clientWidth,'wide',wide.join(),"
+            "'tall',tall,'curves',n('.loudness path'),'spans',n('.loudness rect'),"
+            "'gain',n('.gain path'),'numbers',n('.number'),"
+            "'places',n('.destinations tbody tr'),'rows',n('.passages tbody tr'),"
+            "'files',n('.files tbody tr')].join(' ')+'.';}</script>");
+    const std::string dom =
+        run_program(std::string(kBrowser) + " --user-data-dir=" + dir / "profile" +
+                    " --dump-dom file://" + dir / "look.html")
+            .out;
+    const size_t start = dom.find("<p id=\"r\">");
+    return start == std::string::npos ? "nothing in: " + dom
+                                      : dom.substr(start + 10, dom.find('.', start) - start - 10);
+}
+
+TEST(ReportInABrowser, HasItsPartsAndNothingSticksOut) {
+    if (run_program("command -v chromium").status != 0) GTEST_SKIP() << "chromium is not installed";
+    const TempDir dir;
+    write_sound(dir / "a_recording_with_a_rather_long_name_for_a_narrow_page.wav",
+                signals::speech(30, 16000), kWav16);
+    write_sound(dir / "b.wav", signals::speech(5, 16000), kWav16);
+    write_text(dir / "broken.wav", "nothing");
+    ASSERT_EQ(run_program("cd " + dir.path() + " && " QUORVANE " --report r .").status, 1);
+    for (int width : {1280, 400}) {
+        SCOPED_TRACE(width);
+        EXPECT_THAT(
+            looked_at(dir, "r/a_recording_with_a_rather_long_name_for_a_narrow_page.wav.html",
+                      width),
+            MatchesRegex("width 0 wide  tall 0 curves 2 spans [1-9][0-9]* gain 1 numbers 7 "
+                         "places 4 rows [1-9][0-9]* files 0"));
+        EXPECT_EQ(looked_at(dir, "r/index.html", width),
+                  "width 0 wide  tall 0 curves 0 spans 0 gain 0 numbers 0 places 0 rows 0 files 3");
+    }
+}
+
+}  // namespace

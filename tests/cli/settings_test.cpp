@@ -1,0 +1,84 @@
+#include "cli/settings.h"
+
+#include <gmock/gmock.h>
+
+#include "cli/option_documents.h"
+#include "cli/option_table.h"
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+namespace cli {
+namespace {
+
+Settings parse(std::vector<const char*> words) {
+    words.insert(words.begin(), "quorvane");
+    return parse_command_line(static_cast<int>(words.size()), words.data());
+}
+
+TEST(Settings, TuningOptionsReachTheEngineAsGiven) {
+    const Settings settings = parse({"--segment-tolerance", "3", "-b", "24", "--bin-size=50",
+                                     "--reduce-loud-noise-floor", "-40", "talk.wav"});
+    EXPECT_THAT(settings.tuning,
+                testing::UnorderedElementsAre("--segment-tolerance=3", "--bit-depth=24",
+                                              "--bin-size=50", "--reduce-loud-noise-floor=-40"));
+    EXPECT_THAT(settings.paths, ElementsAre("talk.wav"));
+}
+
+TEST(Settings, AnEmptySuffixIsAValue) {
+    EXPECT_EQ(parse({"--suffix", "", "-d", "out", "x.wav"}).suffix, "");
+    EXPECT_EQ(parse({"--suffix=-x", "x.wav"}).suffix, "-x");
+}
+
+TEST(Settings, WrongUsageNamesTheOption) {
+    struct Row {
+        std::vector<const char*> words;
+        const char* message;
+    };
+
+    const Row rows[] = {
+        {{}, "name at least one file or folder"},
+        {{"--nonsense", "x.wav"}, "--nonsense"},
+        {{"-j", "0", "x.wav"}, "--jobs takes a number from 1 to 256, not '0'"},
+        {{"-j", "two", "x.wav"}, "not 'two'"},
+        {{"--color", "maybe", "x.wav"}, "--color takes auto, always or never, not 'maybe'"},
+        {{"-o", "a.wav", "-d", "out", "x.wav"}, "exclude each other"},
+        {{"--suffix", "", "x.wav"}, "--suffix"},
+        {{"--suffix", "a/b", "x.wav"}, "'/'"},
+        {{"--analyze", "--no-measure", "x.wav"}, "--analyze"},
+        {{"--report", "r.html", "--no-measure", "x.wav"}, "--report"},
+        {{"-q", "-v", "x.wav"}, "--quiet"},
+        {{"-o", "", "x.wav"}, "--output"},
+        {{"-o", "a.wav", "-o", "b.wav", "x.wav"}, "--output"},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.message);
+        try {
+            parse(row.words);
+            ADD_FAILURE() << "was accepted";
+        } catch (const UsageError& error) {
+            EXPECT_THAT(error.what(), HasSubstr(row.message));
+        }
+    }
+}
+
+TEST(OptionTable, EveryDocumentNamesEveryOption) {
+    const std::string bash = bash_completion();
+    const std::string zsh = zsh_completion();
+    const std::string fish = fish_completion();
+    std::string man = man_options();
+    man.erase(std::remove(man.begin(), man.end(), '\\'), man.end());
+    const std::string help = help_text();
+    for (const OptionRow& row : option_table()) {
+        SCOPED_TRACE(row.name);
+        EXPECT_THAT(bash, HasSubstr("--" + row.name));
+        EXPECT_THAT(zsh, HasSubstr("--" + row.name));
+        EXPECT_THAT(fish, HasSubstr("-l " + row.name));
+        EXPECT_THAT(man, HasSubstr("--" + row.name));
+        EXPECT_THAT(help, HasSubstr("--" + row.name));
+    }
+    EXPECT_THAT(fish, HasSubstr("-l color -x -a 'auto always never'"));
+}
+
+}  // namespace
+}  // namespace cli

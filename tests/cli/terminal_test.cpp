@@ -1,0 +1,75 @@
+#include <gmock/gmock.h>
+
+#include <clocale>
+
+#include "cli/screen.h"
+#include "cli/summary.h"
+#include "cli/terminal_text.h"
+
+using testing::HasSubstr;
+using testing::Not;
+
+namespace cli {
+namespace {
+
+class Terminal : public testing::Test {
+  protected:
+    Terminal() { setlocale(LC_CTYPE, "C.UTF-8"); }
+};
+
+TEST_F(Terminal, TextFitsItsColumnsWhateverItsLetters) {
+    // "日" takes two columns, "ä" one.
+    EXPECT_EQ(display_width("日ä"), 3u);
+    for (const char* text : {"episode.wav", "日本語の録音.wav", "ä\xffö", ""})
+        for (size_t columns = 0; columns < 20; ++columns) {
+            SCOPED_TRACE(std::string(text) + " in " + std::to_string(columns));
+            EXPECT_EQ(display_width(fit(text, columns)), columns);
+        }
+    EXPECT_EQ(fit("long-episode-name.wav", 11), "long-…e.wav");
+    EXPECT_EQ(printable("a\x1b[31m\nb"), "a?[31m?b");
+}
+
+TEST_F(Terminal, ABarIsNeverWiderThanTheTerminal) {
+    const Screen::Bar bar{"日本語の録音 a long name.wav", 0.5, 60};
+    for (size_t columns = 1; columns < 200; ++columns) {
+        SCOPED_TRACE(columns);
+        EXPECT_LE(display_width(bar_line(bar, columns, true)), columns);
+        EXPECT_EQ(bar_line(bar, columns, false).find("━"), std::string::npos);
+    }
+    EXPECT_THAT(bar_line(bar, 80, true), HasSubstr("50%    1:00 left"));
+    EXPECT_THAT(bar_line({"x", 0.01, 0.1}, 80, true), Not(HasSubstr("left")));
+}
+
+FileFacts measured(const std::string& input, double lufs) {
+    FileFacts facts;
+    facts.input = input;
+    facts.outcome = Outcome::Leveled;
+    facts.before.emplace();
+    facts.before->integrated_lufs = lufs;
+    facts.after = facts.before;
+    facts.after->integrated_lufs = -18;
+    facts.leveling.emplace();
+    facts.leveling->greatest_gain_db = 7.25;
+    return facts;
+}
+
+TEST_F(Terminal, TheTableFitsAndNamesEachFileBelowTheSharedFolder) {
+    const std::vector<FileFacts> files = {measured("season/one/a.wav", -27.44),
+                                          measured("season/two/b.wav", -INFINITY)};
+    const std::string wide = loudness_table(files, 100);
+    EXPECT_THAT(wide, HasSubstr("\none/a.wav "));
+    EXPECT_THAT(wide, HasSubstr("-27.4"));
+    EXPECT_THAT(wide, HasSubstr("-inf"));
+    EXPECT_THAT(wide, HasSubstr("+7.2"));
+    for (size_t columns : {30, 60, 79, 80, 100, 140}) {
+        SCOPED_TRACE(columns);
+        std::istringstream lines(loudness_table(files, columns));
+        for (std::string line; std::getline(lines, line);)
+            EXPECT_LE(display_width(line), columns) << line;
+    }
+    EXPECT_EQ(loudness_table({FileFacts{}}, 100), "");
+    EXPECT_EQ(decimal(-0.04), "0.0");
+}
+
+}  // namespace
+}  // namespace cli
