@@ -44,13 +44,13 @@ color:var(--soft);font-variant-numeric:tabular-nums;white-space:nowrap}
 table{border-collapse:collapse;width:100%;font-size:.92rem}
 th{text-align:left;font-weight:600;color:var(--soft)}
 th,td{padding:6px 10px 6px 0;border-bottom:1px solid var(--line);vertical-align:top}
-td.n,th.n{text-align:right;font-variant-numeric:tabular-nums}
+td.n,th.n{text-align:right;font-variant-numeric:tabular-nums;white-space:nowrap}
 .met{color:var(--good);font-weight:600}.off{color:var(--bad);font-weight:600}
 .swatch{display:inline-block;width:10px;height:10px;border-radius:2px;margin-right:6px}
 .swatch.up{background:var(--up)}.swatch.down{background:var(--down)}.swatch.none{background:var(--before)}
 summary{cursor:pointer}footer{margin-top:40px;font-size:.84rem;color:var(--soft)}
-@media (max-width:640px){main{padding:18px 14px 40px}.loudness svg{height:200px}
-.stack thead{display:none}.stack tr{display:block;padding:10px 0;border-bottom:1px solid var(--line)}
+@media (max-width:640px){main{padding:18px 14px 40px}.loudness svg{height:200px}}
+@media (max-width:860px){.stack thead{display:none}.stack tr{display:block;padding:10px 0;border-bottom:1px solid var(--line)}
 .stack td{display:block;border:0;padding:1px 0;text-align:left!important}
 .stack td[data-label]::before{content:attr(data-label) " ";color:var(--soft)}}
 @media print{body{background:#fff;color:#000}}
