@@ -45,6 +45,7 @@ table{border-collapse:collapse;width:100%;font-size:.92rem}
 th{text-align:left;font-weight:600;color:var(--soft)}
 th,td{padding:6px 10px 6px 0;border-bottom:1px solid var(--line);vertical-align:top}
 td.n,th.n{text-align:right;font-variant-numeric:tabular-nums;white-space:nowrap}
+.files th:first-child{width:34%}
 .met{color:var(--good);font-weight:600}.off{color:var(--bad);font-weight:600}
 .swatch{display:inline-block;width:10px;height:10px;border-radius:2px;margin-right:6px}
 .swatch.up{background:var(--up)}.swatch.down{background:var(--down)}.swatch.none{background:var(--before)}
