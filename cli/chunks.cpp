@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <limits>
 #include <memory>
 #include <set>
 #include <stdexcept>
@@ -279,7 +280,8 @@ void refresh_broadcast_loudness(Bytes& chunk, const Loudness* loudness) {
     constexpr std::uint64_t kNotSet = 0x7FFF;
     constexpr size_t kFields = 5;  // integrated, range, true peak, momentary, short-term
     if (chunk.size() < kLoudness + 2 * kFields || get_number(chunk, kVersion, 2, false) < 2) return;
-    double values[kFields] = {NAN, NAN, NAN, NAN, NAN};
+    constexpr double kUnknown = std::numeric_limits<double>::quiet_NaN();
+    double values[kFields] = {kUnknown, kUnknown, kUnknown, kUnknown, kUnknown};
     if (loudness) {
         values[0] = loudness->integrated_lufs;
         values[1] = loudness->range_lu;

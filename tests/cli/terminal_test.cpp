@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 
 #include <clocale>
+#include <cmath>
 
 #include "cli/screen.h"
 #include "cli/summary.h"
@@ -55,7 +56,7 @@ FileFacts measured(const std::string& input, double lufs) {
 
 TEST_F(Terminal, TheTableFitsAndNamesEachFileBelowTheSharedFolder) {
     const std::vector<FileFacts> files = {measured("season/one/a.wav", -27.44),
-                                          measured("season/two/b.wav", -INFINITY)};
+                                          measured("season/two/b.wav", -HUGE_VAL)};
     const std::string wide = loudness_table(files, 100);
     EXPECT_THAT(wide, HasSubstr("\none/a.wav "));
     EXPECT_THAT(wide, HasSubstr("-27.4"));
