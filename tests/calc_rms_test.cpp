@@ -2,27 +2,20 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/support/fixtures.h"
 #include "tests/support/signals.h"
+#include "tests/support/step_test.h"
 
 namespace {
 
-class CalcRms : public testing::Test {
+class CalcRms : public StepTest {
   protected:
     std::string run(const Signal& input, const std::vector<std::string>& options = {}) {
         write_sound(dir / "in.wav", input);
-        std::vector<std::string> words{"calc_rms", dir / "in.wav", dir / "rms.txt"};
-        words.insert(words.end(), options.begin(), options.end());
-        const CapturedOutput captured;
-        result = call(calc_rms::_tmain, words);
-        messages = captured.out();
+        result = run_step(calc_rms::_tmain, {"calc_rms", dir / "in.wav", dir / "rms.txt"}, options);
         return read_text(dir / "rms.txt");
     }
 
-    TempDir dir;
     int result = -1;
-    std::string messages;
-    ProgressRecorder progress;
 };
 
 TEST_F(CalcRms, WritesALinePerBin) {
@@ -63,7 +56,7 @@ TEST_F(CalcRms, TheBinLengthWrapsAt32Bits) {
 TEST_F(CalcRms, FailuresAreSaid) {
     EXPECT_EQ("", run(signals::silence(100), {"-s", "0"}));
     EXPECT_EQ(1, result);
-    EXPECT_EQ("A bin of " + dir / "in.wav" + " is shorter than a frame\n", messages);
+    EXPECT_EQ("A bin of " + dir / "in.wav" + " is shorter than a frame\n", out);
 
     const CapturedOutput captured;
     EXPECT_EQ(1, call(calc_rms::_tmain, {"calc_rms", dir / "none.wav", dir / "none.txt"}));

@@ -8,8 +8,8 @@
 
 #include "Common/calculate_gains/CalcRMS.h"
 #include "Common/series.h"
-#include "tests/support/fixtures.h"
 #include "tests/support/signals.h"
+#include "tests/support/step_test.h"
 
 namespace {
 
@@ -58,7 +58,7 @@ TEST(GatedRms, CountsWhatAMaximumOfTheLastSamplesWouldCount) {
     }
 }
 
-class CalculateGains : public testing::Test {
+class CalculateGains : public StepTest {
   protected:
     int run(const Signal& input,
             const std::vector<long long>& cues,
@@ -69,13 +69,10 @@ class CalculateGains : public testing::Test {
             cue_list += std::to_string(cue) + "\n0\n\n\n\n";
         }
         write_text(dir / "cues.clt", cue_list);
-        std::vector<std::string> words{"calculate_gains", dir / "in.wav", dir / "cues.clt",
-                                       dir / "gains.txt", dir / "levels.txt"};
-        words.insert(words.end(), options.begin(), options.end());
-        const CapturedOutput captured;
-        const int result = call(calculate_gains::_tmain, words);
-        messages = captured.out();
-        return result;
+        return run_step(calculate_gains::_tmain,
+                        {"calculate_gains", dir / "in.wav", dir / "cues.clt", dir / "gains.txt",
+                         dir / "levels.txt"},
+                        options);
     }
 
     /** The gains file as runs: how many bins have which gain. */
@@ -89,10 +86,6 @@ class CalculateGains : public testing::Test {
         }
         return runs;
     }
-
-    TempDir dir;
-    std::string messages;
-    ProgressRecorder progress;
 };
 
 // Levels 0.1 and 0.5 are -20 and -6.0206 dB; their mean -13.0103, so +-6.9897 dB, which is a gain
@@ -174,9 +167,9 @@ TEST_F(CalculateGains, FailuresAreLogged) {
               attempt({"calculate_gains", in, none, "g", dir / "r"}));
     EXPECT_THAT(attempt({"calculate_gains"}), testing::HasSubstr("wave file"));
     EXPECT_EQ(1, run(input, {}, {"-s", "0"}));
-    EXPECT_THAT(messages, testing::HasSubstr("shorter than a frame"));
+    EXPECT_THAT(out, testing::HasSubstr("shorter than a frame"));
     EXPECT_EQ(1, run(input, {}, {"-b", "-1"}));
-    EXPECT_THAT(messages, testing::HasSubstr("out of range"));
+    EXPECT_THAT(out, testing::HasSubstr("out of range"));
 }
 
 }  // namespace

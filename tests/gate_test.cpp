@@ -4,8 +4,8 @@
 #include <gtest/gtest.h>
 
 #include "Common/gate/LevelMeter.h"
-#include "tests/support/fixtures.h"
 #include "tests/support/signals.h"
+#include "tests/support/step_test.h"
 
 namespace {
 
@@ -21,7 +21,7 @@ Signal quiet(long long frames) {
     return signals::square(0.01, frames, kRate);
 }
 
-class Gate : public testing::Test {
+class Gate : public StepTest {
   protected:
     /** Thresholds at -20 dB: energy 0.1^2 * 5 = 0.05. Times in ms, that is, samples. */
     int run(const Signal& input,
@@ -29,20 +29,10 @@ class Gate : public testing::Test {
             int anticipate = 0,
             int format = kWavDouble) {
         write_sound(dir / "in.wav", input, format);
-        std::vector<std::string> words{"gate",
-                                       dir / "in.wav",
-                                       dir / "out.wav",
-                                       "--gate__threshold_attack",
-                                       "-20",
-                                       "--gate__threshold_release",
-                                       "-20",
-                                       "-k",
-                                       std::to_string(anticipate)};
-        words.insert(words.end(), options.begin(), options.end());
-        const CapturedOutput captured;
-        const int result = call(gate::_tmain, words);
-        messages = captured.err();
-        return result;
+        return run_step(gate::_tmain,
+                        {"gate", dir / "in.wav", dir / "out.wav", "--gate__threshold_attack", "-20",
+                         "--gate__threshold_release", "-20", "-k", std::to_string(anticipate)},
+                        options);
     }
 
     /** The gain that each frame of one channel got. */
@@ -56,10 +46,6 @@ class Gate : public testing::Test {
         }
         return gain;
     }
-
-    TempDir dir;
-    std::string messages;
-    ProgressRecorder progress;
 };
 
 TEST(LevelMeter, HoldsTheEnergyOfTheLastSamples) {
@@ -139,7 +125,7 @@ TEST_F(Gate, AFileShorterThanTheMeterFails) {
     EXPECT_EQ(1, run(loud(4), {}));
     EXPECT_EQ("Error reading " + dir / "in.wav" +
                   "\nExpected more samples\nThe sound file may be corrupt\n",
-              messages);
+              err);
 }
 
 TEST_F(Gate, TheMeterLengthOptionChangesNothing) {
@@ -152,11 +138,11 @@ TEST_F(Gate, TheMeterLengthOptionChangesNothing) {
 
 TEST_F(Gate, SettingsThatCannotWorkAreRefused) {
     EXPECT_EQ(1, run(signals::square(0.5, 100, 100), {}));
-    EXPECT_THAT(messages, testing::HasSubstr("sample rate is too low"));
+    EXPECT_THAT(err, testing::HasSubstr("sample rate is too low"));
     EXPECT_EQ(1, run(loud(100), {"-x", "0", "-n", "0", "-a", "0"}));
-    EXPECT_THAT(messages, testing::HasSubstr("attack and release"));
+    EXPECT_THAT(err, testing::HasSubstr("attack and release"));
     EXPECT_EQ(1, run(signals::square(0.5, 100, kRate, 3), {}));
-    EXPECT_THAT(messages, testing::HasSubstr("more than 2 channels"));
+    EXPECT_THAT(err, testing::HasSubstr("more than 2 channels"));
 }
 
 }  // namespace

@@ -5,8 +5,8 @@
 
 #include "Common/reduce_loud/reduce_loud.h"
 #include "Common/reduce_loud_peak/reduce_loud_peak.h"
-#include "tests/support/fixtures.h"
 #include "tests/support/signals.h"
+#include "tests/support/step_test.h"
 
 namespace {
 
@@ -25,16 +25,11 @@ Signal bins(const std::vector<double>& levels) {
     return signals::join(parts);
 }
 
-class LoudReduction : public testing::Test {
+class LoudReduction : public StepTest {
   protected:
     int run(Entry entry, const Signal& input, const std::vector<std::string>& options = {}) {
         write_sound(dir / "in.wav", input);
-        std::vector<std::string> words{"step", dir / "in.wav", dir / "out.wav"};
-        words.insert(words.end(), options.begin(), options.end());
-        const CapturedOutput captured;
-        const int result = call(entry, words);
-        out = captured.out();
-        err = captured.err();
+        const int result = run_step(entry, {"step", dir / "in.wav", dir / "out.wav"}, options);
         if (result == 0) {
             output = read_sound(dir / "out.wav");
         }
@@ -54,11 +49,7 @@ class LoudReduction : public testing::Test {
         return gains;
     }
 
-    TempDir dir;
     Signal output;
-    std::string out;
-    std::string err;
-    ProgressRecorder progress;
 };
 
 TEST_F(LoudReduction, ABinWithAHighPeakIsLoweredAndTheWholeScaledToFullScale) {

@@ -6,8 +6,8 @@
 #include <cmath>
 
 #include "Common/normalize/MainIterationLoop.h"
-#include "tests/support/fixtures.h"
 #include "tests/support/signals.h"
+#include "tests/support/step_test.h"
 
 namespace {
 
@@ -72,29 +72,21 @@ TEST_F(Loop, TheEstimateLeavesTheLastBinOut) {
     EXPECT_EQ(-200.0, level_db);
 }
 
-class Normalize : public testing::Test {
+class Normalize : public StepTest {
   protected:
     int run(const Signal& input,
             const std::vector<std::string>& options = {},
             int format = kWavDouble) {
         write_sound(dir / "in.wav", input, format);
-        std::vector<std::string> words{"normalize", dir / "in.wav", dir / "out.wav"};
-        words.insert(words.end(), options.begin(), options.end());
-        const CapturedOutput captured;
-        const int result = call(normalize::_tmain, words);
-        out = captured.out();
-        err = captured.err();
+        const int result =
+            run_step(normalize::_tmain, {"normalize", dir / "in.wav", dir / "out.wav"}, options);
         if (result == 0) {
             output = read_sound(dir / "out.wav");
         }
         return result;
     }
 
-    TempDir dir;
     Signal output;
-    std::string out;
-    std::string err;
-    ProgressRecorder progress;
 };
 
 TEST_F(Normalize, BringsASteadySoundToTheTarget) {

@@ -1,7 +1,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "Common/Logging.h"
 #include "Common/log.h"
 #include "Common/progress.h"
 #include "Common/ss_util.h"
@@ -41,28 +40,6 @@ TEST(Progress, EndsACancelledRun) {
     levelClearCancel();
     const CapturedOutput captured;
     EXPECT_NO_THROW(progress.show(0.5));
-}
-
-TEST(LoggingDump, WritesTheLayoutsOfOneAndOfTwoSeries) {
-    const TempDir dir;
-    const double a[] = {1.5, -0.25};
-    const double b[] = {2.0};
-    Logging dump;
-    dump.InitLOG(dir / "dump.txt");
-    dump.DumpAll(a, 2);
-    dump.DumpOne(3.0, 4.0);
-    dump.DumpOne(7LL, -8LL);
-    dump.DumpAll(a, b, 1);
-    dump.ShootBlanks(2);
-    dump.Close();
-    EXPECT_EQ(
-        "1.50000e+00\n-2.50000e-01\n3.00000e+00,4.00000e+00\n7,-8\n"
-        "0,1.50000e+00\n\n0,2.00000e+00\n\n\n",
-        read_text(dir / "dump.txt"));
-
-    const CapturedOutput captured;
-    dump.InitLOG(dir / "no folder/dump.txt");
-    EXPECT_EQ("error: could not open " + dir / "no folder/dump.txt" + "\n", captured.out());
 }
 
 }  // namespace

@@ -173,11 +173,6 @@ TEST(Segment, ChunksAreSegmentedByThemselvesAndStartASegmentEach) {
     EXPECT_EQ(9u + 1u + 4u, rest.breakpoints.size());
 }
 
-TEST(Segment, FitsAreWrittenWithSixDigits) {
-    EXPECT_THAT(segment_values({0, 0, 1}, {"-t", "1"}).fit,
-                ElementsAre(0.333333, 0.333333, 0.333333));
-}
-
 TEST(Segment, FailuresAreLogged) {
     struct Row {
         const char* name;
@@ -243,23 +238,6 @@ TEST(CostCalculatorDeathTest, ACostBelowRoundingEndsTheProcess) {
     EXPECT_DEATH(ssd.NormalizedCost(-1.0), "dCost >= 0.0");
     segment::CCLArgs empty;
     EXPECT_DEATH(empty.UpdateNMaxBreakpoints(), "nChunkSize > 0");
-}
-
-TEST(CostCalculator, DumpsListEveryIndex) {
-    const TempDir dir;
-    std::istringstream values("1\n3\n5\n");
-    const segment::CCostCalculatorSSD0 ssd(&values, "values", 3, 1, new segment::SumCostCombiner);
-    double costs[] = {5.0, 6.25, 7.0};
-    const std::uint16_t best[] = {0, 0, 1};
-    {
-        std::ofstream file(dir / "dump.txt");
-        ssd.DumpCostMatrix(&file, costs, 0);
-        ssd.DumpBestIMatrix(&file, best);
-    }
-    EXPECT_EQ(
-        "j: 0 cost:   -1.00\nj: 1 cost:    6.25\nj: 2 cost:    7.00\n"
-        "\nj: 0 best i: 0\nj: 1 best i: 0\nj: 2 best i: 1\n",
-        read_text(dir / "dump.txt"));
 }
 
 }  // namespace

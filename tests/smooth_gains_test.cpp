@@ -3,25 +3,20 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "tests/support/fixtures.h"
+#include "tests/support/step_test.h"
 
 namespace {
 
-class SmoothGains : public testing::Test {
+class SmoothGains : public StepTest {
   protected:
     std::string run(const std::string& gains, const std::vector<std::string>& options) {
         write_text(dir / "gains.txt", gains);
-        std::vector<std::string> words{"smooth_gains", dir / "gains.txt", dir / "smoothed.txt"};
-        words.insert(words.end(), options.begin(), options.end());
-        const CapturedOutput captured;
-        result = call(smooth_gains::_tmain, words);
-        messages = captured.out();
+        result = run_step(smooth_gains::_tmain,
+                          {"smooth_gains", dir / "gains.txt", dir / "smoothed.txt"}, options);
         return read_text(dir / "smoothed.txt");
     }
 
-    TempDir dir;
     int result = -1;
-    std::string messages;
 };
 
 TEST_F(SmoothGains, RisesAndFallsTakeTheirTime) {
@@ -70,15 +65,15 @@ TEST_F(SmoothGains, ALineOfMoreThan255CharactersEndsTheSeries) {
 
 TEST_F(SmoothGains, FailuresAreLogged) {
     run("0\n\n", {});
-    EXPECT_EQ("error: no gains in " + dir / "gains.txt" + "\n", messages);
+    EXPECT_EQ("error: no gains in " + dir / "gains.txt" + "\n", out);
     run("1\nnan\n", {});
-    EXPECT_THAT(messages, testing::HasSubstr("not a finite number"));
+    EXPECT_THAT(out, testing::HasSubstr("not a finite number"));
     run("1\n", {"-a", "0"});
-    EXPECT_EQ("error: an attack must be at least 1\n", messages);
+    EXPECT_EQ("error: an attack must be at least 1\n", out);
     run("1\n", {"-b", "x"});
-    EXPECT_THAT(messages, testing::StartsWith("error: "));
+    EXPECT_THAT(out, testing::StartsWith("error: "));
     run("1\n", {"--help"});
-    EXPECT_THAT(messages, testing::StartsWith("smooth_gains:"));
+    EXPECT_THAT(out, testing::StartsWith("smooth_gains:"));
     EXPECT_FALSE(file_exists(dir / "smoothed.txt"));
     EXPECT_EQ(1, result);
 

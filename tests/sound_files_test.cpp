@@ -104,17 +104,6 @@ TEST_F(SoundFiles, FormatsTellTheirBitDepth) {
     }
 }
 
-TEST_F(SoundFiles, AnOutputTakesAnothersFormatAndGivesTheSamplesBack) {
-    {
-        SoundFile input(dir / "in.wav", true);
-        SoundFile output(dir / "out.wav", input);
-        const std::vector<double> samples = numbered().samples;
-        EXPECT_EQ(2000, output.WriteDouble(samples.data(), 2000));
-    }
-    EXPECT_EQ(kWavDouble, sound_info(dir / "out.wav").format);
-    EXPECT_EQ(numbered().samples, read_sound(dir / "out.wav").samples);
-}
-
 TEST_F(SoundFiles, FailuresNameTheFile) {
     const CapturedOutput captured;
     try {
@@ -204,19 +193,6 @@ TEST_F(FrameFiles, RefuseFramesOfAnotherChannelCountBeforeWriting) {
     EXPECT_EQ(kWavDouble, info.format);
     EXPECT_EQ(2, info.channels);
     EXPECT_EQ(8000, info.samplerate);
-}
-
-TEST_F(FrameFiles, AnOpenFailureIsReportedWithTheLibrarysText) {
-    const CapturedOutput captured;
-    try {
-        InputSoundFile input(dir / "missing.wav");
-        FAIL();
-    } catch (const printable_err& error) {
-        error.report();
-    }
-    EXPECT_EQ("Error opening " + dir / "missing.wav" +
-                  " for input\nSystem error : No such file or directory.\n",
-              captured.out());
 }
 
 }  // namespace

@@ -68,18 +68,6 @@ bool file_exists(const std::string& path) {
     return fs::exists(path);
 }
 
-int level(const std::vector<std::string>& words) {
-    std::vector<std::string> owned{""};
-    owned.insert(owned.end(), words.begin(), words.end());
-    std::vector<char*> argv;
-    for (std::string& word : owned) {
-        argv.push_back(&word[0]);
-    }
-    ProgressRecorder progress;
-    return levelMain(static_cast<int>(argv.size()), argv.data(), "", ProgressRecorder::callback,
-                     &progress);
-}
-
 ProgramResult run_program(const std::string& command_line) {
     const TempDir captured;
     const int status = std::system(

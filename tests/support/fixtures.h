@@ -73,9 +73,6 @@ auto call(Entry entry, const std::vector<std::string>& words) {
     return entry(static_cast<int>(argv.size()), argv.data());
 }
 
-/** Runs the engine on the words after the program's name, without progress. */
-int level(const std::vector<std::string>& words);
-
 /** What a program printed and how it ended. */
 struct ProgramResult {
     int status;  // -signal when a signal ended it
