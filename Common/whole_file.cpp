@@ -4,10 +4,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <boost/filesystem.hpp>
 #include <cerrno>
-#include <vector>
+
+#include "Common/descriptor.h"
 
 namespace fs = boost::filesystem;
 
@@ -41,62 +41,18 @@ class Unfinished {
     fs::path path_;
 };
 
-/** A file descriptor that closes itself. */
-class Descriptor {
-  public:
-    Descriptor(const fs::path& path, int flags, mode_t mode = 0)
-        : descriptor_(::open(path.c_str(), flags | O_CLOEXEC, mode)) {}
-
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-
-    ~Descriptor() {
-        if (is_open()) {
-            ::close(descriptor_);
-        }
-    }
-
-    bool is_open() const { return descriptor_ >= 0; }
-
-    int get() const { return descriptor_; }
-
-  private:
-    int descriptor_;
-};
-
-bool write_all(int descriptor, const char* bytes, ssize_t count) {
-    while (count > 0) {
-        const ssize_t written = ::write(descriptor, bytes, static_cast<std::size_t>(count));
-        if (written < 0 && errno != EINTR) {
-            return false;
-        }
-        bytes += std::max<ssize_t>(written, 0);
-        count -= std::max<ssize_t>(written, 0);
-    }
-    return true;
-}
-
 /**
  * Copies a file's bytes and permissions to a new file and has them written to disk. Boost 1.74's
  * copy_file fails between file systems on kernels since 5.19, and leaves the data in the cache.
  */
-bool copy_to_disk(const fs::path& from, const fs::path& to) {
-    constexpr std::size_t kBlockBytes = 1 << 20;
+bool copy_to_disk(const std::string& from, const std::string& to) {
     const Descriptor input(from, O_RDONLY);
     struct stat status = {};
     if (!input.is_open() || ::fstat(input.get(), &status) != 0) {
         return false;
     }
     const Descriptor output(to, O_WRONLY | O_CREAT | O_EXCL, status.st_mode & 0777);
-    std::vector<char> block(kBlockBytes);
-    ssize_t count = output.is_open() ? 1 : -1;
-    while (count > 0) {
-        count = ::read(input.get(), block.data(), block.size());
-        if (count > 0 && !write_all(output.get(), block.data(), count)) {
-            return false;
-        }
-    }
-    return count == 0 && ::fsync(output.get()) == 0;
+    return output.is_open() && copy_all(input.get(), output.get()) && ::fsync(output.get()) == 0;
 }
 
 }  // namespace
@@ -105,7 +61,7 @@ void copy_whole(const std::string& from, const std::string& to) {
     const fs::path target(to);
     Unfinished copy(target.parent_path() /
                     ("." + target.filename().string() + fs::unique_path(".%%%%%%%%").string()));
-    if (!copy_to_disk(from, copy.path())) {
+    if (!copy_to_disk(from, copy.path().string())) {
         throw failure("cannot copy", from, to);
     }
     fs::rename(copy.path(), target);

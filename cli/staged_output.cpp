@@ -12,14 +12,13 @@
 #include <system_error>
 #include <vector>
 
+#include "Common/descriptor.h"
 #include "cli/scratch.h"
 
 namespace cli {
 namespace fs = std::filesystem;
 
 namespace {
-
-constexpr size_t kCopyBlock = 1 << 20;
 
 [[noreturn]] void fail(const std::string& path) {
     throw std::system_error(errno, std::generic_category(), path);
@@ -36,25 +35,6 @@ std::string part_prefix(const std::string& destination) {
 
 constexpr const char* kPartEnd = ".part";
 
-// An open file that closes itself. Throws std::system_error when it cannot be opened.
-class Descriptor {
-  public:
-    Descriptor(const std::string& path, int flags)
-        : number_(open(path.c_str(), flags | O_CLOEXEC)) {
-        if (number_ < 0) fail(path);
-    }
-
-    ~Descriptor() { close(number_); }
-
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-
-    operator int() const { return number_; }
-
-  private:
-    int number_;
-};
-
 std::vector<fs::path> parts(const std::string& destination, const std::string& prefix) {
     std::vector<fs::path> found;
     std::error_code error;
@@ -65,16 +45,6 @@ std::vector<fs::path> parts(const std::string& destination, const std::string& p
             found.push_back(path);
     }
     return found;
-}
-
-void write_all(int file, const char* bytes, size_t count, const std::string& path) {
-    while (count > 0) {
-        const ssize_t written = write(file, bytes, count);
-        if (written < 0 && errno == EINTR) continue;
-        if (written < 0) fail(path);
-        bytes += written;
-        count -= static_cast<size_t>(written);
-    }
 }
 
 void sync(int file, const std::string& path) {
@@ -107,14 +77,8 @@ StagedOutput::~StagedOutput() {
 
 void StagedOutput::fill_from(const std::string& from) {
     const Descriptor source(from, O_RDONLY);
-    std::vector<char> block(kCopyBlock);
-    for (;;) {
-        const ssize_t got = read(source, block.data(), block.size());
-        if (got < 0 && errno == EINTR) continue;
-        if (got < 0) fail(from);
-        if (got == 0) break;
-        write_all(file_, block.data(), static_cast<size_t>(got), destination_);
-    }
+    if (!source.is_open()) fail(from);
+    if (!copy_all(source.get(), file_)) fail(destination_);
     sync(file_, destination_);
 }
 
@@ -162,17 +126,17 @@ void remove_own_parts(const std::string& destination) {
 }
 
 void write_whole_text(const std::string& destination, const std::string& text) {
+    const auto write_over = [&](const std::string& path) {
+        const Descriptor file(path, O_WRONLY);
+        if (!file.is_open() || !write_all(file.get(), text.data(), text.size())) fail(destination);
+        sync(file.get(), destination);
+    };
     // A pipe or a device is written to; it cannot be replaced.
     std::error_code ignored;
     const fs::file_status status = fs::status(destination, ignored);
-    if (fs::exists(status) && !fs::is_regular_file(status)) {
-        write_all(Descriptor(destination, O_WRONLY), text.data(), text.size(), destination);
-        return;
-    }
+    if (fs::exists(status) && !fs::is_regular_file(status)) return write_over(destination);
     StagedOutput staged(destination);
-    const Descriptor file(staged.path(), O_WRONLY);
-    write_all(file, text.data(), text.size(), destination);
-    sync(file, destination);
+    write_over(staged.path());
     staged.commit(true);
 }
 

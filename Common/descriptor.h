@@ -1,0 +1,27 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstddef>
+#include <string>
+
+/** A file that closes itself. */
+class Descriptor {
+  public:
+    /** Opens path; is_open tells whether that went well, errno why not. */
+    explicit Descriptor(const std::string& path, int flags, mode_t mode = 0);
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+    ~Descriptor();
+
+    bool is_open() const { return descriptor_ >= 0; }
+
+    int get() const { return descriptor_; }
+
+  private:
+    int descriptor_;
+};
+
+/** Both go on after a signal, and return false, with the reason in errno, on an error. */
+bool write_all(int descriptor, const char* bytes, std::size_t count);
+bool copy_all(int from, int to);
