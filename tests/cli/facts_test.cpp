@@ -1,3 +1,4 @@
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 
 #include <cmath>
@@ -12,11 +13,8 @@
 #include "tests/support/signals.h"
 
 using testing::DoubleNear;
-using testing::ElementsAre;
-using testing::Gt;
 using testing::HasSubstr;
 using testing::Lt;
-using testing::Not;
 
 namespace cli {
 namespace {
@@ -132,10 +130,8 @@ TEST(Destinations, EachIsMetOrNamesHowFarOff) {
         SCOPED_TRACE(row.loudness.integrated_lufs);
         std::vector<std::string> misses;
         for (const DestinationCheck& check : check_destinations(row.loudness, 2)) {
-            std::string text;
-            for (const std::string& miss : check.misses) text += (text.empty() ? "" : ", ") + miss;
-            EXPECT_EQ(check.met, text.empty());
-            misses.push_back(text);
+            EXPECT_EQ(check.met, check.misses.empty());
+            misses.push_back(fmt::format("{}", fmt::join(check.misses, ", ")));
         }
         EXPECT_EQ(misses, row.misses);
     }
@@ -170,20 +166,17 @@ TEST(Facts, JsonGivesThemBack) {
     const FileFacts back = facts_from_json(nlohmann::ordered_json::parse(dump(to_json(facts))));
     EXPECT_EQ(dump(to_json(back)), dump(to_json(facts)));
     EXPECT_EQ(back.before->short_term_lufs.values[500], kSilence);
-    EXPECT_EQ(back.outcome, Outcome::Leveled);
     EXPECT_EQ(facts_from_json(to_json(FileFacts{})).before, std::nullopt);
 }
 
 TEST(Report, APageStandsAloneAndStaysSmall) {
     const std::string page = report_page(an_hour());
-    const auto holds = [&](const char* text) { return page.find(text) != std::string::npos; };
     EXPECT_THAT(page.size(), Lt(1000000u));
-    EXPECT_FALSE(holds("<script"));
-    EXPECT_FALSE(holds("<link"));
-    EXPECT_FALSE(holds("://")) << "nothing is fetched";
-    EXPECT_TRUE(holds("<h1>&lt;b&gt;&quot;1&quot; &amp; &#39;2&#39;.wav</h1>"));
-    EXPECT_TRUE(holds("prefers-color-scheme:dark"));
-    EXPECT_TRUE(holds("<details>")) << "900 rows are folded";
+    for (const char* fetched : {"<script", "<link", "://"})
+        EXPECT_EQ(page.find(fetched), std::string::npos) << fetched;
+    for (const char* part : {"<h1>&lt;b&gt;&quot;1&quot; &amp; &#39;2&#39;.wav</h1>",
+                             "prefers-color-scheme:dark", "<details>"})
+        EXPECT_NE(page.find(part), std::string::npos) << part;
     // The silence in the curve is a gap: the path starts again.
     const size_t path = page.find("<path class=\"b\"");
     EXPECT_EQ(
@@ -192,23 +185,17 @@ TEST(Report, APageStandsAloneAndStaysSmall) {
 
 TEST(Report, SeveralFilesGetAnIndexThatNamesTheFailedOnes) {
     const TempDir dir;
-    FileFacts one = an_hour();
-    FileFacts two = an_hour();
     FileFacts failed;
     failed.input = "broken.wav";
     failed.outcome = Outcome::Failed;
     failed.cause = "no audio in it";
-    EXPECT_EQ(write_report(dir / "report", {one, two, failed}), dir / "report/index.html");
-    const std::string index = read_text(dir / "report/index.html");
+    EXPECT_EQ(write_report(dir.path(), {an_hour(), an_hour(), failed}), dir / "index.html");
+    const std::string index = read_text(dir / "index.html");
     EXPECT_THAT(index, HasSubstr("no audio in it"));
-    int pages = 0;
-    for (const auto& entry : std::filesystem::directory_iterator(dir / "report")) {
-        const std::string name = entry.path().filename().string();
-        if (name == "index.html") continue;
-        ++pages;
-        EXPECT_THAT(index, HasSubstr("href=\"" + name + "\""));
-    }
-    EXPECT_EQ(pages, 2) << "equal names get a page each";
+    const std::vector<std::string> pages = dir.entries();
+    EXPECT_EQ(pages.size(), 3u) << "equal names get a page each";
+    for (const std::string& page : pages)
+        EXPECT_EQ(index.find("href=\"" + page + "\"") == std::string::npos, page == "index.html");
 }
 
 }  // namespace
