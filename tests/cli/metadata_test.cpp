@@ -128,6 +128,10 @@ void write_wav_like(const std::string& path, int container) {
     bext.version = 2;
     bext.loudness_value = -2740;
     sf_command(file.get(), SFC_SET_BROADCAST_INFO, &bext, sizeof bext);
+    SF_CART_INFO cart{};
+    memcpy(cart.version, "0101", 4);
+    strcpy(cart.title, "Cart title");
+    sf_command(file.get(), SFC_SET_CART_INFO, &cart, sizeof cart);
     if (container == SF_FORMAT_WAV) set_cues(file);
     set_chunk(file, "iXML", kXml);
     set_chunk(file, "abcd", "odd");  // unknown, of odd length
@@ -167,6 +171,7 @@ TEST(Metadata, EveryWavChunkComesAlong) {
         EXPECT_EQ(get_chunk(output, "abcd").substr(0, 3), "odd");
         EXPECT_THAT(get_chunk(output, "LIST"), HasSubstr("Intro!"));
         EXPECT_THAT(probe(output), HasSubstr("Episode 7"));
+        EXPECT_THAT(run_program("sndfile-info --cart " + output).out, HasSubstr("Cart title"));
 
         const Sound file = open(output);
         SF_BROADCAST_INFO bext{};
