@@ -8,9 +8,7 @@ namespace {
 
 class Delegate : public AppTest {
    protected:
-    Delegate() : delegate([[AppDelegate alloc] init]) {
-        [[NSUserDefaults standardUserDefaults] setFloat:60 forKey:@"CompletionPause"];
-    }
+    Delegate() : delegate([[AppDelegate alloc] init]) { setDefault(@"CompletionPause", @60); }
 
     ~Delegate() override {
         [[NSNotificationCenter defaultCenter] removeObserver:[delegate mainWindowController]];
@@ -18,41 +16,25 @@ class Delegate : public AppTest {
         [delegate release];
     }
 
-    void launch() {
-        [delegate applicationWillFinishLaunching:nil];
-        [delegate applicationDidFinishLaunching:nil];
-    }
-
-    static std::vector<std::string> inputs(std::size_t count) {
-        EXPECT_TRUE(spinUntil([count] { return engine.calls.size() >= count; }));
-        spin(0.05);
-        std::vector<std::string> paths;
-        for (const auto &call : engine.calls) {
-            paths.push_back(call[2]);
-        }
-        return paths;
-    }
-
     AppDelegate *delegate;
 };
 
-TEST_F(Delegate, FilesOpenedBeforeLaunchAreQueuedAtItsEndAndTheLastOpenWins) {
+TEST_F(Delegate, OfOpensBeforeLaunchTheLastIsQueuedAndOfThoseAfterItEach) {
     EXPECT_TRUE([delegate application:NSApp openFile:@"/first.wav"]);
     NSMutableArray *files = [NSMutableArray arrayWithObjects:@"/a.wav", @"/b.wav", nil];
     [delegate application:NSApp openFiles:files];
     [files removeAllObjects];
-    EXPECT_TRUE(engine.calls.empty());
-    launch();
-    EXPECT_EQ(inputs(2), (std::vector<std::string>{"/a.wav", "/b.wav"}));
+    [delegate applicationDidFinishLaunching:nil];
     EXPECT_TRUE([[delegate window] isVisible]);
-}
-
-TEST_F(Delegate, FilesOpenedAfterLaunchAreQueuedAtOnceBehindTheRest) {
-    launch();
-    EXPECT_TRUE(engine.calls.empty());
-    EXPECT_TRUE([delegate application:NSApp openFile:@"/a.wav"]);
-    [delegate application:NSApp openFiles:@[ @"/b.wav", @"/c.wav" ]];
-    EXPECT_EQ(inputs(3), (std::vector<std::string>{"/a.wav", "/b.wav", "/c.wav"}));
+    EXPECT_TRUE([delegate application:NSApp openFile:@"/c.wav"]);
+    [delegate application:NSApp openFiles:@[ @"/d.wav", @"/e.wav" ]];
+    EXPECT_TRUE(spinUntil([] { return engine.calls.size() >= 5; }));
+    spin(0.05);
+    std::string inputs;
+    for (const auto &call : engine.calls) {
+        inputs += call[2];
+    }
+    EXPECT_EQ(inputs, "/a.wav/b.wav/c.wav/d.wav/e.wav");
     NSUserNotificationCenter *center = [NSUserNotificationCenter defaultUserNotificationCenter];
     EXPECT_EQ([center delegate], delegate);
     EXPECT_TRUE([delegate userNotificationCenter:center shouldPresentNotification:nil]);
@@ -92,7 +74,7 @@ TEST_F(Delegate, AcknowledgementsWithoutAViewerAreAnErrorInWordsOnly) {
     desktop.viewer = false;
     [delegate showAcknowledgements:nil];
     ASSERT_TRUE(spinUntil([] { return !desktop.errors.empty(); }));
-    EXPECT_NE(desktop.errors[0].find("Acknowledgements.rtf"), std::string::npos);
+    EXPECT_THAT(desktop.errors[0], testing::HasSubstr("Acknowledgements.rtf"));
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #import "app/DarkAudioDropZoneView.h"
 #import "app/DarkView.h"
 #import "app/FlatButton.h"
+#import "app/QuorvaneController.h"
 #import "tests/app/support.h"
 
 namespace {
@@ -68,17 +69,25 @@ TEST_F(Pixels, DropZoneLightensUnderAUsableDrag) {
     }
 }
 
-TEST_F(Pixels, ArcRunsClockwiseFromTheTop) {
+TEST_F(Pixels, CircleShowsTruncatedPercentAndAnArcClockwiseFromTheTop) {
     CircularProgress *circle =
         [[[CircularProgress alloc] initWithFrame:NSMakeRect(0, 0, 200, 200)] autorelease];
     // On the middle of the line, 94 from the centre: at 1, 3, 6, 9 and 11 o'clock; then inside it.
     const double points[][2] = {{147, 181}, {194, 100}, {100, 5}, {5, 100}, {52, 181}, {186, 100}};
     const struct {
-        double fraction;
-        const char *seen;  // arc, track or ground
-    } rows[] = {{0, "tttttg"}, {0.3, "aatttg"}, {0.6, "aaattg"}, {0.999, "aaaaag"}, {1, "aaaaag"}};
+        float fraction;
+        const char *percent, *seen;  // arc, track or ground
+    } rows[] = {
+        {0.004f, "00%", "tttttg"}, {0.3f, "30%", "aatttg"}, {0.5f, "50%", "aaattg"},
+        {0.999f, "99%", "aaaaag"}, {1, "100%", "aaaaag"},   {0, "", "tttttg"},
+        {-1, "", "tttttg"},
+    };
     for (const auto &row : rows) {
-        [[circle circleLayer] setStrokeEnd:row.fraction];
+        NSDictionary *item = @{QuorvaneOutputProgressKey : @(row.fraction)};
+        [[NSNotificationCenter defaultCenter] postNotificationName:QuorvaneProgressNotification
+                                                            object:item];
+        spin(0.03);
+        EXPECT_EQ(text([[circle textLayer] string]), row.percent);
         draw(circle);
         std::string seen;
         for (const auto &[x, y] : points) {

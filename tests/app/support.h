@@ -2,14 +2,17 @@
 #define QUORVANE_TESTS_APP_SUPPORT_H
 
 #import <AppKit/AppKit.h>
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <functional>
+#include <map>
 #include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "Common/level.h"
+#include "tests/support/fixtures.h"
 
 // The engine of the test programs: does what `run` does, on the thread that calls levelMain.
 struct TestEngine {
@@ -27,32 +30,42 @@ struct Desktop {
     std::vector<std::string> chosen;  // empty: what the panel proposes
     std::vector<std::string> proposed;
     std::string title;
-    std::vector<std::string> types;
-    std::function<void()> whileOpen;
+    std::string types;                // with a space before each
+    std::function<void()> whileOpen;  // once, for error panels too
+
+    void stayOpen() {
+        if (whileOpen) {
+            std::exchange(whileOpen, nullptr)();
+        }
+    }
 
     std::vector<std::string> errors;  // "description|suggestion"
-    int terminations = 0;
-    bool viewer = true;  // whether the workspace opens documents
+    bool viewer = true;               // whether the workspace opens documents
     std::string opened;
 };
 
 extern Desktop desktop;
 
+std::string text(id object);  // its description
+NSString *string(const std::string &text);
+
 // A notification of the queue.
 struct Posted {
     std::string name;
     bool onMainThread;
-    NSDictionary *item;  // a copy, as it was when posted
+    std::map<std::string, std::string> item;  // as it was when posted
 
-    std::string value(NSString *key) const;
+    std::string value(NSString *key) const { return item.at(text(key)); }
 };
 
 // A drag of the files at the paths: its pasteboard, all that a drop zone asks for.
 id<NSDraggingInfo> dragOf(const std::vector<std::string> &paths);
 
-std::string text(NSString *string);
-NSString *string(const std::string &text);
-NSArray *strings(const std::vector<std::string> &texts);
+// nil takes the default away.
+void setDefault(NSString *key, id value);
+
+// How many notices the user got.
+NSUInteger delivered();
 
 // Runs the main run loop until the condition holds; false after five seconds.
 bool spinUntil(const std::function<bool()> &condition);
@@ -66,16 +79,15 @@ class AppTest : public testing::Test {
     AppTest();
     ~AppTest() override;
 
-    std::string path(const std::string &name) const { return folder + "/" + name; }
+    std::string path(const std::string &name) const { return folder / name; }
 
     // Makes the file, and the folders above it, and gives its path.
     std::string write(const std::string &name, const std::string &content = "audio") const;
-    static std::string read(const std::string &path);
 
     // All notifications so far, or those of one name.
     std::vector<Posted> posted(NSString *name = nil) const;
 
-    std::string folder;
+    TempDir folder;
 
    private:
     NSAutoreleasePool *pool_;

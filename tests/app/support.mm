@@ -3,9 +3,6 @@
 #import <objc/runtime.h>
 
 #include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <utility>
 
 #import "app/QuorvaneController.h"
 #include "app/gnustep/startup.h"
@@ -25,20 +22,22 @@ void levelRequestCancel(void) {}
 
 void levelClearCancel(void) {}
 
-std::string text(NSString *string) {
-    return string ? [string UTF8String] : "(nil)";
+std::string text(id object) {
+    return object ? [[object description] UTF8String] : "(nil)";
 }
 
 NSString *string(const std::string &text) {
     return [NSString stringWithUTF8String:text.c_str()];
 }
 
-NSArray *strings(const std::vector<std::string> &texts) {
-    NSMutableArray *array = [NSMutableArray array];
-    for (const std::string &text : texts) {
-        [array addObject:string(text)];
-    }
-    return array;
+void setDefault(NSString *key, id value) {
+    NSUserDefaults *defaults = [NSUserDefaults standardUserDefaults];
+    value ? [defaults setObject:value forKey:key] : [defaults removeObjectForKey:key];
+}
+
+NSUInteger delivered() {
+    return
+        [[[NSUserNotificationCenter defaultUserNotificationCenter] deliveredNotifications] count];
 }
 
 void spin(double seconds) {
@@ -58,32 +57,26 @@ bool spinUntil(const std::function<bool()> &condition) {
     return condition();
 }
 
-@interface TestDrag : NSObject {
-   @public
-    NSPasteboard *_pasteboard;
-}
+@interface TestDrag : NSObject
 @end
 
 @implementation TestDrag
 
-- (void)dealloc {
-    [_pasteboard releaseGlobally];
-    [_pasteboard release];
-    [super dealloc];
-}
-
 - (NSPasteboard *)draggingPasteboard {
-    return _pasteboard;
+    return [NSPasteboard pasteboardWithName:NSDragPboard];
 }
 
 @end
 
 id<NSDraggingInfo> dragOf(const std::vector<std::string> &paths) {
-    TestDrag *drag = [[[TestDrag alloc] init] autorelease];
-    drag->_pasteboard = [[NSPasteboard pasteboardWithUniqueName] retain];
-    [drag->_pasteboard declareTypes:@[ NSFilenamesPboardType ] owner:nil];
-    [drag->_pasteboard setPropertyList:strings(paths) forType:NSFilenamesPboardType];
-    return static_cast<id>(drag);
+    NSMutableArray *files = [NSMutableArray array];
+    for (const std::string &path : paths) {
+        [files addObject:string(path)];
+    }
+    id drag = [[[TestDrag alloc] init] autorelease];
+    [[drag draggingPasteboard] declareTypes:@[ NSFilenamesPboardType ] owner:nil];
+    [[drag draggingPasteboard] setPropertyList:files forType:NSFilenamesPboardType];
+    return drag;
 }
 
 // Replaces a method by a block's worth of C.
@@ -97,13 +90,8 @@ static NSInteger runPanel(NSSavePanel *panel, SEL) {
     desktop.title = text([panel title]);
     const std::filesystem::path place = text([[panel directoryURL] path]);
     desktop.proposed.push_back(place / text([panel nameFieldStringValue]));
-    desktop.types.clear();
-    for (NSString *type in [panel allowedFileTypes]) {
-        desktop.types.push_back(text(type));
-    }
-    if (desktop.whileOpen) {
-        std::exchange(desktop.whileOpen, nullptr)();
-    }
+    desktop.types = text([[panel allowedFileTypes] componentsJoinedByString:@" "]);
+    desktop.stayOpen();
     return desktop.confirm ? NSModalResponseOK : NSModalResponseCancel;
 }
 
@@ -124,14 +112,8 @@ static BOOL presentError(id, SEL, NSError *error) {
     EXPECT_TRUE([NSThread isMainThread]);
     desktop.errors.push_back(text([error localizedDescription]) + "|" +
                              text([error localizedRecoverySuggestion]));
-    if (desktop.whileOpen) {
-        std::exchange(desktop.whileOpen, nullptr)();
-    }
+    desktop.stayOpen();
     return YES;
-}
-
-static void terminate(id, SEL, id) {
-    ++desktop.terminations;
 }
 
 static BOOL openURL(id, SEL, NSURL *url) {
@@ -146,28 +128,22 @@ static void replacePanelsAndServices() {
         replace(panel, @selector(URL), chosenURL);
     }
     replace([NSApplication class], @selector(presentError:), presentError);
-    replace([NSApplication class], @selector(terminate:), terminate);
     replace([NSWorkspace class], @selector(openURL:), openURL);
 }
 
-std::string Posted::value(NSString *key) const {
-    return text([[item objectForKey:key] description]);
-}
-
-AppTest::AppTest()
-    : folder(std::filesystem::temp_directory_path() / "quorvane-app-XXXXXX"),
-      pool_([[NSAutoreleasePool alloc] init]) {
-    EXPECT_NE(mkdtemp(folder.data()), nullptr);
+AppTest::AppTest() : pool_([[NSAutoreleasePool alloc] init]) {
     engine = {};
     desktop = {};
     for (NSString *key in @[ @"suffix", @"CompletionPause", @"PostNotifications" ]) {
-        [[NSUserDefaults standardUserDefaults] removeObjectForKey:key];
+        setDefault(key, nil);
     }
     void (^keep)(NSNotification *) = ^(NSNotification *notification) {
         if ([[notification name] hasPrefix:@"quorvane"]) {
             const std::lock_guard<std::mutex> lock(mutex_);
-            posted_.push_back({text([notification name]), bool([NSThread isMainThread]),
-                               [[notification object] copy]});
+            posted_.push_back({text([notification name]), bool([NSThread isMainThread]), {}});
+            for (NSString *key in [notification object]) {
+                posted_.back().item[text(key)] = text([[notification object] objectForKey:key]);
+            }
         }
     };
     observer_ = [[[NSNotificationCenter defaultCenter] addObserverForName:nil
@@ -180,11 +156,7 @@ AppTest::~AppTest() {
     spin(0.02);  // what the test left on the main queue
     [[NSNotificationCenter defaultCenter] removeObserver:observer_];
     [observer_ release];
-    for (const Posted &notification : posted_) {
-        [notification.item release];
-    }
     [pool_ release];
-    std::filesystem::remove_all(folder);
 }
 
 std::vector<Posted> AppTest::posted(NSString *name) const {
@@ -201,13 +173,8 @@ std::vector<Posted> AppTest::posted(NSString *name) const {
 std::string AppTest::write(const std::string &name, const std::string &content) const {
     const std::filesystem::path file = path(name);
     std::filesystem::create_directories(file.parent_path());
-    std::ofstream(file) << content;
+    write_text(file, content);
     return file;
-}
-
-std::string AppTest::read(const std::string &path) {
-    std::ifstream file(path);
-    return {std::istreambuf_iterator<char>(file), {}};
 }
 
 int main(int argc, char **argv) {

@@ -8,9 +8,6 @@
 #include <fstream>
 #include <iostream>
 
-#include "Common/level.h"
-#include "Common/run_state.h"
-
 namespace fs = boost::filesystem;
 
 TempDir::TempDir()
@@ -38,21 +35,6 @@ CapturedOutput::CapturedOutput()
 CapturedOutput::~CapturedOutput() {
     std::cout.rdbuf(old_out_);
     std::cerr.rdbuf(old_err_);
-}
-
-ProgressRecorder::ProgressRecorder() {
-    gProgressThunk = callback;
-    gProcessorPtr = this;
-}
-
-ProgressRecorder::~ProgressRecorder() {
-    gProgressThunk = nullptr;
-    gProcessorPtr = nullptr;
-}
-
-int ProgressRecorder::callback(void* context, float fraction) {
-    static_cast<ProgressRecorder*>(context)->fractions_.push_back(fraction);
-    return 0;
 }
 
 std::string read_text(const std::string& path) {
