@@ -141,14 +141,6 @@ TEST_F(CalculateGains, ASilentSegmentLeavesTheLastOnesWithoutGains) {
                                      testing::Pair(10, testing::DoubleNear(15.849, 1e-3))));
 }
 
-TEST_F(CalculateGains, WithoutACueListNothingIsWritten) {
-    write_sound(dir / "in.wav", signals::square(0.5, 500, kRate));
-    EXPECT_EQ(0, call(calculate_gains::_tmain,
-                      {"calculate_gains", dir / "in.wav", "--rms-file", dir / "levels.txt"}));
-    EXPECT_EQ("", read_text(dir / "levels.txt"));
-    EXPECT_TRUE(file_exists(dir / "levels.txt"));
-}
-
 TEST_F(CalculateGains, FailuresAreLogged) {
     const auto attempt = [](const std::vector<std::string>& words) {
         const CapturedOutput captured;

@@ -114,15 +114,6 @@ TEST(StepOptions, TakePositionalFilesNegativeValuesAndAnOptionsFile) {
     EXPECT_EQ("out.wav", args.sound_file_out);
 }
 
-TEST(StepOptions, HelpShowsTheVisibleGroupWithItsDefaults) {
-    const CapturedOutput captured;
-    EXPECT_EQ(1, call(reduce_loud::_tmain, {"reduce_loud", "--help"}));
-    EXPECT_THAT(captured.out(), StartsWith("reduce_loud:"));
-    EXPECT_THAT(captured.out(), HasSubstr("-l [ --level_diff ] arg (=3)"));
-    EXPECT_THAT(captured.out(), HasSubstr("noise floor (dB)"));
-    EXPECT_THAT(captured.out(), testing::Not(HasSubstr("sound-file-in")));
-}
-
 TEST(StepOptions, MistakesFailTheStepWithTheirReason) {
     struct Row {
         const char* name;

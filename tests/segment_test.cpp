@@ -204,17 +204,6 @@ TEST(Segment, FailuresAreLogged) {
                                       "Common/segment/segment_util\\)\n"));
 }
 
-TEST(Segment, BreakpointsAreWrittenWithoutZeroAndAFailedStreamIsNamed) {
-    const unsigned breakpoints[] = {0, 20, 0, 35};
-    std::ostringstream stream;
-    EXPECT_EQ(0, segment::WriteBreakpointFile(stream, "cues", breakpoints, 4));
-    EXPECT_EQ("20\n35\n", stream.str());
-    stream.setstate(std::ios::badbit);
-    const CapturedOutput captured;
-    EXPECT_EQ(1, segment::WriteBreakpointFile(stream, "cues", breakpoints, 4));
-    EXPECT_THAT(captured.out(), testing::StartsWith("Error writing to cues (line "));
-}
-
 TEST(CostCalculator, CostsAndFitsFollowTheirFormulas) {
     std::istringstream values("1\n3\n5\n7\n");
     const segment::CCostCalculatorSSD0 ssd(&values, "values", 4, 1, new segment::SumCostCombiner);

@@ -8,7 +8,6 @@
 #include <cstdlib>
 
 #include "Common/copy_file.h"
-#include "Common/temp_files.h"
 #include "tests/support/fixtures.h"
 
 namespace {
@@ -70,24 +69,6 @@ TEST(CopyFile, LeavesAFileCopiedOntoItselfAlone) {
     const CapturedOutput captured;
     EXPECT_EQ(1, copy_file(dir / "missing", dir / "to"));
     EXPECT_THAT(captured.err(), HasSubstr(dir / "missing"));
-}
-
-TEST(TempFiles, DeleteOnlyWhatWasMarked) {
-    const TempDir dir;
-    for (const char* name : {"a", "b", "c"}) {
-        write_text(dir / name, "");
-    }
-    {
-        TempFileList files;
-        for (const char* name : {"a", "b", "c", "never made"}) {
-            files.add(dir / name);
-        }
-        files.markForDeletion(dir / "b");
-        files.markForDeletion(dir / "never made");
-        files.deleteMarked();
-        files.markForDeletion(dir / "c");
-    }
-    EXPECT_THAT(dir.entries(), ElementsAre("a", "c"));
 }
 
 }  // namespace
