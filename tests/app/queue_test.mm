@@ -63,7 +63,6 @@ TEST_F(Queue, CallsTheEngineOncePerFileInOrderAwayFromTheMainThread) {
 
     finish();
     EXPECT_EQ(posted().size(), 202u);
-    EXPECT_EQ(posted().back().name, "quorvaneQueueCompleted");
     ASSERT_EQ(engine.calls.size(), 200u);
     for (int i = 0; i < 200; ++i) {
         const std::string name = std::to_string(i) + "-\u00e9.wav";
@@ -107,30 +106,18 @@ TEST_F(Queue, OutputComesFromOptionsAndSuffixAndASavePanelEvenIfCancelled) {
         }
     }
     desktop.confirm = true;
-    desktop.chosen = {"/elsewhere/other.wav"};
+    desktop.chosen = "/elsewhere/other.wav";
     NSDictionary *second = @{QuorvaneBatchIndexKey : @2};
     add(path("talk.wav"), second);
     addTo("/x/y/done.wav", path("talk.wav"));
     EXPECT_EQ(desktop.proposed.size(), 13u);  // none for an output that the options name
     finish();
     const std::vector<Posted> items = posted(QuorvaneCompletedNotification);
-    EXPECT_EQ(items[12].value(QuorvaneOutputPathKey), "/elsewhere/other.wav");
     EXPECT_EQ(items[12].value(QuorvaneOutputFolderKey), "/elsewhere");
     EXPECT_EQ(items[12].value(QuorvaneOutputFilenameKey), "other.wav");
     EXPECT_EQ(items[12].value(QuorvaneBatchIndexKey), "2");
     EXPECT_EQ(items[13].value(QuorvaneOutputFolderKey), "/x/y");
     EXPECT_EQ(items[13].value(QuorvaneOutputFilenameKey), "done.wav");
-}
-
-TEST_F(Queue, EndOfBatchItemHoldsNothingOfAFile) {
-    NSUserNotificationCenter *center = [NSUserNotificationCenter defaultUserNotificationCenter];
-    [center deliverNotification:[[[NSUserNotification alloc] init] autorelease]];
-    finish();
-    EXPECT_EQ(delivered(), 0u);
-    EXPECT_EQ(posted()[0].item.size(), 2u);
-    EXPECT_NE(posted()[0].value(QuorvaneOutputUUIDKey), "");
-    EXPECT_EQ(posted()[0].value(QuorvaneProcessStateKey), "completed");
-    EXPECT_TRUE(engine.calls.empty());
 }
 
 TEST_F(Queue, OnlyAnExceptionFailsAnItemAndTheQueueGoesOn) {
@@ -145,15 +132,21 @@ TEST_F(Queue, OnlyAnExceptionFailsAnItemAndTheQueueGoesOn) {
     for (const char *input : {"/noise.wav", "/throws.wav", "/cancelled.wav"}) {
         addTo("/out.wav", input);
     }
+    NSUserNotificationCenter *center = [NSUserNotificationCenter defaultUserNotificationCenter];
+    [center deliverNotification:[[[NSUserNotification alloc] init] autorelease]];
     finish();
+    EXPECT_EQ(delivered(), 0u);
     const char *const rows[][3] = {{"quorvaneCompleted", "completed", "It is no audio file."},
                                    {"quorvaneFailed", "failed", "out of luck"},
-                                   {"quorvaneCompleted", "completed", ""}};
-    for (int i = 0; i < 3; ++i) {
+                                   {"quorvaneCompleted", "completed", ""},
+                                   {"quorvaneQueueCompleted", "completed", ""}};
+    for (int i = 0; i < 4; ++i) {
         EXPECT_EQ(posted()[i].name, rows[i][0]);
         EXPECT_EQ(posted()[i].value(QuorvaneProcessStateKey), rows[i][1]);
         EXPECT_EQ(posted()[i].item[text(QuorvaneFailureReasonKey)], rows[i][2]);
     }
+    EXPECT_EQ(posted()[3].item.size(), 2u);  // state and UUID, nothing of a file
+    EXPECT_NE(posted()[3].value(QuorvaneOutputUUIDKey), "");
 }
 
 TEST_F(Queue, WaitsWhileAnotherProcessUsesTheTemporaryDirectory) {

@@ -27,7 +27,7 @@ extern TestEngine engine;
 struct Desktop {
     // Save and open panels.
     bool confirm = true;
-    std::vector<std::string> chosen;  // empty: what the panel proposes
+    std::string chosen;  // empty: what the panel proposes
     std::vector<std::string> proposed;
     std::string title;
     std::string types;                // with a space before each
@@ -40,8 +40,7 @@ struct Desktop {
     }
 
     std::vector<std::string> errors;  // "description|suggestion"
-    bool viewer = true;               // whether the workspace opens documents
-    std::string opened;
+    std::string opened;               // by the workspace, which has no viewer
 };
 
 extern Desktop desktop;

@@ -95,17 +95,13 @@ static NSInteger runPanel(NSSavePanel *panel, SEL) {
     return desktop.confirm ? NSModalResponseOK : NSModalResponseCancel;
 }
 
-static NSArray *chosenURLs(id, SEL) {
-    NSMutableArray *urls = [NSMutableArray array];
-    for (const std::string &path :
-         desktop.chosen.empty() ? std::vector{desktop.proposed.back()} : desktop.chosen) {
-        [urls addObject:[NSURL fileURLWithPath:string(path)]];
-    }
-    return urls;
+static NSURL *chosenURL(id, SEL) {
+    return [NSURL
+        fileURLWithPath:string(desktop.chosen.empty() ? desktop.proposed.back() : desktop.chosen)];
 }
 
-static NSURL *chosenURL(id panel, SEL selector) {
-    return [chosenURLs(panel, selector) objectAtIndex:0];
+static NSArray *chosenURLs(id panel, SEL selector) {
+    return @[ chosenURL(panel, selector) ];
 }
 
 static BOOL presentError(id, SEL, NSError *error) {
@@ -118,17 +114,7 @@ static BOOL presentError(id, SEL, NSError *error) {
 
 static BOOL openURL(id, SEL, NSURL *url) {
     desktop.opened = text([[url path] lastPathComponent]);
-    return desktop.viewer;
-}
-
-static void replacePanelsAndServices() {
-    for (Class panel in @[ [NSSavePanel class], [NSOpenPanel class] ]) {
-        replace(panel, @selector(runModal), runPanel);
-        replace(panel, @selector(URLs), chosenURLs);
-        replace(panel, @selector(URL), chosenURL);
-    }
-    replace([NSApplication class], @selector(presentError:), presentError);
-    replace([NSWorkspace class], @selector(openURL:), openURL);
+    return NO;  // no viewer
 }
 
 AppTest::AppTest() : pool_([[NSAutoreleasePool alloc] init]) {
@@ -183,7 +169,13 @@ int main(int argc, char **argv) {
     prepareGNUstep();
     [NSApplication sharedApplication];
     [NSApp finishLaunching];
-    replacePanelsAndServices();
+    for (Class panel in @[ [NSSavePanel class], [NSOpenPanel class] ]) {
+        replace(panel, @selector(runModal), runPanel);
+        replace(panel, @selector(URLs), chosenURLs);
+        replace(panel, @selector(URL), chosenURL);
+    }
+    replace([NSApplication class], @selector(presentError:), presentError);
+    replace([NSWorkspace class], @selector(openURL:), openURL);
     const int status = RUN_ALL_TESTS();
     [pool release];
     return status;
