@@ -10,6 +10,18 @@ SoundHandle open_sound(const std::string& path, int mode, SF_INFO& info) {
     return file == nullptr ? SoundHandle() : SoundHandle(file, sf_close);
 }
 
+/**
+ * The chunk of peaks in float files carries the time of day: the same input would not give the same
+ * file. Its place in the header that opening has written is cut off, or a file without samples
+ * would take it for some.
+ */
+void leave_out_peaks(SNDFILE* file) {
+    sf_count_t no_frames = 0;
+    sf_command(file, SFC_SET_ADD_PEAK_CHUNK, nullptr, SF_FALSE);
+    sf_command(file, SFC_UPDATE_HEADER_NOW, nullptr, 0);
+    sf_command(file, SFC_FILE_TRUNCATE, &no_frames, sizeof no_frames);
+}
+
 std::string library_name(int command, int format) {
     SF_FORMAT_INFO names;
     std::memset(&names, 0, sizeof names);
@@ -27,10 +39,9 @@ SoundHandle open_sound_for_reading(const std::string& path, SF_INFO& info) {
 
 SoundHandle open_sound_for_writing(const std::string& path, SF_INFO& info) {
     SoundHandle handle = open_sound(path, SFM_WRITE, info);
-    if (handle) {
-        // The chunk of peaks in float files carries the time of day: the same input would not give
-        // the same file.
-        sf_command(handle.get(), SFC_SET_ADD_PEAK_CHUNK, nullptr, SF_FALSE);
+    const int encoding = info.format & SF_FORMAT_SUBMASK;
+    if (handle && (encoding == SF_FORMAT_FLOAT || encoding == SF_FORMAT_DOUBLE)) {
+        leave_out_peaks(handle.get());
     }
     return handle;
 }

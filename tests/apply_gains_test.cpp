@@ -49,6 +49,9 @@ TEST_F(ApplyGains, TheShorterOfAudioAndGainsEndsTheOutput) {
     EXPECT_EQ(100, run(input, "1\n1\n").frames());
     EXPECT_EQ(130, run(input, "1\n1\n1\n1\n1\n").frames());
     EXPECT_EQ(0, run(input, "").frames());
+    write_sound(dir / "in.aiff", input, SF_FORMAT_AIFF | SF_FORMAT_FLOAT);
+    apply_gains::ApplyGains(50, dir / "none", dir / "in.aiff", dir / "out.aiff");
+    EXPECT_EQ(0, sound_info(dir / "out.aiff").frames);
     EXPECT_EQ(50, run(input, "1\nend\n1\n").frames());
 }
 
