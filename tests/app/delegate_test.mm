@@ -41,7 +41,7 @@ TEST_F(Delegate, OfOpensBeforeLaunchTheLastIsQueuedAndOfThoseAfterItEach) {
     [center setDelegate:nil];
 }
 
-TEST_F(Delegate, CreditsOpenAndCloseThemselves) {
+TEST_F(Delegate, CreditsOpenInTheirOwnStyleAndCloseThemselves) {
     [delegate showCredits:nil];
     NSWindow *window = nil;
     for (NSWindow *candidate in [NSApp windows]) {
@@ -51,6 +51,17 @@ TEST_F(Delegate, CreditsOpenAndCloseThemselves) {
     }
     ASSERT_NE(window, nil);
     EXPECT_TRUE([window isVisible]);
+    int fields = 0;
+    for (NSTextField *field in [[window contentView] subviews]) {
+        if ([field isKindOfClass:[NSTextField class]]) {
+            const bool heading = [field tag] >= 100;
+            EXPECT_EQ(text([[field font] fontName]), heading ? "Exo2-Bold" : "Exo2-Regular");
+            EXPECT_EQ([[field font] pointSize], heading ? 13 : 12);
+            EXPECT_NEAR([[field textColor] redComponent], heading ? 0.8 : 0.7, 1e-6);
+            ++fields;
+        }
+    }
+    EXPECT_GE(fields, 6);
     [[window windowController] close:nil];
     EXPECT_FALSE([window isVisible]);
 }
