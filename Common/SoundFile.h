@@ -99,7 +99,9 @@ class SoundFile {
 
     /** What the full read constructor was given; kept for the caller. */
     long long aux1() const { return aux1_; }
+
     long long aux2() const { return aux2_; }
+
     const std::string& auxName() const { return auxName_; }
 
     const SoundHandle& handle() const { return handle_; }
