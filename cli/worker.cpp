@@ -91,7 +91,7 @@ void watch(const Job& job) {
     while (poll(watched, 2, -1) < 0 && errno == EINTR) {
     }
     remove_tree(job.scratch);
-    remove_tree(job.scratch);
+    remove_tree(job.scratch);  // again: the other thread may have made a file during the first
     std::error_code ignored;
     // The last worker of a killed run also clears the folder around it.
     const fs::path run = fs::path(job.scratch).parent_path();
