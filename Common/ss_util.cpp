@@ -1,6 +1,6 @@
 #include "Common/ss_util.h"
 
-#include "Common/log.h"
+#include "Common/reporting/log.h"
 
 namespace {
 constexpr const char* kSource = "Common/ss_util";

@@ -15,7 +15,7 @@
 #include <string>
 #include <vector>
 
-#include "Common/whole_file.h"
+#include "Common/files/whole_file.h"
 #include "app/EngineWords.h"
 #import "app/ErrorPanel.h"
 

@@ -16,17 +16,17 @@
 #include <map>
 #include <memory>
 
-#include "cli/find_files.h"
-#include "cli/plan.h"
-#include "cli/report.h"
-#include "cli/run_facts.h"
-#include "cli/scratch.h"
-#include "cli/screen.h"
-#include "cli/settings.h"
-#include "cli/staged_output.h"
-#include "cli/summary.h"
-#include "cli/terminal_text.h"
-#include "cli/worker_process.h"
+#include "cli/inputs/find_files.h"
+#include "cli/inputs/plan.h"
+#include "cli/report/report.h"
+#include "cli/facts/run_facts.h"
+#include "cli/storage/scratch.h"
+#include "cli/terminal/screen.h"
+#include "cli/options/settings.h"
+#include "cli/storage/staged_output.h"
+#include "cli/terminal/summary.h"
+#include "cli/terminal/terminal_text.h"
+#include "cli/worker/worker_process.h"
 
 namespace cli {
 namespace fs = std::filesystem;

@@ -1,9 +1,9 @@
 #include <cstring>
 
 #include "cli/batch.h"
-#include "cli/engine_command.h"
-#include "cli/job.h"
-#include "cli/worker.h"
+#include "cli/engine/engine_command.h"
+#include "cli/worker/job.h"
+#include "cli/worker/worker.h"
 
 namespace {
 

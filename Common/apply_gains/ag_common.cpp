@@ -7,10 +7,10 @@
 #include <vector>
 
 #include "Common/bins/walls.h"
-#include "Common/finite.h"
-#include "Common/frame_file.h"
-#include "Common/progress.h"
-#include "Common/series.h"
+#include "Common/audio/finite.h"
+#include "Common/audio/frame_file.h"
+#include "Common/reporting/progress.h"
+#include "Common/files/series.h"
 #include "Common/ss_util.h"
 #include "Common/units.h"
 

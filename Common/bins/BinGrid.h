@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "Common/step_errors.h"
+#include "Common/step/step_errors.h"
 #include "Common/units.h"
 
 /** A file cut into bins of equal length (the last may be shorter), with a wall at each bin's ends.

@@ -1,7 +1,7 @@
 #include "Common/calc_rms/CommandLine.h"
 
-#include "Common/log.h"
-#include "Common/step_options.h"
+#include "Common/reporting/log.h"
+#include "Common/step/step_options.h"
 
 namespace calc_rms {
 

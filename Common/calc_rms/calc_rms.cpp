@@ -7,10 +7,10 @@
 #include <fstream>
 
 #include "Common/calc_rms/CommandLine.h"
-#include "Common/finite.h"
-#include "Common/log.h"
-#include "Common/progress.h"
-#include "Common/sound_handle.h"
+#include "Common/audio/finite.h"
+#include "Common/reporting/log.h"
+#include "Common/reporting/progress.h"
+#include "Common/audio/sound_handle.h"
 #include "Common/ss_util.h"
 #include "Common/units.h"
 

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include "Common/progress.h"
+#include "Common/reporting/progress.h"
 #include "Common/ss_util.h"
 
 namespace calculate_gains {

@@ -3,8 +3,8 @@
 #include <boost/scoped_array.hpp>
 #include <cstdint>
 
-#include "Common/finite.h"
-#include "Common/sound_handle.h"
+#include "Common/audio/finite.h"
+#include "Common/audio/sound_handle.h"
 
 namespace calculate_gains {
 

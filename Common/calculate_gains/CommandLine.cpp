@@ -2,8 +2,8 @@
 
 #include <cmath>
 
-#include "Common/log.h"
-#include "Common/step_options.h"
+#include "Common/reporting/log.h"
+#include "Common/step/step_options.h"
 
 namespace calculate_gains {
 

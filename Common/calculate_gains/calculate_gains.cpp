@@ -10,9 +10,9 @@
 
 #include "Common/calculate_gains/CalcRMS.h"
 #include "Common/calculate_gains/CommandLine.h"
-#include "Common/log.h"
-#include "Common/progress.h"
-#include "Common/sound_handle.h"
+#include "Common/reporting/log.h"
+#include "Common/reporting/progress.h"
+#include "Common/audio/sound_handle.h"
 #include "Common/ss_util.h"
 #include "Common/units.h"
 

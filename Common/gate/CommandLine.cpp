@@ -1,6 +1,6 @@
 #include "Common/gate/CommandLine.h"
 
-#include "Common/conditioning_options.h"
+#include "Common/step/conditioning_options.h"
 #include "Common/gate/gate.h"
 #include "Common/units.h"
 

@@ -2,9 +2,9 @@
 
 #include <cstddef>
 
-#include "Common/finite.h"
+#include "Common/audio/finite.h"
 #include "Common/gate/gate.h"
-#include "Common/progress.h"
+#include "Common/reporting/progress.h"
 #include "Common/ss_util.h"
 #include "Common/units.h"
 

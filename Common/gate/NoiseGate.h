@@ -6,7 +6,7 @@
 
 #include "Common/gate/CommandLine.h"
 #include "Common/gate/LevelMeter.h"
-#include "Common/sound_handle.h"
+#include "Common/audio/sound_handle.h"
 
 namespace gate {
 

@@ -3,11 +3,11 @@
 #include <cmath>
 #include <iostream>
 
-#include "Common/copy_file.h"
+#include "Common/files/copy_file.h"
 #include "Common/gate/CommandLine.h"
 #include "Common/gate/NoiseGate.h"
-#include "Common/progress.h"
-#include "Common/run_entry.h"
+#include "Common/reporting/progress.h"
+#include "Common/step/run_entry.h"
 
 namespace gate {
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Common/step_errors.h"
+#include "Common/step/step_errors.h"
 
 /** Step 2: lowers the background between phrases. */
 namespace gate {

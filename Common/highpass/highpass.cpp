@@ -6,13 +6,13 @@
 #include <stdexcept>
 #include <string>
 
-#include "Common/SoundFile.h"
-#include "Common/finite.h"
+#include "Common/audio/SoundFile.h"
+#include "Common/audio/finite.h"
 #include "Common/highpass/CommandLine.h"
 #include "Common/highpass/biquad.h"
-#include "Common/log.h"
-#include "Common/progress.h"
-#include "Common/run_entry.h"
+#include "Common/reporting/log.h"
+#include "Common/reporting/progress.h"
+#include "Common/step/run_entry.h"
 #include "Common/units.h"
 
 namespace highpass {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Common/step_errors.h"
+#include "Common/step/step_errors.h"
 
 /** Step 1: takes the rumble out with one second-order high-pass filter per channel. */
 namespace highpass {

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Common/loud_reduction/LoudReductionArgs.h"
-#include "Common/step_options.h"
+#include "Common/step/step_options.h"
 
 /** Declares the options that both loud-reduction steps share, in their order. */
 void add_loud_reduction_options(StepOptions& options, LoudReductionArgs& args);

@@ -9,7 +9,7 @@
 #include "Common/bins/measure.h"
 #include "Common/bins/walls.h"
 #include "Common/loud_reduction/LoudReductionArgs.h"
-#include "Common/sound_handle.h"
+#include "Common/audio/sound_handle.h"
 #include "Common/ss_util.h"
 #include "Common/units.h"
 

@@ -4,9 +4,9 @@
 #include <iostream>
 
 #include "Common/CommandLine.h"
-#include "Common/log.h"
+#include "Common/reporting/log.h"
 #include "Common/normalize/normalize.h"
-#include "Common/step_options.h"
+#include "Common/step/step_options.h"
 #include "Common/units.h"
 
 namespace normalize {

@@ -3,13 +3,13 @@
 #include <cstdio>
 #include <iostream>
 
-#include "Common/SoundFile.h"
+#include "Common/audio/SoundFile.h"
 #include "Common/bins/measure.h"
 #include "Common/bins/walls.h"
-#include "Common/log.h"
+#include "Common/reporting/log.h"
 #include "Common/normalize/MainIterationLoop.h"
 #include "Common/normalize/normalize.h"
-#include "Common/progress.h"
+#include "Common/reporting/progress.h"
 #include "Common/ss_util.h"
 #include "Common/units.h"
 

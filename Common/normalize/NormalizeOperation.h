@@ -7,7 +7,7 @@
 #include "Common/bins/Bin.h"
 #include "Common/bins/BinGrid.h"
 #include "Common/normalize/CommandLine.h"
-#include "Common/sound_handle.h"
+#include "Common/audio/sound_handle.h"
 
 namespace normalize {
 

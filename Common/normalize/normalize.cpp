@@ -2,7 +2,7 @@
 
 #include "Common/normalize/CommandLine.h"
 #include "Common/normalize/NormalizeOperation.h"
-#include "Common/run_entry.h"
+#include "Common/step/run_entry.h"
 
 namespace normalize {
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Common/step_errors.h"
+#include "Common/step/step_errors.h"
 
 /** Step 10: brings the leveled audio to the target level under a peak ceiling. */
 namespace normalize {

@@ -1,6 +1,6 @@
 #include "Common/reduce_loud/CommandLine.h"
 
-#include "Common/conditioning_options.h"
+#include "Common/step/conditioning_options.h"
 #include "Common/loud_reduction/CommandLine.h"
 #include "Common/reduce_loud/reduce_loud.h"
 

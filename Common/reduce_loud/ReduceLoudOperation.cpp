@@ -1,6 +1,6 @@
 #include "Common/reduce_loud/ReduceLoudOperation.h"
 
-#include "Common/log.h"
+#include "Common/reporting/log.h"
 
 namespace reduce_loud {
 

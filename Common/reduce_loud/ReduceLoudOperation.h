@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Common/loud_reduction/LoudReduction.h"
-#include "Common/progress.h"
+#include "Common/reporting/progress.h"
 #include "Common/reduce_loud/CommandLine.h"
 #include "Common/reduce_loud/reduce_loud.h"
 

@@ -2,7 +2,7 @@
 
 #include "Common/reduce_loud/CommandLine.h"
 #include "Common/reduce_loud/ReduceLoudOperation.h"
-#include "Common/run_entry.h"
+#include "Common/step/run_entry.h"
 
 namespace reduce_loud {
 

@@ -3,7 +3,7 @@
 #include <string>
 
 #include "Common/loud_reduction/LoudReduction.h"
-#include "Common/progress.h"
+#include "Common/reporting/progress.h"
 #include "Common/reduce_loud_peak/CommandLine.h"
 #include "Common/reduce_loud_peak/reduce_loud_peak.h"
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Common/step_errors.h"
+#include "Common/step/step_errors.h"
 
 /** Step 3: tames single loud peaks. */
 namespace reduce_loud_peak {

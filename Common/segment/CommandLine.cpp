@@ -1,8 +1,8 @@
 #include "Common/segment/CommandLine.h"
 
-#include "Common/log.h"
+#include "Common/reporting/log.h"
 #include "Common/segment/segment_util.h"
-#include "Common/step_options.h"
+#include "Common/step/step_options.h"
 
 namespace segment {
 

@@ -8,8 +8,8 @@
 #include <sstream>
 #include <string>
 
-#include "Common/log.h"
-#include "Common/progress.h"
+#include "Common/reporting/log.h"
+#include "Common/reporting/progress.h"
 #include "Common/segment/CommandLine.h"
 #include "Common/segment/MakeCalculator.h"
 #include "Common/segment/segment_util.h"

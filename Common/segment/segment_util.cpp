@@ -3,7 +3,7 @@
 #include <cstdlib>
 #include <iostream>
 
-#include "Common/log.h"
+#include "Common/reporting/log.h"
 
 namespace segment {
 

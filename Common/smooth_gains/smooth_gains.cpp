@@ -10,9 +10,9 @@
 #include <limits>
 #include <string>
 
-#include "Common/log.h"
+#include "Common/reporting/log.h"
 #include "Common/ss_util.h"
-#include "Common/step_options.h"
+#include "Common/step/step_options.h"
 
 namespace smooth_gains {
 

@@ -4,11 +4,11 @@
 #include <cmath>
 #include <filesystem>
 
-#include "cli/destinations.h"
-#include "cli/measure.h"
-#include "cli/passages.h"
-#include "cli/report.h"
-#include "cli/run_facts.h"
+#include "cli/facts/destinations.h"
+#include "cli/audio/measure.h"
+#include "cli/engine/passages.h"
+#include "cli/report/report.h"
+#include "cli/facts/run_facts.h"
 #include "tests/support/fixtures.h"
 #include "tests/support/signals.h"
 

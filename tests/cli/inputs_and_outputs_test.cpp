@@ -2,10 +2,10 @@
 
 #include <filesystem>
 
-#include "cli/find_files.h"
-#include "cli/html.h"
-#include "cli/plan.h"
-#include "cli/staged_output.h"
+#include "cli/inputs/find_files.h"
+#include "cli/report/html.h"
+#include "cli/inputs/plan.h"
+#include "cli/storage/staged_output.h"
 #include "tests/support/fixtures.h"
 
 using testing::ElementsAre;

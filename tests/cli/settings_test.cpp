@@ -1,9 +1,9 @@
-#include "cli/settings.h"
+#include "cli/options/settings.h"
 
 #include <gmock/gmock.h>
 
-#include "cli/option_documents.h"
-#include "cli/option_table.h"
+#include "cli/options/option_documents.h"
+#include "cli/options/option_table.h"
 
 using testing::ElementsAre;
 using testing::HasSubstr;

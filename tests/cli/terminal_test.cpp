@@ -3,9 +3,9 @@
 #include <clocale>
 #include <cmath>
 
-#include "cli/screen.h"
-#include "cli/summary.h"
-#include "cli/terminal_text.h"
+#include "cli/terminal/screen.h"
+#include "cli/terminal/summary.h"
+#include "cli/terminal/terminal_text.h"
 
 using testing::HasSubstr;
 using testing::Not;

@@ -1,4 +1,4 @@
-#include "Common/run_state.h"
+#include "Common/reporting/run_state.h"
 #include "tests/support/fixtures.h"
 
 ProgressRecorder::ProgressRecorder() {

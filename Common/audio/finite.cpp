@@ -1,0 +1,32 @@
+#include "Common/audio/finite.h"
+
+#include <cmath>
+#include <limits>
+#include <stdexcept>
+
+FiniteGuard::FiniteGuard(const std::string& path, const SF_INFO& info)
+    : path_(path), channels_(info.channels) {
+    const int encoding = info.format & SF_FORMAT_SUBMASK;
+    needed_ = encoding == SF_FORMAT_FLOAT || encoding == SF_FORMAT_DOUBLE;
+}
+
+void FiniteGuard::check(const double* samples, long long count) {
+    if (!needed_) {
+        return;
+    }
+    int found = 0;
+    for (long long i = 0; i < count; ++i) {
+        found |= static_cast<int>(!(std::fabs(samples[i]) <= std::numeric_limits<double>::max()));
+    }
+    if (found != 0) {
+        for (long long i = 0; i < count; ++i) {
+            if (!std::isfinite(samples[i])) {
+                throw std::runtime_error(
+                    path_ + ": the sample in frame " +
+                    std::to_string((samples_seen_ + i) / channels_) +
+                    (std::isnan(samples[i]) ? " is not a number" : " is infinite"));
+            }
+        }
+    }
+    samples_seen_ += count;
+}

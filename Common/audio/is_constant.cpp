@@ -1,0 +1,29 @@
+#include "Common/audio/is_constant.h"
+
+#include <algorithm>
+#include <vector>
+
+#include "Common/units.h"
+
+bool is_constant(SoundFile& file, SF_INFO info) {
+    constexpr long long kBlockFrames = 8192;
+    if (info.frames == 0) {
+        return true;
+    }
+    const std::size_t channels = static_cast<std::size_t>(info.channels);
+    std::vector<double> first(channels);
+    file.ReadDoubleFrames(first.data(), 1);
+    file.Seek(0, SEEK_SET);
+
+    std::vector<double> block(kBlockFrames * channels);
+    const long long blocks = ceildiv(info.frames, kBlockFrames);
+    for (long long b = 0; b < blocks; ++b) {
+        const long long frames = file.ReadDoubleFrames(block.data(), kBlockFrames);
+        for (std::size_t i = 0; i < static_cast<std::size_t>(frames) * channels; i += channels) {
+            if (!std::equal(first.begin(), first.end(), block.begin() + static_cast<long>(i))) {
+                return false;
+            }
+        }
+    }
+    return true;
+}

@@ -1,0 +1,20 @@
+#include "Common/files/copy_file.h"
+
+#include <boost/filesystem.hpp>
+#include <iostream>
+#include <stdexcept>
+
+#include "Common/files/whole_file.h"
+
+int copy_file(std::string from, std::string to) {
+    try {
+        boost::system::error_code ignored;
+        if (!boost::filesystem::equivalent(from, to, ignored)) {
+            copy_whole(from, to);
+        }
+    } catch (const std::runtime_error& failure) {
+        std::cerr << failure.what() << std::endl;
+        return 1;
+    }
+    return 0;
+}

@@ -1,0 +1,47 @@
+#include "Common/files/descriptor.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <vector>
+
+Descriptor::Descriptor(const std::string& path, int flags, mode_t mode)
+    : descriptor_(::open(path.c_str(), flags | O_CLOEXEC, mode)) {}
+
+Descriptor::~Descriptor() {
+    if (is_open()) {
+        ::close(descriptor_);
+    }
+}
+
+bool write_all(int descriptor, const char* bytes, std::size_t count) {
+    while (count > 0) {
+        const ssize_t written = ::write(descriptor, bytes, count);
+        if (written < 0 && errno != EINTR) {
+            return false;
+        }
+        if (written > 0) {
+            bytes += written;
+            count -= static_cast<std::size_t>(written);
+        }
+    }
+    return true;
+}
+
+bool copy_all(int from, int to) {
+    constexpr std::size_t kBlockBytes = 1 << 20;
+    std::vector<char> block(kBlockBytes);
+    for (;;) {
+        const ssize_t count = ::read(from, block.data(), block.size());
+        if (count == 0) {
+            return true;
+        }
+        if (count < 0 && errno != EINTR) {
+            return false;
+        }
+        if (count > 0 && !write_all(to, block.data(), static_cast<std::size_t>(count))) {
+            return false;
+        }
+    }
+}

@@ -1,0 +1,186 @@
+#pragma once
+
+#include <sndfile.h>
+
+#include <iostream>
+#include <string>
+
+#include "Common/reporting/log.h"
+#include "Common/ss_util.h"
+
+/**
+ * The errors of the signal-processing steps. Every step namespace has types of its own, made from
+ * these templates with its Step tag, so that a handler for one step's error matches no other's:
+ *
+ *     struct Step : step_errors::ToStandardError { static constexpr const char* kName = "gate"; };
+ *     using ss_sf_open_error = step_errors::sf_open_error<Step>;
+ *
+ * A Step has kName and, from one of the two bases below, where its messages go.
+ */
+namespace step_errors {
+
+/** Messages go straight to the standard error stream; open errors add the library's own text. */
+struct ToStandardError {
+    static constexpr bool kLibraryText = true;
+
+    static void report(const char* /*name*/, int /*line*/, const std::string& text) {
+        std::cerr << text << std::endl;
+    }
+};
+
+/** Messages go to log_msg under the step's own header. */
+struct ToLog {
+    static constexpr bool kLibraryText = false;
+
+    static void report(const char* name, int line, const std::string& text) {
+        log_msg(std::string("Common/") + name + "/" + name, line, text);
+    }
+};
+
+/** Writes one message of a step. */
+template <class Step>
+void say(int line, const std::string& text) {
+    Step::report(Step::kName, line, text);
+}
+
+/** "" or the sound-file library's text for the failed open, on a line of its own. */
+template <class Step>
+std::string library_text() {
+    return Step::kLibraryText ? std::string("\n") + sf_strerror(nullptr) : std::string();
+}
+
+/** The cause was written where the command line was parsed: nothing is left to report. */
+template <class Step>
+class command_line_error : public ss_error {
+  public:
+    void report() const override {}
+};
+
+template <class Step>
+class empty_command_line_error : public ss_error {
+  public:
+    void report() const override {
+        say<Step>(__LINE__, std::string(Step::kName) + ": no arguments; try --help");
+    }
+};
+
+/** Base of the errors that concern one file. */
+template <class Step>
+class file_error : public ss_error {
+  public:
+    explicit file_error(const std::string& file) : file_(file) {}
+
+  protected:
+    std::string file_;
+};
+
+template <class Step>
+class sf_io_error : public file_error<Step> {
+  public:
+    using file_error<Step>::file_error;
+
+    void report() const override { say<Step>(61, "Sound file i/o error."); }
+};
+
+template <class Step>
+class sf_open_error : public sf_io_error<Step> {
+  public:
+    using sf_io_error<Step>::sf_io_error;
+};
+
+template <class Step>
+class sf_openinput_error : public sf_open_error<Step> {
+  public:
+    using sf_open_error<Step>::sf_open_error;
+
+    void report() const override {
+        say<Step>(91, "Error opening " + this->file_ + " for input" + library_text<Step>());
+    }
+};
+
+template <class Step>
+class sf_openoutput_error : public sf_open_error<Step> {
+  public:
+    using sf_open_error<Step>::sf_open_error;
+
+    void report() const override {
+        say<Step>(102, "Error opening " + this->file_ + " for output" + library_text<Step>());
+    }
+};
+
+template <class Step>
+class sf_unexpected_eof : public sf_io_error<Step> {
+  public:
+    using sf_io_error<Step>::sf_io_error;
+
+    void report() const override {
+        say<Step>(72, "Error reading " + this->file_);
+        say<Step>(73, "Expected more samples");
+        say<Step>(74, "The sound file may be corrupt");
+    }
+};
+
+template <class Step>
+class sf_seek_error : public sf_io_error<Step> {
+  public:
+    using sf_io_error<Step>::sf_io_error;
+
+    void report() const override { say<Step>(__LINE__, "Error seeking in " + this->file_); }
+};
+
+/**
+ * A short write. The i/o error is a private base: a step's handlers for ss_error and for its i/o
+ * errors do not match, the error passes on to whoever handles std::exception.
+ */
+template <class Step>
+class sf_write_error : private sf_io_error<Step>, public virtual std::exception {
+  public:
+    /** reason: the library's, asked for while the file is still open. */
+    sf_write_error(const std::string& file,
+                   long long expected,
+                   long long written,
+                   const std::string& reason)
+        : sf_io_error<Step>(file), expected_(expected), written_(written), reason_(reason) {}
+
+    void report() const override {
+        say<Step>(__LINE__, "Error writing to " + this->file_ + "\nExpected to write " +
+                                std::to_string(expected_) + ", instead wrote " +
+                                std::to_string(written_) + "\n" + reason_);
+    }
+
+  private:
+    long long expected_;
+    long long written_;
+    std::string reason_;
+};
+
+template <class Step>
+class sf_format_error : public file_error<Step> {
+  public:
+    using file_error<Step>::file_error;
+};
+
+template <class Step>
+class sf_too_many_channels_error : public sf_format_error<Step> {
+  public:
+    sf_too_many_channels_error(const std::string& file, int channels)
+        : sf_format_error<Step>(file), channels_(channels) {}
+
+    void report() const override {
+        say<Step>(43, std::string(Step::kName) + ": cannot process more than 2 channels; " +
+                          this->file_ + " has " + std::to_string(channels_));
+    }
+
+  private:
+    int channels_;
+};
+
+template <class Step>
+class sf_input_silent_error : public sf_format_error<Step> {
+  public:
+    using sf_format_error<Step>::sf_format_error;
+
+    void report() const override { say<Step>(51, this->file_ + " is silent"); }
+};
+
+}  // namespace step_errors

@@ -1,0 +1,85 @@
+#include "Common/step/step_options.h"
+
+#include <exception>
+#include <fstream>
+
+namespace po = boost::program_options;
+
+namespace {
+constexpr unsigned kLineLength = 80;
+constexpr unsigned kDescriptionColumn = 40;
+}  // namespace
+
+StepOptions::StepOptions(const std::string& caption, std::string& options_file, OptionsFile rule)
+    : options_file_(&options_file),
+      options_file_rule_(rule),
+      visible_(caption, kLineLength, kDescriptionColumn),
+      hidden_("Hidden options") {
+    visible_.add_options()("help,h", "show this help message")(
+        "options-file,o", po::value<std::string>(options_file_), "options file");
+}
+
+StepOptions::StepOptions(const std::string& caption, const std::string& help_text)
+    : options_file_rule_(kNone),
+      visible_(caption, kLineLength, kDescriptionColumn),
+      hidden_("Hidden options") {
+    visible_.add_options()("help,h", help_text.c_str());
+}
+
+StepOptions& StepOptions::positional(const char* name, std::string& field, const char* help) {
+    hidden_.add_options()(name, po::value<std::string>(&field), help);
+    return also_positional(name);
+}
+
+StepOptions& StepOptions::also_positional(const char* name) {
+    positions_.add(name, 1);
+    return *this;
+}
+
+StepOptions& StepOptions::failure_texts(const std::string& prefix, const std::string& unknown) {
+    failure_prefix_ = prefix;
+    unknown_failure_ = unknown;
+    return *this;
+}
+
+ParseResult StepOptions::parse(int argc, const char* const* argv) {
+    try {
+        return parse_throwing(argc, argv);
+    } catch (const std::exception& failure) {
+        return {ParseResult::kFailed, failure_prefix_ + failure.what()};
+    } catch (...) {
+        return {ParseResult::kFailed, unknown_failure_};
+    }
+}
+
+ParseResult StepOptions::parse_throwing(int argc, const char* const* argv) {
+    po::options_description all("Allowed options", kLineLength, kDescriptionColumn);
+    all.add(visible_).add(hidden_);
+    values_.clear();
+    po::store(po::command_line_parser(argc, argv).options(all).positional(positions_).run(),
+              values_);
+    if (options_file_rule_ != kNone && values_.count("options-file") != 0) {
+        const std::string path = values_["options-file"].as<std::string>();
+        std::ifstream file(path);
+        if (file) {
+            po::store(po::parse_config_file(file, all), values_);
+        } else if (options_file_rule_ == kMustOpen) {
+            return {ParseResult::kUnreadableOptionsFile, "error opening " + path};
+        }
+    }
+    if (values_.count("help") != 0) {
+        return {ParseResult::kHelp, help()};
+    }
+    po::notify(values_);
+    return {};
+}
+
+bool StepOptions::given(const std::string& name) const {
+    return values_.count(name) != 0 && !values_[name].defaulted();
+}
+
+std::string StepOptions::help() const {
+    std::ostringstream text;
+    text << visible_;
+    return text.str();
+}

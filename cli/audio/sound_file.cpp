@@ -1,0 +1,23 @@
+#include "cli/audio/sound_file.h"
+
+#include <stdexcept>
+
+namespace cli {
+namespace {
+
+SndfileHandle checked(SndfileHandle file) {
+    if (!file.rawHandle()) throw std::runtime_error(file.strError());
+    return file;
+}
+
+}  // namespace
+
+SndfileHandle open_to_read(const std::string& path) {
+    return checked(SndfileHandle(path));
+}
+
+SndfileHandle open_to_write(const std::string& path, int format, int channels, int sample_rate_hz) {
+    return checked(SndfileHandle(path, SFM_WRITE, format, channels, sample_rate_hz));
+}
+
+}  // namespace cli

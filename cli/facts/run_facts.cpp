@@ -1,0 +1,139 @@
+#include "cli/facts/run_facts.h"
+
+#include <cmath>
+#include <limits>
+#include <map>
+
+namespace cli {
+namespace {
+
+using Json = nlohmann::ordered_json;
+constexpr double kSilence = -std::numeric_limits<double>::infinity();
+
+const std::map<Outcome, const char*>& outcome_names() {
+    static const std::map<Outcome, const char*> names = {
+        {Outcome::Leveled, "leveled"},   {Outcome::Copied, "copied"},
+        {Outcome::Analyzed, "analyzed"}, {Outcome::Skipped, "skipped"},
+        {Outcome::Failed, "failed"},     {Outcome::Interrupted, "interrupted"}};
+    return names;
+}
+
+// JSON has no infinity: silence is null.
+Json number(double value) {
+    if (!std::isfinite(value)) return nullptr;
+    return std::round(value * 1000) / 1000;
+}
+
+double number_back(const Json& json) {
+    return json.is_null() ? kSilence : json.get<double>();
+}
+
+Json curve(const Curve& from) {
+    Json values = Json::array();
+    for (double value : from.values) values.push_back(number(value));
+    return {{"step_s", from.step_s}, {"values", values}};
+}
+
+Curve curve_back(const Json& json) {
+    Curve result{json.at("step_s"), {}};
+    for (const Json& value : json.at("values")) result.values.push_back(number_back(value));
+    return result;
+}
+
+Json loudness(const Loudness& from) {
+    return {{"integrated_lufs", number(from.integrated_lufs)},
+            {"range_lu", number(from.range_lu)},
+            {"true_peak_dbtp", number(from.true_peak_dbtp)},
+            {"sample_peak_dbfs", number(from.sample_peak_dbfs)},
+            {"rms_dbfs", number(from.rms_dbfs)},
+            {"pauses_dbfs", number(from.pauses_dbfs)},
+            {"short_term_lufs", curve(from.short_term_lufs)}};
+}
+
+Loudness loudness_back(const Json& json) {
+    return {number_back(json.at("integrated_lufs")), number_back(json.at("range_lu")),
+            number_back(json.at("true_peak_dbtp")),  number_back(json.at("sample_peak_dbfs")),
+            number_back(json.at("rms_dbfs")),        number_back(json.at("pauses_dbfs")),
+            curve_back(json.at("short_term_lufs"))};
+}
+
+Json leveling(const Leveling& from) {
+    Json passages = Json::array();
+    for (const Passage& passage : from.passages)
+        passages.push_back({{"from_s", number(passage.from_s)},
+                            {"to_s", number(passage.to_s)},
+                            {"level_db", number(passage.level_db)},
+                            {"gain_db", number(passage.gain_db)}});
+    return {{"mean_gain_db", number(from.mean_gain_db)},
+            {"least_gain_db", number(from.least_gain_db)},
+            {"greatest_gain_db", number(from.greatest_gain_db)},
+            {"passages", passages},
+            {"gain_db", curve(from.gain_db)}};
+}
+
+Leveling leveling_back(const Json& json) {
+    Leveling result;
+    result.mean_gain_db = number_back(json.at("mean_gain_db"));
+    result.least_gain_db = number_back(json.at("least_gain_db"));
+    result.greatest_gain_db = number_back(json.at("greatest_gain_db"));
+    result.gain_db = curve_back(json.at("gain_db"));
+    for (const Json& passage : json.at("passages"))
+        result.passages.push_back(
+            {number_back(passage.at("from_s")), number_back(passage.at("to_s")),
+             number_back(passage.at("level_db")), number_back(passage.at("gain_db"))});
+    return result;
+}
+
+}  // namespace
+
+const char* to_text(Outcome outcome) {
+    return outcome_names().at(outcome);
+}
+
+Json to_json(const FileFacts& facts) {
+    Json json;
+    json["input"] = facts.input;
+    json["output"] = facts.output.empty() ? Json(nullptr) : Json(facts.output);
+    json["status"] = to_text(facts.outcome);
+    json["cause"] = facts.cause.empty() ? Json(nullptr) : Json(facts.cause);
+    json["notes"] = facts.notes;
+    json["elapsed_s"] = number(facts.elapsed_s);
+    if (facts.sample_rate_hz) {
+        json["format"] = facts.format;
+        json["sample_rate_hz"] = facts.sample_rate_hz;
+        json["channels"] = facts.channels;
+        json["frames"] = facts.frames;
+        json["duration_s"] = number(facts.duration_s());
+    }
+    if (facts.before) json["before"] = loudness(*facts.before);
+    if (facts.after) json["after"] = loudness(*facts.after);
+    if (facts.leveling) json["leveling"] = leveling(*facts.leveling);
+    return json;
+}
+
+FileFacts facts_from_json(const Json& json) {
+    FileFacts facts;
+    facts.input = json.at("input");
+    if (!json.at("output").is_null()) facts.output = json.at("output");
+    for (const auto& [outcome, name] : outcome_names())
+        if (json.at("status") == name) facts.outcome = outcome;
+    if (!json.at("cause").is_null()) facts.cause = json.at("cause");
+    facts.notes = json.at("notes").get<std::vector<std::string>>();
+    facts.elapsed_s = number_back(json.at("elapsed_s"));
+    if (json.contains("sample_rate_hz")) {
+        facts.format = json.at("format");
+        facts.sample_rate_hz = json.at("sample_rate_hz");
+        facts.channels = json.at("channels");
+        facts.frames = json.at("frames");
+    }
+    if (json.contains("before")) facts.before = loudness_back(json.at("before"));
+    if (json.contains("after")) facts.after = loudness_back(json.at("after"));
+    if (json.contains("leveling")) facts.leveling = leveling_back(json.at("leveling"));
+    return facts;
+}
+
+std::string dump(const Json& json) {
+    return json.dump(-1, ' ', false, Json::error_handler_t::replace);
+}
+
+}  // namespace cli

@@ -1,0 +1,123 @@
+#include "cli/inputs/find_files.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <set>
+
+#include "cli/audio/audio_formats.h"
+
+namespace cli {
+namespace fs = std::filesystem;
+
+namespace {
+
+bool ends_with(const std::string& text, const std::string& end) {
+    return text.size() >= end.size() &&
+           text.compare(text.size() - end.size(), end.size(), end) == 0;
+}
+
+class FolderSearch {
+  public:
+    FolderSearch(const std::string& suffix, const fs::path& leave_out, FoundFiles& found)
+        : suffix_(suffix), found_(found) {
+        std::error_code ignored;
+        if (!leave_out.empty()) leave_out_ = fs::weakly_canonical(leave_out, ignored);
+    }
+
+    // Folders first and links to folders after them, so that a file which can be reached both ways
+    // is found under its own path.
+    void search(const fs::path& root) {
+        links_.push_back(root);
+        while (!links_.empty()) {
+            const fs::path next = links_.back();
+            links_.pop_back();
+            enter(next, root);
+        }
+    }
+
+    void take(const fs::path& path, const fs::path& below) {
+        std::error_code error;
+        const fs::path real = fs::canonical(path, error);
+        if (error)
+            found_.problems.push_back({path, error.message()});
+        else if (taken_.insert(real).second)
+            found_.files.push_back({path, below});
+    }
+
+  private:
+    void enter(const fs::path& folder, const fs::path& root) {
+        std::error_code error;
+        const fs::path real = fs::canonical(folder, error);
+        const bool left_out = !leave_out_.empty() && real == leave_out_ && folder != root;
+        if (!error && (left_out || !entered_.insert(real).second)) return;
+        fs::directory_iterator entries(folder, error);
+        if (error) {
+            found_.problems.push_back({folder, error.message()});
+            return;
+        }
+        std::vector<fs::path> folders;
+        std::vector<fs::path> files;
+        for (const fs::directory_iterator end; !error && entries != end; entries.increment(error)) {
+            const fs::path path = entries->path();
+            if (path.filename().string().front() == '.') continue;
+            std::error_code unreadable;
+            const bool link = fs::is_symlink(entries->symlink_status(unreadable));
+            const fs::file_status status = entries->status(unreadable);
+            if (fs::is_directory(status)) {
+                (link ? links_ : folders).push_back(path);
+            } else if (wanted(path)) {
+                if (fs::is_regular_file(status))
+                    files.push_back(path);
+                else if (unreadable || status.type() == fs::file_type::not_found)
+                    found_.problems.push_back({path, "cannot be followed: the link leads nowhere"});
+            }
+        }
+        if (error) found_.problems.push_back({folder, error.message()});
+        for (const fs::path& path : files) take(path, path.lexically_relative(root));
+        for (const fs::path& path : folders) enter(path, root);
+    }
+
+    bool wanted(const fs::path& path) const {
+        if (!writable_extensions().count(lower_extension(path.string()))) return false;
+        return suffix_.empty() || !ends_with(path.stem().string(), suffix_);
+    }
+
+    const std::string suffix_;
+    fs::path leave_out_;
+    FoundFiles& found_;
+    std::set<fs::path> entered_;
+    std::set<fs::path> taken_;
+    std::vector<fs::path> links_;
+};
+
+}  // namespace
+
+FoundFiles find_files(const std::vector<std::string>& paths,
+                      const std::string& suffix,
+                      const fs::path& leave_out) {
+    FoundFiles found;
+    FolderSearch search(suffix, leave_out, found);
+    for (const std::string& text : paths) {
+        const fs::path path = text;
+        std::error_code error;
+        const fs::file_status status = fs::status(path, error);
+        if (fs::is_directory(status)) {
+            const size_t before = found.files.size() + found.problems.size();
+            search.search(path);
+            if (found.files.size() + found.problems.size() == before)
+                found.problems.push_back({path, "holds no audio file to level"});
+        } else if (fs::is_regular_file(status)) {
+            search.take(path, path.filename());
+        } else if (status.type() == fs::file_type::not_found) {
+            found.problems.push_back({path, "does not exist"});
+        } else {
+            found.problems.push_back({path, error ? error.message() : "is not a file or folder"});
+        }
+    }
+    std::sort(found.files.begin(), found.files.end(),
+              [](const FoundFile& a, const FoundFile& b) { return a.path < b.path; });
+    return found;
+}
+
+}  // namespace cli

@@ -1,0 +1,128 @@
+#include "cli/options/option_documents.h"
+
+#include <fmt/format.h>
+
+#include <boost/algorithm/string/join.hpp>
+#include <boost/algorithm/string/replace.hpp>
+#include <vector>
+
+#include "cli/options/option_table.h"
+
+namespace cli {
+namespace {
+
+using boost::algorithm::replace_all_copy;
+
+std::string words_of(Completion completion) {
+    std::vector<std::string> words;
+    for (const char* word : choices(completion)) words.emplace_back(word);
+    return boost::algorithm::join(words, " ");
+}
+
+// A hyphen that stays a hyphen-minus, and no line that looks like a request.
+std::string roff(const std::string& text) {
+    return replace_all_copy(replace_all_copy(text, "\\", "\\e"), "-", "\\-");
+}
+
+std::string single_quoted(const std::string& text) {
+    return "'" + replace_all_copy(text, "'", "'\\''") + "'";
+}
+
+}  // namespace
+
+std::string man_options() {
+    std::string text;
+    for (OptionGroup group : option_groups()) {
+        text += fmt::format(".SS {}\n", title(group));
+        for (const OptionRow& row : option_table()) {
+            if (row.group != group) continue;
+            text += ".TP\n";
+            if (row.letter) text += fmt::format("\\fB\\-{}\\fR, ", row.letter);
+            text += fmt::format("\\fB\\-\\-{}\\fR", roff(row.name));
+            if (!row.argument.empty()) text += fmt::format(" \\fI{}\\fR", row.argument);
+            text += "\n" + roff(row.help) + ".\n";
+        }
+    }
+    return text;
+}
+
+std::string bash_completion() {
+    std::string all;
+    std::string cases;
+    for (const OptionRow& row : option_table()) {
+        std::string names = "--" + row.name;
+        if (row.letter) names += fmt::format("|-{}", row.letter);
+        all += (all.empty() ? "" : " ") + replace_all_copy(names, "|", " ");
+        if (row.argument.empty()) continue;
+        const std::string words = words_of(row.completion);
+        std::string reply;
+        if (!words.empty())
+            reply = fmt::format("COMPREPLY=($(compgen -W '{}' -- \"$cur\"))", words);
+        else if (row.completion == Completion::Directory)
+            reply = "COMPREPLY=($(compgen -d -- \"$cur\"))";
+        else if (row.completion == Completion::File)
+            reply = "COMPREPLY=($(compgen -f -- \"$cur\"))";
+        else
+            reply = "COMPREPLY=()";
+        cases += fmt::format("        {}) {}; return ;;\n", names, reply);
+    }
+    return fmt::format(
+        "# bash completion for quorvane\n"
+        "_quorvane() {{\n"
+        "    local cur=${{COMP_WORDS[COMP_CWORD]}} prev=${{COMP_WORDS[COMP_CWORD-1]}} IFS=$'\\n'\n"
+        "    case $prev in\n{}    esac\n"
+        "    if [[ $cur == -* ]]; then\n"
+        "        COMPREPLY=($(IFS=' '; compgen -W '{}' -- \"$cur\"))\n"
+        "    else\n"
+        "        COMPREPLY=($(compgen -f -- \"$cur\"))\n"
+        "    fi\n"
+        "}}\n"
+        "complete -o filenames -F _quorvane quorvane\n",
+        replace_all_copy(cases, "compgen -W", "IFS=' '; compgen -W"), all);
+}
+
+std::string zsh_completion() {
+    std::string text = "#compdef quorvane\n_arguments -s -S \\\n";
+    for (const OptionRow& row : option_table()) {
+        std::string help = row.help;
+        for (const char* special : {"[", "]", ":"})
+            help = replace_all_copy(help, special, std::string("\\") + special);
+        std::string action;
+        if (!row.argument.empty()) {
+            const std::string words = words_of(row.completion);
+            action = fmt::format(":{}:{}", row.argument,
+                                 !words.empty()                            ? "(" + words + ")"
+                                 : row.completion == Completion::Directory ? "_files -/"
+                                 : row.completion == Completion::File      ? "_files"
+                                                                           : "");
+        }
+        const std::string end = single_quoted(fmt::format("[{}]{}", help, action));
+        if (row.letter)
+            text +=
+                fmt::format("  '(-{0} --{1})'{{-{0},--{1}}}{2} \\\n", row.letter, row.name, end);
+        else
+            text += fmt::format("  --{}{} \\\n", row.name, end);
+    }
+    return text + "  '*:path:_files'\n";
+}
+
+std::string fish_completion() {
+    std::string text = "# fish completion for quorvane\n";
+    for (const OptionRow& row : option_table()) {
+        text += fmt::format("complete -c quorvane -l {}", row.name);
+        if (row.letter) text += fmt::format(" -s {}", row.letter);
+        const std::string words = words_of(row.completion);
+        if (!words.empty())
+            text += fmt::format(" -x -a '{}'", words);
+        else if (row.completion == Completion::Directory)
+            text += " -x -a '(__fish_complete_directories)'";
+        else if (row.completion == Completion::File)
+            text += " -r -F";
+        else if (!row.argument.empty())
+            text += " -x";
+        text += fmt::format(" -d {}\n", replace_all_copy(single_quoted(row.help), "'\\''", "\\'"));
+    }
+    return text;
+}
+
+}  // namespace cli

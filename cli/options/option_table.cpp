@@ -1,0 +1,118 @@
+#include "cli/options/option_table.h"
+
+#include "Common/CommandLine.h"
+
+namespace cli {
+
+namespace {
+
+std::vector<OptionRow> own_options() {
+    using G = OptionGroup;
+    using C = Completion;
+    return {
+        {G::Output, "suffix", 0, "TEXT", C::None,
+         "text added to the output's name before the extension (default: -leveled)"},
+        {G::Output, "output", 'o', "FILE", C::File, "name of the output, for exactly one input"},
+        {G::Output, "output-dir", 'd', "DIR", C::Directory,
+         "write below DIR, keeping the folders below each PATH"},
+        {G::Output, "force", 'f', "", C::None,
+         "replace outputs that exist; without it such a file is skipped"},
+        {G::Output, "keep-mtime", 0, "", C::None,
+         "give the output the modification time of its input"},
+
+        {G::Work, "jobs", 'j', "N", C::None,
+         "files worked on at the same time (default: the number of cores)"},
+        {G::Work, "dry-run", 'n', "", C::None, "say what would be read and written; touch nothing"},
+        {G::Work, "analyze", 0, "", C::None,
+         "only measure: print the loudness table, write no audio"},
+        {G::Work, "no-measure", 0, "", C::None, "skip the loudness measurement before and after"},
+
+        {G::Facts, "report", 0, "PATH", C::File,
+         "write an HTML report; for several inputs PATH is a folder with an index page"},
+        {G::Facts, "json", 0, "PATH", C::File,
+         "write the facts as JSON, one object per line and file; - is the standard output"},
+
+        {G::Display, "quiet", 'q', "", C::None, "print errors only"},
+        {G::Display, "verbose", 'v', "", C::None, "print the engine's messages as well"},
+        {G::Display, "color", 0, "WHEN", C::When, "use colors: auto, always or never"},
+        {G::Display, "progress", 0, "WHEN", C::When, "show progress bars: auto, always or never"},
+
+        {G::Other, "help", 'h', "", C::None, "show this help and leave"},
+        {G::Other, "version", 0, "", C::None, "show the version and leave"},
+    };
+}
+
+std::vector<OptionRow> tuning_rows() {
+    std::vector<OptionRow> rows;
+    int count = 0;
+    const TuningOption* options = tuning_options(count);
+    for (int i = 0; i < count; ++i) {
+        std::string name = options[i].names;
+        char letter = 0;
+        if (const size_t comma = name.find(','); comma != std::string::npos) {
+            letter = name[comma + 1];
+            name.erase(comma);
+        }
+        const bool cost = name == "segment-cost-function";
+        rows.push_back({OptionGroup::Tuning, name, letter, "VALUE",
+                        cost ? Completion::CostFunction : Completion::None,
+                        std::string(options[i].help) + ", default " + options[i].default_text});
+    }
+    rows.push_back({OptionGroup::Tuning, "options-file", 0, "FILE", Completion::File,
+                    "file with a line name=value for each tuning option"});
+    rows.push_back({OptionGroup::Tuning, "bit-depth", 'b', "BITS", Completion::BitDepth,
+                    "bit depth of the output: 8, 16, 24, 32, or 0 for the input's, default 0"});
+    return rows;
+}
+
+}  // namespace
+
+const std::vector<OptionRow>& option_table() {
+    static const std::vector<OptionRow> table = [] {
+        std::vector<OptionRow> rows = own_options();
+        const std::vector<OptionRow> tuning = tuning_rows();
+        rows.insert(rows.end(), tuning.begin(), tuning.end());
+        return rows;
+    }();
+    return table;
+}
+
+const char* title(OptionGroup group) {
+    switch (group) {
+        case OptionGroup::Output:
+            return "Outputs";
+        case OptionGroup::Work:
+            return "Work";
+        case OptionGroup::Facts:
+            return "Facts about a run";
+        case OptionGroup::Display:
+            return "Display";
+        case OptionGroup::Tuning:
+            return "Tuning, passed to the engine as given";
+        case OptionGroup::Other:
+            return "Other";
+    }
+    return "";
+}
+
+const std::vector<OptionGroup>& option_groups() {
+    static const std::vector<OptionGroup> groups = {OptionGroup::Output, OptionGroup::Work,
+                                                    OptionGroup::Facts,  OptionGroup::Display,
+                                                    OptionGroup::Tuning, OptionGroup::Other};
+    return groups;
+}
+
+std::vector<const char*> choices(Completion completion) {
+    switch (completion) {
+        case Completion::When:
+            return {"auto", "always", "never"};
+        case Completion::BitDepth:
+            return {"0", "8", "16", "24", "32"};
+        case Completion::CostFunction:
+            return {"SSD0", "MSD0"};
+        default:
+            return {};
+    }
+}
+
+}  // namespace cli

@@ -1,0 +1,145 @@
+#include "cli/options/settings.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <boost/lexical_cast.hpp>
+#include <boost/program_options.hpp>
+#include <sstream>
+#include <thread>
+
+#include "cli/options/option_table.h"
+
+namespace cli {
+namespace po = boost::program_options;
+
+namespace {
+
+constexpr unsigned kMostJobs = 256;
+constexpr unsigned kHelpWidth = 90;
+constexpr unsigned kHelpTextWidth = 48;
+
+po::options_description describe(OptionGroup group) {
+    po::options_description description(title(group), kHelpWidth, kHelpTextWidth);
+    for (const OptionRow& row : option_table()) {
+        if (row.group != group) continue;
+        std::string names = row.name;
+        if (row.letter) names += std::string(",") + row.letter;
+        if (!row.argument.empty()) {
+            description.add_options()(names.c_str(),
+                                      po::value<std::string>()->value_name(row.argument),
+                                      row.help.c_str());
+        } else {
+            description.add_options()(names.c_str(), row.help.c_str());
+        }
+    }
+    return description;
+}
+
+When parse_when(const po::variables_map& values, const char* name) {
+    if (!values.count(name)) return When::Auto;
+    const auto text = values[name].as<std::string>();
+    if (text == "auto") return When::Auto;
+    if (text == "always") return When::Always;
+    if (text == "never") return When::Never;
+    throw UsageError(fmt::format("--{} takes auto, always or never, not '{}'", name, text));
+}
+
+unsigned parse_jobs(const std::string& text) {
+    unsigned jobs = 0;
+    const bool digits = !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
+    if (!digits || !boost::conversion::try_lexical_convert(text, jobs) || jobs < 1 ||
+        jobs > kMostJobs)
+        throw UsageError(
+            fmt::format("--jobs takes a number from 1 to {}, not '{}'", kMostJobs, text));
+    return jobs;
+}
+
+void refuse_contradictions(const Settings& settings) {
+    const auto refuse = [](bool wrong, const char* text) {
+        if (wrong) throw UsageError(text);
+    };
+    refuse(settings.paths.empty(), "name at least one file or folder");
+    refuse(!settings.output.empty() && !settings.output_dir.empty(),
+           "--output and --output-dir exclude each other");
+    refuse(settings.suffix.find('/') != std::string::npos, "--suffix may not hold a '/'");
+    refuse(settings.suffix.empty() && settings.output_dir.empty() && settings.output.empty(),
+           "an empty --suffix needs --output-dir, else the output would be the input");
+    refuse(settings.quiet && settings.verbose, "--quiet and --verbose exclude each other");
+    refuse(settings.analyze && !settings.measure, "--analyze and --no-measure exclude each other");
+    refuse(settings.analyze && !settings.output.empty(),
+           "--analyze writes no audio, so --output has no meaning");
+    refuse(!settings.measure && !settings.report.empty(),
+           "--report shows the measurement, so it excludes --no-measure");
+}
+
+}  // namespace
+
+Settings parse_command_line(int argc, const char* const* argv) {
+    po::options_description options;
+    for (OptionGroup group : option_groups()) options.add(describe(group));
+    options.add_options()("path", po::value<std::vector<std::string>>());
+    po::positional_options_description positional;
+    positional.add("path", -1);
+
+    po::variables_map values;
+    try {
+        po::store(po::command_line_parser(argc, argv).options(options).positional(positional).run(),
+                  values);
+        po::notify(values);
+    } catch (const po::error& error) {
+        throw UsageError(error.what());
+    }
+
+    Settings settings;
+    const auto given = [&](const std::string& name) { return values.count(name) != 0; };
+    const auto text = [&](const char* name, std::string& field) {
+        if (!given(name)) return;
+        field = values[name].as<std::string>();
+        if (field.empty() && std::string(name) != "suffix")
+            throw UsageError(fmt::format("--{} needs a value that is not empty", name));
+    };
+    settings.help = given("help");
+    settings.version = given("version");
+    if (settings.help || settings.version) return settings;
+
+    if (given("path")) settings.paths = values["path"].as<std::vector<std::string>>();
+    text("suffix", settings.suffix);
+    text("output", settings.output);
+    text("output-dir", settings.output_dir);
+    text("report", settings.report);
+    text("json", settings.json);
+    settings.jobs = given("jobs") ? parse_jobs(values["jobs"].as<std::string>())
+                                  : std::clamp(std::thread::hardware_concurrency(), 1u, kMostJobs);
+    settings.force = given("force");
+    settings.keep_mtime = given("keep-mtime");
+    settings.dry_run = given("dry-run");
+    settings.analyze = given("analyze");
+    settings.measure = !given("no-measure");
+    settings.quiet = given("quiet");
+    settings.verbose = given("verbose");
+    settings.color = parse_when(values, "color");
+    settings.progress = parse_when(values, "progress");
+    for (const OptionRow& row : option_table()) {
+        if (row.group != OptionGroup::Tuning || !given(row.name)) continue;
+        settings.tuning.push_back("--" + row.name + "=" + values[row.name].as<std::string>());
+    }
+    refuse_contradictions(settings);
+    return settings;
+}
+
+std::string help_text() {
+    std::ostringstream out;
+    out << "Usage: quorvane [options] PATH...\n"
+           "\n"
+           "Levels the loudness of spoken-word recordings. A PATH is an audio file or a folder,\n"
+           "which is searched with everything below it. talk.wav gives talk-leveled.wav.\n"
+           "With --input-file the program takes one file through the engine and no more;\n"
+           "'quorvane --input-file= --help' lists that command line.\n";
+    for (OptionGroup group : option_groups()) out << "\n" << describe(group);
+    out << "\n"
+           "Exit status: 0 all done, 1 a file failed, 2 wrong usage, 130 interrupted.\n";
+    return out.str();
+}
+
+}  // namespace cli

@@ -1,0 +1,42 @@
+/*
+ * Writes what is made from the option table, at build time:
+ * write_documents MAN_TEMPLATE MAN_PAGE BASH ZSH FISH
+ */
+
+#include <cstdio>
+#include <fstream>
+#include <sstream>
+#include <string>
+
+#include "cli/options/option_documents.h"
+
+namespace {
+
+bool write(const char* path, const std::string& text) {
+    std::ofstream out(path, std::ios::binary);
+    out << text;
+    out.close();
+    if (!out) fprintf(stderr, "write_documents: cannot write %s\n", path);
+    return bool(out);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc != 6) return 2;
+    std::ifstream in(argv[1], std::ios::binary);
+    std::ostringstream page;
+    page << in.rdbuf();
+    std::string text = page.str();
+    const std::string mark = "@OPTIONS@\n";
+    const size_t at = text.find(mark);
+    if (at == std::string::npos) {
+        fprintf(stderr, "write_documents: %s has no line @OPTIONS@\n", argv[1]);
+        return 1;
+    }
+    text.replace(at, mark.size(), cli::man_options());
+    const bool written = write(argv[2], text) && write(argv[3], cli::bash_completion()) &&
+                         write(argv[4], cli::zsh_completion()) &&
+                         write(argv[5], cli::fish_completion());
+    return written ? 0 : 1;
+}

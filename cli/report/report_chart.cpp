@@ -1,0 +1,164 @@
+#include "cli/report/report_chart.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+#include <vector>
+
+#include "cli/terminal/summary.h"
+#include "cli/terminal/terminal_text.h"
+
+namespace cli {
+namespace {
+
+constexpr double kWidth = 1000;  // the drawings' own units
+constexpr double kHeight = 100;
+constexpr double kQuietestShown = -60;  // LUFS
+constexpr double kUnnoticedGain = 0.5;  // dB
+
+// The values between two levels, drawn from the bottom (low) to the top (high).
+struct Scale {
+    double low;
+    double high;
+    double step;  // between the lines
+
+    double y(double value) const {
+        return kHeight * (high - std::clamp(value, low, high)) / (high - low);
+    }
+};
+
+class Plot {
+  public:
+    Plot(const FileFacts& facts, Scale scale) : facts_(facts), scale_(scale) {}
+
+    std::string curve(const Curve& curve, const char* css) const {
+        std::string path;
+        bool drawing = false;
+        for (size_t i = 0; i < curve.values.size(); ++i) {
+            const double value = curve.values[i];
+            if (!std::isfinite(value)) {
+                drawing = false;
+                continue;
+            }
+            path += fmt::format("{}{:.1f} {:.2f}", drawing ? "L" : "M", x(double(i) * curve.step_s),
+                                scale_.y(value));
+            drawing = true;
+        }
+        return fmt::format("<path class=\"{}\" d=\"{}\"/>\n", css, path);
+    }
+
+    std::string passages() const {
+        std::string spans;
+        if (!facts_.leveling) return spans;
+        for (const Passage& passage : facts_.leveling->passages) {
+            // Stronger color for more gain, full at 12 dB.
+            const double strength = std::min(std::fabs(passage.gain_db) / 12, 1.0);
+            spans += fmt::format(
+                "<rect class=\"{}\" x=\"{:.1f}\" y=\"0\" width=\"{:.1f}\" height=\"{}\" "
+                "opacity=\"{:.2f}\"><title>{} to {}: level {} dB, gain {:+.1f} dB</title></rect>\n",
+                gain_class(passage.gain_db), x(passage.from_s),
+                std::max(x(passage.to_s) - x(passage.from_s) - 1, 0.5), kHeight,
+                0.12 + 0.38 * strength, clock_text(passage.from_s), clock_text(passage.to_s),
+                decimal(passage.level_db), passage.gain_db);
+        }
+        return spans;
+    }
+
+    std::string lines() const {
+        std::string result;
+        for (double value = scale_.low; value <= scale_.high + 1e-9; value += scale_.step)
+            result +=
+                fmt::format("<line class=\"{}\" x1=\"0\" x2=\"{}\" y1=\"{:.2f}\" y2=\"{:.2f}\"/>\n",
+                            value == 0 && scale_.low < 0 && scale_.high > 0 ? "zero" : "level",
+                            kWidth, scale_.y(value), scale_.y(value));
+        return result;
+    }
+
+    std::string figure(const char* css,
+                       const std::string& description,
+                       const std::string& caption,
+                       const std::string& drawing) const {
+        std::string labels;
+        for (double value = scale_.low; value <= scale_.high + 1e-9; value += scale_.step)
+            labels += fmt::format("<span class=\"y\" style=\"top:{:.2f}%\">{:g}</span>\n",
+                                  scale_.y(value) / kHeight * 100, value);
+        constexpr int kTimes = 5;
+        std::string times;
+        for (int i = 0; i < kTimes; ++i)
+            times += fmt::format("<span style=\"left:{}%\">{}</span>\n", 100 * i / (kTimes - 1),
+                                 clock_text(facts_.duration_s() * i / (kTimes - 1)));
+        return fmt::format(
+            "<figure class=\"{}\">\n<figcaption>{}</figcaption>\n<div class=\"plot\">\n"
+            "<svg viewBox=\"0 0 {} {}\" preserveAspectRatio=\"none\" role=\"img\" "
+            "aria-label=\"{}\">\n{}</svg>\n{}</div>\n<div class=\"times\">\n{}</div>\n</figure>\n",
+            css, caption, kWidth, kHeight, description, drawing, labels, times);
+    }
+
+  private:
+    double x(double seconds) const { return kWidth * seconds / facts_.duration_s(); }
+
+    const FileFacts& facts_;
+    Scale scale_;
+};
+
+std::string key(const char* color, const char* text) {
+    return fmt::format("<span class=\"key\"><i style=\"background:var(--{})\"></i>{}</span>\n",
+                       color, text);
+}
+
+void widen(const Curve& curve, double& low, double& high) {
+    for (double value : curve.values) {
+        if (!std::isfinite(value)) continue;
+        low = std::min(low, value);
+        high = std::max(high, value);
+    }
+}
+
+}  // namespace
+
+const char* gain_class(double gain_db) {
+    if (gain_db >= kUnnoticedGain) return "up";
+    if (gain_db <= -kUnnoticedGain) return "down";
+    return "none";
+}
+
+std::string loudness_figure(const FileFacts& facts) {
+    constexpr double kStep = 10;
+    double low = -20;
+    double high = -20;
+    if (facts.before) widen(facts.before->short_term_lufs, low, high);
+    if (facts.after) widen(facts.after->short_term_lufs, low, high);
+    low = std::max(std::floor(low / kStep) * kStep, kQuietestShown);
+    high = std::max(std::ceil(high / kStep) * kStep, low + kStep);
+    const Plot plot(facts, {low, high, kStep});
+    std::string drawing = plot.passages() + plot.lines();
+    std::string caption = "Loudness over time in LUFS, over windows of 3 s.<br>\n";
+    if (facts.before) {
+        drawing += plot.curve(facts.before->short_term_lufs, "b");
+        caption += key("before", facts.after ? "before" : "measured");
+    }
+    if (facts.after) {
+        drawing += plot.curve(facts.after->short_term_lufs, "a");
+        caption += key("after", "after");
+    }
+    if (facts.leveling) caption += key("up", "passage raised") + key("down", "passage lowered");
+    return plot.figure("loudness", "Loudness over time before and after", caption, drawing);
+}
+
+std::string gain_figure(const FileFacts& facts) {
+    constexpr double kLeastReach = 6;
+    if (!facts.leveling) return "";
+    double low = 0;
+    double high = 0;
+    widen(facts.leveling->gain_db, low, high);
+    const double reach =
+        std::max(kLeastReach, std::ceil(std::max(-low, high) / kLeastReach) * kLeastReach);
+    const Plot plot(facts, {-reach, reach, reach / 2});
+    return plot.figure("gain", "Gain over time",
+                       "Gain that leveling applied, in dB: above 0 it raised the sound, below 0 it "
+                       "lowered it.",
+                       plot.passages() + plot.lines() + plot.curve(facts.leveling->gain_db, "g"));
+}
+
+}  // namespace cli

@@ -1,0 +1,17 @@
+#pragma once
+
+#include <string>
+
+#include "cli/facts/run_facts.h"
+
+namespace cli {
+
+// Figures of a report page as HTML with inline SVG, both over the file's whole duration and with
+// the passages behind the curves. The drawing stretches with the page, the labels do not.
+std::string loudness_figure(const FileFacts& facts);
+std::string gain_figure(const FileFacts& facts);
+
+// "up", "down" or "none": how a passage is colored.
+const char* gain_class(double gain_db);
+
+}  // namespace cli

@@ -1,0 +1,64 @@
+#include "cli/storage/scratch.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <system_error>
+
+namespace cli {
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr const char* kPrefix = "quorvane-";
+constexpr const char* kLock = "lock";
+
+bool is_mine(const fs::path& path) {
+    struct stat status {};
+
+    return lstat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode) &&
+           status.st_uid == geteuid();
+}
+
+}  // namespace
+
+bool try_lock(int descriptor) {
+    return flock(descriptor, LOCK_EX | LOCK_NB) == 0;
+}
+
+void remove_tree(const std::string& path) {
+    std::error_code ignored;
+    fs::remove_all(path, ignored);
+}
+
+ScratchDirectory::ScratchDirectory()
+    : lock_(open((path() + kLock).c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600)) {
+    if (lock_ < 0) throw std::system_error(errno, std::generic_category(), path());
+    try_lock(lock_);
+}
+
+ScratchDirectory::~ScratchDirectory() {
+    close(lock_);
+}
+
+void remove_stale_scratch_directories() {
+    std::error_code error;
+    const fs::path temporary = fs::temp_directory_path(error);
+    if (error) return;
+    for (fs::directory_iterator entry(temporary, error), end; !error && entry != end;
+         entry.increment(error)) {
+        const fs::path path = entry->path();
+        if (path.filename().string().rfind(kPrefix, 0) != 0 || !is_mine(path)) continue;
+        // Without a lock file the directory is not one of ours, or is just being made.
+        const int lock = open((path / kLock).c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW);
+        if (lock < 0) continue;
+        if (try_lock(lock)) remove_tree(path.string());
+        close(lock);
+    }
+}
+
+}  // namespace cli

@@ -1,0 +1,148 @@
+#include "cli/terminal/screen.h"
+
+#include <fmt/format.h>
+#include <langinfo.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "cli/terminal/terminal_text.h"
+
+namespace cli {
+namespace {
+
+constexpr size_t kPlainColumns = 100;  // where there is no terminal
+constexpr auto kDrawEvery = std::chrono::milliseconds(100);
+// Time left is shown once it means something.
+constexpr double kLeastFraction = 0.04;
+constexpr double kLeastSeconds = 0.7;
+
+winsize size_of(FILE* stream) {
+    winsize size{};
+    if (ioctl(fileno(stream), TIOCGWINSZ, &size) != 0 || size.ws_col == 0) {
+        const char* columns = getenv("COLUMNS");
+        size.ws_col = static_cast<unsigned short>(columns ? atoi(columns) : 0);
+        if (size.ws_col == 0) size.ws_col = kPlainColumns;
+        if (size.ws_row == 0) size.ws_row = 24;
+    }
+    return size;
+}
+
+bool wanted(When when, bool by_itself) {
+    return when == When::Always || (when == When::Auto && by_itself);
+}
+
+bool unicode_terminal() {
+    return strcmp(nl_langinfo(CODESET), "UTF-8") == 0;
+}
+
+std::string drawn_bar(double fraction, size_t columns, bool unicode) {
+    const auto full = static_cast<size_t>(fraction * double(columns));
+    std::string bar;
+    for (size_t i = 0; i < columns; ++i)
+        bar += unicode ? (i < full ? "━" : "╌") : (i < full ? "#" : "-");
+    return bar;
+}
+
+}  // namespace
+
+Screen::Screen(const Settings& settings) : quiet_(settings.quiet) {
+    out_ = settings.json_on_standard_output() ? stderr : stdout;
+    out_is_terminal_ = isatty(fileno(out_));
+    const char* term = getenv("TERM");
+    const bool dumb = term && strcmp(term, "dumb") == 0;
+    color_ = wanted(settings.color, out_is_terminal_ && !dumb && !getenv("NO_COLOR"));
+    bars_ = !quiet_ && wanted(settings.progress, isatty(STDERR_FILENO) && !dumb);
+}
+
+size_t Screen::columns() const {
+    return size_of(out_).ws_col;
+}
+
+std::string Screen::paint(const std::string& text, const char* code) const {
+    return color_ ? fmt::format("\x1b[{}m{}\x1b[0m", code, text) : text;
+}
+
+void Screen::write_out(FILE* to, const std::string& text) const {
+    fwrite(text.data(), 1, text.size(), to);
+    fflush(to);
+}
+
+void Screen::line(const std::string& text) {
+    if (quiet_) return;
+    clear();
+    write_out(out_, text + "\n");
+}
+
+void Screen::error(const std::string& text) {
+    clear();
+    write_out(stderr, text + "\n");
+}
+
+void Screen::clear() {
+    if (drawn_widths_.empty()) return;
+    // A terminal that became narrower has wrapped the lines that were drawn.
+    const size_t columns = size_of(stderr).ws_col;
+    size_t rows = 0;
+    for (size_t width : drawn_widths_) rows += std::max<size_t>(1, (width + columns - 1) / columns);
+    write_out(stderr, fmt::format("\x1b[{}A\r\x1b[J", rows));
+    drawn_widths_.clear();
+    drawn_at_ = {};
+}
+
+bool Screen::wants_drawing() const {
+    return bars_ && std::chrono::steady_clock::now() - drawn_at_ >= kDrawEvery;
+}
+
+void Screen::draw(const std::vector<Bar>& bars, const Bar& whole) {
+    if (!bars_) return;
+    const winsize size = size_of(stderr);
+    // One column less: a full line makes some terminals wrap.
+    const size_t columns = size.ws_col > 1 ? size.ws_col - 1u : 1u;
+    const size_t most = size.ws_row > 3 ? size.ws_row - 3u : 1u;
+    const bool unicode = unicode_terminal();
+    std::vector<std::string> lines;
+    for (const Bar& bar : bars) {
+        if (lines.size() == most && bars.size() > most) {
+            lines.back() = fit(fmt::format("… and {} more", bars.size() - most + 1), columns);
+            break;
+        }
+        lines.push_back(bar_line(bar, columns, unicode));
+    }
+    lines.push_back(bar_line(whole, columns, unicode));
+    clear();
+    std::string text;
+    for (const std::string& line : lines) {
+        text += line + "\n";
+        drawn_widths_.push_back(display_width(line));
+    }
+    write_out(stderr, text);
+    drawn_at_ = std::chrono::steady_clock::now();
+}
+
+std::string bar_line(const Screen::Bar& bar, size_t columns, bool unicode) {
+    constexpr size_t kMostName = 36;
+    constexpr size_t kMostBar = 40;
+    const double fraction = std::clamp(bar.fraction, 0.0, 1.0);
+    const std::string percent = fmt::format("{:3}%", static_cast<int>(fraction * 100));
+    std::string left;
+    if (fraction >= kLeastFraction && bar.elapsed_s >= kLeastSeconds && fraction < 1)
+        left = clock_text(bar.elapsed_s / fraction * (1 - fraction)) + " left";
+    const std::string end = fmt::format(" {} {:>12}", percent, left);
+    const std::string name = printable(bar.name);
+    // What does not fit goes: first the bar, then the time, then parts of the name.
+    if (columns < 24) {
+        const size_t room = columns > percent.size() + 1 ? columns - percent.size() - 1 : 0;
+        return room ? fit(name, room) + " " + percent : fit(percent, columns);
+    }
+    if (columns < 50) return fit(name, columns - end.size()) + end;
+    const size_t bar_columns = std::min(kMostBar, (columns - end.size()) / 2 - 1);
+    const size_t name_columns = std::min(kMostName, columns - end.size() - bar_columns - 1);
+    return fit(name, name_columns) + " " + drawn_bar(fraction, bar_columns, unicode) + end;
+}
+
+}  // namespace cli

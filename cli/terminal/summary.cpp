@@ -1,0 +1,231 @@
+#include "cli/terminal/summary.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <boost/algorithm/string/join.hpp>
+#include <cmath>
+#include <functional>
+
+#include "cli/terminal/terminal_text.h"
+
+namespace cli {
+namespace {
+
+constexpr size_t kNumberColumns = 5;
+constexpr size_t kSingleColumns = 9;  // where each number has a title of its own
+constexpr size_t kLeastNameColumns = 13;
+constexpr size_t kMostNameColumns = 48;
+
+using Value = std::function<std::string(const FileFacts&)>;
+
+struct Column {
+    const char* group;  // empty: belongs to the group on its left
+    const char* unit;
+    const char* title;
+    Value value;
+};
+
+Value of(std::optional<Loudness> FileFacts::*when, double Loudness::*field) {
+    return [=](const FileFacts& facts) {
+        return facts.*when ? decimal((*(facts.*when)).*field) : std::string("-");
+    };
+}
+
+Value of(double Leveling::*field) {
+    return [=](const FileFacts& facts) {
+        return facts.leveling ? fmt::format("{:+.1f}", (*facts.leveling).*field) : std::string("-");
+    };
+}
+
+std::vector<Column> columns_for(const std::vector<FileFacts>& files) {
+    const auto before = &FileFacts::before;
+    const auto after = &FileFacts::after;
+    const bool analyzed = std::none_of(
+        files.begin(), files.end(), [](const FileFacts& facts) { return facts.after.has_value(); });
+    if (analyzed)
+        return {{"Loudness", "LUFS", "", of(before, &Loudness::integrated_lufs)},
+                {"Range", "LU", "", of(before, &Loudness::range_lu)},
+                {"True peak", "dBTP", "", of(before, &Loudness::true_peak_dbtp)},
+                {"Peak", "dBFS", "", of(before, &Loudness::sample_peak_dbfs)},
+                {"RMS", "dBFS", "", of(before, &Loudness::rms_dbfs)},
+                {"Pauses", "dBFS", "", of(before, &Loudness::pauses_dbfs)}};
+    return {{"Loudness", "LUFS", "was", of(before, &Loudness::integrated_lufs)},
+            {"", "", "now", of(after, &Loudness::integrated_lufs)},
+            {"Range", "LU", "was", of(before, &Loudness::range_lu)},
+            {"", "", "now", of(after, &Loudness::range_lu)},
+            {"True peak", "dBTP", "was", of(before, &Loudness::true_peak_dbtp)},
+            {"", "", "now", of(after, &Loudness::true_peak_dbtp)},
+            {"Peak", "dBFS", "was", of(before, &Loudness::sample_peak_dbfs)},
+            {"", "", "now", of(after, &Loudness::sample_peak_dbfs)},
+            {"Leveling gain", "dB", "mean", of(&Leveling::mean_gain_db)},
+            {"", "", "least", of(&Leveling::least_gain_db)},
+            {"", "", "most", of(&Leveling::greatest_gain_db)}};
+}
+
+std::string right(const std::string& text, size_t columns) {
+    const size_t width = display_width(text);
+    return std::string(columns > width ? columns - width : 0, ' ') + text;
+}
+
+std::string trimmed(std::string line) {
+    line.erase(line.find_last_not_of(' ') + 1);
+    return line + "\n";
+}
+
+std::string wide_table(const std::vector<FileFacts>& files,
+                       const std::vector<Column>& columns,
+                       size_t name_columns,
+                       size_t number_columns,
+                       size_t shared) {
+    std::string groups = fit("", name_columns);
+    std::string units = groups;
+    std::string titles = fit("File", name_columns);
+    for (size_t i = 0; i < columns.size(); ++i) {
+        size_t span = 1;
+        while (i + span < columns.size() && !*columns[i + span].group) ++span;
+        if (*columns[i].group) {
+            groups += right(columns[i].group, span * (number_columns + 1));
+            units += right(columns[i].unit, span * (number_columns + 1));
+        }
+        titles += " " + right(columns[i].title, number_columns);
+    }
+    std::string table = trimmed(groups) + trimmed(units) + trimmed(titles);
+    for (const FileFacts& facts : files) {
+        if (!facts.before) continue;
+        table += fit(printable(facts.input.substr(shared)), name_columns);
+        for (const Column& column : columns)
+            table += " " + right(column.value(facts), number_columns);
+        table += "\n";
+    }
+    return table;
+}
+
+// How much of the paths is a folder that all of them share.
+size_t shared_folder(const std::vector<FileFacts>& files) {
+    size_t shared = std::string::npos;
+    const std::string* first = nullptr;
+    for (const FileFacts& facts : files) {
+        if (!facts.before) continue;
+        if (!first) first = &facts.input;
+        size_t same = 0;
+        const size_t most = std::min({shared, first->size(), facts.input.size()});
+        while (same < most && (*first)[same] == facts.input[same]) ++same;
+        const size_t slash = same ? facts.input.rfind('/', same - 1) : std::string::npos;
+        shared = slash == std::string::npos ? 0 : slash + 1;
+    }
+    return first ? shared : 0;
+}
+
+std::string narrow_table(const std::vector<FileFacts>& files, size_t columns) {
+    constexpr size_t kIndent = 2;
+    std::string table;
+    const auto add = [&](const char* title, const std::string& values, const char* unit) {
+        table += trimmed(
+            fit(fmt::format("{:{}}{:<10}{} {}", "", kIndent, title, values, unit), columns));
+    };
+    for (const FileFacts& facts : files) {
+        if (!facts.before) continue;
+        table += trimmed(fit(printable(facts.input), columns));
+        const auto both = [&](double Loudness::*field) {
+            std::string text = decimal((*facts.before).*field);
+            if (facts.after) text += " > " + decimal((*facts.after).*field);
+            return text;
+        };
+        add("loudness", both(&Loudness::integrated_lufs), "LUFS");
+        add("range", both(&Loudness::range_lu), "LU");
+        add("true peak", both(&Loudness::true_peak_dbtp), "dBTP");
+        add("peak", both(&Loudness::sample_peak_dbfs), "dBFS");
+        if (facts.leveling)
+            add("gain",
+                fmt::format("{:+.1f} ({:+.1f} to {:+.1f})", facts.leveling->mean_gain_db,
+                            facts.leveling->least_gain_db, facts.leveling->greatest_gain_db),
+                "dB");
+    }
+    return table;
+}
+
+std::string counts(const std::vector<FileFacts>& files) {
+    std::vector<std::string> parts;
+    const auto add = [&](Outcome outcome, const char* text) {
+        const auto count = std::count_if(files.begin(), files.end(), [&](const FileFacts& facts) {
+            return facts.outcome == outcome;
+        });
+        if (count) parts.push_back(fmt::format("{} {}", count, text));
+    };
+    add(Outcome::Leveled, "leveled");
+    add(Outcome::Analyzed, "measured");
+    add(Outcome::Copied, "copied unchanged");
+    add(Outcome::Skipped, "skipped");
+    add(Outcome::Failed, "failed");
+    add(Outcome::Interrupted, "not finished");
+    return parts.empty() ? "nothing to do" : boost::algorithm::join(parts, ", ");
+}
+
+}  // namespace
+
+std::string decimal(double value) {
+    if (!std::isfinite(value)) return "-inf";
+    // No "-0.0" for what rounds to nothing.
+    return fmt::format("{:.1f}", std::fabs(value) < 0.05 ? 0.0 : value);
+}
+
+std::string loudness_table(const std::vector<FileFacts>& files, size_t columns) {
+    const size_t shared = shared_folder(files);
+    size_t longest = 0;
+    for (const FileFacts& facts : files)
+        if (facts.before)
+            longest = std::max(longest, display_width(printable(facts.input.substr(shared))));
+    if (longest == 0) return "";
+    const std::vector<Column> table_columns = columns_for(files);
+    const size_t wanted = std::clamp(longest, kLeastNameColumns, kMostNameColumns);
+    const bool pairs = table_columns.front().title[0] != '\0';
+    size_t number_columns = pairs ? kNumberColumns : kSingleColumns;
+    if (table_columns.size() * (number_columns + 3) + wanted <= columns) number_columns += 2;
+    const size_t numbers = table_columns.size() * (number_columns + 1);
+    if (columns < numbers + kLeastNameColumns) return narrow_table(files, columns);
+    return wide_table(files, table_columns, std::min(wanted, columns - numbers), number_columns,
+                      shared);
+}
+
+std::string finished_line(const FileFacts& facts, const Screen& screen) {
+    const std::string input = printable(facts.input);
+    const std::string output = printable(facts.output);
+    switch (facts.outcome) {
+        case Outcome::Leveled: {
+            std::string loudness;
+            if (facts.before && facts.after)
+                loudness = fmt::format(", {} > {} LUFS", decimal(facts.before->integrated_lufs),
+                                       decimal(facts.after->integrated_lufs));
+            return fmt::format("{} {} > {} ({}{})", screen.paint("leveled", "32"), input, output,
+                               clock_text(facts.elapsed_s), loudness);
+        }
+        case Outcome::Analyzed:
+            return fmt::format("{} {}", screen.paint("measured", "32"), input);
+        case Outcome::Copied:
+            return fmt::format("{} {} > {}: {}", screen.paint("copied unchanged", "33"), input,
+                               output, printable(facts.cause));
+        case Outcome::Skipped:
+            return fmt::format("{} {}: {}", screen.paint("skipped", "33"), input,
+                               printable(facts.cause));
+        case Outcome::Failed:
+            return fmt::format("{} {}: {}", screen.paint("failed", "31"), input,
+                               printable(facts.cause));
+        case Outcome::Interrupted:
+            return fmt::format("{} {}", screen.paint("not finished", "33"), input);
+    }
+    return "";
+}
+
+void print_summary(const std::vector<FileFacts>& files, double elapsed_s, Screen& screen) {
+    screen.line(fmt::format("{} in {}", counts(files), clock_text(elapsed_s)));
+    for (const FileFacts& facts : files) {
+        if (facts.outcome == Outcome::Copied) screen.line(finished_line(facts, screen));
+        for (const std::string& note : facts.notes)
+            screen.line(fmt::format("note: {}: {}", printable(facts.input), note));
+    }
+    for (const FileFacts& facts : files)
+        if (facts.outcome == Outcome::Failed) screen.error(finished_line(facts, screen));
+}
+
+}  // namespace cli

@@ -1,0 +1,287 @@
+#include "Common/level.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <limits>
+
+#include "Common/gate/gate.h"
+#include "Common/highpass/highpass.h"
+#include "cli/engine/hooks.h"
+#include "tests/support/fixtures.h"
+#include "tests/support/signals.h"
+
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+class Level : public testing::Test {
+  protected:
+    Level() { hooks::use_temporary_directory(temporary.path() + "/"); }
+
+    ~Level() override { levelClearCancel(); }
+
+    int run(const Signal& input,
+            int format = kWav16,
+            const std::vector<std::string>& options = {}) {
+        write_sound(in, input, format);
+        return run_file(options);
+    }
+
+    int run_file(const std::vector<std::string>& options = {}) {
+        std::vector<std::string> words{"", "--input-file", in, "--output-file", out};
+        words.insert(words.end(), options.begin(), options.end());
+        fractions.clear();
+        const CapturedOutput captured;
+        const int result = call(
+            [this](int argc, const char** argv) {
+                return levelMain(argc, const_cast<char**>(argv), "", callback, this);
+            },
+            words);
+        messages = captured.out();
+        errors = captured.err();
+        return result;
+    }
+
+    static int callback(void* context, float fraction) {
+        Level* self = static_cast<Level*>(context);
+        self->fractions.push_back(fraction);
+        if (fraction >= self->cancel_at) {
+            levelRequestCancel();
+        }
+        return 0;
+    }
+
+    TempDir temporary;
+    TempDir dir;
+    std::string in = dir / "in.wav";
+    std::string out = dir / "out.wav";
+    std::vector<float> fractions;
+    float cancel_at = 2.0F;
+    std::string messages;
+    std::string errors;
+};
+
+/** Mean level in dB of the loud thirds of a signal's tenths of seconds, over frames from..to. */
+double speech_level_db(const Signal& signal, double from_s, double to_s) {
+    std::vector<double> levels;
+    const long long bin = signal.sample_rate_hz / 10;
+    for (long long at = std::llround(from_s * signal.sample_rate_hz);
+         at + bin <= std::llround(to_s * signal.sample_rate_hz); at += bin) {
+        levels.push_back(rms_of(signal, at, at + bin));
+    }
+    std::sort(levels.begin(), levels.end());
+    double power = 0.0;
+    for (std::size_t i = levels.size() * 2 / 3; i < levels.size(); ++i) {
+        power += levels[i] * levels[i] / static_cast<double>(levels.size() - levels.size() * 2 / 3);
+    }
+    return 10.0 * std::log10(power);
+}
+
+TEST_F(Level, EvensOutATalkUnderThePeakCeiling) {
+    const Signal input = signals::speech(12.0, 16000);
+    ASSERT_EQ(0, run(input));
+    const Signal output = read_sound(out);
+    EXPECT_EQ(input.frames(), output.frames());
+    EXPECT_EQ(kWav16, sound_info(out).format);
+    EXPECT_LE(peak_of(output), std::pow(10.0, -1.0 / 20.0) + 1.0 / 32768);
+
+    // Passages change every three seconds or so, from 0.08 to 0.5: 16 dB apart.
+    EXPECT_GT(speech_level_db(input, 4.0, 5.5) - speech_level_db(input, 0.5, 2.5), 13.0);
+    EXPECT_LT(std::fabs(speech_level_db(output, 0.5, 2.5) - speech_level_db(output, 4.0, 5.5)),
+              4.0);
+
+    EXPECT_THAT(temporary.entries(), IsEmpty());
+    EXPECT_THAT(dir.entries(), ElementsAre("in.wav", "out.wav"));
+    EXPECT_TRUE(std::is_sorted(fractions.begin(), fractions.end()));
+    EXPECT_EQ(1.0F, fractions.back());
+    EXPECT_EQ("", messages + errors);
+}
+
+TEST_F(Level, EveryFormatThatCanBeWrittenGoesThrough) {
+    struct Row {
+        const char* file;
+        int format;
+    };
+
+    const Row rows[] = {
+        {"u8.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_U8},
+        {"24.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_24},
+        {"32.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_32},
+        {"float.wav", kWavFloat},
+        {"double.wav", kWavDouble},
+        {"x.wav", SF_FORMAT_WAVEX | SF_FORMAT_PCM_16},
+        {"16.aiff", SF_FORMAT_AIFF | SF_FORMAT_PCM_16},
+        {"float.aifc", SF_FORMAT_AIFF | SF_FORMAT_FLOAT},
+        {"16.rf64", SF_FORMAT_RF64 | SF_FORMAT_PCM_16},
+        {"24.w64", SF_FORMAT_W64 | SF_FORMAT_PCM_24},
+        {"16.caf", SF_FORMAT_CAF | SF_FORMAT_PCM_16},
+        {"16.au", SF_FORMAT_AU | SF_FORMAT_PCM_16},
+        {"16.flac", SF_FORMAT_FLAC | SF_FORMAT_PCM_16},
+        {"talk.ogg", SF_FORMAT_OGG | SF_FORMAT_VORBIS},
+    };
+    const Signal input = signals::speech(4.0, 22050, 2);
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.file);
+        in = dir / row.file;
+        out = dir / (std::string("out-") + row.file);
+        ASSERT_EQ(0, run(input, row.format)) << messages << errors;
+        const SF_INFO before = sound_info(in);
+        const SF_INFO after = sound_info(out);
+        EXPECT_EQ(before.format, after.format);
+        EXPECT_EQ(before.frames, after.frames);
+        EXPECT_EQ(before.channels, after.channels);
+        EXPECT_EQ(before.samplerate, after.samplerate);
+        EXPECT_GT(peak_of(read_sound(out)), 0.3);
+    }
+}
+
+TEST_F(Level, TheSameInputGivesTheSameFileToTheByte) {
+    for (const int format : {kWav16, kWavFloat}) {
+        ASSERT_EQ(0, run(signals::speech(3.0, 8000), format));
+        const std::string first = read_text(out);
+        ASSERT_EQ(0, run_file());
+        EXPECT_EQ(first, read_text(out));
+    }
+}
+
+TEST_F(Level, TooShortAndConstantInputsAreCopiedUnchanged) {
+    struct Row {
+        const char* name;
+        Signal signal;
+    };
+
+    const Row rows[] = {
+        {"45 ms", signals::sine(0.5, 440.0, 2000.0 / 44100)},
+        {"no frames", signals::silence(0)},
+        {"silence", signals::silence(90000)},
+        {"an offset", signals::from([](long long) { return 0.25; }, 90000)},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        write_text(out, "old");
+        EXPECT_EQ(0, run(row.signal));
+        EXPECT_EQ(read_text(in), read_text(out));
+        EXPECT_THAT(fractions, ElementsAre(1.0F));
+        const std::string before = read_text(in);
+        out = in;
+        EXPECT_EQ(0, run_file());
+        EXPECT_EQ(before, read_text(in)) << "copied onto itself";
+        out = dir / "out.wav";
+    }
+    EXPECT_THAT(temporary.entries(), IsEmpty());
+    EXPECT_EQ(0, run(signals::speech(0.05, 8000))) << "exactly 0.05 s is long enough";
+    EXPECT_GT(fractions.size(), 1u);
+}
+
+TEST_F(Level, WithoutAnythingLoudTheInputIsCopied) {
+    // At -60 dB no bin is above the floor of the loud-peak step.
+    ASSERT_EQ(0, run(signals::sine(0.001, 440.0, 2.0, 8000)));
+    EXPECT_EQ("Step 3 did not complete successfully, will copy input to output and bail\n",
+              messages);
+    EXPECT_EQ(temporary / "_02.wav is silent\n", errors);
+    EXPECT_EQ(read_text(in), read_text(out));
+    EXPECT_EQ(1.0F, fractions.back());
+}
+
+TEST_F(Level, AWrongInputFailsBeforeAnyTemporaryFile) {
+    in = dir / "none.wav";
+    EXPECT_EQ(1, run_file());
+    EXPECT_EQ("Could not find " + in + "\n", messages);
+
+    in = dir / "talk";
+    EXPECT_EQ(1, run(signals::speech(1.0)));
+    EXPECT_EQ("Could not find extension for input sound file\n", messages);
+
+    in = dir / "text.wav";
+    write_text(in, "this is no sound");
+    EXPECT_EQ(1, run_file());
+    EXPECT_THAT(errors, testing::StartsWith("Error opening sound file: " + in + "\nReason: "));
+
+    in = dir / "in.wav";
+    EXPECT_EQ(1, run(signals::speech(1.0), kWav16, {"--bit-depth", "8"}));
+    EXPECT_EQ(in + ": cannot write the format WAV (Microsoft)/Signed 8 bit PCM", errors);
+
+    Signal broken = signals::silence(1000);
+    broken.samples[999] = std::numeric_limits<double>::infinity();
+    EXPECT_EQ(1, run(broken, kWavFloat)) << "not even copied";
+    EXPECT_EQ(in + ": the sample in frame 999 is infinite", errors);
+
+    EXPECT_THAT(temporary.entries(), IsEmpty());
+    EXPECT_FALSE(file_exists(out));
+}
+
+TEST_F(Level, AFailingStepIsNamed) {
+    EXPECT_EQ(1, run(signals::speech(1.0, 8000, 3)));
+    EXPECT_EQ("Step 1 did not complete successfully\n", messages);
+
+    EXPECT_EQ(1, run(signals::speech(1.0), kWav16, {"--reduce-loud-release", "soon"}));
+    EXPECT_THAT(messages, testing::EndsWith("Step 4 did not complete successfully\n"));
+    EXPECT_EQ(1, run(signals::speech(1.0), kWav16, {"--segment-cost-function", "LAD"}));
+    EXPECT_EQ("error: unknown cost function \"LAD\"\nStep 6 did not complete successfully\n",
+              messages);
+    EXPECT_EQ(1, run(signals::speech(1.0), kWav16, {"--calc-rms-floor-noise_threshold", "2"}));
+    EXPECT_THAT(messages, HasSubstr("error: no gains in "));
+    EXPECT_THAT(messages, testing::EndsWith("Step 8 did not complete successfully\n"));
+    EXPECT_FALSE(file_exists(out));
+}
+
+TEST_F(Level, NaNInAFloatFileFailsWithItsPlace) {
+    Signal input = signals::speech(3.0);
+    input.samples[70000] = std::numeric_limits<double>::quiet_NaN();
+    EXPECT_EQ(1, run(input, kWavFloat));
+    EXPECT_EQ(in + ": the sample in frame 70000 is not a number", errors);
+    EXPECT_FALSE(file_exists(out));
+}
+
+TEST_F(Level, CancellingEndsTheRunAndEveryLaterOneUntilCleared) {
+    for (const float at : {0.05F, 0.36F, 0.83F, 0.97F}) {
+        cancel_at = at;
+        EXPECT_EQ(3, run(signals::speech(3.0))) << at;
+        EXPECT_LT(fractions.back(), 1.0F);
+        EXPECT_FALSE(file_exists(out));
+        cancel_at = 2.0F;
+        EXPECT_EQ(3, run_file()) << "still cancelled";
+        levelClearCancel();
+    }
+    EXPECT_EQ(0, run_file());
+    EXPECT_TRUE(file_exists(out));
+}
+
+TEST_F(Level, TheGateThresholdStands18dBBelowTheLevelAndAt40dBAtTheMost) {
+    levelKeepIntermediates(1);
+    for (const double scale : {1.0, 0.05}) {
+        Signal input = signals::speech(4.0, 8000);
+        for (double& sample : input.samples) {
+            sample *= scale;
+        }
+        ASSERT_EQ(0, run(input));
+        const double level_db = call(highpass::_tmain, {"highpass", in, dir / "1.wav"});
+        EXPECT_EQ(scale < 1.0, level_db < -22.0) << "one file for each side of the limit";
+        char threshold[32];
+        std::snprintf(threshold, sizeof threshold, "%.1f", std::min(level_db - 18.0, -40.0));
+        ASSERT_EQ(0, call(gate::_tmain,
+                          {"gate", temporary / "_01.wav", dir / "2.wav", "--gate__threshold_attack",
+                           threshold, "--gate__threshold_release", threshold, "-a", "250", "-r",
+                           "750", "-d", "250", "-k", "250"}));
+        EXPECT_EQ(read_text(dir / "2.wav"), read_text(temporary / "_02.wav"));
+    }
+    levelKeepIntermediates(0);
+}
+
+TEST_F(Level, WithoutATemporaryDirectoryTheRunFails) {
+    hooks::use_temporary_directory("");
+    EXPECT_EQ(1, run(signals::speech(1.0)));
+    EXPECT_EQ("There is no directory for temporary files.", errors);
+    hooks::use_temporary_directory("/no/such/folder/");
+    EXPECT_EQ(1, run_file());
+    EXPECT_THAT(errors, HasSubstr("/no/such/folder/_01.wav"));
+    EXPECT_THAT(errors, HasSubstr("No such file or directory"));
+}
+
+}  // namespace

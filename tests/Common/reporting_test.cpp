@@ -1,0 +1,45 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "Common/reporting/log.h"
+#include "Common/reporting/progress.h"
+#include "Common/ss_util.h"
+#include "tests/support/fixtures.h"
+
+namespace {
+
+using testing::ElementsAre;
+
+TEST(Log, PrintsTheTextAloneOnALine) {
+    const CapturedOutput captured;
+    log_msg("Common/level", 334, "Step 1 did not complete successfully");
+    EXPECT_EQ("Step 1 did not complete successfully\n", captured.out());
+}
+
+TEST(Progress, MapsTheStepOntoItsRangeAndReportsEachPercentOnceAndForwards) {
+    ProgressRecorder recorder;
+    CProgress progress(91, 95);
+    for (const double fraction : {0.0, 0.5, 0.5, 0.25, 1.0}) {
+        progress.show(fraction);
+    }
+    EXPECT_THAT(recorder.fractions(), ElementsAre(0.91F, 0.93F, 0.95F));
+}
+
+TEST(Progress, WithoutACallbackIsShownInPlace) {
+    const CapturedOutput captured;
+    CProgress progress(0, 100, nullptr, nullptr);
+    progress.show(0.07);
+    progress.show(1.0);
+    EXPECT_EQ("\r7%\r100%", captured.out());
+}
+
+TEST(Progress, EndsACancelledRun) {
+    CProgress progress(0, 100, nullptr, nullptr);
+    levelRequestCancel();
+    EXPECT_THROW(progress.show(0.5), ss_cancel_exception);
+    levelClearCancel();
+    const CapturedOutput captured;
+    EXPECT_NO_THROW(progress.show(0.5));
+}
+
+}  // namespace
