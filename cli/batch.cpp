@@ -16,14 +16,14 @@
 #include <map>
 #include <memory>
 
+#include "cli/facts/run_facts.h"
 #include "cli/inputs/find_files.h"
 #include "cli/inputs/plan.h"
-#include "cli/report/report.h"
-#include "cli/facts/run_facts.h"
-#include "cli/storage/scratch.h"
-#include "cli/terminal/screen.h"
 #include "cli/options/settings.h"
+#include "cli/report/report.h"
+#include "cli/storage/scratch.h"
 #include "cli/storage/staged_output.h"
+#include "cli/terminal/screen.h"
 #include "cli/terminal/summary.h"
 #include "cli/terminal/terminal_text.h"
 #include "cli/worker/worker_process.h"
@@ -51,7 +51,9 @@ void note_signal(int signal) {
 }
 
 void catch_signals() {
-    if (pipe(g_signal_pipe) != 0) return;
+    if (pipe(g_signal_pipe) != 0) {
+        return;
+    }
     for (int end : g_signal_pipe) {
         fcntl(end, F_SETFD, FD_CLOEXEC);
         fcntl(end, F_SETFL, O_NONBLOCK);
@@ -66,23 +68,25 @@ void catch_signals() {
 
         sigaction(signal, nullptr, &old);
         // What nohup or a shell's background job ignores stays ignored.
-        if (old.sa_handler != SIG_IGN) sigaction(signal, &action, nullptr);
+        if (old.sa_handler != SIG_IGN) {
+            sigaction(signal, &action, nullptr);
+        }
     }
     signal(SIGPIPE, SIG_IGN);  // a reader that left (| head) must not cost the files
 }
 
-// Runs the planned files, so many at a time, each in a process of its own.
+/** Runs the planned files, so many at a time, each in a process of its own. */
 class Batch {
   public:
     Batch(const Settings& settings, const std::vector<PlannedFile>& plan, Screen& screen)
         : settings_(settings), plan_(plan), screen_(screen), facts_(plan.size()) {
-        for (size_t i = 0; i < plan.size(); ++i) {
+        for (std::size_t i = 0; i < plan.size(); ++i) {
             facts_[i].input = plan[i].input.string();
             facts_[i].output = plan[i].output.string();
             std::error_code ignored;
             const auto bytes = fs::file_size(plan[i].input, ignored);
             // A little for each file, so that many small ones count too.
-            weights_.push_back(ignored ? 1.0 : double(bytes) + 65536.0);
+            weights_.push_back(ignored ? 1.0 : static_cast<double>(bytes) + 65536.0);
         }
     }
 
@@ -102,14 +106,14 @@ class Batch {
 
   private:
     struct Running {
-        size_t index;
+        std::size_t index;
         Clock::time_point started;
         std::unique_ptr<WorkerProcess> worker;
     };
 
     bool start_more() {
         while (!signal_ && next_ < plan_.size() && running_.size() < settings_.jobs) {
-            const size_t index = next_++;
+            const std::size_t index = next_++;
             if (!plan_[index].skip.empty()) {
                 facts_[index].outcome = Outcome::Skipped;
                 facts_[index].cause = plan_[index].skip;
@@ -121,10 +125,12 @@ class Batch {
         return !running_.empty();
     }
 
-    void start(size_t index) {
+    void start(std::size_t index) {
         Job job;
         job.input = fs::absolute(plan_[index].input).string();
-        if (!plan_[index].output.empty()) job.output = fs::absolute(plan_[index].output).string();
+        if (!plan_[index].output.empty()) {
+            job.output = fs::absolute(plan_[index].output).string();
+        }
         job.scratch = fmt::format("{}{}", scratch_.path(), index);
         job.tuning = settings_.tuning;
         job.measure = settings_.measure;
@@ -146,12 +152,19 @@ class Batch {
             watched.push_back({running.worker->events(), POLLIN, 0});
             watched.push_back({running.worker->output(), POLLIN, 0});
         }
-        if (running_.empty() || poll(watched.data(), watched.size(), kPollMilliseconds) <= 0)
+        if (running_.empty() || poll(watched.data(), watched.size(), kPollMilliseconds) <= 0) {
             return;
-        if (watched[0].revents) take_signals();
-        for (size_t i = 0; i < running_.size(); ++i) {
-            if (watched[1 + 2 * i].revents) running_[i].worker->read_events();
-            if (watched[2 + 2 * i].revents) running_[i].worker->read_output();
+        }
+        if (watched[0].revents) {
+            take_signals();
+        }
+        for (std::size_t i = 0; i < running_.size(); ++i) {
+            if (watched[1 + 2 * i].revents) {
+                running_[i].worker->read_events();
+            }
+            if (watched[2 + 2 * i].revents) {
+                running_[i].worker->read_output();
+            }
         }
     }
 
@@ -164,14 +177,17 @@ class Batch {
                 continue;
             }
             const bool again = signal_ != 0;
-            if (!again) signal_ = byte;
-            for (const Running& running : running_)
+            if (!again) {
+                signal_ = byte;
+            }
+            for (const Running& running : running_) {
                 running.worker->send_signal(again ? SIGKILL : SIGTERM);
+            }
         }
     }
 
     void collect() {
-        for (size_t i = 0; i < running_.size();) {
+        for (std::size_t i = 0; i < running_.size();) {
             if (!running_[i].worker->at_end()) {
                 ++i;
                 continue;
@@ -188,32 +204,40 @@ class Batch {
         FileFacts facts = ended.worker->finish();
         facts.input = input;
         facts.output = output;
-        if (facts.elapsed_s == 0) facts.elapsed_s = seconds_since(ended.started);
+        if (facts.elapsed_s == 0) {
+            facts.elapsed_s = seconds_since(ended.started);
+        }
         if (signal_ && facts.outcome == Outcome::Failed) {
             facts.outcome = Outcome::Interrupted;
             facts.cause = "stopped";
         }
         facts_[ended.index] = facts;
-        if (settings_.verbose && !ended.worker->messages().empty())
+        if (settings_.verbose && !ended.worker->messages().empty()) {
             screen_.line(printable_lines(ended.worker->messages()));
+        }
         done(ended.index);
     }
 
     static std::string printable_lines(const std::string& messages) {
         std::string text;
-        for (char c : messages) text += c == '\n' ? c : printable(std::string(1, c))[0];
-        while (!text.empty() && text.back() == '\n') text.pop_back();
+        for (char c : messages) {
+            text += c == '\n' ? c : printable(std::string(1, c))[0];
+        }
+        while (!text.empty() && text.back() == '\n') {
+            text.pop_back();
+        }
         return text;
     }
 
-    void done(size_t index) {
+    void done(std::size_t index) {
         const FileFacts& facts = facts_[index];
         finished_weight_ += weights_[index];
         ++finished_;
-        if (facts.outcome == Outcome::Failed)
+        if (facts.outcome == Outcome::Failed) {
             screen_.error(finished_line(facts, screen_));
-        else if (facts.outcome != Outcome::Interrupted)
+        } else if (facts.outcome != Outcome::Interrupted) {
             screen_.line(finished_line(facts, screen_));
+        }
         if (settings_.json_on_standard_output()) {
             puts(dump(to_json(facts)).c_str());
             fflush(stdout);
@@ -221,11 +245,15 @@ class Batch {
     }
 
     void draw() {
-        if (!screen_.wants_drawing() || running_.empty()) return;
+        if (!screen_.wants_drawing() || running_.empty()) {
+            return;
+        }
         std::vector<Screen::Bar> bars;
         double whole = finished_weight_;
         double all = 0;
-        for (double weight : weights_) all += weight;
+        for (double weight : weights_) {
+            all += weight;
+        }
         for (const Running& running : running_) {
             const double fraction = running.worker->progress();
             whole += fraction * weights_[running.index];
@@ -245,8 +273,8 @@ class Batch {
     std::vector<double> weights_;
     std::vector<Running> running_;
     Clock::time_point started_;
-    size_t next_ = 0;
-    size_t finished_ = 0;
+    std::size_t next_ = 0;
+    std::size_t finished_ = 0;
     double finished_weight_ = 0;
     int signal_ = 0;
 };
@@ -254,12 +282,13 @@ class Batch {
 void print_plan(const Settings& settings, const std::vector<PlannedFile>& plan, Screen& screen) {
     for (const PlannedFile& file : plan) {
         const std::string input = printable(file.input.string());
-        if (settings.analyze)
+        if (settings.analyze) {
             screen.line(fmt::format("would measure {}", input));
-        else if (file.skip.empty())
+        } else if (file.skip.empty()) {
             screen.line(fmt::format("would level {} > {}", input, printable(file.output.string())));
-        else
+        } else {
             screen.line(fmt::format("would skip {}: {}", input, printable(file.skip)));
+        }
     }
 }
 
@@ -275,7 +304,7 @@ std::vector<FileFacts> failures_of(const std::vector<SearchProblem>& problems) {
     return failures;
 }
 
-// Report and JSON; a failure is told and makes the status 1.
+/** Report and JSON; a failure is told and makes the status 1. */
 int write_facts(const Settings& settings, const std::vector<FileFacts>& files, Screen& screen) {
     int status = kAllDone;
     const auto attempt = [&](const char* what, const auto& write) {
@@ -287,17 +316,21 @@ int write_facts(const Settings& settings, const std::vector<FileFacts>& files, S
             status = kSomeFailed;
         }
     };
-    if (!settings.json.empty() && !settings.json_on_standard_output())
+    if (!settings.json.empty() && !settings.json_on_standard_output()) {
         attempt("JSON file", [&] {
             std::string text;
-            for (const FileFacts& facts : files) text += dump(to_json(facts)) + "\n";
+            for (const FileFacts& facts : files) {
+                text += dump(to_json(facts)) + "\n";
+            }
             write_whole_text(settings.json, text);
         });
-    if (!settings.report.empty())
+    }
+    if (!settings.report.empty()) {
         attempt("report", [&] {
             const std::string page = write_report(settings.report, files);
             screen.line(fmt::format("report: {}", printable(page)));
         });
+    }
     return status;
 }
 
@@ -310,8 +343,9 @@ int run(const Settings& settings) {
     const std::vector<FileFacts> missing = failures_of(found.problems);
     for (const FileFacts& facts : missing) {
         screen.error(finished_line(facts, screen));
-        if (settings.json_on_standard_output() && !settings.dry_run)
+        if (settings.json_on_standard_output() && !settings.dry_run) {
             puts(dump(to_json(facts)).c_str());
+        }
     }
     if (settings.dry_run) {
         print_plan(settings, plan, screen);
@@ -326,11 +360,17 @@ int run(const Settings& settings) {
     files.insert(files.end(), missing.begin(), missing.end());
 
     const std::string table = loudness_table(files, screen.columns());
-    if (!table.empty()) screen.line("\n" + table);
+    if (!table.empty()) {
+        screen.line("\n" + table);
+    }
     const bool one_told_already = files.size() == 1;
-    if (!one_told_already || batch.signal()) print_summary(files, seconds_since(start), screen);
+    if (!one_told_already || batch.signal()) {
+        print_summary(files, seconds_since(start), screen);
+    }
     const int facts_status = write_facts(settings, files, screen);
-    if (batch.signal()) return kSignalBase + batch.signal();
+    if (batch.signal()) {
+        return kSignalBase + batch.signal();
+    }
     const bool failed = std::any_of(files.begin(), files.end(), [](const FileFacts& facts) {
         return facts.outcome == Outcome::Failed;
     });

@@ -2,13 +2,13 @@
 
 namespace cli {
 
-// Exit statuses of the program.
+/** Exit statuses of the program. */
 constexpr int kAllDone = 0;
 constexpr int kSomeFailed = 1;
 constexpr int kWrongUsage = 2;
 constexpr int kSignalBase = 128;  // plus the signal's number: 130 after Ctrl-C
 
-// The command line for files, folders and batches. Returns the exit status.
+/** The command line for files, folders and batches. Returns the exit status. */
 int batch_main(int argc, const char* const* argv);
 
 }  // namespace cli

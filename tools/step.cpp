@@ -18,7 +18,6 @@
 #include "Common/apply_gains/ag_common.h"
 #include "Common/calc_rms/calc_rms.h"
 #include "Common/calculate_gains/calculate_gains.h"
-#include "Common/step/failure.h"
 #include "Common/gate/gate.h"
 #include "Common/highpass/highpass.h"
 #include "Common/normalize/normalize.h"
@@ -27,6 +26,7 @@
 #include "Common/reporting/run_state.h"
 #include "Common/segment/segment.h"
 #include "Common/smooth_gains/smooth_gains.h"
+#include "Common/step/failure.h"
 #include "Common/wrap_segment/wrap_segment.h"
 
 namespace {

@@ -6,11 +6,11 @@
 #include <stdexcept>
 #include <vector>
 
-#include "Common/bins/walls.h"
 #include "Common/audio/finite.h"
 #include "Common/audio/frame_file.h"
-#include "Common/reporting/progress.h"
+#include "Common/bins/walls.h"
 #include "Common/files/series.h"
+#include "Common/reporting/progress.h"
 #include "Common/ss_util.h"
 #include "Common/units.h"
 

@@ -4,11 +4,11 @@
 #include <cmath>
 #include <stdexcept>
 
+#include "Common/audio/finite.h"
+#include "Common/audio/sound_handle.h"
 #include "Common/bins/Bin.h"
 #include "Common/bins/BinGrid.h"
-#include "Common/audio/finite.h"
 #include "Common/reporting/progress.h"
-#include "Common/audio/sound_handle.h"
 
 /** Sum of squares and peak of one bin, and the RMS that a rule gives it. */
 struct BinMeasure {

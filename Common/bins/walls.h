@@ -1,8 +1,8 @@
 #pragma once
 
+#include "Common/audio/sound_handle.h"
 #include "Common/bins/BinGrid.h"
 #include "Common/reporting/progress.h"
-#include "Common/audio/sound_handle.h"
 
 /**
  * Applies a gain curve: each bin's gain runs in equal steps from the wall at its start to the wall

@@ -6,11 +6,11 @@
 #include <cstdio>
 #include <fstream>
 
-#include "Common/calc_rms/CommandLine.h"
 #include "Common/audio/finite.h"
+#include "Common/audio/sound_handle.h"
+#include "Common/calc_rms/CommandLine.h"
 #include "Common/reporting/log.h"
 #include "Common/reporting/progress.h"
-#include "Common/audio/sound_handle.h"
 #include "Common/ss_util.h"
 #include "Common/units.h"
 

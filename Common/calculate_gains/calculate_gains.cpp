@@ -8,11 +8,11 @@
 #include <limits>
 #include <string>
 
+#include "Common/audio/sound_handle.h"
 #include "Common/calculate_gains/CalcRMS.h"
 #include "Common/calculate_gains/CommandLine.h"
 #include "Common/reporting/log.h"
 #include "Common/reporting/progress.h"
-#include "Common/audio/sound_handle.h"
 #include "Common/ss_util.h"
 #include "Common/units.h"
 

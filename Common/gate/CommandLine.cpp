@@ -1,7 +1,7 @@
 #include "Common/gate/CommandLine.h"
 
-#include "Common/step/conditioning_options.h"
 #include "Common/gate/gate.h"
+#include "Common/step/conditioning_options.h"
 #include "Common/units.h"
 
 namespace gate {

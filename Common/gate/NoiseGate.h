@@ -4,9 +4,9 @@
 #include <string>
 #include <vector>
 
+#include "Common/audio/sound_handle.h"
 #include "Common/gate/CommandLine.h"
 #include "Common/gate/LevelMeter.h"
-#include "Common/audio/sound_handle.h"
 
 namespace gate {
 

@@ -4,9 +4,9 @@
 #include <cstdio>
 #include <iostream>
 
-#include "Common/step/conditioning_options.h"
 #include "Common/highpass/highpass.h"
 #include "Common/reporting/run_state.h"
+#include "Common/step/conditioning_options.h"
 
 namespace highpass {
 

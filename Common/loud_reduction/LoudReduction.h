@@ -4,12 +4,12 @@
 #include <boost/scoped_array.hpp>
 #include <cstdio>
 
+#include "Common/audio/sound_handle.h"
 #include "Common/bins/Bin.h"
 #include "Common/bins/BinGrid.h"
 #include "Common/bins/measure.h"
 #include "Common/bins/walls.h"
 #include "Common/loud_reduction/LoudReductionArgs.h"
-#include "Common/audio/sound_handle.h"
 #include "Common/ss_util.h"
 #include "Common/units.h"
 

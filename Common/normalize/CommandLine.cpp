@@ -4,8 +4,8 @@
 #include <iostream>
 
 #include "Common/CommandLine.h"
-#include "Common/reporting/log.h"
 #include "Common/normalize/normalize.h"
+#include "Common/reporting/log.h"
 #include "Common/step/step_options.h"
 #include "Common/units.h"
 

@@ -4,10 +4,10 @@
 
 #include <boost/scoped_array.hpp>
 
+#include "Common/audio/sound_handle.h"
 #include "Common/bins/Bin.h"
 #include "Common/bins/BinGrid.h"
 #include "Common/normalize/CommandLine.h"
-#include "Common/audio/sound_handle.h"
 
 namespace normalize {
 

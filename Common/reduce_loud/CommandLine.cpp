@@ -1,8 +1,8 @@
 #include "Common/reduce_loud/CommandLine.h"
 
-#include "Common/step/conditioning_options.h"
 #include "Common/loud_reduction/CommandLine.h"
 #include "Common/reduce_loud/reduce_loud.h"
+#include "Common/step/conditioning_options.h"
 
 namespace reduce_loud {
 

@@ -1,9 +1,9 @@
 #pragma once
 
 #include "Common/loud_reduction/LoudReduction.h"
-#include "Common/reporting/progress.h"
 #include "Common/reduce_loud/CommandLine.h"
 #include "Common/reduce_loud/reduce_loud.h"
+#include "Common/reporting/progress.h"
 
 namespace reduce_loud {
 

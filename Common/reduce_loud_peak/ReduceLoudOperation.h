@@ -3,9 +3,9 @@
 #include <string>
 
 #include "Common/loud_reduction/LoudReduction.h"
-#include "Common/reporting/progress.h"
 #include "Common/reduce_loud_peak/CommandLine.h"
 #include "Common/reduce_loud_peak/reduce_loud_peak.h"
+#include "Common/reporting/progress.h"
 
 namespace reduce_loud_peak {
 

@@ -8,9 +8,9 @@
 #include <vector>
 
 #include "Common/CommandLine.h"
+#include "Common/files/series.h"
 #include "Common/reporting/log.h"
 #include "Common/segment/segment.h"
-#include "Common/files/series.h"
 #include "Common/units.h"
 
 namespace wrap_segment {

@@ -40,7 +40,9 @@ const std::set<std::string>& writable_extensions() {
             info.channels = 1;
             info.samplerate = 48000;
             info.format = format;
-            if (sf_format_check(&info)) writable.insert(extension);
+            if (sf_format_check(&info)) {
+                writable.insert(extension);
+            }
         }
         return writable;
     }();
@@ -49,7 +51,9 @@ const std::set<std::string>& writable_extensions() {
 
 std::string lower_extension(const std::string& path) {
     std::string extension = std::filesystem::path(path).extension().string();
-    if (!extension.empty()) extension.erase(0, 1);
+    if (!extension.empty()) {
+        extension.erase(0, 1);
+    }
     std::transform(extension.begin(), extension.end(), extension.begin(),
                    [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
     return extension;
@@ -59,7 +63,9 @@ bool same_container(const std::string& extension, const std::string& other) {
     const auto& formats = formats_by_extension();
     const auto one = formats.find(extension);
     const auto two = formats.find(other);
-    if (one == formats.end() || two == formats.end()) return extension == other;
+    if (one == formats.end() || two == formats.end()) {
+        return extension == other;
+    }
     return (one->second & SF_FORMAT_TYPEMASK) == (two->second & SF_FORMAT_TYPEMASK);
 }
 

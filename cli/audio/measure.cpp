@@ -19,7 +19,7 @@ namespace {
 constexpr double kShortTermSeconds = 3.0;
 constexpr double kLeastStepSeconds = 0.1;
 constexpr double kMostPoints = 1000;
-constexpr size_t kPauseBlocks = 5;  // of kLeastStepSeconds: half a second
+constexpr std::size_t kPauseBlocks = 5;  // of kLeastStepSeconds: half a second
 
 double power_to_db(double power) {
     return 10 * std::log10(power);  // minus infinity for 0
@@ -29,21 +29,25 @@ double amplitude_to_db(double amplitude) {
     return 20 * std::log10(amplitude);
 }
 
-// Mean square of the whole file, and of its quietest half second, from blocks of 100 ms.
+/** Mean square of the whole file, and of its quietest half second, from blocks of 100 ms. */
 class PowerMeter {
   public:
     PowerMeter(int channels, sf_count_t block_frames)
-        : block_samples_(size_t(std::max<sf_count_t>(block_frames, 1)) * size_t(channels)) {}
+        : block_samples_(static_cast<std::size_t>(std::max<sf_count_t>(block_frames, 1)) *
+                         static_cast<std::size_t>(channels)) {}
 
-    void add(const float* samples, size_t count) {
-        for (size_t i = 0; i < count; ++i) {
-            block_ += double(samples[i]) * double(samples[i]);
-            if (++in_block_ == block_samples_) finish_block();
+    void add(const float* samples, std::size_t count) {
+        for (std::size_t i = 0; i < count; ++i) {
+            block_ += static_cast<double>(samples[i]) * static_cast<double>(samples[i]);
+            if (++in_block_ == block_samples_) {
+                finish_block();
+            }
         }
     }
 
     double rms_db() const {
-        const double samples = double(blocks_) * double(block_samples_) + double(in_block_);
+        const double samples = static_cast<double>(blocks_) * static_cast<double>(block_samples_) +
+                               static_cast<double>(in_block_);
         return samples > 0 ? power_to_db((total_ + block_) / samples) : power_to_db(0);
     }
 
@@ -54,19 +58,24 @@ class PowerMeter {
         total_ += block_;
         ++blocks_;
         recent_.push_back(block_);
-        if (recent_.size() > kPauseBlocks) recent_.pop_front();
+        if (recent_.size() > kPauseBlocks) {
+            recent_.pop_front();
+        }
         if (recent_.size() == kPauseBlocks) {
-            const double power = std::accumulate(recent_.begin(), recent_.end(), 0.0) /
-                                 (double(kPauseBlocks) * double(block_samples_));
-            if (quietest_ < 0 || power < quietest_) quietest_ = power;
+            const double power =
+                std::accumulate(recent_.begin(), recent_.end(), 0.0) /
+                (static_cast<double>(kPauseBlocks) * static_cast<double>(block_samples_));
+            if (quietest_ < 0 || power < quietest_) {
+                quietest_ = power;
+            }
         }
         block_ = 0;
         in_block_ = 0;
     }
 
-    const size_t block_samples_;
-    size_t in_block_ = 0;
-    size_t blocks_ = 0;
+    const std::size_t block_samples_;
+    std::size_t in_block_ = 0;
+    std::size_t blocks_ = 0;
     double block_ = 0;
     double total_ = 0;
     double quietest_ = -1;  // none yet
@@ -82,29 +91,32 @@ class FileMeter {
     explicit FileMeter(const std::string& path)
         : file_(open_to_read(path)),
           power_(std::max(file_.channels(), 1), file_.samplerate() / 10) {
-        meter_.reset(ebur128_init(unsigned(file_.channels()), unsigned(file_.samplerate()),
+        meter_.reset(ebur128_init(static_cast<unsigned>(file_.channels()),
+                                  static_cast<unsigned>(file_.samplerate()),
                                   EBUR128_MODE_I | EBUR128_MODE_LRA | EBUR128_MODE_S |
                                       EBUR128_MODE_TRUE_PEAK | EBUR128_MODE_SAMPLE_PEAK));
-        if (!meter_)
+        if (!meter_) {
             throw std::runtime_error(fmt::format("cannot measure {} channels at {} Hz",
                                                  file_.channels(), file_.samplerate()));
+        }
         frames_ = file_.frames();
-        buffer_.resize(size_t(file_.samplerate()) * size_t(file_.channels()));
+        buffer_.resize(static_cast<std::size_t>(file_.samplerate()) *
+                       static_cast<std::size_t>(file_.channels()));
     }
 
     Loudness run(const std::function<void(double)>& progress) {
         Loudness result;
         const double rate = file_.samplerate();
-        const double duration = double(frames_) / rate;
+        const double duration = static_cast<double>(frames_) / rate;
         Curve& curve = result.short_term_lufs;
         curve.step_s = std::max(kLeastStepSeconds, duration / kMostPoints);
-        for (size_t i = 0; double(i) * curve.step_s <= duration && frames_ > 0; ++i) {
-            const double centre = double(i) * curve.step_s;
+        for (std::size_t i = 0; double(i) * curve.step_s <= duration && frames_ > 0; ++i) {
+            const double centre = static_cast<double>(i) * curve.step_s;
             const double end = std::min(duration, centre + kShortTermSeconds / 2);
             const double start = std::max(0.0, centre - kShortTermSeconds / 2);
             read_to(sf_count_t(end * rate));
             curve.values.push_back(window(end - start));
-            progress(double(done_) / double(frames_));
+            progress(static_cast<double>(done_) / static_cast<double>(frames_));
         }
         read_to(frames_);
         fill(result);
@@ -117,13 +129,18 @@ class FileMeter {
             const sf_count_t wanted = std::min<sf_count_t>(frame - done_, file_.samplerate());
             const sf_count_t got = file_.readf(buffer_.data(), wanted);
             if (got <= 0) {
-                if (file_.error()) throw std::runtime_error(file_.strError());
+                if (file_.error()) {
+                    throw std::runtime_error(file_.strError());
+                }
                 throw std::runtime_error(fmt::format(
                     "ends after {} of {} frames; the file may be damaged", done_, frames_));
             }
-            power_.add(buffer_.data(), size_t(got) * size_t(file_.channels()));
-            if (ebur128_add_frames_float(meter_.get(), buffer_.data(), size_t(got)))
+            power_.add(buffer_.data(),
+                       static_cast<std::size_t>(got) * static_cast<std::size_t>(file_.channels()));
+            if (ebur128_add_frames_float(meter_.get(), buffer_.data(),
+                                         static_cast<std::size_t>(got))) {
                 throw std::runtime_error("not enough memory to measure the loudness");
+            }
             done_ += got;
         }
     }
@@ -140,7 +157,7 @@ class FileMeter {
         ebur128_loudness_range(meter_.get(), &result.range_lu);
         double true_peak = 0;
         double sample_peak = 0;
-        for (unsigned channel = 0; channel < unsigned(file_.channels()); ++channel) {
+        for (unsigned channel = 0; channel < static_cast<unsigned>(file_.channels()); ++channel) {
             double peak = 0;
             ebur128_true_peak(meter_.get(), channel, &peak);
             true_peak = std::max(true_peak, peak);

@@ -20,19 +20,28 @@ namespace {
 constexpr sf_count_t kBlockFrames = 65536;
 constexpr double kRiffLimit = 4.2e9;  // bytes; 32-bit sizes end at 2^32, the header needs some
 
-// Every frame of one file into another, as floats.
+/** Every frame of one file into another, as floats. */
 void copy_samples(SndfileHandle& from, SndfileHandle& to) {
-    std::vector<float> buffer(size_t(kBlockFrames) * size_t(from.channels()));
+    std::vector<float> buffer(static_cast<std::size_t>(kBlockFrames) *
+                              static_cast<std::size_t>(from.channels()));
     for (;;) {
         const sf_count_t got = from.readf(buffer.data(), kBlockFrames);
-        if (got <= 0) break;
-        if (to.writef(buffer.data(), got) != got) throw std::runtime_error(to.strError());
+        if (got <= 0) {
+            break;
+        }
+        if (to.writef(buffer.data(), got) != got) {
+            throw std::runtime_error(to.strError());
+        }
     }
-    if (from.error()) throw std::runtime_error(from.strError());
+    if (from.error()) {
+        throw std::runtime_error(from.strError());
+    }
 }
 
-// libsndfile takes a compression level from 0 (largest file) to 1 and maps it to the encoder's own
-// scale; these are the inverses.
+/**
+ * libsndfile takes a compression level from 0 (largest file) to 1 and maps it to the encoder's own
+ * scale; these are the inverses.
+ */
 double mp3_compression(double bits_per_second, int rate) {
     const double most = rate >= 32000 ? 320000 : 160000;
     const double least = rate >= 32000 ? 32000 : 8000;
@@ -43,29 +52,33 @@ double opus_compression(double bits_per_second, int channels) {
     return 1 - (bits_per_second / channels - 6000) / 250000;
 }
 
-// The qualities whose nominal bit rates, for two channels at 44.1 kHz, are those of the encoder.
+/**
+ * The qualities whose nominal bit rates, for two channels at 44.1 kHz, are those of the encoder.
+ */
 double vorbis_compression(double bits_per_second, int channels, int rate) {
     constexpr double kLeastQuality = 0.4;
     constexpr std::pair<double, double> kQualities[] = {
         {128000, 0.4}, {256000, 0.8}, {320000, 0.9}, {500000, 1.0}};
     const double as_stereo = bits_per_second * 2 / channels * 44100 / std::min(rate, 44100);
     double quality = kLeastQuality;
-    for (size_t i = 1; i < std::size(kQualities); ++i) {
+    for (std::size_t i = 1; i < std::size(kQualities); ++i) {
         const auto [low, low_quality] = kQualities[i - 1];
         const auto [high, high_quality] = kQualities[i];
-        if (as_stereo > low)
+        if (as_stereo > low) {
             quality = low_quality + (high_quality - low_quality) *
                                         std::min(1.0, (as_stereo - low) / (high - low));
+        }
     }
     return 1 - quality;
 }
 
-// Of the audio alone as far as the headers tell, in bits per second.
+/** Of the audio alone as far as the headers tell, in bits per second. */
 double bit_rate_of(const std::string& path, double seconds) {
     const TagLib::FileRef file(path.c_str());
-    if (!file.isNull() && file.audioProperties() && file.audioProperties()->bitrate() > 0)
+    if (!file.isNull() && file.audioProperties() && file.audioProperties()->bitrate() > 0) {
         return file.audioProperties()->bitrate() * 1000.0;
-    return double(std::filesystem::file_size(path)) * 8 / std::max(seconds, 1.0);
+    }
+    return static_cast<double>(std::filesystem::file_size(path)) * 8 / std::max(seconds, 1.0);
 }
 
 void set_bit_rate(SndfileHandle& file, double bits_per_second) {
@@ -94,7 +107,7 @@ void set_bit_rate(SndfileHandle& file, double bits_per_second) {
 
 void decode_to_float(const std::string& from, const std::string& to) {
     SndfileHandle in = open_to_read(from);
-    const double bytes = double(in.frames()) * in.channels() * sizeof(float);
+    const double bytes = static_cast<double>(in.frames()) * in.channels() * sizeof(float);
     const int container = bytes > kRiffLimit ? SF_FORMAT_RF64 : SF_FORMAT_WAV;
     SndfileHandle out =
         open_to_write(to, container | SF_FORMAT_FLOAT, in.channels(), in.samplerate());
@@ -106,7 +119,7 @@ void encode_like(const std::string& from, const std::string& like, const std::st
     const SndfileHandle model = open_to_read(like);
     SndfileHandle out = open_to_write(to, model.format(), in.channels(), in.samplerate());
     out.command(SFC_SET_CLIPPING, nullptr, SF_TRUE);
-    set_bit_rate(out, bit_rate_of(like, double(model.frames()) / model.samplerate()));
+    set_bit_rate(out, bit_rate_of(like, static_cast<double>(model.frames()) / model.samplerate()));
     copy_samples(in, out);
 }
 

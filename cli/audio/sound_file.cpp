@@ -6,7 +6,9 @@ namespace cli {
 namespace {
 
 SndfileHandle checked(SndfileHandle file) {
-    if (!file.rawHandle()) throw std::runtime_error(file.strError());
+    if (!file.rawHandle()) {
+        throw std::runtime_error(file.strError());
+    }
     return file;
 }
 

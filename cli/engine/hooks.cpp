@@ -5,8 +5,8 @@
 #include <iostream>
 #include <stdexcept>
 
-#include "Common/level.h"
 #include "Common/files/whole_file.h"
+#include "Common/level.h"
 
 namespace {
 

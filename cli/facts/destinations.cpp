@@ -24,13 +24,19 @@ class Check {
     }
 
     Check& within(double value, double low, double high, const char* unit) {
-        if (!(value >= low)) miss(low - value, unit, "too quiet");
-        if (value > high) miss(value - high, unit, "too loud");
+        if (!(value >= low)) {
+            miss(low - value, unit, "too quiet");
+        }
+        if (value > high) {
+            miss(value - high, unit, "too loud");
+        }
         return *this;
     }
 
     Check& below(const char* what, double value, double limit) {
-        if (value > limit) miss(value - limit, "dB", fmt::format("too high in the {}", what));
+        if (value > limit) {
+            miss(value - limit, "dB", fmt::format("too high in the {}", what));
+        }
         return *this;
     }
 

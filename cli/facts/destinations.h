@@ -7,7 +7,7 @@
 
 namespace cli {
 
-// How a file stands to what one usual destination asks for.
+/** How a file stands to what one usual destination asks for. */
 struct DestinationCheck {
     std::string name;
     std::string asks;
@@ -16,8 +16,10 @@ struct DestinationCheck {
     bool other_channels = false;      // the destination is for another number of channels
 };
 
-// One check for each usual destination: podcasts in stereo and mono, EBU R128 broadcast,
-// audiobooks.
+/**
+ * One check for each usual destination: podcasts in stereo and mono, EBU R128 broadcast,
+ * audiobooks.
+ */
 std::vector<DestinationCheck> check_destinations(const Loudness& loudness, int channels);
 
 }  // namespace cli

@@ -18,9 +18,11 @@ const std::map<Outcome, const char*>& outcome_names() {
     return names;
 }
 
-// JSON has no infinity: silence is null.
+/** JSON has no infinity: silence is null. */
 Json number(double value) {
-    if (!std::isfinite(value)) return nullptr;
+    if (!std::isfinite(value)) {
+        return nullptr;
+    }
     return std::round(value * 1000) / 1000;
 }
 
@@ -30,13 +32,17 @@ double number_back(const Json& json) {
 
 Json curve(const Curve& from) {
     Json values = Json::array();
-    for (double value : from.values) values.push_back(number(value));
+    for (double value : from.values) {
+        values.push_back(number(value));
+    }
     return {{"step_s", from.step_s}, {"values", values}};
 }
 
 Curve curve_back(const Json& json) {
     Curve result{json.at("step_s"), {}};
-    for (const Json& value : json.at("values")) result.values.push_back(number_back(value));
+    for (const Json& value : json.at("values")) {
+        result.values.push_back(number_back(value));
+    }
     return result;
 }
 
@@ -59,11 +65,12 @@ Loudness loudness_back(const Json& json) {
 
 Json leveling(const Leveling& from) {
     Json passages = Json::array();
-    for (const Passage& passage : from.passages)
+    for (const Passage& passage : from.passages) {
         passages.push_back({{"from_s", number(passage.from_s)},
                             {"to_s", number(passage.to_s)},
                             {"level_db", number(passage.level_db)},
                             {"gain_db", number(passage.gain_db)}});
+    }
     return {{"mean_gain_db", number(from.mean_gain_db)},
             {"least_gain_db", number(from.least_gain_db)},
             {"greatest_gain_db", number(from.greatest_gain_db)},
@@ -77,10 +84,11 @@ Leveling leveling_back(const Json& json) {
     result.least_gain_db = number_back(json.at("least_gain_db"));
     result.greatest_gain_db = number_back(json.at("greatest_gain_db"));
     result.gain_db = curve_back(json.at("gain_db"));
-    for (const Json& passage : json.at("passages"))
+    for (const Json& passage : json.at("passages")) {
         result.passages.push_back(
             {number_back(passage.at("from_s")), number_back(passage.at("to_s")),
              number_back(passage.at("level_db")), number_back(passage.at("gain_db"))});
+    }
     return result;
 }
 
@@ -105,19 +113,32 @@ Json to_json(const FileFacts& facts) {
         json["frames"] = facts.frames;
         json["duration_s"] = number(facts.duration_s());
     }
-    if (facts.before) json["before"] = loudness(*facts.before);
-    if (facts.after) json["after"] = loudness(*facts.after);
-    if (facts.leveling) json["leveling"] = leveling(*facts.leveling);
+    if (facts.before) {
+        json["before"] = loudness(*facts.before);
+    }
+    if (facts.after) {
+        json["after"] = loudness(*facts.after);
+    }
+    if (facts.leveling) {
+        json["leveling"] = leveling(*facts.leveling);
+    }
     return json;
 }
 
 FileFacts facts_from_json(const Json& json) {
     FileFacts facts;
     facts.input = json.at("input");
-    if (!json.at("output").is_null()) facts.output = json.at("output");
-    for (const auto& [outcome, name] : outcome_names())
-        if (json.at("status") == name) facts.outcome = outcome;
-    if (!json.at("cause").is_null()) facts.cause = json.at("cause");
+    if (!json.at("output").is_null()) {
+        facts.output = json.at("output");
+    }
+    for (const auto& [outcome, name] : outcome_names()) {
+        if (json.at("status") == name) {
+            facts.outcome = outcome;
+        }
+    }
+    if (!json.at("cause").is_null()) {
+        facts.cause = json.at("cause");
+    }
     facts.notes = json.at("notes").get<std::vector<std::string>>();
     facts.elapsed_s = number_back(json.at("elapsed_s"));
     if (json.contains("sample_rate_hz")) {
@@ -126,9 +147,15 @@ FileFacts facts_from_json(const Json& json) {
         facts.channels = json.at("channels");
         facts.frames = json.at("frames");
     }
-    if (json.contains("before")) facts.before = loudness_back(json.at("before"));
-    if (json.contains("after")) facts.after = loudness_back(json.at("after"));
-    if (json.contains("leveling")) facts.leveling = leveling_back(json.at("leveling"));
+    if (json.contains("before")) {
+        facts.before = loudness_back(json.at("before"));
+    }
+    if (json.contains("after")) {
+        facts.after = loudness_back(json.at("after"));
+    }
+    if (json.contains("leveling")) {
+        facts.leveling = leveling_back(json.at("leveling"));
+    }
     return facts;
 }
 

@@ -8,14 +8,16 @@
 
 namespace cli {
 
-// A curve over time in equal steps: value i belongs to the time i * step_s. Minus infinity is a gap
-// (silence).
+/**
+ * A curve over time in equal steps: value i belongs to the time i * step_s. Minus infinity is a gap
+ * (silence).
+ */
 struct Curve {
     double step_s = 0;
     std::vector<double> values;
 };
 
-// What was measured over one file. Levels of silence are minus infinity.
+/** What was measured over one file. Levels of silence are minus infinity. */
 struct Loudness {
     double integrated_lufs = 0;
     double range_lu = 0;
@@ -26,7 +28,7 @@ struct Loudness {
     Curve short_term_lufs;
 };
 
-// One stretch of steady loudness, as the segmentation found it.
+/** One stretch of steady loudness, as the segmentation found it. */
 struct Passage {
     double from_s = 0;
     double to_s = 0;
@@ -34,7 +36,7 @@ struct Passage {
     double gain_db = 0;
 };
 
-// The gain that leveling applied, before the normalisation to the target level.
+/** The gain that leveling applied, before the normalisation to the target level. */
 struct Leveling {
     double mean_gain_db = 0;
     double least_gain_db = 0;
@@ -54,7 +56,7 @@ enum class Outcome {
 
 const char* to_text(Outcome outcome);
 
-// Everything known about one file once it is finished.
+/** Everything known about one file once it is finished. */
 struct FileFacts {
     std::string input;
     std::string output;  // empty when nothing is written
@@ -70,15 +72,19 @@ struct FileFacts {
     std::optional<Leveling> leveling;
     std::vector<std::string> notes;  // what the user should know of a file that did not fail
 
-    double duration_s() const { return sample_rate_hz ? double(frames) / sample_rate_hz : 0; }
+    double duration_s() const {
+        return sample_rate_hz ? static_cast<double>(frames) / sample_rate_hz : 0;
+    }
 };
 
 nlohmann::ordered_json to_json(const FileFacts& facts);
 
-// The reverse, for facts that a worker sent. Throws nlohmann::json::exception on a malformed text.
+/**
+ * The reverse, for facts that a worker sent. Throws nlohmann::json::exception on a malformed text.
+ */
 FileFacts facts_from_json(const nlohmann::ordered_json& json);
 
-// Text that is safe in JSON: bytes that are no UTF-8 become replacement characters.
+/** Text that is safe in JSON: bytes that are no UTF-8 become replacement characters. */
 std::string dump(const nlohmann::ordered_json& json);
 
 }  // namespace cli

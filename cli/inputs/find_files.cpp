@@ -22,7 +22,9 @@ class FolderSearch {
     FolderSearch(const std::string& suffix, const fs::path& leave_out, FoundFiles& found)
         : suffix_(suffix), found_(found) {
         std::error_code ignored;
-        if (!leave_out.empty()) leave_out_ = fs::weakly_canonical(leave_out, ignored);
+        if (!leave_out.empty()) {
+            leave_out_ = fs::weakly_canonical(leave_out, ignored);
+        }
     }
 
     // Folders first and links to folders after them, so that a file which can be reached both ways
@@ -39,10 +41,11 @@ class FolderSearch {
     void take(const fs::path& path, const fs::path& below) {
         std::error_code error;
         const fs::path real = fs::canonical(path, error);
-        if (error)
+        if (error) {
             found_.problems.push_back({path, error.message()});
-        else if (taken_.insert(real).second)
+        } else if (taken_.insert(real).second) {
             found_.files.push_back({path, below});
+        }
     }
 
   private:
@@ -50,7 +53,9 @@ class FolderSearch {
         std::error_code error;
         const fs::path real = fs::canonical(folder, error);
         const bool left_out = !leave_out_.empty() && real == leave_out_ && folder != root;
-        if (!error && (left_out || !entered_.insert(real).second)) return;
+        if (!error && (left_out || !entered_.insert(real).second)) {
+            return;
+        }
         fs::directory_iterator entries(folder, error);
         if (error) {
             found_.problems.push_back({folder, error.message()});
@@ -60,26 +65,37 @@ class FolderSearch {
         std::vector<fs::path> files;
         for (const fs::directory_iterator end; !error && entries != end; entries.increment(error)) {
             const fs::path path = entries->path();
-            if (path.filename().string().front() == '.') continue;
+            if (path.filename().string().front() == '.') {
+                continue;
+            }
             std::error_code unreadable;
             const bool link = fs::is_symlink(entries->symlink_status(unreadable));
             const fs::file_status status = entries->status(unreadable);
             if (fs::is_directory(status)) {
                 (link ? links_ : folders).push_back(path);
             } else if (wanted(path)) {
-                if (fs::is_regular_file(status))
+                if (fs::is_regular_file(status)) {
                     files.push_back(path);
-                else if (unreadable || status.type() == fs::file_type::not_found)
+                } else if (unreadable || status.type() == fs::file_type::not_found) {
                     found_.problems.push_back({path, "cannot be followed: the link leads nowhere"});
+                }
             }
         }
-        if (error) found_.problems.push_back({folder, error.message()});
-        for (const fs::path& path : files) take(path, path.lexically_relative(root));
-        for (const fs::path& path : folders) enter(path, root);
+        if (error) {
+            found_.problems.push_back({folder, error.message()});
+        }
+        for (const fs::path& path : files) {
+            take(path, path.lexically_relative(root));
+        }
+        for (const fs::path& path : folders) {
+            enter(path, root);
+        }
     }
 
     bool wanted(const fs::path& path) const {
-        if (!writable_extensions().count(lower_extension(path.string()))) return false;
+        if (!writable_extensions().count(lower_extension(path.string()))) {
+            return false;
+        }
         return suffix_.empty() || !ends_with(path.stem().string(), suffix_);
     }
 
@@ -103,10 +119,11 @@ FoundFiles find_files(const std::vector<std::string>& paths,
         std::error_code error;
         const fs::file_status status = fs::status(path, error);
         if (fs::is_directory(status)) {
-            const size_t before = found.files.size() + found.problems.size();
+            const std::size_t before = found.files.size() + found.problems.size();
             search.search(path);
-            if (found.files.size() + found.problems.size() == before)
+            if (found.files.size() + found.problems.size() == before) {
                 found.problems.push_back({path, "holds no audio file to level"});
+            }
         } else if (fs::is_regular_file(status)) {
             search.take(path, path.filename());
         } else if (status.type() == fs::file_type::not_found) {

@@ -6,14 +6,16 @@
 
 namespace cli {
 
-// An input: its path, and its place below the folder that was searched (for a file named on the
-// command line, its name alone).
+/**
+ * An input: its path, and its place below the folder that was searched (for a file named on the
+ * command line, its name alone).
+ */
 struct FoundFile {
     std::filesystem::path path;
     std::filesystem::path below;
 };
 
-// A place that could not be read, and why.
+/** A place that could not be read, and why. */
 struct SearchProblem {
     std::filesystem::path path;
     std::string cause;
@@ -24,10 +26,12 @@ struct FoundFiles {
     std::vector<SearchProblem> problems;
 };
 
-// Finds the inputs behind the paths of a command line. A file that is named is taken whatever its
-// name; a folder is searched with everything below it for the extensions that can be written back,
-// leaving out hidden entries, names that end in the suffix, and leave_out with what lies below it
-// (empty: nothing). Links to folders are followed, each folder is entered once.
+/**
+ * Finds the inputs behind the paths of a command line. A file that is named is taken whatever its
+ * name; a folder is searched with everything below it for the extensions that can be written back,
+ * leaving out hidden entries, names that end in the suffix, and leave_out with what lies below it
+ * (empty: nothing). Links to folders are followed, each folder is entered once.
+ */
 FoundFiles find_files(const std::vector<std::string>& paths,
                       const std::string& suffix,
                       const std::filesystem::path& leave_out);

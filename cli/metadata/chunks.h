@@ -6,20 +6,22 @@
 
 namespace cli {
 
-// Writes the file `to` (replacing it): the audio of one file with the metadata of another, byte for
-// byte and in the order it had around the audio (all of it before the audio of Wave64). Both are of
-// one container: WAV (RIFF, RIFX), RF64 or BW64, Wave64, AIFF or AIFF-C, CAF.
-//
-// The chunks that describe the samples come from the audio file. Left out of the metadata are fill
-// chunks and overviews of the old waveform. A version 2 `bext` chunk gets the loudness values of
-// the new audio, or "not set" when `loudness` is null.
-//
-// Returns false, writing nothing, when the files are not of one such container. Throws
-// std::system_error when a file cannot be read or written, std::runtime_error when the result would
-// not fit its container.
-//
-// The chunk calls of libsndfile do not serve here: what exceeds its header buffer of 100 KiB (a
-// picture, say) makes it write a file that it cannot read back, and for Wave64 there are none.
+/**
+ * Writes the file `to` (replacing it): the audio of one file with the metadata of another, byte for
+ * byte and in the order it had around the audio (all of it before the audio of Wave64). Both are of
+ * one container: WAV (RIFF, RIFX), RF64 or BW64, Wave64, AIFF or AIFF-C, CAF.
+ *
+ * The chunks that describe the samples come from the audio file. Left out of the metadata are fill
+ * chunks and overviews of the old waveform. A version 2 `bext` chunk gets the loudness values of
+ * the new audio, or "not set" when `loudness` is null.
+ *
+ * Returns false, writing nothing, when the files are not of one such container. Throws
+ * std::system_error when a file cannot be read or written, std::runtime_error when the result would
+ * not fit its container.
+ *
+ * The chunk calls of libsndfile do not serve here: what exceeds its header buffer of 100 KiB (a
+ * picture, say) makes it write a file that it cannot read back, and for Wave64 there are none.
+ */
 bool copy_chunks(const std::string& metadata_from,
                  const std::string& audio_from,
                  const std::string& to,

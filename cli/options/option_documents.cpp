@@ -15,11 +15,13 @@ using boost::algorithm::replace_all_copy;
 
 std::string words_of(Completion completion) {
     std::vector<std::string> words;
-    for (const char* word : choices(completion)) words.emplace_back(word);
+    for (const char* word : choices(completion)) {
+        words.emplace_back(word);
+    }
     return boost::algorithm::join(words, " ");
 }
 
-// A hyphen that stays a hyphen-minus, and no line that looks like a request.
+/** A hyphen that stays a hyphen-minus, and no line that looks like a request. */
 std::string roff(const std::string& text) {
     return replace_all_copy(replace_all_copy(text, "\\", "\\e"), "-", "\\-");
 }
@@ -35,11 +37,17 @@ std::string man_options() {
     for (OptionGroup group : option_groups()) {
         text += fmt::format(".SS {}\n", title(group));
         for (const OptionRow& row : option_table()) {
-            if (row.group != group) continue;
+            if (row.group != group) {
+                continue;
+            }
             text += ".TP\n";
-            if (row.letter) text += fmt::format("\\fB\\-{}\\fR, ", row.letter);
+            if (row.letter) {
+                text += fmt::format("\\fB\\-{}\\fR, ", row.letter);
+            }
             text += fmt::format("\\fB\\-\\-{}\\fR", roff(row.name));
-            if (!row.argument.empty()) text += fmt::format(" \\fI{}\\fR", row.argument);
+            if (!row.argument.empty()) {
+                text += fmt::format(" \\fI{}\\fR", row.argument);
+            }
             text += "\n" + roff(row.help) + ".\n";
         }
     }
@@ -51,19 +59,24 @@ std::string bash_completion() {
     std::string cases;
     for (const OptionRow& row : option_table()) {
         std::string names = "--" + row.name;
-        if (row.letter) names += fmt::format("|-{}", row.letter);
+        if (row.letter) {
+            names += fmt::format("|-{}", row.letter);
+        }
         all += (all.empty() ? "" : " ") + replace_all_copy(names, "|", " ");
-        if (row.argument.empty()) continue;
+        if (row.argument.empty()) {
+            continue;
+        }
         const std::string words = words_of(row.completion);
         std::string reply;
-        if (!words.empty())
+        if (!words.empty()) {
             reply = fmt::format("COMPREPLY=($(compgen -W '{}' -- \"$cur\"))", words);
-        else if (row.completion == Completion::Directory)
+        } else if (row.completion == Completion::Directory) {
             reply = "COMPREPLY=($(compgen -d -- \"$cur\"))";
-        else if (row.completion == Completion::File)
+        } else if (row.completion == Completion::File) {
             reply = "COMPREPLY=($(compgen -f -- \"$cur\"))";
-        else
+        } else {
             reply = "COMPREPLY=()";
+        }
         cases += fmt::format("        {}) {}; return ;;\n", names, reply);
     }
     return fmt::format(
@@ -85,8 +98,9 @@ std::string zsh_completion() {
     std::string text = "#compdef quorvane\n_arguments -s -S \\\n";
     for (const OptionRow& row : option_table()) {
         std::string help = row.help;
-        for (const char* special : {"[", "]", ":"})
+        for (const char* special : {"[", "]", ":"}) {
             help = replace_all_copy(help, special, std::string("\\") + special);
+        }
         std::string action;
         if (!row.argument.empty()) {
             const std::string words = words_of(row.completion);
@@ -97,11 +111,12 @@ std::string zsh_completion() {
                                                                            : "");
         }
         const std::string end = single_quoted(fmt::format("[{}]{}", help, action));
-        if (row.letter)
+        if (row.letter) {
             text +=
                 fmt::format("  '(-{0} --{1})'{{-{0},--{1}}}{2} \\\n", row.letter, row.name, end);
-        else
+        } else {
             text += fmt::format("  --{}{} \\\n", row.name, end);
+        }
     }
     return text + "  '*:path:_files'\n";
 }
@@ -110,16 +125,19 @@ std::string fish_completion() {
     std::string text = "# fish completion for quorvane\n";
     for (const OptionRow& row : option_table()) {
         text += fmt::format("complete -c quorvane -l {}", row.name);
-        if (row.letter) text += fmt::format(" -s {}", row.letter);
+        if (row.letter) {
+            text += fmt::format(" -s {}", row.letter);
+        }
         const std::string words = words_of(row.completion);
-        if (!words.empty())
+        if (!words.empty()) {
             text += fmt::format(" -x -a '{}'", words);
-        else if (row.completion == Completion::Directory)
+        } else if (row.completion == Completion::Directory) {
             text += " -x -a '(__fish_complete_directories)'";
-        else if (row.completion == Completion::File)
+        } else if (row.completion == Completion::File) {
             text += " -r -F";
-        else if (!row.argument.empty())
+        } else if (!row.argument.empty()) {
             text += " -x";
+        }
         text += fmt::format(" -d {}\n", replace_all_copy(single_quoted(row.help), "'\\''", "\\'"));
     }
     return text;

@@ -4,7 +4,7 @@
 
 namespace cli {
 
-// The option table as the manual page's list and as the completions of three shells.
+/** The option table as the manual page's list and as the completions of three shells. */
 std::string man_options();
 std::string bash_completion();
 std::string zsh_completion();

@@ -49,7 +49,7 @@ std::vector<OptionRow> tuning_rows() {
     for (int i = 0; i < count; ++i) {
         std::string name = options[i].names;
         char letter = 0;
-        if (const size_t comma = name.find(','); comma != std::string::npos) {
+        if (const std::size_t comma = name.find(','); comma != std::string::npos) {
             letter = name[comma + 1];
             name.erase(comma);
         }

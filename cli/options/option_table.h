@@ -7,11 +7,13 @@ namespace cli {
 
 enum class OptionGroup { Output, Work, Facts, Display, Tuning, Other };
 
-// What a shell may offer after the option.
+/** What a shell may offer after the option. */
 enum class Completion { None, File, Directory, When, BitDepth, CostFunction };
 
-// One option of the program. The parser, the help, the manual page and the shells' completions are
-// all made from this table.
+/**
+ * One option of the program. The parser, the help, the manual page and the shells' completions are
+ * all made from this table.
+ */
 struct OptionRow {
     OptionGroup group;
     std::string name;
@@ -21,13 +23,13 @@ struct OptionRow {
     std::string help;
 };
 
-// The tuning options in it are the engine's own.
+/** The tuning options in it are the engine's own. */
 const std::vector<OptionRow>& option_table();
 
 const char* title(OptionGroup group);
 const std::vector<OptionGroup>& option_groups();
 
-// The words that a shell offers for a value, empty when there is no fixed list.
+/** The words that a shell offers for a value, empty when there is no fixed list. */
 std::vector<const char*> choices(Completion completion);
 
 }  // namespace cli

@@ -22,9 +22,13 @@ constexpr unsigned kHelpTextWidth = 48;
 po::options_description describe(OptionGroup group) {
     po::options_description description(title(group), kHelpWidth, kHelpTextWidth);
     for (const OptionRow& row : option_table()) {
-        if (row.group != group) continue;
+        if (row.group != group) {
+            continue;
+        }
         std::string names = row.name;
-        if (row.letter) names += std::string(",") + row.letter;
+        if (row.letter) {
+            names += std::string(",") + row.letter;
+        }
         if (!row.argument.empty()) {
             description.add_options()(names.c_str(),
                                       po::value<std::string>()->value_name(row.argument),
@@ -37,11 +41,19 @@ po::options_description describe(OptionGroup group) {
 }
 
 When parse_when(const po::variables_map& values, const char* name) {
-    if (!values.count(name)) return When::Auto;
+    if (!values.count(name)) {
+        return When::Auto;
+    }
     const auto text = values[name].as<std::string>();
-    if (text == "auto") return When::Auto;
-    if (text == "always") return When::Always;
-    if (text == "never") return When::Never;
+    if (text == "auto") {
+        return When::Auto;
+    }
+    if (text == "always") {
+        return When::Always;
+    }
+    if (text == "never") {
+        return When::Never;
+    }
     throw UsageError(fmt::format("--{} takes auto, always or never, not '{}'", name, text));
 }
 
@@ -49,15 +61,18 @@ unsigned parse_jobs(const std::string& text) {
     unsigned jobs = 0;
     const bool digits = !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
     if (!digits || !boost::conversion::try_lexical_convert(text, jobs) || jobs < 1 ||
-        jobs > kMostJobs)
+        jobs > kMostJobs) {
         throw UsageError(
             fmt::format("--jobs takes a number from 1 to {}, not '{}'", kMostJobs, text));
+    }
     return jobs;
 }
 
 void refuse_contradictions(const Settings& settings) {
     const auto refuse = [](bool wrong, const char* text) {
-        if (wrong) throw UsageError(text);
+        if (wrong) {
+            throw UsageError(text);
+        }
     };
     refuse(settings.paths.empty(), "name at least one file or folder");
     refuse(!settings.output.empty() && !settings.output_dir.empty(),
@@ -77,7 +92,9 @@ void refuse_contradictions(const Settings& settings) {
 
 Settings parse_command_line(int argc, const char* const* argv) {
     po::options_description options;
-    for (OptionGroup group : option_groups()) options.add(describe(group));
+    for (OptionGroup group : option_groups()) {
+        options.add(describe(group));
+    }
     options.add_options()("path", po::value<std::vector<std::string>>());
     po::positional_options_description positional;
     positional.add("path", -1);
@@ -94,16 +111,23 @@ Settings parse_command_line(int argc, const char* const* argv) {
     Settings settings;
     const auto given = [&](const std::string& name) { return values.count(name) != 0; };
     const auto text = [&](const char* name, std::string& field) {
-        if (!given(name)) return;
+        if (!given(name)) {
+            return;
+        }
         field = values[name].as<std::string>();
-        if (field.empty() && std::string(name) != "suffix")
+        if (field.empty() && std::string(name) != "suffix") {
             throw UsageError(fmt::format("--{} needs a value that is not empty", name));
+        }
     };
     settings.help = given("help");
     settings.version = given("version");
-    if (settings.help || settings.version) return settings;
+    if (settings.help || settings.version) {
+        return settings;
+    }
 
-    if (given("path")) settings.paths = values["path"].as<std::vector<std::string>>();
+    if (given("path")) {
+        settings.paths = values["path"].as<std::vector<std::string>>();
+    }
     text("suffix", settings.suffix);
     text("output", settings.output);
     text("output-dir", settings.output_dir);
@@ -121,7 +145,9 @@ Settings parse_command_line(int argc, const char* const* argv) {
     settings.color = parse_when(values, "color");
     settings.progress = parse_when(values, "progress");
     for (const OptionRow& row : option_table()) {
-        if (row.group != OptionGroup::Tuning || !given(row.name)) continue;
+        if (row.group != OptionGroup::Tuning || !given(row.name)) {
+            continue;
+        }
         settings.tuning.push_back("--" + row.name + "=" + values[row.name].as<std::string>());
     }
     refuse_contradictions(settings);
@@ -136,7 +162,9 @@ std::string help_text() {
            "which is searched with everything below it. talk.wav gives talk-leveled.wav.\n"
            "With --input-file the program takes one file through the engine and no more;\n"
            "'quorvane --input-file= --help' lists that command line.\n";
-    for (OptionGroup group : option_groups()) out << "\n" << describe(group);
+    for (OptionGroup group : option_groups()) {
+        out << "\n" << describe(group);
+    }
     out << "\n"
            "Exit status: 0 all done, 1 a file failed, 2 wrong usage, 130 interrupted.\n";
     return out.str();

@@ -8,13 +8,13 @@ namespace cli {
 
 enum class When { Auto, Always, Never };
 
-// Wrong usage: exit status 2. what() is the sentence for the user.
+/** Wrong usage: exit status 2. what() is the sentence for the user. */
 class UsageError : public std::runtime_error {
   public:
     using std::runtime_error::runtime_error;
 };
 
-// What a command line asks for.
+/** What a command line asks for. */
 struct Settings {
     std::vector<std::string> paths;
     std::string suffix = "-leveled";
@@ -39,7 +39,7 @@ struct Settings {
     bool json_on_standard_output() const { return json == "-"; }
 };
 
-// Reads a command line (argv[0] is the program's name). Throws UsageError.
+/** Reads a command line (argv[0] is the program's name). Throws UsageError. */
 Settings parse_command_line(int argc, const char* const* argv);
 
 std::string help_text();

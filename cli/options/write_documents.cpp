@@ -16,20 +16,24 @@ bool write(const char* path, const std::string& text) {
     std::ofstream out(path, std::ios::binary);
     out << text;
     out.close();
-    if (!out) fprintf(stderr, "write_documents: cannot write %s\n", path);
+    if (!out) {
+        fprintf(stderr, "write_documents: cannot write %s\n", path);
+    }
     return bool(out);
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc != 6) return 2;
+    if (argc != 6) {
+        return 2;
+    }
     std::ifstream in(argv[1], std::ios::binary);
     std::ostringstream page;
     page << in.rdbuf();
     std::string text = page.str();
     const std::string mark = "@OPTIONS@\n";
-    const size_t at = text.find(mark);
+    const std::size_t at = text.find(mark);
     if (at == std::string::npos) {
         fprintf(stderr, "write_documents: %s has no line @OPTIONS@\n", argv[1]);
         return 1;

@@ -21,15 +21,19 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr size_t kMostOpenRows = 40;  // a longer table of passages is folded
+constexpr std::size_t kMostOpenRows = 40;  // a longer table of passages is folded
 
 std::string name_of(const FileFacts& facts) {
     return fs::path(facts.input).filename().string();
 }
 
 std::string channels_text(int channels) {
-    if (channels == 1) return "mono";
-    if (channels == 2) return "stereo";
+    if (channels == 1) {
+        return "mono";
+    }
+    if (channels == 2) {
+        return "stereo";
+    }
     return fmt::format("{} channels", channels);
 }
 
@@ -56,13 +60,16 @@ std::string heading(const FileFacts& facts) {
     text += fmt::format("<p class=\"soft\">{}, {} Hz, {}, {}</p>\n", escape_html(facts.format),
                         facts.sample_rate_hz, channels_text(facts.channels),
                         clock_text(facts.duration_s()));
-    if (!facts.output.empty() && facts.outcome != Outcome::Failed)
+    if (!facts.output.empty() && facts.outcome != Outcome::Failed) {
         text += fmt::format("<p class=\"soft\">Written to {}</p>\n", escape_html(facts.output));
-    if (!facts.cause.empty())
+    }
+    if (!facts.cause.empty()) {
         text += fmt::format("<p class=\"banner\"><b>{}</b>: {}</p>\n", outcome_text(facts),
                             escape_html(facts.cause));
-    for (const std::string& note : facts.notes)
+    }
+    for (const std::string& note : facts.notes) {
         text += fmt::format("<p class=\"banner\">{}</p>\n", escape_html(note));
+    }
     return text;
 }
 
@@ -104,11 +111,12 @@ std::string numbers(const FileFacts& facts) {
     };
     for (const Row& row : rows) {
         std::string value = shown((*facts.before).*row.field);
-        if (facts.after)
+        if (facts.after) {
             value = fmt::format("<small>{} →</small> {}", value, shown((*facts.after).*row.field));
+        }
         card(row.title, value, row.unit, row.meaning);
     }
-    if (facts.leveling)
+    if (facts.leveling) {
         card(
             "Leveling gain",
             fmt::format("{:+.1f} <small>({:+.1f} to {:+.1f})</small>", facts.leveling->mean_gain_db,
@@ -116,6 +124,7 @@ std::string numbers(const FileFacts& facts) {
             "dB",
             "What leveling added on average (and at least and at most) to bring the passages "
             "together, before the whole got its final level.");
+    }
     return text + "</div>\n";
 }
 
@@ -128,9 +137,10 @@ std::string destinations(const FileFacts& facts) {
         std::string verdict = check.met ? std::string("<span class=\"met\">✓ met</span>")
                                         : fmt::format("<span class=\"off\">✗</span> {}",
                                                       boost::algorithm::join(check.misses, ", "));
-        if (check.other_channels)
+        if (check.other_channels) {
             verdict += fmt::format(" <span class=\"soft\">(this file is {})</span>",
                                    channels_text(facts.channels));
+        }
         text += fmt::format("<tr><td><b>{}</b></td><td>{}</td><td>{}</td></tr>\n", check.name,
                             check.asks, verdict);
     }
@@ -138,24 +148,28 @@ std::string destinations(const FileFacts& facts) {
 }
 
 std::string passages(const FileFacts& facts) {
-    if (!facts.leveling || facts.leveling->passages.empty()) return "";
+    if (!facts.leveling || facts.leveling->passages.empty()) {
+        return "";
+    }
     const auto& rows = facts.leveling->passages;
     std::string table =
         "<table class=\"passages\">\n<thead><tr><th>From</th><th>To</th><th class=\"n\">Level "
         "before</th><th class=\"n\">Gain</th></tr></thead>\n<tbody>\n";
-    for (const Passage& passage : rows)
+    for (const Passage& passage : rows) {
         table += fmt::format(
             "<tr><td><span class=\"swatch {}\"></span>{}</td><td>{}</td><td class=\"n\">{} dB</td>"
             "<td class=\"n\">{:+.1f} dB</td></tr>\n",
             gain_class(passage.gain_db), clock_text(passage.from_s), clock_text(passage.to_s),
             shown(passage.level_db), passage.gain_db);
+    }
     table += "</tbody>\n</table>\n";
     const std::string title = rows.size() == 1
                                   ? std::string("1 passage of steady loudness")
                                   : fmt::format("{} passages of steady loudness", rows.size());
-    if (rows.size() > kMostOpenRows)
+    if (rows.size() > kMostOpenRows) {
         table = fmt::format("<details><summary>Show all {}</summary>\n{}</details>\n", rows.size(),
                             table);
+    }
     return fmt::format(
         "<h2>{}</h2>\n<p class=\"soft\">Each gets the gain that brings it to the average of all; "
         "the level is measured on the cleaned sound, without pauses.</p>\n{}",
@@ -166,23 +180,31 @@ std::string footer() {
     return "<footer>Loudness after ITU-R BS.1770 and EBU R 128. Written by quorvane.</footer>\n";
 }
 
-// A name for the page in the report's folder that needs no escaping in a link, each once.
+/** A name for the page in the report's folder that needs no escaping in a link, each once. */
 std::string page_name(const FileFacts& facts, std::set<std::string>& taken) {
     std::string base = name_of(facts);
-    for (char& c : base)
-        if (!isalnum(static_cast<unsigned char>(c)) && c != '.' && c != '-') c = '_';
+    for (char& c : base) {
+        if (!isalnum(static_cast<unsigned char>(c)) && c != '.' && c != '-') {
+            c = '_';
+        }
+    }
     std::string name = base + ".html";
-    for (int n = 2; !taken.insert(boost::to_lower_copy(name)).second; ++n)
+    for (int n = 2; !taken.insert(boost::to_lower_copy(name)).second; ++n) {
         name = fmt::format("{}-{}.html", base, n);
+    }
     return name;
 }
 
 std::string index_row(const FileFacts& facts, const std::string& page) {
     const std::string name = escape_html(facts.input);
     const auto both = [&](double Loudness::*field) {
-        if (!facts.before) return std::string();
+        if (!facts.before) {
+            return std::string();
+        }
         std::string text = shown((*facts.before).*field);
-        if (facts.after) text += " → " + shown((*facts.after).*field);
+        if (facts.after) {
+            text += " → " + shown((*facts.after).*field);
+        }
         return text;
     };
     const bool fine = facts.outcome == Outcome::Leveled || facts.outcome == Outcome::Analyzed;
@@ -191,8 +213,9 @@ std::string index_row(const FileFacts& facts, const std::string& page) {
                                      : facts.outcome == Outcome::Failed ? "off"
                                                                         : "soft",
                                      outcome_text(facts));
-    if (!facts.cause.empty())
+    if (!facts.cause.empty()) {
         result += fmt::format("<br><span class=\"soft\">{}</span>", escape_html(facts.cause));
+    }
     std::string row =
         fmt::format("<tr><td>{}</td><td>{}</td>",
                     page.empty() ? name : fmt::format("<a href=\"{}\">{}</a>", page, name), result);
@@ -238,7 +261,9 @@ void write_folder(const fs::path& folder, const std::vector<FileFacts>& files) {
 std::string report_page(const FileFacts& facts) {
     std::string body = heading(facts);
     if (facts.before) {
-        if (facts.duration_s() > 0) body += "<h2>Over time</h2>\n" + loudness_figure(facts);
+        if (facts.duration_s() > 0) {
+            body += "<h2>Over time</h2>\n" + loudness_figure(facts);
+        }
         body += gain_figure(facts) + numbers(facts) + destinations(facts) + passages(facts);
     }
     return html_page(name_of(facts), body + footer());

@@ -17,7 +17,7 @@ constexpr double kHeight = 100;
 constexpr double kQuietestShown = -60;  // LUFS
 constexpr double kUnnoticedGain = 0.5;  // dB
 
-// The values between two levels, drawn from the bottom (low) to the top (high).
+/** The values between two levels, drawn from the bottom (low) to the top (high). */
 struct Scale {
     double low;
     double high;
@@ -35,14 +35,14 @@ class Plot {
     std::string curve(const Curve& curve, const char* css) const {
         std::string path;
         bool drawing = false;
-        for (size_t i = 0; i < curve.values.size(); ++i) {
+        for (std::size_t i = 0; i < curve.values.size(); ++i) {
             const double value = curve.values[i];
             if (!std::isfinite(value)) {
                 drawing = false;
                 continue;
             }
-            path += fmt::format("{}{:.1f} {:.2f}", drawing ? "L" : "M", x(double(i) * curve.step_s),
-                                scale_.y(value));
+            path += fmt::format("{}{:.1f} {:.2f}", drawing ? "L" : "M",
+                                x(static_cast<double>(i) * curve.step_s), scale_.y(value));
             drawing = true;
         }
         return fmt::format("<path class=\"{}\" d=\"{}\"/>\n", css, path);
@@ -50,7 +50,9 @@ class Plot {
 
     std::string passages() const {
         std::string spans;
-        if (!facts_.leveling) return spans;
+        if (!facts_.leveling) {
+            return spans;
+        }
         for (const Passage& passage : facts_.leveling->passages) {
             // Stronger color for more gain, full at 12 dB.
             const double strength = std::min(std::fabs(passage.gain_db) / 12, 1.0);
@@ -67,11 +69,12 @@ class Plot {
 
     std::string lines() const {
         std::string result;
-        for (double value = scale_.low; value <= scale_.high + 1e-9; value += scale_.step)
+        for (double value = scale_.low; value <= scale_.high + 1e-9; value += scale_.step) {
             result +=
                 fmt::format("<line class=\"{}\" x1=\"0\" x2=\"{}\" y1=\"{:.2f}\" y2=\"{:.2f}\"/>\n",
                             value == 0 && scale_.low < 0 && scale_.high > 0 ? "zero" : "level",
                             kWidth, scale_.y(value), scale_.y(value));
+        }
         return result;
     }
 
@@ -80,14 +83,16 @@ class Plot {
                        const std::string& caption,
                        const std::string& drawing) const {
         std::string labels;
-        for (double value = scale_.low; value <= scale_.high + 1e-9; value += scale_.step)
+        for (double value = scale_.low; value <= scale_.high + 1e-9; value += scale_.step) {
             labels += fmt::format("<span class=\"y\" style=\"top:{:.2f}%\">{:g}</span>\n",
                                   scale_.y(value) / kHeight * 100, value);
+        }
         constexpr int kTimes = 5;
         std::string times;
-        for (int i = 0; i < kTimes; ++i)
+        for (int i = 0; i < kTimes; ++i) {
             times += fmt::format("<span style=\"left:{}%\">{}</span>\n", 100 * i / (kTimes - 1),
                                  clock_text(facts_.duration_s() * i / (kTimes - 1)));
+        }
         return fmt::format(
             "<figure class=\"{}\">\n<figcaption>{}</figcaption>\n<div class=\"plot\">\n"
             "<svg viewBox=\"0 0 {} {}\" preserveAspectRatio=\"none\" role=\"img\" "
@@ -109,7 +114,9 @@ std::string key(const char* color, const char* text) {
 
 void widen(const Curve& curve, double& low, double& high) {
     for (double value : curve.values) {
-        if (!std::isfinite(value)) continue;
+        if (!std::isfinite(value)) {
+            continue;
+        }
         low = std::min(low, value);
         high = std::max(high, value);
     }
@@ -118,8 +125,12 @@ void widen(const Curve& curve, double& low, double& high) {
 }  // namespace
 
 const char* gain_class(double gain_db) {
-    if (gain_db >= kUnnoticedGain) return "up";
-    if (gain_db <= -kUnnoticedGain) return "down";
+    if (gain_db >= kUnnoticedGain) {
+        return "up";
+    }
+    if (gain_db <= -kUnnoticedGain) {
+        return "down";
+    }
     return "none";
 }
 
@@ -127,8 +138,12 @@ std::string loudness_figure(const FileFacts& facts) {
     constexpr double kStep = 10;
     double low = -20;
     double high = -20;
-    if (facts.before) widen(facts.before->short_term_lufs, low, high);
-    if (facts.after) widen(facts.after->short_term_lufs, low, high);
+    if (facts.before) {
+        widen(facts.before->short_term_lufs, low, high);
+    }
+    if (facts.after) {
+        widen(facts.after->short_term_lufs, low, high);
+    }
     low = std::max(std::floor(low / kStep) * kStep, kQuietestShown);
     high = std::max(std::ceil(high / kStep) * kStep, low + kStep);
     const Plot plot(facts, {low, high, kStep});
@@ -142,13 +157,17 @@ std::string loudness_figure(const FileFacts& facts) {
         drawing += plot.curve(facts.after->short_term_lufs, "a");
         caption += key("after", "after");
     }
-    if (facts.leveling) caption += key("up", "passage raised") + key("down", "passage lowered");
+    if (facts.leveling) {
+        caption += key("up", "passage raised") + key("down", "passage lowered");
+    }
     return plot.figure("loudness", "Loudness over time before and after", caption, drawing);
 }
 
 std::string gain_figure(const FileFacts& facts) {
     constexpr double kLeastReach = 6;
-    if (!facts.leveling) return "";
+    if (!facts.leveling) {
+        return "";
+    }
     double low = 0;
     double high = 0;
     widen(facts.leveling->gain_db, low, high);

@@ -37,7 +37,9 @@ void remove_tree(const std::string& path) {
 
 ScratchDirectory::ScratchDirectory()
     : lock_(open((path() + kLock).c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600)) {
-    if (lock_ < 0) throw std::system_error(errno, std::generic_category(), path());
+    if (lock_ < 0) {
+        throw std::system_error(errno, std::generic_category(), path());
+    }
     try_lock(lock_);
 }
 
@@ -48,15 +50,23 @@ ScratchDirectory::~ScratchDirectory() {
 void remove_stale_scratch_directories() {
     std::error_code error;
     const fs::path temporary = fs::temp_directory_path(error);
-    if (error) return;
+    if (error) {
+        return;
+    }
     for (fs::directory_iterator entry(temporary, error), end; !error && entry != end;
          entry.increment(error)) {
         const fs::path path = entry->path();
-        if (path.filename().string().rfind(kPrefix, 0) != 0 || !is_mine(path)) continue;
+        if (path.filename().string().rfind(kPrefix, 0) != 0 || !is_mine(path)) {
+            continue;
+        }
         // Without a lock file the directory is not one of ours, or is just being made.
         const int lock = open((path / kLock).c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW);
-        if (lock < 0) continue;
-        if (try_lock(lock)) remove_tree(path.string());
+        if (lock < 0) {
+            continue;
+        }
+        if (try_lock(lock)) {
+            remove_tree(path.string());
+        }
         close(lock);
     }
 }

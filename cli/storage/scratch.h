@@ -6,17 +6,19 @@
 
 namespace cli {
 
-// The private directory of one run. It is locked for as long as the process lives, which is how a
-// later run knows that it was left behind.
+/**
+ * The private directory of one run. It is locked for as long as the process lives, which is how a
+ * later run knows that it was left behind.
+ */
 class ScratchDirectory {
   public:
-    // Throws std::runtime_error when it cannot be made.
+    /** Throws std::runtime_error when it cannot be made. */
     ScratchDirectory();
     ~ScratchDirectory();
     ScratchDirectory(const ScratchDirectory&) = delete;
     ScratchDirectory& operator=(const ScratchDirectory&) = delete;
 
-    // Absolute, ends with "/".
+    /** Absolute, ends with "/". */
     const std::string& path() const { return directory_.path(); }
 
   private:
@@ -24,12 +26,12 @@ class ScratchDirectory {
     int lock_;
 };
 
-// Removes the directories of this user's earlier runs that were killed.
+/** Removes the directories of this user's earlier runs that were killed. */
 void remove_stale_scratch_directories();
 
 void remove_tree(const std::string& path);
 
-// True when this process could lock the open file: nobody else holds it.
+/** True when this process could lock the open file: nobody else holds it. */
 bool try_lock(int descriptor);
 
 }  // namespace cli

@@ -41,15 +41,18 @@ std::vector<fs::path> parts(const std::string& destination, const std::string& p
     for (fs::directory_iterator entry(folder_of(destination), error), end; !error && entry != end;
          entry.increment(error)) {
         const fs::path path = entry->path();
-        if (path.filename().string().rfind(prefix, 0) == 0 && path.extension() == kPartEnd)
+        if (path.filename().string().rfind(prefix, 0) == 0 && path.extension() == kPartEnd) {
             found.push_back(path);
+        }
     }
     return found;
 }
 
 void sync(int file, const std::string& path) {
     // Some file systems cannot sync; what a full disk has to say comes here on others.
-    if (fsync(file) != 0 && errno != EINVAL && errno != ENOTSUP) fail(path);
+    if (fsync(file) != 0 && errno != EINVAL && errno != ENOTSUP) {
+        fail(path);
+    }
 }
 
 }  // namespace
@@ -58,7 +61,9 @@ StagedOutput::StagedOutput(const std::string& destination) : destination_(destin
     const fs::path folder = folder_of(destination);
     std::error_code error;
     fs::create_directories(folder, error);
-    if (error) throw std::system_error(error, folder.string());
+    if (error) {
+        throw std::system_error(error, folder.string());
+    }
     std::random_device random;
     do {
         path_ = (folder / fmt::format("{}{}-{:08x}{}", part_prefix(destination), getpid(), random(),
@@ -66,32 +71,44 @@ StagedOutput::StagedOutput(const std::string& destination) : destination_(destin
                     .string();
         file_ = open(path_.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
     } while (file_ < 0 && errno == EEXIST);
-    if (file_ < 0) fail(folder.string());
+    if (file_ < 0) {
+        fail(folder.string());
+    }
     try_lock(file_);
 }
 
 StagedOutput::~StagedOutput() {
-    if (!path_.empty()) unlink(path_.c_str());
+    if (!path_.empty()) {
+        unlink(path_.c_str());
+    }
     close(file_);
 }
 
 void StagedOutput::fill_from(const std::string& from) {
     const Descriptor source(from, O_RDONLY);
-    if (!source.is_open()) fail(from);
-    if (!copy_all(source.get(), file_)) fail(destination_);
+    if (!source.is_open()) {
+        fail(from);
+    }
+    if (!copy_all(source.get(), file_)) {
+        fail(destination_);
+    }
     sync(file_, destination_);
 }
 
 void StagedOutput::take_time_of(const std::string& other) {
     struct stat status {};
 
-    if (stat(other.c_str(), &status) != 0) fail(other);
+    if (stat(other.c_str(), &status) != 0) {
+        fail(other);
+    }
 #ifdef __APPLE__
     const timespec times[2] = {status.st_atimespec, status.st_mtimespec};
 #else
     const timespec times[2] = {status.st_atim, status.st_mtim};
 #endif
-    if (futimens(file_, times) != 0) fail(destination_);
+    if (futimens(file_, times) != 0) {
+        fail(destination_);
+    }
 }
 
 void StagedOutput::commit(bool replace) {
@@ -107,34 +124,46 @@ void StagedOutput::commit(bool replace) {
             fail(destination_);
         }
     }
-    if (rename(path_.c_str(), destination_.c_str()) != 0) fail(destination_);
+    if (rename(path_.c_str(), destination_.c_str()) != 0) {
+        fail(destination_);
+    }
     path_.clear();
 }
 
 void remove_stale_parts(const std::string& destination) {
     for (const fs::path& part : parts(destination, part_prefix(destination))) {
         const int file = open(part.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW);
-        if (file < 0) continue;
-        if (try_lock(file)) unlink(part.c_str());
+        if (file < 0) {
+            continue;
+        }
+        if (try_lock(file)) {
+            unlink(part.c_str());
+        }
         close(file);
     }
 }
 
 void remove_own_parts(const std::string& destination) {
     const std::string prefix = fmt::format("{}{}-", part_prefix(destination), getpid());
-    for (const fs::path& part : parts(destination, prefix)) unlink(part.c_str());
+    for (const fs::path& part : parts(destination, prefix)) {
+        unlink(part.c_str());
+    }
 }
 
 void write_whole_text(const std::string& destination, const std::string& text) {
     const auto write_over = [&](const std::string& path) {
         const Descriptor file(path, O_WRONLY);
-        if (!file.is_open() || !write_all(file.get(), text.data(), text.size())) fail(destination);
+        if (!file.is_open() || !write_all(file.get(), text.data(), text.size())) {
+            fail(destination);
+        }
         sync(file.get(), destination);
     };
     // A pipe or a device is written to; it cannot be replaced.
     std::error_code ignored;
     const fs::file_status status = fs::status(destination, ignored);
-    if (fs::exists(status) && !fs::is_regular_file(status)) return write_over(destination);
+    if (fs::exists(status) && !fs::is_regular_file(status)) {
+        return write_over(destination);
+    }
     StagedOutput staged(destination);
     write_over(staged.path());
     staged.commit(true);

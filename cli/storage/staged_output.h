@@ -4,11 +4,13 @@
 
 namespace cli {
 
-// An output on its way: a hidden, locked file beside the destination that takes the destination's
-// name when it is complete. Without commit() it is removed.
+/**
+ * An output on its way: a hidden, locked file beside the destination that takes the destination's
+ * name when it is complete. Without commit() it is removed.
+ */
 class StagedOutput {
   public:
-    // Makes the destination's folder and the hidden file. Throws std::system_error.
+    /** Makes the destination's folder and the hidden file. Throws std::system_error. */
     explicit StagedOutput(const std::string& destination);
     ~StagedOutput();
     StagedOutput(const StagedOutput&) = delete;
@@ -16,14 +18,16 @@ class StagedOutput {
 
     const std::string& path() const { return path_; }
 
-    // Copies the file's bytes and syncs them to the disk. Throws std::system_error.
+    /** Copies the file's bytes and syncs them to the disk. Throws std::system_error. */
     void fill_from(const std::string& file);
 
-    // Gives it the modification time of another file.
+    /** Gives it the modification time of another file. */
     void take_time_of(const std::string& file);
 
-    // Renames it to the destination. Unless `replace`, a destination that exists is kept and
-    // std::system_error (EEXIST) thrown.
+    /**
+     * Renames it to the destination. Unless `replace`, a destination that exists is kept and
+     * std::system_error (EEXIST) thrown.
+     */
     void commit(bool replace);
 
   private:
@@ -32,15 +36,19 @@ class StagedOutput {
     int file_ = -1;
 };
 
-// Removes what killed runs left beside the destination. Files that a living run still writes are
-// locked and stay.
+/**
+ * Removes what killed runs left beside the destination. Files that a living run still writes are
+ * locked and stay.
+ */
 void remove_stale_parts(const std::string& destination);
 
-// Removes what this process has not yet committed, locked or not: for a process that is about to
-// end.
+/**
+ * Removes what this process has not yet committed, locked or not: for a process that is about to
+ * end.
+ */
 void remove_own_parts(const std::string& destination);
 
-// Writes a whole text file through a StagedOutput, replacing what is there.
+/** Writes a whole text file through a StagedOutput, replacing what is there. */
 void write_whole_text(const std::string& destination, const std::string& text);
 
 }  // namespace cli

@@ -15,9 +15,9 @@
 namespace cli {
 namespace {
 
-constexpr size_t kPlainColumns = 100;  // where there is no terminal
+constexpr std::size_t kPlainColumns = 100;  // where there is no terminal
 constexpr auto kDrawEvery = std::chrono::milliseconds(100);
-// Time left is shown once it means something.
+/** Time left is shown once it means something. */
 constexpr double kLeastFraction = 0.04;
 constexpr double kLeastSeconds = 0.7;
 
@@ -26,8 +26,12 @@ winsize size_of(FILE* stream) {
     if (ioctl(fileno(stream), TIOCGWINSZ, &size) != 0 || size.ws_col == 0) {
         const char* columns = getenv("COLUMNS");
         size.ws_col = static_cast<unsigned short>(columns ? atoi(columns) : 0);
-        if (size.ws_col == 0) size.ws_col = kPlainColumns;
-        if (size.ws_row == 0) size.ws_row = 24;
+        if (size.ws_col == 0) {
+            size.ws_col = kPlainColumns;
+        }
+        if (size.ws_row == 0) {
+            size.ws_row = 24;
+        }
     }
     return size;
 }
@@ -40,11 +44,12 @@ bool unicode_terminal() {
     return strcmp(nl_langinfo(CODESET), "UTF-8") == 0;
 }
 
-std::string drawn_bar(double fraction, size_t columns, bool unicode) {
-    const auto full = static_cast<size_t>(fraction * double(columns));
+std::string drawn_bar(double fraction, std::size_t columns, bool unicode) {
+    const auto full = static_cast<std::size_t>(fraction * static_cast<double>(columns));
     std::string bar;
-    for (size_t i = 0; i < columns; ++i)
+    for (std::size_t i = 0; i < columns; ++i) {
         bar += unicode ? (i < full ? "━" : "╌") : (i < full ? "#" : "-");
+    }
     return bar;
 }
 
@@ -59,7 +64,7 @@ Screen::Screen(const Settings& settings) : quiet_(settings.quiet) {
     bars_ = !quiet_ && wanted(settings.progress, isatty(STDERR_FILENO) && !dumb);
 }
 
-size_t Screen::columns() const {
+std::size_t Screen::columns() const {
     return size_of(out_).ws_col;
 }
 
@@ -73,7 +78,9 @@ void Screen::write_out(FILE* to, const std::string& text) const {
 }
 
 void Screen::line(const std::string& text) {
-    if (quiet_) return;
+    if (quiet_) {
+        return;
+    }
     clear();
     write_out(out_, text + "\n");
 }
@@ -84,11 +91,15 @@ void Screen::error(const std::string& text) {
 }
 
 void Screen::clear() {
-    if (drawn_widths_.empty()) return;
+    if (drawn_widths_.empty()) {
+        return;
+    }
     // A terminal that became narrower has wrapped the lines that were drawn.
-    const size_t columns = size_of(stderr).ws_col;
-    size_t rows = 0;
-    for (size_t width : drawn_widths_) rows += std::max<size_t>(1, (width + columns - 1) / columns);
+    const std::size_t columns = size_of(stderr).ws_col;
+    std::size_t rows = 0;
+    for (std::size_t width : drawn_widths_) {
+        rows += std::max<std::size_t>(1, (width + columns - 1) / columns);
+    }
     write_out(stderr, fmt::format("\x1b[{}A\r\x1b[J", rows));
     drawn_widths_.clear();
     drawn_at_ = {};
@@ -99,11 +110,13 @@ bool Screen::wants_drawing() const {
 }
 
 void Screen::draw(const std::vector<Bar>& bars, const Bar& whole) {
-    if (!bars_) return;
+    if (!bars_) {
+        return;
+    }
     const winsize size = size_of(stderr);
     // One column less: a full line makes some terminals wrap.
-    const size_t columns = size.ws_col > 1 ? size.ws_col - 1u : 1u;
-    const size_t most = size.ws_row > 3 ? size.ws_row - 3u : 1u;
+    const std::size_t columns = size.ws_col > 1 ? size.ws_col - 1u : 1u;
+    const std::size_t most = size.ws_row > 3 ? size.ws_row - 3u : 1u;
     const bool unicode = unicode_terminal();
     std::vector<std::string> lines;
     for (const Bar& bar : bars) {
@@ -124,24 +137,27 @@ void Screen::draw(const std::vector<Bar>& bars, const Bar& whole) {
     drawn_at_ = std::chrono::steady_clock::now();
 }
 
-std::string bar_line(const Screen::Bar& bar, size_t columns, bool unicode) {
-    constexpr size_t kMostName = 36;
-    constexpr size_t kMostBar = 40;
+std::string bar_line(const Screen::Bar& bar, std::size_t columns, bool unicode) {
+    constexpr std::size_t kMostName = 36;
+    constexpr std::size_t kMostBar = 40;
     const double fraction = std::clamp(bar.fraction, 0.0, 1.0);
     const std::string percent = fmt::format("{:3}%", static_cast<int>(fraction * 100));
     std::string left;
-    if (fraction >= kLeastFraction && bar.elapsed_s >= kLeastSeconds && fraction < 1)
+    if (fraction >= kLeastFraction && bar.elapsed_s >= kLeastSeconds && fraction < 1) {
         left = clock_text(bar.elapsed_s / fraction * (1 - fraction)) + " left";
+    }
     const std::string end = fmt::format(" {} {:>12}", percent, left);
     const std::string name = printable(bar.name);
     // What does not fit goes: first the bar, then the time, then parts of the name.
     if (columns < 24) {
-        const size_t room = columns > percent.size() + 1 ? columns - percent.size() - 1 : 0;
+        const std::size_t room = columns > percent.size() + 1 ? columns - percent.size() - 1 : 0;
         return room ? fit(name, room) + " " + percent : fit(percent, columns);
     }
-    if (columns < 50) return fit(name, columns - end.size()) + end;
-    const size_t bar_columns = std::min(kMostBar, (columns - end.size()) / 2 - 1);
-    const size_t name_columns = std::min(kMostName, columns - end.size() - bar_columns - 1);
+    if (columns < 50) {
+        return fit(name, columns - end.size()) + end;
+    }
+    const std::size_t bar_columns = std::min(kMostBar, (columns - end.size()) / 2 - 1);
+    const std::size_t name_columns = std::min(kMostName, columns - end.size() - bar_columns - 1);
     return fit(name, name_columns) + " " + drawn_bar(fraction, bar_columns, unicode) + end;
 }
 

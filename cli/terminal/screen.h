@@ -8,14 +8,18 @@
 
 namespace cli {
 
-// What the user sees of a run: lines that stay on the standard output, errors on the error stream,
-// and below them, on a terminal, a block of progress bars that is drawn again and again.
+/**
+ * What the user sees of a run: lines that stay on the standard output, errors on the error stream,
+ * and below them, on a terminal, a block of progress bars that is drawn again and again.
+ */
 class Screen {
   public:
     explicit Screen(const Settings& settings);
 
-    // A finished thing. With JSON on the standard output the line goes to the error stream; with
-    // --quiet it is dropped.
+    /**
+     * A finished thing. With JSON on the standard output the line goes to the error stream; with
+     * --quiet it is dropped.
+     */
     void line(const std::string& text);
     void error(const std::string& text);
 
@@ -25,10 +29,10 @@ class Screen {
         double elapsed_s;
     };
 
-    // Draws the running files and the whole; more than fit the terminal are counted in a line.
+    /** Draws the running files and the whole; more than fit the terminal are counted in a line. */
     void draw(const std::vector<Bar>& bars, const Bar& whole);
 
-    // True when draw() shows something and it is time for it.
+    /** True when draw() shows something and it is time for it. */
     bool wants_drawing() const;
     void clear();
 
@@ -38,9 +42,9 @@ class Screen {
 
     bool terminal() const { return out_is_terminal_; }
 
-    size_t columns() const;  // of the lines that stay
+    std::size_t columns() const;  // of the lines that stay
 
-    // The text in the color, if colors are wanted: "31" red, "32" green, "33" yellow, "1" bold.
+    /** The text in the color, if colors are wanted: "31" red, "32" green, "33" yellow, "1" bold. */
     std::string paint(const std::string& text, const char* code) const;
 
   private:
@@ -51,11 +55,11 @@ class Screen {
     bool bars_;
     FILE* out_;
     bool out_is_terminal_;
-    std::vector<size_t> drawn_widths_;
+    std::vector<std::size_t> drawn_widths_;
     std::chrono::steady_clock::time_point drawn_at_{};
 };
 
-// The bar's line in so many columns, never wider: name, bar, per cent, time left, as they fit.
-std::string bar_line(const Screen::Bar& bar, size_t columns, bool unicode);
+/** The bar's line in so many columns, never wider: name, bar, per cent, time left, as they fit. */
+std::string bar_line(const Screen::Bar& bar, std::size_t columns, bool unicode);
 
 }  // namespace cli

@@ -12,10 +12,10 @@
 namespace cli {
 namespace {
 
-constexpr size_t kNumberColumns = 5;
-constexpr size_t kSingleColumns = 9;  // where each number has a title of its own
-constexpr size_t kLeastNameColumns = 13;
-constexpr size_t kMostNameColumns = 48;
+constexpr std::size_t kNumberColumns = 5;
+constexpr std::size_t kSingleColumns = 9;  // where each number has a title of its own
+constexpr std::size_t kLeastNameColumns = 13;
+constexpr std::size_t kMostNameColumns = 48;
 
 using Value = std::function<std::string(const FileFacts&)>;
 
@@ -43,13 +43,14 @@ std::vector<Column> columns_for(const std::vector<FileFacts>& files) {
     const auto after = &FileFacts::after;
     const bool analyzed = std::none_of(
         files.begin(), files.end(), [](const FileFacts& facts) { return facts.after.has_value(); });
-    if (analyzed)
+    if (analyzed) {
         return {{"Loudness", "LUFS", "", of(before, &Loudness::integrated_lufs)},
                 {"Range", "LU", "", of(before, &Loudness::range_lu)},
                 {"True peak", "dBTP", "", of(before, &Loudness::true_peak_dbtp)},
                 {"Peak", "dBFS", "", of(before, &Loudness::sample_peak_dbfs)},
                 {"RMS", "dBFS", "", of(before, &Loudness::rms_dbfs)},
                 {"Pauses", "dBFS", "", of(before, &Loudness::pauses_dbfs)}};
+    }
     return {{"Loudness", "LUFS", "was", of(before, &Loudness::integrated_lufs)},
             {"", "", "now", of(after, &Loudness::integrated_lufs)},
             {"Range", "LU", "was", of(before, &Loudness::range_lu)},
@@ -63,8 +64,8 @@ std::vector<Column> columns_for(const std::vector<FileFacts>& files) {
             {"", "", "most", of(&Leveling::greatest_gain_db)}};
 }
 
-std::string right(const std::string& text, size_t columns) {
-    const size_t width = display_width(text);
+std::string right(const std::string& text, std::size_t columns) {
+    const std::size_t width = display_width(text);
     return std::string(columns > width ? columns - width : 0, ' ') + text;
 }
 
@@ -75,15 +76,17 @@ std::string trimmed(std::string line) {
 
 std::string wide_table(const std::vector<FileFacts>& files,
                        const std::vector<Column>& columns,
-                       size_t name_columns,
-                       size_t number_columns,
-                       size_t shared) {
+                       std::size_t name_columns,
+                       std::size_t number_columns,
+                       std::size_t shared) {
     std::string groups = fit("", name_columns);
     std::string units = groups;
     std::string titles = fit("File", name_columns);
-    for (size_t i = 0; i < columns.size(); ++i) {
-        size_t span = 1;
-        while (i + span < columns.size() && !*columns[i + span].group) ++span;
+    for (std::size_t i = 0; i < columns.size(); ++i) {
+        std::size_t span = 1;
+        while (i + span < columns.size() && !*columns[i + span].group) {
+            ++span;
+        }
         if (*columns[i].group) {
             groups += right(columns[i].group, span * (number_columns + 1));
             units += right(columns[i].unit, span * (number_columns + 1));
@@ -92,55 +95,69 @@ std::string wide_table(const std::vector<FileFacts>& files,
     }
     std::string table = trimmed(groups) + trimmed(units) + trimmed(titles);
     for (const FileFacts& facts : files) {
-        if (!facts.before) continue;
+        if (!facts.before) {
+            continue;
+        }
         table += fit(printable(facts.input.substr(shared)), name_columns);
-        for (const Column& column : columns)
+        for (const Column& column : columns) {
             table += " " + right(column.value(facts), number_columns);
+        }
         table += "\n";
     }
     return table;
 }
 
-// How much of the paths is a folder that all of them share.
-size_t shared_folder(const std::vector<FileFacts>& files) {
-    size_t shared = std::string::npos;
+/** How much of the paths is a folder that all of them share. */
+std::size_t shared_folder(const std::vector<FileFacts>& files) {
+    std::size_t shared = std::string::npos;
     const std::string* first = nullptr;
     for (const FileFacts& facts : files) {
-        if (!facts.before) continue;
-        if (!first) first = &facts.input;
-        size_t same = 0;
-        const size_t most = std::min({shared, first->size(), facts.input.size()});
-        while (same < most && (*first)[same] == facts.input[same]) ++same;
-        const size_t slash = same ? facts.input.rfind('/', same - 1) : std::string::npos;
+        if (!facts.before) {
+            continue;
+        }
+        if (!first) {
+            first = &facts.input;
+        }
+        std::size_t same = 0;
+        const std::size_t most = std::min({shared, first->size(), facts.input.size()});
+        while (same < most && (*first)[same] == facts.input[same]) {
+            ++same;
+        }
+        const std::size_t slash = same ? facts.input.rfind('/', same - 1) : std::string::npos;
         shared = slash == std::string::npos ? 0 : slash + 1;
     }
     return first ? shared : 0;
 }
 
-std::string narrow_table(const std::vector<FileFacts>& files, size_t columns) {
-    constexpr size_t kIndent = 2;
+std::string narrow_table(const std::vector<FileFacts>& files, std::size_t columns) {
+    constexpr std::size_t kIndent = 2;
     std::string table;
     const auto add = [&](const char* title, const std::string& values, const char* unit) {
         table += trimmed(
             fit(fmt::format("{:{}}{:<10}{} {}", "", kIndent, title, values, unit), columns));
     };
     for (const FileFacts& facts : files) {
-        if (!facts.before) continue;
+        if (!facts.before) {
+            continue;
+        }
         table += trimmed(fit(printable(facts.input), columns));
         const auto both = [&](double Loudness::*field) {
             std::string text = decimal((*facts.before).*field);
-            if (facts.after) text += " > " + decimal((*facts.after).*field);
+            if (facts.after) {
+                text += " > " + decimal((*facts.after).*field);
+            }
             return text;
         };
         add("loudness", both(&Loudness::integrated_lufs), "LUFS");
         add("range", both(&Loudness::range_lu), "LU");
         add("true peak", both(&Loudness::true_peak_dbtp), "dBTP");
         add("peak", both(&Loudness::sample_peak_dbfs), "dBFS");
-        if (facts.leveling)
+        if (facts.leveling) {
             add("gain",
                 fmt::format("{:+.1f} ({:+.1f} to {:+.1f})", facts.leveling->mean_gain_db,
                             facts.leveling->least_gain_db, facts.leveling->greatest_gain_db),
                 "dB");
+        }
     }
     return table;
 }
@@ -151,7 +168,9 @@ std::string counts(const std::vector<FileFacts>& files) {
         const auto count = std::count_if(files.begin(), files.end(), [&](const FileFacts& facts) {
             return facts.outcome == outcome;
         });
-        if (count) parts.push_back(fmt::format("{} {}", count, text));
+        if (count) {
+            parts.push_back(fmt::format("{} {}", count, text));
+        }
     };
     add(Outcome::Leveled, "leveled");
     add(Outcome::Analyzed, "measured");
@@ -165,25 +184,35 @@ std::string counts(const std::vector<FileFacts>& files) {
 }  // namespace
 
 std::string decimal(double value) {
-    if (!std::isfinite(value)) return "-inf";
+    if (!std::isfinite(value)) {
+        return "-inf";
+    }
     // No "-0.0" for what rounds to nothing.
     return fmt::format("{:.1f}", std::fabs(value) < 0.05 ? 0.0 : value);
 }
 
-std::string loudness_table(const std::vector<FileFacts>& files, size_t columns) {
-    const size_t shared = shared_folder(files);
-    size_t longest = 0;
-    for (const FileFacts& facts : files)
-        if (facts.before)
+std::string loudness_table(const std::vector<FileFacts>& files, std::size_t columns) {
+    const std::size_t shared = shared_folder(files);
+    std::size_t longest = 0;
+    for (const FileFacts& facts : files) {
+        if (facts.before) {
             longest = std::max(longest, display_width(printable(facts.input.substr(shared))));
-    if (longest == 0) return "";
+        }
+    }
+    if (longest == 0) {
+        return "";
+    }
     const std::vector<Column> table_columns = columns_for(files);
-    const size_t wanted = std::clamp(longest, kLeastNameColumns, kMostNameColumns);
+    const std::size_t wanted = std::clamp(longest, kLeastNameColumns, kMostNameColumns);
     const bool pairs = table_columns.front().title[0] != '\0';
-    size_t number_columns = pairs ? kNumberColumns : kSingleColumns;
-    if (table_columns.size() * (number_columns + 3) + wanted <= columns) number_columns += 2;
-    const size_t numbers = table_columns.size() * (number_columns + 1);
-    if (columns < numbers + kLeastNameColumns) return narrow_table(files, columns);
+    std::size_t number_columns = pairs ? kNumberColumns : kSingleColumns;
+    if (table_columns.size() * (number_columns + 3) + wanted <= columns) {
+        number_columns += 2;
+    }
+    const std::size_t numbers = table_columns.size() * (number_columns + 1);
+    if (columns < numbers + kLeastNameColumns) {
+        return narrow_table(files, columns);
+    }
     return wide_table(files, table_columns, std::min(wanted, columns - numbers), number_columns,
                       shared);
 }
@@ -194,9 +223,10 @@ std::string finished_line(const FileFacts& facts, const Screen& screen) {
     switch (facts.outcome) {
         case Outcome::Leveled: {
             std::string loudness;
-            if (facts.before && facts.after)
+            if (facts.before && facts.after) {
                 loudness = fmt::format(", {} > {} LUFS", decimal(facts.before->integrated_lufs),
                                        decimal(facts.after->integrated_lufs));
+            }
             return fmt::format("{} {} > {} ({}{})", screen.paint("leveled", "32"), input, output,
                                clock_text(facts.elapsed_s), loudness);
         }
@@ -220,12 +250,18 @@ std::string finished_line(const FileFacts& facts, const Screen& screen) {
 void print_summary(const std::vector<FileFacts>& files, double elapsed_s, Screen& screen) {
     screen.line(fmt::format("{} in {}", counts(files), clock_text(elapsed_s)));
     for (const FileFacts& facts : files) {
-        if (facts.outcome == Outcome::Copied) screen.line(finished_line(facts, screen));
-        for (const std::string& note : facts.notes)
+        if (facts.outcome == Outcome::Copied) {
+            screen.line(finished_line(facts, screen));
+        }
+        for (const std::string& note : facts.notes) {
             screen.line(fmt::format("note: {}: {}", printable(facts.input), note));
+        }
     }
-    for (const FileFacts& facts : files)
-        if (facts.outcome == Outcome::Failed) screen.error(finished_line(facts, screen));
+    for (const FileFacts& facts : files) {
+        if (facts.outcome == Outcome::Failed) {
+            screen.error(finished_line(facts, screen));
+        }
+    }
 }
 
 }  // namespace cli

@@ -8,18 +8,22 @@
 
 namespace cli {
 
-// "-18.4"; a silence is "-inf".
+/** "-18.4"; a silence is "-inf". */
 std::string decimal(double value);
 
-// The loudness table, as wide as the columns allow; below 79 columns each file gets a few
-// lines of its own. Empty when nothing was measured.
-std::string loudness_table(const std::vector<FileFacts>& files, size_t columns);
+/**
+ * The loudness table, as wide as the columns allow; below 79 columns each file gets a few
+ * lines of its own. Empty when nothing was measured.
+ */
+std::string loudness_table(const std::vector<FileFacts>& files, std::size_t columns);
 
-// The line for a file that just finished.
+/** The line for a file that just finished. */
 std::string finished_line(const FileFacts& facts, const Screen& screen);
 
-// The counts of a run, "3 leveled, 1 failed in 0:12", then every file copied unchanged, noted or
-// failed once more with its cause, the latter to the error stream.
+/**
+ * The counts of a run, "3 leveled, 1 failed in 0:12", then every file copied unchanged, noted or
+ * failed once more with its cause, the latter to the error stream.
+ */
 void print_summary(const std::vector<FileFacts>& files, double elapsed_s, Screen& screen);
 
 }  // namespace cli

@@ -4,16 +4,16 @@
 
 namespace cli {
 
-// Columns that the text takes on a terminal (UTF-8; wide characters count 2).
-size_t display_width(const std::string& text);
+/** Columns that the text takes on a terminal (UTF-8; wide characters count 2). */
+std::size_t display_width(const std::string& text);
 
-// The text without control characters, so that a file name cannot drive the terminal.
+/** The text without control characters, so that a file name cannot drive the terminal. */
 std::string printable(const std::string& text);
 
-// Exactly so many columns: cut in the middle with "…", or filled with spaces on the right.
-std::string fit(const std::string& text, size_t columns);
+/** Exactly so many columns: cut in the middle with "…", or filled with spaces on the right. */
+std::string fit(const std::string& text, std::size_t columns);
 
-// "0:07", "12:34", "1:02:03".
+/** "0:07", "12:34", "1:02:03". */
 std::string clock_text(double seconds);
 
 }  // namespace cli

@@ -6,7 +6,7 @@
 
 namespace cli {
 
-// What a worker process is told to do with one file. Paths are absolute.
+/** What a worker process is told to do with one file. Paths are absolute. */
 struct Job {
     std::string input;
     std::string output;   // empty: measure only
@@ -20,11 +20,13 @@ struct Job {
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(
     Job, input, output, scratch, tuning, measure, replace, keep_mtime)
 
-// How a worker is started: the program with kWorkerWord alone. It reads its job from
-// kJobDescriptor: the size in bytes as decimal digits, a line end, and the job as CBOR. It writes
-// its events, one JSON object per line, to kEventDescriptor: {"progress": 0.25} and at the end
-// {"facts": {...}}. When the job's pipe closes, its parent is gone and the worker removes its files
-// and ends.
+/**
+ * How a worker is started: the program with kWorkerWord alone. It reads its job from
+ * kJobDescriptor: the size in bytes as decimal digits, a line end, and the job as CBOR. It writes
+ * its events, one JSON object per line, to kEventDescriptor: {"progress": 0.25} and at the end
+ * {"facts": {...}}. When the job's pipe closes, its parent is gone and the worker removes its files
+ * and ends.
+ */
 constexpr const char* kWorkerWord = "--quorvane-worker";
 constexpr int kJobDescriptor = 3;
 constexpr int kEventDescriptor = 4;

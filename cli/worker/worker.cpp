@@ -6,18 +6,18 @@
 
 #include "Common/level.h"
 #include "cli/audio/audio_formats.h"
-#include "cli/metadata/chunks.h"
-#include "cli/engine/hooks.h"
-#include "cli/worker/job.h"
 #include "cli/audio/measure.h"
-#include "cli/engine/passages.h"
-#include "cli/storage/private_directory.h"
 #include "cli/audio/recode.h"
-#include "cli/facts/run_facts.h"
-#include "cli/storage/scratch.h"
 #include "cli/audio/sound_file.h"
-#include "cli/storage/staged_output.h"
+#include "cli/engine/hooks.h"
+#include "cli/engine/passages.h"
+#include "cli/facts/run_facts.h"
+#include "cli/metadata/chunks.h"
 #include "cli/metadata/tags.h"
+#include "cli/storage/private_directory.h"
+#include "cli/storage/scratch.h"
+#include "cli/storage/staged_output.h"
+#include "cli/worker/job.h"
 
 #ifdef __linux__
 #include <sys/prctl.h>
@@ -41,7 +41,7 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr double kShortestSeconds = 0.05;  // the engine copies what is shorter
-// Shares of a file's progress bar.
+/** Shares of a file's progress bar. */
 constexpr double kMeasuredBefore = 0.10;
 constexpr double kEngineDone = 0.88;
 constexpr double kMeasuredAfter = 0.97;
@@ -52,29 +52,39 @@ int g_stop_pipe[2] = {-1, -1};
 
 void write_line(const std::string& line) {
     const std::string text = line + "\n";
-    for (size_t done = 0; done < text.size();) {
+    for (std::size_t done = 0; done < text.size();) {
         const ssize_t written = write(kEventDescriptor, text.data() + done, text.size() - done);
-        if (written < 0 && errno != EINTR) return;
-        if (written > 0) done += static_cast<size_t>(written);
+        if (written < 0 && errno != EINTR) {
+            return;
+        }
+        if (written > 0) {
+            done += static_cast<std::size_t>(written);
+        }
     }
 }
 
-// At most so many bytes, less at the pipe's end; stops after a byte that equals `last`.
-std::string read_job_bytes(size_t count, int last = -1) {
+/** At most so many bytes, less at the pipe's end; stops after a byte that equals `last`. */
+std::string read_job_bytes(std::size_t count, int last = -1) {
     std::string bytes;
     char c = 0;
     while (bytes.size() < count) {
         const ssize_t got = read(kJobDescriptor, &c, 1);
-        if (got < 0 && errno == EINTR) continue;
-        if (got != 1) break;
-        if (c == last) break;
+        if (got < 0 && errno == EINTR) {
+            continue;
+        }
+        if (got != 1) {
+            break;
+        }
+        if (c == last) {
+            break;
+        }
         bytes += c;
     }
     return bytes;
 }
 
 Job read_job() {
-    constexpr size_t kMostDigits = 9;
+    constexpr std::size_t kMostDigits = 9;
     const std::string digits = read_job_bytes(kMostDigits, '\n');
     return nlohmann::json::from_cbor(read_job_bytes(std::strtoul(digits.c_str(), nullptr, 10)))
         .get<Job>();
@@ -84,8 +94,10 @@ void ask_to_stop(int) {
     (void)!write(g_stop_pipe[1], "", 1);
 }
 
-// Waits for a signal or for the end of the parent, then removes the job's files and ends the
-// process. What the other thread writes meanwhile fails, as its folder is gone.
+/**
+ * Waits for a signal or for the end of the parent, then removes the job's files and ends the
+ * process. What the other thread writes meanwhile fails, as its folder is gone.
+ */
 void watch(const Job& job) {
     pollfd watched[2] = {{kJobDescriptor, POLLIN, 0}, {g_stop_pipe[0], POLLIN, 0}};
     while (poll(watched, 2, -1) < 0 && errno == EINTR) {
@@ -96,14 +108,19 @@ void watch(const Job& job) {
     // The last worker of a killed run also clears the folder around it.
     const fs::path run = fs::path(job.scratch).parent_path();
     bool others = !watched[0].revents;
-    for (const auto& entry : fs::directory_iterator(run, ignored))
+    for (const auto& entry : fs::directory_iterator(run, ignored)) {
         others = others || entry.is_directory(ignored);
-    if (!others) remove_tree(run.string());
-    if (!job.output.empty()) remove_own_parts(job.output);
+    }
+    if (!others) {
+        remove_tree(run.string());
+    }
+    if (!job.output.empty()) {
+        remove_own_parts(job.output);
+    }
     _exit(128 + SIGTERM);
 }
 
-// An error that is the file's, told to the user as it stands.
+/** An error that is the file's, told to the user as it stands. */
 class FileError : public std::runtime_error {
   public:
     using std::runtime_error::runtime_error;
@@ -121,11 +138,14 @@ class Worker {
         facts_ = &facts;
         try {
             probe();
-            if (job_.measure) facts.before = measured(job_.input, 0, kMeasuredBefore);
-            if (job_.output.empty())
+            if (job_.measure) {
+                facts.before = measured(job_.input, 0, kMeasuredBefore);
+            }
+            if (job_.output.empty()) {
                 facts.outcome = Outcome::Analyzed;
-            else
+            } else {
                 level();
+            }
         } catch (const std::system_error& error) {
             fail(error.code().message(), error.what());
         } catch (const std::exception& error) {
@@ -144,7 +164,9 @@ class Worker {
 
     void progress(double fraction) {
         const int percent = static_cast<int>(fraction * 100);
-        if (percent <= last_percent_) return;
+        if (percent <= last_percent_) {
+            return;
+        }
         last_percent_ = percent;
         write_line(fmt::format("{{\"progress\": {}}}", percent / 100.0));
     }
@@ -162,8 +184,9 @@ class Worker {
     }
 
     void probe() {
-        if (access(job_.input.c_str(), R_OK) != 0)
+        if (access(job_.input.c_str(), R_OK) != 0) {
             throw std::system_error(errno, std::generic_category(), "cannot be read");
+        }
         const SndfileHandle file = readable_input();
         info_.format = file.format();
         info_.channels = file.channels();
@@ -178,13 +201,17 @@ class Worker {
         facts_->sample_rate_hz = info_.samplerate;
         facts_->channels = info_.channels;
         facts_->frames = info_.frames;
-        if (job_.output.empty()) return;
+        if (job_.output.empty()) {
+            return;
+        }
         SF_INFO writable = info_;
-        if (!sf_format_check(&writable))
+        if (!sf_format_check(&writable)) {
             throw FileError(
                 fmt::format("its format ({}) can be read but not written back", facts_->format));
-        if (fs::path(job_.input).extension().empty())
+        }
+        if (fs::path(job_.input).extension().empty()) {
             throw FileError("its name has no extension, which the engine needs");
+        }
     }
 
     void level() {
@@ -208,7 +235,9 @@ class Worker {
             result = job_.scratch + "/encoded" + extension;
             encode_like(leveled, job_.input, result);
         }
-        if (job_.measure) facts_->after = measured(result, kEngineDone, kMeasuredAfter);
+        if (job_.measure) {
+            facts_->after = measured(result, kEngineDone, kMeasuredAfter);
+        }
         result = with_metadata(result, extension);
         check_format(result);
         place(result);
@@ -218,9 +247,11 @@ class Worker {
     static int on_engine_progress(void* context, float fraction) {
         auto& worker = *static_cast<Worker*>(context);
         worker.kept_->keep();
-        if (fraction < 1) worker.engine_worked_ = true;
+        if (fraction < 1) {
+            worker.engine_worked_ = true;
+        }
         worker.progress(worker.engine_start_ +
-                        (kEngineDone - worker.engine_start_) * double(fraction));
+                        (kEngineDone - worker.engine_start_) * static_cast<double>(fraction));
         return 0;
     }
 
@@ -234,22 +265,30 @@ class Worker {
         std::vector<std::string> words = {"", "--input-file", input, "--output-file", output};
         words.insert(words.end(), job_.tuning.begin(), job_.tuning.end());
         std::vector<char*> argv;
-        for (std::string& word : words) argv.push_back(&word[0]);
+        for (std::string& word : words) {
+            argv.push_back(&word[0]);
+        }
         argv.push_back(nullptr);
         const int result = levelMain(static_cast<int>(words.size()), argv.data(), "",
                                      &Worker::on_engine_progress, this);
         // Where the cause is empty the engine has said it, and the parent reads it.
-        if (result != 0 && fs::space(job_.scratch).available < kFullDiskBytes)
+        if (result != 0 && fs::space(job_.scratch).available < kFullDiskBytes) {
             throw FileError(
                 fmt::format("the disk with the temporary files, {}, is full",
                             fs::path(job_.scratch).parent_path().parent_path().string()));
-        if (result != 0) throw FileError("");
-        if (hooks::delivery() == hooks::kFailed) throw FileError("");
+        }
+        if (result != 0) {
+            throw FileError("");
+        }
+        if (hooks::delivery() == hooks::kFailed) {
+            throw FileError("");
+        }
         if (hooks::delivery() == hooks::kNone) {
-            if (double(info_.frames) < kShortestSeconds * info_.samplerate)
+            if (static_cast<double>(info_.frames) < kShortestSeconds * info_.samplerate) {
                 facts_->cause = "shorter than 0.05 s";
-            else if (!engine_worked_)
+            } else if (!engine_worked_) {
                 facts_->cause = all_zero(input) ? "silent" : "every sample is the same";
+            }
             return false;
         }
         facts_->leveling = kept_->read(info_.frames);
@@ -258,7 +297,7 @@ class Worker {
 
     static bool all_zero(const std::string& path) {
         SndfileHandle file = open_to_read(path);
-        std::vector<double> frame(static_cast<size_t>(file.channels()));
+        std::vector<double> frame(static_cast<std::size_t>(file.channels()));
         file.readf(frame.data(), 1);
         return std::all_of(frame.begin(), frame.end(), [](double x) { return x == 0; });
     }
@@ -267,13 +306,15 @@ class Worker {
         const SndfileHandle before = open_to_read(input);
         const SndfileHandle after = open_to_read(output);
         const double rate = before.samplerate();
-        if (after.frames() == before.frames()) return;
+        if (after.frames() == before.frames()) {
+            return;
+        }
         throw FileError(fmt::format(
             "the engine left it {:.2f} s {} than the input ({:.2f} s of {:.2f} s), so nothing was "
             "written; {}",
-            double(std::abs(before.frames() - after.frames())) / rate,
-            after.frames() < before.frames() ? "shorter" : "longer", double(after.frames()) / rate,
-            double(before.frames()) / rate,
+            static_cast<double>(std::abs(before.frames() - after.frames())) / rate,
+            after.frames() < before.frames() ? "shorter" : "longer",
+            static_cast<double>(after.frames()) / rate, static_cast<double>(before.frames()) / rate,
             "a passage below the noise threshold has this effect (a lower "
             "--calc-rms-floor-noise_threshold may help), and a --bin-size other than 50"));
     }
@@ -286,19 +327,22 @@ class Worker {
             });
         if (after.samplerate() != info_.samplerate || after.channels() != info_.channels ||
             (after.format() & SF_FORMAT_TYPEMASK) != (info_.format & SF_FORMAT_TYPEMASK) ||
-            (!new_depth && after.format() != info_.format))
+            (!new_depth && after.format() != info_.format)) {
             throw FileError("the leveled file does not have the format of its input");
-        if (after.frames() != info_.frames)
+        }
+        if (after.frames() != info_.frames) {
             facts_->notes.push_back(
                 fmt::format("{} samples {} than its input after encoding",
                             std::abs(after.frames() - info_.frames),
                             after.frames() < info_.frames ? "shorter" : "longer"));
+        }
     }
 
     std::string with_metadata(const std::string& audio, const std::string& extension) {
         const std::string complete = job_.scratch + "/complete" + extension;
-        if (copy_chunks(job_.input, audio, complete, facts_->after ? &*facts_->after : nullptr))
+        if (copy_chunks(job_.input, audio, complete, facts_->after ? &*facts_->after : nullptr)) {
             return complete;
+        }
         copy_tags(job_.input, audio, info_.format);
         return audio;
     }
@@ -308,11 +352,15 @@ class Worker {
         remove_stale_parts(job_.output);
         StagedOutput staged(job_.output);
         staged.fill_from(file);
-        if (job_.keep_mtime) staged.take_time_of(job_.input);
+        if (job_.keep_mtime) {
+            staged.take_time_of(job_.input);
+        }
         try {
             staged.commit(job_.replace);
         } catch (const std::system_error& error) {
-            if (error.code() != std::errc::file_exists) throw;
+            if (error.code() != std::errc::file_exists) {
+                throw;
+            }
             throw FileError("the output came to exist meanwhile and was kept");
         }
         progress(1);
@@ -334,7 +382,9 @@ int worker_main() {
     prctl(PR_SET_PDEATHSIG, SIGTERM);
     prctl(PR_SET_NAME, "quorvane");  // else its name is that of the link it was started by
 #endif
-    if (pipe(g_stop_pipe) != 0) return 1;
+    if (pipe(g_stop_pipe) != 0) {
+        return 1;
+    }
 
     struct sigaction stop {};
 

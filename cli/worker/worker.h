@@ -2,7 +2,7 @@
 
 namespace cli {
 
-// The worker process: takes one job (see job.h) and returns the exit status.
+/** The worker process: takes one job (see job.h) and returns the exit status. */
 int worker_main();
 
 }  // namespace cli

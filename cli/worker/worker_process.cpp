@@ -28,7 +28,7 @@ extern char** environ;
 namespace cli {
 namespace {
 
-constexpr size_t kMostMessageBytes = 1 << 16;  // of the last messages
+constexpr std::size_t kMostMessageBytes = 1 << 16;  // of the last messages
 constexpr int kFirstFreeDescriptor =
     10;  // above those that the worker expects to find its pipes at
 
@@ -37,7 +37,9 @@ std::string own_program() {
     // Also right when the program was replaced or removed meanwhile; the other where there is no
     // /proc.
     constexpr const char* kOwn = "/proc/self/exe";
-    if (access(kOwn, X_OK) == 0) return kOwn;
+    if (access(kOwn, X_OK) == 0) {
+        return kOwn;
+    }
     const auto started_as = reinterpret_cast<const char*>(getauxval(AT_EXECFN));
     return started_as ? started_as : "quorvane";
 #else
@@ -49,21 +51,27 @@ std::string own_program() {
     throw std::system_error(errno, std::generic_category(), what);
 }
 
-// A pipe whose ends no other worker inherits.
+/** A pipe whose ends no other worker inherits. */
 struct Pipe {
     int read_end = -1;
     int write_end = -1;
 
     Pipe() {
         int ends[2];
-        if (pipe(ends) != 0) fail("a pipe to the worker");
+        if (pipe(ends) != 0) {
+            fail("a pipe to the worker");
+        }
         read_end = move_up(ends[0]);
         write_end = move_up(ends[1]);
     }
 
     ~Pipe() {
-        if (read_end >= 0) close(read_end);
-        if (write_end >= 0) close(write_end);
+        if (read_end >= 0) {
+            close(read_end);
+        }
+        if (write_end >= 0) {
+            close(write_end);
+        }
     }
 
     Pipe(const Pipe&) = delete;
@@ -75,48 +83,59 @@ struct Pipe {
     static int move_up(int descriptor) {
         const int moved = fcntl(descriptor, F_DUPFD_CLOEXEC, kFirstFreeDescriptor);
         close(descriptor);
-        if (moved < 0) fail("a pipe to the worker");
+        if (moved < 0) {
+            fail("a pipe to the worker");
+        }
         return moved;
     }
 };
 
-// Reads what is there; false at the end.
+/** Reads what is there; false at the end. */
 bool read_available(int descriptor, std::string& text) {
     char block[4096];
     for (;;) {
         const ssize_t got = read(descriptor, block, sizeof block);
-        if (got > 0)
-            text.append(block, static_cast<size_t>(got));
-        else if (got < 0 && errno == EINTR)
+        if (got > 0) {
+            text.append(block, static_cast<std::size_t>(got));
+        } else if (got < 0 && errno == EINTR) {
             continue;
-        else
+        } else {
             return got < 0 && (errno == EAGAIN || errno == EWOULDBLOCK);
+        }
     }
 }
 
 std::vector<std::string> lines_of(const std::string& messages) {
     std::vector<std::string> lines;
     boost::split(lines, messages, boost::is_any_of("\r\n"), boost::token_compress_on);
-    for (std::string& line : lines) boost::trim(line);
+    for (std::string& line : lines) {
+        boost::trim(line);
+    }
     std::vector<std::string> different;
-    for (const std::string& line : lines)
-        if (!line.empty() && std::find(different.begin(), different.end(), line) == different.end())
+    for (const std::string& line : lines) {
+        if (!line.empty() &&
+            std::find(different.begin(), different.end(), line) == different.end()) {
             different.push_back(line);
+        }
+    }
     return different;
 }
 
-// The engine's own reason: its last few messages as one line.
+/** The engine's own reason: its last few messages as one line. */
 std::string reason_in(const std::string& messages, bool with_step) {
-    constexpr size_t kLines = 3;
+    constexpr std::size_t kLines = 3;
     std::vector<std::string> lines = lines_of(messages);
-    if (!with_step)
+    if (!with_step) {
         lines.erase(std::remove_if(lines.begin(), lines.end(),
                                    [](const std::string& line) {
                                        return boost::contains(line,
                                                               "did not complete successfully");
                                    }),
                     lines.end());
-    if (lines.size() > kLines) lines.erase(lines.begin(), lines.end() - kLines);
+    }
+    if (lines.size() > kLines) {
+        lines.erase(lines.begin(), lines.end() - kLines);
+    }
     return boost::join(lines, "; ");
 }
 
@@ -140,8 +159,9 @@ WorkerProcess::WorkerProcess(const Job& job) : job_(job) {
     char* argv[] = {&name[0], &word[0], nullptr};
     const int error = posix_spawn(&pid_, own_program().c_str(), &actions, nullptr, argv, environ);
     posix_spawn_file_actions_destroy(&actions);
-    if (error)
+    if (error) {
         throw std::system_error(error, std::generic_category(), "a worker cannot be started");
+    }
 
     job_end_ = Pipe::release(job_pipe.write_end);
     events_ = Pipe::release(event_pipe.read_end);
@@ -157,13 +177,16 @@ WorkerProcess::WorkerProcess(const Job& job) : job_(job) {
 }
 
 WorkerProcess::~WorkerProcess() {
-    for (int descriptor : {job_end_, events_, output_})
-        if (descriptor >= 0) close(descriptor);
+    for (int descriptor : {job_end_, events_, output_}) {
+        if (descriptor >= 0) {
+            close(descriptor);
+        }
+    }
 }
 
 void WorkerProcess::read_events() {
     const bool more = read_available(events_, event_text_);
-    for (size_t end = 0; (end = event_text_.find('\n')) != std::string::npos;) {
+    for (std::size_t end = 0; (end = event_text_.find('\n')) != std::string::npos;) {
         take_event(event_text_.substr(0, end));
         event_text_.erase(0, end + 1);
     }
@@ -176,8 +199,12 @@ void WorkerProcess::read_events() {
 void WorkerProcess::take_event(const std::string& line) {
     try {
         const auto event = nlohmann::ordered_json::parse(line);
-        if (event.contains("progress")) progress_ = event["progress"];
-        if (event.contains("facts")) facts_ = facts_from_json(event["facts"]);
+        if (event.contains("progress")) {
+            progress_ = event["progress"];
+        }
+        if (event.contains("facts")) {
+            facts_ = facts_from_json(event["facts"]);
+        }
     } catch (const nlohmann::json::exception&) {
         // Half a line of a worker that died; finish() tells.
     }
@@ -188,12 +215,15 @@ void WorkerProcess::read_output() {
         close(output_);
         output_ = -1;
     }
-    if (messages_.size() > kMostMessageBytes)
+    if (messages_.size() > kMostMessageBytes) {
         messages_.erase(0, messages_.size() - kMostMessageBytes);
+    }
 }
 
 void WorkerProcess::send_signal(int signal) const {
-    if (pid_ > 0) kill(pid_, signal);
+    if (pid_ > 0) {
+        kill(pid_, signal);
+    }
 }
 
 FileFacts WorkerProcess::finish() {
@@ -202,7 +232,9 @@ FileFacts WorkerProcess::finish() {
     }
     pid_ = -1;
     remove_tree(job_.scratch);
-    if (!job_.output.empty()) remove_stale_parts(job_.output);
+    if (!job_.output.empty()) {
+        remove_stale_parts(job_.output);
+    }
 
     FileFacts facts = facts_.value_or(FileFacts{});
     facts.input = job_.input;
@@ -215,16 +247,22 @@ FileFacts WorkerProcess::finish() {
                                         WTERMSIG(status), strsignal(WTERMSIG(status)))
                           : fmt::format("its worker process ended with status {} and no result",
                                         WEXITSTATUS(status));
-        if (!said.empty()) facts.cause += ": " + said;
+        if (!said.empty()) {
+            facts.cause += ": " + said;
+        }
         return facts;
     }
     if (facts.outcome == Outcome::Failed && facts.cause.empty()) {
         facts.cause = reason_in(messages_, true);
-        if (facts.cause.empty()) facts.cause = "the engine failed and did not say why";
+        if (facts.cause.empty()) {
+            facts.cause = "the engine failed and did not say why";
+        }
     }
     if (facts.outcome == Outcome::Copied && facts.cause.empty()) {
         facts.cause = reason_in(messages_, false);
-        if (facts.cause.empty()) facts.cause = "the engine could not reduce its loud peaks";
+        if (facts.cause.empty()) {
+            facts.cause = "the engine could not reduce its loud peaks";
+        }
     }
     return facts;
 }

@@ -5,27 +5,29 @@
 #include <optional>
 #include <string>
 
-#include "cli/worker/job.h"
 #include "cli/facts/run_facts.h"
+#include "cli/worker/job.h"
 
 namespace cli {
 
-// The parent's side of one worker. Call it from the main thread only: a worker ends with the thread
-// that started it.
+/**
+ * The parent's side of one worker. Call it from the main thread only: a worker ends with the thread
+ * that started it.
+ */
 class WorkerProcess {
   public:
-    // Starts the worker. Throws std::system_error.
+    /** Starts the worker. Throws std::system_error. */
     explicit WorkerProcess(const Job& job);
     ~WorkerProcess();
     WorkerProcess(const WorkerProcess&) = delete;
     WorkerProcess& operator=(const WorkerProcess&) = delete;
 
-    // Descriptors to poll for reading; -1 once at their end.
+    /** Descriptors to poll for reading; -1 once at their end. */
     int events() const { return events_; }
 
     int output() const { return output_; }
 
-    // Read what is there without waiting.
+    /** Read what is there without waiting. */
     void read_events();
     void read_output();
 
@@ -35,11 +37,13 @@ class WorkerProcess {
 
     void send_signal(int signal) const;
 
-    // Waits for the process and tells what became of the file. A worker that died is a failure with
-    // its cause. Call once, at the end.
+    /**
+     * Waits for the process and tells what became of the file. A worker that died is a failure with
+     * its cause. Call once, at the end.
+     */
     FileFacts finish();
 
-    // What the engine wrote to its output and error streams, without progress.
+    /** What the engine wrote to its output and error streams, without progress. */
     const std::string& messages() const { return messages_; }
 
   private:

@@ -4,7 +4,6 @@
 #include <functional>
 #include <type_traits>
 
-#include "Common/step/failure.h"
 #include "Common/audio/frame_file.h"
 #include "Common/gate/gate.h"
 #include "Common/highpass/highpass.h"
@@ -12,6 +11,7 @@
 #include "Common/reduce_loud/reduce_loud.h"
 #include "Common/reduce_loud_peak/reduce_loud_peak.h"
 #include "Common/ss_util.h"
+#include "Common/step/failure.h"
 #include "tests/support/fixtures.h"
 
 namespace {

@@ -22,7 +22,9 @@ using Json = nlohmann::json;
 
 bool soon(const std::function<bool()>& condition) {
     for (int i = 0; i < 600; ++i) {
-        if (condition()) return true;
+        if (condition()) {
+            return true;
+        }
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
     }
     return false;
@@ -51,8 +53,9 @@ class Batch : public testing::Test {
 
     std::vector<std::string> names_in(const std::string& folder) const {
         std::vector<std::string> names;
-        for (const auto& entry : fs::directory_iterator(dir_ / folder))
+        for (const auto& entry : fs::directory_iterator(dir_ / folder)) {
             names.push_back(entry.path().filename().string());
+        }
         std::sort(names.begin(), names.end());
         return names;
     }
@@ -75,7 +78,9 @@ class Batch : public testing::Test {
 
     // Two long files, and the program busy with both of them.
     void start_long_batch() {
-        for (const char* name : {"in/a.wav", "in/b.wav"}) talk(name, 400);
+        for (const char* name : {"in/a.wav", "in/b.wav"}) {
+            talk(name, 400);
+        }
         ended_ = std::async(std::launch::async, [this] {
             return run_program("cd " + dir_.path() +
                                " && echo $$ >pid && exec " QUORVANE " -j2 -d out in");
@@ -109,7 +114,7 @@ TEST_F(Batch, AFolderIsLeveledAndOneBadFileCostsItselfOnly) {
     // Each failure is told when it happens and once more at the end, after the counts.
     EXPECT_THAT(result.err, HasSubstr("failed season/bad.wav: cannot be read as audio"));
     EXPECT_THAT(result.err, HasSubstr("failed nowhere.wav: does not exist"));
-    const size_t first = result.err.find("failed season/three-channels.wav: ");
+    const std::size_t first = result.err.find("failed season/three-channels.wav: ");
     EXPECT_NE(result.err.find("failed season/three-channels.wav: ", first + 1), std::string::npos);
     EXPECT_THAT(result.err, HasSubstr("cannot process more than 2 channels"));
 
@@ -174,8 +179,9 @@ TEST_F(Batch, CopiesAreSaidWithTheirReason) {
         {"still", signals::silence(16000, 16000), ": silent"},
         {"flat", signals::from(flat, 16000, 16000), ": every sample is the same"},
         {"faint", signals::sine(0.0005, 440, 2, 16000), ""}};
-    for (const auto& row : rows)
+    for (const auto& row : rows) {
         write_sound(dir_ / ("s/" + std::get<0>(row) + ".wav"), std::get<1>(row), kWav16);
+    }
     const auto [status, told, errors] = run("s");
     EXPECT_EQ(status, 0) << errors;
     EXPECT_THAT(told, HasSubstr("4 copied unchanged"));
@@ -213,10 +219,13 @@ TEST_F(Batch, TuningReachesTheEngineAndAFailureLeavesTheOldOutput) {
 TEST_F(Batch, NamesMayHoldAnyBytes) {
     const std::string names[] = {"-dash.wav", "sp ace 'q\"uote.wav", "lat\xe9in.wav",
                                  "new\nline.wav"};
-    for (const std::string& name : names) talk("s/" + name);
+    for (const std::string& name : names) {
+        talk("s/" + name);
+    }
     EXPECT_EQ(run("--json facts.json --report report s").status, 0);
-    for (const std::string& name : names)
+    for (const std::string& name : names) {
         EXPECT_TRUE(file_exists(dir_ / ("s/" + name.substr(0, name.size() - 4) + "-leveled.wav")));
+    }
     EXPECT_EQ(facts(read_text(dir_ / "facts.json")).size(), 4u);
     EXPECT_EQ(run_program("cd '" + dir_ / "s" + "' && " QUORVANE " -f -- -dash.wav").status, 0);
 }
@@ -234,7 +243,9 @@ TEST_F(Batch, NothingOutlivesAKilledParent) {
     ASSERT_NO_FATAL_FAILURE(start_long_batch());
     kill(parent_, SIGKILL);
     EXPECT_EQ(ended_.get().status, -SIGKILL);
-    for (pid_t worker : workers_) EXPECT_TRUE(soon([&] { return !runs(worker); }));
+    for (pid_t worker : workers_) {
+        EXPECT_TRUE(soon([&] { return !runs(worker); }));
+    }
     EXPECT_FALSE(file_exists(dir_ / "out"));
     EXPECT_TRUE(soon([&] { return names_in("tmp").empty(); }));
 }

@@ -4,11 +4,11 @@
 #include <cmath>
 #include <filesystem>
 
-#include "cli/facts/destinations.h"
 #include "cli/audio/measure.h"
 #include "cli/engine/passages.h"
-#include "cli/report/report.h"
+#include "cli/facts/destinations.h"
 #include "cli/facts/run_facts.h"
+#include "cli/report/report.h"
 #include "tests/support/fixtures.h"
 #include "tests/support/signals.h"
 
@@ -49,7 +49,9 @@ TEST(Measure, TheCurveFollowsTheSoundAtItsTime) {
     const Curve& curve = loudness.short_term_lufs;
     ASSERT_THAT(curve.step_s, DoubleNear(0.1, 1e-9));
     ASSERT_EQ(curve.values.size(), 201u);
-    const auto at = [&](double seconds) { return curve.values[size_t(seconds / curve.step_s)]; };
+    const auto at = [&](double seconds) {
+        return curve.values[static_cast<std::size_t>(seconds / curve.step_s)];
+    };
     // 20 log10(0.01) - 3.01 = -43.0; 20 log10(0.5) - 3.01 = -9.0. Windows of 3 s are centred, so
     // the change begins 1.5 s before it.
     EXPECT_THAT(at(0.0), DoubleNear(-43.0, 0.2));
@@ -80,8 +82,9 @@ TEST(Passages, CuesLevelsAndGainsBecomePassages) {
     EXPECT_FALSE(kept.read(4400)) << "the run is not complete";
     write_text(base + "_09.txt", "0.5\n0.5\n1\n1\n1\n2\n");
     kept.keep();
-    for (const char* name : {"_06.clt", "_07.txt", "_08.txt", "_09.txt"})
+    for (const char* name : {"_06.clt", "_07.txt", "_08.txt", "_09.txt"}) {
         std::filesystem::remove(base + name);
+    }
     const auto leveling = kept.read(4400);
     ASSERT_TRUE(leveling);
     ASSERT_EQ(leveling->passages.size(), 3u);
@@ -137,7 +140,7 @@ TEST(Destinations, EachIsMetOrNamesHowFarOff) {
     }
 }
 
-// An hour as long as the curves of a real one.
+/** An hour as long as the curves of a real one. */
 FileFacts an_hour() {
     FileFacts facts;
     facts.input = "season/<b>\"1\" & '2'.wav";
@@ -154,8 +157,9 @@ FileFacts an_hour() {
     facts.after->short_term_lufs = {3.6, std::vector<double>(1000, -18.456)};
     facts.leveling.emplace();
     facts.leveling->gain_db = {3.0, std::vector<double>(1200, 1.5)};
-    for (int i = 0; i < 900; ++i)
+    for (int i = 0; i < 900; ++i) {
         facts.leveling->passages.push_back({i * 4.0, i * 4.0 + 4, -20.0 - i % 10, i % 20 - 10.0});
+    }
     return facts;
 }
 
@@ -172,15 +176,18 @@ TEST(Facts, JsonGivesThemBack) {
 TEST(Report, APageStandsAloneAndStaysSmall) {
     const std::string page = report_page(an_hour());
     EXPECT_THAT(page.size(), Lt(1000000u));
-    for (const char* fetched : {"<script", "<link", "://"})
+    for (const char* fetched : {"<script", "<link", "://"}) {
         EXPECT_EQ(page.find(fetched), std::string::npos) << fetched;
+    }
     for (const char* part : {"<h1>&lt;b&gt;&quot;1&quot; &amp; &#39;2&#39;.wav</h1>",
-                             "prefers-color-scheme:dark", "<details>"})
+                             "prefers-color-scheme:dark", "<details>"}) {
         EXPECT_NE(page.find(part), std::string::npos) << part;
+    }
     // The silence in the curve is a gap: the path starts again.
-    const size_t path = page.find("<path class=\"b\"");
-    EXPECT_EQ(
-        std::count(page.begin() + long(path), page.begin() + long(page.find("/>", path)), 'M'), 2);
+    const std::size_t path = page.find("<path class=\"b\"");
+    EXPECT_EQ(std::count(page.begin() + static_cast<long>(path),
+                         page.begin() + static_cast<long>(page.find("/>", path)), 'M'),
+              2);
 }
 
 TEST(Report, SeveralFilesGetAnIndexThatNamesTheFailedOnes) {
@@ -194,8 +201,9 @@ TEST(Report, SeveralFilesGetAnIndexThatNamesTheFailedOnes) {
     EXPECT_THAT(index, HasSubstr("no audio in it"));
     const std::vector<std::string> pages = dir.entries();
     EXPECT_EQ(pages.size(), 3u) << "equal names get a page each";
-    for (const std::string& page : pages)
+    for (const std::string& page : pages) {
         EXPECT_EQ(index.find("href=\"" + page + "\"") == std::string::npos, page == "index.html");
+    }
 }
 
 }  // namespace

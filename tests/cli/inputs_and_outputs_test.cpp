@@ -3,8 +3,8 @@
 #include <filesystem>
 
 #include "cli/inputs/find_files.h"
-#include "cli/report/html.h"
 #include "cli/inputs/plan.h"
+#include "cli/report/html.h"
 #include "cli/storage/staged_output.h"
 #include "tests/support/fixtures.h"
 
@@ -28,11 +28,14 @@ class Files : public testing::Test {
                                    const std::string& suffix = "-leveled",
                                    const std::string& leave_out = "") {
         std::vector<std::string> paths;
-        for (const std::string& name : names) paths.push_back(dir_ / name);
+        for (const std::string& name : names) {
+            paths.push_back(dir_ / name);
+        }
         result_ = find_files(paths, suffix, leave_out);
         std::vector<std::string> below;
-        for (const FoundFile& file : result_.files)
+        for (const FoundFile& file : result_.files) {
             below.push_back(file.path.lexically_relative(dir_.path()).string());
+        }
         return below;
     }
 
@@ -41,9 +44,10 @@ class Files : public testing::Test {
         found(names, settings.suffix);
         std::string text;
         try {
-            for (const PlannedFile& file : plan_outputs(settings, result_.files))
+            for (const PlannedFile& file : plan_outputs(settings, result_.files)) {
                 text += (file.skip.empty() ? "" : "skip ") +
                         file.output.lexically_relative(dir_.path()).string() + " ";
+            }
         } catch (const UsageError& error) {
             text = error.what();
         }
@@ -57,8 +61,9 @@ class Files : public testing::Test {
 TEST_F(Files, AFolderGivesItsAudioSortedWithoutHiddenFilesAndOutputs) {
     for (const char* name :
          {"b.wav", "a/two.FLAC", "a/one.aiff", "c.mp3", "notes.txt", "._b.wav", ".hidden/x.wav",
-          "b-leveled.wav", "a/-leveled.wav", "noextension", "wav"})
+          "b-leveled.wav", "a/-leveled.wav", "noextension", "wav"}) {
         make(name);
+    }
     EXPECT_THAT(found(), ElementsAre("a/one.aiff", "a/two.FLAC", "b.wav", "c.mp3"));
     EXPECT_THAT(found({"b-leveled.wav"}), ElementsAre("b-leveled.wav")) << "it was named";
     EXPECT_THAT(found({""}, ""), testing::Contains("b-leveled.wav"));
@@ -126,8 +131,9 @@ TEST_F(Files, OutputsThatCannotBeAreRefusedBeforeAnyWork) {
     EXPECT_THAT(planned(named, {"x.wav", "sub/x.wav"}), HasSubstr("names one file"));
     EXPECT_THAT(planned_as("y.flac"), HasSubstr("must end in .wav"));
     EXPECT_THAT(planned_as("folder.wav"), HasSubstr("--output-dir"));
-    for (const char* output : {"./sub/../x.wav", "hard.wav", "soft.wav"})
+    for (const char* output : {"./sub/../x.wav", "hard.wav", "soft.wav"}) {
         EXPECT_THAT(planned_as(output), HasSubstr("is an input")) << output;
+    }
 }
 
 TEST_F(Files, ReportsAndJsonReplaceOnlyTheirOwnKind) {
@@ -163,10 +169,11 @@ TEST_F(Files, AnOutputAppearsWholeOrNotAtAll) {
         StagedOutput staged(target);
         staged.fill_from(source);
         EXPECT_EQ(read_text(target), "old");
-        if (force)
+        if (force) {
             staged.commit(true);
-        else
+        } else {
             EXPECT_THROW(staged.commit(false), std::system_error);
+        }
     }
     EXPECT_EQ(read_text(target), "new");
     EXPECT_EQ(std::distance(fs::directory_iterator(dir_ / "deep"), {}), 1);

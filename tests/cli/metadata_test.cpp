@@ -26,17 +26,17 @@ constexpr int kRate = 16000;
 constexpr const char* kXml = "<?xml version=\"1.0\"?><BWFXML><PROJECT>Tälk</PROJECT></BWFXML>";
 constexpr int kPictureBytes = 300000;  // more than libsndfile's header buffer holds
 
-// A real picture; what follows its end mark is ignored.
+/** A real picture; what follows its end mark is ignored. */
 TagLib::ByteVector picture_data() {
     const TempDir dir;
     run_program("ffmpeg -v error -f lavfi -i color=red:s=8x8 -frames:v 1 " + dir / "p.png");
     const std::string png = read_text(dir / "p.png");
-    TagLib::ByteVector data(png.data(), unsigned(png.size()));
+    TagLib::ByteVector data(png.data(), static_cast<unsigned>(png.size()));
     return data.resize(kPictureBytes);
 }
 
 std::string level(const TempDir& dir, const std::string& name, const std::string& options = "") {
-    const size_t dot = name.rfind('.');
+    const std::size_t dot = name.rfind('.');
     const std::string output = dir / (name.substr(0, dot) + "-leveled" + name.substr(dot));
     const ProgramResult result = run_program(QUORVANE " " + options + " " + dir / name);
     EXPECT_EQ(result.status, 0) << result.err;
@@ -57,7 +57,7 @@ std::string probe(const std::string& path) {
         .out;
 }
 
-size_t picture_bytes(const std::string& path) {
+std::size_t picture_bytes(const std::string& path) {
     return run_program("ffmpeg -v error -i " + path + " -map 0:v -c copy -f rawvideo -").out.size();
 }
 
@@ -83,15 +83,17 @@ void write_talk(const Sound& file) {
 }
 
 void set_chunk(const Sound& file, const char* id, std::string content) {
-    SF_CHUNK_INFO chunk{"", 4, unsigned(content.size()), &content[0]};
+    SF_CHUNK_INFO chunk{"", 4, static_cast<unsigned>(content.size()), &content[0]};
     memcpy(chunk.id, id, 4);
     EXPECT_EQ(sf_set_chunk(file.get(), &chunk), SF_ERR_NO_ERROR);
 }
 
 std::string get_chunk(const std::string& path, const char* id) {
     const std::string file = read_text(path);
-    const size_t start = file.find(id);
-    if (start == std::string::npos) return "";
+    const std::size_t start = file.find(id);
+    if (start == std::string::npos) {
+        return "";
+    }
     uint32_t size = 0;
     memcpy(&size, &file[start + 4], sizeof size);
     return file.substr(start + 8, size);
@@ -107,7 +109,7 @@ void set_cues(const Sound& file) {
     for (int i = 0; i < 2; ++i) {
         SF_CUE_POINT& point = cues.cue_points[i];
         point.indx = i + 1;
-        point.position = point.sample_offset = unsigned(i + 1) * 1000;
+        point.position = point.sample_offset = static_cast<unsigned>(i + 1) * 1000;
         memcpy(&point.fcc_chunk, "data", 4);
     }
     sf_command(file.get(), SFC_SET_CUE, &cues, sizeof cues);
@@ -132,7 +134,9 @@ void write_wav_like(const std::string& path, int container) {
     memcpy(cart.version, "0101", 4);
     strcpy(cart.title, "Cart title");
     sf_command(file.get(), SFC_SET_CART_INFO, &cart, sizeof cart);
-    if (container == SF_FORMAT_WAV) set_cues(file);
+    if (container == SF_FORMAT_WAV) {
+        set_cues(file);
+    }
     set_chunk(file, "iXML", kXml);
     set_chunk(file, "abcd", "odd");  // unknown, of odd length
     set_chunk(file, "LIST", "adtllabl" + le32(12) + le32(1) + std::string("Intro!\0\0", 8));
@@ -150,7 +154,7 @@ void add_frames(TagLib::ID3v2::Tag& tag) {
     tag.addFrame(own);
 }
 
-// Strings are written after the samples here, behind the audio.
+/** Strings are written after the samples here, behind the audio. */
 void add_tags_behind(const std::string& path) {
     TagLib::RIFF::WAV::File file(path.c_str());
     file.InfoTag()->setTitle(TagLib::String("Tälk", TagLib::String::UTF8));
@@ -164,7 +168,9 @@ TEST(Metadata, EveryWavChunkComesAlong) {
         SCOPED_TRACE(container);
         const TempDir dir;
         write_wav_like(dir / "a.wav", container);
-        if (container == SF_FORMAT_WAV) add_tags_behind(dir / "a.wav");
+        if (container == SF_FORMAT_WAV) {
+            add_tags_behind(dir / "a.wav");
+        }
         const std::string output = level(dir, "a.wav");
 
         EXPECT_THAT(get_chunk(output, "iXML"), testing::StartsWith(kXml));
@@ -181,12 +187,14 @@ TEST(Metadata, EveryWavChunkComesAlong) {
         EXPECT_NE(bext.loudness_value, -2740);
         EXPECT_NEAR(bext.loudness_value / 100.0, -18, 4);
 
-        if (container != SF_FORMAT_WAV) continue;
+        if (container != SF_FORMAT_WAV) {
+            continue;
+        }
         expect_cues(file);
         TagLib::RIFF::WAV::File tags(output.c_str());
         EXPECT_EQ(tags.InfoTag()->title().to8Bit(true), "Tälk");
         EXPECT_EQ(tags.ID3v2Tag()->title(), "In the id3 chunk");
-        EXPECT_EQ(picture_bytes(output), size_t(kPictureBytes));
+        EXPECT_EQ(picture_bytes(output), static_cast<std::size_t>(kPictureBytes));
         EXPECT_THAT(probe(output), HasSubstr("their bytes"));
     }
 }
@@ -207,11 +215,11 @@ TEST(Metadata, Wave64ChunksComeAlong) {
         "bext" + std::string(12, '\x11') + le32(24 + 5) + le32(0) + "words" + std::string(3, '\0');
     std::string file = read_text(dir / "a.w64");
     file.insert(file.find("data\xF3"), chunk);
-    file.replace(16, 8, le32(unsigned(file.size())) + le32(0));
+    file.replace(16, 8, le32(static_cast<unsigned>(file.size())) + le32(0));
     write_text(dir / "a.w64", file);
     const std::string leveled = read_text(level(dir, "a.w64"));
     EXPECT_EQ(leveled.substr(leveled.find("data\xF3") - chunk.size(), chunk.size()), chunk);
-    EXPECT_EQ(leveled.substr(16, 8), le32(unsigned(leveled.size())) + le32(0));
+    EXPECT_EQ(leveled.substr(16, 8), le32(static_cast<unsigned>(leveled.size())) + le32(0));
 }
 
 TEST(Metadata, AiffAndCafTextsAndMarkersComeAlong) {
@@ -225,7 +233,9 @@ TEST(Metadata, AiffAndCafTextsAndMarkersComeAlong) {
         {
             const Sound file =
                 create(dir / name, (aiff ? SF_FORMAT_AIFF : SF_FORMAT_CAF) | SF_FORMAT_PCM_24);
-            for (const auto& [kind, text] : texts) sf_set_string(file.get(), kind, text);
+            for (const auto& [kind, text] : texts) {
+                sf_set_string(file.get(), kind, text);
+            }
             set_cues(file);
             write_talk(file);
         }
@@ -236,8 +246,12 @@ TEST(Metadata, AiffAndCafTextsAndMarkersComeAlong) {
         }
         const std::string output = level(dir, name);
         const Sound file = open(output);
-        for (const auto& [kind, text] : texts) EXPECT_STREQ(sf_get_string(file.get(), kind), text);
-        if (!aiff) continue;
+        for (const auto& [kind, text] : texts) {
+            EXPECT_STREQ(sf_get_string(file.get(), kind), text);
+        }
+        if (!aiff) {
+            continue;
+        }
         expect_cues(file);
         EXPECT_EQ(TagLib::RIFF::AIFF::File(output.c_str()).tag()->album(), "The album");
         EXPECT_THAT(probe(output), HasSubstr("The author"));
@@ -245,15 +259,18 @@ TEST(Metadata, AiffAndCafTextsAndMarkersComeAlong) {
 }
 
 void add_picture(TagLib::File& file) {
-    if (auto* mpeg = dynamic_cast<TagLib::MPEG::File*>(&file)) return add_frames(*mpeg->ID3v2Tag());
+    if (auto* mpeg = dynamic_cast<TagLib::MPEG::File*>(&file)) {
+        return add_frames(*mpeg->ID3v2Tag());
+    }
     auto* picture = new TagLib::FLAC::Picture;
     picture->setMimeType("image/png");
     picture->setType(TagLib::FLAC::Picture::FrontCover);
     picture->setData(picture_data());
-    if (auto* flac = dynamic_cast<TagLib::FLAC::File*>(&file))
+    if (auto* flac = dynamic_cast<TagLib::FLAC::File*>(&file)) {
         flac->addPicture(picture);
-    else
+    } else {
         dynamic_cast<TagLib::Ogg::XiphComment&>(*file.tag()).addPicture(picture);
+    }
 }
 
 TEST(Metadata, TextsAndPicturesComeAlongPlayerGainsDoNot) {
@@ -282,7 +299,7 @@ TEST(Metadata, TextsAndPicturesComeAlongPlayerGainsDoNot) {
         EXPECT_EQ(properties["ARTIST"].size(), 2u);
         EXPECT_EQ(properties["EPISODE NOTE"].toString(), "own field");
         EXPECT_FALSE(properties.contains("REPLAYGAIN_TRACK_GAIN"));
-        EXPECT_EQ(picture_bytes(output), size_t(kPictureBytes));
+        EXPECT_EQ(picture_bytes(output), static_cast<std::size_t>(kPictureBytes));
         EXPECT_THAT(probe(output), HasSubstr("Tälk"));
         const bool has_frames = name == "a.mp3";
         EXPECT_EQ(probe(output).find("their bytes") != std::string::npos, has_frames);
@@ -300,8 +317,8 @@ TEST(Lossy, IsEncodedOnceAtTheInputsBitRate) {
         const std::string name = words.substr(words.rfind(' ') + 1);
         run_program("cd " + dir.path() + " && ffmpeg -v error -i a.wav " + words);
         const std::string output = level(dir, name);
-        const auto before = double(read_text(dir / name).size());
-        const auto after = double(read_text(output).size());
+        const auto before = static_cast<double>(read_text(dir / name).size());
+        const auto after = static_cast<double>(read_text(output).size());
         EXPECT_GT(after, 0.9 * before);
         EXPECT_LT(after, 2.0 * before);
     }

@@ -13,7 +13,9 @@ constexpr const char* kBrowser =
     "--disable-background-networking --disable-component-update --disable-sync "
     "--allow-file-access-from-files --virtual-time-budget=5000";
 
-// What the page is like in a frame of that width: found elements, and whether anything sticks out.
+/**
+ * What the page is like in a frame of that width: found elements, and whether anything sticks out.
+ */
 std::string looked_at(const TempDir& dir, const std::string& page, int width) {
     write_text(
         dir / "look.html",
@@ -34,13 +36,15 @@ std::string looked_at(const TempDir& dir, const std::string& page, int width) {
         run_program(std::string(kBrowser) + " --user-data-dir=" + dir / "profile" +
                     " --dump-dom file://" + dir / "look.html")
             .out;
-    const size_t start = dom.find("<p id=\"r\">");
+    const std::size_t start = dom.find("<p id=\"r\">");
     return start == std::string::npos ? "nothing in: " + dom
                                       : dom.substr(start + 10, dom.find('.', start) - start - 10);
 }
 
 TEST(ReportInABrowser, HasItsPartsAndNothingSticksOut) {
-    if (run_program("command -v chromium").status != 0) GTEST_SKIP() << "chromium is not installed";
+    if (run_program("command -v chromium").status != 0) {
+        GTEST_SKIP() << "chromium is not installed";
+    }
     const TempDir dir;
     write_sound(dir / "a_recording_with_a_rather_long_name_for_a_narrow_page.wav",
                 signals::speech(30, 16000), kWav16);

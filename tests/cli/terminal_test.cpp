@@ -21,18 +21,19 @@ class Terminal : public testing::Test {
 TEST_F(Terminal, TextFitsItsColumnsWhateverItsLetters) {
     // "日" takes two columns, "ä" one.
     EXPECT_EQ(display_width("日ä"), 3u);
-    for (const char* text : {"episode.wav", "日本語の録音.wav", "ä\xffö", ""})
-        for (size_t columns = 0; columns < 20; ++columns) {
+    for (const char* text : {"episode.wav", "日本語の録音.wav", "ä\xffö", ""}) {
+        for (std::size_t columns = 0; columns < 20; ++columns) {
             SCOPED_TRACE(std::string(text) + " in " + std::to_string(columns));
             EXPECT_EQ(display_width(fit(text, columns)), columns);
         }
+    }
     EXPECT_EQ(fit("long-episode-name.wav", 11), "long-…e.wav");
     EXPECT_EQ(printable("a\x1b[31m\nb"), "a?[31m?b");
 }
 
 TEST_F(Terminal, ABarIsNeverWiderThanTheTerminal) {
     const Screen::Bar bar{"日本語の録音 a long name.wav", 0.5, 60};
-    for (size_t columns = 1; columns < 200; ++columns) {
+    for (std::size_t columns = 1; columns < 200; ++columns) {
         SCOPED_TRACE(columns);
         EXPECT_LE(display_width(bar_line(bar, columns, true)), columns);
         EXPECT_EQ(bar_line(bar, columns, false).find("━"), std::string::npos);
@@ -62,11 +63,12 @@ TEST_F(Terminal, TheTableFitsAndNamesEachFileBelowTheSharedFolder) {
     EXPECT_THAT(wide, HasSubstr("-27.4"));
     EXPECT_THAT(wide, HasSubstr("-inf"));
     EXPECT_THAT(wide, HasSubstr("+7.2"));
-    for (size_t columns : {30, 60, 79, 80, 100, 140}) {
+    for (std::size_t columns : {30, 60, 79, 80, 100, 140}) {
         SCOPED_TRACE(columns);
         std::istringstream lines(loudness_table(files, columns));
-        for (std::string line; std::getline(lines, line);)
+        for (std::string line; std::getline(lines, line);) {
             EXPECT_LE(display_width(line), columns) << line;
+        }
     }
     EXPECT_EQ(loudness_table({FileFacts{}}, 100), "");
     EXPECT_EQ(decimal(-0.04), "0.0");
