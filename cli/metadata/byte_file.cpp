@@ -1,0 +1,65 @@
+#include "cli/metadata/byte_file.h"
+
+#include <cerrno>
+#include <system_error>
+
+namespace cli {
+
+ByteFile::ByteFile(const std::string& path, const char* mode)
+    : path_(path), file_(fopen(path.c_str(), mode)) {
+    if (!file_) {
+        fail();
+    }
+}
+
+std::uint64_t ByteFile::size() {
+    if (fseeko(file_.get(), 0, SEEK_END) != 0) {
+        fail();
+    }
+    return static_cast<std::uint64_t>(ftello(file_.get()));
+}
+
+Bytes ByteFile::read(std::uint64_t offset, std::size_t count) {
+    Bytes bytes(count);
+    if (fseeko(file_.get(), static_cast<off_t>(offset), SEEK_SET) != 0) {
+        fail();
+    }
+    bytes.resize(fread(bytes.data(), 1, count, file_.get()));
+    if (ferror(file_.get())) {
+        fail();
+    }
+    return bytes;
+}
+
+void ByteFile::write(const Bytes& bytes) {
+    if (!bytes.empty() && fwrite(bytes.data(), 1, bytes.size(), file_.get()) != bytes.size()) {
+        fail();
+    }
+}
+
+void ByteFile::close() {
+    if (fclose(file_.release()) != 0) {
+        fail();
+    }
+}
+
+void ByteFile::fail() const {
+    throw std::system_error(errno, std::generic_category(), path_);
+}
+
+std::uint64_t get_number(const Bytes& bytes, std::size_t at, std::size_t count, bool big_endian) {
+    std::uint64_t value = 0;
+    for (std::size_t i = 0; i < count; ++i) {
+        value = value << 8 | bytes[at + (big_endian ? i : count - 1 - i)];
+    }
+    return value;
+}
+
+void put_number(
+    Bytes& bytes, std::size_t at, std::size_t count, bool big_endian, std::uint64_t value) {
+    for (std::size_t i = 0; i < count; ++i, value >>= 8) {
+        bytes[at + (big_endian ? count - 1 - i : i)] = static_cast<unsigned char>(value & 0xFF);
+    }
+}
+
+}  // namespace cli

@@ -1,0 +1,47 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace cli {
+
+using Bytes = std::vector<unsigned char>;
+
+/** A file read and written as bytes at offsets. Every call throws std::system_error on failure. */
+class ByteFile {
+  public:
+    /** `mode` as for fopen, with "b". */
+    ByteFile(const std::string& path, const char* mode);
+
+    std::uint64_t size();
+
+    /** As many of the bytes at the offset as the file has; moves there. */
+    Bytes read(std::uint64_t offset, std::size_t count);
+
+    /** Writes where the file stands. */
+    void write(const Bytes& bytes);
+
+    /** Closes it; what a full disk has to say comes here. */
+    void close();
+
+  private:
+    struct Closer {
+        void operator()(FILE* file) const { fclose(file); }
+    };
+
+    [[noreturn]] void fail() const;
+
+    std::string path_;
+    std::unique_ptr<FILE, Closer> file_;
+};
+
+/** An unsigned number of `count` bytes. */
+std::uint64_t get_number(const Bytes& bytes, std::size_t at, std::size_t count, bool big_endian);
+void put_number(
+    Bytes& bytes, std::size_t at, std::size_t count, bool big_endian, std::uint64_t value);
+
+}  // namespace cli

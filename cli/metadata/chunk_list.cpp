@@ -1,0 +1,56 @@
+#include "cli/metadata/chunk_list.h"
+
+#include <set>
+
+namespace cli {
+
+std::vector<Chunk> chunks_of(ByteFile& file, const Layout& layout) {
+    std::vector<Chunk> chunks;
+    const std::uint64_t end = file.size();
+    std::uint64_t long_data = 0;
+    for (std::uint64_t at = layout.opening.size(); at + layout.header_bytes() <= end;) {
+        const Bytes header = file.read(at, layout.header_bytes());
+        Chunk chunk;
+        chunk.id.assign(header.begin(),
+                        header.begin() + static_cast<std::ptrdiff_t>(layout.id_bytes));
+        chunk.size = get_number(header, layout.id_bytes, layout.size_bytes, layout.big_endian);
+        chunk.offset = at + layout.header_bytes();
+        if (layout.size_counts_header) {
+            if (chunk.size < layout.header_bytes()) {
+                break;
+            }
+            chunk.size -= layout.header_bytes();
+        }
+        if (chunk.name() == "ds64" && chunk.size >= 24) {
+            long_data = get_number(file.read(chunk.offset, 24), 8, 8, false);
+        }
+        if (layout.kind == Container::Rf64 && chunk.name() == "data" && chunk.size == kUnknown32) {
+            chunk.size = long_data;
+        }
+        if (chunk.size > end - chunk.offset) {
+            const std::string name = chunk.name();
+            if (name != "data" && name != "SSND") {
+                break;
+            }
+            chunk.size = end - chunk.offset;
+        }
+        chunks.push_back(chunk);
+        at = chunk.offset + chunk.size;
+        at += (layout.alignment - at % layout.alignment) % layout.alignment;
+    }
+    return chunks;
+}
+
+bool is_audio(const Chunk& chunk) {
+    return chunk.name() == "data" || chunk.name() == "SSND";
+}
+
+bool describes_samples(const Chunk& chunk) {
+    static const std::set<std::string> names = {
+        "fmt ", "fact", "ds64", "PEAK", "levl", "slnt", "JUNK", "junk", "PAD ", "FLLR",  // WAV, W64
+        "COMM", "FVER",                                                                  // AIFF
+        "desc", "kuki", "pakt", "free", "peak", "ovvw"};                                 // CAF
+    return is_audio(chunk) || names.count(chunk.name()) != 0;
+}
+
+}  // namespace cli

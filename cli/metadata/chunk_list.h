@@ -1,0 +1,28 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "cli/metadata/container_layout.h"
+
+namespace cli {
+
+struct Chunk {
+    Bytes id;
+    std::uint64_t offset = 0;  // of its content
+    std::uint64_t size = 0;    // of its content
+
+    std::string name() const { return std::string(id.begin(), id.begin() + 4); }
+};
+
+/** The chunks up to the first that does not fit the file; only the audio may be cut short. */
+std::vector<Chunk> chunks_of(ByteFile& file, const Layout& layout);
+
+/** True for the chunk that holds the samples. */
+bool is_audio(const Chunk& chunk);
+
+/** Chunks that belong to the samples or only fill space: never taken from the old file. */
+bool describes_samples(const Chunk& chunk);
+
+}  // namespace cli

@@ -1,0 +1,98 @@
+#include "cli/metadata/chunk_writer.h"
+
+#include <algorithm>
+#include <stdexcept>
+
+namespace cli {
+namespace {
+
+constexpr std::size_t kCopyBlock = 1 << 20;
+
+}  // namespace
+
+ChunkWriter::ChunkWriter(const Layout& layout, const std::string& path)
+    : layout_(layout), path_(path), file_(path, "wb") {
+    file_.write(layout.opening);
+    written_ = layout.opening.size();
+}
+
+void ChunkWriter::reserve_long_sizes(const Bytes& content) {
+    long_sizes_ = content;
+    long_sizes_at_ = written_ + layout_.header_bytes();
+    add({'d', 's', '6', '4'}, content);
+}
+
+void ChunkWriter::add(const Bytes& id, const Bytes& content) {
+    header(id, content.size());
+    file_.write(content);
+    written_ += content.size();
+    pad();
+}
+
+void ChunkWriter::copy(const Chunk& chunk, ByteFile& from) {
+    header(chunk.id, chunk.size);
+    for (std::uint64_t done = 0; done < chunk.size;) {
+        const Bytes block = from.read(
+            chunk.offset + done,
+            static_cast<std::size_t>(std::min<std::uint64_t>(kCopyBlock, chunk.size - done)));
+        if (block.empty()) {
+            throw std::runtime_error("a chunk ends before its size");
+        }
+        file_.write(block);
+        done += block.size();
+    }
+    written_ += chunk.size;
+    if (is_audio(chunk)) {
+        audio_bytes_ = chunk.size;
+    }
+    pad();
+}
+
+void ChunkWriter::finish() {
+    file_.close();
+    Bytes opening = layout_.opening;
+    switch (layout_.kind) {
+        case Container::Rf64:
+            put_number(opening, 4, 4, false, kUnknown32);
+            put_number(long_sizes_, 0, 8, false, written_ - 8);
+            put_number(long_sizes_, 8, 8, false, audio_bytes_);
+            break;
+        case Container::Wave64:
+            put_number(opening, kGuidBytes, 8, false, written_);
+            break;
+        case Container::Caf:
+            return;
+        default:
+            if (written_ - 8 > kUnknown32) {
+                throw std::runtime_error("audio and metadata exceed 4 GiB, the container's limit");
+            }
+            put_number(opening, 4, 4, layout_.big_endian, written_ - 8);
+    }
+    ByteFile again(path_, "r+b");
+    again.write(opening);
+    if (!long_sizes_.empty()) {
+        again.read(long_sizes_at_, 0);  // moves there
+        again.write(long_sizes_);
+    }
+    again.close();
+}
+
+void ChunkWriter::header(const Bytes& id, std::uint64_t size) {
+    Bytes bytes = id;
+    bytes.resize(layout_.header_bytes());
+    const std::uint64_t total = size + (layout_.size_counts_header ? layout_.header_bytes() : 0);
+    const bool too_long = layout_.size_bytes == 4 && total > kUnknown32;
+    put_number(bytes, layout_.id_bytes, layout_.size_bytes, layout_.big_endian,
+               too_long ? kUnknown32 : total);
+    file_.write(bytes);
+    written_ += bytes.size();
+}
+
+void ChunkWriter::pad() {
+    const std::size_t missing =
+        (layout_.alignment - written_ % layout_.alignment) % layout_.alignment;
+    file_.write(Bytes(missing, 0));
+    written_ += missing;
+}
+
+}  // namespace cli

@@ -1,0 +1,49 @@
+#include "cli/metadata/container_layout.h"
+
+#include <cstring>
+
+namespace cli {
+namespace {
+
+bool has_text(const Bytes& bytes, std::size_t at, const char* text) {
+    return bytes.size() >= at + 4 && memcmp(bytes.data() + at, text, 4) == 0;
+}
+
+}  // namespace
+
+Layout layout_of(ByteFile& file) {
+    const Bytes start = file.read(0, 40);
+    Layout layout;
+    const auto set = [&](Container kind, bool big_endian, std::size_t opening) {
+        layout.kind = kind;
+        layout.big_endian = big_endian;
+        layout.opening.assign(start.begin(), start.begin() + static_cast<std::ptrdiff_t>(opening));
+    };
+    if (has_text(start, 8, "WAVE")) {
+        if (has_text(start, 0, "RIFF")) {
+            set(Container::Wave, false, 12);
+        }
+        if (has_text(start, 0, "RIFX")) {
+            set(Container::Wave, true, 12);
+        }
+        if (has_text(start, 0, "RF64") || has_text(start, 0, "BW64")) {
+            set(Container::Rf64, false, 12);
+        }
+    } else if (has_text(start, 0, "FORM") &&
+               (has_text(start, 8, "AIFF") || has_text(start, 8, "AIFC"))) {
+        set(Container::Aiff, true, 12);
+    } else if (has_text(start, 0, "riff") && has_text(start, 24, "wave") && start.size() == 40) {
+        set(Container::Wave64, false, 40);
+        layout.id_bytes = kGuidBytes;
+        layout.size_bytes = 8;
+        layout.size_counts_header = true;
+        layout.alignment = 8;
+    } else if (has_text(start, 0, "caff") && start.size() >= 8) {
+        set(Container::Caf, true, 8);
+        layout.size_bytes = 8;
+        layout.alignment = 1;
+    }
+    return layout;
+}
+
+}  // namespace cli
