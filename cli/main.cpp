@@ -1,6 +1,6 @@
 #include <cstring>
 
-#include "cli/batch.h"
+#include "cli/batch/batch_command.h"
 #include "cli/engine/engine_command.h"
 #include "cli/worker/job.h"
 #include "cli/worker/worker.h"

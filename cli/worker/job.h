@@ -6,19 +6,25 @@
 
 namespace cli {
 
+/** What the files of a run have in common. */
+struct JobOptions {
+    std::vector<std::string> tuning;  // words for the engine: "--segment-tolerance=3", ...
+    bool measure = true;              // the loudness before and after
+    bool replace = false;             // an output that exists
+    bool keep_mtime = false;
+};
+
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(JobOptions, tuning, measure, replace, keep_mtime)
+
 /** What a worker process is told to do with one file. Paths are absolute. */
 struct Job {
     std::string input;
     std::string output;   // empty: measure only
     std::string scratch;  // a directory of its own, which exists
-    std::vector<std::string> tuning;
-    bool measure = true;
-    bool replace = false;
-    bool keep_mtime = false;
+    JobOptions options;
 };
 
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(
-    Job, input, output, scratch, tuning, measure, replace, keep_mtime)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Job, input, output, scratch, options)
 
 /**
  * How a worker is started: the program with kWorkerWord alone. It reads its job from

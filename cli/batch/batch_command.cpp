@@ -1,0 +1,306 @@
+#include "cli/batch/batch_command.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <chrono>
+#include <clocale>
+#include <cstdio>
+#include <exception>
+#include <filesystem>
+#include <utility>
+#include <vector>
+
+#include "cli/batch/batch.h"
+#include "cli/batch/stop_signals.h"
+#include "cli/facts/run_facts.h"
+#include "cli/inputs/find_files.h"
+#include "cli/inputs/plan.h"
+#include "cli/options/settings.h"
+#include "cli/report/report.h"
+#include "cli/storage/scratch.h"
+#include "cli/storage/staged_output.h"
+#include "cli/terminal/screen.h"
+#include "cli/terminal/summary.h"
+#include "cli/terminal/terminal_text.h"
+
+namespace cli {
+namespace fs = std::filesystem;
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+double seconds_since(Clock::time_point start) {
+    return std::chrono::duration<double>(Clock::now() - start).count();
+}
+
+/** The lines of the text with all control characters but the line ends made visible. */
+std::string printable_lines(const std::string& messages) {
+    std::string text;
+    for (char c : messages) {
+        text += c == '\n' ? c : printable(std::string(1, c))[0];
+    }
+    while (!text.empty() && text.back() == '\n') {
+        text.pop_back();
+    }
+    return text;
+}
+
+/** Tells one finished file on the screen and, as a line of JSON, on the standard output. */
+void tell_finished(const Settings& settings, const FileFacts& facts, Screen& screen) {
+    if (facts.outcome == Outcome::Failed) {
+        screen.error(finished_line(facts, screen));
+    } else if (facts.outcome != Outcome::Interrupted) {
+        screen.line(finished_line(facts, screen));
+    }
+    if (settings.json_on_standard_output()) {
+        puts(dump(to_json(facts)).c_str());
+        fflush(stdout);
+    }
+}
+
+/** Shows a batch on the screen and keeps the facts of its files, in the plan's order. */
+class ShownBatch : public BatchObserver {
+  public:
+    ShownBatch(const Settings& settings, const std::vector<PlannedFile>& plan, Screen& screen)
+        : settings_(settings),
+          plan_(plan),
+          screen_(screen),
+          batch_(settings.jobs, job_options(settings), *this),
+          signals_(batch_),
+          files_(plan.size()) {
+        for (std::size_t i = 0; i < plan.size(); ++i) {
+            files_[i].facts.input = plan[i].input.string();
+            files_[i].facts.output = plan[i].output.string();
+            std::error_code ignored;
+            const auto bytes = fs::file_size(plan[i].input, ignored);
+            // A little for each file, so that many small ones count too.
+            files_[i].weight = ignored ? 1.0 : static_cast<double>(bytes) + 65536.0;
+            all_weight_ += files_[i].weight;
+        }
+    }
+
+    /** Returns the facts of every planned file. */
+    std::vector<FileFacts> run() {
+        for (std::size_t i = 0; i < plan_.size(); ++i) {
+            if (plan_[i].skip.empty()) {
+                places_.push_back(i);
+                batch_.add(plan_[i].input.string(), plan_[i].output.string());
+            } else {
+                files_[i].facts.outcome = Outcome::Skipped;
+                files_[i].facts.cause = plan_[i].skip;
+                end(files_[i]);
+            }
+        }
+        batch_.close();
+        batch_.run();
+        screen_.clear();
+        std::vector<FileFacts> facts;
+        for (File& file : files_) {
+            facts.push_back(std::move(file.facts));
+        }
+        return facts;
+    }
+
+    /** The signal that stopped the run; 0 when none did. */
+    int signal() const { return signals_.signal(); }
+
+    void started(std::size_t index) override {
+        running_.push_back(&file(index));
+        running_.back()->started = Clock::now();
+    }
+
+    void progress(std::size_t index, double fraction) override { file(index).fraction = fraction; }
+
+    void messages(std::size_t /*index*/, const std::string& text) override {
+        if (settings_.verbose) {
+            screen_.line(printable_lines(text));
+        }
+    }
+
+    void finished(std::size_t index, const FileFacts& facts) override {
+        File& ended = file(index);
+        running_.erase(std::remove(running_.begin(), running_.end(), &ended), running_.end());
+        ended.facts = facts;
+        end(ended);
+    }
+
+    void tick() override {
+        if (signals_.take_resize()) {
+            screen_.resized();
+        }
+        if (screen_.wants_drawing() && !running_.empty()) {
+            draw();
+        }
+    }
+
+  private:
+    struct File {
+        FileFacts facts;
+        double weight = 0;
+        double fraction = 0;
+        Clock::time_point started;
+    };
+
+    static JobOptions job_options(const Settings& settings) {
+        return {settings.tuning, settings.measure, settings.force, settings.keep_mtime};
+    }
+
+    File& file(std::size_t index) { return files_[places_[index]]; }
+
+    void end(const File& file) {
+        finished_weight_ += file.weight;
+        ++finished_;
+        tell_finished(settings_, file.facts, screen_);
+    }
+
+    void draw() {
+        std::vector<Screen::Bar> bars;
+        double whole = finished_weight_;
+        for (const File* file : running_) {
+            whole += file->fraction * file->weight;
+            bars.push_back({fs::path(file->facts.input).filename().string(), file->fraction,
+                            seconds_since(file->started)});
+        }
+        screen_.draw(bars, {fmt::format("{} of {} files{}", finished_, files_.size(),
+                                        signal() ? ", stopping" : ""),
+                            whole / all_weight_, seconds_since(begun_)});
+    }
+
+    const Settings& settings_;
+    const std::vector<PlannedFile>& plan_;
+    Screen& screen_;
+    Batch batch_;
+    StopSignals signals_;
+    std::vector<File> files_;
+    std::vector<std::size_t> places_;  // in the plan, of the batch's files
+    std::vector<File*> running_;
+    const Clock::time_point begun_ = Clock::now();
+    std::size_t finished_ = 0;
+    double finished_weight_ = 0;
+    double all_weight_ = 0;
+};
+
+void print_plan(const Settings& settings, const std::vector<PlannedFile>& plan, Screen& screen) {
+    for (const PlannedFile& file : plan) {
+        const std::string input = printable(file.input.string());
+        if (settings.analyze) {
+            screen.line(fmt::format("would measure {}", input));
+        } else if (file.skip.empty()) {
+            screen.line(fmt::format("would level {} > {}", input, printable(file.output.string())));
+        } else {
+            screen.line(fmt::format("would skip {}: {}", input, printable(file.skip)));
+        }
+    }
+}
+
+std::vector<FileFacts> failures_of(const std::vector<SearchProblem>& problems) {
+    std::vector<FileFacts> failures;
+    for (const SearchProblem& problem : problems) {
+        FileFacts facts;
+        facts.input = problem.path.string();
+        facts.outcome = Outcome::Failed;
+        facts.cause = problem.cause;
+        failures.push_back(facts);
+    }
+    return failures;
+}
+
+/** Report and JSON; a failure is told and makes the status 1. */
+int write_facts(const Settings& settings, const std::vector<FileFacts>& files, Screen& screen) {
+    int status = kAllDone;
+    const auto attempt = [&](const char* what, const auto& write) {
+        try {
+            write();
+        } catch (const std::exception& error) {
+            screen.error(
+                fmt::format("quorvane: the {} could not be written: {}", what, error.what()));
+            status = kSomeFailed;
+        }
+    };
+    if (!settings.json.empty() && !settings.json_on_standard_output()) {
+        attempt("JSON file", [&] {
+            std::string text;
+            for (const FileFacts& facts : files) {
+                text += dump(to_json(facts)) + "\n";
+            }
+            write_whole_text(settings.json, text);
+        });
+    }
+    if (!settings.report.empty()) {
+        attempt("report", [&] {
+            const std::string page = write_report(settings.report, files);
+            screen.line(fmt::format("report: {}", printable(page)));
+        });
+    }
+    return status;
+}
+
+int run(const Settings& settings) {
+    Screen screen(settings);
+    const FoundFiles found = find_files(settings.paths, settings.suffix,
+                                        settings.suffix.empty() ? settings.output_dir : "");
+    const std::vector<PlannedFile> plan = plan_outputs(settings, found.files);
+    check_facts_paths(settings, plan, plan.size() + found.problems.size() > 1);
+    const std::vector<FileFacts> missing = failures_of(found.problems);
+    for (const FileFacts& facts : missing) {
+        screen.error(finished_line(facts, screen));
+        if (settings.json_on_standard_output() && !settings.dry_run) {
+            puts(dump(to_json(facts)).c_str());
+        }
+    }
+    if (settings.dry_run) {
+        print_plan(settings, plan, screen);
+        return missing.empty() ? kAllDone : kSomeFailed;
+    }
+
+    const auto start = Clock::now();
+    remove_stale_scratch_directories();
+    ShownBatch batch(settings, plan, screen);
+    std::vector<FileFacts> files = batch.run();
+    files.insert(files.end(), missing.begin(), missing.end());
+
+    const std::string table = loudness_table(files, screen.columns());
+    if (!table.empty()) {
+        screen.line("\n" + table);
+    }
+    const bool one_told_already = files.size() == 1;
+    if (!one_told_already || batch.signal()) {
+        print_summary(files, seconds_since(start), screen);
+    }
+    const int facts_status = write_facts(settings, files, screen);
+    if (batch.signal()) {
+        return kSignalBase + batch.signal();
+    }
+    const bool failed = std::any_of(files.begin(), files.end(), [](const FileFacts& facts) {
+        return facts.outcome == Outcome::Failed;
+    });
+    return failed ? kSomeFailed : facts_status;
+}
+
+}  // namespace
+
+int batch_main(int argc, const char* const* argv) {
+    setlocale(LC_CTYPE, "");
+    try {
+        const Settings settings = parse_command_line(argc, argv);
+        if (settings.help) {
+            fputs(help_text().c_str(), stdout);
+            return kAllDone;
+        }
+        if (settings.version) {
+            puts("quorvane " QUORVANE_VERSION);
+            return kAllDone;
+        }
+        return run(settings);
+    } catch (const UsageError& error) {
+        fprintf(stderr, "quorvane: %s\nTry 'quorvane --help'.\n", error.what());
+        return kWrongUsage;
+    } catch (const std::exception& error) {
+        fprintf(stderr, "quorvane: %s\n", error.what());
+        return kSomeFailed;
+    }
+}
+
+}  // namespace cli

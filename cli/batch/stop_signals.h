@@ -1,0 +1,27 @@
+#pragma once
+
+#include "cli/batch/batch.h"
+
+namespace cli {
+
+/**
+ * While it lives, SIGINT, SIGTERM and SIGHUP stop the batch: the first asks the workers to clean
+ * up, the second kills them. A signal that the caller of the program ignores (nohup, a shell's
+ * background job) stays ignored, and a reader that closed the standard output costs no file. One at
+ * a time in a process.
+ */
+class StopSignals {
+  public:
+    explicit StopSignals(Batch& batch);
+    ~StopSignals();
+    StopSignals(const StopSignals&) = delete;
+    StopSignals& operator=(const StopSignals&) = delete;
+
+    /** The signal that stopped the batch; 0 when none did. */
+    int signal() const;
+
+    /** True when the terminal's size changed since the last call. */
+    bool take_resize() const;
+};
+
+}  // namespace cli

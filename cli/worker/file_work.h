@@ -1,0 +1,16 @@
+#pragma once
+
+#include <functional>
+
+#include "cli/facts/run_facts.h"
+#include "cli/worker/job.h"
+
+namespace cli {
+
+/**
+ * Does all the work on one file, in the order of a list of stages, and tells what became of it: a
+ * failure is an outcome, nothing is thrown. progress is called with 0 to 1.
+ */
+FileFacts work_on(const Job& job, const std::function<void(double)>& progress);
+
+}  // namespace cli
