@@ -17,3 +17,25 @@ if(QUORVANE_SANITIZE)
   target_compile_options(quorvane_flags INTERFACE ${sanitizers})
   target_link_options(quorvane_flags INTERFACE ${sanitizers})
 endif()
+if(QUORVANE_FUZZ)
+  target_compile_options(quorvane_flags INTERFACE -fsanitize=fuzzer-no-link)
+endif()
+
+# A fault in a decoder that reads a stranger's file must not become more than a failed file: position
+# independent programs with read-only relocations, stack and heap checks, no executable stack. The
+# fortified C library needs an optimised build; the sanitizers bring checks of their own.
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+include(CheckPIESupported)
+check_pie_supported()
+if(NOT QUORVANE_SANITIZE AND NOT QUORVANE_FUZZ)
+  target_compile_options(quorvane_flags INTERFACE
+    -fstack-protector-strong
+    $<$<CONFIG:Release,RelWithDebInfo>:-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=2>)
+  if(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64" AND NOT APPLE)
+    target_compile_options(quorvane_flags INTERFACE -fcf-protection)
+  endif()
+  if(NOT APPLE)
+    target_link_options(quorvane_flags INTERFACE
+      LINKER:-z,relro LINKER:-z,now LINKER:-z,noexecstack)
+  endif()
+endif()
