@@ -1,0 +1,60 @@
+/*
+ * Metadata bytes into the copiers: the fuzzed file is the one whose chunks and tags are carried to a
+ * small leveled file of the container that its first byte chooses.
+ */
+#include <sndfile.h>
+
+#include <array>
+#include <exception>
+#include <string>
+
+#include "cli/metadata/chunks.h"
+#include "cli/metadata/tags.h"
+#include "tests/fuzz/fuzz_support.h"
+
+namespace {
+
+struct Kind {
+    const char* extension;
+    int format;
+};
+
+constexpr std::array<Kind, 9> kKinds = {{{".wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16},
+                                         {".aiff", SF_FORMAT_AIFF | SF_FORMAT_PCM_16},
+                                         {".rf64", SF_FORMAT_RF64 | SF_FORMAT_PCM_16},
+                                         {".w64", SF_FORMAT_W64 | SF_FORMAT_PCM_16},
+                                         {".caf", SF_FORMAT_CAF | SF_FORMAT_PCM_16},
+                                         {".flac", SF_FORMAT_FLAC | SF_FORMAT_PCM_16},
+                                         {".ogg", SF_FORMAT_OGG | SF_FORMAT_VORBIS},
+                                         {".opus", SF_FORMAT_OGG | SF_FORMAT_OPUS},
+                                         {".mp3", SF_FORMAT_MPEG | SF_FORMAT_MPEG_LAYER_III}}};
+
+void write_sound(const std::string& path, int format) {
+    SF_INFO info{};
+    info.channels = 1;
+    info.samplerate = 48000;
+    info.format = format;
+    SNDFILE* file = sf_open(path.c_str(), SFM_WRITE, &info);
+    const std::array<double, 480> samples{};
+    sf_write_double(file, samples.data(), static_cast<sf_count_t>(samples.size()));
+    sf_close(file);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    if (size < 1) {
+        return 0;
+    }
+    const Kind& kind = kKinds[data[0] % kKinds.size()];
+    const std::string from = fuzz::file(std::string("from") + kind.extension, data + 1, size - 1);
+    const std::string audio = fuzz::folder() + "audio" + kind.extension;
+    write_sound(audio, kind.format);
+    try {
+        if (!cli::copy_chunks(from, audio, fuzz::folder() + "to" + kind.extension, nullptr)) {
+            cli::copy_tags(from, audio, kind.format);
+        }
+    } catch (const std::exception&) {  // NOLINT(bugprone-empty-catch): a clean refusal
+    }
+    return 0;
+}
