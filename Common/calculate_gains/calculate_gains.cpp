@@ -5,12 +5,12 @@
 #include <cstdint>
 #include <cstdio>
 #include <fstream>
-#include <limits>
 #include <string>
 
 #include "Common/audio/sound_handle.h"
 #include "Common/calculate_gains/CalcRMS.h"
 #include "Common/calculate_gains/CommandLine.h"
+#include "Common/files/cue_list.h"
 #include "Common/reporting/log.h"
 #include "Common/reporting/progress.h"
 #include "Common/ss_util.h"
@@ -22,47 +22,6 @@ namespace {
 
 constexpr const char* kSource = "Common/calculate_gains/calculate_gains";
 constexpr double kSilence_db = -200.0;
-
-void skip_lines(std::istream& file, int count) {
-    for (int i = 0; i < count; ++i) {
-        file.ignore(std::numeric_limits<std::streamsize>::max(), '\n');
-    }
-}
-
-/** The segments' ends as a cue list gives them, on the grid of bins of bin_frames. */
-class CueList {
-  public:
-    CueList(const std::string& path, int bin_frames) : file_(path), bin_frames_(bin_frames) {
-        skip_header();
-    }
-
-    bool is_open() const { return file_.is_open(); }
-
-    void rewind() {
-        file_.clear();
-        file_.seekg(0);
-        skip_header();
-    }
-
-    /** The next cue, in frames, rounded to the nearest bin, halves upwards; false after the last.
-     */
-    bool next(long long& frame) {
-        long long position = 0;
-        if (!(file_ >> position)) {
-            return false;
-        }
-        skip_lines(file_, 4);
-        const long long bin = bin_frames_;
-        frame = (2 * position + bin) / (2 * bin) * bin;
-        return true;
-    }
-
-  private:
-    void skip_header() { skip_lines(file_, 3); }
-
-    std::ifstream file_;
-    int bin_frames_;
-};
 
 /** What the measuring pass found. */
 struct Levels {
@@ -80,8 +39,8 @@ class Operation {
     int execute();
 
   private:
-    int measure(CueList& cues, Levels& levels);
-    int write_gains(CueList& cues, const Levels& levels);
+    int measure(const CueList& cues, Levels& levels);
+    int write_gains(const CueList& cues, const Levels& levels);
     double gain_of(double level_db, double mean_db) const;
 
     const CCLArgs& args_;
@@ -120,8 +79,8 @@ int Operation::execute() {
         meter_->measure(info_.channels * info_.frames);
         return 0;
     }
-    CueList cues(args_.cue_list_file, bin_frames_);
-    if (!cues.is_open()) {
+    CueList cues;
+    if (!read_cue_list(args_.cue_list_file, cues)) {
         return log_failure(kSource, __LINE__, "error opening cue list file " + args_.cue_list_file);
     }
     Levels levels;
@@ -132,14 +91,11 @@ int Operation::execute() {
     return 0;
 }
 
-int Operation::measure(CueList& cues, Levels& levels) {
+int Operation::measure(const CueList& cues, Levels& levels) {
     long long start = 0;
-    for (bool last = false; !last;) {
-        long long end = 0;
-        last = !cues.next(end);
-        if (last) {
-            end = info_.frames;
-        }
+    for (std::size_t cue = 0; cue <= cues.frames.size(); ++cue) {
+        const bool last = cue == cues.frames.size();
+        const long long end = last ? info_.frames : nearest_wall(cues.frames[cue], bin_frames_);
         const double level = meter_->measure(info_.channels * (end - start));
         double level_db = kSilence_db;
         if (level > 0.0) {
@@ -157,7 +113,7 @@ int Operation::measure(CueList& cues, Levels& levels) {
     return rms_file_ ? 0 : log_failure(kSource, __LINE__, "error writing to " + args_.rms_file);
 }
 
-int Operation::write_gains(CueList& cues, const Levels& levels) {
+int Operation::write_gains(const CueList& cues, const Levels& levels) {
     std::ifstream rms(args_.rms_file);
     if (!rms) {
         return log_failure(kSource, __LINE__, "error opening RMS file " + args_.rms_file);
@@ -166,7 +122,6 @@ int Operation::write_gains(CueList& cues, const Levels& levels) {
     if (!gains) {
         return log_failure(kSource, __LINE__, "error opening gains file " + args_.gains_file);
     }
-    cues.rewind();
     const double mean_db = levels.sum_db / levels.count;
     long long start = 0;
     for (int u = 0; u < levels.count; ++u) {
@@ -175,10 +130,10 @@ int Operation::write_gains(CueList& cues, const Levels& levels) {
             return log_failure(kSource, __LINE__, "error reading from " + args_.rms_file);
         }
         const double gain = gain_of(level_db, mean_db);
-        long long end = info_.frames + 1;
-        if (u < levels.segments - 1) {
-            cues.next(end);
-        }
+        const long long end =
+            u < levels.segments - 1
+                ? nearest_wall(cues.frames[static_cast<std::size_t>(u)], bin_frames_)
+                : info_.frames + 1;
         const long long bins = (end - start - 1 + bin_frames_) / bin_frames_;
         for (long long bin = 0; bin < bins; ++bin) {
             gains << gain << "\n";

@@ -1,13 +1,13 @@
 #include "Common/wrap_segment/wrap_segment.h"
 
 #include <cstddef>
-#include <cstdint>
 #include <fstream>
 #include <iterator>
 #include <sstream>
 #include <vector>
 
 #include "Common/CommandLine.h"
+#include "Common/files/cue_list.h"
 #include "Common/files/series.h"
 #include "Common/reporting/log.h"
 #include "Common/segment/segment.h"
@@ -18,8 +18,6 @@ namespace wrap_segment {
 namespace {
 
 constexpr const char* kSource = "Common/wrap_segment/wrap_segment";
-constexpr const char* kCueListHeader =
-    "\x03 CueListTool 1.3 file - do not edit unless you know exactly what you do!\n";
 
 /** The bins that take part in the segmentation: their levels as text, and which bins they are. */
 struct LoudBins {
@@ -101,18 +99,18 @@ int wrap_segment(std::string rmsFile,
     if (!(bin_frames >= 0.0 && bin_frames <= 2147483647.0)) {
         return log_failure(kSource, __LINE__, "error: the bin length is out of range");
     }
-    std::ofstream cues(cueListFile);
-    if (!cues) {
+    CueList cues{sampleRate, {}};
+    for (const std::size_t breakpoint : breakpoints) {
+        cues.frames.push_back(static_cast<long long>(loud.indices.at(breakpoint)) *
+                              static_cast<long long>(bin_frames));
+    }
+    std::ofstream file(cueListFile);
+    if (!file) {
         return log_failure(kSource, __LINE__, "error opening cue list file " + cueListFile);
     }
-    cues << kCueListHeader << "Prefix=\n" << sampleRate << "\n";
-    for (const std::size_t breakpoint : breakpoints) {
-        cues << static_cast<std::uint64_t>(loud.indices.at(breakpoint)) *
-                    static_cast<std::uint64_t>(bin_frames)
-             << "\n0\n\n\n\n";
-    }
-    cues.close();
-    return cues ? 0 : log_failure(kSource, __LINE__, "error writing to " + cueListFile);
+    write_cue_list(file, cues);
+    file.close();
+    return file ? 0 : log_failure(kSource, __LINE__, "error writing to " + cueListFile);
 }
 
 }  // namespace wrap_segment

@@ -12,10 +12,6 @@ namespace wrap_segment {
  *
  * quietDelta: dB, at most 0. sampleRate: Hz. binSeconds: length of a bin.
  * Returns 0, or 1 after logging what is wrong.
- *
- * The cue list is a text file: the bytes 0x03 and 0x20, a line of header, "Prefix=", the sample
- * rate, and for each cue, in ascending order, its position in frames, a line "0" and three empty
- * lines.
  */
 int wrap_segment(std::string rmsFile,
                  std::string label,

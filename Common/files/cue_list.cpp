@@ -1,0 +1,51 @@
+#include "Common/files/cue_list.h"
+
+#include <cstdlib>
+#include <fstream>
+#include <istream>
+#include <limits>
+
+namespace {
+
+constexpr const char* kHeader =
+    "\x03 CueListTool 1.3 file - do not edit unless you know exactly what you do!\n"
+    "Prefix=\n";
+constexpr int kLinesBeforeRate = 2;
+constexpr int kLinesAfterPosition = 4;  // the rest of its own line, "0" and two of the empty ones
+
+void skip_lines(std::istream& file, int count) {
+    for (int i = 0; i < count; ++i) {
+        file.ignore(std::numeric_limits<std::streamsize>::max(), '\n');
+    }
+}
+
+}  // namespace
+
+void write_cue_list(std::ostream& file, const CueList& cues) {
+    file << kHeader << cues.sample_rate_hz << "\n";
+    for (const long long frame : cues.frames) {
+        file << frame << "\n0\n\n\n\n";
+    }
+}
+
+bool read_cue_list(const std::string& path, CueList& cues) {
+    std::ifstream file(path);
+    if (!file.is_open()) {
+        return false;
+    }
+    cues = CueList();
+    skip_lines(file, kLinesBeforeRate);
+    std::string rate;
+    std::getline(file, rate);
+    cues.sample_rate_hz = std::atoi(rate.c_str());
+    for (long long frame = 0; file >> frame;) {
+        cues.frames.push_back(frame);
+        skip_lines(file, kLinesAfterPosition);
+    }
+    return true;
+}
+
+long long nearest_wall(long long frame, int bin_frames) {
+    const long long bin = bin_frames;
+    return (2 * frame + bin) / (2 * bin) * bin;
+}
