@@ -3,10 +3,13 @@
 #include <boost/program_options.hpp>
 #include <exception>
 #include <fstream>
-#include <iostream>
 #include <iterator>
+#include <sstream>
+#include <string>
 
+#include "Common/reporting/failure.h"
 #include "Common/ss_util.h"
+#include "Common/version.h"
 
 namespace po = boost::program_options;
 
@@ -55,7 +58,6 @@ std::string normalize__target_level = "-18.0";
 
 namespace {
 
-constexpr const char* kVersion = "3.0.0";
 constexpr unsigned kLineLength = 80;
 constexpr unsigned kDescriptionColumn = 40;
 
@@ -79,6 +81,20 @@ const TuningOption kTuningOptions[] = {
      "limit maximum gain to this value (dB)"},
     {"bin-size,s", &options::bin_size, "50", "bin size (ms)"},
 };
+
+void say(const std::string& problem) {
+    reporting::say_failure(reporting::Kind::kOther, problem);
+}
+
+void show(reporting::Stream stream, const std::string& text) {
+    reporting::write_words(stream, text + "\n");
+}
+
+std::string text_of(const po::options_description& options) {
+    std::ostringstream text;
+    text << options;
+    return text.str();
+}
 
 int parse(CCLArgs& args, int argc, char** argv) {
     if (argc < 2) {
@@ -112,26 +128,27 @@ int parse(CCLArgs& args, int argc, char** argv) {
         const std::string path = values["options-file"].as<std::string>();
         std::ifstream file(path);
         if (!file) {
-            std::cerr << "error opening " << path << std::endl;
+            say("error opening " + path);
             return 1;
         }
         po::store(po::parse_config_file(file, allowed), values);
     }
     if (values.count("version") != 0) {
-        std::cout << kVersion << std::endl;
+        show(reporting::Stream::kOutput, kVersion);
         return 1;
     }
     if (values.count("help") != 0) {
-        std::cout << allowed << std::endl;
+        show(reporting::Stream::kOutput, text_of(allowed));
         return 1;
     }
     if (values.count("input-file") == 0 || values.count("output-file") == 0) {
-        std::cerr << allowed << std::endl;
+        reporting::note_failure(reporting::Kind::kOther, "an input and an output file are needed");
+        show(reporting::Stream::kError, text_of(allowed));
         return 1;
     }
     po::notify(values);
     if (!is_known_bit_depth(args.bit_depth)) {
-        std::cerr << "Unknown bit depth: " << args.bit_depth << std::endl;
+        say("Unknown bit depth: " + std::to_string(args.bit_depth));
         return 1;
     }
     return 0;
@@ -153,11 +170,11 @@ int CCLArgs::GetArgs(int argc, char** argv) {
     try {
         return parse(*this, argc, argv);
     } catch (const ss_empty_command_line_error&) {
-        std::cerr << "error: no arguments; try --help" << std::endl;
+        say("error: no arguments; try --help");
     } catch (const std::exception& failure) {
-        std::cerr << "error: " << failure.what() << std::endl;
+        say(std::string("error: ") + failure.what());
     } catch (...) {
-        std::cerr << "Exception of unknown type occured while parsing command line" << std::endl;
+        say("Exception of unknown type occured while parsing command line");
     }
     return 1;
 }

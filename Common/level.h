@@ -4,8 +4,12 @@
 /*
  * The leveling engine's public interface, for C and C++.
  *
- * The engine holds process-wide state: one run at a time in a process, on any thread.
+ * The engine holds process-wide state: one run at a time in a process, on any thread. A program
+ * supplies the two functions of platform.h, calls levelMain, and asks levelOutcome what came of it.
  */
+
+#include "Common/outcome.h"
+#include "Common/platform.h"
 
 #ifdef __cplusplus
 extern "C" {
@@ -36,7 +40,7 @@ int levelMain(
 
 /*
  * Asks the running and every later levelMain of this process to end with result 3, until
- * levelClearCancel is called. Both may be called from a signal handler.
+ * levelClearCancel is called. Both may be called from any thread and from a signal handler.
  */
 void levelRequestCancel(void);
 void levelClearCancel(void);
@@ -45,16 +49,25 @@ void levelClearCancel(void);
 void levelKeepIntermediates(int keep);
 
 /*
- * Two hooks that each program supplies.
- *
- * copyTemporaryDirectory returns the directory of the intermediate files as a path that begins and
- * ends with "/", in memory that the engine gives back with free(); a null pointer fails the run.
- *
- * moveFinalFile moves the finished file to the output path, replacing what is there. It reports its
- * own errors: the engine learns nothing of them.
+ * What came of the last levelMain of this process; its kind is kLevelNotRun before the first. Ask
+ * on the thread that ran it. See outcome.h for who owns what and for how long.
  */
-char* copyTemporaryDirectory(void);
-void moveFinalFile(const char* finalPath, const char* outputPath);
+const LevelOutcome* levelOutcome(void);
+
+/*
+ * With collect other than 0, later runs keep what their steps find for levelFindings, which returns
+ * a null pointer otherwise. It costs memory for the gain curve: 8 bytes per 50 ms.
+ */
+void levelCollectFindings(int collect);
+const LevelFindings* levelFindings(void);
+
+/*
+ * Later words of the engine go to messages instead of the standard streams: text as it would stand
+ * there, line ends included, and is_error other than 0 for the standard error stream. A null
+ * pointer gives the words back to the streams. Called on the thread that runs levelMain.
+ */
+typedef void (*LevelMessage)(void* context, int is_error, const char* text);
+void levelSetMessages(LevelMessage messages, void* context);
 
 #ifdef __cplusplus
 }

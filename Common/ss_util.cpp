@@ -7,19 +7,20 @@ constexpr const char* kSource = "Common/ss_util";
 }
 
 void ss_error::report() const {
-    log_msg(kSource, 96, "Unknown error.");
+    log_failure(kSource, 96, "Unknown error.");
 }
 
 void ss_alloc_error::report() const {
-    log_msg(kSource, 105, "Out of memory.");
+    log_failure(kSource, 105, "Out of memory.", reporting::Kind::kSystem);
 }
 
 void fail_allocation(const std::string& array_name,
                      const std::string& reason,
                      const std::string& source,
                      int line) {
-    log_msg(source, line,
-            "Error in allocating memory for " + array_name + ": " + reason + " (line " +
-                std::to_string(line) + ")");
+    log_failure(source, line,
+                "Error in allocating memory for " + array_name + ": " + reason + " (line " +
+                    std::to_string(line) + ")",
+                reporting::Kind::kSystem);
     throw ss_alloc_error();
 }

@@ -6,6 +6,8 @@
 #include <new>
 #include <string>
 
+#include "Common/reporting/cancel.h"
+
 /**
  * Root of the errors that the signal-processing steps throw: an error that writes its own message.
  * std::exception is a virtual base so that a class which hides its ss_error base can still be
@@ -23,8 +25,14 @@ class ss_alloc_error : public ss_error {
 
 class ss_empty_command_line_error : public ss_error {};
 
-/** Not an ss_error: it passes through the steps' handlers to the driver. */
-class ss_cancel_exception : public std::exception {};
+/**
+ * An error that reports itself though no handler for ss_error takes it. Whoever handles
+ * std::exception asks for this interface, and so needs to know no step's errors.
+ */
+class self_reporting : public virtual std::exception {
+  public:
+    virtual void report() const = 0;
+};
 
 /** Logs which array could not be had and why, then throws ss_alloc_error. */
 [[noreturn]] void fail_allocation(const std::string& array_name,

@@ -6,45 +6,48 @@
 
 namespace {
 constexpr const char* kSource = "Common/apply_gains/ag_common";
+
+/** Two lines, the library's reason on the second; together they are one cause. */
+void log_with_reason(int line, const std::string& text, const std::string& reason) {
+    reporting::note_failure(reporting::Kind::kSystem, text + ": " + reason);
+    log_msg(kSource, line, text);
+    log_msg(kSource, 56, reason);
 }
+}  // namespace
 
 void incompatible_frames_err::report() const {
-    log_msg(kSource, 24, "Program error: Incompatible frames");
+    log_failure(kSource, 24, "Program error: Incompatible frames");
 }
 
 void sf_err::report() const {
-    log_msg(kSource, 43, "Unknown soundfile error");
+    log_failure(kSource, 43, "Unknown soundfile error");
 }
 
 sf_open_err::sf_open_err(const std::string& file)
     : sf_err(SoundHandle()), file_(file), reason_(sf_strerror(nullptr)) {}
 
 void sf_open_err::report() const {
-    log_msg(kSource, 56, reason_);
+    log_failure(kSource, 56, reason_, reporting::Kind::kSystem);
 }
 
 void sf_open_input_err::report() const {
-    log_msg(kSource, 65, "Error opening " + file_ + " for input");
-    sf_open_err::report();
+    log_with_reason(65, "Error opening " + file_ + " for input", reason_);
 }
 
 void sf_open_output_err::report() const {
-    log_msg(kSource, 75, "Error opening " + file_ + " for output");
-    sf_open_err::report();
+    log_with_reason(75, "Error opening " + file_ + " for output", reason_);
 }
 
 void sf_io_err::report() const {
-    log_msg(kSource, 89, sf_strerror(handle_.get()));
+    log_failure(kSource, 89, sf_strerror(handle_.get()), reporting::Kind::kSystem);
 }
 
 void sf_read_err::report() const {
-    log_msg(kSource, 108, "Error reading from " + file_);
-    sf_io_err::report();
+    log_with_reason(108, "Error reading from " + file_, sf_strerror(handle_.get()));
 }
 
 void sf_write_err::report() const {
-    log_msg(kSource, 98, "Error writing to " + file_);
-    sf_io_err::report();
+    log_with_reason(98, "Error writing to " + file_, sf_strerror(handle_.get()));
 }
 
 InputSoundFile::InputSoundFile(const std::string& path) : path_(path) {

@@ -1,10 +1,10 @@
 #include "Common/files/copy_file.h"
 
 #include <boost/filesystem.hpp>
-#include <iostream>
 #include <stdexcept>
 
 #include "Common/files/whole_file.h"
+#include "Common/reporting/failure.h"
 
 int copy_file(std::string from, std::string to) {
     try {
@@ -13,7 +13,7 @@ int copy_file(std::string from, std::string to) {
             copy_whole(from, to);
         }
     } catch (const std::runtime_error& failure) {
-        std::cerr << failure.what() << std::endl;
+        reporting::say_failure(reporting::Kind::kSystem, failure.what());
         return 1;
     }
     return 0;

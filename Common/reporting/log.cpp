@@ -2,13 +2,16 @@
 
 #include <cstdio>
 #include <ctime>
-#include <iostream>
 
 void log_msg(const std::string& /*source*/, int /*line*/, const std::string& text) {
-    std::cout << text << std::endl;
+    reporting::write_words(reporting::Stream::kOutput, text + "\n");
 }
 
-int log_failure(const std::string& source, int line, const std::string& text) {
+int log_failure(const std::string& source,
+                int line,
+                const std::string& text,
+                reporting::Kind kind) {
+    reporting::note_failure(kind, text);
     log_msg(source, line, text);
     return 1;
 }
@@ -18,5 +21,5 @@ void ShowDuration(unsigned long start) {
     const double ticks = static_cast<double>(static_cast<unsigned long>(std::clock()) - start);
     char text[64];
     std::snprintf(text, sizeof text, "elapsed time: %4.1f seconds", ticks / kTicksPerSecond);
-    std::cout << text << std::endl;
+    log_msg("Common/level", __LINE__, text);
 }

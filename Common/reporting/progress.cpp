@@ -1,17 +1,11 @@
 #include "Common/reporting/progress.h"
 
 #include <cmath>
-#include <iostream>
+#include <string>
 
-#include "Common/ss_util.h"
+#include "Common/reporting/failure.h"
 
-void check_cancelled() {
-    if (gCancelled != 0) {
-        throw ss_cancel_exception();
-    }
-}
-
-CProgress::CProgress(double low, double high, LevelProgress callback, void* context)
+CProgress::CProgress(double low, double high, ProgressThunk callback, void* context)
     : low_(low), high_(high), callback_(callback), context_(context) {}
 
 void CProgress::show(double fraction) {
@@ -24,6 +18,6 @@ void CProgress::show(double fraction) {
     if (callback_ != nullptr) {
         callback_(context_, static_cast<float>(current_) / 100.0F);
     } else {
-        std::cout << "\r" << current_ << "%" << std::flush;
+        reporting::write_words(reporting::Stream::kOutput, "\r" + std::to_string(current_) + "%");
     }
 }

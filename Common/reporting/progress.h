@@ -1,9 +1,7 @@
 #pragma once
 
+#include "Common/reporting/cancel.h"
 #include "Common/reporting/run_state.h"
-
-/** Throws ss_cancel_exception while the cancel flag is set. */
-void check_cancelled();
 
 /**
  * Maps the progress of one step onto its share of the whole run's 0 to 100 scale and hands every
@@ -15,7 +13,7 @@ class CProgress {
     /** low, high: this step's range in percent of the whole run. */
     CProgress(double low,
               double high,
-              LevelProgress callback = gProgressThunk,
+              ProgressThunk callback = gProgressThunk,
               void* context = gProcessorPtr);
 
     /** fraction: 0.0 to 1.0 of this step. Throws ss_cancel_exception while the run is cancelled. */
@@ -26,7 +24,7 @@ class CProgress {
     double high_;
     int last_ = -1;
     int current_ = -1;
-    LevelProgress callback_;
+    ProgressThunk callback_;
     void* context_;
 };
 

@@ -1,8 +1,8 @@
 #pragma once
 
-#include <iostream>
 #include <string>
 
+#include "Common/reporting/failure.h"
 #include "Common/step/step_errors.h"
 #include "Common/step/step_options.h"
 
@@ -24,9 +24,9 @@ void parse_conditioning_options(StepOptions& options,
         result = {ParseResult::kFailed, "error: an input and an output sound file are needed"};
     }
     if (result.status == ParseResult::kHelp) {
-        std::cout << result.message << std::endl;
+        reporting::write_words(reporting::Stream::kOutput, result.message + "\n");
     } else if (result.status != ParseResult::kOk) {
-        std::cerr << result.message << std::endl;
+        reporting::say_failure(reporting::Kind::kOther, result.message);
     }
     if (result.status != ParseResult::kOk) {
         throw step_errors::command_line_error<Step>();

@@ -1,10 +1,9 @@
 #include "Common/step/failure.h"
 
 #include <exception>
-#include <iostream>
 
 #include "Common/audio/frame_file.h"
-#include "Common/gate/gate.h"
+#include "Common/reporting/failure.h"
 #include "Common/ss_util.h"
 
 void report_current_failure() {
@@ -12,13 +11,14 @@ void report_current_failure() {
         throw;
     } catch (const ss_cancel_exception&) {
         throw;
-    } catch (const gate::ss_sf_write_error& failure) {  // hides its ss_error base
+    } catch (const self_reporting& failure) {
         failure.report();
     } catch (const ss_error& failure) {
         failure.report();
     } catch (const printable_err& failure) {
         failure.report();
     } catch (const std::exception& failure) {
-        std::cerr << failure.what() << std::flush;
+        reporting::note_failure(reporting::Kind::kOther, failure.what());
+        reporting::write_words(reporting::Stream::kError, failure.what());
     }
 }

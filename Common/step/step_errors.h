@@ -2,7 +2,6 @@
 
 #include <sndfile.h>
 
-#include <iostream>
 #include <string>
 
 #include "Common/reporting/log.h"
@@ -24,7 +23,7 @@ struct ToStandardError {
     static constexpr bool kLibraryText = true;
 
     static void report(const char* /*name*/, int /*line*/, const std::string& text) {
-        std::cerr << text << std::endl;
+        reporting::write_words(reporting::Stream::kError, text + "\n");
     }
 };
 
@@ -41,6 +40,13 @@ struct ToLog {
 template <class Step>
 void say(int line, const std::string& text) {
     Step::report(Step::kName, line, text);
+}
+
+/** Writes it and notes it as the failure of a file. */
+template <class Step>
+void say_file_failure(int line, const std::string& text) {
+    reporting::note_failure(reporting::Kind::kSystem, text);
+    say<Step>(line, text);
 }
 
 /** "" or the sound-file library's text for the failed open, on a line of its own. */
@@ -79,7 +85,7 @@ class sf_io_error : public file_error<Step> {
   public:
     using file_error<Step>::file_error;
 
-    void report() const override { say<Step>(61, "Sound file i/o error."); }
+    void report() const override { say_file_failure<Step>(61, "Sound file i/o error."); }
 };
 
 template <class Step>
@@ -94,7 +100,8 @@ class sf_openinput_error : public sf_open_error<Step> {
     using sf_open_error<Step>::sf_open_error;
 
     void report() const override {
-        say<Step>(91, "Error opening " + this->file_ + " for input" + library_text<Step>());
+        say_file_failure<Step>(
+            91, "Error opening " + this->file_ + " for input" + library_text<Step>());
     }
 };
 
@@ -104,7 +111,8 @@ class sf_openoutput_error : public sf_open_error<Step> {
     using sf_open_error<Step>::sf_open_error;
 
     void report() const override {
-        say<Step>(102, "Error opening " + this->file_ + " for output" + library_text<Step>());
+        say_file_failure<Step>(
+            102, "Error opening " + this->file_ + " for output" + library_text<Step>());
     }
 };
 
@@ -114,6 +122,9 @@ class sf_unexpected_eof : public sf_io_error<Step> {
     using sf_io_error<Step>::sf_io_error;
 
     void report() const override {
+        reporting::note_failure(
+            reporting::Kind::kSystem,
+            "Error reading " + this->file_ + ": expected more samples; it may be corrupt");
         say<Step>(72, "Error reading " + this->file_);
         say<Step>(73, "Expected more samples");
         say<Step>(74, "The sound file may be corrupt");
@@ -125,7 +136,9 @@ class sf_seek_error : public sf_io_error<Step> {
   public:
     using sf_io_error<Step>::sf_io_error;
 
-    void report() const override { say<Step>(__LINE__, "Error seeking in " + this->file_); }
+    void report() const override {
+        say_file_failure<Step>(__LINE__, "Error seeking in " + this->file_);
+    }
 };
 
 /**
@@ -133,7 +146,7 @@ class sf_seek_error : public sf_io_error<Step> {
  * errors do not match, the error passes on to whoever handles std::exception.
  */
 template <class Step>
-class sf_write_error : private sf_io_error<Step>, public virtual std::exception {
+class sf_write_error : private sf_io_error<Step>, public self_reporting {
   public:
     /** reason: the library's, asked for while the file is still open. */
     sf_write_error(const std::string& file,
@@ -143,9 +156,10 @@ class sf_write_error : private sf_io_error<Step>, public virtual std::exception 
         : sf_io_error<Step>(file), expected_(expected), written_(written), reason_(reason) {}
 
     void report() const override {
-        say<Step>(__LINE__, "Error writing to " + this->file_ + "\nExpected to write " +
-                                std::to_string(expected_) + ", instead wrote " +
-                                std::to_string(written_) + "\n" + reason_);
+        say_file_failure<Step>(__LINE__, "Error writing to " + this->file_ +
+                                             "\nExpected to write " + std::to_string(expected_) +
+                                             ", instead wrote " + std::to_string(written_) + "\n" +
+                                             reason_);
     }
 
   private:
@@ -167,6 +181,9 @@ class sf_too_many_channels_error : public sf_format_error<Step> {
         : sf_format_error<Step>(file), channels_(channels) {}
 
     void report() const override {
+        reporting::note_failure(reporting::Kind::kOther, this->file_ + ": it has " +
+                                                             std::to_string(channels_) +
+                                                             " channels, at most 2 can be leveled");
         say<Step>(43, std::string(Step::kName) + ": cannot process more than 2 channels; " +
                           this->file_ + " has " + std::to_string(channels_));
     }
@@ -180,7 +197,10 @@ class sf_input_silent_error : public sf_format_error<Step> {
   public:
     using sf_format_error<Step>::sf_format_error;
 
-    void report() const override { say<Step>(51, this->file_ + " is silent"); }
+    void report() const override {
+        reporting::note_failure(reporting::Kind::kNothingToLevel, this->file_ + " is silent");
+        say<Step>(51, this->file_ + " is silent");
+    }
 };
 
 }  // namespace step_errors

@@ -1,0 +1,47 @@
+#include "Common/reporting/failure.h"
+
+#include <iostream>
+
+namespace reporting {
+
+namespace {
+
+Failure failure;
+MessageSink sink = nullptr;
+void* sink_context = nullptr;
+
+}  // namespace
+
+void note_failure(Kind kind, const std::string& text) {
+    if (failure.kind == Kind::kNone && !text.empty()) {
+        failure = {kind, text};
+    }
+}
+
+const Failure& first_failure() {
+    return failure;
+}
+
+void forget_failure() {
+    failure = Failure();
+}
+
+void say_failure(Kind kind, const std::string& text) {
+    note_failure(kind, text);
+    write_words(Stream::kError, text + "\n");
+}
+
+void set_message_sink(MessageSink new_sink, void* context) {
+    sink = new_sink;
+    sink_context = context;
+}
+
+void write_words(Stream stream, const std::string& text) {
+    if (sink != nullptr) {
+        sink(sink_context, stream, text);
+    } else {
+        (stream == Stream::kError ? std::cerr : std::cout) << text << std::flush;
+    }
+}
+
+}  // namespace reporting

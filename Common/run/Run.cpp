@@ -1,0 +1,405 @@
+#include "Common/run/Run.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <boost/filesystem.hpp>
+#include <boost/thread/lock_types.hpp>
+#include <boost/thread/mutex.hpp>
+#include <cstdio>
+#include <cstdlib>
+#include <stdexcept>
+#include <vector>
+
+#include "Common/apply_gains/ag_common.h"
+#include "Common/audio/SoundFile.h"
+#include "Common/audio/finite.h"
+#include "Common/audio/is_constant.h"
+#include "Common/calc_rms/calc_rms.h"
+#include "Common/calculate_gains/calculate_gains.h"
+#include "Common/files/copy_file.h"
+#include "Common/gate/gate.h"
+#include "Common/highpass/highpass.h"
+#include "Common/normalize/normalize.h"
+#include "Common/platform.h"
+#include "Common/reduce_loud/reduce_loud.h"
+#include "Common/reduce_loud_peak/reduce_loud_peak.h"
+#include "Common/reporting/findings.h"
+#include "Common/reporting/log.h"
+#include "Common/reporting/progress.h"
+#include "Common/run/argv.h"
+#include "Common/run/constants.h"
+#include "Common/run/free_space.h"
+#include "Common/run/outcome_record.h"
+#include "Common/smooth_gains/smooth_gains.h"
+#include "Common/ss_util.h"
+#include "Common/step/failure.h"
+#include "Common/wrap_segment/wrap_segment.h"
+
+namespace fs = boost::filesystem;
+
+namespace {
+
+constexpr const char* kSource = "Common/level";
+constexpr double kGateBelowLevel_db = 18.0;  // the gate's threshold stands this far below
+constexpr double kHighestGateThreshold_db = -40.0;
+constexpr double kQuietDelta_db = -12.0;
+
+bool keeping_intermediates = false;
+boost::mutex temporary_directory_mutex;
+
+int call_step(int (*entry)(int, const char**), std::initializer_list<std::string> words) {
+    Argv arguments(words);
+    return entry(arguments.argc(), arguments.argv());
+}
+
+/** For the copies that are made without a look at every sample. */
+void refuse_non_finite_samples(SoundFile& file, const SF_INFO& info) {
+    constexpr int kBlockFrames = 8192;
+    FiniteGuard guard(file.path(), info);
+    if (!guard.needed()) {
+        return;
+    }
+    std::vector<double> block(static_cast<std::size_t>(kBlockFrames) * info.channels);
+    sf_seek(file.handle().get(), 0, SEEK_SET);
+    for (long long frames = 0; (frames = file.ReadDoubleFrames(block.data(), kBlockFrames)) > 0;) {
+        guard.check(block.data(), frames * info.channels);
+    }
+}
+
+/** Whether the first frame is all zero: a constant recording is then silent. */
+bool begins_with_zero(SoundFile& file, const SF_INFO& info) {
+    std::vector<double> frame(static_cast<std::size_t>(info.channels));
+    sf_seek(file.handle().get(), 0, SEEK_SET);
+    file.ReadDoubleFrames(frame.data(), 1);
+    return std::all_of(frame.begin(), frame.end(), [](double sample) { return sample == 0.0; });
+}
+
+/** Refuses, before any work, a format that the library reads but does not write. */
+void require_writable_format(const std::string& path, SF_INFO info, int bit_depth) {
+    if (bit_depth != 0) {
+        info.format = normalize::output_format(info.format, bit_depth);
+    }
+    if (info.channels <= 2 && sf_format_check(&info) == SF_FALSE) {
+        throw std::runtime_error(path + ": cannot write the format " + format_name(info.format));
+    }
+}
+
+/** What the names of the intermediate files begin with; input_stem serves where there is no "/". */
+std::string temporary_base(const std::string& input_stem) {
+    if (!fs::exists("/")) {
+        return input_stem;
+    }
+    boost::unique_lock<boost::mutex> lock(temporary_directory_mutex);
+    char* directory = copyTemporaryDirectory();
+    if (directory == nullptr || *directory == '\0') {
+        std::free(directory);
+        throw std::runtime_error("There is no directory for temporary files.");
+    }
+    std::string base = std::string("/") + (directory + 1);
+    std::free(directory);
+    return base;
+}
+
+/**
+ * Removes a file of an earlier run. What stands there may also be a link that somebody put into a
+ * shared folder: a step that opened it would write over what it points to.
+ */
+void remove_old(const std::string& path) {
+    ::unlink(path.c_str());
+}
+
+std::string format_db(double level_db) {
+    char text[32];
+    std::snprintf(text, sizeof text, "%.1lf", level_db);
+    return text;
+}
+
+}  // namespace
+
+/** Thrown inside Run where a result is known and nothing is left to do. */
+struct Run::EndOfRun {
+    Result result;
+};
+
+void Run::keep_intermediates(bool keep) {
+    keeping_intermediates = keep;
+}
+
+int Run::go() {
+    OutcomeRecord& record = OutcomeRecord::instance();
+    try {
+        look_at_input();
+        prepare_intermediates();
+        conditioned_ = args_.input_file;
+        if (!kSkipConditioning) {
+            filter();
+            gate_noise();
+            reduce_peaks();
+            reduce_loud_passages();
+        }
+        measure_levels();
+        find_segments();
+        calculate_segment_gains();
+        smooth_gain_curve();
+        apply_gain_curve();
+        normalize_and_deliver();
+        record.succeed(kLevelLeveled);
+        return kSuccess;
+    } catch (const EndOfRun& end) {
+        if (end.result == kFailure) {
+            record.fail(step_, intermediates_);
+        }
+        return end.result;
+    } catch (const ss_cancel_exception&) {
+        throw;
+    } catch (const std::exception&) {
+        report_current_failure();
+        record.fail(step_, intermediates_);
+        return kFailure;
+    }
+}
+
+void Run::look_at_input() {
+    boost::system::error_code error;
+    const fs::file_type type = fs::status(args_.input_file, error).type();
+    if (type == fs::file_not_found || type == fs::status_error) {
+        fail(169, "Could not find " + args_.input_file);
+    }
+    SoundFile input(args_.input_file, true);
+    input.GetInfo(&info_);
+    check_cancelled();
+    LevelFindings& found = findings();
+    found.sample_rate_hz = info_.samplerate;
+    found.channels = info_.channels;
+    found.frames = info_.frames;
+
+    const double duration_s = static_cast<double>(info_.frames) / info_.samplerate;
+    if (duration_s < kShortestInput_s) {
+        refuse_non_finite_samples(input, info_);
+        copy_input(kLevelCopiedTooShort, "shorter than 0.05 s");
+    }
+    if (is_constant(input, info_)) {
+        refuse_non_finite_samples(input, info_);
+        copy_input(kLevelCopiedConstant,
+                   begins_with_zero(input, info_) ? "silent" : "every sample is the same");
+    }
+    if (duration_s < 0.0) {  // no real file gets here
+        if (normalize_into(args_.input_file, args_.output_file) != 0) {
+            fail(229, "error in normalization step");
+        }
+        OutcomeRecord::instance().succeed(kLevelLeveled);
+        throw EndOfRun{kSuccess};
+    }
+    require_writable_format(args_.input_file, info_, args_.bit_depth);
+}
+
+void Run::prepare_intermediates() {
+    const std::size_t dot = args_.input_file.rfind('.');
+    if (dot == std::string::npos) {
+        fail(243, "Could not find extension for input sound file");
+    }
+    const std::string base = temporary_base(args_.input_file.substr(0, dot));
+    intermediates_ = Intermediates(base, args_.input_file.substr(dot));
+    require_free_space(args_.input_file, base);
+    intermediates_.require_apart(args_.input_file, args_.output_file);
+}
+
+void Run::filter() {
+    const std::string filtered = begin_step(1, Intermediate::kFiltered);
+    Argv words{"highpass",
+               "--highpass__low",
+               options::highpass__low,
+               "--highpass__high",
+               options::highpass__high,
+               "--highpass__verbosity",
+               options::highpass__verbosity,
+               args_.input_file,
+               filtered};
+    filtered_level_db_ = highpass::_tmain(words.argc(), words.argv());
+    require_step(334, filtered_level_db_ < 0.0);
+    findings().filtered_level_db = filtered_level_db_;
+}
+
+void Run::gate_noise() {
+    const std::string gated = begin_step(2, Intermediate::kGated);
+    const std::string filtered = path(Intermediate::kFiltered);
+    const double threshold_db =
+        std::min(filtered_level_db_ - kGateBelowLevel_db, kHighestGateThreshold_db);
+    const std::string threshold = format_db(threshold_db);
+    findings().gate_threshold_db = std::atof(threshold.c_str());
+    require_step(396, call_step(gate::_tmain, {"gate",
+                                               "--gate__attenuation_max",
+                                               options::gate__attenuation_max,
+                                               "--gate__attenuation_min",
+                                               options::gate__attenuation_min,
+                                               "--gate__threshold_attack",
+                                               threshold,
+                                               "--gate__threshold_release",
+                                               threshold,
+                                               "--gate__attack",
+                                               options::gate__attack,
+                                               "--gate__release",
+                                               options::gate__release,
+                                               "--gate__hold_time",
+                                               options::gate__hold_time,
+                                               "--gate__buffer_size",
+                                               options::gate__buffer_size,
+                                               "--gate__anticipate_attack",
+                                               options::gate__anticipate_attack,
+                                               "--gate__verbosity",
+                                               options::gate__verbosity,
+                                               filtered,
+                                               gated}) == 0);
+    done_with({filtered});
+}
+
+void Run::reduce_peaks() {
+    const std::string without_peaks = begin_step(3, Intermediate::kWithoutPeaks);
+    const std::string gated = path(Intermediate::kGated);
+    const int result =
+        call_step(reduce_loud_peak::_tmain,
+                  {"reduce_loud_peak", "--level_diff", options::peak__level_diff, "--attack",
+                   options::peak__attack, "--release", options::peak__release, "--noise-floor",
+                   options::peak__noise_floor, "--bin-size", options::peak__bin_size, "--verbosity",
+                   options::peak__verbosity, gated, without_peaks});
+    // A file that cannot be read or written says nothing about the recording: that is a failure.
+    require_step(446, result == 0 || reporting::first_failure().kind != reporting::Kind::kSystem);
+    if (result != 0) {
+        log_msg(kSource, 446,
+                "Step 3 did not complete successfully, will copy input to output and bail");
+        copy_input(kLevelCopiedQuiet,
+                   reporting::first_failure().kind == reporting::Kind::kNothingToLevel
+                       ? "nothing in it is louder than the noise floor of " +
+                             options::peak__noise_floor + " dB"
+                       : "its loud peaks could not be reduced: " +
+                             intermediates_.without_paths(reporting::first_failure().text));
+    }
+    done_with({gated});
+}
+
+void Run::reduce_loud_passages() {
+    conditioned_ = begin_step(4, Intermediate::kConditioned);
+    const std::string without_peaks = path(Intermediate::kWithoutPeaks);
+    require_step(492, call_step(reduce_loud::_tmain,
+                                {"reduce_loud", "--level_diff", options::level_diff, "--attack",
+                                 options::attack, "--release", options::release, "--noise-floor",
+                                 options::noise_floor, "--bin-size", options::bin_size,
+                                 without_peaks, conditioned_}) == 0);
+    done_with({without_peaks});
+}
+
+void Run::measure_levels() {
+    const std::string levels = begin_step(5, Intermediate::kLevels);
+    require_step(528, call_step(calc_rms::_tmain, {"calc_rms", conditioned_, levels}) == 0);
+}
+
+void Run::find_segments() {
+    const std::string cues = begin_step(6, Intermediate::kCues);
+    const std::string levels = path(Intermediate::kLevels);
+    require_step(
+        553, wrap_segment::wrap_segment(levels, "whereisthisused", "..\\options_segment.txt", cues,
+                                        kQuietDelta_db, info_.samplerate, kBin_s) == 0);
+    done_with({levels});
+}
+
+void Run::calculate_segment_gains() {
+    const std::string segment_levels = begin_step(7, Intermediate::kSegmentLevels);
+    const std::string gains = add_output(Intermediate::kGains);
+    const std::string cues = path(Intermediate::kCues);
+    require_step(601, call_step(calculate_gains::_tmain,
+                                {"calculate_gains", "--noise-threshold", options::noise_threshold,
+                                 "--bin-size", options::bin_size, "--gains-file", gains,
+                                 "--rms-file", segment_levels, "--gain-limit", options::gain_limit,
+                                 conditioned_, cues}) == 0);
+    OutcomeRecord::instance().collect_passages(cues, segment_levels, gains);
+    done_with({cues});
+}
+
+void Run::smooth_gain_curve() {
+    const std::string smoothed = begin_step(8, Intermediate::kSmoothedGains);
+    const std::string gains = path(Intermediate::kGains);
+    require_step(630, call_step(smooth_gains::_tmain,
+                                {"smooth_gains", "-a", "40", "-b", "2", gains, smoothed}) == 0);
+    OutcomeRecord::instance().collect_gain_curve(smoothed);
+    done_with({path(Intermediate::kSegmentLevels), gains});
+}
+
+void Run::apply_gain_curve() {
+    const std::string leveled = begin_step(9, Intermediate::kLeveled);
+    const std::string smoothed = path(Intermediate::kSmoothedGains);
+    apply_gains::ApplyGains(kBin_ms, smoothed, conditioned_, leveled);
+    done_with({smoothed});
+    if (conditioned_ != args_.input_file) {
+        done_with({conditioned_});
+    }
+    check_cancelled();
+    if (!fs::exists(leveled)) {
+        fail(684, "Could not find " + leveled);
+    }
+}
+
+void Run::normalize_and_deliver() {
+    step_ = 10;
+    reporting::forget_failure();
+    const std::string leveled = path(Intermediate::kLeveled);
+    const std::string final_file = path(Intermediate::kFinal);
+    remove_old(final_file);
+    require_step(707, normalize_into(leveled, final_file) == 0);
+    done_with({leveled});
+    require_step(724, fs::exists(final_file));
+    moveFinalFile(final_file.c_str(), args_.output_file.c_str());
+}
+
+int Run::normalize_into(const std::string& from, const std::string& to) {
+    return call_step(normalize::_tmain, {"normalize", "-l", options::normalize__target_level, "-b",
+                                         std::to_string(args_.bit_depth), from, to});
+}
+
+/** Begins a step: the file that it will write belongs to the run from now on. */
+std::string Run::begin_step(int step, Intermediate output) {
+    check_cancelled();
+    step_ = step;
+    reporting::forget_failure();
+    return add_output(output);
+}
+
+std::string Run::add_output(Intermediate output) {
+    const std::string file = path(output);
+    temp_files_.add(file);
+    remove_old(file);
+    return file;
+}
+
+/** Deletes the files that no later step reads. */
+void Run::done_with(std::initializer_list<std::string> paths) {
+    for (const std::string& file : paths) {
+        temp_files_.markForDeletion(file);
+    }
+    if (!keeping_intermediates) {
+        temp_files_.deleteMarked();
+    }
+}
+
+void Run::require_step(int mark, bool success) {
+    if (!success) {
+        log_msg(kSource, mark, "Step " + std::to_string(step_) + " did not complete successfully");
+        throw EndOfRun{kFailure};
+    }
+}
+
+void Run::fail(int mark, const std::string& message) {
+    log_failure(kSource, mark, message);
+    throw EndOfRun{kFailure};
+}
+
+void Run::copy_input(LevelOutcomeKind kind, const std::string& reason) {
+    CProgress(progress_range::kDone.low, progress_range::kDone.high).show(1.0);
+    reporting::forget_failure();
+    step_ = 0;
+    if (copy_file(args_.input_file, args_.output_file) != 0) {
+        throw EndOfRun{kFailure};
+    }
+    OutcomeRecord::instance().succeed(kind, reason);
+    throw EndOfRun{kSuccess};
+}

@@ -1,0 +1,74 @@
+#pragma once
+
+#include <sndfile.h>
+
+#include <initializer_list>
+#include <string>
+
+#include "Common/CommandLine.h"
+#include "Common/outcome.h"
+#include "Common/run/intermediates.h"
+#include "Common/run/temp_files.h"
+
+/** What levelMain returns. */
+enum Result { kSuccess = 0, kFailure = 1, kCancelled = 3 };
+
+/**
+ * One run over one file: looks at the input, lets the ten steps work in their order, each on the
+ * file that the one before wrote, and hands the last file to the platform.
+ *
+ * Three inputs are copied instead: shorter than 0.05 s, constant, and one in which the loud-peak
+ * step finds nothing above its noise floor. A step that fails ends the run, and then the
+ * intermediate files stay; otherwise each is removed when no later step reads it. What came of the
+ * run is told to the OutcomeRecord.
+ */
+class Run {
+  public:
+    explicit Run(const CCLArgs& args) : args_(args) {}
+
+    /**
+     * Returns a Result. ss_cancel_exception and what is no std::exception pass on; every other
+     * exception is reported.
+     */
+    int go();
+
+    /** With true, all later runs of the process leave their intermediate files where they are. */
+    static void keep_intermediates(bool keep);
+
+  private:
+    struct EndOfRun;
+
+    void look_at_input();
+    void prepare_intermediates();
+
+    // The steps 1 to 10.
+    void filter();
+    void gate_noise();
+    void reduce_peaks();
+    void reduce_loud_passages();
+    void measure_levels();
+    void find_segments();
+    void calculate_segment_gains();
+    void smooth_gain_curve();
+    void apply_gain_curve();
+    void normalize_and_deliver();
+
+    int normalize_into(const std::string& from, const std::string& to);
+    void require_step(int mark, bool success);
+    [[noreturn]] static void fail(int mark, const std::string& message);
+    [[noreturn]] void copy_input(LevelOutcomeKind kind, const std::string& reason);
+
+    std::string path(Intermediate file) const { return intermediates_.path(file); }
+
+    std::string begin_step(int step, Intermediate output);
+    std::string add_output(Intermediate output);
+    void done_with(std::initializer_list<std::string> paths);
+
+    const CCLArgs& args_;
+    Intermediates intermediates_;
+    TempFileList temp_files_;
+    SF_INFO info_{};
+    std::string conditioned_;
+    double filtered_level_db_ = 0.0;
+    int step_ = 0;  // the one under way
+};

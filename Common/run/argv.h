@@ -1,0 +1,26 @@
+#pragma once
+
+#include <initializer_list>
+#include <string>
+#include <vector>
+
+/** A step's argument vector, which owns its strings. */
+class Argv {
+  public:
+    Argv(std::initializer_list<std::string> words) : words_(words) {
+        for (const std::string& word : words_) {
+            pointers_.push_back(word.c_str());
+        }
+    }
+
+    Argv(const Argv&) = delete;
+    Argv& operator=(const Argv&) = delete;
+
+    int argc() const { return static_cast<int>(pointers_.size()); }
+
+    const char** argv() { return pointers_.data(); }
+
+  private:
+    std::vector<std::string> words_;
+    std::vector<const char*> pointers_;
+};

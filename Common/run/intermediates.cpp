@@ -1,0 +1,78 @@
+#include "Common/run/intermediates.h"
+
+#include <boost/filesystem.hpp>
+#include <stdexcept>
+#include <utility>
+
+namespace fs = boost::filesystem;
+
+namespace {
+
+struct Name {
+    Intermediate file;
+    const char* suffix;
+    bool is_audio;  // then the input's extension follows
+    int step;       // that writes it
+};
+
+constexpr Name kNames[] = {
+    {Intermediate::kFiltered, "_01", true, 1},
+    {Intermediate::kGated, "_02", true, 2},
+    {Intermediate::kWithoutPeaks, "_03", true, 3},
+    {Intermediate::kConditioned, "_04", true, 4},
+    {Intermediate::kLevels, "_05.txt", false, 5},
+    {Intermediate::kCues, "_06.clt", false, 6},
+    {Intermediate::kSegmentLevels, "_07.txt", false, 7},
+    {Intermediate::kGains, "_08.txt", false, 7},
+    {Intermediate::kSmoothedGains, "_09.txt", false, 8},
+    {Intermediate::kLeveled, "_10", true, 9},
+    {Intermediate::kFinal, "_final", true, 10},
+};
+
+/** One file, now or once both are written: by path, by device and inode, or through links. */
+bool is_same_file(const std::string& a, const std::string& b) {
+    boost::system::error_code ignored;
+    if (a == b || fs::equivalent(a, b, ignored)) {
+        return true;
+    }
+    const fs::path plain = fs::weakly_canonical(a, ignored);
+    return !plain.empty() && plain == fs::weakly_canonical(b, ignored);
+}
+
+}  // namespace
+
+Intermediates::Intermediates(std::string base, std::string extension)
+    : base_(std::move(base)), extension_(std::move(extension)) {}
+
+std::string Intermediates::path(Intermediate file) const {
+    const Name& name = kNames[static_cast<std::size_t>(file)];
+    return base_ + name.suffix + (name.is_audio ? extension_ : "");
+}
+
+std::string Intermediates::without_paths(std::string text) const {
+    for (const Name& name : kNames) {
+        const std::string path = this->path(name.file);
+        const std::string words = "the temporary file of step " + std::to_string(name.step);
+        for (std::size_t at = 0; (at = text.find(path, at)) != std::string::npos;) {
+            text.replace(at, path.size(), words);
+            at += words.size();
+        }
+    }
+    return text;
+}
+
+void Intermediates::require_apart(const std::string& input, const std::string& output) const {
+    for (const Name& name : kNames) {
+        const std::string path = this->path(name.file);
+        if (is_same_file(input, path)) {
+            throw std::runtime_error(input +
+                                     ": it stands where a temporary file would be written, " +
+                                     path + "; nothing was done");
+        }
+        if (is_same_file(output, path)) {
+            throw std::runtime_error(input + ": the output " + output +
+                                     " stands where a temporary file would be written; nothing "
+                                     "was done");
+        }
+    }
+}

@@ -1,0 +1,120 @@
+#include "Common/run/outcome_record.h"
+
+#include <algorithm>
+#include <cstddef>
+
+#include "Common/files/cue_list.h"
+#include "Common/files/series.h"
+#include "Common/reporting/findings.h"
+#include "Common/run/constants.h"
+#include "Common/units.h"
+
+namespace {
+
+std::string replace_all(std::string text, const std::string& what, const std::string& with) {
+    for (std::size_t at = 0; !what.empty() && (at = text.find(what, at)) != std::string::npos;) {
+        text.replace(at, what.size(), with);
+        at += with.size();
+    }
+    return text;
+}
+
+/** One line without an end. */
+std::string joined_lines(std::string text) {
+    while (!text.empty() && (text.back() == '\n' || text.back() == ' ')) {
+        text.pop_back();
+    }
+    return replace_all(text, "\n", ": ");
+}
+
+}  // namespace
+
+OutcomeRecord& OutcomeRecord::instance() {
+    static OutcomeRecord record;
+    return record;
+}
+
+void OutcomeRecord::begin_run() {
+    reporting::forget_failure();
+    forget_findings();
+    passages_.clear();
+    gains_.clear();
+    input_.clear();
+    set(kLevelNotRun, "");
+}
+
+void OutcomeRecord::set(LevelOutcomeKind kind, const std::string& reason) {
+    reason_ = reason;
+    cause_ = reason.empty() || input_.empty() ? reason : input_ + ": " + reason;
+    outcome_ = {kind, 0, 0, cause_.c_str(), reason_.c_str()};
+}
+
+void OutcomeRecord::succeed(LevelOutcomeKind kind, const std::string& reason) {
+    set(kind, reason);
+}
+
+void OutcomeRecord::cancel() {
+    set(kLevelCancelled, "it was cancelled");
+}
+
+void OutcomeRecord::fail(int step, const Intermediates& intermediates) {
+    const reporting::Failure& failure = reporting::first_failure();
+    std::string text = joined_lines(failure.text);
+    if (text.empty()) {
+        text = step > 0 ? "step " + std::to_string(step) + " failed and did not say why"
+                        : "the engine failed and did not say why";
+    }
+    text = intermediates.without_paths(text);
+    const std::string prefix = input_ + ": ";
+    const bool names_input = !input_.empty() && text.compare(0, prefix.size(), prefix) == 0;
+    set(kLevelFailed,
+        replace_all(names_input ? text.substr(prefix.size()) : text, input_, "the recording"));
+    outcome_.failed_step = step;
+    outcome_.system_failure = failure.kind == reporting::Kind::kSystem ? 1 : 0;
+}
+
+void OutcomeRecord::collect_passages(const std::string& cues,
+                                     const std::string& levels,
+                                     const std::string& gains) {
+    CueList list;
+    if (!collecting_ || !read_cue_list(cues, list)) {
+        return;
+    }
+    const LevelFindings& found = ::findings();
+    const int bin_frames = ms_to_frames(kBin_ms, found.sample_rate_hz);
+    const std::vector<double> levels_db = read_series(levels);
+    const std::vector<double> bin_gains = read_series(gains);
+    if (bin_frames < 1) {
+        return;
+    }
+    long long begin = 0;
+    for (std::size_t i = 0; i < levels_db.size(); ++i) {
+        const long long end =
+            i < list.frames.size() ? nearest_wall(list.frames[i], bin_frames) : found.frames;
+        const auto bin = static_cast<std::size_t>(begin / bin_frames);
+        if (end > begin && !bin_gains.empty()) {
+            passages_.push_back(
+                {begin, end, levels_db[i], bin_gains[std::min(bin, bin_gains.size() - 1)]});
+        }
+        begin = end;
+    }
+}
+
+void OutcomeRecord::collect_gain_curve(const std::string& smoothed_gains) {
+    if (collecting_) {
+        gains_ = read_series(smoothed_gains);
+        ::findings().bin_s = kBin_s;
+    }
+}
+
+const LevelFindings* OutcomeRecord::findings() const {
+    if (!collecting_) {
+        return nullptr;
+    }
+    LevelFindings& found = ::findings();
+    found.passage_count = passages_.size();
+    found.passages = passages_.data();
+    found.gain_count = gains_.size();
+    found.gains = gains_.data();
+    return &found;
+}

@@ -1,0 +1,60 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "Common/outcome.h"
+#include "Common/reporting/failure.h"
+#include "Common/run/intermediates.h"
+
+/**
+ * The outcome of this process's last run, behind the C interface: it owns the texts and the arrays
+ * that the C structures point to.
+ */
+class OutcomeRecord {
+  public:
+    static OutcomeRecord& instance();
+
+    /** Forgets the last run; the next one is for this input. */
+    void begin_run();
+
+    void set_input(const std::string& input) { input_ = input; }
+
+    /** The run was a success of this kind; reason says why an input was copied. */
+    void succeed(LevelOutcomeKind kind, const std::string& reason = "");
+
+    void cancel();
+
+    /**
+     * The run failed: in this step, or with 0 before or after them. The cause is the failure that
+     * was noted first, with words in place of the intermediate files' paths.
+     */
+    void fail(int step, const Intermediates& intermediates);
+
+    const LevelOutcome& outcome() const { return outcome_; }
+
+    void collect_findings(bool collect) { collecting_ = collect; }
+
+    bool is_collecting() const { return collecting_; }
+
+    /** Reads steps 6 and 7's files; the last passage ends with the recording. */
+    void collect_passages(const std::string& cues,
+                          const std::string& levels,
+                          const std::string& gains);
+
+    void collect_gain_curve(const std::string& smoothed_gains);
+
+    /** What was found, or null when nobody asked for it. */
+    const LevelFindings* findings() const;
+
+  private:
+    void set(LevelOutcomeKind kind, const std::string& reason);
+
+    LevelOutcome outcome_{kLevelNotRun, 0, 0, "", ""};
+    std::string input_;
+    std::string cause_;
+    std::string reason_;
+    bool collecting_ = false;
+    std::vector<LevelPassage> passages_;
+    std::vector<double> gains_;
+};
