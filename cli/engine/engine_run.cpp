@@ -9,8 +9,8 @@
 #include "cli/audio/sound_file.h"
 #include "cli/engine/hooks.h"
 #include "cli/engine/passages.h"
+#include "cli/facts/file_error.h"
 #include "cli/storage/private_directory.h"
-#include "cli/worker/file_error.h"
 
 namespace cli {
 namespace fs = std::filesystem;

@@ -13,9 +13,9 @@
 #include "cli/audio/measure.h"
 #include "cli/audio/sound_file.h"
 #include "cli/engine/engine_run.h"
+#include "cli/facts/file_error.h"
 #include "cli/storage/staged_output.h"
 #include "cli/worker/carrier.h"
-#include "cli/worker/file_error.h"
 
 /*
  * The work on one file is a list of stages, kStages, each a function that takes what the ones

@@ -13,9 +13,9 @@
 #include "cli/audio/audio_formats.h"
 #include "cli/audio/recode.h"
 #include "cli/audio/sound_file.h"
+#include "cli/facts/file_error.h"
 #include "cli/metadata/chunks.h"
 #include "cli/metadata/tags.h"
-#include "cli/worker/file_error.h"
 
 namespace cli {
 namespace fs = std::filesystem;
