@@ -23,7 +23,10 @@ inline int ms_to_frames(int ms, int sample_rate_hz) {
     return static_cast<std::int32_t>(product) / 1000;
 }
 
-/** a / b, rounded up, for a >= 0 and b > 0. */
+/**
+ * (a + b - 1) / b for b > 0: a / b rounded up. A header may promise as many frames as a number
+ * holds: no sum may go beyond them.
+ */
 inline long long ceildiv(long long a, long long b) {
-    return (a + b - 1) / b;
+    return a > 0 ? (a - 1) / b + 1 : (a + b - 1) / b;
 }

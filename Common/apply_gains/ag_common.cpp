@@ -1,61 +1,62 @@
 #include "Common/apply_gains/ag_common.h"
 
 #include <algorithm>
-#include <boost/scoped_array.hpp>
 #include <cmath>
 #include <stdexcept>
 #include <vector>
 
-#include "Common/audio/finite.h"
 #include "Common/audio/frame_file.h"
 #include "Common/bins/walls.h"
+#include "Common/files/same_file.h"
 #include "Common/files/series.h"
-#include "Common/reporting/progress.h"
-#include "Common/ss_util.h"
+#include "Common/stream/pump.h"
+#include "Common/stream/sound_source.h"
+#include "Common/stream/sound_writer.h"
 #include "Common/units.h"
 
 namespace apply_gains {
 
 namespace {
 
-/** The largest absolute sample of the file once the gains are applied. */
-double find_peak(InputSoundFile& input,
-                 const std::vector<double>& gains,
-                 int block_frames,
-                 double* block) {
-    const int channels = input.info().channels;
-    FiniteGuard guard(input.path(), input.info());
-    double peak = 0.0;
-    for (std::size_t i = 0; i + 1 < gains.size(); ++i) {
-        check_cancelled();
-        const long long frames = input.ReadFrames(block, block_frames);
-        guard.check(block, frames * channels);
-        apply_ramp(block, frames, channels, gains[i], (gains[i + 1] - gains[i]) / block_frames);
-        for (long long sample = 0; sample < frames * channels; ++sample) {
-            peak = std::max(peak, std::fabs(block[sample]));
+/** The largest absolute sample, of any channel. */
+class PeakMeter : public stream::Receiver {
+  public:
+    explicit PeakMeter(int channels) : channels_(channels) {}
+
+    void take(double* samples, long long frames) override {
+        for (long long i = 0; i < frames * channels_; ++i) {
+            peak_ = std::max(peak_, std::fabs(samples[i]));
         }
     }
-    return peak;
+
+    double peak() const { return peak_; }
+
+  private:
+    int channels_;
+    double peak_ = 0.0;
+};
+
+[[noreturn]] void fail_read(const SoundHandle& handle, const std::string& path) {
+    throw sf_read_err(handle, path);
 }
 
-void write_leveled(InputSoundFile& input,
-                   OutputSoundFile& output,
-                   const std::vector<double>& gains,
-                   double peak,
-                   int block_frames,
-                   double* block) {
-    const std::size_t blocks = gains.size() - 1;
-    CProgress progress(progress_range::kApplyGains.low, progress_range::kApplyGains.high);
-    for (std::size_t i = 0; i < blocks; ++i) {
-        const long long frames = input.ReadFrames(block, block_frames);
-        if (frames == 0) {
-            break;
+[[noreturn]] void fail_write(const WriteFailure& failure) {
+    throw sf_write_err(failure.handle, failure.path, failure.reason);
+}
+
+/**
+ * The gains over the peak: with them the largest sample comes out at 1.0. Where that gives no
+ * number, since there is nothing but silence or samples next to zero, they stay as they are.
+ */
+std::vector<double> scaled_by(const std::vector<double>& gains, double peak) {
+    std::vector<double> scaled;
+    for (const double gain : gains) {
+        scaled.push_back(gain / peak);
+        if (!std::isfinite(scaled.back())) {
+            return gains;
         }
-        apply_ramp(block, frames, input.info().channels, gains[i] / peak,
-                   (gains[i + 1] / peak - gains[i] / peak) / block_frames);
-        output.WriteFrames(block, frames);
-        progress.show(blocks < 2 ? 1.0 : static_cast<double>(i) / static_cast<double>(blocks - 1));
     }
+    return scaled;
 }
 
 }  // namespace
@@ -66,25 +67,33 @@ void ApplyGains(int blockMilliseconds,
                 std::string outputPath) {
     std::vector<double> gains = read_series(gainsPath);
     gains.push_back(0.0);
-    InputSoundFile input(inputPath);
-    OutputSoundFile output(outputPath, input);
-    const int block_frames = ms_to_frames(blockMilliseconds, input.info().samplerate);
+    require_other_file(gainsPath, outputPath);
+    require_other_file(inputPath, outputPath);
+    const InputSoundFile input_file(inputPath);
+    const OutputSoundFile output_file(outputPath, input_file);
+    const SF_INFO info = input_file.info();
+    const int block_frames = ms_to_frames(blockMilliseconds, info.samplerate);
     if (block_frames < 1) {
         throw std::runtime_error(inputPath + ": a block of " + std::to_string(blockMilliseconds) +
                                  " ms is shorter than a frame");
     }
-    if (gains.size() == 1) {
+    SoundWriter output(output_file.handle(), outputPath, info.channels, block_frames, fail_write);
+    const BinGrid blocks{block_frames, static_cast<int>(gains.size()) - 1,
+                         static_cast<int>(gains.size())};
+    if (blocks.bins == 0) {
+        output.end();
         return;
     }
-    boost::scoped_array<double> block;
-    allocate(block, static_cast<std::size_t>(block_frames) * input.info().channels, "block",
-             "Common/apply_gains/ag_common");
-    double peak = find_peak(input, gains, block_frames, block.get());
-    if (peak == 0.0) {
-        peak = 1.0;  // nothing but silence: leave it unscaled
-    }
-    input.Seek(0, SEEK_SET);
-    write_leveled(input, output, gains, peak, block_frames, block.get());
+    const long long frames = static_cast<long long>(blocks.bins) * block_frames;
+    SoundSource input(input_file.handle(), inputPath, info, fail_read);
+    PeakMeter meter(info.channels);
+    WallRamps unscaled(info.channels, blocks, gains.data(), meter);
+    stream::pump(input, unscaled, frames);
+
+    rewind(input);
+    const std::vector<double> walls = scaled_by(gains, meter.peak());
+    WallRamps ramps(info.channels, blocks, walls.data(), output);
+    stream::pump(input, ramps, blocks.pace(progress_range::kApplyGains), frames);
 }
 
 }  // namespace apply_gains

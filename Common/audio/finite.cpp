@@ -4,8 +4,8 @@
 #include <limits>
 #include <stdexcept>
 
-FiniteGuard::FiniteGuard(const std::string& path, const SF_INFO& info)
-    : path_(path), channels_(info.channels) {
+FiniteGuard::FiniteGuard(const std::string& path, const SF_INFO& info, long long first_frame)
+    : path_(path), channels_(info.channels), samples_seen_(first_frame * info.channels) {
     const int encoding = info.format & SF_FORMAT_SUBMASK;
     needed_ = encoding == SF_FORMAT_FLOAT || encoding == SF_FORMAT_DOUBLE;
 }

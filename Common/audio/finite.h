@@ -10,8 +10,11 @@
  */
 class FiniteGuard {
   public:
-    /** path names the file in the error; info says whether it can hold such samples. */
-    FiniteGuard(const std::string& path, const SF_INFO& info);
+    /**
+     * path names the file in the error; info says whether it can hold such samples. first_frame is
+     * the frame that the first check begins with.
+     */
+    FiniteGuard(const std::string& path, const SF_INFO& info, long long first_frame = 0);
 
     /**
      * Looks at the next count interleaved samples of the file. Throws std::runtime_error naming the
@@ -26,5 +29,5 @@ class FiniteGuard {
     std::string path_;
     int channels_;
     bool needed_;
-    long long samples_seen_ = 0;
+    long long samples_seen_;
 };

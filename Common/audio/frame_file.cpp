@@ -39,15 +39,15 @@ void sf_open_output_err::report() const {
 }
 
 void sf_io_err::report() const {
-    log_failure(kSource, 89, sf_strerror(handle_.get()), reporting::Kind::kSystem);
+    log_failure(kSource, 89, reason_, reporting::Kind::kSystem);
 }
 
 void sf_read_err::report() const {
-    log_with_reason(108, "Error reading from " + file_, sf_strerror(handle_.get()));
+    log_with_reason(108, "Error reading from " + file_, reason_);
 }
 
 void sf_write_err::report() const {
-    log_with_reason(98, "Error writing to " + file_, sf_strerror(handle_.get()));
+    log_with_reason(98, "Error writing to " + file_, reason_);
 }
 
 InputSoundFile::InputSoundFile(const std::string& path) : path_(path) {

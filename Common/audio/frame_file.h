@@ -55,14 +55,20 @@ class sf_open_output_err : public sf_open_err {
     void report() const override;
 };
 
+/** A read or write that failed. The library's reason is kept: the file may be closed by then. */
 class sf_io_err : public sf_err {
   public:
-    sf_io_err(const SoundHandle& handle, const std::string& file) : sf_err(handle), file_(file) {}
+    sf_io_err(const SoundHandle& handle, const std::string& file)
+        : sf_io_err(handle, file, sf_strerror(handle.get())) {}
+
+    sf_io_err(const SoundHandle& handle, const std::string& file, const std::string& reason)
+        : sf_err(handle), file_(file), reason_(reason) {}
 
     void report() const override;
 
   protected:
     std::string file_;
+    std::string reason_;
 };
 
 class sf_read_err : public sf_io_err {
@@ -109,6 +115,8 @@ class InputSoundFile {
 
     const std::string& path() const { return path_; }
 
+    const SoundHandle& handle() const { return handle_; }
+
   private:
     long long Checked(long long count) const;
 
@@ -134,6 +142,8 @@ class OutputSoundFile {
     long long WriteFrames(const double* samples, long long frames);
 
     const SF_INFO& info() const { return info_; }
+
+    const SoundHandle& handle() const { return handle_; }
 
   private:
     long long Checked(long long written, long long asked) const;

@@ -1,13 +1,23 @@
 #include "Common/audio/sound_handle.h"
 
 #include <cstring>
-#include <iostream>
 
 namespace {
 
+/** sf_close, unless the file was closed before the last owner let go. */
+struct CloseSound {
+    bool closed = false;
+
+    void operator()(SNDFILE* file) const {
+        if (!closed) {
+            sf_close(file);
+        }
+    }
+};
+
 SoundHandle open_sound(const std::string& path, int mode, SF_INFO& info) {
     SNDFILE* file = sf_open(path.c_str(), mode, &info);
-    return file == nullptr ? SoundHandle() : SoundHandle(file, sf_close);
+    return file == nullptr ? SoundHandle() : SoundHandle(file, CloseSound());
 }
 
 /**
@@ -46,15 +56,11 @@ SoundHandle open_sound_for_writing(const std::string& path, SF_INFO& info) {
     return handle;
 }
 
-bool write_frames(const SoundHandle& handle,
-                  const std::string& path,
-                  const double* samples,
-                  long long frames) {
-    if (sf_writef_double(handle.get(), samples, frames) == frames) {
-        return true;
-    }
-    std::cerr << "Error writing to " << path << ": " << sf_strerror(handle.get()) << std::endl;
-    return false;
+int close_sound(SoundHandle& handle) {
+    boost::get_deleter<CloseSound>(handle)->closed = true;
+    const int error = sf_close(handle.get());
+    handle.reset();
+    return error;
 }
 
 std::string format_name(int format) {

@@ -16,13 +16,10 @@ SoundHandle open_sound_for_reading(const std::string& path, SF_INFO& info);
 SoundHandle open_sound_for_writing(const std::string& path, SF_INFO& info);
 
 /**
- * Writes frames of interleaved samples. False when fewer were written: the standard error stream
- * then names the file and the cause.
+ * Closes a file at once, whoever else still owns the handle: nobody may use it any more. Returns
+ * the library's error number, 0 when all went well.
  */
-bool write_frames(const SoundHandle& handle,
-                  const std::string& path,
-                  const double* samples,
-                  long long frames);
+int close_sound(SoundHandle& handle);
 
 /** "WAV (Microsoft)/Signed 16 bit PCM": the library's names of a format's container and encoding.
  */

@@ -2,39 +2,42 @@
 
 #include <sndfile.h>
 
+#include <limits>
 #include <string>
 
 #include "Common/step/step_errors.h"
+#include "Common/stream/pump.h"
 #include "Common/units.h"
 
 /** A file cut into bins of equal length (the last may be shorter), with a wall at each bin's ends.
  */
 struct BinGrid {
     int bin_frames;
-    long long bin_samples;  // frames times channels
     int bins;
     int walls;  // bins + 1: wall i stands at the start of bin i
 
-    /** Progress of a pass that has done bins 0 to i: 0.0 to 1.0. */
-    double fraction_done(int i) const {
-        return bins == 1 ? 1.0 : static_cast<double>(i) / (bins - 1);
+    /** A pass that shows its progress after each bin: i / (bins - 1), 1.0 for one bin. */
+    stream::Pace pace(progress_range::Range range) const {
+        const int count = bins;
+        return stream::Pace(range, bin_frames, [count](long long bin) {
+            return count == 1 ? 1.0 : static_cast<double>(bin) / (count - 1);
+        });
     }
 };
 
-/** Throws the step's ss_command_line_error, after saying why, for bins shorter than a frame. */
+/** Throws the step's ss_command_line_error, after saying why, for bins that cannot be had. */
 template <class Step>
 BinGrid make_bin_grid(const SF_INFO& info, int bin_ms) {
-    BinGrid grid{};
-    grid.bin_frames = ms_to_frames(bin_ms, info.samplerate);
-    if (bin_ms < 1 || grid.bin_frames < 1) {
-        step_errors::say<Step>(__LINE__, std::string(Step::kName) + ": a bin size of " +
-                                             std::to_string(bin_ms) +
-                                             " ms gives bins shorter than a frame at " +
-                                             std::to_string(info.samplerate) + " Hz");
+    const int bin_frames = ms_to_frames(bin_ms, info.samplerate);
+    const bool too_short = bin_ms < 1 || bin_frames < 1;
+    const long long bins = too_short ? 0 : ceildiv(info.frames, bin_frames);
+    if (too_short || bins >= std::numeric_limits<int>::max()) {
+        step_errors::say<Step>(
+            __LINE__,
+            std::string(Step::kName) + ": a bin size of " + std::to_string(bin_ms) + " ms gives " +
+                (too_short ? "bins shorter than a frame" : "more bins than can be counted") +
+                " at " + std::to_string(info.samplerate) + " Hz");
         throw step_errors::command_line_error<Step>();
     }
-    grid.bin_samples = static_cast<long long>(grid.bin_frames) * info.channels;
-    grid.bins = static_cast<int>(ceildiv(info.frames, grid.bin_frames));
-    grid.walls = grid.bins + 1;
-    return grid;
+    return {bin_frames, static_cast<int>(bins), static_cast<int>(bins) + 1};
 }

@@ -3,90 +3,149 @@
 #include <algorithm>
 #include <cmath>
 #include <stdexcept>
+#include <string>
 
-#include "Common/audio/finite.h"
-#include "Common/audio/sound_handle.h"
 #include "Common/bins/Bin.h"
 #include "Common/bins/BinGrid.h"
-#include "Common/reporting/progress.h"
+#include "Common/stream/pump.h"
 
-/** Sum of squares and peak of one bin, and the RMS that a rule gives it. */
-struct BinMeasure {
-    double sum;  // of the squares of all samples
-    double peak;
-    double rms;
+/** What of a bin has been summed up so far. */
+struct BinSums {
+    double left = 0.0;   // of the squares; of all samples where channels are taken together
+    double right = 0.0;  // of the squares of the second channel
+    double peak = 0.0;
+    long long samples = 0;
 };
 
 /** A bin's RMS over all its samples, channels together. */
 struct RmsOfAllSamples {
-    static BinMeasure measure(const double* samples, long long count, int /*channels*/) {
-        BinMeasure bin{0.0, 0.0, 0.0};
+    static void add(BinSums& bin, const double* samples, long long count, int /*channels*/) {
+        double sum = bin.left;  // local copies stay in registers
+        double peak = bin.peak;
         for (long long i = 0; i < count; ++i) {
-            bin.sum += samples[i] * samples[i];
-            bin.peak = std::max(bin.peak, std::fabs(samples[i]));
+            sum += samples[i] * samples[i];
+            peak = std::max(peak, std::fabs(samples[i]));
         }
-        bin.rms = std::sqrt(bin.sum / static_cast<double>(count));
-        return bin;
+        bin = {sum, 0.0, peak, bin.samples + count};
+    }
+
+    static double rms(const BinSums& bin, int /*channels*/) {
+        return std::sqrt(bin.left / static_cast<double>(bin.samples));
     }
 };
 
 /** The RMS of a bin's louder channel: a loud voice on one side is as loud as one on both. */
 struct RmsOfLouderChannel {
-    static BinMeasure measure(const double* samples, long long count, int channels) {
+    static void add(BinSums& bin, const double* samples, long long count, int channels) {
         if (channels == 1) {
-            return RmsOfAllSamples::measure(samples, count, channels);
+            RmsOfAllSamples::add(bin, samples, count, channels);
+            return;
         }
-        double left = 0.0;
-        double right = 0.0;
-        double peak = 0.0;
+        double left = bin.left;
+        double right = bin.right;
+        double peak = bin.peak;
         for (long long i = 0; i + 1 < count; i += 2) {
             left += samples[i] * samples[i];
             right += samples[i + 1] * samples[i + 1];
             peak = std::max({peak, std::fabs(samples[i]), std::fabs(samples[i + 1])});
         }
-        const long long frame_count = count / 2;
+        bin = {left, right, peak, bin.samples + count};
+    }
+
+    static double rms(const BinSums& bin, int channels) {
+        const long long frame_count = bin.samples / channels;
         const double frames = static_cast<double>(frame_count);
-        return {left + right, peak, std::max(std::sqrt(left / frames), std::sqrt(right / frames))};
+        return std::max(std::sqrt(bin.left / frames), std::sqrt(bin.right / frames));
     }
 };
 
 /**
- * Measures every bin of a file from the handle's position on. bins receives grid.bins records with
- * a gain of 1.0; scratch holds grid.bin_samples. Returns the RMS over all samples of the bins whose
- * RMS is above noise_floor (linear), or 0.0 when there are none. Throws the step's
- * ss_sf_unexpected_eof when the file ends early, std::runtime_error for samples that are not
- * finite.
+ * Measures the bins of a recording. A bin's RMS follows the rule, while the mean over the bins is
+ * taken over all their samples, whatever the rule: a recording with one dead channel has bins that
+ * are louder than its mean. Where the rule takes the louder channel, one or two are expected.
+ */
+template <class RmsRule>
+class BinMeter : public stream::Receiver {
+  public:
+    /**
+     * name: of the recording, for errors. bins receives grid.bins records with a gain of 1.0. A bin
+     * counts for the mean when its RMS is above noise_floor (linear).
+     */
+    BinMeter(
+        const std::string& name, int channels, const BinGrid& grid, double noise_floor, CBin* bins)
+        : name_(name), channels_(channels), grid_(grid), noise_floor_(noise_floor), bins_(bins) {}
+
+    /** Throws std::runtime_error when a bin's sum of squares is beyond all numbers. */
+    void take(double* samples, long long frames) override {
+        while (frames > 0 && done_ < grid_.bins) {
+            const long long missing = grid_.bin_frames - sums_.samples / channels_;
+            const long long some = std::min(frames, missing);
+            RmsRule::add(sums_, samples, some * channels_, channels_);
+            samples += some * channels_;
+            frames -= some;
+            if (some == missing) {
+                close_bin();
+            }
+        }
+    }
+
+    void end() override {
+        if (sums_.samples > 0) {
+            close_bin();
+        }
+    }
+
+    /** Whether every bin of the grid got its frames, the last one at least one. */
+    bool complete() const { return done_ == grid_.bins; }
+
+    /** RMS over all samples of the bins above the noise floor; 0.0 without any. */
+    double mean_rms() const {
+        return total_samples_ == 0 ? 0.0 : std::sqrt(total_ / static_cast<double>(total_samples_));
+    }
+
+  private:
+    void close_bin() {
+        const double sum = sums_.left + sums_.right;
+        if (!std::isfinite(sum)) {
+            throw std::runtime_error(
+                name_ + ": the samples around frame " +
+                std::to_string(static_cast<long long>(done_) * grid_.bin_frames) +
+                " are too large");
+        }
+        const double rms = RmsRule::rms(sums_, channels_);
+        bins_[done_++] = {1.0, sums_.peak, rms};
+        if (rms > noise_floor_) {
+            total_ += sum;
+            total_samples_ += sums_.samples;
+        }
+        sums_ = BinSums();
+    }
+
+    std::string name_;
+    int channels_;
+    BinGrid grid_;
+    double noise_floor_;
+    CBin* bins_;
+    int done_ = 0;
+    BinSums sums_;
+    double total_ = 0.0;
+    long long total_samples_ = 0;
+};
+
+/**
+ * Measures every bin of a source from its position on and returns the meter's mean RMS. Throws the
+ * step's ss_sf_unexpected_eof when the source ends early.
  */
 template <class Step, class RmsRule>
-double measure_bins(const SoundHandle& handle,
-                    const std::string& file,
-                    const SF_INFO& info,
+double measure_bins(stream::Source& source,
                     const BinGrid& grid,
                     double noise_floor,
                     CBin* bins,
-                    double* scratch,
-                    CProgress progress) {
-    FiniteGuard guard(file, info);
-    double total = 0.0;
-    long long total_samples = 0;
-    for (int i = 0; i < grid.bins; ++i) {
-        const long long count = sf_read_double(handle.get(), scratch, grid.bin_samples);
-        if (count <= 0) {
-            throw step_errors::sf_unexpected_eof<Step>(file);
-        }
-        guard.check(scratch, count);
-        const BinMeasure bin = RmsRule::measure(scratch, count, info.channels);
-        if (!std::isfinite(bin.sum)) {
-            throw std::runtime_error(file + ": the samples around frame " +
-                                     std::to_string(static_cast<long long>(i) * grid.bin_frames) +
-                                     " are too large");
-        }
-        bins[i] = {1.0, bin.peak, bin.rms};
-        if (bin.rms > noise_floor) {
-            total += bin.sum;
-            total_samples += count;
-        }
-        progress.show(grid.fraction_done(i));
+                    progress_range::Range range) {
+    BinMeter<RmsRule> meter(source.name(), source.info().channels, grid, noise_floor, bins);
+    stream::pump(source, meter, grid.pace(range));
+    if (!meter.complete()) {
+        throw step_errors::sf_unexpected_eof<Step>(source.name());
     }
-    return total_samples == 0 ? 0.0 : std::sqrt(total / static_cast<double>(total_samples));
+    return meter.mean_rms();
 }

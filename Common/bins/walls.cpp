@@ -1,5 +1,10 @@
 #include "Common/bins/walls.h"
 
+#include <algorithm>
+
+namespace {
+
+/** Multiplies frames by a gain that grows by step after each; returns the gain after the last. */
 double apply_ramp(double* samples, long long frames, int channels, double gain, double step) {
     if (channels == 1) {
         for (long long i = 0; i < frames; ++i) {
@@ -23,22 +28,28 @@ double apply_ramp(double* samples, long long frames, int channels, double gain, 
     return gain;
 }
 
-bool apply_walls(const SoundHandle& input,
-                 const SoundHandle& output,
-                 const std::string& output_path,
-                 int channels,
-                 const BinGrid& grid,
-                 const double* walls,
-                 double* scratch,
-                 CProgress progress) {
-    for (int i = 0; i < grid.bins; ++i) {
-        const long long frames = sf_readf_double(input.get(), scratch, grid.bin_frames);
-        apply_ramp(scratch, frames, channels, walls[i],
-                   (walls[i + 1] - walls[i]) / grid.bin_frames);
-        if (!write_frames(output, output_path, scratch, frames)) {
-            return false;
+}  // namespace
+
+WallRamps::WallRamps(int channels, const BinGrid& grid, const double* walls, stream::Receiver& next)
+    : Stage(next), channels_(channels), grid_(grid), walls_(walls) {}
+
+void WallRamps::take(double* samples, long long frames) {
+    long long done = 0;
+    while (done < frames && bin_ < grid_.bins) {
+        if (frame_ == 0) {
+            gain_ = walls_[bin_];  // the sum of the steps misses the wall by rounding
         }
-        progress.show(grid.fraction_done(i));
+        const double step = (walls_[bin_ + 1] - walls_[bin_]) / grid_.bin_frames;
+        const long long some = std::min(frames - done, grid_.bin_frames - frame_);
+        gain_ = apply_ramp(samples + done * channels_, some, channels_, gain_, step);
+        done += some;
+        frame_ += some;
+        if (frame_ == grid_.bin_frames) {
+            frame_ = 0;
+            ++bin_;
+        }
     }
-    return true;
+    if (done > 0) {
+        next().take(samples, done);
+    }
 }

@@ -1,17 +1,16 @@
 #include "Common/calc_rms/calc_rms.h"
 
-#include <boost/scoped_array.hpp>
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
-#include <cstdio>
-#include <fstream>
+#include <string>
 
-#include "Common/audio/finite.h"
-#include "Common/audio/sound_handle.h"
 #include "Common/calc_rms/CommandLine.h"
+#include "Common/files/same_file.h"
+#include "Common/files/series.h"
 #include "Common/reporting/log.h"
-#include "Common/reporting/progress.h"
-#include "Common/ss_util.h"
+#include "Common/stream/pump.h"
+#include "Common/stream/sound_source.h"
 #include "Common/units.h"
 
 namespace calc_rms {
@@ -29,18 +28,57 @@ std::uint32_t bin_samples(const CCLArgs& args, const SF_INFO& info) {
     return samples - samples % channels;
 }
 
-void write_level(std::ofstream& file, const double* samples, long long count) {
-    double sum = 0.0;
-    for (long long i = 0; i < count; ++i) {
-        sum += samples[i] * samples[i];
+/** Writes the level of each bin, channels together and the last over what it holds. */
+class LevelWriter : public stream::Receiver {
+  public:
+    LevelWriter(int channels, long long bin_samples, SeriesWriter& file)
+        : channels_(channels), bin_samples_(bin_samples), file_(file) {}
+
+    void take(double* samples, long long frames) override {
+        for (long long left = frames * channels_; left > 0;) {
+            const long long some = std::min(left, bin_samples_ - count_);
+            double sum = sum_;  // a local copy stays in a register
+            for (long long i = 0; i < some; ++i) {
+                sum += samples[i] * samples[i];
+            }
+            sum_ = sum;
+            count_ += some;
+            samples += some;
+            left -= some;
+            if (count_ == bin_samples_) {
+                write_level();
+            }
+        }
     }
-    double level_db = linear_to_db(std::sqrt(sum / static_cast<double>(count)));
-    if (level_db < kSilence_db) {
-        level_db = kSilence_db;
+
+    void end() override {
+        if (count_ > 0) {
+            write_level();
+        }
     }
-    char line[64];
-    std::snprintf(line, sizeof line, "%14.12lf\n", level_db);
-    file << line;
+
+  private:
+    void write_level() {
+        const double level_db = linear_to_db(std::sqrt(sum_ / static_cast<double>(count_)));
+        file_.write(level_db < kSilence_db ? kSilence_db : level_db);
+        sum_ = 0.0;
+        count_ = 0;
+    }
+
+    int channels_;
+    long long bin_samples_;
+    SeriesWriter& file_;
+    double sum_ = 0.0;
+    long long count_ = 0;
+};
+
+/** Samples done of all, after each bin. */
+stream::Pace pace_of(const SF_INFO& info, long long bin_frames) {
+    const long long frames = info.frames;
+    return stream::Pace(progress_range::kRms, bin_frames, [frames, bin_frames](long long bin) {
+        return static_cast<double>(std::min(frames, (bin + 1) * bin_frames)) /
+               static_cast<double>(frames);
+    });
 }
 
 }  // namespace
@@ -49,38 +87,25 @@ int _tmain(int argc, const char** argv) {
     CCLArgs args;
     args.GetArgs(argc, argv);  // goes on with the names that were filled in
     SF_INFO info{};
-    const SoundHandle input = open_sound_for_reading(args.input_file, info);
-    if (!input) {
+    const SoundHandle handle = open_sound_for_reading(args.input_file, info);
+    if (!handle) {
         return log_failure(kSource, __LINE__, "Error opening " + args.input_file);
     }
-    const long long total = info.channels * info.frames;
     const std::uint32_t bin = bin_samples(args, info);
     if (bin == 0) {
         return log_failure(kSource, __LINE__,
                            "A bin of " + args.input_file + " is shorter than a frame");
     }
-    std::ofstream output(args.output_file);
-    if (!output) {
+    require_other_file(args.input_file, args.output_file);
+    SeriesWriter output(args.output_file, SeriesWriter::kFixed, 14, 12);
+    if (!output.is_open()) {
         return log_failure(kSource, __LINE__, "Error opening " + args.output_file + " for output");
     }
-    boost::scoped_array<double> pBinData;
-    allocate(pBinData, bin, "pBinData", kSource);
-
-    CProgress progress(progress_range::kRms.low, progress_range::kRms.high);
-    FiniteGuard guard(args.input_file, info);
-    bool more = true;
-    for (long long done = 0; done < total && more;) {
-        const long long count = sf_read_double(input.get(), pBinData.get(), bin);
-        more = count == bin;
-        if (count > 0) {
-            guard.check(pBinData.get(), count);
-            write_level(output, pBinData.get(), count);
-        }
-        done += count;
-        progress.show(static_cast<double>(done) / static_cast<double>(total));
-    }
-    output.close();
-    return 0;
+    SoundSource input(handle, args.input_file, info);
+    LevelWriter levels(info.channels, bin, output);
+    stream::pump(input, levels, pace_of(info, bin / info.channels));
+    const std::string problem = output.close();
+    return problem.empty() ? 0 : log_failure(kSource, __LINE__, problem, reporting::Kind::kSystem);
 }
 
 }  // namespace calc_rms

@@ -1,52 +1,57 @@
 #include "Common/calculate_gains/CalcRMS.h"
 
-#include <algorithm>
 #include <cmath>
 
-#include "Common/reporting/progress.h"
-#include "Common/ss_util.h"
+#include "Common/stream/pump.h"
+#include "Common/stream/sound_source.h"
 
 namespace calculate_gains {
 
-namespace {
-constexpr long long kBlockSamples = 262144;
-}
-
-CalcRMS_GW::CalcRMS_GW(const SoundHandle& handle,
-                       const std::string& file,
-                       const SF_INFO& info,
-                       std::uint32_t bufferLength,
-                       double noiseThreshold)
-    : handle_(handle),
-      guard_(file, info),
+GatedMeter::GatedMeter(int channels, std::uint32_t bufferLength, double noiseThreshold)
+    : channels_(channels),
+      threshold_(noiseThreshold),
       buffer_length_(bufferLength),
-      threshold_(noiseThreshold) {
-    allocate(block_, kBlockSamples, "pBufStart", "Common/calculate_gains/CalcRMS");
+      since_loud_(bufferLength) {}
+
+void GatedMeter::take(double* samples, long long frames) {
+    double sum = sum_;  // local copies stay in registers
+    long long counted = counted_;
+    long long since_loud = since_loud_;
+    for (long long i = 0; i < frames * channels_; ++i) {
+        const double x = samples[i];
+        since_loud = std::fabs(x) > threshold_ ? 0 : since_loud + 1;
+        if (since_loud < buffer_length_) {
+            sum += x * x;
+            ++counted;
+        }
+    }
+    sum_ = sum;
+    counted_ = counted;
+    since_loud_ = since_loud;
 }
 
-double CalcRMS_GW::measure(long long nSamples) {
-    double sum = 0.0;
-    long long counted = 0;
-    long long since_loud = buffer_length_;  // samples since the last one above the threshold
-    while (nSamples > 0) {
-        check_cancelled();
-        const long long read =
-            sf_read_double(handle_.get(), block_.get(), std::min(nSamples, kBlockSamples));
-        if (read <= 0) {
-            break;
-        }
-        guard_.check(block_.get(), read);
-        for (long long i = 0; i < read; ++i) {
-            const double x = block_[i];
-            since_loud = std::fabs(x) > threshold_ ? 0 : since_loud + 1;
-            if (since_loud < buffer_length_) {
-                sum += x * x;
-                ++counted;
-            }
-        }
-        nSamples -= read;
-    }
-    return counted == 0 ? 0.0 : std::sqrt(sum / static_cast<double>(counted));
+double GatedMeter::rms() const {
+    return counted_ == 0 ? 0.0 : std::sqrt(sum_ / static_cast<double>(counted_));
+}
+
+double CalcRMS_GW(stream::Source& source,
+                  long long nSamples,
+                  std::uint32_t bufferLength,
+                  double noiseThreshold) {
+    const int channels = source.info().channels;
+    GatedMeter meter(channels, bufferLength, noiseThreshold);
+    stream::pump(source, meter, nSamples / channels);
+    return meter.rms();
+}
+
+double CalcRMS_GW(const SoundHandle& handle,
+                  long long nSamples,
+                  std::uint32_t bufferLength,
+                  double noiseThreshold) {
+    SF_INFO info{};
+    sf_command(handle.get(), SFC_GET_CURRENT_SF_INFO, &info, sizeof info);
+    SoundSource source(handle, "the sound file", info);
+    return CalcRMS_GW(source, nSamples, bufferLength, noiseThreshold);
 }
 
 }  // namespace calculate_gains

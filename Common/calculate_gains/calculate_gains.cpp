@@ -1,19 +1,21 @@
 #include "Common/calculate_gains/calculate_gains.h"
 
-#include <boost/scoped_ptr.hpp>
 #include <cmath>
 #include <cstdint>
-#include <cstdio>
 #include <fstream>
+#include <memory>
+#include <stdexcept>
 #include <string>
 
-#include "Common/audio/sound_handle.h"
 #include "Common/calculate_gains/CalcRMS.h"
 #include "Common/calculate_gains/CommandLine.h"
 #include "Common/files/cue_list.h"
+#include "Common/files/same_file.h"
+#include "Common/files/series.h"
 #include "Common/reporting/log.h"
 #include "Common/reporting/progress.h"
 #include "Common/ss_util.h"
+#include "Common/stream/sound_source.h"
 #include "Common/units.h"
 
 namespace calculate_gains {
@@ -39,26 +41,29 @@ class Operation {
     int execute();
 
   private:
-    int measure(const CueList& cues, Levels& levels);
+    void require_other_files() const;
+    double measure_next(long long samples);
+    void require_cues_inside(const CueList& cues) const;
+    int measure(const CueList& cues, SeriesWriter& rms_file, Levels& levels);
     int write_gains(const CueList& cues, const Levels& levels);
     double gain_of(double level_db, double mean_db) const;
 
     const CCLArgs& args_;
     CProgress progress_;
-    SoundHandle input_;
-    SF_INFO info_{};
+    std::unique_ptr<stream::Source> input_;
     int bin_frames_ = 0;
-    boost::scoped_ptr<CalcRMS_GW> meter_;
-    std::ofstream rms_file_;
+    std::uint32_t buffer_length_ = 0;  // samples
 };
 
 int Operation::execute() {
-    input_ = open_sound_for_reading(args_.wave_file, info_);
-    if (!input_) {
+    SF_INFO info{};
+    const SoundHandle handle = open_sound_for_reading(args_.wave_file, info);
+    if (!handle) {
         return log_failure(kSource, __LINE__, "Error opening " + args_.wave_file);
     }
-    bin_frames_ = ms_to_frames(args_.bin_size_ms, info_.samplerate);
-    const double buffer_frames = info_.samplerate * args_.buffer_length_s;
+    input_.reset(new SoundSource(handle, args_.wave_file, info));
+    bin_frames_ = ms_to_frames(args_.bin_size_ms, info.samplerate);
+    const double buffer_frames = info.samplerate * args_.buffer_length_s;
     if (bin_frames_ < 1) {
         return log_failure(kSource, __LINE__,
                            "error: a bin of " + args_.wave_file + " is shorter than a frame");
@@ -66,37 +71,61 @@ int Operation::execute() {
     if (!(buffer_frames >= 0.0 && buffer_frames < 1e9)) {
         return log_failure(kSource, __LINE__, "error: the circular buffer length is out of range");
     }
-    meter_.reset(new CalcRMS_GW(input_, args_.wave_file, info_,
-                                (static_cast<std::uint32_t>(buffer_frames) + 1) *
-                                    static_cast<std::uint32_t>(info_.channels),
-                                args_.noise_threshold));
-
-    rms_file_.open(args_.rms_file);
-    if (!rms_file_) {
+    buffer_length_ =
+        (static_cast<std::uint32_t>(buffer_frames) + 1) * static_cast<std::uint32_t>(info.channels);
+    require_other_files();
+    SeriesWriter rms_file(args_.rms_file, SeriesWriter::kFixed, 5, 2);
+    if (!rms_file.is_open()) {
         return log_failure(kSource, __LINE__, "error opening RMS file " + args_.rms_file);
     }
     if (!args_.has_cue_list) {
-        meter_->measure(info_.channels * info_.frames);
-        return 0;
+        measure_next(info.channels * info.frames);
+        const std::string problem = rms_file.close();
+        return problem.empty() ? 0
+                               : log_failure(kSource, __LINE__, problem, reporting::Kind::kSystem);
     }
     CueList cues;
     if (!read_cue_list(args_.cue_list_file, cues)) {
         return log_failure(kSource, __LINE__, "error opening cue list file " + args_.cue_list_file);
     }
+    require_cues_inside(cues);
     Levels levels;
-    if (measure(cues, levels) != 0 || write_gains(cues, levels) != 0) {
+    if (measure(cues, rms_file, levels) != 0 || write_gains(cues, levels) != 0) {
         return 1;
     }
     progress_.show(1.0);
     return 0;
 }
 
-int Operation::measure(const CueList& cues, Levels& levels) {
+/** Neither output may be one of the inputs. */
+void Operation::require_other_files() const {
+    for (const std::string& output : {args_.rms_file, args_.gains_file}) {
+        require_other_file(args_.wave_file, output);
+        require_other_file(args_.cue_list_file, output);
+    }
+}
+
+double Operation::measure_next(long long samples) {
+    return CalcRMS_GW(*input_, samples, buffer_length_, args_.noise_threshold);
+}
+
+/** A cue beyond the recording would ask for gains without end. */
+void Operation::require_cues_inside(const CueList& cues) const {
+    for (const long long frame : cues.frames) {
+        if (frame < 0 || frame > input_->info().frames) {
+            throw std::runtime_error(args_.cue_list_file + ": the cue at frame " +
+                                     std::to_string(frame) + " lies outside " + args_.wave_file);
+        }
+    }
+}
+
+int Operation::measure(const CueList& cues, SeriesWriter& rms_file, Levels& levels) {
     long long start = 0;
     for (std::size_t cue = 0; cue <= cues.frames.size(); ++cue) {
         const bool last = cue == cues.frames.size();
-        const long long end = last ? info_.frames : nearest_wall(cues.frames[cue], bin_frames_);
-        const double level = meter_->measure(info_.channels * (end - start));
+        const long long end =
+            last ? input_->info().frames : nearest_wall(cues.frames[cue], bin_frames_);
+        const double level = measure_next(input_->info().channels * (end - start));
         double level_db = kSilence_db;
         if (level > 0.0) {
             level_db = linear_to_db(level);
@@ -104,13 +133,11 @@ int Operation::measure(const CueList& cues, Levels& levels) {
             ++levels.count;
         }
         ++levels.segments;
-        char line[64];
-        std::snprintf(line, sizeof line, "%5.2lf\n", level_db);
-        rms_file_ << line;
+        rms_file.write(level_db);
         start = end;
     }
-    rms_file_.close();
-    return rms_file_ ? 0 : log_failure(kSource, __LINE__, "error writing to " + args_.rms_file);
+    const std::string problem = rms_file.close();
+    return problem.empty() ? 0 : log_failure(kSource, __LINE__, problem, reporting::Kind::kSystem);
 }
 
 int Operation::write_gains(const CueList& cues, const Levels& levels) {
@@ -133,9 +160,8 @@ int Operation::write_gains(const CueList& cues, const Levels& levels) {
         const long long end =
             u < levels.segments - 1
                 ? nearest_wall(cues.frames[static_cast<std::size_t>(u)], bin_frames_)
-                : info_.frames + 1;
-        const long long bins = (end - start - 1 + bin_frames_) / bin_frames_;
-        for (long long bin = 0; bin < bins; ++bin) {
+                : input_->info().frames + 1;
+        for (long long bins = ceildiv(end - start, bin_frames_); bins > 0; --bins) {
             gains << gain << "\n";
         }
         start = end;
@@ -143,8 +169,8 @@ int Operation::write_gains(const CueList& cues, const Levels& levels) {
             progress_.show(static_cast<double>(u) / levels.count);
         }
     }
-    gains.close();
-    return gains ? 0 : log_failure(kSource, __LINE__, "error writing to " + args_.gains_file);
+    const std::string problem = close_text(gains, args_.gains_file);
+    return problem.empty() ? 0 : log_failure(kSource, __LINE__, problem, reporting::Kind::kSystem);
 }
 
 /** Brings a level to the mean, softly limited by a hyperbolic tangent. */

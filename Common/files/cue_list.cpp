@@ -5,6 +5,8 @@
 #include <istream>
 #include <limits>
 
+#include "Common/files/series.h"
+
 namespace {
 
 constexpr const char* kHeader =
@@ -42,10 +44,11 @@ bool read_cue_list(const std::string& path, CueList& cues) {
         cues.frames.push_back(frame);
         skip_lines(file, kLinesAfterPosition);
     }
+    require_readable(file, path);
     return true;
 }
 
 long long nearest_wall(long long frame, int bin_frames) {
-    const long long bin = bin_frames;
-    return (2 * frame + bin) / (2 * bin) * bin;
+    const long long beyond_wall = frame % bin_frames;
+    return frame - beyond_wall + (2 * beyond_wall >= bin_frames ? bin_frames : 0);
 }

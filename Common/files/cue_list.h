@@ -24,8 +24,13 @@ struct CueList {
 /** Writes the list; the stream's state tells whether that went well. */
 void write_cue_list(std::ostream& file, const CueList& cues);
 
-/** Reads a list; false when the file cannot be opened. An odd header leaves the rate at 0. */
+/**
+ * Reads a list; false when the file cannot be opened. An odd header leaves the rate at 0. Throws
+ * std::runtime_error for a file that opens and cannot be read.
+ */
 bool read_cue_list(const std::string& path, CueList& cues);
 
-/** The wall between bins of bin_frames frames that lies nearest to a frame; halves go upwards. */
+/** The wall between bins of bin_frames frames that lies nearest to a frame, from 0 on; halves go
+ * upwards.
+ */
 long long nearest_wall(long long frame, int bin_frames);

@@ -6,13 +6,39 @@
 
 /**
  * The numbers of a text file, separated by white space, up to the first word that is none. A file
- * that cannot be opened gives no numbers.
+ * that cannot be opened gives no numbers; one that opens and cannot be read throws
+ * std::runtime_error.
  */
-inline std::vector<double> read_series(const std::string& path) {
-    std::ifstream file(path);
-    std::vector<double> values;
-    for (double value = 0.0; file >> value;) {
-        values.push_back(value);
-    }
-    return values;
-}
+std::vector<double> read_series(const std::string& path);
+
+/** Throws std::runtime_error naming path and cause when a text file has had a read error. */
+void require_readable(const std::istream& file, const std::string& path);
+
+/**
+ * Writes a text file of one number per line. A full disk may show only when the last lines leave
+ * the buffer: nothing is written well before close has said so.
+ */
+class SeriesWriter {
+  public:
+    enum Notation { kFixed, kGeneral };
+
+    /** As printf's %width.digitsf or %width.digitsg. */
+    SeriesWriter(const std::string& path, Notation notation, int width, int digits);
+
+    bool is_open() const { return file_.is_open(); }
+
+    void write(double value);
+
+    /** Returns "" or what went wrong: "error writing to PATH: CAUSE". */
+    std::string close();
+
+  private:
+    std::string path_;
+    Notation notation_;
+    int width_;
+    int digits_;
+    std::ofstream file_;
+};
+
+/** Closes a text file; the same texts. */
+std::string close_text(std::ofstream& file, const std::string& path);

@@ -1,38 +1,34 @@
 #include "Common/gate/NoiseGate.h"
 
+#include <algorithm>
 #include <cstddef>
 
-#include "Common/audio/finite.h"
 #include "Common/gate/gate.h"
 #include "Common/reporting/progress.h"
 #include "Common/ss_util.h"
+#include "Common/stream/pump.h"
 #include "Common/units.h"
 
 namespace gate {
 
 namespace {
-constexpr int kBlockSamples = 8192;
 constexpr const char* kSource = "Common/gate/gate";
 }  // namespace
 
-CNoiseGate::CNoiseGate(const GateArgs& args,
-                       const SoundHandle& current,
-                       const SoundHandle& ahead,
-                       const SoundHandle& output,
-                       const SF_INFO& info)
-    : args_(args),
-      current_(current),
-      ahead_(ahead),
-      output_(output),
-      info_(info),
+CNoiseGate::CNoiseGate(const GateArgs& args, stream::Source& input, stream::Receiver& output)
+    : Stage(output),
+      args_(args),
+      input_(input),
+      channel_count_(input.info().channels),
+      block_frames_(kBlockSamples / channel_count_),
       attack_step_((args.open_gain - args.closed_gain) / args.attack_samples),
       release_step_((args.open_gain - args.closed_gain) / args.release_samples) {
-    allocate(current_block_, kBlockSamples, "current block", kSource);
+    allocate(block_, kBlockSamples, "current block", kSource);
     allocate(ahead_block_, kBlockSamples, "look-ahead block", kSource);
 }
 
 int CNoiseGate::exec() {
-    if (info_.channels == 1) {
+    if (channel_count_ == 1) {
         exec_mono();
     } else {
         exec_stereo();
@@ -41,15 +37,100 @@ int CNoiseGate::exec() {
 }
 
 void CNoiseGate::exec_mono() {
+    gate_input(&CNoiseGate::start_mono);
+}
+
+void CNoiseGate::exec_stereo() {
+    gate_input(&CNoiseGate::start_stereo);
+}
+
+void CNoiseGate::gate_input(void (CNoiseGate::*start)()) {
+    start_ = start;
+    const double blocks = static_cast<double>(ceildiv(input_.info().frames, block_frames_));
+    stream::pump(input_, *this,
+                 stream::Pace(progress_range::kGate, block_frames_, [blocks](long long block) {
+                     return static_cast<double>(block + 1) / blocks;
+                 }));
+}
+
+void CNoiseGate::take(double* samples, long long frames) {
+    line_.insert(line_.end(), samples, samples + frames * channel_count_);
+    received_ += frames;
+    if (channels_.empty() && received_ >= args_.meter_samples) {
+        (this->*start_)();
+    }
+    if (!channels_.empty()) {
+        while (received_ - args_.anticipate_samples >= gated_ + block_frames_) {
+            gate_block(block_frames_);
+        }
+        forget_passed_frames();
+    }
+}
+
+void CNoiseGate::end() {
+    if (channels_.empty()) {
+        (this->*start_)();  // the recording is shorter than the meters: let them say so
+    }
+    while (gated_ < received_) {
+        gate_block(std::min(block_frames_, received_ - gated_));
+    }
+    Stage::end();
+}
+
+const double* CNoiseGate::at(long long frame) const {
+    return line_.data() + (frame - line_start_) * channel_count_;
+}
+
+/** Keeps what is still to be gated, and the block before what lies ahead of it. */
+void CNoiseGate::forget_passed_frames() {
+    const long long oldest = std::min(gated_, gated_ + args_.anticipate_samples - block_frames_);
+    const long long passed = oldest - line_start_;
+    if (2 * passed * channel_count_ > static_cast<long long>(line_.size())) {
+        line_.erase(line_.begin(), line_.begin() + passed * channel_count_);
+        line_start_ = oldest;
+    }
+}
+
+/** Gates the next frames, a block or the recording's last, and hands them on. */
+void CNoiseGate::gate_block(long long frames) {
+    const long long frames_ahead =
+        std::clamp(received_ - args_.anticipate_samples - gated_, 0LL, frames);
+    const double* ahead = look_ahead(frames, frames_ahead);
+    std::copy_n(at(gated_), frames * channel_count_, block_.get());
+    for (int channel = 0; channel < channel_count_; ++channel) {
+        gate_channel(channels_[static_cast<std::size_t>(channel)], block_.get() + channel,
+                     ahead + channel, frames, frames_ahead > 0);
+    }
+    gated_ += frames;
+    next().take(block_.get(), frames);
+}
+
+/** What lies ahead of the next frames, where the recording still has frames_ahead of them. */
+const double* CNoiseGate::look_ahead(long long frames, long long frames_ahead) {
+    const long long start = gated_ + args_.anticipate_samples;
+    if (frames_ahead == frames) {
+        return at(start);
+    }
+    double* past_end = std::copy_n(at(std::min(start, received_)), frames_ahead * channel_count_,
+                                   ahead_block_.get());
+    const long long count = (frames - frames_ahead) * channel_count_;
+    if (gated_ == 0 || frames_ahead == 0 || input_.zeroes_past_end()) {
+        std::fill_n(past_end, count, 0.0);
+    } else {
+        std::copy_n(at(start + frames_ahead - block_frames_), count, past_end);
+    }
+    return ahead_block_.get();
+}
+
+void CNoiseGate::start_mono() {
     CLevelMeter current(args_.meter_samples);
     CLevelMeter ahead(args_.meter_samples);
     initializeMeter(current);
     initializeMeter(ahead);
     add_channel(current, ahead);
-    gate_file();
 }
 
-void CNoiseGate::exec_stereo() {
+void CNoiseGate::start_stereo() {
     CLevelMeter left(args_.meter_samples);
     CLevelMeter right(args_.meter_samples);
     CLevelMeter left_ahead(args_.meter_samples);
@@ -60,34 +141,26 @@ void CNoiseGate::exec_stereo() {
     initializeMeters(left_ahead, right_ahead, left_energy, right_energy);
     add_channel(left, left_ahead);
     add_channel(right, right_ahead);
-    gate_file();
 }
 
-/** Reads count samples from the start of the current handle's position and seeks back over them. */
-long long CNoiseGate::read_start(double* samples, long long count) {
-    const long long read = sf_read_double(current_.get(), samples, count);
-    if (read < count) {
-        throw ss_sf_unexpected_eof(args_.sound_file_in);
+/** The recording's first frames, as many as a meter holds. */
+const double* CNoiseGate::first_frames() const {
+    if (received_ < args_.meter_samples) {
+        throw ss_sf_unexpected_eof(input_.name());
     }
-    if (sf_seek(current_.get(), -count / info_.channels, SEEK_CUR) == -1) {
-        throw ss_sf_seek_error(args_.sound_file_in);
-    }
-    return read;
+    return line_.data();
 }
 
 void CNoiseGate::initializeMeter(CLevelMeter& meter) {
-    std::vector<double> samples(static_cast<std::size_t>(meter.size()));
-    read_start(samples.data(), meter.size());
-    meter.initialize(samples.data());
+    meter.initialize(first_frames());
 }
 
 void CNoiseGate::initializeMeters(CLevelMeter& left,
                                   CLevelMeter& right,
                                   double& left_energy,
                                   double& right_energy) {
+    const double* samples = first_frames();
     const std::size_t frames = static_cast<std::size_t>(left.size());
-    std::vector<double> samples(2 * frames);
-    read_start(samples.data(), 2LL * left.size());
     std::vector<double> one_channel(frames);
     for (std::size_t i = 0; i < frames; ++i) {
         one_channel[i] = samples[2 * i];
@@ -105,40 +178,11 @@ void CNoiseGate::add_channel(const CLevelMeter& current, const CLevelMeter& ahea
         {current, ahead, open ? kOpen : kClosed, open ? args_.open_gain : args_.closed_gain, 0});
 }
 
-void CNoiseGate::gate_file() {
-    const int channels = info_.channels;
-    const int block = kBlockSamples - kBlockSamples % channels;
-    const long long blocks = ceildiv(info_.frames * channels, block);
-    CProgress progress(progress_range::kGate.low, progress_range::kGate.high);
-    FiniteGuard guard(args_.sound_file_in, info_);
-
-    long long blocks_done = 0;
-    for (long long count = 0;
-         (count = sf_read_double(current_.get(), current_block_.get(), block)) > 0;) {
-        // Near the end of the file this read comes up short: what the last block left behind is
-        // then still in the buffer, and is taken as if it lay ahead.
-        const long long ahead_count = sf_read_double(ahead_.get(), ahead_block_.get(), block);
-        guard.check(current_block_.get(), count);
-        for (int channel = 0; channel < channels; ++channel) {
-            gate_channel(channels_[static_cast<std::size_t>(channel)],
-                         current_block_.get() + channel, ahead_block_.get() + channel,
-                         count / channels, ahead_count > 0);
-        }
-        const long long written = sf_write_double(output_.get(), current_block_.get(), count);
-        if (written != count) {
-            throw ss_sf_write_error(args_.sound_file_out, count, written,
-                                    sf_strerror(output_.get()));
-        }
-        ++blocks_done;
-        progress.show(static_cast<double>(blocks_done) / static_cast<double>(blocks));
-    }
-}
-
-/** Gates one channel of a block: every info_.channels-th sample, count of them. */
+/** Gates one channel of a block: every channel_count_-th sample, count of them. */
 void CNoiseGate::gate_channel(
     Channel& shared, double* samples, const double* ahead, long long count, bool has_ahead) const {
     Channel channel = shared;  // a local copy stays in registers
-    const int stride = info_.channels;
+    const int stride = channel_count_;
     for (long long i = 0; i < count * stride; i += stride) {
         const double current_energy = channel.current.update(samples[i]);
         const double ahead_energy = has_ahead ? channel.ahead.update(ahead[i]) : current_energy;

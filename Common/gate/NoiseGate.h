@@ -1,36 +1,61 @@
 #pragma once
 
 #include <boost/scoped_array.hpp>
-#include <string>
 #include <vector>
 
-#include "Common/audio/sound_handle.h"
 #include "Common/gate/CommandLine.h"
 #include "Common/gate/LevelMeter.h"
+#include "Common/stream/stream.h"
 
 namespace gate {
+
+constexpr int kBlockSamples = 8192;  // what is gated at a time
 
 enum eStateType { kOpen, kClosed, kOpening, kClosing, kHolding };
 
 /**
- * A noise gate over one file of one or two channels, each gated by itself. A second handle on the
- * input, ahead by the anticipation, tells what is coming: the gate opens before speech sets in and
- * starts to close after it has ended and the hold time has passed.
+ * A noise gate over a recording of one or two channels, each gated by itself. The gate decides on
+ * two running energies, of the sample that it is at and of the one that lies ahead by the
+ * anticipation: it opens before speech sets in, and starts to close after speech has ended and the
+ * hold time has passed.
+ *
+ * What lies ahead is kept in a delay line that is addressed by frames from the recording's start.
+ * The recording is gated in blocks of 8192 samples, and in the last of them the line runs out:
+ * where the sample ahead lies beyond the end, the one a block before it is taken in its place (or
+ * silence, in the first block and where the source says so). Where a block has no sample at all
+ * ahead of it, the current energy stands for the one ahead. The gate sounded like this when it had
+ * two readers on one file and two buffers, and it must not change a bit.
  */
-class CNoiseGate {
+class CNoiseGate : public stream::Stage {
   public:
-    /** args must be converted; ahead must stand args.anticipate_samples frames after current. */
-    CNoiseGate(const GateArgs& args,
-               const SoundHandle& current,
-               const SoundHandle& ahead,
-               const SoundHandle& output,
-               const SF_INFO& info);
+    /** args must be converted, args.anticipate_samples not above the input's frames. */
+    CNoiseGate(const GateArgs& args, stream::Source& input, stream::Receiver& output);
 
     /**
-     * Gates the whole file. Returns 0. Throws ss_sf_unexpected_eof for a file shorter than the
-     * meters, ss_sf_seek_error, ss_sf_write_error.
+     * Gates the whole input and shows the step's progress. Returns 0. Throws ss_sf_unexpected_eof
+     * for an input shorter than the meters, and what source and receiver throw.
      */
     int exec();
+    void exec_mono();
+    void exec_stereo();
+
+    /** For the loop that exec runs. */
+    void take(double* samples, long long frames) override;
+    void end() override;
+
+    /** Fill one meter, or those of the two channels, with the start of the recording. */
+    void initializeMeter(CLevelMeter& meter);
+    void initializeMeters(CLevelMeter& left,
+                          CLevelMeter& right,
+                          double& left_energy,
+                          double& right_energy);
+
+    /** counter: samples that the hold has lasted, from 0 on. */
+    static void startHolding(eStateType& state, int& counter);
+
+    static void startOpening(eStateType& state) { state = kOpening; }
+
+    static void startClosing(eStateType& state) { state = kClosing; }
 
   private:
     /** One channel's meters and gain. */
@@ -42,17 +67,14 @@ class CNoiseGate {
         int held;  // samples since the hold began
     };
 
-    void exec_mono();
-    void exec_stereo();
-    void initializeMeter(CLevelMeter& meter);
-    void initializeMeters(CLevelMeter& left,
-                          CLevelMeter& right,
-                          double& left_energy,
-                          double& right_energy);
+    void gate_input(void (CNoiseGate::*start)());
+    void start_mono();
+    void start_stereo();
+    const double* first_frames() const;
     void add_channel(const CLevelMeter& current, const CLevelMeter& ahead);
-    long long read_start(double* samples, long long count);
-
-    void gate_file();
+    void gate_block(long long frames);
+    const double* look_ahead(long long frames, long long frames_ahead);
+    void forget_passed_frames();
     void gate_channel(Channel& shared,
                       double* samples,
                       const double* ahead,
@@ -60,21 +82,22 @@ class CNoiseGate {
                       bool has_ahead) const;
     void step(Channel& channel, double current_energy, double ahead_energy) const;
 
-    static void startHolding(eStateType& state, int& counter);
-
-    static void startOpening(eStateType& state) { state = kOpening; }
-
-    static void startClosing(eStateType& state) { state = kClosing; }
+    /** The line's samples from a frame on. */
+    const double* at(long long frame) const;
 
     const GateArgs args_;
-    SoundHandle current_;
-    SoundHandle ahead_;
-    SoundHandle output_;
-    SF_INFO info_;
+    stream::Source& input_;
+    int channel_count_;
+    long long block_frames_;
     double attack_step_;
     double release_step_;
-    std::vector<Channel> channels_;
-    boost::scoped_array<double> current_block_;
+    void (CNoiseGate::*start_)() = nullptr;
+    std::vector<Channel> channels_;  // empty until the first frames are there
+    std::vector<double> line_;
+    long long line_start_ = 0;  // frame of the line's first sample
+    long long received_ = 0;    // frames; the line ends there
+    long long gated_ = 0;       // frames; a multiple of the block's until the end
+    boost::scoped_array<double> block_;
     boost::scoped_array<double> ahead_block_;
 };
 

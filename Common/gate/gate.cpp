@@ -4,10 +4,13 @@
 #include <iostream>
 
 #include "Common/files/copy_file.h"
+#include "Common/files/same_file.h"
 #include "Common/gate/CommandLine.h"
 #include "Common/gate/NoiseGate.h"
 #include "Common/reporting/progress.h"
 #include "Common/step/run_entry.h"
+#include "Common/stream/sound_source.h"
+#include "Common/stream/sound_writer.h"
 
 namespace gate {
 
@@ -30,20 +33,24 @@ void require_usable(const GateArgs& args) {
     }
 }
 
+[[noreturn]] void fail_gate_write(const WriteFailure& failure) {
+    throw ss_sf_write_error(failure.path, failure.expected, failure.written, failure.reason);
+}
+
 }  // namespace
 
 int gate_tmain(int argc, const char** argv) {
     GateArgs args;
     args.GetArgs(argc, argv);
     SF_INFO info{};
-    const SoundHandle ahead = open_sound_for_reading(args.sound_file_in, info);
-    const SoundHandle current = open_sound_for_reading(args.sound_file_in, info);
-    if (!ahead || !current) {
+    const SoundHandle handle = open_sound_for_reading(args.sound_file_in, info);
+    if (!handle) {
         throw ss_sf_openinput_error(args.sound_file_in);
     }
     if (info.channels > 2) {
         throw ss_sf_too_many_channels_error(args.sound_file_in, info.channels);
     }
+    require_other_file(args.sound_file_in, args.sound_file_out);
     SF_INFO output_info = info;
     SoundHandle output = open_sound_for_writing(args.sound_file_out, output_info);
     if (!output) {
@@ -51,12 +58,18 @@ int gate_tmain(int argc, const char** argv) {
     }
     args.ConvertArgs(info);
     require_usable(args);
-    if (sf_seek(ahead.get(), args.anticipate_samples, SEEK_SET) == -1) {
+    SoundSource input(handle, args.sound_file_in, info);
+    if (!input.seek(args.anticipate_samples)) {  // nothing lies that far ahead
         CProgress(progress_range::kGate.low, progress_range::kGate.high).show(1.0);
         output.reset();
         return copy_file(args.sound_file_in, args.sound_file_out);
     }
-    CNoiseGate noise_gate(args, current, ahead, output, info);
+    if (!input.seek(0)) {
+        throw ss_sf_seek_error(args.sound_file_in);
+    }
+    SoundWriter writer(output, args.sound_file_out, info.channels, kBlockSamples / info.channels,
+                       fail_gate_write);
+    CNoiseGate noise_gate(args, input, writer);
     if (args.verbosity > 0) {
         args.ShowArgs();
     }

@@ -3,14 +3,18 @@
 #include <algorithm>
 #include <boost/scoped_array.hpp>
 #include <cstdio>
+#include <memory>
 
-#include "Common/audio/sound_handle.h"
 #include "Common/bins/Bin.h"
 #include "Common/bins/BinGrid.h"
+#include "Common/bins/fail_write.h"
 #include "Common/bins/measure.h"
 #include "Common/bins/walls.h"
+#include "Common/files/same_file.h"
 #include "Common/loud_reduction/LoudReductionArgs.h"
 #include "Common/ss_util.h"
+#include "Common/stream/sound_source.h"
+#include "Common/stream/sound_writer.h"
 #include "Common/units.h"
 
 /**
@@ -46,21 +50,22 @@ class LoudReduction {
 
     /** Measures, computes the gains and applies them. Throws the step's errors. */
     void Execute() {
-        input_ = open_sound_for_reading(args_.sound_file_in, info_);
-        if (!input_) {
+        SF_INFO info{};
+        const SoundHandle handle = open_sound_for_reading(args_.sound_file_in, info);
+        if (!handle) {
             throw step_errors::sf_openinput_error<Step>(args_.sound_file_in);
         }
-        if (info_.channels > 2) {
-            throw step_errors::sf_too_many_channels_error<Step>(args_.sound_file_in,
-                                                                info_.channels);
+        if (info.channels > 2) {
+            throw step_errors::sf_too_many_channels_error<Step>(args_.sound_file_in, info.channels);
         }
-        grid_ = make_bin_grid<Step>(info_, args_.bin_size_ms);
+        require_other_file(args_.sound_file_in, args_.sound_file_out);
+        input_.reset(new SoundSource(handle, args_.sound_file_in, info));
+        grid_ = make_bin_grid<Step>(info, args_.bin_size_ms);
         allocate(pBin, static_cast<std::size_t>(grid_.bins), "pBin", Rule::kSource);
         allocate(pWallGains, static_cast<std::size_t>(grid_.walls), "pWallGains", Rule::kSource);
-        allocate(pBinData, static_cast<std::size_t>(grid_.bin_samples), "pBinData", Rule::kSource);
 
         mean_rms_ = InitializeBinArray();
-        sf_seek(input_.get(), 0, SEEK_SET);
+        rewind(*input_);
         if (mean_rms_ == 0.0) {
             throw step_errors::sf_input_silent_error<Step>(args_.sound_file_in);
         }
@@ -73,9 +78,8 @@ class LoudReduction {
 
     /** Measures every bin; returns the mean RMS of those above the noise floor, 0 without any. */
     double InitializeBinArray() {
-        return measure_bins<Step, typename Rule::RmsRule>(
-            input_, args_.sound_file_in, info_, grid_, noise_floor_, pBin.get(), pBinData.get(),
-            CProgress(Rule::kMeasure.low, Rule::kMeasure.high));
+        return measure_bins<Step, typename Rule::RmsRule>(*input_, grid_, noise_floor_, pBin.get(),
+                                                          Rule::kMeasure);
     }
 
     void InitializeGains(double g) { std::fill_n(pWallGains.get(), grid_.walls, g); }
@@ -112,14 +116,14 @@ class LoudReduction {
             double g = bin_gain;
             for (long long j = i + 1; j < last; ++j) {
                 pWallGains[j] = std::min(pWallGains[j], g);
-                g += (g0 - bin_gain) / (release_bins + 1);
+                g += (g0 - bin_gain) / (release_bins + 1LL);
             }
             const long long first =
                 std::max<long long>(i - static_cast<long long>(attack_bins) - 1, -1);
             g = bin_gain;
             for (long long j = i; j > first; --j) {
                 pWallGains[j] = std::min(pWallGains[j], g);
-                g += (g0 - bin_gain) / (attack_bins + 1);
+                g += (g0 - bin_gain) / (attack_bins + 1LL);
             }
         }
     }
@@ -133,16 +137,15 @@ class LoudReduction {
     }
 
     void ApplyGains() {
-        SF_INFO output_info = info_;
+        SF_INFO output_info = input_->info();
         const SoundHandle output = open_sound_for_writing(args_.sound_file_out, output_info);
         if (!output) {
             throw step_errors::sf_openoutput_error<Step>(args_.sound_file_out);
         }
-        if (!apply_walls(input_, output, args_.sound_file_out, info_.channels, grid_,
-                         pWallGains.get(), pBinData.get(),
-                         CProgress(Rule::kApply.low, Rule::kApply.high))) {
-            throw step_errors::sf_io_error<Step>(args_.sound_file_out);
-        }
+        SoundWriter writer(output, args_.sound_file_out, output_info.channels, grid_.bin_frames,
+                           fail_write<Step>);
+        WallRamps ramps(output_info.channels, grid_, pWallGains.get(), writer);
+        stream::pump(*input_, ramps, grid_.pace(Rule::kApply));
     }
 
   private:
@@ -152,10 +155,8 @@ class LoudReduction {
     double threshold_ = 0.0;
     double largest_peak_ = 0.0;
     double mean_rms_ = 0.0;
-    SoundHandle input_;
-    SF_INFO info_{};
+    std::unique_ptr<stream::Source> input_;
     BinGrid grid_{};
     boost::scoped_array<CBin> pBin;
     boost::scoped_array<double> pWallGains;
-    boost::scoped_array<double> pBinData;
 };

@@ -42,19 +42,25 @@ MainIterationLoop::MainIterationLoop(double overallLevel,
 void MainIterationLoop::Go() {
     double x0 = 1.0;
     double x1 = target_level_ / overall_level_;
+    DumpRms(bins_, bin_count_);
     FinalizeAndAdjust(x0);
-    double y0 = EstimateOutputLevel_db();
+    double y0 = EstimateOutputLevel_db(x0);
     for (int i = 0; i < kMostIterations; ++i) {
         FinalizeAndAdjust(x1);
-        const double y1 = EstimateOutputLevel_db();
+        const double y1 = EstimateOutputLevel_db(x1);
+        DumpLoopVars(x0, x1, y0, y1);
+        last_error_db_ = std::fabs(y1 - target_level_db_);
+        last_gain_ = x1;
         const double x2 = UpdateGainEstimate(x0, x1, y0, y1);
         x0 = x1;
         y0 = y1;
         x1 = x2;
-        if (std::fabs(y1 - target_level_db_) <= tolerance_db_) {
+        if (within_tolerance()) {
             break;
         }
     }
+    DumpBins(bins_, bin_count_);
+    DumpWalls(wall_gains_, wall_count_);
 }
 
 double MainIterationLoop::UpdateGainEstimate(double x0, double x1, double y0, double y1) const {
@@ -80,13 +86,16 @@ void MainIterationLoop::AdjustGains(double gain) {
             continue;
         }
         const double drop = gain - limited;
-        for (int k = 0; i + 1 + k < wall_count_ && k <= release_bins_; ++k) {
+        // The ramps' lengths come from settings that may be as large as a number gets.
+        const int last_after = std::min(release_bins_, wall_count_ - 2 - i);
+        for (int k = 0; k <= last_after; ++k) {
             double& wall = wall_gains_[i + 1 + k];
-            wall = std::min(wall, limited + k * drop / (release_bins_ + 1));
+            wall = std::min(wall, limited + k * drop / (release_bins_ + 1LL));
         }
-        for (int k = 0; i - k >= 0 && k <= attack_bins_; ++k) {
+        const int last_before = std::min(attack_bins_, i);
+        for (int k = 0; k <= last_before; ++k) {
             double& wall = wall_gains_[i - k];
-            wall = std::min(wall, limited + k * drop / (attack_bins_ + 1));
+            wall = std::min(wall, limited + k * drop / (attack_bins_ + 1LL));
         }
     }
 }
@@ -96,7 +105,7 @@ void MainIterationLoop::FinalizeAndAdjust(double gain) {
     AdjustGains(gain);
 }
 
-double MainIterationLoop::EstimateOutputLevel_db() const {
+double MainIterationLoop::EstimateOutputLevel_db(double /*gain*/) const {
     double sum = 0.0;
     int counted = 0;
     for (int i = 0; i + 1 < bin_count_; ++i) {

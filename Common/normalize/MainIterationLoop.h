@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Common/bins/Bin.h"
+#include "Common/normalize/dumps.h"
 
 namespace normalize {
 
@@ -9,8 +10,16 @@ namespace normalize {
 double UpdateXEstimate(double x0, double x1, double y0, double y1, double target);
 
 /**
- * Searches for the one gain that brings the loudness of the bins above the noise floor to the
- * target while no such bin's peak exceeds the ceiling. Works on the bins' figures alone.
+ * The search for the one gain that brings the loudness of the bins above the noise floor to the
+ * target while no such bin's peak exceeds the ceiling. It works on the bins' figures alone and
+ * never touches the audio.
+ *
+ * Were no bin limited, target over level would be that gain at once. Each limited bin pulls the
+ * gain down around it, the level falls short, and the common gain has to rise, which limits more
+ * bins: the secant method finds the balance. It need not exist. Where the peaks stand too high the
+ * level hardly moves with the gain, the steps grow, and the gain of the last try may lie far above
+ * any sense, with quiet bins, which are never limited, following it. The caller is told how far off
+ * the last try was.
  */
 class MainIterationLoop {
   public:
@@ -33,6 +42,13 @@ class MainIterationLoop {
     /** Ten tries at most; if none meets the tolerance the last one stands. */
     void Go();
 
+    /** Of the last try, the one that stands: distance from the target in dB, and its gain. */
+    double last_error_db() const { return last_error_db_; }
+
+    double last_gain() const { return last_gain_; }
+
+    bool within_tolerance() const { return last_error_db_ <= tolerance_db_; }
+
     /** Each bin's gain: g, or what brings its peak to the ceiling. Quiet bins are never limited. */
     void FinalizeBinArray(double gain);
 
@@ -42,12 +58,16 @@ class MainIterationLoop {
     void InitializeGains(double gain);
     void FinalizeAndAdjust(double gain);
 
-    /** Level in dB of the bins above the noise floor, the last bin left out; -200 without any. */
-    double EstimateOutputLevel_db() const;
+    /**
+     * Level in dB of the bins above the noise floor, the last bin left out; -200 without any. The
+     * gain is in the walls already and is not read.
+     */
+    double EstimateOutputLevel_db(double gain = 1.0) const;
 
-  private:
+    /** The secant step towards the target: gains x, their levels y in dB. */
     double UpdateGainEstimate(double x0, double x1, double y0, double y1) const;
 
+  private:
     double overall_level_;
     CBin* bins_;
     int bin_count_;
@@ -60,6 +80,8 @@ class MainIterationLoop {
     double target_level_;
     double target_level_db_;
     double tolerance_db_;
+    double last_error_db_ = 0.0;
+    double last_gain_ = 1.0;
 };
 
 }  // namespace normalize

@@ -1,16 +1,22 @@
 #include "Common/normalize/NormalizeOperation.h"
 
+#include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <iostream>
 
 #include "Common/audio/SoundFile.h"
+#include "Common/bins/fail_write.h"
 #include "Common/bins/measure.h"
 #include "Common/bins/walls.h"
+#include "Common/files/same_file.h"
 #include "Common/normalize/MainIterationLoop.h"
 #include "Common/normalize/normalize.h"
 #include "Common/reporting/log.h"
 #include "Common/reporting/progress.h"
 #include "Common/ss_util.h"
+#include "Common/stream/sound_source.h"
+#include "Common/stream/sound_writer.h"
 #include "Common/units.h"
 
 namespace normalize {
@@ -29,6 +35,11 @@ void make_negative(double& level_db, const char* warning, int line) {
     }
 }
 
+bool holds_any_level(int format) {
+    const int encoding = format & SF_FORMAT_SUBMASK;
+    return encoding == SF_FORMAT_FLOAT || encoding == SF_FORMAT_DOUBLE;
+}
+
 }  // namespace
 
 NormalizeOperation::NormalizeOperation(const NormalizeArgs& args) : args_(args) {
@@ -40,16 +51,19 @@ NormalizeOperation::NormalizeOperation(const NormalizeArgs& args) : args_(args) 
 }
 
 void NormalizeOperation::Execute() {
-    input_ = open_sound_for_reading(args_.sound_file_in, info_);
-    if (!input_) {
+    SF_INFO info{};
+    const SoundHandle handle = open_sound_for_reading(args_.sound_file_in, info);
+    if (!handle) {
         throw ss_sf_openinput_error(args_.sound_file_in);
     }
-    if (info_.channels > 2) {
-        throw ss_sf_too_many_channels_error(args_.sound_file_in, info_.channels);
+    if (info.channels > 2) {
+        throw ss_sf_too_many_channels_error(args_.sound_file_in, info.channels);
     }
-    grid_ = make_bin_grid<Step>(info_, args_.bin_size_ms);
+    require_other_file(args_.sound_file_in, args_.sound_file_out);
+    input_.reset(new SoundSource(handle, args_.sound_file_in, info));
+    grid_ = make_bin_grid<Step>(info, args_.bin_size_ms);
     overall_level_ = InitializeBinArray();
-    sf_seek(input_.get(), 0, SEEK_SET);
+    rewind(*input_);
     if (overall_level_ == 0.0) {
         throw ss_sf_input_silent_error(args_.sound_file_in);
     }
@@ -59,27 +73,44 @@ void NormalizeOperation::Execute() {
                            args_.release_ms / args_.bin_size_ms, target_level_,
                            args_.fit_tolerance_db);
     loop.Go();
+    result_.error_db = loop.last_error_db();
+    result_.gain = loop.last_gain();
+    result_.within_tolerance = loop.within_tolerance();
     ApplyGains();
 }
 
 double NormalizeOperation::InitializeBinArray() {
-    allocate(pBinData, static_cast<std::size_t>(grid_.bin_samples), "pBinData", kSource);
     allocate(pBin, static_cast<std::size_t>(grid_.bins), "pBin", kSource);
-    return measure_bins<Step, RmsOfLouderChannel>(
-        input_, args_.sound_file_in, info_, grid_, noise_floor_, pBin.get(), pBinData.get(),
-        CProgress(progress_range::kNormalizeMeasure.low, progress_range::kNormalizeMeasure.high));
+    return measure_bins<Step, RmsOfLouderChannel>(*input_, grid_, noise_floor_, pBin.get(),
+                                                  progress_range::kNormalizeMeasure);
 }
 
 void NormalizeOperation::ApplyGains() {
-    SF_INFO output_info = info_;
-    output_info.format = output_format(info_.format, args_.bit_depth);
-    const SoundFile output(args_.sound_file_out, &output_info, true);
-    if (!apply_walls(
-            input_, output.handle(), args_.sound_file_out, info_.channels, grid_, pWallGains.get(),
-            pBinData.get(),
-            CProgress(progress_range::kNormalizeApply.low, progress_range::kNormalizeApply.high))) {
-        throw ss_sf_io_error(args_.sound_file_out);
+    SF_INFO info = input_->info();
+    info.format = output_format(info.format, args_.bit_depth);
+    const SoundFile file(args_.sound_file_out, &info, true);
+    SoundWriter writer(file.handle(), args_.sound_file_out, info.channels, grid_.bin_frames,
+                       fail_write<Step>);
+    FullScaleHold hold(info.channels, writer);
+    stream::Receiver& output =
+        holds_any_level(info.format) ? static_cast<stream::Receiver&>(writer) : hold;
+    WallRamps ramps(info.channels, grid_, pWallGains.get(), output);
+    stream::pump(*input_, ramps, grid_.pace(progress_range::kNormalizeApply));
+    result_.held_samples = hold.held();
+}
+
+void FullScaleHold::take(double* samples, long long frames) {
+    long long held = 0;
+    for (long long i = 0; i < frames * channels_; ++i) {
+        held += static_cast<long long>(std::fabs(samples[i]) > 1.0);
     }
+    if (held > 0) {  // seldom
+        for (long long i = 0; i < frames * channels_; ++i) {
+            samples[i] = std::max(std::min(samples[i], 1.0), -1.0);
+        }
+        held_ += held;
+    }
+    next().take(samples, frames);
 }
 
 int output_format(int input_format, int bit_depth) {
@@ -107,9 +138,10 @@ int output_format(int input_format, int bit_depth) {
     return (input_format & SF_FORMAT_TYPEMASK) | encoding;
 }
 
-void Normalize(const NormalizeArgs& args) {
+FitResult Normalize(const NormalizeArgs& args) {
     NormalizeOperation operation(args);
     operation.Execute();
+    return operation.result();
 }
 
 }  // namespace normalize

@@ -1,13 +1,13 @@
 #pragma once
 
-#include <sndfile.h>
-
 #include <boost/scoped_array.hpp>
+#include <memory>
 
-#include "Common/audio/sound_handle.h"
 #include "Common/bins/Bin.h"
 #include "Common/bins/BinGrid.h"
 #include "Common/normalize/CommandLine.h"
+#include "Common/normalize/normalize.h"
+#include "Common/stream/stream.h"
 
 namespace normalize {
 
@@ -25,20 +25,39 @@ class NormalizeOperation {
 
     void ApplyGains();
 
+    /** What came of it. */
+    const FitResult& result() const { return result_; }
+
   private:
     NormalizeArgs args_;
     double noise_floor_;   // linear
     double peak_output_;   // linear
     double target_level_;  // linear
-    SF_INFO info_{};
-    SoundHandle input_;
+    std::unique_ptr<stream::Source> input_;
     BinGrid grid_{};
     boost::scoped_array<CBin> pBin;
     double overall_level_ = 0.0;
     boost::scoped_array<double> pWallGains;
-    boost::scoped_array<double> pBinData;
+    FitResult result_;
 };
 
-void Normalize(const NormalizeArgs& args);
+/**
+ * Holds samples at full scale, -1.0 to 1.0, and counts those that had to be held: encodings other
+ * than float wrap a larger sample to the other sign or read past the end of a table of theirs.
+ */
+class FullScaleHold : public stream::Stage {
+  public:
+    FullScaleHold(int channels, stream::Receiver& next) : Stage(next), channels_(channels) {}
+
+    void take(double* samples, long long frames) override;
+
+    long long held() const { return held_; }
+
+  private:
+    int channels_;
+    long long held_ = 0;
+};
+
+FitResult Normalize(const NormalizeArgs& args);
 
 }  // namespace normalize

@@ -2,21 +2,22 @@
 
 #include "Common/normalize/CommandLine.h"
 #include "Common/normalize/NormalizeOperation.h"
-#include "Common/step/run_entry.h"
 
 namespace normalize {
 
-namespace {
-
-int normalize_tmain(int argc, const char** argv) {
-    Normalize(GetArgs(argc, argv));
-    return 0;
+int _tmain(int argc, const char** argv) {
+    FitResult fit;
+    return run_normalize(argc, argv, fit);
 }
 
-}  // namespace
-
-int _tmain(int argc, const char** argv) {
-    return run_entry(normalize_tmain, argc, argv, 1);
+int run_normalize(int argc, const char** argv, FitResult& fit) {
+    try {
+        fit = Normalize(GetArgs(argc, argv));
+        return 0;
+    } catch (const ss_error& failure) {
+        failure.report();
+        return 1;
+    }
 }
 
 }  // namespace normalize

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Common/step/step_errors.h"
+#include "Common/units.h"
 
 /** Step 10: brings the leveled audio to the target level under a peak ceiling. */
 namespace normalize {
@@ -24,7 +25,20 @@ using ss_sf_input_silent_error = step_errors::sf_input_silent_error<Step>;
  */
 int output_format(int input_format, int bit_depth);
 
+/** What the step did, in plain numbers. */
+struct FitResult {
+    double error_db = 0.0;          // distance of the last try's level from the target
+    double gain = 1.0;              // linear, the common gain of the last try
+    bool within_tolerance = false;  // false: the peaks left the target out of reach
+    long long held_samples = 0;     // held at full scale, above which the encoding would wrap
+};
+
 /** Returns 0, or 1 after reporting an ss_error. Other exceptions pass on. */
 int _tmain(int argc, const char** argv);
+
+/** The same; fit receives what the step did when it returns 0. */
+int run_normalize(int argc, const char** argv, FitResult& fit);
+
+using ::ceildiv;
 
 }  // namespace normalize

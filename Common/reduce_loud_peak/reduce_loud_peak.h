@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Common/step/step_errors.h"
+#include "Common/units.h"
 
 /** Step 3: tames single loud peaks. */
 namespace reduce_loud_peak {
@@ -19,6 +20,8 @@ using ss_sf_unexpected_eof = step_errors::sf_unexpected_eof<Step>;
 using ss_sf_format_error = step_errors::sf_format_error<Step>;
 using ss_sf_too_many_channels_error = step_errors::sf_too_many_channels_error<Step>;
 using ss_sf_input_silent_error = step_errors::sf_input_silent_error<Step>;
+
+using ::ceildiv;
 
 /** Levels a sound file of one or two channels into another of the same format. Throws the above. */
 int reduce_loud_peak_tmain(int argc, const char** argv);

@@ -1,17 +1,16 @@
 #include "Common/smooth_gains/smooth_gains.h"
 
 #include <algorithm>
-#include <boost/scoped_array.hpp>
 #include <cmath>
-#include <cstdio>
 #include <cstdlib>
 #include <exception>
 #include <fstream>
-#include <limits>
 #include <string>
+#include <vector>
 
+#include "Common/files/same_file.h"
+#include "Common/files/series.h"
 #include "Common/reporting/log.h"
-#include "Common/ss_util.h"
 #include "Common/step/step_options.h"
 
 namespace smooth_gains {
@@ -49,46 +48,35 @@ int parse(int argc, const char** argv, Args& args) {
     return 0;
 }
 
-/** An upper bound of the number of lines. */
-std::size_t count_lines(std::istream& file) {
-    constexpr std::streamsize kMostCharacters = 256;
-    std::size_t lines = 0;
-    while (file) {
-        file.ignore(kMostCharacters, '\n');
-        ++lines;
-    }
-    file.clear();
-    file.seekg(0);
-    return lines;
-}
-
-/** Appends each line's number to values, but for zeros; returns how many. */
-unsigned int read_gains(std::istream& file, double* values) {
+/**
+ * The gains of all lines but those that are 0 or no number. A line longer than 255 characters ends
+ * the reading.
+ */
+std::vector<double> read_gains(std::istream& file) {
     constexpr std::streamsize kLineSize = 256;
     char line[kLineSize];
-    unsigned int count = 0;
+    std::vector<double> gains;
     while (file.getline(line, kLineSize)) {
-        const double value = std::atof(line);
-        if (value != 0.0) {
-            values[count++] = value;
+        const double gain = std::atof(line);
+        if (gain != 0.0) {
+            gains.push_back(gain);
         }
     }
-    return count;
+    return gains;
 }
 
-int write_gains(const std::string& path, const double* values, unsigned int count) {
-    std::ofstream file(path);
-    if (!file) {
+/** Each gain with as many digits as its exact value has. */
+int write_gains(const std::string& path, const std::vector<double>& gains) {
+    // What gcvt with 128 digits prints, on C libraries that stop at 17 digits too.
+    SeriesWriter file(path, SeriesWriter::kGeneral, 0, 128);
+    if (!file.is_open()) {
         return log_failure(kSource, __LINE__, "Error opening " + path + " for output");
     }
-    for (unsigned int i = 0; i < count; ++i) {
-        char text[512];
-        // What gcvt with 128 digits prints, on C libraries that stop at 17 digits too.
-        std::snprintf(text, sizeof text, "%.128g\n", values[i]);
-        file << text;
+    for (const double gain : gains) {
+        file.write(gain);
     }
-    file.close();
-    return file ? 0 : log_failure(kSource, __LINE__, "error writing to " + path);
+    const std::string problem = file.close();
+    return problem.empty() ? 0 : log_failure(kSource, __LINE__, problem, reporting::Kind::kSystem);
 }
 
 int smooth_file(const Args& args) {
@@ -96,34 +84,30 @@ int smooth_file(const Args& args) {
     if (!file) {
         return log_failure(kSource, __LINE__, "Error opening " + args.input_file);
     }
-    const std::size_t lines = count_lines(file);
-    if (!file.good()) {
+    std::vector<double> gains = read_gains(file);
+    if (file.bad()) {
         return log_failure(kSource, __LINE__, "Error: " + args.input_file + " is not good for i/o");
     }
-    boost::scoped_array<double> gains;
-    boost::scoped_array<double> forward;
-    boost::scoped_array<double> backward;
-    allocate(gains, lines, "gains", kSource);
-    const unsigned int n = read_gains(file, gains.get());
-    if (n == 0) {
+    if (gains.empty()) {
         return log_failure(kSource, __LINE__, "error: no gains in " + args.input_file);
     }
-    if (!std::all_of(gains.get(), gains.get() + n, [](double g) { return std::isfinite(g); })) {
+    if (!std::all_of(gains.begin(), gains.end(), [](double g) { return std::isfinite(g); })) {
         return log_failure(kSource, __LINE__,
                            "error: a gain in " + args.input_file + " is not a finite number");
     }
-    allocate(forward, n, "forward", kSource);
-    allocate(backward, n, "backward", kSource);
-
-    if (SmoothGains1(gains.get(), forward.get(), n, args.attack_increasing) != 0) {
+    require_other_file(args.input_file, args.output_file);
+    const unsigned int n = static_cast<unsigned int>(gains.size());
+    std::vector<double> forward(n);
+    std::vector<double> backward(n);
+    if (SmoothGains1(gains.data(), forward.data(), n, args.attack_increasing) != 0) {
         return log_failure(kSource, __LINE__, "Error in SmoothGains1()");
     }
-    ReverseArray(gains.get(), n);
-    SmoothGains1(gains.get(), backward.get(), n, args.attack_decreasing);
+    ReverseArray(gains.data(), n);
+    SmoothGains1(gains.data(), backward.data(), n, args.attack_decreasing);
     for (unsigned int i = 0; i < n; ++i) {
         forward[i] = std::min(forward[i], backward[n - 1 - i]);
     }
-    return write_gains(args.output_file, forward.get(), n);
+    return write_gains(args.output_file, forward);
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 
 #include "Common/CommandLine.h"
 #include "Common/files/cue_list.h"
+#include "Common/files/same_file.h"
 #include "Common/files/series.h"
 #include "Common/reporting/log.h"
 #include "Common/segment/segment.h"
@@ -82,6 +83,7 @@ int wrap_segment(std::string rmsFile,
     if (quietDelta > 0.0) {
         return log_failure(kSource, __LINE__, "error: quiet_delta must be negative");
     }
+    require_other_file(rmsFile, cueListFile);
     const std::vector<double> levels_db = read_series(rmsFile);
     if (levels_db.empty()) {
         return log_failure(kSource, __LINE__, "error: no levels in " + rmsFile);
@@ -109,8 +111,8 @@ int wrap_segment(std::string rmsFile,
         return log_failure(kSource, __LINE__, "error opening cue list file " + cueListFile);
     }
     write_cue_list(file, cues);
-    file.close();
-    return file ? 0 : log_failure(kSource, __LINE__, "error writing to " + cueListFile);
+    const std::string problem = close_text(file, cueListFile);
+    return problem.empty() ? 0 : log_failure(kSource, __LINE__, problem, reporting::Kind::kSystem);
 }
 
 }  // namespace wrap_segment

@@ -48,10 +48,10 @@ TEST(GatedRms, CountsWhatAMaximumOfTheLastSamplesWouldCount) {
             for (const double threshold : {0.006, -1.0, 0.3}) {
                 SF_INFO info;
                 const SoundHandle handle = open_sound_for_reading(dir / "in.wav", info);
-                calculate_gains::CalcRMS_GW meter(handle, "in.wav", info,
-                                                  static_cast<std::uint32_t>(buffer), threshold);
-                ASSERT_EQ(gated_rms(input.samples, buffer, threshold),
-                          meter.measure(input.frames()))
+                ASSERT_EQ(
+                    gated_rms(input.samples, buffer, threshold),
+                    calculate_gains::CalcRMS_GW(handle, input.frames(),
+                                                static_cast<std::uint32_t>(buffer), threshold))
                     << buffer << " " << threshold;
             }
         }

@@ -1,0 +1,12 @@
+#pragma once
+
+#include <string>
+
+/** Whether two paths lead to one file, by whatever links. False where one of them is no file. */
+bool is_same_file(const std::string& first, const std::string& second);
+
+/**
+ * To be called before the output is opened, which empties it: throws std::runtime_error when it is
+ * the input.
+ */
+void require_other_file(const std::string& input, const std::string& output);

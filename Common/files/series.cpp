@@ -1,0 +1,50 @@
+#include "Common/files/series.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <stdexcept>
+
+void require_readable(const std::istream& file, const std::string& path) {
+    if (file.bad()) {
+        throw std::runtime_error("error reading from " + path + ": " + std::strerror(errno));
+    }
+}
+
+std::vector<double> read_series(const std::string& path) {
+    std::ifstream file(path);
+    std::vector<double> values;
+    errno = 0;
+    for (double value = 0.0; file >> value;) {
+        values.push_back(value);
+    }
+    require_readable(file, path);
+    return values;
+}
+
+std::string close_text(std::ofstream& file, const std::string& path) {
+    if (file) {
+        errno = 0;
+    }
+    file.close();
+    if (file) {
+        return "";
+    }
+    return "error writing to " + path +
+           (errno == 0 ? "" : std::string(": ") + std::strerror(errno));
+}
+
+SeriesWriter::SeriesWriter(const std::string& path, Notation notation, int width, int digits)
+    : path_(path), notation_(notation), width_(width), digits_(digits), file_(path) {}
+
+void SeriesWriter::write(double value) {
+    char line[512];  // 128 digits, and the 309 before a fixed notation's point
+    const int length = notation_ == kFixed
+                           ? std::snprintf(line, sizeof line, "%*.*f\n", width_, digits_, value)
+                           : std::snprintf(line, sizeof line, "%*.*g\n", width_, digits_, value);
+    file_.write(line, length);
+}
+
+std::string SeriesWriter::close() {
+    return close_text(file_, path_);
+}

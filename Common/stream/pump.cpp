@@ -1,0 +1,83 @@
+#include "Common/stream/pump.h"
+
+#include <algorithm>
+#include <boost/scoped_array.hpp>
+#include <cstddef>
+#include <utility>
+
+#include "Common/audio/finite.h"
+#include "Common/reporting/log.h"
+#include "Common/reporting/run_state.h"
+#include "Common/ss_util.h"
+
+namespace stream {
+
+namespace {
+
+// Large enough that the calls per block do not count, small enough for a processor's cache.
+constexpr int kBlockSamples = 32768;
+
+template <class Advance>
+void run(Source& source,
+         Receiver& receiver,
+         long long most_frames,
+         long long unit_frames,
+         const Advance& advance) {
+    const int channels = source.info().channels;
+    const long long units = kBlockSamples / channels / unit_frames;
+    const long long block_frames = std::max(1LL, units) * unit_frames;
+    boost::scoped_array<double> block;
+    allocate(block, static_cast<std::size_t>(block_frames) * static_cast<std::size_t>(channels),
+             "block", "Common/stream/pump");
+    FiniteGuard guard(source.name(), source.info(), source.position());
+    while (most_frames > 0) {
+        check_cancelled();
+        const long long frames = source.read(block.get(), std::min(most_frames, block_frames));
+        if (frames <= 0) {
+            break;
+        }
+        guard.check(block.get(), frames * channels);
+        receiver.take(block.get(), frames);
+        advance(frames);
+        most_frames -= frames;
+    }
+    receiver.end();
+}
+
+}  // namespace
+
+Pace::Pace(progress_range::Range range, long long unit_frames, Fraction fraction)
+    : progress_(range.low, range.high), unit_frames_(unit_frames), fraction_(std::move(fraction)) {
+    if (kShowDuration) {
+        ShowDuration(gStart);
+    }
+}
+
+void Pace::advance(long long frames) {
+    for (frames_ += frames; frames_ >= unit_frames_; frames_ -= unit_frames_) {
+        show(fraction_(units_++));
+    }
+}
+
+void Pace::finish() {
+    if (frames_ > 0) {
+        frames_ = 0;
+        show(fraction_(units_++));
+    }
+}
+
+void pump(Source& source, Receiver& receiver, Pace& pace, long long most_frames) {
+    run(source, receiver, most_frames, pace.unit_frames(),
+        [&pace](long long frames) { pace.advance(frames); });
+    pace.finish();
+}
+
+void pump(Source& source, Receiver& receiver, Pace&& pace, long long most_frames) {
+    pump(source, receiver, pace, most_frames);
+}
+
+void pump(Source& source, Receiver& receiver, long long most_frames) {
+    run(source, receiver, most_frames, 1, [](long long) {});
+}
+
+}  // namespace stream

@@ -1,0 +1,56 @@
+#pragma once
+
+#include <functional>
+#include <limits>
+
+#include "Common/reporting/progress.h"
+#include "Common/stream/stream.h"
+
+namespace stream {
+
+/**
+ * When a loop shows its progress. The fractions of a step belong to units of its own, the bins of a
+ * meter or the blocks of a filter; they are shown as if the loop read unit by unit, whatever it
+ * reads at a time.
+ */
+class Pace {
+  public:
+    using Fraction = std::function<double(long long unit)>;
+
+    /** fraction: 0.0 to 1.0 of the step's range after unit 0, 1 and so on. */
+    Pace(progress_range::Range range, long long unit_frames, Fraction fraction);
+
+    /** So many frames more are done. */
+    void advance(long long frames);
+
+    /** There are no more: a unit that is not full is done, too. */
+    void finish();
+
+    /** Throws ss_cancel_exception while the run is cancelled. */
+    void show(double fraction) { progress_.show(fraction); }
+
+    long long unit_frames() const { return unit_frames_; }
+
+  private:
+    CProgress progress_;
+    long long unit_frames_;
+    Fraction fraction_;
+    long long frames_ = 0;
+    long long units_ = 0;
+};
+
+constexpr long long kToTheEnd = std::numeric_limits<long long>::max();
+
+/**
+ * Reads a source from its position on, most_frames at most, hands every block to the receiver and
+ * tells it the end. A block is large and holds whole units of the pace. Throws std::runtime_error
+ * naming source and frame for a sample that is not finite, ss_cancel_exception, and what source and
+ * receiver throw.
+ */
+void pump(Source& source, Receiver& receiver, Pace& pace, long long most_frames = kToTheEnd);
+void pump(Source& source, Receiver& receiver, Pace&& pace, long long most_frames = kToTheEnd);
+
+/** The same without progress. */
+void pump(Source& source, Receiver& receiver, long long most_frames);
+
+}  // namespace stream

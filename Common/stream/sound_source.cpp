@@ -1,0 +1,64 @@
+#include "Common/stream/sound_source.h"
+
+#include <limits>
+#include <stdexcept>
+#include <utility>
+#include <vector>
+
+#include "Common/reporting/failure.h"
+
+namespace {
+
+[[noreturn]] void fail_read(const std::string& text) {
+    reporting::note_failure(reporting::Kind::kSystem, text);
+    throw std::runtime_error(text);
+}
+
+}  // namespace
+
+SoundSource::SoundSource(const SoundHandle& handle,
+                         const std::string& path,
+                         const SF_INFO& info,
+                         Failure failure)
+    : handle_(handle), path_(path), info_(info), failure_(std::move(failure)) {}
+
+long long SoundSource::read(double* samples, long long frames) {
+    const long long count = sf_readf_double(handle_.get(), samples, frames);
+    if (sf_error(handle_.get()) != SF_ERR_NO_ERROR) {
+        if (failure_) {
+            failure_(handle_, path_);
+        }
+        fail_read(path_ + ": cannot be read from frame " + std::to_string(position_ + count) +
+                  " on: " + sf_strerror(handle_.get()));
+    }
+    position_ += count;
+    return count;
+}
+
+bool SoundSource::seek(long long frame) {
+    if (sf_seek(handle_.get(), frame, SEEK_SET) == -1) {
+        return false;
+    }
+    position_ = frame;
+    return true;
+}
+
+/**
+ * The library zeroes the rest of a buffer when it finds more bytes behind the recording's last
+ * frame, a pad byte or a chunk, which it reads as samples and then takes back; at the end of the
+ * file itself it leaves the rest alone. One frame too many shows which it is.
+ */
+bool SoundSource::zeroes_past_end() {
+    const std::size_t channels = static_cast<std::size_t>(info_.channels);
+    std::vector<double> frames(2 * channels, std::numeric_limits<double>::max());
+    if (info_.frames == 0 || !seek(info_.frames - 1)) {
+        return false;
+    }
+    return sf_readf_double(handle_.get(), frames.data(), 2) == 1 && frames[channels] == 0.0;
+}
+
+void rewind(stream::Source& source) {
+    if (!source.seek(0)) {
+        fail_read(source.name() + ": cannot be read a second time");
+    }
+}

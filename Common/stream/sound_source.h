@@ -1,0 +1,44 @@
+#pragma once
+
+#include <functional>
+#include <string>
+
+#include "Common/audio/sound_handle.h"
+#include "Common/stream/stream.h"
+
+/**
+ * An open sound file as a source. The library's error is looked at after every read: a block that
+ * could not be read whole is an error and never the end of a shorter recording.
+ */
+class SoundSource : public stream::Source {
+  public:
+    /** Throws what a step throws for a file that cannot be read; the handle still has the cause. */
+    using Failure = std::function<void(const SoundHandle& handle, const std::string& path)>;
+
+    /** Without a failure of the step's own, std::runtime_error names file, frame and cause. */
+    SoundSource(const SoundHandle& handle,
+                const std::string& path,
+                const SF_INFO& info,
+                Failure failure = Failure());
+
+    const std::string& name() const override { return path_; }
+
+    const SF_INFO& info() const override { return info_; }
+
+    long long read(double* samples, long long frames) override;
+    bool seek(long long frame) override;
+
+    long long position() const override { return position_; }
+
+    bool zeroes_past_end() override;
+
+  private:
+    SoundHandle handle_;
+    std::string path_;
+    SF_INFO info_;
+    Failure failure_;
+    long long position_ = 0;
+};
+
+/** Goes back to frame 0 for a second pass. Throws std::runtime_error naming the source. */
+void rewind(stream::Source& source);

@@ -1,0 +1,59 @@
+#include "Common/stream/sound_writer.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <utility>
+
+namespace {
+
+/**
+ * The library says nothing of a header that it could not bring up to date when closing: the file on
+ * disk is asked how long it is. A device or a pipe has nothing to ask.
+ */
+bool holds(const std::string& path, long long frames) {
+    struct stat status = {};
+    if (::stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) {
+        return true;
+    }
+    SF_INFO info;
+    return open_sound_for_reading(path, info) && info.frames >= frames;
+}
+
+}  // namespace
+
+SoundWriter::SoundWriter(const SoundHandle& handle,
+                         const std::string& path,
+                         int channels,
+                         long long piece_frames,
+                         OnFailure on_failure)
+    : handle_(handle),
+      path_(path),
+      channels_(channels),
+      piece_frames_(piece_frames),
+      on_failure_(std::move(on_failure)) {}
+
+void SoundWriter::take(double* samples, long long frames) {
+    for (long long done = 0; done < frames; done += piece_frames_) {
+        write(samples + done * channels_, std::min(piece_frames_, frames - done));
+    }
+}
+
+void SoundWriter::write(const double* samples, long long frames) {
+    const long long written = sf_writef_double(handle_.get(), samples, frames);
+    if (written != frames) {
+        on_failure_(
+            {handle_, path_, frames * channels_, written * channels_, sf_strerror(handle_.get())});
+    }
+    frames_ += written;
+}
+
+void SoundWriter::end() {
+    const int error = close_sound(handle_);
+    const long long samples = frames_ * channels_;
+    if (error != 0) {
+        on_failure_({handle_, path_, samples, samples, sf_error_number(error)});
+    } else if (!holds(path_, frames_)) {
+        on_failure_({handle_, path_, samples, samples, "the file on disk is not whole"});
+    }
+}
