@@ -9,7 +9,8 @@ namespace {
 
 /**
  * The library says nothing of a header that it could not bring up to date when closing: the file on
- * disk is asked how long it is. A device or a pipe has nothing to ask.
+ * disk is asked how long it is. A device or a pipe has nothing to ask, and some formats without a
+ * frame are no file that the library would open.
  */
 bool holds(const std::string& path, long long frames) {
     struct stat status = {};
@@ -53,7 +54,7 @@ void SoundWriter::end() {
     const long long samples = frames_ * channels_;
     if (error != 0) {
         on_failure_({handle_, path_, samples, samples, sf_error_number(error)});
-    } else if (!holds(path_, frames_)) {
+    } else if (frames_ > 0 && !holds(path_, frames_)) {
         on_failure_({handle_, path_, samples, samples, "the file on disk is not whole"});
     }
 }
