@@ -16,7 +16,8 @@ int CCLArgs::GetArgs(int argc, const char** argv) {
         .positional("wave-file", wave_file, "wave file (in)")
         .positional("cuelist-file", cue_list_file, "cue list file (in)")
         .positional("gains-file", gains_file, "gains file (out)")
-        .positional("rms-file", rms_file, "RMS file (out)");
+        .positional("rms-file", rms_file, "RMS file (out)")
+        .help_caption("Allowed options");
     ParseResult result = parser.parse(argc, argv);
     if (result.status == ParseResult::kOk && wave_file.empty()) {
         result = {ParseResult::kFailed, "error: a wave file is needed"};

@@ -17,7 +17,8 @@ int CCLArgs::GetArgs(int argc, const char** argv) {
         .option("chunk-size,k", chunk_size, "chunk size for processing in pieces (0=no chunking)")
         .option("tolerance,t", tolerance, "threshold of fit (0=no threshold)")
         .option("cost-function,c", cost_function, "cost function (SSD0, MSD0)")
-        .failure_texts("Error in command line: ", "Exception of unknown type occured");
+        .failure_texts("Error in command line: ", "Exception of unknown type occured")
+        .help_caption("Allowed options");
     const ParseResult result = parser.parse(argc, argv);
     if (result.status != ParseResult::kOk) {
         log_msg(kSource, __LINE__, result.message);

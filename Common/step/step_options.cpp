@@ -78,8 +78,19 @@ bool StepOptions::given(const std::string& name) const {
     return values_.count(name) != 0 && !values_[name].defaulted();
 }
 
+StepOptions& StepOptions::help_caption(const std::string& caption) {
+    help_caption_ = caption;
+    return *this;
+}
+
 std::string StepOptions::help() const {
     std::ostringstream text;
-    text << visible_;
+    if (help_caption_.empty()) {
+        text << visible_;
+    } else {
+        po::options_description all(help_caption_, kLineLength, kDescriptionColumn);
+        all.add(visible_);
+        text << all;
+    }
     return text.str();
 }

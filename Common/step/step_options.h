@@ -65,6 +65,9 @@ class StepOptions {
     /** Whether the last parse met the option, other than by its default. */
     bool given(const std::string& name) const;
 
+    /** Puts a line above the group in the help. */
+    StepOptions& help_caption(const std::string& caption);
+
     /** The visible group as the help shows it. */
     std::string help() const;
 
@@ -76,6 +79,7 @@ class StepOptions {
 
     std::string* options_file_ = nullptr;
     OptionsFile options_file_rule_;
+    std::string help_caption_;
     std::string failure_prefix_ = "error: ";
     std::string unknown_failure_ = "Exception of unknown type occured while parsing command line";
     boost::program_options::options_description visible_;
