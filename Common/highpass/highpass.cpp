@@ -8,6 +8,7 @@
 #include "Common/audio/SoundFile.h"
 #include "Common/files/same_file.h"
 #include "Common/highpass/CommandLine.h"
+#include "Common/highpass/Filter.h"
 #include "Common/highpass/biquad.h"
 #include "Common/reporting/progress.h"
 #include "Common/step/run_entry.h"
@@ -21,57 +22,6 @@ namespace highpass {
 namespace {
 
 constexpr int kBlockSamples = 8192;
-
-/** Filters and clips one sample in place; returns its square. */
-inline double filter_sample(double& sample, biquad& filter) {
-    sample = std::max(std::min(BiQuad(sample, &filter), 1.0), -1.0);
-    return sample * sample;
-}
-
-/** Two filters and two sums of squares for one or two channels. */
-class Filter : public stream::Stage {
-  public:
-    Filter(const std::string& name, const biquad* filters, int channels, stream::Receiver& next)
-        : Stage(next), name_(name), channels_(channels) {
-        std::copy_n(filters, channels, filters_);
-    }
-
-    void take(double* samples, long long frames) override {
-        biquad left = filters_[0];  // local copies stay in registers
-        biquad right = filters_[1];
-        double left_sum = sums_[0];
-        double right_sum = sums_[1];
-        if (channels_ == 1) {
-            for (long long i = 0; i < frames; ++i) {
-                left_sum += filter_sample(samples[i], left);
-            }
-        } else {
-            for (long long i = 0; i < 2 * frames; i += 2) {
-                left_sum += filter_sample(samples[i], left);
-                right_sum += filter_sample(samples[i + 1], right);
-            }
-        }
-        filters_[0] = left;
-        filters_[1] = right;
-        sums_[0] = left_sum;
-        sums_[1] = right_sum;
-        if (std::isnan(sums_[0] + sums_[1])) {
-            throw std::runtime_error(name_ +
-                                     ": the high-pass filter overflows; its cutoffs make it "
-                                     "unstable, or the samples are too large");
-        }
-        next().take(samples, frames);
-    }
-
-    /** Of the louder channel, clipped. */
-    double sum_of_squares() const { return std::max(sums_[0], sums_[1]); }
-
-  private:
-    std::string name_;
-    int channels_;
-    biquad filters_[2] = {};
-    double sums_[2] = {0.0, 0.0};
-};
 
 bool build_filter(const HighpassArgs& args, int sample_rate_hz, biquad* filter) {
     if (BiQuad_new(kHighPass, 0.0, args.center_hz, sample_rate_hz, args.bandwidth_octaves,

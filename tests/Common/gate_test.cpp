@@ -3,14 +3,17 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "Common/gate/LevelMeter.h"
-#include "tests/support/signals.h"
+#include <cmath>
+#include <random>
+
+#include "Common/gate/NoiseGate.h"
+#include "tests/support/arrays.h"
 #include "tests/support/step_test.h"
 
 namespace {
 
-const double kClosed = std::pow(10.0, -12.0 / 20.0);  // the default closed gain
-constexpr int kRate = 1000;                           // one sample a millisecond; the meter holds 5
+const double kClosedGain = std::pow(10.0, -12.0 / 20.0);  // the default closed gain
+constexpr int kRate = 1000;  // one sample a millisecond; the meter holds 5
 
 /** Loud is 0.5, quiet 0.01; a full meter of them holds 1.25 and 0.0005. */
 Signal loud(long long frames) {
@@ -21,32 +24,42 @@ Signal quiet(long long frames) {
     return signals::square(0.01, frames, kRate);
 }
 
-class Gate : public StepTest {
-  protected:
-    /** Thresholds at -20 dB: energy 0.1^2 * 5 = 0.05. Times in ms, that is, samples. */
-    int run(const Signal& input,
-            std::vector<std::string> options,
-            int anticipate = 0,
-            int format = kWavDouble) {
-        write_sound(dir / "in.wav", input, format);
-        return run_step(gate::_tmain,
-                        {"gate", dir / "in.wav", dir / "out.wav", "--gate__threshold_attack", "-20",
-                         "--gate__threshold_release", "-20", "-k", std::to_string(anticipate)},
-                        options);
-    }
+/** Thresholds at -20 dB: energy 0.1^2 * 5 = 0.05. Times in ms, that is, samples. */
+struct Settings {
+    int attack = 100;
+    int release = 250;
+    int hold = 250;
+    int anticipate = 0;
 
-    /** The gain that each frame of one channel got. */
-    std::vector<double> gains(const Signal& input, int channel = 0) {
-        const Signal output = read_sound(dir / "out.wav");
-        EXPECT_EQ(input.samples.size(), output.samples.size());
-        std::vector<double> gain;
-        for (std::size_t i = static_cast<std::size_t>(channel); i < output.samples.size();
-             i += static_cast<std::size_t>(input.channels)) {
-            gain.push_back(output.samples[i] / input.samples[i]);
-        }
-        return gain;
+    gate::GateArgs args(const SF_INFO& info) const {
+        gate::GateArgs args;
+        args.threshold_attack_db = args.threshold_release_db = -20.0;
+        args.attack_ms = attack;
+        args.release_ms = release;
+        args.hold_ms = hold;
+        args.anticipate_ms = anticipate;
+        args.ConvertArgs(info);
+        return args;
     }
 };
+
+std::vector<double> gated(ArraySource source, const Settings& settings) {
+    Collector output(source.info().channels);
+    gate::CNoiseGate noise_gate(settings.args(source.info()), source, output);
+    EXPECT_EQ(0, noise_gate.exec());
+    EXPECT_EQ(1, output.ends);
+    return output.samples;
+}
+
+/** The gain that each sample got. */
+std::vector<double> gains(const Signal& input, const Settings& settings) {
+    std::vector<double> gain = gated(ArraySource(input), settings);
+    EXPECT_EQ(input.samples.size(), gain.size());
+    for (std::size_t i = 0; i < gain.size(); ++i) {
+        gain[i] /= input.samples[i];
+    }
+    return gain;
+}
 
 TEST(LevelMeter, HoldsTheEnergyOfTheLastSamples) {
     gate::CLevelMeter meter(3);
@@ -58,85 +71,159 @@ TEST(LevelMeter, HoldsTheEnergyOfTheLastSamples) {
     EXPECT_EQ(1.0, meter.update(0.0));
 }
 
-TEST_F(Gate, HoldsAfterSpeechThenFallsLinearlyToTheClosedGain) {
-    const Signal input = signals::join({loud(100), quiet(400)});
-    ASSERT_EQ(0, run(input, {"-d", "10", "-r", "100"}));
+TEST(Gate, HoldsAfterSpeechThenFallsLinearlyToTheClosedGain) {
     // The loud samples leave the meter one by one: with 100 the first quiet sample, 103 still sees
     // one (0.25), 104 none: the hold begins. 11 samples later, at 115, it has lasted; the state
     // changes there and the first step of the release falls on 116.
-    const double step = (1.0 - kClosed) / 100;
-    const std::vector<double> gain = gains(input);
+    const double step = (1.0 - kClosedGain) / 100;
+    const std::vector<double> gain =
+        gains(signals::join({loud(100), quiet(400)}), {100, 100, 10, 0});
     EXPECT_EQ(1.0, gain[115]);
     EXPECT_NEAR(1.0 - step, gain[116], 1e-9);
     EXPECT_NEAR(1.0 - 50 * step, gain[165], 1e-9);
-    EXPECT_NEAR(kClosed + step, gain[214], 1e-9);
-    EXPECT_NEAR(kClosed, gain[215], 1e-9);
-    EXPECT_NEAR(kClosed, gain[499], 1e-9);
+    EXPECT_NEAR(kClosedGain + step, gain[214], 1e-9);
+    EXPECT_NEAR(kClosedGain, gain[215], 1e-9);
+    EXPECT_NEAR(kClosedGain, gain[499], 1e-9);
 }
 
-TEST_F(Gate, OpensAheadOfSpeech) {
-    const Signal input = signals::join({quiet(300), loud(300)});
-    ASSERT_EQ(0, run(input, {"-a", "50"}, 50));
+TEST(Gate, OpensAheadOfSpeech) {
     // The look-ahead meter meets the onset at 250; the attack runs from 251 to 300.
-    const double step = (1.0 - kClosed) / 50;
-    const std::vector<double> gain = gains(input);
-    EXPECT_NEAR(kClosed, gain[0], 1e-12);
-    EXPECT_NEAR(kClosed, gain[250], 1e-12);
-    EXPECT_NEAR(kClosed + step, gain[251], 1e-12);
+    const double step = (1.0 - kClosedGain) / 50;
+    const std::vector<double> gain =
+        gains(signals::join({quiet(300), loud(300)}), {50, 250, 250, 50});
+    EXPECT_NEAR(kClosedGain, gain[0], 1e-12);
+    EXPECT_NEAR(kClosedGain, gain[250], 1e-12);
+    EXPECT_NEAR(kClosedGain + step, gain[251], 1e-12);
     EXPECT_NEAR(1.0, gain[300], 1e-12);
     EXPECT_EQ(1.0, gain[599]);
 }
 
-TEST_F(Gate, APauseShorterThanTheHoldPassesUntouched) {
-    const Signal input = signals::join({loud(100), quiet(12), loud(100)});
-    ASSERT_EQ(0, run(input, {"-d", "10", "-r", "100"}));
-    EXPECT_EQ(std::vector<double>(212, 1.0), gains(input));
+TEST(Gate, APauseShorterThanTheHoldPassesUntouched) {
+    EXPECT_EQ(std::vector<double>(212, 1.0),
+              gains(signals::join({loud(100), quiet(12), loud(100)}), {100, 100, 10, 0}));
 }
 
-TEST_F(Gate, ChannelsAreGatedByThemselves) {
-    const Signal input = signals::stereo(loud(9000), quiet(9000));
-    ASSERT_EQ(0, run(input, {}));
-    EXPECT_EQ(std::vector<double>(9000, 1.0), gains(input, 0));
-    for (const double gain : gains(input, 1)) {
-        ASSERT_NEAR(kClosed, gain, 1e-12);
+/**
+ * The look-ahead as two readers see it, one of them ahead, that each read a buffer of 8192 samples
+ * at a time and leave in it what a short read does not reach: the energies come from plain sums.
+ */
+std::vector<double> with_two_readers(const Signal& input, const Settings& settings, bool zeroes) {
+    const gate::GateArgs args = settings.args(ArraySource(input).info());
+    const long long channels = input.channels;
+    const long long block = 8192 - 8192 % channels;
+    const long long samples = static_cast<long long>(input.samples.size());
+    std::vector<double> output = input.samples;
+    for (long long channel = 0; channel < channels; ++channel) {
+        std::vector<double> buffer(static_cast<std::size_t>(block), 0.0);
+        gate::CLevelMeter current(args.meter_samples);
+        gate::CLevelMeter ahead(args.meter_samples);
+        std::vector<double> start;
+        for (int i = 0; i < args.meter_samples; ++i) {
+            start.push_back(input.samples[static_cast<std::size_t>(i * channels + channel)]);
+        }
+        bool open = current.initialize(start.data()) > args.attack_energy;
+        ahead.initialize(start.data());
+        double gain = open ? args.open_gain : args.closed_gain;
+
+        enum { kOpen, kClosed, kOpening, kClosing, kHolding } state = open ? kOpen : kClosed;
+
+        int held = 0;
+        for (long long from = 0; from < samples; from += block) {
+            const long long first = from + args.anticipate_samples * channels;
+            const long long there = std::max(0LL, std::min(block, samples - first));
+            std::copy_n(input.samples.begin() + std::min(first, samples), there, buffer.begin());
+            if (zeroes) {
+                std::fill(buffer.begin() + there, buffer.end(), 0.0);
+            }
+            for (long long i = channel; i < std::min(block, samples - from); i += channels) {
+                double& sample = output[static_cast<std::size_t>(from + i)];
+                const double now = current.update(sample);
+                const double then =
+                    there > 0 ? ahead.update(buffer[static_cast<std::size_t>(i)]) : now;
+                if (state == kOpen && now < args.release_energy) {
+                    state = kHolding;
+                    held = 0;
+                } else if ((state == kClosed || state == kClosing) && then > args.attack_energy) {
+                    state = kOpening;
+                } else if (state == kOpening && then < args.release_energy) {
+                    state = kClosing;
+                } else if (state == kOpening) {
+                    gain += (args.open_gain - args.closed_gain) / args.attack_samples;
+                    if (gain >= args.open_gain) {
+                        gain = args.open_gain;
+                        state = kOpen;
+                    }
+                } else if (state == kClosing) {
+                    gain -= (args.open_gain - args.closed_gain) / args.release_samples;
+                    if (gain <= args.closed_gain) {
+                        gain = args.closed_gain;
+                        state = kClosed;
+                    }
+                } else if (state == kHolding && now > args.release_energy) {
+                    state = kOpen;
+                } else if (state == kHolding && held++ >= args.hold_samples) {
+                    state = kClosing;
+                }
+                sample *= gain;
+            }
+        }
     }
+    return output;
+}
+
+TEST(Gate, TheDelayLineHearsWhatTwoReadersHear) {
+    std::mt19937 random(5);
+    for (int round = 0; round < 60; ++round) {
+        const int channels = 1 + round % 2;
+        const long long frames = 8192 / channels * (round % 4) + random() % 700 + 30;
+        Signal input{kRate, channels, {}};
+        double level = 0.2;
+        for (long long i = 0; i < frames * channels; ++i) {
+            level = random() % 60 == 0 ? (random() % 2 == 0 ? 0.3 : 0.01) : level;
+            input.samples.push_back(random() % 2 == 0 ? level : -level);
+        }
+        const int ahead = static_cast<int>(random() % (round % 2 == 0 ? frames + 1 : 1000)) %
+                          static_cast<int>(frames + 1);
+        const Settings settings{static_cast<int>(random() % 30 + 1), 40, 20, ahead};
+        ArraySource source(input, 3000);
+        source.zeroes = round % 3 == 0;
+        ASSERT_EQ(with_two_readers(input, settings, source.zeroes), gated(source, settings))
+            << round;
+    }
+}
+
+class GateStep : public StepTest {
+  protected:
+    int run(const Signal& input, const std::vector<std::string>& options, int format = kWavDouble) {
+        write_sound(dir / "in.wav", input, format);
+        return run_step(gate::_tmain, {"gate", dir / "in.wav", dir / "out.wav"}, options);
+    }
+};
+
+TEST_F(GateStep, GatesChannelsByThemselvesAndIgnoresTheMeterLength) {
+    const Signal input = signals::stereo(loud(9000), signals::silence(9000, kRate));
+    ASSERT_EQ(0, run(input, {"-k", "0"}));
+    EXPECT_EQ(input.samples, read_sound(dir / "out.wav").samples);
     EXPECT_EQ(0.18F, progress.fractions().back());
+    const Signal speech = signals::speech(2.0, 8000);
+    ASSERT_EQ(0, run(speech, {"-d", "10"}));
+    const std::vector<double> plain = read_sound(dir / "out.wav").samples;
+    EXPECT_NE(speech.samples, plain);
+    ASSERT_EQ(0, run(speech, {"-d", "10", "--gate__buffer_size", "900"}));
+    EXPECT_EQ(plain, read_sound(dir / "out.wav").samples);
 }
 
-TEST_F(Gate, WhatLiesAheadOfTheEndIsTheBlockBefore) {
-    // 8192 + 100 samples, 60 ahead: the second look-ahead read brings 40 samples, and the 60 behind
-    // them are what the first left at 40..99. There it is loud (60 ahead of the samples 40..99 are
-    // 100..159), so at the quiet end the gate opens.
-    const Signal input = signals::join({quiet(100), loud(60), quiet(8192 + 100 - 160)});
-    ASSERT_EQ(0, run(input, {"-a", "20", "-d", "0", "-r", "1"}, 60));
-    const std::vector<double> gain = gains(input);
-    EXPECT_NEAR(kClosed, gain[8192 + 39], 1e-12);
-    EXPECT_NEAR(1.0, gain[8192 + 70], 1e-12);
-}
-
-TEST_F(Gate, AFileShorterThanTheAnticipationIsCopied) {
-    const Signal input = quiet(40);
-    ASSERT_EQ(0, run(input, {}, 41, kWav16));
+TEST_F(GateStep, AFileShorterThanTheAnticipationIsCopied) {
+    ASSERT_EQ(0, run(quiet(40), {"-k", "41"}, kWav16));
     EXPECT_EQ(read_text(dir / "in.wav"), read_text(dir / "out.wav"));
     EXPECT_EQ(0.18F, progress.fractions().back());
 }
 
-TEST_F(Gate, AFileShorterThanTheMeterFails) {
-    EXPECT_EQ(1, run(loud(4), {}));
+TEST_F(GateStep, WhatCannotWorkIsRefused) {
+    EXPECT_EQ(1, run(loud(4), {"-k", "0"}));
     EXPECT_EQ("Error reading " + dir / "in.wav" +
                   "\nExpected more samples\nThe sound file may be corrupt\n",
               err);
-}
-
-TEST_F(Gate, TheMeterLengthOptionChangesNothing) {
-    const Signal input = signals::join({loud(100), quiet(200)});
-    ASSERT_EQ(0, run(input, {"-d", "10"}));
-    const Signal plain = read_sound(dir / "out.wav");
-    ASSERT_EQ(0, run(input, {"-d", "10", "--gate__buffer_size", "900"}));
-    EXPECT_EQ(plain.samples, read_sound(dir / "out.wav").samples);
-}
-
-TEST_F(Gate, SettingsThatCannotWorkAreRefused) {
     EXPECT_EQ(1, run(signals::square(0.5, 100, 100), {}));
     EXPECT_THAT(err, testing::HasSubstr("sample rate is too low"));
     EXPECT_EQ(1, run(loud(100), {"-x", "0", "-n", "0", "-a", "0"}));
