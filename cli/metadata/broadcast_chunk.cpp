@@ -1,40 +1,107 @@
 #include "cli/metadata/broadcast_chunk.h"
 
+#include <fmt/format.h>
+
+#include <array>
 #include <cmath>
 #include <limits>
 
+#include "cli/audio/momentary.h"
+#include "cli/audio/sound_file.h"
+
 /*
  * The loudness fields of a version 2 broadcast chunk are hundredths of LUFS, LU and dBTP, 0x7FFF
- * for "not set" (EBU Tech 3285).
+ * for "not set". The coding history, lines of ASCII with CR and LF, fills the chunk from its fixed
+ * part to the end (EBU Tech 3285 and R 98).
  */
 
 namespace cli {
+namespace {
 
-void refresh_broadcast_loudness(Bytes& chunk, const Loudness* loudness) {
-    constexpr std::size_t kVersion = 346;
-    constexpr std::size_t kLoudness = 412;
-    constexpr std::uint64_t kNotSet = 0x7FFF;
-    constexpr std::size_t kFields = 5;  // integrated, range, true peak, momentary, short-term
-    if (chunk.size() < kLoudness + 2 * kFields || get_number(chunk, kVersion, 2, false) < 2) {
-        return;
-    }
-    constexpr double kUnknown = std::numeric_limits<double>::quiet_NaN();
-    double values[kFields] = {kUnknown, kUnknown, kUnknown, kUnknown, kUnknown};
+constexpr std::size_t kVersion = 346;
+constexpr std::size_t kLoudness = 412;
+constexpr std::size_t kHistory = 602;
+constexpr std::uint64_t kNotSet = 0x7FFF;
+
+enum Field { kIntegrated, kRange, kTruePeak, kMomentary, kShortTerm, kFields };
+
+/** NaN stands for what is not known. */
+std::array<double, kFields> field_values(const Loudness* loudness) {
+    std::array<double, kFields> values{};
+    values.fill(std::numeric_limits<double>::quiet_NaN());
     if (loudness) {
-        values[0] = loudness->integrated_lufs;
-        values[1] = loudness->range_lu;
-        values[2] = loudness->true_peak_dbtp;
+        values[kIntegrated] = loudness->integrated_lufs;
+        values[kRange] = loudness->range_lu;
+        values[kTruePeak] = loudness->true_peak_dbtp;
         for (double value : loudness->short_term_lufs.values) {
             if (std::isfinite(value)) {
-                values[4] = std::fmax(values[4], value);
+                values[kShortTerm] = std::fmax(values[kShortTerm], value);
             }
         }
+    }
+    return values;
+}
+
+void put_loudness(Bytes& chunk, const Loudness* loudness, const std::string& audio) {
+    std::array<double, kFields> values = field_values(loudness);
+    if (loudness && get_number(chunk, kLoudness + 2 * kMomentary, 2, false) != kNotSet) {
+        values[kMomentary] = greatest_momentary_lufs(audio);
     }
     for (std::size_t i = 0; i < kFields; ++i) {
         const bool known = std::isfinite(values[i]) && std::fabs(values[i]) < 320;
         put_number(chunk, kLoudness + 2 * i, 2, false,
                    known ? static_cast<std::uint64_t>(std::llround(values[i] * 100)) : kNotSet);
     }
+}
+
+int sample_bits(int format) {
+    switch (format & SF_FORMAT_SUBMASK) {
+        case SF_FORMAT_PCM_S8:
+        case SF_FORMAT_PCM_U8:
+            return 8;
+        case SF_FORMAT_PCM_16:
+            return 16;
+        case SF_FORMAT_PCM_24:
+            return 24;
+        case SF_FORMAT_PCM_32:
+        case SF_FORMAT_FLOAT:
+            return 32;
+        case SF_FORMAT_DOUBLE:
+            return 64;
+        default:
+            return 0;
+    }
+}
+
+/** "A=PCM,F=48000,W=24,M=stereo,T=quorvane 3.0.0, leveled". */
+void add_history(Bytes& chunk, const std::string& audio) {
+    const SndfileHandle file = open_to_read(audio);
+    const int bits = sample_bits(file.format());
+    const std::string line =
+        fmt::format("A={},F={},{}M={},T=quorvane " QUORVANE_VERSION ", leveled\r\n",
+                    bits ? "PCM" : "", file.samplerate(), bits ? fmt::format("W={},", bits) : "",
+                    file.channels() == 1 ? "mono" : "stereo");
+    while (chunk.size() > kHistory && chunk.back() == 0) {
+        chunk.pop_back();
+    }
+    if (chunk.size() > kHistory && chunk.back() != '\n') {
+        chunk.insert(chunk.end(), {'\r', '\n'});
+    }
+    chunk.insert(chunk.end(), line.begin(), line.end());
+    // libsndfile does not skip the byte behind a `bext` chunk of odd size in RF64.
+    chunk.resize(chunk.size() + chunk.size() % 2, 0);
+}
+
+}  // namespace
+
+Bytes with_new_loudness(Bytes chunk, const Loudness* loudness, const std::string& audio) {
+    if (chunk.size() >= kLoudness + 2 * kFields && get_number(chunk, kVersion, 2, false) >= 2) {
+        put_loudness(chunk, loudness, audio);
+    }
+    if (chunk.size() >= kHistory) {
+        add_history(chunk, audio);
+    }
+    return chunk;
 }
 
 }  // namespace cli

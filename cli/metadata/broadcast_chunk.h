@@ -1,14 +1,18 @@
 #pragma once
 
+#include <string>
+
 #include "cli/facts/run_facts.h"
 #include "cli/metadata/byte_file.h"
 
 namespace cli {
 
 /**
- * Puts the loudness of the new audio into the content of a `bext` chunk of version 2 or later;
- * null: "not set". Shorter and older chunks stay as they are.
+ * The content of a `bext` chunk (EBU Tech 3285) as it belongs to the new audio, a file that
+ * libsndfile reads: with one more line of coding history, and from version 2 on the loudness, or
+ * "not set" where `loudness` is null. The greatest momentary loudness, which `loudness` does not
+ * tell, is measured where the chunk had one. What is too short to hold these fields stays.
  */
-void refresh_broadcast_loudness(Bytes& chunk, const Loudness* loudness);
+Bytes with_new_loudness(Bytes chunk, const Loudness* loudness, const std::string& audio);
 
 }  // namespace cli

@@ -7,8 +7,14 @@
 #include "cli/metadata/broadcast_chunk.h"
 #include "cli/metadata/chunk_list.h"
 #include "cli/metadata/chunk_writer.h"
+#include "cli/metadata/id3v2.h"
 
 namespace cli {
+namespace {
+
+constexpr std::uint64_t kMostEdited = 64 << 20;  // bytes; longer chunks are copied as they are
+
+}  // namespace
 
 bool copy_chunks(const std::string& metadata_from,
                  const std::string& audio_from,
@@ -29,12 +35,19 @@ bool copy_chunks(const std::string& metadata_from,
         if (describes_samples(chunk)) {
             return;
         }
-        if (chunk.name() != "bext") {
-            return writer.copy(chunk, old_file);
+        const std::string name = chunk.name();
+        const auto content = [&] {
+            return old_file.read(chunk.offset, static_cast<std::size_t>(chunk.size));
+        };
+        if (chunk.size > kMostEdited) {
+            writer.copy(chunk, old_file);
+        } else if (name == "bext") {
+            writer.add(chunk.id, with_new_loudness(content(), loudness, audio_from));
+        } else if (name == "id3 " || name == "ID3 ") {
+            writer.add(chunk.id, without_player_gains(content()));
+        } else {
+            writer.copy(chunk, old_file);
         }
-        Bytes content = old_file.read(chunk.offset, static_cast<std::size_t>(chunk.size));
-        refresh_broadcast_loudness(content, loudness);
-        writer.add(chunk.id, content);
     };
     // libsndfile takes what follows the audio of a Wave64 file for audio.
     const auto old_audio = layout.kind == Container::Wave64

@@ -12,8 +12,9 @@ namespace cli {
  * one container: WAV (RIFF, RIFX), RF64 or BW64, Wave64, AIFF or AIFF-C, CAF.
  *
  * The chunks that describe the samples come from the audio file. Left out of the metadata are fill
- * chunks and overviews of the old waveform. A version 2 `bext` chunk gets the loudness values of
- * the new audio, or "not set" when `loudness` is null.
+ * chunks, overviews of the old waveform, and gains for players in an `id3 ` chunk. A `bext` chunk
+ * gets a line of coding history and, from version 2 on, the loudness values of the new audio, or
+ * "not set" when `loudness` is null.
  *
  * Returns false, writing nothing, when the files are not of one such container. Throws
  * std::system_error when a file cannot be read or written, std::runtime_error when the result would

@@ -5,10 +5,16 @@
 namespace cli {
 
 /**
- * Copies tags and pictures from one file to another of the same format: FLAC, Ogg Vorbis, Ogg Opus
- * and MP3. Gains for players (ReplayGain, R128) are left out: they belong to the old loudness.
- * Files of other formats are left alone. Throws std::runtime_error when the tags cannot be written.
+ * Writes the file `to`: the audio of one file with the tags and pictures of another of the same
+ * format, which is FLAC, Ogg Vorbis, Ogg Opus or MP3. Every field comes along byte for byte; only
+ * gains for players (ReplayGain, R128) are left out, since they belong to the old loudness.
+ *
+ * Returns false, writing nothing, for other formats. Throws std::system_error or std::runtime_error
+ * when a file cannot be read or written.
  */
-void copy_tags(const std::string& from, const std::string& to, int sndfile_format);
+bool copy_tags(const std::string& metadata_from,
+               const std::string& audio_from,
+               const std::string& to,
+               int sndfile_format);
 
 }  // namespace cli

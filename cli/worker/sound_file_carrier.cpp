@@ -99,11 +99,9 @@ std::string SoundFileCarrier::encode(const std::string& leveled) {
 
 std::string SoundFileCarrier::add_metadata(const std::string& encoded, const Loudness* after) {
     const std::string complete = in_scratch("complete");
-    if (copy_chunks(job_.input, encoded, complete, after)) {
-        return complete;
-    }
-    copy_tags(job_.input, encoded, info_.format);
-    return encoded;
+    const bool done = copy_chunks(job_.input, encoded, complete, after) ||
+                      copy_tags(job_.input, encoded, complete, info_.format);
+    return done ? complete : encoded;
 }
 
 void SoundFileCarrier::check(const std::string& complete, FileFacts& facts) {

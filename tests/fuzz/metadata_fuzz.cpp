@@ -1,6 +1,6 @@
 /*
- * Metadata bytes into the copiers: the fuzzed file is the one whose chunks and tags are carried to a
- * small leveled file of the container that its first byte chooses.
+ * Metadata bytes into the copiers: the fuzzed file is the one whose chunks and tags are carried to
+ * a small leveled file of the container that its first byte chooses.
  */
 #include <sndfile.h>
 
@@ -51,8 +51,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::string audio = fuzz::folder() + "audio" + kind.extension;
     write_sound(audio, kind.format);
     try {
-        if (!cli::copy_chunks(from, audio, fuzz::folder() + "to" + kind.extension, nullptr)) {
-            cli::copy_tags(from, audio, kind.format);
+        const std::string to = fuzz::folder() + "to" + kind.extension;
+        if (!cli::copy_chunks(from, audio, to, nullptr)) {
+            cli::copy_tags(from, audio, to, kind.format);
         }
     } catch (const std::exception&) {  // NOLINT(bugprone-empty-catch): a clean refusal
     }

@@ -1,0 +1,60 @@
+#include "cli/metadata/ogg_pages.h"
+
+#include <boost/crc.hpp>
+#include <cstring>
+#include <numeric>
+#include <stdexcept>
+
+#include "cli/metadata/byte_file.h"
+
+namespace cli {
+namespace {
+
+// The header of a page (RFC 3533): "OggS", version, flags, position (8), serial number (4), page
+// number (4), check sum (4), number of segments (1), and a byte of length for each segment.
+constexpr std::size_t kSerialAt = 14;
+constexpr std::size_t kChecksumAt = 22;
+constexpr std::size_t kSegmentsAt = 26;
+constexpr std::size_t kHeaderBytes = 27;
+
+/** The page at the offset; empty at the end of the file. */
+Bytes read_page(ByteFile& file, std::uint64_t at) {
+    Bytes page = file.read(at, kHeaderBytes);
+    if (page.empty()) {
+        return page;
+    }
+    if (page.size() < kHeaderBytes || memcmp(page.data(), "OggS", 4) != 0) {
+        throw std::runtime_error("a page of an Ogg file does not begin with its mark");
+    }
+    const Bytes lengths = file.read(at + kHeaderBytes, page[kSegmentsAt]);
+    const std::size_t content = std::accumulate(lengths.begin(), lengths.end(), std::size_t{0});
+    return file.read(at, kHeaderBytes + lengths.size() + content);
+}
+
+}  // namespace
+
+std::uint32_t ogg_serial(const std::string& path) {
+    ByteFile file(path, "rb");
+    const Bytes page = read_page(file, 0);
+    if (page.empty()) {
+        throw std::runtime_error("an Ogg file is empty");
+    }
+    return static_cast<std::uint32_t>(get_number(page, kSerialAt, 4, false));
+}
+
+void set_ogg_serial(const std::string& path, std::uint32_t serial) {
+    ByteFile file(path, "r+b");
+    std::uint64_t at = 0;
+    for (Bytes page; !(page = read_page(file, at)).empty(); at += page.size()) {
+        put_number(page, kSerialAt, 4, false, serial);
+        put_number(page, kChecksumAt, 4, false, 0);
+        boost::crc_optimal<32, 0x04C11DB7, 0, 0, false, false> sum;
+        sum.process_bytes(page.data(), page.size());
+        put_number(page, kChecksumAt, 4, false, sum.checksum());
+        file.read(at, 0);  // moves there
+        file.write(page);
+    }
+    file.close();
+}
+
+}  // namespace cli

@@ -1,0 +1,18 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace cli {
+
+/** The serial number of an Ogg file's first stream. Throws std::runtime_error for no Ogg file. */
+std::uint32_t ogg_serial(const std::string& path);
+
+/**
+ * Gives every page of an Ogg file with one stream the serial number, and its check sum anew: an
+ * encoder draws the number at random, and equal inputs would not give equal outputs. Throws
+ * std::system_error, or std::runtime_error when the pages cannot be followed.
+ */
+void set_ogg_serial(const std::string& path, std::uint32_t serial);
+
+}  // namespace cli
