@@ -3,11 +3,14 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <clocale>
 #include <cstdio>
+#include <cstring>
 #include <exception>
 #include <filesystem>
+#include <sstream>
 #include <utility>
 #include <vector>
 
@@ -38,35 +41,57 @@ double seconds_since(Clock::time_point start) {
 /** The lines of the text with all control characters but the line ends made visible. */
 std::string printable_lines(const std::string& messages) {
     std::string text;
-    for (char c : messages) {
-        text += c == '\n' ? c : printable(std::string(1, c))[0];
-    }
-    while (!text.empty() && text.back() == '\n') {
-        text.pop_back();
+    std::istringstream lines(messages);
+    for (std::string line; std::getline(lines, line);) {
+        text += (text.empty() ? "" : "\n") + printable(line);
     }
     return text;
 }
 
-/** Tells one finished file on the screen and, as a line of JSON, on the standard output. */
-void tell_finished(const Settings& settings, const FileFacts& facts, Screen& screen) {
+/** Facts as lines of JSON on the standard output, if that is asked for. */
+class JsonLines {
+  public:
+    explicit JsonLines(const Settings& settings)
+        : wanted_(settings.json_on_standard_output() && !settings.dry_run) {}
+
+    void write(const FileFacts& facts) {
+        if (wanted_ && error_ == 0) {
+            const std::string line = dump(to_json(facts)) + "\n";
+            const bool written =
+                fwrite(line.data(), 1, line.size(), stdout) == line.size() && fflush(stdout) == 0;
+            error_ = written ? 0 : errno;
+        }
+    }
+
+    /** Of the first line that could not be written. A reader that left (| head) is none. */
+    int error() const { return error_ == EPIPE ? 0 : error_; }
+
+  private:
+    bool wanted_;
+    int error_ = 0;
+};
+
+/** Tells one finished file on the screen and in the lines of JSON. */
+void tell_finished(const FileFacts& facts, Screen& screen, JsonLines& lines) {
     if (facts.outcome == Outcome::Failed) {
         screen.error(finished_line(facts, screen));
     } else if (facts.outcome != Outcome::Interrupted) {
         screen.line(finished_line(facts, screen));
     }
-    if (settings.json_on_standard_output()) {
-        puts(dump(to_json(facts)).c_str());
-        fflush(stdout);
-    }
+    lines.write(facts);
 }
 
 /** Shows a batch on the screen and keeps the facts of its files, in the plan's order. */
 class ShownBatch : public BatchObserver {
   public:
-    ShownBatch(const Settings& settings, const std::vector<PlannedFile>& plan, Screen& screen)
+    ShownBatch(const Settings& settings,
+               const std::vector<PlannedFile>& plan,
+               Screen& screen,
+               JsonLines& lines)
         : settings_(settings),
           plan_(plan),
           screen_(screen),
+          lines_(lines),
           batch_(settings.jobs, job_options(settings), *this),
           signals_(batch_),
           files_(plan.size()) {
@@ -84,14 +109,16 @@ class ShownBatch : public BatchObserver {
     /** Returns the facts of every planned file. */
     std::vector<FileFacts> run() {
         for (std::size_t i = 0; i < plan_.size(); ++i) {
-            if (plan_[i].skip.empty()) {
+            FileFacts& facts = files_[i].facts;
+            if (plan_[i].skip.empty() && plan_[i].problem.empty()) {
                 places_.push_back(i);
-                batch_.add(plan_[i].input.string(), plan_[i].output.string());
-            } else {
-                files_[i].facts.outcome = Outcome::Skipped;
-                files_[i].facts.cause = plan_[i].skip;
-                end(files_[i]);
+                batch_.add(facts.input, facts.output);
+                continue;
             }
+            const bool skipped = !plan_[i].skip.empty();
+            facts.outcome = skipped ? Outcome::Skipped : Outcome::Failed;
+            facts.cause = skipped ? plan_[i].skip : plan_[i].problem;
+            end(files_[i]);
         }
         batch_.close();
         batch_.run();
@@ -144,7 +171,13 @@ class ShownBatch : public BatchObserver {
     };
 
     static JobOptions job_options(const Settings& settings) {
-        return {settings.tuning, settings.measure, settings.force, settings.keep_mtime};
+        JobOptions options;
+        options.tuning = settings.tuning;
+        options.measure = settings.measure;
+        options.replace = settings.force;
+        options.keep_mtime = settings.keep_mtime;
+        options.strict = settings.strict;
+        return options;
     }
 
     File& file(std::size_t index) { return files_[places_[index]]; }
@@ -152,7 +185,7 @@ class ShownBatch : public BatchObserver {
     void end(const File& file) {
         finished_weight_ += file.weight;
         ++finished_;
-        tell_finished(settings_, file.facts, screen_);
+        tell_finished(file.facts, screen_, lines_);
     }
 
     void draw() {
@@ -171,6 +204,7 @@ class ShownBatch : public BatchObserver {
     const Settings& settings_;
     const std::vector<PlannedFile>& plan_;
     Screen& screen_;
+    JsonLines& lines_;
     Batch batch_;
     StopSignals signals_;
     std::vector<File> files_;
@@ -182,10 +216,15 @@ class ShownBatch : public BatchObserver {
     double all_weight_ = 0;
 };
 
-void print_plan(const Settings& settings, const std::vector<PlannedFile>& plan, Screen& screen) {
+/** Returns the exit status. */
+int print_plan(const Settings& settings, const std::vector<PlannedFile>& plan, Screen& screen) {
+    int status = kAllDone;
     for (const PlannedFile& file : plan) {
         const std::string input = printable(file.input.string());
-        if (settings.analyze) {
+        if (!file.problem.empty()) {
+            screen.error(fmt::format("would fail {}: {}", input, printable(file.problem)));
+            status = kSomeFailed;
+        } else if (settings.analyze) {
             screen.line(fmt::format("would measure {}", input));
         } else if (file.skip.empty()) {
             screen.line(fmt::format("would level {} > {}", input, printable(file.output.string())));
@@ -193,14 +232,15 @@ void print_plan(const Settings& settings, const std::vector<PlannedFile>& plan, 
             screen.line(fmt::format("would skip {}: {}", input, printable(file.skip)));
         }
     }
+    return status;
 }
 
-std::vector<FileFacts> failures_of(const std::vector<SearchProblem>& problems) {
+std::vector<FileFacts> facts_of(const std::vector<SearchProblem>& problems, Outcome outcome) {
     std::vector<FileFacts> failures;
     for (const SearchProblem& problem : problems) {
         FileFacts facts;
         facts.input = problem.path.string();
-        facts.outcome = Outcome::Failed;
+        facts.outcome = outcome;
         facts.cause = problem.cause;
         failures.push_back(facts);
     }
@@ -241,25 +281,26 @@ int run(const Settings& settings) {
     Screen screen(settings);
     const FoundFiles found = find_files(settings.paths, settings.suffix,
                                         settings.suffix.empty() ? settings.output_dir : "");
-    const std::vector<PlannedFile> plan = plan_outputs(settings, found.files);
+    std::vector<PlannedFile> plan = plan_outputs(settings, found.files);
     check_facts_paths(settings, plan, plan.size() + found.problems.size() > 1);
-    const std::vector<FileFacts> missing = failures_of(found.problems);
-    for (const FileFacts& facts : missing) {
-        screen.error(finished_line(facts, screen));
-        if (settings.json_on_standard_output() && !settings.dry_run) {
-            puts(dump(to_json(facts)).c_str());
-        }
+    probe_places(plan);
+    std::vector<FileFacts> told = facts_of(found.problems, Outcome::Failed);
+    const std::vector<FileFacts> links = facts_of(found.passed_over, Outcome::Skipped);
+    told.insert(told.end(), links.begin(), links.end());
+    JsonLines lines(settings);
+    for (const FileFacts& facts : told) {
+        tell_finished(facts, screen, lines);
     }
     if (settings.dry_run) {
-        print_plan(settings, plan, screen);
-        return missing.empty() ? kAllDone : kSomeFailed;
+        const int status = print_plan(settings, plan, screen);
+        return found.problems.empty() ? status : kSomeFailed;
     }
 
     const auto start = Clock::now();
     remove_stale_scratch_directories();
-    ShownBatch batch(settings, plan, screen);
+    ShownBatch batch(settings, plan, screen, lines);
     std::vector<FileFacts> files = batch.run();
-    files.insert(files.end(), missing.begin(), missing.end());
+    files.insert(files.end(), told.begin(), told.end());
 
     const std::string table = loudness_table(files, screen.columns());
     if (!table.empty()) {
@@ -269,7 +310,12 @@ int run(const Settings& settings) {
     if (!one_told_already || batch.signal()) {
         print_summary(files, seconds_since(start), screen);
     }
-    const int facts_status = write_facts(settings, files, screen);
+    int facts_status = write_facts(settings, files, screen);
+    if (lines.error() != 0) {
+        screen.error(fmt::format("quorvane: the JSON facts could not be written: {}",
+                                 std::strerror(lines.error())));
+        facts_status = kSomeFailed;
+    }
     if (batch.signal()) {
         return kSignalBase + batch.signal();
     }
@@ -295,10 +341,10 @@ int batch_main(int argc, const char* const* argv) {
         }
         return run(settings);
     } catch (const UsageError& error) {
-        fprintf(stderr, "quorvane: %s\nTry 'quorvane --help'.\n", error.what());
+        fprintf(stderr, "quorvane: %s\nTry 'quorvane --help'.\n", printable(error.what()).c_str());
         return kWrongUsage;
     } catch (const std::exception& error) {
-        fprintf(stderr, "quorvane: %s\n", error.what());
+        fprintf(stderr, "quorvane: %s\n", printable(error.what()).c_str());
         return kSomeFailed;
     }
 }

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <boost/filesystem.hpp>
 #include <boost/program_options.hpp>
 #include <csignal>
@@ -135,6 +136,13 @@ void say_what_came_of_it(const Paths& paths, int result) {
 int run_engine_command(int argc, char** argv) {
     std::vector<std::string> words(argv, argv + argc);
     try {
+        // "--input-file= --help" asks for this command line's help; alone it has a value missing.
+        const auto is_help = [](const std::string& word) {
+            return word == "--help" || word == "-h";
+        };
+        if (std::any_of(words.begin(), words.end(), is_help)) {
+            words.erase(std::remove(words.begin(), words.end(), "--input-file="), words.end());
+        }
         Paths paths;
         paths.keep_intermediates = take_keep_intermediates(words);
         find_paths(words, paths);

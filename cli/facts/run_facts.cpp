@@ -1,5 +1,7 @@
 #include "cli/facts/run_facts.h"
 
+#include <fmt/format.h>
+
 #include <cmath>
 #include <limits>
 #include <map>
@@ -92,6 +94,25 @@ Leveling leveling_back(const Json& json) {
     return result;
 }
 
+/**
+ * A path in JSON's text is UTF-8. One that is not gets a second field, NAME_bytes, that gives it
+ * back: "%" and two hexadecimal digits for each byte that is no printable ASCII, and for "%".
+ */
+void put_path(Json& json, const std::string& name, const std::string& path) {
+    json[name] = path.empty() ? Json(nullptr) : Json(path);
+    try {
+        (void)Json(path).dump();
+    } catch (const Json::type_error&) {
+        std::string bytes;
+        for (const char c : path) {
+            const auto byte = static_cast<unsigned char>(c);
+            const bool plain = byte > 0x20 && byte < 0x7F && c != '%';
+            bytes += plain ? std::string(1, c) : fmt::format("%{:02X}", byte);
+        }
+        json[name + "_bytes"] = bytes;
+    }
+}
+
 }  // namespace
 
 const char* to_text(Outcome outcome) {
@@ -100,8 +121,8 @@ const char* to_text(Outcome outcome) {
 
 Json to_json(const FileFacts& facts) {
     Json json;
-    json["input"] = facts.input;
-    json["output"] = facts.output.empty() ? Json(nullptr) : Json(facts.output);
+    put_path(json, "input", facts.input);
+    put_path(json, "output", facts.output);
     json["status"] = to_text(facts.outcome);
     json["cause"] = facts.cause.empty() ? Json(nullptr) : Json(facts.cause);
     json["notes"] = facts.notes;
@@ -127,7 +148,9 @@ Json to_json(const FileFacts& facts) {
 
 FileFacts facts_from_json(const Json& json) {
     FileFacts facts;
-    facts.input = json.at("input");
+    if (!json.at("input").is_null()) {
+        facts.input = json.at("input");
+    }
     if (!json.at("output").is_null()) {
         facts.output = json.at("output");
     }

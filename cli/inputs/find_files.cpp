@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <map>
 #include <set>
 
 #include "cli/audio/audio_formats.h"
@@ -43,12 +44,39 @@ class FolderSearch {
         const fs::path real = fs::canonical(path, error);
         if (error) {
             found_.problems.push_back({path, error.message()});
-        } else if (taken_.insert(real).second) {
-            found_.files.push_back({path, below});
+            return;
+        }
+        const bool link = fs::is_symlink(fs::symlink_status(path, error));
+        const bool own_path = fs::absolute(path, error).lexically_normal() == real;
+        candidates_.push_back({{path, below}, real, link ? 2 : own_path ? 0 : 1});
+    }
+
+    std::size_t count() const { return candidates_.size(); }
+
+    // Gives each file once: under its own path before one through a linked folder before a link.
+    void finish() {
+        std::stable_sort(
+            candidates_.begin(), candidates_.end(),
+            [](const Candidate& a, const Candidate& b) { return a.detour < b.detour; });
+        std::map<fs::path, fs::path> taken;
+        for (const Candidate& candidate : candidates_) {
+            const auto [first, is_new] = taken.emplace(candidate.real, candidate.file.path);
+            if (is_new) {
+                found_.files.push_back(candidate.file);
+            } else if (candidate.detour == 2) {
+                found_.passed_over.push_back(
+                    {candidate.file.path, "is a link to " + first->second.string()});
+            }
         }
     }
 
   private:
+    struct Candidate {
+        FoundFile file;
+        fs::path real;
+        int detour;  // 0: its own path, 1: through a linked folder, 2: a link itself
+    };
+
     void enter(const fs::path& folder, const fs::path& root) {
         std::error_code error;
         const fs::path real = fs::canonical(folder, error);
@@ -103,7 +131,7 @@ class FolderSearch {
     fs::path leave_out_;
     FoundFiles& found_;
     std::set<fs::path> entered_;
-    std::set<fs::path> taken_;
+    std::vector<Candidate> candidates_;
     std::vector<fs::path> links_;
 };
 
@@ -119,9 +147,9 @@ FoundFiles find_files(const std::vector<std::string>& paths,
         std::error_code error;
         const fs::file_status status = fs::status(path, error);
         if (fs::is_directory(status)) {
-            const std::size_t before = found.files.size() + found.problems.size();
+            const std::size_t before = search.count() + found.problems.size();
             search.search(path);
-            if (found.files.size() + found.problems.size() == before) {
+            if (search.count() + found.problems.size() == before) {
                 found.problems.push_back({path, "holds no audio file to level"});
             }
         } else if (fs::is_regular_file(status)) {
@@ -132,6 +160,7 @@ FoundFiles find_files(const std::vector<std::string>& paths,
             found.problems.push_back({path, error ? error.message() : "is not a file or folder"});
         }
     }
+    search.finish();
     std::sort(found.files.begin(), found.files.end(),
               [](const FoundFile& a, const FoundFile& b) { return a.path < b.path; });
     return found;

@@ -1,14 +1,14 @@
 #include "cli/inputs/plan.h"
 
 #include <fmt/format.h>
+#include <sys/stat.h>
 
 #include <fstream>
 #include <map>
-#include <set>
+#include <utility>
 
 #include "cli/audio/audio_formats.h"
 #include "cli/report/html.h"
-#include "cli/terminal/terminal_text.h"
 
 namespace cli {
 namespace fs = std::filesystem;
@@ -20,6 +20,11 @@ fs::path resolved(const fs::path& path) {
     std::error_code error;
     fs::path result = fs::weakly_canonical(fs::absolute(path), error);
     return error ? fs::absolute(path).lexically_normal() : result;
+}
+
+/** The same for a name that may be a link: the link itself, not what it leads to. */
+fs::path placed(const fs::path& path) {
+    return resolved(fs::absolute(path).parent_path()) / path.filename();
 }
 
 bool same_file(const fs::path& one, const fs::path& other) {
@@ -74,59 +79,116 @@ bool begins_with(const fs::path& path, const std::string& words) {
     return in.gcount() == 0 || start == words;
 }
 
+/** Whether the name ends in the suffix and a file without it stands beside. */
+bool is_beside_its_original(const fs::path& path, const std::string& suffix) {
+    const std::string stem = path.stem().string();
+    if (suffix.empty() || stem.size() <= suffix.size() ||
+        stem.compare(stem.size() - suffix.size(), suffix.size(), suffix) != 0) {
+        return false;
+    }
+    std::error_code error;
+    const std::string original = stem.substr(0, stem.size() - suffix.size());
+    return fs::is_regular_file(path.parent_path() / (original + path.extension().string()), error);
+}
+
+/** By place in `files`, why a file is an output and no input of this run; empty for inputs. */
+std::vector<std::string> outputs_among(const Settings& settings,
+                                       const std::vector<FoundFile>& files) {
+    std::vector<std::string> reasons(files.size());
+    if (settings.analyze || !settings.output.empty()) {
+        return reasons;
+    }
+    std::map<fs::path, std::size_t> place_of;
+    for (std::size_t i = 0; i < files.size(); ++i) {
+        place_of[placed(files[i].path)] = i;
+        if (is_beside_its_original(files[i].path, settings.suffix)) {
+            reasons[i] = "is an output: it bears the suffix beside its original";
+        }
+    }
+    for (std::size_t i = 0; i < files.size(); ++i) {
+        const auto found = place_of.find(placed(output_of(settings, files[i])));
+        if (found != place_of.end() && found->second != i) {
+            reasons[found->second] = "is the output of " + files[i].path.string();
+        }
+    }
+    return reasons;
+}
+
+/** A hard link makes one file of an output and an input under two names. */
+void refuse_linked_inputs(const std::vector<PlannedFile>& plan) {
+    using Identity = std::pair<dev_t, ino_t>;
+    const auto identity = [](const fs::path& path, struct stat& status) {
+        return stat(path.c_str(), &status) == 0 ? Identity{status.st_dev, status.st_ino}
+                                                : Identity{};
+    };
+
+    struct stat status {};
+
+    std::map<Identity, const PlannedFile*> inputs;
+    for (const PlannedFile& planned : plan) {
+        if (const Identity file = identity(planned.input, status); file != Identity{}) {
+            inputs.emplace(file, &planned);
+        }
+    }
+    for (const PlannedFile& planned : plan) {
+        const Identity file =
+            planned.output.empty() ? Identity{} : identity(planned.output, status);
+        const auto found = file == Identity{} ? inputs.end() : inputs.find(file);
+        if (found != inputs.end()) {
+            throw UsageError(fmt::format("the output {} is the same file as the input {}",
+                                         planned.output.string(), found->second->input.string()));
+        }
+    }
+}
+
+PlannedFile plan_one(const Settings& settings, const FoundFile& file, const fs::path& output) {
+    std::error_code error;
+    const bool exists = fs::exists(output, error);
+    if (resolved(output) == resolved(file.path) || (exists && same_file(output, file.path))) {
+        throw UsageError(
+            fmt::format("the output {} is an input; inputs are never written", output.string()));
+    }
+    if (exists && !fs::is_regular_file(output, error)) {
+        throw UsageError(
+            fmt::format("the output {} exists and is no regular file", output.string()));
+    }
+    PlannedFile planned{file.path, output, {}, {}};
+    if (exists && !settings.force) {
+        planned.skip = fmt::format("{} exists (--force replaces it)", output.string());
+    }
+    return planned;
+}
+
 }  // namespace
 
 std::vector<PlannedFile> plan_outputs(const Settings& settings,
                                       const std::vector<FoundFile>& files) {
     check_single_output(settings, files);
+    const std::vector<std::string> reasons = outputs_among(settings, files);
     std::vector<PlannedFile> plan;
-    std::set<fs::path> inputs;
-    for (const FoundFile& file : files) {
-        inputs.insert(resolved(file.path));
-    }
+    std::vector<PlannedFile> passed_over;
     std::map<fs::path, fs::path> input_of;
-    for (const FoundFile& file : files) {
+    for (std::size_t i = 0; i < files.size(); ++i) {
+        const FoundFile& file = files[i];
         if (settings.analyze) {
-            plan.push_back({file.path, {}, {}});
+            plan.push_back({file.path, {}, {}, {}});
+            continue;
+        }
+        if (!reasons[i].empty()) {
+            passed_over.push_back({file.path, {}, reasons[i], {}});
             continue;
         }
         const fs::path output = output_of(settings, file);
-        const fs::path place = resolved(output);
-        const auto [other, first] = input_of.emplace(place, file.path);
+        const auto [other, first] = input_of.emplace(resolved(output), file.path);
         if (!first) {
             throw UsageError(fmt::format("{} and {} would both be written to {}",
                                          other->second.string(), file.path.string(),
                                          output.string()));
         }
-        std::error_code error;
-        const bool exists = fs::exists(output, error);
-        if (inputs.count(place) || (exists && same_file(output, file.path))) {
-            throw UsageError(fmt::format("the output {} is an input; inputs are never written",
-                                         output.string()));
-        }
-        PlannedFile planned{file.path, output, {}};
-        if (exists && !fs::is_regular_file(output, error)) {
-            throw UsageError(fmt::format("the output {} exists and is no regular file",
-                                         printable(output.string())));
-        }
-        if (exists && !settings.force) {
-            planned.skip = fmt::format("{} exists (--force replaces it)", output.string());
-        }
-        plan.push_back(planned);
+        plan.push_back(plan_one(settings, file, output));
     }
-    // A hard link makes one file of an output and another input, under two names.
-    for (const PlannedFile& planned : plan) {
-        std::error_code error;
-        if (planned.output.empty() || fs::hard_link_count(planned.output, error) < 2 || error) {
-            continue;
-        }
-        for (const FoundFile& file : files) {
-            if (same_file(planned.output, file.path)) {
-                throw UsageError(fmt::format("the output {} is the same file as the input {}",
-                                             planned.output.string(), file.path.string()));
-            }
-        }
-    }
+    refuse_linked_inputs(plan);
+    plan.insert(plan.end(), passed_over.begin(), passed_over.end());
     return plan;
 }
 

@@ -13,15 +13,24 @@ namespace cli {
 struct PlannedFile {
     std::filesystem::path input;
     std::filesystem::path output;  // empty when only measuring
-    std::string skip;              // why it is skipped; empty: it is worked on
+    std::string skip;              // why it is skipped
+    std::string problem;           // why it would fail; both empty: it is worked on
 };
 
 /**
- * Names the output of every input. Throws UsageError when two inputs would write one output, an
- * output is an input, or --output does not fit.
+ * Names the output of every input. A file that is the output of another one, or bears the suffix
+ * beside its original, is skipped, so that a pattern may be given a second time. Throws UsageError
+ * when two inputs would write one output, an output is an input, or --output does not fit.
  */
 std::vector<PlannedFile> plan_outputs(const Settings& settings,
                                       const std::vector<FoundFile>& files);
+
+/**
+ * Looks at every file that is to be worked on before any work is done: whether its input can be
+ * read, and whether its output's folder, or the nearest one that exists, can be written. What would
+ * fail gets its `problem`. Nothing is changed on disk.
+ */
+void probe_places(std::vector<PlannedFile>& plan);
 
 /**
  * Refuses a report or JSON file that would take the place of an input, of an output, or of a file

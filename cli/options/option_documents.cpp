@@ -6,6 +6,7 @@
 #include <boost/algorithm/string/replace.hpp>
 #include <vector>
 
+#include "cli/audio/audio_formats.h"
 #include "cli/options/option_table.h"
 
 namespace cli {
@@ -28,6 +29,10 @@ std::string roff(const std::string& text) {
 
 std::string single_quoted(const std::string& text) {
     return "'" + replace_all_copy(text, "'", "'\\''") + "'";
+}
+
+std::string audio_extensions(const char* between) {
+    return fmt::format("{}", fmt::join(writable_extensions(), between));
 }
 
 }  // namespace
@@ -83,19 +88,23 @@ std::string bash_completion() {
         "# bash completion for quorvane\n"
         "_quorvane() {{\n"
         "    local cur=${{COMP_WORDS[COMP_CWORD]}} prev=${{COMP_WORDS[COMP_CWORD-1]}} IFS=$'\\n'\n"
+        "    # \"=\" is a word of its own: --color=auto are three.\n"
+        "    [[ $cur == = ]] && cur=\n"
+        "    [[ $prev == = ]] && prev=${{COMP_WORDS[COMP_CWORD-2]}}\n"
         "    case $prev in\n{}    esac\n"
         "    if [[ $cur == -* ]]; then\n"
         "        COMPREPLY=($(IFS=' '; compgen -W '{}' -- \"$cur\"))\n"
         "    else\n"
-        "        COMPREPLY=($(compgen -f -- \"$cur\"))\n"
+        "        COMPREPLY=($(compgen -d -- \"$cur\"; compgen -f -- \"$cur\" |\n"
+        "            grep -iE '\\.({})$' | grep -v -- '-leveled\\.[^.]*$'))\n"
         "    fi\n"
         "}}\n"
         "complete -o filenames -F _quorvane quorvane\n",
-        replace_all_copy(cases, "compgen -W", "IFS=' '; compgen -W"), all);
+        replace_all_copy(cases, "compgen -W", "IFS=' '; compgen -W"), all, audio_extensions("|"));
 }
 
 std::string zsh_completion() {
-    std::string text = "#compdef quorvane\n_arguments -s -S \\\n";
+    std::string text = "#compdef quorvane\nsetopt localoptions extendedglob\n_arguments -s -S \\\n";
     for (const OptionRow& row : option_table()) {
         std::string help = row.help;
         for (const char* special : {"[", "]", ":"}) {
@@ -118,11 +127,18 @@ std::string zsh_completion() {
             text += fmt::format("  --{}{} \\\n", row.name, end);
         }
     }
-    return text + "  '*:path:_files'\n";
+    // Folders are offered as well: _files -g does that.
+    return text + fmt::format("  '*:path:_files -g \"(#i)*.({})~*-leveled.*(-.)\"'\n",
+                              audio_extensions("|"));
 }
 
 std::string fish_completion() {
-    std::string text = "# fish completion for quorvane\n";
+    std::string text = fmt::format(
+        "# fish completion for quorvane\n"
+        "complete -c quorvane -f -a '(__fish_complete_path (commandline -ct) | string match -ri "
+        "\"^([^\\t]*/|[^\\t]*\\.({}))(\\t.*)?\\$\" | string match -rv -- "
+        "\"^[^\\t]*-leveled\\.\")'\n",
+        audio_extensions("|"));
     for (const OptionRow& row : option_table()) {
         text += fmt::format("complete -c quorvane -l {}", row.name);
         if (row.letter) {

@@ -22,6 +22,9 @@ std::vector<OptionRow> own_options() {
 
         {G::Work, "jobs", 'j', "N", C::None,
          "files worked on at the same time (default: the number of cores)"},
+        {G::Work, "strict", 0, "", C::None,
+         "fail a file that is cut short or damaged, where else what is there is leveled with a "
+         "note"},
         {G::Work, "dry-run", 'n', "", C::None, "say what would be read and written; touch nothing"},
         {G::Work, "analyze", 0, "", C::None,
          "only measure: print the loudness table, write no audio"},

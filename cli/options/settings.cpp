@@ -101,7 +101,14 @@ Settings parse_command_line(int argc, const char* const* argv) {
 
     po::variables_map values;
     try {
-        po::store(po::command_line_parser(argc, argv).options(options).positional(positional).run(),
+        // A long option that is cut short is refused: --for must not become --force.
+        const int style =
+            po::command_line_style::default_style & ~po::command_line_style::allow_guessing;
+        po::store(po::command_line_parser(argc, argv)
+                      .options(options)
+                      .positional(positional)
+                      .style(style)
+                      .run(),
                   values);
         po::notify(values);
     } catch (const po::error& error) {
@@ -137,6 +144,7 @@ Settings parse_command_line(int argc, const char* const* argv) {
                                   : std::clamp(std::thread::hardware_concurrency(), 1u, kMostJobs);
     settings.force = given("force");
     settings.keep_mtime = given("keep-mtime");
+    settings.strict = given("strict");
     settings.dry_run = given("dry-run");
     settings.analyze = given("analyze");
     settings.measure = !given("no-measure");

@@ -23,6 +23,7 @@ struct Settings {
     unsigned jobs = 1;
     bool force = false;
     bool keep_mtime = false;
+    bool strict = false;
     bool dry_run = false;
     bool analyze = false;
     bool measure = true;

@@ -3,6 +3,8 @@
 #include <boost/filesystem.hpp>
 #include <cerrno>
 #include <cstdlib>
+#include <cstring>
+#include <stdexcept>
 #include <vector>
 
 namespace fs = boost::filesystem;
@@ -10,14 +12,22 @@ namespace fs = boost::filesystem;
 namespace {
 
 std::string make_own_directory() {
-    const std::string pattern =
-        (fs::absolute(fs::temp_directory_path()) / "quorvane-XXXXXX").string();
+    boost::system::error_code error;
+    const fs::path temporary = fs::temp_directory_path(error);
+    if (error) {
+        const char* named = std::getenv("TMPDIR");
+        throw std::runtime_error(
+            std::string("there is no folder for temporary files: ") +
+            (named != nullptr ? "TMPDIR names " + std::string(named) : "TMPDIR is not set") + ": " +
+            error.message());
+    }
+    const std::string pattern = (fs::absolute(temporary) / "quorvane-XXXXXX").string();
     std::vector<char> name(pattern.begin(), pattern.end());
     name.push_back('\0');
     if (mkdtemp(name.data()) == nullptr) {
-        throw fs::filesystem_error(
-            "cannot make a directory for temporary files", pattern,
-            boost::system::error_code(errno, boost::system::system_category()));
+        const std::string cause = std::strerror(errno);
+        throw std::runtime_error("the folder for temporary files, " + temporary.string() +
+                                 ", cannot be written (TMPDIR names another): " + cause);
     }
     return name.data();
 }

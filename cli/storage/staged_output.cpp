@@ -5,6 +5,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#ifdef __APPLE__
+#include <copyfile.h>
+#else
+#include <sys/xattr.h>
+#endif
+
+#include <boost/crc.hpp>
 #include <cerrno>
 #include <cstdio>
 #include <filesystem>
@@ -29,8 +36,16 @@ fs::path folder_of(const std::string& path) {
     return folder.empty() ? fs::path(".") : folder;
 }
 
+/** Of a name that would get too long with what is added to it, the first bytes and a check sum. */
 std::string part_prefix(const std::string& destination) {
-    return "." + fs::path(destination).filename().string() + ".quorvane-";
+    constexpr std::size_t kMostBytes = 180;
+    std::string name = fs::path(destination).filename().string();
+    if (name.size() > kMostBytes) {
+        boost::crc_32_type sum;
+        sum.process_bytes(name.data(), name.size());
+        name = fmt::format("{}~{:08x}", name.substr(0, kMostBytes), sum.checksum());
+    }
+    return "." + name + ".quorvane-";
 }
 
 constexpr const char* kPartEnd = ".part";
@@ -46,6 +61,30 @@ std::vector<fs::path> parts(const std::string& destination, const std::string& p
         }
     }
     return found;
+}
+
+/** What the file systems on both sides allow; the rest is left out. */
+void copy_attributes(int from, int to) {
+#ifdef __APPLE__
+    fcopyfile(from, to, nullptr, COPYFILE_ACL | COPYFILE_XATTR);
+#else
+    const ssize_t room = flistxattr(from, nullptr, 0);
+    std::string names(room > 0 ? static_cast<std::size_t>(room) : 0, '\0');
+    const ssize_t length = flistxattr(from, &names[0], names.size());
+    names.resize(length > 0 ? static_cast<std::size_t>(length) : 0);
+    for (std::size_t at = 0; at < names.size();) {
+        const std::string name = names.c_str() + at;
+        at += name.size() + 1;
+        if (name.rfind("user.", 0) != 0 && name != "system.posix_acl_access") {
+            continue;
+        }
+        const ssize_t bytes = fgetxattr(from, name.c_str(), nullptr, 0);
+        std::vector<char> value(bytes > 0 ? static_cast<std::size_t>(bytes) : 0);
+        if (bytes >= 0 && fgetxattr(from, name.c_str(), value.data(), value.size()) == bytes) {
+            (void)fsetxattr(to, name.c_str(), value.data(), value.size(), 0);
+        }
+    }
+#endif
 }
 
 void sync(int file, const std::string& path) {
@@ -95,6 +134,24 @@ void StagedOutput::fill_from(const std::string& from) {
     sync(file_, destination_);
 }
 
+void StagedOutput::take_protection_of(const std::string& other) {
+    const Descriptor source(other, O_RDONLY);
+
+    struct stat status {};
+
+    if (!source.is_open() || fstat(source.get(), &status) != 0) {
+        fail(other);
+    }
+    const bool same_group =
+        fchown(file_, static_cast<uid_t>(-1), status.st_gid) == 0 || status.st_gid == getegid();
+    copy_attributes(source.get(), file_);
+    // What the group may do is meant for that group.
+    const mode_t mode = status.st_mode & (S_IRWXU | S_IRWXG | S_IRWXO);
+    if (fchmod(file_, same_group ? mode : mode & ~static_cast<mode_t>(S_IRWXG)) != 0) {
+        fail(destination_);
+    }
+}
+
 void StagedOutput::take_time_of(const std::string& other) {
     struct stat status {};
 
@@ -132,7 +189,7 @@ void StagedOutput::commit(bool replace) {
 
 void remove_stale_parts(const std::string& destination) {
     for (const fs::path& part : parts(destination, part_prefix(destination))) {
-        const int file = open(part.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW);
+        const int file = open(part.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
         if (file < 0) {
             continue;
         }

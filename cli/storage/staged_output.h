@@ -21,6 +21,13 @@ class StagedOutput {
     /** Copies the file's bytes and syncs them to the disk. Throws std::system_error. */
     void fill_from(const std::string& file);
 
+    /**
+     * Gives it the permissions, and where the file systems allow it the group, the access list and
+     * the extended attributes of another file. Call it before the file is filled, so that its
+     * content is never more open than the other's. Throws std::system_error.
+     */
+    void take_protection_of(const std::string& file);
+
     /** Gives it the modification time of another file. */
     void take_time_of(const std::string& file);
 

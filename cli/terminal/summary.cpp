@@ -181,6 +181,23 @@ std::string counts(const std::vector<FileFacts>& files) {
     return parts.empty() ? "nothing to do" : boost::algorithm::join(parts, ", ");
 }
 
+/** The first files that were not finished, and how to go on. */
+void print_interrupted(const std::vector<FileFacts>& files, Screen& screen) {
+    constexpr std::size_t kMostNamed = 10;
+    std::size_t interrupted = 0;
+    for (const FileFacts& facts : files) {
+        if (facts.outcome == Outcome::Interrupted && ++interrupted <= kMostNamed) {
+            screen.line(fmt::format("not finished {}", printable(facts.input)));
+        }
+    }
+    if (interrupted > kMostNamed) {
+        screen.line(fmt::format("not finished {} more", interrupted - kMostNamed));
+    }
+    if (interrupted != 0) {
+        screen.line("the same command goes on where this one stopped");
+    }
+}
+
 }  // namespace
 
 std::string decimal(double value) {
@@ -250,18 +267,11 @@ std::string finished_line(const FileFacts& facts, const Screen& screen) {
 void print_summary(const std::vector<FileFacts>& files, double elapsed_s, Screen& screen) {
     screen.line(fmt::format("{} in {}", counts(files), clock_text(elapsed_s)));
     for (const FileFacts& facts : files) {
-        if (facts.outcome == Outcome::Copied) {
-            screen.line(finished_line(facts, screen));
-        }
         for (const std::string& note : facts.notes) {
-            screen.line(fmt::format("note: {}: {}", printable(facts.input), note));
+            screen.line(fmt::format("note: {}: {}", printable(facts.input), printable(note)));
         }
     }
-    for (const FileFacts& facts : files) {
-        if (facts.outcome == Outcome::Failed) {
-            screen.error(finished_line(facts, screen));
-        }
-    }
+    print_interrupted(files, screen);
 }
 
 }  // namespace cli

@@ -21,8 +21,8 @@ std::string loudness_table(const std::vector<FileFacts>& files, std::size_t colu
 std::string finished_line(const FileFacts& facts, const Screen& screen);
 
 /**
- * The counts of a run, "3 leveled, 1 failed in 0:12", then every file copied unchanged, noted or
- * failed once more with its cause, the latter to the error stream.
+ * The counts of a run, "3 leveled, 1 failed in 0:12", then the notes, and the files that an
+ * interrupt left unfinished with the way to go on.
  */
 void print_summary(const std::vector<FileFacts>& files, double elapsed_s, Screen& screen);
 

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <vector>
 
 namespace cli {
@@ -13,7 +14,23 @@ namespace {
 struct Glyph {
     std::string bytes;
     std::size_t columns;
+    std::uint32_t code;
+    bool whole;  // false: its bytes are no UTF-8
 };
+
+/**
+ * False for control characters of both sets (C0 and C1, which some terminals obey as single bytes
+ * too) and for those that turn the direction of the text around them, so that a name cannot pose as
+ * another.
+ */
+bool is_harmless(const Glyph& glyph) {
+    const std::uint32_t code = glyph.code;
+    const bool control = code < 0x20 || (code >= 0x7F && code < 0xA0);
+    const bool turns = code == 0x061C || code == 0x200E || code == 0x200F ||
+                       (code >= 0x202A && code <= 0x202E) || (code >= 0x2066 && code <= 0x2069);
+    const bool line_end = code == 0x2028 || code == 0x2029;
+    return glyph.whole && !control && !turns && !line_end;
+}
 
 std::vector<Glyph> glyphs_of(const std::string& text) {
     std::vector<Glyph> glyphs;
@@ -31,8 +48,9 @@ std::vector<Glyph> glyphs_of(const std::string& text) {
             code = code << 6 | (byte(i + length) & 0x3Fu);
         }
         const int columns = wcwidth(static_cast<wchar_t>(code));
-        glyphs.push_back(
-            {text.substr(i, length), columns < 0 ? 1 : static_cast<std::size_t>(columns)});
+        glyphs.push_back({text.substr(i, length),
+                          columns < 0 ? 1 : static_cast<std::size_t>(columns), code,
+                          length == wanted && (lead < 0x80 || wanted > 1)});
         i += length;
     }
     return glyphs;
@@ -49,11 +67,9 @@ std::size_t display_width(const std::string& text) {
 }
 
 std::string printable(const std::string& text) {
-    std::string result = text;
-    for (char& c : result) {
-        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) {
-            c = '?';
-        }
+    std::string result;
+    for (const Glyph& glyph : glyphs_of(text)) {
+        result += is_harmless(glyph) ? glyph.bytes : "?";
     }
     return result;
 }

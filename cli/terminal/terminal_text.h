@@ -7,7 +7,10 @@ namespace cli {
 /** Columns that the text takes on a terminal (UTF-8; wide characters count 2). */
 std::size_t display_width(const std::string& text);
 
-/** The text without control characters, so that a file name cannot drive the terminal. */
+/**
+ * The text with "?" for every control character, every sign that turns the direction of writing and
+ * every byte that is no UTF-8, so that a file name cannot drive the terminal or pose as another.
+ */
 std::string printable(const std::string& text);
 
 /** Exactly so many columns: cut in the middle with "…", or filled with spaces on the right. */

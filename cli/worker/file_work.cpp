@@ -106,6 +106,7 @@ void place(Work& work) {
     const std::string& output = work.job.output;
     remove_stale_parts(output);
     StagedOutput staged(output);
+    staged.take_protection_of(work.job.input);
     staged.fill_from(work.audio);
     if (work.job.options.keep_mtime) {
         staged.take_time_of(work.job.input);

@@ -12,9 +12,10 @@ struct JobOptions {
     bool measure = true;              // the loudness before and after
     bool replace = false;             // an output that exists
     bool keep_mtime = false;
+    bool strict = false;  // a damaged input fails
 };
 
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(JobOptions, tuning, measure, replace, keep_mtime)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(JobOptions, tuning, measure, replace, keep_mtime, strict)
 
 /** What a worker process is told to do with one file. Paths are absolute. */
 struct Job {

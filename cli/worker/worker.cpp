@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <functional>
+#include <optional>
 #include <string>
 #include <system_error>
 #include <thread>
@@ -45,7 +46,7 @@ void write_line(const std::string& line) {
 }
 
 /** At most so many bytes, less at the pipe's end; stops after a byte that equals `last`. */
-std::string read_job_bytes(std::size_t count, int last = -1) {
+std::string read_job_bytes(std::size_t count, std::optional<char> last = std::nullopt) {
     std::string bytes;
     char c = 0;
     while (bytes.size() < count) {

@@ -111,11 +111,11 @@ TEST_F(Batch, AFolderIsLeveledAndOneBadFileCostsItselfOnly) {
     EXPECT_EQ(read_text(dir_ / "season/one.wav"), before);
     EXPECT_EQ(sound_info(dir_ / "out/sub/two-leveled.flac").frames, 64000);
     EXPECT_THAT(result.out, HasSubstr("2 leveled, 3 failed in"));
-    // Each failure is told when it happens and once more at the end, after the counts.
+    // Each failure is told once, when it happens.
     EXPECT_THAT(result.err, HasSubstr("failed season/bad.wav: cannot be read as audio"));
     EXPECT_THAT(result.err, HasSubstr("failed nowhere.wav: does not exist"));
     const std::size_t first = result.err.find("failed season/three-channels.wav: ");
-    EXPECT_NE(result.err.find("failed season/three-channels.wav: ", first + 1), std::string::npos);
+    EXPECT_EQ(std::string::npos, result.err.find("failed season/three-channels.wav: ", first + 1));
     EXPECT_THAT(result.err, HasSubstr("cannot process more than 2 channels"));
 
     const auto all = facts(read_text(dir_ / "facts.json"));
@@ -167,6 +167,7 @@ TEST_F(Batch, WrongUsageIsStatus2BeforeAnyWork) {
     EXPECT_THAT(result.err,
                 HasSubstr("a.wav and b/a.wav would both be written to out/a-leveled.wav"));
     EXPECT_FALSE(file_exists(dir_ / "out"));
+    EXPECT_EQ(run("--for a.wav").status, 2) << "no long option is guessed";
     EXPECT_EQ(run("--help").status, 0);
     EXPECT_EQ(run("--version").out, "quorvane 3.0.0\n");
 }
@@ -200,6 +201,7 @@ TEST_F(Batch, WithInputFileItIsTheEnginesCommandLine) {
     EXPECT_EQ(read_text(dir_ / "direct.wav"), read_text(dir_ / "a-leveled.wav"))
         << "the same bytes both ways";
     EXPECT_EQ(run("--input-file=a.wav --help").status, 1);
+    EXPECT_THAT(run("--input-file= --help").err, IsEmpty());
 }
 
 TEST_F(Batch, TuningReachesTheEngineAndAFailureLeavesTheOldOutput) {
@@ -217,8 +219,9 @@ TEST_F(Batch, TuningReachesTheEngineAndAFailureLeavesTheOldOutput) {
 }
 
 TEST_F(Batch, NamesMayHoldAnyBytes) {
-    const std::string names[] = {"-dash.wav", "sp ace 'q\"uote.wav", "lat\xe9in.wav",
-                                 "new\nline.wav"};
+    const std::string names[] = {"-dash.wav",     "sp ace 'q\"uote.wav",
+                                 "lat\xe9in.wav", "new\nline.wav",
+                                 "\xff.wav",      std::string(236, 'n') + ".wav"};
     for (const std::string& name : names) {
         talk("s/" + name);
     }
@@ -226,7 +229,10 @@ TEST_F(Batch, NamesMayHoldAnyBytes) {
     for (const std::string& name : names) {
         EXPECT_TRUE(file_exists(dir_ / ("s/" + name.substr(0, name.size() - 4) + "-leveled.wav")));
     }
-    EXPECT_EQ(facts(read_text(dir_ / "facts.json")).size(), 4u);
+    const auto all = facts(read_text(dir_ / "facts.json"));
+    EXPECT_EQ(6u, all.size());
+    EXPECT_EQ("s/lat%E9in.wav", all.at("s/lat\uFFFDin.wav")["input_bytes"]);
+    EXPECT_FALSE(all.at("s/-dash.wav").contains("input_bytes"));
     EXPECT_EQ(run_program("cd '" + dir_ / "s" + "' && " QUORVANE " -f -- -dash.wav").status, 0);
 }
 
@@ -256,7 +262,43 @@ TEST_F(Batch, AnInterruptStopsAllAndCleansUp) {
     const ProgramResult result = ended_.get();
     EXPECT_EQ(result.status, 130);
     EXPECT_THAT(result.out + result.err, HasSubstr("2 not finished"));
+    EXPECT_THAT(result.out, HasSubstr("not finished in/b.wav\n"));
+    EXPECT_THAT(result.out, HasSubstr("the same command goes on"));
     EXPECT_FALSE(file_exists(dir_ / "out"));
+}
+
+TEST_F(Batch, APatternMayBeGivenASecondTime) {
+    talk("a.wav");
+    EXPECT_EQ(0, run("*.wav").status);
+    for (const char* options : {"", "-d out ", "-f "}) {
+        const ProgramResult again = run(options + std::string("*.wav"));
+        EXPECT_EQ(0, again.status) << again.err;
+        EXPECT_THAT(again.out, HasSubstr("skipped a-leveled.wav: is "));
+    }
+    EXPECT_THAT(names_in("out"), ElementsAre("a-leveled.wav"));
+}
+
+TEST_F(Batch, WhatCannotBeWrittenIsFoundBeforeTheWork) {
+    talk("a.wav");
+    write_text(dir_ / "file", "");
+    for (const char* option : {"-n ", "", "--json - "}) {
+        const ProgramResult result = run(option + std::string("-d file/out a.wav"));
+        EXPECT_EQ(1, result.status);
+        EXPECT_THAT(result.err, HasSubstr("file cannot be written: Not a directory"));
+    }
+    const ProgramResult full = run("--json - --analyze a.wav >/dev/full");
+    EXPECT_EQ(1, full.status);
+    EXPECT_THAT(full.err, HasSubstr("could not be written: No space left"));
+}
+
+TEST_F(Batch, AnOutputIsNoMoreOpenThanItsInput) {
+    talk("a.wav");
+    fs::permissions(dir_ / "a.wav", fs::perms::owner_read | fs::perms::group_read);
+    const bool kept = run_program("setfattr -n user.note -v mine " + dir_ / "a.wav").status == 0;
+    EXPECT_EQ(0, run("a.wav").status);
+    EXPECT_EQ(fs::perms::owner_read | fs::perms::group_read,
+              fs::status(dir_ / "a-leveled.wav").permissions());
+    EXPECT_EQ(kept, run_program("getfattr -n user.note " + dir_ / "a-leveled.wav").status == 0);
 }
 
 TEST_F(Batch, ALimitOnFileSizeFailsWithoutLeavings) {

@@ -80,8 +80,12 @@ TEST_F(Files, LinksAreFollowedAndEachFileIsTakenOnceUnderItsOwnPath) {
                 ElementsAre("real/loop/outside.wav", "real/talk.wav"))
         << "through the loop the search reaches the folder above";
     fs::remove(dir_ / "real/loop");
-    fs::remove(dir_ / "zz.wav");
+    fs::create_symlink("real/talk.wav", dir_ / "aa.wav");
     EXPECT_THAT(found(), ElementsAre("outside.wav", "real/talk.wav"));
+    EXPECT_THAT(found({"aa.wav", "real"}), ElementsAre("real/talk.wav"));
+    ASSERT_EQ(1u, result_.passed_over.size());
+    EXPECT_EQ(dir_ / "aa.wav", result_.passed_over[0].path);
+    EXPECT_EQ("is a link to " + dir_ / "real/talk.wav", result_.passed_over[0].cause);
 }
 
 TEST_F(Files, WhatCannotBeReadIsTold) {
@@ -112,8 +116,6 @@ TEST_F(Files, OutputsThatCannotBeAreRefusedBeforeAnyWork) {
     const std::string x = make("x.wav");
     make("x-leveled.wav");
     make("sub/x.wav");
-    EXPECT_THAT(planned({}, {"x.wav", "x-leveled.wav"}), HasSubstr("is an input"));
-
     Settings into;
     into.output_dir = dir_ / "out";
     EXPECT_THAT(planned(into, {"x.wav", "sub/x.wav"}), HasSubstr("would both be written"));
@@ -134,6 +136,24 @@ TEST_F(Files, OutputsThatCannotBeAreRefusedBeforeAnyWork) {
     for (const char* output : {"./sub/../x.wav", "hard.wav", "soft.wav"}) {
         EXPECT_THAT(planned_as(output), HasSubstr("is an input")) << output;
     }
+}
+
+TEST_F(Files, OutputsAmongTheInputsArePassedOver) {
+    for (const char* name : {"a.wav", "a-leveled.wav", "b-leveled.wav", "out/a.wav"}) {
+        make(name);
+    }
+    const std::vector<std::string> all = {"a.wav", "a-leveled.wav", "b-leveled.wav"};
+    EXPECT_EQ("skip a-leveled.wav b-leveled-leveled.wav skip  ", planned({}, all));
+    Settings into;
+    into.output_dir = dir_ / "out";
+    EXPECT_EQ("out/a-leveled.wav out/b-leveled-leveled.wav skip  ", planned(into, all));
+    into.suffix = "";
+    into.force = true;
+    EXPECT_EQ("out/a.wav skip  ", planned(into, {"a.wav", "out/a.wav"}));
+    // A link that leads to an input is no output of its own.
+    fs::remove(dir_ / "a-leveled.wav");
+    fs::create_symlink("b-leveled.wav", dir_ / "a-leveled.wav");
+    EXPECT_THAT(planned(Settings(), {"a.wav", "b-leveled.wav"}), HasSubstr("same file as the input"));
 }
 
 TEST_F(Files, ReportsAndJsonReplaceOnlyTheirOwnKind) {

@@ -36,6 +36,7 @@ TEST(Settings, WrongUsageNamesTheOption) {
     const Row rows[] = {
         {{}, "name at least one file or folder"},
         {{"--nonsense", "x.wav"}, "--nonsense"},
+        {{"--for", "x.wav"}, "--for"},
         {{"-j", "0", "x.wav"}, "--jobs takes a number from 1 to 256, not '0'"},
         {{"-j", "two", "x.wav"}, "not 'two'"},
         {{"--color", "maybe", "x.wav"}, "--color takes auto, always or never, not 'maybe'"},

@@ -29,6 +29,11 @@ TEST_F(Terminal, TextFitsItsColumnsWhateverItsLetters) {
     }
     EXPECT_EQ(fit("long-episode-name.wav", 11), "long-…e.wav");
     EXPECT_EQ(printable("a\x1b[31m\nb"), "a?[31m?b");
+    // One-byte and two-byte CSI, right-to-left override, isolate; letters of any script stay.
+    EXPECT_EQ("?31m?1m?gpj.?", printable("\x9b"
+                                         "31m\xC2\x9B"
+                                         "1m\u202Egpj.\u2066"));
+    EXPECT_EQ("日ä", printable("日ä"));
 }
 
 TEST_F(Terminal, ABarIsNeverWiderThanTheTerminal) {

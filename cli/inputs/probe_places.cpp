@@ -1,0 +1,87 @@
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <map>
+
+#include "Common/files/descriptor.h"
+#include "cli/inputs/plan.h"
+
+namespace cli {
+namespace fs = std::filesystem;
+
+namespace {
+
+/** The folder itself or the nearest one above it that is there. */
+fs::path nearest_existing(fs::path folder) {
+    std::error_code error;
+    for (folder = fs::absolute(folder, error); !fs::exists(folder, error);
+         folder = folder.parent_path()) {
+        if (folder == folder.root_path()) {
+            break;
+        }
+    }
+    return folder;
+}
+
+/** Why no file can be made in the folder; empty when one can. */
+std::string folder_problem(const fs::path& folder) {
+    const fs::path existing = nearest_existing(folder);
+    const auto because = [&](int error) {
+        return fmt::format("the folder {} cannot be written: {}", existing.string(),
+                           std::strerror(error));
+    };
+    std::error_code error;
+    if (!fs::is_directory(existing, error)) {
+        return because(error ? error.value() : ENOTDIR);
+    }
+
+    struct statvfs volume {};
+
+    // The super-user passes every check of permissions, but not a volume that is read-only.
+    if (statvfs(existing.c_str(), &volume) == 0 && (volume.f_flag & ST_RDONLY)) {
+        return because(EROFS);
+    }
+    return access(existing.c_str(), W_OK | X_OK) == 0 ? "" : because(errno);
+}
+
+std::string name_problem(const fs::path& output) {
+    const long most = pathconf(nearest_existing(output.parent_path()).c_str(), _PC_NAME_MAX);
+    const std::size_t bytes = output.filename().string().size();
+    return most > 0 && bytes > static_cast<std::size_t>(most)
+               ? fmt::format("its output's name would have {} bytes, at most {} are allowed there",
+                             bytes, most)
+               : "";
+}
+
+std::string input_problem(const fs::path& input) {
+    const Descriptor file(input.string(), O_RDONLY);
+    return file.is_open() ? "" : fmt::format("cannot be read: {}", std::strerror(errno));
+}
+
+}  // namespace
+
+void probe_places(std::vector<PlannedFile>& plan) {
+    std::map<fs::path, std::string> folders;
+    for (PlannedFile& file : plan) {
+        if (!file.skip.empty()) {
+            continue;
+        }
+        file.problem = input_problem(file.input);
+        if (!file.problem.empty() || file.output.empty()) {
+            continue;
+        }
+        const fs::path folder =
+            file.output.has_parent_path() ? file.output.parent_path() : fs::path(".");
+        const auto [known, is_new] = folders.emplace(folder, "");
+        if (is_new) {
+            known->second = folder_problem(folder);
+        }
+        file.problem = known->second.empty() ? name_problem(file.output) : known->second;
+    }
+}
+
+}  // namespace cli
