@@ -20,6 +20,7 @@ constexpr double kShortTermSeconds = 3.0;
 constexpr double kLeastStepSeconds = 0.1;
 constexpr double kMostPoints = 1000;
 constexpr std::size_t kPauseBlocks = 5;  // of kLeastStepSeconds: half a second
+constexpr double kSoundDbfs = -50;       // RMS of a block that is more than room tone
 
 double power_to_db(double power) {
     return 10 * std::log10(power);  // minus infinity for 0
@@ -29,7 +30,10 @@ double amplitude_to_db(double amplitude) {
     return 20 * std::log10(amplitude);
 }
 
-/** Mean square of the whole file, and of its quietest half second, from blocks of 100 ms. */
+/**
+ * Mean square of the whole file and of its quietest half second, and the quiet at its ends, from
+ * blocks of 100 ms.
+ */
 class PowerMeter {
   public:
     PowerMeter(int channels, sf_count_t block_frames)
@@ -51,12 +55,22 @@ class PowerMeter {
         return samples > 0 ? power_to_db((total_ + block_) / samples) : power_to_db(0);
     }
 
+    /** The blocks before the first and after the last one with a sound in it. */
+    std::size_t quiet_blocks_at_head() const { return head_; }
+
+    std::size_t quiet_blocks_at_tail() const { return tail_; }
+
     double quietest_db() const { return quietest_ < 0 ? rms_db() : power_to_db(quietest_); }
 
   private:
     void finish_block() {
         total_ += block_;
         ++blocks_;
+        const bool sound = power_to_db(block_ / static_cast<double>(block_samples_)) > kSoundDbfs;
+        tail_ = sound ? 0 : tail_ + 1;
+        if (tail_ == blocks_) {
+            head_ = blocks_;
+        }
         recent_.push_back(block_);
         if (recent_.size() > kPauseBlocks) {
             recent_.pop_front();
@@ -76,6 +90,8 @@ class PowerMeter {
     const std::size_t block_samples_;
     std::size_t in_block_ = 0;
     std::size_t blocks_ = 0;
+    std::size_t head_ = 0;
+    std::size_t tail_ = 0;
     double block_ = 0;
     double total_ = 0;
     double quietest_ = -1;  // none yet
@@ -168,6 +184,8 @@ class FileMeter {
         result.sample_peak_dbfs = amplitude_to_db(sample_peak);
         result.rms_dbfs = power_.rms_db();
         result.pauses_dbfs = power_.quietest_db();
+        result.head_s = kLeastStepSeconds * static_cast<double>(power_.quiet_blocks_at_head());
+        result.tail_s = kLeastStepSeconds * static_cast<double>(power_.quiet_blocks_at_tail());
     }
 
     mutable SndfileHandle file_;

@@ -2,87 +2,116 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <boost/algorithm/string/join.hpp>
+#include <boost/algorithm/string/replace.hpp>
 #include <cmath>
 
 namespace cli {
 namespace {
 
-constexpr double kPodcastTolerance = 1.0;
-constexpr double kBroadcastLoudness = -23.0;
-constexpr double kBroadcastTolerance = 0.5;
-constexpr double kTruePeakLimit = -1.0;
-constexpr double kBookLoudest = -18.0;
-constexpr double kBookQuietest = -23.0;
-constexpr double kBookPeakLimit = -3.0;
-constexpr double kBookPauseLimit = -60.0;
+constexpr const char* kMinus = "−";
 
-class Check {
-  public:
-    Check(const char* name, const char* asks) {
-        result_.name = name;
-        result_.asks = asks;
-    }
+/** "−16", "−22.5" */
+std::string signed_text(double value) {
+    return boost::algorithm::replace_all_copy(fmt::format("{:g}", value), "-", kMinus);
+}
 
-    Check& within(double value, double low, double high, const char* unit) {
-        if (!(value >= low)) {
-            miss(low - value, unit, "too quiet");
-        }
-        if (value > high) {
-            miss(value - high, unit, "too loud");
-        }
-        return *this;
-    }
-
-    Check& below(const char* what, double value, double limit) {
-        if (value > limit) {
-            miss(value - limit, "dB", fmt::format("too high in the {}", what));
-        }
-        return *this;
-    }
-
-    DestinationCheck done() {
-        result_.met = result_.misses.empty();
-        return result_;
-    }
-
-  private:
-    // What is off by less than a tenth would read "0.0": it is named as a tenth.
-    void miss(double distance, const char* unit, const std::string& how) {
-        result_.misses.push_back(
-            std::isfinite(distance)
-                ? fmt::format("{:.1f} {} {}", std::fmax(distance, 0.1), unit, how)
-                : std::string("silent"));
-    }
-
-    DestinationCheck result_;
-};
+/** What is off by less than a tenth would read "0.0": it is named as a tenth. */
+std::string distance_text(double distance, const std::string& unit) {
+    return fmt::format("{:.1f} {}", std::max(std::fabs(distance), 0.1), unit);
+}
 
 }  // namespace
 
-std::vector<DestinationCheck> check_destinations(const Loudness& loudness, int channels) {
-    const auto podcast = [&](const char* name, const char* asks, double target, int for_channels) {
-        DestinationCheck check = Check(name, asks)
-                                     .within(loudness.integrated_lufs, target - kPodcastTolerance,
-                                             target + kPodcastTolerance, "LU")
-                                     .below("true peak", loudness.true_peak_dbtp, kTruePeakLimit)
-                                     .done();
-        check.other_channels = channels != for_channels;
+const std::vector<Destination>& destinations() {
+    using K = LevelKind;
+    static const std::vector<Destination> table = {
+        {"podcast", "Podcasts (Apple)", K::Loudness, -19, -16, 0.5, 0.5, -1, {}},
+        {"spotify", "Spotify", K::Loudness, -14, -14, 0.5, 0.5, -1, {}},
+        {"youtube", "YouTube", K::Loudness, -14, -14, 0.5, 0.5, -1, {}},
+        {"broadcast", "Radio and TV (EBU R 128)", K::Loudness, -23, -23, 0.2, 0.2, -1, {}},
+        {"atsc", "US television (ATSC A/85)", K::Loudness, -24, -24, 0.5, 0.5, -2, {}},
+        {"audiobook", "Audiobooks (ACX, Audible)", K::Rms, -20, -20, 3, 2, -3, -60.0},
+    };
+    return table;
+}
+
+const Destination* find_destination(const std::string& word) {
+    for (const Destination& destination : destinations()) {
+        if (destination.word == (word == "apple" ? "podcast" : word)) {
+            return &destination;
+        }
+    }
+    return nullptr;
+}
+
+std::vector<std::string> destination_words() {
+    std::vector<std::string> words;
+    for (const Destination& destination : destinations()) {
+        words.push_back(destination.word);
+    }
+    return words;
+}
+
+double Destination::level_of(const Loudness& loudness) const {
+    return kind == LevelKind::Rms ? loudness.rms_dbfs : loudness.integrated_lufs;
+}
+
+std::string Destination::asks(int channels) const {
+    const double aim = target(channels);
+    if (kind == LevelKind::Rms) {
+        return fmt::format("RMS {} to {} dB, peak up to {} dBFS, noise floor up to {} dB RMS",
+                           signed_text(aim - lower_by), signed_text(aim + higher_by),
+                           signed_text(peak_limit_db), signed_text(noise_floor_db.value_or(0)));
+    }
+    return fmt::format("{} LUFS ±{:g}, true peak up to {} dBTP", signed_text(aim), lower_by,
+                       signed_text(peak_limit_db));
+}
+
+std::string DestinationCheck::words() const {
+    std::vector<std::string> parts;
+    for (const Miss& miss : misses) {
+        parts.push_back(miss.words);
+    }
+    return boost::algorithm::join(parts, ", ");
+}
+
+DestinationCheck check_destination(const Destination& destination,
+                                   const Loudness& loudness,
+                                   int channels) {
+    DestinationCheck check;
+    check.destination = &destination;
+    const bool rms = destination.kind == LevelKind::Rms;
+    const double level = destination.level_of(loudness);
+    if (!std::isfinite(level)) {
+        check.misses.push_back({"loudness", level, rms ? "dB" : "LU", "silent"});
         return check;
+    }
+
+    const double off = level - destination.target(channels);
+    const double outside = off > destination.higher_by   ? off - destination.higher_by
+                           : off < -destination.lower_by ? off + destination.lower_by
+                                                         : 0;
+    if (outside != 0) {
+        const char* unit = rms ? "dB" : "LU";
+        check.misses.push_back({rms ? "level" : "loudness", outside, unit,
+                                fmt::format("{} too {}", distance_text(outside, unit),
+                                            outside > 0 ? "loud" : "quiet")});
+    }
+    const auto below = [&](const char* what, double value, double limit, double tolerance) {
+        if (value > limit + tolerance) {
+            check.misses.push_back(
+                {what, value - limit, "dB",
+                 fmt::format("{} {} too high", what, distance_text(value - limit, "dB"))});
+        }
     };
-    return {
-        podcast("Podcast, stereo", "−16 LUFS ±1, true peak up to −1 dBTP", -16, 2),
-        podcast("Podcast, mono", "−19 LUFS ±1, true peak up to −1 dBTP", -19, 1),
-        Check("Broadcast, EBU R128", "−23 LUFS ±0.5, true peak up to −1 dBTP")
-            .within(loudness.integrated_lufs, kBroadcastLoudness - kBroadcastTolerance,
-                    kBroadcastLoudness + kBroadcastTolerance, "LU")
-            .below("true peak", loudness.true_peak_dbtp, kTruePeakLimit)
-            .done(),
-        Check("Audiobook", "RMS −23 to −18 dB, peak up to −3 dB, pauses up to −60 dB")
-            .within(loudness.rms_dbfs, kBookQuietest, kBookLoudest, "dB")
-            .below("peak", loudness.sample_peak_dbfs, kBookPeakLimit)
-            .below("pauses", loudness.pauses_dbfs, kBookPauseLimit)
-            .done(),
-    };
+    below(rms ? "peak" : "true peak", rms ? loudness.sample_peak_dbfs : loudness.true_peak_dbtp,
+          destination.peak_limit_db, kPeakTolerance);
+    if (destination.noise_floor_db) {
+        below("noise floor", loudness.pauses_dbfs, *destination.noise_floor_db, 0);
+    }
+    return check;
 }
 
 }  // namespace cli

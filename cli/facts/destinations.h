@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -7,19 +8,69 @@
 
 namespace cli {
 
-/** How a file stands to what one usual destination asks for. */
-struct DestinationCheck {
-    std::string name;
-    std::string asks;
-    bool met = false;
-    std::vector<std::string> misses;  // "2.4 LU too quiet"; empty when met
-    bool other_channels = false;      // the destination is for another number of channels
-};
+/** Which of a file's levels a destination asks for. */
+enum class LevelKind { Loudness, Rms };
 
 /**
- * One check for each usual destination: podcasts in stereo and mono, EBU R128 broadcast,
- * audiobooks.
+ * What one place of publication asks of a file.
+ *
+ * The sources of the numbers: Apple, "Podcasts: Audio requirements"; the loudness normalisation
+ * pages of Spotify and YouTube; EBU R 128 (2023); ATSC A/85 (2013); ACX, "Audio submission
+ * requirements".
  */
-std::vector<DestinationCheck> check_destinations(const Loudness& loudness, int channels);
+struct Destination {
+    std::string word;  // as --for takes it
+    std::string name;  // as people know it
+    LevelKind kind = LevelKind::Loudness;
+    double mono_target = 0;    // LUFS, or dB RMS: what a file made for it aims at
+    double other_target = 0;   // the same with two channels or more
+    double lower_by = 0;       // what may be missing to the target, dB
+    double higher_by = 0;      // what may be above it, dB
+    double peak_limit_db = 0;  // true peak in dBTP, with an RMS level the sample peak in dBFS
+    std::optional<double> noise_floor_db;  // the most that pauses may have, dB RMS
+
+    double target(int channels) const { return channels == 1 ? mono_target : other_target; }
+
+    /** The file's level that the target is compared with. */
+    double level_of(const Loudness& loudness) const;
+
+    /** "−16 LUFS ±0.5, true peak up to −1 dBTP" */
+    std::string asks(int channels) const;
+};
+
+/** All of them, in the order they are shown. */
+const std::vector<Destination>& destinations();
+
+/** The one of that word; "apple" is the podcast. Null when there is none. */
+const Destination* find_destination(const std::string& word);
+
+/** The words that --for takes, without second names. */
+std::vector<std::string> destination_words();
+
+/** What a peak may read above a limit: the accuracy that limiting keeps, dB. */
+constexpr double kPeakTolerance = 0.02;
+
+/** One thing that a file lacks. */
+struct Miss {
+    std::string what;   // "loudness", "true peak", "peak", "level", "noise floor"
+    double by = 0;      // signed: how far above (+) or below (-) what is asked; infinite: silent
+    std::string unit;   // "LU" or "dB"
+    std::string words;  // "2.4 LU too quiet"
+};
+
+/** How a file stands to one destination. */
+struct DestinationCheck {
+    const Destination* destination = nullptr;
+    std::vector<Miss> misses;
+
+    bool met() const { return misses.empty(); }
+
+    /** "2.4 LU too quiet, true peak 0.6 dB too high" */
+    std::string words() const;
+};
+
+DestinationCheck check_destination(const Destination& destination,
+                                   const Loudness& loudness,
+                                   int channels);
 
 }  // namespace cli

@@ -55,6 +55,8 @@ Json loudness(const Loudness& from) {
             {"sample_peak_dbfs", number(from.sample_peak_dbfs)},
             {"rms_dbfs", number(from.rms_dbfs)},
             {"pauses_dbfs", number(from.pauses_dbfs)},
+            {"head_s", number(from.head_s)},
+            {"tail_s", number(from.tail_s)},
             {"short_term_lufs", curve(from.short_term_lufs)}};
 }
 
@@ -62,6 +64,7 @@ Loudness loudness_back(const Json& json) {
     return {number_back(json.at("integrated_lufs")), number_back(json.at("range_lu")),
             number_back(json.at("true_peak_dbtp")),  number_back(json.at("sample_peak_dbfs")),
             number_back(json.at("rms_dbfs")),        number_back(json.at("pauses_dbfs")),
+            number_back(json.at("head_s")),          number_back(json.at("tail_s")),
             curve_back(json.at("short_term_lufs"))};
 }
 
@@ -113,6 +116,24 @@ void put_path(Json& json, const std::string& name, const std::string& path) {
     }
 }
 
+Json publishing(const Publishing& from) {
+    return {{"destination", from.destination},
+            {"gain_db", number(from.gain_db)},
+            {"ceiling_dbtp", number(from.ceiling_dbtp)},
+            {"most_limiting_db", number(from.most_limiting_db)},
+            {"limited_share", number(from.limited_share)},
+            {"held_back", from.held_back}};
+}
+
+Publishing publishing_back(const Json& json) {
+    return {json.at("destination"),
+            number_back(json.at("gain_db")),
+            number_back(json.at("ceiling_dbtp")),
+            number_back(json.at("most_limiting_db")),
+            number_back(json.at("limited_share")),
+            json.at("held_back")};
+}
+
 }  // namespace
 
 const char* to_text(Outcome outcome) {
@@ -142,6 +163,9 @@ Json to_json(const FileFacts& facts) {
     }
     if (facts.leveling) {
         json["leveling"] = leveling(*facts.leveling);
+    }
+    if (facts.publishing) {
+        json["publishing"] = publishing(*facts.publishing);
     }
     return json;
 }
@@ -178,6 +202,9 @@ FileFacts facts_from_json(const Json& json) {
     }
     if (json.contains("leveling")) {
         facts.leveling = leveling_back(json.at("leveling"));
+    }
+    if (json.contains("publishing")) {
+        facts.publishing = publishing_back(json.at("publishing"));
     }
     return facts;
 }

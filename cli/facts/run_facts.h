@@ -25,6 +25,8 @@ struct Loudness {
     double sample_peak_dbfs = 0;
     double rms_dbfs = 0;     // over all samples of all channels
     double pauses_dbfs = 0;  // RMS of the quietest half second
+    double head_s = 0;       // the quiet before the first sound, in steps of 0.1 s
+    double tail_s = 0;       // the quiet after the last sound
     Curve short_term_lufs;
 };
 
@@ -43,6 +45,16 @@ struct Leveling {
     double greatest_gain_db = 0;
     Curve gain_db;
     std::vector<Passage> passages;
+};
+
+/** What brought a leveled file to the destination it is for, in dB. */
+struct Publishing {
+    std::string destination;      // its word: "podcast"
+    double gain_db = 0;           // the constant gain before the limiter
+    double ceiling_dbtp = 0;      // of the limiter; below the limit where coding adds to peaks
+    double most_limiting_db = 0;  // the greatest reduction
+    double limited_share = 0;     // the share of the time, 0 to 1, reduced by more than 6 dB
+    bool held_back = false;       // more gain would have needed unsound limiting
 };
 
 enum class Outcome {
@@ -70,6 +82,7 @@ struct FileFacts {
     std::optional<Loudness> before;
     std::optional<Loudness> after;
     std::optional<Leveling> leveling;
+    std::optional<Publishing> publishing;
     std::vector<std::string> notes;  // what the user should know of a file that did not fail
 
     double duration_s() const {

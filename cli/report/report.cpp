@@ -128,21 +128,43 @@ std::string numbers(const FileFacts& facts) {
     return text + "</div>\n";
 }
 
-std::string destinations(const FileFacts& facts) {
-    const Loudness& loudness = facts.after ? *facts.after : *facts.before;
+std::string destination_row(const FileFacts& facts, const Destination& destination, int channels) {
+    const bool applies = destination.mono_target == destination.other_target ||
+                         (channels == 1) == (facts.channels == 1);
+    std::string name = escape_html(destination.name);
+    if (destination.mono_target != destination.other_target) {
+        name += channels == 1 ? ", mono" : ", stereo";
+    }
+    std::string result;
+    if (!applies) {
+        result = fmt::format("this file is {}", channels_text(facts.channels));
+    } else if (const DestinationCheck check = check_destination(
+                   destination, facts.after ? *facts.after : *facts.before, facts.channels);
+               check.met()) {
+        result = "<span class=\"met\">✓ ready</span>";
+    } else {
+        result = fmt::format(
+            "<span class=\"off\">✗ not yet:</span> {} <span class=\"remedy\">→ "
+            "<code>--for {}</code></span>",
+            check.words(), destination.word);
+    }
+    return fmt::format("<tr{}><th scope=\"row\">{}</th><td>{}</td><td>{}</td></tr>\n",
+                       applies ? "" : " class=\"elsewhere\"", name, destination.asks(channels),
+                       result);
+}
+
+std::string destinations_table(const FileFacts& facts) {
     std::string text =
-        "<h2>Destinations</h2>\n<table class=\"stack destinations\">\n<thead><tr><th>Where</th>"
-        "<th>Asks for</th><th>This file</th></tr></thead>\n<tbody>\n";
-    for (const DestinationCheck& check : check_destinations(loudness, facts.channels)) {
-        std::string verdict = check.met ? std::string("<span class=\"met\">✓ met</span>")
-                                        : fmt::format("<span class=\"off\">✗</span> {}",
-                                                      boost::algorithm::join(check.misses, ", "));
-        if (check.other_channels) {
-            verdict += fmt::format(" <span class=\"soft\">(this file is {})</span>",
-                                   channels_text(facts.channels));
+        "<h2>Where it may go</h2>\n<table class=\"stack destinations\">\n<thead><tr>"
+        "<th scope=\"col\">Where</th><th scope=\"col\">Asks for</th><th scope=\"col\">This file"
+        "</th></tr></thead>\n<tbody>\n";
+    for (const Destination& destination : destinations()) {
+        if (destination.mono_target != destination.other_target) {
+            text += destination_row(facts, destination, 2);
+            text += destination_row(facts, destination, 1);
+        } else {
+            text += destination_row(facts, destination, facts.channels);
         }
-        text += fmt::format("<tr><td><b>{}</b></td><td>{}</td><td>{}</td></tr>\n", check.name,
-                            check.asks, verdict);
     }
     return text + "</tbody>\n</table>\n";
 }
@@ -264,7 +286,7 @@ std::string report_page(const FileFacts& facts) {
         if (facts.duration_s() > 0) {
             body += "<h2>Over time</h2>\n" + loudness_figure(facts);
         }
-        body += gain_figure(facts) + numbers(facts) + destinations(facts) + passages(facts);
+        body += gain_figure(facts) + numbers(facts) + destinations_table(facts) + passages(facts);
     }
     return html_page(name_of(facts), body + footer());
 }

@@ -110,34 +110,43 @@ Loudness loudness(double lufs, double true_peak, double rms, double pauses) {
 }
 
 TEST(Destinations, EachIsMetOrNamesHowFarOff) {
-    // Podcast stereo, podcast mono, broadcast, audiobook.
+    // Podcast, Spotify, YouTube, broadcast, A/85, audiobook; for two channels.
     struct Row {
         Loudness loudness;
         std::vector<std::string> misses;
     };
 
     const Row rows[] = {
-        {loudness(-16.9, -1.0, -17, -61),
-         {"", "1.1 LU too loud", "5.6 LU too loud",
-          "1.0 dB too loud, 2.0 dB too high in the peak"}},
-        {loudness(-19.0, -3.0, -20, -55),
-         {"2.0 LU too quiet", "", "3.5 LU too loud", "5.0 dB too high in the pauses"}},
-        {loudness(-23.5, -0.4, -23, -60),
-         {"6.5 LU too quiet, 0.6 dB too high in the true peak",
-          "3.5 LU too quiet, 0.6 dB too high in the true peak", "0.6 dB too high in the true peak",
-          "2.6 dB too high in the peak"}},
+        {loudness(-16.6, -1.0, -17, -61),
+         {"0.1 LU too quiet", "2.1 LU too quiet", "2.1 LU too quiet", "6.2 LU too loud",
+          "6.9 LU too loud, true peak 1.0 dB too high", "1.0 dB too loud, peak 2.0 dB too high"}},
+        {loudness(-14.5, -3.0, -20, -55),
+         {"1.0 LU too loud", "", "", "8.3 LU too loud", "9.0 LU too loud",
+          "noise floor 5.0 dB too high"}},
+        {loudness(-23.5, -0.97, -23, -60),
+         {"7.0 LU too quiet, true peak 0.1 dB too high",
+          "9.0 LU too quiet, true peak 0.1 dB too high",
+          "9.0 LU too quiet, true peak 0.1 dB too high",
+          "0.3 LU too quiet, true peak 0.1 dB too high", "true peak 1.0 dB too high",
+          "peak 2.0 dB too high"}},
+        {loudness(-23.2, -0.981, -23.4, -70),
+         {"6.7 LU too quiet", "8.7 LU too quiet", "8.7 LU too quiet", "",
+          "0.3 LU too loud, true peak 1.0 dB too high", "0.4 dB too quiet, peak 2.0 dB too high"}},
         {loudness(kSilence, kSilence, kSilence, kSilence),
-         {"silent", "silent", "silent", "silent"}},
+         {"silent", "silent", "silent", "silent", "silent", "silent"}},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.loudness.integrated_lufs);
         std::vector<std::string> misses;
-        for (const DestinationCheck& check : check_destinations(row.loudness, 2)) {
-            EXPECT_EQ(check.met, check.misses.empty());
-            misses.push_back(fmt::format("{}", fmt::join(check.misses, ", ")));
+        for (const Destination& destination : destinations()) {
+            misses.push_back(check_destination(destination, row.loudness, 2).words());
         }
-        EXPECT_EQ(misses, row.misses);
+        EXPECT_EQ(row.misses, misses);
     }
+    const Destination& apple = *find_destination("apple");
+    EXPECT_TRUE(check_destination(apple, loudness(-19.5, -2, -20, -50), 1).met());
+    EXPECT_EQ("−19 LUFS ±0.5, true peak up to −1 dBTP", apple.asks(1));
+    EXPECT_EQ(nullptr, find_destination("pod"));
 }
 
 /** An hour as long as the curves of a real one. */

@@ -1,0 +1,145 @@
+#include "cli/publish/limiter.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace cli {
+namespace {
+
+constexpr double kAlmostOne = 1 - 1e-6;  // a gain above it, 0.00001 dB, counts as no reduction
+constexpr double kFixedPoint = 1099511627776.0;  // 2^40 steps between 0 and 1
+
+std::size_t frames_in(double seconds, int sample_rate_hz) {
+    return std::max<std::size_t>(1, static_cast<std::size_t>(seconds * sample_rate_hz));
+}
+
+}  // namespace
+
+void Reductions::add(double gain) {
+    ++frames_;
+    if (gain >= kAlmostOne) {
+        return;
+    }
+    const double reduction = -20 * std::log10(gain);
+    most_db_ = std::max(most_db_, reduction);
+    ++counts_[std::min(kSteps - 1, static_cast<std::size_t>(reduction / kStepDb))];
+}
+
+double Reductions::share_above(double reduction_db) const {
+    std::uint64_t above = 0;
+    for (auto step = static_cast<std::size_t>(reduction_db / kStepDb); step < kSteps; ++step) {
+        above += counts_[step];
+    }
+    return frames_ ? static_cast<double>(above) / static_cast<double>(frames_) : 0;
+}
+
+double Reductions::exceeded_by(double share) const {
+    const double allowed = share * static_cast<double>(frames_);
+    std::uint64_t above = 0;
+    for (std::size_t step = kSteps; step-- > 0;) {
+        above += counts_[step];
+        if (static_cast<double>(above) > allowed) {
+            return static_cast<double>(step + 1) * kStepDb;
+        }
+    }
+    return 0;
+}
+
+double SlidingMinimum::next(double value) {
+    const std::size_t size = ring_.size();
+    while (held_ > 0 && ring_[(first_ + held_ - 1) % size].value >= value) {
+        --held_;
+    }
+    ring_[(first_ + held_) % size] = {value, count_ + window_};
+    ++held_;
+    if (ring_[first_].leaves <= count_) {
+        first_ = (first_ + 1) % size;
+        --held_;
+    }
+    ++count_;
+    return ring_[first_].value;
+}
+
+MovingMean::MovingMean(std::size_t window)
+    : ring_(window, static_cast<std::int64_t>(kFixedPoint)),
+      sum_(static_cast<std::int64_t>(window) * static_cast<std::int64_t>(kFixedPoint)) {}
+
+double MovingMean::next(double value) {
+    const auto fixed = static_cast<std::int64_t>(value * kFixedPoint);
+    sum_ += fixed - ring_[at_];
+    ring_[at_] = fixed;
+    at_ = at_ + 1 == ring_.size() ? 0 : at_ + 1;
+    return static_cast<double>(sum_) / (kFixedPoint * static_cast<double>(ring_.size()));
+}
+
+TruePeakLimiter::TruePeakLimiter(int channels, int sample_rate_hz, double gain, double ceiling)
+    : channels_(static_cast<std::size_t>(channels)),
+      gain_(gain),
+      ceiling_(ceiling),
+      release_(1 - std::exp(-1 / (kReleaseSeconds * sample_rate_hz))),
+      attack_frames_(frames_in(kAttackSeconds / 2, sample_rate_hz)),
+      // The means reach 2 (attack_frames_ - 1) frames back, and the frame itself has to be inside.
+      latency_frames_(TruePeakFinder::kLatency + 2 * attack_frames_ - 1),
+      finder_(channels, ceiling),
+      held_(2 * attack_frames_ + frames_in(kHoldSeconds, sample_rate_hz)),
+      first_mean_(attack_frames_),
+      second_mean_(attack_frames_),
+      frames_to_rest_(4 * attack_frames_ + frames_in(kHoldSeconds, sample_rate_hz) +
+                      frames_in(16 * kReleaseSeconds, sample_rate_hz)),
+      frames_at_rest_(frames_to_rest_),
+      frames_to_drop_(latency_frames_),
+      delayed_(latency_frames_ * channels_, 0.0) {}
+
+double TruePeakLimiter::next_gain(double peak) {
+    // A peak between two frames asks for the gain in both.
+    const double needed = peak > ceiling_ ? ceiling_ / peak : 1;
+    const double wanted = std::min(needed, needed_before_);
+    needed_before_ = needed;
+    if (wanted < 1) {
+        frames_at_rest_ = 0;
+    }
+    const double least = held_.next(wanted);
+    released_ = std::min(least, released_ + release_ * (1 - released_));
+    if (released_ > kAlmostOne && least == 1) {
+        released_ = 1;
+    }
+    return second_mean_.next(first_mean_.next(released_));
+}
+
+void TruePeakLimiter::process(const double* samples, std::size_t frames, std::vector<double>& out) {
+    const std::size_t kept = latency_frames_ * channels_;
+    const std::size_t count = frames * channels_;
+    delayed_.resize(kept + count);
+    for (std::size_t i = 0; i < count; ++i) {
+        delayed_[kept + i] = gain_ * samples[i];
+    }
+    peaks_.resize(frames);
+    finder_.find(delayed_.data() + kept, frames, peaks_.data());
+    for (std::size_t frame = 0; frame < frames; ++frame) {
+        if (frames_at_rest_ >= frames_to_rest_ && peaks_[frame] <= ceiling_) {
+            reductions_.add_untouched(frame >= frames_to_drop_ ? 1 : 0);
+            continue;
+        }
+        ++frames_at_rest_;
+        const double gain = next_gain(peaks_[frame]);
+        if (frame >= frames_to_drop_) {
+            reductions_.add(gain);
+        }
+        for (std::size_t channel = 0; channel < channels_; ++channel) {
+            delayed_[frame * channels_ + channel] *= gain;
+        }
+    }
+    const std::size_t dropped = std::min(frames, frames_to_drop_);
+    frames_to_drop_ -= dropped;
+    const auto start = delayed_.begin();
+    out.insert(out.end(), start + static_cast<std::ptrdiff_t>(dropped * channels_),
+               start + static_cast<std::ptrdiff_t>(count));
+    std::copy(start + static_cast<std::ptrdiff_t>(count), delayed_.end(), start);
+}
+
+void TruePeakLimiter::finish(std::vector<double>& out) {
+    const std::vector<double> silence(latency_frames_ * channels_, 0.0);
+    process(silence.data(), latency_frames_, out);
+}
+
+}  // namespace cli

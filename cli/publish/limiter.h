@@ -1,0 +1,131 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "cli/publish/true_peak.h"
+
+namespace cli {
+
+/** How much a limiter had to take away, frame by frame. */
+class Reductions {
+  public:
+    /** One more frame with that gain (linear, 0 to 1). */
+    void add(double gain);
+
+    /** So many frames more that were left as they are. */
+    void add_untouched(std::size_t frames) { frames_ += frames; }
+
+    /** The greatest reduction, dB. */
+    double most_db() const { return most_db_; }
+
+    /** The share of all frames, 0 to 1, that were reduced by more than so many dB. */
+    double share_above(double reduction_db) const;
+
+    /** The reduction, dB, that only the given share of all frames exceeds. */
+    double exceeded_by(double share) const;
+
+  private:
+    static constexpr double kStepDb = 0.05;
+    static constexpr std::size_t kSteps = 1200;  // up to 60 dB
+
+    std::array<std::uint64_t, kSteps> counts_{};
+    std::uint64_t frames_ = 0;
+    double most_db_ = 0;
+};
+
+/**
+ * The least of the last values, for a window of fixed length, in constant time a value on average.
+ * (D. Lemire, "Streaming maximum-minimum filter using no more than three comparisons per element",
+ * 2006: candidates in a queue, rising.)
+ */
+class SlidingMinimum {
+  public:
+    explicit SlidingMinimum(std::size_t window) : window_(window), ring_(window + 1) {}
+
+    double next(double value);
+
+  private:
+    struct Candidate {
+        double value;
+        std::uint64_t leaves;  // the count of values at which it is out of the window
+    };
+
+    std::size_t window_;
+    std::vector<Candidate> ring_;
+    std::size_t first_ = 0;
+    std::size_t held_ = 0;
+    std::uint64_t count_ = 0;
+};
+
+/**
+ * The mean of the last values between 0 and 1. It adds them as integers, so that a sum that runs
+ * for hours does not drift, and rounds down.
+ */
+class MovingMean {
+  public:
+    explicit MovingMean(std::size_t window);
+    double next(double value);
+
+  private:
+    std::vector<std::int64_t> ring_;
+    std::size_t at_ = 0;
+    std::int64_t sum_ = 0;
+};
+
+/**
+ * A gain and a true-peak limiter with look-ahead over a stream of interleaved frames.
+ *
+ * The gain that each frame needs is ceiling / peak, where the peak is that of the wave around it in
+ * the loudest channel (TruePeakFinder); all channels get the same gain. A sliding minimum holds it
+ * over the look-ahead and over kHoldSeconds, longer than a period of a low voice, so that the gain
+ * does not flutter within a vowel; from there it recovers exponentially (the release of D.
+ * Giannoulis, M. Massberg and J. D. Reiss, "Digital Dynamic Range Compressor Design", JAES 60
+ * (2012)); and two moving means over the look-ahead make the attack smooth. As each mean is over
+ * values that were held at or below what the frame needs, the ceiling holds exactly (P. Hamalainen,
+ * "Smoothing of the control signal without clipped output in digital peak limiters", DAFx 2002).
+ *
+ * What comes out is aligned with what went in to the frame: the latency is taken off at the start,
+ * and finish() gives the frames that are still inside. Memory is constant.
+ */
+class TruePeakLimiter {
+  public:
+    static constexpr double kAttackSeconds = 0.005;
+    static constexpr double kHoldSeconds = 0.012;
+    static constexpr double kReleaseSeconds = 0.150;  // to 1 - 1/e of the way
+
+    /** The gain and the ceiling are linear. */
+    TruePeakLimiter(int channels, int sample_rate_hz, double gain, double ceiling);
+
+    /** Appends what is ready to `out`: as many frames as went in, less those of the latency. */
+    void process(const double* samples, std::size_t frames, std::vector<double>& out);
+    void finish(std::vector<double>& out);
+
+    const Reductions& reductions() const { return reductions_; }
+
+  private:
+    double next_gain(double peak);
+
+    std::size_t channels_;
+    double gain_;
+    double ceiling_;
+    double release_;  // the share of the way back to 1 that a frame goes
+    std::size_t attack_frames_;
+    std::size_t latency_frames_;
+    TruePeakFinder finder_;
+    SlidingMinimum held_;
+    MovingMean first_mean_;
+    MovingMean second_mean_;
+    double released_ = 1;
+    double needed_before_ = 1;
+    std::size_t frames_to_rest_;  // after so many frames without need every gain inside is 1
+    std::size_t frames_at_rest_ = 0;
+    std::size_t frames_to_drop_;   // of the latency, at the start
+    std::vector<double> delayed_;  // interleaved, latency_frames_ and a block, times the gain
+    std::vector<double> peaks_;
+    Reductions reductions_;
+};
+
+}  // namespace cli

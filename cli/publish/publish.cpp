@@ -1,0 +1,287 @@
+#include "cli/publish/publish.h"
+
+#include <ebur128.h>
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <memory>
+#include <stdexcept>
+#include <utility>
+#include <vector>
+
+#include "cli/audio/measure.h"
+#include "cli/audio/sound_file.h"
+#include "cli/publish/limiter.h"
+#include "cli/publish/true_peak.h"
+
+namespace cli {
+namespace {
+
+constexpr sf_count_t kBlockFrames = 16384;
+constexpr int kMostTrials = 6;             // for one ceiling
+constexpr int kMostDeliveries = 6;         // each with a lower ceiling than the one before
+constexpr double kTrialAccuracy = 0.05;    // dB
+constexpr double kDeliveryAccuracy = 0.1;  // dB; a tenth is what is shown
+constexpr double kCeilingMargin = 0.01;    // dB below the limit, for the rounding of samples
+constexpr double kMostStep = 6;            // dB from one trial to the next
+constexpr double kRoomAtEdge = 0.3;        // dB kept from the quiet edge of what is allowed
+constexpr double kExpectedPasses = 5;      // for the progress
+
+double to_linear(double db) {
+    return std::pow(10, db / 20);
+}
+
+struct CloseMeter {
+    void operator()(ebur128_state* state) const { ebur128_destroy(&state); }
+};
+
+/** The level that a destination asks for, and nothing else: a trial has to be cheap. */
+class LevelMeter {
+  public:
+    LevelMeter(LevelKind kind, const SndfileHandle& file)
+        : kind_(kind), channels_(static_cast<std::size_t>(file.channels())) {
+        meter_.reset(ebur128_init(static_cast<unsigned>(file.channels()),
+                                  static_cast<unsigned>(file.samplerate()), EBUR128_MODE_I));
+        if (!meter_) {
+            throw std::runtime_error("not enough memory to measure the loudness");
+        }
+    }
+
+    void add(const std::vector<double>& samples) {
+        if (kind_ == LevelKind::Loudness) {
+            ebur128_add_frames_double(meter_.get(), samples.data(), samples.size() / channels_);
+            return;
+        }
+        for (double sample : samples) {
+            squares_ += sample * sample;
+        }
+        count_ += static_cast<double>(samples.size());
+    }
+
+    double level_db() const {
+        if (kind_ == LevelKind::Rms) {
+            return 10 * std::log10(squares_ / std::max(count_, 1.0));
+        }
+        double level = -std::numeric_limits<double>::infinity();
+        ebur128_loudness_global(meter_.get(), &level);
+        return level;
+    }
+
+  private:
+    LevelKind kind_;
+    std::size_t channels_;
+    std::unique_ptr<ebur128_state, CloseMeter> meter_;
+    double squares_ = 0;
+    double count_ = 0;
+};
+
+/** What came out of one run of gain and limiter over the file. */
+struct Trial {
+    double level_db = 0;
+    Reductions reductions;
+};
+
+class Publisher {
+  public:
+    Publisher(const Destination& destination,
+              std::string from,
+              const std::function<void(double)>& progress)
+        : destination_(destination), from_(std::move(from)), progress_(progress) {}
+
+    Published run(const std::string& to, const Encode& encode);
+
+  private:
+    Trial try_out(double gain_db, SndfileHandle* out);
+    void solve();
+    double aim() const;
+    bool fits_as_it_is() const;
+    double peak_db(const std::string& path, const Loudness& measured) const;
+    Loudness measured(const std::string& path);
+    void advance(double fraction_of_pass);
+    void learn_from(const Published& result);
+    bool is_silent() const;
+    bool delivered(const Published& result);
+
+    const Destination& destination_;
+    std::string from_;
+    const std::function<void(double)>& progress_;
+    double passes_ = 0;
+    int channels_ = 0;
+    Loudness before_;
+    double aim_db_ = 0;      // the level that a trial has to have
+    double ceiling_db_ = 0;  // of the limiter
+    double gain_db_ = 0;
+    double most_gain_db_ = std::numeric_limits<double>::infinity();  // that is sound
+    bool held_back_ = false;
+    double excess_db_ = 0;  // of the delivered file's peak above the limit
+};
+
+void Publisher::advance(double fraction_of_pass) {
+    progress_(std::min(0.99, (passes_ + fraction_of_pass) / kExpectedPasses));
+}
+
+Loudness Publisher::measured(const std::string& path) {
+    const Loudness loudness = measure(path, [this](double done) { advance(done); });
+    ++passes_;
+    return loudness;
+}
+
+/** The stricter reading of two meters: ours and that of the measurement. */
+double Publisher::peak_db(const std::string& path, const Loudness& measured) const {
+    return std::max(20 * std::log10(true_peak_of(path)), measured.true_peak_dbtp);
+}
+
+/** Runs gain and limiter over the file, and writes what comes out where there is a file for it. */
+Trial Publisher::try_out(double gain_db, SndfileHandle* out) {
+    SndfileHandle in = open_to_read(from_);
+    LevelMeter meter(destination_.kind, in);
+    TruePeakLimiter limiter(channels_, in.samplerate(), to_linear(gain_db), to_linear(ceiling_db_));
+    std::vector<double> block(static_cast<std::size_t>(kBlockFrames) *
+                              static_cast<std::size_t>(channels_));
+    std::vector<double> ready;
+    const auto pass_on = [&] {
+        meter.add(ready);
+        const auto count = static_cast<sf_count_t>(ready.size());
+        if (out && out->write(ready.data(), count) != count) {
+            throw std::runtime_error(out->strError());
+        }
+        ready.clear();
+    };
+    double done = 0;
+    for (sf_count_t got = 0; (got = in.readf(block.data(), kBlockFrames)) > 0;) {
+        limiter.process(block.data(), static_cast<std::size_t>(got), ready);
+        pass_on();
+        done += static_cast<double>(got);
+        advance(done / static_cast<double>(in.frames()));
+    }
+    if (in.error()) {
+        throw std::runtime_error(in.strError());
+    }
+    limiter.finish(ready);
+    pass_on();
+    ++passes_;
+    return {meter.level_db(), limiter.reductions()};
+}
+
+/** The level to aim at: the target, or below it where that keeps the pauses quiet enough. */
+double Publisher::aim() const {
+    const double target = destination_.target(channels_);
+    if (!destination_.noise_floor_db) {
+        return target;
+    }
+    const double quiet_enough = destination_.level_of(before_) + *destination_.noise_floor_db -
+                                before_.pauses_dbfs - kDeliveryAccuracy;
+    const double lowest = target - destination_.lower_by + kRoomAtEdge;
+    return quiet_enough >= lowest ? std::min(target, quiet_enough) : target;
+}
+
+/** Finds the gain that brings the level to the aim under the ceiling, or the most that is sound. */
+void Publisher::solve() {
+    // Without limiting, gain and level move together: the one point that needs no trial.
+    const double idle_gain = ceiling_db_ - before_.true_peak_dbtp - kDeliveryAccuracy;
+    double gain = aim_db_ - destination_.level_of(before_);
+    double known_gain = std::min(idle_gain, gain);
+    double known_level = destination_.level_of(before_) + known_gain;
+    held_back_ = false;
+    for (int trials = 0; gain > idle_gain && trials < kMostTrials; ++trials) {
+        gain = std::min(gain, most_gain_db_);
+        const Trial trial = try_out(gain, nullptr);
+        if (trial.reductions.share_above(kMostLimitingDb) > kMostLimitedShare) {
+            most_gain_db_ =
+                gain - (trial.reductions.exceeded_by(kMostLimitedShare) - kMostLimitingDb);
+            gain = most_gain_db_;
+            continue;
+        }
+        const double lacking = aim_db_ - trial.level_db;
+        held_back_ = lacking > kTrialAccuracy && gain >= most_gain_db_;
+        if (std::fabs(lacking) <= kTrialAccuracy || held_back_) {
+            break;
+        }
+        const double rise = (trial.level_db - known_level) / (gain - known_gain);
+        known_gain = gain;
+        known_level = trial.level_db;
+        gain += rise > 0 ? std::clamp(lacking / rise, -kMostStep, kMostStep) : lacking;
+    }
+    gain_db_ = std::min(gain, most_gain_db_);
+}
+
+bool Publisher::is_silent() const {
+    return !std::isfinite(destination_.level_of(before_));
+}
+
+bool Publisher::fits_as_it_is() const {
+    return is_silent() ||
+           (std::fabs(destination_.level_of(before_) - aim_db_) <= kDeliveryAccuracy &&
+            peak_db(from_, before_) <= destination_.peak_limit_db + kPeakTolerance);
+}
+
+bool Publisher::delivered(const Published& result) {
+    const double off = aim() - destination_.level_of(result.after);
+    excess_db_ = peak_db(result.path, result.after) - destination_.peak_limit_db;
+    return excess_db_ <= kPeakTolerance && (std::fabs(off) <= kDeliveryAccuracy || held_back_);
+}
+
+/** Lowers the ceiling by what the delivered peak is above the limit, and corrects the level. */
+void Publisher::learn_from(const Published& result) {
+    if (excess_db_ > kPeakTolerance) {
+        ceiling_db_ -= excess_db_ + kCeilingMargin;
+    }
+    if (!held_back_) {
+        aim_db_ += aim() - destination_.level_of(result.after);
+    }
+}
+
+Published Publisher::run(const std::string& to, const Encode& encode) {
+    SndfileHandle in = open_to_read(from_);
+    channels_ = in.channels();
+    before_ = measured(from_);
+    aim_db_ = aim();
+    ceiling_db_ = destination_.peak_limit_db - kCeilingMargin;
+
+    Published result;
+    result.facts.destination = destination_.word;
+    if (fits_as_it_is()) {
+        result.path = encode ? encode(from_) : from_;
+        result.after = encode ? measured(result.path) : before_;
+        result.facts.ceiling_dbtp = ceiling_db_;
+        if (!encode || is_silent() || delivered(result)) {
+            return result;
+        }
+        learn_from(result);
+    }
+    for (int deliveries = 0; deliveries < kMostDeliveries; ++deliveries) {
+        solve();
+        Trial written;
+        {
+            SndfileHandle out = open_to_write(to, in.format(), channels_, in.samplerate());
+            out.command(SFC_SET_CLIPPING, nullptr, SF_TRUE);
+            written = try_out(gain_db_, &out);
+        }
+        result.path = encode ? encode(to) : to;
+        result.after = measured(result.path);
+        result.facts = {destination_.word,
+                        gain_db_,
+                        ceiling_db_,
+                        written.reductions.most_db(),
+                        written.reductions.share_above(kMostLimitingDb),
+                        held_back_};
+        if (delivered(result)) {
+            break;
+        }
+        learn_from(result);
+    }
+    return result;
+}
+
+}  // namespace
+
+Published publish(const Destination& destination,
+                  const std::string& from,
+                  const std::string& to,
+                  const Encode& encode,
+                  const std::function<void(double)>& progress) {
+    return Publisher(destination, from, progress).run(to, encode);
+}
+
+}  // namespace cli

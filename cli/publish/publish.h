@@ -1,0 +1,53 @@
+#pragma once
+
+#include <functional>
+#include <string>
+
+#include "cli/facts/destinations.h"
+#include "cli/facts/run_facts.h"
+
+namespace cli {
+
+/**
+ * Limiting beyond this is heard as pumping and dullness, so a gain that needs it on more than
+ * kMostLimitedShare of the time is not given.
+ */
+constexpr double kMostLimitingDb = 6;
+constexpr double kMostLimitedShare = 0.01;
+
+/** Makes the file as it is delivered from the rendered one and gives its path: an encoder. */
+using Encode = std::function<std::string(const std::string& rendered)>;
+
+/** The delivered file, what was done to it, and its measurement. */
+struct Published {
+    std::string path;
+    Publishing facts;
+    Loudness after;
+};
+
+/**
+ * Brings an audio file to a destination: one constant gain and a true-peak limiter, solved
+ * together, as limiting lowers the level. A trial runs the limiter over the file and measures what
+ * comes out without writing it; the secant method between two trials gives the next gain, until the
+ * level is within a twentieth of a dB. Then the file is written (in the format of `from`, with the
+ * same frames), encoded if it has to be, and measured as it will be delivered; where its true peak
+ * exceeds the limit, by rounding or by coding with loss, the ceiling is lowered by the excess and
+ * it is written again.
+ *
+ * A file that already stands within a tenth of a dB is delivered as it is, and so is silence. Where
+ * an audiobook's pauses would become too loud, it aims lower, as far as the destination allows.
+ *
+ * @param from  the leveled audio; it is only read
+ * @param to    the file to write
+ * @param encode  empty where `to` is what is delivered
+ * @param progress  called with 0 to 1
+ *
+ * Throws std::runtime_error with the cause when a file cannot be read or written.
+ */
+Published publish(const Destination& destination,
+                  const std::string& from,
+                  const std::string& to,
+                  const Encode& encode,
+                  const std::function<void(double)>& progress);
+
+}  // namespace cli
