@@ -37,45 +37,61 @@ void compare(benchmark::State& state, const Engine& engine, const Plain& plain) 
     state.counters["ratio"] = seconds(plain) / (engine_s / static_cast<double>(state.iterations()));
 }
 
-/** One breakpoint count over a chunk of levels. */
+/** Eight breakpoint counts over a chunk of levels, segments of 20 bins and more. */
 void BestSplit(benchmark::State& state) {
+    constexpr int kShortest = 20;
+    constexpr int kCounts = 8;
     const std::uint16_t n = static_cast<std::uint16_t>(state.range(0));
     std::stringstream values;
     for (int i = 0; i < n; ++i) {
         values << -25.0 + 8.0 * std::sin(i * 0.07) + std::sin(i * 1.3) << "\n";
     }
-    const segment::CCostCalculatorSSD0 calculator(&values, "values", n, 1,
+    const segment::CCostCalculatorSSD0 calculator(&values, "values", n, kShortest,
                                                   new segment::SumCostCombiner);
-    std::vector<double> costs(n);
+    constexpr double kInfinity = std::numeric_limits<double>::infinity();
+    std::vector<double> costs(n, kInfinity);
     std::vector<std::uint16_t> best(n);
-    for (std::uint16_t j = 0; j < n; ++j) {
+    for (std::uint16_t j = kShortest - 1; j < n; ++j) {
         costs[j] = calculator.CostOneSegment(0, j);
     }
+    std::vector<std::vector<double>> work(kCounts + 1, std::vector<double>(n, kInfinity));
+    std::vector<double*> rows;
+    for (std::vector<double>& row : work) {
+        rows.push_back(row.data());
+    }
+    work[0] = costs;
+    rows[0] = work[0].data();
+    const std::vector<std::uint16_t*> places(kCounts, best.data());
     const auto engine = [&] {
-        std::vector<double> work = costs;
-        for (int j = n - 1; j >= 1; --j) {
-            calculator.Cost(work.data(), best.data(), static_cast<std::uint16_t>(j), 1);
+        constexpr int kTogether = segment::CCostCalculatorSD::kMostTogether;
+        for (int j = 2 * kShortest - 1; j < n; j += kTogether) {
+            const int together = std::min(kTogether, n - j);
+            calculator.CostOfRows(rows.data(), places.data(),
+                                  std::min(kCounts, (j + together) / kShortest - 1), j, together,
+                                  1);
         }
         benchmark::DoNotOptimize(work.data());
     };
     const segment::CCostCalculatorSD& any_calculator = calculator;
     const auto plain = [&] {
-        std::vector<double> work = costs;
-        for (int j = n - 1; j >= 1; --j) {
-            double least = std::numeric_limits<double>::infinity();
-            for (int i = 0; i < j; ++i) {
-                const double total = any_calculator.CombineCosts(
-                    work[static_cast<std::size_t>(i)],
-                    any_calculator.CostOneSegment(static_cast<std::uint16_t>(i + 1),
-                                                  static_cast<std::uint16_t>(j)));
-                if (total < least) {
-                    least = total;
-                    best[static_cast<std::size_t>(j)] = static_cast<std::uint16_t>(i);
+        std::vector<double> row = costs;
+        for (int k = 1; k <= kCounts; ++k) {
+            for (int j = n - 1; j >= (k + 1) * kShortest - 1; --j) {
+                double least = kInfinity;
+                for (int i = k * kShortest - 1; i <= j - kShortest; ++i) {
+                    const double total = any_calculator.CombineCosts(
+                        row[static_cast<std::size_t>(i)],
+                        any_calculator.CostOneSegment(static_cast<std::uint16_t>(i + 1),
+                                                      static_cast<std::uint16_t>(j)));
+                    if (total < least) {
+                        least = total;
+                        best[static_cast<std::size_t>(j)] = static_cast<std::uint16_t>(i);
+                    }
                 }
+                row[static_cast<std::size_t>(j)] = least;
             }
-            work[static_cast<std::size_t>(j)] = least;
         }
-        benchmark::DoNotOptimize(work.data());
+        benchmark::DoNotOptimize(row.data());
     };
     compare(state, engine, plain);
 }

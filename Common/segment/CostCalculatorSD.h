@@ -8,6 +8,8 @@
 
 namespace segment {
 
+struct SearchKernel;
+
 /**
  * Costs built from squared deviations: prefix sums of the chunk's values and of their squares give
  * the cost of any segment in constant time. Indices run from 0 within the chunk; segment [i, j]
@@ -30,6 +32,24 @@ class CCostCalculatorSD : public CCostCalculator {
      */
     void Cost(double* pCost, std::uint16_t* pBestI, std::uint16_t j, std::uint16_t k) const;
 
+    /** How many j CostOfRows takes at most; no more than the shortest segment holds either. */
+    static constexpr int kMostTogether = 8;
+
+    /**
+     * The same step for several breakpoint counts, first_k and those that follow it, and for a few
+     * j, first_j and those that follow it. rows[r] holds the least costs for first_k - 1 + r
+     * breakpoints, infinity where so many do not fit: the first row of all values, the others of
+     * those below first_j. rows[1] to rows[row_count] receive their values at the j, pBestI[0] to
+     * pBestI[row_count - 1] theirs. Where a row's breakpoints do not fit, that is infinity and a
+     * value of no meaning.
+     */
+    void CostOfRows(double* const* rows,
+                    std::uint16_t* const* pBestI,
+                    int row_count,
+                    int first_j,
+                    int j_count,
+                    int first_k) const;
+
     virtual double CostOneSegment(std::uint16_t i, std::uint16_t j) const = 0;
 
     /** The level that stands for all values of a segment. */
@@ -39,37 +59,35 @@ class CCostCalculatorSD : public CCostCalculator {
     virtual double NormalizedCost(double cost) const = 0;
 
   protected:
-    struct Split {
-        double cost;
-        int i;  // -1: none found
-    };
-
-    /** The cheapest way of covering 0..j with a last segment that starts at first + 1 .. last + 1.
-     */
-    virtual Split BestSplit(const double* pCost, int first, int last, int j) const = 0;
-
-    /** BestSplit for a formula and a combiner that are known when this is compiled. */
-    template <class Formula, class Combiner>
-    Split best_split(const double* pCost, int first, int last, int j) const;
-
-    template <class Formula>
-    double segment_cost(std::uint16_t i, std::uint16_t j) const;
+    virtual const SearchKernel& kernel() const = 0;
 
     double mean(std::uint16_t i, std::uint16_t j) const;
 
-    boost::scoped_array<double> pSum;    // pSum[j]: of the values 0..j
-    boost::scoped_array<double> pSumSq;  // of their squares
-
-  private:
     double sum(int i, int j) const { return i == 0 ? pSum[j] : pSum[j] - pSum[i - 1]; }
 
     double sum_of_squares(int i, int j) const {
         return i == 0 ? pSumSq[j] : pSumSq[j] - pSumSq[i - 1];
     }
 
-    double rounding_;                      // how far below 0 rounding can take a segment's cost
+    boost::scoped_array<double> pSum;    // pSum[j]: of the values 0..j
+    boost::scoped_array<double> pSumSq;  // of their squares
+    double rounding_;                    // how far below 0 rounding can take a segment's cost
+
+  private:
+    void search(double* const* rows,
+                std::uint16_t* const* pBestI,
+                int row_count,
+                int first,
+                int first_j,
+                int j_count) const;
+
+    /** Scratch: what the last segments that end at one j cost. */
+    double* costs(int t) const {
+        return costs_.get() + static_cast<std::ptrdiff_t>(t) * GetChunkSize();
+    }
+
     boost::scoped_array<double> lengths_;  // lengths_[t] is chunk_size - t
-    boost::scoped_array<double> totals_;   // scratch
+    boost::scoped_array<double> costs_;
 };
 
 }  // namespace segment

@@ -7,9 +7,7 @@
 namespace segment {
 
 struct SumOfSquaredDeviations {
-    /** For a double or a vector of doubles. */
-    template <class Value>
-    static Value cost(const Value& sum, const Value& sum_of_squares, const Value& length) {
+    static double cost(double sum, double sum_of_squares, double length) {
         return sum_of_squares - sum * sum / length;
     }
 };

@@ -11,22 +11,28 @@ class CostCombiner {
 
 class SumCostCombiner : public CostCombiner {
   public:
-    double combine(double previous, double segment) const override { return of(previous, segment); }
+    double combine(double previous, double segment) const override {
+        add(previous, segment);
+        return previous;
+    }
 
     /** For a double or a vector of doubles. */
     template <class Value>
-    static Value of(const Value& previous, const Value& segment) {
-        return previous + segment;
+    static void add(Value& total, const Value& segment) {
+        total = total + segment;
     }
 };
 
 class MaxCostCombiner : public CostCombiner {
   public:
-    double combine(double previous, double segment) const override { return of(previous, segment); }
+    double combine(double previous, double segment) const override {
+        add(previous, segment);
+        return previous;
+    }
 
     template <class Value>
-    static Value of(const Value& previous, const Value& segment) {
-        return segment > previous ? segment : previous;
+    static void add(Value& total, const Value& segment) {
+        total = segment > total ? segment : total;
     }
 };
 

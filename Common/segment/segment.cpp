@@ -5,8 +5,10 @@
 #include <boost/scoped_ptr.hpp>
 #include <cstdint>
 #include <istream>
+#include <limits>
 #include <sstream>
 #include <string>
+#include <vector>
 
 #include "Common/reporting/log.h"
 #include "Common/reporting/progress.h"
@@ -22,6 +24,11 @@ namespace {
 
 constexpr const char* kSource = "Common/segment/segment";
 constexpr const char* kInputName = "_string_";
+constexpr double kInfinity = std::numeric_limits<double>::infinity();
+
+/** Breakpoint counts that are searched in one go; those beyond the one that is taken are wasted. */
+constexpr int kFirstTogether = 8;
+constexpr int kMostTogether = 24;
 
 std::uint32_t count_values(std::istream& is) {
     constexpr std::uint32_t kMost = 0xFFFFFFFF;
@@ -58,17 +65,26 @@ class Chunks {
           values_(values),
           fit_(fit),
           breaks_(breaks),
-          row_size_(args.chunk_size) {
+          row_size_(args.chunk_size),
+          rows_together_(std::min<int>(kMostTogether, args.max_breakpoints)) {
         allocate(ppBestIMatrix, static_cast<std::size_t>(args.max_breakpoints) + 1, "ppBestIMatrix",
                  kSource);
-        allocate(pCostMatrix, args.chunk_size, "pCostMatrix", kSource);
+        allocate(pCostMatrix, (static_cast<std::size_t>(rows_together_) + 1) * row_size_,
+                 "pCostMatrix", kSource);
     }
 
     int segment_all(const CMakeAnyCalculator& maker);
 
   private:
     std::uint16_t find_breakpoint_count(const CCostCalculatorSD& calculator);
-    void cost_of(const CCostCalculatorSD& calculator, std::uint16_t k);
+    void cost_of_one_segment(const CCostCalculatorSD& calculator);
+    void cost_of_more(const CCostCalculatorSD& calculator);
+
+    /** The least costs of covering 0..j with k breakpoints; infinite for a j that is too small. */
+    double* row(int k) {
+        return pCostMatrix.get() + static_cast<std::size_t>(k - first_k_) * row_size_;
+    }
+
     void backtrack(std::uint16_t breakpoints, std::uint32_t offset);
     int write_fit(const CCostCalculatorSD& calculator, std::uint16_t breakpoints);
     int write_fit(const CCostCalculatorSD& calculator, std::uint16_t start, std::uint16_t end);
@@ -80,6 +96,9 @@ class Chunks {
     std::ostream& fit_;
     std::ostream& breaks_;
     std::uint16_t row_size_;
+    int rows_together_;
+    std::uint16_t first_k_ = 0;  // the rows in pCostMatrix are those of first_k_ to last_k_
+    std::uint16_t last_k_ = 0;
     boost::scoped_array<double> pCostMatrix;
     boost::scoped_array<boost::scoped_array<std::uint16_t>> ppBestIMatrix;
     boost::scoped_array<std::uint16_t> pBreakpoints;         // in the chunk
@@ -115,42 +134,65 @@ int Chunks::segment_all(const CMakeAnyCalculator& maker) {
 
 /** The least number of breakpoints whose fit is within the tolerance, or the most allowed. */
 std::uint16_t Chunks::find_breakpoint_count(const CCostCalculatorSD& calculator) {
-    const std::uint16_t n = args_.chunk_size;
-    double fit =
-        calculator.NormalizedCost(calculator.CostOneSegment(0, static_cast<std::uint16_t>(n - 1)));
+    const std::uint16_t last = static_cast<std::uint16_t>(args_.chunk_size - 1);
+    double fit = calculator.NormalizedCost(calculator.CostOneSegment(0, last));
     std::uint16_t k = 0;
     for (;; ++k) {
         if (fit <= args_.tolerance) {
             return static_cast<std::uint16_t>(k == 0 ? 0 : k - 1);
         }
-        check_cancelled();
-        cost_of(calculator, k);
-        fit = calculator.NormalizedCost(pCostMatrix[n - 1]);
+        if (k == 0) {
+            cost_of_one_segment(calculator);
+        } else if (k > last_k_) {
+            cost_of_more(calculator);
+        }
+        fit = calculator.NormalizedCost(row(k)[last]);
         if (k + 1 > args_.max_breakpoints) {
             return k;
         }
     }
 }
 
+/** Begins a chunk: the costs of covering 0..j without a breakpoint. */
+void Chunks::cost_of_one_segment(const CCostCalculatorSD& calculator) {
+    first_k_ = last_k_ = 0;
+    double* const costs = row(0);
+    std::fill_n(costs, args_.min_segment_length - 1, kInfinity);
+    for (int j = args_.min_segment_length - 1; j < args_.chunk_size; ++j) {
+        costs[j] = calculator.CostOneSegment(0, static_cast<std::uint16_t>(j));
+    }
+}
+
 /**
- * Makes pCostMatrix[j] the least cost of covering 0..j with k breakpoints. One vector serves all k:
- * j runs downwards, so what lies below j is still that of k - 1.
+ * The least costs for the breakpoint counts after last_k_, several at a time: j runs upwards, so
+ * that all rows have what lies below j when they need it.
  */
-void Chunks::cost_of(const CCostCalculatorSD& calculator, std::uint16_t k) {
+void Chunks::cost_of_more(const CCostCalculatorSD& calculator) {
     const int n = args_.chunk_size;
     const int m = args_.min_segment_length;
-    if (k == 0) {
-        for (int j = m - 1; j < n; ++j) {
-            pCostMatrix[j] = calculator.CostOneSegment(0, static_cast<std::uint16_t>(j));
+    std::copy_n(row(last_k_), n, pCostMatrix.get());
+    const int count =
+        std::min(last_k_ == 0 ? kFirstTogether : kMostTogether, args_.max_breakpoints - last_k_);
+    first_k_ = last_k_;
+    last_k_ = static_cast<std::uint16_t>(last_k_ + count);
+    std::vector<double*> rows;
+    std::vector<std::uint16_t*> best;
+    for (int k = first_k_; k <= last_k_; ++k) {
+        rows.push_back(row(k));
+        if (k > first_k_) {
+            if (!ppBestIMatrix[k]) {
+                allocate(ppBestIMatrix[k], row_size_, "ppBestIMatrix[k]", kSource);
+            }
+            std::fill_n(row(k), (k + 1) * m - 1, kInfinity);
+            best.push_back(ppBestIMatrix[k].get());
         }
-        return;
     }
-    if (!ppBestIMatrix[k]) {
-        allocate(ppBestIMatrix[k], row_size_, "ppBestIMatrix[k]", kSource);
-    }
-    for (int j = n - 1; j >= (k + 1) * m - 1; --j) {
-        calculator.Cost(pCostMatrix.get(), ppBestIMatrix[k].get(), static_cast<std::uint16_t>(j),
-                        k);
+    const int most_j = std::min(m, CCostCalculatorSD::kMostTogether);
+    for (int j = (first_k_ + 2) * m - 1; j < n; j += most_j) {
+        check_cancelled();
+        const int j_count = std::min(most_j, n - j);
+        const int fitting = std::min(count, (j + j_count) / m - first_k_ - 1);
+        calculator.CostOfRows(rows.data(), best.data(), fitting, j, j_count, first_k_ + 1);
     }
 }
 

@@ -4,11 +4,13 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <memory>
 #include <random>
 #include <sstream>
 
 #include "Common/segment/CommandLine.h"
 #include "Common/segment/MakeCalculator.h"
+#include "Common/segment/search_kernel.h"
 #include "Common/segment/segment_util.h"
 #include "tests/support/fixtures.h"
 
@@ -137,6 +139,98 @@ TEST(Segment, AgreesWithTryingEverySegmentation) {
         EXPECT_GE(values.size() - found.breakpoints[1], m);
         EXPECT_NEAR(least_cost(values, m, worst), cost_of(values, found.breakpoints, worst), 1e-9);
     }
+}
+
+/** The recursion as it is defined, one candidate after another: the least cost, the smallest i. */
+std::vector<unsigned> plain_search(const segment::CCostCalculatorSD& costs,
+                                   int m,
+                                   int breakpoints) {
+    const int n = costs.GetChunkSize();
+    const auto index = [](int i) { return static_cast<std::uint16_t>(i); };
+    std::vector<std::vector<int>> best(breakpoints + 1, std::vector<int>(n, -1));
+    std::vector<double> least(n);
+    for (int j = m - 1; j < n; ++j) {
+        least[j] = costs.CostOneSegment(0, index(j));
+    }
+    for (int k = 1; k <= breakpoints; ++k) {
+        for (int j = n - 1; j >= (k + 1) * m - 1; --j) {
+            double lowest = HUGE_VAL;
+            for (int i = k * m - 1; i <= j - m; ++i) {
+                const double total =
+                    costs.CombineCosts(least[i], costs.CostOneSegment(index(i + 1), index(j)));
+                if (total < lowest) {
+                    lowest = total;
+                    best[k][j] = i;
+                }
+            }
+            least[j] = lowest;
+        }
+    }
+    std::vector<unsigned> found;
+    for (int k = breakpoints, j = n - 1; k > 0; --k) {
+        j = best[k][j];
+        found.insert(found.begin(), static_cast<unsigned>(j + 1));
+    }
+    return found;
+}
+
+TEST(Segment, FindsWhatThePlainSearchFindsInSeriesFullOfTies) {
+    std::mt19937 random(11);
+    for (int round = 0; round < 40; ++round) {
+        const int m = 1 + static_cast<int>(random() % 11);
+        const int breakpoints = 1 + static_cast<int>(random() % 27);
+        std::vector<double> values;
+        for (int i = 0; i < (breakpoints + 1) * m + static_cast<int>(random() % 300); ++i) {
+            values.push_back(-20.0 - static_cast<double>(random() % 3));
+        }
+        const auto n = static_cast<std::uint16_t>(values.size());
+        const auto shortest = static_cast<std::uint16_t>(m);
+        const bool worst = round % 2 == 1;
+        const std::string most = std::to_string(breakpoints);
+        std::istringstream text(text_of(values));
+        const segment::CMakeCalculator<segment::CCostCalculatorSSD0> sum;
+        const segment::CMakeCalculator<segment::CCostCalculatorMSD0> maximum;
+        const std::unique_ptr<segment::CCostCalculatorSD> costs(
+            worst ? maximum.make(&text, "values", n, shortest)
+                  : sum.make(&text, "values", n, shortest));
+        SCOPED_TRACE("m " + std::to_string(m) + ", breakpoints " + most);
+        EXPECT_EQ(plain_search(*costs, m, breakpoints),
+                  segment_values(values, {"-t", "-1", "-m", most, "-s", std::to_string(m), "-c",
+                                          worst ? "MSD0" : "SSD0"})
+                      .breakpoints);
+    }
+}
+
+TEST(SearchKernel, EveryWidthFindsTheSameBits) {
+    std::mt19937 random(3);
+    std::uniform_real_distribution<double> level(-60.0, 0.0);
+    constexpr int kCount = 77;
+    std::vector<double> sums(kCount), squares(kCount), lengths(kCount), row(kCount);
+    for (int i = 0; i < kCount; ++i) {
+        const double x = level(random);
+        sums[i] = (i > 0 ? sums[i - 1] : 0.0) + x;
+        squares[i] = (i > 0 ? squares[i - 1] : 0.0) + x * x;
+        lengths[i] = kCount - i;
+        row[i] = i % 9 == 4 ? std::nan("") : -level(random);
+    }
+    const segment::SearchKernel::Sums from{sums.data(), squares.data(), lengths.data(),
+                                           sums.back() - 7.0, squares.back() + 49.0};
+    const double* rows[segment::SearchKernel::kRows];
+    std::fill(std::begin(rows), std::end(rows), row.data());
+    std::vector<std::vector<double>> found;
+    for (const segment::SearchKernel& kernel :
+         segment::search_kernels<segment::SumOfSquaredDeviations, segment::SumCostCombiner>()) {
+        std::vector<double> costs(kCount);
+        double least[segment::SearchKernel::kRows];
+        EXPECT_TRUE(kernel.segment_costs(from, -1e-6, costs.data(), kCount));
+        EXPECT_FALSE(kernel.segment_costs(from, 1e9, costs.data(), kCount));
+        kernel.least_totals(rows, costs.data(), kCount, least);
+        costs.push_back(kernel.find_total(row.data(), costs.data(), 3, kCount, least[0]));
+        costs.insert(costs.end(), std::begin(least), std::end(least));
+        found.push_back(costs);
+        EXPECT_EQ(found.front(), found.back());
+    }
+    EXPECT_TRUE(std::isfinite(found.back().back()));
 }
 
 TEST(Segment, OfEquallyGoodBreakpointsTheEarliestIsTaken) {
