@@ -19,7 +19,7 @@ constexpr double kInfinity = std::numeric_limits<double>::infinity();
 /** kWidth doubles side by side. (An alias template would drop the attribute.) */
 template <int kWidth>
 struct Vector {
-    typedef double Lanes __attribute__((vector_size(kWidth * sizeof(double))));
+    using Lanes = double __attribute__((vector_size(kWidth * sizeof(double))));
 };
 
 /** a becomes b where b is lower; a b that is not a number is passed over. */

@@ -1,0 +1,241 @@
+#include "Common/audio/sample_codec.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
+
+namespace {
+
+constexpr double kScale8 = 127.0;  // 2^(bits - 1) - 1
+constexpr double kScale16 = 32767.0;
+constexpr double kScale24 = 8388607.0;
+constexpr double kScale32 = 2147483647.0;
+
+/** Integers of one block of samples. */
+constexpr std::size_t kPiece = 512;
+
+std::size_t bytes_of(int encoding) {
+    switch (encoding) {
+        case SF_FORMAT_PCM_S8:
+        case SF_FORMAT_PCM_U8:
+            return 1;
+        case SF_FORMAT_PCM_16:
+            return 2;
+        case SF_FORMAT_PCM_24:
+            return 3;
+        case SF_FORMAT_PCM_32:
+        case SF_FORMAT_FLOAT:
+            return 4;
+        case SF_FORMAT_DOUBLE:
+            return 8;
+        default:
+            return 0;
+    }
+}
+
+/**
+ * Containers in which these encodings stand as they are. In RF64 the library cannot be kept from
+ * noting the peaks of floats that it writes, and it sees none in raw bytes.
+ */
+bool holds_plain_samples(int format) {
+    const int encoding = format & SF_FORMAT_SUBMASK;
+    switch (format & SF_FORMAT_TYPEMASK) {
+        case SF_FORMAT_RF64:
+            return encoding != SF_FORMAT_FLOAT && encoding != SF_FORMAT_DOUBLE;
+        case SF_FORMAT_WAV:
+        case SF_FORMAT_WAVEX:
+        case SF_FORMAT_W64:
+        case SF_FORMAT_AIFF:
+        case SF_FORMAT_AU:
+        case SF_FORMAT_CAF:
+            return true;
+        default:
+            return false;
+    }
+}
+
+/**
+ * Rounded to nearest, halves to even. What does not fit 32 bits becomes -2^31 on x86, as the
+ * library's own conversion instruction gives; elsewhere the library truncates what lrint gives.
+ */
+void scale_and_round(const double* samples, double scale, std::int32_t* out, std::size_t count) {
+    std::size_t i = 0;
+#ifdef __SSE2__
+    const __m128d scales = _mm_set1_pd(scale);
+    for (; i + 4 <= count; i += 4) {
+        const __m128i low = _mm_cvtpd_epi32(_mm_mul_pd(_mm_loadu_pd(samples + i), scales));
+        const __m128i high = _mm_cvtpd_epi32(_mm_mul_pd(_mm_loadu_pd(samples + i + 2), scales));
+        const __m128i four = _mm_unpacklo_epi64(low, high);
+        std::memcpy(out + i, &four, sizeof four);
+    }
+    for (; i < count; ++i) {
+        out[i] = _mm_cvtsd_si32(_mm_set_sd(samples[i] * scale));
+    }
+#else
+    for (; i < count; ++i) {
+        out[i] = static_cast<std::int32_t>(std::lrint(samples[i] * scale));
+    }
+#endif
+}
+
+/** The lowest bytes of each integer, in this machine's order. */
+template <class Sample>
+void store_low(const std::int32_t* values, unsigned char* bytes, std::size_t count) {
+    for (std::size_t i = 0; i < count; ++i) {
+        const Sample sample = static_cast<Sample>(values[i]);
+        std::memcpy(bytes + i * sizeof sample, &sample, sizeof sample);
+    }
+}
+
+template <class Sample>
+void load(const unsigned char* bytes, double scale, double* samples, std::size_t count) {
+    for (std::size_t i = 0; i < count; ++i) {
+        Sample sample{};
+        std::memcpy(&sample, bytes + i * sizeof sample, sizeof sample);
+        samples[i] = static_cast<double>(sample) * scale;
+    }
+}
+
+bool is_little_endian() {
+    const std::uint16_t one = 1;
+    unsigned char first = 0;
+    std::memcpy(&first, &one, 1);
+    return first == 1;
+}
+
+/** Three bytes a sample: little-endian in the file or not. */
+void store_24(const std::int32_t* values, bool little, unsigned char* bytes, std::size_t count) {
+    for (std::size_t i = 0; i < count; ++i) {
+        const std::uint32_t value = static_cast<std::uint32_t>(values[i]);
+        bytes[3 * i + (little ? 0 : 2)] = static_cast<unsigned char>(value);
+        bytes[3 * i + 1] = static_cast<unsigned char>(value >> 8);
+        bytes[3 * i + (little ? 2 : 0)] = static_cast<unsigned char>(value >> 16);
+    }
+}
+
+void load_24(const unsigned char* bytes, bool little, double* samples, std::size_t count) {
+    for (std::size_t i = 0; i < count; ++i) {
+        const std::uint32_t value =
+            static_cast<std::uint32_t>(bytes[3 * i + (little ? 0 : 2)]) << 8 |
+            static_cast<std::uint32_t>(bytes[3 * i + 1]) << 16 |
+            static_cast<std::uint32_t>(bytes[3 * i + (little ? 2 : 0)]) << 24;
+        samples[i] = static_cast<double>(static_cast<std::int32_t>(value)) / 2147483648.0;
+    }
+}
+
+template <class Word>
+void reverse_each(unsigned char* bytes, std::size_t count) {
+    for (std::size_t i = 0; i < count; ++i) {
+        Word word{};
+        std::memcpy(&word, bytes + i * sizeof word, sizeof word);
+        Word reversed = 0;
+        for (std::size_t byte = 0; byte < sizeof word; ++byte) {
+            reversed = static_cast<Word>(reversed << 8 | (word >> (8 * byte) & 0xFF));
+        }
+        std::memcpy(bytes + i * sizeof word, &reversed, sizeof reversed);
+    }
+}
+
+void swap_bytes(unsigned char* bytes, std::size_t width, std::size_t count) {
+    if (width == 2) {
+        reverse_each<std::uint16_t>(bytes, count);
+    } else if (width == 4) {
+        reverse_each<std::uint32_t>(bytes, count);
+    } else if (width == 8) {
+        reverse_each<std::uint64_t>(bytes, count);
+    }
+}
+
+}  // namespace
+
+SampleCodec SampleCodec::of(SNDFILE* file, const SF_INFO& info) {
+    const bool plain = file != nullptr && holds_plain_samples(info.format) &&
+                       sf_command(file, SFC_GET_NORM_DOUBLE, nullptr, 0) == SF_TRUE &&
+                       sf_command(file, SFC_GET_CLIPPING, nullptr, 0) == SF_FALSE;
+    return plain ? SampleCodec(info.format & SF_FORMAT_SUBMASK,
+                               sf_command(file, SFC_RAW_DATA_NEEDS_ENDSWAP, nullptr, 0) == SF_TRUE)
+                 : SampleCodec();
+}
+
+SampleCodec::SampleCodec(int encoding, bool swapped)
+    : encoding_(encoding), swapped_(swapped), bytes_(bytes_of(encoding)) {}
+
+void SampleCodec::encode(const double* samples, unsigned char* bytes, std::size_t count) const {
+    for (std::size_t i = 0; i < count; i += kPiece) {
+        encode_piece(samples + i, bytes + i * bytes_, std::min(kPiece, count - i));
+    }
+}
+
+void SampleCodec::encode_piece(const double* samples,
+                               unsigned char* bytes,
+                               std::size_t count) const {
+    std::int32_t values[kPiece];
+    switch (encoding_) {
+        case SF_FORMAT_PCM_S8:
+            scale_and_round(samples, kScale8, values, count);
+            store_low<std::int8_t>(values, bytes, count);
+            return;
+        case SF_FORMAT_PCM_U8:
+            scale_and_round(samples, kScale8, values, count);
+            store_low<std::uint8_t>(values, bytes, count);
+            for (std::size_t i = 0; i < count; ++i) {
+                bytes[i] ^= 0x80;  // 128 more
+            }
+            return;
+        case SF_FORMAT_PCM_16:
+            scale_and_round(samples, kScale16, values, count);
+            store_low<std::int16_t>(values, bytes, count);
+            break;
+        case SF_FORMAT_PCM_24:
+            scale_and_round(samples, kScale24, values, count);
+            store_24(values, is_little_endian() != swapped_, bytes, count);
+            return;
+        case SF_FORMAT_PCM_32:
+            scale_and_round(samples, kScale32, values, count);
+            store_low<std::int32_t>(values, bytes, count);
+            break;
+        case SF_FORMAT_FLOAT:
+            for (std::size_t i = 0; i < count; ++i) {
+                const float sample = static_cast<float>(samples[i]);
+                std::memcpy(bytes + i * sizeof sample, &sample, sizeof sample);
+            }
+            break;
+        default:
+            std::memcpy(bytes, samples, count * sizeof *samples);
+            break;
+    }
+    if (swapped_) {
+        swap_bytes(bytes, bytes_, count);
+    }
+}
+
+void SampleCodec::decode(unsigned char* bytes, double* samples, std::size_t count) const {
+    if (swapped_) {
+        swap_bytes(bytes, bytes_, count);
+    }
+    switch (encoding_) {
+        case SF_FORMAT_PCM_S8:
+            return load<std::int8_t>(bytes, 1.0 / 128.0, samples, count);
+        case SF_FORMAT_PCM_U8:
+            for (std::size_t i = 0; i < count; ++i) {
+                bytes[i] ^= 0x80;
+            }
+            return load<std::int8_t>(bytes, 1.0 / 128.0, samples, count);
+        case SF_FORMAT_PCM_16:
+            return load<std::int16_t>(bytes, 1.0 / 32768.0, samples, count);
+        case SF_FORMAT_PCM_24:
+            return load_24(bytes, is_little_endian() != swapped_, samples, count);
+        case SF_FORMAT_PCM_32:
+            return load<std::int32_t>(bytes, 1.0 / 2147483648.0, samples, count);
+        case SF_FORMAT_FLOAT:
+            return load<float>(bytes, 1.0, samples, count);
+        default:
+            std::memcpy(samples, bytes, count * sizeof *samples);
+            return;
+    }
+}

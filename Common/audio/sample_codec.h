@@ -1,0 +1,45 @@
+#pragma once
+
+#include <sndfile.h>
+
+#include <cstddef>
+
+/**
+ * What libsndfile makes of samples on their way into a file of plain PCM or IEEE floats, and out of
+ * it: the same rounding, the same scales (32767 to write 16 bits, 32768 to read them), the same
+ * wrap of what lies beyond full scale. With it the library moves bytes, in blocks as large as we
+ * like (sf_read_raw, sf_write_raw), where it would convert and move 8 KB at a time; encoded and
+ * decoded at once, a sample becomes what the next reader of the file would get.
+ */
+class SampleCodec {
+  public:
+    /**
+     * For an open file. Its is_plain() is false when the bytes are not such samples, one after
+     * another: a container or an encoding that compresses, packs or transforms them, or a library
+     * that was told to scale or clip otherwise.
+     */
+    static SampleCodec of(SNDFILE* file, const SF_INFO& info);
+
+    SampleCodec() = default;
+
+    /** encoding: SF_FORMAT_PCM_16 and the like. swapped: the file's byte order is not ours. */
+    SampleCodec(int encoding, bool swapped);
+
+    bool is_plain() const { return bytes_ != 0; }
+
+    /** Bytes of one sample in the file. */
+    std::size_t bytes() const { return bytes_; }
+
+    /** count samples, -1.0 to 1.0, to count times bytes(). */
+    void encode(const double* samples, unsigned char* bytes, std::size_t count) const;
+
+    /** The reverse. The bytes are scratch afterwards. */
+    void decode(unsigned char* bytes, double* samples, std::size_t count) const;
+
+  private:
+    void encode_piece(const double* samples, unsigned char* bytes, std::size_t count) const;
+
+    int encoding_ = 0;
+    bool swapped_ = false;
+    std::size_t bytes_ = 0;
+};
