@@ -16,10 +16,10 @@ namespace {
 
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
 
-/** kWidth doubles side by side. (An alias template would drop the attribute.) */
+/** kWidth doubles side by side. (A using declaration would drop the attribute.) */
 template <int kWidth>
 struct Vector {
-    using Lanes = double __attribute__((vector_size(kWidth * sizeof(double))));
+    typedef double Lanes __attribute__((vector_size(kWidth * sizeof(double))));  // NOLINT
 };
 
 /** a becomes b where b is lower; a b that is not a number is passed over. */
