@@ -153,8 +153,11 @@ void swap_bytes(unsigned char* bytes, std::size_t width, std::size_t count) {
 
 }  // namespace
 
-SampleCodec SampleCodec::of(SNDFILE* file, const SF_INFO& info) {
-    const bool plain = file != nullptr && holds_plain_samples(info.format) &&
+SampleCodec SampleCodec::of(SNDFILE* file) {
+    SF_INFO info{};
+    const bool plain = file != nullptr &&
+                       sf_command(file, SFC_GET_CURRENT_SF_INFO, &info, sizeof info) == 0 &&
+                       holds_plain_samples(info.format) &&
                        sf_command(file, SFC_GET_NORM_DOUBLE, nullptr, 0) == SF_TRUE &&
                        sf_command(file, SFC_GET_CLIPPING, nullptr, 0) == SF_FALSE;
     return plain ? SampleCodec(info.format & SF_FORMAT_SUBMASK,

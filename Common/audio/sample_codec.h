@@ -18,7 +18,7 @@ class SampleCodec {
      * another: a container or an encoding that compresses, packs or transforms them, or a library
      * that was told to scale or clip otherwise.
      */
-    static SampleCodec of(SNDFILE* file, const SF_INFO& info);
+    static SampleCodec of(SNDFILE* file);
 
     SampleCodec() = default;
 

@@ -1,5 +1,6 @@
 #include "Common/stream/sound_source.h"
 
+#include <algorithm>
 #include <limits>
 #include <stdexcept>
 #include <utility>
@@ -20,10 +21,14 @@ SoundSource::SoundSource(const SoundHandle& handle,
                          const std::string& path,
                          const SF_INFO& info,
                          Failure failure)
-    : handle_(handle), path_(path), info_(info), failure_(std::move(failure)) {}
+    : handle_(handle),
+      path_(path),
+      info_(info),
+      failure_(std::move(failure)),
+      codec_(SampleCodec::of(handle.get())) {}
 
 long long SoundSource::read(double* samples, long long frames) {
-    const long long count = sf_readf_double(handle_.get(), samples, frames);
+    const long long count = read_frames(samples, frames);
     if (sf_error(handle_.get()) != SF_ERR_NO_ERROR) {
         if (failure_) {
             failure_(handle_, path_);
@@ -33,6 +38,21 @@ long long SoundSource::read(double* samples, long long frames) {
     }
     position_ += count;
     return count;
+}
+
+/** In one go where the samples are plain: the library would fetch them 8 KB at a time. */
+long long SoundSource::read_frames(double* samples, long long frames) {
+    if (!codec_.is_plain()) {
+        return sf_readf_double(handle_.get(), samples, frames);
+    }
+    const std::size_t channels = static_cast<std::size_t>(info_.channels);
+    const std::size_t frame_bytes = channels * codec_.bytes();
+    bytes_.resize(std::max(bytes_.size(), static_cast<std::size_t>(frames) * frame_bytes));
+    const long long read =
+        sf_read_raw(handle_.get(), bytes_.data(), frames * static_cast<long long>(frame_bytes)) /
+        static_cast<long long>(frame_bytes);
+    codec_.decode(bytes_.data(), samples, static_cast<std::size_t>(read) * channels);
+    return read;
 }
 
 bool SoundSource::seek(long long frame) {

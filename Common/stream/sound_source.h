@@ -2,7 +2,9 @@
 
 #include <functional>
 #include <string>
+#include <vector>
 
+#include "Common/audio/sample_codec.h"
 #include "Common/audio/sound_handle.h"
 #include "Common/stream/stream.h"
 
@@ -33,10 +35,14 @@ class SoundSource : public stream::Source {
     bool zeroes_past_end() override;
 
   private:
+    long long read_frames(double* samples, long long frames);
+
     SoundHandle handle_;
     std::string path_;
     SF_INFO info_;
     Failure failure_;
+    SampleCodec codec_;
+    std::vector<unsigned char> bytes_;
     long long position_ = 0;
 };
 

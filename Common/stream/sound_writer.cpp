@@ -32,21 +32,37 @@ SoundWriter::SoundWriter(const SoundHandle& handle,
       path_(path),
       channels_(channels),
       piece_frames_(piece_frames),
-      on_failure_(std::move(on_failure)) {}
+      on_failure_(std::move(on_failure)),
+      codec_(SampleCodec::of(handle.get())) {}
 
 void SoundWriter::take(double* samples, long long frames) {
+    if (codec_.is_plain()) {
+        write(samples, frames);
+        return;
+    }
     for (long long done = 0; done < frames; done += piece_frames_) {
         write(samples + done * channels_, std::min(piece_frames_, frames - done));
     }
 }
 
 void SoundWriter::write(const double* samples, long long frames) {
-    const long long written = sf_writef_double(handle_.get(), samples, frames);
+    const long long written = write_frames(samples, frames);
     if (written != frames) {
         on_failure_(
             {handle_, path_, frames * channels_, written * channels_, sf_strerror(handle_.get())});
     }
     frames_ += written;
+}
+
+long long SoundWriter::write_frames(const double* samples, long long frames) {
+    if (!codec_.is_plain()) {
+        return sf_writef_double(handle_.get(), samples, frames);
+    }
+    const std::size_t count = static_cast<std::size_t>(frames * channels_);
+    bytes_.resize(std::max(bytes_.size(), count * codec_.bytes()));
+    codec_.encode(samples, bytes_.data(), count);
+    const long long frame_bytes = static_cast<long long>(codec_.bytes()) * channels_;
+    return sf_write_raw(handle_.get(), bytes_.data(), frames * frame_bytes) / frame_bytes;
 }
 
 void SoundWriter::end() {

@@ -2,7 +2,9 @@
 
 #include <functional>
 #include <string>
+#include <vector>
 
+#include "Common/audio/sample_codec.h"
 #include "Common/audio/sound_handle.h"
 #include "Common/stream/stream.h"
 
@@ -26,8 +28,8 @@ class SoundWriter : public stream::Receiver {
 
     /**
      * piece_frames: how many frames are written at a time, cut anew from what each call brings. An
-     * encoder of a lossy format gives other bits for other pieces. No other owner may use the
-     * handle after the end.
+     * encoder of a lossy format gives other bits for other pieces; plain samples go in one piece.
+     * No other owner may use the handle after the end.
      */
     SoundWriter(const SoundHandle& handle,
                 const std::string& path,
@@ -40,11 +42,14 @@ class SoundWriter : public stream::Receiver {
 
   private:
     void write(const double* samples, long long frames);
+    long long write_frames(const double* samples, long long frames);
 
     SoundHandle handle_;
     std::string path_;
     int channels_;
     long long piece_frames_;
     OnFailure on_failure_;
+    SampleCodec codec_;
+    std::vector<unsigned char> bytes_;
     long long frames_ = 0;
 };

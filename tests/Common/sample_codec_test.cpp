@@ -38,7 +38,7 @@ std::vector<double> read_back(const std::string& path, bool raw) {
         sf_read_double(file.get(), samples.data(), info.frames);
         return samples;
     }
-    const SampleCodec codec = SampleCodec::of(file.get(), info);
+    const SampleCodec codec = SampleCodec::of(file.get());
     std::vector<unsigned char> bytes(samples.size() * codec.bytes());
     sf_read_raw(file.get(), bytes.data(), static_cast<sf_count_t>(bytes.size()));
     codec.decode(bytes.data(), samples.data(), samples.size());
@@ -72,7 +72,7 @@ TEST(SampleCodec, WritesTheLibrarysBytesAndReadsTheLibrarysSamples) {
                     sf_write_double(file.get(), samples.data(),
                                     static_cast<sf_count_t>(samples.size()));
                     const SoundHandle raw = open_sound_for_writing(ours, info);
-                    const SampleCodec codec = SampleCodec::of(raw.get(), info);
+                    const SampleCodec codec = SampleCodec::of(raw.get());
                     ASSERT_TRUE(codec.is_plain());
                     std::vector<unsigned char> bytes(samples.size() * codec.bytes());
                     codec.encode(samples.data(), bytes.data(), samples.size());
@@ -98,7 +98,7 @@ TEST(SampleCodec, LeavesToTheLibraryWhatItDoesNotKnow) {
         info.channels = 1;
         info.samplerate = 44100;
         const SoundHandle file = open_sound_for_writing(folder / "other", info);
-        EXPECT_FALSE(SampleCodec::of(file.get(), info).is_plain()) << format_name(format);
+        EXPECT_FALSE(SampleCodec::of(file.get()).is_plain()) << format_name(format);
     }
     SF_INFO info{};
     info.format = SF_FORMAT_WAV | SF_FORMAT_PCM_16;
@@ -106,7 +106,7 @@ TEST(SampleCodec, LeavesToTheLibraryWhatItDoesNotKnow) {
     info.samplerate = 44100;
     const SoundHandle file = open_sound_for_writing(folder / "clipped.wav", info);
     sf_command(file.get(), SFC_SET_CLIPPING, nullptr, SF_TRUE);
-    EXPECT_FALSE(SampleCodec::of(file.get(), info).is_plain());
+    EXPECT_FALSE(SampleCodec::of(file.get()).is_plain());
 }
 
 }  // namespace
