@@ -25,6 +25,8 @@ CNoiseGate::CNoiseGate(const GateArgs& args, stream::Source& input, stream::Rece
       release_step_((args.open_gain - args.closed_gain) / args.release_samples) {
     allocate(block_, kBlockSamples, "current block", kSource);
     allocate(ahead_block_, kBlockSamples, "look-ahead block", kSource);
+    allocate(energies_, kBlockSamples, "energies", kSource);
+    allocate(ahead_energies_, kBlockSamples, "energies ahead", kSource);
 }
 
 int CNoiseGate::exec() {
@@ -97,9 +99,13 @@ void CNoiseGate::gate_block(long long frames) {
         std::clamp(received_ - args_.anticipate_samples - gated_, 0LL, frames);
     const double* ahead = look_ahead(frames, frames_ahead);
     std::copy_n(at(gated_), frames * channel_count_, block_.get());
+    if (channel_count_ == 1) {
+        measure_mono(ahead, frames, frames_ahead > 0);
+    } else {
+        measure_stereo(ahead, frames, frames_ahead > 0);
+    }
     for (int channel = 0; channel < channel_count_; ++channel) {
-        gate_channel(channels_[static_cast<std::size_t>(channel)], block_.get() + channel,
-                     ahead + channel, frames, frames_ahead > 0);
+        gate_channel(channel, frames);
     }
     gated_ += frames;
     next().take(block_.get(), frames);
@@ -175,66 +181,95 @@ void CNoiseGate::initializeMeters(CLevelMeter& left,
 void CNoiseGate::add_channel(const CLevelMeter& current, const CLevelMeter& ahead) {
     const bool open = args_.attack_energy < current.level() || args_.attack_energy < ahead.level();
     channels_.push_back(
-        {current, ahead, open ? kOpen : kClosed, open ? args_.open_gain : args_.closed_gain, 0});
+        {current, ahead, {open ? kOpen : kClosed, open ? args_.open_gain : args_.closed_gain, 0}});
 }
 
-/** Gates one channel of a block: every channel_count_-th sample, count of them. */
-void CNoiseGate::gate_channel(
-    Channel& shared, double* samples, const double* ahead, long long count, bool has_ahead) const {
-    Channel channel = shared;  // a local copy stays in registers
-    const int stride = channel_count_;
-    for (long long i = 0; i < count * stride; i += stride) {
-        const double current_energy = channel.current.update(samples[i]);
-        const double ahead_energy = has_ahead ? channel.ahead.update(ahead[i]) : current_energy;
-        step(channel, current_energy, ahead_energy);
-        samples[i] *= channel.gain;
+/**
+ * The energies of a block, before anything is gated. Each is a sum that waits for the one before:
+ * those of both channels go along side by side. Without a sample ahead the current energy stands
+ * for the one ahead.
+ */
+void CNoiseGate::measure_mono(const double* ahead, long long frames, bool has_ahead) {
+    CLevelMeter current = channels_[0].current;  // local copies stay in registers
+    CLevelMeter later = channels_[0].ahead;
+    for (long long i = 0; i < frames; ++i) {
+        energies_[i] = current.update(block_[i]);
+        ahead_energies_[i] = has_ahead ? later.update(ahead[i]) : energies_[i];
     }
-    shared = channel;
+    channels_[0].current = current;
+    channels_[0].ahead = later;
+}
+
+void CNoiseGate::measure_stereo(const double* ahead, long long frames, bool has_ahead) {
+    CLevelMeter left = channels_[0].current;
+    CLevelMeter right = channels_[1].current;
+    CLevelMeter left_ahead = channels_[0].ahead;
+    CLevelMeter right_ahead = channels_[1].ahead;
+    for (long long i = 0; i < 2 * frames; i += 2) {
+        energies_[i] = left.update(block_[i]);
+        energies_[i + 1] = right.update(block_[i + 1]);
+        ahead_energies_[i] = has_ahead ? left_ahead.update(ahead[i]) : energies_[i];
+        ahead_energies_[i + 1] = has_ahead ? right_ahead.update(ahead[i + 1]) : energies_[i + 1];
+    }
+    channels_[0].current = left;
+    channels_[1].current = right;
+    channels_[0].ahead = left_ahead;
+    channels_[1].ahead = right_ahead;
+}
+
+/** Gates one channel of a block whose energies are known. */
+void CNoiseGate::gate_channel(int index, long long frames) {
+    Gain gain = channels_[static_cast<std::size_t>(index)].gain;  // a local copy, as above
+    for (long long i = index; i < frames * channel_count_; i += channel_count_) {
+        step(gain, energies_[i], ahead_energies_[i]);
+        block_[i] *= gain.value;
+    }
+    channels_[static_cast<std::size_t>(index)].gain = gain;
 }
 
 /** At most one transition a sample; outside the two ramps it leaves the gain alone. */
-inline void CNoiseGate::step(Channel& channel, double current_energy, double ahead_energy) const {
-    switch (channel.state) {
+inline void CNoiseGate::step(Gain& gain, double current_energy, double ahead_energy) const {
+    switch (gain.state) {
         case kOpen:
             if (current_energy < args_.release_energy) {
-                startHolding(channel.state, channel.held);
+                startHolding(gain.state, gain.held);
             }
             break;
         case kClosed:
             if (ahead_energy > args_.attack_energy) {
-                startOpening(channel.state);
+                startOpening(gain.state);
             }
             break;
         case kOpening:
             if (ahead_energy < args_.release_energy) {
-                startClosing(channel.state);
+                startClosing(gain.state);
             } else {
-                channel.gain += attack_step_;
-                if (channel.gain >= args_.open_gain) {
-                    channel.gain = args_.open_gain;
-                    channel.state = kOpen;
+                gain.value += attack_step_;
+                if (gain.value >= args_.open_gain) {
+                    gain.value = args_.open_gain;
+                    gain.state = kOpen;
                 }
             }
             break;
         case kClosing:
             if (ahead_energy > args_.attack_energy) {
-                startOpening(channel.state);
+                startOpening(gain.state);
             } else {
-                channel.gain -= release_step_;
-                if (channel.gain <= args_.closed_gain) {
-                    channel.gain = args_.closed_gain;
-                    channel.state = kClosed;
+                gain.value -= release_step_;
+                if (gain.value <= args_.closed_gain) {
+                    gain.value = args_.closed_gain;
+                    gain.state = kClosed;
                 }
             }
             break;
         case kHolding:
             if (current_energy <= args_.release_energy) {
-                if (channel.held >= args_.hold_samples) {
-                    startClosing(channel.state);
+                if (gain.held >= args_.hold_samples) {
+                    startClosing(gain.state);
                 }
-                ++channel.held;
+                ++gain.held;
             } else {
-                channel.state = kOpen;
+                gain.state = kOpen;
             }
             break;
     }

@@ -58,13 +58,17 @@ class CNoiseGate : public stream::Stage {
     static void startClosing(eStateType& state) { state = kClosing; }
 
   private:
+    struct Gain {
+        eStateType state;
+        double value;
+        int held;  // samples since the hold began
+    };
+
     /** One channel's meters and gain. */
     struct Channel {
         CLevelMeter current;
         CLevelMeter ahead;
-        eStateType state;
-        double gain;
-        int held;  // samples since the hold began
+        Gain gain;
     };
 
     void gate_input(void (CNoiseGate::*start)());
@@ -75,12 +79,10 @@ class CNoiseGate : public stream::Stage {
     void gate_block(long long frames);
     const double* look_ahead(long long frames, long long frames_ahead);
     void forget_passed_frames();
-    void gate_channel(Channel& shared,
-                      double* samples,
-                      const double* ahead,
-                      long long count,
-                      bool has_ahead) const;
-    void step(Channel& channel, double current_energy, double ahead_energy) const;
+    void measure_mono(const double* ahead, long long frames, bool has_ahead);
+    void measure_stereo(const double* ahead, long long frames, bool has_ahead);
+    void gate_channel(int index, long long frames);
+    void step(Gain& gain, double current_energy, double ahead_energy) const;
 
     /** The line's samples from a frame on. */
     const double* at(long long frame) const;
@@ -99,6 +101,8 @@ class CNoiseGate : public stream::Stage {
     long long gated_ = 0;       // frames; a multiple of the block's until the end
     boost::scoped_array<double> block_;
     boost::scoped_array<double> ahead_block_;
+    boost::scoped_array<double> energies_;        // at each sample of the block
+    boost::scoped_array<double> ahead_energies_;  // at the sample ahead of it
 };
 
 }  // namespace gate
