@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "Common/audio/frame_file.h"
+#include "Common/bins/peak.h"
 #include "Common/bins/walls.h"
 #include "Common/files/same_file.h"
 #include "Common/files/series.h"
@@ -24,9 +25,7 @@ class PeakMeter : public stream::Receiver {
     explicit PeakMeter(int channels) : channels_(channels) {}
 
     void take(double* samples, long long frames) override {
-        for (long long i = 0; i < frames * channels_; ++i) {
-            peak_ = std::max(peak_, std::fabs(samples[i]));
-        }
+        peak_ = peak_of(samples, frames * channels_, peak_);
     }
 
     double peak() const { return peak_; }

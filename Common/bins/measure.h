@@ -7,6 +7,7 @@
 
 #include "Common/bins/Bin.h"
 #include "Common/bins/BinGrid.h"
+#include "Common/bins/peak.h"
 #include "Common/stream/pump.h"
 
 /** What of a bin has been summed up so far. */
@@ -17,16 +18,30 @@ struct BinSums {
     long long samples = 0;
 };
 
+/**
+ * Each bin's sum waits for its next square: kTogether bins, one behind the other, are summed side
+ * by side, every sum in its own order.
+ */
+constexpr int kBinsTogether = 4;
+
 /** A bin's RMS over all its samples, channels together. */
 struct RmsOfAllSamples {
-    static void add(BinSums& bin, const double* samples, long long count, int /*channels*/) {
-        double sum = bin.left;  // local copies stay in registers
-        double peak = bin.peak;
-        for (long long i = 0; i < count; ++i) {
-            sum += samples[i] * samples[i];
-            peak = std::max(peak, std::fabs(samples[i]));
+    template <int kBins>
+    static void add(BinSums* bins, const double* samples, long long count, int /*channels*/) {
+        double sums[kBins];  // local copies stay in registers
+        for (int b = 0; b < kBins; ++b) {
+            sums[b] = bins[b].left;
         }
-        bin = {sum, 0.0, peak, bin.samples + count};
+        for (long long i = 0; i < count; ++i) {
+            for (int b = 0; b < kBins; ++b) {
+                const double x = samples[b * count + i];
+                sums[b] += x * x;
+            }
+        }
+        for (int b = 0; b < kBins; ++b) {
+            bins[b] = {sums[b], 0.0, peak_of(samples + b * count, count, bins[b].peak),
+                       bins[b].samples + count};
+        }
     }
 
     static double rms(const BinSums& bin, int /*channels*/) {
@@ -36,20 +51,29 @@ struct RmsOfAllSamples {
 
 /** The RMS of a bin's louder channel: a loud voice on one side is as loud as one on both. */
 struct RmsOfLouderChannel {
-    static void add(BinSums& bin, const double* samples, long long count, int channels) {
+    template <int kBins>
+    static void add(BinSums* bins, const double* samples, long long count, int channels) {
         if (channels == 1) {
-            RmsOfAllSamples::add(bin, samples, count, channels);
+            RmsOfAllSamples::add<kBins>(bins, samples, count, channels);
             return;
         }
-        double left = bin.left;
-        double right = bin.right;
-        double peak = bin.peak;
-        for (long long i = 0; i + 1 < count; i += 2) {
-            left += samples[i] * samples[i];
-            right += samples[i + 1] * samples[i + 1];
-            peak = std::max({peak, std::fabs(samples[i]), std::fabs(samples[i + 1])});
+        double left[kBins];
+        double right[kBins];
+        for (int b = 0; b < kBins; ++b) {
+            left[b] = bins[b].left;
+            right[b] = bins[b].right;
         }
-        bin = {left, right, peak, bin.samples + count};
+        for (long long i = 0; i + 1 < count; i += 2) {
+            for (int b = 0; b < kBins; ++b) {
+                const double* const frame = samples + b * count + i;
+                left[b] += frame[0] * frame[0];
+                right[b] += frame[1] * frame[1];
+            }
+        }
+        for (int b = 0; b < kBins; ++b) {
+            bins[b] = {left[b], right[b], peak_of(samples + b * count, count, bins[b].peak),
+                       bins[b].samples + count};
+        }
     }
 
     static double rms(const BinSums& bin, int channels) {
@@ -78,9 +102,16 @@ class BinMeter : public stream::Receiver {
     /** Throws std::runtime_error when a bin's sum of squares is beyond all numbers. */
     void take(double* samples, long long frames) override {
         while (frames > 0 && done_ < grid_.bins) {
+            const long long together = static_cast<long long>(kBinsTogether) * grid_.bin_frames;
+            if (sums_.samples == 0 && frames >= together && done_ + kBinsTogether <= grid_.bins) {
+                add_whole_bins(samples);
+                samples += together * channels_;
+                frames -= together;
+                continue;
+            }
             const long long missing = grid_.bin_frames - sums_.samples / channels_;
             const long long some = std::min(frames, missing);
-            RmsRule::add(sums_, samples, some * channels_, channels_);
+            RmsRule::template add<1>(&sums_, samples, some * channels_, channels_);
             samples += some * channels_;
             frames -= some;
             if (some == missing) {
@@ -104,6 +135,16 @@ class BinMeter : public stream::Receiver {
     }
 
   private:
+    void add_whole_bins(const double* samples) {
+        BinSums bins[kBinsTogether];
+        RmsRule::template add<kBinsTogether>(
+            bins, samples, static_cast<long long>(grid_.bin_frames) * channels_, channels_);
+        for (const BinSums& bin : bins) {
+            sums_ = bin;
+            close_bin();
+        }
+    }
+
     void close_bin() {
         const double sum = sums_.left + sums_.right;
         if (!std::isfinite(sum)) {

@@ -4,6 +4,8 @@
 
 namespace {
 
+constexpr int kRampsTogether = 4;
+
 /** Multiplies frames by a gain that grows by step after each; returns the gain after the last. */
 double apply_ramp(double* samples, long long frames, int channels, double gain, double step) {
     if (channels == 1) {
@@ -28,6 +30,27 @@ double apply_ramp(double* samples, long long frames, int channels, double gain, 
     return gain;
 }
 
+/**
+ * The ramps of four whole bins, one behind the other, in two channels: a ramp's next gain waits for
+ * the one before, so the four go along side by side. walls: the five that the bins lie between.
+ */
+void apply_four_ramps(double* samples, long long frames, const double* walls) {
+    double gains[kRampsTogether];
+    double steps[kRampsTogether];
+    for (int b = 0; b < kRampsTogether; ++b) {
+        gains[b] = walls[b];
+        steps[b] = (walls[b + 1] - walls[b]) / static_cast<double>(frames);
+    }
+    for (long long i = 0; i < 2 * frames; i += 2) {
+        for (int b = 0; b < kRampsTogether; ++b) {
+            double* const frame = samples + 2 * frames * b + i;
+            frame[0] *= gains[b];
+            frame[1] *= gains[b];
+            gains[b] += steps[b];
+        }
+    }
+}
+
 }  // namespace
 
 WallRamps::WallRamps(int channels, const BinGrid& grid, const double* walls, stream::Receiver& next)
@@ -36,6 +59,14 @@ WallRamps::WallRamps(int channels, const BinGrid& grid, const double* walls, str
 void WallRamps::take(double* samples, long long frames) {
     long long done = 0;
     while (done < frames && bin_ < grid_.bins) {
+        const long long together = static_cast<long long>(kRampsTogether) * grid_.bin_frames;
+        if (frame_ == 0 && channels_ == 2 && frames - done >= together &&
+            bin_ + kRampsTogether <= grid_.bins) {
+            apply_four_ramps(samples + done * channels_, grid_.bin_frames, walls_ + bin_);
+            bin_ += kRampsTogether;
+            done += together;
+            continue;
+        }
         if (frame_ == 0) {
             gain_ = walls_[bin_];  // the sum of the steps misses the wall by rounding
         }
