@@ -12,6 +12,8 @@ endif()
 # Of the command line alone.
 find_package(PkgConfig REQUIRED)
 pkg_check_modules(TAGLIB REQUIRED IMPORTED_TARGET taglib)
+pkg_check_modules(FFMPEG REQUIRED IMPORTED_TARGET
+  libavformat>=59.27 libavcodec libavutil libswresample)
 find_package(fmt REQUIRED)
 find_package(nlohmann_json REQUIRED)
 find_path(EBUR128_INCLUDE_DIR ebur128.h REQUIRED)

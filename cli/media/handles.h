@@ -1,0 +1,91 @@
+#pragma once
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavformat/avformat.h>
+#include <libavutil/channel_layout.h>
+#include <libswresample/swresample.h>
+}
+
+#include <cstdint>
+#include <memory>
+#include <stdexcept>
+#include <string>
+
+/** Owners for what FFmpeg's libraries hand out, and their error codes as exceptions. */
+namespace cli::media {
+
+/** A failure that is the file's; what() is a sentence about the file, without its name. */
+class MediaError : public std::runtime_error {
+  public:
+    using std::runtime_error::runtime_error;
+};
+
+struct FreeInput {
+    void operator()(AVFormatContext* context) const { avformat_close_input(&context); }
+};
+
+struct FreeOutput {
+    void operator()(AVFormatContext* context) const { avformat_free_context(context); }
+};
+
+struct FreeCodec {
+    void operator()(AVCodecContext* context) const { avcodec_free_context(&context); }
+};
+
+struct FreeFrame {
+    void operator()(AVFrame* frame) const { av_frame_free(&frame); }
+};
+
+struct FreePacket {
+    void operator()(AVPacket* packet) const { av_packet_free(&packet); }
+};
+
+struct FreeResampler {
+    void operator()(SwrContext* context) const { swr_free(&context); }
+};
+
+using InputContext = std::unique_ptr<AVFormatContext, FreeInput>;
+using OutputContext = std::unique_ptr<AVFormatContext, FreeOutput>;
+using CodecContext = std::unique_ptr<AVCodecContext, FreeCodec>;
+using Frame = std::unique_ptr<AVFrame, FreeFrame>;
+using Packet = std::unique_ptr<AVPacket, FreePacket>;
+using Resampler = std::unique_ptr<SwrContext, FreeResampler>;
+
+/** Options for a library call, freed with what the call did not take. */
+class Options {
+  public:
+    Options() = default;
+    Options(const Options&) = delete;
+    Options& operator=(const Options&) = delete;
+
+    ~Options() { av_dict_free(&entries_); }
+
+    void set(const char* name, const std::string& value) {
+        av_dict_set(&entries_, name, value.c_str(), 0);
+    }
+
+    AVDictionary** get() { return &entries_; }
+
+  private:
+    AVDictionary* entries_ = nullptr;
+};
+
+Frame make_frame();
+Packet make_packet();
+
+/** The libraries' own words for a code, with the last error they logged where there is one. */
+std::string reason(int code);
+
+/** Throws MediaError, "doing: reason", when the code is an error. Returns the code. */
+int check(int code, const char* doing);
+
+/**
+ * Sends the libraries' errors to the standard error stream and remembers the last one for reason().
+ * Warnings are dropped: most are about files that play well.
+ */
+void keep_log();
+
+constexpr AVRational kNanoseconds = {1, 1000000000};
+
+}  // namespace cli::media

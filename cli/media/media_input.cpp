@@ -1,0 +1,208 @@
+#include "cli/media/media_input.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <new>
+#include <system_error>
+
+extern "C" {
+#include <libavutil/avstring.h>
+}
+
+namespace cli::media {
+namespace {
+
+constexpr int kIoBytes = 1 << 16;
+constexpr unsigned kMostStreams = 100;
+constexpr std::int64_t kMostBoxes = 1 << 20;
+
+/** Demuxers whose files hold all that they tell of. */
+constexpr const char* kContainers = "mov,matroska,asf,avi,aac,ac3,eac3,wv,tta,ape,dsf";
+
+int read_file(void* file, std::uint8_t* bytes, int count) {
+    for (;;) {
+        const ssize_t got = ::read(*static_cast<int*>(file), bytes, static_cast<size_t>(count));
+        if (got > 0) {
+            return static_cast<int>(got);
+        }
+        if (got == 0) {
+            return AVERROR_EOF;
+        }
+        if (errno != EINTR) {
+            return AVERROR(errno);
+        }
+    }
+}
+
+std::int64_t seek_file(void* file, std::int64_t offset, int whence) {
+    const int descriptor = *static_cast<int*>(file);
+    if (whence & AVSEEK_SIZE) {
+        struct stat status {};
+
+        return fstat(descriptor, &status) == 0 ? status.st_size : AVERROR(errno);
+    }
+    const off_t place = lseek(descriptor, offset, whence & ~AVSEEK_FORCE);
+    return place < 0 ? AVERROR(errno) : place;
+}
+
+int refuse_to_open(AVFormatContext* /*context*/,
+                   AVIOContext** /*io*/,
+                   const char* url,
+                   int /*flags*/,
+                   AVDictionary** /*options*/) {
+    av_log(nullptr, AV_LOG_ERROR, "it refers to another file, %s, which is not opened\n", url);
+    return AVERROR(EACCES);
+}
+
+std::uint64_t big_endian(const std::uint8_t* bytes, int count) {
+    std::uint64_t value = 0;
+    for (int i = 0; i < count; ++i) {
+        value = value << 8 | bytes[i];
+    }
+    return value;
+}
+
+[[noreturn]] void fail_to_open(int code, const std::string& format) {
+    const std::string why = reason(code);
+    if (why.find("moov atom not found") != std::string::npos) {
+        throw MediaError(
+            "its index (moov) is missing: the recording was cut off before it was completed");
+    }
+    if (code == AVERROR(ENOMEM) || why.find("max_streams") != std::string::npos) {
+        throw MediaError(fmt::format("it has more than {} streams", kMostStreams));
+    }
+    throw MediaError(fmt::format("cannot be read as {}: {}", format, why));
+}
+
+}  // namespace
+
+FileIo::FileIo(const std::string& path) {
+    file_ = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+
+    struct stat status {};
+
+    if (file_ < 0 || fstat(file_, &status) != 0) {
+        throw std::system_error(errno, std::generic_category(), "cannot be read");
+    }
+    size_ = status.st_size;
+    auto* buffer = static_cast<std::uint8_t*>(av_malloc(kIoBytes));
+    context_ = avio_alloc_context(buffer, kIoBytes, 0, &file_, read_file, nullptr, seek_file);
+    if (!context_) {
+        av_free(buffer);
+        close(file_);
+        throw std::bad_alloc();
+    }
+}
+
+FileIo::~FileIo() {
+    av_freep(&context_->buffer);
+    avio_context_free(&context_);
+    close(file_);
+}
+
+MediaInput::MediaInput(const std::string& path) : io_(path) {
+    keep_log();
+#if LIBAVFORMAT_VERSION_MAJOR >= 59
+    const AVInputFormat* format = nullptr;
+#else
+    AVInputFormat* format = nullptr;
+#endif
+    if (av_probe_input_buffer2(io_.context(), &format, "", nullptr, 0, 0) < 0 || !format) {
+        throw MediaError("cannot be read as audio: its format is not known");
+    }
+    demuxer_ = format->name;
+    demuxer_.erase(std::min(demuxer_.find(','), demuxer_.size()));
+    if (av_match_list(demuxer_.c_str(), kContainers, ',') <= 0) {
+        throw MediaError(fmt::format("its format ({}) is not supported", format->long_name));
+    }
+
+    AVFormatContext* context = avformat_alloc_context();
+    if (!context) {
+        throw std::bad_alloc();
+    }
+    context->pb = io_.context();
+    context->io_open = refuse_to_open;
+    context->max_streams = static_cast<int>(kMostStreams);
+    Options options;
+    options.set("format_whitelist", kContainers);
+    options.set("protocol_whitelist", "");
+    options.set("enable_drefs", "0");
+    options.set("use_absolute_path", "0");
+    const int code = avformat_open_input(&context, "", format, options.get());
+    context_.reset(context);
+    if (code < 0) {
+        fail_to_open(code, format->long_name);
+    }
+    if (const int found = avformat_find_stream_info(context, nullptr); found < 0) {
+        fail_to_open(found, format->long_name);
+    }
+    if (context->nb_streams > kMostStreams) {
+        fail_to_open(AVERROR(ENOMEM), format->long_name);
+    }
+}
+
+bool MediaInput::read(AVPacket& packet) const {
+    const int code = av_read_frame(context_.get(), &packet);
+    if (code == AVERROR_EOF) {
+        return false;
+    }
+    check(code, "it is damaged");
+    return true;
+}
+
+double MediaInput::fraction_read() const {
+    const double place = static_cast<double>(avio_tell(io_.context()));
+    return io_.size() > 0 ? std::clamp(place / static_cast<double>(io_.size()), 0.0, 1.0) : 1;
+}
+
+Layout MediaInput::layout() const {
+    if (demuxer_ == "mov") {
+        return mp4_layout();
+    }
+    Layout layout;
+    std::array<char, 64> head{};
+    if (demuxer_ == "matroska" && pread(io_.descriptor(), head.data(), head.size(), 0) > 0) {
+        // The DocType element: its identity, one byte of length, the text.
+        constexpr char kDocType[] = {'\x42', '\x82'};
+        const auto at = std::search(head.begin(), head.end() - 12, kDocType, kDocType + 2);
+        if (at != head.end() - 12) {
+            layout.doctype.assign(at + 3, at + 3 + std::min(at[2] & 0x7f, 8));
+        }
+    }
+    return layout;
+}
+
+// Walks the boxes of the first level: 32-bit size, type, and a 64-bit size where the first is 1.
+Layout MediaInput::mp4_layout() const {
+    Layout layout;
+    bool index_seen = false;
+    bool data_seen = false;
+    std::int64_t place = 0;
+    for (std::int64_t count = 0; count < kMostBoxes && place + 8 <= io_.size(); ++count) {
+        std::uint8_t head[16] = {};
+        if (pread(io_.descriptor(), head, sizeof head, place) < 8) {
+            break;
+        }
+        std::uint64_t size = big_endian(head, 4);
+        const std::string type(reinterpret_cast<const char*>(head) + 4, 4);
+        size = size == 1 ? big_endian(head + 8, 8) : size;
+        layout.fragments += type == "moof";
+        index_seen = index_seen || type == "moov";
+        data_seen = data_seen || type == "mdat";
+        layout.index_first = layout.index_first || (index_seen && !data_seen);
+        if (size < 8 || size > static_cast<std::uint64_t>(io_.size() - place)) {
+            break;
+        }
+        place += static_cast<std::int64_t>(size);
+    }
+    return layout;
+}
+
+}  // namespace cli::media
