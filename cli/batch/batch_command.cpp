@@ -177,6 +177,8 @@ class ShownBatch : public BatchObserver {
         options.replace = settings.force;
         options.keep_mtime = settings.keep_mtime;
         options.strict = settings.strict;
+        options.audio_stream = settings.audio_stream;
+        options.audio_codec = settings.audio_codec;
         return options;
     }
 

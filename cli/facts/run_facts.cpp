@@ -134,6 +134,18 @@ Publishing publishing_back(const Json& json) {
             json.at("held_back")};
 }
 
+Json media(const MediaFacts& from) {
+    return {{"container", from.container},
+            {"codec", from.codec},
+            {"bit_rate_bps", from.bit_rate_bps},
+            {"audio_streams", from.audio_streams}};
+}
+
+MediaFacts media_back(const Json& json) {
+    return {json.at("container"), json.at("codec"), json.at("bit_rate_bps"),
+            json.at("audio_streams").get<std::vector<int>>()};
+}
+
 }  // namespace
 
 const char* to_text(Outcome outcome) {
@@ -154,6 +166,9 @@ Json to_json(const FileFacts& facts) {
         json["channels"] = facts.channels;
         json["frames"] = facts.frames;
         json["duration_s"] = number(facts.duration_s());
+    }
+    if (facts.media) {
+        json["media"] = media(*facts.media);
     }
     if (facts.before) {
         json["before"] = loudness(*facts.before);
@@ -193,6 +208,9 @@ FileFacts facts_from_json(const Json& json) {
         facts.sample_rate_hz = json.at("sample_rate_hz");
         facts.channels = json.at("channels");
         facts.frames = json.at("frames");
+    }
+    if (json.contains("media")) {
+        facts.media = media_back(json.at("media"));
     }
     if (json.contains("before")) {
         facts.before = loudness_back(json.at("before"));

@@ -68,6 +68,14 @@ enum class Outcome {
 
 const char* to_text(Outcome outcome);
 
+/** Of a file whose sound lies in a container with other streams. */
+struct MediaFacts {
+    std::string container;  // "MP4"
+    std::string codec;      // of the sound, FFmpeg's name: "aac"
+    std::int64_t bit_rate_bps = 0;
+    std::vector<int> audio_streams;  // leveled, or only measured; counted from 1
+};
+
 /** Everything known about one file once it is finished. */
 struct FileFacts {
     std::string input;
@@ -75,6 +83,7 @@ struct FileFacts {
     Outcome outcome = Outcome::Interrupted;
     std::string cause;
     std::string format;  // as libsndfile names it, "WAV (Microsoft), Signed 16 bit PCM"
+    std::optional<MediaFacts> media;
     int sample_rate_hz = 0;
     int channels = 0;
     std::int64_t frames = 0;

@@ -54,8 +54,8 @@ class SoundDecoder {
         send(nullptr);
         finish();
         if (result_.frames == 0) {
-            throw MediaError(result_.lost_packets ? "its sound cannot be decoded: it is damaged"
-                                                  : "its sound has no samples");
+            throw FileError(result_.lost_packets ? "its sound cannot be decoded: it is damaged"
+                                                 : "its sound has no samples");
         }
         result_.bit_rate =
             av_rescale(bytes_ * 8, result_.sample_rate_hz, std::max<std::int64_t>(packed_, 1));
@@ -89,7 +89,7 @@ class SoundDecoder {
         }
         if (frame.sample_rate != result_.sample_rate_hz ||
             frame.ch_layout.nb_channels != result_.channels) {
-            throw MediaError(fmt::format(
+            throw FileError(fmt::format(
                 "its sound changes from {} Hz, {} channels to {} Hz, {} channels after {:.1f} s",
                 result_.sample_rate_hz, result_.channels, frame.sample_rate,
                 frame.ch_layout.nb_channels,
@@ -117,7 +117,7 @@ class SoundDecoder {
 
     void mark(std::int64_t time_ns) {
         if (time_ns > kLongestNs || time_ns < -kLongestNs) {
-            throw MediaError(
+            throw FileError(
                 fmt::format("its sound has a time of {:.0f} days, which no recording "
                             "has",
                             static_cast<double>(time_ns) / 86400e9));
@@ -169,8 +169,7 @@ class SoundDecoder {
         const sf_count_t written = wide_ ? out_.writef(reinterpret_cast<const double*>(out), count)
                                          : out_.writef(reinterpret_cast<const float*>(out), count);
         if (written != count) {
-            throw MediaError(
-                fmt::format("its decoded sound cannot be stored: {}", out_.strError()));
+            throw FileError(fmt::format("its decoded sound cannot be stored: {}", out_.strError()));
         }
         result_.frames += count;
         av_frame_unref(held_.get());

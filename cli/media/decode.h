@@ -24,7 +24,7 @@ struct DecodedSound {
 
 /**
  * Decodes one stream of a file to 32-bit float (64-bit where its samples need more than 24 bits)
- * without the samples that its container marks as padding, gaps closed. Throws MediaError when its
+ * without the samples that its container marks as padding, gaps closed. Throws FileError when its
  * sample rate or channels change, nothing can be decoded, or the disk is full.
  */
 DecodedSound decode_sound(const std::string& path,

@@ -57,7 +57,7 @@ std::string reason(int code) {
 
 int check(int code, const char* doing) {
     if (code < 0) {
-        throw MediaError(fmt::format("{}: {}", doing, reason(code)));
+        throw FileError(fmt::format("{}: {}", doing, reason(code)));
     }
     return code;
 }

@@ -9,17 +9,12 @@ extern "C" {
 
 #include <cstdint>
 #include <memory>
-#include <stdexcept>
 #include <string>
+
+#include "cli/facts/file_error.h"
 
 /** Owners for what FFmpeg's libraries hand out, and their error codes as exceptions. */
 namespace cli::media {
-
-/** A failure that is the file's; what() is a sentence about the file, without its name. */
-class MediaError : public std::runtime_error {
-  public:
-    using std::runtime_error::runtime_error;
-};
 
 struct FreeInput {
     void operator()(AVFormatContext* context) const { avformat_close_input(&context); }
@@ -77,7 +72,7 @@ Packet make_packet();
 /** The libraries' own words for a code, with the last error they logged where there is one. */
 std::string reason(int code);
 
-/** Throws MediaError, "doing: reason", when the code is an error. Returns the code. */
+/** Throws FileError, "doing: reason", when the code is an error. Returns the code. */
 int check(int code, const char* doing);
 
 /**

@@ -12,6 +12,7 @@ namespace {
 constexpr int kMostChannels = 2;
 constexpr double kLongestSeconds = 14 * 86400.0;
 constexpr int kOpusRate = 48000;
+constexpr int kPacketsLookedAt = 50;  // for marks of encryption
 
 /** The muxer for a demuxer's files, and the name that people know the container by. */
 struct Container {
@@ -71,7 +72,7 @@ void refuse_encrypted(const AVFormatContext& context) {
         encrypted = encrypted || is_encrypted(*context.streams[i]);
     }
     if (encrypted) {
-        throw MediaError("it is encrypted (copy protected), so its sound cannot be read");
+        throw FileError(kEncrypted);
     }
 }
 
@@ -111,16 +112,16 @@ void refuse_unusable(const Sound& sound, const MediaFile& file) {
     const std::string name = file.audio_streams > 1 ? fmt::format("audio stream {}", sound.number)
                                                     : std::string("its sound");
     if (!avcodec_find_decoder(sound.codec)) {
-        throw MediaError(
+        throw FileError(
             fmt::format("{} has a coding that cannot be read ({})", name, sound.codec_name));
     }
     if (sound.channels > kMostChannels) {
-        throw MediaError(fmt::format(
+        throw FileError(fmt::format(
             "{} has {} channels, and only one or two can be leveled{}", name, sound.channels,
             file.audio_streams > 1 ? " (--audio-stream N chooses another)" : ""));
     }
     if (sound.channels < 1 || sound.sample_rate_hz < 1) {
-        throw MediaError(fmt::format("{} tells neither channels nor sample rate", name));
+        throw FileError(fmt::format("{} tells neither channels nor sample rate", name));
     }
 }
 
@@ -128,7 +129,7 @@ std::vector<Sound> choose_sounds(const std::vector<const AVStream*>& audio,
                                  const SoundChoice& choice) {
     std::vector<Sound> chosen;
     if (choice.number > static_cast<int>(audio.size())) {
-        throw MediaError(
+        throw FileError(
             fmt::format("has no audio stream {}: it has {}", choice.number, audio.size()));
     }
     const auto is_default = [](const AVStream* stream) {
@@ -183,6 +184,10 @@ MediaFile probe_media(const std::string& path, const SoundChoice& choice) {
         file.duration_s = static_cast<double>(context.duration) / AV_TIME_BASE;
     }
     refuse_encrypted(context);
+    const Packet packet = make_packet();
+    for (int i = 0; i < kPacketsLookedAt && input.read(*packet); ++i) {
+        av_packet_unref(packet.get());
+    }
     std::vector<const AVStream*> audio;
     for (unsigned i = 0; i < context.nb_streams; ++i) {
         if (context.streams[i]->codecpar->codec_type == AVMEDIA_TYPE_AUDIO) {
@@ -190,11 +195,11 @@ MediaFile probe_media(const std::string& path, const SoundChoice& choice) {
         }
     }
     if (audio.empty()) {
-        throw MediaError("has no sound");
+        throw FileError("has no sound");
     }
     if (file.duration_s > kLongestSeconds) {
-        throw MediaError(fmt::format("claims to last {:.0f} days, which no recording does",
-                                     file.duration_s / 86400));
+        throw FileError(fmt::format("claims to last {:.0f} days, which no recording does",
+                                    file.duration_s / 86400));
     }
     file.audio_streams = static_cast<int>(audio.size());
     file.sounds = choose_sounds(audio, choice);
@@ -206,7 +211,7 @@ MediaFile probe_media(const std::string& path, const SoundChoice& choice) {
 
 EncoderChoice choose_encoder(const MediaFile& file, const Sound& sound, const std::string& codec) {
     if (file.muxer.empty()) {
-        throw MediaError(
+        throw FileError(
             fmt::format("its format ({}) can be read but not written back", file.container));
     }
     const AVCodec* encoder =
@@ -219,10 +224,10 @@ EncoderChoice choose_encoder(const MediaFile& file, const Sound& sound, const st
     const std::string advice =
         servant.empty() ? "" : fmt::format("; --audio-codec {} would serve", servant);
     if (!codec.empty()) {
-        throw MediaError(fmt::format("there is no encoder named {}{}", codec, advice));
+        throw FileError(fmt::format("there is no encoder named {}{}", codec, advice));
     }
-    throw MediaError(fmt::format("its sound ({}) can be read, but there is no encoder for it{}",
-                                 sound.codec_name, advice));
+    throw FileError(fmt::format("its sound ({}) can be read, but there is no encoder for it{}",
+                                sound.codec_name, advice));
 }
 
 }  // namespace cli::media

@@ -42,7 +42,7 @@ struct MediaFile {
 };
 
 /**
- * Looks at a file's content and chooses its sound. Throws std::system_error or MediaError: no media
+ * Looks at a file's content and chooses its sound. Throws std::system_error or FileError: no media
  * file, damaged, encrypted, no sound, no such stream, more than two channels, no decoder, an absurd
  * duration.
  */
@@ -55,7 +55,7 @@ struct EncoderChoice {
 };
 
 /**
- * The encoder for a sound of the file. Throws MediaError, naming what would serve, when the
+ * The encoder for a sound of the file. Throws FileError, naming what would serve, when the
  * libraries have none, or the container cannot be written.
  */
 EncoderChoice choose_encoder(const MediaFile& file, const Sound& sound, const std::string& codec);

@@ -26,6 +26,9 @@ constexpr std::int64_t kMostBoxes = 1 << 20;
 /** Demuxers whose files hold all that they tell of. */
 constexpr const char* kContainers = "mov,matroska,asf,avi,aac,ac3,eac3,wv,tta,ape,dsf";
 
+/** Those of what libsndfile reads. */
+constexpr const char* kSoundFiles = "wav,w64,aiff,flac,ogg,mp3,caf,au,sds,nistsphere,ircam,voc";
+
 int read_file(void* file, std::uint8_t* bytes, int count) {
     for (;;) {
         const ssize_t got = ::read(*static_cast<int*>(file), bytes, static_cast<size_t>(count));
@@ -69,16 +72,28 @@ std::uint64_t big_endian(const std::uint8_t* bytes, int count) {
     return value;
 }
 
+/** What the content is, or null. The file's name is not asked. */
+const AVInputFormat* probe_format(const FileIo& io) {
+    const AVInputFormat* format = nullptr;
+    const int score = av_probe_input_buffer2(io.context(), &format, "", nullptr, 0, 0);
+    return score < 0 ? nullptr : format;
+}
+
+std::string first_name(const AVInputFormat& format) {
+    const std::string names = format.name;
+    return names.substr(0, names.find(','));
+}
+
 [[noreturn]] void fail_to_open(int code, const std::string& format) {
     const std::string why = reason(code);
     if (why.find("moov atom not found") != std::string::npos) {
-        throw MediaError(
+        throw FileError(
             "its index (moov) is missing: the recording was cut off before it was completed");
     }
     if (code == AVERROR(ENOMEM) || why.find("max_streams") != std::string::npos) {
-        throw MediaError(fmt::format("it has more than {} streams", kMostStreams));
+        throw FileError(fmt::format("it has more than {} streams", kMostStreams));
     }
-    throw MediaError(fmt::format("cannot be read as {}: {}", format, why));
+    throw FileError(fmt::format("cannot be read as {}: {}", format, why));
 }
 
 }  // namespace
@@ -107,20 +122,26 @@ FileIo::~FileIo() {
     close(file_);
 }
 
+bool is_media(const std::string& path) {
+    try {
+        keep_log();
+        const FileIo io(path);
+        const AVInputFormat* format = probe_format(io);
+        return format && av_match_list(first_name(*format).c_str(), kSoundFiles, ',') <= 0;
+    } catch (const std::system_error&) {
+        return false;
+    }
+}
+
 MediaInput::MediaInput(const std::string& path) : io_(path) {
     keep_log();
-#if LIBAVFORMAT_VERSION_MAJOR >= 59
-    const AVInputFormat* format = nullptr;
-#else
-    AVInputFormat* format = nullptr;
-#endif
-    if (av_probe_input_buffer2(io_.context(), &format, "", nullptr, 0, 0) < 0 || !format) {
-        throw MediaError("cannot be read as audio: its format is not known");
+    const AVInputFormat* format = probe_format(io_);
+    if (!format) {
+        throw FileError("cannot be read as audio: its format is not known");
     }
-    demuxer_ = format->name;
-    demuxer_.erase(std::min(demuxer_.find(','), demuxer_.size()));
+    demuxer_ = first_name(*format);
     if (av_match_list(demuxer_.c_str(), kContainers, ',') <= 0) {
-        throw MediaError(fmt::format("its format ({}) is not supported", format->long_name));
+        throw FileError(fmt::format("its format ({}) is not supported", format->long_name));
     }
 
     AVFormatContext* context = avformat_alloc_context();
@@ -154,6 +175,9 @@ bool MediaInput::read(AVPacket& packet) const {
         return false;
     }
     check(code, "it is damaged");
+    if (av_packet_get_side_data(&packet, AV_PKT_DATA_ENCRYPTION_INFO, nullptr)) {
+        throw FileError(kEncrypted);
+    }
     return true;
 }
 

@@ -13,6 +13,8 @@ struct Layout {
     std::int64_t fragments = 0;  // moof boxes
 };
 
+constexpr const char* kEncrypted = "it is encrypted (copy protected), so its sound cannot be read";
+
 /** One file that the libraries read through its descriptor. */
 class FileIo {
   public:
@@ -42,7 +44,7 @@ class FileIo {
  */
 class MediaInput {
   public:
-    /** Throws std::system_error when it cannot be opened, MediaError when it is no such file. */
+    /** Throws std::system_error when it cannot be opened, FileError when it is no such file. */
     explicit MediaInput(const std::string& path);
 
     AVFormatContext& context() const { return *context_; }
@@ -63,7 +65,7 @@ class MediaInput {
         }
     }
 
-    /** The next packet; false at the end. Throws MediaError when the file is damaged. */
+    /** The next packet; false at the end. Throws FileError when the file is damaged. */
     bool read(AVPacket& packet) const;
 
     /** How much of the file's bytes has been read, 0 to 1. */
@@ -76,5 +78,11 @@ class MediaInput {
     InputContext context_;
     std::string demuxer_;
 };
+
+/**
+ * True when FFmpeg's libraries know what the file's content is and it is not one of the formats
+ * that libsndfile reads.
+ */
+bool is_media(const std::string& path);
 
 }  // namespace cli::media

@@ -138,7 +138,7 @@ class Remuxer {
         const int code = avformat_write_header(output_.get(), options.get());
         if (code < 0) {
             close_output(to);
-            throw MediaError(
+            throw FileError(
                 fmt::format("it cannot be written back as {}: {}", file_.container, reason(code)));
         }
         if (to.empty()) {

@@ -18,14 +18,14 @@ struct NewSound {
 
 /**
  * Refuses, without reading the file's packets, what write_media could not write: a sound without
- * encoder, a stream that the container does not take. Throws MediaError.
+ * encoder, a stream that the container does not take. Throws FileError.
  */
 void try_media(const MediaFile& file, const std::vector<NewSound>& sounds);
 
 /**
  * Writes the file anew with the sounds in place of its own. Packets of all other streams are
  * copied as they are; so are chapters, tags, languages and dispositions. Returns notes for the
- * user: what could not be taken along. Throws MediaError.
+ * user: what could not be taken along. Throws FileError.
  */
 std::vector<std::string> write_media(const MediaFile& file,
                                      const std::vector<NewSound>& sounds,

@@ -92,7 +92,7 @@ bool is_float(AVSampleFormat format) {
 AVSampleFormat choose_format(const AVCodec& encoder, int bits) {
     const std::vector<AVSampleFormat> formats = sample_formats(encoder);
     if (formats.empty()) {
-        throw MediaError(fmt::format("the encoder {} cannot be used", encoder.name));
+        throw FileError(fmt::format("the encoder {} cannot be used", encoder.name));
     }
     const auto cost = [&](AVSampleFormat format) {
         const int size = 8 * av_get_bytes_per_sample(format);
@@ -122,7 +122,7 @@ void SoundEncoder::open_near(std::int64_t bit_rate) {
         try {
             open(static_cast<std::int64_t>(static_cast<double>(bit_rate) * step));
             return;
-        } catch (const MediaError&) {
+        } catch (const FileError&) {
             if (step == kSteps[std::size(kSteps) - 1] || request_.bits > 0) {
                 throw;
             }
@@ -156,7 +156,7 @@ void SoundEncoder::open(std::int64_t bit_rate) {
         av_opt_set_int(codec_->priv_data, "reservoir", 0, 0);
     }
     if (avcodec_open2(codec_.get(), &encoder, nullptr) < 0) {
-        throw MediaError(fmt::format(
+        throw FileError(fmt::format(
             "its sound ({} Hz, {} channels) is not taken by the encoder "
             "{}: {}",
             request_.sample_rate_hz, request_.channels, encoder.name, reason(AVERROR(EINVAL))));

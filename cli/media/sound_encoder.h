@@ -37,7 +37,7 @@ class SoundEncoder {
         bool global_header;  // the container holds the codec's header, not the packets
     };
 
-    /** Throws MediaError when the encoder refuses. */
+    /** Throws FileError when the encoder refuses. */
     explicit SoundEncoder(const Request& request);
 
     const AVCodecContext& context() const { return *codec_; }

@@ -20,6 +20,13 @@ std::vector<OptionRow> own_options() {
         {G::Output, "keep-mtime", 0, "", C::None,
          "give the output the modification time of its input"},
 
+        {G::Output, "audio-stream", 0, "N", C::None,
+         "of a video or other file with several sounds level the Nth, or all of them (default: the "
+         "one that the file marks as its default)"},
+        {G::Output, "audio-codec", 0, "NAME", C::None,
+         "encode the leveled sound of a video or other media file with this codec (default: as it "
+         "was)"},
+
         {G::Work, "jobs", 'j', "N", C::None,
          "files worked on at the same time (default: the number of cores)"},
         {G::Work, "strict", 0, "", C::None,

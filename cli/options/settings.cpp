@@ -68,6 +68,18 @@ unsigned parse_jobs(const std::string& text) {
     return jobs;
 }
 
+int parse_audio_stream(const std::string& text) {
+    int number = 0;
+    if (text == "all") {
+        return kEveryAudioStream;
+    }
+    if (!boost::conversion::try_lexical_convert(text, number) || number < 1) {
+        throw UsageError(
+            fmt::format("--audio-stream takes a number from 1, or all, not '{}'", text));
+    }
+    return number;
+}
+
 void refuse_contradictions(const Settings& settings) {
     const auto refuse = [](bool wrong, const char* text) {
         if (wrong) {
@@ -142,6 +154,10 @@ Settings parse_command_line(int argc, const char* const* argv) {
     text("json", settings.json);
     settings.jobs = given("jobs") ? parse_jobs(values["jobs"].as<std::string>())
                                   : std::clamp(std::thread::hardware_concurrency(), 1u, kMostJobs);
+    text("audio-codec", settings.audio_codec);
+    if (given("audio-stream")) {
+        settings.audio_stream = parse_audio_stream(values["audio-stream"].as<std::string>());
+    }
     settings.force = given("force");
     settings.keep_mtime = given("keep-mtime");
     settings.strict = given("strict");

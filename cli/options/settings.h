@@ -6,6 +6,9 @@
 
 namespace cli {
 
+/** As Settings::audio_stream: every one. */
+constexpr int kEveryAudioStream = -1;
+
 enum class When { Auto, Always, Never };
 
 /** Wrong usage: exit status 2. what() is the sentence for the user. */
@@ -24,6 +27,8 @@ struct Settings {
     bool force = false;
     bool keep_mtime = false;
     bool strict = false;
+    int audio_stream = 0;     // of a media file, counted from 1; 0: the default one
+    std::string audio_codec;  // for a media file's new sound; empty: the source's
     bool dry_run = false;
     bool analyze = false;
     bool measure = true;

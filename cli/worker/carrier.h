@@ -1,7 +1,9 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "cli/facts/run_facts.h"
 #include "cli/worker/job.h"
@@ -27,17 +29,30 @@ class Carrier {
      */
     virtual void probe(FileFacts& facts) = 0;
 
+    /** Whether decode() has work to do that takes its time. */
+    virtual bool decodes() const { return false; }
+
+    /** Decodes the sound and corrects the facts by it; progress is called with 0 to 1. */
+    virtual void decode(FileFacts& /*facts*/, const std::function<void(double)>& /*progress*/) {}
+
     /**
      * A file that libsndfile reads with the same audio as the given one, which is the input or a
      * result of encode(): the file itself where nothing has to be decoded.
      */
     virtual std::string readable(const std::string& file) = 0;
 
-    /** The file that the engine takes, uncompressed or lossless: the input itself where that is. */
-    virtual std::string engine_input() = 0;
+    /**
+     * The files that the engine takes, uncompressed or lossless: the input itself where that is.
+     * More than one where a file's sounds are leveled each by itself; the facts are the first's.
+     */
+    virtual std::vector<std::string> engine_inputs() = 0;
 
-    /** The leveled audio (in the engine input's format) in the input's format and bit rate. */
-    virtual std::string encode(const std::string& leveled) = 0;
+    /**
+     * The leveled audio (of each engine input, in its format; empty where it is to stay as it was)
+     * in the input's format and bit rate. progress is called with 0 to 1.
+     */
+    virtual std::string encode(const std::vector<std::string>& leveled,
+                               const std::function<void(double)>& progress) = 0;
 
     /**
      * The complete result: the encoded audio with the input's metadata. `after` is the loudness of

@@ -9,6 +9,7 @@
 #include <memory>
 #include <string>
 #include <system_error>
+#include <vector>
 
 #include "cli/audio/measure.h"
 #include "cli/audio/sound_file.h"
@@ -33,9 +34,10 @@ struct Work {
     const Job& job;
     FileFacts facts;
     std::unique_ptr<Carrier> carrier;
-    std::string engine_input;
+    std::vector<std::string> engine_inputs;
+    std::vector<std::string> leveled;  // of each engine input; empty: the engine handed it back
     std::string audio;    // the newest form of the leveled audio; at the end the complete file
-    bool changed = true;  // false: the engine handed the input back
+    bool changed = true;  // false: the engine handed every input back
     std::function<void(double)> progress;  // of the stage, 0 to 1
 };
 
@@ -48,29 +50,47 @@ void measure_before(Work& work) {
     work.facts.before = measure(work.carrier->readable(work.job.input), work.progress);
 }
 
+void decode(Work& work) {
+    work.carrier->decode(work.facts, work.progress);
+}
+
 void prepare(Work& work) {
-    work.engine_input = work.carrier->engine_input();
+    work.engine_inputs = work.carrier->engine_inputs();
+}
+
+/** Takes one of the file's sounds through the engine; the facts tell of the first. */
+void level_sound(Work& work, std::size_t index) {
+    const std::string& input = work.engine_inputs[index];
+    const std::string name = index == 0 ? "/leveled" : fmt::format("/leveled{}", index + 1);
+    const EngineRun run{input, work.job.scratch + name + fs::path(input).extension().string(),
+                        work.job.scratch, work.job.options.tuning,
+                        index == 0 ? work.facts.frames : open_to_read(input).frames()};
+    const auto count = static_cast<double>(work.engine_inputs.size());
+    const EngineResult result = run_engine(
+        run, [&](double done) { work.progress((static_cast<double>(index) + done) / count); });
+    work.leveled.push_back(result.leveled ? run.output : "");
+    work.changed = work.changed || result.leveled;
+    if (index == 0) {
+        work.facts.leveling = result.leveling;
+        work.facts.cause = result.cause;
+    }
 }
 
 void level(Work& work) {
-    const EngineRun run{
-        work.engine_input,
-        work.job.scratch + "/leveled" + fs::path(work.engine_input).extension().string(),
-        work.job.scratch, work.job.options.tuning, work.facts.frames};
-    const EngineResult result = run_engine(run, work.progress);
-    work.changed = result.leveled;
-    work.facts.leveling = result.leveling;
-    work.facts.cause = result.cause;
-    work.facts.outcome = result.leveled ? Outcome::Leveled : Outcome::Copied;
-    work.audio = result.leveled ? run.output : work.job.input;
-    if (!result.leveled) {
+    work.changed = false;
+    for (std::size_t i = 0; i < work.engine_inputs.size(); ++i) {
+        level_sound(work, i);
+    }
+    work.facts.outcome = work.changed ? Outcome::Leveled : Outcome::Copied;
+    if (!work.changed) {
+        work.audio = work.job.input;
         work.facts.after = work.facts.before;
     }
 }
 
-void check_length(Work& work) {
-    const SndfileHandle before = open_to_read(work.engine_input);
-    const SndfileHandle after = open_to_read(work.audio);
+void check_length_of(const std::string& input, const std::string& output) {
+    const SndfileHandle before = open_to_read(input);
+    const SndfileHandle after = open_to_read(output);
     const double rate = before.samplerate();
     if (after.frames() == before.frames()) {
         return;
@@ -85,8 +105,16 @@ void check_length(Work& work) {
         "--calc-rms-floor-noise_threshold may help), and a --bin-size other than 50"));
 }
 
+void check_length(Work& work) {
+    for (std::size_t i = 0; i < work.leveled.size(); ++i) {
+        if (!work.leveled[i].empty()) {
+            check_length_of(work.engine_inputs[i], work.leveled[i]);
+        }
+    }
+}
+
 void encode(Work& work) {
-    work.audio = work.carrier->encode(work.audio);
+    work.audio = work.carrier->encode(work.leveled, work.progress);
 }
 
 void measure_after(Work& work) {
@@ -133,6 +161,10 @@ bool levels(const Work& work) {
     return !work.job.output.empty();
 }
 
+bool decodes(const Work& work) {
+    return work.carrier->decodes() && (levels(work) || measures(work));
+}
+
 bool changed(const Work& work) {
     return levels(work) && work.changed;
 }
@@ -144,20 +176,22 @@ bool changed_and_measures(const Work& work) {
 struct Stage {
     void (*run)(Work&);
     bool (*wanted)(const Work&);
-    double until;  // where on the file's progress bar it ends
+    double until;          // where on the file's progress bar it ends
+    double until_decoded;  // the same for a file that is decoded and encoded as a whole
 };
 
 constexpr Stage kStages[] = {
-    {probe, always, 0.0},
-    {measure_before, measures, 0.10},
-    {prepare, levels, 0.10},
-    {level, levels, 0.88},
-    {check_length, changed, 0.88},
-    {encode, changed, 0.88},
-    {measure_after, changed_and_measures, 0.97},
-    {add_metadata, changed, 0.97},
-    {check_result, changed, 0.97},
-    {place, levels, 1.0},
+    {probe, always, 0.0, 0.0},
+    {decode, decodes, 0.0, 0.05},
+    {measure_before, measures, 0.10, 0.14},
+    {prepare, levels, 0.10, 0.14},
+    {level, levels, 0.88, 0.70},
+    {check_length, changed, 0.88, 0.70},
+    {encode, changed, 0.88, 0.85},
+    {measure_after, changed_and_measures, 0.97, 0.97},
+    {add_metadata, changed, 0.97, 0.97},
+    {check_result, changed, 0.97, 0.97},
+    {place, levels, 1.0, 1.0},
 };
 
 void run_stages(Work& work, const std::function<void(double)>& progress) {
@@ -166,10 +200,12 @@ void run_stages(Work& work, const std::function<void(double)>& progress) {
         if (!stage.wanted(work)) {
             continue;
         }
-        work.progress = [&, from](double done) { progress(from + (stage.until - from) * done); };
+        const bool whole = work.carrier && work.carrier->decodes();
+        const double until = whole ? stage.until_decoded : stage.until;
+        work.progress = [&, from](double done) { progress(from + (until - from) * done); };
         stage.run(work);
-        progress(stage.until);
-        from = stage.until;
+        progress(until);
+        from = until;
     }
 }
 
@@ -177,7 +213,7 @@ void run_stages(Work& work, const std::function<void(double)>& progress) {
 
 FileFacts work_on(const Job& job, const std::function<void(double)>& progress) {
     const auto start = std::chrono::steady_clock::now();
-    Work work{job, {}, nullptr, "", "", true, nullptr};
+    Work work{job, {}, nullptr, {}, {}, "", true, nullptr};
     work.facts.input = job.input;
     work.facts.output = job.output;
     try {

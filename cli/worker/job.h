@@ -12,10 +12,13 @@ struct JobOptions {
     bool measure = true;              // the loudness before and after
     bool replace = false;             // an output that exists
     bool keep_mtime = false;
-    bool strict = false;  // a damaged input fails
+    bool strict = false;      // a damaged input fails
+    int audio_stream = 0;     // counted from 1; 0: the default one, below 0: all
+    std::string audio_codec;  // empty: the source's
 };
 
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(JobOptions, tuning, measure, replace, keep_mtime, strict)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(
+    JobOptions, tuning, measure, replace, keep_mtime, strict, audio_stream, audio_codec)
 
 /** What a worker process is told to do with one file. Paths are absolute. */
 struct Job {

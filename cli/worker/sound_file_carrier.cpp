@@ -79,21 +79,22 @@ void SoundFileCarrier::probe(FileFacts& facts) {
     }
 }
 
-std::string SoundFileCarrier::engine_input() {
+std::vector<std::string> SoundFileCarrier::engine_inputs() {
     if (!is_lossy(info_.format)) {
-        return job_.input;
+        return {job_.input};
     }
     const std::string decoded = job_.scratch + "/decoded.wav";
     decode_to_float(job_.input, decoded);
-    return decoded;
+    return {decoded};
 }
 
-std::string SoundFileCarrier::encode(const std::string& leveled) {
+std::string SoundFileCarrier::encode(const std::vector<std::string>& leveled,
+                                     const std::function<void(double)>& /*progress*/) {
     if (!is_lossy(info_.format)) {
-        return leveled;
+        return leveled.front();
     }
     const std::string encoded = in_scratch("encoded");
-    encode_like(leveled, job_.input, encoded);
+    encode_like(leveled.front(), job_.input, encoded);
     return encoded;
 }
 

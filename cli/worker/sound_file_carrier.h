@@ -20,8 +20,9 @@ class SoundFileCarrier : public Carrier {
 
     std::string readable(const std::string& file) override { return file; }
 
-    std::string engine_input() override;
-    std::string encode(const std::string& leveled) override;
+    std::vector<std::string> engine_inputs() override;
+    std::string encode(const std::vector<std::string>& leveled,
+                       const std::function<void(double)>& progress) override;
     std::string add_metadata(const std::string& encoded, const Loudness* after) override;
     void check(const std::string& complete, FileFacts& facts) override;
 

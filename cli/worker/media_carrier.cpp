@@ -1,0 +1,169 @@
+#include "cli/worker/media_carrier.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+
+#include "cli/audio/sound_file.h"
+#include "cli/media/remux.h"
+
+namespace cli {
+namespace fs = std::filesystem;
+
+namespace {
+
+/** Frames that a codec's block may add or take at a sound's ends. */
+constexpr std::int64_t kBlockFrames = 2048;
+constexpr std::int64_t kClockNs = 2000000;  // two roundings of a container that counts in ms
+
+constexpr double kAllDone = 1;
+
+media::SoundChoice choice_of(const JobOptions& options) {
+    return {options.audio_stream, options.audio_stream < 0, options.audio_codec};
+}
+
+}  // namespace
+
+bool MediaCarrier::takes(const std::string& path) {
+    try {
+        open_to_read(path);
+        return false;
+    } catch (const std::runtime_error&) {
+        return media::is_media(path);
+    }
+}
+
+void MediaCarrier::probe(FileFacts& facts) {
+    file_ = media::probe_media(job_.input, choice_of(job_.options));
+    describe(facts);
+    if (job_.output.empty()) {
+        return;
+    }
+    std::vector<media::NewSound> sounds;
+    for (const media::Sound& sound : file_.sounds) {
+        sounds.push_back({sound, job_.options.audio_codec, "", nullptr});
+    }
+    media::try_media(file_, sounds);
+}
+
+void MediaCarrier::describe(FileFacts& facts) const {
+    const media::Sound& sound = file_.sounds.front();
+    facts.sample_rate_hz = sound.sample_rate_hz;
+    facts.channels = sound.channels;
+    facts.frames = static_cast<std::int64_t>(file_.duration_s * sound.sample_rate_hz);
+    facts.media = MediaFacts{file_.container, sound.codec_name, sound.bit_rate, {}};
+    std::string streams;
+    for (const media::Sound& chosen : file_.sounds) {
+        facts.media->audio_streams.push_back(chosen.number);
+        streams += (streams.empty() ? "" : ", ") + std::to_string(chosen.number);
+    }
+    facts.format = fmt::format("{}, {}", file_.container, sound.codec_name);
+    if (file_.audio_streams > 1) {
+        facts.format += fmt::format(", audio stream {} of {}", streams, file_.audio_streams);
+    }
+}
+
+void MediaCarrier::decode(FileFacts& facts, const std::function<void(double)>& progress) {
+    const auto count = static_cast<double>(file_.sounds.size());
+    for (const media::Sound& sound : file_.sounds) {
+        const std::string to = fmt::format("{}/decoded{}.wav", job_.scratch, sound.number);
+        const auto done = static_cast<double>(before_.size());
+        before_.push_back(media::decode_sound(
+            job_.input, sound, to, [&](double fraction) { progress((done + fraction) / count); }));
+        if (before_.back().lost_packets > 0) {
+            notes_.push_back(fmt::format("{} damaged packets of its sound could not be decoded",
+                                         before_.back().lost_packets));
+        }
+    }
+    const media::DecodedSound& first = before_.front();
+    facts.sample_rate_hz = first.sample_rate_hz;
+    facts.channels = first.channels;
+    facts.frames = first.frames;
+    facts.media->bit_rate_bps = first.bit_rate;
+    facts.notes.insert(facts.notes.end(), notes_.begin(), notes_.end());
+    notes_.clear();
+    progress(kAllDone);
+}
+
+std::string MediaCarrier::readable(const std::string& file) {
+    if (file == job_.input) {
+        return before_.front().file;
+    }
+    decode_result(file);
+    return after_.front().file;
+}
+
+std::vector<std::string> MediaCarrier::engine_inputs() {
+    std::vector<std::string> files;
+    for (const media::DecodedSound& sound : before_) {
+        files.push_back(sound.file);
+    }
+    return files;
+}
+
+std::string MediaCarrier::encode(const std::vector<std::string>& leveled,
+                                 const std::function<void(double)>& progress) {
+    std::vector<media::NewSound> sounds;
+    for (std::size_t i = 0; i < leveled.size(); ++i) {
+        leveled_.push_back(!leveled[i].empty());
+        if (leveled_[i]) {
+            sounds.push_back({file_.sounds[i], job_.options.audio_codec, leveled[i], &before_[i]});
+        } else {
+            notes_.push_back(
+                fmt::format("audio stream {} was copied unchanged", file_.sounds[i].number));
+        }
+    }
+    const std::string complete =
+        job_.scratch + "/complete" + fs::path(job_.input).extension().string();
+    for (const std::string& note : media::write_media(file_, sounds, complete, progress)) {
+        notes_.push_back(note);
+    }
+    return complete;
+}
+
+std::string MediaCarrier::add_metadata(const std::string& encoded, const Loudness* /*after*/) {
+    return encoded;
+}
+
+void MediaCarrier::decode_result(const std::string& complete) {
+    for (const media::Sound& sound : file_.sounds) {
+        const media::SoundChoice choice{sound.number, false, ""};
+        const media::MediaFile result = media::probe_media(complete, choice);
+        const std::string to = fmt::format("{}/result{}.wav", job_.scratch, sound.number);
+        after_.push_back(media::decode_sound(complete, result.sounds.front(), to, [](double) {}));
+    }
+}
+
+void MediaCarrier::check_sound(std::size_t index) const {
+    const media::DecodedSound& before = before_[index];
+    const media::DecodedSound& after = after_[index];
+    if (after.sample_rate_hz != before.sample_rate_hz || after.channels != before.channels) {
+        throw FileError("the leveled sound does not have the format of its input");
+    }
+    const std::int64_t most = before.timeline.nanoseconds(kBlockFrames) + kClockNs;
+    const std::int64_t start = after.timeline.time_of(0) - before.timeline.time_of(0);
+    const std::int64_t end =
+        after.timeline.time_of(after.frames) - before.timeline.time_of(before.frames);
+    if (std::llabs(start) > most || std::llabs(end) > most) {
+        throw FileError(fmt::format(
+            "the leveled sound would begin {:+.1f} ms and end {:+.1f} ms from where it should",
+            static_cast<double>(start) / 1e6, static_cast<double>(end) / 1e6));
+    }
+}
+
+// Whether the result is what it should be is asked of its own packets, decoded once more.
+void MediaCarrier::check(const std::string& complete, FileFacts& facts) {
+    if (after_.empty()) {
+        decode_result(complete);
+    }
+    for (std::size_t i = 0; i < after_.size(); ++i) {
+        if (leveled_[i]) {
+            check_sound(i);
+        }
+    }
+    facts.notes.insert(facts.notes.end(), notes_.begin(), notes_.end());
+}
+
+}  // namespace cli

@@ -1,0 +1,407 @@
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <iterator>
+#include <nlohmann/json.hpp>
+#include <set>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#ifdef __linux__
+#include <sys/inotify.h>
+#include <unistd.h>
+#endif
+
+#include "tests/support/fixtures.h"
+#include "tests/support/signals.h"
+
+using testing::HasSubstr;
+
+/*
+ * The program runs over media files that ffmpeg made of a real recording and a test picture; ffmpeg
+ * and ffprobe say what became of them. With QUORVANE_MEDIA_TABLE in the environment the table test
+ * prints what it finds as rows of Markdown.
+ */
+
+namespace {
+
+constexpr int kRate = 48000;  // of what is compared
+
+std::string run(const std::string& command) {
+    const ProgramResult result = run_program(command);
+    EXPECT_EQ(0, result.status) << command << "\n" << result.err;
+    return result.out;
+}
+
+/** Paths of a folder that holds the parts of the test files. */
+class Parts {
+  public:
+    Parts() {
+        write_text(dir_ / "meta.txt",
+                   ";FFMETADATA1\ntitle=Tälk\nartist=Ann\n[CHAPTER]\nTIMEBASE=1/1000\nSTART=0\n"
+                   "END=3000\ntitle=One\n[CHAPTER]\nTIMEBASE=1/1000\nSTART=3000\nEND=6000\n"
+                   "title=Two\n");
+        write_text(dir_ / "s.srt", "1\n00:00:01,000 --> 00:00:02,000\nHi\n");
+        run("ffmpeg -v error -f lavfi -i color=red:s=64x64 -frames:v 1 " + dir_ / "c.png");
+        run("ffmpeg -v error -f lavfi -i testsrc=s=96x64:r=25:d=6 -c:v libx264 -g 25 -bf 2 " +
+            dir_ / "v.mp4");
+    }
+
+    /** Inputs 0 picture, 1 recording (48 kHz, 6 s), 2 tags and chapters, 3 subtitles, 4 cover. */
+    std::string make(const std::string& name, const std::string& options) const {
+        const std::string path = dir_ / name;
+        run("ffmpeg -y -v error -i " + dir_ / "v.mp4" +
+            " -t 6 -i " RECORDINGS "/reading_16k_mono.flac -i " + dir_ / "meta.txt" + " -i " +
+            dir_ / "s.srt" + " -i " + dir_ / "c.png" +
+            " -map_metadata 2 -map_chapters 2 -c:v copy -ar 48000 " + options + " " + path);
+        return path;
+    }
+
+    std::string operator/(const std::string& name) const { return dir_ / name; }
+
+    std::vector<std::string> entries() const { return dir_.entries(); }
+
+  private:
+    TempDir dir_;
+};
+
+std::string leveled_name(const std::string& path) {
+    const std::size_t dot = path.rfind('.');
+    return path.substr(0, dot) + "-leveled" + path.substr(dot);
+}
+
+std::string level(const std::string& path, const std::string& options = "") {
+    run(QUORVANE " --force " + options + " " + path);
+    return leveled_name(path);
+}
+
+/** Why the program would not level the file; nothing may have been written. */
+std::string refusal(const std::string& path, const std::string& options = "") {
+    const ProgramResult result = run_program(QUORVANE " " + options + " " + path);
+    EXPECT_EQ(1, result.status) << result.out;
+    EXPECT_FALSE(file_exists(leveled_name(path)));
+    EXPECT_THAT(result.err, HasSubstr(path.substr(path.rfind('/') + 1)));
+    return result.err;
+}
+
+/** The first sound, mono, as a player shows it: with silence in its gaps, from time 0 on. */
+std::vector<float> heard(const std::string& path) {
+    const std::string bytes = run("ffmpeg -v error -copyts -i " + path + " -map 0:a:0 -af " +
+                                  "aresample=48000:async=1:first_pts=0 -ac 1 -f f32le -");
+    std::vector<float> samples(bytes.size() / sizeof(float));
+    std::memcpy(samples.data(), bytes.data(), samples.size() * sizeof(float));
+    return samples;
+}
+
+/** How much later (ms) the second sound is in the frames from..to, by cross-correlation. */
+double lag_ms(const std::vector<float>& a, const std::vector<float>& b, long from, long to) {
+    constexpr long kMost = kRate / 50;
+    double best = -1;
+    long best_lag = 0;
+    for (long lag = -kMost; lag <= kMost; ++lag) {
+        double both = 0;
+        double power = 1e-20;
+        for (long i = from; i < to; i += 2) {
+            const double y = static_cast<double>(b[static_cast<std::size_t>(i + lag)]);
+            both += static_cast<double>(a[static_cast<std::size_t>(i)]) * y;
+            power += y * y;
+        }
+        if (both / std::sqrt(power) > best) {
+            best = both / std::sqrt(power);
+            best_lag = lag;
+        }
+    }
+    return 1000.0 * static_cast<double>(best_lag) / kRate;
+}
+
+/** The largest lag of three places in the second half. */
+double delay_ms(const std::vector<float>& a, const std::vector<float>& b) {
+    const long length = static_cast<long>(std::min(a.size(), b.size()));
+    double largest = 0;
+    for (double place : {0.6, 0.7, 0.85}) {
+        const long from = static_cast<long>(static_cast<double>(length) * place);
+        const double lag = lag_ms(a, b, from, from + kRate / 2);
+        largest = std::abs(lag) > std::abs(largest) ? lag : largest;
+    }
+    return largest;
+}
+
+/** Of every stream but the first sound; empty where there is none. */
+std::string copied_hashes(const std::string& path) {
+    return run_program("ffmpeg -v error -i " + path + " -map 0 -map -0:a:0 -c copy -f streamhash -")
+        .out;
+}
+
+/** Tags, chapters, dispositions and so on; what tells of the writing program is left out. */
+std::set<std::string> facts(const std::string& path) {
+    std::istringstream lines(
+        run("ffprobe -v error -of flat -show_entries "
+            "format_tags:stream=codec_name,codec_type,sample_rate,channels,bits_per_raw_sample,"
+            "start_time,color_primaries:stream_tags:stream_disposition:stream_side_data:"
+            "chapter=start_time,end_time:chapter_tags " +
+            path));
+    std::set<std::string> kept;
+    for (std::string line; std::getline(lines, line);) {
+        std::string lower = line;
+        std::transform(lower.begin(), lower.end(), lower.begin(),
+                       [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+        const auto has = [&](const char* text) { return lower.find(text) != std::string::npos; };
+        if (!has("encoder") && !has("tags.duration") && !has("tags.software") &&
+            !has("handler_name") && !has("minor_version") && !has("compatible_brands")) {
+            kept.insert(line);
+        }
+    }
+    return kept;
+}
+
+/** The lines that only one of the two files has. */
+std::string changed_facts(const std::string& before, const std::string& after) {
+    std::vector<std::string> changed;
+    const auto a = facts(before);
+    const auto b = facts(after);
+    std::set_symmetric_difference(a.begin(), a.end(), b.begin(), b.end(),
+                                  std::back_inserter(changed));
+    std::string text;
+    for (const std::string& line : changed) {
+        text += line + "\n";
+    }
+    return text;
+}
+
+std::string codec_and_rate(const std::string& path) {
+    const auto json = nlohmann::json::parse(run(QUORVANE " --analyze --quiet --json - " + path));
+    return json["media"]["codec"].get<std::string>() + " " +
+           std::to_string(json["media"]["bit_rate_bps"].get<long>() / 1000) + "k";
+}
+
+struct Row {
+    const char* name;
+    const char* options;
+    double frame_ms;  // of the codec
+};
+
+constexpr const char* kVideo = "-map 0:v -map 1:a ";
+constexpr const char* kSound = "-map 1:a ";
+
+}  // namespace
+
+class Containers : public testing::Test {
+  protected:
+    void compare(const Row& row, const char* streams) {
+        const std::string input = parts_.make(row.name, std::string(streams) + row.options);
+        const std::string output = level(input);
+        const std::vector<float> heard_before = heard(input);
+        const std::vector<float> heard_after = heard(output);
+        const double delay = delay_ms(heard_before, heard_after);
+        const double before = static_cast<double>(heard_before.size()) / kRate;
+        const double after = static_cast<double>(heard_after.size()) / kRate;
+        EXPECT_LT(std::abs(delay), 1.0);
+        EXPECT_LE(std::abs(after - before) * 1000, row.frame_ms);
+        EXPECT_EQ("", changed_facts(input, output));
+        const std::string hashes = copied_hashes(input);
+        EXPECT_EQ(hashes, copied_hashes(output));
+        EXPECT_NE(read_text(input), read_text(output));
+        if (std::getenv("QUORVANE_MEDIA_TABLE")) {
+            printf("| %s | %s | %s | %s | %+.2f | %.3f | %.3f | %s |\n", row.name,
+                   codec_and_rate(input).c_str(), codec_and_rate(output).c_str(),
+                   hashes.empty()                    ? "no other stream"
+                   : hashes == copied_hashes(output) ? "equal"
+                                                     : "DIFFER",
+                   delay, before, after, changed_facts(input, output).empty() ? "equal" : "DIFFER");
+        }
+    }
+
+    const Parts parts_;
+};
+
+// Every container with every sort of codec: delay in the container, in the codec, or nowhere.
+TEST_F(Containers, KeepEverythingButTheLoudness) {
+    for (const Row& row : {Row{"aac.mp4", "-c:a aac -b:a 96k", 22},
+                           {"fast.mp4", "-c:a aac -movflags +faststart", 22},
+                           {"fragmented.mp4", "-c:a aac -movflags +frag_keyframe+empty_moov", 22},
+                           {"mp3.mp4", "-c:a libmp3lame -b:a 128k", 24},
+                           {"opus.mp4", "-c:a libopus -b:a 64k", 20},
+                           {"alac.mov", "-c:a alac -sample_fmt s32p -timecode 01:02:03:04", 0},
+                           {"pcm.mov", "-c:a pcm_s24le -metadata:s:v rotate=90", 0},
+                           {"aac.3gp", "-f 3gp -c:a aac", 22},
+                           {"aac.mkv",
+                            "-map 3 -c:a aac -c:s srt -metadata:s:a:0 language=deu "
+                            "-metadata:s:s:0 language=fra",
+                            22},
+                           {"flac.mkv", "-c:a flac -sample_fmt s32 -color_primaries bt709", 0},
+                           {"mp3.mkv", "-c:a libmp3lame -output_ts_offset 5", 24},
+                           {"opus.mkv", "-c:a libopus -b:a 48k", 20},
+                           {"ac3.avi", "-c:a ac3 -b:a 192k", 32},
+                           {"pcm.avi", "-c:a pcm_s16le", 0}}) {
+        SCOPED_TRACE(row.name);
+        compare(row, kVideo);
+    }
+    compare({"vorbis.webm", "-c:v libvpx -deadline realtime -c:a libvorbis", 43}, kVideo);
+    compare({"wma.wmv", "-c:v wmv2 -c:a wmav2 -b:a 96k", 43}, kVideo);
+    for (const Row& row : {Row{"cover.m4a", "-map 4 -c:a aac -disposition:v attached_pic", 22},
+                           {"book.m4b", "-f ipod -c:a alac", 0},
+                           {"opus.mka", "-c:a libopus", 20},
+                           {"wma.wma", "-c:a wmav2 -b:a 96k", 43},
+                           {"aac.aac", "-map_chapters -1 -c:a aac", 22},
+                           {"ac3.ac3", "-map_chapters -1 -c:a ac3", 32},
+                           {"pack.wv", "-map_chapters -1 -c:a wavpack", 0},
+                           {"true.tta", "-map_chapters -1 -c:a tta", 0}}) {
+        SCOPED_TRACE(row.name);
+        compare(row, kSound);
+    }
+}
+
+TEST_F(Containers, KeepLateStartsAndGaps) {
+    for (const std::string name : {"mp4", "mkv"}) {
+        SCOPED_TRACE(name);
+        const std::string input = parts_.make("in." + name, "-map 0:v -map 1:a -c:a aac");
+        const std::string late = parts_ / ("late." + name);
+        run("ffmpeg -v error -i " + input + " -itsoffset 1.5 -i " + input +
+            " -map 0:v -map 1:a -c copy " + late);
+        EXPECT_LT(std::abs(delay_ms(heard(late), heard(level(late)))), 1.0);
+
+        // Packets 100 to 150 are missing: more than a second of nothing.
+        const std::string gap = parts_ / ("gap." + name);
+        run("ffmpeg -v error -i " + input +
+            " -map 0:v -map 0:a -c copy -bsf:a 'noise=drop=between(n\\,100\\,150)' " + gap);
+        EXPECT_LT(std::abs(delay_ms(heard(gap), heard(level(gap)))), 1.0);
+        const std::string packets =
+            "ffprobe -v error -select_streams a -show_entries "
+            "packet=pts -of csv=p=0 ";
+        EXPECT_EQ(run(packets + gap + " | wc -l"), run(packets + leveled_name(gap) + " | wc -l"));
+    }
+}
+
+TEST_F(Containers, KeepTheLayoutOfMp4) {
+    const auto boxes = [](const std::string& path) {
+        const std::string bytes = read_text(path);
+        return std::vector<bool>{bytes.find("moov") < bytes.find("mdat"),
+                                 bytes.find("moof") != std::string::npos};
+    };
+    for (const char* flags : {"", "-movflags +faststart", "-movflags +frag_keyframe+empty_moov"}) {
+        SCOPED_TRACE(flags);
+        const std::string input =
+            parts_.make("in.mp4", std::string("-map 0:v -map 1:a -c:a aac ") + flags);
+        EXPECT_EQ(boxes(input), boxes(level(input)));
+    }
+}
+
+TEST_F(Containers, LevelTheChosenSound) {
+    const std::string input =
+        parts_.make("two.mkv",
+                    "-map 0:v -map 1:a -map 1:a -map 4 -c:a flac -disposition:a:0 0 "
+                    "-disposition:a:1 default");
+    const auto hashes = [](const std::string& path) {
+        std::vector<std::string> lines;
+        std::istringstream text(
+            run("ffmpeg -v error -i " + path + " -map 0:a -c copy -f streamhash -"));
+        for (std::string line; std::getline(text, line);) {
+            lines.push_back(line);
+        }
+        return lines;
+    };
+    const auto old = hashes(input);
+    ASSERT_EQ(2U, old.size());
+
+    struct Choice {
+        const char* options;
+        bool first;
+        bool second;
+    };
+
+    for (const Choice& choice : {Choice{"", false, true},
+                                 {"--audio-stream 1", true, false},
+                                 {"--audio-stream all", true, true}}) {
+        SCOPED_TRACE(choice.options);
+        const auto now = hashes(level(input, choice.options));
+        EXPECT_EQ(choice.first, now[0] != old[0]);
+        EXPECT_EQ(choice.second, now[1] != old[1]);
+    }
+    EXPECT_THAT(refusal(parts_.make("one.mkv", "-map 1:a -c:a flac"), "--audio-stream 3"),
+                HasSubstr("has no audio stream 3: it has 1"));
+}
+
+TEST_F(Containers, GiveTheSameBytesTwiceAndGoByContent) {
+    const std::string input = parts_.make("in.mkv", "-map 0:v -map 1:a -c:a libopus");
+    const std::string first = read_text(level(input));
+    EXPECT_EQ(first, read_text(level(input)));
+    const std::string disguised = parts_ / "in.dat";
+    write_text(disguised, read_text(input));
+    EXPECT_EQ(first, read_text(level(disguised)));
+}
+
+TEST_F(Containers, SayWhyNot) {
+    const std::string whole = parts_.make("in.mov", "-map 0:v -map 1:a -c:a pcm_s16le");
+    const std::string cut = parts_ / "cut.mov";
+    write_text(cut, read_text(whole).substr(0, 200000));
+    EXPECT_THAT(refusal(cut), HasSubstr("its index (moov) is missing"));
+    EXPECT_THAT(refusal(parts_.make("mute.mp4", "-map 0:v")), HasSubstr("has no sound"));
+    EXPECT_THAT(refusal(parts_.make("six.m4a", "-map 1:a -ac 6 -c:a aac")),
+                HasSubstr("6 channels, and only one or two can be leveled"));
+    const std::string dts = parts_.make("dts.mkv", "-map 1:a -strict -2 -c:a dca");
+    EXPECT_THAT(refusal(dts), HasSubstr("no encoder for it; --audio-codec aac would serve"));
+    EXPECT_EQ("aac", codec_and_rate(level(dts, "--audio-codec aac")).substr(0, 3));
+    EXPECT_THAT(refusal(parts_.make("secret.mp4",
+                                    "-map 1:a -c:a aac -encryption_scheme cenc-aes-ctr "
+                                    "-encryption_key 76a6c65c5ea762046bd749a2e632ccbb "
+                                    "-encryption_kid a7e61c373e219033c21091fa607bf3b8")),
+                HasSubstr("it is encrypted"));
+    const std::string changing = parts_ / "changing.aac";
+    write_text(changing, read_text(parts_.make("a.aac", "-map 1:a -c:a aac")) +
+                             read_text(parts_.make("b.aac", "-map 1:a -ar 22050 -c:a aac")));
+    EXPECT_THAT(refusal(changing), HasSubstr("changes from 48000 Hz, 1 channels to 22050 Hz"));
+}
+
+#ifdef __linux__
+// A file that refers to others opens none of them, whatever it is called.
+TEST_F(Containers, OpenNothingElse) {
+    const std::string bait = parts_.make("bait.m4a", "-map 1:a -c:a aac");
+    // A QuickTime file whose data lies in the bait: its only data reference is an alias to it.
+    std::string referring = read_text(parts_.make("in.mov", "-map 1:a -c:a pcm_s16le"));
+    const std::size_t reference = referring.find("url \0\0\0\1", 0, 8);
+    ASSERT_NE(std::string::npos, reference);
+    referring.replace(reference, 8, std::string("alis\0\0\0\0", 8));
+    const TempDir dir;
+
+    struct Trap {
+        const char* name;
+        std::string text;
+        const char* reason;
+    };
+
+    const int watch = inotify_init1(IN_NONBLOCK);
+    ASSERT_GE(inotify_add_watch(watch, bait.c_str(), IN_OPEN), 0);
+    for (const Trap& trap :
+         {Trap{"concat.mp4", "ffconcat version 1.0\nfile " + bait + "\n", "is not supported"},
+          {"hls.mp4",
+           "#EXTM3U\n#EXT-X-VERSION:3\n#EXT-X-TARGETDURATION:6\n#EXTINF:6,\nfile://" + bait +
+               "\n#EXT-X-ENDLIST\n",
+           "is not supported"},
+          {"dash.mp4",
+           "<?xml version=\"1.0\"?><MPD xmlns=\"urn:mpeg:dash:schema:mpd:2011\" "
+           "profiles=\"urn:mpeg:dash:profile:isoff-on-demand:2011\"><Period><AdaptationSet>"
+           "<Representation><BaseURL>file://" +
+               bait +
+               "</BaseURL></Representation>"
+               "</AdaptationSet></Period></MPD>",
+           "failed"},
+          {"sdp.mp4",
+           "v=0\no=- 0 0 IN IP4 127.0.0.1\ns=x\nc=IN IP4 127.0.0.1\nt=0 0\n"
+           "m=audio 5004 RTP/AVP 96\na=rtpmap:96 opus/48000\n",
+           "is not supported"}}) {
+        SCOPED_TRACE(trap.name);
+        write_text(dir / trap.name, trap.text);
+        EXPECT_THAT(refusal(dir / trap.name), HasSubstr(trap.reason));
+    }
+    write_text(dir / "reference.mov", referring);
+    run_program(QUORVANE " " + dir / "reference.mov");
+    char events[256];
+    EXPECT_LT(read(watch, events, sizeof events), 0) << "the file referred to was opened";
+    close(watch);
+}
+#endif
