@@ -295,6 +295,7 @@ int run(const Settings& settings) {
     }
     if (settings.dry_run) {
         const int status = print_plan(settings, plan, screen);
+        print_unsupported(found.unsupported, screen);
         return found.problems.empty() ? status : kSomeFailed;
     }
 
@@ -311,7 +312,10 @@ int run(const Settings& settings) {
     const bool one_told_already = files.size() == 1;
     if (!one_told_already || batch.signal()) {
         print_summary(files, seconds_since(start), screen);
+    } else {
+        print_notes(files, screen);
     }
+    print_unsupported(found.unsupported, screen);
     int facts_status = write_facts(settings, files, screen);
     if (lines.error() != 0) {
         screen.error(fmt::format("quorvane: the JSON facts could not be written: {}",

@@ -6,7 +6,7 @@
 #include <map>
 #include <set>
 
-#include "cli/audio/audio_formats.h"
+#include "cli/inputs/file_kind.h"
 
 namespace cli {
 namespace fs = std::filesystem;
@@ -101,12 +101,8 @@ class FolderSearch {
             const fs::file_status status = entries->status(unreadable);
             if (fs::is_directory(status)) {
                 (link ? links_ : folders).push_back(path);
-            } else if (wanted(path)) {
-                if (fs::is_regular_file(status)) {
-                    files.push_back(path);
-                } else if (unreadable || status.type() == fs::file_type::not_found) {
-                    found_.problems.push_back({path, "cannot be followed: the link leads nowhere"});
-                }
+            } else if (!is_own_output(path)) {
+                sort_out(path, status, files);
             }
         }
         if (error) {
@@ -120,11 +116,25 @@ class FolderSearch {
         }
     }
 
-    bool wanted(const fs::path& path) const {
-        if (!writable_extensions().count(lower_extension(path.string()))) {
-            return false;
+    void sort_out(const fs::path& path, fs::file_status status, std::vector<fs::path>& files) {
+        const bool regular = fs::is_regular_file(status);
+        const bool lost = !regular && (status.type() == fs::file_type::not_found ||
+                                       status.type() == fs::file_type::none);
+        if (!regular && !lost) {
+            return;
         }
-        return suffix_.empty() || !ends_with(path.stem().string(), suffix_);
+        const FileKind kind = file_kind(path);
+        if (kind == FileKind::Wanted && lost) {
+            found_.problems.push_back({path, "cannot be followed: the link leads nowhere"});
+        } else if (kind == FileKind::Wanted) {
+            files.push_back(path);
+        } else if (kind == FileKind::Unsupported) {
+            found_.unsupported.push_back(path);
+        }
+    }
+
+    bool is_own_output(const fs::path& path) const {
+        return !suffix_.empty() && ends_with(path.stem().string(), suffix_);
     }
 
     const std::string suffix_;
@@ -163,6 +173,7 @@ FoundFiles find_files(const std::vector<std::string>& paths,
     search.finish();
     std::sort(found.files.begin(), found.files.end(),
               [](const FoundFile& a, const FoundFile& b) { return a.path < b.path; });
+    std::sort(found.unsupported.begin(), found.unsupported.end());
     return found;
 }
 

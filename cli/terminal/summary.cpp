@@ -266,12 +266,28 @@ std::string finished_line(const FileFacts& facts, const Screen& screen) {
 
 void print_summary(const std::vector<FileFacts>& files, double elapsed_s, Screen& screen) {
     screen.line(fmt::format("{} in {}", counts(files), clock_text(elapsed_s)));
+    print_notes(files, screen);
+    print_interrupted(files, screen);
+}
+
+void print_notes(const std::vector<FileFacts>& files, Screen& screen) {
     for (const FileFacts& facts : files) {
         for (const std::string& note : facts.notes) {
             screen.line(fmt::format("note: {}: {}", printable(facts.input), printable(note)));
         }
     }
-    print_interrupted(files, screen);
+}
+
+void print_unsupported(const std::vector<std::filesystem::path>& files, Screen& screen) {
+    if (files.empty()) {
+        return;
+    }
+    std::string names;
+    for (const std::filesystem::path& file : files) {
+        names += (names.empty() ? "" : ", ") + printable(file.string());
+    }
+    screen.line(fmt::format("{} file{} not supported: {}", files.size(),
+                            files.size() == 1 ? "" : "s", names));
 }
 
 }  // namespace cli

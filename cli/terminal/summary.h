@@ -1,5 +1,6 @@
 #pragma once
 
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -25,5 +26,11 @@ std::string finished_line(const FileFacts& facts, const Screen& screen);
  * interrupt left unfinished with the way to go on.
  */
 void print_summary(const std::vector<FileFacts>& files, double elapsed_s, Screen& screen);
+
+/** "note: talk.mp4: ...", for each note of each file. */
+void print_notes(const std::vector<FileFacts>& files, Screen& screen);
+
+/** "2 files not supported: a.flv, b.amr"; nothing for none. */
+void print_unsupported(const std::vector<std::filesystem::path>& files, Screen& screen);
 
 }  // namespace cli

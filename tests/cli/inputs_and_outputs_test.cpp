@@ -58,6 +58,25 @@ class Files : public testing::Test {
     FoundFiles result_;
 };
 
+TEST_F(Files, AFolderGivesItsMediaByNameOrContentAndNamesTheRest) {
+    make("phone.m4a");
+    make("clip.MKV");
+    make("renamed.dat", std::string("\0\0\0\x18"
+                                    "ftypmp42",
+                                    12));
+    make("photo.heic", std::string("\0\0\0\x18"
+                                   "ftypheic",
+                                   12));
+    make("old.flv");
+    make("voice.bin", "#!AMR\n");
+    make("program.ts", "const x = 1;");
+    make("camera.ts", "G" + std::string(187, 'x') + "G");
+    make("old-leveled.flv");
+    EXPECT_THAT(found(), ElementsAre("clip.MKV", "phone.m4a", "renamed.dat"));
+    EXPECT_THAT(result_.unsupported,
+                ElementsAre(dir_ / "camera.ts", dir_ / "old.flv", dir_ / "voice.bin"));
+}
+
 TEST_F(Files, AFolderGivesItsAudioSortedWithoutHiddenFilesAndOutputs) {
     for (const char* name :
          {"b.wav", "a/two.FLAC", "a/one.aiff", "c.mp3", "notes.txt", "._b.wav", ".hidden/x.wav",
