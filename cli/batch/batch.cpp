@@ -42,11 +42,15 @@ Batch::~Batch() {
 }
 
 std::size_t Batch::add(const std::string& input, const std::string& output) {
+    return add(input, output, options_.replace ? Existing::Replace : Existing::Keep);
+}
+
+std::size_t Batch::add(const std::string& input, const std::string& output, Existing existing) {
     std::size_t index = 0;
     {
         const std::lock_guard<std::mutex> lock(mutex_);
         index = added_++;
-        queue_.push_back({index, input, output});
+        queue_.push_back({index, input, output, existing});
     }
     wake();
     return index;
@@ -155,6 +159,7 @@ void Batch::start(const Entry& entry) {
     }
     job.scratch = fmt::format("{}{}", scratch_.path(), entry.index);
     job.options = options_;
+    job.options.replace = entry.existing == Existing::Replace;
     try {
         fs::create_directory(job.scratch);
         running_.push_back({entry, Clock::now(), std::make_unique<WorkerProcess>(job), -1, false});

@@ -73,6 +73,10 @@ class Batch {
      */
     std::size_t add(const std::string& input, const std::string& output);
 
+    /** The same, for this file's output whatever the options say of one that exists. */
+    enum class Existing { Keep, Replace };
+    std::size_t add(const std::string& input, const std::string& output, Existing existing);
+
     /**
      * Stops one file: it ends as Interrupted, without an output. Nothing happens when it is
      * finished or was never added.
@@ -98,6 +102,7 @@ class Batch {
         std::size_t index;
         std::string input;
         std::string output;
+        Existing existing;
     };
 
     struct Running {
