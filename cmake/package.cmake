@@ -1,4 +1,5 @@
-# cmake --build ... --target package writes a .deb; its dependencies come from the programs' libraries.
+# cmake --build ... --target package writes a .deb for the command line and, where it is built, one
+# for the window; their dependencies come from the programs' libraries.
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME quorvane)
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
@@ -10,4 +11,17 @@ set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION sound)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS OFF)
+
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_COMPONENTS_ALL commands)
+set(CPACK_DEBIAN_COMMANDS_PACKAGE_NAME quorvane)
+set(CPACK_COMPONENT_COMMANDS_DESCRIPTION ${PROJECT_DESCRIPTION})
+if(TARGET quorvane-desktop)
+  list(APPEND CPACK_COMPONENTS_ALL desktop)
+  set(CPACK_DEBIAN_DESKTOP_PACKAGE_NAME quorvane-desktop)
+  set(CPACK_COMPONENT_DESKTOP_DESCRIPTION "${PROJECT_DESCRIPTION}: the window")
+  # Wayland, dark and light of GNOME's kind of desktops, and Qt's own words in the user's language.
+  set(CPACK_DEBIAN_DESKTOP_PACKAGE_RECOMMENDS
+    "qt6-wayland, qt6-gtk-platformtheme, qt6-translations-l10n, xdg-desktop-portal")
+endif()
 include(CPack)

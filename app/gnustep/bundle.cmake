@@ -1,4 +1,4 @@
-# Quorvane.app as GNUstep wants it, and what a Linux desktop needs to find it.
+# Quorvane.app as GNUstep wants it, in the build folder only: Linux desktops get desktop/.
 set(bundle ${CMAKE_BINARY_DIR}/Quorvane.app)
 set_target_properties(Quorvane PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${bundle})
 configure_file(${resources}/Info-gnustep.plist ${bundle}/Resources/Info-gnustep.plist @ONLY)
@@ -18,12 +18,3 @@ foreach(file IN LISTS files)
 endforeach()
 add_custom_target(quorvane_resources DEPENDS ${copied})
 add_dependencies(Quorvane quorvane_resources)
-
-set(bundle_from_bin ../${CMAKE_INSTALL_LIBDIR}/quorvane/Quorvane.app)
-configure_file(desktop/quorvane-desktop.in quorvane-desktop @ONLY)
-install(TARGETS Quorvane DESTINATION ${CMAKE_INSTALL_LIBDIR}/quorvane/Quorvane.app)
-install(DIRECTORY ${bundle}/Resources DESTINATION ${CMAKE_INSTALL_LIBDIR}/quorvane/Quorvane.app)
-install(PROGRAMS ${CMAKE_CURRENT_BINARY_DIR}/quorvane-desktop DESTINATION ${CMAKE_INSTALL_BINDIR})
-install(FILES desktop/quorvane.desktop DESTINATION ${CMAKE_INSTALL_DATADIR}/applications)
-install(FILES desktop/quorvane.svg
-  DESTINATION ${CMAKE_INSTALL_DATADIR}/icons/hicolor/scalable/apps)

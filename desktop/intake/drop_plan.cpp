@@ -1,0 +1,149 @@
+#include "desktop/intake/drop_plan.h"
+
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <stdexcept>
+
+#include "cli/audio/audio_formats.h"
+#include "cli/audio/sound_file.h"
+#include "cli/inputs/find_files.h"
+#include "cli/inputs/plan.h"
+#include "cli/options/settings.h"
+
+namespace desktop {
+namespace fs = std::filesystem;
+
+namespace {
+
+/** The command line's settings for the paths; --force, as the window asks about what exists. */
+cli::Settings settings_for(const std::vector<std::string>& paths, const std::string& folder) {
+    std::vector<const char*> words = {"quorvane", "--force"};
+    if (!folder.empty()) {
+        words.insert(words.end(), {"--output-dir", folder.c_str()});
+    }
+    words.push_back("--");
+    for (const std::string& path : paths) {
+        words.push_back(path.c_str());
+    }
+    return cli::parse_command_line(static_cast<int>(words.size()), words.data());
+}
+
+bool is_audio(const fs::path& path) {
+    try {
+        cli::open_to_read(path.string());
+        return true;
+    } catch (const std::exception&) {
+        return false;
+    }
+}
+
+/**
+ * A named file is taken whatever its name. One that neither looks like audio nor is any would only
+ * fail: it is named once instead.
+ */
+bool worth_a_row(const fs::path& path) {
+    return cli::writable_extensions().count(cli::lower_extension(path.string())) != 0 ||
+           is_audio(path);
+}
+
+Existing existing_at(const fs::path& output, const fs::path& input) {
+    std::error_code error;
+    if (!fs::exists(fs::symlink_status(output, error))) {
+        return Existing::Nothing;
+    }
+    const auto written = fs::last_write_time(output, error);
+    const auto recorded = error ? written : fs::last_write_time(input, error);
+    return !error && written >= recorded ? Existing::UpToDate : Existing::Other;
+}
+
+bool can_write_in(const fs::path& folder) {
+    std::string probe = (folder / ".quorvane-XXXXXX").string();
+    const int file = mkstemp(probe.data());
+    if (file < 0) {
+        return false;
+    }
+    close(file);
+    unlink(probe.c_str());
+    return true;
+}
+
+/**
+ * The outputs of all files at once; where that is refused, of each by itself, so that one file's
+ * trouble stays its own.
+ */
+std::vector<cli::PlannedFile> outputs_of(const cli::Settings& settings,
+                                         const std::vector<cli::FoundFile>& files,
+                                         std::vector<DropFile>& refused) {
+    try {
+        return cli::plan_outputs(settings, files);
+    } catch (const cli::UsageError&) {
+        std::vector<cli::PlannedFile> plan;
+        for (const cli::FoundFile& file : files) {
+            try {
+                const auto one = cli::plan_outputs(settings, {file});
+                plan.insert(plan.end(), one.begin(), one.end());
+            } catch (const cli::UsageError& error) {
+                refused.push_back({file.path.string(), "", Existing::Nothing, error.what(), ""});
+            }
+        }
+        return plan;
+    }
+}
+
+void find_locked_folders(DropPlan& plan) {
+    std::set<std::string> seen;
+    for (const DropFile& file : plan.files) {
+        const fs::path folder = fs::path(file.output).parent_path();
+        if (!file.output.empty() && seen.insert(folder.string()).second && !can_write_in(folder)) {
+            plan.locked_folders.push_back(folder.string());
+        }
+    }
+}
+
+}  // namespace
+
+DropPlan plan_drop(const std::vector<std::string>& paths, const std::string& output_folder) {
+    const cli::Settings settings = settings_for(paths, output_folder);
+    cli::FoundFiles found = cli::find_files(settings.paths, settings.suffix, "");
+    DropPlan plan;
+    std::vector<cli::FoundFile> inputs;
+    for (const cli::FoundFile& file : found.files) {
+        if (worth_a_row(file.path)) {
+            inputs.push_back(file);
+        } else {
+            plan.not_audio.push_back(file.path.string());
+        }
+    }
+    std::set<std::string> taken;
+    for (const cli::PlannedFile& planned : outputs_of(settings, inputs, plan.files)) {
+        DropFile file{planned.input.string(), planned.output.string(), Existing::Nothing, "",
+                      planned.skip};
+        if (!taken.insert(file.output).second) {
+            file.output = free_name(file.output, taken);
+            taken.insert(file.output);
+        }
+        file.existing = existing_at(file.output, planned.input);
+        plan.files.push_back(file);
+    }
+    for (const cli::SearchProblem& problem : found.problems) {
+        plan.files.push_back({problem.path.string(), "", Existing::Nothing, problem.cause, ""});
+    }
+    find_locked_folders(plan);
+    return plan;
+}
+
+std::string free_name(const std::string& output, const std::set<std::string>& taken) {
+    const fs::path path = output;
+    const std::string start = (path.parent_path() / path.stem()).string();
+    for (int number = 2;; ++number) {
+        const std::string name = fmt::format("{} {}{}", start, number, path.extension().string());
+        std::error_code error;
+        if (taken.count(name) == 0 && !fs::exists(fs::symlink_status(name, error))) {
+            return name;
+        }
+    }
+}
+
+}  // namespace desktop

@@ -1,0 +1,37 @@
+#include "desktop/model/overall.h"
+
+#include <filesystem>
+
+namespace desktop {
+
+double Overall::weight_of(const std::string& input) {
+    constexpr double kEachFile = 65536;
+    std::error_code error;
+    const auto bytes = std::filesystem::file_size(input, error);
+    return kEachFile + (error ? 0 : static_cast<double>(bytes));
+}
+
+void Overall::add(double weight) {
+    all_weight_ += weight;
+    ++files_;
+}
+
+void Overall::progressed(double weight, double from, double to) {
+    done_weight_ += weight * (to - from);
+}
+
+void Overall::finished(double weight, double from, cli::Outcome outcome) {
+    progressed(weight, from, 1);
+    counts_.add(outcome);
+}
+
+std::optional<double> Overall::seconds_left(double elapsed_s) const {
+    constexpr double kLeastSeconds = 2;
+    constexpr double kLeastFraction = 0.02;
+    if (elapsed_s < kLeastSeconds || fraction() < kLeastFraction) {
+        return std::nullopt;
+    }
+    return elapsed_s * (1 - fraction()) / fraction();
+}
+
+}  // namespace desktop

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <optional>
+
+#include "desktop/model/row.h"
+#include "desktop/model/words.h"
+
+namespace desktop {
+
+/** How far the work is that began with the first file after a pause. */
+class Overall {
+  public:
+    /** Weight of a file of so many bytes: a little for each, so that many small ones count too. */
+    static double weight_of(const std::string& input);
+
+    void add(double weight);
+
+    /** The file's share went from one fraction to another. */
+    void progressed(double weight, double from, double to);
+    void finished(double weight, double from, cli::Outcome outcome);
+
+    double fraction() const { return all_weight_ > 0 ? done_weight_ / all_weight_ : 0; }
+
+    int files() const { return files_; }
+
+    const Counts& counts() const { return counts_; }
+
+    /** From the pace until now; nothing while that is too little to tell. */
+    std::optional<double> seconds_left(double elapsed_s) const;
+
+  private:
+    double all_weight_ = 0;
+    double done_weight_ = 0;
+    int files_ = 0;
+    Counts counts_;
+};
+
+}  // namespace desktop

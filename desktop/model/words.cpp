@@ -1,0 +1,169 @@
+#include "desktop/model/words.h"
+
+#include <QCoreApplication>
+#include <QLocale>
+#include <QStringList>
+#include <cmath>
+#include <optional>
+
+#include "desktop/intake/paths.h"
+
+namespace desktop {
+namespace {
+
+using cli::Outcome;
+
+/** The texts of this file stand in one context of the translations. */
+struct Words {
+    Q_DECLARE_TR_FUNCTIONS(Words)
+};
+
+// Causes that often come from the engine or the search, for the translations; any other is shown
+// as it comes.
+[[maybe_unused]] constexpr const char* kCauses[] = {
+    QT_TRANSLATE_NOOP("Cause", "silent"),
+    QT_TRANSLATE_NOOP("Cause", "every sample is the same"),
+    QT_TRANSLATE_NOOP("Cause", "shorter than 0.05 s"),
+    QT_TRANSLATE_NOOP("Cause", "does not exist"),
+    QT_TRANSLATE_NOOP("Cause", "holds no audio file to level"),
+    QT_TRANSLATE_NOOP("Cause", "already leveled"),
+    QT_TRANSLATE_NOOP("Cause", "its output exists"),
+    QT_TRANSLATE_NOOP("Cause", "the output came to exist meanwhile and was kept"),
+};
+
+QString cause_text(const cli::FileFacts& facts) {
+    return QCoreApplication::translate("Cause", facts.cause.c_str());
+}
+
+/** One decimal, with a true minus. */
+QString figure(double value) {
+    if (!std::isfinite(value)) {
+        return QStringLiteral("−∞");
+    }
+    const double shown = std::fabs(value) < 0.05 ? 0 : value;  // no "−0.0"
+    return QLocale().toString(shown, 'f', 1).replace('-', QChar(0x2212));
+}
+
+QString from_to(const std::optional<cli::Loudness>& before,
+                const std::optional<cli::Loudness>& after,
+                double cli::Loudness::*field) {
+    if (!before) {
+        return {};
+    }
+    const QString was = figure((*before).*field);
+    return after ? was + QStringLiteral(" → ") + figure((*after).*field) : was;
+}
+
+QString finished_text(const cli::FileFacts& facts) {
+    const QString cause = cause_text(facts);
+    switch (facts.outcome) {
+        case Outcome::Leveled:
+        case Outcome::Analyzed:
+            return facts.notes.empty() ? Words::tr("Leveled")
+                                       : Words::tr("Leveled; note: %1")
+                                             .arg(QString::fromStdString(facts.notes.front()));
+        case Outcome::Copied:
+            return Words::tr("Copied unchanged: %1").arg(cause);
+        case Outcome::Skipped:
+            return cause.left(1).toUpper() + cause.mid(1);
+        case Outcome::Failed:
+            return Words::tr("Failed: %1").arg(cause);
+        case Outcome::Interrupted:
+            return Words::tr("Cancelled");
+    }
+    return {};
+}
+
+}  // namespace
+
+QString state_text(const Row& row) {
+    switch (row.state) {
+        case State::Waiting:
+            return Words::tr("Waiting");
+        case State::Running:
+            return Words::tr("Leveling, %1 %").arg(static_cast<int>(row.fraction * 100));
+        case State::Finished:
+            return finished_text(row.facts);
+    }
+    return {};
+}
+
+QString loudness_text(const Row& row) {
+    const QString text =
+        from_to(row.facts.before, row.facts.after, &cli::Loudness::integrated_lufs);
+    return text.isEmpty() ? text : text + QStringLiteral(" LUFS");
+}
+
+QString range_text(const Row& row) {
+    const QString text = from_to(row.facts.before, row.facts.after, &cli::Loudness::range_lu);
+    return text.isEmpty() ? text : Words::tr("Range %1 LU").arg(text);
+}
+
+QString tool_tip(const Row& row) {
+    QStringList lines = {shown_name(row.input), shown_folder(row.input), state_text(row)};
+    for (const std::string& note : row.facts.notes) {
+        lines.append(QString::fromStdString(note));
+    }
+    lines.removeDuplicates();
+    // Plain text: a name may look like HTML.
+    return QStringLiteral("<p style='white-space:pre-wrap'>%1</p>")
+        .arg(lines.join('\n').toHtmlEscaped());
+}
+
+QString accessible_text(const Row& row) {
+    QStringList parts = {shown_name(row.input), state_text(row), loudness_text(row),
+                         range_text(row)};
+    parts.removeAll(QString());
+    return parts.join(QStringLiteral(", "));
+}
+
+QString time_left_text(double seconds) {
+    constexpr double kMinute = 60;
+    constexpr double kHour = 3600;
+    if (seconds < kMinute) {
+        return Words::tr("less than a minute left");
+    }
+    if (seconds < kHour) {
+        return Words::tr("%n minute(s) left", nullptr,
+                         static_cast<int>(std::ceil(seconds / kMinute)));
+    }
+    return Words::tr("%n hour(s) left", nullptr, static_cast<int>(std::ceil(seconds / kHour)));
+}
+
+void Counts::add(Outcome outcome) {
+    switch (outcome) {
+        case Outcome::Leveled:
+        case Outcome::Analyzed:
+            ++leveled;
+            break;
+        case Outcome::Copied:
+            ++copied;
+            break;
+        case Outcome::Skipped:
+            ++skipped;
+            break;
+        case Outcome::Failed:
+            ++failed;
+            break;
+        case Outcome::Interrupted:
+            ++cancelled;
+            break;
+    }
+}
+
+QString counts_text(const Counts& counts) {
+    QStringList parts;
+    const auto add = [&](int count, const char* text) {
+        if (count) {
+            parts.append(Words::tr(text, nullptr, count));
+        }
+    };
+    add(counts.leveled, QT_TRANSLATE_N_NOOP("Words", "%n leveled"));
+    add(counts.copied, QT_TRANSLATE_N_NOOP("Words", "%n copied unchanged"));
+    add(counts.skipped, QT_TRANSLATE_N_NOOP("Words", "%n passed over"));
+    add(counts.failed, QT_TRANSLATE_N_NOOP("Words", "%n failed"));
+    add(counts.cancelled, QT_TRANSLATE_N_NOOP("Words", "%n cancelled"));
+    return parts.join(QStringLiteral(", "));
+}
+
+}  // namespace desktop

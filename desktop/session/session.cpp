@@ -1,0 +1,185 @@
+#include "desktop/session/session.h"
+
+#include <algorithm>
+#include <exception>
+
+namespace desktop {
+
+using cli::Outcome;
+
+Session::Session(Questions& questions, QObject* parent) : QObject(parent), intake_(questions) {
+    connect(&intake_, &Intake::accepted, this, &Session::on_accepted);
+    connect(&intake_, &Intake::not_audio, this, &Session::not_audio);
+    connect(&intake_, &Intake::busy_changed, this, &Session::changed);
+    connect(&work_, &Work::started, &files_, &FileList::set_running);
+    connect(&work_, &Work::progressed, this, &Session::on_progressed);
+    connect(&work_, &Work::finished, this, &Session::on_finished);
+    connect(&work_, &Work::ended, this, &Session::on_ended);
+}
+
+void Session::take(const std::vector<std::string>& paths) {
+    intake_.take(paths);
+}
+
+void Session::begin_if_idle() {
+    if (!work_.busy()) {
+        overall_ = Overall();
+        present_.clear();
+        clock_.start();
+    }
+}
+
+void Session::on_accepted(const std::vector<Accepted>& files) {
+    begin_if_idle();
+    for (const Accepted& file : files) {
+        accept(file);
+    }
+    Q_EMIT changed();
+}
+
+/** The file's row: a new one, or the one it has already. */
+FileList::Id Session::place(const DropFile& file) {
+    const int position = files_.position_of_input(file.input);
+    if (position >= 0) {
+        const FileList::Id id = files_.id_at(position);
+        files_.restart(id, file.output);
+        return id;
+    }
+    Row row;
+    row.input = file.input;
+    row.output = file.output;
+    row.weight = Overall::weight_of(file.input);
+    return files_.add(std::move(row));
+}
+
+void Session::accept(const Accepted& accepted) {
+    const DropFile& file = accepted.file;
+    const int position = files_.position_of_input(file.input);
+    if (position >= 0 && files_.at(position).state != State::Finished) {
+        return;  // it is being leveled already
+    }
+    const FileList::Id id = place(file);
+    if (!file.failure.empty()) {
+        finish_unworked(id, Outcome::Failed, file.failure);
+    } else if (!file.passed.empty()) {
+        finish_unworked(id, Outcome::Skipped, file.passed);
+    } else if (file.existing == Existing::UpToDate) {
+        finish_unworked(id, Outcome::Skipped, "already leveled");
+    } else if (file.existing == Existing::Other && accepted.choice == ExistingChoice::Skip) {
+        finish_unworked(id, Outcome::Skipped, "its output exists");
+    } else {
+        try {
+            work_.add(
+                id, file.input, file.output,
+                file.existing == Existing::Other ? Work::Existing::Replace : Work::Existing::Keep);
+            overall_.add(files_.row(id)->weight);
+            present_.push_back(id);
+        } catch (const std::exception& error) {
+            finish_unworked(id, Outcome::Failed, error.what());
+        }
+    }
+}
+
+void Session::finish_unworked(FileList::Id id, Outcome outcome, const std::string& cause) {
+    cli::FileFacts facts;
+    facts.input = files_.row(id)->input;
+    facts.output = files_.row(id)->output;
+    facts.outcome = outcome;
+    facts.cause = cause;
+    files_.set_finished(id, facts);
+}
+
+void Session::on_progressed(FileList::Id id, double fraction) {
+    if (const Row* row = files_.row(id)) {
+        overall_.progressed(row->weight, row->fraction, fraction);
+        files_.set_fraction(id, fraction);
+        Q_EMIT changed();
+    }
+}
+
+void Session::on_finished(FileList::Id id, const cli::FileFacts& facts) {
+    if (const Row* row = files_.row(id)) {
+        overall_.finished(row->weight, row->fraction, facts.outcome);
+        files_.set_finished(id, facts);
+        Q_EMIT changed();
+    }
+}
+
+void Session::on_ended() {
+    const Counts& counts = overall_.counts();
+    if (counts.all() > counts.cancelled) {
+        Q_EMIT ended(counts);
+    }
+    Q_EMIT changed();
+}
+
+void Session::cancel(const std::vector<FileList::Id>& ids) {
+    for (const FileList::Id id : ids) {
+        work_.cancel(id);
+    }
+}
+
+void Session::cancel_all() {
+    cancel(present_);
+}
+
+void Session::remove(const std::vector<FileList::Id>& ids) {
+    for (const FileList::Id id : ids) {
+        const Row* row = files_.row(id);
+        if (!row) {
+            continue;
+        }
+        if (row->state == State::Running) {
+            work_.cancel(id);  // its row tells what became of it
+            continue;
+        }
+        if (row->state == State::Waiting) {
+            work_.cancel(id);
+            overall_.finished(row->weight, row->fraction, Outcome::Interrupted);
+        }
+        files_.remove(id);
+    }
+    Q_EMIT changed();
+}
+
+void Session::retry(const std::vector<FileList::Id>& ids) {
+    std::vector<std::string> inputs;
+    for (const FileList::Id id : ids) {
+        const Row* row = files_.row(id);
+        if (row && row->can_retry()) {
+            inputs.push_back(row->input);
+        }
+    }
+    take(inputs);
+}
+
+void Session::remove_finished() {
+    std::vector<FileList::Id> finished;
+    for (int i = 0; i < files_.rowCount(); ++i) {
+        if (files_.at(i).state == State::Finished) {
+            finished.push_back(files_.id_at(i));
+        }
+    }
+    remove(finished);
+}
+
+void Session::shut_down() {
+    work_.shut_down();
+}
+
+std::optional<double> Session::seconds_left() const {
+    return overall_.seconds_left(static_cast<double>(clock_.elapsed()) / 1000);
+}
+
+std::vector<std::string> Session::results() const {
+    std::vector<std::string> paths;
+    for (const FileList::Id id : present_) {
+        const Row* row = files_.row(id);
+        if (row && row->has_result()) {
+            paths.push_back(row->output);
+        }
+    }
+    return paths;
+}
+
+}  // namespace desktop

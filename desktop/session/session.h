@@ -1,0 +1,86 @@
+#pragma once
+
+#include <QElapsedTimer>
+#include <QObject>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "desktop/intake/intake.h"
+#include "desktop/model/file_list.h"
+#include "desktop/model/overall.h"
+#include "desktop/work/work.h"
+
+namespace desktop {
+
+/**
+ * What the window shows and does, without a widget: drops come in, files are worked on, the list
+ * keeps what became of them.
+ */
+class Session : public QObject {
+    Q_OBJECT
+
+  public:
+    explicit Session(Questions& questions, QObject* parent = nullptr);
+
+    FileList& files() { return files_; }
+
+    /** Files and folders that the user hands over: absolute paths, at any time. */
+    void take(const std::vector<std::string>& paths);
+
+    /** Stops files that wait or run; they stay in the list as cancelled. */
+    void cancel(const std::vector<FileList::Id>& ids);
+    void cancel_all();
+
+    /** A waiting file leaves the list, a running one is stopped first, a finished one only goes. */
+    void remove(const std::vector<FileList::Id>& ids);
+
+    /** Files that failed or were cancelled are leveled again. */
+    void retry(const std::vector<FileList::Id>& ids);
+    void remove_finished();
+
+    /** Stops everything and waits until nothing half-done is left. */
+    void shut_down();
+
+    /** Folders are being looked through or a question is open. */
+    bool searching() const { return intake_.busy(); }
+
+    bool working() const { return work_.busy(); }
+
+    /** Of the present work, or of the last one. */
+    const Overall& overall() const { return overall_; }
+
+    std::optional<double> seconds_left() const;
+
+    /** The results of the present or last work, first to last. */
+    std::vector<std::string> results() const;
+
+  Q_SIGNALS:
+    /** Anything above changed but the list's rows, which tell themselves. */
+    void changed();
+
+    /** Files of a drop whose content is no audio. */
+    void not_audio(const std::vector<std::string>& paths);
+
+    /** Work is over that was not all cancelled. */
+    void ended(const desktop::Counts& counts);
+
+  private:
+    void on_accepted(const std::vector<Accepted>& files);
+    void accept(const Accepted& accepted);
+    FileList::Id place(const DropFile& file);
+    void finish_unworked(FileList::Id id, cli::Outcome outcome, const std::string& cause);
+    void on_progressed(FileList::Id id, double fraction);
+    void on_finished(FileList::Id id, const cli::FileFacts& facts);
+    void on_ended();
+    void begin_if_idle();
+
+    FileList files_;
+    Intake intake_;
+    Work work_;
+    Overall overall_;
+    QElapsedTimer clock_;
+    std::vector<FileList::Id> present_;  // the files of the present work
+};
+
+}  // namespace desktop

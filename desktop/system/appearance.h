@@ -1,0 +1,31 @@
+#pragma once
+
+#include <QDBusVariant>
+#include <QObject>
+#include <QPalette>
+
+namespace desktop {
+
+/**
+ * Follows the desktop's wish for dark or light, also while the window is open: the settings portal
+ * tells it. Where the desktop has a palette of its own for Qt, that palette stays.
+ */
+class Appearance : public QObject {
+    Q_OBJECT
+
+  public:
+    explicit Appearance(QObject* parent = nullptr);
+
+    enum class Scheme { Light, Dark };
+
+    static QPalette palette(Scheme scheme);
+
+  private Q_SLOTS:
+    void on_setting_changed(const QString& group, const QString& key, const QDBusVariant& value);
+
+  private:
+    void ask();
+    static void apply(const QVariant& color_scheme);
+};
+
+}  // namespace desktop

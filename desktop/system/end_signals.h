@@ -1,0 +1,18 @@
+#pragma once
+
+#include <QObject>
+
+namespace desktop {
+
+/** Turns SIGINT, SIGTERM and SIGHUP into a signal on the main thread. One in a process. */
+class EndSignals : public QObject {
+    Q_OBJECT
+
+  public:
+    explicit EndSignals(QObject* parent = nullptr);
+
+  Q_SIGNALS:
+    void arrived();
+};
+
+}  // namespace desktop

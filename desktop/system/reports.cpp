@@ -1,0 +1,31 @@
+#include "desktop/system/reports.h"
+
+#include <QDateTime>
+#include <QDir>
+#include <QFileInfo>
+#include <QStandardPaths>
+#include <system_error>
+
+#include "cli/report/report.h"
+
+namespace desktop {
+
+std::string write_cached_report(const std::vector<cli::FileFacts>& files) {
+    constexpr int kDaysKept = 30;
+    const QDir reports(QStandardPaths::writableLocation(QStandardPaths::CacheLocation) +
+                       QStringLiteral("/reports"));
+    const QDateTime now = QDateTime::currentDateTime();
+    for (const QFileInfo& old : reports.entryInfoList(QDir::Dirs | QDir::NoDotAndDotDot)) {
+        if (old.lastModified().daysTo(now) > kDaysKept) {
+            QDir(old.filePath()).removeRecursively();
+        }
+    }
+    const QString folder =
+        reports.filePath(now.toString(QStringLiteral("yyyy-MM-dd hh-mm-ss-zzz")));
+    if (!QDir().mkpath(folder)) {
+        throw std::system_error(errno, std::generic_category(), folder.toStdString());
+    }
+    return cli::write_report(folder.toStdString(), files);
+}
+
+}  // namespace desktop

@@ -1,0 +1,16 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "cli/facts/run_facts.h"
+
+namespace desktop {
+
+/**
+ * Writes the HTML report about the files to a place of its own in the user's cache and returns the
+ * page to open. Throws std::exception.
+ */
+std::string write_cached_report(const std::vector<cli::FileFacts>& files);
+
+}  // namespace desktop

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <QObject>
+
+namespace desktop {
+
+/**
+ * Progress on the program's entry in a dock or taskbar, over the launcher interface that Unity
+ * brought and that Plasma, Dash to Dock, Plank and others read. Where nobody listens nothing
+ * happens.
+ */
+class Taskbar : public QObject {
+    Q_OBJECT
+
+  public:
+    using QObject::QObject;
+
+    /** Tells each whole percent once. */
+    void show(double fraction);
+    void hide();
+
+  private:
+    void send(int percent);
+
+    static constexpr int kHidden = -1;
+    int shown_ = kHidden;
+};
+
+}  // namespace desktop

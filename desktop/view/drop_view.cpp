@@ -1,0 +1,183 @@
+#include "desktop/view/drop_view.h"
+
+#include <QHBoxLayout>
+#include <QPainter>
+#include <QStyle>
+#include <QVBoxLayout>
+
+#include "desktop/intake/paths.h"
+#include "desktop/model/words.h"
+#include "desktop/view/colors.h"
+#include "desktop/view/wrapped_label.h"
+
+namespace desktop {
+namespace {
+
+constexpr int kFrameInset = 16;
+constexpr double kCornerRadius = 8;
+constexpr int kSpacing = 8;
+
+constexpr const char* kButtonStyle =
+    "QPushButton { background: #4a4a4a; color: white; border: 2px solid transparent;"
+    "  border-radius: 6px; padding: 6px 16px; }"
+    "QPushButton:hover { background: #5a5a5a; }"
+    "QPushButton:pressed { background: #3a3a3a; }"
+    "QPushButton:focus { border-color: #b6f259; }";
+
+}  // namespace
+
+DropView::DropView(FileList& files, QWidget* parent) : QWidget(parent), files_(files) {
+    setAccessibleName(tr("Drop files here"));
+    auto* column = new QVBoxLayout(this);
+    column->setContentsMargins(3 * kFrameInset, 3 * kFrameInset, 3 * kFrameInset,
+                               2 * kFrameInset + kSpacing);
+    column->setSpacing(kSpacing);
+    column->addStretch();
+    ring_ = new Ring(this);
+    ring_->setAccessibleName(tr("Progress"));
+    column->addWidget(ring_, 8);
+    column->addSpacing(kSpacing);
+    name_ = add_label(kDarkText);
+    QFont title = name_->font();
+    title.setPointSizeF(title.pointSizeF() * 1.35);
+    name_->setFont(title);
+    state_ = add_label(kDarkSoftText);
+    figures_ = add_label(kDarkText);
+    column->addSpacing(kSpacing);
+
+    auto* row = new QHBoxLayout;
+    row->setSpacing(kSpacing);
+    row->addStretch();
+    choose_ = add_button(tr("Choose Files…"), &DropView::choose);
+    cancel_ = add_button(tr("Cancel"), &DropView::cancel);
+    retry_ = add_button(tr("Try Again"), &DropView::retry);
+    play_ = add_button(tr("Play"), &DropView::play);
+    folder_ = add_button(tr("Show in Folder"), &DropView::show_in_folder);
+    report_ = add_button(tr("Report"), &DropView::report);
+    for (QPushButton* button : {choose_, cancel_, retry_, play_, folder_, report_}) {
+        row->addWidget(button);
+    }
+    row->addStretch();
+    column->addLayout(row);
+    column->addStretch();
+
+    connect(ring_, &Ring::double_clicked, this, &DropView::play);
+    ring_->set_drag_source([this]() -> QMimeData* {
+        const auto id = file();
+        return id && files_.row(*id)->has_result() ? files_.mimeData({files_.index_of(*id)})
+                                                   : nullptr;
+    });
+    refresh();
+}
+
+QPushButton* DropView::add_button(const QString& text, void (DropView::*signal)()) {
+    auto* button = new QPushButton(text, this);
+    button->setStyleSheet(QString::fromLatin1(kButtonStyle));
+    connect(button, &QPushButton::clicked, this, signal);
+    return button;
+}
+
+QLabel* DropView::add_label(const QColor& color) {
+    auto* label = new WrappedLabel(this);
+    QPalette colors = label->palette();
+    colors.setColor(QPalette::WindowText, color);
+    label->setPalette(colors);
+    layout()->addWidget(label);
+    return label;
+}
+
+void DropView::set_corner(QWidget* button) {
+    corner_ = button;
+    button->adjustSize();
+}
+
+void DropView::resizeEvent(QResizeEvent* event) {
+    QWidget::resizeEvent(event);
+    if (corner_) {
+        const QSize size = corner_->sizeHint();
+        const QRect place(width() - kFrameInset - kSpacing - size.width(), kFrameInset + kSpacing,
+                          size.width(), size.height());
+        corner_->setGeometry(QStyle::visualRect(layoutDirection(), rect(), place));
+    }
+}
+
+void DropView::set_under_drag(bool under_drag) {
+    under_drag_ = under_drag;
+    update();
+}
+
+void DropView::set_searching(bool searching) {
+    if (searching != searching_) {
+        searching_ = searching;
+        refresh();
+    }
+}
+
+std::optional<FileList::Id> DropView::file() const {
+    return files_.rowCount() == 1 ? std::optional(files_.id_at(0)) : std::nullopt;
+}
+
+void DropView::refresh() {
+    const auto id = file();
+    const Row* row = id ? files_.row(*id) : nullptr;
+    const bool finished = row && row->state == State::Finished;
+    const auto* focused = qobject_cast<QPushButton*>(focusWidget());
+    choose_->setVisible(!row);
+    cancel_->setVisible(row && !finished);
+    retry_->setVisible(row && row->can_retry());
+    play_->setVisible(row && row->has_result());
+    folder_->setVisible(row && row->has_result());
+    report_->setVisible(finished && row->facts.before);
+    if (row) {
+        show_file(*row);
+    } else {
+        show_empty();
+    }
+    if (focused && focused->isHidden()) {
+        keep_focus();
+    }
+}
+
+// Qt would give it to the menu.
+void DropView::keep_focus() {
+    for (QPushButton* button : {choose_, cancel_, retry_, play_}) {
+        if (!button->isHidden()) {
+            return button->setFocus();
+        }
+    }
+}
+
+void DropView::show_empty() {
+    ring_->set_mark(Mark::Bars);
+    ring_->setValue(0);
+    name_->setText(searching_ ? tr("Searching…") : tr("Drop recordings here"));
+    state_->setText(tr("Files or whole folders. Each recording gets a leveled copy beside it."));
+    figures_->clear();
+}
+
+void DropView::show_file(const Row& row) {
+    const bool finished = row.state == State::Finished;
+    const bool good = row.has_result();
+    ring_->set_mark(!finished ? Mark::None : good ? Mark::Check : Mark::Cross);
+    ring_->setValue(!finished ? static_cast<int>(row.fraction * 100) : good ? 100 : 0);
+    name_->setText(shown_name(row.input));
+    state_->setText(state_text(row));
+    const QString loudness = loudness_text(row);
+    figures_->setText(loudness.isEmpty() ? QString()
+                                         : loudness + QStringLiteral("\n") + range_text(row));
+}
+
+void DropView::paintEvent(QPaintEvent* /*event*/) {
+    constexpr double kDash[] = {5, 3};  // on, off
+    QPainter painter(this);
+    painter.fillRect(rect(), under_drag_ ? kDarkFillUnderDrag : kDarkFill);
+    painter.setRenderHint(QPainter::Antialiasing);
+    QPen pen(QColor::fromRgbF(1, 1, 1, under_drag_ ? 0.4F : 0.75F));
+    pen.setDashPattern({kDash[0], kDash[1]});
+    painter.setPen(pen);
+    painter.drawRoundedRect(QRectF(rect()).adjusted(kFrameInset + 0.5, kFrameInset + 0.5,
+                                                    -kFrameInset - 0.5, -kFrameInset - 0.5),
+                            kCornerRadius, kCornerRadius);
+}
+
+}  // namespace desktop

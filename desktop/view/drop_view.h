@@ -1,0 +1,70 @@
+#pragma once
+
+#include <QLabel>
+#include <QPushButton>
+#include <QWidget>
+#include <optional>
+
+#include "desktop/model/file_list.h"
+#include "desktop/view/ring.h"
+
+namespace desktop {
+
+/**
+ * The dark view with the dashed frame: asks for files while there are none, and follows the one
+ * file while there is one.
+ */
+class DropView : public QWidget {
+    Q_OBJECT
+
+  public:
+    explicit DropView(FileList& files, QWidget* parent = nullptr);
+
+    void set_under_drag(bool under_drag);
+    void set_searching(bool searching);
+
+    /** A small button for the upper corner at the end of a line. */
+    void set_corner(QWidget* button);
+
+    /** Reads the list again. */
+    void refresh();
+
+    /** The list's only file. */
+    std::optional<FileList::Id> file() const;
+
+  Q_SIGNALS:
+    void choose();
+    void cancel();
+    void play();
+    void show_in_folder();
+    void report();
+    void retry();
+
+  protected:
+    void paintEvent(QPaintEvent* event) override;
+    void resizeEvent(QResizeEvent* event) override;
+
+  private:
+    QPushButton* add_button(const QString& text, void (DropView::*signal)());
+    QLabel* add_label(const QColor& color);
+    void show_empty();
+    void keep_focus();
+    void show_file(const Row& row);
+
+    FileList& files_;
+    bool under_drag_ = false;
+    bool searching_ = false;
+    QWidget* corner_ = nullptr;
+    Ring* ring_;
+    QLabel* name_;
+    QLabel* state_;
+    QLabel* figures_;
+    QPushButton* choose_;
+    QPushButton* cancel_;
+    QPushButton* play_;
+    QPushButton* folder_;
+    QPushButton* report_;
+    QPushButton* retry_;
+};
+
+}  // namespace desktop

@@ -1,0 +1,83 @@
+#include "desktop/view/file_view.h"
+
+#include <QDrag>
+#include <QMimeData>
+#include <QPainter>
+#include <QUrl>
+#include <algorithm>
+#include <memory>
+
+#include "desktop/view/row_delegate.h"
+
+namespace desktop {
+
+FileView::FileView(FileList& files, QWidget* parent) : QListView(parent), files_(files) {
+    auto* delegate = new RowDelegate(this);
+    setModel(&files);
+    setItemDelegate(delegate);
+    setAccessibleName(tr("Files"));
+    setFrameShape(QFrame::NoFrame);
+    setResizeMode(QListView::Adjust);
+    setVerticalScrollMode(QAbstractItemView::ScrollPerPixel);
+    setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    setSelectionMode(QAbstractItemView::ExtendedSelection);
+    setEditTriggers(QAbstractItemView::NoEditTriggers);
+    setContextMenuPolicy(Qt::ActionsContextMenu);
+    setMouseTracking(true);
+    setDragEnabled(true);
+    setDragDropMode(QAbstractItemView::DragOnly);
+    viewport()->setAcceptDrops(false);  // the window takes drops everywhere
+    connect(this, &QAbstractItemView::activated, this,
+            [this](const QModelIndex& index) { Q_EMIT play(files_.id_at(index.row())); });
+    connect(delegate, &RowDelegate::button_clicked, this, [this](const QModelIndex& index) {
+        Q_EMIT row_button_clicked(files_.id_at(index.row()));
+    });
+}
+
+std::vector<FileList::Id> FileView::selected() const {
+    std::vector<FileList::Id> ids;
+    for (const QModelIndex& index : selectionModel()->selectedRows()) {
+        ids.push_back(files_.id_at(index.row()));
+    }
+    std::sort(ids.begin(), ids.end());
+    return ids;
+}
+
+void FileView::set_under_drag(bool under_drag) {
+    under_drag_ = under_drag;
+    viewport()->update();
+}
+
+void FileView::paintEvent(QPaintEvent* event) {
+    QListView::paintEvent(event);
+    if (under_drag_) {
+        QPainter painter(viewport());
+        painter.setPen(QPen(palette().color(QPalette::Highlight), 2, Qt::DashLine));
+        painter.drawRect(viewport()->rect().adjusted(4, 4, -5, -5));
+    }
+}
+
+// A cause may take more lines than the word that stood there.
+void FileView::dataChanged(const QModelIndex& first,
+                           const QModelIndex& last,
+                           const QList<int>& roles) {
+    QListView::dataChanged(first, last, roles);
+    if (sizeHintForIndex(first).height() != visualRect(first).height()) {
+        scheduleDelayedItemsLayout();
+    }
+}
+
+// The results that are selected, under a small picture that does not hide the place of the drop.
+void FileView::startDrag(Qt::DropActions actions) {
+    QModelIndexList indexes = selectionModel()->selectedRows();
+    std::unique_ptr<QMimeData> results(files_.mimeData(indexes));
+    if (results->urls().isEmpty()) {
+        return;
+    }
+    auto* drag = new QDrag(this);
+    drag->setPixmap(windowIcon().pixmap(QSize(48, 48), devicePixelRatioF()));
+    drag->setMimeData(results.release());
+    drag->exec(actions, Qt::CopyAction);
+}
+
+}  // namespace desktop

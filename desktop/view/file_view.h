@@ -1,0 +1,40 @@
+#pragma once
+
+#include <QListView>
+#include <vector>
+
+#include "desktop/model/file_list.h"
+
+namespace desktop {
+
+/** The list of files. Its keys and its mouse ask for what the window does. */
+class FileView : public QListView {
+    Q_OBJECT
+
+  public:
+    explicit FileView(FileList& files, QWidget* parent = nullptr);
+
+    const FileList& files() const { return files_; }
+
+    void set_under_drag(bool under_drag);
+
+    /** In the list's order. */
+    std::vector<FileList::Id> selected() const;
+
+  Q_SIGNALS:
+    void play(desktop::FileList::Id id);
+    void row_button_clicked(desktop::FileList::Id id);
+
+  protected:
+    void dataChanged(const QModelIndex& first,
+                     const QModelIndex& last,
+                     const QList<int>& roles) override;
+    void startDrag(Qt::DropActions actions) override;
+    void paintEvent(QPaintEvent* event) override;
+
+  private:
+    FileList& files_;
+    bool under_drag_ = false;
+};
+
+}  // namespace desktop

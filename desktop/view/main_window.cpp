@@ -1,0 +1,485 @@
+#include "desktop/view/main_window.h"
+
+#include <QAction>
+#include <QApplication>
+#include <QClipboard>
+#include <QDragEnterEvent>
+#include <QFileDialog>
+#include <QHBoxLayout>
+#include <QMimeData>
+#include <QVBoxLayout>
+#include <algorithm>
+#include <exception>
+
+#include "cli/audio/audio_formats.h"
+#include "desktop/intake/paths.h"
+#include "desktop/model/words.h"
+#include "desktop/system/open.h"
+#include "desktop/system/reports.h"
+
+namespace desktop {
+namespace {
+
+constexpr QSize kUsualSize(640, 520);
+constexpr QSize kLeastSize(420, 380);
+
+/** Files dragged out of this window are no drop onto it. */
+bool comes_from_here(const QDropEvent& event) {
+    return event.source() != nullptr;
+}
+
+std::vector<std::string> local_paths(const QStringList& names) {
+    std::vector<std::string> paths;
+    for (const QString& name : names) {
+        paths.push_back(QFile::encodeName(name).toStdString());
+    }
+    return paths;
+}
+
+QString audio_filter() {
+    QStringList patterns;
+    for (const std::string& extension : cli::writable_extensions()) {
+        patterns.append(QStringLiteral("*.") + QString::fromStdString(extension));
+        patterns.append(patterns.last().toUpper());
+    }
+    return MainWindow::tr("Recordings") + QStringLiteral(" (") + patterns.join(' ') +
+           QStringLiteral(")");
+}
+
+}  // namespace
+
+MainWindow::MainWindow() : session_(*this) {
+    setWindowTitle(QStringLiteral("Quorvane"));
+    setAcceptDrops(true);
+    resize(kUsualSize);
+    setMinimumSize(kLeastSize);
+
+    message_ = new MessageBar(this);
+    drop_view_ = new DropView(session_.files(), this);
+    file_view_ = new FileView(session_.files(), this);
+    add_actions();
+    list_page_ = new_list_page();
+
+    auto* column = new QVBoxLayout(this);
+    column->setContentsMargins(0, 0, 0, 0);
+    column->setSpacing(0);
+    column->addWidget(message_);
+    pages_ = new QStackedLayout;
+    pages_->addWidget(drop_view_);
+    pages_->addWidget(list_page_);
+    column->addLayout(pages_, 1);
+
+    connect(drop_view_, &DropView::choose, this, &MainWindow::choose_files);
+    connect(drop_view_, &DropView::cancel, this, &MainWindow::cancel);
+    connect(drop_view_, &DropView::play, this, &MainWindow::play);
+    connect(drop_view_, &DropView::show_in_folder, this, &MainWindow::show_in_folder);
+    connect(drop_view_, &DropView::report, this, &MainWindow::report);
+    connect(drop_view_, &DropView::retry, this, &MainWindow::retry);
+    connect(file_view_, &FileView::play, this, &MainWindow::play_file);
+    connect(file_view_, &FileView::row_button_clicked, this, &MainWindow::on_row_button);
+
+    connect(&session_, &Session::changed, this, &MainWindow::refresh);
+    connect(&session_, &Session::not_audio, this, &MainWindow::on_not_audio);
+    connect(&session_, &Session::ended, this, &MainWindow::on_ended);
+    connect(&session_.files(), &QAbstractItemModel::rowsRemoved, this, &MainWindow::refresh);
+    connect(&notification_, &Notification::clicked, this,
+            [this] { desktop::show_in_folder(session_.results()); });
+    refresh();
+}
+
+QAction* MainWindow::add_action(const QString& text,
+                                const QKeySequence& key,
+                                void (MainWindow::*slot)()) {
+    auto* action = new QAction(text, this);
+    action->setShortcut(key);
+    connect(action, &QAction::triggered, this, slot);
+    addAction(action);
+    return action;
+}
+
+void MainWindow::add_actions() {
+    // What concerns files is also the list's context menu.
+    const auto for_files = [this](QAction* action) { file_view_->addAction(action); };
+    for_files(add_action(tr("Play"), {}, &MainWindow::play));
+    for_files(add_action(tr("Show in Folder"), {}, &MainWindow::show_in_folder));
+    for_files(add_action(tr("Report"), {}, &MainWindow::report));
+    for_files(add_action(tr("Try Again"), {}, &MainWindow::retry));
+    for_files(add_action(tr("Cancel"), Qt::Key_Escape, &MainWindow::cancel));
+    for_files(add_action(tr("Remove from List"), QKeySequence::Delete, &MainWindow::remove));
+
+    menu_ = new QMenu(this);
+    menu_->addAction(add_action(tr("Open Files…"), QKeySequence::Open, &MainWindow::choose_files));
+    menu_->addAction(add_action(tr("Open Folder…"), QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_O),
+                                &MainWindow::choose_folder));
+    menu_->addAction(add_action(tr("Paste"), QKeySequence::Paste, &MainWindow::paste));
+    menu_->addSeparator();
+    auto* clear = new QAction(tr("Clear Finished"), this);
+    connect(clear, &QAction::triggered, &session_, &Session::remove_finished);
+    menu_->addAction(clear);
+    menu_->addSeparator();
+    menu_->addAction(add_action(tr("About Quorvane"), {}, &MainWindow::about));
+    // Not every desktop has a standard key for it.
+    auto* quit = new QAction(tr("Quit"), this);
+    quit->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Q));
+    connect(quit, &QAction::triggered, this, &QWidget::close);
+    addAction(quit);
+    menu_->addAction(quit);
+
+    auto* button = new QToolButton(drop_view_);
+    button->setText(QStringLiteral("☰"));
+    button->setAccessibleName(tr("Menu"));
+    button->setPopupMode(QToolButton::InstantPopup);
+    button->setMenu(menu_);
+    button->setStyleSheet(QStringLiteral(
+        "QToolButton { color: white; background: transparent; border: 2px solid transparent;"
+        " border-radius: 6px; padding: 4px 8px; }"
+        "QToolButton:hover { background: #4a4a4a; } QToolButton:focus { border-color: #b6f259; }"
+        "QToolButton::menu-indicator { image: none; }"));
+    drop_view_->set_corner(button);
+}
+
+QWidget* MainWindow::new_list_page() {
+    auto* page = new QWidget(this);
+    auto* column = new QVBoxLayout(page);
+    column->setContentsMargins(0, 0, 0, 0);
+    column->setSpacing(0);
+    column->addWidget(file_view_, 1);
+
+    auto* bar = new QHBoxLayout;
+    bar->setContentsMargins(12, 10, 12, 10);
+    bar->setSpacing(10);
+    auto* add = new QPushButton(tr("Add Files…"), page);
+    connect(add, &QPushButton::clicked, this, &MainWindow::choose_files);
+    bar->addWidget(add);
+    auto* middle = new QVBoxLayout;
+    middle->setSpacing(4);
+    progress_text_ = new QLabel(page);
+    progress_ = new QProgressBar(page);
+    progress_->setTextVisible(false);
+    progress_->setFixedHeight(6);
+    progress_->setAccessibleName(tr("Overall progress"));
+    middle->addWidget(progress_text_);
+    middle->addWidget(progress_);
+    bar->addLayout(middle, 1);
+    cancel_all_ = new QPushButton(tr("Cancel All"), page);
+    connect(cancel_all_, &QPushButton::clicked, &session_, &Session::cancel_all);
+    bar->addWidget(cancel_all_);
+    report_all_ = new QPushButton(tr("Report"), page);
+    connect(report_all_, &QPushButton::clicked, this, &MainWindow::report);
+    bar->addWidget(report_all_);
+    auto* more = new QToolButton(page);
+    more->setText(QStringLiteral("☰"));
+    more->setAccessibleName(tr("Menu"));
+    more->setAutoRaise(true);
+    more->setPopupMode(QToolButton::InstantPopup);
+    more->setMenu(menu_);
+    more->setStyleSheet(QStringLiteral("QToolButton::menu-indicator { image: none; }"));
+    bar->addWidget(more);
+    column->addLayout(bar);
+    return page;
+}
+
+void MainWindow::take(const std::vector<std::string>& paths) {
+    message_->hide();
+    session_.take(paths);
+}
+
+void MainWindow::come_to_front(const QByteArray& activation_token) {
+    if (!activation_token.isEmpty()) {
+        qputenv("XDG_ACTIVATION_TOKEN", activation_token);  // where Qt looks for it
+    }
+    setWindowState(windowState() & ~Qt::WindowMinimized);
+    show();
+    raise();
+    activateWindow();
+}
+
+void MainWindow::refresh() {
+    const int files = session_.files().rowCount();
+    QWidget* const page = files > 1 ? list_page_ : static_cast<QWidget*>(drop_view_);
+    if (pages_->currentWidget() != page) {
+        pages_->setCurrentWidget(page);
+    }
+    drop_view_->set_searching(session_.searching());
+    if (files <= 1) {
+        drop_view_->refresh();
+    }
+    refresh_bar();
+    const Overall& overall = session_.overall();
+    if (session_.working()) {
+        taskbar_.show(overall.fraction());
+        setWindowTitle(tr("%1 % – Quorvane").arg(static_cast<int>(overall.fraction() * 100)));
+    } else {
+        taskbar_.hide();
+        setWindowTitle(QStringLiteral("Quorvane"));
+    }
+}
+
+void MainWindow::refresh_bar() {
+    const Overall& overall = session_.overall();
+    const bool working = session_.working();
+    progress_->setVisible(working);
+    cancel_all_->setVisible(working);
+    report_all_->setVisible(!working);
+    progress_->setValue(static_cast<int>(overall.fraction() * 100));
+    if (!working) {
+        progress_text_->setText(session_.searching() ? tr("Searching…")
+                                                     : counts_text(overall.counts()));
+        return;
+    }
+    QString text = tr("%1 of %2 files").arg(overall.counts().all()).arg(overall.files());
+    if (const auto left = session_.seconds_left()) {
+        text += QStringLiteral(" · ") + time_left_text(*left);
+    }
+    progress_text_->setText(text);
+}
+
+void MainWindow::set_under_drag(bool under_drag) {
+    drop_view_->set_under_drag(under_drag);
+    file_view_->set_under_drag(under_drag);
+}
+
+void MainWindow::dragEnterEvent(QDragEnterEvent* event) {
+    if (!comes_from_here(*event) && event->mimeData()->hasUrls()) {
+        event->setDropAction(Qt::CopyAction);
+        event->accept();
+        set_under_drag(true);
+    }
+}
+
+void MainWindow::dragLeaveEvent(QDragLeaveEvent* /*event*/) {
+    set_under_drag(false);
+}
+
+void MainWindow::dropEvent(QDropEvent* event) {
+    set_under_drag(false);
+    event->setDropAction(Qt::CopyAction);
+    event->accept();
+    const DraggedFiles files = dragged_files(*event->mimeData());
+    take(files.paths);
+    if (!files.elsewhere.isEmpty()) {
+        message_->tell(tr("Not a file of this computer: %1").arg(files.elsewhere.join(", ")));
+    }
+}
+
+void MainWindow::changeEvent(QEvent* event) {
+    if (event->type() == QEvent::PaletteChange) {
+        message_->update();
+    }
+    QWidget::changeEvent(event);
+}
+
+void MainWindow::closeEvent(QCloseEvent* event) {
+    if (session_.working() && !may_close_) {
+        event->ignore();
+        ask_to_close();
+        return;
+    }
+    hide();
+    session_.shut_down();
+    taskbar_.hide();
+    event->accept();
+    QApplication::quit();
+}
+
+void MainWindow::end() {
+    may_close_ = true;
+    close();
+}
+
+QMessageBox* MainWindow::new_question(const QString& text, const QString& explanation) {
+    auto* box = new QMessageBox(QMessageBox::Question, QStringLiteral("Quorvane"), text,
+                                QMessageBox::NoButton, this);
+    box->setTextFormat(Qt::PlainText);
+    box->setInformativeText(explanation);
+    box->setAttribute(Qt::WA_DeleteOnClose);
+    return box;
+}
+
+void MainWindow::ask_to_close() {
+    QMessageBox* box = new_question(tr("Stop leveling and quit?"),
+                                    tr("Files that are not finished get no leveled copy."));
+    const QPushButton* stop = box->addButton(tr("Stop and Quit"), QMessageBox::DestructiveRole);
+    box->setDefaultButton(box->addButton(tr("Keep Leveling"), QMessageBox::RejectRole));
+    connect(stop, &QPushButton::clicked, this, &MainWindow::end);
+    box->open();
+}
+
+void MainWindow::ask_existing(int count,
+                              const QString& example,
+                              std::function<void(ExistingChoice)> answer) {
+    QMessageBox* box =
+        new_question(count == 1 ? tr("“%1” exists already.").arg(example)
+                                : tr("%n leveled files exist already.", nullptr, count),
+                     count == 1 ? tr("It is older than its recording, or something else.")
+                                : tr("They are older than their recordings, or something else."));
+    QPushButton* replace = box->addButton(tr("Replace"), QMessageBox::DestructiveRole);
+    QPushButton* both = box->addButton(tr("Keep Both"), QMessageBox::AcceptRole);
+    QPushButton* skip = box->addButton(tr("Skip"), QMessageBox::RejectRole);
+    box->setDefaultButton(both);
+    box->setEscapeButton(skip);
+    connect(box, &QMessageBox::finished, this, [=] {
+        answer(box->clickedButton() == replace ? ExistingChoice::Replace
+               : box->clickedButton() == both  ? ExistingChoice::KeepBoth
+                                               : ExistingChoice::Skip);
+    });
+    box->open();
+}
+
+void MainWindow::ask_folder(const QString& locked, std::function<void(std::string)> answer) {
+    auto* dialog = new QFileDialog(
+        this, tr("“%1” cannot be written. Where shall the leveled files go?").arg(locked));
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    dialog->setFileMode(QFileDialog::Directory);
+    dialog->setOption(QFileDialog::ShowDirsOnly);
+    connect(dialog, &QDialog::finished, this, [=](int result) {
+        answer(result == QDialog::Accepted ? local_paths(dialog->selectedFiles()).front() : "");
+    });
+    dialog->open();
+}
+
+void MainWindow::choose_files() {
+    auto* dialog = new QFileDialog(this, tr("Choose Recordings"));
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    dialog->setFileMode(QFileDialog::ExistingFiles);
+    dialog->setNameFilters({audio_filter(), tr("All files (*)")});
+    connect(dialog, &QFileDialog::filesSelected, this,
+            [this](const QStringList& names) { take(local_paths(names)); });
+    dialog->open();
+}
+
+void MainWindow::choose_folder() {
+    auto* dialog = new QFileDialog(this, tr("Choose a Folder of Recordings"));
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    dialog->setFileMode(QFileDialog::Directory);
+    connect(dialog, &QFileDialog::filesSelected, this,
+            [this](const QStringList& names) { take(local_paths(names)); });
+    dialog->open();
+}
+
+void MainWindow::paste() {
+    take(dragged_files(*QApplication::clipboard()->mimeData()).paths);
+}
+
+std::vector<FileList::Id> MainWindow::chosen() const {
+    if (const auto file = drop_view_->file()) {
+        return {*file};
+    }
+    return file_view_->selected();
+}
+
+std::vector<std::string> MainWindow::chosen_results() const {
+    std::vector<std::string> paths;
+    for (const FileList::Id id : chosen()) {
+        const Row* row = file_view_->files().row(id);
+        if (row->has_result()) {
+            paths.push_back(row->output);
+        }
+    }
+    return paths;
+}
+
+void MainWindow::cancel() {
+    const std::vector<FileList::Id> ids = chosen();
+    if (ids.empty()) {
+        session_.cancel_all();
+    } else {
+        session_.cancel(ids);
+    }
+}
+
+void MainWindow::remove() {
+    session_.remove(chosen());
+}
+
+void MainWindow::retry() {
+    session_.retry(chosen());
+}
+
+void MainWindow::play() {
+    const std::vector<FileList::Id> ids = chosen();
+    if (!ids.empty()) {
+        play_file(ids.front());
+    }
+}
+
+void MainWindow::play_file(FileList::Id id) {
+    const Row* row = session_.files().row(id);
+    if (row->has_result() && !open_file(row->output)) {
+        message_->tell(tr("No program was found to play %1.").arg(shown_name(row->output)));
+    }
+}
+
+void MainWindow::show_in_folder() {
+    desktop::show_in_folder(chosen_results());
+}
+
+void MainWindow::on_row_button(FileList::Id id) {
+    const Row* row = session_.files().row(id);
+    if (row->state != State::Finished) {
+        session_.cancel({id});
+    } else if (row->has_result()) {
+        desktop::show_in_folder({row->output});
+    }
+}
+
+void MainWindow::report() {
+    std::vector<cli::FileFacts> facts;
+    const std::vector<FileList::Id> ids = chosen();
+    FileList& files = session_.files();
+    for (int i = 0; i < files.rowCount(); ++i) {
+        const bool wanted =
+            ids.empty() || std::find(ids.begin(), ids.end(), files.id_at(i)) != ids.end();
+        if (wanted && files.at(i).state == State::Finished && files.at(i).facts.before) {
+            facts.push_back(files.at(i).facts);
+        }
+    }
+    if (facts.empty()) {
+        message_->tell(tr("There is nothing to report yet."));
+        return;
+    }
+    try {
+        const std::string page = write_cached_report(facts);
+        if (!open_file(page)) {
+            message_->tell(
+                tr("No program was found to show %1.").arg(QString::fromStdString(page)));
+        }
+    } catch (const std::exception& error) {
+        message_->tell(
+            tr("The report could not be written: %1").arg(QString::fromLocal8Bit(error.what())));
+    }
+}
+
+void MainWindow::about() {
+    auto* box = new QMessageBox(this);
+    box->setAttribute(Qt::WA_DeleteOnClose);
+    box->setWindowTitle(tr("About Quorvane"));
+    box->setIconPixmap(windowIcon().pixmap(64, 64));
+    box->setText(QStringLiteral("Quorvane %1").arg(QApplication::applicationVersion()));
+    box->setInformativeText(
+        tr("Levels the loudness of spoken word.\n\nStands on Qt, libsndfile, Boost, TagLib, "
+           "libebur128, fmt and JSON for Modern C++."));
+    box->open();
+}
+
+void MainWindow::on_not_audio(const std::vector<std::string>& paths) {
+    constexpr int kMostNamed = 3;
+    QStringList names;
+    for (const std::string& path : paths) {
+        if (names.size() < kMostNamed) {
+            names.append(shown_name(path));
+        }
+    }
+    const int more = static_cast<int>(paths.size()) - static_cast<int>(names.size());
+    QString text = tr("Not audio, left out: %1").arg(names.join(QStringLiteral(", ")));
+    if (more > 0) {
+        text += tr(" and %n more", nullptr, more);
+    }
+    message_->tell(text);
+}
+
+void MainWindow::on_ended(const Counts& counts) {
+    notification_.show(tr("Quorvane has finished"), counts_text(counts), tr("Show in Folder"));
+}
+
+}  // namespace desktop

@@ -1,0 +1,101 @@
+#pragma once
+
+#include <QLabel>
+#include <QMenu>
+#include <QMessageBox>
+#include <QProgressBar>
+#include <QStackedLayout>
+#include <QToolButton>
+#include <QWidget>
+#include <string>
+#include <vector>
+
+#include "desktop/session/session.h"
+#include "desktop/system/notification.h"
+#include "desktop/system/taskbar.h"
+#include "desktop/view/drop_view.h"
+#include "desktop/view/file_view.h"
+#include "desktop/view/message_bar.h"
+
+namespace desktop {
+
+/**
+ * The window: the drop view while there is one file or none, the list and a bar under it when there
+ * are more. Takes drops everywhere, asks the questions, and tells the desktop how far the work is.
+ */
+class MainWindow : public QWidget, private Questions {
+    Q_OBJECT
+
+  public:
+    MainWindow();
+
+    Session& session() { return session_; }
+
+    /** Files from elsewhere: the command line or another start. */
+    void take(const std::vector<std::string>& paths);
+
+    /** To the front, with the token that another start passed on (empty: none). */
+    void come_to_front(const QByteArray& activation_token);
+
+    /** Stops the work without a question and closes. */
+    void end();
+
+  protected:
+    void dragEnterEvent(QDragEnterEvent* event) override;
+    void dragLeaveEvent(QDragLeaveEvent* event) override;
+    void dropEvent(QDropEvent* event) override;
+    void closeEvent(QCloseEvent* event) override;
+    void changeEvent(QEvent* event) override;
+
+  private:
+    void ask_existing(int count,
+                      const QString& example,
+                      std::function<void(ExistingChoice)> answer) override;
+    void ask_folder(const QString& locked, std::function<void(std::string)> answer) override;
+    QMessageBox* new_question(const QString& text, const QString& explanation);
+    void ask_to_close();
+
+    void add_actions();
+    QAction* add_action(const QString& text, const QKeySequence& key, void (MainWindow::*slot)());
+    QWidget* new_list_page();
+    QMenu* new_menu();
+    void refresh();
+    void refresh_bar();
+    void set_under_drag(bool under_drag);
+
+    void choose_files();
+    void choose_folder();
+    void paste();
+    void cancel();
+    void remove();
+    void play();
+    void show_in_folder();
+    void report();
+    void retry();
+    void about();
+    void play_file(FileList::Id id);
+    void on_row_button(FileList::Id id);
+    void on_not_audio(const std::vector<std::string>& paths);
+    void on_ended(const Counts& counts);
+
+    /** The selected files; on the drop view the only one. */
+    std::vector<FileList::Id> chosen() const;
+    std::vector<std::string> chosen_results() const;
+
+    Session session_;
+    Notification notification_;
+    Taskbar taskbar_;
+    QStackedLayout* pages_;
+    MessageBar* message_;
+    DropView* drop_view_;
+    QWidget* list_page_;
+    FileView* file_view_;
+    QLabel* progress_text_ = nullptr;
+    QProgressBar* progress_ = nullptr;
+    QPushButton* cancel_all_ = nullptr;
+    QPushButton* report_all_ = nullptr;
+    QMenu* menu_ = nullptr;
+    bool may_close_ = false;
+};
+
+}  // namespace desktop

@@ -1,0 +1,152 @@
+#include "desktop/view/ring.h"
+
+#include <QApplication>
+#include <QDrag>
+#include <QMimeData>
+#include <QMouseEvent>
+#include <QPainter>
+#include <QPainterPath>
+
+#include "desktop/view/colors.h"
+
+namespace desktop {
+namespace {
+
+constexpr double kLineWidth = 12;
+constexpr double kTextShare = 0.2;  // of the ring's size
+constexpr int kUsualSize = 168;
+constexpr int kLeastSize = 96;
+
+QRectF centered_square(const QRectF& bounds) {
+    const double side = qMin(bounds.width(), bounds.height());
+    QRectF square(0, 0, side, side);
+    square.moveCenter(bounds.center());
+    return square;
+}
+
+}  // namespace
+
+void paint_ring(QPainter& painter,
+                const QRectF& bounds,
+                double line_width,
+                double fraction,
+                const QColor& track,
+                const QColor& arc) {
+    constexpr int kSixteenths = 16;  // Qt counts angles in sixteenths of a degree
+    constexpr int kTop = 90 * kSixteenths;
+    const double inset = line_width / 2;
+    const QRectF circle = centered_square(bounds).adjusted(inset, inset, -inset, -inset);
+    painter.save();
+    painter.setRenderHint(QPainter::Antialiasing);
+    painter.setBrush(Qt::NoBrush);
+    painter.setPen(QPen(track, line_width));
+    painter.drawEllipse(circle);
+    if (fraction > 0) {
+        painter.setPen(QPen(arc, line_width, Qt::SolidLine, Qt::FlatCap));
+        painter.drawArc(circle, kTop, -qRound(360 * kSixteenths * qMin(fraction, 1.0)));
+    }
+    painter.restore();
+}
+
+void paint_mark(
+    QPainter& painter, const QRectF& bounds, Mark mark, double line_width, const QColor& color) {
+    const QRectF square = centered_square(bounds);
+    const auto point = [&](double x, double y) {
+        return square.topLeft() + QPointF(x * square.width(), y * square.height());
+    };
+    QPainterPath path;
+    switch (mark) {
+        case Mark::None:
+            return;
+        case Mark::Check:
+            path.moveTo(point(0.30, 0.52));
+            path.lineTo(point(0.45, 0.66));
+            path.lineTo(point(0.71, 0.37));
+            break;
+        case Mark::Cross:
+            path.moveTo(point(0.36, 0.36));
+            path.lineTo(point(0.64, 0.64));
+            path.moveTo(point(0.64, 0.36));
+            path.lineTo(point(0.36, 0.64));
+            break;
+        case Mark::Bars: {
+            // As in the program's icon.
+            constexpr double kHalfHeights[] = {0.06, 0.13, 0.13, 0.13, 0.06};
+            double x = 0.34;
+            for (const double half : kHalfHeights) {
+                path.moveTo(point(x, 0.5 - half));
+                path.lineTo(point(x, 0.5 + half));
+                x += 0.08;
+            }
+            break;
+        }
+    }
+    painter.save();
+    painter.setRenderHint(QPainter::Antialiasing);
+    painter.setBrush(Qt::NoBrush);
+    painter.setPen(QPen(color, line_width, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin));
+    painter.drawPath(path);
+    painter.restore();
+}
+
+Ring::Ring(QWidget* parent) : QProgressBar(parent) {
+    setRange(0, 100);
+    setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Expanding);
+    setMaximumHeight(kUsualSize);
+    setTextVisible(true);
+}
+
+void Ring::set_mark(Mark mark) {
+    if (mark != mark_) {
+        mark_ = mark;
+        update();
+    }
+}
+
+QSize Ring::sizeHint() const {
+    return {kUsualSize, kUsualSize};
+}
+
+QSize Ring::minimumSizeHint() const {
+    return {kLeastSize, kLeastSize};
+}
+
+void Ring::paintEvent(QPaintEvent* /*event*/) {
+    constexpr double kMarkWidth = 7;
+    QPainter painter(this);
+    const QRectF square = centered_square(rect());
+    paint_ring(painter, square, kLineWidth, value() / 100.0, kDarkTrack, kArc);
+    if (mark_ != Mark::None) {
+        paint_mark(painter, square, mark_, kMarkWidth, kDarkText);
+        return;
+    }
+    QFont font = this->font();
+    font.setPixelSize(qRound(kTextShare * square.height()));
+    font.setWeight(QFont::Light);
+    painter.setFont(font);
+    painter.setPen(kDarkText);
+    painter.drawText(square, Qt::AlignCenter,
+                     QStringLiteral("%1%").arg(value(), 2, 10, QChar('0')));
+}
+
+void Ring::mousePressEvent(QMouseEvent* event) {
+    pressed_at_ = event->position().toPoint();
+}
+
+void Ring::mouseMoveEvent(QMouseEvent* event) {
+    const int distance = (event->position().toPoint() - pressed_at_).manhattanLength();
+    if (!(event->buttons() & Qt::LeftButton) || distance < QApplication::startDragDistance()) {
+        return;
+    }
+    if (QMimeData* result = drag_source_ ? drag_source_() : nullptr) {
+        auto* drag = new QDrag(this);
+        drag->setMimeData(result);
+        drag->exec(Qt::CopyAction);
+    }
+}
+
+void Ring::mouseDoubleClickEvent(QMouseEvent* /*event*/) {
+    Q_EMIT double_clicked();
+}
+
+}  // namespace desktop

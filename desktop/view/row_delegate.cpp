@@ -1,0 +1,210 @@
+#include "desktop/view/row_delegate.h"
+
+#include <QAbstractItemView>
+#include <QHelpEvent>
+#include <QMouseEvent>
+#include <QPainter>
+#include <QPainterPath>
+#include <QStyle>
+#include <QToolTip>
+#include <algorithm>
+
+#include "desktop/intake/paths.h"
+#include "desktop/model/file_list.h"
+#include "desktop/model/words.h"
+#include "desktop/view/colors.h"
+#include "desktop/view/ring.h"
+
+namespace desktop {
+namespace {
+
+constexpr int kMargin = 12;
+constexpr int kLineGap = 3;
+constexpr int kRingSize = 34;
+constexpr double kRingWidth = 4;
+constexpr int kButtonSize = 28;
+constexpr int kWrap = Qt::TextWordWrap | Qt::TextWrapAnywhere;
+
+const Row& row_of(const QModelIndex& index) {
+    return static_cast<const FileList*>(index.model())->at(index.row());
+}
+
+bool failed(const Row& row) {
+    return row.state == State::Finished && row.facts.outcome == cli::Outcome::Failed;
+}
+
+QFont name_font(const QFont& font) {
+    QFont name = font;
+    name.setWeight(QFont::DemiBold);
+    return name;
+}
+
+QFont figure_font(const QFont& font) {
+    QFont figures = font;
+    figures.setPointSizeF(font.pointSizeF() * 0.92);
+    return figures;
+}
+
+/** Where the parts of a row are, for a text that reads from the left. */
+struct Layout {
+    QRect ring;
+    QRect name;
+    QRect state;
+    QRect figures;
+    int height;
+};
+
+Layout lay_out(const Row& row, const QFont& font, int width) {
+    const QFontMetrics name_metrics(name_font(font));
+    const QFontMetrics metrics(font);
+    const QFontMetrics figure_metrics(figure_font(font));
+    // As wide as the figures of a usual file, so that the columns of all rows begin together.
+    const int usual = figure_metrics.horizontalAdvance(QStringLiteral("−00.0 → −00.0 LUFS"));
+    const int figures = std::max({usual, figure_metrics.horizontalAdvance(loudness_text(row)),
+                                  figure_metrics.horizontalAdvance(range_text(row))});
+    const int left = kMargin + kRingSize + kMargin;
+    const int right = width - kMargin - kButtonSize - kMargin / 2;
+    const int text_width = qMax(80, right - figures - kMargin - left);
+    const auto height_of = [&](const QFontMetrics& of, const QString& text) {
+        return qMax(of.height(), of.boundingRect(0, 0, text_width, 10000, kWrap, text).height());
+    };
+    const int name = height_of(name_metrics, shown_name(row.input));
+    const int state = height_of(metrics, state_text(row));
+    Layout layout;
+    layout.height = 2 * kMargin + qMax(name + kLineGap + state, kRingSize);
+    layout.ring = QRect(kMargin, (layout.height - kRingSize) / 2, kRingSize, kRingSize);
+    const int top = (layout.height - name - kLineGap - state) / 2;
+    layout.name = QRect(left, top, text_width, name);
+    layout.state = QRect(left, top + name + kLineGap, text_width, state);
+    layout.figures = QRect(right - figures, top, figures, layout.height - 2 * top);
+    return layout;
+}
+
+void paint_ring_of(QPainter& painter, const Row& row, const QRect& place, const QPalette& palette) {
+    const QColor ground = palette.color(QPalette::Base);
+    const QColor track = mixed(ground, palette.color(QPalette::Text), 0.18);
+    const QColor done = done_color(palette);
+    if (row.state != State::Finished) {
+        paint_ring(painter, place, kRingWidth, row.state == State::Running ? row.fraction : 0,
+                   track, done);
+        return;
+    }
+    const bool cancelled = row.facts.outcome == cli::Outcome::Interrupted;
+    const QColor color = failed(row)                                  ? failure_color(palette)
+                         : row.facts.outcome == cli::Outcome::Leveled ? done
+                                                                      : soft_text_color(palette);
+    paint_ring(painter, place, kRingWidth, 1, track, cancelled ? track : color);
+    paint_mark(painter, place, failed(row) || cancelled ? Mark::Cross : Mark::Check, 2.5, color);
+}
+
+/** A cross that cancels, or a folder that shows the result. */
+void paint_button(QPainter& painter, const Row& row, const QRect& place, const QPalette& palette) {
+    painter.save();
+    painter.setRenderHint(QPainter::Antialiasing);
+    painter.setPen(QPen(soft_text_color(palette), 1.5, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin));
+    const QRectF box = QRectF(place).adjusted(7, 8, -7, -8);
+    if (row.state != State::Finished) {
+        const QRectF cross = QRectF(place).adjusted(9, 9, -9, -9);
+        painter.drawLine(cross.topLeft(), cross.bottomRight());
+        painter.drawLine(cross.topRight(), cross.bottomLeft());
+    } else if (row.has_result()) {
+        QPainterPath folder(box.bottomLeft());
+        folder.lineTo(box.topLeft());
+        folder.lineTo(box.topLeft() + QPointF(4.5, 0));
+        folder.lineTo(box.topLeft() + QPointF(6.5, 2.5));
+        folder.lineTo(box.topRight() + QPointF(0, 2.5));
+        folder.lineTo(box.bottomRight());
+        folder.closeSubpath();
+        painter.drawPath(folder);
+    }
+    painter.restore();
+}
+
+}  // namespace
+
+QRect RowDelegate::button_rect(const QRect& row, Qt::LayoutDirection direction) {
+    const QRect place(row.right() - kMargin - kButtonSize + 1,
+                      row.top() + (row.height() - kButtonSize) / 2, kButtonSize, kButtonSize);
+    return QStyle::visualRect(direction, row, place);
+}
+
+void RowDelegate::paint(QPainter* painter,
+                        const QStyleOptionViewItem& option,
+                        const QModelIndex& index) const {
+    const Row& row = row_of(index);
+    const QPalette& palette = option.palette;
+    const Layout layout = lay_out(row, option.font, option.rect.width());
+    const auto place = [&](const QRect& part) {
+        return QStyle::visualRect(option.direction, option.rect,
+                                  part.translated(option.rect.topLeft()));
+    };
+    const QColor ground = palette.color(QPalette::Base);
+    painter->save();
+    painter->setLayoutDirection(option.direction);
+    if (option.state & QStyle::State_Selected) {
+        painter->fillRect(option.rect, mixed(ground, palette.color(QPalette::Highlight), 0.18));
+    } else if (option.state & QStyle::State_MouseOver) {
+        painter->fillRect(option.rect, mixed(ground, palette.color(QPalette::Text), 0.04));
+    }
+    painter->setPen(mixed(ground, palette.color(QPalette::Text), 0.12));
+    painter->drawLine(option.rect.bottomLeft(), option.rect.bottomRight());
+
+    paint_ring_of(*painter, row, place(layout.ring), palette);
+    painter->setPen(palette.color(QPalette::Text));
+    painter->setFont(name_font(option.font));
+    painter->drawText(place(layout.name), kWrap, shown_name(row.input));
+    painter->setFont(option.font);
+    painter->setPen(failed(row) ? failure_color(palette) : soft_text_color(palette));
+    painter->drawText(place(layout.state), kWrap, state_text(row));
+    painter->setFont(figure_font(option.font));
+    painter->setPen(palette.color(QPalette::Text));
+    painter->drawText(place(layout.figures), Qt::AlignTop | Qt::AlignRight, loudness_text(row));
+    painter->setPen(soft_text_color(palette));
+    painter->drawText(place(layout.figures), Qt::AlignBottom | Qt::AlignRight, range_text(row));
+    paint_button(*painter, row, button_rect(option.rect, option.direction), palette);
+
+    if (option.state & QStyle::State_HasFocus && option.state & QStyle::State_KeyboardFocusChange) {
+        painter->setPen(QPen(palette.color(QPalette::Highlight), 2));
+        painter->drawRect(option.rect.adjusted(1, 1, -2, -2));
+    }
+    painter->restore();
+}
+
+QSize RowDelegate::sizeHint(const QStyleOptionViewItem& option, const QModelIndex& index) const {
+    const auto* view = qobject_cast<const QAbstractItemView*>(option.widget);
+    const int width = view ? view->viewport()->width() : option.rect.width();
+    return {width, lay_out(row_of(index), option.font, width).height};
+}
+
+bool RowDelegate::helpEvent(QHelpEvent* event,
+                            QAbstractItemView* view,
+                            const QStyleOptionViewItem& option,
+                            const QModelIndex& index) {
+    if (event->type() == QEvent::ToolTip && index.isValid() &&
+        button_rect(option.rect, option.direction).contains(event->pos())) {
+        const Row& row = row_of(index);
+        const QString text = row.state != State::Finished ? tr("Cancel")
+                             : row.has_result()           ? tr("Show in Folder")
+                                                          : QString();
+        QToolTip::showText(event->globalPos(), text, view);
+        return true;
+    }
+    return QStyledItemDelegate::helpEvent(event, view, option, index);
+}
+
+bool RowDelegate::editorEvent(QEvent* event,
+                              QAbstractItemModel* model,
+                              const QStyleOptionViewItem& option,
+                              const QModelIndex& index) {
+    if (event->type() == QEvent::MouseButtonRelease) {
+        const auto* mouse = static_cast<QMouseEvent*>(event);
+        if (mouse->button() == Qt::LeftButton &&
+            button_rect(option.rect, option.direction).contains(mouse->position().toPoint())) {
+            Q_EMIT button_clicked(index);
+            return true;
+        }
+    }
+    return QStyledItemDelegate::editorEvent(event, model, option, index);
+}
+
+}  // namespace desktop

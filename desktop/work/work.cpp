@@ -1,0 +1,158 @@
+#include "desktop/work/work.h"
+
+#include <chrono>
+#include <future>
+#include <unordered_map>
+#include <vector>
+
+#include "cli/options/settings.h"
+#include "cli/storage/scratch.h"
+
+namespace desktop {
+namespace {
+
+constexpr auto kLongestCleanUp = std::chrono::seconds(5);
+
+/** What the command line takes when nothing is said. */
+cli::Settings usual_settings() {
+    const char* const words[] = {"quorvane", "--", "."};
+    return cli::parse_command_line(3, words);
+}
+
+}  // namespace
+
+/** One batch, from the first file to the last, with its thread. */
+class Work::Run : public cli::BatchObserver {
+  public:
+    explicit Run(Work& work) : Run(work, usual_settings()) {}
+
+    ~Run() override {
+        batch_.close();
+        if (ended_.wait_for(kLongestCleanUp) != std::future_status::ready && stopped_) {
+            batch_.stop(cli::Batch::Stop::Now);
+        }
+        thread_.join();
+    }
+
+    Run(const Run&) = delete;
+    Run& operator=(const Run&) = delete;
+
+    void add(std::size_t id,
+             const std::string& input,
+             const std::string& output,
+             Existing existing) {
+        const std::size_t index = batch_.add(input, output, existing);
+        ids_.resize(index + 1);
+        ids_[index] = id;
+        index_of_[id] = index;
+        ++unfinished_;
+    }
+
+    void cancel(std::size_t id) {
+        const auto found = index_of_.find(id);
+        if (found != index_of_.end()) {
+            batch_.cancel(found->second);
+        }
+    }
+
+    void stop() {
+        stopped_ = true;
+        batch_.stop(cli::Batch::Stop::CleanUp);
+    }
+
+    bool all_finished() const { return unfinished_ == 0; }
+
+    // From the batch's thread; the numbers are translated on the main thread, which gave them.
+    void started(std::size_t index) override {
+        on_main([this, index] { Q_EMIT work_.started(ids_[index]); });
+    }
+
+    void progress(std::size_t index, double fraction) override {
+        on_main([this, index, fraction] { Q_EMIT work_.progressed(ids_[index], fraction); });
+    }
+
+    void finished(std::size_t index, const cli::FileFacts& facts) override {
+        on_main([this, index, facts] {
+            --unfinished_;
+            Q_EMIT work_.finished(ids_[index], facts);
+            if (all_finished()) {
+                work_.end_run();
+            }
+        });
+    }
+
+  private:
+    Run(Work& work, const cli::Settings& settings)
+        : work_(work),
+          batch_(settings.jobs,
+                 {settings.tuning, settings.measure, false, settings.keep_mtime},
+                 *this) {
+        std::promise<void> ended;
+        ended_ = ended.get_future();
+        thread_ = std::thread([this, ended = std::move(ended)]() mutable {
+            cli::remove_stale_scratch_directories();
+            batch_.run();
+            ended.set_value();
+        });
+    }
+
+    template <class Function>
+    void on_main(Function function) {
+        // The guard lives on the main thread and dies with this run, and its events with it.
+        QMetaObject::invokeMethod(&guard_, function, Qt::QueuedConnection);
+    }
+
+    Work& work_;
+    QObject guard_;
+    std::vector<std::size_t> ids_;                           // by the batch's numbers
+    std::unordered_map<std::size_t, std::size_t> index_of_;  // the last one of each id
+    std::size_t unfinished_ = 0;
+    bool stopped_ = false;
+    cli::Batch batch_;
+    std::thread thread_;
+    std::future<void> ended_;
+};
+
+Work::Work(QObject* parent) : QObject(parent) {}
+
+Work::~Work() {
+    shut_down();
+}
+
+void Work::add(std::size_t id,
+               const std::string& input,
+               const std::string& output,
+               Existing existing) {
+    if (!run_) {
+        run_ = std::make_unique<Run>(*this);
+    }
+    run_->add(id, input, output, existing);
+}
+
+void Work::cancel(std::size_t id) {
+    if (run_) {
+        run_->cancel(id);
+    }
+}
+
+void Work::shut_down() {
+    if (run_) {
+        run_->stop();
+        run_.reset();
+    }
+}
+
+// Queued: the caller is a function of the run. A file that was added meanwhile keeps it.
+void Work::end_run() {
+    QMetaObject::invokeMethod(
+        this,
+        [this] {
+            if (run_ && run_->all_finished()) {
+                run_.reset();
+                Q_EMIT ended();
+            }
+        },
+        Qt::QueuedConnection);
+}
+
+}  // namespace desktop

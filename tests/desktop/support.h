@@ -1,0 +1,44 @@
+#pragma once
+
+#include <QApplication>
+#include <QSignalSpy>
+#include <QTest>
+#include <string>
+#include <vector>
+
+#include "desktop/intake/intake.h"
+#include "desktop/session/session.h"
+#include "tests/support/fixtures.h"
+#include "tests/support/signals.h"
+
+/** Answers at once, and counts. */
+struct FakeQuestions : desktop::Questions {
+    desktop::ExistingChoice choice = desktop::ExistingChoice::Skip;
+    std::string folder;
+    int asked_existing = 0;
+    int asked_folder = 0;
+
+    void ask_existing(int /*count*/,
+                      const QString& /*example*/,
+                      std::function<void(desktop::ExistingChoice)> answer) override {
+        ++asked_existing;
+        answer(choice);
+    }
+
+    void ask_folder(const QString& /*locked*/, std::function<void(std::string)> answer) override {
+        ++asked_folder;
+        answer(folder);
+    }
+};
+
+/** A recording of so many seconds in the folder; returns its path. */
+inline std::string recording(const TempDir& folder, const std::string& name, double seconds = 3) {
+    write_sound(folder / name, signals::speech(seconds, 16000), kWav16);
+    return folder / name;
+}
+
+inline bool at_rest(const desktop::Session& session) {
+    return !session.searching() && !session.working();
+}
+
+constexpr int kLongestMs = 30000;

@@ -1,0 +1,211 @@
+#include <QAccessible>
+#include <QDir>
+#include <QDropEvent>
+#include <QMessageBox>
+#include <QMimeData>
+#include <QPushButton>
+#include <QStackedLayout>
+#include <QTranslator>
+#include <cmath>
+#include <memory>
+#include <thread>
+
+#include "desktop/intake/paths.h"
+#include "desktop/model/words.h"
+#include "desktop/system/appearance.h"
+#include "desktop/system/single_instance.h"
+#include "desktop/view/colors.h"
+#include "desktop/view/main_window.h"
+#include "tests/desktop/support.h"
+
+using desktop::MainWindow;
+using desktop::State;
+
+class WindowTest : public QObject {
+    Q_OBJECT
+
+  private Q_SLOTS:
+    void a_drop_in_mid_work_joins_the_list();
+    void keys_cancel_and_remove();
+    void closing_in_mid_work_asks_once();
+    void a_later_start_hands_its_files_over();
+    void every_control_has_a_name();
+    void colors_stand_out();
+    void german_says_it_all();
+};
+
+namespace {
+
+void drop(MainWindow& window, const std::vector<std::string>& paths) {
+    QMimeData data;
+    QList<QUrl> urls;
+    for (const std::string& path : paths) {
+        urls.append(desktop::to_url(path));
+    }
+    data.setUrls(urls);
+    const QPoint place = window.rect().center();
+    QDragEnterEvent enter(place, Qt::CopyAction | Qt::MoveAction, &data, Qt::LeftButton, {});
+    QApplication::sendEvent(&window, &enter);
+    QVERIFY(enter.isAccepted());
+    QDropEvent event(place, Qt::CopyAction | Qt::MoveAction, &data, Qt::LeftButton, {});
+    QApplication::sendEvent(&window, &event);
+    QCOMPARE(event.dropAction(), Qt::CopyAction);  // a move would delete the recordings
+}
+
+/** Relative luminance as WCAG 2.1 defines it. */
+double luminance(const QColor& color) {
+    const auto linear = [](double c) {
+        return c <= 0.03928 ? c / 12.92 : std::pow((c + 0.055) / 1.055, 2.4);
+    };
+    return 0.2126 * linear(color.redF()) + 0.7152 * linear(color.greenF()) +
+           0.0722 * linear(color.blueF());
+}
+
+double contrast(const QColor& one, const QColor& other) {
+    const double a = luminance(one) + 0.05;
+    const double b = luminance(other) + 0.05;
+    return std::max(a, b) / std::min(a, b);
+}
+
+/** One file that runs and one that waits, or both running: long enough for the user. */
+void start_long_work(MainWindow& window, const TempDir& folder) {
+    for (const char* name : {"a.wav", "b.wav", "c.wav", "d.wav"}) {
+        recording(folder, name, 100);
+    }
+    drop(window, {folder.path()});
+    QTRY_VERIFY_WITH_TIMEOUT(window.session().files().rowCount() == 4 &&
+                                 window.session().files().at(0).state == State::Running,
+                             kLongestMs);
+}
+
+}  // namespace
+
+void WindowTest::a_drop_in_mid_work_joins_the_list() {
+    const TempDir folder;
+    MainWindow window;
+    window.show();
+    drop(window, {recording(folder, "one.wav", 20)});
+    auto* view = window.findChild<desktop::DropView*>();
+    QTRY_VERIFY_WITH_TIMEOUT(window.session().working(), kLongestMs);
+    QVERIFY(view->isVisible());
+    write_text(folder / "notes.txt", "");
+    drop(window, {recording(folder, "שלום 日本.wav", 1), folder / "notes.txt"});
+    QTRY_VERIFY_WITH_TIMEOUT(!view->isVisible(), kLongestMs);
+    QVERIFY(window.findChild<desktop::MessageBar*>()->isVisible());
+    QTRY_VERIFY_WITH_TIMEOUT(at_rest(window.session()), kLongestMs);
+    desktop::FileList& files = window.session().files();
+    QCOMPARE(files.rowCount(), 2);
+    QVERIFY(desktop::loudness_text(files.at(1)).contains("LUFS"));
+    QVERIFY(desktop::accessible_text(files.at(1)).startsWith(QString::fromUtf8("שלום 日本.wav")));
+    const std::unique_ptr<QMimeData> dragged(files.mimeData({files.index(0), files.index(1)}));
+    QCOMPARE(desktop::dragged_files(*dragged).paths.size(), std::size_t(2));
+    QCOMPARE(desktop::dragged_files(*dragged).paths[1], files.at(1).output);
+}
+
+void WindowTest::keys_cancel_and_remove() {
+    const TempDir folder;
+    MainWindow window;
+    window.show();
+    start_long_work(window, folder);
+    desktop::FileList& files = window.session().files();
+    auto* list = window.findChild<desktop::FileView*>();
+    list->setCurrentIndex(files.index(3));
+    QTest::keyClick(&window, Qt::Key_Delete);
+    QCOMPARE(files.rowCount(), 3);
+    list->clearSelection();
+    QTest::keyClick(&window, Qt::Key_Escape);
+    QTRY_VERIFY_WITH_TIMEOUT(at_rest(window.session()), kLongestMs);
+    for (int i = 0; i < files.rowCount(); ++i) {
+        QCOMPARE(files.at(i).facts.outcome, cli::Outcome::Interrupted);
+    }
+}
+
+void WindowTest::closing_in_mid_work_asks_once() {
+    const TempDir folder;
+    MainWindow window;
+    window.show();
+    start_long_work(window, folder);
+    window.close();
+    auto* question = window.findChild<QMessageBox*>();
+    QVERIFY(question && question->isVisible() && window.isVisible());
+    question->findChildren<QPushButton*>().last()->click();  // keep leveling
+    QVERIFY(window.session().working());
+    window.end();
+    QVERIFY(!window.isVisible());
+    QVERIFY(!window.session().working());
+    QCOMPARE(folder.entries().size(), std::size_t(4));
+}
+
+void WindowTest::a_later_start_hands_its_files_over() {
+    const TempDir runtime;
+    qputenv("XDG_RUNTIME_DIR", QByteArray::fromStdString(runtime.path()));
+    const desktop::SingleInstance first;
+    QVERIFY(first.is_first());
+    QSignalSpy received(&first, &desktop::SingleInstance::received);
+    bool handed_over = false;
+    const std::vector<std::string> paths = {"/tmp/\xe9.wav", "/tmp/b"};
+    std::thread later([&] {
+        const desktop::SingleInstance second;
+        handed_over = !second.is_first() && second.hand_over(paths);
+    });
+    QTRY_COMPARE(received.count(), 1);
+    later.join();
+    QVERIFY(handed_over);
+    QCOMPARE(received[0][0].value<std::vector<std::string>>(), paths);
+}
+
+void WindowTest::every_control_has_a_name() {
+    MainWindow window;
+    for (const QWidget* child : window.findChildren<QWidget*>()) {
+        if (child->focusPolicy() & Qt::TabFocus &&
+            child->objectName() != "qt_scrollarea_viewport") {
+            QAccessibleInterface* known =
+                QAccessible::queryAccessibleInterface(const_cast<QWidget*>(child));
+            QVERIFY2(!known->text(QAccessible::Name).isEmpty(), child->metaObject()->className());
+            QVERIFY2(known->text(QAccessible::Name) != QString::fromUtf8("☰"), "a sign is no name");
+        }
+    }
+}
+
+void WindowTest::colors_stand_out() {
+    using desktop::Appearance;
+    constexpr double kLeast = 4.5;
+    QVERIFY(contrast(desktop::kDarkText, desktop::kDarkFillUnderDrag) >= kLeast);
+    QVERIFY(contrast(desktop::kDarkSoftText, desktop::kDarkFillUnderDrag) >= kLeast);
+    for (const auto scheme : {Appearance::Scheme::Light, Appearance::Scheme::Dark}) {
+        const QPalette palette = Appearance::palette(scheme);
+        const QColor base = palette.color(QPalette::Base);
+        const QColor selected = desktop::mixed(base, palette.color(QPalette::Highlight), 0.18);
+        QCOMPARE(desktop::is_dark(palette), scheme == Appearance::Scheme::Dark);
+        for (const QColor& ground : {base, selected}) {
+            QVERIFY(contrast(palette.color(QPalette::Text), ground) >= kLeast);
+            QVERIFY(contrast(desktop::soft_text_color(palette), ground) >= kLeast);
+            QVERIFY(contrast(desktop::failure_color(palette), ground) >= kLeast);
+            QVERIFY(contrast(desktop::done_color(palette), ground) >= kLeast);
+        }
+        QVERIFY(contrast(palette.color(QPalette::ButtonText), palette.color(QPalette::Button)) >=
+                kLeast);
+        QVERIFY(contrast(palette.color(QPalette::HighlightedText),
+                         palette.color(QPalette::Highlight)) >= kLeast);
+    }
+}
+
+void WindowTest::german_says_it_all() {
+    QTranslator german;
+    QVERIFY(german.load("quorvane_de", TRANSLATIONS));
+    QApplication::installTranslator(&german);
+    desktop::Counts counts;
+    counts.add(cli::Outcome::Leveled);
+    counts.add(cli::Outcome::Failed);
+    QCOMPARE(desktop::counts_text(counts), QString::fromUtf8("1 ausgeglichen, 1 fehlgeschlagen"));
+    QCOMPARE(desktop::time_left_text(61), QString::fromUtf8("noch 2 Minuten"));
+    MainWindow window;
+    QVERIFY(window.findChild<desktop::DropView*>()->accessibleName().contains("hierher"));
+    QApplication::removeTranslator(&german);
+}
+
+std::unique_ptr<QObject> new_window_test() {
+    return std::make_unique<WindowTest>();
+}
+
+#include "window_test.moc"
