@@ -5,8 +5,11 @@
 #include <QDBusMessage>
 #include <QDBusPendingCallWatcher>
 #include <QDBusPendingReply>
+#include <QEventLoop>
 #include <QStyle>
-#include <QStyleFactory>
+#include <QTimer>
+
+#include "desktop/view/flat_style.h"
 
 namespace desktop {
 namespace {
@@ -35,9 +38,7 @@ QString key() {
 
 /** Plasma and others give Qt programs their own style and colors. */
 bool desktop_has_its_own_palette() {
-    return QApplication::style()->name().compare(QLatin1String("fusion"), Qt::CaseInsensitive) !=
-               0 ||
-           qgetenv("XDG_CURRENT_DESKTOP").contains("KDE");
+    return !takes_flat_style() || qgetenv("XDG_CURRENT_DESKTOP").contains("KDE");
 }
 
 }  // namespace
@@ -66,6 +67,12 @@ void Appearance::ask() {
         }
         watcher->deleteLater();
     });
+    // A short while, so that the window does not open light and turn dark.
+    constexpr int kLongestWaitMs = 200;
+    QEventLoop wait;
+    connect(watcher, &QDBusPendingCallWatcher::finished, &wait, &QEventLoop::quit);
+    QTimer::singleShot(kLongestWaitMs, &wait, &QEventLoop::quit);
+    wait.exec(QEventLoop::ExcludeUserInputEvents);
 }
 
 void Appearance::on_setting_changed(const QString& changed_group,

@@ -8,6 +8,7 @@ namespace desktop {
 // Of the dark drop view, whatever the desktop's colors.
 inline const QColor kDarkFill(0x1a, 0x1a, 0x1a);
 inline const QColor kDarkFillUnderDrag(0x26, 0x26, 0x26);
+inline const QColor kDarkButton(0x4a, 0x4a, 0x4a);
 inline const QColor kDarkTrack(0x00, 0x00, 0x00);
 inline const QColor kDarkText(0xff, 0xff, 0xff);
 inline const QColor kDarkSoftText(0xb8, 0xb8, 0xb8);

@@ -8,6 +8,7 @@
 #include "desktop/intake/paths.h"
 #include "desktop/model/words.h"
 #include "desktop/view/colors.h"
+#include "desktop/view/flat_style.h"
 #include "desktop/view/wrapped_label.h"
 
 namespace desktop {
@@ -17,17 +18,19 @@ constexpr int kFrameInset = 16;
 constexpr double kCornerRadius = 8;
 constexpr int kSpacing = 8;
 
-constexpr const char* kButtonStyle =
-    "QPushButton { background: #4a4a4a; color: white; border: 2px solid transparent;"
-    "  border-radius: 6px; padding: 6px 16px; }"
-    "QPushButton:hover { background: #5a5a5a; }"
-    "QPushButton:pressed { background: #3a3a3a; }"
-    "QPushButton:focus { border-color: #b6f259; }";
+/** What its buttons take their colors from, whatever the desktop's. */
+QPalette dark_palette() {
+    QPalette colors(kDarkButton, kDarkFill);
+    colors.setColor(QPalette::ButtonText, kDarkText);
+    colors.setColor(QPalette::Base, kDarkFill);
+    return colors;
+}
 
 }  // namespace
 
 DropView::DropView(FileList& files, QWidget* parent) : QWidget(parent), files_(files) {
     setAccessibleName(tr("Drop files here"));
+    setStyleSheet(flat_style(dark_palette(), kArc));
     auto* column = new QVBoxLayout(this);
     column->setContentsMargins(3 * kFrameInset, 3 * kFrameInset, 3 * kFrameInset,
                                2 * kFrameInset + kSpacing);
@@ -72,7 +75,6 @@ DropView::DropView(FileList& files, QWidget* parent) : QWidget(parent), files_(f
 
 QPushButton* DropView::add_button(const QString& text, void (DropView::*signal)()) {
     auto* button = new QPushButton(text, this);
-    button->setStyleSheet(QString::fromLatin1(kButtonStyle));
     connect(button, &QPushButton::clicked, this, signal);
     return button;
 }

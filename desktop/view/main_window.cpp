@@ -16,6 +16,7 @@
 #include "desktop/model/words.h"
 #include "desktop/system/open.h"
 #include "desktop/system/reports.h"
+#include "desktop/view/flat_style.h"
 
 namespace desktop {
 namespace {
@@ -84,6 +85,7 @@ MainWindow::MainWindow() : session_(*this) {
     connect(&session_.files(), &QAbstractItemModel::rowsRemoved, this, &MainWindow::refresh);
     connect(&notification_, &Notification::clicked, this,
             [this] { desktop::show_in_folder(session_.results()); });
+    take_colors();
     refresh();
 }
 
@@ -125,17 +127,26 @@ void MainWindow::add_actions() {
     addAction(quit);
     menu_->addAction(quit);
 
-    auto* button = new QToolButton(drop_view_);
+    drop_view_->set_corner(new_menu_button(drop_view_));
+}
+
+QToolButton* MainWindow::new_menu_button(QWidget* parent) {
+    auto* button = new QToolButton(parent);
     button->setText(QStringLiteral("☰"));
     button->setAccessibleName(tr("Menu"));
+    button->setFocusPolicy(Qt::StrongFocus);
     button->setPopupMode(QToolButton::InstantPopup);
     button->setMenu(menu_);
-    button->setStyleSheet(QStringLiteral(
-        "QToolButton { color: white; background: transparent; border: 2px solid transparent;"
-        " border-radius: 6px; padding: 4px 8px; }"
-        "QToolButton:hover { background: #4a4a4a; } QToolButton:focus { border-color: #b6f259; }"
-        "QToolButton::menu-indicator { image: none; }"));
-    drop_view_->set_corner(button);
+    return button;
+}
+
+void MainWindow::take_colors() {
+    if (!takes_flat_style()) {
+        return;
+    }
+    const QString style = flat_style(palette(), palette().color(QPalette::Highlight));
+    list_page_->setStyleSheet(style);
+    message_->setStyleSheet(style);
 }
 
 QWidget* MainWindow::new_list_page() {
@@ -167,14 +178,7 @@ QWidget* MainWindow::new_list_page() {
     report_all_ = new QPushButton(tr("Report"), page);
     connect(report_all_, &QPushButton::clicked, this, &MainWindow::report);
     bar->addWidget(report_all_);
-    auto* more = new QToolButton(page);
-    more->setText(QStringLiteral("☰"));
-    more->setAccessibleName(tr("Menu"));
-    more->setAutoRaise(true);
-    more->setPopupMode(QToolButton::InstantPopup);
-    more->setMenu(menu_);
-    more->setStyleSheet(QStringLiteral("QToolButton::menu-indicator { image: none; }"));
-    bar->addWidget(more);
+    bar->addWidget(new_menu_button(page));
     column->addLayout(bar);
     return page;
 }
@@ -263,10 +267,10 @@ void MainWindow::dropEvent(QDropEvent* event) {
 }
 
 void MainWindow::changeEvent(QEvent* event) {
-    if (event->type() == QEvent::PaletteChange) {
-        message_->update();
-    }
     QWidget::changeEvent(event);
+    if (event->type() == QEvent::PaletteChange && list_page_) {
+        take_colors();
+    }
 }
 
 void MainWindow::closeEvent(QCloseEvent* event) {

@@ -58,7 +58,8 @@ class MainWindow : public QWidget, private Questions {
     void add_actions();
     QAction* add_action(const QString& text, const QKeySequence& key, void (MainWindow::*slot)());
     QWidget* new_list_page();
-    QMenu* new_menu();
+    QToolButton* new_menu_button(QWidget* parent);
+    void take_colors();
     void refresh();
     void refresh_bar();
     void set_under_drag(bool under_drag);
@@ -88,7 +89,7 @@ class MainWindow : public QWidget, private Questions {
     QStackedLayout* pages_;
     MessageBar* message_;
     DropView* drop_view_;
-    QWidget* list_page_;
+    QWidget* list_page_ = nullptr;
     FileView* file_view_;
     QLabel* progress_text_ = nullptr;
     QProgressBar* progress_ = nullptr;
