@@ -82,11 +82,17 @@ class Work::Run : public cli::BatchObserver {
     }
 
   private:
+    /** Each file says for itself whether its output may be replaced. */
+    static cli::JobOptions options_of(const cli::Settings& settings) {
+        cli::JobOptions options;
+        options.tuning = settings.tuning;
+        options.measure = settings.measure;
+        options.keep_mtime = settings.keep_mtime;
+        return options;
+    }
+
     Run(Work& work, const cli::Settings& settings)
-        : work_(work),
-          batch_(settings.jobs,
-                 {settings.tuning, settings.measure, false, settings.keep_mtime},
-                 *this) {
+        : work_(work), batch_(settings.jobs, options_of(settings), *this) {
         std::promise<void> ended;
         ended_ = ended.get_future();
         thread_ = std::thread([this, ended = std::move(ended)]() mutable {
