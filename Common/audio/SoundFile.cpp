@@ -79,7 +79,7 @@ void SoundFile::OpenRead() {
     handle_ = open_sound_for_reading(path_, info_);
     if (!handle_) {
         throw std::runtime_error("Error opening sound file: " + path_ +
-                                 "\nReason: " + GetSndFileStrError(nullptr));
+                                 "\nReason: " + sound_open_reason());
     }
     SetNormalization(normalize_);
 }
@@ -87,7 +87,7 @@ void SoundFile::OpenRead() {
 void SoundFile::OpenWrite() {
     handle_ = open_sound_for_writing(path_, info_);
     if (!handle_) {
-        std::cerr << path_ << ": " << GetSndFileStrError(nullptr) << std::endl;
+        std::cerr << path_ << ": " << sound_open_reason() << std::endl;
         throw std::runtime_error("error opening sound file \"" + path_ + "\"");
     }
     SetNormalization(normalize_);

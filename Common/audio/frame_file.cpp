@@ -24,7 +24,7 @@ void sf_err::report() const {
 }
 
 sf_open_err::sf_open_err(const std::string& file)
-    : sf_err(SoundHandle()), file_(file), reason_(sf_strerror(nullptr)) {}
+    : sf_err(SoundHandle()), file_(file), reason_(sound_open_reason()) {}
 
 void sf_open_err::report() const {
     log_failure(kSource, 56, reason_, reporting::Kind::kSystem);

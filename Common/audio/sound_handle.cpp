@@ -4,6 +4,17 @@
 
 namespace {
 
+std::string open_reason;
+
+/**
+ * Opening succeeds, too, where a part of the header could not be read or written: the library then
+ * goes on with zeros or from where it stands. Only the handle knows.
+ */
+bool has_no_error(const SoundHandle& handle) {
+    open_reason = sf_error(handle.get()) == SF_ERR_NO_ERROR ? "" : sf_strerror(handle.get());
+    return open_reason.empty();
+}
+
 /** sf_close, unless the file was closed before the last owner let go. */
 struct CloseSound {
     bool closed = false;
@@ -16,8 +27,14 @@ struct CloseSound {
 };
 
 SoundHandle open_sound(const std::string& path, int mode, SF_INFO& info) {
+    open_reason = "";
     SNDFILE* file = sf_open(path.c_str(), mode, &info);
-    return file == nullptr ? SoundHandle() : SoundHandle(file, CloseSound());
+    if (file == nullptr) {
+        open_reason = sf_strerror(nullptr);
+        return SoundHandle();
+    }
+    const SoundHandle handle(file, CloseSound());
+    return has_no_error(handle) ? handle : SoundHandle();
 }
 
 /**
@@ -25,11 +42,13 @@ SoundHandle open_sound(const std::string& path, int mode, SF_INFO& info) {
  * file. Its place in the header that opening has written is cut off, or a file without samples
  * would take it for some.
  */
-void leave_out_peaks(SNDFILE* file) {
+bool leave_out_peaks(const SoundHandle& handle) {
     sf_count_t no_frames = 0;
-    sf_command(file, SFC_SET_ADD_PEAK_CHUNK, nullptr, SF_FALSE);
-    sf_command(file, SFC_UPDATE_HEADER_NOW, nullptr, 0);
-    sf_command(file, SFC_FILE_TRUNCATE, &no_frames, sizeof no_frames);
+    sf_command(handle.get(), SFC_SET_ADD_PEAK_CHUNK, nullptr, SF_FALSE);
+    sf_command(handle.get(), SFC_UPDATE_HEADER_NOW, nullptr, 0);
+    const bool updated = has_no_error(handle);
+    sf_command(handle.get(), SFC_FILE_TRUNCATE, &no_frames, sizeof no_frames);
+    return updated;
 }
 
 std::string library_name(int command, int format) {
@@ -48,12 +67,14 @@ SoundHandle open_sound_for_reading(const std::string& path, SF_INFO& info) {
 }
 
 SoundHandle open_sound_for_writing(const std::string& path, SF_INFO& info) {
-    SoundHandle handle = open_sound(path, SFM_WRITE, info);
+    const SoundHandle handle = open_sound(path, SFM_WRITE, info);
     const int encoding = info.format & SF_FORMAT_SUBMASK;
-    if (handle && (encoding == SF_FORMAT_FLOAT || encoding == SF_FORMAT_DOUBLE)) {
-        leave_out_peaks(handle.get());
-    }
-    return handle;
+    const bool has_peaks = encoding == SF_FORMAT_FLOAT || encoding == SF_FORMAT_DOUBLE;
+    return !handle || !has_peaks || leave_out_peaks(handle) ? handle : SoundHandle();
+}
+
+const std::string& sound_open_reason() {
+    return open_reason;
 }
 
 int close_sound(SoundHandle& handle) {

@@ -10,10 +10,13 @@ using SoundHandle = boost::shared_ptr<SNDFILE>;
 
 /**
  * Opens a sound file for reading and fills info, or for writing with info's format, channel count
- * and sample rate. Null on failure: sf_strerror(nullptr) has the reason.
+ * and sample rate. Null on failure: sound_open_reason has the library's reason.
  */
 SoundHandle open_sound_for_reading(const std::string& path, SF_INFO& info);
 SoundHandle open_sound_for_writing(const std::string& path, SF_INFO& info);
+
+/** Why the last opening failed, "" when it did not. */
+const std::string& sound_open_reason();
 
 /**
  * Closes a file at once, whoever else still owns the handle: nobody may use it any more. Returns

@@ -1,9 +1,8 @@
 #pragma once
 
-#include <sndfile.h>
-
 #include <string>
 
+#include "Common/audio/sound_handle.h"
 #include "Common/reporting/log.h"
 #include "Common/ss_util.h"
 
@@ -52,7 +51,7 @@ void say_file_failure(int line, const std::string& text) {
 /** "" or the sound-file library's text for the failed open, on a line of its own. */
 template <class Step>
 std::string library_text() {
-    return Step::kLibraryText ? std::string("\n") + sf_strerror(nullptr) : std::string();
+    return Step::kLibraryText ? "\n" + sound_open_reason() : std::string();
 }
 
 /** The cause was written where the command line was parsed: nothing is left to report. */

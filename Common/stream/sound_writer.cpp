@@ -3,22 +3,53 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <string>
 #include <utility>
 
 namespace {
 
+/** A header that was never brought up to date is put right for the reading; the log tells. */
+bool was_left_open(SNDFILE* file) {
+    char log[2048];
+    const int length = sf_command(file, SFC_GET_LOG_INFO, log, sizeof log);
+    return std::string(log, static_cast<std::size_t>(std::max(length, 0)))
+               .find("closed properly") != std::string::npos;
+}
+
+/** Encodings that give back as many frames as they were given; others fill up their last block. */
+bool keeps_length(int format) {
+    switch (format & SF_FORMAT_SUBMASK) {
+        case SF_FORMAT_PCM_S8:
+        case SF_FORMAT_PCM_U8:
+        case SF_FORMAT_PCM_16:
+        case SF_FORMAT_PCM_24:
+        case SF_FORMAT_PCM_32:
+        case SF_FORMAT_FLOAT:
+        case SF_FORMAT_DOUBLE:
+        case SF_FORMAT_ULAW:
+        case SF_FORMAT_ALAW:
+            return true;
+        default:
+            return false;
+    }
+}
+
 /**
  * The library says nothing of a header that it could not bring up to date when closing: the file on
  * disk is asked how long it is. A device or a pipe has nothing to ask, and some formats without a
- * frame are no file that the library would open.
+ * frame are no file that the library would open. A header that went to the file's end in place of
+ * its start makes more than a frame too many; one too many is a pad byte that the library reads as
+ * such.
  */
-bool holds(const std::string& path, long long frames) {
+bool is_whole(const std::string& path, long long frames) {
     struct stat status = {};
-    if (::stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) {
+    if (frames == 0 || ::stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) {
         return true;
     }
     SF_INFO info;
-    return open_sound_for_reading(path, info) && info.frames >= frames;
+    const SoundHandle file = open_sound_for_reading(path, info);
+    return file && info.frames >= frames &&
+           (info.frames <= frames + 1 || !keeps_length(info.format)) && !was_left_open(file.get());
 }
 
 }  // namespace
@@ -70,7 +101,7 @@ void SoundWriter::end() {
     const long long samples = frames_ * channels_;
     if (error != 0) {
         on_failure_({handle_, path_, samples, samples, sf_error_number(error)});
-    } else if (frames_ > 0 && !holds(path_, frames_)) {
+    } else if (!is_whole(path_, frames_)) {
         on_failure_({handle_, path_, samples, samples, "the file on disk is not whole"});
     }
 }
