@@ -21,7 +21,8 @@ constexpr sf_count_t kBlockFrames = 65536;
 constexpr double kRiffLimit = 4.2e9;  // bytes; 32-bit sizes end at 2^32, the header needs some
 
 /** Every frame of one file into another, as floats. */
-void copy_samples(SndfileHandle& from, SndfileHandle& to) {
+Decoded copy_samples(SndfileHandle& from, SndfileHandle& to) {
+    Decoded result;
     std::vector<float> buffer(static_cast<std::size_t>(kBlockFrames) *
                               static_cast<std::size_t>(from.channels()));
     for (;;) {
@@ -32,10 +33,12 @@ void copy_samples(SndfileHandle& from, SndfileHandle& to) {
         if (to.writef(buffer.data(), got) != got) {
             throw std::runtime_error(to.strError());
         }
+        result.frames += got;
     }
     if (from.error()) {
-        throw std::runtime_error(from.strError());
+        result.error = from.strError();
     }
+    return result;
 }
 
 /**
@@ -105,13 +108,18 @@ void set_bit_rate(SndfileHandle& file, double bits_per_second) {
 
 }  // namespace
 
-void decode_to_float(const std::string& from, const std::string& to) {
+Decoded decode_to_float(const std::string& from, const std::string& to) {
     SndfileHandle in = open_to_read(from);
+    // A length that nobody knows makes the larger container.
     const double bytes = static_cast<double>(in.frames()) * in.channels() * sizeof(float);
     const int container = bytes > kRiffLimit ? SF_FORMAT_RF64 : SF_FORMAT_WAV;
     SndfileHandle out =
         open_to_write(to, container | SF_FORMAT_FLOAT, in.channels(), in.samplerate());
-    copy_samples(in, out);
+    const Decoded decoded = copy_samples(in, out);
+    if (decoded.frames == 0 && !decoded.error.empty()) {
+        throw std::runtime_error(decoded.error);
+    }
+    return decoded;
 }
 
 void encode_like(const std::string& from, const std::string& like, const std::string& to) {
@@ -120,7 +128,10 @@ void encode_like(const std::string& from, const std::string& like, const std::st
     SndfileHandle out = open_to_write(to, model.format(), in.channels(), in.samplerate());
     out.command(SFC_SET_CLIPPING, nullptr, SF_TRUE);
     set_bit_rate(out, bit_rate_of(like, static_cast<double>(model.frames()) / model.samplerate()));
-    copy_samples(in, out);
+    const Decoded copied = copy_samples(in, out);
+    if (!copied.error.empty()) {
+        throw std::runtime_error(copied.error);
+    }
 }
 
 }  // namespace cli

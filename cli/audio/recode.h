@@ -1,14 +1,22 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 namespace cli {
 
+/** How far a file could be decoded. */
+struct Decoded {
+    std::int64_t frames = 0;
+    std::string error;  // what ended it before the end of the file; empty when nothing did
+};
+
 /**
  * Decodes an audio file to 32-bit float WAV (RF64 beyond 4 GiB), sample by sample, without
- * clipping. Throws std::runtime_error with the cause.
+ * clipping, as far as it can be decoded. Throws std::runtime_error with the cause when nothing can,
+ * or when the result cannot be written.
  */
-void decode_to_float(const std::string& from, const std::string& to);
+Decoded decode_to_float(const std::string& from, const std::string& to);
 
 /**
  * Encodes a file like another one: its format, and for Ogg Vorbis, Opus and MP3 a bit rate that is

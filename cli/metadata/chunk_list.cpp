@@ -27,6 +27,7 @@ std::vector<Chunk> chunks_of(ByteFile& file, const Layout& layout) {
         if (layout.kind == Container::Rf64 && chunk.name() == "data" && chunk.size == kUnknown32) {
             chunk.size = long_data;
         }
+        chunk.stated = chunk.size;
         if (chunk.size > end - chunk.offset) {
             const std::string name = chunk.name();
             if (name != "data" && name != "SSND") {

@@ -11,7 +11,8 @@ namespace cli {
 struct Chunk {
     Bytes id;
     std::uint64_t offset = 0;  // of its content
-    std::uint64_t size = 0;    // of its content
+    std::uint64_t size = 0;    // of its content, as far as it is there
+    std::uint64_t stated = 0;  // the same after its header
 
     std::string name() const { return std::string(id.begin(), id.begin() + 4); }
 };

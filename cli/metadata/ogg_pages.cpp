@@ -12,23 +12,30 @@ namespace {
 
 // The header of a page (RFC 3533): "OggS", version, flags, position (8), serial number (4), page
 // number (4), check sum (4), number of segments (1), and a byte of length for each segment.
+constexpr std::size_t kFlagsAt = 5;
+constexpr unsigned char kLastPage = 4;
 constexpr std::size_t kSerialAt = 14;
 constexpr std::size_t kChecksumAt = 22;
 constexpr std::size_t kSegmentsAt = 26;
 constexpr std::size_t kHeaderBytes = 27;
 
+/** After the header of the page at the offset; 0 when none begins there. */
+std::size_t page_length(ByteFile& file, std::uint64_t at) {
+    const Bytes header = file.read(at, kHeaderBytes);
+    if (header.size() < kHeaderBytes || memcmp(header.data(), "OggS", 4) != 0) {
+        return 0;
+    }
+    const Bytes lengths = file.read(at + kHeaderBytes, header[kSegmentsAt]);
+    return std::accumulate(lengths.begin(), lengths.end(), kHeaderBytes + lengths.size());
+}
+
 /** The page at the offset; empty at the end of the file. */
 Bytes read_page(ByteFile& file, std::uint64_t at) {
-    Bytes page = file.read(at, kHeaderBytes);
-    if (page.empty()) {
-        return page;
-    }
-    if (page.size() < kHeaderBytes || memcmp(page.data(), "OggS", 4) != 0) {
+    const std::size_t length = page_length(file, at);
+    if (length == 0 && !file.read(at, 1).empty()) {
         throw std::runtime_error("a page of an Ogg file does not begin with its mark");
     }
-    const Bytes lengths = file.read(at + kHeaderBytes, page[kSegmentsAt]);
-    const std::size_t content = std::accumulate(lengths.begin(), lengths.end(), std::size_t{0});
-    return file.read(at, kHeaderBytes + lengths.size() + content);
+    return file.read(at, length);
 }
 
 }  // namespace
@@ -40,6 +47,21 @@ std::uint32_t ogg_serial(const std::string& path) {
         throw std::runtime_error("an Ogg file is empty");
     }
     return static_cast<std::uint32_t>(get_number(page, kSerialAt, 4, false));
+}
+
+bool ogg_ends_whole(const std::string& path) {
+    ByteFile file(path, "rb");
+    const std::uint64_t end = file.size();
+    bool marked = false;
+    for (std::uint64_t at = 0; at < end;) {
+        const std::size_t length = page_length(file, at);
+        if (length == 0 || length > end - at) {
+            return false;
+        }
+        marked = file.read(at + kFlagsAt, 1)[0] & kLastPage;
+        at += length;
+    }
+    return marked;
 }
 
 void set_ogg_serial(const std::string& path, std::uint32_t serial) {

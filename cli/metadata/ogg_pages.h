@@ -8,6 +8,9 @@ namespace cli {
 /** The serial number of an Ogg file's first stream. Throws std::runtime_error for no Ogg file. */
 std::uint32_t ogg_serial(const std::string& path);
 
+/** False when the file ends within a page or on one that is not marked as a stream's last. */
+bool ogg_ends_whole(const std::string& path);
+
 /**
  * Gives every page of an Ogg file with one stream the serial number, and its check sum anew: an
  * encoder draws the number at random, and equal inputs would not give equal outputs. Throws

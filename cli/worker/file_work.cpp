@@ -48,6 +48,11 @@ void probe(Work& work) {
 
 void measure_before(Work& work) {
     work.facts.before = measure(work.carrier->readable(work.job.input), work.progress);
+    const double peak = work.facts.before->sample_peak_dbfs;
+    if (peak > 0 && !work.job.output.empty()) {
+        work.facts.notes.push_back(fmt::format(
+            "has peaks of {:+.1f} dBFS; what lies above 0 dBFS is cut off before leveling", peak));
+    }
 }
 
 void decode(Work& work) {

@@ -5,6 +5,8 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cmath>
+#include <cstdint>
 #include <cstdlib>
 #include <filesystem>
 #include <stdexcept>
@@ -12,15 +14,27 @@
 
 #include "cli/audio/audio_formats.h"
 #include "cli/audio/recode.h"
+#include "cli/audio/scan.h"
 #include "cli/audio/sound_file.h"
 #include "cli/facts/file_error.h"
 #include "cli/metadata/chunks.h"
+#include "cli/metadata/data_size.h"
+#include "cli/metadata/mpeg_frames.h"
+#include "cli/metadata/ogg_pages.h"
 #include "cli/metadata/tags.h"
 
 namespace cli {
 namespace fs = std::filesystem;
 
 namespace {
+
+// Bounds of the last look at an output: what lies beyond them was not leveled but spoilt.
+constexpr double kMostPeak = 1.0 + 1e-6;          // linear
+constexpr double kMostLossyPeak = 4.0;            // linear: an encoder moves peaks by a few dB
+constexpr std::int64_t kMostPadding = 16 * 1152;  // frames; encoders fill up their blocks
+
+/** Up to this share of the audio, unknown bytes behind it are taken for a mark of some program. */
+constexpr std::uint64_t kMostTrailingShare = 20;
 
 SndfileHandle readable_input(const std::string& path) {
     if (access(path.c_str(), R_OK) != 0) {
@@ -56,52 +70,124 @@ std::string SoundFileCarrier::in_scratch(const char* name) const {
     return job_.scratch + "/" + name + fs::path(job_.input).extension().string();
 }
 
-void SoundFileCarrier::probe(FileFacts& facts) {
-    const SndfileHandle file = readable_input(job_.input);
+void SoundFileCarrier::note_damage(FileFacts& facts, const std::string& text) const {
+    if (job_.options.strict) {
+        throw FileError(text);
+    }
+    facts.notes.push_back(text);
+}
+
+// Before libsndfile believes it: sizes of 0 and counts that are missing cost speech.
+void SoundFileCarrier::repair_header(FileFacts& facts) {
+    source_ = job_.input;
+    const DataSize data = compare_data_size(job_.input);
+    if (data.kind == DataSize::Kind::Zero) {
+        note_damage(facts, "its header gives its audio the size 0; all that follows was taken");
+        source_ = in_scratch("repaired");
+        write_with_data_size(job_.input, source_);
+    } else if (data.kind == DataSize::Kind::Short) {
+        note_damage(facts, fmt::format("is cut short: {} of {} bytes of audio are there",
+                                       data.there, data.promised));
+    } else if (data.kind == DataSize::Kind::Trailing) {
+        const std::uint64_t rest = data.there - data.promised;
+        const std::string text = fmt::format(
+            "its header tells of {} bytes of audio, but {} more follow that are no chunk",
+            data.promised, rest);
+        if (rest > data.promised / kMostTrailingShare) {
+            throw FileError(text + "; its header needs a repair first");
+        }
+        note_damage(facts, text + " and were left out");
+    }
+}
+
+void SoundFileCarrier::read_info(FileFacts& facts) {
+    SndfileHandle file = readable_input(source_);
+    if ((file.format() & SF_FORMAT_TYPEMASK) == SF_FORMAT_MPEG) {
+        const auto stream = count_mpeg_frames(source_);
+        if (stream && stream->told && *stream->told > stream->frames + 1) {
+            note_damage(facts, fmt::format("is cut short: {} of {} MPEG frames are there",
+                                           stream->frames, *stream->told));
+        }
+        if (stream && (!stream->told || *stream->told != stream->frames)) {
+            source_ = in_scratch("counted");
+            write_with_frame_count(job_.input, *stream, source_);
+            file = readable_input(source_);
+        }
+    }
+    if ((file.format() & SF_FORMAT_TYPEMASK) == SF_FORMAT_OGG && !ogg_ends_whole(source_)) {
+        note_damage(facts, "is cut short: its last page is not marked as the last");
+    }
     info_.format = file.format();
     info_.channels = file.channels();
     info_.samplerate = file.samplerate();
-    info_.frames = file.frames();
+    info_.frames = is_known_length(file.frames()) ? file.frames() : 0;
     facts.format = format_name(info_.format);
     facts.sample_rate_hz = info_.samplerate;
     facts.channels = info_.channels;
     facts.frames = info_.frames;
-    if (job_.output.empty()) {
-        return;
+}
+
+void SoundFileCarrier::decode(FileFacts& facts) {
+    decoded_ = job_.scratch + "/decoded.wav";
+    const Decoded decoded = decode_to_float(source_, decoded_);
+    if (decoded.frames < info_.frames || !decoded.error.empty()) {
+        std::string text = fmt::format("is cut short or damaged: {:.2f} s could be decoded",
+                                       static_cast<double>(decoded.frames) / info_.samplerate);
+        if (info_.frames > 0) {
+            text +=
+                fmt::format(" of {:.2f} s", static_cast<double>(info_.frames) / info_.samplerate);
+        }
+        note_damage(facts, decoded.error.empty() ? text : text + ": " + decoded.error);
     }
+    info_.frames = decoded.frames;
+    facts.frames = decoded.frames;
+}
+
+void SoundFileCarrier::probe(FileFacts& facts) {
+    repair_header(facts);
+    read_info(facts);
+    const bool levels = !job_.output.empty();
     SF_INFO writable = info_;
-    if (!sf_format_check(&writable)) {
+    if (levels && !sf_format_check(&writable)) {
         throw FileError(
             fmt::format("its format ({}) can be read but not written back", facts.format));
     }
-    if (fs::path(job_.input).extension().empty()) {
+    if (levels && fs::path(job_.input).extension().empty()) {
         throw FileError("its name has no extension, which the engine needs");
+    }
+    if ((levels && is_lossy(info_.format)) || !last_frame_is_there(source_)) {
+        decode(facts);
     }
 }
 
-std::vector<std::string> SoundFileCarrier::engine_inputs() {
-    if (!is_lossy(info_.format)) {
-        return {job_.input};
+std::string SoundFileCarrier::readable(const std::string& file) {
+    if (file != job_.input) {
+        return file;
     }
-    const std::string decoded = job_.scratch + "/decoded.wav";
-    decode_to_float(job_.input, decoded);
-    return {decoded};
+    return decoded_.empty() ? source_ : decoded_;
+}
+
+std::vector<std::string> SoundFileCarrier::engine_inputs() {
+    return {readable(job_.input)};
 }
 
 std::string SoundFileCarrier::encode(const std::vector<std::string>& leveled,
                                      const std::function<void(double)>& /*progress*/) {
-    if (!is_lossy(info_.format)) {
+    if (decoded_.empty()) {
         return leveled.front();
     }
     const std::string encoded = in_scratch("encoded");
-    encode_like(leveled.front(), job_.input, encoded);
+    encode_like(leveled.front(), source_, encoded);
     return encoded;
 }
 
 std::string SoundFileCarrier::add_metadata(const std::string& encoded, const Loudness* after) {
     const std::string complete = in_scratch("complete");
-    const bool done = copy_chunks(job_.input, encoded, complete, after) ||
-                      copy_tags(job_.input, encoded, complete, info_.format);
+    // The stream with a count of its frames has no tags.
+    const bool mpeg = (info_.format & SF_FORMAT_TYPEMASK) == SF_FORMAT_MPEG;
+    const std::string& metadata = mpeg ? job_.input : source_;
+    const bool done = copy_chunks(metadata, encoded, complete, after) ||
+                      copy_tags(metadata, encoded, complete, info_.format);
     return done ? complete : encoded;
 }
 
@@ -112,10 +198,24 @@ void SoundFileCarrier::check(const std::string& complete, FileFacts& facts) {
         (!may_change_depth(job_.options.tuning) && after.format() != info_.format)) {
         throw FileError("the leveled file does not have the format of its input");
     }
-    if (after.frames() != info_.frames) {
+    const Scan result = scan(complete);
+    if (!result.finite) {
+        throw FileError("the leveled file holds samples that are no numbers");
+    }
+    const bool lossy = is_lossy(info_.format);
+    if (result.peak > (lossy ? kMostLossyPeak : kMostPeak)) {
+        throw FileError(fmt::format("the leveled file has peaks of {:+.1f} dBFS",
+                                    20 * std::log10(result.peak)));
+    }
+    const std::int64_t difference = result.frames - info_.frames;
+    if (std::abs(difference) > (lossy ? kMostPadding : 0)) {
+        throw FileError(fmt::format("the leveled file has {} frames, its input {}", result.frames,
+                                    info_.frames));
+    }
+    if (difference != 0) {
         facts.notes.push_back(fmt::format("{} samples {} than its input after encoding",
-                                          std::abs(after.frames() - info_.frames),
-                                          after.frames() < info_.frames ? "shorter" : "longer"));
+                                          std::abs(difference),
+                                          difference < 0 ? "shorter" : "longer"));
     }
 }
 

@@ -10,7 +10,11 @@ namespace cli {
 
 /**
  * The formats of libsndfile. Uncompressed and lossless ones go to the engine as they are; lossy
- * ones are decoded to float samples and encoded once.
+ * ones, and lossless ones that are cut short or do not tell their length, are decoded to float
+ * samples and encoded once.
+ *
+ * No length in a header is believed: what is there is compared with it, all of it is leveled, and a
+ * difference is a note, or with the job's `strict` a failure.
  */
 class SoundFileCarrier : public Carrier {
   public:
@@ -18,7 +22,7 @@ class SoundFileCarrier : public Carrier {
 
     void probe(FileFacts& facts) override;
 
-    std::string readable(const std::string& file) override { return file; }
+    std::string readable(const std::string& file) override;
 
     std::vector<std::string> engine_inputs() override;
     std::string encode(const std::vector<std::string>& leveled,
@@ -28,9 +32,15 @@ class SoundFileCarrier : public Carrier {
 
   private:
     std::string in_scratch(const char* name) const;
+    void note_damage(FileFacts& facts, const std::string& text) const;
+    void repair_header(FileFacts& facts);
+    void read_info(FileFacts& facts);
+    void decode(FileFacts& facts);
 
     const Job& job_;
-    SF_INFO info_{};  // of the input
+    std::string source_;   // the input, or its copy in scratch with a true header
+    std::string decoded_;  // the decoded source; empty where it need not be decoded
+    SF_INFO info_{};       // of the input, with the frames that are there
 };
 
 }  // namespace cli

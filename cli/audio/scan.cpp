@@ -1,0 +1,56 @@
+#include "cli/audio/scan.h"
+
+#include <algorithm>
+#include <cmath>
+#include <stdexcept>
+#include <vector>
+
+#include "cli/audio/sound_file.h"
+
+namespace cli {
+namespace {
+
+constexpr sf_count_t kBlockFrames = 65536;
+constexpr std::int64_t kMostFrames = std::int64_t{1} << 48;  // 186 years at 48 kHz
+
+}  // namespace
+
+Scan scan(const std::string& path) {
+    SndfileHandle file = open_to_read(path);
+    std::vector<float> block(static_cast<std::size_t>(kBlockFrames) *
+                             static_cast<std::size_t>(file.channels()));
+    Scan result;
+    for (sf_count_t got = 0; (got = file.readf(block.data(), kBlockFrames)) > 0;) {
+        const auto end = block.begin() + got * file.channels();
+        float peak = 0;
+        for (auto sample = block.begin(); sample != end; ++sample) {
+            result.finite = result.finite && std::isfinite(*sample);
+            peak = std::max(peak, std::fabs(*sample));
+        }
+        result.peak = std::max(result.peak, static_cast<double>(peak));
+        result.frames += got;
+    }
+    if (file.error()) {
+        throw std::runtime_error(file.strError());
+    }
+    return result;
+}
+
+bool is_known_length(std::int64_t frames) {
+    return frames >= 0 && frames < kMostFrames;
+}
+
+bool last_frame_is_there(const std::string& path) {
+    SndfileHandle file = open_to_read(path);
+    if (!is_known_length(file.frames())) {
+        return false;
+    }
+    if (file.frames() == 0) {
+        return true;
+    }
+    std::vector<float> frame(static_cast<std::size_t>(file.channels()));
+    return file.seek(file.frames() - 1, SEEK_SET) == file.frames() - 1 &&
+           file.readf(frame.data(), 1) == 1;
+}
+
+}  // namespace cli

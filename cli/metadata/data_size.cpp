@@ -1,0 +1,86 @@
+#include "cli/metadata/data_size.h"
+
+#include <algorithm>
+#include <stdexcept>
+
+#include "cli/metadata/chunk_list.h"
+#include "cli/metadata/outer_tags.h"
+
+namespace cli {
+namespace {
+
+// Programs that write to a pipe leave the largest size, signed or not, or one a little below it.
+constexpr std::uint64_t kOpenSize32 = 0x7FFFF000;
+constexpr std::uint64_t kOpenSize64 = 0x7FFFFFFFFFFFF000;
+
+/** True when a chunk, or no more than padding, begins at the offset. */
+bool goes_on(ByteFile& file, const Layout& layout, std::uint64_t at, std::uint64_t end) {
+    at += (layout.alignment - at % layout.alignment) % layout.alignment;
+    if (at + layout.header_bytes() > end) {
+        return true;
+    }
+    const Bytes header = file.read(at, layout.header_bytes());
+    const std::uint64_t size =
+        get_number(header, layout.id_bytes, layout.size_bytes, layout.big_endian);
+    const bool name = std::all_of(header.begin(), header.begin() + 4,
+                                  [](unsigned char c) { return c >= 0x20 && c < 0x7F; });
+    const bool zeros =
+        std::all_of(header.begin(), header.end(), [](unsigned char c) { return c == 0; });
+    return (name && size <= end - at) || zeros;
+}
+
+}  // namespace
+
+DataSize compare_data_size(const std::string& path) {
+    ByteFile file(path, "rb");
+    const Layout layout = layout_of(file);
+    DataSize result;
+    const std::uint64_t end = file.size();
+    for (const Chunk& chunk : chunks_of(file, layout)) {
+        if (!is_audio(chunk)) {
+            continue;
+        }
+        const std::uint64_t open = layout.size_bytes == 8 ? kOpenSize64 : kOpenSize32;
+        result.promised = chunk.stated;
+        result.there = end - chunk.offset;
+        if (layout.kind == Container::Rf64 ? chunk.stated == 0 : chunk.stated >= open) {
+            return result;
+        }
+        if (chunk.stated > result.there) {
+            result.kind = DataSize::Kind::Short;
+        } else if (chunk.stated == 0 && result.there > 0 &&
+                   !goes_on(file, layout, chunk.offset, end)) {
+            result.kind = DataSize::Kind::Zero;
+        } else if (!goes_on(file, layout, chunk.offset + chunk.stated, end)) {
+            result.kind = DataSize::Kind::Trailing;
+        }
+        return result;
+    }
+    return result;
+}
+
+void write_with_data_size(const std::string& from, const std::string& to) {
+    ByteFile file(from, "rb");
+    const Layout layout = layout_of(file);
+    const std::uint64_t end = file.size();
+    for (const Chunk& chunk : chunks_of(file, layout)) {
+        if (!is_audio(chunk)) {
+            continue;
+        }
+        const std::uint64_t extra = layout.size_counts_header ? layout.header_bytes() : 0;
+        const std::uint64_t size = end - chunk.offset + extra;
+        if (layout.size_bytes == 4 && size > kUnknown32) {
+            throw std::runtime_error("its header gives its audio no size, and it exceeds 4 GiB");
+        }
+        ByteFile out(to, "wb");
+        copy_bytes(file, 0, chunk.offset - layout.size_bytes, out);
+        Bytes field(layout.size_bytes);
+        put_number(field, 0, layout.size_bytes, layout.big_endian, size);
+        out.write(field);
+        copy_bytes(file, chunk.offset, end, out);
+        out.close();
+        return;
+    }
+}
+
+}  // namespace cli

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace cli {
+
+/** How the size that a chunk container's header gives its audio compares with the file. */
+struct DataSize {
+    enum class Kind {
+        Fits,     // or it is no chunk container, or the size is left open as streams do
+        Short,    // the file ends before the audio that was promised
+        Zero,     // the size was never filled in; audio follows
+        Trailing  // what follows the audio is neither a chunk nor the end
+    };
+
+    Kind kind = Kind::Fits;
+    std::uint64_t promised = 0;  // bytes
+    std::uint64_t there = 0;     // bytes from the audio's beginning to the end of the file
+};
+
+/** Throws std::system_error. */
+DataSize compare_data_size(const std::string& path);
+
+/** Writes the file again with a size for its audio that reaches to the file's end. */
+void write_with_data_size(const std::string& from, const std::string& to);
+
+}  // namespace cli

@@ -1,0 +1,99 @@
+#include <gmock/gmock.h>
+
+#include <cstdint>
+#include <cstring>
+#include <nlohmann/json.hpp>
+
+#include "tests/support/fixtures.h"
+#include "tests/support/signals.h"
+
+using testing::HasSubstr;
+
+namespace {
+
+/** Sets the four bytes of the size behind the first "data". */
+void set_data_size(const std::string& path, std::uint32_t size) {
+    std::string file = read_text(path);
+    memcpy(&file[file.find("data") + 4], &size, sizeof size);
+    write_text(path, file);
+}
+
+// 16 kHz, 8 s: 128000 frames; MP3 frames of that rate have 576 samples.
+TEST(Lengths, WhatIsThereIsLeveledAndADifferenceIsTold) {
+    struct Row {
+        const char* make;  // the input x.EXT, from talk.wav
+        const char* input;
+        double least_s;
+        double most_s;
+        const char* note;  // "": none
+    };
+
+    const Row rows[] = {
+        {"cp talk.wav x.wav", "x.wav", 8, 8, ""},
+        {"head -c 100044 talk.wav >x.wav", "x.wav", 3.125, 3.125, "cut short: 100000 of 256000 b"},
+        {"ffmpeg -v error -i talk.wav -f wav - | cat >x.wav", "x.wav", 8, 8, ""},
+        {"ffmpeg -v error -i talk.wav -f flac - | cat >x.flac", "x.flac", 8, 8, ""},
+        {"sndfile-convert talk.wav y.flac; head -c 60000 y.flac >x.flac", "x.flac", 1, 7,
+         "s could be decoded of 8.00 s"},
+        {"ffmpeg -v error -i talk.wav y.ogg; head -c 20000 y.ogg >x.ogg", "x.ogg", 1, 7.9,
+         "last page is not marked"},
+        {"ffmpeg -v error -i talk.wav -b:a 64k -write_xing 0 x.mp3", "x.mp3", 8, 8.2, ""},
+        {"ffmpeg -v error -i talk.wav -q:a 6 -write_xing 0 x.mp3", "x.mp3", 8, 8.2, ""},
+        {"ffmpeg -v error -i talk.wav y.mp3; head -c 9000 y.mp3 >x.mp3", "x.mp3", 1, 7.9,
+         "MPEG frames are there"},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.make);
+        const TempDir dir;
+        write_sound(dir / "talk.wav", signals::speech(8, 16000), kWav16);
+        const std::string in_folder = "cd " + dir.path() + " && ";
+        ASSERT_EQ(0, run_program(in_folder + row.make).status);
+        const ProgramResult result = run_program(in_folder + QUORVANE " -o out" +
+                                                 strchr(row.input, '.') + " --json - " + row.input);
+        ASSERT_EQ(0, result.status) << result.err;
+        const auto facts = nlohmann::json::parse(result.out);
+        EXPECT_EQ("leveled", facts["status"]);
+        EXPECT_GE(facts["duration_s"], row.least_s);
+        EXPECT_LE(facts["duration_s"], row.most_s);
+        const std::string probed =
+            run_program(in_folder +
+                        "ffprobe -v error -show_entries format=duration -of csv=p=0 out" +
+                        strchr(row.input, '.'))
+                .out;
+        EXPECT_NEAR(std::stod(probed), facts["duration_s"], 0.3);
+        const std::string told = facts["notes"].dump();
+        EXPECT_THAT(told, HasSubstr(row.note));
+        const bool damaged = row.note[0] != '\0';
+        EXPECT_EQ(damaged, told.find("cut short") != std::string::npos);
+        EXPECT_EQ(damaged ? 1 : 0, run_program(in_folder + QUORVANE " -q -f --strict -o out" +
+                                               strchr(row.input, '.') + " " + row.input)
+                                       .status);
+    }
+}
+
+TEST(Lengths, ASizeThatWasNeverFilledInCostsNothing) {
+    const TempDir dir;
+    write_sound(dir / "a.wav", signals::speech(8, 16000), kWav16);
+    ASSERT_EQ(0, run_program(QUORVANE " -q " + dir / "a.wav").status);
+    const std::string leveled = read_text(dir / "a-leveled.wav");
+    set_data_size(dir / "a.wav", 0);
+    ProgramResult result = run_program(QUORVANE " -f " + dir / "a.wav");
+    EXPECT_EQ(0, result.status);
+    EXPECT_TRUE(leveled == read_text(dir / "a-leveled.wav"));
+    set_data_size(dir / "a.wav", 128000);
+    result = run_program(QUORVANE " -f " + dir / "a.wav");
+    EXPECT_EQ(1, result.status);
+    EXPECT_THAT(result.err, HasSubstr("128000 more follow that are no chunk"));
+}
+
+TEST(Lengths, SamplesAboveFullScaleAreTold) {
+    const TempDir dir;
+    Signal signal = signals::speech(4, 16000);
+    for (double& sample : signal.samples) {
+        sample *= 8;
+    }
+    write_sound(dir / "a.wav", signal, kWavFloat);
+    EXPECT_THAT(run_program(QUORVANE " --json - " + dir / "a.wav").out, HasSubstr("above 0 dBFS"));
+}
+
+}  // namespace
