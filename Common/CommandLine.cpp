@@ -9,6 +9,7 @@
 
 #include "Common/reporting/failure.h"
 #include "Common/ss_util.h"
+#include "Common/step/option_errors.h"
 #include "Common/version.h"
 
 namespace po = boost::program_options;
@@ -123,11 +124,16 @@ int parse(CCLArgs& args, int argc, char** argv) {
     allowed.add(tuning).add(required);
 
     po::variables_map values;
-    po::store(po::parse_command_line(argc, argv, allowed), values);
+    // Without a place for them, words that belong to no option are refused.
+    po::store(po::command_line_parser(argc, argv)
+                  .options(allowed)
+                  .positional(po::positional_options_description())
+                  .run(),
+              values);
     if (values.count("options-file") != 0) {
         const std::string path = values["options-file"].as<std::string>();
-        std::ifstream file(path);
-        if (!file) {
+        std::ifstream file;
+        if (!open_options_file(path, file)) {
             say("error opening " + path);
             return 1;
         }
@@ -171,8 +177,8 @@ int CCLArgs::GetArgs(int argc, char** argv) {
         return parse(*this, argc, argv);
     } catch (const ss_empty_command_line_error&) {
         say("error: no arguments; try --help");
-    } catch (const std::exception& failure) {
-        say(std::string("error: ") + failure.what());
+    } catch (std::exception& failure) {
+        say("error: " + text_of_option_error(failure));
     } catch (...) {
         say("Exception of unknown type occured while parsing command line");
     }

@@ -1,7 +1,10 @@
 #include "Common/step/step_options.h"
 
+#include <boost/filesystem.hpp>
 #include <exception>
 #include <fstream>
+
+#include "Common/step/option_errors.h"
 
 namespace po = boost::program_options;
 
@@ -45,8 +48,8 @@ StepOptions& StepOptions::failure_texts(const std::string& prefix, const std::st
 ParseResult StepOptions::parse(int argc, const char* const* argv) {
     try {
         return parse_throwing(argc, argv);
-    } catch (const std::exception& failure) {
-        return {ParseResult::kFailed, failure_prefix_ + failure.what()};
+    } catch (std::exception& failure) {
+        return {ParseResult::kFailed, failure_prefix_ + text_of_option_error(failure)};
     } catch (...) {
         return {ParseResult::kFailed, unknown_failure_};
     }
@@ -60,10 +63,12 @@ ParseResult StepOptions::parse_throwing(int argc, const char* const* argv) {
               values_);
     if (options_file_rule_ != kNone && values_.count("options-file") != 0) {
         const std::string path = values_["options-file"].as<std::string>();
-        std::ifstream file(path);
-        if (file) {
+        std::ifstream file;
+        boost::system::error_code ignored;
+        if (open_options_file(path, file)) {
             po::store(po::parse_config_file(file, all), values_);
-        } else if (options_file_rule_ == kMustOpen) {
+        } else if (options_file_rule_ == kMustOpen ||
+                   boost::filesystem::exists(path, ignored)) {
             return {ParseResult::kUnreadableOptionsFile, "error opening " + path};
         }
     }

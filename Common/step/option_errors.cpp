@@ -1,0 +1,44 @@
+#include "Common/step/option_errors.h"
+
+#include <algorithm>
+#include <boost/filesystem.hpp>
+#include <boost/program_options.hpp>
+#include <map>
+
+namespace po = boost::program_options;
+
+namespace {
+
+constexpr char kStandIn = '\x01';
+
+/** Way in to the values that the library keeps for its texts. */
+class Substitutions : public po::error_with_option_name {
+  public:
+    static std::map<std::string, std::string>& of(po::error_with_option_name& error) {
+        return error.*(&Substitutions::m_substitutions);
+    }
+};
+
+}  // namespace
+
+std::string text_of_option_error(std::exception& failure) {
+    auto* error = dynamic_cast<po::error_with_option_name*>(&failure);
+    if (error == nullptr) {
+        return failure.what();
+    }
+    for (auto& [placeholder, value] : Substitutions::of(*error)) {
+        std::replace(value.begin(), value.end(), '%', kStandIn);
+    }
+    std::string text = error->what();
+    std::replace(text.begin(), text.end(), kStandIn, '%');
+    return text;
+}
+
+bool open_options_file(const std::string& path, std::ifstream& file) {
+    boost::system::error_code ignored;
+    if (boost::filesystem::is_directory(path, ignored)) {
+        return false;
+    }
+    file.open(path);
+    return file.is_open();
+}
