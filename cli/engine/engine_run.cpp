@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <stdexcept>
 
 #include "Common/level.h"
 #include "cli/audio/sound_file.h"
@@ -70,11 +71,11 @@ EngineResult run_engine(const EngineRun& run, const std::function<void(double)>&
     Watched watched{KeptFiles(intermediates.path(), run.scratch + "/kept"), progress};
     const int status = level(run, watched);
     if (status != 0 && fs::space(run.scratch).available < kFullDiskBytes) {
-        throw FileError(fmt::format("the disk with the temporary files, {}, is full",
+        throw std::runtime_error(fmt::format("the disk with the temporary files, {}, is full",
                                     fs::path(run.scratch).parent_path().parent_path().string()));
     }
     if (status != 0 || hooks::delivery() == hooks::kFailed) {
-        throw FileError("");
+        throw std::runtime_error("");
     }
     EngineResult result;
     result.leveled = hooks::delivery() == hooks::kDelivered;

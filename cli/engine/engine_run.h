@@ -27,7 +27,7 @@ struct EngineResult {
 };
 
 /**
- * Runs the engine in this process; progress is called with 0 to 1. Throws FileError when it failed,
+ * Runs the engine in this process; progress is called with 0 to 1. Throws std::runtime_error when it failed,
  * with an empty text where the engine has written the cause to the standard streams.
  */
 EngineResult run_engine(const EngineRun& run, const std::function<void(double)>& progress);
