@@ -22,8 +22,11 @@ namespace {
 
 LevelMessage message_callback = nullptr;
 
-void hand_over(void* context, reporting::Stream stream, const std::string& text) {
-    message_callback(context, stream == reporting::Stream::kError ? 1 : 0, text.c_str());
+void hand_over(void* context, const reporting::Words& words) {
+    const LevelWords kind = words.is_cause                              ? kLevelWordsCause
+                            : words.stream == reporting::Stream::kError ? kLevelWordsError
+                                                                        : kLevelWordsOutput;
+    message_callback(context, kind, words.text.c_str());
 }
 
 int run(int argc, char** argv, LevelProgress progress, void* context) {
@@ -40,7 +43,7 @@ int run(int argc, char** argv, LevelProgress progress, void* context) {
     record.set_input(args.input_file);
     if (parsed != 0) {
         if (reporting::first_failure().kind != reporting::Kind::kNone) {
-            record.fail(0, Intermediates());
+            record.refuse();
         }
         return kFailure;
     }
@@ -84,6 +87,10 @@ void levelClearCancel(void) {
 
 void levelKeepIntermediates(int keep) {
     Run::keep_intermediates(keep != 0);
+}
+
+void levelDiscardIntermediates(void) {
+    Run::discard_intermediates();
 }
 
 const LevelOutcome* levelOutcome(void) {

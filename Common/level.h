@@ -45,6 +45,12 @@ int levelMain(
 void levelRequestCancel(void);
 void levelClearCancel(void);
 
+/*
+ * Removes what the last run of this process left of its intermediate files: a failed or cancelled
+ * one leaves what it had written for whoever looks for the fault. To be called between runs.
+ */
+void levelDiscardIntermediates(void);
+
 /* With keep other than 0, later runs leave every intermediate file where it is, for debugging. */
 void levelKeepIntermediates(int keep);
 
@@ -61,12 +67,18 @@ const LevelOutcome* levelOutcome(void);
 void levelCollectFindings(int collect);
 const LevelFindings* levelFindings(void);
 
+typedef enum LevelWords {
+    kLevelWordsOutput, /* would stand on the standard output */
+    kLevelWordsError,  /* on the standard error stream */
+    kLevelWordsCause   /* on one of them; levelOutcome will tell the same as the first cause */
+} LevelWords;
+
 /*
- * Later words of the engine go to messages instead of the standard streams: text as it would stand
- * there, line ends included, and is_error other than 0 for the standard error stream. A null
- * pointer gives the words back to the streams. Called on the thread that runs levelMain.
+ * Later words of the engine go to messages instead of the standard streams, as they would stand
+ * there, line ends included. A null pointer gives them back to the streams. Called on the thread
+ * that runs levelMain.
  */
-typedef void (*LevelMessage)(void* context, int is_error, const char* text);
+typedef void (*LevelMessage)(void* context, LevelWords kind, const char* text);
 void levelSetMessages(LevelMessage messages, void* context);
 
 #ifdef __cplusplus

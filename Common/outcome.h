@@ -22,6 +22,7 @@ typedef enum LevelOutcomeKind {
     kLevelCopiedConstant, /* copied: every sample of a channel has the same value */
     kLevelCopiedQuiet,    /* copied: nothing is above the noise floor of the loud-peak step */
     kLevelFailed,
+    kLevelWrongUsage, /* the command line was refused */
     kLevelCancelled
 } LevelOutcomeKind;
 

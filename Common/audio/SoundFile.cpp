@@ -3,8 +3,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <iostream>
 #include <stdexcept>
+
+#include "Common/reporting/failure.h"
 
 namespace {
 
@@ -87,7 +88,7 @@ void SoundFile::OpenRead() {
 void SoundFile::OpenWrite() {
     handle_ = open_sound_for_writing(path_, info_);
     if (!handle_) {
-        std::cerr << path_ << ": " << sound_open_reason() << std::endl;
+        reporting::say_failure(reporting::Kind::kSystem, path_ + ": " + sound_open_reason());
         throw std::runtime_error("error opening sound file \"" + path_ + "\"");
     }
     SetNormalization(normalize_);
@@ -201,7 +202,8 @@ long long SoundFile::ReadShort(short* samples, long long items) {
 
 long long SoundFile::CheckWritten(long long written, long long asked) {
     if (written != asked) {
-        std::cerr << path_ << ": " << GetSndFileStrError(handle_.get()) << std::endl;
+        reporting::say_failure(reporting::Kind::kSystem,
+                               path_ + ": " + GetSndFileStrError(handle_.get()));
         throw std::runtime_error("error writing to " + path_);
     }
     return asked;

@@ -1,12 +1,12 @@
 #include "Common/gate/gate.h"
 
 #include <cmath>
-#include <iostream>
 
 #include "Common/files/copy_file.h"
 #include "Common/files/same_file.h"
 #include "Common/gate/CommandLine.h"
 #include "Common/gate/NoiseGate.h"
+#include "Common/reporting/failure.h"
 #include "Common/reporting/progress.h"
 #include "Common/step/run_entry.h"
 #include "Common/stream/sound_source.h"
@@ -28,7 +28,7 @@ void require_usable(const GateArgs& args) {
         problem = "an attenuation is out of range";
     }
     if (problem != nullptr) {
-        std::cerr << "gate: " << problem << std::endl;
+        reporting::say_failure(reporting::Kind::kOther, std::string("gate: ") + problem);
         throw ss_command_line_error();
     }
 }

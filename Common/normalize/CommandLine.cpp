@@ -1,7 +1,6 @@
 #include "Common/normalize/CommandLine.h"
 
 #include <cstdio>
-#include <iostream>
 
 #include "Common/CommandLine.h"
 #include "Common/normalize/normalize.h"
@@ -29,11 +28,12 @@ void CCLArgs::GetArgs(int argc, const char** argv) {
         result = {ParseResult::kHelp, parser.help()};
     }
     if (result.status != ParseResult::kOk) {
-        log_msg("Common/normalize/CommandLine", __LINE__, result.message);
+        log_failure("Common/normalize/CommandLine", __LINE__, result.message);
         throw ss_command_line_error();
     }
     if (!is_known_bit_depth(args.bit_depth)) {
-        std::cerr << "Unknown bit depth: " << args.bit_depth << std::endl;
+        reporting::say_failure(reporting::Kind::kOther,
+                               "Unknown bit depth: " + std::to_string(args.bit_depth));
         throw ss_command_line_error();
     }
 }

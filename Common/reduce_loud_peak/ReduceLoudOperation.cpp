@@ -1,11 +1,11 @@
 #include "Common/reduce_loud_peak/ReduceLoudOperation.h"
 
-#include <iostream>
+#include "Common/reporting/failure.h"
 
 namespace reduce_loud_peak {
 
 void PeakRule::warn(const char* text) {
-    std::cerr << text << std::endl;
+    reporting::write_words(reporting::Stream::kError, std::string(text) + "\n");
 }
 
 ReduceLoudOperation::ReduceLoudOperation(const ReduceLoudArgs& args)
@@ -13,7 +13,7 @@ ReduceLoudOperation::ReduceLoudOperation(const ReduceLoudArgs& args)
 
 void ReduceLoudOperation::Log(const std::string& text) const {
     if (verbosity_ > 0) {
-        std::cout << text;
+        reporting::write_words(reporting::Stream::kOutput, text);
     }
 }
 

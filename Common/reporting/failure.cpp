@@ -10,6 +10,12 @@ Failure failure;
 MessageSink sink = nullptr;
 void* sink_context = nullptr;
 
+bool is_part_of_cause(const std::string& text) {
+    const std::size_t end = text.find_last_not_of('\n');
+    return end != std::string::npos &&
+           failure.text.find(text.substr(0, end + 1)) != std::string::npos;
+}
+
 }  // namespace
 
 void note_failure(Kind kind, const std::string& text) {
@@ -38,7 +44,7 @@ void set_message_sink(MessageSink new_sink, void* context) {
 
 void write_words(Stream stream, const std::string& text) {
     if (sink != nullptr) {
-        sink(sink_context, stream, text);
+        sink(sink_context, {stream, is_part_of_cause(text), text});
     } else {
         (stream == Stream::kError ? std::cerr : std::cout) << text << std::flush;
     }

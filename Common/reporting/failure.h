@@ -37,8 +37,17 @@ void say_failure(Kind kind, const std::string& text);
 
 enum class Stream { kOutput, kError };
 
-/** Takes the engine's words, line ends included, and on which standard stream they would stand. */
-using MessageSink = void (*)(void* context, Stream stream, const std::string& text);
+/**
+ * Takes the engine's words, line ends included. is_cause: they are, or are a part of, the failure
+ * that was noted first.
+ */
+struct Words {
+    Stream stream;
+    bool is_cause;
+    const std::string& text;
+};
+
+using MessageSink = void (*)(void* context, const Words& words);
 
 /** Takes all later words instead of the standard streams; null gives them back. */
 void set_message_sink(MessageSink sink, void* context);

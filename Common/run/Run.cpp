@@ -46,6 +46,7 @@ constexpr double kHighestGateThreshold_db = -40.0;
 constexpr double kQuietDelta_db = -12.0;
 
 bool keeping_intermediates = false;
+Intermediates last_intermediates;
 boost::mutex temporary_directory_mutex;
 
 int call_step(int (*entry)(int, const char**), std::initializer_list<std::string> words) {
@@ -126,6 +127,14 @@ void Run::keep_intermediates(bool keep) {
     keeping_intermediates = keep;
 }
 
+Run::~Run() {
+    last_intermediates = intermediates_;
+}
+
+void Run::discard_intermediates() {
+    last_intermediates.remove_all();
+}
+
 int Run::go() {
     OutcomeRecord& record = OutcomeRecord::instance();
     try {
@@ -154,6 +163,7 @@ int Run::go() {
     } catch (const ss_cancel_exception&) {
         throw;
     } catch (const std::exception&) {
+        check_cancelled();  // a signal may have cut a call short
         report_current_failure();
         record.fail(step_, intermediates_);
         return kFailure;
@@ -383,6 +393,7 @@ void Run::done_with(std::initializer_list<std::string> paths) {
 
 void Run::require_step(int mark, bool success) {
     if (!success) {
+        check_cancelled();
         log_msg(kSource, mark, "Step " + std::to_string(step_) + " did not complete successfully");
         throw EndOfRun{kFailure};
     }

@@ -26,6 +26,10 @@ class Run {
   public:
     explicit Run(const CCLArgs& args) : args_(args) {}
 
+    Run(const Run&) = delete;
+    Run& operator=(const Run&) = delete;
+    ~Run();
+
     /**
      * Returns a Result. ss_cancel_exception and what is no std::exception pass on; every other
      * exception is reported.
@@ -34,6 +38,9 @@ class Run {
 
     /** With true, all later runs of the process leave their intermediate files where they are. */
     static void keep_intermediates(bool keep);
+
+    /** Removes what the last run left of its intermediate files. */
+    static void discard_intermediates();
 
   private:
     struct EndOfRun;

@@ -49,7 +49,19 @@ std::string Intermediates::path(Intermediate file) const {
     return base_ + name.suffix + (name.is_audio ? extension_ : "");
 }
 
+void Intermediates::remove_all() const {
+    for (const Name& name : kNames) {
+        boost::system::error_code ignored;
+        if (!base_.empty()) {
+            fs::remove(path(name.file), ignored);
+        }
+    }
+}
+
 std::string Intermediates::without_paths(std::string text) const {
+    if (base_.empty()) {
+        return text;
+    }
     for (const Name& name : kNames) {
         const std::string path = this->path(name.file);
         const std::string words = "the temporary file of step " + std::to_string(name.step);
@@ -64,15 +76,12 @@ std::string Intermediates::without_paths(std::string text) const {
 void Intermediates::require_apart(const std::string& input, const std::string& output) const {
     for (const Name& name : kNames) {
         const std::string path = this->path(name.file);
-        if (is_same_file(input, path)) {
-            throw std::runtime_error(input +
-                                     ": it stands where a temporary file would be written, " +
-                                     path + "; nothing was done");
-        }
-        if (is_same_file(output, path)) {
-            throw std::runtime_error(input + ": the output " + output +
-                                     " stands where a temporary file would be written; nothing "
-                                     "was done");
+        const bool over_input = is_same_file(input, path);
+        if (over_input || is_same_file(output, path)) {
+            throw std::runtime_error(input + ": step " + std::to_string(name.step) +
+                                     " would write its temporary file over " +
+                                     (over_input ? "it" : "the output " + output) +
+                                     ", so nothing was done");
         }
     }
 }

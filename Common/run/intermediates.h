@@ -32,6 +32,9 @@ class Intermediates {
 
     std::string path(Intermediate file) const;
 
+    /** Removes those that are there. */
+    void remove_all() const;
+
     /**
      * The same text with every path of these files replaced by words that say what the file is, for
      * people who do not know of them.

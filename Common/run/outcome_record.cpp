@@ -43,9 +43,13 @@ void OutcomeRecord::begin_run() {
     set(kLevelNotRun, "");
 }
 
-void OutcomeRecord::set(LevelOutcomeKind kind, const std::string& reason) {
-    reason_ = reason;
-    cause_ = reason.empty() || input_.empty() ? reason : input_ + ": " + reason;
+void OutcomeRecord::set(LevelOutcomeKind kind, const std::string& text) {
+    const std::string prefix = input_ + ": ";
+    const bool begins_with_input = !input_.empty() && text.compare(0, prefix.size(), prefix) == 0;
+    const bool names_input = !input_.empty() && text.find(input_) != std::string::npos;
+    reason_ =
+        replace_all(begins_with_input ? text.substr(prefix.size()) : text, input_, "the recording");
+    cause_ = names_input || input_.empty() || text.empty() ? text : prefix + text;
     outcome_ = {kind, 0, 0, cause_.c_str(), reason_.c_str()};
 }
 
@@ -57,6 +61,11 @@ void OutcomeRecord::cancel() {
     set(kLevelCancelled, "it was cancelled");
 }
 
+void OutcomeRecord::refuse() {
+    fail(0, Intermediates());
+    outcome_.kind = kLevelWrongUsage;
+}
+
 void OutcomeRecord::fail(int step, const Intermediates& intermediates) {
     const reporting::Failure& failure = reporting::first_failure();
     std::string text = joined_lines(failure.text);
@@ -64,11 +73,12 @@ void OutcomeRecord::fail(int step, const Intermediates& intermediates) {
         text = step > 0 ? "step " + std::to_string(step) + " failed and did not say why"
                         : "the engine failed and did not say why";
     }
-    text = intermediates.without_paths(text);
+    // The input itself may have an intermediate file's name.
     const std::string prefix = input_ + ": ";
-    const bool names_input = !input_.empty() && text.compare(0, prefix.size(), prefix) == 0;
-    set(kLevelFailed,
-        replace_all(names_input ? text.substr(prefix.size()) : text, input_, "the recording"));
+    const bool begins_with_input = text.compare(0, prefix.size(), prefix) == 0;
+    set(kLevelFailed, begins_with_input
+                          ? prefix + intermediates.without_paths(text.substr(prefix.size()))
+                          : intermediates.without_paths(text));
     outcome_.failed_step = step;
     outcome_.system_failure = failure.kind == reporting::Kind::kSystem ? 1 : 0;
 }

@@ -25,6 +25,9 @@ class OutcomeRecord {
 
     void cancel();
 
+    /** The command line was wrong, as the failure says that was noted first. */
+    void refuse();
+
     /**
      * The run failed: in this step, or with 0 before or after them. The cause is the failure that
      * was noted first, with words in place of the intermediate files' paths.
@@ -48,7 +51,7 @@ class OutcomeRecord {
     const LevelFindings* findings() const;
 
   private:
-    void set(LevelOutcomeKind kind, const std::string& reason);
+    void set(LevelOutcomeKind kind, const std::string& text);
 
     LevelOutcome outcome_{kLevelNotRun, 0, 0, "", ""};
     std::string input_;

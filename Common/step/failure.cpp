@@ -1,10 +1,27 @@
 #include "Common/step/failure.h"
 
+#include <boost/system/system_error.hpp>
 #include <exception>
+#include <new>
+#include <string>
+#include <system_error>
 
 #include "Common/audio/frame_file.h"
 #include "Common/reporting/failure.h"
 #include "Common/ss_util.h"
+#include "Common/step/option_errors.h"
+
+namespace {
+
+/** Of the exceptions that others throw, those that have a file or memory for their cause. */
+reporting::Kind kind_of(const std::exception& failure) {
+    const bool is_systems = dynamic_cast<const boost::system::system_error*>(&failure) != nullptr ||
+                            dynamic_cast<const std::system_error*>(&failure) != nullptr ||
+                            dynamic_cast<const std::bad_alloc*>(&failure) != nullptr;
+    return is_systems ? reporting::Kind::kSystem : reporting::Kind::kOther;
+}
+
+}  // namespace
 
 void report_current_failure() {
     try {
@@ -17,8 +34,9 @@ void report_current_failure() {
         failure.report();
     } catch (const printable_err& failure) {
         failure.report();
-    } catch (const std::exception& failure) {
-        reporting::note_failure(reporting::Kind::kOther, failure.what());
-        reporting::write_words(reporting::Stream::kError, failure.what());
+    } catch (std::exception& failure) {
+        const std::string text = text_of_option_error(failure);
+        reporting::note_failure(kind_of(failure), text);
+        reporting::write_words(reporting::Stream::kError, text);
     }
 }

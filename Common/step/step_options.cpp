@@ -4,6 +4,7 @@
 #include <exception>
 #include <fstream>
 
+#include "Common/reporting/failure.h"
 #include "Common/step/option_errors.h"
 
 namespace po = boost::program_options;
@@ -46,6 +47,15 @@ StepOptions& StepOptions::failure_texts(const std::string& prefix, const std::st
 }
 
 ParseResult StepOptions::parse(int argc, const char* const* argv) {
+    const ParseResult result = parse_or_failure(argc, argv);
+    if (result.status == ParseResult::kFailed ||
+        result.status == ParseResult::kUnreadableOptionsFile) {
+        reporting::note_failure(reporting::Kind::kOther, result.message);
+    }
+    return result;
+}
+
+ParseResult StepOptions::parse_or_failure(int argc, const char* const* argv) {
     try {
         return parse_throwing(argc, argv);
     } catch (std::exception& failure) {

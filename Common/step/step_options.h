@@ -75,6 +75,7 @@ class StepOptions {
     StepOptions& failure_texts(const std::string& prefix, const std::string& unknown);
 
   private:
+    ParseResult parse_or_failure(int argc, const char* const* argv);
     ParseResult parse_throwing(int argc, const char* const* argv);
 
     std::string* options_file_ = nullptr;

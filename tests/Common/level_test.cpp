@@ -4,9 +4,13 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <cstdio>
+#include <filesystem>
 #include <limits>
+#include <sstream>
+#include <thread>
 
 #include "Common/gate/gate.h"
 #include "Common/highpass/highpass.h"
@@ -193,6 +197,10 @@ TEST_F(Level, AWrongInputFailsBeforeAnyTemporaryFile) {
     in = dir / "none.wav";
     EXPECT_EQ(1, run_file());
     EXPECT_EQ("Could not find " + in + "\n", messages);
+    std::filesystem::create_symlink(in, in);
+    EXPECT_EQ(1, run_file());
+    EXPECT_EQ("Could not find " + in + "\n", messages) << "a link to itself";
+    std::filesystem::remove(in);
 
     in = dir / "talk";
     EXPECT_EQ(1, run(signals::speech(1.0)));
@@ -237,6 +245,193 @@ TEST_F(Level, NaNInAFloatFileFailsWithItsPlace) {
     EXPECT_EQ(1, run(input, kWavFloat));
     EXPECT_EQ(in + ": the sample in frame 70000 is not a number", errors);
     EXPECT_FALSE(file_exists(out));
+}
+
+TEST_F(Level, TheOutcomeTellsWhatHappenedAndTheFirstCause) {
+    struct Row {
+        const char* name;
+        Signal signal;
+        std::vector<std::string> options;
+        LevelOutcomeKind kind;
+        int step;
+        const char* reason;
+    };
+
+    const Signal talk = signals::speech(2.0, 8000);
+    const Row rows[] = {
+        {"leveled", talk, {}, kLevelLeveled, 0, ""},
+        {"short",
+         signals::sine(0.5, 440.0, 0.04),
+         {},
+         kLevelCopiedTooShort,
+         0,
+         "shorter than 0.05 s"},
+        {"zero", signals::silence(9000), {}, kLevelCopiedConstant, 0, "silent"},
+        {"offset",
+         signals::from([](long long) { return 0.25; }, 9000),
+         {},
+         kLevelCopiedConstant,
+         0,
+         "every sample is the same"},
+        {"quiet",
+         signals::sine(0.001, 440.0, 2.0, 8000),
+         {},
+         kLevelCopiedQuiet,
+         0,
+         "nothing in it is louder than the noise floor of -44.0 dB"},
+        {"channels",
+         signals::speech(1.0, 8000, 3),
+         {},
+         kLevelFailed,
+         1,
+         "it has 3 channels, at most 2 can be leveled"},
+        {"step's option",
+         talk,
+         {"--reduce-loud-release", "soon"},
+         kLevelFailed,
+         4,
+         "error: the argument ('soon') for option '--release' is invalid"},
+        {"cost",
+         talk,
+         {"--segment-cost-function", "LAD"},
+         kLevelFailed,
+         6,
+         "error: unknown cost function \"LAD\""},
+        {"threshold",
+         talk,
+         {"--calc-rms-floor-noise_threshold", "2"},
+         kLevelFailed,
+         8,
+         "error: no gains in the temporary file of step 7"},
+        {"usage",
+         talk,
+         {"--loudness", "3"},
+         kLevelWrongUsage,
+         0,
+         "error: unrecognised option '--loudness'"},
+        {"version", talk, {"--version"}, kLevelNotRun, 0, ""},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        run(row.signal, kWav16, row.options);
+        const LevelOutcome& outcome = *levelOutcome();
+        EXPECT_EQ(row.kind, outcome.kind);
+        EXPECT_EQ(row.step, outcome.failed_step);
+        EXPECT_STREQ(row.reason, outcome.reason);
+        EXPECT_EQ(0, outcome.system_failure);
+        if (row.kind == kLevelFailed) {
+            EXPECT_EQ(in + ": " + row.reason, outcome.cause);
+        }
+    }
+    in = dir / "none.wav";
+    run_file();
+    EXPECT_EQ("Could not find " + in, levelOutcome()->cause) << "names the input already";
+    EXPECT_STREQ("Could not find the recording", levelOutcome()->reason);
+}
+
+TEST_F(Level, OnlyItsOwnReasonsMakeStep3CopyTheInput) {
+    std::filesystem::create_directory(temporary / "_03.wav");  // cannot be opened for writing
+    EXPECT_EQ(1, run(signals::speech(2.0, 8000)));
+    EXPECT_EQ("Step 3 did not complete successfully\n", messages);
+    EXPECT_FALSE(file_exists(out));
+    EXPECT_EQ(kLevelFailed, levelOutcome()->kind);
+    EXPECT_EQ(3, levelOutcome()->failed_step);
+    EXPECT_EQ(1, levelOutcome()->system_failure);
+    EXPECT_THAT(levelOutcome()->reason, HasSubstr("the temporary file of step 3"));
+    EXPECT_THAT(levelOutcome()->cause, testing::Not(HasSubstr(temporary.path())));
+}
+
+TEST_F(Level, FindingsAreWhatTheStepsWrote) {
+    levelCollectFindings(1);
+    levelKeepIntermediates(1);
+    ASSERT_EQ(0, run(signals::speech(30.0, 8000)));
+    const LevelFindings* found = levelFindings();
+    ASSERT_NE(nullptr, found);
+    EXPECT_EQ(8000, found->sample_rate_hz);
+    EXPECT_EQ(240000, found->frames);
+    EXPECT_NEAR(std::min(found->filtered_level_db - 18.0, -40.0), found->gate_threshold_db, 0.05);
+    std::istringstream smoothed(read_text(temporary / "_09.txt"));
+    ASSERT_GT(found->gain_count, 500u);
+    for (std::size_t i = 0; i < found->gain_count; ++i) {
+        double gain = 0.0;
+        smoothed >> gain;
+        ASSERT_EQ(gain, found->gains[i]) << i;
+    }
+    std::istringstream levels(read_text(temporary / "_07.txt"));
+    ASSERT_GT(found->passage_count, 1u);
+    long long begin = 0;
+    for (std::size_t i = 0; i < found->passage_count; ++i) {
+        double level_db = 0.0;
+        levels >> level_db;
+        EXPECT_EQ(level_db, found->passages[i].level_db);
+        EXPECT_EQ(begin, found->passages[i].begin_frame);
+        begin = found->passages[i].end_frame;
+    }
+    EXPECT_EQ(found->frames, begin);
+    levelKeepIntermediates(0);
+    levelCollectFindings(0);
+    EXPECT_EQ(nullptr, levelFindings());
+}
+
+TEST_F(Level, NothingThatStandsAtAnIntermediatesPlaceIsWrittenOver) {
+    const auto refused = [&] {
+        const std::string before = read_text(in);
+        EXPECT_EQ(1, run_file());
+        EXPECT_THAT(errors, HasSubstr("would write its temporary file over"));
+        EXPECT_EQ(before, read_text(in));
+    };
+    in = temporary / "_02.wav";
+    EXPECT_EQ(1, run(signals::speech(1.0, 8000)));
+    refused();
+    const std::string linked = dir / "in.wav";
+    std::filesystem::create_hard_link(in, linked);
+    in = linked;
+    refused();
+    std::filesystem::remove(temporary / "_02.wav");
+    std::filesystem::create_symlink(in, temporary / "_07.txt");
+    refused();
+    std::filesystem::remove(temporary / "_07.txt");
+    out = dir.path() + "/../" + std::filesystem::path(temporary.path()).filename().string() +
+          "/_10.wav";
+    refused();
+
+    // What is no input is not written through either: a link is replaced.
+    out = dir / "out.wav";
+    write_text(dir / "precious", "old");
+    std::filesystem::create_symlink(dir / "precious", temporary / "_04.wav");
+    std::filesystem::create_hard_link(dir / "precious", temporary / "_final.wav");
+    EXPECT_EQ(0, run_file());
+    EXPECT_EQ("old", read_text(dir / "precious"));
+}
+
+TEST_F(Level, AnotherThreadMayCancelAndTheRestMayBeDiscarded) {
+    std::atomic<bool> begun{false};
+    fractions.clear();
+    write_sound(in, signals::speech(60.0, 8000), kWav16);
+    std::thread canceller([&] {
+        while (!begun) {
+            std::this_thread::yield();
+        }
+        levelRequestCancel();
+    });
+    std::vector<std::string> words{"", "--input-file", in, "--output-file", out};
+    const int result = call(
+        [&](int argc, const char** argv) {
+            return levelMain(
+                argc, const_cast<char**>(argv), "",
+                [](void* context, float) {
+                    *static_cast<std::atomic<bool>*>(context) = true;
+                    return 0;
+                },
+                &begun);
+        },
+        words);
+    canceller.join();
+    EXPECT_EQ(3, result);
+    EXPECT_EQ(kLevelCancelled, levelOutcome()->kind);
+    EXPECT_THAT(temporary.entries(), testing::Not(IsEmpty()));
+    levelDiscardIntermediates();
+    EXPECT_THAT(temporary.entries(), IsEmpty());
 }
 
 TEST_F(Level, CancellingEndsTheRunAndEveryLaterOneUntilCleared) {

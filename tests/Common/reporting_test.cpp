@@ -16,6 +16,30 @@ TEST(Log, PrintsTheTextAloneOnALine) {
     EXPECT_EQ("Step 1 did not complete successfully\n", captured.out());
 }
 
+TEST(Failure, TheFirstIsKeptAndItsWordsAreMarkedAsTheCause) {
+    struct Heard {
+        std::string cause;
+        std::string others;
+    } heard;
+
+    reporting::forget_failure();
+    reporting::set_message_sink(
+        [](void* context, const reporting::Words& words) {
+            auto& to = *static_cast<Heard*>(context);
+            (words.is_cause ? to.cause : to.others) += words.text;
+        },
+        &heard);
+    log_msg("Common/test", 1, "reading");
+    log_failure("Common/test", 2, "the first", reporting::Kind::kSystem);
+    reporting::say_failure(reporting::Kind::kOther, "a later one");
+    reporting::set_message_sink(nullptr, nullptr);
+    EXPECT_EQ("the first", reporting::first_failure().text);
+    EXPECT_EQ(reporting::Kind::kSystem, reporting::first_failure().kind);
+    EXPECT_EQ("the first\n", heard.cause);
+    EXPECT_EQ("reading\na later one\n", heard.others);
+    reporting::forget_failure();
+}
+
 TEST(Progress, MapsTheStepOntoItsRangeAndReportsEachPercentOnceAndForwards) {
     ProgressRecorder recorder;
     CProgress progress(91, 95);
