@@ -11,23 +11,30 @@ namespace fs = boost::filesystem;
 
 namespace {
 
-std::string make_own_directory() {
+/** TMPDIR's directory, or the system's; a sentence and not the library's text when it is of no use.
+ */
+fs::path temporary_directory() {
     boost::system::error_code error;
-    const fs::path temporary = fs::temp_directory_path(error);
-    if (error) {
-        const char* named = std::getenv("TMPDIR");
-        throw std::runtime_error(
-            std::string("there is no folder for temporary files: ") +
-            (named != nullptr ? "TMPDIR names " + std::string(named) : "TMPDIR is not set") + ": " +
-            error.message());
+    const fs::path directory = fs::temp_directory_path(error);
+    if (!error) {
+        return fs::absolute(directory);
     }
-    const std::string pattern = (fs::absolute(temporary) / "quorvane-XXXXXX").string();
+    const char* set = std::getenv("TMPDIR");
+    throw std::runtime_error(
+        set != nullptr
+            ? std::string("TMPDIR is set to \"") + set +
+                  "\", which is no directory for temporary files: " + error.message()
+            : "there is no directory for temporary files: set TMPDIR to one that can be written");
+}
+
+std::string make_own_directory() {
+    const fs::path directory = temporary_directory();
+    const std::string pattern = (directory / "quorvane-XXXXXX").string();
     std::vector<char> name(pattern.begin(), pattern.end());
     name.push_back('\0');
     if (mkdtemp(name.data()) == nullptr) {
-        const std::string cause = std::strerror(errno);
-        throw std::runtime_error("the folder for temporary files, " + temporary.string() +
-                                 ", cannot be written (TMPDIR names another): " + cause);
+        throw std::runtime_error("no directory for temporary files can be made in " +
+                                 directory.string() + ": " + std::strerror(errno));
     }
     return name.data();
 }

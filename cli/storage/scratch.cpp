@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <filesystem>
 #include <system_error>
 
@@ -16,6 +17,7 @@ namespace {
 
 constexpr const char* kPrefix = "quorvane-";
 constexpr const char* kLock = "lock";
+constexpr const char* kNewLock = "lock.new";
 
 bool is_mine(const fs::path& path) {
     struct stat status {};
@@ -35,12 +37,16 @@ void remove_tree(const std::string& path) {
     fs::remove_all(path, ignored);
 }
 
+// The lock is taken before the file has its name: no other run may find it free and take the
+// directory for one that was left behind.
 ScratchDirectory::ScratchDirectory()
-    : lock_(open((path() + kLock).c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600)) {
-    if (lock_ < 0) {
+    : lock_(open((path() + kNewLock).c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600)) {
+    if (lock_ >= 0) {
+        try_lock(lock_);  // a file system without locks has no old runs removed either
+    }
+    if (lock_ < 0 || rename((path() + kNewLock).c_str(), (path() + kLock).c_str()) != 0) {
         throw std::system_error(errno, std::generic_category(), path());
     }
-    try_lock(lock_);
 }
 
 ScratchDirectory::~ScratchDirectory() {

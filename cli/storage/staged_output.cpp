@@ -94,6 +94,15 @@ void sync(int file, const std::string& path) {
     }
 }
 
+/** A rename survives a power cut once its folder is on the disk; not every file system can say so.
+ */
+void sync_folder_of(const std::string& path) {
+    const Descriptor folder(folder_of(path).string(), O_RDONLY | O_DIRECTORY);
+    if (folder.is_open()) {
+        sync(folder.get(), path);
+    }
+}
+
 }  // namespace
 
 StagedOutput::StagedOutput(const std::string& destination) : destination_(destination) {
@@ -174,6 +183,7 @@ void StagedOutput::commit(bool replace) {
         if (link(path_.c_str(), destination_.c_str()) == 0) {
             unlink(path_.c_str());
             path_.clear();
+            sync_folder_of(destination_);
             return;
         }
         if (errno == EEXIST || access(destination_.c_str(), F_OK) == 0) {
@@ -185,6 +195,7 @@ void StagedOutput::commit(bool replace) {
         fail(destination_);
     }
     path_.clear();
+    sync_folder_of(destination_);
 }
 
 void remove_stale_parts(const std::string& destination) {
