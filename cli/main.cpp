@@ -1,3 +1,6 @@
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <cstring>
 
 #include "cli/batch/batch_command.h"
@@ -20,9 +23,22 @@ bool names_engine_input(int argc, char** argv) {
     return false;
 }
 
+/**
+ * A standard stream that our starter closed would leave its number to the next file that is opened,
+ * and the words meant for the stream would land in that file.
+ */
+void keep_standard_numbers_taken() {
+    for (const int number : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        if (fcntl(number, F_GETFD) < 0) {
+            (void)!open("/dev/null", O_RDWR);  // takes the lowest free number
+        }
+    }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+    keep_standard_numbers_taken();
     if (argc == 2 && std::strcmp(argv[1], cli::kWorkerWord) == 0) {
         return cli::worker_main();
     }

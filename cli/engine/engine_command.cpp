@@ -1,86 +1,49 @@
 #include "cli/engine/engine_command.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <boost/filesystem.hpp>
-#include <boost/program_options.hpp>
 #include <csignal>
 #include <cstdio>
 #include <exception>
 #include <iostream>
+#include <optional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "Common/level.h"
+#include "cli/engine/engine_words.h"
 #include "cli/engine/hooks.h"
+#include "cli/engine/output_gate.h"
 #include "cli/storage/private_directory.h"
+#include "cli/storage/scratch.h"
+#include "cli/storage/staged_output.h"
 
 namespace fs = boost::filesystem;
-namespace po = boost::program_options;
 
 namespace {
 
 constexpr int kFailure = 1;
-constexpr int kCancelled = 3;
-
-/** The few words of the command line that concern the program and not the engine alone. */
-struct Paths {
-    std::string input;
-    std::string output;
-    std::string keep_intermediates;
-};
-
-/** Takes --keep-intermediates and its value out of the words. Throws po::error without a value. */
-std::string take_keep_intermediates(std::vector<std::string>& words) {
-    const std::string name = "--keep-intermediates";
-    for (std::size_t i = 1; i < words.size(); ++i) {
-        const auto word = words.begin() + static_cast<long>(i);
-        if (word->compare(0, name.size() + 1, name + "=") == 0) {
-            const std::string value = word->substr(name.size() + 1);
-            words.erase(word);
-            return value;
-        }
-        if (*word == name) {
-            if (i + 1 == words.size() || words[i + 1].empty()) {
-                throw po::error(name + " needs a directory");
-            }
-            const std::string value = words[i + 1];
-            words.erase(word, word + 2);
-            return value;
-        }
-    }
-    return "";
-}
-
-/** Looks at the two paths; what is wrong with the command line is left to the engine to say. */
-void find_paths(const std::vector<std::string>& words, Paths& paths) {
-    po::options_description known;
-    known.add_options()("input-file", po::value<std::string>(&paths.input));
-    known.add_options()("output-file", po::value<std::string>(&paths.output));
-    try {
-        po::variables_map values;
-        po::store(po::command_line_parser({words.begin() + 1, words.end()})
-                      .options(known)
-                      .allow_unregistered()
-                      .run(),
-                  values);
-        po::notify(values);
-    } catch (const po::error&) {
-    }
-}
+constexpr unsigned kLongestStop_s = 10;
 
 /** Better now than after an hour's work. */
-void require_output_folder(const std::string& output) {
+void require_writable_output(const std::string& input, const std::string& output) {
     const fs::path folder = fs::absolute(output).parent_path();
-    if (!fs::is_directory(folder)) {
+    boost::system::error_code ignored;
+    if (!fs::is_directory(folder, ignored)) {
         throw std::runtime_error(output + ": there is no folder " + folder.string());
     }
     if (access(folder.c_str(), W_OK) != 0) {
         throw std::runtime_error(output + ": the folder " + folder.string() + " cannot be written");
     }
-    if (fs::is_directory(output)) {
+    if (fs::is_directory(output, ignored)) {
         throw std::runtime_error(output + ": is a folder");
+    }
+    if (fs::equivalent(input, output, ignored)) {
+        throw std::runtime_error(output + ": the output would replace the input");
     }
 }
 
@@ -94,48 +57,141 @@ int ignore_progress(void* /*context*/, float /*fraction*/) {
     return 0;
 }
 
-extern "C" void request_cancel(int /*signal*/) {
-    levelRequestCancel();
+/** What the engine says of a failure, which the last line tells in its own way. */
+struct HeldWords {
+    std::string directory;  // no word with this internal path in it is shown
+    std::string text;
+};
+
+void take_words(void* context, LevelWords kind, const char* text) {
+    auto& held = *static_cast<HeldWords*>(context);
+    if (kind != kLevelWordsOutput) {
+        held.text += text;
+    } else if (std::string(text).find(held.directory) == std::string::npos) {
+        std::cout << text << std::flush;
+    }
 }
 
-void cancel_on_signals() {
+/** A step ends itself; whatever else hangs, a library's call for instance, ends by the alarm. */
+extern "C" void request_cancel(int /*signal*/) {
+    levelRequestCancel();
+    alarm(kLongestStop_s);
+}
+
+void set_up_signals() {
     struct sigaction action = {};
     action.sa_handler = request_cancel;
     for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
-        sigaction(signal, &action, nullptr);
+        struct sigaction old = {};
+        sigaction(signal, nullptr, &old);
+        // nohup's wish stands. A shell has its background jobs ignore SIGINT, which need not be
+        // kept.
+        if (signal != SIGHUP || old.sa_handler != SIG_IGN) {
+            sigaction(signal, &action, nullptr);
+        }
     }
+    // Who closes our output early must not leave us without the time to clean up.
+    signal(SIGPIPE, SIG_IGN);
 }
 
-int level(std::vector<std::string>& words) {
+void deliver(const std::string& input, const std::string& final_file, const std::string& output) {
+    cli::require_sound_output(input, final_file);
+    cli::StagedOutput staged(output);
+    staged.fill_from(final_file);
+    struct stat status = {};
+    if (stat(input.c_str(), &status) == 0) {
+        chmod(staged.path().c_str(), status.st_mode & 0777);  // no more open than the input
+    }
+    staged.commit(true);
+}
+
+int level(EngineWords& words, HeldWords& held) {
     std::vector<char*> argv;
-    for (std::string& word : words) {
+    for (std::string& word : words.words) {
         argv.push_back(&word[0]);
     }
     argv.push_back(nullptr);
+    levelSetMessages(take_words, &held);
+    levelCollectFindings(1);
     const LevelProgress progress = isatty(STDOUT_FILENO) != 0 ? show_progress : ignore_progress;
-    return levelMain(static_cast<int>(words.size()), argv.data(), "", progress, nullptr);
+    return levelMain(static_cast<int>(words.words.size()), argv.data(), "", progress, nullptr);
 }
 
-void say_what_came_of_it(const Paths& paths, int result) {
-    if (paths.input.empty() || paths.output.empty()) {
-        return;  // help, version, or a command line that the engine has refused
+/** The first cause to be put behind "IN: not leveled: "; IN is not named twice at its beginning. */
+std::string cause_of(const LevelOutcome& outcome, const EngineWords& words, const HeldWords& held) {
+    std::string cause = outcome.cause;
+    const std::string prefix = words.input + ": ";
+    if (cause.compare(0, prefix.size(), prefix) == 0) {
+        cause.erase(0, prefix.size());
     }
-    if (result == kCancelled) {
-        std::cerr << paths.input << ": cancelled" << std::endl;
-    } else if (result != 0) {
-        std::cerr << "\n" << paths.input << ": not leveled" << std::endl;
-    } else if (hooks::delivery() == hooks::kDelivered) {
-        std::cout << paths.input << ": leveled, " << paths.output << std::endl;
+    if (outcome.failed_step > 0 && outcome.system_failure != 0) {
+        // The reader must know which disk to look at.
+        cause += " (temporary files are in " +
+                 fs::path(held.directory).parent_path().parent_path().string() + ")";
+    }
+    return cause;
+}
+
+/** Returns the program's status. */
+int tell(const EngineWords& words, int result, const HeldWords& held) {
+    const LevelOutcome& outcome = *levelOutcome();
+    switch (outcome.kind) {
+        case kLevelNotRun:
+        case kLevelWrongUsage:
+            std::cerr << held.text;
+            return result;
+        case kLevelCancelled:
+            std::cerr << words.input << ": cancelled" << std::endl;
+            return result;
+        case kLevelFailed:
+            std::cerr << words.input << ": not leveled: " << cause_of(outcome, words, held)
+                      << std::endl;
+            return result;
+        case kLevelLeveled:
+            if (hooks::delivery() != hooks::kDelivered) {
+                std::cerr << words.input << ": not leveled: " << hooks::delivery_failure()
+                          << std::endl;
+                return kFailure;
+            }
+            std::cout << words.input << ": leveled, " << words.output << std::endl;
+            return result;
+        default:
+            std::cout << words.input << ": copied unchanged, " << words.output << ": "
+                      << outcome.reason << std::endl;
+            return result;
+    }
+}
+
+int run(std::vector<std::string> arguments) {
+    EngineWords words = read_engine_words(std::move(arguments));
+    if (!words.output.empty()) {
+        require_writable_output(words.input, words.output);
+        cli::remove_stale_parts(words.output);
+    }
+    set_up_signals();
+    cli::remove_stale_scratch_directories();
+    std::optional<cli::ScratchDirectory> own;
+    std::optional<PrivateDirectory> kept;
+    if (words.keep_intermediates.empty()) {
+        own.emplace();
     } else {
-        std::cout << paths.input << ": copied unchanged, " << paths.output << std::endl;
+        kept.emplace(words.keep_intermediates);
+        levelKeepIntermediates(1);
     }
+    HeldWords held{own ? own->path() : kept->path(), ""};
+    hooks::use_temporary_directory(held.directory);
+    hooks::deliver_with([&](const std::string& final_file, const std::string& output) {
+        deliver(words.input, final_file, output);
+    });
+    const int result = level(words, held);
+    return tell(words, result, held);
 }
 
 }  // namespace
 
 int run_engine_command(int argc, char** argv) {
-    std::vector<std::string> words(argv, argv + argc);
     try {
+        std::vector<std::string> words(argv, argv + argc);
         // "--input-file= --help" asks for this command line's help; alone it has a value missing.
         const auto is_help = [](const std::string& word) {
             return word == "--help" || word == "-h";
@@ -143,24 +199,7 @@ int run_engine_command(int argc, char** argv) {
         if (std::any_of(words.begin(), words.end(), is_help)) {
             words.erase(std::remove(words.begin(), words.end(), "--input-file="), words.end());
         }
-        Paths paths;
-        paths.keep_intermediates = take_keep_intermediates(words);
-        find_paths(words, paths);
-        if (!paths.output.empty()) {
-            require_output_folder(paths.output);
-        }
-        cancel_on_signals();
-        const PrivateDirectory directory(paths.keep_intermediates);
-        hooks::use_temporary_directory(directory.path());
-        hooks::protect_input(paths.input);
-        levelKeepIntermediates(paths.keep_intermediates.empty() ? 0 : 1);
-
-        int result = level(words);
-        if (result == 0 && hooks::delivery() == hooks::kFailed) {
-            result = kFailure;
-        }
-        say_what_came_of_it(paths, result);
-        return result;
+        return run(words);
     } catch (const std::exception& failure) {
         std::cerr << "quorvane: " << failure.what() << std::endl;
         return kFailure;

@@ -2,12 +2,10 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <filesystem>
 #include <stdexcept>
 
 #include "Common/level.h"
-#include "cli/audio/sound_file.h"
 #include "cli/engine/hooks.h"
 #include "cli/engine/passages.h"
 #include "cli/facts/file_error.h"
@@ -18,27 +16,15 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr double kShortestSeconds = 0.05;  // the engine copies what is shorter
 constexpr std::uintmax_t kFullDiskBytes = 1 << 20;
 
-/** What the engine's progress calls work with. */
-struct Watched {
-    KeptFiles kept;
-    const std::function<void(double)>& progress;
-    bool worked = false;  // it got past the checks that end in a copy
-};
-
 int on_progress(void* context, float fraction) {
-    auto& watched = *static_cast<Watched*>(context);
-    watched.kept.keep();
-    if (fraction < 1) {
-        watched.worked = true;
-    }
-    watched.progress(static_cast<double>(fraction));
+    const auto& progress = *static_cast<const std::function<void(double)>*>(context);
+    progress(static_cast<double>(fraction));
     return 0;
 }
 
-int level(const EngineRun& run, Watched& watched) {
+int level(const EngineRun& run, std::function<void(double)> progress) {
     std::vector<std::string> words = {"", "--input-file", run.input, "--output-file", run.output};
     words.insert(words.end(), run.tuning.begin(), run.tuning.end());
     std::vector<char*> argv;
@@ -46,21 +32,19 @@ int level(const EngineRun& run, Watched& watched) {
         argv.push_back(&word[0]);
     }
     argv.push_back(nullptr);
-    return levelMain(static_cast<int>(words.size()), argv.data(), "", &on_progress, &watched);
+    levelCollectFindings(1);
+    return levelMain(static_cast<int>(words.size()), argv.data(), "", &on_progress, &progress);
 }
 
-std::string copy_cause(const EngineRun& run, bool engine_worked) {
-    SndfileHandle file = open_to_read(run.input);
-    if (static_cast<double>(run.frames) < kShortestSeconds * file.samplerate()) {
-        return "shorter than 0.05 s";
+/** A file system that says nothing for itself is full where next to nothing is left. */
+void require_room(const std::string& scratch) {
+    std::error_code error;
+    const fs::space_info space = fs::space(scratch, error);
+    if (!error && space.available < kFullDiskBytes) {
+        throw std::runtime_error(
+            fmt::format("the disk with the temporary files, {}, is full",
+                        fs::path(scratch).parent_path().parent_path().string()));
     }
-    if (engine_worked) {
-        return "";
-    }
-    std::vector<double> frame(static_cast<std::size_t>(file.channels()));
-    file.readf(frame.data(), 1);
-    const bool silent = std::all_of(frame.begin(), frame.end(), [](double x) { return x == 0; });
-    return silent ? "silent" : "every sample is the same";
 }
 
 }  // namespace
@@ -68,21 +52,20 @@ std::string copy_cause(const EngineRun& run, bool engine_worked) {
 EngineResult run_engine(const EngineRun& run, const std::function<void(double)>& progress) {
     const PrivateDirectory intermediates(run.scratch + "/engine");
     hooks::use_temporary_directory(intermediates.path());
-    Watched watched{KeptFiles(intermediates.path(), run.scratch + "/kept"), progress};
-    const int status = level(run, watched);
-    if (status != 0 && fs::space(run.scratch).available < kFullDiskBytes) {
-        throw std::runtime_error(fmt::format("the disk with the temporary files, {}, is full",
-                                    fs::path(run.scratch).parent_path().parent_path().string()));
+    const int status = level(run, progress);
+    const LevelOutcome& outcome = *levelOutcome();
+    if (status != 0) {
+        require_room(run.scratch);
+        throw std::runtime_error(outcome.reason);
     }
-    if (status != 0 || hooks::delivery() == hooks::kFailed) {
-        throw std::runtime_error("");
+    if (hooks::delivery() == hooks::kFailed) {
+        throw std::runtime_error(hooks::delivery_failure());
     }
     EngineResult result;
-    result.leveled = hooks::delivery() == hooks::kDelivered;
+    result.leveled = outcome.kind == kLevelLeveled;
+    result.cause = outcome.reason;
     if (result.leveled) {
-        result.leveling = watched.kept.read(run.frames);
-    } else {
-        result.cause = copy_cause(run, watched.worked);
+        result.leveling = leveling_of(*levelFindings());
     }
     return result;
 }

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cstdint>
 #include <functional>
 #include <optional>
 #include <string>
@@ -16,19 +15,18 @@ struct EngineRun {
     std::string output;
     std::string scratch;              // a directory for what the engine keeps while it works
     std::vector<std::string> tuning;  // options for the engine, "--name=value"
-    std::int64_t frames = 0;          // of the input
 };
 
 /** What a run that did not fail did. */
 struct EngineResult {
-    bool leveled = false;              // else the output is the input's copy, or is not there
-    std::string cause;                 // of the copy, if it is known here
+    bool leveled = false;              // else the output is the input's copy
+    std::string cause;                 // of the copy
     std::optional<Leveling> leveling;  // what the steps found
 };
 
 /**
- * Runs the engine in this process; progress is called with 0 to 1. Throws std::runtime_error when it failed,
- * with an empty text where the engine has written the cause to the standard streams.
+ * Runs the engine in this process; progress is called with 0 to 1. Throws std::runtime_error with
+ * the first cause, which names no file, when it failed.
  */
 EngineResult run_engine(const EngineRun& run, const std::function<void(double)>& progress);
 

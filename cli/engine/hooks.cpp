@@ -1,18 +1,18 @@
 #include "cli/engine/hooks.h"
 
-#include <boost/filesystem.hpp>
 #include <cstring>
-#include <iostream>
 #include <stdexcept>
+#include <utility>
 
 #include "Common/files/whole_file.h"
-#include "Common/level.h"
+#include "Common/platform.h"
 
 namespace {
 
 std::string temporary_directory;
-std::string protected_input;
+hooks::Deliver deliver = move_whole;
 hooks::Delivery last_delivery = hooks::kNone;
+std::string last_failure;
 
 }  // namespace
 
@@ -21,14 +21,19 @@ namespace hooks {
 void use_temporary_directory(const std::string& path) {
     temporary_directory = path;
     last_delivery = kNone;
+    last_failure.clear();
 }
 
-void protect_input(const std::string& path) {
-    protected_input = path;
+void deliver_with(Deliver new_deliver) {
+    deliver = new_deliver ? std::move(new_deliver) : move_whole;
 }
 
 Delivery delivery() {
     return last_delivery;
+}
+
+const std::string& delivery_failure() {
+    return last_failure;
 }
 
 }  // namespace hooks
@@ -40,15 +45,9 @@ char* copyTemporaryDirectory() {
 void moveFinalFile(const char* finalPath, const char* outputPath) {
     last_delivery = hooks::kFailed;
     try {
-        boost::system::error_code ignored;
-        if (!protected_input.empty() &&
-            boost::filesystem::equivalent(protected_input, outputPath, ignored)) {
-            throw std::runtime_error(std::string(outputPath) +
-                                     ": the output would replace the input");
-        }
-        move_whole(finalPath, outputPath);
+        deliver(finalPath, outputPath);
         last_delivery = hooks::kDelivered;
     } catch (const std::runtime_error& failure) {
-        std::cerr << failure.what() << std::endl;
+        last_failure = failure.what();
     }
 }

@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include <chrono>
-#include <cstdlib>
 #include <exception>
 #include <filesystem>
 #include <memory>
@@ -12,8 +11,8 @@
 #include <vector>
 
 #include "cli/audio/measure.h"
-#include "cli/audio/sound_file.h"
 #include "cli/engine/engine_run.h"
+#include "cli/engine/output_gate.h"
 #include "cli/facts/file_error.h"
 #include "cli/storage/staged_output.h"
 #include "cli/worker/carrier.h"
@@ -68,8 +67,7 @@ void level_sound(Work& work, std::size_t index) {
     const std::string& input = work.engine_inputs[index];
     const std::string name = index == 0 ? "/leveled" : fmt::format("/leveled{}", index + 1);
     const EngineRun run{input, work.job.scratch + name + fs::path(input).extension().string(),
-                        work.job.scratch, work.job.options.tuning,
-                        index == 0 ? work.facts.frames : open_to_read(input).frames()};
+                        work.job.scratch, work.job.options.tuning};
     const auto count = static_cast<double>(work.engine_inputs.size());
     const EngineResult result = run_engine(
         run, [&](double done) { work.progress((static_cast<double>(index) + done) / count); });
@@ -93,27 +91,10 @@ void level(Work& work) {
     }
 }
 
-void check_length_of(const std::string& input, const std::string& output) {
-    const SndfileHandle before = open_to_read(input);
-    const SndfileHandle after = open_to_read(output);
-    const double rate = before.samplerate();
-    if (after.frames() == before.frames()) {
-        return;
-    }
-    throw FileError(fmt::format(
-        "the engine left it {:.2f} s {} than the input ({:.2f} s of {:.2f} s), so nothing was "
-        "written; {}",
-        static_cast<double>(std::abs(before.frames() - after.frames())) / rate,
-        after.frames() < before.frames() ? "shorter" : "longer",
-        static_cast<double>(after.frames()) / rate, static_cast<double>(before.frames()) / rate,
-        "a passage below the noise threshold has this effect (a lower "
-        "--calc-rms-floor-noise_threshold may help), and a --bin-size other than 50"));
-}
-
-void check_length(Work& work) {
+void check_engine_output(Work& work) {
     for (std::size_t i = 0; i < work.leveled.size(); ++i) {
         if (!work.leveled[i].empty()) {
-            check_length_of(work.engine_inputs[i], work.leveled[i]);
+            require_sound_output(work.engine_inputs[i], work.leveled[i]);
         }
     }
 }
@@ -191,7 +172,7 @@ constexpr Stage kStages[] = {
     {measure_before, measures, 0.10, 0.14},
     {prepare, levels, 0.10, 0.14},
     {level, levels, 0.88, 0.70},
-    {check_length, changed, 0.88, 0.70},
+    {check_engine_output, changed, 0.88, 0.70},
     {encode, changed, 0.88, 0.85},
     {measure_after, changed_and_measures, 0.97, 0.97},
     {add_metadata, changed, 0.97, 0.97},

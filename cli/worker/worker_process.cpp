@@ -121,18 +121,10 @@ std::vector<std::string> lines_of(const std::string& messages) {
     return different;
 }
 
-/** The engine's own reason: its last few messages as one line. */
-std::string reason_in(const std::string& messages, bool with_step) {
+/** The last few lines that a worker wrote before it died, as one. */
+std::string last_words(const std::string& messages) {
     constexpr std::size_t kLines = 3;
     std::vector<std::string> lines = lines_of(messages);
-    if (!with_step) {
-        lines.erase(std::remove_if(lines.begin(), lines.end(),
-                                   [](const std::string& line) {
-                                       return boost::contains(line,
-                                                              "did not complete successfully");
-                                   }),
-                    lines.end());
-    }
     if (lines.size() > kLines) {
         lines.erase(lines.begin(), lines.end() - kLines);
     }
@@ -240,7 +232,7 @@ FileFacts WorkerProcess::finish() {
     facts.input = job_.input;
     facts.output = job_.output;
     if (!facts_) {
-        const std::string said = reason_in(messages_, true);
+        const std::string said = last_words(messages_);
         facts.outcome = Outcome::Failed;
         facts.cause = WIFSIGNALED(status)
                           ? fmt::format("its worker process was ended by signal {} ({})",
@@ -251,18 +243,6 @@ FileFacts WorkerProcess::finish() {
             facts.cause += ": " + said;
         }
         return facts;
-    }
-    if (facts.outcome == Outcome::Failed && facts.cause.empty()) {
-        facts.cause = reason_in(messages_, true);
-        if (facts.cause.empty()) {
-            facts.cause = "the engine failed and did not say why";
-        }
-    }
-    if (facts.outcome == Outcome::Copied && facts.cause.empty()) {
-        facts.cause = reason_in(messages_, false);
-        if (facts.cause.empty()) {
-            facts.cause = "the engine could not reduce its loud peaks";
-        }
     }
     return facts;
 }

@@ -116,7 +116,7 @@ TEST_F(Batch, AFolderIsLeveledAndOneBadFileCostsItselfOnly) {
     EXPECT_THAT(result.err, HasSubstr("failed nowhere.wav: does not exist"));
     const std::size_t first = result.err.find("failed season/three-channels.wav: ");
     EXPECT_EQ(std::string::npos, result.err.find("failed season/three-channels.wav: ", first + 1));
-    EXPECT_THAT(result.err, HasSubstr("cannot process more than 2 channels"));
+    EXPECT_THAT(result.err, HasSubstr("it has 3 channels, at most 2 can be leveled"));
 
     const auto all = facts(read_text(dir_ / "facts.json"));
     ASSERT_EQ(all.size(), 5u);

@@ -69,25 +69,21 @@ TEST(Measure, SilenceAndShortFilesAreMeasured) {
     EXPECT_THROW(measure("/no/such.wav", [](double) {}), std::runtime_error);
 }
 
-TEST(Passages, CuesLevelsAndGainsBecomePassages) {
-    const TempDir dir;
-    const std::string base = dir.path() + "/";
-    KeptFiles kept(base, dir / "kept");
-    // 16 kHz: a bin has 800 frames. Three passages: bins 0-1, 2-4, and 5 to the end at 4400.
-    write_text(base + "_06.clt",
-               "\x03 CueListTool\nPrefix=\n16000\n1600\n0\n\n\n\n4000\n0\n\n\n\n");
-    write_text(base + "_07.txt", "-20.00\n-200.00\n-30.00\n");
-    write_text(base + "_08.txt", "0.5\n0.5\n1\n1\n1\n2\n");
-    kept.keep();
-    EXPECT_FALSE(kept.read(4400)) << "the run is not complete";
-    write_text(base + "_09.txt", "0.5\n0.5\n1\n1\n1\n2\n");
-    kept.keep();
-    for (const char* name : {"_06.clt", "_07.txt", "_08.txt", "_09.txt"}) {
-        std::filesystem::remove(base + name);
-    }
-    const auto leveling = kept.read(4400);
+TEST(Passages, WhatTheEngineFoundIsShownInSecondsAndDecibels) {
+    const LevelPassage passages[] = {
+        {0, 1600, -20.0, 0.5}, {1600, 4000, kLevelSilence_db, 1.0}, {4000, 4400, -30.0, 2.0}};
+    const double gains[] = {0.5, 0.5, 1.0, 1.0, 1.0, 2.0};
+    LevelFindings found{};
+    found.sample_rate_hz = 16000;
+    found.passages = passages;
+    found.passage_count = 3;
+    EXPECT_FALSE(leveling_of(found)) << "the run is not complete";
+    found.bin_s = 0.05;
+    found.gains = gains;
+    found.gain_count = 6;
+    const auto leveling = leveling_of(found);
     ASSERT_TRUE(leveling);
-    ASSERT_EQ(leveling->passages.size(), 3u);
+    ASSERT_EQ(3u, leveling->passages.size());
     EXPECT_THAT(leveling->passages[1].from_s, DoubleNear(0.1, 1e-9));
     EXPECT_THAT(leveling->passages[1].to_s, DoubleNear(0.25, 1e-9));
     EXPECT_EQ(leveling->passages[1].level_db, kSilence);

@@ -10,7 +10,6 @@
 namespace {
 
 using testing::ElementsAre;
-using testing::EndsWith;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
@@ -42,7 +41,7 @@ TEST_F(Program, LevelsAndSaysSoInOneLine) {
     EXPECT_THAT(temporary.entries(), IsEmpty());
 
     write_sound(in, signals::silence(9000), kWav16);
-    EXPECT_EQ(in + ": copied unchanged, " + out + "\n", run_program(command(in, out)).out);
+    EXPECT_EQ(in + ": copied unchanged, " + out + ": silent\n", run_program(command(in, out)).out);
 }
 
 TEST_F(Program, OptimisationDoesNotChangeABit) {
@@ -106,8 +105,9 @@ TEST_F(Program, ADiskThatFillsUpEndsEveryStepWithItsReason) {
     }
     const ProgramResult run = run_program(limited + command(in, dir / "none.wav"));
     EXPECT_EQ(1, run.status);
-    EXPECT_THAT(run.err, HasSubstr("_01.wav: System error : File too large"));
-    EXPECT_THAT(run.err, EndsWith(in + ": not leveled\n"));
+    EXPECT_EQ(in + ": not leveled: the temporary file of step 1: System error : File too large. " +
+                  "(temporary files are in " + temporary.path() + ")\n",
+              run.err);
     EXPECT_FALSE(file_exists(dir / "none.wav"));
     EXPECT_THAT(temporary.entries(), IsEmpty());
 }
@@ -147,6 +147,37 @@ TEST_F(Program, ACutOffInputIsLeveledAsFarAsItGoesOrRefused) {
     }
 }
 
+TEST_F(Program, AShortenedOutputIsAFailureAndNothingIsWritten) {
+    const ProgramResult run = run_program(command(in, out, "--bin-size 100"));
+    EXPECT_EQ(1, run.status);
+    EXPECT_THAT(run.err, HasSubstr(in + ": not leveled: the engine left it "));
+    EXPECT_THAT(run.err, HasSubstr("shorter than the input"));
+    EXPECT_THAT(dir.entries(), ElementsAre("in.wav"));
+}
+
+TEST_F(Program, LeavesNothingBehindWhoeverLetsItDown) {
+    // A closed standard output; one whose reader has gone; a run that was killed, once another
+    // runs.
+    EXPECT_EQ(0, run_program(command(in, out) + " >&-").status);
+    EXPECT_EQ(160000, sound_info(out).frames);
+    EXPECT_EQ(0, run_program("(" + command(in, out) + "; echo $? >&2) | true").status);
+    EXPECT_THAT(temporary.entries(), IsEmpty());
+    run_program(command(in, out) + " & pid=$!; until ls " + temporary.path() +
+                "/*/_0* >/dev/null 2>&1 || ! kill -0 $pid; do :; done; kill -KILL $pid; wait $pid");
+    run_program("chmod 600 " + in + "; trap '' HUP; " + command(in, out) +
+                " & pid=$!; kill -HUP $pid; wait $pid");
+    EXPECT_THAT(temporary.entries(), IsEmpty());
+    EXPECT_THAT(dir.entries(), ElementsAre("in.wav", "out.wav"));
+    EXPECT_EQ("600\n", run_program("stat -c %a " + out).out);
+}
+
+TEST_F(Program, ATemporaryDirectoryThatIsNoneIsNamed) {
+    const ProgramResult run = run_program("TMPDIR=/no/such " + std::string(QUORVANE) +
+                                          " --input-file " + in + " --output-file " + out);
+    EXPECT_EQ(1, run.status);
+    EXPECT_THAT(run.err, HasSubstr("TMPDIR is set to \"/no/such\""));
+}
+
 TEST_F(Program, KeepsIntermediatesWhereItIsTold) {
     EXPECT_EQ(0, run_program(command(in, out, "--keep-intermediates=" + dir / "new/kept")).status);
     EXPECT_TRUE(file_exists(dir / "new/kept/_04.wav"));
@@ -156,6 +187,8 @@ TEST_F(Program, KeepsIntermediatesWhereItIsTold) {
 
 TEST_F(Program, HelpAndVersionAreTheEngines) {
     EXPECT_EQ("3.0.0\n", run_program(std::string(QUORVANE) + " --version --input-file x").out);
+    EXPECT_THAT(run_program(std::string(QUORVANE) + " --input-file= --help").out,
+                HasSubstr("--segment-tolerance"));
     const ProgramResult none = run_program(std::string(QUORVANE) + " --input-file");
     EXPECT_EQ(1, none.status);
     EXPECT_THAT(none.err, testing::StartsWith("error: "));
