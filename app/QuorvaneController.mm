@@ -16,7 +16,6 @@
 #include <vector>
 
 #include "Common/files/whole_file.h"
-#include "app/EngineWords.h"
 #import "app/ErrorPanel.h"
 
 NSString *const QuorvaneProgressNotification = @"quorvaneProgress";
@@ -134,10 +133,11 @@ void levelItem(NSMutableDictionary *item) {
     NSString *outcome = QuorvaneCompletedNotification;
     try {
         const TemporaryDirectoryLock lock;
-        EngineWords words;
         const int result = levelMain(5, arguments.data(), arguments[0], reportProgress, item);
-        if (result != 0 && result != kCancelled) {
-            [item setObject:nonEmpty(words.last()) forKey:QuorvaneFailureReasonKey];
+        if (result == kCancelled) {
+            levelDiscardIntermediates();
+        } else if (result != 0) {
+            [item setObject:nonEmpty(levelOutcome()->reason) forKey:QuorvaneFailureReasonKey];
         }
     } catch (const std::exception &error) {
         outcome = QuorvaneFailedNotification;

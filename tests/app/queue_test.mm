@@ -6,7 +6,6 @@
 
 #include <atomic>
 #include <filesystem>
-#include <iostream>
 #include <stdexcept>
 
 #import "tests/app/support.h"
@@ -125,8 +124,7 @@ TEST_F(Queue, OnlyAnExceptionFailsAnItemAndTheQueueGoesOn) {
         if (arguments[2] == "/throws.wav") {
             throw std::runtime_error("out of luck");
         }
-        std::cout << "Reading\n";
-        std::cerr << "It is no audio file.";
+        engine.reason = "It is no audio file.";
         return arguments[2] == "/cancelled.wav" ? 3 : 1;
     };
     for (const char *input : {"/noise.wav", "/throws.wav", "/cancelled.wav"}) {

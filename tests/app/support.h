@@ -19,6 +19,7 @@ struct TestEngine {
     using Arguments = std::vector<std::string>;
     std::function<int(const Arguments &, LevelProgress, NSMutableDictionary *)> run;
     std::vector<Arguments> calls;
+    const char *reason = "";  // that it tells when run returns a failure
 };
 
 extern TestEngine engine;
