@@ -80,16 +80,18 @@ void ask_to_stop(int) {
  * Waits for a signal or for the end of the parent, then removes the job's files and ends the
  * process. What the other thread writes meanwhile fails, as its folder is gone.
  */
-void watch(const Job& job) {
+void watch(const Job& job, pid_t parent) {
     pollfd watched[2] = {{kJobDescriptor, POLLIN, 0}, {g_stop_pipe[0], POLLIN, 0}};
     while (poll(watched, 2, -1) < 0 && errno == EINTR) {
     }
     remove_tree(job.scratch);
     remove_tree(job.scratch);  // again: the other thread may have made a file during the first
     std::error_code ignored;
-    // The last worker of a killed run also clears the folder around it.
+    // The last worker of a killed run also clears the folder around it. The death of the parent
+    // shows in the end of the job's pipe; or first in another parent, while a worker that was just
+    // being started still holds the other end of that pipe.
     const fs::path run = fs::path(job.scratch).parent_path();
-    bool others = !watched[0].revents;
+    bool others = !watched[0].revents && getppid() == parent;
     for (const auto& entry : fs::directory_iterator(run, ignored)) {
         others = others || entry.is_directory(ignored);
     }
@@ -120,6 +122,7 @@ class ProgressEvents {
 }  // namespace
 
 int worker_main() {
+    const pid_t parent = getppid();
 #ifdef __linux__
     prctl(PR_SET_PDEATHSIG, SIGTERM);
     prctl(PR_SET_NAME, "quorvane");  // else its name is that of the link it was started by
@@ -141,7 +144,7 @@ int worker_main() {
     } catch (const nlohmann::json::exception&) {
         return 1;  // the parent is gone or not ours
     }
-    std::thread(watch, std::cref(job)).detach();
+    std::thread(watch, std::cref(job), parent).detach();
     const FileFacts facts = work_on(job, ProgressEvents());
     fflush(nullptr);
     write_line(dump({{"facts", to_json(facts)}}));
