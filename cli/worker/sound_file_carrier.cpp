@@ -127,7 +127,7 @@ void SoundFileCarrier::read_info(FileFacts& facts) {
     facts.frames = info_.frames;
 }
 
-void SoundFileCarrier::decode(FileFacts& facts) {
+void SoundFileCarrier::decode_source(FileFacts& facts) {
     decoded_ = job_.scratch + "/decoded.wav";
     const Decoded decoded = decode_to_float(source_, decoded_);
     if (decoded.frames < info_.frames || !decoded.error.empty()) {
@@ -156,7 +156,7 @@ void SoundFileCarrier::probe(FileFacts& facts) {
         throw FileError("its name has no extension, which the engine needs");
     }
     if ((levels && is_lossy(info_.format)) || !last_frame_is_there(source_)) {
-        decode(facts);
+        decode_source(facts);
     }
 }
 

@@ -35,7 +35,7 @@ class SoundFileCarrier : public Carrier {
     void note_damage(FileFacts& facts, const std::string& text) const;
     void repair_header(FileFacts& facts);
     void read_info(FileFacts& facts);
-    void decode(FileFacts& facts);
+    void decode_source(FileFacts& facts);
 
     const Job& job_;
     std::string source_;   // the input, or its copy in scratch with a true header
