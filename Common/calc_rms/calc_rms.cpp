@@ -72,7 +72,7 @@ class LevelWriter : public stream::Receiver {
     long long count_ = 0;
 };
 
-/** Samples done of all, after each bin. */
+/** Samples done of all, after each bin; the same fraction in frames. */
 stream::Pace pace_of(const SF_INFO& info, long long bin_frames) {
     const long long frames = info.frames;
     return stream::Pace(progress_range::kRms, bin_frames, [frames, bin_frames](long long bin) {

@@ -156,6 +156,7 @@ int Operation::write_gains(const CueList& cues, const Levels& levels) {
         if (!(rms >> level_db)) {
             return log_failure(kSource, __LINE__, "error reading from " + args_.rms_file);
         }
+        // A silent segment took a line but is not in the count: the last segments get no gains.
         const double gain = gain_of(level_db, mean_db);
         const long long end =
             u < levels.segments - 1

@@ -11,6 +11,8 @@ void GateArgs::GetArgs(int argc, const char** argv) {
         throw ss_empty_command_line_error();
     }
     StepOptions parser("gate", options_file);
+    // Both thresholds have the letter t, which alone is then ambiguous: old command lines that give
+    // it fail in the same way as ever.
     parser.option("gate__attenuation_max,x", attenuation_max_db, "max attenuation (dB)")
         .option("gate__attenuation_min,n", attenuation_min_db, "min attenuation (dB)")
         .option("gate__threshold_attack,t", threshold_attack_db, "attack threshold (dB)")
@@ -33,6 +35,8 @@ void GateArgs::ConvertArgs(const SF_INFO& info) {
     anticipate_samples = ms_to_frames(anticipate_ms, info.samplerate);
     meter_samples = ms_to_frames(meter_ms, info.samplerate);
 
+    // The meters hold sums of squares and not their mean: the thresholds are scaled once instead of
+    // every sum being divided.
     const double attack_linear = db_to_linear(threshold_attack_db);
     const double release_linear = db_to_linear(threshold_release_db);
     attack_energy = attack_linear * attack_linear * meter_samples;

@@ -16,6 +16,11 @@ namespace gate {
 
 namespace {
 
+/*
+ * The gate's entry. The output is opened before it is known whether the input is long enough to be
+ * gated, so a short input's copy replaces a file that is empty by then.
+ */
+
 /** Refuses settings that leave the gate without a meter or with a gain that is not a number. */
 void require_usable(const GateArgs& args) {
     const char* problem = nullptr;

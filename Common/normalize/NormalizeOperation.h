@@ -11,7 +11,14 @@
 
 namespace normalize {
 
-/** One run of the step over one file. */
+/**
+ * One run of the step over one file: a pass that measures the bins, the fit on their figures, and a
+ * pass that applies the gains. The audio is read twice and never held.
+ *
+ * The level that the fit starts from is taken over all samples of both channels, the level that it
+ * aims at over each bin's louder channel. The two differ for a recording with one loud side, and
+ * the fit absorbs the difference.
+ */
 class NormalizeOperation {
   public:
     /** Turns a positive noise floor or peak output negative, with a warning. */
