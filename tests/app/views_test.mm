@@ -118,7 +118,7 @@ TEST_F(Views, BatchNumbersItsFilesAndReturnsToTheDropZone) {
 
 TEST_F(Views, FailuresAreToldInWordsAndABatchThatArrivesMeanwhileComesAfterThisOne) {
     engine.run = [](const TestEngine::Arguments &arguments, auto...) {
-        std::cout << "Could not find it\n";
+        engine.reason = "Could not find it";
         return arguments[2] == "/good.wav" ? 0 : 1;
     };
     desktop.whileOpen = [this] { [window handleDroppedInputs:@[ @"/good.wav" ]]; };
