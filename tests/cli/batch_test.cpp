@@ -86,7 +86,7 @@ class Batch : public testing::Test {
                                " && echo $$ >pid && exec " QUORVANE " -j2 -d out in");
         });
         ASSERT_TRUE(
-            soon([&] { return run_program("find " + dir_ / "tmp" + " -name _02.wav").out != ""; }));
+            soon([&] { return run_program("find " + dir_ / "tmp" + " -path '*/engine/_*'").out != ""; }));
         parent_ = std::stoi(read_text(dir_ / "pid"));
         std::istringstream out(run_program("pgrep -P " + std::to_string(parent_)).out);
         workers_.assign(std::istream_iterator<pid_t>(out), {});
