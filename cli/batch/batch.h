@@ -46,6 +46,9 @@ class BatchObserver {
  * Works on files, so many at a time, each in a worker process of its own, so that a file that
  * crashes the engine costs itself only.
  *
+ * A worker is this program itself, started with kWorkerWord alone (see worker/job.h): a program
+ * with a Batch begins its main() by handing such a call to worker_main().
+ *
  * run() starts the workers, and a worker ends with the THREAD that started it: that thread has to
  * live until run() returns. Every other function may be called from any thread at any time; each
  * wakes run() through a pipe, so that no request waits for a file to make progress.
