@@ -1,6 +1,9 @@
 #import "app/AppDelegate.h"
 
+#include <dispatch/dispatch.h>
+
 #import "app/CreditsWindow.h"
+#import "app/DarkAudioDropZoneView.h"
 #import "app/ErrorPanel.h"
 #import "app/MainWindowController.h"
 
@@ -37,8 +40,13 @@
     [self setMainWindowController:_windowController];
     [self setWindow:[_windowController window]];
     _isRunning = YES;
-    if ([_filesToParse count] > 0) {
-        [_mainWindowController handleDroppedInputs:_filesToParse];
+    [self levelPendingFiles];
+}
+
+- (void)levelPendingFiles {
+    NSArray *paths = [DarkAudioDropZoneView pathsToOpen:_filesToParse];
+    if ([paths count] > 0) {
+        [_mainWindowController handleDroppedInputs:paths];
     }
 }
 
@@ -60,7 +68,7 @@
     [_filesToParse release];
     _filesToParse = copied;
     if (_isRunning) {
-        [_mainWindowController handleDroppedInputs:_filesToParse];
+        [self levelPendingFiles];
     }
 }
 
@@ -83,6 +91,12 @@
 }
 
 - (void)showCredits:(id)sender {
+    for (NSWindow *window in [NSApp windows]) {
+        if ([window isVisible] && [[window windowController] isKindOfClass:[CreditsWindow class]]) {
+            [window makeKeyAndOrderFront:self];
+            return;
+        }
+    }
     CreditsWindow *credits =
         [[[CreditsWindow alloc] initWithWindowNibName:@"CreditsWindow"] autorelease];
     [credits showWindow:self];
@@ -92,6 +106,16 @@
 - (void)showAcknowledgements:(id)sender {
     NSURL *document = [[NSBundle mainBundle] URLForResource:@"Acknowledgements"
                                               withExtension:@"rtf"];
+    // The workspace may wait long for another program.
+    dispatch_queue_t queue = dispatch_queue_create("quorvane.acknowledgements", nullptr);
+    dispatch_async(queue, ^{
+        [self openAcknowledgements:document];
+    });
+    dispatch_release(queue);
+}
+
+// Away from the main thread.
+- (void)openAcknowledgements:(NSURL *)document {
     if (document && [[NSWorkspace sharedWorkspace] openURL:document]) {
         return;
     }

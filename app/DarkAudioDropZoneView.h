@@ -32,6 +32,12 @@
 
 - (BOOL)isDirectory:(NSURL *)url;
 
++ (BOOL)isFolder:(NSString *)path;
+
+// What the application was asked to open: files as they are, and in the place of a folder the audio
+// files below it.
++ (NSArray *)pathsToOpen:(NSArray *)paths;
+
 @end
 
 #endif

@@ -57,8 +57,27 @@ static NSArray *droppedURLs(id<NSDraggingInfo> sender) {
     return [self isDirectory:[NSURL fileURLWithPath:path isDirectory:NO]];
 }
 
++ (BOOL)isFolder:(NSString *)path {
+    BOOL folder = NO;
+    return [[NSFileManager defaultManager] fileExistsAtPath:path isDirectory:&folder] && folder;
+}
+
++ (NSArray *)pathsToOpen:(NSArray *)paths {
+    DarkAudioDropZoneView *search = [[[self alloc] initWithFrame:NSZeroRect] autorelease];
+    NSMutableArray *files = [NSMutableArray array];
+    for (NSString *path in paths) {
+        if ([self isFolder:path]) {
+            [search collectFiles:path outputs:files visited:[NSMutableSet set]];
+        } else {
+            [files addObject:path];
+        }
+    }
+    return files;
+}
+
 - (BOOL)hasAllowedExtension:(NSString *)path {
-    return [_validExtensions containsObject:[[path pathExtension] lowercaseString]];
+    NSArray *extensions = _validExtensions ?: [DarkAudioDropZoneView allowedFileTypes];
+    return [extensions containsObject:[[path pathExtension] lowercaseString]];
 }
 
 - (BOOL)hasValidTypes:(id<NSDraggingInfo>)sender {

@@ -99,9 +99,20 @@ static const NSTimeInterval kCompletionPauseSeconds = 2.5;
     NSOpenPanel *panel = [NSOpenPanel openPanel];
     [panel setTitle:@"Choose Audio Files"];
     [panel setAllowsMultipleSelection:YES];
+    [panel setCanChooseFiles:YES];
+    [panel setCanChooseDirectories:NO];
     [panel setAllowedFileTypes:[DarkAudioDropZoneView allowedFileTypes]];
     if ([panel runModal] == NSModalResponseOK) {
-        [self handleDroppedInputs:[[panel URLs] valueForKey:@"path"]];
+        // GNUstep's panel hands back its folder where no file is selected.
+        NSMutableArray *paths = [NSMutableArray array];
+        for (NSURL *url in [panel URLs]) {
+            if (![DarkAudioDropZoneView isFolder:[url path]]) {
+                [paths addObject:[url path]];
+            }
+        }
+        if ([paths count] > 0) {
+            [self handleDroppedInputs:paths];
+        }
     }
 }
 

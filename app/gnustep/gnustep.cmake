@@ -3,7 +3,6 @@
 
 find_package(PkgConfig QUIET)
 if(PKG_CONFIG_FOUND)
-  pkg_check_modules(NOTIFY QUIET IMPORTED_TARGET libnotify)
   pkg_check_modules(FONTCONFIG QUIET IMPORTED_TARGET fontconfig)
   pkg_check_modules(XLIB QUIET IMPORTED_TARGET x11)
 endif()
@@ -19,7 +18,7 @@ execute_process(COMMAND gcc -print-file-name=libobjc.so
   OUTPUT_VARIABLE gcc_objc OUTPUT_STRIP_TRAILING_WHITESPACE ERROR_QUIET)
 
 foreach(need IN ITEMS OBJCXX_CLANG BLOCK_HEADER GNUSTEP_HEADERS GNUSTEP_GUI GNUSTEP_BASE
-                      NOTIFY_FOUND FONTCONFIG_FOUND XLIB_FOUND)
+                      FONTCONFIG_FOUND XLIB_FOUND)
   if(NOT ${need})
     list(APPEND missing ${need})
   endif()
@@ -47,5 +46,5 @@ target_compile_options(gnustep INTERFACE "$<$<COMPILE_LANGUAGE:OBJCXX>:${objecti
 target_include_directories(gnustep INTERFACE ${CMAKE_CURRENT_LIST_DIR}/include)
 target_include_directories(gnustep SYSTEM INTERFACE ${GNUSTEP_HEADERS})
 target_link_libraries(gnustep INTERFACE
-  ${GNUSTEP_GUI} ${GNUSTEP_BASE} ${gcc_objc} PkgConfig::NOTIFY PkgConfig::FONTCONFIG PkgConfig::XLIB
+  ${GNUSTEP_GUI} ${GNUSTEP_BASE} ${gcc_objc} PkgConfig::FONTCONFIG PkgConfig::XLIB
   pthread dl m)

@@ -1,17 +1,7 @@
-// User notifications: GNUstep declares the classes and has none of them.
+// User notifications: GNUstep declares the classes and has none of them. These keep what was
+// delivered, for the tests; no desktop shows it.
 
 #import <AppKit/AppKit.h>
-#include <dispatch/dispatch.h>
-
-#include <string>
-
-#include "app/gnustep/desktop_notification.h"
-
-static dispatch_queue_t desktopQueue() {
-    static dispatch_queue_t queue = dispatch_queue_create("desktop notifications", nullptr);
-    return queue;
-}
-
 @implementation NSUserNotification
 @dynamic subtitle, actionButtonTitle, userInfo, deliveryDate, deliveryTimeZone;
 @dynamic deliveryRepeatInterval, actualDeliveryDate, presented, remote, soundName, hasActionButton;
@@ -99,21 +89,8 @@ static id<NSUserNotificationCenterDelegate> centerDelegate;
 - (void)removeScheduledNotification:(NSUserNotification *)notification {
 }
 
-// As on macOS, a notice of the active application shows only where its delegate says so.
 - (void)deliverNotification:(NSUserNotification *)notification {
     [_deliveredNotifications addObject:notification];
-    id delegate = centerDelegate;
-    SEL asks = @selector(userNotificationCenter:shouldPresentNotification:);
-    if ([NSApp isActive] &&
-        !([delegate respondsToSelector:asks] && [delegate userNotificationCenter:self
-                                                       shouldPresentNotification:notification])) {
-        return;
-    }
-    const std::string title = [[notification title] UTF8String] ?: "";
-    const std::string body = [[notification informativeText] UTF8String] ?: "";
-    dispatch_async(desktopQueue(), ^{
-        showDesktopNotification(title.c_str(), body.c_str());
-    });
 }
 
 - (void)removeDeliveredNotification:(NSUserNotification *)notification {
@@ -122,9 +99,6 @@ static id<NSUserNotificationCenterDelegate> centerDelegate;
 
 - (void)removeAllDeliveredNotifications {
     [_deliveredNotifications removeAllObjects];
-    dispatch_async(desktopQueue(), ^{
-        closeDesktopNotifications();
-    });
 }
 
 @end

@@ -2,6 +2,7 @@
 
 #import "app/CreditsWindow.h"
 #import "app/MainWindowController.h"
+#import "app/QuorvaneController.h"
 #import "tests/app/support.h"
 
 namespace {
@@ -20,6 +21,12 @@ class Delegate : public AppTest {
 };
 
 TEST_F(Delegate, OfOpensBeforeLaunchTheLastIsQueuedAndOfThoseAfterItEach) {
+    const std::string found = write("below/e.wav");
+    write("below/notes.txt");
+    [[NSFileManager defaultManager] createDirectoryAtPath:string(path("empty"))
+                              withIntermediateDirectories:YES
+                                               attributes:nil
+                                                    error:NULL];
     EXPECT_TRUE([delegate application:NSApp openFile:@"/first.wav"]);
     NSMutableArray *files = [NSMutableArray arrayWithObjects:@"/a.wav", @"/b.wav", nil];
     [delegate application:NSApp openFiles:files];
@@ -27,14 +34,17 @@ TEST_F(Delegate, OfOpensBeforeLaunchTheLastIsQueuedAndOfThoseAfterItEach) {
     [delegate applicationDidFinishLaunching:nil];
     EXPECT_TRUE([[delegate window] isVisible]);
     EXPECT_TRUE([delegate application:NSApp openFile:@"/c.wav"]);
-    [delegate application:NSApp openFiles:@[ @"/d.wav", @"/e.wav" ]];
-    EXPECT_TRUE(spinUntil([] { return engine.calls.size() >= 5; }));
+    [delegate application:NSApp openFiles:@[ @"/d.wav", string(folder.path()) ]];
+    EXPECT_TRUE(spinUntil([] { return engine.calls.size() >= 6; }));
     spin(0.05);
     std::string inputs;
     for (const auto &call : engine.calls) {
         inputs += call[2];
     }
-    EXPECT_EQ(inputs, "/a.wav/b.wav/c.wav/d.wav/e.wav");
+    EXPECT_EQ(inputs, "/a.wav/b.wav/c.wav/d.wav" + found + found);  // once for each folder
+    [delegate application:NSApp openFile:string(path("empty"))];
+    spin(0.05);
+    EXPECT_EQ(posted(QuorvaneQueueCompletedNotification).size(), 3u);
     NSUserNotificationCenter *center = [NSUserNotificationCenter defaultUserNotificationCenter];
     EXPECT_EQ([center delegate], delegate);
     EXPECT_TRUE([delegate userNotificationCenter:center shouldPresentNotification:nil]);
@@ -51,6 +61,9 @@ TEST_F(Delegate, CreditsOpenInTheirOwnStyleAndCloseThemselves) {
     }
     ASSERT_NE(window, nil);
     EXPECT_TRUE([window isVisible]);
+    const NSUInteger windows = [[NSApp windows] count];
+    [delegate showCredits:nil];
+    EXPECT_EQ([[NSApp windows] count], windows);
     int fields = 0;
     for (NSTextField *field in [[window contentView] subviews]) {
         if ([field isKindOfClass:[NSTextField class]]) {

@@ -18,6 +18,7 @@
 struct TestEngine {
     using Arguments = std::vector<std::string>;
     std::function<int(const Arguments &, LevelProgress, NSMutableDictionary *)> run;
+    std::string reason;  // of the last run's outcome
     std::vector<Arguments> calls;
     const char *reason = "";  // that it tells when run returns a failure
 };

@@ -30,6 +30,12 @@ void levelRequestCancel(void) {}
 
 void levelClearCancel(void) {}
 
+const LevelOutcome *levelOutcome(void) {
+    static LevelOutcome outcome;
+    outcome.reason = engine.reason.c_str();
+    return &outcome;
+}
+
 std::string text(id object) {
     return object ? [[object description] UTF8String] : "(nil)";
 }
@@ -121,6 +127,7 @@ static BOOL presentError(id, SEL, NSError *error) {
 }
 
 static BOOL openURL(id, SEL, NSURL *url) {
+    EXPECT_FALSE([NSThread isMainThread]);  // which must not wait for another program
     desktop.opened = text([[url path] lastPathComponent]);
     return NO;  // no viewer
 }

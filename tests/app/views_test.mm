@@ -169,6 +169,9 @@ TEST_F(Views, OpenPanelOffersAudioFilesAndQueuesTheChosenOnes) {
     EXPECT_THAT(desktop.types, testing::StartsWith("wav aif aiff"));
     EXPECT_EQ(shown(), "InputView");
     desktop.confirm = true;
+    desktop.chosen = folder.path();  // as one panel hands back where no file is selected
+    [inputView() addFiles:nil];
+    EXPECT_EQ(shown(), "InputView");
     desktop.chosen = path("a.wav");
     [inputView() addFiles:nil];
     EXPECT_EQ(leveled(), std::vector<std::string>{"a.wav"});
