@@ -20,7 +20,6 @@ struct TestEngine {
     std::function<int(const Arguments &, LevelProgress, NSMutableDictionary *)> run;
     std::string reason;  // of the last run's outcome
     std::vector<Arguments> calls;
-    const char *reason = "";  // that it tells when run returns a failure
 };
 
 extern TestEngine engine;

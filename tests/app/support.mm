@@ -18,12 +18,6 @@ int levelMain(int argc, char **argv, const char *reserved, LevelProgress progres
     return engine.run ? engine.run(arguments, progress, item) : 0;
 }
 
-const LevelOutcome *levelOutcome(void) {
-    static LevelOutcome outcome;
-    outcome = {kLevelFailed, 1, 0, engine.reason, engine.reason};
-    return &outcome;
-}
-
 void levelDiscardIntermediates(void) {}
 
 void levelRequestCancel(void) {}
