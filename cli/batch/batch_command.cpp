@@ -20,6 +20,7 @@
 #include "cli/inputs/find_files.h"
 #include "cli/inputs/plan.h"
 #include "cli/options/settings.h"
+#include "cli/publish/verdict.h"
 #include "cli/report/report.h"
 #include "cli/storage/scratch.h"
 #include "cli/storage/staged_output.h"
@@ -52,11 +53,11 @@ std::string printable_lines(const std::string& messages) {
 class JsonLines {
   public:
     explicit JsonLines(const Settings& settings)
-        : wanted_(settings.json_on_standard_output() && !settings.dry_run) {}
+        : settings_(settings), wanted_(settings.json_on_standard_output() && !settings.dry_run) {}
 
     void write(const FileFacts& facts) {
         if (wanted_ && error_ == 0) {
-            const std::string line = dump(to_json(facts)) + "\n";
+            const std::string line = dump(facts_document(facts, settings_.destinations)) + "\n";
             const bool written =
                 fwrite(line.data(), 1, line.size(), stdout) == line.size() && fflush(stdout) == 0;
             error_ = written ? 0 : errno;
@@ -67,16 +68,33 @@ class JsonLines {
     int error() const { return error_ == EPIPE ? 0 : error_; }
 
   private:
+    const Settings& settings_;
     bool wanted_;
     int error_ = 0;
 };
 
-/** Tells one finished file on the screen and in the lines of JSON. */
-void tell_finished(const FileFacts& facts, Screen& screen, JsonLines& lines) {
+/** How many files a run has. */
+enum class Files { One, Several };
+
+/**
+ * Tells one finished file on the screen and in the lines of JSON. The verdict on the only file of a
+ * run comes first, here; that on several comes when all are finished.
+ */
+void tell_finished(const Settings& settings,
+                   const FileFacts& facts,
+                   Files files,
+                   Screen& screen,
+                   JsonLines& lines) {
     if (facts.outcome == Outcome::Failed) {
         screen.error(finished_line(facts, screen));
-    } else if (facts.outcome != Outcome::Interrupted) {
+    } else if (facts.outcome != Outcome::Interrupted && facts.before && files == Files::One) {
+        screen.line(printable(verdict(facts, settings.destinations)));
         screen.line(finished_line(facts, screen));
+    } else if (facts.outcome != Outcome::Interrupted) {
+        screen.line(finished_line(facts, screen) +
+                    (settings.destinations.empty() || !facts.before
+                         ? std::string()
+                         : ". " + readiness(facts, settings.destinations)));
     }
     lines.write(facts);
 }
@@ -179,6 +197,9 @@ class ShownBatch : public BatchObserver {
         options.strict = settings.strict;
         options.audio_stream = settings.audio_stream;
         options.audio_codec = settings.audio_codec;
+        if (!settings.destinations.empty() && !settings.analyze) {
+            options.destination = settings.destinations.front();
+        }
         return options;
     }
 
@@ -187,7 +208,8 @@ class ShownBatch : public BatchObserver {
     void end(const File& file) {
         finished_weight_ += file.weight;
         ++finished_;
-        tell_finished(file.facts, screen_, lines_);
+        tell_finished(settings_, file.facts, files_.size() == 1 ? Files::One : Files::Several,
+                      screen_, lines_);
     }
 
     void draw() {
@@ -265,7 +287,7 @@ int write_facts(const Settings& settings, const std::vector<FileFacts>& files, S
         attempt("JSON file", [&] {
             std::string text;
             for (const FileFacts& facts : files) {
-                text += dump(to_json(facts)) + "\n";
+                text += dump(facts_document(facts, settings.destinations)) + "\n";
             }
             write_whole_text(settings.json, text);
         });
@@ -291,7 +313,7 @@ int run(const Settings& settings) {
     told.insert(told.end(), links.begin(), links.end());
     JsonLines lines(settings);
     for (const FileFacts& facts : told) {
-        tell_finished(facts, screen, lines);
+        tell_finished(settings, facts, Files::Several, screen, lines);
     }
     if (settings.dry_run) {
         const int status = print_plan(settings, plan, screen);
@@ -305,6 +327,9 @@ int run(const Settings& settings) {
     std::vector<FileFacts> files = batch.run();
     files.insert(files.end(), told.begin(), told.end());
 
+    if (settings.measure && files.size() > 1) {
+        screen.line("\n" + printable(verdict(files, settings.destinations)));
+    }
     const std::string table = loudness_table(files, screen.columns());
     if (!table.empty()) {
         screen.line("\n" + table);
@@ -328,7 +353,13 @@ int run(const Settings& settings) {
     const bool failed = std::any_of(files.begin(), files.end(), [](const FileFacts& facts) {
         return facts.outcome == Outcome::Failed;
     });
-    return failed ? kSomeFailed : facts_status;
+    if (failed || facts_status != kAllDone) {
+        return kSomeFailed;
+    }
+    const bool ready = std::all_of(files.begin(), files.end(), [&](const FileFacts& facts) {
+        return facts.outcome == Outcome::Skipped || is_ready(facts, settings.destinations);
+    });
+    return ready || settings.destinations.empty() ? kAllDone : kNotReady;
 }
 
 }  // namespace

@@ -12,6 +12,18 @@ namespace {
 
 constexpr const char* kMinus = "−";
 
+/** Seconds of room tone that an audiobook has before the first and after the last word. */
+struct RoomTone {
+    const char* where;
+    double Loudness::*seconds;
+    double least_s;
+    double most_s;
+};
+
+constexpr RoomTone kRoomTones[] = {{"head", &Loudness::head_s, 0.5, 1.0},
+                                   {"tail", &Loudness::tail_s, 1.0, 5.0}};
+constexpr double kRoomToneStep = 0.1;  // s, how finely it is measured
+
 /** "−16", "−22.5" */
 std::string signed_text(double value) {
     return boost::algorithm::replace_all_copy(fmt::format("{:g}", value), "-", kMinus);
@@ -27,12 +39,12 @@ std::string distance_text(double distance, const std::string& unit) {
 const std::vector<Destination>& destinations() {
     using K = LevelKind;
     static const std::vector<Destination> table = {
-        {"podcast", "Podcasts (Apple)", K::Loudness, -19, -16, 0.5, 0.5, -1, {}},
-        {"spotify", "Spotify", K::Loudness, -14, -14, 0.5, 0.5, -1, {}},
-        {"youtube", "YouTube", K::Loudness, -14, -14, 0.5, 0.5, -1, {}},
-        {"broadcast", "Radio and TV (EBU R 128)", K::Loudness, -23, -23, 0.2, 0.2, -1, {}},
-        {"atsc", "US television (ATSC A/85)", K::Loudness, -24, -24, 0.5, 0.5, -2, {}},
-        {"audiobook", "Audiobooks (ACX, Audible)", K::Rms, -20, -20, 3, 2, -3, -60.0},
+        {"podcast", "Podcasts (Apple)", K::Loudness, -19, -16, 0.5, 0.5, -1, {}, false},
+        {"spotify", "Spotify", K::Loudness, -14, -14, 0.5, 0.5, -1, {}, false},
+        {"youtube", "YouTube", K::Loudness, -14, -14, 0.5, 0.5, -1, {}, false},
+        {"broadcast", "Radio and TV (EBU R 128)", K::Loudness, -23, -23, 0.2, 0.2, -1, {}, false},
+        {"atsc", "US television (ATSC A/85)", K::Loudness, -24, -24, 0.5, 0.5, -2, {}, false},
+        {"audiobook", "Audiobooks (ACX, Audible)", K::Rms, -20, -20, 3, 2, -3, -60.0, true},
     };
     return table;
 }
@@ -110,6 +122,16 @@ DestinationCheck check_destination(const Destination& destination,
           destination.peak_limit_db, kPeakTolerance);
     if (destination.noise_floor_db) {
         below("noise floor", loudness.pauses_dbfs, *destination.noise_floor_db, 0);
+    }
+    for (const RoomTone& tone : kRoomTones) {
+        const double seconds = loudness.*tone.seconds;
+        if (destination.room_tone && (seconds < tone.least_s - kRoomToneStep / 2 ||
+                                      seconds > tone.most_s + kRoomToneStep / 2)) {
+            check.remarks.push_back(
+                fmt::format("{:g} to {:g} s of room tone asked for at the {}, "
+                            "{:.1f} s found",
+                            tone.least_s, tone.most_s, tone.where, seconds));
+        }
     }
     return check;
 }

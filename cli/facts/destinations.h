@@ -28,6 +28,7 @@ struct Destination {
     double higher_by = 0;      // what may be above it, dB
     double peak_limit_db = 0;  // true peak in dBTP, with an RMS level the sample peak in dBFS
     std::optional<double> noise_floor_db;  // the most that pauses may have, dB RMS
+    bool room_tone = false;  // at both ends; told, but neither made nor counted as a miss
 
     double target(int channels) const { return channels == 1 ? mono_target : other_target; }
 
@@ -47,6 +48,13 @@ const Destination* find_destination(const std::string& word);
 /** The words that --for takes, without second names. */
 std::vector<std::string> destination_words();
 
+/**
+ * Limiting beyond this is heard as pumping and dullness, so a gain that needs it on more than
+ * kMostLimitedShare of the time is not given.
+ */
+constexpr double kMostLimitingDb = 6;
+constexpr double kMostLimitedShare = 0.01;
+
 /** What a peak may read above a limit: the accuracy that limiting keeps, dB. */
 constexpr double kPeakTolerance = 0.02;
 
@@ -62,6 +70,7 @@ struct Miss {
 struct DestinationCheck {
     const Destination* destination = nullptr;
     std::vector<Miss> misses;
+    std::vector<std::string> remarks;  // what else is asked for there and not found
 
     bool met() const { return misses.empty(); }
 

@@ -1,6 +1,7 @@
 #include "cli/options/option_table.h"
 
 #include "Common/CommandLine.h"
+#include "cli/facts/destinations.h"
 
 namespace cli {
 
@@ -27,6 +28,11 @@ std::vector<OptionRow> own_options() {
          "encode the leveled sound of a video or other media file with this codec (default: as it "
          "was)"},
 
+        {G::Work, "for", 0, "DESTINATION", C::Destination,
+         "bring the output to what a place asks for, by a gain and a true-peak limiter: podcast "
+         "(or "
+         "apple), spotify, youtube, broadcast, atsc, audiobook; with --analyze only check, also "
+         "several (podcast,spotify)"},
         {G::Work, "jobs", 'j', "N", C::None,
          "files worked on at the same time (default: the number of cores)"},
         {G::Work, "strict", 0, "", C::None,
@@ -120,6 +126,13 @@ std::vector<const char*> choices(Completion completion) {
             return {"0", "8", "16", "24", "32"};
         case Completion::CostFunction:
             return {"SSD0", "MSD0"};
+        case Completion::Destination: {
+            std::vector<const char*> words = {"apple"};
+            for (const Destination& destination : destinations()) {
+                words.push_back(destination.word.c_str());
+            }
+            return words;
+        }
         default:
             return {};
     }

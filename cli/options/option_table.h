@@ -8,7 +8,7 @@ namespace cli {
 enum class OptionGroup { Output, Work, Facts, Display, Tuning, Other };
 
 /** What a shell may offer after the option. */
-enum class Completion { None, File, Directory, When, BitDepth, CostFunction };
+enum class Completion { None, File, Directory, When, BitDepth, CostFunction, Destination };
 
 /**
  * One option of the program. The parser, the help, the manual page and the shells' completions are

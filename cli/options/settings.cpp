@@ -3,11 +3,14 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <boost/algorithm/string/join.hpp>
+#include <boost/algorithm/string/split.hpp>
 #include <boost/lexical_cast.hpp>
 #include <boost/program_options.hpp>
 #include <sstream>
 #include <thread>
 
+#include "cli/facts/destinations.h"
 #include "cli/options/option_table.h"
 
 namespace cli {
@@ -80,6 +83,24 @@ int parse_audio_stream(const std::string& text) {
     return number;
 }
 
+/** "podcast,spotify": the destinations' own words, each once. */
+std::vector<std::string> parse_destinations(const std::string& text) {
+    std::vector<std::string> given;
+    boost::algorithm::split(given, text, [](char c) { return c == ','; });
+    std::vector<std::string> words;
+    for (const std::string& word : given) {
+        const Destination* destination = find_destination(word);
+        if (!destination) {
+            throw UsageError(fmt::format("--for takes {} or apple, not '{}'",
+                                         boost::algorithm::join(destination_words(), ", "), word));
+        }
+        if (std::find(words.begin(), words.end(), destination->word) == words.end()) {
+            words.push_back(destination->word);
+        }
+    }
+    return words;
+}
+
 void refuse_contradictions(const Settings& settings) {
     const auto refuse = [](bool wrong, const char* text) {
         if (wrong) {
@@ -96,6 +117,10 @@ void refuse_contradictions(const Settings& settings) {
     refuse(settings.analyze && !settings.measure, "--analyze and --no-measure exclude each other");
     refuse(settings.analyze && !settings.output.empty(),
            "--analyze writes no audio, so --output has no meaning");
+    refuse(settings.destinations.size() > 1 && !settings.analyze,
+           "an output is made for one destination; --analyze checks several");
+    refuse(!settings.destinations.empty() && !settings.measure,
+           "--for measures what it writes, so it excludes --no-measure");
     refuse(!settings.measure && !settings.report.empty(),
            "--report shows the measurement, so it excludes --no-measure");
 }
@@ -152,6 +177,9 @@ Settings parse_command_line(int argc, const char* const* argv) {
     text("output-dir", settings.output_dir);
     text("report", settings.report);
     text("json", settings.json);
+    if (given("for")) {
+        settings.destinations = parse_destinations(values["for"].as<std::string>());
+    }
     settings.jobs = given("jobs") ? parse_jobs(values["jobs"].as<std::string>())
                                   : std::clamp(std::thread::hardware_concurrency(), 1u, kMostJobs);
     text("audio-codec", settings.audio_codec);
@@ -190,7 +218,9 @@ std::string help_text() {
         out << "\n" << describe(group);
     }
     out << "\n"
-           "Exit status: 0 all done, 1 a file failed, 2 wrong usage, 130 interrupted.\n";
+           "Exit status: 0 all done, 1 a file failed, 2 wrong usage, 4 a file is not ready for "
+           "what\n"
+           "--for names, 130 interrupted.\n";
     return out.str();
 }
 

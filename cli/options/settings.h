@@ -32,6 +32,7 @@ struct Settings {
     bool dry_run = false;
     bool analyze = false;
     bool measure = true;
+    std::vector<std::string> destinations;  // words of --for; one of them unless analyzing
     std::string report;
     std::string json;
     bool quiet = false;

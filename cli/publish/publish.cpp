@@ -242,10 +242,10 @@ Published Publisher::run(const std::string& to, const Encode& encode) {
     Published result;
     result.facts.destination = destination_.word;
     if (fits_as_it_is()) {
-        result.path = encode ? encode(from_) : from_;
-        result.after = encode ? measured(result.path) : before_;
+        result.path = encode(from_);
+        result.after = result.path == from_ ? before_ : measured(result.path);
         result.facts.ceiling_dbtp = ceiling_db_;
-        if (!encode || is_silent() || delivered(result)) {
+        if (is_silent() || delivered(result)) {
             return result;
         }
         learn_from(result);
@@ -258,7 +258,7 @@ Published Publisher::run(const std::string& to, const Encode& encode) {
             out.command(SFC_SET_CLIPPING, nullptr, SF_TRUE);
             written = try_out(gain_db_, &out);
         }
-        result.path = encode ? encode(to) : to;
+        result.path = encode(to);
         result.after = measured(result.path);
         result.facts = {destination_.word,
                         gain_db_,

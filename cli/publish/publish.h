@@ -9,13 +9,9 @@
 namespace cli {
 
 /**
- * Limiting beyond this is heard as pumping and dullness, so a gain that needs it on more than
- * kMostLimitedShare of the time is not given.
+ * Makes what is delivered from the rendered file, where that takes an encoder, and gives the path
+ * of a file that reads as it does. Called once for each try.
  */
-constexpr double kMostLimitingDb = 6;
-constexpr double kMostLimitedShare = 0.01;
-
-/** Makes the file as it is delivered from the rendered one and gives its path: an encoder. */
 using Encode = std::function<std::string(const std::string& rendered)>;
 
 /** The delivered file, what was done to it, and its measurement. */
@@ -39,7 +35,6 @@ struct Published {
  *
  * @param from  the leveled audio; it is only read
  * @param to    the file to write
- * @param encode  empty where `to` is what is delivered
  * @param progress  called with 0 to 1
  *
  * Throws std::runtime_error with the cause when a file cannot be read or written.

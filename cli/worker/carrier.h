@@ -49,7 +49,8 @@ class Carrier {
 
     /**
      * The leveled audio (of each engine input, in its format; empty where it is to stay as it was)
-     * in the input's format and bit rate. progress is called with 0 to 1.
+     * in the input's format and bit rate. progress is called with 0 to 1. Called again, with other
+     * audio, where the result was not yet what it is for.
      */
     virtual std::string encode(const std::vector<std::string>& leveled,
                                const std::function<void(double)>& progress) = 0;

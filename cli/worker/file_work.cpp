@@ -13,7 +13,9 @@
 #include "cli/audio/measure.h"
 #include "cli/engine/engine_run.h"
 #include "cli/engine/output_gate.h"
+#include "cli/facts/destinations.h"
 #include "cli/facts/file_error.h"
+#include "cli/publish/publish.h"
 #include "cli/storage/staged_output.h"
 #include "cli/worker/carrier.h"
 
@@ -107,6 +109,39 @@ void measure_after(Work& work) {
     work.facts.after = measure(work.carrier->readable(work.audio), work.progress);
 }
 
+/**
+ * Brings the leveled audio to its destination. The file's first sound is encoded and measured as
+ * often as that takes; others, which the facts do not tell of, before they are encoded.
+ */
+void publish_audio(Work& work) {
+    const Destination& destination = *find_destination(work.job.options.destination);
+    std::vector<std::string> sounds = work.leveled;
+    const auto rendered = [&](std::size_t index) {
+        return fmt::format("{}/published{}{}", work.job.scratch, index + 1,
+                           fs::path(sounds[index]).extension().string());
+    };
+    for (std::size_t i = 1; i < sounds.size(); ++i) {
+        if (!sounds[i].empty()) {
+            const auto as_it_is = [](const std::string& audio) { return audio; };
+            sounds[i] = publish(destination, sounds[i], rendered(i), as_it_is, [](double) {}).path;
+        }
+    }
+    if (sounds[0].empty()) {
+        work.audio = work.carrier->encode(sounds, work.progress);
+        work.facts.after = measure(work.carrier->readable(work.audio), [](double) {});
+        return;
+    }
+    const auto encode_and_read = [&](const std::string& audio) {
+        sounds[0] = audio;
+        work.audio = work.carrier->encode(sounds, [](double) {});
+        return work.carrier->readable(work.audio);
+    };
+    const Published published =
+        publish(destination, work.leveled[0], rendered(0), encode_and_read, work.progress);
+    work.facts.after = published.after;
+    work.facts.publishing = published.facts;
+}
+
 void add_metadata(Work& work) {
     work.audio =
         work.carrier->add_metadata(work.audio, work.facts.after ? &*work.facts.after : nullptr);
@@ -155,8 +190,16 @@ bool changed(const Work& work) {
     return levels(work) && work.changed;
 }
 
-bool changed_and_measures(const Work& work) {
-    return changed(work) && measures(work);
+bool has_destination(const Work& work) {
+    return changed(work) && !work.job.options.destination.empty();
+}
+
+bool has_none(const Work& work) {
+    return changed(work) && work.job.options.destination.empty();
+}
+
+bool has_none_and_measures(const Work& work) {
+    return has_none(work) && measures(work);
 }
 
 struct Stage {
@@ -173,8 +216,9 @@ constexpr Stage kStages[] = {
     {prepare, levels, 0.10, 0.14},
     {level, levels, 0.88, 0.70},
     {check_engine_output, changed, 0.88, 0.70},
-    {encode, changed, 0.88, 0.85},
-    {measure_after, changed_and_measures, 0.97, 0.97},
+    {publish_audio, has_destination, 0.97, 0.97},
+    {encode, has_none, 0.88, 0.85},
+    {measure_after, has_none_and_measures, 0.97, 0.97},
     {add_metadata, changed, 0.97, 0.97},
     {check_result, changed, 0.97, 0.97},
     {place, levels, 1.0, 1.0},

@@ -15,10 +15,18 @@ struct JobOptions {
     bool strict = false;      // a damaged input fails
     int audio_stream = 0;     // counted from 1; 0: the default one, below 0: all
     std::string audio_codec;  // empty: the source's
+    std::string destination;  // what the output is for, a word of --for; empty: nothing
 };
 
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(
-    JobOptions, tuning, measure, replace, keep_mtime, strict, audio_stream, audio_codec)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(JobOptions,
+                                   tuning,
+                                   measure,
+                                   replace,
+                                   keep_mtime,
+                                   strict,
+                                   audio_stream,
+                                   audio_codec,
+                                   destination)
 
 /** What a worker process is told to do with one file. Paths are absolute. */
 struct Job {

@@ -160,7 +160,7 @@ class Publish : public testing::Test {
     }
 
     TempDir dir_;
-    Encode encode_;
+    Encode encode_ = [](const std::string& rendered) { return rendered; };
 };
 
 TEST_F(Publish, EachDestinationIsMetByWhatIsWritten) {
