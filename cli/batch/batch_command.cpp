@@ -294,7 +294,8 @@ int write_facts(const Settings& settings, const std::vector<FileFacts>& files, S
     }
     if (!settings.report.empty()) {
         attempt("report", [&] {
-            const std::string page = write_report(settings.report, files);
+            const std::string page =
+                write_report(settings.report, files, {settings.destinations, settings.listen});
             screen.line(fmt::format("report: {}", printable(page)));
         });
     }

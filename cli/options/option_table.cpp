@@ -45,6 +45,8 @@ std::vector<OptionRow> own_options() {
 
         {G::Facts, "report", 0, "PATH", C::File,
          "write an HTML report; for several inputs PATH is a folder with an index page"},
+        {G::Facts, "no-listen", 0, "", C::None,
+         "leave the excerpts to listen to out of the report"},
         {G::Facts, "json", 0, "PATH", C::File,
          "write the facts as JSON, one object per line and file; - is the standard output"},
 

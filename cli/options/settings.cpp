@@ -192,6 +192,7 @@ Settings parse_command_line(int argc, const char* const* argv) {
     settings.dry_run = given("dry-run");
     settings.analyze = given("analyze");
     settings.measure = !given("no-measure");
+    settings.listen = !given("no-listen");
     settings.quiet = given("quiet");
     settings.verbose = given("verbose");
     settings.color = parse_when(values, "color");

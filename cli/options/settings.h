@@ -34,6 +34,7 @@ struct Settings {
     bool measure = true;
     std::vector<std::string> destinations;  // words of --for; one of them unless analyzing
     std::string report;
+    bool listen = true;  // excerpts in the report
     std::string json;
     bool quiet = false;
     bool verbose = false;

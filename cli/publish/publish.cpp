@@ -25,7 +25,7 @@ constexpr double kTrialAccuracy = 0.05;    // dB
 constexpr double kDeliveryAccuracy = 0.1;  // dB; a tenth is what is shown
 constexpr double kCeilingMargin = 0.01;    // dB below the limit, for the rounding of samples
 constexpr double kMostStep = 6;            // dB from one trial to the next
-constexpr double kRoomAtEdge = 0.3;        // dB kept from the quiet edge of what is allowed
+constexpr double kRoomAtEdge = 0.3;        // dB kept from the edges of what an audiobook may have
 constexpr double kExpectedPasses = 5;      // for the progress
 
 double to_linear(double db) {
@@ -171,7 +171,7 @@ double Publisher::aim() const {
         return target;
     }
     const double quiet_enough = destination_.level_of(before_) + *destination_.noise_floor_db -
-                                before_.pauses_dbfs - kDeliveryAccuracy;
+                                before_.pauses_dbfs - kRoomAtEdge;
     const double lowest = target - destination_.lower_by + kRoomAtEdge;
     return quiet_enough >= lowest ? std::min(target, quiet_enough) : target;
 }

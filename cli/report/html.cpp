@@ -50,11 +50,28 @@ td.n,th.n{text-align:right;font-variant-numeric:tabular-nums;white-space:nowrap}
 .swatch{display:inline-block;width:10px;height:10px;border-radius:2px;margin-right:6px}
 .swatch.up{background:var(--up)}.swatch.down{background:var(--down)}.swatch.none{background:var(--before)}
 summary{cursor:pointer}footer{margin-top:40px;font-size:.84rem;color:var(--soft)}
-@media (max-width:640px){main{padding:18px 14px 40px}.loudness svg{height:200px}}
+.destinations thead th:first-child{width:25%}
+@media (max-width:640px){main{padding:18px 14px 40px}.seek{flex-basis:70%}.loudness svg{height:200px}}
 @media (max-width:860px){.stack thead{display:none}.stack tr{display:block;padding:10px 0;border-bottom:1px solid var(--line)}
-.stack td{display:block;border:0;padding:1px 0;text-align:left!important}
+.stack td,.stack th[scope=row]{display:block;border:0;padding:1px 0;text-align:left!important}
 .stack td[data-label]::before{content:attr(data-label) " ";color:var(--soft)}}
-@media print{body{background:#fff;color:#000}}
+.verdict{font-size:1.15rem;font-weight:600;margin:10px 0 14px;padding:12px 16px;border-radius:8px;background:var(--panel);
+border-left:4px solid var(--after)}.verdict.ready{border-color:var(--good)}.verdict.missing{border-color:var(--bad)}
+.back{font-size:.9rem;margin:0 0 10px}
+td b,th[scope=row]{color:var(--ink);font-weight:600}.elsewhere td,.elsewhere th[scope=row]{color:var(--soft);font-weight:400;opacity:.75}
+.remedy{white-space:nowrap;color:var(--soft)}code{font:.92em ui-monospace,Menlo,Consolas,monospace;background:var(--panel);
+padding:1px 5px;border-radius:4px}
+.player{display:flex;flex-wrap:wrap;align-items:center;gap:10px 16px;background:var(--panel);border-radius:8px;padding:12px 14px}
+.player[hidden]{display:none}.player fieldset{border:0;padding:0;margin:0;display:flex}
+.player legend{position:absolute;width:1px;height:1px;overflow:hidden;clip-path:inset(50%)}
+.play{font:inherit;font-weight:600;min-width:6em;padding:7px 16px;border:0;border-radius:6px;background:var(--after);color:var(--paper);cursor:pointer}
+.player label{cursor:pointer}.player label input{position:absolute;opacity:0}
+.player label span{display:block;padding:6px 16px;border:1px solid var(--line)}
+.player label:first-of-type span{border-radius:6px 0 0 6px}.player label:last-of-type span{border-radius:0 6px 6px 0;border-left:0}
+.player input:checked+span{background:var(--ink);color:var(--paper);border-color:var(--ink)}
+.player input:focus-visible+span,.play:focus-visible,.seek:focus-visible{outline:3px solid var(--down);outline-offset:2px}
+.seek{flex:1 1 140px;min-width:120px;accent-color:var(--after)}.player output{font-variant-numeric:tabular-nums}
+@media print{body{background:#fff;color:#000}.listen,.back{display:none}}
 )css";
 
 }  // namespace
@@ -88,6 +105,8 @@ std::string escape_html(const std::string& text) {
 std::string html_page(const std::string& title, const std::string& body) {
     return fmt::format(
         "{}\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n"
+        "<meta http-equiv=\"Content-Security-Policy\" content=\"default-src 'none'; style-src "
+        "'unsafe-inline'; script-src 'unsafe-inline'; media-src data:\">\n"
         "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\">\n"
         "<title>{}</title>\n<style>{}</style>\n</head>\n<body>\n<main>\n{}</main>\n</body>\n</"
         "html>\n",

@@ -2,15 +2,18 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <boost/algorithm/string/case_conv.hpp>
-#include <boost/algorithm/string/join.hpp>
 #include <cctype>
 #include <cmath>
 #include <filesystem>
 #include <set>
 
 #include "cli/facts/destinations.h"
+#include "cli/publish/verdict.h"
+#include "cli/report/heard.h"
 #include "cli/report/html.h"
+#include "cli/report/listen.h"
 #include "cli/report/report_chart.h"
 #include "cli/storage/staged_output.h"
 #include "cli/terminal/summary.h"
@@ -55,8 +58,16 @@ std::string outcome_text(const FileFacts& facts) {
     return "";
 }
 
-std::string heading(const FileFacts& facts) {
+/** The sentence that comes first, colored by whether all asked for is met. */
+std::string verdict_html(const std::string& text, const ReportOptions& options, bool ready) {
+    const char* color = options.destinations.empty() ? "" : ready ? " ready" : " missing";
+    return fmt::format("<p class=\"verdict{}\">{}</p>\n", color, escape_html(text));
+}
+
+std::string heading(const FileFacts& facts, const ReportOptions& options) {
     std::string text = fmt::format("<h1>{}</h1>\n", escape_html(name_of(facts)));
+    text += verdict_html(verdict(facts, options.destinations), options,
+                         is_ready(facts, options.destinations));
     text += fmt::format("<p class=\"soft\">{}, {} Hz, {}, {}</p>\n", escape_html(facts.format),
                         facts.sample_rate_hz, channels_text(facts.channels),
                         clock_text(facts.duration_s()));
@@ -128,6 +139,23 @@ std::string numbers(const FileFacts& facts) {
     return text + "</div>\n";
 }
 
+/** Met or not, what is missing, and beside it the way to mend that. */
+std::string standing(const FileFacts& facts, const Destination& destination) {
+    const DestinationCheck check = check_file(destination, facts);
+    std::string text = "<span class=\"met\">✓ ready</span>";
+    if (!check.met()) {
+        const std::string way = remedy(check, facts);
+        text = fmt::format("<span class=\"off\">✗ not yet:</span> {} ", check.words());
+        text += way.rfind("--", 0) == 0
+                    ? fmt::format("<span class=\"remedy\">→ <code>{}</code></span>", way)
+                    : fmt::format("<span class=\"soft\">({})</span>", way);
+    }
+    for (const std::string& remark : check.remarks) {
+        text += fmt::format("<br><span class=\"soft\">{}</span>", remark);
+    }
+    return text;
+}
+
 std::string destination_row(const FileFacts& facts, const Destination& destination, int channels) {
     const bool applies = destination.mono_target == destination.other_target ||
                          (channels == 1) == (facts.channels == 1);
@@ -135,19 +163,9 @@ std::string destination_row(const FileFacts& facts, const Destination& destinati
     if (destination.mono_target != destination.other_target) {
         name += channels == 1 ? ", mono" : ", stereo";
     }
-    std::string result;
-    if (!applies) {
-        result = fmt::format("this file is {}", channels_text(facts.channels));
-    } else if (const DestinationCheck check = check_destination(
-                   destination, facts.after ? *facts.after : *facts.before, facts.channels);
-               check.met()) {
-        result = "<span class=\"met\">✓ ready</span>";
-    } else {
-        result = fmt::format(
-            "<span class=\"off\">✗ not yet:</span> {} <span class=\"remedy\">→ "
-            "<code>--for {}</code></span>",
-            check.words(), destination.word);
-    }
+    const std::string result = applies
+                                   ? standing(facts, destination)
+                                   : fmt::format("this file is {}", channels_text(facts.channels));
     return fmt::format("<tr{}><th scope=\"row\">{}</th><td>{}</td><td>{}</td></tr>\n",
                        applies ? "" : " class=\"elsewhere\"", name, destination.asks(channels),
                        result);
@@ -170,10 +188,10 @@ std::string destinations_table(const FileFacts& facts) {
 }
 
 std::string passages(const FileFacts& facts) {
-    if (!facts.leveling || facts.leveling->passages.empty()) {
+    const std::vector<Passage> rows = heard_passages(facts);
+    if (rows.empty()) {
         return "";
     }
-    const auto& rows = facts.leveling->passages;
     std::string table =
         "<table class=\"passages\">\n<thead><tr><th>From</th><th>To</th><th class=\"n\">Level "
         "before</th><th class=\"n\">Gain</th></tr></thead>\n<tbody>\n";
@@ -193,23 +211,26 @@ std::string passages(const FileFacts& facts) {
                             table);
     }
     return fmt::format(
-        "<h2>{}</h2>\n<p class=\"soft\">Each gets the gain that brings it to the average of all; "
-        "the level is measured on the cleaned sound, without pauses.</p>\n{}",
+        "<h2>{}</h2>\n<p class=\"soft\">Each gets the gain that brings it to the level of all; the "
+        "level is measured on the cleaned sound, without pauses. Passages within 1 dB of each "
+        "other "
+        "are shown as one, and what is shorter than 1.5 s with its neighbour.</p>\n{}",
         title, table);
 }
 
 std::string footer() {
-    return "<footer>Loudness after ITU-R BS.1770 and EBU R 128. Written by quorvane.</footer>\n";
+    return "<footer>Loudness after ITU-R BS.1770 and EBU R 128. Written by "
+           "quorvane " QUORVANE_VERSION ".</footer>\n";
 }
 
-/** A name for the page in the report's folder that needs no escaping in a link, each once. */
+/**
+ * The page's name in the report's folder: the file's own, each once. The end of what is too long
+ * for a file name is cut.
+ */
 std::string page_name(const FileFacts& facts, std::set<std::string>& taken) {
+    constexpr std::size_t kMostBytes = 200;
     std::string base = name_of(facts);
-    for (char& c : base) {
-        if (!isalnum(static_cast<unsigned char>(c)) && c != '.' && c != '-') {
-            c = '_';
-        }
-    }
+    base.resize(std::min(base.size(), kMostBytes));
     std::string name = base + ".html";
     for (int n = 2; !taken.insert(boost::to_lower_copy(name)).second; ++n) {
         name = fmt::format("{}-{}.html", base, n);
@@ -217,7 +238,30 @@ std::string page_name(const FileFacts& facts, std::set<std::string>& taken) {
     return name;
 }
 
-std::string index_row(const FileFacts& facts, const std::string& page) {
+/** The name as a relative link: all but the plainest bytes as %XX. */
+std::string link_to(const std::string& name) {
+    std::string link;
+    for (char c : name) {
+        const auto byte = static_cast<unsigned char>(c);
+        const bool plain = (byte < 0x80 && isalnum(byte)) || c == '.' || c == '-' || c == '_';
+        link += plain ? std::string(1, c) : fmt::format("%{:02X}", byte);
+    }
+    return link;
+}
+
+std::string destination_cell(const FileFacts& facts, const Destination& destination) {
+    if (!facts.before) {
+        return "<td></td>";
+    }
+    const DestinationCheck check = check_file(destination, facts);
+    return fmt::format("<td data-label=\"{}\">{}</td>", destination.name,
+                       check.met() ? std::string("<span class=\"met\">✓ ready</span>")
+                                   : "<span class=\"off\">✗</span> " + check.words());
+}
+
+std::string index_row(const FileFacts& facts,
+                      const std::string& page,
+                      const ReportOptions& options) {
     const std::string name = escape_html(facts.input);
     const auto both = [&](double Loudness::*field) {
         if (!facts.before) {
@@ -238,9 +282,12 @@ std::string index_row(const FileFacts& facts, const std::string& page) {
     if (!facts.cause.empty()) {
         result += fmt::format("<br><span class=\"soft\">{}</span>", escape_html(facts.cause));
     }
-    std::string row =
-        fmt::format("<tr><td>{}</td><td>{}</td>",
-                    page.empty() ? name : fmt::format("<a href=\"{}\">{}</a>", page, name), result);
+    std::string row = fmt::format(
+        "<tr><td>{}</td><td>{}</td>",
+        page.empty() ? name : fmt::format("<a href=\"{}\">{}</a>", link_to(page), name), result);
+    for (const std::string& word : options.destinations) {
+        row += destination_cell(facts, *find_destination(word));
+    }
     const auto cell = [&](const char* label, const std::string& value, const char* unit) {
         row += value.empty() ? std::string("<td class=\"n\"></td>")
                              : fmt::format("<td class=\"n\" data-label=\"{}\">{} {}</td>", label,
@@ -258,45 +305,79 @@ std::string index_row(const FileFacts& facts, const std::string& page) {
     return row + "</tr>\n";
 }
 
-void write_folder(const fs::path& folder, const std::vector<FileFacts>& files) {
+/** Whether a page has an index beside it. */
+enum class Place { Alone, InFolder };
+
+std::string page_of(const FileFacts& facts, const ReportOptions& options, Place place) {
+    std::string body = place == Place::InFolder
+                           ? "<p class=\"back\"><a href=\"index.html\">← All files</a></p>\n"
+                           : "";
+    body += heading(facts, options);
+    if (facts.before) {
+        if (options.listen) {
+            body += listening_part(facts);
+        }
+        if (facts.duration_s() > 0) {
+            body += "<h2>Over time</h2>\n" + loudness_figure(facts);
+        }
+        body += gain_figure(facts) + destinations_table(facts) + numbers(facts) + passages(facts);
+    }
+    return html_page(name_of(facts), body + footer());
+}
+
+std::string index_page(const std::vector<FileFacts>& files,
+                       const std::string& rows,
+                       const ReportOptions& options) {
+    std::string columns;
+    for (const std::string& word : options.destinations) {
+        columns += fmt::format("<th scope=\"col\">{}</th>", find_destination(word)->name);
+    }
+    const bool ready = std::all_of(files.begin(), files.end(), [&](const FileFacts& facts) {
+        return is_ready(facts, options.destinations);
+    });
+    return fmt::format(
+        "<h1>{} file{}</h1>\n{}<p class=\"soft\">Each number before and after; each name leads to "
+        "the file's own page.</p>\n<table class=\"stack files\">\n<thead><tr><th scope=\"col\">"
+        "File</th><th scope=\"col\">Result</th>{}<th class=\"n\" scope=\"col\">Loudness</th><th "
+        "class=\"n\" scope=\"col\">Range</th><th class=\"n\" scope=\"col\">True peak</th><th "
+        "class=\"n\" scope=\"col\">Leveling gain</th></tr></thead>\n<tbody>\n{}</tbody>\n"
+        "</table>\n{}",
+        files.size(), files.size() == 1 ? "" : "s",
+        verdict_html(verdict(files, options.destinations), options, ready), columns, rows,
+        footer());
+}
+
+void write_folder(const fs::path& folder,
+                  const std::vector<FileFacts>& files,
+                  const ReportOptions& options) {
     std::set<std::string> taken = {"index.html"};
     std::string rows;
     for (const FileFacts& facts : files) {
         std::string page;
         if (facts.before) {
             page = page_name(facts, taken);
-            write_whole_text((folder / page).string(), report_page(facts));
+            write_whole_text((folder / page).string(), page_of(facts, options, Place::InFolder));
         }
-        rows += index_row(facts, page);
+        rows += index_row(facts, page, options);
     }
-    const std::string body = fmt::format(
-        "<h1>{} files</h1>\n<p class=\"soft\">Each number before and after; each name leads to the "
-        "file's own page.</p>\n<table class=\"stack files\">\n<thead><tr><th>File</th><th>Result"
-        "</th><th class=\"n\">Loudness</th><th class=\"n\">Range</th><th class=\"n\">True peak</th>"
-        "<th class=\"n\">Leveling gain</th></tr></thead>\n<tbody>\n{}</tbody>\n</table>\n{}",
-        files.size(), rows, footer());
-    write_whole_text((folder / "index.html").string(), html_page("Leveling report", body));
+    write_whole_text((folder / "index.html").string(),
+                     html_page("Leveling report", index_page(files, rows, options)));
 }
 
 }  // namespace
 
-std::string report_page(const FileFacts& facts) {
-    std::string body = heading(facts);
-    if (facts.before) {
-        if (facts.duration_s() > 0) {
-            body += "<h2>Over time</h2>\n" + loudness_figure(facts);
-        }
-        body += gain_figure(facts) + numbers(facts) + destinations_table(facts) + passages(facts);
-    }
-    return html_page(name_of(facts), body + footer());
+std::string report_page(const FileFacts& facts, const ReportOptions& options) {
+    return page_of(facts, options, Place::Alone);
 }
 
-std::string write_report(const std::string& path, const std::vector<FileFacts>& files) {
+std::string write_report(const std::string& path,
+                         const std::vector<FileFacts>& files,
+                         const ReportOptions& options) {
     if (files.size() == 1 && path.back() != '/' && !fs::is_directory(path)) {
-        write_whole_text(path, report_page(files.front()));
+        write_whole_text(path, report_page(files.front(), options));
         return path;
     }
-    write_folder(path, files);
+    write_folder(path, files, options);
     return (fs::path(path) / "index.html").string();
 }
 

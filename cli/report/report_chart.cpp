@@ -6,6 +6,7 @@
 #include <cmath>
 #include <vector>
 
+#include "cli/report/heard.h"
 #include "cli/terminal/summary.h"
 #include "cli/terminal/terminal_text.h"
 
@@ -50,12 +51,9 @@ class Plot {
 
     std::string passages() const {
         std::string spans;
-        if (!facts_.leveling) {
-            return spans;
-        }
-        for (const Passage& passage : facts_.leveling->passages) {
-            // Stronger color for more gain, full at 12 dB.
-            const double strength = std::min(std::fabs(passage.gain_db) / 12, 1.0);
+        for (const Passage& passage : heard_passages(facts_)) {
+            // Stronger color for more gain, full at 24 dB.
+            const double strength = std::min(std::fabs(passage.gain_db) / 24, 1.0);
             spans += fmt::format(
                 "<rect class=\"{}\" x=\"{:.1f}\" y=\"0\" width=\"{:.1f}\" height=\"{}\" "
                 "opacity=\"{:.2f}\"><title>{} to {}: level {} dB, gain {:+.1f} dB</title></rect>\n",
@@ -168,16 +166,23 @@ std::string gain_figure(const FileFacts& facts) {
     if (!facts.leveling) {
         return "";
     }
+    Curve gain = facts.leveling->gain_db;
+    const double final_level = final_level_db(facts);
+    for (double& value : gain.values) {
+        value += final_level;
+    }
     double low = 0;
     double high = 0;
-    widen(facts.leveling->gain_db, low, high);
+    widen(gain, low, high);
     const double reach =
         std::max(kLeastReach, std::ceil(std::max(-low, high) / kLeastReach) * kLeastReach);
     const Plot plot(facts, {-reach, reach, reach / 2});
-    return plot.figure("gain", "Gain over time",
-                       "Gain that leveling applied, in dB: above 0 it raised the sound, below 0 it "
-                       "lowered it.",
-                       plot.passages() + plot.lines() + plot.curve(facts.leveling->gain_db, "g"));
+    return plot.figure(
+        "gain", "Gain over time",
+        fmt::format("How much louder (above 0) or softer (below 0) each moment became, in dB: the "
+                    "leveling gain and the {:+.1f} dB that gave the whole its final level.",
+                    final_level),
+        plot.passages() + plot.lines() + plot.curve(gain, "g"));
 }
 
 }  // namespace cli

@@ -106,6 +106,7 @@ std::vector<std::string> MediaCarrier::engine_inputs() {
 std::string MediaCarrier::encode(const std::vector<std::string>& leveled,
                                  const std::function<void(double)>& progress) {
     std::vector<media::NewSound> sounds;
+    leveled_.clear();
     for (std::size_t i = 0; i < leveled.size(); ++i) {
         leveled_.push_back(!leveled[i].empty());
         if (leveled_[i]) {
@@ -128,6 +129,7 @@ std::string MediaCarrier::add_metadata(const std::string& encoded, const Loudnes
 }
 
 void MediaCarrier::decode_result(const std::string& complete) {
+    after_.clear();
     for (const media::Sound& sound : file_.sounds) {
         const media::SoundChoice choice{sound.number, false, ""};
         const media::MediaFile result = media::probe_media(complete, choice);

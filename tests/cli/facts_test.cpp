@@ -8,6 +8,8 @@
 #include "cli/engine/passages.h"
 #include "cli/facts/destinations.h"
 #include "cli/facts/run_facts.h"
+#include "cli/publish/verdict.h"
+#include "cli/report/heard.h"
 #include "cli/report/report.h"
 #include "tests/support/fixtures.h"
 #include "tests/support/signals.h"
@@ -195,6 +197,59 @@ TEST(Report, APageStandsAloneAndStaysSmall) {
               2);
 }
 
+TEST(Verdict, SaysInASentenceWhatMattersFirst) {
+    FileFacts facts;
+    facts.outcome = Outcome::Leveled;
+    facts.channels = 1;
+    facts.before = loudness(-27, -7, -28, -70);
+    facts.before->range_lu = 14.2;
+    EXPECT_EQ(
+        "The voices are 14 LU apart. Ready for podcast: no, 7.5 LU too quiet (--for podcast).",
+        verdict(facts, {"podcast"}));
+    facts.after = loudness(-19.1, -1, -20, -61);
+    facts.after->range_lu = 2.9;
+    EXPECT_EQ("The voices were 14 LU apart; now 3. Ready for podcast: yes.",
+              verdict(facts, {"podcast"}));
+    facts.publishing = Publishing{"spotify", 9, -1, 7, 0.01, true};
+    EXPECT_EQ(
+        "The voices were 14 LU apart; now 3. Ready for spotify: no, 4.6 LU too quiet (more gain "
+        "would need limiting by over 6 dB for more than 1 % of the time, which is heard).",
+        verdict(facts, {"spotify"}));
+    EXPECT_FALSE(is_ready(facts, {"podcast", "spotify"}));
+    EXPECT_EQ(
+        "In 2 files the voices were up to 14 LU apart; now at most 3. Ready for podcast: 2 of 2.",
+        verdict({facts, facts}, {"podcast"}));
+
+    const auto document = facts_document(facts, {"spotify"});
+    EXPECT_EQ("program", document.begin().key());
+    const auto& spotify = document["destinations"][1];
+    EXPECT_TRUE(spotify["asked"]);
+    EXPECT_FALSE(spotify["pass"]);
+    EXPECT_EQ(-4.6, spotify["misses"][0]["distance"]);
+}
+
+TEST(Heard, PassagesAreThoseThatAPersonTellsApart) {
+    FileFacts facts;
+    facts.before = loudness(-27, -7, -28, -70);
+    facts.before->short_term_lufs = {1, std::vector<double>(20, -30)};
+    facts.after = loudness(-17, -1, -18, -60);
+    facts.after->short_term_lufs = {1, std::vector<double>(20, -17)};
+    facts.leveling.emplace();
+    facts.leveling->gain_db = {1, std::vector<double>(20, 3)};
+    // The whole got 10 dB more than the leveling gain of 3 dB. The first two are within 1 dB:
+    // (4 * 2 + 4 * 2.8) / 8 = 2.4; the third is short and nearer to the fourth: (1 * 6 + 5 * 9)
+    // / 6.
+    facts.leveling->passages = {
+        {0, 4, -20, 2}, {4, 8, -20, 2.8}, {8, 9, kSilence, 6}, {9, 14, -30, 9}, {14, 20, -25, -1}};
+    const std::vector<Passage> heard = heard_passages(facts);
+    ASSERT_EQ(3u, heard.size());
+    EXPECT_THAT(heard[0].gain_db, DoubleNear(12.4, 1e-9));
+    EXPECT_THAT(heard[1].gain_db, DoubleNear(18.5, 1e-9));
+    EXPECT_THAT(heard[1].from_s, DoubleNear(8, 1e-9));
+    EXPECT_THAT(heard[1].level_db, DoubleNear(-30, 1e-9));
+    EXPECT_THAT(heard[2].gain_db, DoubleNear(9, 1e-9));
+}
+
 TEST(Report, SeveralFilesGetAnIndexThatNamesTheFailedOnes) {
     const TempDir dir;
     FileFacts failed;
@@ -206,8 +261,9 @@ TEST(Report, SeveralFilesGetAnIndexThatNamesTheFailedOnes) {
     EXPECT_THAT(index, HasSubstr("no audio in it"));
     const std::vector<std::string> pages = dir.entries();
     EXPECT_EQ(pages.size(), 3u) << "equal names get a page each";
+    EXPECT_THAT(index, HasSubstr("href=\"%3Cb%3E%221%22%20%26%20%272%27.wav-2.html\""));
     for (const std::string& page : pages) {
-        EXPECT_EQ(index.find("href=\"" + page + "\"") == std::string::npos, page == "index.html");
+        EXPECT_EQ(page != "index.html", page.rfind("<b>\"1\" & '2'.wav", 0) == 0) << page;
     }
 }
 

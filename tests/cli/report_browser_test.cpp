@@ -11,7 +11,20 @@ namespace {
 constexpr const char* kBrowser =
     "timeout 120 chromium --headless --no-sandbox --disable-gpu --disable-quic --no-first-run "
     "--disable-background-networking --disable-component-update --disable-sync "
-    "--allow-file-access-from-files --virtual-time-budget=5000";
+    "--allow-file-access-from-files --autoplay-policy=no-user-gesture-required";
+
+std::string dom_of(const TempDir& dir, const std::string& options) {
+    return run_program(std::string(kBrowser) + " --user-data-dir=" + dir / "profile" + " " +
+                       options + " --dump-dom file://" + dir / "look.html")
+        .out;
+}
+
+/** What the script of the page wrote into its element r, up to the full stop. */
+std::string result_in(const std::string& dom) {
+    const std::size_t start = dom.find("<p id=\"r\">");
+    return start == std::string::npos ? "nothing in: " + dom
+                                      : dom.substr(start + 10, dom.find('.', start) - start - 10);
+}
 
 /**
  * What the page is like in a frame of that width: found elements, and whether anything sticks out.
@@ -32,13 +45,27 @@ std::string looked_at(const TempDir& dir, const std::string& page, int width) {
             "'gain',n('.gain path'),'numbers',n('.number'),"
             "'places',n('.destinations tbody tr'),'rows',n('.passages tbody tr'),"
             "'files',n('.files tbody tr')].join(' ')+'.';}</script>");
-    const std::string dom =
-        run_program(std::string(kBrowser) + " --user-data-dir=" + dir / "profile" +
-                    " --dump-dom file://" + dir / "look.html")
-            .out;
-    const std::size_t start = dom.find("<p id=\"r\">");
-    return start == std::string::npos ? "nothing in: " + dom
-                                      : dom.substr(start + 10, dom.find('.', start) - start - 10);
+    return result_in(dom_of(dir, "--virtual-time-budget=5000"));
+}
+
+/** Presses play, then the switch to the sound before; tells what plays after each. */
+std::string listened_to(const TempDir& dir, const std::string& page) {
+    write_text(dir / "look.html",
+               "<body><iframe id=f src='" + page +
+                   "'></iframe><p id=r></p><script>f.onload=async()=>{"
+                   "const d=f.contentDocument,a=[...d.querySelectorAll('audio')];"
+                   "const wait=ok=>new Promise(done=>{const t=setInterval(()=>{if(ok()){"
+                   "clearInterval(t);done()}},50)});"
+                   "const told=[];"
+                   "d.querySelector('.play').click();await wait(()=>a[1].currentTime>0.5);"
+                   "told.push('before',!a[0].paused,'after',!a[1].paused);"
+                   "d.querySelector('[value=\"0\"]').click();await wait(()=>a[0].currentTime>0.8);"
+                   "told.push('then',!a[0].paused,!a[1].paused);"
+                   "d.querySelector('.play').click();await wait(()=>a[0].paused);"
+                   "told.push('seconds',Math.round(a[0].duration),Math.round(a[1].duration),"
+                   "d.querySelector('.play').textContent);"
+                   "r.textContent=told.join(' ')+'.'}</script>");
+    return result_in(dom_of(dir, "--virtual-time-budget=20000"));
 }
 
 TEST(ReportInABrowser, HasItsPartsAndNothingSticksOut) {
@@ -50,7 +77,8 @@ TEST(ReportInABrowser, HasItsPartsAndNothingSticksOut) {
                 signals::speech(30, 16000), kWav16);
     write_sound(dir / "b.wav", signals::speech(5, 16000), kWav16);
     write_text(dir / "broken.wav", "nothing");
-    ASSERT_EQ(run_program("cd " + dir.path() + " && " QUORVANE " --report r .").status, 1);
+    ASSERT_EQ(
+        run_program("cd " + dir.path() + " && " QUORVANE " --report r --for podcast .").status, 1);
     for (int width : {1280, 400}) {
         SCOPED_TRACE(width);
         EXPECT_THAT(
@@ -61,6 +89,22 @@ TEST(ReportInABrowser, HasItsPartsAndNothingSticksOut) {
         EXPECT_EQ(looked_at(dir, "r/index.html", width),
                   "width 0 wide  tall 0 curves 0 spans 0 gain 0 numbers 0 places 0 rows 0 files 3");
     }
+}
+
+TEST(ReportInABrowser, TheExcerptsPlayAndTheSwitchWorks) {
+    if (run_program("command -v chromium").status != 0) {
+        GTEST_SKIP() << "chromium is not installed";
+    }
+    const TempDir dir;
+    write_sound(dir / "a.wav", signals::speech(6, 22050, 2), kWav16);
+    ASSERT_EQ(run_program("cd " + dir.path() + " && " QUORVANE " --report r.html a.wav").status, 0);
+    EXPECT_EQ("before false after true then true false seconds 6 6 Play",
+              listened_to(dir, "r.html"));
+    ASSERT_EQ(
+        run_program("cd " + dir.path() + " && " QUORVANE " -f --no-listen --report r.html a.wav")
+            .status,
+        0);
+    EXPECT_EQ(std::string::npos, read_text(dir / "r.html").find("<audio"));
 }
 
 }  // namespace
