@@ -14,6 +14,13 @@
 
 #include "cli/audio/sound_file.h"
 
+/*
+ * Files coded with loss are decoded once and encoded once: the engine's ten steps between two
+ * codings would cost ten generations. An encoder is asked for a bit rate not below that of the
+ * input; which setting that is differs by codec, and libsndfile hides each behind its compression
+ * level.
+ */
+
 namespace cli {
 namespace {
 

@@ -3,6 +3,11 @@
 #include <cstdint>
 #include <string>
 
+/*
+ * The last look at a file before it gets its name, and the question whether a header's length is
+ * true. Both decode, since only that shows what another program will read.
+ */
+
 namespace cli {
 
 /** What decoding a whole file gives. */

@@ -15,6 +15,18 @@
 
 #include "cli/worker/worker_process.h"
 
+/*
+ * One thread, that of run(), owns the workers and calls the observer; it sleeps in poll() on the
+ * pipes of the workers and on one pipe of its own. Every other thread only changes what stands
+ * under the mutex, or the stop flag, and writes a byte into that pipe. So nothing is locked while
+ * an observer is called, a request that comes between two looks at the queue is never lost, and a
+ * signal handler can ask for a stop with no more than an atomic store and a write.
+ *
+ * A file's worker is a process: a codec that crashes, a limit of the system, or a kill costs one
+ * file. Its facts come through a pipe, its messages through another; it has ended when both are
+ * closed.
+ */
+
 namespace cli {
 namespace fs = std::filesystem;
 

@@ -28,6 +28,19 @@
 #include "cli/terminal/summary.h"
 #include "cli/terminal/terminal_text.h"
 
+/*
+ * The order of a run: read the command line, find the files, name their outputs, look whether all
+ * of it can be read and written, and only then begin to work. What is wrong with the command as a
+ * whole ends it with status 2 before anything was touched; what is wrong with one file costs that
+ * file.
+ *
+ * The batch knows nothing of the terminal: ShownBatch hears what becomes of the files and draws it.
+ * Each failure is told once, when it happens, on the error stream. The table, the counts, the notes
+ * and what an interrupt left come at the end. JSON on the standard output comes line by line, so
+ * that another program can read along; a line that cannot be written makes the run a failure, a
+ * reader that went away does not.
+ */
+
 namespace cli {
 namespace fs = std::filesystem;
 

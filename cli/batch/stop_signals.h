@@ -2,6 +2,12 @@
 
 #include "cli/batch/batch.h"
 
+/*
+ * A signal handler may do next to nothing, so the handler here stores what came and tells the
+ * batch, whose stop() is made for that. The worker processes ignore Ctrl-C, which a terminal sends
+ * to all of them: their parent decides, and asks each of them to clean up.
+ */
+
 namespace cli {
 
 /**

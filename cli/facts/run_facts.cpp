@@ -6,6 +6,11 @@
 #include <limits>
 #include <map>
 
+/*
+ * Levels are rounded to thousandths on their way into JSON. What has no level, silence, is null
+ * there and minus infinity here.
+ */
+
 namespace cli {
 namespace {
 

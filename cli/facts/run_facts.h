@@ -6,6 +6,12 @@
 #include <string>
 #include <vector>
 
+/*
+ * The facts about a file are plain data: the worker fills them in, they travel to the parent as
+ * JSON, and the table, the report and the JSON lines show them. Nothing here knows how they came
+ * about.
+ */
+
 namespace cli {
 
 /**

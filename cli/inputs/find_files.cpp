@@ -8,6 +8,12 @@
 
 #include "cli/inputs/file_kind.h"
 
+/*
+ * Everything is collected first and sorted by how direct its path is; only then is each file taken
+ * once. A directory lists its entries in no order that means anything, so whoever takes files as
+ * they come lets a link win over its file on one machine and not on the next.
+ */
+
 namespace cli {
 namespace fs = std::filesystem;
 

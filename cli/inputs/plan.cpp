@@ -10,6 +10,14 @@
 #include "cli/audio/audio_formats.h"
 #include "cli/report/html.h"
 
+/*
+ * Paths are compared in three ways, each for its purpose. Resolved, with all links followed: would
+ * two outputs be one file? Placed, with only the folder's links followed: is this file the very
+ * name under which another one's output goes? And by device and inode: are two names one file,
+ * through whatever links? The last is what keeps an input from being written, and is one look-up
+ * for each output.
+ */
+
 namespace cli {
 namespace fs = std::filesystem;
 

@@ -10,6 +10,12 @@
 #include "Common/files/descriptor.h"
 #include "cli/inputs/plan.h"
 
+/*
+ * The questions are asked without a trace on the disk, so that a dry run may ask them too. They
+ * cannot promise success: a disk may fill up meanwhile. They find what would fail for certain,
+ * before hours of work. Each folder is asked once, however many outputs go there.
+ */
+
 namespace cli {
 namespace fs = std::filesystem;
 

@@ -9,6 +9,12 @@
 #include "cli/metadata/chunk_writer.h"
 #include "cli/metadata/id3v2.h"
 
+/*
+ * The new file is put together from two: the leveled one gives the samples and what describes them,
+ * the input everything else. Chunks keep their side of the audio, since some programs look for
+ * theirs in front of it only. What the old loudness stands in is edited on the way.
+ */
+
 namespace cli {
 namespace {
 

@@ -10,6 +10,13 @@
 #include "cli/metadata/outer_tags.h"
 #include "cli/metadata/vorbis_comment.h"
 
+/*
+ * A FLAC file is a mark, metadata blocks of up to 16 MiB and the frames. The blocks are copied in
+ * their order; three belong to the new stream: its description, whose MD5 sum and frame sizes are
+ * the encoder's, the vendor in the comment, and the seek table, whose offsets point into the
+ * frames.
+ */
+
 namespace cli {
 namespace {
 

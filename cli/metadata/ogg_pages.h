@@ -3,6 +3,10 @@
 #include <cstdint>
 #include <string>
 
+/*
+ * An Ogg file is a row of pages, each with the number of its stream and a check sum over all of it.
+ */
+
 namespace cli {
 
 /** The serial number of an Ogg file's first stream. Throws std::runtime_error for no Ogg file. */

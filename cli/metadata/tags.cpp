@@ -13,6 +13,11 @@
 #include "cli/metadata/outer_tags.h"
 #include "cli/metadata/vorbis_comment.h"
 
+/*
+ * One way for each format, all of them on bytes: what a library reads and writes again comes out in
+ * the library's form, and what it does not know is gone. Only the pages of Ogg are left to one.
+ */
+
 namespace cli {
 namespace {
 

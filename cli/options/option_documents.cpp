@@ -9,6 +9,12 @@
 #include "cli/audio/audio_formats.h"
 #include "cli/options/option_table.h"
 
+/*
+ * The completions offer for a path what the program takes: folders and audio files that can be
+ * written back, but not the outputs of an earlier run. Bash splits "--color=auto" into three words
+ * at the "=", which the function puts together again; zsh and fish do that by themselves.
+ */
+
 namespace cli {
 namespace {
 

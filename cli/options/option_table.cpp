@@ -3,6 +3,11 @@
 #include "Common/CommandLine.h"
 #include "cli/facts/destinations.h"
 
+/*
+ * The rows of this program stand here; those of the engine come from the engine's own table, so
+ * that a tuning option, its help and its default are written down once.
+ */
+
 namespace cli {
 
 namespace {

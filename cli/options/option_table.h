@@ -3,6 +3,11 @@
 #include <string>
 #include <vector>
 
+/*
+ * One table for all: who adds an option writes one row, and the parser, the help, the manual page
+ * and the completions of three shells have it. A test compares them.
+ */
+
 namespace cli {
 
 enum class OptionGroup { Output, Work, Facts, Display, Tuning, Other };

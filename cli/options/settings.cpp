@@ -13,6 +13,12 @@
 #include "cli/facts/destinations.h"
 #include "cli/options/option_table.h"
 
+/*
+ * Each option is a string to the parser, and what it means is checked here, so that a wrong value
+ * gets a sentence that names the option and what it takes. Contradictions are refused and never
+ * resolved by a silent rule: a typing error must not cost a file.
+ */
+
 namespace cli {
 namespace po = boost::program_options;
 

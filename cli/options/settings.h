@@ -4,6 +4,12 @@
 #include <string>
 #include <vector>
 
+/*
+ * Settings are what was asked for, read once and checked for contradictions; nobody else looks at
+ * the command line. The tuning options are not read here: they go to the engine as they were given,
+ * which knows their types and says what is wrong with them.
+ */
+
 namespace cli {
 
 /** As Settings::audio_stream: every one. */
@@ -19,25 +25,25 @@ class UsageError : public std::runtime_error {
 
 /** What a command line asks for. */
 struct Settings {
-    std::vector<std::string> paths;
+    std::vector<std::string> paths;  // files and folders, as named
     std::string suffix = "-leveled";
-    std::string output;      // empty: named by the suffix
-    std::string output_dir;  // empty: beside the input
-    unsigned jobs = 1;
-    bool force = false;
-    bool keep_mtime = false;
-    bool strict = false;
+    std::string output;       // empty: named by the suffix
+    std::string output_dir;   // empty: beside the input
+    unsigned jobs = 1;        // files worked on at the same time
+    bool force = false;       // replace outputs that exist
+    bool keep_mtime = false;  // the output gets the input's modification time
+    bool strict = false;      // an input that is cut short fails
     int audio_stream = 0;     // of a media file, counted from 1; 0: the default one
     std::string audio_codec;  // for a media file's new sound; empty: the source's
-    bool dry_run = false;
-    bool analyze = false;
-    bool measure = true;
+    bool dry_run = false;     // tell, and touch nothing
+    bool analyze = false;     // measure, and write no audio
+    bool measure = true;      // before and after leveling
     std::vector<std::string> destinations;  // words of --for; one of them unless analyzing
-    std::string report;
-    bool listen = true;  // excerpts in the report
-    std::string json;
-    bool quiet = false;
-    bool verbose = false;
+    std::string report;       // HTML page or folder; empty: none
+    bool listen = true;       // excerpts in the report
+    std::string json;         // file, "-" for the standard output; empty: none
+    bool quiet = false;       // errors only
+    bool verbose = false;     // the engine's messages as well
     When color = When::Auto;
     When progress = When::Auto;
     std::vector<std::string> tuning;  // words for the engine: "--segment-tolerance=3", ...

@@ -4,6 +4,11 @@
 
 #include "cli/storage/private_directory.h"
 
+/*
+ * A run's temporary files lie in a directory that it keeps locked. Locks end with their process,
+ * however it ends, so a directory without a lock has no owner any more and may be removed.
+ */
+
 namespace cli {
 
 /**

@@ -22,6 +22,17 @@
 #include "Common/files/descriptor.h"
 #include "cli/storage/scratch.h"
 
+/*
+ * An output is written under a hidden name in the folder where it will stand, since only within one
+ * file system a name is given in one stroke. It is locked from its first byte to its last: a part
+ * that nobody holds a lock on was left by a run that was killed, and goes with the next run for the
+ * same output. Its content is synced before it gets its name, so that after a power cut the name
+ * leads to the old file or to the whole new one.
+ *
+ * Where an existing output has to stay, link() gives the name, which fails when it is taken;
+ * rename() would replace it. File systems without links fall back to a look and a rename.
+ */
+
 namespace cli {
 namespace fs = std::filesystem;
 

@@ -12,6 +12,11 @@
 
 #include "cli/terminal/terminal_text.h"
 
+/*
+ * Bars are redrawn in place: the cursor goes up by the rows that the last drawing took, which is
+ * more than it wrote when the terminal became narrower meanwhile, and all below is wiped.
+ */
+
 namespace cli {
 namespace {
 

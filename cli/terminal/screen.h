@@ -6,6 +6,13 @@
 
 #include "cli/options/settings.h"
 
+/*
+ * Lines for people go to the standard output, or to the error stream where the first is taken by
+ * JSON; errors always go to the error stream. Progress bars are drawn on the error stream below the
+ * last line and wiped before the next one is written, so that nothing of them is left in a log or a
+ * pipe.
+ */
+
 namespace cli {
 
 /**

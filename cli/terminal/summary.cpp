@@ -9,6 +9,12 @@
 
 #include "cli/terminal/terminal_text.h"
 
+/*
+ * The table takes the width it is given: its columns shrink from pairs with air to pairs without,
+ * and below that each file gets a few lines of its own. Names are cut in the middle, where they say
+ * least.
+ */
+
 namespace cli {
 namespace {
 

@@ -7,6 +7,11 @@
 #include "cli/facts/run_facts.h"
 #include "cli/terminal/screen.h"
 
+/*
+ * What a run has to say in words: a line for each file as it ends, the table of loudness, and the
+ * counts with the notes. Every name that came from outside goes through printable().
+ */
+
 namespace cli {
 
 /** "-18.4"; a silence is "-inf". */

@@ -8,6 +8,13 @@
 #include <cstdint>
 #include <vector>
 
+/*
+ * Text is handled as glyphs: the bytes of one code point with the columns it takes. A byte that is
+ * no UTF-8 is a glyph of its own with one column, since file names may hold any bytes; on the
+ * screen it is "?", as are all signs that would make a terminal do something or show a name other
+ * than it is.
+ */
+
 namespace cli {
 namespace {
 

@@ -23,6 +23,16 @@
 #include "cli/metadata/ogg_pages.h"
 #include "cli/metadata/tags.h"
 
+/*
+ * What a header says of the length is compared with what is there before libsndfile is asked, since
+ * it takes the header's word: it reads no frame beyond it. A copy with a true header in the scratch
+ * directory then stands for the input: a WAV file whose size was never filled in, an MP3 stream
+ * without a count of its frames. The input itself is only ever read.
+ *
+ * A file that must be decoded is decoded once, to float samples that keep what lies above full
+ * scale; the measurement, the engine and the comparison of lengths work on these.
+ */
+
 namespace cli {
 namespace fs = std::filesystem;
 

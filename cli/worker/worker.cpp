@@ -25,6 +25,14 @@
 #include <sys/prctl.h>
 #endif
 
+/*
+ * The frame around the work on one file, in a process of its own. The main thread does the work; a
+ * second one waits for the end of the parent or for a signal, removes the job's files and ends the
+ * process, whatever the first one is doing at that moment: the engine cannot be asked to hurry.
+ * Events go to the parent as lines of JSON on a descriptor of their own, so that what a library
+ * prints on the standard streams cannot be taken for one.
+ */
+
 namespace cli {
 namespace fs = std::filesystem;
 

@@ -25,6 +25,13 @@
 
 extern char** environ;
 
+/*
+ * The worker is started with posix_spawn: the parent may have threads, and a fork in between would
+ * copy their locks. Every descriptor is closed on exec except the four that the worker expects. The
+ * job's pipe stays open in the parent for as long as it lives; its end is how a worker learns that
+ * the parent was killed, on every system. On Linux the kernel also signals it.
+ */
+
 namespace cli {
 namespace {
 
