@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <cstring>
 
+#include "Common/wide_loops.h"
+
 #ifdef __SSE2__
 #include <emmintrin.h>
 #endif
@@ -85,7 +87,7 @@ void scale_and_round(const double* samples, double scale, std::int32_t* out, std
 
 /** The lowest bytes of each integer, in this machine's order. */
 template <class Sample>
-void store_low(const std::int32_t* values, unsigned char* bytes, std::size_t count) {
+inline void store_low(const std::int32_t* values, unsigned char* bytes, std::size_t count) {
     for (std::size_t i = 0; i < count; ++i) {
         const Sample sample = static_cast<Sample>(values[i]);
         std::memcpy(bytes + i * sizeof sample, &sample, sizeof sample);
@@ -93,12 +95,34 @@ void store_low(const std::int32_t* values, unsigned char* bytes, std::size_t cou
 }
 
 template <class Sample>
-void load(const unsigned char* bytes, double scale, double* samples, std::size_t count) {
+inline void load(const unsigned char* bytes, double scale, double* samples, std::size_t count) {
     for (std::size_t i = 0; i < count; ++i) {
         Sample sample{};
         std::memcpy(&sample, bytes + i * sizeof sample, sizeof sample);
         samples[i] = static_cast<double>(sample) * scale;
     }
+}
+
+QUORVANE_WIDE_LOOP void load_8(const unsigned char* bytes, double* samples, std::size_t count) {
+    load<std::int8_t>(bytes, 1.0 / 128.0, samples, count);
+}
+
+QUORVANE_WIDE_LOOP void load_16(const unsigned char* bytes, double* samples, std::size_t count) {
+    load<std::int16_t>(bytes, 1.0 / 32768.0, samples, count);
+}
+
+QUORVANE_WIDE_LOOP void load_32(const unsigned char* bytes, double* samples, std::size_t count) {
+    load<std::int32_t>(bytes, 1.0 / 2147483648.0, samples, count);
+}
+
+QUORVANE_WIDE_LOOP void load_float(const unsigned char* bytes, double* samples, std::size_t count) {
+    load<float>(bytes, 1.0, samples, count);
+}
+
+QUORVANE_WIDE_LOOP void store_16(const std::int32_t* values,
+                                 unsigned char* bytes,
+                                 std::size_t count) {
+    store_low<std::int16_t>(values, bytes, count);
 }
 
 bool is_little_endian() {
@@ -192,7 +216,7 @@ void SampleCodec::encode_piece(const double* samples,
             return;
         case SF_FORMAT_PCM_16:
             scale_and_round(samples, kScale16, values, count);
-            store_low<std::int16_t>(values, bytes, count);
+            store_16(values, bytes, count);
             break;
         case SF_FORMAT_PCM_24:
             scale_and_round(samples, kScale24, values, count);
@@ -223,20 +247,20 @@ void SampleCodec::decode(unsigned char* bytes, double* samples, std::size_t coun
     }
     switch (encoding_) {
         case SF_FORMAT_PCM_S8:
-            return load<std::int8_t>(bytes, 1.0 / 128.0, samples, count);
+            return load_8(bytes, samples, count);
         case SF_FORMAT_PCM_U8:
             for (std::size_t i = 0; i < count; ++i) {
                 bytes[i] ^= 0x80;
             }
-            return load<std::int8_t>(bytes, 1.0 / 128.0, samples, count);
+            return load_8(bytes, samples, count);
         case SF_FORMAT_PCM_16:
-            return load<std::int16_t>(bytes, 1.0 / 32768.0, samples, count);
+            return load_16(bytes, samples, count);
         case SF_FORMAT_PCM_24:
             return load_24(bytes, is_little_endian() != swapped_, samples, count);
         case SF_FORMAT_PCM_32:
-            return load<std::int32_t>(bytes, 1.0 / 2147483648.0, samples, count);
+            return load_32(bytes, samples, count);
         case SF_FORMAT_FLOAT:
-            return load<float>(bytes, 1.0, samples, count);
+            return load_float(bytes, samples, count);
         default:
             std::memcpy(samples, bytes, count * sizeof *samples);
             return;

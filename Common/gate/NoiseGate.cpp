@@ -217,12 +217,37 @@ void CNoiseGate::measure_stereo(const double* ahead, long long frames, bool has_
     channels_[1].ahead = right_ahead;
 }
 
-/** Gates one channel of a block whose energies are known. */
+/**
+ * Gates one channel of a block whose energies are known. Most samples leave the gate as it is, open
+ * or closed: they are passed over in loops of their own.
+ */
 void CNoiseGate::gate_channel(int index, long long frames) {
-    Gain gain = channels_[static_cast<std::size_t>(index)].gain;  // a local copy, as above
-    for (long long i = index; i < frames * channel_count_; i += channel_count_) {
-        step(gain, energies_[i], ahead_energies_[i]);
-        block_[i] *= gain.value;
+    Gain gain = channels_[static_cast<std::size_t>(index)].gain;  // local copies, as above
+    double* const samples = block_.get();
+    const double* const energies = energies_.get();
+    const double* const ahead_energies = ahead_energies_.get();
+    const double attack_energy = args_.attack_energy;
+    const double release_energy = args_.release_energy;
+    const long long stride = channel_count_;
+    const long long end = frames * stride;
+    for (long long i = index; i < end; i += stride) {
+        const long long start = i;
+        if (gain.state == kOpen) {
+            while (i < end && !(energies[i] < release_energy)) {
+                i += stride;
+            }
+        } else if (gain.state == kClosed) {
+            while (i < end && !(ahead_energies[i] > attack_energy)) {
+                i += stride;
+            }
+        }
+        for (long long same = start; same < i; same += stride) {
+            samples[same] *= gain.value;
+        }
+        if (i < end) {
+            step(gain, energies[i], ahead_energies[i]);
+            samples[i] *= gain.value;
+        }
     }
     channels_[static_cast<std::size_t>(index)].gain = gain;
 }

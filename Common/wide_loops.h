@@ -1,0 +1,12 @@
+#pragma once
+
+/**
+ * For functions that are one loop over independent samples: compiled twice, for every processor and
+ * for those with AVX2, whose vectors are twice as wide. The loader chooses once. Each sample meets
+ * the same operations in both, so the bits are the same.
+ */
+#if defined(__x86_64__) && defined(__gnu_linux__) && defined(__OPTIMIZE__)
+#define QUORVANE_WIDE_LOOP __attribute__((target_clones("avx2", "default")))
+#else
+#define QUORVANE_WIDE_LOOP
+#endif
