@@ -9,6 +9,7 @@
 #include "Common/reporting/log.h"
 #include "Common/reporting/run_state.h"
 #include "Common/ss_util.h"
+#include "Common/stream/helper_thread.h"
 
 namespace stream {
 
@@ -16,6 +17,47 @@ namespace {
 
 // Large enough that the calls per block do not count, small enough for a processor's cache.
 constexpr int kBlockSamples = 32768;
+
+struct Block {
+    double* samples;
+    long long frames;
+};
+
+/** Reads one block ahead of the one that is worked on. */
+class BlockReader {
+  public:
+    BlockReader(Source& source, long long block_frames, long long most_frames)
+        : source_(source), block_frames_(block_frames), left_(most_frames) {
+        for (boost::scoped_array<double>& block : blocks_) {
+            allocate(block, static_cast<std::size_t>(block_frames * source.info().channels),
+                     "block", "Common/stream/pump");
+        }
+    }
+
+    /** Begins to read the block after the one that wait has returned; that one stays as it is. */
+    void read_next() {
+        next_.samples = blocks_[next_.samples == blocks_[0].get() ? 1 : 0].get();
+        reading_.start([this] {
+            const long long wanted = std::min(left_, block_frames_);
+            next_.frames = wanted > 0 ? source_.read(next_.samples, wanted) : 0;
+            left_ -= next_.frames;
+        });
+    }
+
+    /** The block that was begun; no frames after the last. Throws what the source threw. */
+    Block wait() {
+        reading_.wait();
+        return next_;
+    }
+
+  private:
+    Source& source_;
+    long long block_frames_;
+    long long left_;
+    boost::scoped_array<double> blocks_[2];
+    Block next_{nullptr, 0};
+    HelperThread::Task reading_;  // the last member: it waits before the others go
+};
 
 template <class Advance>
 void run(Source& source,
@@ -26,20 +68,15 @@ void run(Source& source,
     const int channels = source.info().channels;
     const long long units = kBlockSamples / channels / unit_frames;
     const long long block_frames = std::max(1LL, units) * unit_frames;
-    boost::scoped_array<double> block;
-    allocate(block, static_cast<std::size_t>(block_frames) * static_cast<std::size_t>(channels),
-             "block", "Common/stream/pump");
+    BlockReader reader(source, block_frames, most_frames);
     FiniteGuard guard(source.name(), source.info(), source.position());
-    while (most_frames > 0) {
+    reader.read_next();
+    for (Block block = reader.wait(); block.frames > 0; block = reader.wait()) {
         check_cancelled();
-        const long long frames = source.read(block.get(), std::min(most_frames, block_frames));
-        if (frames <= 0) {
-            break;
-        }
-        guard.check(block.get(), frames * channels);
-        receiver.take(block.get(), frames);
-        advance(frames);
-        most_frames -= frames;
+        reader.read_next();
+        guard.check(block.samples, block.frames * channels);
+        receiver.take(block.samples, block.frames);
+        advance(block.frames);
     }
     receiver.end();
 }

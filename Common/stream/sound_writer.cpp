@@ -68,7 +68,7 @@ SoundWriter::SoundWriter(const SoundHandle& handle,
 
 void SoundWriter::take(double* samples, long long frames) {
     if (codec_.is_plain()) {
-        write(samples, frames);
+        write_plain(samples, frames);
         return;
     }
     for (long long done = 0; done < frames; done += piece_frames_) {
@@ -77,7 +77,10 @@ void SoundWriter::take(double* samples, long long frames) {
 }
 
 void SoundWriter::write(const double* samples, long long frames) {
-    const long long written = write_frames(samples, frames);
+    check(frames, sf_writef_double(handle_.get(), samples, frames));
+}
+
+void SoundWriter::check(long long frames, long long written) {
     if (written != frames) {
         on_failure_(
             {handle_, path_, frames * channels_, written * channels_, sf_strerror(handle_.get())});
@@ -85,18 +88,29 @@ void SoundWriter::write(const double* samples, long long frames) {
     frames_ += written;
 }
 
-long long SoundWriter::write_frames(const double* samples, long long frames) {
-    if (!codec_.is_plain()) {
-        return sf_writef_double(handle_.get(), samples, frames);
-    }
+/** The bytes of one block are on their way to the file while the next block is made. */
+void SoundWriter::write_plain(const double* samples, long long frames) {
+    std::vector<unsigned char>& bytes = bytes_[filling_];
     const std::size_t count = static_cast<std::size_t>(frames * channels_);
-    bytes_.resize(std::max(bytes_.size(), count * codec_.bytes()));
-    codec_.encode(samples, bytes_.data(), count);
-    const long long frame_bytes = static_cast<long long>(codec_.bytes()) * channels_;
-    return sf_write_raw(handle_.get(), bytes_.data(), frames * frame_bytes) / frame_bytes;
+    bytes.resize(std::max(bytes.size(), count * codec_.bytes()));
+    codec_.encode(samples, bytes.data(), count);
+    finish_plain();
+    filling_ = 1 - filling_;
+    plain_frames_ = frames;
+    writing_.start([this, &bytes, frames] {
+        const long long frame_bytes = static_cast<long long>(codec_.bytes()) * channels_;
+        plain_written_ =
+            sf_write_raw(handle_.get(), bytes.data(), frames * frame_bytes) / frame_bytes;
+    });
+}
+
+void SoundWriter::finish_plain() {
+    writing_.wait();
+    check(std::exchange(plain_frames_, 0), std::exchange(plain_written_, 0));
 }
 
 void SoundWriter::end() {
+    finish_plain();
     const int error = close_sound(handle_);
     const long long samples = frames_ * channels_;
     if (error != 0) {

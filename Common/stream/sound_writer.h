@@ -6,6 +6,7 @@
 
 #include "Common/audio/sample_codec.h"
 #include "Common/audio/sound_handle.h"
+#include "Common/stream/helper_thread.h"
 #include "Common/stream/stream.h"
 
 /** A sound file that did not take what was written to it. */
@@ -42,7 +43,9 @@ class SoundWriter : public stream::Receiver {
 
   private:
     void write(const double* samples, long long frames);
-    long long write_frames(const double* samples, long long frames);
+    void write_plain(const double* samples, long long frames);
+    void finish_plain();
+    void check(long long frames, long long written);
 
     SoundHandle handle_;
     std::string path_;
@@ -50,6 +53,10 @@ class SoundWriter : public stream::Receiver {
     long long piece_frames_;
     OnFailure on_failure_;
     SampleCodec codec_;
-    std::vector<unsigned char> bytes_;
+    std::vector<unsigned char> bytes_[2];  // one is filled while the other is written
+    int filling_ = 0;
+    long long plain_frames_ = 0;  // what is on its way, and how much of it arrived
+    long long plain_written_ = 0;
     long long frames_ = 0;
+    stream::HelperThread::Task writing_;  // the last member: it waits before the others go
 };
