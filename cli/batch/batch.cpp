@@ -172,6 +172,10 @@ void Batch::start(const Entry& entry) {
     job.scratch = fmt::format("{}{}", scratch_.path(), entry.index);
     job.options = options_;
     job.options.replace = entry.existing == Existing::Replace;
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        job.spare_processor = running_.size() + 1 + queue_.size() < jobs_;
+    }
     try {
         fs::create_directory(job.scratch);
         running_.push_back({entry, Clock::now(), std::make_unique<WorkerProcess>(job), -1, false});

@@ -5,11 +5,13 @@
 #include <chrono>
 #include <exception>
 #include <filesystem>
+#include <future>
 #include <memory>
 #include <string>
 #include <system_error>
 #include <vector>
 
+#include "Common/stream/helper_thread.h"
 #include "cli/audio/measure.h"
 #include "cli/engine/engine_run.h"
 #include "cli/engine/output_gate.h"
@@ -39,6 +41,7 @@ struct Work {
     std::vector<std::string> leveled;  // of each engine input; empty: the engine handed it back
     std::string audio;    // the newest form of the leveled audio; at the end the complete file
     bool changed = true;  // false: the engine handed every input back
+    std::future<Loudness> before;          // on its way, while the engine works
     std::function<void(double)> progress;  // of the stage, 0 to 1
 };
 
@@ -47,12 +50,30 @@ void probe(Work& work) {
     work.carrier->probe(work.facts);
 }
 
+void take_measurement(Work& work, const Loudness& before) {
+    work.facts.before = before;
+    if (before.sample_peak_dbfs > 0 && !work.job.output.empty()) {
+        work.facts.notes.push_back(
+            fmt::format("has peaks of {:+.1f} dBFS; what lies above 0 dBFS is cut off before "
+                        "leveling",
+                        before.sample_peak_dbfs));
+    }
+}
+
+/** Waits for a measurement under way and throws what went wrong with it. */
+void wait_for_measurement(Work& work) {
+    if (work.before.valid()) {
+        take_measurement(work, work.before.get());
+    }
+}
+
 void measure_before(Work& work) {
-    work.facts.before = measure(work.carrier->readable(work.job.input), work.progress);
-    const double peak = work.facts.before->sample_peak_dbfs;
-    if (peak > 0 && !work.job.output.empty()) {
-        work.facts.notes.push_back(fmt::format(
-            "has peaks of {:+.1f} dBFS; what lies above 0 dBFS is cut off before leveling", peak));
+    const std::string file = work.carrier->readable(work.job.input);
+    if (work.job.spare_processor && !work.job.output.empty()) {
+        work.before =
+            std::async(std::launch::async, [file] { return measure(file, [](double) {}); });
+    } else {
+        take_measurement(work, measure(file, work.progress));
     }
 }
 
@@ -82,10 +103,17 @@ void level_sound(Work& work, std::size_t index) {
 }
 
 void level(Work& work) {
+    stream::HelperThread::use(work.job.spare_processor);
     work.changed = false;
-    for (std::size_t i = 0; i < work.engine_inputs.size(); ++i) {
-        level_sound(work, i);
+    try {
+        for (std::size_t i = 0; i < work.engine_inputs.size(); ++i) {
+            level_sound(work, i);
+        }
+    } catch (...) {
+        wait_for_measurement(work);  // a file that cannot be read through is the cause to tell
+        throw;
     }
+    wait_for_measurement(work);
     work.facts.outcome = work.changed ? Outcome::Leveled : Outcome::Copied;
     if (!work.changed) {
         work.audio = work.job.input;
@@ -243,7 +271,7 @@ void run_stages(Work& work, const std::function<void(double)>& progress) {
 
 FileFacts work_on(const Job& job, const std::function<void(double)>& progress) {
     const auto start = std::chrono::steady_clock::now();
-    Work work{job, {}, nullptr, {}, {}, "", true, nullptr};
+    Work work{job, {}, nullptr, {}, {}, "", true, {}, nullptr};
     work.facts.input = job.input;
     work.facts.output = job.output;
     try {

@@ -31,12 +31,13 @@ NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(JobOptions,
 /** What a worker process is told to do with one file. Paths are absolute. */
 struct Job {
     std::string input;
-    std::string output;   // empty: measure only
-    std::string scratch;  // a directory of its own, which exists
+    std::string output;            // empty: measure only
+    std::string scratch;           // a directory of its own, which exists
+    bool spare_processor = false;  // one is free for reading ahead and measuring meanwhile
     JobOptions options;
 };
 
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Job, input, output, scratch, options)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Job, input, output, scratch, spare_processor, options)
 
 /**
  * How a worker is started: the program with kWorkerWord alone. It reads its job from
