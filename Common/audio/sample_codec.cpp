@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <cstring>
 
-#include "Common/wide_loops.h"
+#include "Common/audio/wide_loops.h"
 
 #ifdef __SSE2__
 #include <emmintrin.h>
