@@ -102,7 +102,8 @@ int smooth_file(const Args& args) {
     if (SmoothGains1(gains.data(), forward.data(), n, args.attack_increasing) != 0) {
         return log_failure(kSource, __LINE__, "Error in SmoothGains1()");
     }
-    // On reversed time a fall is a rise: its ramp then ends where the drop is, and so begins before.
+    // On reversed time a fall is a rise: its ramp then ends where the drop is, and so begins
+    // before.
     ReverseArray(gains.data(), n);
     SmoothGains1(gains.data(), backward.data(), n, args.attack_decreasing);
     for (unsigned int i = 0; i < n; ++i) {

@@ -5,12 +5,13 @@
 #include <string>
 
 /**
- * The text of what a command line's parser threw. The option library makes it by putting values into
- * a template for as long as it finds a placeholder, which never ends when a value (a word of the
- * command line, a line of an options file) holds its own, such as "%value%": its percent signs are
- * kept out of that and put back afterwards.
+ * The text of what a command line's parser threw. The option library makes it by putting values
+ * into a template for as long as it finds a placeholder, which never ends when a value (a word of
+ * the command line, a line of an options file) holds its own, such as "%value%": its percent signs
+ * are kept out of that and put back afterwards.
  */
 std::string text_of_option_error(std::exception& failure);
 
-/** Opens an options file for reading; false when it is missing or no file, a folder for instance. */
+/** Opens an options file for reading; false when it is missing or no file, a folder for instance.
+ */
 bool open_options_file(const std::string& path, std::ifstream& file);

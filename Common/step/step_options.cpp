@@ -77,8 +77,7 @@ ParseResult StepOptions::parse_throwing(int argc, const char* const* argv) {
         boost::system::error_code ignored;
         if (open_options_file(path, file)) {
             po::store(po::parse_config_file(file, all), values_);
-        } else if (options_file_rule_ == kMustOpen ||
-                   boost::filesystem::exists(path, ignored)) {
+        } else if (options_file_rule_ == kMustOpen || boost::filesystem::exists(path, ignored)) {
             return {ParseResult::kUnreadableOptionsFile, "error opening " + path};
         }
     }

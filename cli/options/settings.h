@@ -27,23 +27,23 @@ class UsageError : public std::runtime_error {
 struct Settings {
     std::vector<std::string> paths;  // files and folders, as named
     std::string suffix = "-leveled";
-    std::string output;       // empty: named by the suffix
-    std::string output_dir;   // empty: beside the input
-    unsigned jobs = 1;        // files worked on at the same time
-    bool force = false;       // replace outputs that exist
-    bool keep_mtime = false;  // the output gets the input's modification time
-    bool strict = false;      // an input that is cut short fails
-    int audio_stream = 0;     // of a media file, counted from 1; 0: the default one
-    std::string audio_codec;  // for a media file's new sound; empty: the source's
-    bool dry_run = false;     // tell, and touch nothing
-    bool analyze = false;     // measure, and write no audio
-    bool measure = true;      // before and after leveling
+    std::string output;                     // empty: named by the suffix
+    std::string output_dir;                 // empty: beside the input
+    unsigned jobs = 1;                      // files worked on at the same time
+    bool force = false;                     // replace outputs that exist
+    bool keep_mtime = false;                // the output gets the input's modification time
+    bool strict = false;                    // an input that is cut short fails
+    int audio_stream = 0;                   // of a media file, counted from 1; 0: the default one
+    std::string audio_codec;                // for a media file's new sound; empty: the source's
+    bool dry_run = false;                   // tell, and touch nothing
+    bool analyze = false;                   // measure, and write no audio
+    bool measure = true;                    // before and after leveling
     std::vector<std::string> destinations;  // words of --for; one of them unless analyzing
-    std::string report;       // HTML page or folder; empty: none
-    bool listen = true;       // excerpts in the report
-    std::string json;         // file, "-" for the standard output; empty: none
-    bool quiet = false;       // errors only
-    bool verbose = false;     // the engine's messages as well
+    std::string report;                     // HTML page or folder; empty: none
+    bool listen = true;                     // excerpts in the report
+    std::string json;                       // file, "-" for the standard output; empty: none
+    bool quiet = false;                     // errors only
+    bool verbose = false;                   // the engine's messages as well
     When color = When::Auto;
     When progress = When::Auto;
     std::vector<std::string> tuning;  // words for the engine: "--segment-tolerance=3", ...

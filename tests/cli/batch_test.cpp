@@ -85,8 +85,9 @@ class Batch : public testing::Test {
             return run_program("cd " + dir_.path() +
                                " && echo $$ >pid && exec " QUORVANE " -j2 -d out in");
         });
-        ASSERT_TRUE(
-            soon([&] { return run_program("find " + dir_ / "tmp" + " -path '*/engine/_*'").out != ""; }));
+        ASSERT_TRUE(soon([&] {
+            return run_program("find " + dir_ / "tmp" + " -path '*/engine/_*'").out != "";
+        }));
         parent_ = std::stoi(read_text(dir_ / "pid"));
         std::istringstream out(run_program("pgrep -P " + std::to_string(parent_)).out);
         workers_.assign(std::istream_iterator<pid_t>(out), {});

@@ -172,7 +172,8 @@ TEST_F(Files, OutputsAmongTheInputsArePassedOver) {
     // A link that leads to an input is no output of its own.
     fs::remove(dir_ / "a-leveled.wav");
     fs::create_symlink("b-leveled.wav", dir_ / "a-leveled.wav");
-    EXPECT_THAT(planned(Settings(), {"a.wav", "b-leveled.wav"}), HasSubstr("same file as the input"));
+    EXPECT_THAT(planned(Settings(), {"a.wav", "b-leveled.wav"}),
+                HasSubstr("same file as the input"));
 }
 
 TEST_F(Files, ReportsAndJsonReplaceOnlyTheirOwnKind) {

@@ -10,10 +10,11 @@ namespace fuzz {
 
 namespace {
 
-/** Made in memory where the system has such a place: a fuzzer writes thousands of files a second. */
+/** Made in memory where the system has such a place: a fuzzer writes thousands of files a second.
+ */
 std::string make_folder() {
-    std::string name = std::filesystem::exists("/dev/shm") ? "/dev/shm/fuzz-XXXXXX"
-                                                           : "/tmp/fuzz-XXXXXX";
+    std::string name =
+        std::filesystem::exists("/dev/shm") ? "/dev/shm/fuzz-XXXXXX" : "/tmp/fuzz-XXXXXX";
     if (mkdtemp(&name[0]) == nullptr) {
         std::perror(name.c_str());
         std::abort();
@@ -24,6 +25,7 @@ std::string make_folder() {
 /** Removes the folder when the process ends, but not in a copy that a crash handler forked. */
 struct Folder {
     Folder() : path(make_folder()), owner(getpid()) {}
+
     Folder(const Folder&) = delete;
     Folder& operator=(const Folder&) = delete;
 

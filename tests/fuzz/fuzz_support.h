@@ -6,9 +6,9 @@
 #include <vector>
 
 /**
- * What the fuzzers share: a folder in memory that goes with the process, files of arbitrary bytes in
- * it, and command lines cut from arbitrary bytes. libFuzzer calls each target again and again in one
- * process, so nothing here may grow with the number of calls.
+ * What the fuzzers share: a folder in memory that goes with the process, files of arbitrary bytes
+ * in it, and command lines cut from arbitrary bytes. libFuzzer calls each target again and again in
+ * one process, so nothing here may grow with the number of calls.
  */
 namespace fuzz {
 

@@ -1,7 +1,8 @@
 /*
- * Arbitrary doubles into the segmentation: NaN, infinities, huge and denormal values among them. The
- * text that it gets is what the step before would write; each breakpoint that comes out is an index
- * into the values, and there is a fitted level for each value of the chunks that were worked on.
+ * Arbitrary doubles into the segmentation: NaN, infinities, huge and denormal values among them.
+ * The text that it gets is what the step before would write; each breakpoint that comes out is an
+ * index into the values, and there is a fitted level for each value of the chunks that were worked
+ * on.
  */
 #include <cmath>
 #include <cstdlib>

@@ -17,10 +17,10 @@ namespace {
 
 /** Half a second of a saw wave, 8 kHz, 16 bits: a sound for the text to be about. */
 std::string sound() {
-    std::vector<std::uint8_t> bytes = {'R', 'I', 'F', 'F', 0x64, 0x1F, 0, 0, 'W', 'A', 'V', 'E',
-                                       'f', 'm', 't', ' ', 16,   0,    0, 0, 1,   0,   1,   0,
-                                       0x40, 0x1F, 0, 0, 0x80, 0x3E, 0, 0, 2, 0, 16, 0,
-                                       'd', 'a', 't', 'a', 0x40, 0x1F, 0, 0};
+    std::vector<std::uint8_t> bytes = {'R', 'I', 'F',  'F',  0x64, 0x1F, 0,    0,    'W',  'A', 'V',
+                                       'E', 'f', 'm',  't',  ' ',  16,   0,    0,    0,    1,   0,
+                                       1,   0,   0x40, 0x1F, 0,    0,    0x80, 0x3E, 0,    0,   2,
+                                       0,   16,  0,    'd',  'a',  't',  'a',  0x40, 0x1F, 0,   0};
     for (int i = 0; i < 4000; ++i) {
         bytes.push_back(0);
         bytes.push_back(static_cast<std::uint8_t>(i));
