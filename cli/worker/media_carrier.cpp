@@ -8,6 +8,7 @@
 
 #include "cli/audio/sound_file.h"
 #include "cli/media/remux.h"
+#include "cli/metadata/media_tags.h"
 
 namespace cli {
 namespace fs = std::filesystem;
@@ -17,6 +18,8 @@ namespace {
 /** Frames that a codec's block may add or take at a sound's ends. */
 constexpr std::int64_t kBlockFrames = 2048;
 constexpr std::int64_t kClockNs = 2000000;  // two roundings of a container that counts in ms
+
+constexpr std::int64_t kAacBlock = 1024;  // also the delay of the encoder
 
 constexpr double kAllDone = 1;
 
@@ -125,7 +128,26 @@ std::string MediaCarrier::encode(const std::vector<std::string>& leveled,
 }
 
 std::string MediaCarrier::add_metadata(const std::string& encoded, const Loudness* /*after*/) {
+    copy_media_tags(job_.input, encoded, file_.muxer, gapless());
     return encoded;
+}
+
+/**
+ * For audio-only MP4 with AAC, what players of such files look for: samples before the sound,
+ * behind it, and in it, as hexadecimal numbers.
+ */
+std::string MediaCarrier::gapless() const {
+    const bool whole = file_.muxer == "ipod" && file_.layout.fragments == 0 && leveled_.front();
+    if (!whole || file_.sounds.front().codec_name != "aac" || !job_.options.audio_codec.empty() ||
+        before_.front().timeline.marks().size() > 1 || before_.front().timeline.time_of(0) != 0) {
+        return "";
+    }
+    const std::int64_t frames = before_.front().frames;
+    const std::int64_t over = (kAacBlock + frames) % kAacBlock;
+    return fmt::format(
+        " 00000000 {:08X} {:08X} {:016X} 00000000 00000000 00000000 00000000 00000000"
+        " 00000000 00000000 00000000",
+        kAacBlock, over ? kAacBlock - over : 0, frames);
 }
 
 void MediaCarrier::decode_result(const std::string& complete) {
@@ -160,6 +182,7 @@ void MediaCarrier::check(const std::string& complete, FileFacts& facts) {
     if (after_.empty()) {
         decode_result(complete);
     }
+    media::probe_media(complete, {});  // readable still, now that its tags are in
     for (std::size_t i = 0; i < after_.size(); ++i) {
         if (leveled_[i]) {
             check_sound(i);

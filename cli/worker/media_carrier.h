@@ -34,6 +34,7 @@ class MediaCarrier : public Carrier {
     void check(const std::string& complete, FileFacts& facts) override;
 
   private:
+    std::string gapless() const;
     void describe(FileFacts& facts) const;
     void decode_result(const std::string& complete);
     void check_sound(std::size_t index) const;

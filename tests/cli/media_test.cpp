@@ -1,4 +1,5 @@
 #include <gmock/gmock.h>
+#include <taglib/mp4file.h>
 
 #include <algorithm>
 #include <cmath>
@@ -152,7 +153,8 @@ std::set<std::string> facts(const std::string& path) {
                        [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
         const auto has = [&](const char* text) { return lower.find(text) != std::string::npos; };
         if (!has("encoder") && !has("tags.duration") && !has("tags.software") &&
-            !has("handler_name") && !has("minor_version") && !has("compatible_brands")) {
+            !has("handler_name") && !has("minor_version") && !has("compatible_brands") &&
+            !has("itunsmpb")) {
             kept.insert(line);
         }
     }
@@ -355,6 +357,52 @@ TEST_F(Containers, SayWhyNot) {
     write_text(changing, read_text(parts_.make("a.aac", "-map 1:a -c:a aac")) +
                              read_text(parts_.make("b.aac", "-map 1:a -ar 22050 -c:a aac")));
     EXPECT_THAT(refusal(changing), HasSubstr("changes from 48000 Hz, 1 channels to 22050 Hz"));
+}
+
+std::string big_endian(std::size_t value) {
+    return {static_cast<char>(value >> 24), static_cast<char>(value >> 16),
+            static_cast<char>(value >> 8), static_cast<char>(value)};
+}
+
+TEST_F(Containers, RefuseTheAbsurd) {
+    // The track ten thousand times; the index stands behind the data, so no offset changes.
+    std::string many = read_text(parts_.make("many.m4a", "-map 1:a -map_chapters -1 -c:a alac"));
+    const std::size_t index = many.find("moov") - 4;
+    const std::size_t track = many.find("trak", index) - 4;
+    const std::size_t length = many.find("udta", track) - 4 - track;
+    const std::string copy = many.substr(track, length);
+    for (int i = 0; i < 10000; ++i) {
+        many.insert(track, copy);
+    }
+    many.replace(index, 4, big_endian(many.size() - index));
+    write_text(parts_ / "tracks.m4a", many);
+    EXPECT_THAT(refusal(parts_ / "tracks.m4a"), HasSubstr("more than 100 streams"));
+
+    // Matroska's duration, a double of so many ms: 1e12.
+    std::string ages = read_text(parts_.make("in.mka", "-map 1:a -c:a libopus"));
+    const std::size_t duration = ages.find("\x44\x89\x88");
+    ASSERT_NE(std::string::npos, duration);
+    ages.replace(duration + 3, 8, std::string("\x42\x6d\x1a\x94\xa2\0\0\0", 8));
+    write_text(parts_ / "ages.mka", ages);
+    EXPECT_THAT(refusal(parts_ / "ages.mka"), HasSubstr("claims to last 11574 days"));
+}
+
+TEST_F(Containers, KeepFreeTagsOfMp4AndTellItsPadding) {
+    const std::string input = parts_.make("in.m4a", "-map 1:a -c:a aac");
+    const std::string kName = "----:com.apple.iTunes:";
+    {
+        TagLib::MP4::File file(input.c_str());
+        file.tag()->setItem(kName + "Recorder", TagLib::StringList("Täpe 7"));
+        file.tag()->setItem(kName + "replaygain_track_gain", TagLib::StringList("-3 dB"));
+        ASSERT_TRUE(file.save());
+    }
+    TagLib::MP4::File file(level(input).c_str());
+    EXPECT_EQ(TagLib::String("Täpe 7"),
+              file.tag()->item(kName + "Recorder").toStringList().toString());
+    EXPECT_FALSE(file.tag()->contains(kName + "replaygain_track_gain"));
+    // 6 s at 48 kHz are 288000 = 0x46500 samples, 281 blocks of 1024 and 256: 768 are padding.
+    EXPECT_THAT(file.tag()->item(kName + "iTunSMPB").toStringList().toString().to8Bit(),
+                HasSubstr(" 00000000 00000400 00000300 0000000000046500 "));
 }
 
 #ifdef __linux__

@@ -1,0 +1,88 @@
+#include "cli/metadata/media_tags.h"
+
+#include <taglib/asffile.h>
+#include <taglib/mp4file.h>
+
+#include <filesystem>
+#include <stdexcept>
+
+#include "cli/metadata/outer_tags.h"
+#include "cli/metadata/player_gains.h"
+
+namespace cli {
+namespace {
+
+void save(bool saved, const char* what) {
+    if (!saved) {
+        throw std::runtime_error(std::string("the tags could not be written: ") + what);
+    }
+}
+
+void copy_mp4(const std::string& from, const std::string& to, const std::string& gapless) {
+    constexpr const char* kGapless = "----:com.apple.iTunes:iTunSMPB";
+    TagLib::MP4::File old_file(from.c_str(), false);
+    TagLib::MP4::File new_file(to.c_str(), false);
+    if (!old_file.isValid() || !new_file.isValid() || !old_file.tag() || !new_file.tag()) {
+        return;
+    }
+    TagLib::MP4::Tag& tag = *new_file.tag();
+    bool changed = !gapless.empty();
+    for (const auto& [name, item] : old_file.tag()->itemMap()) {
+        const std::string last = name.substr(static_cast<unsigned>(name.rfind(":") + 1)).to8Bit();
+        if (!tag.contains(name) && name != kGapless && !is_player_gain(last)) {
+            tag.setItem(name, item);
+            changed = true;
+        }
+    }
+    if (!gapless.empty()) {
+        tag.setItem(kGapless, TagLib::MP4::Item(TagLib::StringList(gapless)));
+    }
+    // Saving may move all that lies behind the tags.
+    if (changed) {
+        save(new_file.save(), "MP4 items");
+    }
+}
+
+void copy_asf(const std::string& from, const std::string& to) {
+    constexpr const char* kPicture = "WM/Picture";
+    TagLib::ASF::File old_file(from.c_str(), false);
+    TagLib::ASF::File new_file(to.c_str(), false);
+    if (old_file.isValid() && new_file.isValid() && old_file.tag()->contains(kPicture)) {
+        new_file.tag()->setAttribute(kPicture, old_file.tag()->attribute(kPicture));
+        save(new_file.save(), "ASF pictures");
+    }
+}
+
+/** The old file's tags, byte for byte, in place of those that the muxer made of them. */
+void copy_outer(const std::string& from, const std::string& to) {
+    const std::string tagged = to + ".tagged";
+    {
+        ByteFile old_file(from, "rb");
+        ByteFile file(to, "rb");
+        ByteFile out(tagged, "wb");
+        const AudioRange old_audio = audio_between_tags(old_file);
+        const AudioRange audio = audio_between_tags(file);
+        copy_tags_before(old_file, old_audio, out);
+        copy_bytes(file, audio.begin, audio.end, out);
+        copy_tags_behind(old_file, old_audio, out);
+        out.close();
+    }
+    std::filesystem::rename(tagged, to);
+}
+
+}  // namespace
+
+void copy_media_tags(const std::string& from,
+                     const std::string& to,
+                     const std::string& muxer,
+                     const std::string& gapless) {
+    if (muxer == "ipod" || muxer == "mp4") {
+        copy_mp4(from, to, gapless);
+    } else if (muxer == "asf") {
+        copy_asf(from, to);
+    } else if (muxer == "adts" || muxer == "wv" || muxer == "tta") {
+        copy_outer(from, to);
+    }
+}
+
+}  // namespace cli
