@@ -12,6 +12,7 @@
 #include "Common/bins/walls.h"
 #include "Common/files/same_file.h"
 #include "Common/loud_reduction/LoudReductionArgs.h"
+#include "Common/reporting/findings.h"
 #include "Common/ss_util.h"
 #include "Common/stream/sound_source.h"
 #include "Common/stream/sound_writer.h"
@@ -27,6 +28,7 @@
  *     level(bin)      what is held against the threshold: the bin's peak or its RMS, linear
  *     kSource         the source path in allocation messages
  *     kMeasure, kApply  progress ranges
+ *     kFoundLevel, kFoundThreshold  where the findings keep the two levels, dB
  *     warn(text)      says that a setting was changed
  */
 template <class Rule>
@@ -70,6 +72,8 @@ class LoudReduction {
             throw step_errors::sf_input_silent_error<Step>(args_.sound_file_in);
         }
         threshold_ = mean_rms_ * level_diff_;
+        findings().*Rule::kFoundLevel = linear_to_db(mean_rms_);
+        findings().*Rule::kFoundThreshold = linear_to_db(threshold_);
         AdjustGains();
         SmoothGains(1.0);
         PeakNormalize(1.0);

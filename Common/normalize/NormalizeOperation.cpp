@@ -12,6 +12,7 @@
 #include "Common/files/same_file.h"
 #include "Common/normalize/MainIterationLoop.h"
 #include "Common/normalize/normalize.h"
+#include "Common/reporting/findings.h"
 #include "Common/reporting/log.h"
 #include "Common/reporting/progress.h"
 #include "Common/ss_util.h"
@@ -76,7 +77,13 @@ void NormalizeOperation::Execute() {
     result_.error_db = loop.last_error_db();
     result_.gain = loop.last_gain();
     result_.within_tolerance = loop.within_tolerance();
+    LevelFindings& found = findings();
+    found.normalize_level_db = linear_to_db(overall_level_);
+    found.target_level_db = args_.target_level_db;
+    found.fit_error_db = result_.error_db;
+    found.fit_gain = result_.gain;
     ApplyGains();
+    found.held_samples = result_.held_samples;
 }
 
 double NormalizeOperation::InitializeBinArray() {

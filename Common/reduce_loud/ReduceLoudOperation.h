@@ -14,6 +14,8 @@ struct PassageRule {
     static constexpr const char* kSource = "Common/reduce_loud/ReduceLoudOperation";
     static constexpr progress_range::Range kMeasure = progress_range::kLoudMeasure;
     static constexpr progress_range::Range kApply = progress_range::kLoudApply;
+    static constexpr double LevelFindings::*kFoundLevel = &LevelFindings::loud_level_db;
+    static constexpr double LevelFindings::*kFoundThreshold = &LevelFindings::loud_threshold_db;
 
     static double level(const CBin& bin) { return bin.rms; }
 

@@ -16,6 +16,9 @@ struct PeakRule {
     static constexpr const char* kSource = "Common/reduce_loud_peak/ReduceLoudOperation";
     static constexpr progress_range::Range kMeasure = progress_range::kLoudPeakMeasure;
     static constexpr progress_range::Range kApply = progress_range::kLoudPeakApply;
+    static constexpr double LevelFindings::*kFoundLevel = &LevelFindings::loud_peak_level_db;
+    static constexpr double LevelFindings::*kFoundThreshold =
+        &LevelFindings::loud_peak_threshold_db;
 
     static double level(const CBin& bin) { return bin.peak; }
 

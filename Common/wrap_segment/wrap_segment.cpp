@@ -10,6 +10,7 @@
 #include "Common/files/cue_list.h"
 #include "Common/files/same_file.h"
 #include "Common/files/series.h"
+#include "Common/reporting/findings.h"
 #include "Common/reporting/log.h"
 #include "Common/segment/segment.h"
 #include "Common/units.h"
@@ -88,7 +89,9 @@ int wrap_segment(std::string rmsFile,
     if (levels_db.empty()) {
         return log_failure(kSource, __LINE__, "error: no levels in " + rmsFile);
     }
-    const LoudBins loud = bins_above(levels_db, average_level_db(levels_db) + quietDelta);
+    const double threshold_db = average_level_db(levels_db) + quietDelta;
+    findings().segment_threshold_db = threshold_db;
+    const LoudBins loud = bins_above(levels_db, threshold_db);
     if (loud.indices.empty()) {
         return log_failure(kSource, __LINE__,
                            "error: no level in " + rmsFile + " is above the threshold");
