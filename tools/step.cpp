@@ -18,6 +18,7 @@
 #include "Common/apply_gains/ag_common.h"
 #include "Common/calc_rms/calc_rms.h"
 #include "Common/calculate_gains/calculate_gains.h"
+#include "Common/files/same_file.h"
 #include "Common/gate/gate.h"
 #include "Common/highpass/highpass.h"
 #include "Common/normalize/normalize.h"
@@ -59,16 +60,20 @@ int ignore_progress(void* /*context*/, float /*fraction*/) {
     return 0;
 }
 
+/** Prints the level that the driver would take from step 1, with all its digits. */
 int run_highpass(int argc, const char** argv) {
     const double level_db = highpass::_tmain(argc, argv);
     std::printf("%.17g\n", level_db);
     return level_db < 0.0 ? 0 : 1;
 }
 
+/** The engine of step 6 alone: a series in, its fit and its breakpoints out. */
 int run_segment(int argc, const char** argv) {
     if (argc < 4) {
         return usage("segment needs three files");
     }
+    require_other_file(argv[1], argv[2]);
+    require_other_file(argv[1], argv[3]);
     std::ifstream values(argv[1]);
     if (!values) {
         std::cerr << "quorvane-step: cannot open " << argv[1] << std::endl;
@@ -80,7 +85,15 @@ int run_segment(int argc, const char** argv) {
     std::ofstream breaks(argv[3]);
     std::vector<const char*> words{argv[0]};
     words.insert(words.end(), argv + 4, argv + argc);
-    return segment::_tmain(static_cast<int>(words.size()), words.data(), text.str(), fit, breaks);
+    const int result =
+        segment::_tmain(static_cast<int>(words.size()), words.data(), text.str(), fit, breaks);
+    fit.close();
+    breaks.close();
+    if (result == 0 && !(fit && breaks)) {
+        std::cerr << "quorvane-step: cannot write " << argv[fit ? 3 : 2] << std::endl;
+        return 1;
+    }
+    return result;
 }
 
 /** Sets the tuning values of the segmentation. Throws boost::program_options::error. */
@@ -105,6 +118,7 @@ void set_segment_options(int count, const char* const* words) {
     po::notify(values);
 }
 
+/** Step 6. The two texts that it does not read are left empty. */
 int run_wrap_segment(int argc, const char** argv) {
     if (argc < 6) {
         return usage("wrap_segment needs five arguments");
@@ -115,6 +129,7 @@ int run_wrap_segment(int argc, const char** argv) {
         boost::lexical_cast<int>(argv[4]), boost::lexical_cast<double>(argv[5]));
 }
 
+/** Step 9 has no command line of its own. Its failures are exceptions, which main reports. */
 int run_apply_gains(int argc, const char** argv) {
     if (argc != 5) {
         return usage("apply_gains needs four arguments");

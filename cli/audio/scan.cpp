@@ -20,18 +20,23 @@ Scan scan(const std::string& path) {
     std::vector<float> block(static_cast<std::size_t>(kBlockFrames) *
                              static_cast<std::size_t>(file.channels()));
     Scan result;
+    double sum = 0;
     for (sf_count_t got = 0; (got = file.readf(block.data(), kBlockFrames)) > 0;) {
         const auto end = block.begin() + got * file.channels();
         float peak = 0;
         for (auto sample = block.begin(); sample != end; ++sample) {
             result.finite = result.finite && std::isfinite(*sample);
             peak = std::max(peak, std::fabs(*sample));
+            sum += static_cast<double>(*sample) * static_cast<double>(*sample);
         }
         result.peak = std::max(result.peak, static_cast<double>(peak));
         result.frames += got;
     }
     if (file.error()) {
         throw std::runtime_error(file.strError());
+    }
+    if (result.frames > 0) {
+        result.rms = std::sqrt(sum / static_cast<double>(result.frames * file.channels()));
     }
     return result;
 }

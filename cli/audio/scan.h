@@ -14,6 +14,7 @@ namespace cli {
 struct Scan {
     std::int64_t frames = 0;
     double peak = 0;     // greatest absolute sample, linear
+    double rms = 0;      // over all samples of all channels, linear
     bool finite = true;  // no sample is infinite or not a number
 };
 

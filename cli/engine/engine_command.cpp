@@ -3,7 +3,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <boost/filesystem.hpp>
 #include <csignal>
 #include <cstdio>
@@ -94,6 +93,7 @@ void set_up_signals() {
     signal(SIGPIPE, SIG_IGN);
 }
 
+/** Runs where the engine hands its last file over: nothing has been written to the folder yet. */
 void deliver(const std::string& input, const std::string& final_file, const std::string& output) {
     cli::require_sound_output(input, final_file);
     cli::StagedOutput staged(output);
@@ -103,6 +103,8 @@ void deliver(const std::string& input, const std::string& final_file, const std:
         chmod(staged.path().c_str(), status.st_mode & 0777);  // no more open than the input
     }
     staged.commit(true);
+    boost::system::error_code ignored;
+    fs::remove(final_file, ignored);  // it is to be moved: nothing of it stays among kept files
 }
 
 int level(EngineWords& words, HeldWords& held) {
@@ -132,6 +134,12 @@ std::string cause_of(const LevelOutcome& outcome, const EngineWords& words, cons
     return cause;
 }
 
+/** Of a recording whose level could not be reached without it. */
+std::string held_note() {
+    const long long held = levelFindings()->held_samples;
+    return held > 0 ? ": " + std::to_string(held) + " samples are held at full scale" : "";
+}
+
 /** Returns the program's status. */
 int tell(const EngineWords& words, int result, const HeldWords& held) {
     const LevelOutcome& outcome = *levelOutcome();
@@ -153,7 +161,7 @@ int tell(const EngineWords& words, int result, const HeldWords& held) {
                           << std::endl;
                 return kFailure;
             }
-            std::cout << words.input << ": leveled, " << words.output << std::endl;
+            std::cout << words.input << ": leveled, " << words.output << held_note() << std::endl;
             return result;
         default:
             std::cout << words.input << ": copied unchanged, " << words.output << ": "
@@ -162,6 +170,7 @@ int tell(const EngineWords& words, int result, const HeldWords& held) {
     }
 }
 
+/** What needs no work comes first: a wrong path must not be found after an hour. */
 int run(std::vector<std::string> arguments) {
     EngineWords words = read_engine_words(std::move(arguments));
     if (!words.output.empty()) {
@@ -191,15 +200,7 @@ int run(std::vector<std::string> arguments) {
 
 int run_engine_command(int argc, char** argv) {
     try {
-        std::vector<std::string> words(argv, argv + argc);
-        // "--input-file= --help" asks for this command line's help; alone it has a value missing.
-        const auto is_help = [](const std::string& word) {
-            return word == "--help" || word == "-h";
-        };
-        if (std::any_of(words.begin(), words.end(), is_help)) {
-            words.erase(std::remove(words.begin(), words.end(), "--input-file="), words.end());
-        }
-        return run(words);
+        return run({argv, argv + argc});
     } catch (const std::exception& failure) {
         std::cerr << "quorvane: " << failure.what() << std::endl;
         return kFailure;

@@ -8,6 +8,7 @@ namespace po = boost::program_options;
 
 namespace {
 
+/** Both forms that the option library knows, "--name value" and "--name=value". */
 std::string take_keep_intermediates(std::vector<std::string>& words) {
     const std::string name = "--keep-intermediates";
     for (std::size_t i = 1; i < words.size(); ++i) {

@@ -2,46 +2,27 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <cstdlib>
 #include <stdexcept>
-#include <vector>
 
 #include "Common/level.h"
 #include "Common/units.h"
+#include "cli/audio/scan.h"
 #include "cli/audio/sound_file.h"
 
 namespace cli {
 namespace {
 
-constexpr sf_count_t kBlockFrames = 8192;
 // Quiet bins are not limited, so that a click in a pause may pass the ceiling in a float file. What
 // passes full scale by more than this is no click: the level has run away.
 constexpr double kHighestPeak = 2.0;
-constexpr double kMostFitError_db = 6.0;
+// The target is a level of the louder bins alone, so that the whole stays below it.
+constexpr double kHighestAboveTarget_db = 6.0;
+constexpr double kUsualTarget_db = -18.0;
 
-/** Reads to the end; returns the frames that are there, peak receives the largest sample. */
-sf_count_t read_through(SndfileHandle& file, double& peak) {
-    std::vector<double> block(static_cast<std::size_t>(kBlockFrames * file.channels()));
-    sf_count_t frames = 0;
-    for (sf_count_t got = 0; (got = file.readf(block.data(), kBlockFrames)) > 0; frames += got) {
-        for (sf_count_t i = 0; i < got * file.channels(); ++i) {
-            const double sample = std::fabs(block[static_cast<std::size_t>(i)]);
-            if (!std::isfinite(sample)) {
-                throw std::runtime_error("the leveled file holds samples that are no numbers");
-            }
-            peak = std::max(peak, sample);
-        }
-    }
-    if (file.error() != SF_ERR_NO_ERROR) {
-        throw std::runtime_error(
-            fmt::format("the leveled file cannot be read back: {}", file.strError()));
-    }
-    return frames;
-}
-
-void require_length(sf_count_t before, sf_count_t after, int rate_hz) {
+void require_length(std::int64_t before, std::int64_t after, int rate_hz) {
     if (before == after) {
         return;
     }
@@ -54,14 +35,16 @@ void require_length(sf_count_t before, sf_count_t after, int rate_hz) {
         static_cast<double>(after) / rate, static_cast<double>(before) / rate));
 }
 
-void require_no_runaway(double peak) {
+void require_no_runaway(const Scan& output) {
     const LevelFindings* found = levelFindings();
-    if (peak > kHighestPeak || (found != nullptr && found->fit_error_db > kMostFitError_db)) {
-        throw std::runtime_error(
-            fmt::format("its level ran away, to a peak of {:+.1f} dBFS, so nothing was written: "
-                        "clicks in quiet "
-                        "passages keep the target level out of reach",
-                        linear_to_db(peak)));
+    const bool known = found != nullptr && !std::isnan(found->target_level_db);
+    const double target_db = known ? found->target_level_db : kUsualTarget_db;
+    if (output.peak > kHighestPeak ||
+        output.rms > db_to_linear(target_db + kHighestAboveTarget_db)) {
+        throw std::runtime_error(fmt::format(
+            "its level ran away, to {:+.1f} dBFS with a peak of {:+.1f} dBFS, so nothing was "
+            "written: clicks in quiet passages keep the target level out of reach",
+            linear_to_db(output.rms), linear_to_db(output.peak)));
     }
 }
 
@@ -69,13 +52,18 @@ void require_no_runaway(double peak) {
 
 void require_sound_output(const std::string& input, const std::string& output) {
     const SndfileHandle before = open_to_read(input);
-    SndfileHandle after = open_to_read(output);
+    const SndfileHandle after = open_to_read(output);
     if (before.samplerate() != after.samplerate() || before.channels() != after.channels()) {
         throw std::runtime_error("the leveled file does not have the format of its input");
     }
-    double peak = 0.0;
-    require_length(before.frames(), read_through(after, peak), before.samplerate());
-    require_no_runaway(peak);
+    const Scan scanned = scan(output);
+    if (!scanned.finite) {
+        throw std::runtime_error("the leveled file holds samples that are no numbers");
+    }
+    // A stream that was cut short has no length in its header.
+    require_length(is_known_length(before.frames()) ? before.frames() : scan(input).frames,
+                   scanned.frames, before.samplerate());
+    require_no_runaway(scanned);
 }
 
 }  // namespace cli

@@ -181,6 +181,7 @@ TEST_F(Program, ATemporaryDirectoryThatIsNoneIsNamed) {
 TEST_F(Program, KeepsIntermediatesWhereItIsTold) {
     EXPECT_EQ(0, run_program(command(in, out, "--keep-intermediates=" + dir / "new/kept")).status);
     EXPECT_TRUE(file_exists(dir / "new/kept/_04.wav"));
+    EXPECT_FALSE(file_exists(dir / "new/kept/_final.wav"));
     EXPECT_THAT(temporary.entries(), IsEmpty());
     EXPECT_EQ(1, run_program(command(in, out, "--keep-intermediates")).status);
 }
