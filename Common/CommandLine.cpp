@@ -14,6 +14,9 @@
 
 namespace po = boost::program_options;
 
+// The values at the program's start. What the option table below does not name never changes: those
+// values are constants that travel as text, like all the others, so that the steps see no
+// difference.
 namespace options {
 std::string highpass__low = "25.0";
 std::string highpass__high = "100.0";
@@ -62,6 +65,9 @@ namespace {
 constexpr unsigned kLineLength = 80;
 constexpr unsigned kDescriptionColumn = 40;
 
+// The order is that of the help. The defaults stand again beside the globals because the option
+// library puts them back with every command line: a value does not outlive the run it was given
+// for.
 const TuningOption kTuningOptions[] = {
     {"segment-tolerance", &options::tolerance, "3.5", "threshold of fit (0=no threshold)"},
     {"segment-min-segment-length", &options::min_segment_length, "20", "minimum segment length"},
@@ -97,6 +103,11 @@ std::string text_of(const po::options_description& options) {
     return text.str();
 }
 
+/**
+ * Throws what the library throws; returns GetArgs's result. What is stored first stands, and so the
+ * command line wins over the options file. Help and version are looked for after the options file
+ * was read, whose mistakes are therefore told first.
+ */
 int parse(CCLArgs& args, int argc, char** argv) {
     if (argc < 2) {
         throw ss_empty_command_line_error();
@@ -147,12 +158,13 @@ int parse(CCLArgs& args, int argc, char** argv) {
         show(reporting::Stream::kOutput, text_of(allowed));
         return 1;
     }
+    // Not the library's "required": its error would come before the help and name one option only.
     if (values.count("input-file") == 0 || values.count("output-file") == 0) {
         reporting::note_failure(reporting::Kind::kOther, "an input and an output file are needed");
         show(reporting::Stream::kError, text_of(allowed));
         return 1;
     }
-    po::notify(values);
+    po::notify(values);  // only now do the globals change
     if (!is_known_bit_depth(args.bit_depth)) {
         say("Unknown bit depth: " + std::to_string(args.bit_depth));
         return 1;

@@ -22,6 +22,7 @@ namespace {
 
 LevelMessage message_callback = nullptr;
 
+/** Between the engine's C++ words and the C callback. */
 void hand_over(void* context, const reporting::Words& words) {
     const LevelWords kind = words.is_cause                              ? kLevelWordsCause
                             : words.stream == reporting::Stream::kError ? kLevelWordsError
@@ -29,6 +30,7 @@ void hand_over(void* context, const reporting::Words& words) {
     message_callback(context, kind, words.text.c_str());
 }
 
+/** What can end before there is a Run: a cancellation that still stands, and the command line. */
 int run(int argc, char** argv, LevelProgress progress, void* context) {
     OutcomeRecord& record = OutcomeRecord::instance();
     check_cancelled();
@@ -61,7 +63,7 @@ int levelMain(int argc,
               const char* /*reserved*/,
               LevelProgress progress,
               void* callbackContext) {
-    const CLocale locale;
+    const CLocale locale;  // numbers have a decimal point in all text files and options
     OutcomeRecord& record = OutcomeRecord::instance();
     record.begin_run();
     try {

@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "Common/version.h"
 #include "cli/worker/job.h"
 #include "cli/worker/worker.h"
 #include "desktop/intake/paths.h"
@@ -56,7 +57,7 @@ int show_window(int argc, char** argv) {
     QApplication application(argc, argv);
     QApplication::setApplicationName(QStringLiteral("quorvane"));
     QApplication::setApplicationDisplayName(QStringLiteral("Quorvane"));
-    QApplication::setApplicationVersion(QStringLiteral(QUORVANE_VERSION));
+    QApplication::setApplicationVersion(QString::fromLatin1(kVersion));
     QApplication::setDesktopFileName(QString::fromLatin1(desktop::kApplicationId));
     const std::vector<std::string> files = files_named(argc, argv);
 

@@ -11,7 +11,7 @@ CProgress::CProgress(double low, double high, ProgressThunk callback, void* cont
 void CProgress::show(double fraction) {
     check_cancelled();
     current_ = static_cast<int>(std::floor((high_ - low_) * fraction + low_));
-    if (current_ <= last_) {
+    if (current_ <= last_) {  // said already, or a step that looks back
         return;
     }
     last_ = current_;

@@ -2,6 +2,7 @@
 
 #include "Common/reporting/cancel.h"
 
+// A step that runs by itself finds these values: no callback, not cancelled.
 ProgressThunk gProgressThunk = nullptr;
 void* gProcessorPtr = nullptr;
 unsigned long gStart = 0;

@@ -38,12 +38,24 @@
 
 namespace fs = boost::filesystem;
 
+/*
+ * The run reads from top to bottom: go() names what happens in its order, and below it stands one
+ * function for each step that builds the step's command line, calls it and lets go of the file that
+ * nobody reads any more. Steps talk through files and text alone, so that each can be run by itself
+ * on what another one wrote; the price, a quantisation at each hand-over in the input's encoding,
+ * is part of the result and stays.
+ *
+ * Ends that need no more work (a copy, a failed step) throw EndOfRun, which go() turns into the
+ * result. What a step throws beside its own errors is reported there once.
+ */
+
 namespace {
 
+// The messages' source and marks are those of the file that this one came from: see log_msg.
 constexpr const char* kSource = "Common/level";
 constexpr double kGateBelowLevel_db = 18.0;  // the gate's threshold stands this far below
 constexpr double kHighestGateThreshold_db = -40.0;
-constexpr double kQuietDelta_db = -12.0;
+constexpr double kQuietDelta_db = -12.0;  // bins this far below the mean take no part in step 6
 
 bool keeping_intermediates = false;
 Intermediates last_intermediates;
@@ -170,6 +182,8 @@ int Run::go() {
     }
 }
 
+/** Finds the inputs that end here: not there, too short, constant, or of a format that stays shut.
+ */
 void Run::look_at_input() {
     boost::system::error_code error;
     const fs::file_type type = fs::status(args_.input_file, error).type();
@@ -204,6 +218,7 @@ void Run::look_at_input() {
     require_writable_format(args_.input_file, info_, args_.bit_depth);
 }
 
+/** All that can be refused without writing anything is refused here. */
 void Run::prepare_intermediates() {
     const std::size_t dot = args_.input_file.rfind('.');
     if (dot == std::string::npos) {
@@ -215,6 +230,7 @@ void Run::prepare_intermediates() {
     intermediates_.require_apart(args_.input_file, args_.output_file);
 }
 
+/** Step 1 takes the rumble out and measures what is left: its result is a level, 0.0 a failure. */
 void Run::filter() {
     const std::string filtered = begin_step(1, Intermediate::kFiltered);
     Argv words{"highpass",
@@ -231,6 +247,7 @@ void Run::filter() {
     findings().filtered_level_db = filtered_level_db_;
 }
 
+/** Step 2 turns the pauses down. Its threshold follows the recording, one value for both ways. */
 void Run::gate_noise() {
     const std::string gated = begin_step(2, Intermediate::kGated);
     const std::string filtered = path(Intermediate::kFiltered);
@@ -264,6 +281,7 @@ void Run::gate_noise() {
     done_with({filtered});
 }
 
+/** Step 3 lowers slams and coughs: bins whose peak stands far above the mean level. */
 void Run::reduce_peaks() {
     const std::string without_peaks = begin_step(3, Intermediate::kWithoutPeaks);
     const std::string gated = path(Intermediate::kGated);
@@ -288,6 +306,7 @@ void Run::reduce_peaks() {
     done_with({gated});
 }
 
+/** Step 4 lowers what is loud for longer: bins whose RMS stands above the mean level. */
 void Run::reduce_loud_passages() {
     conditioned_ = begin_step(4, Intermediate::kConditioned);
     const std::string without_peaks = path(Intermediate::kWithoutPeaks);
@@ -299,11 +318,13 @@ void Run::reduce_loud_passages() {
     done_with({without_peaks});
 }
 
+/** Step 5 writes a level per bin, the segmentation's input. */
 void Run::measure_levels() {
     const std::string levels = begin_step(5, Intermediate::kLevels);
     require_step(528, call_step(calc_rms::_tmain, {"calc_rms", conditioned_, levels}) == 0);
 }
 
+/** Step 6 finds where the level changes. Its two fixed texts are read by nobody. */
 void Run::find_segments() {
     const std::string cues = begin_step(6, Intermediate::kCues);
     const std::string levels = path(Intermediate::kLevels);
@@ -313,6 +334,7 @@ void Run::find_segments() {
     done_with({levels});
 }
 
+/** Step 7 measures each segment and brings it to the mean: a gain per bin, in stairs. */
 void Run::calculate_segment_gains() {
     const std::string segment_levels = begin_step(7, Intermediate::kSegmentLevels);
     const std::string gains = add_output(Intermediate::kGains);
@@ -326,6 +348,7 @@ void Run::calculate_segment_gains() {
     done_with({cues});
 }
 
+/** Step 8 makes slopes of the stairs: 40 bins on one side of a change, 2 on the other. */
 void Run::smooth_gain_curve() {
     const std::string smoothed = begin_step(8, Intermediate::kSmoothedGains);
     const std::string gains = path(Intermediate::kGains);
@@ -335,6 +358,7 @@ void Run::smooth_gain_curve() {
     done_with({path(Intermediate::kSegmentLevels), gains});
 }
 
+/** Step 9 multiplies audio and curve. It throws where it fails, and has no other result. */
 void Run::apply_gain_curve() {
     const std::string leveled = begin_step(9, Intermediate::kLeveled);
     const std::string smoothed = path(Intermediate::kSmoothedGains);
@@ -349,6 +373,7 @@ void Run::apply_gain_curve() {
     }
 }
 
+/** Step 10 brings the whole to the target level; then the platform takes the file over. */
 void Run::normalize_and_deliver() {
     step_ = 10;
     reporting::forget_failure();
@@ -361,6 +386,7 @@ void Run::normalize_and_deliver() {
     moveFinalFile(final_file.c_str(), args_.output_file.c_str());
 }
 
+/** No other option of step 10 can be set from outside. */
 int Run::normalize_into(const std::string& from, const std::string& to) {
     return call_step(normalize::_tmain, {"normalize", "-l", options::normalize__target_level, "-b",
                                          std::to_string(args_.bit_depth), from, to});
@@ -391,6 +417,7 @@ void Run::done_with(std::initializer_list<std::string> paths) {
     }
 }
 
+/** Ends the run when a step failed; a cancellation that made it fail is one all the same. */
 void Run::require_step(int mark, bool success) {
     if (!success) {
         check_cancelled();
@@ -399,11 +426,13 @@ void Run::require_step(int mark, bool success) {
     }
 }
 
+/** Ends the run for a reason of the driver's own. */
 void Run::fail(int mark, const std::string& message) {
     log_failure(kSource, mark, message);
     throw EndOfRun{kFailure};
 }
 
+/** Ends the run with the input as the output. The copy may fail too. */
 void Run::copy_input(LevelOutcomeKind kind, const std::string& reason) {
     CProgress(progress_range::kDone.low, progress_range::kDone.high).show(1.0);
     reporting::forget_failure();

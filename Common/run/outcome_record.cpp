@@ -43,6 +43,11 @@ void OutcomeRecord::begin_run() {
     set(kLevelNotRun, "");
 }
 
+/**
+ * The input's name stands once in the cause: where the text begins with it, or has it inside, it is
+ * not put before it again. The reason has it nowhere: a program that leveled a file of its own
+ * making for somebody (a decoded copy) puts the name that the user knows before it.
+ */
 void OutcomeRecord::set(LevelOutcomeKind kind, const std::string& text) {
     const std::string prefix = input_ + ": ";
     const bool begins_with_input = !input_.empty() && text.compare(0, prefix.size(), prefix) == 0;
@@ -97,6 +102,8 @@ void OutcomeRecord::collect_passages(const std::string& cues,
     if (bin_frames < 1) {
         return;
     }
+    // A cue opens a segment and closes the one before; the last ends with the recording. Gains of
+    // segments at the end may be missing, where silent ones were left out: the last gain stands in.
     long long begin = 0;
     for (std::size_t i = 0; i < levels_db.size(); ++i) {
         const long long end =

@@ -65,6 +65,8 @@ ParseResult StepOptions::parse_or_failure(int argc, const char* const* argv) {
     }
 }
 
+// What is stored first stands: the command line before the options file. A request for help comes
+// before all complaints about values, which only notify makes.
 ParseResult StepOptions::parse_throwing(int argc, const char* const* argv) {
     po::options_description all("Allowed options", kLineLength, kDescriptionColumn);
     all.add(visible_).add(hidden_);

@@ -14,6 +14,7 @@
 #include <utility>
 #include <vector>
 
+#include "Common/version.h"
 #include "cli/batch/batch.h"
 #include "cli/batch/stop_signals.h"
 #include "cli/facts/run_facts.h"
@@ -387,7 +388,7 @@ int batch_main(int argc, const char* const* argv) {
             return kAllDone;
         }
         if (settings.version) {
-            puts("quorvane " QUORVANE_VERSION);
+            puts((std::string("quorvane ") + kVersion).c_str());
             return kAllDone;
         }
         return run(settings);

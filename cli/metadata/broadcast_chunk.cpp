@@ -6,6 +6,7 @@
 #include <cmath>
 #include <limits>
 
+#include "Common/version.h"
 #include "cli/audio/momentary.h"
 #include "cli/audio/sound_file.h"
 
@@ -77,10 +78,9 @@ int sample_bits(int format) {
 void add_history(Bytes& chunk, const std::string& audio) {
     const SndfileHandle file = open_to_read(audio);
     const int bits = sample_bits(file.format());
-    const std::string line =
-        fmt::format("A={},F={},{}M={},T=quorvane " QUORVANE_VERSION ", leveled\r\n",
-                    bits ? "PCM" : "", file.samplerate(), bits ? fmt::format("W={},", bits) : "",
-                    file.channels() == 1 ? "mono" : "stereo");
+    const std::string line = fmt::format(
+        "A={},F={},{}M={},T=quorvane {}, leveled\r\n", bits ? "PCM" : "", file.samplerate(),
+        bits ? fmt::format("W={},", bits) : "", file.channels() == 1 ? "mono" : "stereo", kVersion);
     while (chunk.size() > kHistory && chunk.back() == 0) {
         chunk.pop_back();
     }

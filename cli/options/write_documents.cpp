@@ -8,6 +8,7 @@
 #include <sstream>
 #include <string>
 
+#include "Common/version.h"
 #include "cli/options/option_documents.h"
 
 namespace {
@@ -22,6 +23,15 @@ bool write(const char* path, const std::string& text) {
     return bool(out);
 }
 
+/** Puts value in place of a mark; false when the text has none. */
+bool fill_in(std::string& text, const std::string& mark, const std::string& value) {
+    const std::size_t at = text.find(mark);
+    if (at != std::string::npos) {
+        text.replace(at, mark.size(), value);
+    }
+    return at != std::string::npos;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -32,13 +42,11 @@ int main(int argc, char** argv) {
     std::ostringstream page;
     page << in.rdbuf();
     std::string text = page.str();
-    const std::string mark = "@OPTIONS@\n";
-    const std::size_t at = text.find(mark);
-    if (at == std::string::npos) {
-        fprintf(stderr, "write_documents: %s has no line @OPTIONS@\n", argv[1]);
+    if (!fill_in(text, "@VERSION@", kVersion) ||
+        !fill_in(text, "@OPTIONS@\n", cli::man_options())) {
+        fprintf(stderr, "write_documents: %s has no place for version or options\n", argv[1]);
         return 1;
     }
-    text.replace(at, mark.size(), cli::man_options());
     const bool written = write(argv[2], text) && write(argv[3], cli::bash_completion()) &&
                          write(argv[4], cli::zsh_completion()) &&
                          write(argv[5], cli::fish_completion());
