@@ -103,15 +103,8 @@ std::string text_of(const po::options_description& options) {
     return text.str();
 }
 
-/**
- * Throws what the library throws; returns GetArgs's result. What is stored first stands, and so the
- * command line wins over the options file. Help and version are looked for after the options file
- * was read, whose mistakes are therefore told first.
- */
-int parse(CCLArgs& args, int argc, char** argv) {
-    if (argc < 2) {
-        throw ss_empty_command_line_error();
-    }
+/** The options as the help shows them; values go to args and to the globals. */
+po::options_description describe(CCLArgs& args) {
     po::options_description tuning("level", kLineLength, kDescriptionColumn);
     tuning.add_options()("help,h", "show this help message");
     for (const TuningOption& option : kTuningOptions) {
@@ -133,8 +126,14 @@ int parse(CCLArgs& args, int argc, char** argv) {
 
     po::options_description allowed("Allowed options", kLineLength, kDescriptionColumn);
     allowed.add(tuning).add(required);
+    return allowed;
+}
 
-    po::variables_map values;
+/** Stores the command line, then the options file: what is stored first stands. False: told why. */
+bool store(int argc,
+           char** argv,
+           const po::options_description& allowed,
+           po::variables_map& values) {
     // Without a place for them, words that belong to no option are refused.
     po::store(po::command_line_parser(argc, argv)
                   .options(allowed)
@@ -146,9 +145,25 @@ int parse(CCLArgs& args, int argc, char** argv) {
         std::ifstream file;
         if (!open_options_file(path, file)) {
             say("error opening " + path);
-            return 1;
+            return false;
         }
         po::store(po::parse_config_file(file, allowed), values);
+    }
+    return true;
+}
+
+/**
+ * Throws what the library throws; returns GetArgs's result. Help and version are looked for after
+ * the options file was read, whose mistakes are therefore told first.
+ */
+int parse(CCLArgs& args, int argc, char** argv) {
+    if (argc < 2) {
+        throw ss_empty_command_line_error();
+    }
+    const po::options_description allowed = describe(args);
+    po::variables_map values;
+    if (!store(argc, argv, allowed, values)) {
+        return 1;
     }
     if (values.count("version") != 0) {
         show(reporting::Stream::kOutput, kVersion);

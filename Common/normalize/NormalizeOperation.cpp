@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
-#include <iostream>
+#include <string>
 
 #include "Common/audio/SoundFile.h"
 #include "Common/bins/fail_write.h"
@@ -139,7 +139,8 @@ int output_format(int input_format, int bit_depth) {
             encoding = SF_FORMAT_PCM_32;
             break;
         default:
-            std::cerr << "Unknown bit depth: " << bit_depth << std::endl;
+            reporting::say_failure(reporting::Kind::kOther,
+                                   "Unknown bit depth: " + std::to_string(bit_depth));
             break;
     }
     return (input_format & SF_FORMAT_TYPEMASK) | encoding;
