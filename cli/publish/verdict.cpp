@@ -6,6 +6,8 @@
 #include <boost/algorithm/string/join.hpp>
 #include <cmath>
 
+#include "Common/version.h"
+
 namespace cli {
 namespace {
 
@@ -193,7 +195,7 @@ std::string verdict(const std::vector<FileFacts>& files, const std::vector<std::
 
 Json facts_document(const FileFacts& facts, const std::vector<std::string>& asked) {
     Json document = {
-        {"program", "quorvane"}, {"version", QUORVANE_VERSION}, {"verdict", verdict(facts, asked)}};
+        {"program", "quorvane"}, {"version", kVersion}, {"verdict", verdict(facts, asked)}};
     if (measured(facts)) {
         Json checks = Json::array();
         for (const Destination& destination : destinations()) {

@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <set>
 
+#include "Common/version.h"
 #include "cli/facts/destinations.h"
 #include "cli/publish/verdict.h"
 #include "cli/report/heard.h"
@@ -219,8 +220,8 @@ std::string passages(const FileFacts& facts) {
 }
 
 std::string footer() {
-    return "<footer>Loudness after ITU-R BS.1770 and EBU R 128. Written by "
-           "quorvane " QUORVANE_VERSION ".</footer>\n";
+    return std::string("<footer>Loudness after ITU-R BS.1770 and EBU R 128. Written by quorvane ") +
+           kVersion + ".</footer>\n";
 }
 
 /**
