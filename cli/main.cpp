@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "cli/batch/batch_command.h"
+#include "cli/batch/merge_command.h"
 #include "cli/engine/engine_command.h"
 #include "cli/worker/job.h"
 #include "cli/worker/worker.h"
@@ -41,6 +42,9 @@ int main(int argc, char** argv) {
     keep_standard_numbers_taken();
     if (argc == 2 && std::strcmp(argv[1], cli::kWorkerWord) == 0) {
         return cli::worker_main();
+    }
+    if (argc > 1 && std::strcmp(argv[1], cli::kMergeWord) == 0) {
+        return cli::merge_main(argc, argv);
     }
     return names_engine_input(argc, argv) ? run_engine_command(argc, argv)
                                           : cli::batch_main(argc, argv);

@@ -13,6 +13,7 @@
 #include <system_error>
 #include <utility>
 
+#include "cli/archive/output_claim.h"
 #include "cli/worker/worker_process.h"
 
 /*
@@ -58,11 +59,19 @@ std::size_t Batch::add(const std::string& input, const std::string& output) {
 }
 
 std::size_t Batch::add(const std::string& input, const std::string& output, Existing existing) {
+    return add(input, output, existing, state_of(output));
+}
+
+std::size_t Batch::add(const std::string& input,
+                       const std::string& output,
+                       Existing existing,
+                       const FileState& found) {
+    const std::string new_folder = output.empty() ? "" : missing_folder(output);
     std::size_t index = 0;
     {
         const std::lock_guard<std::mutex> lock(mutex_);
         index = added_++;
-        queue_.push_back({index, input, output, existing});
+        queue_.push_back({index, input, output, existing, found, new_folder});
     }
     wake();
     return index;
@@ -176,6 +185,9 @@ void Batch::start(const Entry& entry) {
         const std::lock_guard<std::mutex> lock(mutex_);
         job.spare_processor = running_.size() + 1 + queue_.size() < jobs_;
     }
+    job.found = entry.found;
+    job.new_folder = entry.new_folder;
+    job.wait = entry.wait;
     try {
         fs::create_directory(job.scratch);
         running_.push_back({entry, Clock::now(), std::make_unique<WorkerProcess>(job), -1, false});
@@ -230,12 +242,18 @@ void Batch::collect() {
 
 void Batch::finish(Running& ended) {
     FileFacts facts = ended.worker->finish();
+    if (facts.outcome == Outcome::Planned && !ended.cancelled) {
+        ended.entry.wait = true;
+        const std::lock_guard<std::mutex> lock(mutex_);
+        return queue_.push_back(ended.entry);
+    }
     facts.input = ended.entry.input;
     facts.output = ended.entry.output;
     if (facts.elapsed_s == 0) {
         facts.elapsed_s = std::chrono::duration<double>(Clock::now() - ended.started).count();
     }
-    if (ended.cancelled && facts.outcome == Outcome::Failed) {
+    if (ended.cancelled &&
+        (facts.outcome == Outcome::Failed || facts.outcome == Outcome::Planned)) {
         facts.outcome = Outcome::Interrupted;
         facts.cause = "stopped";
     }

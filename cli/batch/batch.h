@@ -80,6 +80,12 @@ class Batch {
     enum class Existing { Keep, Replace };
     std::size_t add(const std::string& input, const std::string& output, Existing existing);
 
+    /** The same of an output that was looked at before: how it was found. */
+    std::size_t add(const std::string& input,
+                    const std::string& output,
+                    Existing existing,
+                    const FileState& found);
+
     /**
      * Stops one file: it ends as Interrupted, without an output. Nothing happens when it is
      * finished or was never added.
@@ -106,6 +112,9 @@ class Batch {
         std::string input;
         std::string output;
         Existing existing;
+        FileState found;
+        std::string new_folder;
+        bool wait = false;  // another process was at the output: try again, last of all
     };
 
     struct Running {

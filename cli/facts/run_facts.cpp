@@ -20,7 +20,8 @@ constexpr double kSilence = -std::numeric_limits<double>::infinity();
 const std::map<Outcome, const char*>& outcome_names() {
     static const std::map<Outcome, const char*> names = {
         {Outcome::Leveled, "leveled"},   {Outcome::Copied, "copied"},
-        {Outcome::Analyzed, "analyzed"}, {Outcome::Skipped, "skipped"},
+        {Outcome::Analyzed, "analyzed"}, {Outcome::UpToDate, "up-to-date"},
+        {Outcome::Skipped, "skipped"},   {Outcome::Planned, "planned"},
         {Outcome::Failed, "failed"},     {Outcome::Interrupted, "interrupted"}};
     return names;
 }
@@ -45,7 +46,12 @@ Json curve(const Curve& from) {
     return {{"step_s", from.step_s}, {"values", values}};
 }
 
-Curve curve_back(const Json& json) {
+/** Empty when the curve was left out. */
+Curve curve_back(const Json& parent, const char* name) {
+    if (!parent.contains(name)) {
+        return {};
+    }
+    const Json& json = parent.at(name);
     Curve result{json.at("step_s"), {}};
     for (const Json& value : json.at("values")) {
         result.values.push_back(number_back(value));
@@ -53,16 +59,19 @@ Curve curve_back(const Json& json) {
     return result;
 }
 
-Json loudness(const Loudness& from) {
-    return {{"integrated_lufs", number(from.integrated_lufs)},
-            {"range_lu", number(from.range_lu)},
-            {"true_peak_dbtp", number(from.true_peak_dbtp)},
-            {"sample_peak_dbfs", number(from.sample_peak_dbfs)},
-            {"rms_dbfs", number(from.rms_dbfs)},
-            {"pauses_dbfs", number(from.pauses_dbfs)},
-            {"head_s", number(from.head_s)},
-            {"tail_s", number(from.tail_s)},
-            {"short_term_lufs", curve(from.short_term_lufs)}};
+Json loudness(const Loudness& from, Curves curves) {
+    Json json = {{"integrated_lufs", number(from.integrated_lufs)},
+                 {"range_lu", number(from.range_lu)},
+                 {"true_peak_dbtp", number(from.true_peak_dbtp)},
+                 {"sample_peak_dbfs", number(from.sample_peak_dbfs)},
+                 {"rms_dbfs", number(from.rms_dbfs)},
+                 {"pauses_dbfs", number(from.pauses_dbfs)},
+                 {"head_s", number(from.head_s)},
+                 {"tail_s", number(from.tail_s)}};
+    if (curves == Curves::Tell && from.short_term_lufs.step_s > 0) {
+        json["short_term_lufs"] = curve(from.short_term_lufs);
+    }
+    return json;
 }
 
 Loudness loudness_back(const Json& json) {
@@ -70,10 +79,10 @@ Loudness loudness_back(const Json& json) {
             number_back(json.at("true_peak_dbtp")),  number_back(json.at("sample_peak_dbfs")),
             number_back(json.at("rms_dbfs")),        number_back(json.at("pauses_dbfs")),
             number_back(json.at("head_s")),          number_back(json.at("tail_s")),
-            curve_back(json.at("short_term_lufs"))};
+            curve_back(json, "short_term_lufs")};
 }
 
-Json leveling(const Leveling& from) {
+Json leveling(const Leveling& from, Curves curves) {
     Json passages = Json::array();
     for (const Passage& passage : from.passages) {
         passages.push_back({{"from_s", number(passage.from_s)},
@@ -81,11 +90,14 @@ Json leveling(const Leveling& from) {
                             {"level_db", number(passage.level_db)},
                             {"gain_db", number(passage.gain_db)}});
     }
-    return {{"mean_gain_db", number(from.mean_gain_db)},
-            {"least_gain_db", number(from.least_gain_db)},
-            {"greatest_gain_db", number(from.greatest_gain_db)},
-            {"passages", passages},
-            {"gain_db", curve(from.gain_db)}};
+    Json json = {{"mean_gain_db", number(from.mean_gain_db)},
+                 {"least_gain_db", number(from.least_gain_db)},
+                 {"greatest_gain_db", number(from.greatest_gain_db)},
+                 {"passages", passages}};
+    if (curves == Curves::Tell && from.gain_db.step_s > 0) {
+        json["gain_db"] = curve(from.gain_db);
+    }
+    return json;
 }
 
 Leveling leveling_back(const Json& json) {
@@ -93,7 +105,7 @@ Leveling leveling_back(const Json& json) {
     result.mean_gain_db = number_back(json.at("mean_gain_db"));
     result.least_gain_db = number_back(json.at("least_gain_db"));
     result.greatest_gain_db = number_back(json.at("greatest_gain_db"));
-    result.gain_db = curve_back(json.at("gain_db"));
+    result.gain_db = curve_back(json, "gain_db");
     for (const Json& passage : json.at("passages")) {
         result.passages.push_back(
             {number_back(passage.at("from_s")), number_back(passage.at("to_s")),
@@ -157,7 +169,7 @@ const char* to_text(Outcome outcome) {
     return outcome_names().at(outcome);
 }
 
-Json to_json(const FileFacts& facts) {
+Json to_json(const FileFacts& facts, Curves curves) {
     Json json;
     put_path(json, "input", facts.input);
     put_path(json, "output", facts.output);
@@ -165,6 +177,9 @@ Json to_json(const FileFacts& facts) {
     json["cause"] = facts.cause.empty() ? Json(nullptr) : Json(facts.cause);
     json["notes"] = facts.notes;
     json["elapsed_s"] = number(facts.elapsed_s);
+    if (facts.bytes) {
+        json["bytes"] = facts.bytes;
+    }
     if (facts.sample_rate_hz) {
         json["format"] = facts.format;
         json["sample_rate_hz"] = facts.sample_rate_hz;
@@ -176,13 +191,13 @@ Json to_json(const FileFacts& facts) {
         json["media"] = media(*facts.media);
     }
     if (facts.before) {
-        json["before"] = loudness(*facts.before);
+        json["before"] = loudness(*facts.before, curves);
     }
     if (facts.after) {
-        json["after"] = loudness(*facts.after);
+        json["after"] = loudness(*facts.after, curves);
     }
     if (facts.leveling) {
-        json["leveling"] = leveling(*facts.leveling);
+        json["leveling"] = leveling(*facts.leveling, curves);
     }
     if (facts.publishing) {
         json["publishing"] = publishing(*facts.publishing);
@@ -208,6 +223,7 @@ FileFacts facts_from_json(const Json& json) {
     }
     facts.notes = json.at("notes").get<std::vector<std::string>>();
     facts.elapsed_s = number_back(json.at("elapsed_s"));
+    facts.bytes = json.value("bytes", std::int64_t{0});
     if (json.contains("sample_rate_hz")) {
         facts.format = json.at("format");
         facts.sample_rate_hz = json.at("sample_rate_hz");
@@ -230,6 +246,24 @@ FileFacts facts_from_json(const Json& json) {
         facts.publishing = publishing_back(json.at("publishing"));
     }
     return facts;
+}
+
+void strip_curves(FileFacts& facts) {
+    for (auto* loudness : {&facts.before, &facts.after}) {
+        if (*loudness) {
+            (*loudness)->short_term_lufs = {};
+        }
+    }
+    if (facts.leveling) {
+        facts.leveling->gain_db = {};
+    }
+}
+
+void strip_details(FileFacts& facts) {
+    strip_curves(facts);
+    if (facts.leveling) {
+        facts.leveling->passages = {};
+    }
 }
 
 std::string dump(const Json& json) {

@@ -67,7 +67,9 @@ enum class Outcome {
     Leveled,
     Copied,       // the engine handed the input back unchanged; cause says why
     Analyzed,     // measured only
+    UpToDate,     // an earlier run made the output; the facts, without curves, are from then
     Skipped,      // on purpose; cause says why
+    Planned,      // of a dry run: it would be worked on
     Failed,       // cause says why
     Interrupted,  // stopped or never begun
 };
@@ -93,6 +95,7 @@ struct FileFacts {
     int sample_rate_hz = 0;
     int channels = 0;
     std::int64_t frames = 0;
+    std::int64_t bytes = 0;  // size of the input, as far as a dry run told it
     double elapsed_s = 0;
     std::optional<Loudness> before;
     std::optional<Loudness> after;
@@ -105,7 +108,14 @@ struct FileFacts {
     }
 };
 
-nlohmann::ordered_json to_json(const FileFacts& facts);
+/** Whether curves over time are told too; they are most of a file's JSON. */
+enum class Curves { Tell, Omit };
+
+nlohmann::ordered_json to_json(const FileFacts& facts, Curves curves = Curves::Tell);
+
+/** Drops the curves; strip_details drops the passages as well. */
+void strip_curves(FileFacts& facts);
+void strip_details(FileFacts& facts);
 
 /**
  * The reverse, for facts that a worker sent. Throws nlohmann::json::exception on a malformed text.

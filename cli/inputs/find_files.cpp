@@ -3,10 +3,12 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <map>
 #include <set>
+#include <unordered_map>
+#include <utility>
 
 #include "cli/inputs/file_kind.h"
+#include "cli/storage/path_order.h"
 
 /*
  * Everything is collected first and sorted by how direct its path is; only then is each file taken
@@ -47,14 +49,24 @@ class FolderSearch {
 
     void take(const fs::path& path, const fs::path& below) {
         std::error_code error;
-        const fs::path real = fs::canonical(path, error);
+        if (const fs::path folder = path.parent_path(); folder != folder_ || !folder_known_) {
+            folder_ = folder;
+            folder_known_ = true;
+            const fs::path named = folder.empty() ? fs::path(".") : folder;
+            real_folder_ = fs::canonical(named, error);
+            own_folder_ = fs::absolute(named, error).lexically_normal() / "" == real_folder_ / "";
+        }
+        const bool link = fs::is_symlink(fs::symlink_status(path, error));
+        const fs::path real = link ? fs::canonical(path, error) : real_folder_ / path.filename();
         if (error) {
             found_.problems.push_back({path, error.message()});
             return;
         }
-        const bool link = fs::is_symlink(fs::symlink_status(path, error));
-        const bool own_path = fs::absolute(path, error).lexically_normal() == real;
-        candidates_.push_back({{path, below}, real, link ? 2 : own_path ? 0 : 1});
+        candidates_.push_back({{path.string(), below.string()},
+                               real.string(),
+                               link          ? 2
+                               : own_folder_ ? 0
+                                             : 1});
     }
 
     std::size_t count() const { return candidates_.size(); }
@@ -64,14 +76,15 @@ class FolderSearch {
         std::stable_sort(
             candidates_.begin(), candidates_.end(),
             [](const Candidate& a, const Candidate& b) { return a.detour < b.detour; });
-        std::map<fs::path, fs::path> taken;
-        for (const Candidate& candidate : candidates_) {
-            const auto [first, is_new] = taken.emplace(candidate.real, candidate.file.path);
+        std::unordered_map<std::string, std::size_t> taken;  // place in found_.files
+        for (Candidate& candidate : candidates_) {
+            const auto [first, is_new] =
+                taken.emplace(std::move(candidate.real), found_.files.size());
             if (is_new) {
-                found_.files.push_back(candidate.file);
+                found_.files.push_back(std::move(candidate.file));
             } else if (candidate.detour == 2) {
                 found_.passed_over.push_back(
-                    {candidate.file.path, "is a link to " + first->second.string()});
+                    {candidate.file.path, "is a link to " + found_.files[first->second].path});
             }
         }
     }
@@ -79,7 +92,7 @@ class FolderSearch {
   private:
     struct Candidate {
         FoundFile file;
-        fs::path real;
+        std::string real;
         int detour;  // 0: its own path, 1: through a linked folder, 2: a link itself
     };
 
@@ -148,6 +161,10 @@ class FolderSearch {
     FoundFiles& found_;
     std::set<fs::path> entered_;
     std::vector<Candidate> candidates_;
+    bool folder_known_ = false;  // of the last file
+    fs::path folder_;
+    fs::path real_folder_;
+    bool own_folder_ = false;
     std::vector<fs::path> links_;
 };
 
@@ -178,7 +195,7 @@ FoundFiles find_files(const std::vector<std::string>& paths,
     }
     search.finish();
     std::sort(found.files.begin(), found.files.end(),
-              [](const FoundFile& a, const FoundFile& b) { return a.path < b.path; });
+              [](const FoundFile& a, const FoundFile& b) { return path_less(a.path, b.path); });
     std::sort(found.unsupported.begin(), found.unsupported.end());
     return found;
 }

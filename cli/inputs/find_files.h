@@ -11,8 +11,8 @@ namespace cli {
  * command line, its name alone).
  */
 struct FoundFile {
-    std::filesystem::path path;
-    std::filesystem::path below;
+    std::string path;
+    std::string below;
 };
 
 /** A place that could not be read, and why. */

@@ -5,6 +5,7 @@
 
 #include <fstream>
 #include <map>
+#include <unordered_map>
 #include <utility>
 
 #include "cli/audio/audio_formats.h"
@@ -24,16 +25,35 @@ namespace fs = std::filesystem;
 namespace {
 
 /** One spelling for every way to write a path that may not exist yet. */
-fs::path resolved(const fs::path& path) {
+std::string resolved(const fs::path& path) {
     std::error_code error;
-    fs::path result = fs::weakly_canonical(fs::absolute(path), error);
-    return error ? fs::absolute(path).lexically_normal() : result;
+    const fs::path result = fs::weakly_canonical(fs::absolute(path), error);
+    return (error ? fs::absolute(path).lexically_normal() : result).string();
 }
 
-/** The same for a name that may be a link: the link itself, not what it leads to. */
-fs::path placed(const fs::path& path) {
-    return resolved(fs::absolute(path).parent_path()) / path.filename();
-}
+/** The same of many files, most of which share their folders: a folder is resolved once. */
+class Resolver {
+  public:
+    std::string resolved(const std::string& path) {
+        std::error_code error;
+        return fs::is_symlink(path, error) ? cli::resolved(path) : placed(path);
+    }
+
+    /** Of a name that may be a link: the link itself, not what it leads to. */
+    std::string placed(const std::string& path) {
+        const std::size_t slash = path.rfind('/');
+        const std::string folder = slash == std::string::npos ? "." : path.substr(0, slash + 1);
+        const auto [known, is_new] = folders_.emplace(folder, "");
+        if (is_new) {
+            known->second = fs::path(cli::resolved(folder)) / "";
+        }
+        return known->second.string() +
+               (slash == std::string::npos ? path : path.substr(slash + 1));
+    }
+
+  private:
+    std::map<std::string, fs::path> folders_;
+};
 
 bool same_file(const fs::path& one, const fs::path& other) {
     std::error_code error;
@@ -70,7 +90,7 @@ void check_single_output(const Settings& settings, const std::vector<FoundFile>&
     if (files.empty()) {
         return;
     }
-    const std::string from = lower_extension(files.front().path.string());
+    const std::string from = lower_extension(files.front().path);
     const std::string to = lower_extension(settings.output);
     if (!same_container(from, to)) {
         throw UsageError(fmt::format(
@@ -101,22 +121,23 @@ bool is_beside_its_original(const fs::path& path, const std::string& suffix) {
 
 /** By place in `files`, why a file is an output and no input of this run; empty for inputs. */
 std::vector<std::string> outputs_among(const Settings& settings,
-                                       const std::vector<FoundFile>& files) {
+                                       const std::vector<FoundFile>& files,
+                                       Resolver& resolver) {
     std::vector<std::string> reasons(files.size());
     if (settings.analyze || !settings.output.empty()) {
         return reasons;
     }
-    std::map<fs::path, std::size_t> place_of;
+    std::unordered_map<std::string, std::size_t> place_of;
     for (std::size_t i = 0; i < files.size(); ++i) {
-        place_of[placed(files[i].path)] = i;
+        place_of[resolver.placed(files[i].path)] = i;
         if (is_beside_its_original(files[i].path, settings.suffix)) {
             reasons[i] = "is an output: it bears the suffix beside its original";
         }
     }
     for (std::size_t i = 0; i < files.size(); ++i) {
-        const auto found = place_of.find(placed(output_of(settings, files[i])));
+        const auto found = place_of.find(resolver.placed(output_of(settings, files[i]).string()));
         if (found != place_of.end() && found->second != i) {
-            reasons[found->second] = "is the output of " + files[i].path.string();
+            reasons[found->second] = "is the output of " + files[i].path;
         }
     }
     return reasons;
@@ -144,15 +165,16 @@ void refuse_linked_inputs(const std::vector<PlannedFile>& plan) {
         const auto found = file == Identity{} ? inputs.end() : inputs.find(file);
         if (found != inputs.end()) {
             throw UsageError(fmt::format("the output {} is the same file as the input {}",
-                                         planned.output.string(), found->second->input.string()));
+                                         planned.output, found->second->input));
         }
     }
 }
 
-PlannedFile plan_one(const Settings& settings, const FoundFile& file, const fs::path& output) {
+PlannedFile plan_one(const FoundFile& file, const fs::path& output, Resolver& resolver) {
     std::error_code error;
     const bool exists = fs::exists(output, error);
-    if (resolved(output) == resolved(file.path) || (exists && same_file(output, file.path))) {
+    if (resolver.resolved(output.string()) == resolver.resolved(file.path) ||
+        (exists && same_file(output, file.path))) {
         throw UsageError(
             fmt::format("the output {} is an input; inputs are never written", output.string()));
     }
@@ -160,11 +182,7 @@ PlannedFile plan_one(const Settings& settings, const FoundFile& file, const fs::
         throw UsageError(
             fmt::format("the output {} exists and is no regular file", output.string()));
     }
-    PlannedFile planned{file.path, output, {}, {}};
-    if (exists && !settings.force) {
-        planned.skip = fmt::format("{} exists (--force replaces it)", output.string());
-    }
-    return planned;
+    return {file.path, output.string(), {}, {}};
 }
 
 }  // namespace
@@ -172,10 +190,11 @@ PlannedFile plan_one(const Settings& settings, const FoundFile& file, const fs::
 std::vector<PlannedFile> plan_outputs(const Settings& settings,
                                       const std::vector<FoundFile>& files) {
     check_single_output(settings, files);
-    const std::vector<std::string> reasons = outputs_among(settings, files);
+    Resolver resolver;
+    const std::vector<std::string> reasons = outputs_among(settings, files, resolver);
     std::vector<PlannedFile> plan;
     std::vector<PlannedFile> passed_over;
-    std::map<fs::path, fs::path> input_of;
+    std::unordered_map<std::string, std::size_t> input_of;  // place in files
     for (std::size_t i = 0; i < files.size(); ++i) {
         const FoundFile& file = files[i];
         if (settings.analyze) {
@@ -187,13 +206,12 @@ std::vector<PlannedFile> plan_outputs(const Settings& settings,
             continue;
         }
         const fs::path output = output_of(settings, file);
-        const auto [other, first] = input_of.emplace(resolved(output), file.path);
+        const auto [other, first] = input_of.emplace(resolver.resolved(output.string()), i);
         if (!first) {
             throw UsageError(fmt::format("{} and {} would both be written to {}",
-                                         other->second.string(), file.path.string(),
-                                         output.string()));
+                                         files[other->second].path, file.path, output.string()));
         }
-        plan.push_back(plan_one(settings, file, output));
+        plan.push_back(plan_one(file, output, resolver));
     }
     refuse_linked_inputs(plan);
     plan.insert(plan.end(), passed_over.begin(), passed_over.end());
@@ -203,18 +221,21 @@ std::vector<PlannedFile> plan_outputs(const Settings& settings,
 void check_facts_paths(const Settings& settings,
                        const std::vector<PlannedFile>& files,
                        bool several) {
+    Resolver resolver;
     const auto check = [&](const char* option, const std::string& path, const char* start) {
         if (path.empty()) {
             return;
         }
+        std::error_code ignored;
+        const std::string place = resolved(path);
+        const bool exists = fs::exists(path, ignored);
         for (const PlannedFile& file : files) {
-            if (resolved(path) == resolved(file.input) || same_file(path, file.input) ||
-                (!file.output.empty() && resolved(path) == resolved(file.output))) {
+            if (place == resolver.resolved(file.input) || (exists && same_file(path, file.input)) ||
+                (!file.output.empty() && place == resolver.resolved(file.output))) {
                 throw UsageError(
                     fmt::format("--{} {} is one of the audio files of this run", option, path));
             }
         }
-        std::error_code ignored;
         if (fs::is_regular_file(path, ignored) && !settings.force && !begins_with(path, start)) {
             throw UsageError(fmt::format(
                 "--{} {} exists and does not look like such a file (--force replaces it)", option,

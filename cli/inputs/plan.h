@@ -1,9 +1,13 @@
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
+#include <memory>
 #include <string>
 #include <vector>
 
+#include "cli/archive/record.h"
+#include "cli/facts/run_facts.h"
 #include "cli/inputs/find_files.h"
 #include "cli/options/settings.h"
 
@@ -11,10 +15,13 @@ namespace cli {
 
 /** What is to happen with one input. */
 struct PlannedFile {
-    std::filesystem::path input;
-    std::filesystem::path output;  // empty when only measuring
-    std::string skip;              // why it is skipped
-    std::string problem;           // why it would fail; both empty: it is worked on
+    std::string input;
+    std::string output;                     // empty when only measuring
+    std::string skip;                       // why it is skipped
+    std::string problem;                    // why it would fail; both empty: it is worked on
+    std::int64_t bytes = 0;                 // size of the input
+    FileState found = {};                   // the output, as it was when it was judged
+    std::shared_ptr<FileFacts> known = {};  // facts that stand already: there is nothing to do
 };
 
 /**

@@ -73,15 +73,16 @@ std::string input_problem(const fs::path& input) {
 void probe_places(std::vector<PlannedFile>& plan) {
     std::map<fs::path, std::string> folders;
     for (PlannedFile& file : plan) {
-        if (!file.skip.empty()) {
+        if (!file.skip.empty() || file.known) {
             continue;
         }
         file.problem = input_problem(file.input);
         if (!file.problem.empty() || file.output.empty()) {
             continue;
         }
-        const fs::path folder =
-            file.output.has_parent_path() ? file.output.parent_path() : fs::path(".");
+        const fs::path folder = fs::path(file.output).has_parent_path()
+                                    ? fs::path(file.output).parent_path()
+                                    : fs::path(".");
         const auto [known, is_new] = folders.emplace(folder, "");
         if (is_new) {
             known->second = folder_problem(folder);

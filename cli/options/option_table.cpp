@@ -21,8 +21,10 @@ std::vector<OptionRow> own_options() {
         {G::Output, "output", 'o', "FILE", C::File, "name of the output, for exactly one input"},
         {G::Output, "output-dir", 'd', "DIR", C::Directory,
          "write below DIR, keeping the folders below each PATH"},
-        {G::Output, "force", 'f', "", C::None,
-         "replace outputs that exist; without it such a file is skipped"},
+        {G::Output, "force", 'f', "", C::None, "replace outputs that exist, whatever they are"},
+        {G::Output, "redo-changed", 0, "", C::None,
+         "level anew what was leveled from an earlier state of its input, with other options or "
+         "by an earlier arithmetic, and replace the old output"},
         {G::Output, "keep-mtime", 0, "", C::None,
          "give the output the modification time of its input"},
 
@@ -43,6 +45,16 @@ std::vector<OptionRow> own_options() {
         {G::Work, "strict", 0, "", C::None,
          "fail a file that is cut short or damaged, where else what is there is leveled with a "
          "note"},
+        {G::Work, "files-from", 0, "FILE", C::File,
+         "take the PATHs that FILE lists, one a line; - is the standard input"},
+        {G::Work, "null", '0', "", C::None, "with --files-from: a null byte ends each PATH"},
+        {G::Work, "plan", 0, "FILE", C::File,
+         "work on what the JSON of a dry run lists (--dry-run --json FILE); PATHs are not "
+         "searched"},
+        {G::Work, "shard", 0, "I/N", C::None,
+         "work on part I (0 to N-1) of N of about equal size; the N together are the whole"},
+        {G::Work, "max-failures", 0, "N", C::None,
+         "begin no more files after N have failed (default: go on)"},
         {G::Work, "dry-run", 'n', "", C::None, "say what would be read and written; touch nothing"},
         {G::Work, "analyze", 0, "", C::None,
          "only measure: print the loudness table, write no audio"},
@@ -54,6 +66,9 @@ std::vector<OptionRow> own_options() {
          "leave the excerpts to listen to out of the report"},
         {G::Facts, "json", 0, "PATH", C::File,
          "write the facts as JSON, one object per line and file; - is the standard output"},
+        {G::Facts, "no-curves", 0, "", C::None,
+         "leave the curves over time, most of its size, out of the JSON"},
+        {G::Facts, "log", 0, "FILE", C::File, "append every line, with its time, to FILE"},
 
         {G::Display, "quiet", 'q', "", C::None, "print errors only"},
         {G::Display, "verbose", 'v', "", C::None, "print the engine's messages as well"},

@@ -25,6 +25,7 @@ namespace po = boost::program_options;
 namespace {
 
 constexpr unsigned kMostJobs = 256;
+constexpr std::size_t kMostFailures = 1'000'000'000;
 constexpr unsigned kHelpWidth = 90;
 constexpr unsigned kHelpTextWidth = 48;
 
@@ -66,15 +67,30 @@ When parse_when(const po::variables_map& values, const char* name) {
     throw UsageError(fmt::format("--{} takes auto, always or never, not '{}'", name, text));
 }
 
-unsigned parse_jobs(const std::string& text) {
-    unsigned jobs = 0;
-    const bool digits = !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
-    if (!digits || !boost::conversion::try_lexical_convert(text, jobs) || jobs < 1 ||
-        jobs > kMostJobs) {
+/** Reads decimal digits alone: no sign, no space, nothing behind them. */
+bool read_number(const std::string& text, std::size_t& number) {
+    return !text.empty() && text.find_first_not_of("0123456789") == std::string::npos &&
+           boost::conversion::try_lexical_convert(text, number);
+}
+
+std::size_t parse_number(const char* name, const std::string& text, std::size_t most) {
+    std::size_t number = 0;
+    if (!read_number(text, number) || number < 1 || number > most) {
         throw UsageError(
-            fmt::format("--jobs takes a number from 1 to {}, not '{}'", kMostJobs, text));
+            fmt::format("--{} takes a number from 1 to {}, not '{}'", name, most, text));
     }
-    return jobs;
+    return number;
+}
+
+Shard parse_shard(const std::string& text) {
+    Shard shard;
+    const std::size_t slash = text.find('/');
+    if (slash == std::string::npos || !read_number(text.substr(0, slash), shard.index) ||
+        !read_number(text.substr(slash + 1), shard.count) || shard.index >= shard.count) {
+        throw UsageError(fmt::format(
+            "--shard takes I/N with I from 0 to N-1, such as 0/4 to 3/4, not '{}'", text));
+    }
+    return shard;
 }
 
 int parse_audio_stream(const std::string& text) {
@@ -113,7 +129,11 @@ void refuse_contradictions(const Settings& settings) {
             throw UsageError(text);
         }
     };
-    refuse(settings.paths.empty(), "name at least one file or folder");
+    refuse(settings.paths.empty() && settings.files_from.empty() && settings.plan.empty(),
+           "name at least one file or folder");
+    refuse(settings.null && settings.files_from.empty(), "--null belongs to --files-from");
+    refuse(settings.force && settings.redo_changed,
+           "--force and --redo-changed exclude each other");
     refuse(!settings.output.empty() && !settings.output_dir.empty(),
            "--output and --output-dir exclude each other");
     refuse(settings.suffix.find('/') != std::string::npos, "--suffix may not hold a '/'");
@@ -186,8 +206,22 @@ Settings parse_command_line(int argc, const char* const* argv) {
     if (given("for")) {
         settings.destinations = parse_destinations(values["for"].as<std::string>());
     }
-    settings.jobs = given("jobs") ? parse_jobs(values["jobs"].as<std::string>())
-                                  : std::clamp(std::thread::hardware_concurrency(), 1u, kMostJobs);
+    text("files-from", settings.files_from);
+    text("plan", settings.plan);
+    text("log", settings.log);
+    settings.null = given("null");
+    const auto value = [&](const char* name) { return values[name].as<std::string>(); };
+    settings.jobs = static_cast<unsigned>(
+        given("jobs") ? parse_number("jobs", value("jobs"), kMostJobs)
+                      : std::clamp(std::thread::hardware_concurrency(), 1u, kMostJobs));
+    if (given("max-failures")) {
+        settings.max_failures = parse_number("max-failures", value("max-failures"), kMostFailures);
+    }
+    if (given("shard")) {
+        settings.shard = parse_shard(value("shard"));
+    }
+    settings.redo_changed = given("redo-changed");
+    settings.curves = given("no-curves") ? Curves::Omit : Curves::Tell;
     text("audio-codec", settings.audio_codec);
     if (given("audio-stream")) {
         settings.audio_stream = parse_audio_stream(values["audio-stream"].as<std::string>());

@@ -1,8 +1,11 @@
 #pragma once
 
+#include <cstddef>
 #include <stdexcept>
 #include <string>
 #include <vector>
+
+#include "cli/facts/run_facts.h"
 
 /*
  * Settings are what was asked for, read once and checked for contradictions; nobody else looks at
@@ -23,14 +26,25 @@ class UsageError : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
+/** One part of a work that was cut into `count` parts, counted from 0. */
+struct Shard {
+    std::size_t index = 0;
+    std::size_t count = 1;
+};
+
 /** What a command line asks for. */
 struct Settings {
     std::vector<std::string> paths;  // files and folders, as named
+    std::string files_from;          // a list of more paths; "-" is the standard input
+    bool null = false;               // its separator is a null byte
+    std::string plan;                // the JSON of a dry run, instead of paths
+    Shard shard;
     std::string suffix = "-leveled";
     std::string output;                     // empty: named by the suffix
     std::string output_dir;                 // empty: beside the input
     unsigned jobs = 1;                      // files worked on at the same time
     bool force = false;                     // replace outputs that exist
+    bool redo_changed = false;              // replace the outputs of inputs that changed
     bool keep_mtime = false;                // the output gets the input's modification time
     bool strict = false;                    // an input that is cut short fails
     int audio_stream = 0;                   // of a media file, counted from 1; 0: the default one
@@ -42,8 +56,11 @@ struct Settings {
     std::string report;                     // HTML page or folder; empty: none
     bool listen = true;                     // excerpts in the report
     std::string json;                       // file, "-" for the standard output; empty: none
-    bool quiet = false;                     // errors only
-    bool verbose = false;                   // the engine's messages as well
+    Curves curves = Curves::Tell;
+    std::string log;               // empty: none
+    std::size_t max_failures = 0;  // 0: any number
+    bool quiet = false;            // errors only
+    bool verbose = false;          // the engine's messages as well
     When color = When::Auto;
     When progress = When::Auto;
     std::vector<std::string> tuning;  // words for the engine: "--segment-tolerance=3", ...

@@ -193,7 +193,7 @@ std::string verdict(const std::vector<FileFacts>& files, const std::vector<std::
     return text;
 }
 
-Json facts_document(const FileFacts& facts, const std::vector<std::string>& asked) {
+Json facts_document(const FileFacts& facts, const std::vector<std::string>& asked, Curves curves) {
     Json document = {
         {"program", "quorvane"}, {"version", kVersion}, {"verdict", verdict(facts, asked)}};
     if (measured(facts)) {
@@ -204,7 +204,7 @@ Json facts_document(const FileFacts& facts, const std::vector<std::string>& aske
         }
         document["destinations"] = checks;
     }
-    document.update(to_json(facts));
+    document.update(to_json(facts, curves));
     return document;
 }
 

@@ -35,6 +35,7 @@ std::string verdict(const std::vector<FileFacts>& files, const std::vector<std::
  * file stands to each destination.
  */
 nlohmann::ordered_json facts_document(const FileFacts& facts,
-                                      const std::vector<std::string>& asked);
+                                      const std::vector<std::string>& asked,
+                                      Curves curves = Curves::Tell);
 
 }  // namespace cli

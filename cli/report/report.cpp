@@ -8,6 +8,7 @@
 #include <cmath>
 #include <filesystem>
 #include <set>
+#include <utility>
 
 #include "Common/version.h"
 #include "cli/facts/destinations.h"
@@ -49,8 +50,12 @@ std::string outcome_text(const FileFacts& facts) {
             return "copied unchanged";
         case Outcome::Analyzed:
             return "measured";
+        case Outcome::UpToDate:
+            return "up to date";
         case Outcome::Skipped:
             return "skipped";
+        case Outcome::Planned:
+            return "planned";
         case Outcome::Failed:
             return "failed";
         case Outcome::Interrupted:
@@ -274,7 +279,8 @@ std::string index_row(const FileFacts& facts,
         }
         return text;
     };
-    const bool fine = facts.outcome == Outcome::Leveled || facts.outcome == Outcome::Analyzed;
+    const bool fine = facts.outcome == Outcome::Leveled || facts.outcome == Outcome::Analyzed ||
+                      facts.outcome == Outcome::UpToDate;
     std::string result = fmt::format("<span class=\"{}\">{}</span>",
                                      fine                               ? "met"
                                      : facts.outcome == Outcome::Failed ? "off"
@@ -348,38 +354,50 @@ std::string index_page(const std::vector<FileFacts>& files,
         footer());
 }
 
-void write_folder(const fs::path& folder,
-                  const std::vector<FileFacts>& files,
-                  const ReportOptions& options) {
-    std::set<std::string> taken = {"index.html"};
-    std::string rows;
-    for (const FileFacts& facts : files) {
-        std::string page;
-        if (facts.before) {
-            page = page_name(facts, taken);
-            write_whole_text((folder / page).string(), page_of(facts, options, Place::InFolder));
-        }
-        rows += index_row(facts, page, options);
-    }
-    write_whole_text((folder / "index.html").string(),
-                     html_page("Leveling report", index_page(files, rows, options)));
-}
-
 }  // namespace
 
 std::string report_page(const FileFacts& facts, const ReportOptions& options) {
     return page_of(facts, options, Place::Alone);
 }
 
+ReportWriter::ReportWriter(const std::string& path, std::size_t count, ReportOptions options)
+    : path_(path),
+      count_(count),
+      options_(std::move(options)),
+      folder_(count != 1 || path.back() == '/' || fs::is_directory(path)) {}
+
+void ReportWriter::add(const FileFacts& facts) {
+    if (!folder_) {
+        return write_whole_text(path_.string(), report_page(facts, options_));
+    }
+    std::string page;
+    if (facts.before) {
+        page = page_name(facts, taken_);
+        write_whole_text((path_ / page).string(), page_of(facts, options_, Place::InFolder));
+    }
+    rows_ += index_row(facts, page, options_);
+    files_.push_back(facts);
+    strip_details(files_.back());
+}
+
+std::string ReportWriter::finish() {
+    if (!folder_) {
+        return path_.string();
+    }
+    const fs::path index = path_ / "index.html";
+    write_whole_text(index.string(),
+                     html_page("Leveling report", index_page(files_, rows_, options_)));
+    return index.string();
+}
+
 std::string write_report(const std::string& path,
                          const std::vector<FileFacts>& files,
                          const ReportOptions& options) {
-    if (files.size() == 1 && path.back() != '/' && !fs::is_directory(path)) {
-        write_whole_text(path, report_page(files.front(), options));
-        return path;
+    ReportWriter report(path, files.size(), options);
+    for (const FileFacts& facts : files) {
+        report.add(facts);
     }
-    write_folder(path, files, options);
-    return (fs::path(path) / "index.html").string();
+    return report.finish();
 }
 
 }  // namespace cli

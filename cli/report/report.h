@@ -1,5 +1,7 @@
 #pragma once
 
+#include <filesystem>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -14,10 +16,31 @@ struct ReportOptions {
 };
 
 /**
- * Writes the report of a run: for one file a page at the path (or in it, if it is a folder), for
- * several a folder with a page for each measured file and index.html. Returns the path of the page
- * to open first. Throws std::system_error.
+ * Writes the report of a run, file by file: for one file a page at the path (or in it, if it is a
+ * folder), for several a folder with a page for each measured file and index.html. All throw
+ * std::system_error.
  */
+class ReportWriter {
+  public:
+    /** count: how many files there will be. */
+    ReportWriter(const std::string& path, std::size_t count, ReportOptions options = {});
+
+    void add(const FileFacts& facts);
+
+    /** Writes index.html. Returns the path of the page to open first. */
+    std::string finish();
+
+  private:
+    std::filesystem::path path_;
+    std::size_t count_;
+    ReportOptions options_;
+    bool folder_;
+    std::set<std::string> taken_ = {"index.html"};  // names of pages, lower case
+    std::string rows_;
+    std::vector<FileFacts> files_;  // for the verdict, without curves and passages
+};
+
+/** The same of a run whose facts are all there. Returns the path of the page to open first. */
 std::string write_report(const std::string& path,
                          const std::vector<FileFacts>& files,
                          const ReportOptions& options = {});

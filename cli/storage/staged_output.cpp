@@ -14,6 +14,7 @@
 #include <boost/crc.hpp>
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <random>
 #include <system_error>
@@ -47,6 +48,8 @@ fs::path folder_of(const std::string& path) {
     return folder.empty() ? fs::path(".") : folder;
 }
 
+constexpr const char* kPartWord = ".quorvane-";
+
 /** Of a name that would get too long with what is added to it, the first bytes and a check sum. */
 std::string part_prefix(const std::string& destination) {
     constexpr std::size_t kMostBytes = 180;
@@ -56,15 +59,15 @@ std::string part_prefix(const std::string& destination) {
         sum.process_bytes(name.data(), name.size());
         name = fmt::format("{}~{:08x}", name.substr(0, kMostBytes), sum.checksum());
     }
-    return "." + name + ".quorvane-";
+    return "." + name + kPartWord;
 }
 
 constexpr const char* kPartEnd = ".part";
 
-std::vector<fs::path> parts(const std::string& destination, const std::string& prefix) {
+std::vector<fs::path> parts(const fs::path& folder, const std::string& prefix) {
     std::vector<fs::path> found;
     std::error_code error;
-    for (fs::directory_iterator entry(folder_of(destination), error), end; !error && entry != end;
+    for (fs::directory_iterator entry(folder, error), end; !error && entry != end;
          entry.increment(error)) {
         const fs::path path = entry->path();
         if (path.filename().string().rfind(prefix, 0) == 0 && path.extension() == kPartEnd) {
@@ -210,7 +213,22 @@ void StagedOutput::commit(bool replace) {
 }
 
 void remove_stale_parts(const std::string& destination) {
-    for (const fs::path& part : parts(destination, part_prefix(destination))) {
+    remove_stale_parts(folder_of(destination).string(),
+                       {fs::path(destination).filename().string()});
+}
+
+void remove_stale_parts(const std::string& folder, const std::set<std::string>& outputs) {
+    std::set<std::string> prefixes;
+    for (const std::string& output : outputs) {
+        prefixes.insert(part_prefix(output));
+    }
+    for (const fs::path& part : parts(folder, ".")) {
+        const std::string name = part.filename().string();
+        const std::size_t word = name.rfind(kPartWord);
+        if (word == std::string::npos ||
+            prefixes.count(name.substr(0, word + std::strlen(kPartWord))) == 0) {
+            continue;
+        }
         const int file = open(part.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
         if (file < 0) {
             continue;
@@ -224,28 +242,54 @@ void remove_stale_parts(const std::string& destination) {
 
 void remove_own_parts(const std::string& destination) {
     const std::string prefix = fmt::format("{}{}-", part_prefix(destination), getpid());
-    for (const fs::path& part : parts(destination, prefix)) {
+    for (const fs::path& part : parts(folder_of(destination), prefix)) {
         unlink(part.c_str());
     }
 }
 
-void write_whole_text(const std::string& destination, const std::string& text) {
-    const auto write_over = [&](const std::string& path) {
-        const Descriptor file(path, O_WRONLY);
-        if (!file.is_open() || !write_all(file.get(), text.data(), text.size())) {
-            fail(destination);
-        }
-        sync(file.get(), destination);
-    };
+StagedText::StagedText(const std::string& destination) : destination_(destination) {
     // A pipe or a device is written to; it cannot be replaced.
     std::error_code ignored;
     const fs::file_status status = fs::status(destination, ignored);
-    if (fs::exists(status) && !fs::is_regular_file(status)) {
-        return write_over(destination);
+    if (!fs::exists(status) || fs::is_regular_file(status)) {
+        staged_ = std::make_unique<StagedOutput>(destination);
     }
-    StagedOutput staged(destination);
-    write_over(staged.path());
-    staged.commit(true);
+    file_ =
+        std::make_unique<Descriptor>(staged_ ? staged_->path() : destination, O_WRONLY | O_CLOEXEC);
+    if (!file_->is_open()) {
+        fail(destination);
+    }
+}
+
+StagedText::~StagedText() = default;
+
+void StagedText::add(const std::string& text) {
+    constexpr std::size_t kBlockBytes = 1 << 16;
+    pending_ += text;
+    if (pending_.size() >= kBlockBytes) {
+        flush();
+    }
+}
+
+void StagedText::flush() {
+    if (!write_all(file_->get(), pending_.data(), pending_.size())) {
+        fail(destination_);
+    }
+    pending_.clear();
+}
+
+void StagedText::commit() {
+    flush();
+    sync(file_->get(), destination_);
+    if (staged_) {
+        staged_->commit(true);
+    }
+}
+
+void write_whole_text(const std::string& destination, const std::string& text) {
+    StagedText file(destination);
+    file.add(text);
+    file.commit();
 }
 
 }  // namespace cli

@@ -1,6 +1,10 @@
 #pragma once
 
+#include <memory>
+#include <set>
 #include <string>
+
+#include "Common/files/descriptor.h"
 
 namespace cli {
 
@@ -50,10 +54,36 @@ class StagedOutput {
 void remove_stale_parts(const std::string& destination);
 
 /**
+ * The same of many outputs in one folder, by their names in it. The folder is read once, so that a
+ * hundred thousand outputs cost no more than one.
+ */
+void remove_stale_parts(const std::string& folder, const std::set<std::string>& outputs);
+
+/**
  * Removes what this process has not yet committed, locked or not: for a process that is about to
  * end.
  */
 void remove_own_parts(const std::string& destination);
+
+/**
+ * A text file written piece by piece that takes its name, in place of what is there, when it is
+ * complete. A pipe or a device is written to as it is. All throw std::system_error.
+ */
+class StagedText {
+  public:
+    explicit StagedText(const std::string& destination);
+    ~StagedText();
+    void add(const std::string& text);
+    void commit();
+
+  private:
+    void flush();
+
+    std::string destination_;
+    std::unique_ptr<StagedOutput> staged_;  // none for a pipe or a device
+    std::unique_ptr<Descriptor> file_;
+    std::string pending_;
+};
 
 /** Writes a whole text file through a StagedOutput, replacing what is there. */
 void write_whole_text(const std::string& destination, const std::string& text);

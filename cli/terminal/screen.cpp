@@ -6,9 +6,12 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
+#include <sstream>
 
 #include "cli/terminal/terminal_text.h"
 
@@ -58,9 +61,29 @@ std::string drawn_bar(double fraction, std::size_t columns, bool unicode) {
     return bar;
 }
 
+std::string without_colors(const std::string& text) {
+    std::string plain;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        if (text[i] == '\x1b') {
+            i = std::min(text.find('m', i), text.size());
+        } else {
+            plain += text[i];
+        }
+    }
+    return plain;
+}
+
 }  // namespace
 
-Screen::Screen(const Settings& settings) : quiet_(settings.quiet) {
+Screen::Screen(const Settings& settings) : quiet_(settings.quiet), log_(nullptr, fclose) {
+    if (!settings.log.empty()) {
+        // Lines of several runs may go to one file: each is written in one piece, at its end.
+        log_.reset(fopen(settings.log.c_str(), "ae"));
+        if (!log_) {
+            throw UsageError(
+                fmt::format("--log {} cannot be written: {}", settings.log, strerror(errno)));
+        }
+    }
     out_ = settings.json_on_standard_output() ? stderr : stdout;
     out_is_terminal_ = isatty(fileno(out_));
     const char* term = getenv("TERM");
@@ -82,7 +105,25 @@ void Screen::write_out(FILE* to, const std::string& text) const {
     fflush(to);
 }
 
+void Screen::log(const std::string& text) const {
+    if (!log_) {
+        return;
+    }
+    const std::time_t now = std::time(nullptr);
+    std::tm parts{};
+    gmtime_r(&now, &parts);
+    char time[32];
+    std::strftime(time, sizeof time, "%Y-%m-%dT%H:%M:%SZ ", &parts);
+    std::string lines;
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line);) {
+        lines += line.empty() ? "" : time + without_colors(line) + "\n";
+    }
+    write_out(log_.get(), lines);
+}
+
 void Screen::line(const std::string& text) {
+    log(text);
     if (quiet_) {
         return;
     }
@@ -91,6 +132,7 @@ void Screen::line(const std::string& text) {
 }
 
 void Screen::error(const std::string& text) {
+    log(text);
     clear();
     write_out(stderr, text + "\n");
 }

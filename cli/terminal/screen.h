@@ -1,6 +1,8 @@
 #pragma once
 
 #include <chrono>
+#include <cstdio>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -21,6 +23,7 @@ namespace cli {
  */
 class Screen {
   public:
+    /** Opens the log, if there is to be one. Throws UsageError when that cannot be. */
     explicit Screen(const Settings& settings);
 
     /**
@@ -56,12 +59,14 @@ class Screen {
 
   private:
     void write_out(FILE* to, const std::string& text) const;
+    void log(const std::string& text) const;
 
     bool quiet_;
     bool color_;
     bool bars_;
     FILE* out_;
     bool out_is_terminal_;
+    std::unique_ptr<FILE, int (*)(FILE*)> log_;
     std::vector<std::size_t> drawn_widths_;
     std::chrono::steady_clock::time_point drawn_at_{};
 };

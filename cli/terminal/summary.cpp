@@ -168,25 +168,6 @@ std::string narrow_table(const std::vector<FileFacts>& files, std::size_t column
     return table;
 }
 
-std::string counts(const std::vector<FileFacts>& files) {
-    std::vector<std::string> parts;
-    const auto add = [&](Outcome outcome, const char* text) {
-        const auto count = std::count_if(files.begin(), files.end(), [&](const FileFacts& facts) {
-            return facts.outcome == outcome;
-        });
-        if (count) {
-            parts.push_back(fmt::format("{} {}", count, text));
-        }
-    };
-    add(Outcome::Leveled, "leveled");
-    add(Outcome::Analyzed, "measured");
-    add(Outcome::Copied, "copied unchanged");
-    add(Outcome::Skipped, "skipped");
-    add(Outcome::Failed, "failed");
-    add(Outcome::Interrupted, "not finished");
-    return parts.empty() ? "nothing to do" : boost::algorithm::join(parts, ", ");
-}
-
 /** The first files that were not finished, and how to go on. */
 void print_interrupted(const std::vector<FileFacts>& files, Screen& screen) {
     constexpr std::size_t kMostNamed = 10;
@@ -240,6 +221,27 @@ std::string loudness_table(const std::vector<FileFacts>& files, std::size_t colu
                       shared);
 }
 
+std::string counts(const std::vector<FileFacts>& files) {
+    std::vector<std::string> parts;
+    const auto add = [&](Outcome outcome, const char* text) {
+        const auto count = std::count_if(files.begin(), files.end(), [&](const FileFacts& facts) {
+            return facts.outcome == outcome;
+        });
+        if (count) {
+            parts.push_back(fmt::format("{} {}", count, text));
+        }
+    };
+    add(Outcome::Leveled, "leveled");
+    add(Outcome::Analyzed, "measured");
+    add(Outcome::Copied, "copied unchanged");
+    add(Outcome::UpToDate, "up to date");
+    add(Outcome::Skipped, "skipped");
+    add(Outcome::Planned, "to be done");
+    add(Outcome::Failed, "failed");
+    add(Outcome::Interrupted, "not finished");
+    return parts.empty() ? "nothing to do" : boost::algorithm::join(parts, ", ");
+}
+
 std::string finished_line(const FileFacts& facts, const Screen& screen) {
     const std::string input = printable(facts.input);
     const std::string output = printable(facts.output);
@@ -258,6 +260,10 @@ std::string finished_line(const FileFacts& facts, const Screen& screen) {
         case Outcome::Copied:
             return fmt::format("{} {} > {}: {}", screen.paint("copied unchanged", "33"), input,
                                output, printable(facts.cause));
+        case Outcome::UpToDate:
+            return fmt::format("{} {} > {}", screen.paint("up to date", "32"), input, output);
+        case Outcome::Planned:
+            return fmt::format("would level {} > {}", input, output);
         case Outcome::Skipped:
             return fmt::format("{} {}: {}", screen.paint("skipped", "33"), input,
                                printable(facts.cause));

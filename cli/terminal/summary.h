@@ -26,6 +26,9 @@ std::string loudness_table(const std::vector<FileFacts>& files, std::size_t colu
 /** The line for a file that just finished. */
 std::string finished_line(const FileFacts& facts, const Screen& screen);
 
+/** "3 leveled, 1 failed". */
+std::string counts(const std::vector<FileFacts>& files);
+
 /**
  * The counts of a run, "3 leveled, 1 failed in 0:12", then the notes, and the files that an
  * interrupt left unfinished with the way to go on.

@@ -12,6 +12,9 @@
 #include <vector>
 
 #include "Common/stream/helper_thread.h"
+#include "cli/archive/content_hash.h"
+#include "cli/archive/record.h"
+#include "cli/archive/up_to_date.h"
 #include "cli/audio/measure.h"
 #include "cli/engine/engine_run.h"
 #include "cli/engine/output_gate.h"
@@ -35,17 +38,48 @@ namespace {
 
 struct Work {
     const Job& job;
-    FileFacts facts;
-    std::unique_ptr<Carrier> carrier;
-    std::vector<std::string> engine_inputs;
-    std::vector<std::string> leveled;  // of each engine input; empty: the engine handed it back
-    std::string audio;    // the newest form of the leveled audio; at the end the complete file
-    bool changed = true;  // false: the engine handed every input back
-    std::future<Loudness> before;          // on its way, while the engine works
-    std::function<void(double)> progress;  // of the stage, 0 to 1
+    OutputClaim& claim;
+    FileFacts facts = {};
+    FileState input = {};  // when the work began
+    bool replace = false;  // an output that is there
+    bool over = false;     // the other stages have nothing to do
+    std::unique_ptr<Carrier> carrier = nullptr;
+    std::vector<std::string> engine_inputs = {};
+    // Of each engine input; empty: the engine handed it back.
+    std::vector<std::string> leveled = {};
+    std::string audio = "";  // the newest form of the leveled audio; at the end the complete file
+    bool changed = true;     // false: the engine handed every input back
+    std::future<Loudness> before = {};               // on its way, while the engine works
+    std::function<void(double)> progress = nullptr;  // of the stage, 0 to 1
 };
 
+std::string key_of(const JobOptions& options) {
+    return options_key(options.tuning, options.measure, options.audio_stream, options.audio_codec,
+                       options.destination);
+}
+
+/** With the claim in hand it is certain whether another process has made the output meanwhile. */
+void claim(Work& work) {
+    const Job& job = work.job;
+    work.facts.outcome = Outcome::Planned;
+    work.over =
+        !work.claim.take(job.output, job.new_folder, job.wait ? WhenTaken::Wait : WhenTaken::Leave);
+    work.replace = job.options.replace || job.options.redo_changed;
+    if (work.over || job.options.replace || state_of(job.output) == job.found) {
+        return;
+    }
+    const Judgement judgement = UpToDate(key_of(job.options)).judge(job.input, job.output);
+    work.replace = job.options.redo_changed && judgement.standing == Standing::Changed;
+    if (judgement.standing == Standing::UpToDate) {
+        work.facts = facts_of(judgement, job.input, job.output);
+        work.over = true;
+    }
+}
+
 void probe(Work& work) {
+    work.facts.outcome = Outcome::Analyzed;
+    work.input = state_of(work.job.input);
+
     work.carrier = make_carrier(work.job);
     work.carrier->probe(work.facts);
 }
@@ -179,9 +213,26 @@ void check_result(Work& work) {
     work.carrier->check(work.audio, work.facts);
 }
 
+// Before the output takes its name: see record.cpp.
+void write_record(Work& work, const std::string& staged) {
+    const Job& job = work.job;
+    DoneRecord record;
+    record.output = fs::path(job.output).filename().string();
+    record.output_state = state_of(staged);
+    record.output_hash = content_hash(staged);
+    record.input = job.input;
+    record.input_state = work.input;
+    record.input_hash = content_hash(job.input);
+    if (state_of(job.input) != work.input) {
+        throw FileError("it was changed while it was worked on, so nothing was written");
+    }
+    record.options = key_of(job.options);
+    record.facts = work.facts;
+    work.claim.record(to_line(record));
+}
+
 void place(Work& work) {
     const std::string& output = work.job.output;
-    remove_stale_parts(output);
     StagedOutput staged(output);
     staged.take_protection_of(work.job.input);
     staged.fill_from(work.audio);
@@ -189,7 +240,8 @@ void place(Work& work) {
         staged.take_time_of(work.job.input);
     }
     try {
-        staged.commit(work.job.options.replace);
+        write_record(work, staged.path());
+        staged.commit(work.replace);
     } catch (const std::system_error& error) {
         if (error.code() != std::errc::file_exists) {
             throw;
@@ -238,6 +290,7 @@ struct Stage {
 };
 
 constexpr Stage kStages[] = {
+    {claim, levels, 0.0, 0.0},
     {probe, always, 0.0, 0.0},
     {decode, decodes, 0.0, 0.05},
     {measure_before, measures, 0.10, 0.14},
@@ -255,7 +308,7 @@ constexpr Stage kStages[] = {
 void run_stages(Work& work, const std::function<void(double)>& progress) {
     double from = 0;
     for (const Stage& stage : kStages) {
-        if (!stage.wanted(work)) {
+        if (work.over || !stage.wanted(work)) {
             continue;
         }
         const bool whole = work.carrier && work.carrier->decodes();
@@ -269,20 +322,22 @@ void run_stages(Work& work, const std::function<void(double)>& progress) {
 
 }  // namespace
 
-FileFacts work_on(const Job& job, const std::function<void(double)>& progress) {
+FileFacts work_on(const Job& job, OutputClaim& claim, const std::function<void(double)>& progress) {
     const auto start = std::chrono::steady_clock::now();
-    Work work{job, {}, nullptr, {}, {}, "", true, {}, nullptr};
+    Work work{job, claim};
     work.facts.input = job.input;
     work.facts.output = job.output;
     try {
-        work.facts.outcome = Outcome::Analyzed;
         run_stages(work, progress);
     } catch (const std::exception& error) {
         work.facts.outcome = Outcome::Failed;
         work.facts.cause = error.what();
     }
+    claim.release();
     const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start;
-    work.facts.elapsed_s = elapsed.count();
+    if (work.facts.outcome != Outcome::UpToDate) {
+        work.facts.elapsed_s = elapsed.count();
+    }
     return work.facts;
 }
 

@@ -4,13 +4,16 @@
 #include <string>
 #include <vector>
 
+#include "cli/archive/record.h"
+
 namespace cli {
 
 /** What the files of a run have in common. */
 struct JobOptions {
     std::vector<std::string> tuning;  // words for the engine: "--segment-tolerance=3", ...
     bool measure = true;              // the loudness before and after
-    bool replace = false;             // an output that exists
+    bool replace = false;             // an output that exists, whatever it is
+    bool redo_changed = false;        // replace an output of ours whose input or options changed
     bool keep_mtime = false;
     bool strict = false;      // a damaged input fails
     int audio_stream = 0;     // counted from 1; 0: the default one, below 0: all
@@ -22,6 +25,7 @@ NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(JobOptions,
                                    tuning,
                                    measure,
                                    replace,
+                                   redo_changed,
                                    keep_mtime,
                                    strict,
                                    audio_stream,
@@ -35,9 +39,13 @@ struct Job {
     std::string scratch;           // a directory of its own, which exists
     bool spare_processor = false;  // one is free for reading ahead and measuring meanwhile
     JobOptions options;
+    FileState found;         // the output as the plan found it; when that changed, others were here
+    std::string new_folder;  // missing_folder() of the output when the run began
+    bool wait = false;       // for another process that is at the same output, else leave it
 };
 
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Job, input, output, scratch, spare_processor, options)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(
+    Job, input, output, scratch, spare_processor, options, found, new_folder, wait)
 
 /**
  * How a worker is started: the program with kWorkerWord alone. It reads its job from

@@ -88,7 +88,7 @@ void ask_to_stop(int) {
  * Waits for a signal or for the end of the parent, then removes the job's files and ends the
  * process. What the other thread writes meanwhile fails, as its folder is gone.
  */
-void watch(const Job& job, pid_t parent) {
+void watch(const Job& job, OutputClaim& claim, pid_t parent) {
     pollfd watched[2] = {{kJobDescriptor, POLLIN, 0}, {g_stop_pipe[0], POLLIN, 0}};
     while (poll(watched, 2, -1) < 0 && errno == EINTR) {
     }
@@ -109,6 +109,7 @@ void watch(const Job& job, pid_t parent) {
     if (!job.output.empty()) {
         remove_own_parts(job.output);
     }
+    claim.release();
     _exit(128 + SIGTERM);
 }
 
@@ -146,14 +147,15 @@ int worker_main() {
     signal(SIGINT, SIG_IGN);  // the terminal sends it to all; the parent decides
     signal(SIGPIPE, SIG_IGN);
 
-    static Job job;  // outlives the thread that watches
+    static Job job;  // they outlive the thread that watches
+    static OutputClaim claim;
     try {
         job = read_job();
     } catch (const nlohmann::json::exception&) {
         return 1;  // the parent is gone or not ours
     }
-    std::thread(watch, std::cref(job), parent).detach();
-    const FileFacts facts = work_on(job, ProgressEvents());
+    std::thread(watch, std::cref(job), std::ref(claim), parent).detach();
+    const FileFacts facts = work_on(job, claim, ProgressEvents());
     fflush(nullptr);
     write_line(dump({{"facts", to_json(facts)}}));
     return facts.outcome == Outcome::Failed ? 1 : 0;

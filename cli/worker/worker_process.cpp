@@ -14,6 +14,7 @@
 #include <system_error>
 #include <vector>
 
+#include "cli/archive/output_claim.h"
 #include "cli/storage/scratch.h"
 #include "cli/storage/staged_output.h"
 
@@ -225,14 +226,24 @@ void WorkerProcess::send_signal(int signal) const {
     }
 }
 
+// What a worker that died could not remove itself.
+void WorkerProcess::clear_up() const {
+    remove_stale_parts(job_.output);
+    try {
+        OutputClaim().take(job_.output, job_.new_folder, WhenTaken::Leave);
+    } catch (const std::system_error&) {
+        // The folder cannot be written any more: then nothing can be removed either.
+    }
+}
+
 FileFacts WorkerProcess::finish() {
     int status = 0;
     while (waitpid(pid_, &status, 0) < 0 && errno == EINTR) {
     }
     pid_ = -1;
     remove_tree(job_.scratch);
-    if (!job_.output.empty()) {
-        remove_stale_parts(job_.output);
+    if (!facts_ && !job_.output.empty()) {
+        clear_up();
     }
 
     FileFacts facts = facts_.value_or(FileFacts{});

@@ -47,6 +47,7 @@ class WorkerProcess {
     const std::string& messages() const { return messages_; }
 
   private:
+    void clear_up() const;
     void take_event(const std::string& line);
 
     Job job_;

@@ -85,7 +85,7 @@ std::vector<cli::PlannedFile> outputs_of(const cli::Settings& settings,
                 const auto one = cli::plan_outputs(settings, {file});
                 plan.insert(plan.end(), one.begin(), one.end());
             } catch (const cli::UsageError& error) {
-                refused.push_back({file.path.string(), "", Existing::Nothing, error.what(), ""});
+                refused.push_back({file.path, "", Existing::Nothing, error.what(), ""});
             }
         }
         return plan;
@@ -113,13 +113,12 @@ DropPlan plan_drop(const std::vector<std::string>& paths, const std::string& out
         if (worth_a_row(file.path)) {
             inputs.push_back(file);
         } else {
-            plan.not_audio.push_back(file.path.string());
+            plan.not_audio.push_back(file.path);
         }
     }
     std::set<std::string> taken;
     for (const cli::PlannedFile& planned : outputs_of(settings, inputs, plan.files)) {
-        DropFile file{planned.input.string(), planned.output.string(), Existing::Nothing, "",
-                      planned.skip};
+        DropFile file{planned.input, planned.output, Existing::Nothing, "", planned.skip};
         if (!taken.insert(file.output).second) {
             file.output = free_name(file.output, taken);
             taken.insert(file.output);

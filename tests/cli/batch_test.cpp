@@ -60,6 +60,13 @@ class Batch : public testing::Test {
         return names;
     }
 
+    // Without the record of what is done.
+    std::vector<std::string> outputs_in(const std::string& folder) const {
+        std::vector<std::string> names = names_in(folder);
+        names.erase(std::remove(names.begin(), names.end(), ".quorvane.jsonl"), names.end());
+        return names;
+    }
+
     // Facts of a run, by input.
     static std::map<std::string, Json> facts(const std::string& lines) {
         std::map<std::string, Json> result;
@@ -108,7 +115,7 @@ TEST_F(Batch, AFolderIsLeveledAndOneBadFileCostsItselfOnly) {
     const std::string before = read_text(dir_ / "season/one.wav");
     const ProgramResult result = run("-j2 -d out --json facts.json season nowhere.wav");
     EXPECT_EQ(result.status, 1);
-    EXPECT_THAT(names_in("out"), ElementsAre("one-leveled.wav", "sub"));
+    EXPECT_THAT(outputs_in("out"), ElementsAre("one-leveled.wav", "sub"));
     EXPECT_EQ(read_text(dir_ / "season/one.wav"), before);
     EXPECT_EQ(sound_info(dir_ / "out/sub/two-leveled.flac").frames, 64000);
     EXPECT_THAT(result.out, HasSubstr("2 leveled, 3 failed in"));
@@ -147,10 +154,70 @@ TEST_F(Batch, OutputsThatExistAreKeptWithoutForce) {
     EXPECT_EQ(fs::last_write_time(dir_ / "a-leveled.wav"), time);
 }
 
+TEST_F(Batch, ASecondRunDoesOnlyWhatChanged) {
+    for (const char* name : {"in/a.wav", "in/b.wav", "in/c.wav"}) {
+        talk(name);
+    }
+    ASSERT_EQ(0, run("-d out in --json first.jsonl").status);
+    const std::string output = read_text(dir_ / "out/a-leveled.wav");
+    EXPECT_THAT(run("-d out in").out, HasSubstr("3 up to date in"));
+
+    talk("in/b.wav", 3);
+    ProgramResult result = run("-d out in");
+    EXPECT_EQ(0, result.status);
+    EXPECT_THAT(result.out, HasSubstr("skipped in/b.wav: the input changed since"));
+    EXPECT_EQ(64000, sound_info(dir_ / "out/b-leveled.wav").frames);
+    EXPECT_THAT(run("-n -d out in --redo-changed").out,
+                HasSubstr("2 up to date, 1 to be done; 0:03"));
+    result = run("-d out in --redo-changed --json second.jsonl");
+    EXPECT_THAT(result.out, HasSubstr("1 leveled, 2 up to date"));
+    EXPECT_EQ(48000, sound_info(dir_ / "out/b-leveled.wav").frames);
+    EXPECT_EQ(output, read_text(dir_ / "out/a-leveled.wav"));
+    const Json before = facts(read_text(dir_ / "first.jsonl")).at("in/a.wav");
+    Json after = facts(read_text(dir_ / "second.jsonl")).at("in/a.wav");
+    EXPECT_EQ("up-to-date", after["status"]);
+    EXPECT_EQ(before["after"]["integrated_lufs"], after["after"]["integrated_lufs"]);
+    EXPECT_EQ(before["leveling"]["passages"], after["leveling"]["passages"]);
+}
+
+TEST_F(Batch, ShardsOfAPlanAreMergedIntoWhatASingleRunTells) {
+    for (int i = 0; i < 5; ++i) {
+        talk("in/" + std::to_string(i) + ".wav", 1 + i);
+    }
+    write_text(dir_ / "in/bad.wav", "nothing to hear");
+    EXPECT_EQ(1, run("-d out in nowhere.wav -n --json plan").status);
+    EXPECT_EQ(1, run("-d single in nowhere.wav --json one.jsonl --report r1").status);
+    // The first task dies and comes again; one shard is worked on twice at the same time.
+    run("--plan plan --shard 0/3 --max-failures 1 --json - >0.0");
+    run_program("cd " + dir_.path() +
+                " && for t in 0.1 1.0 2.0 2.1; do " QUORVANE
+                " --plan plan --shard ${t%.*}/3 --json - --log log >$t 2>/dev/null & done; wait");
+    const ProgramResult merged = run("merge plan ?.? --json all.jsonl --report r2");
+    EXPECT_EQ(1, merged.status);
+    EXPECT_THAT(merged.out, HasSubstr("5 leveled, 2 failed"));
+    auto one = facts(read_text(dir_ / "one.jsonl"));
+    auto all = facts(read_text(dir_ / "all.jsonl"));
+    ASSERT_EQ(7u, all.size());
+    for (auto& [input, json] : all) {
+        for (const char* own : {"elapsed_s", "output", "bytes"}) {
+            json.erase(own);
+            one.at(input).erase(own);
+        }
+        EXPECT_EQ(one.at(input), json);
+    }
+    EXPECT_EQ(names_in("r1"), names_in("r2"));
+    EXPECT_EQ(read_text(dir_ / "single/4-leveled.wav"), read_text(dir_ / "out/4-leveled.wav"));
+    const std::string log = read_text(dir_ / "log");
+    EXPECT_EQ(5, run_program("grep -c ' leveled in/' " + dir_ / "log").out[0] - '0')
+        << "none was done twice:\n"
+        << log;
+}
+
 TEST_F(Batch, DryRunsAndAnalysesWriteNothing) {
     talk("s/a.wav");
     ProgramResult result = run("-n s");
-    EXPECT_EQ(result.out, "would level s/a.wav > s/a-leveled.wav\n");
+    EXPECT_EQ(result.out,
+              "would level s/a.wav > s/a-leveled.wav\n1 to be done; 0:04 of audio to work on\n");
     result = run("--analyze --json - s");
     EXPECT_EQ(result.status, 0);
     const auto all = facts(result.out);  // nothing but JSON
@@ -242,7 +309,7 @@ TEST_F(Batch, AKilledWorkerCostsItsFileOnly) {
     kill(workers_.at(0), SIGKILL);
     const ProgramResult result = ended_.get();
     EXPECT_EQ(result.status, 1);
-    EXPECT_EQ(names_in("out").size(), 1u);
+    EXPECT_EQ(outputs_in("out").size(), 1u);
     EXPECT_THAT(result.err, HasSubstr("was ended by signal 9"));
 }
 
@@ -276,7 +343,7 @@ TEST_F(Batch, APatternMayBeGivenASecondTime) {
         EXPECT_EQ(0, again.status) << again.err;
         EXPECT_THAT(again.out, HasSubstr("skipped a-leveled.wav: is "));
     }
-    EXPECT_THAT(names_in("out"), ElementsAre("a-leveled.wav"));
+    EXPECT_THAT(outputs_in("out"), ElementsAre("a-leveled.wav"));
 }
 
 TEST_F(Batch, WhatCannotBeWrittenIsFoundBeforeTheWork) {
@@ -309,7 +376,7 @@ TEST_F(Batch, ALimitOnFileSizeFailsWithoutLeavings) {
     const ProgramResult result =
         run_program("cd '" + dir_.path() + "' && ulimit -f 1024 && " QUORVANE " -d out s");
     EXPECT_EQ(result.status, 1);
-    EXPECT_THAT(names_in("out"), ElementsAre("b-leveled.wav"));
+    EXPECT_THAT(outputs_in("out"), ElementsAre("b-leveled.wav"));
 }
 
 TEST_F(Batch, WhatAKilledRunLeftIsSweptUp) {

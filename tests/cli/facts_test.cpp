@@ -256,7 +256,11 @@ TEST(Report, SeveralFilesGetAnIndexThatNamesTheFailedOnes) {
     failed.input = "broken.wav";
     failed.outcome = Outcome::Failed;
     failed.cause = "no audio in it";
-    EXPECT_EQ(write_report(dir.path(), {an_hour(), an_hour(), failed}), dir / "index.html");
+    ReportWriter report(dir.path(), 3);
+    for (const FileFacts& facts : {an_hour(), an_hour(), failed}) {
+        report.add(facts);
+    }
+    EXPECT_EQ(dir / "index.html", report.finish());
     const std::string index = read_text(dir / "index.html");
     EXPECT_THAT(index, HasSubstr("no audio in it"));
     const std::vector<std::string> pages = dir.entries();

@@ -1,0 +1,219 @@
+#include "cli/archive/record.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
+#include <ctime>
+#include <filesystem>
+
+#include "cli/archive/content_hash.h"
+
+/*
+ * Where an archive remembers what is done.
+ *
+ * Every folder that holds outputs has one file, .quorvane.jsonl, with a line for each output that
+ * was ever placed in it. It stands beside the audio and not in it: the output's bytes stay a
+ * function of the input and the options alone, formats without metadata are remembered like the
+ * others, and ten thousand outputs are checked without opening one of them. It goes along when
+ * people copy or move the folder, since it names the outputs by their names alone and knows them
+ * again by their content.
+ *
+ * A line is appended before its output takes its name. Whoever is killed between the two leaves a
+ * line for an output that is not there, which says nothing; the other order would leave an output
+ * that nobody can vouch for. When an output is replaced, both lines stay, and the one that fits the
+ * bytes that are there counts.
+ */
+namespace cli {
+namespace fs = std::filesystem;
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+constexpr const char* kStart = "{\"output\":\"";
+constexpr std::size_t kBlockBytes = 1 << 20;
+
+std::int64_t nanoseconds(const timespec& time) {
+    return static_cast<std::int64_t>(time.tv_sec) * 1'000'000'000 + time.tv_nsec;
+}
+
+std::string now_text() {
+    const std::time_t now = std::time(nullptr);
+    std::tm parts{};
+    gmtime_r(&now, &parts);
+    char text[32];
+    std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &parts);
+    return text;
+}
+
+/** The name as it stands in a line, with its quotes. Bytes that are no UTF-8 are replaced, so two
+ * names may share a text; their records are told apart by the state of the output. */
+std::string quoted(const std::string& name) {
+    return dump(Json(name));
+}
+
+/** The quoted name at the start of a line, empty when it is no whole line of ours. */
+std::string quoted_name_in(const std::string& line) {
+    const std::size_t open = std::strlen(kStart) - 1;
+    if (line.compare(0, open + 1, kStart) != 0 || line.back() != '}') {
+        return "";
+    }
+    for (std::size_t i = open + 1; i < line.size(); ++i) {
+        if (line[i] == '\\') {
+            ++i;
+        } else if (line[i] == '"') {
+            return line.substr(open, i + 1 - open);
+        }
+    }
+    return "";
+}
+
+DoneRecord record_from(const Json& json) {
+    DoneRecord record;
+    record.output = json.at("output");
+    record.output_state = {json.at("output_size"), json.at("output_mtime_ns")};
+    record.output_hash = json.at("output_hash");
+    record.input = json.at("input");
+    record.input_state = {json.at("input_size"), json.at("input_mtime_ns")};
+    record.input_hash = json.at("input_hash");
+    record.options = json.at("options");
+    record.arithmetic = json.at("arithmetic");
+    record.facts = facts_from_json(json.at("facts"));
+    return record;
+}
+
+}  // namespace
+
+bool operator==(const FileState& one, const FileState& other) {
+    return one.size == other.size && one.mtime_ns == other.mtime_ns;
+}
+
+bool operator!=(const FileState& one, const FileState& other) {
+    return !(one == other);
+}
+
+FileState state_of(const std::string& path) {
+    struct stat status {};
+
+    if (stat(path.c_str(), &status) != 0) {
+        return {};
+    }
+#ifdef __APPLE__
+    return {status.st_size, nanoseconds(status.st_mtimespec)};
+#else
+    return {status.st_size, nanoseconds(status.st_mtim)};
+#endif
+}
+
+std::string to_line(const DoneRecord& record) {
+    FileFacts facts = record.facts;
+    strip_curves(facts);
+    Json json;
+    json["output"] = record.output;  // first: RecordBook finds its lines by it
+    json["output_size"] = record.output_state.size;
+    json["output_mtime_ns"] = record.output_state.mtime_ns;
+    json["output_hash"] = record.output_hash;
+    json["input"] = record.input;
+    json["input_size"] = record.input_state.size;
+    json["input_mtime_ns"] = record.input_state.mtime_ns;
+    json["input_hash"] = record.input_hash;
+    json["options"] = record.options;
+    json["arithmetic"] = record.arithmetic;
+    json["done"] = now_text();
+    json["facts"] = to_json(facts);
+    return dump(json) + "\n";
+}
+
+std::string options_key(const std::vector<std::string>& tuning,
+                        bool measure,
+                        int audio_stream,
+                        const std::string& audio_codec,
+                        const std::string& destination) {
+    const std::string file_word = "--options-file=";
+    std::string key;
+    for (const std::string& word : tuning) {
+        const bool names_file = word.rfind(file_word, 0) == 0;
+        key += names_file ? file_word + content_hash(word.substr(file_word.size())) : word;
+        key += ' ';
+    }
+    if (audio_stream != 0 || !audio_codec.empty()) {
+        key += fmt::format("stream={} codec={} ", audio_stream, audio_codec);
+    }
+    if (!destination.empty()) {
+        key += fmt::format("for={} ", destination);
+    }
+    // The measured loudness goes into the broadcast chunk of the files that have one.
+    return key + (measure ? "measured" : "unmeasured");
+}
+
+std::string record_path(const std::string& output) {
+    const fs::path folder = fs::path(output).parent_path();
+    return ((folder.empty() ? fs::path(".") : folder) / kRecordName).string();
+}
+
+RecordBook::RecordBook(const std::string& path) : file_(open(path.c_str(), O_RDONLY | O_CLOEXEC)) {
+    if (file_ >= 0) {
+        index();
+    }
+}
+
+RecordBook::~RecordBook() {
+    if (file_ >= 0) {
+        close(file_);
+    }
+}
+
+void RecordBook::index() {
+    std::string text;
+    std::vector<char> block(kBlockBytes);
+    std::int64_t offset = 0;  // of the text's first byte
+    for (;;) {
+        const ssize_t got = read(file_, block.data(), block.size());
+        if (got <= 0) {
+            return;  // a line without an end is one that somebody is writing, or could not
+        }
+        text.append(block.data(), static_cast<std::size_t>(got));
+        std::size_t begin = 0;
+        for (std::size_t end = 0; (end = text.find('\n', begin)) != std::string::npos;) {
+            const std::string name = quoted_name_in(text.substr(begin, end - begin));
+            if (!name.empty()) {
+                places_.emplace(name_hash(name), Place{offset + static_cast<std::int64_t>(begin),
+                                                       static_cast<std::int64_t>(end - begin)});
+            }
+            begin = end + 1;
+        }
+        text.erase(0, begin);
+        offset += static_cast<std::int64_t>(begin);
+    }
+}
+
+std::vector<DoneRecord> RecordBook::find(const std::string& name) const {
+    const std::string wanted = quoted(name);
+    const auto [first, last] = places_.equal_range(name_hash(wanted));
+    std::vector<Place> places;
+    for (auto at = first; at != last; ++at) {
+        places.push_back(at->second);
+    }
+    std::sort(places.begin(), places.end(),
+              [](const Place& a, const Place& b) { return a.offset > b.offset; });
+    std::vector<DoneRecord> records;
+    for (const Place& place : places) {
+        std::string line(static_cast<std::size_t>(place.bytes), '\0');
+        if (pread(file_, &line[0], line.size(), place.offset) != place.bytes ||
+            quoted_name_in(line) != wanted) {
+            continue;
+        }
+        try {
+            records.push_back(record_from(Json::parse(line)));
+        } catch (const nlohmann::json::exception&) {
+            // Damaged, or of another version: it vouches for nothing.
+        }
+    }
+    return records;
+}
+
+}  // namespace cli

@@ -1,0 +1,93 @@
+#include "cli/archive/result_lines.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <fstream>
+#include <system_error>
+
+#include "cli/storage/path_order.h"
+
+namespace cli {
+namespace {
+
+/**
+ * Whether a later line takes the place of an earlier one. The last word counts, except that a plan
+ * and a run that was stopped know less than any other, and that a run which found the work done
+ * knows less than the one that did it.
+ */
+bool says_more(Outcome later, Outcome earlier) {
+    switch (later) {
+        case Outcome::Planned:
+            return false;
+        case Outcome::Interrupted:
+            return earlier == Outcome::Planned;
+        case Outcome::UpToDate:
+            return earlier != Outcome::Leveled && earlier != Outcome::Copied;
+        default:
+            return true;
+    }
+}
+
+}  // namespace
+
+void ResultLines::add(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in) {
+        throw std::system_error(errno, std::generic_category(), path);
+    }
+    files_.push_back(path);
+    std::int64_t offset = 0;
+    std::size_t broken = 0;
+    for (std::string line; std::getline(in, line);) {
+        try {
+            take(line, files_.size() - 1, offset);
+        } catch (const nlohmann::json::exception&) {
+            ++broken;
+        }
+        offset += static_cast<std::int64_t>(line.size()) + 1;
+    }
+    if (broken != 0) {
+        notes_.push_back(fmt::format("{}: {} cut short and left out", path,
+                                     broken == 1 ? "a line was" : "several lines were"));
+    }
+}
+
+void ResultLines::take(const std::string& line, std::size_t file, std::int64_t offset) {
+    if (line.empty()) {
+        return;
+    }
+    const FileFacts facts = facts_from_json(nlohmann::ordered_json::parse(line));
+    planned_ = planned_ || (file == 0 && facts.outcome == Outcome::Planned);
+    const Entry entry{facts.input, facts.outcome, file, offset,
+                      static_cast<std::int64_t>(line.size())};
+    const auto [at, first] = entry_of_.emplace(facts.input, entries_.size());
+    if (first) {
+        entries_.push_back(entry);
+    } else if (says_more(entry.outcome, entries_[at->second].outcome)) {
+        entries_[at->second] = entry;
+    }
+}
+
+void ResultLines::sort() {
+    if (planned_) {
+        return;
+    }
+    entry_of_.clear();
+    std::sort(entries_.begin(), entries_.end(),
+              [](const Entry& a, const Entry& b) { return path_less(a.input, b.input); });
+}
+
+FileFacts ResultLines::facts(std::size_t index) const {
+    const Entry& entry = entries_[index];
+    std::ifstream in(files_[entry.file], std::ios::binary);
+    std::string line(static_cast<std::size_t>(entry.bytes), '\0');
+    in.seekg(entry.offset);
+    if (!in.read(&line[0], static_cast<std::streamsize>(line.size()))) {
+        throw std::system_error(errno, std::generic_category(), files_[entry.file]);
+    }
+    return facts_from_json(nlohmann::ordered_json::parse(line));
+}
+
+}  // namespace cli

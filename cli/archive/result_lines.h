@@ -1,0 +1,53 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "cli/facts/run_facts.h"
+
+namespace cli {
+
+/**
+ * The last word of many runs on each input. The runs' JSON is read in the order given; only the
+ * place of a line is kept, so that the curves of a whole archive need no memory.
+ */
+class ResultLines {
+  public:
+    /** Throws std::system_error when the file cannot be read. */
+    void add(const std::string& path);
+
+    /**
+     * How many inputs there are. They stand in the order of the plan, if the first file was that
+     * of a dry run, and else in the order of their paths.
+     */
+    std::size_t size() const { return entries_.size(); }
+
+    /** The facts of an input. Throws std::system_error when its line cannot be read again. */
+    FileFacts facts(std::size_t index) const;
+
+    void sort();
+
+    /** Lines that were no whole JSON object, as a killed run leaves one, and their file. */
+    const std::vector<std::string>& notes() const { return notes_; }
+
+  private:
+    struct Entry {
+        std::string input;
+        Outcome outcome;
+        std::size_t file;
+        std::int64_t offset;
+        std::int64_t bytes;
+    };
+
+    void take(const std::string& line, std::size_t file, std::int64_t offset);
+
+    std::vector<std::string> files_;
+    std::vector<Entry> entries_;
+    std::unordered_map<std::string, std::size_t> entry_of_;
+    std::vector<std::string> notes_;
+    bool planned_ = false;
+};
+
+}  // namespace cli

@@ -1,0 +1,104 @@
+#include "cli/archive/up_to_date.h"
+
+#include <fmt/format.h>
+
+#include <filesystem>
+#include <optional>
+#include <system_error>
+
+#include "cli/archive/content_hash.h"
+
+namespace cli {
+namespace {
+
+/** Whether a file is still what was recorded; its bytes are read at most once, and only if need
+ * be. */
+class Comparison {
+  public:
+    explicit Comparison(const std::string& path) : path_(path), state_(state_of(path)) {}
+
+    const FileState& state() const { return state_; }
+
+    bool is(const FileState& recorded, const std::string& recorded_hash) {
+        if (state_ == recorded) {
+            return true;
+        }
+        if (state_.size != recorded.size) {
+            return false;
+        }
+        if (!hash_) {
+            try {
+                hash_ = content_hash(path_);
+            } catch (const std::system_error&) {
+                hash_ = "";  // cannot be read: nobody can vouch for it
+            }
+        }
+        return *hash_ == recorded_hash;
+    }
+
+  private:
+    std::string path_;
+    FileState state_;
+    std::optional<std::string> hash_;
+};
+
+}  // namespace
+
+FileFacts facts_of(const Judgement& judgement,
+                   const std::string& input,
+                   const std::string& output) {
+    FileFacts facts = judgement.facts;
+    facts.input = input;
+    facts.output = output;
+    facts.outcome = Outcome::UpToDate;
+    return facts;
+}
+
+Judgement UpToDate::judge(const std::string& input, const std::string& output) {
+    Judgement judgement;
+    Comparison there(output);
+    judgement.output_state = there.state();
+    if (!there.state().exists()) {
+        return judgement;
+    }
+    const std::string path = record_path(output);
+    if (path != book_path_) {
+        book_ = std::make_unique<RecordBook>(path);
+        book_path_ = path;
+    }
+    const auto records = book_->find(std::filesystem::path(output).filename().string());
+    for (const DoneRecord& record : records) {
+        if (there.is(record.output_state, record.output_hash)) {
+            judgement = judge_record(record, input);
+            judgement.output_state = there.state();
+            return judgement;
+        }
+    }
+    judgement.standing = Standing::NotOurs;
+    judgement.cause = fmt::format(
+        records.empty() ? "{} exists, and no record tells that it was made from this input "
+                          "(--force replaces it)"
+                        : "{} exists, but was changed after it was leveled (--force replaces it)",
+        output);
+    return judgement;
+}
+
+Judgement UpToDate::judge_record(const DoneRecord& record, const std::string& input) const {
+    Judgement judgement;
+    judgement.standing = Standing::Changed;
+    constexpr const char* kRedo = "(--redo-changed levels it anew)";
+    if (!Comparison(input).is(record.input_state, record.input_hash)) {
+        judgement.cause = fmt::format("the input changed since it was leveled {}", kRedo);
+    } else if (record.options != options_) {
+        judgement.cause = fmt::format("it was leveled with other options {}", kRedo);
+    } else if (record.arithmetic != kArithmeticVersion) {
+        judgement.cause =
+            fmt::format("it was leveled by another version of the arithmetic {}", kRedo);
+    } else {
+        judgement.standing = Standing::UpToDate;
+        judgement.facts = record.facts;
+    }
+    return judgement;
+}
+
+}  // namespace cli

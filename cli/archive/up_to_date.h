@@ -1,0 +1,48 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "cli/archive/record.h"
+
+namespace cli {
+
+/** How an output that was planned stands to its input. */
+enum class Standing {
+    Missing,   // to be made
+    UpToDate,  // there, whole, and made from this input with these options and this arithmetic
+    Changed,   // ours and whole, but the input, the options or the arithmetic changed since
+    NotOurs    // there, but no record vouches for it
+};
+
+struct Judgement {
+    Standing standing = Standing::Missing;
+    std::string cause;       // of Changed and NotOurs, for the user
+    FileState output_state;  // as it was found
+    FileFacts facts;         // of UpToDate: what was found out when it was made, without curves
+};
+
+/** The facts of a file whose output is up to date. */
+FileFacts facts_of(const Judgement& judgement, const std::string& input, const std::string& output);
+
+/**
+ * Judges outputs by the records of their folders. Sizes and modification times decide where they
+ * are as recorded; where only a time differs, the content does. Keeps the book of the last folder:
+ * ask in the order of the folders.
+ */
+class UpToDate {
+  public:
+    /** options: options_key() of this run. */
+    explicit UpToDate(std::string options) : options_(std::move(options)) {}
+
+    Judgement judge(const std::string& input, const std::string& output);
+
+  private:
+    Judgement judge_record(const DoneRecord& record, const std::string& input) const;
+
+    std::string options_;
+    std::string book_path_;
+    std::unique_ptr<RecordBook> book_;
+};
+
+}  // namespace cli

@@ -1,0 +1,59 @@
+#include "cli/batch/merge_command.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <utility>
+
+#include "cli/archive/result_lines.h"
+#include "cli/batch/batch_command.h"
+#include "cli/batch/results.h"
+#include "cli/options/settings.h"
+#include "cli/report/result_files.h"
+#include "cli/terminal/screen.h"
+#include "cli/terminal/summary.h"
+#include "cli/terminal/terminal_text.h"
+
+namespace cli {
+namespace {
+
+int merge(const Settings& settings) {
+    ResultLines found;
+    for (const std::string& path : settings.paths) {
+        found.add(path);
+    }
+    found.sort();
+    Screen screen(settings);
+    JsonLines lines(settings);
+    ResultFiles results(settings, found.size());
+    double work_s = 0;
+    for (std::size_t i = 0; i < found.size(); ++i) {
+        FileFacts facts = found.facts(i);
+        if (facts.outcome == Outcome::Planned) {
+            facts.outcome = Outcome::Interrupted;
+            facts.cause = "planned, but no run tells of it";
+        }
+        work_s += facts.elapsed_s;
+        lines.write(facts);
+        results.add(i, std::move(facts));
+    }
+    for (const std::string& note : found.notes()) {
+        screen.line(fmt::format("note: {}", printable(note)));
+    }
+    tell_results(settings, results, work_s, 0, screen);
+    const int status = status_of(settings, results, lines, screen);
+    const auto& files = results.files();
+    const bool unfinished = std::any_of(files.begin(), files.end(), [](const FileFacts& facts) {
+        return facts.outcome == Outcome::Interrupted;
+    });
+    return unfinished ? kSomeFailed : status;
+}
+
+}  // namespace
+
+int merge_main(int argc, const char* const* argv) {
+    return run_command(argc - 1, argv + 1, merge);
+}
+
+}  // namespace cli

@@ -1,0 +1,197 @@
+#include "cli/batch/preflight.h"
+
+#include <fmt/format.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <atomic>
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <set>
+#include <thread>
+
+#include "cli/archive/output_claim.h"
+#include "cli/storage/staged_output.h"
+#include "cli/terminal/terminal_text.h"
+#include "cli/worker/carrier.h"
+
+namespace cli {
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr int kMostChannels = 2;
+constexpr unsigned kMostThreads = 16;  // opening waits for disks and servers, not for cores
+/** What the steps' files take at their peak, in sizes of the input. */
+constexpr std::int64_t kTemporarySizes = 4;
+
+FileFacts facts_at_first(const PlannedFile& file) {
+    FileFacts facts;
+    facts.input = file.input;
+    facts.output = file.output;
+    facts.outcome = Outcome::Planned;
+    facts.bytes = file.bytes;
+    return facts;
+}
+
+void fail(PlannedFile& file, const FileFacts& known, const std::string& cause) {
+    file.known = std::make_shared<FileFacts>(known);
+    file.known->outcome = Outcome::Failed;
+    file.known->cause = cause;
+}
+
+FileFacts probed(const Settings& settings, PlannedFile& file) {
+    FileFacts facts = facts_at_first(file);
+    Job job;
+    job.input = fs::absolute(file.input).string();
+    job.output = file.output.empty() ? "" : fs::absolute(file.output).string();
+    job.options.tuning = settings.tuning;
+    try {
+        make_carrier(job)->probe(facts);
+        if (!file.output.empty() && facts.channels > kMostChannels) {
+            fail(file, facts,
+                 fmt::format("has {} channels, and the engine cannot process more than {} channels",
+                             facts.channels, kMostChannels));
+        }
+    } catch (const std::exception& error) {
+        fail(file, facts, error.what());
+    }
+    return facts;
+}
+
+/** The first folder on the way up that is there. */
+fs::path existing_folder(const std::string& output) {
+    const std::string missing = missing_folder(output);
+    const fs::path folder = fs::absolute(output).parent_path();
+    return missing.empty() ? folder : fs::path(missing).parent_path();
+}
+
+std::string size_text(std::uintmax_t bytes) {
+    constexpr double kGigabyte = 1e9;
+    constexpr double kMegabyte = 1e6;
+    const auto size = static_cast<double>(bytes);
+    return size >= kGigabyte ? fmt::format("{:.1f} GB", size / kGigabyte)
+                             : fmt::format("{:.1f} MB", size / kMegabyte);
+}
+
+/** The folders of the outputs: what is left in them, and have their disks the room? */
+class OutputFolders {
+  public:
+    void add(const PlannedFile& file) {
+        outputs_[fs::path(file.output).parent_path().string()].insert(
+            fs::path(file.output).filename().string());
+        bytes_[existing_folder(file.output).string()] += static_cast<std::uintmax_t>(file.bytes);
+    }
+
+    void remove_stale() const {
+        for (const auto& [folder, names] : outputs_) {
+            remove_stale_parts(folder.empty() ? "." : folder, names);
+        }
+    }
+
+    void tell_full_disks(std::vector<std::string>& notes) const {
+        std::map<dev_t, std::pair<std::string, std::uintmax_t>> disks;
+        for (const auto& [folder, bytes] : bytes_) {
+            struct stat status {};
+
+            if (stat(folder.c_str(), &status) == 0) {
+                auto& [name, sum] = disks[status.st_dev];
+                name = folder;
+                sum += bytes;
+            }
+        }
+        for (const auto& disk : disks) {
+            const auto& [folder, bytes] = disk.second;
+            std::error_code error;
+            const auto free = fs::space(folder, error).available;
+            if (!error && free < bytes) {
+                notes.push_back(
+                    fmt::format("the outputs need about {}, but the disk with {} has {} left",
+                                size_text(bytes), printable(folder), size_text(free)));
+            }
+        }
+    }
+
+  private:
+    std::map<std::string, std::set<std::string>> outputs_;
+    std::map<std::string, std::uintmax_t> bytes_;
+};
+
+void tell_full_temporary_disk(const Settings& settings,
+                              std::vector<std::int64_t> sizes,
+                              std::vector<std::string>& notes) {
+    const std::size_t together = std::min<std::size_t>(settings.jobs, sizes.size());
+    const auto last = sizes.begin() + static_cast<std::ptrdiff_t>(together);
+    std::partial_sort(sizes.begin(), last, sizes.end(), std::greater<>());
+    std::int64_t bytes = 0;
+    std::for_each(sizes.begin(), last, [&](std::int64_t size) { bytes += size * kTemporarySizes; });
+    std::error_code error;
+    const fs::path folder = fs::temp_directory_path(error);
+    const auto free = error ? 0 : fs::space(folder, error).available;
+    if (!error && free < static_cast<std::uintmax_t>(bytes)) {
+        notes.push_back(fmt::format(
+            "the temporary files need up to {}, but the disk with {} has {} left (TMPDIR names "
+            "another folder, a smaller --jobs needs less)",
+            size_text(static_cast<std::uintmax_t>(bytes)), folder.string(), size_text(free)));
+    }
+}
+
+}  // namespace
+
+Preflight preflight(const Settings& settings, std::vector<PlannedFile>& files, Keep keep) {
+    probe_places(files);
+    for (PlannedFile& file : files) {
+        if (!file.problem.empty() && !file.known) {
+            fail(file, facts_at_first(file), file.problem);
+        }
+    }
+    std::atomic<std::size_t> next{0};
+    std::vector<double> seconds(files.size());
+    const auto probe_some = [&] {
+        for (std::size_t i = 0; (i = next++) < files.size();) {
+            if (files[i].known) {
+                continue;
+            }
+            const FileFacts facts = probed(settings, files[i]);
+            seconds[i] = facts.duration_s();
+            if (keep == Keep::All && !files[i].known) {
+                files[i].known = std::make_shared<FileFacts>(facts);
+            }
+        }
+    };
+    std::vector<std::thread> threads;
+    const unsigned count = std::clamp(2 * std::thread::hardware_concurrency(), 1u, kMostThreads);
+    for (unsigned i = 1; i < count && files.size() > 1; ++i) {
+        threads.emplace_back(probe_some);
+    }
+    probe_some();
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+
+    Preflight result;
+    OutputFolders folders;
+    std::vector<std::int64_t> sizes;
+    for (std::size_t i = 0; i < files.size(); ++i) {
+        PlannedFile& file = files[i];
+        const auto to_do = [&] { return !file.known || file.known->outcome == Outcome::Planned; };
+        if (!to_do()) {
+            continue;
+        }
+        ++result.to_do;
+        result.audio_s += seconds[i];
+        if (!file.output.empty()) {
+            sizes.push_back(file.bytes);
+            folders.add(file);
+        }
+    }
+    folders.tell_full_disks(result.notes);
+    tell_full_temporary_disk(settings, sizes, result.notes);
+    if (!settings.dry_run) {
+        folders.remove_stale();
+    }
+    return result;
+}
+
+}  // namespace cli

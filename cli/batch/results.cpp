@@ -1,0 +1,122 @@
+#include "cli/batch/results.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <clocale>
+#include <cstdio>
+#include <cstring>
+#include <exception>
+
+#include "Common/version.h"
+#include "cli/batch/batch_command.h"
+#include "cli/publish/verdict.h"
+#include "cli/terminal/summary.h"
+#include "cli/terminal/terminal_text.h"
+
+namespace cli {
+
+void JsonLines::write(const FileFacts& facts) {
+    if (wanted_ && error_ == 0) {
+        const std::string line =
+            dump(facts_document(facts, settings_.destinations, settings_.curves)) + "\n";
+        const bool written =
+            fwrite(line.data(), 1, line.size(), stdout) == line.size() && fflush(stdout) == 0;
+        error_ = written ? 0 : errno;
+    }
+}
+
+int JsonLines::error() const {
+    return error_ == EPIPE ? 0 : error_;
+}
+
+void tell_finished(const Settings& settings,
+                   const FileFacts& facts,
+                   Files files,
+                   Screen& screen,
+                   JsonLines& lines) {
+    if (facts.outcome == Outcome::Failed) {
+        screen.error(finished_line(facts, screen));
+    } else if (facts.outcome != Outcome::Interrupted && facts.before && files == Files::One) {
+        screen.line(printable(verdict(facts, settings.destinations)));
+        screen.line(finished_line(facts, screen));
+    } else if (facts.outcome != Outcome::Interrupted) {
+        screen.line(finished_line(facts, screen) +
+                    (settings.destinations.empty() || !facts.before
+                         ? std::string()
+                         : ". " + readiness(facts, settings.destinations)));
+    }
+    lines.write(facts);
+}
+
+void tell_results(
+    const Settings& settings, ResultFiles& results, double elapsed_s, int signal, Screen& screen) {
+    const std::vector<FileFacts>& files = results.files();
+    if (settings.measure && files.size() > 1) {
+        screen.line("\n" + printable(verdict(files, settings.destinations)));
+    }
+    if (!settings.quiet) {
+        const std::string table = loudness_table(files, screen.columns());
+        if (!table.empty()) {
+            screen.line("\n" + table);
+        }
+    }
+    if (files.size() != 1 || signal != 0) {
+        print_summary(files, elapsed_s, screen);
+    } else {
+        print_notes(files, screen);
+    }
+    const std::string page = results.commit();
+    if (!page.empty()) {
+        screen.line(fmt::format("report: {}", printable(page)));
+    }
+}
+
+int status_of(const Settings& settings,
+              const ResultFiles& results,
+              const JsonLines& lines,
+              Screen& screen) {
+    for (const std::string& problem : results.problems()) {
+        screen.error(fmt::format("quorvane: {}", printable(problem)));
+    }
+    if (lines.error() != 0) {
+        screen.error(fmt::format("quorvane: the JSON facts could not be written: {}",
+                                 std::strerror(lines.error())));
+    }
+    const auto& files = results.files();
+    const bool failed = std::any_of(files.begin(), files.end(), [](const FileFacts& facts) {
+        return facts.outcome == Outcome::Failed;
+    });
+    if (failed || lines.error() != 0 || !results.problems().empty()) {
+        return kSomeFailed;
+    }
+    const bool ready = std::all_of(files.begin(), files.end(), [&](const FileFacts& facts) {
+        return !facts.before || is_ready(facts, settings.destinations);
+    });
+    return ready || settings.destinations.empty() ? kAllDone : kNotReady;
+}
+
+int run_command(int argc, const char* const* argv, const std::function<int(const Settings&)>& run) {
+    setlocale(LC_CTYPE, "");
+    try {
+        const Settings settings = parse_command_line(argc, argv);
+        if (settings.help) {
+            fputs(help_text().c_str(), stdout);
+            return kAllDone;
+        }
+        if (settings.version) {
+            puts((std::string("quorvane ") + kVersion).c_str());
+            return kAllDone;
+        }
+        return run(settings);
+    } catch (const UsageError& error) {
+        fprintf(stderr, "quorvane: %s\nTry 'quorvane --help'.\n", printable(error.what()).c_str());
+        return kWrongUsage;
+    } catch (const std::exception& error) {
+        fprintf(stderr, "quorvane: %s\n", printable(error.what()).c_str());
+        return kSomeFailed;
+    }
+}
+
+}  // namespace cli

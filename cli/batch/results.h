@@ -1,0 +1,61 @@
+#pragma once
+
+#include <functional>
+
+#include "cli/facts/run_facts.h"
+#include "cli/options/settings.h"
+#include "cli/report/result_files.h"
+#include "cli/terminal/screen.h"
+
+namespace cli {
+
+/** Facts as lines of JSON on the standard output, if that is asked for. */
+class JsonLines {
+  public:
+    explicit JsonLines(const Settings& settings)
+        : settings_(settings), wanted_(settings.json_on_standard_output()) {}
+
+    void write(const FileFacts& facts);
+
+    /** Of the first line that could not be written. A reader that left (| head) is none. */
+    int error() const;
+
+  private:
+    const Settings& settings_;
+    bool wanted_;
+    int error_ = 0;
+};
+
+/** How many files a run has. */
+enum class Files { One, Several };
+
+/**
+ * Tells one finished file on the screen and in the lines of JSON. The verdict on the only file of a
+ * run comes first, here; that on several comes when all are finished.
+ */
+void tell_finished(const Settings& settings,
+                   const FileFacts& facts,
+                   Files files,
+                   Screen& screen,
+                   JsonLines& lines);
+
+/**
+ * Tells of a run that is over: the loudness table, the summary (a single file was told of already,
+ * unless a signal stopped the run), and the report and JSON file, which get their names.
+ */
+void tell_results(
+    const Settings& settings, ResultFiles& results, double elapsed_s, int signal, Screen& screen);
+
+/**
+ * The exit status of a run that is over: kSomeFailed when a file failed, or the facts could not be
+ * written, which is told here; kNotReady when a file is not what a destination asks for.
+ */
+int status_of(const Settings& settings,
+              const ResultFiles& results,
+              const JsonLines& lines,
+              Screen& screen);
+
+/** Reads the command line, answers --help and --version, and runs; errors become exit statuses. */
+int run_command(int argc, const char* const* argv, const std::function<int(const Settings&)>& run);
+
+}  // namespace cli

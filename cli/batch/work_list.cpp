@@ -1,0 +1,137 @@
+#include "cli/batch/work_list.h"
+
+#include <fmt/format.h>
+
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <set>
+#include <string>
+#include <utility>
+
+#include "cli/archive/file_list.h"
+#include "cli/archive/shards.h"
+#include "cli/archive/up_to_date.h"
+#include "cli/inputs/find_files.h"
+
+namespace cli {
+namespace {
+
+std::vector<FileFacts> facts_about(const std::vector<SearchProblem>& problems, Outcome outcome) {
+    std::vector<FileFacts> failures;
+    for (const SearchProblem& problem : problems) {
+        FileFacts facts;
+        facts.input = problem.path.string();
+        facts.outcome = outcome;
+        facts.cause = problem.cause;
+        failures.push_back(facts);
+    }
+    return failures;
+}
+
+WorkList search(const Settings& settings) {
+    std::vector<std::string> paths = settings.paths;
+    if (!settings.files_from.empty()) {
+        const auto listed = read_file_list(
+            settings.files_from, settings.null ? ListSeparator::Null : ListSeparator::LineEnd);
+        paths.insert(paths.end(), listed.begin(), listed.end());
+    }
+    const FoundFiles found =
+        find_files(paths, settings.suffix, settings.suffix.empty() ? settings.output_dir : "");
+    WorkList work{plan_outputs(settings, found.files), found.unsupported,
+                  facts_about(found.problems, Outcome::Failed)};
+    const auto links = facts_about(found.passed_over, Outcome::Skipped);
+    work.others.insert(work.others.end(), links.begin(), links.end());
+    for (PlannedFile& file : work.files) {
+        file.bytes = state_of(file.input).size;
+    }
+    return work;
+}
+
+/** The lines of a dry run's JSON. What it did not find has been told, and is left out. */
+WorkList read_plan(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in) {
+        throw UsageError(fmt::format("--plan {} cannot be read: {}", path, std::strerror(errno)));
+    }
+    WorkList work;
+    for (std::string line; std::getline(in, line);) {
+        try {
+            const FileFacts facts = facts_from_json(nlohmann::ordered_json::parse(line));
+            if (facts.outcome != Outcome::Failed || !facts.output.empty()) {
+                work.files.push_back({facts.input, facts.output, {}, {}, facts.bytes, {}, nullptr});
+            }
+        } catch (const nlohmann::json::exception&) {
+            throw UsageError(fmt::format("--plan {} is not the JSON of a dry run", path));
+        }
+    }
+    return work;
+}
+
+void take_shard(const Shard& shard, WorkList& work) {
+    if (shard.count == 1) {
+        return;
+    }
+    std::vector<ShardItem> items;
+    for (const PlannedFile& file : work.files) {
+        items.push_back({file.input, file.bytes});
+    }
+    const std::vector<std::size_t> shard_of = cut_shards(items, shard.count);
+    std::vector<PlannedFile> mine;
+    for (std::size_t i = 0; i < work.files.size(); ++i) {
+        if (shard_of[i] == shard.index) {
+            mine.push_back(std::move(work.files[i]));
+        }
+    }
+    work.files = std::move(mine);
+    // Each is told of once.
+    if (shard.index != 0) {
+        work.others.clear();
+    }
+}
+
+std::shared_ptr<FileFacts> skipped(const PlannedFile& file, const std::string& cause) {
+    auto facts = std::make_shared<FileFacts>();
+    facts->input = file.input;
+    facts->output = file.output;
+    facts->outcome = Outcome::Skipped;
+    facts->cause = cause;
+    return facts;
+}
+
+void judge_outputs(const Settings& settings, WorkList& work) {
+    const std::string destination =
+        settings.destinations.empty() || settings.analyze ? "" : settings.destinations.front();
+    UpToDate up_to_date(options_key(settings.tuning, settings.measure, settings.audio_stream,
+                                    settings.audio_codec, destination));
+    for (PlannedFile& file : work.files) {
+        if (!file.skip.empty()) {
+            file.known = skipped(file, file.skip);
+        } else if (settings.force) {
+            file.found = state_of(file.output);
+        } else {
+            const Judgement judgement = up_to_date.judge(file.input, file.output);
+            file.found = judgement.output_state;
+            const bool redo = settings.redo_changed && judgement.standing == Standing::Changed;
+            if (judgement.standing == Standing::UpToDate) {
+                file.known =
+                    std::make_shared<FileFacts>(facts_of(judgement, file.input, file.output));
+            } else if (judgement.standing != Standing::Missing && !redo) {
+                file.known = skipped(file, judgement.cause);
+            }
+        }
+    }
+}
+
+}  // namespace
+
+WorkList work_list(const Settings& settings) {
+    WorkList work = settings.plan.empty() ? search(settings) : read_plan(settings.plan);
+    take_shard(settings.shard, work);
+    if (!settings.analyze) {
+        judge_outputs(settings, work);
+    }
+    return work;
+}
+
+}  // namespace cli

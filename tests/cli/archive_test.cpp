@@ -1,0 +1,211 @@
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <numeric>
+
+#include "cli/archive/content_hash.h"
+#include "cli/archive/file_list.h"
+#include "cli/archive/output_claim.h"
+#include "cli/archive/record.h"
+#include "cli/archive/result_lines.h"
+#include "cli/archive/shards.h"
+#include "cli/archive/up_to_date.h"
+#include "cli/options/settings.h"
+#include "tests/support/fixtures.h"
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+namespace cli {
+namespace {
+
+namespace fs = std::filesystem;
+
+TEST(Shards, AreTheWholeInAnyOrderAndBalanced) {
+    std::vector<ShardItem> items;
+    std::int64_t largest = 0;
+    for (std::int64_t i = 0; i < 500; ++i) {
+        items.push_back({std::to_string(i), i * i * i * 7919 % 100'000'007});
+        largest = std::max(largest, items.back().bytes + kBytesPerFile);
+    }
+    const std::vector<std::size_t> shard_of = cut_shards(items, 7);
+    std::vector<std::int64_t> loads(7);
+    for (std::size_t i = 0; i < items.size(); ++i) {
+        loads.at(shard_of[i]) += items[i].bytes + kBytesPerFile;
+    }
+    const auto [least, most] = std::minmax_element(loads.begin(), loads.end());
+    EXPECT_LE(*most - *least, largest);
+
+    std::vector<ShardItem> reversed(items.rbegin(), items.rend());
+    std::vector<std::size_t> again = cut_shards(reversed, 7);
+    std::reverse(again.begin(), again.end());
+    EXPECT_EQ(shard_of, again);
+}
+
+TEST(Shards, TheWordIsReadStrictly) {
+    const auto parse_shard = [](const std::string& word) {
+        const std::string option = "--shard=" + word;
+        const char* argv[] = {"quorvane", option.c_str(), "in.wav"};
+        return parse_command_line(3, argv).shard;
+    };
+    EXPECT_EQ(3u, parse_shard("3/40").index);
+    EXPECT_EQ(40u, parse_shard("3/40").count);
+    for (const char* wrong : {"", "3", "4/4", "0/0", "-1/4", "1/4x", "1/", "/4", "1 /4"}) {
+        EXPECT_THROW(parse_shard(wrong), UsageError) << wrong;
+    }
+}
+
+class Archive : public testing::Test {
+  protected:
+    // What a run does to place an output.
+    void place(const std::string& output, const std::string& text, const std::string& options) {
+        write_text(dir_ / output, text);
+        DoneRecord record;
+        record.output = fs::path(output).filename().string();
+        record.output_state = state_of(dir_ / output);
+        record.output_hash = content_hash(dir_ / output);
+        record.input = dir_ / "in.wav";
+        record.input_state = state_of(dir_ / "in.wav");
+        record.input_hash = content_hash(dir_ / "in.wav");
+        record.options = options;
+        record.facts.outcome = Outcome::Leveled;
+        record.facts.elapsed_s = 1.5;
+        OutputClaim claim;
+        ASSERT_TRUE(claim.take(dir_ / output, "", WhenTaken::Leave));
+        claim.record(to_line(record));
+    }
+
+    Judgement judge(const std::string& options = "o", const std::string& output = "out.wav") {
+        return UpToDate(options).judge(dir_ / "in.wav", dir_ / output);
+    }
+
+    void touch(const std::string& name) {
+        fs::last_write_time(dir_ / name, fs::file_time_type::clock::now() + std::chrono::hours(1));
+    }
+
+    TempDir dir_;
+};
+
+TEST_F(Archive, AnOutputIsJudgedByWhatItWasMadeFrom) {
+    write_text(dir_ / "in.wav", "input");
+    EXPECT_EQ(Standing::Missing, judge().standing);
+    place("out.wav", "output", "o");
+    EXPECT_EQ(Standing::UpToDate, judge().standing);
+    EXPECT_EQ(1.5, judge().facts.elapsed_s);
+    EXPECT_EQ(Standing::Changed, judge("other").standing);
+
+    // Another time with the same content is no change; the same size with another content is.
+    touch("in.wav");
+    touch("out.wav");
+    EXPECT_EQ(Standing::UpToDate, judge().standing);
+    write_text(dir_ / "in.wav", "INPUT");
+    touch("in.wav");
+    EXPECT_EQ(Standing::Changed, judge().standing);
+    EXPECT_THAT(judge().cause, HasSubstr("--redo-changed"));
+    write_text(dir_ / "out.wav", "OUTPUT");
+    touch("out.wav");
+    EXPECT_EQ(Standing::NotOurs, judge().standing) << "somebody edited it";
+    write_text(dir_ / "foreign.wav", "x");
+    EXPECT_EQ(Standing::NotOurs, judge("o", "foreign.wav").standing);
+
+    // The folder goes elsewhere with its record.
+    place("out.wav", "output", "o");
+    fs::create_directory(dir_ / "moved");
+    fs::copy(dir_ / "out.wav", dir_ / "moved/out.wav");
+    fs::copy(dir_ / kRecordName, dir_ / std::string("moved/") + kRecordName);
+    EXPECT_EQ(Standing::UpToDate, judge("o", "moved/out.wav").standing);
+}
+
+TEST_F(Archive, ALineForAnOutputThatNeverCameVouchesForNothing) {
+    write_text(dir_ / "in.wav", "input");
+    place("out.wav", "old", "o");
+    const std::string old = read_text(dir_ / "out.wav");
+    place("out.wav", "new", "p");
+    write_text(dir_ / "out.wav", old);  // killed before the new one took the name
+    EXPECT_EQ(Standing::UpToDate, judge("o").standing);
+    EXPECT_EQ(Standing::Changed, judge("p").standing);
+}
+
+TEST_F(Archive, TornAndDamagedLinesSpoilNoOther) {
+    write_text(dir_ / "in.wav", "input");
+    write_text(dir_ / kRecordName, "{\"output\":\"out.wav\",\"output_size\":6}\n{\"output\":\"ou");
+    place("out.wav", "output", "o");
+    place("n\xe9w\n\".wav", "other", "o");
+    EXPECT_EQ(Standing::UpToDate, judge().standing);
+    EXPECT_EQ(Standing::UpToDate, judge("o", "n\xe9w\n\".wav").standing);
+}
+
+TEST_F(Archive, OneAtATimeHasAnOutputAndNothingIsLeftOfAClaimForNothing) {
+    OutputClaim one;
+    OutputClaim two;
+    const std::string a = dir_ / "new/folder/a.wav";
+    const std::string made = missing_folder(a);
+    EXPECT_EQ(dir_ / "new", made);
+    ASSERT_TRUE(one.take(a, made, WhenTaken::Leave));
+    EXPECT_FALSE(two.take(a, made, WhenTaken::Leave));
+    ASSERT_TRUE(two.take(dir_ / "new/folder/b.wav", made, WhenTaken::Leave))
+        << "its neighbour is free";
+    one.release();
+    EXPECT_TRUE(file_exists(dir_ / "new/folder")) << "somebody is at work in it";
+    two.release();
+    EXPECT_THAT(dir_.entries(), IsEmpty());
+}
+
+TEST_F(Archive, OptionsCountByWhatTheyMean) {
+    write_text(dir_ / "one", "segment-tolerance=3\n");
+    write_text(dir_ / "two", "segment-tolerance=4\n");
+    const auto key = [&](const char* file) {
+        return options_key({"--options-file=" + dir_ / file}, true);
+    };
+    EXPECT_NE(key("one"), key("two"));
+    write_text(dir_ / "two", "segment-tolerance=3\n");
+    EXPECT_EQ(key("one"), key("two"));
+    EXPECT_NE(options_key({}, true), options_key({}, false));
+}
+
+TEST_F(Archive, ListsHoldAnyName) {
+    write_text(dir_ / "lines", "a b.wav\n\nc.wav");
+    EXPECT_THAT(read_file_list(dir_ / "lines", ListSeparator::LineEnd),
+                ElementsAre("a b.wav", "c.wav"));
+    write_text(dir_ / "nulls", std::string("a\nb.wav\0c.wav\0", 14));
+    EXPECT_THAT(read_file_list(dir_ / "nulls", ListSeparator::Null),
+                ElementsAre("a\nb.wav", "c.wav"));
+    EXPECT_THROW(read_file_list(dir_ / "missing", ListSeparator::Null), UsageError);
+    EXPECT_THROW(read_file_list(dir_.path(), ListSeparator::Null), UsageError);
+}
+
+TEST_F(Archive, TheLastWordOfManyRunsCounts) {
+    const auto lines = [&](const std::string& name,
+                           const std::vector<std::pair<std::string, Outcome>>& files) {
+        std::string text;
+        for (const auto& [input, outcome] : files) {
+            FileFacts facts;
+            facts.input = input;
+            facts.outcome = outcome;
+            facts.cause = name;
+            text += dump(to_json(facts)) + "\n";
+        }
+        write_text(dir_ / name, text + "{\"input\":\"b");  // killed in mid-line
+    };
+    using O = Outcome;
+    lines("plan", {{"z", O::Planned}, {"a", O::Planned}, {"b", O::Planned}, {"c", O::Planned}});
+    lines("first", {{"b", O::Failed}, {"a", O::Leveled}, {"z", O::Interrupted}});
+    lines("second", {{"b", O::UpToDate}, {"a", O::UpToDate}, {"z", O::Failed}});
+    ResultLines merged;
+    for (const char* name : {"plan", "first", "second"}) {
+        merged.add(dir_ / name);
+    }
+    merged.sort();
+    std::string text;
+    for (std::size_t i = 0; i < merged.size(); ++i) {
+        const FileFacts facts = merged.facts(i);
+        text += facts.input + " " + to_text(facts.outcome) + " " + facts.cause + "; ";
+    }
+    EXPECT_EQ("z failed second; a leveled first; b up-to-date second; c planned plan; ", text);
+    EXPECT_EQ(3u, merged.notes().size());
+}
+
+}  // namespace
+}  // namespace cli
