@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "cli/archive/shards.h"
 #include "cli/batch/batch.h"
 #include "cli/batch/preflight.h"
 #include "cli/batch/results.h"
