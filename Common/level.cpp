@@ -95,6 +95,10 @@ void levelDiscardIntermediates(void) {
     Run::discard_intermediates();
 }
 
+void levelLowerTarget(int lower) {
+    Run::lower_target(lower != 0);
+}
+
 const LevelOutcome* levelOutcome(void) {
     return &OutcomeRecord::instance().outcome();
 }

@@ -55,6 +55,13 @@ void levelDiscardIntermediates(void);
 void levelKeepIntermediates(int keep);
 
 /*
+ * With lower other than 0, later runs deliver no level that ran away: where the peaks leave the
+ * target level out of reach, or a sample would pass full scale, the last step takes 0.5 dB off its
+ * target until both fit. levelFindings tells by how much.
+ */
+void levelLowerTarget(int lower);
+
+/*
  * What came of the last levelMain of this process; its kind is kLevelNotRun before the first. Ask
  * on the thread that ran it. See outcome.h for who owns what and for how long.
  */

@@ -49,7 +49,8 @@ void MainIterationLoop::Go() {
         FinalizeAndAdjust(x1);
         const double y1 = EstimateOutputLevel_db(x1);
         DumpLoopVars(x0, x1, y0, y1);
-        last_error_db_ = std::fabs(y1 - target_level_db_);
+        last_error_db_ = y1 - target_level_db_;
+        has_level_ = y1 != kNoLevel_db;
         last_gain_ = x1;
         const double x2 = UpdateGainEstimate(x0, x1, y0, y1);
         x0 = x1;
@@ -61,6 +62,10 @@ void MainIterationLoop::Go() {
     }
     DumpBins(bins_, bin_count_);
     DumpWalls(wall_gains_, wall_count_);
+}
+
+bool MainIterationLoop::within_tolerance() const {
+    return std::fabs(last_error_db_) <= tolerance_db_;
 }
 
 double MainIterationLoop::UpdateGainEstimate(double x0, double x1, double y0, double y1) const {

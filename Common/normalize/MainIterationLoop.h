@@ -42,12 +42,15 @@ class MainIterationLoop {
     /** Ten tries at most; if none meets the tolerance the last one stands. */
     void Go();
 
-    /** Of the last try, the one that stands: distance from the target in dB, and its gain. */
+    /** Of the last try, the one that stands: its level less the target in dB, and its gain. */
     double last_error_db() const { return last_error_db_; }
 
     double last_gain() const { return last_gain_; }
 
-    bool within_tolerance() const { return last_error_db_ <= tolerance_db_; }
+    bool within_tolerance() const;
+
+    /** Whether there was a level to bring to the target: else no gain is nearer than another. */
+    bool has_level() const { return has_level_; }
 
     /** Each bin's gain: g, or what brings its peak to the ceiling. Quiet bins are never limited. */
     void FinalizeBinArray(double gain);
@@ -82,6 +85,7 @@ class MainIterationLoop {
     double tolerance_db_;
     double last_error_db_ = 0.0;
     double last_gain_ = 1.0;
+    bool has_level_ = false;
 };
 
 }  // namespace normalize

@@ -25,6 +25,8 @@ namespace normalize {
 namespace {
 
 constexpr const char* kSource = "Common/normalize/NormalizeOperation";
+constexpr double kTargetStep_db = 0.5;
+constexpr double kMostLowering_db = 40.0;  // then every peak that counts stays below the ceiling
 
 /** Levels above full scale make no sense here: turns one negative and says so. */
 void make_negative(double& level_db, const char* warning, int line) {
@@ -43,12 +45,12 @@ bool holds_any_level(int format) {
 
 }  // namespace
 
-NormalizeOperation::NormalizeOperation(const NormalizeArgs& args) : args_(args) {
+NormalizeOperation::NormalizeOperation(const NormalizeArgs& args, Miss miss)
+    : args_(args), miss_(miss) {
     make_negative(args_.peak_output_db, "Warning: Peak must be negative.", __LINE__);
     make_negative(args_.noise_floor_db, "Warning: Specified noise floor was positive.", __LINE__);
     noise_floor_ = db_to_linear(args_.noise_floor_db);
     peak_output_ = db_to_linear(args_.peak_output_db);
-    target_level_ = db_to_linear(args_.target_level_db);
 }
 
 void NormalizeOperation::Execute() {
@@ -64,26 +66,45 @@ void NormalizeOperation::Execute() {
     input_.reset(new SoundSource(handle, args_.sound_file_in, info));
     grid_ = make_bin_grid<Step>(info, args_.bin_size_ms);
     overall_level_ = InitializeBinArray();
-    rewind(*input_);
     if (overall_level_ == 0.0) {
         throw ss_sf_input_silent_error(args_.sound_file_in);
     }
+    result_.level_db = linear_to_db(overall_level_);
     allocate(pWallGains, static_cast<std::size_t>(grid_.walls), "pWallGains", kSource);
+    for (bool done = false; !done; result_.lowered_by_db += done ? 0.0 : kTargetStep_db) {
+        const bool fits = Fit(args_.target_level_db - result_.lowered_by_db);
+        const bool last = miss_ == Miss::kStand || result_.lowered_by_db >= kMostLowering_db;
+        if (last || fits) {
+            rewind(*input_);
+            ApplyGains();
+            done = last || above_full_scale_ == 0;
+        }
+    }
+}
+
+bool NormalizeOperation::Fit(double target_db) {
     MainIterationLoop loop(overall_level_, pBin.get(), grid_.bins, noise_floor_, peak_output_,
                            pWallGains.get(), args_.attack_ms / args_.bin_size_ms,
-                           args_.release_ms / args_.bin_size_ms, target_level_,
+                           args_.release_ms / args_.bin_size_ms, db_to_linear(target_db),
                            args_.fit_tolerance_db);
     loop.Go();
+    result_.target_db = target_db;
     result_.error_db = loop.last_error_db();
     result_.gain = loop.last_gain();
     result_.within_tolerance = loop.within_tolerance();
-    LevelFindings& found = findings();
-    found.normalize_level_db = linear_to_db(overall_level_);
-    found.target_level_db = args_.target_level_db;
-    found.fit_error_db = result_.error_db;
-    found.fit_gain = result_.gain;
-    ApplyGains();
-    found.held_samples = result_.held_samples;
+    return (loop.within_tolerance() || !loop.has_level()) && !surely_above_full_scale();
+}
+
+/** A look at the bins alone, to be spared a pass over the audio that would show the same. */
+bool NormalizeOperation::surely_above_full_scale() const {
+    constexpr double kRounding = 1e-9;  // of the ramp between two walls
+    for (int i = 0; i < grid_.bins; ++i) {
+        const double least_gain = std::min(pWallGains[i], pWallGains[i + 1]);
+        if (pBin[i].peak * least_gain > 1.0 + kRounding) {
+            return true;
+        }
+    }
+    return false;
 }
 
 double NormalizeOperation::InitializeBinArray() {
@@ -98,12 +119,17 @@ void NormalizeOperation::ApplyGains() {
     const SoundFile file(args_.sound_file_out, &info, true);
     SoundWriter writer(file.handle(), args_.sound_file_out, info.channels, grid_.bin_frames,
                        fail_write<Step>);
-    FullScaleHold hold(info.channels, writer);
+    const bool holds = !holds_any_level(info.format);
+    FullScaleHold hold(info.channels, writer,
+                       holds ? FullScaleHold::Mode::kHold : FullScaleHold::Mode::kOnlyCount);
     stream::Receiver& output =
-        holds_any_level(info.format) ? static_cast<stream::Receiver&>(writer) : hold;
+        holds || miss_ != Miss::kStand ? static_cast<stream::Receiver&>(hold) : writer;
     WallRamps ramps(info.channels, grid_, pWallGains.get(), output);
-    stream::pump(*input_, ramps, grid_.pace(progress_range::kNormalizeApply));
-    result_.held_samples = hold.held();
+    const bool again = above_full_scale_ > 0;  // progress does not go back for it
+    stream::pump(*input_, ramps,
+                 grid_.pace(again ? progress_range::kDone : progress_range::kNormalizeApply));
+    above_full_scale_ = hold.held();
+    result_.held_samples = holds ? hold.held() : 0;
 }
 
 void FullScaleHold::take(double* samples, long long frames) {
@@ -111,12 +137,12 @@ void FullScaleHold::take(double* samples, long long frames) {
     for (long long i = 0; i < frames * channels_; ++i) {
         held += static_cast<long long>(std::fabs(samples[i]) > 1.0);
     }
-    if (held > 0) {  // seldom
+    if (held > 0 && mode_ == Mode::kHold) {  // seldom
         for (long long i = 0; i < frames * channels_; ++i) {
             samples[i] = std::max(std::min(samples[i], 1.0), -1.0);
         }
-        held_ += held;
     }
+    held_ += held;
     next().take(samples, frames);
 }
 
@@ -146,8 +172,8 @@ int output_format(int input_format, int bit_depth) {
     return (input_format & SF_FORMAT_TYPEMASK) | encoding;
 }
 
-FitResult Normalize(const NormalizeArgs& args) {
-    NormalizeOperation operation(args);
+FitResult Normalize(const NormalizeArgs& args, Miss miss) {
+    NormalizeOperation operation(args, miss);
     operation.Execute();
     return operation.result();
 }

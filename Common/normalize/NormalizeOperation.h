@@ -22,7 +22,7 @@ namespace normalize {
 class NormalizeOperation {
   public:
     /** Turns a positive noise floor or peak output negative, with a warning. */
-    explicit NormalizeOperation(const NormalizeArgs& args);
+    explicit NormalizeOperation(const NormalizeArgs& args, Miss miss = Miss::kStand);
 
     /** Measures, fits and applies. Throws the step's errors and std::runtime_error. */
     void Execute();
@@ -36,35 +36,46 @@ class NormalizeOperation {
     const FitResult& result() const { return result_; }
 
   private:
+    /** Finds the walls for a target; returns whether there is no reason to try a lower one. */
+    bool Fit(double target_db);
+
+    bool surely_above_full_scale() const;
+
     NormalizeArgs args_;
-    double noise_floor_;   // linear
-    double peak_output_;   // linear
-    double target_level_;  // linear
+    Miss miss_;
+    double noise_floor_;  // linear
+    double peak_output_;  // linear
     std::unique_ptr<stream::Source> input_;
     BinGrid grid_{};
     boost::scoped_array<CBin> pBin;
     double overall_level_ = 0.0;
     boost::scoped_array<double> pWallGains;
     FitResult result_;
+    long long above_full_scale_ = 0;  // samples of the last output, held or not
 };
 
 /**
- * Holds samples at full scale, -1.0 to 1.0, and counts those that had to be held: encodings other
- * than float wrap a larger sample to the other sign or read past the end of a table of theirs.
+ * Counts the samples above full scale, -1.0 to 1.0, and holds them there: encodings other than
+ * float wrap a larger sample to the other sign or read past the end of a table of theirs.
  */
 class FullScaleHold : public stream::Stage {
   public:
-    FullScaleHold(int channels, stream::Receiver& next) : Stage(next), channels_(channels) {}
+    enum class Mode { kHold, kOnlyCount };
+
+    FullScaleHold(int channels, stream::Receiver& next, Mode mode = Mode::kHold)
+        : Stage(next), channels_(channels), mode_(mode) {}
 
     void take(double* samples, long long frames) override;
 
+    /** Samples that were, or in the other mode would have been, held. */
     long long held() const { return held_; }
 
   private:
     int channels_;
+    Mode mode_;
     long long held_ = 0;
 };
 
-FitResult Normalize(const NormalizeArgs& args);
+FitResult Normalize(const NormalizeArgs& args, Miss miss = Miss::kStand);
 
 }  // namespace normalize

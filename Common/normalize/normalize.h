@@ -27,17 +27,26 @@ int output_format(int input_format, int bit_depth);
 
 /** What the step did, in plain numbers. */
 struct FitResult {
-    double error_db = 0.0;          // distance of the last try's level from the target
+    double level_db = 0.0;          // of the input's bins above the noise floor
+    double target_db = 0.0;         // the target of the last try
+    double error_db = 0.0;          // the last try's level less its target
     double gain = 1.0;              // linear, the common gain of the last try
     bool within_tolerance = false;  // false: the peaks left the target out of reach
+    double lowered_by_db = 0.0;     // what had to be taken off the target
     long long held_samples = 0;     // held at full scale, above which the encoding would wrap
+};
+
+/** What to do where the peaks leave the target out of reach or a sample would pass full scale. */
+enum class Miss {
+    kStand,       // the last try stands
+    kLowerTarget  // tries again with a target 0.5 dB lower, down to the first that fits
 };
 
 /** Returns 0, or 1 after reporting an ss_error. Other exceptions pass on. */
 int _tmain(int argc, const char** argv);
 
 /** The same; fit receives what the step did when it returns 0. */
-int run_normalize(int argc, const char** argv, FitResult& fit);
+int run_normalize(int argc, const char** argv, FitResult& fit, Miss miss = Miss::kStand);
 
 using ::ceildiv;
 

@@ -58,6 +58,7 @@ constexpr double kHighestGateThreshold_db = -40.0;
 constexpr double kQuietDelta_db = -12.0;  // bins this far below the mean take no part in step 6
 
 bool keeping_intermediates = false;
+bool lowering_target = false;
 Intermediates last_intermediates;
 boost::mutex temporary_directory_mutex;
 
@@ -137,6 +138,10 @@ struct Run::EndOfRun {
 
 void Run::keep_intermediates(bool keep) {
     keeping_intermediates = keep;
+}
+
+void Run::lower_target(bool lower) {
+    lowering_target = lower;
 }
 
 Run::~Run() {
@@ -388,8 +393,23 @@ void Run::normalize_and_deliver() {
 
 /** No other option of step 10 can be set from outside. */
 int Run::normalize_into(const std::string& from, const std::string& to) {
-    return call_step(normalize::_tmain, {"normalize", "-l", options::normalize__target_level, "-b",
-                                         std::to_string(args_.bit_depth), from, to});
+    Argv words{
+        "normalize", "-l", options::normalize__target_level, "-b", std::to_string(args_.bit_depth),
+        from,        to};
+    normalize::FitResult fit;
+    const int result = normalize::run_normalize(
+        words.argc(), words.argv(), fit,
+        lowering_target ? normalize::Miss::kLowerTarget : normalize::Miss::kStand);
+    if (result == 0) {
+        LevelFindings& found = findings();
+        found.normalize_level_db = fit.level_db;
+        found.target_level_db = fit.target_db;
+        found.fit_error_db = fit.error_db;
+        found.fit_gain = fit.gain;
+        found.target_lowered_db = fit.lowered_by_db;
+        found.held_samples = fit.held_samples;
+    }
+    return result;
 }
 
 /** Begins a step: the file that it will write belongs to the run from now on. */

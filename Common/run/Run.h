@@ -39,6 +39,9 @@ class Run {
     /** With true, all later runs of the process leave their intermediate files where they are. */
     static void keep_intermediates(bool keep);
 
+    /** With true, all later runs lower a target level that the recording has no room for. */
+    static void lower_target(bool lower);
+
     /** Removes what the last run left of its intermediate files. */
     static void discard_intermediates();
 

@@ -33,6 +33,7 @@ int level(const EngineRun& run, std::function<void(double)> progress) {
     }
     argv.push_back(nullptr);
     levelCollectFindings(1);
+    levelLowerTarget(1);
     return levelMain(static_cast<int>(words.size()), argv.data(), "", &on_progress, &progress);
 }
 
@@ -45,6 +46,16 @@ void require_room(const std::string& scratch) {
             fmt::format("the disk with the temporary files, {}, is full",
                         fs::path(scratch).parent_path().parent_path().string()));
     }
+}
+
+/** What the user should know of the level, or nothing. */
+std::string level_note(const LevelFindings& found) {
+    if (found.target_lowered_db > 0) {
+        return fmt::format(
+            "its target level was lowered by {:.1f} dB: clicks or loud peaks leave no room for more",
+            found.target_lowered_db);
+    }
+    return "";
 }
 
 }  // namespace
@@ -66,6 +77,7 @@ EngineResult run_engine(const EngineRun& run, const std::function<void(double)>&
     result.cause = outcome.reason;
     if (result.leveled) {
         result.leveling = leveling_of(*levelFindings());
+        result.note = level_note(*levelFindings());
     }
     return result;
 }

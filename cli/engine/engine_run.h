@@ -22,6 +22,7 @@ struct EngineResult {
     bool leveled = false;              // else the output is the input's copy
     std::string cause;                 // of the copy
     std::optional<Leveling> leveling;  // what the steps found
+    std::string note;                  // what the user should know of the level
 };
 
 /**

@@ -130,6 +130,11 @@ void level_sound(Work& work, std::size_t index) {
         run, [&](double done) { work.progress((static_cast<double>(index) + done) / count); });
     work.leveled.push_back(result.leveled ? run.output : "");
     work.changed = work.changed || result.leveled;
+    if (!result.note.empty()) {
+        work.facts.notes.push_back(work.engine_inputs.size() == 1
+                                       ? result.note
+                                       : fmt::format("sound {}: {}", index + 1, result.note));
+    }
     if (index == 0) {
         work.facts.leveling = result.leveling;
         work.facts.cause = result.cause;

@@ -262,6 +262,19 @@ TEST_F(Batch, CopiesAreSaidWithTheirReason) {
     }
 }
 
+TEST_F(Batch, ATargetThatHadToBeLoweredIsSaidEverywhere) {
+    write_sound(dir_ / "ticks.wav",
+                signals::knocked_speech({-12, -18, 0.5, 1.0, 1, false, 26}, 16000), kWav16);
+    const ProgramResult result = run("--json facts.json --report report.html ticks.wav");
+    EXPECT_EQ(result.status, 0) << result.err;
+    const std::string sentence =
+        "its target level was lowered by 4.0 dB: clicks or loud peaks leave no room for more";
+    EXPECT_THAT(result.out, HasSubstr(sentence));
+    EXPECT_THAT(read_text(dir_ / "report.html"), HasSubstr(sentence));
+    EXPECT_THAT(facts(read_text(dir_ / "facts.json"))["ticks.wav"]["notes"], ElementsAre(sentence));
+    EXPECT_LT(peak_of(read_sound(dir_ / "ticks-leveled.wav")), 32767.0 / 32768.0);
+}
+
 TEST_F(Batch, WithInputFileItIsTheEnginesCommandLine) {
     talk("a.wav");
     EXPECT_EQ(run("--input-file a.wav --output-file direct.wav").status, 0);

@@ -63,6 +63,38 @@ Signal speech(double seconds, int sample_rate_hz, int channels) {
     return signal;
 }
 
+Signal knocked_speech(const Knocks& knocks, int sample_rate_hz) {
+    std::mt19937 random(knocks.seed);
+    const auto uniform = [&random](double low, double high) {
+        return low + (high - low) * (static_cast<double>(random()) / 4294967296.0);
+    };
+    Signal signal{sample_rate_hz, 1, {}};
+    for (int passage = 0; passage < 6; ++passage) {
+        const double level_db = knocks.speech_db + (passage % 2) * knocks.whisper_db;
+        const double gain = std::pow(10.0, level_db / 20.0);
+        for (const double sample : speech(uniform(1.0, 4.0), sample_rate_hz).samples) {
+            signal.samples.push_back(gain * sample);
+        }
+        const double pause_s = uniform(0.3, 3.0);
+        const std::size_t begin = signal.samples.size();
+        for (double t = 0.0; t < pause_s; t += 1.0 / sample_rate_hz) {
+            signal.samples.push_back(0.001 * uniform(-1.0, 1.0));
+        }
+        for (double t = knocks.tick_every_s / 2; knocks.tick_every_s > 0.0 && t < pause_s - 0.01;
+             t += knocks.tick_every_s) {
+            std::fill_n(signal.samples.begin() + static_cast<std::ptrdiff_t>(begin) +
+                            static_cast<std::ptrdiff_t>(t * sample_rate_hz),
+                        knocks.tick_samples, knocks.tick);
+        }
+    }
+    const std::size_t door = static_cast<std::size_t>(0.6 * static_cast<double>(signal.frames()));
+    for (int i = 0; knocks.slam && i < sample_rate_hz / 3; ++i) {
+        signal.samples[door + static_cast<std::size_t>(i)] =
+            0.97 * std::exp(-12.0 * i / sample_rate_hz) * uniform(-1.0, 1.0);
+    }
+    return signal;
+}
+
 Signal join(const std::vector<Signal>& parts) {
     Signal whole = parts.front();
     for (std::size_t i = 1; i < parts.size(); ++i) {

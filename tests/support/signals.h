@@ -37,6 +37,23 @@ Signal silence(long long frames, int sample_rate_hz = 44100, int channels = 1);
 /** Bursts of seeded noise with pauses between them; the level changes every few seconds. */
 Signal speech(double seconds, int sample_rate_hz = 44100, int channels = 1);
 
+/**
+ * Six passages of speech at speech_db (0: as speech() gives it), each second one whisper_db lower,
+ * with up to three seconds of faint noise between them, and what makes a target level hard to
+ * reach: ticks of a few samples in the noise, tick_every_s apart (0: none), and a door that slams.
+ */
+struct Knocks {
+    double speech_db;
+    double whisper_db;
+    double tick;  // its amplitude
+    double tick_every_s;
+    int tick_samples;
+    bool slam;
+    unsigned seed;
+};
+
+Signal knocked_speech(const Knocks& knocks, int sample_rate_hz);
+
 /** One signal after the other; rates and channels must agree. */
 Signal join(const std::vector<Signal>& parts);
 
