@@ -118,7 +118,9 @@ void FileList::set_running(Id id) {
 void FileList::set_fraction(Id id, double fraction) {
     if (Row* row = change(id)) {
         row->fraction = fraction;
-        changed(id);
+        // The words change, the height does not: a view need not lay the row out again.
+        const QModelIndex index = index_of(id);
+        Q_EMIT dataChanged(index, index, {Qt::AccessibleTextRole});
     }
 }
 

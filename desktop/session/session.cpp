@@ -7,6 +7,13 @@ namespace desktop {
 
 using cli::Outcome;
 
+namespace {
+
+// Smooth enough for a ring that fills, and a tenth of the repaints.
+constexpr int kProgressMs = 100;
+
+}  // namespace
+
 Session::Session(Questions& questions, QObject* parent) : QObject(parent), intake_(questions) {
     connect(&intake_, &Intake::accepted, this, &Session::on_accepted);
     connect(&intake_, &Intake::not_audio, this, &Session::not_audio);
@@ -15,6 +22,9 @@ Session::Session(Questions& questions, QObject* parent) : QObject(parent), intak
     connect(&work_, &Work::progressed, this, &Session::on_progressed);
     connect(&work_, &Work::finished, this, &Session::on_finished);
     connect(&work_, &Work::ended, this, &Session::on_ended);
+    progress_timer_.setSingleShot(true);
+    progress_timer_.setInterval(kProgressMs);
+    connect(&progress_timer_, &QTimer::timeout, this, &Session::show_progress);
 }
 
 void Session::take(const std::vector<std::string>& paths) {
@@ -90,14 +100,26 @@ void Session::finish_unworked(FileList::Id id, Outcome outcome, const std::strin
 }
 
 void Session::on_progressed(FileList::Id id, double fraction) {
-    if (const Row* row = files_.row(id)) {
-        overall_.progressed(row->weight, row->fraction, fraction);
-        files_.set_fraction(id, fraction);
-        Q_EMIT changed();
+    progress_[id] = fraction;
+    if (!progress_timer_.isActive()) {
+        progress_timer_.start();
     }
 }
 
+void Session::show_progress() {
+    for (const auto& [id, fraction] : progress_) {
+        // A file may have left the list since.
+        if (const Row* row = files_.row(id)) {
+            overall_.progressed(row->weight, row->fraction, fraction);
+            files_.set_fraction(id, fraction);
+        }
+    }
+    progress_.clear();
+    Q_EMIT changed();
+}
+
 void Session::on_finished(FileList::Id id, const cli::FileFacts& facts) {
+    progress_.erase(id);  // its whole share is counted here
     if (const Row* row = files_.row(id)) {
         overall_.finished(row->weight, row->fraction, facts.outcome);
         files_.set_finished(id, facts);

@@ -2,8 +2,10 @@
 
 #include <QElapsedTimer>
 #include <QObject>
+#include <QTimer>
 #include <optional>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "desktop/intake/intake.h"
@@ -16,6 +18,10 @@ namespace desktop {
 /**
  * What the window shows and does, without a widget: drops come in, files are worked on, the list
  * keeps what became of them.
+ *
+ * Workers tell their progress far more often than an eye can follow, and several of them at once.
+ * So progress is kept back and brought into the list ten times a second; what becomes of a file is
+ * told at once.
  */
 class Session : public QObject {
     Q_OBJECT
@@ -71,6 +77,7 @@ class Session : public QObject {
     FileList::Id place(const DropFile& file);
     void finish_unworked(FileList::Id id, cli::Outcome outcome, const std::string& cause);
     void on_progressed(FileList::Id id, double fraction);
+    void show_progress();
     void on_finished(FileList::Id id, const cli::FileFacts& facts);
     void on_ended();
     void begin_if_idle();
@@ -80,7 +87,9 @@ class Session : public QObject {
     Work work_;
     Overall overall_;
     QElapsedTimer clock_;
-    std::vector<FileList::Id> present_;  // the files of the present work
+    std::vector<FileList::Id> present_;                  // the files of the present work
+    std::unordered_map<FileList::Id, double> progress_;  // told, not yet in the list; 0 to 1
+    QTimer progress_timer_;                              // runs while there is any
 };
 
 }  // namespace desktop

@@ -57,12 +57,15 @@ void FileView::paintEvent(QPaintEvent* event) {
     }
 }
 
-// A cause may take more lines than the word that stood there.
+// QListView would lay out every row again, which measures all their texts: with two hundred files
+// that is most of the window's processor time. So its base class repaints the row, and the layout
+// is done again only where a row has grown or shrunk, as a cause may take more lines than the word
+// that stood there. Progress names its role and never changes the height.
 void FileView::dataChanged(const QModelIndex& first,
                            const QModelIndex& last,
                            const QList<int>& roles) {
-    QListView::dataChanged(first, last, roles);
-    if (sizeHintForIndex(first).height() != visualRect(first).height()) {
+    QAbstractItemView::dataChanged(first, last, roles);
+    if (roles.isEmpty() && sizeHintForIndex(first).height() != visualRect(first).height()) {
         scheduleDelayedItemsLayout();
     }
 }

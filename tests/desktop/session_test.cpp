@@ -52,6 +52,7 @@ void SessionTest::a_drop_ends_as_the_command_line_does() {
     const auto& counts = session.overall().counts();
     QCOMPARE(counts.leveled, 2);
     QCOMPARE(counts.failed, 1);
+    QCOMPARE(session.overall().fraction(), 1.0);  // each file's progress counted once
 
     // The same again: nothing is done twice.
     session.take({folder / "a.wav"});
