@@ -89,7 +89,7 @@ FileKind kind_by_content(const std::filesystem::path& path) {
 
 FileKind file_kind(const std::filesystem::path& path) {
     const std::string extension = lower_extension(path.string());
-    if (writable_extensions().count(extension) || media_extensions().count(extension)) {
+    if (wanted_extensions().count(extension)) {
         return FileKind::Wanted;
     }
     const FileKind kind = kind_by_content(path);
@@ -97,6 +97,15 @@ FileKind file_kind(const std::filesystem::path& path) {
         return FileKind::Unsupported;
     }
     return kind;
+}
+
+const std::set<std::string>& wanted_extensions() {
+    static const std::set<std::string> extensions = [] {
+        std::set<std::string> all = writable_extensions();
+        all.insert(media_extensions().begin(), media_extensions().end());
+        return all;
+    }();
+    return extensions;
 }
 
 }  // namespace cli

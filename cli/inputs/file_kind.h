@@ -1,6 +1,8 @@
 #pragma once
 
 #include <filesystem>
+#include <set>
+#include <string>
 
 namespace cli {
 
@@ -15,5 +17,8 @@ enum class FileKind {
  * bytes. Whether a wanted file really holds sound is found when it is opened.
  */
 FileKind file_kind(const std::filesystem::path& path);
+
+/** The extensions, lower case and without the dot, of the files that are wanted by their name. */
+const std::set<std::string>& wanted_extensions();
 
 }  // namespace cli

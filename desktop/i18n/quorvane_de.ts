@@ -28,6 +28,10 @@
         <translation>bereits ausgeglichen</translation>
     </message>
     <message>
+        <source>not supported</source>
+        <translation>nicht unterstützt</translation>
+    </message>
+    <message>
         <source>its output exists</source>
         <translation>die Ausgabedatei existiert bereits</translation>
     </message>

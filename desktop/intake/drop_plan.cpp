@@ -6,8 +6,7 @@
 #include <filesystem>
 #include <stdexcept>
 
-#include "cli/audio/audio_formats.h"
-#include "cli/audio/sound_file.h"
+#include "cli/inputs/file_kind.h"
 #include "cli/inputs/find_files.h"
 #include "cli/inputs/plan.h"
 #include "cli/options/settings.h"
@@ -30,22 +29,14 @@ cli::Settings settings_for(const std::vector<std::string>& paths, const std::str
     return cli::parse_command_line(static_cast<int>(words.size()), words.data());
 }
 
-bool is_audio(const fs::path& path) {
-    try {
-        cli::open_to_read(path.string());
-        return true;
-    } catch (const std::exception&) {
-        return false;
-    }
-}
-
 /**
- * A named file is taken whatever its name. One that neither looks like audio nor is any would only
- * fail: it is named once instead.
+ * A named file is taken whatever its name. One that neither looks like sound nor begins like any
+ * would only fail: it is named once instead. One of a foreign format gets a row, which tells why it
+ * fails. No decoder sees a stranger's file in this process: that is left to the workers, which may
+ * crash without harm.
  */
 bool worth_a_row(const fs::path& path) {
-    return cli::writable_extensions().count(cli::lower_extension(path.string())) != 0 ||
-           is_audio(path);
+    return cli::file_kind(path) != cli::FileKind::Other;
 }
 
 Existing existing_at(const fs::path& output, const fs::path& input) {
@@ -125,6 +116,9 @@ DropPlan plan_drop(const std::vector<std::string>& paths, const std::string& out
         }
         file.existing = existing_at(file.output, planned.input);
         plan.files.push_back(file);
+    }
+    for (const fs::path& path : found.unsupported) {
+        plan.files.push_back({path.string(), "", Existing::Nothing, "", "not supported"});
     }
     for (const cli::SearchProblem& problem : found.problems) {
         plan.files.push_back({problem.path.string(), "", Existing::Nothing, problem.cause, ""});

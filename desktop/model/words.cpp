@@ -27,6 +27,7 @@ struct Words {
     QT_TRANSLATE_NOOP("Cause", "does not exist"),
     QT_TRANSLATE_NOOP("Cause", "holds no audio file to level"),
     QT_TRANSLATE_NOOP("Cause", "already leveled"),
+    QT_TRANSLATE_NOOP("Cause", "not supported"),
     QT_TRANSLATE_NOOP("Cause", "its output exists"),
     QT_TRANSLATE_NOOP("Cause", "the output came to exist meanwhile and was kept"),
 };

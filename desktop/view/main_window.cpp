@@ -11,7 +11,7 @@
 #include <algorithm>
 #include <exception>
 
-#include "cli/audio/audio_formats.h"
+#include "cli/inputs/file_kind.h"
 #include "desktop/intake/paths.h"
 #include "desktop/model/words.h"
 #include "desktop/system/open.h"
@@ -37,9 +37,10 @@ std::vector<std::string> local_paths(const QStringList& names) {
     return paths;
 }
 
+/** Names are all that a file dialog can choose by; "All files" is for the rest. */
 QString audio_filter() {
     QStringList patterns;
-    for (const std::string& extension : cli::writable_extensions()) {
+    for (const std::string& extension : cli::wanted_extensions()) {
         patterns.append(QStringLiteral("*.") + QString::fromStdString(extension));
         patterns.append(patterns.last().toUpper());
     }

@@ -44,6 +44,9 @@ void PlanTest::outputs_are_looked_at_before_anything_is_done() {
     write_text(folder / "notes.txt", "no audio");
     write_text(folder / "broken.wav", "no audio either");
     fs::copy(folder / "new.wav", folder / "speech.bin");
+    write_text(folder / "memo", std::string("\0\0\0\x1c" "ftypM4A ", 12));
+    write_text(folder / "film.mp4", "");
+    write_text(folder / "sub.amr", "");
 
     const desktop::DropPlan plan = desktop::plan_drop(
         {folder.path(), folder / "notes.txt", folder / "speech.bin", folder / "missing.wav"}, "");
@@ -52,12 +55,15 @@ void PlanTest::outputs_are_looked_at_before_anything_is_done() {
         files[fs::path(file.input).filename().string()] = file;
     }
     QCOMPARE(plan.not_audio, (std::vector<std::string>{folder / "notes.txt"}));
-    QCOMPARE(files.size(), std::size_t(6));
+    QCOMPARE(files.size(), std::size_t(9));
     QCOMPARE(files["new.wav"].existing, Existing::Nothing);
     QCOMPARE(files["done.wav"].existing, Existing::UpToDate);
     QCOMPARE(files["old.wav"].existing, Existing::Other);
     QCOMPARE(files["new.wav"].output, folder / "new-leveled.wav");
     QCOMPARE(files["speech.bin"].output, folder / "speech-leveled.bin");
+    QCOMPARE(files["memo"].failure + files["memo"].passed, std::string());
+    QVERIFY(!files["film.mp4"].output.empty());
+    QCOMPARE(files["sub.amr"].passed, std::string("not supported"));
     QCOMPARE(files["missing.wav"].failure, std::string("does not exist"));
     QVERIFY(plan.locked_folders.empty());
 }
