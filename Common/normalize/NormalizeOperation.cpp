@@ -12,7 +12,6 @@
 #include "Common/files/same_file.h"
 #include "Common/normalize/MainIterationLoop.h"
 #include "Common/normalize/normalize.h"
-#include "Common/reporting/findings.h"
 #include "Common/reporting/log.h"
 #include "Common/reporting/progress.h"
 #include "Common/ss_util.h"
