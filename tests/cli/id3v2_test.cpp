@@ -48,6 +48,8 @@ TEST(Id3v2, OnlyGainFramesGoWhateverTheVersion) {
     const std::string gain3 = frame("TXXX", plain, gain) + frame("TXXX", plain, wide);
     const std::string gain4 = frame("TXXX", synchsafe, gain) + frame("RVA2", synchsafe, wide);
     const std::string title3 = frame("TIT2", plain, text);
+    // Read as a size of version 2.4, this one ends on a zero, as if the padding began there.
+    const std::string zeros3 = frame("PRIV", plain, std::string(300, '\0'));
     const std::string title4 =
         frame("TIT2", synchsafe, text) + frame("PRIV", synchsafe, "\xFF\xE0");
     const std::string gain2 = "TXX\0\0\x12\0REPLAYGAIN_X\0-3dB"s;
@@ -64,8 +66,8 @@ TEST(Id3v2, OnlyGainFramesGoWhateverTheVersion) {
     };
 
     const Row rows[] = {
-        {"2.3", tag("\3\0\0"s, gain3 + title3 + gain3),
-         tag("\3\0\0"s, title3 + zeros(gain3 + gain3))},
+        {"2.3", tag("\3\0\0"s, gain3 + zeros3 + title3 + gain3),
+         tag("\3\0\0"s, zeros3 + title3 + zeros(gain3 + gain3))},
         {"2.4", tag("\4\0\0"s, title4 + gain4), tag("\4\0\0"s, title4 + zeros(gain4))},
         {"2.4 with sizes as in 2.3", tag("\4\0\0"s, title3 + gain3),
          tag("\4\0\0"s, title3 + zeros(gain3))},
