@@ -15,10 +15,14 @@ namespace {
 constexpr const char* kSource = "Common/gate/gate";
 }  // namespace
 
-CNoiseGate::CNoiseGate(const GateArgs& args, stream::Source& input, stream::Receiver& output)
+CNoiseGate::CNoiseGate(const GateArgs& args,
+                       stream::Source& input,
+                       stream::Receiver& output,
+                       stream::Source* ahead)
     : Stage(output),
       args_(args),
       input_(input),
+      ahead_(ahead),
       channel_count_(input.info().channels),
       block_frames_(kBlockSamples / channel_count_),
       attack_step_((args.open_gain - args.closed_gain) / args.attack_samples),
@@ -95,8 +99,7 @@ void CNoiseGate::forget_passed_frames() {
 
 /** Gates the next frames, a block or the recording's last, and hands them on. */
 void CNoiseGate::gate_block(long long frames) {
-    const long long frames_ahead =
-        std::clamp(received_ - args_.anticipate_samples - gated_, 0LL, frames);
+    long long frames_ahead = std::clamp(received_ - args_.anticipate_samples - gated_, 0LL, frames);
     const double* ahead = look_ahead(frames, frames_ahead);
     std::copy_n(at(gated_), frames * channel_count_, block_.get());
     if (channel_count_ == 1) {
@@ -111,8 +114,15 @@ void CNoiseGate::gate_block(long long frames) {
     next().take(block_.get(), frames);
 }
 
-/** What lies ahead of the next frames, where the recording still has frames_ahead of them. */
-const double* CNoiseGate::look_ahead(long long frames, long long frames_ahead) {
+/**
+ * What lies ahead of the next frames, where the recording still has frames_ahead of them. A second
+ * reader tells itself how many it has, and what a short read leaves behind them in the buffer.
+ */
+const double* CNoiseGate::look_ahead(long long frames, long long& frames_ahead) {
+    if (ahead_ != nullptr) {
+        frames_ahead = ahead_->read(ahead_block_.get(), block_frames_);
+        return ahead_block_.get();
+    }
     const long long start = gated_ + args_.anticipate_samples;
     if (frames_ahead == frames) {
         return at(start);

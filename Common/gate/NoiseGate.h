@@ -28,8 +28,15 @@ enum eStateType { kOpen, kClosed, kOpening, kClosing, kHolding };
  */
 class CNoiseGate : public stream::Stage {
   public:
-    /** args must be converted, args.anticipate_samples not above the input's frames. */
-    CNoiseGate(const GateArgs& args, stream::Source& input, stream::Receiver& output);
+    /**
+     * args must be converted, args.anticipate_samples not above the input's frames. ahead: null, or
+     * a second reader of the input that stands args.anticipate_samples frames ahead of it and takes
+     * the delay line's place.
+     */
+    CNoiseGate(const GateArgs& args,
+               stream::Source& input,
+               stream::Receiver& output,
+               stream::Source* ahead = nullptr);
 
     /**
      * Gates the whole input and shows the step's progress. Returns 0. Throws ss_sf_unexpected_eof
@@ -77,7 +84,7 @@ class CNoiseGate : public stream::Stage {
     const double* first_frames() const;
     void add_channel(const CLevelMeter& current, const CLevelMeter& ahead);
     void gate_block(long long frames);
-    const double* look_ahead(long long frames, long long frames_ahead);
+    const double* look_ahead(long long frames, long long& frames_ahead);
     void forget_passed_frames();
     void measure_mono(const double* ahead, long long frames, bool has_ahead);
     void measure_stereo(const double* ahead, long long frames, bool has_ahead);
@@ -89,6 +96,7 @@ class CNoiseGate : public stream::Stage {
 
     const GateArgs args_;
     stream::Source& input_;
+    stream::Source* ahead_;
     int channel_count_;
     long long block_frames_;
     double attack_step_;

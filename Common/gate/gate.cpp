@@ -1,6 +1,7 @@
 #include "Common/gate/gate.h"
 
 #include <cmath>
+#include <memory>
 
 #include "Common/files/copy_file.h"
 #include "Common/files/same_file.h"
@@ -42,6 +43,26 @@ void require_usable(const GateArgs& args) {
     throw ss_sf_write_error(failure.path, failure.expected, failure.written, failure.reason);
 }
 
+/**
+ * A second reader, ahead by the anticipation, of a format whose decoder does not hear after a seek
+ * what it hears when it gets there by reading: an MPEG frame leans on the bits of the frames before
+ * it. The gate has always decided on what the seek gives. Null for every other format.
+ */
+std::unique_ptr<stream::Source> reader_ahead(const GateArgs& args, SF_INFO info) {
+    if ((info.format & SF_FORMAT_TYPEMASK) != SF_FORMAT_MPEG) {
+        return nullptr;
+    }
+    const SoundHandle handle = open_sound_for_reading(args.sound_file_in, info);
+    if (!handle) {
+        throw ss_sf_openinput_error(args.sound_file_in);
+    }
+    auto ahead = std::make_unique<SoundSource>(handle, args.sound_file_in, info);
+    if (!ahead->seek(args.anticipate_samples)) {
+        throw ss_sf_seek_error(args.sound_file_in);
+    }
+    return ahead;
+}
+
 }  // namespace
 
 int gate_tmain(int argc, const char** argv) {
@@ -74,7 +95,8 @@ int gate_tmain(int argc, const char** argv) {
     }
     SoundWriter writer(output, args.sound_file_out, info.channels, kBlockSamples / info.channels,
                        fail_gate_write);
-    CNoiseGate noise_gate(args, input, writer);
+    const std::unique_ptr<stream::Source> ahead = reader_ahead(args, info);
+    CNoiseGate noise_gate(args, input, writer, ahead.get());
     if (args.verbosity > 0) {
         args.ShowArgs();
     }

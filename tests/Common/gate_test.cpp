@@ -98,6 +98,17 @@ TEST(Gate, OpensAheadOfSpeech) {
     EXPECT_EQ(1.0, gain[599]);
 }
 
+TEST(Gate, ASecondReaderTakesTheDelayLinesPlace) {
+    // What the second reader hears after its seek, a loud start, opens the gate of a quiet file.
+    const Settings settings{50, 250, 250, 50};
+    ArraySource source(quiet(600));
+    ArraySource ahead(signals::join({loud(350), quiet(200)}));
+    Collector output;
+    gate::CNoiseGate noise_gate(settings.args(source.info()), source, output, &ahead);
+    noise_gate.exec();
+    EXPECT_NEAR(1.0, output.samples[60] / quiet(600).samples[60], 1e-12);
+}
+
 TEST(Gate, APauseShorterThanTheHoldPassesUntouched) {
     EXPECT_EQ(std::vector<double>(212, 1.0),
               gains(signals::join({loud(100), quiet(12), loud(100)}), {100, 100, 10, 0}));
