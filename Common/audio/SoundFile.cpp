@@ -95,12 +95,11 @@ void SoundFile::OpenWrite() {
 }
 
 void SoundFile::AdjustInOut(long long in, long long out) {
-    start_ = 0;
-    if (in != -1) {
-        start_ = in;
-        sf_seek(handle_.get(), in, SEEK_SET);
-    }
+    start_ = in == -1 ? 0 : in;
     end_ = out != -1 && out < info_.frames ? out : info_.frames;
+    if (in != -1) {
+        SeekInFile(in, SEEK_SET);
+    }
 }
 
 void SoundFile::CopyInfo(SoundFile& other) {
@@ -142,12 +141,24 @@ long long SoundFile::Seek(long long offset, int whence) {
     if (whence != SEEK_CUR) {
         offset += start_;
     }
-    errno = 0;
-    const long long position = sf_seek(handle_.get(), offset, whence);
-    const int error = errno;
-    if (position != -1 && start_ <= position && position < end_) {
+    const long long position = SeekInFile(offset, whence);
+    if (start_ <= position && position < end_) {
         return position;
     }
+    FailSeek(offset, position, 0);
+}
+
+/** The library's seek. Throws when it fails; the span's ends mean nothing to it. */
+long long SoundFile::SeekInFile(long long frame, int whence) {
+    errno = 0;
+    const long long position = sf_seek(handle_.get(), frame, whence);
+    if (position == -1) {
+        FailSeek(frame, position, errno);
+    }
+    return position;
+}
+
+void SoundFile::FailSeek(long long offset, long long position, int error) const {
     std::string message = "###ERROR### seeking to " + with_commas(offset) + " in file " + path_;
     if (position >= end_) {
         message += "\n Attempt to seek past logical file end at " + with_commas(end_);

@@ -37,7 +37,10 @@ class SoundFile {
     void OpenRead();
     void OpenWrite();
 
-    /** Sets the span, and the library's position to its start when in is not -1. */
+    /**
+     * Sets the span, and the library's position to its start when in is not -1. A start that cannot
+     * be reached is an error with the text of Seek.
+     */
     void AdjustInOut(long long in, long long out);
 
     void CopyInfo(SoundFile& other);
@@ -111,6 +114,8 @@ class SoundFile {
   private:
     long long FramesLeft();
     long long ItemsLeft();
+    long long SeekInFile(long long frame, int whence);
+    [[noreturn]] void FailSeek(long long offset, long long position, int error) const;
     long long CheckWritten(long long written, long long asked);
 
     SoundHandle handle_;

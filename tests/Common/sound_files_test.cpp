@@ -121,6 +121,13 @@ TEST_F(SoundFiles, FailuresNameTheFile) {
         EXPECT_EQ("error opening sound file \"" + dir / "no folder/out.wav" + "\"", error.what());
     }
     EXPECT_THAT(captured.err(), HasSubstr("No such file or directory"));
+    try {
+        SoundFile late(dir / "in.wav", "", -1, -1, 1001, -1, true);
+        FAIL();
+    } catch (const std::runtime_error& error) {
+        EXPECT_THAT(error.what(), StartsWith("###ERROR### seeking to 1,001 in file " +
+                                             dir / "in.wav" + "\n Attempt to seek to before"));
+    }
 }
 
 TEST_F(SoundFiles, ConstantMeansEqualToTheFirstFrameChannelByChannel) {
