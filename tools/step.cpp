@@ -81,6 +81,8 @@ int run_segment(int argc, const char** argv) {
     }
     std::ostringstream text;
     text << values.rdbuf();
+    require_other_file(argv[1], argv[2]);
+    require_other_file(argv[1], argv[3]);
     std::ofstream fit(argv[2]);
     std::ofstream breaks(argv[3]);
     std::vector<const char*> words{argv[0]};

@@ -1,5 +1,6 @@
 #include "Common/calc_rms/calc_rms.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "tests/support/signals.h"
@@ -66,6 +67,8 @@ TEST_F(CalcRms, FailuresAreSaid) {
     EXPECT_EQ("Error opening " + dir / "none.wav" + "\nError opening " + dir / "no/rms.txt" +
                   " for output\n",
               captured.out());
+    EXPECT_EQ(1, call(calc_rms::_tmain, {"calc_rms", dir / "in.wav", "/dev/full", "-s", "1"}));
+    EXPECT_THAT(captured.out(), testing::EndsWith("/dev/full: No space left on device\n"));
 }
 
 }  // namespace

@@ -108,6 +108,34 @@ TEST_F(Normalize, HoldsThePeakCeilingAndStillMeetsTheTarget) {
     EXPECT_NEAR(-18.0, 20 * std::log10(rms_of(output, 0, 44100 * 20)), 0.1);
 }
 
+TEST_F(Normalize, SaysWhatCameOfTheFit) {
+    // 0.02 to 10^(-18 / 20) = 0.1258925: a gain of 6.2946. One sample of 0.2 in a silent bin, whose
+    // RMS of 0.2 / sqrt(2205) = 0.0043 is below the floor, is not limited: 16 bits would wrap.
+    Signal input = signals::join({signals::square(0.02, 44100), signals::silence(4410)});
+    input.samples[45000] = 0.2;
+    const auto fit_of = [&](const char* target, int format) {
+        normalize::FitResult fit;
+        write_sound(dir / "in.wav", input, format);
+        const auto entry = [&fit](int argc, const char** argv) {
+            return normalize::run_normalize(argc, argv, fit);
+        };
+        EXPECT_EQ(0,
+                  run_step(entry, {"normalize", dir / "in.wav", dir / "out.wav"}, {"-l", target}));
+        return fit;
+    };
+    const normalize::FitResult met = fit_of("-18", kWav16);
+    EXPECT_NEAR(6.2946, met.gain, 0.01);
+    EXPECT_LE(met.error_db, 0.01);
+    EXPECT_TRUE(met.within_tolerance);
+    EXPECT_EQ(1, met.held_samples);
+    EXPECT_EQ(0, fit_of("-18", kWavDouble).held_samples);
+
+    // 6 dB above full scale, past a ceiling of -1 dB: 7 dB are missing.
+    const normalize::FitResult missed = fit_of("6", kWavDouble);
+    EXPECT_FALSE(missed.within_tolerance);
+    EXPECT_NEAR(7.0, missed.error_db, 0.1);
+}
+
 TEST_F(Normalize, OneBinEndsAtGainOne) {
     // Without an estimate the tries alternate between target / level and 1; the tenth is 1.
     const Signal input = signals::square(0.02, 2000);

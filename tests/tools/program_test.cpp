@@ -225,6 +225,46 @@ TEST_F(Program, StepsRunByThemselvesGiveTheRunsFiles) {
     EXPECT_EQ(1, run_program(step + "wrap_segment r c -12 16000 0.05 --bin-size 3").status);
 }
 
+TEST_F(Program, NoStepWritesOverItsInput) {
+    const TempDir kept;
+    ASSERT_EQ(0, run_program(command(in, out, "--keep-intermediates " + kept.path())).status);
+
+    struct Row {
+        const char* words;
+        const char* input;
+        const char* words_between;
+        const char* words_behind;
+    };
+
+    const Row rows[] = {{"highpass", "_01.wav", "", ""},
+                        {"gate -k 250", "_01.wav", "", ""},
+                        {"reduce_loud_peak", "_02.wav", "", ""},
+                        {"reduce_loud", "_03.wav", "", ""},
+                        {"calc_rms", "_04.wav", "", ""},
+                        {"segment", "_05.txt", "", "breaks.txt"},
+                        {"segment", "_05.txt", "fit.txt", ""},
+                        {"wrap_segment", "_05.txt", "", "-12 16000 0.05"},
+                        {"calculate_gains", "_04.wav", "_06.clt gains.txt", ""},
+                        {"calculate_gains", "_04.wav", "_06.clt", "levels.txt"},
+                        {"calculate_gains _04.wav", "_06.clt", "gains.txt", ""},
+                        {"smooth_gains", "_08.txt", "", ""},
+                        {"apply_gains 50", "_09.txt", "_04.wav", ""},
+                        {"apply_gains 50 _09.txt", "_04.wav", "", ""},
+                        {"normalize", "_10.wav", "", ""}};
+    for (const Row& row : rows) {
+        SCOPED_TRACE(std::string(row.words) + " " + row.words_between);
+        const std::string input = kept / row.input;
+        const std::string before = read_text(input);
+        ASSERT_NE("", before);
+        const ProgramResult run = run_program(
+            "cd " + kept.path() + " && ln -sf " + row.input + " link && " + QUORVANE_STEP + " " +
+            row.words + " " + row.input + " " + row.words_between + " link " + row.words_behind);
+        EXPECT_EQ(1, run.status);
+        EXPECT_THAT(run.out + run.err, HasSubstr("link: is the input and would be overwritten"));
+        EXPECT_EQ(before, read_text(input));
+    }
+}
+
 /**
  * Loudness range in dB, as EBU Tech 3342 takes it but without the frequency weighting: from the
  * 10th to the 95th percentile of the levels of windows of 3 s, those 20 dB below their mean left
