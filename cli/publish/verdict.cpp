@@ -50,6 +50,9 @@ std::string what_happened(const FileFacts& facts) {
             return "Not finished; the same command goes on with it.";
         case Outcome::Copied:
             return fmt::format("Copied unchanged{}.", because);
+        case Outcome::Planned:
+            return "To be done.";
+        case Outcome::UpToDate:
         case Outcome::Leveled:
         case Outcome::Analyzed:
             return facts.before ? evenness(facts) : std::string("Leveled; not measured.");

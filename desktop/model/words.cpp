@@ -55,6 +55,11 @@ QString from_to(const std::optional<cli::Loudness>& before,
     return after ? was + QStringLiteral(" → ") + figure((*after).*field) : was;
 }
 
+/** With a capital, as the beginning of a line. */
+QString begun(const QString& words) {
+    return words.left(1).toUpper() + words.mid(1);
+}
+
 QString finished_text(const cli::FileFacts& facts) {
     const QString cause = cause_text(facts);
     switch (facts.outcome) {
@@ -65,8 +70,12 @@ QString finished_text(const cli::FileFacts& facts) {
                                              .arg(QString::fromStdString(facts.notes.front()));
         case Outcome::Copied:
             return Words::tr("Copied unchanged: %1").arg(cause);
+        case Outcome::UpToDate:
+            return begun(QCoreApplication::translate("Cause", "already leveled"));
+        case Outcome::Planned:  // of dry runs, which the window does not make
+            return {};
         case Outcome::Skipped:
-            return cause.left(1).toUpper() + cause.mid(1);
+            return begun(cause);
         case Outcome::Failed:
             return Words::tr("Failed: %1").arg(cause);
         case Outcome::Interrupted:
@@ -140,8 +149,11 @@ void Counts::add(Outcome outcome) {
         case Outcome::Copied:
             ++copied;
             break;
+        case Outcome::UpToDate:
         case Outcome::Skipped:
             ++skipped;
+            break;
+        case Outcome::Planned:
             break;
         case Outcome::Failed:
             ++failed;
