@@ -47,12 +47,15 @@ FileFacts probed(const Settings& settings, PlannedFile& file) {
     job.input = fs::absolute(file.input).string();
     job.output = file.output.empty() ? "" : fs::absolute(file.output).string();
     job.options.tuning = settings.tuning;
+    job.options.strict = settings.strict;
+    job.options.audio_stream = settings.audio_stream;
+    job.options.audio_codec = settings.audio_codec;
     try {
         make_carrier(job)->probe(facts);
         if (!file.output.empty() && facts.channels > kMostChannels) {
             fail(file, facts,
-                 fmt::format("has {} channels, and the engine cannot process more than {} channels",
-                             facts.channels, kMostChannels));
+                 fmt::format("it has {} channels, at most {} can be leveled", facts.channels,
+                             kMostChannels));
         }
     } catch (const std::exception& error) {
         fail(file, facts, error.what());

@@ -35,8 +35,10 @@ NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(JobOptions,
 /** What a worker process is told to do with one file. Paths are absolute. */
 struct Job {
     std::string input;
-    std::string output;            // empty: measure only
-    std::string scratch;           // a directory of its own, which exists
+    std::string output;  // empty: measure only
+    // A directory of its own, which exists. Empty: the file is only to be looked at, as a run does
+    // before it begins; nothing is decoded then and nothing written.
+    std::string scratch;
     bool spare_processor = false;  // one is free for reading ahead and measuring meanwhile
     JobOptions options;
     FileState found;         // the output as the plan found it; when that changed, others were here

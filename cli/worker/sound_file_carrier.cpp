@@ -93,8 +93,10 @@ void SoundFileCarrier::repair_header(FileFacts& facts) {
     const DataSize data = compare_data_size(job_.input);
     if (data.kind == DataSize::Kind::Zero) {
         note_damage(facts, "its header gives its audio the size 0; all that follows was taken");
-        source_ = in_scratch("repaired");
-        write_with_data_size(job_.input, source_);
+        if (!only_looks()) {
+            source_ = in_scratch("repaired");
+            write_with_data_size(job_.input, source_);
+        }
     } else if (data.kind == DataSize::Kind::Short) {
         note_damage(facts, fmt::format("is cut short: {} of {} bytes of audio are there",
                                        data.there, data.promised));
@@ -112,7 +114,7 @@ void SoundFileCarrier::repair_header(FileFacts& facts) {
 
 void SoundFileCarrier::read_info(FileFacts& facts) {
     SndfileHandle file = readable_input(source_);
-    if ((file.format() & SF_FORMAT_TYPEMASK) == SF_FORMAT_MPEG) {
+    if ((file.format() & SF_FORMAT_TYPEMASK) == SF_FORMAT_MPEG && !only_looks()) {
         const auto stream = count_mpeg_frames(source_);
         if (stream && stream->told && *stream->told > stream->frames + 1) {
             note_damage(facts, fmt::format("is cut short: {} of {} MPEG frames are there",
@@ -165,8 +167,12 @@ void SoundFileCarrier::probe(FileFacts& facts) {
     if (levels && fs::path(job_.input).extension().empty()) {
         throw FileError("its name has no extension, which the engine needs");
     }
-    if ((levels && is_lossy(info_.format)) || !last_frame_is_there(source_)) {
-        decode_source(facts);
+    if (!only_looks()) {
+        if ((levels && is_lossy(info_.format)) || !last_frame_is_there(source_)) {
+            decode_source(facts);
+        }
+    } else if (!is_lossy(info_.format) && info_.frames > 0 && !last_frame_is_there(source_)) {
+        note_damage(facts, "is cut short or damaged");
     }
 }
 

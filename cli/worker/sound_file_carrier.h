@@ -37,6 +37,9 @@ class SoundFileCarrier : public Carrier {
     void read_info(FileFacts& facts);
     void decode_source(FileFacts& facts);
 
+    /** Whether the headers alone are wanted: a job without a scratch directory writes nothing. */
+    bool only_looks() const { return job_.scratch.empty(); }
+
     const Job& job_;
     std::string source_;   // the input, or its copy in scratch with a true header
     std::string decoded_;  // the decoded source; empty where it need not be decoded
