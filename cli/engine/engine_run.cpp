@@ -52,7 +52,8 @@ void require_room(const std::string& scratch) {
 std::string level_note(const LevelFindings& found) {
     if (found.target_lowered_db > 0) {
         return fmt::format(
-            "its target level was lowered by {:.1f} dB: clicks or loud peaks leave no room for more",
+            "its target level was lowered by {:.1f} dB: clicks or loud peaks leave no room for "
+            "more",
             found.target_lowered_db);
     }
     return "";

@@ -44,7 +44,9 @@ void PlanTest::outputs_are_looked_at_before_anything_is_done() {
     write_text(folder / "notes.txt", "no audio");
     write_text(folder / "broken.wav", "no audio either");
     fs::copy(folder / "new.wav", folder / "speech.bin");
-    write_text(folder / "memo", std::string("\0\0\0\x1c" "ftypM4A ", 12));
+    write_text(folder / "memo", std::string("\0\0\0\x1c"
+                                            "ftypM4A ",
+                                            12));
     write_text(folder / "film.mp4", "");
     write_text(folder / "sub.amr", "");
 
