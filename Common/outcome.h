@@ -70,7 +70,7 @@ typedef struct LevelFindings {
 
     double normalize_level_db; /* step 10: the level that it met, */
     double target_level_db;    /*   the one that it had to reach, */
-    double fit_error_db;       /*   how far from it the level came out, 0 or more, */
+    double fit_error_db;       /*   what it reached less that, */
     double fit_gain;           /*   with this gain, linear; */
     double target_lowered_db;  /*   what levelLowerTarget had it take off the target; and */
     long long held_samples;    /*   the samples that were held at full scale; -1: not known */
