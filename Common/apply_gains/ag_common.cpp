@@ -15,6 +15,17 @@
 #include "Common/stream/sound_writer.h"
 #include "Common/units.h"
 
+/*
+ * Two passes over the audio: the first finds the largest sample that the gains would give, the
+ * second applies the gains divided by it. Nothing is kept in between. The first pass runs the very
+ * same ramps into a meter, so that what it measures is to the last bit what the second would write
+ * before the scaling. Scaling the walls and not the samples costs nothing, at the price of a
+ * rounding: the largest sample comes out at 1.0 or next to it.
+ *
+ * The series holds a gain per block, the ramps need one at the end of the last block, too: a gain
+ * of 0 is appended. Recordings that end on a block's end have a gain to spare (see
+ * calculate_gains), and do not fade; others fade over what they have of their last block.
+ */
 namespace apply_gains {
 
 namespace {
@@ -79,10 +90,12 @@ void ApplyGains(int blockMilliseconds,
     SoundWriter output(output_file.handle(), outputPath, info.channels, block_frames, fail_write);
     const BinGrid blocks{block_frames, static_cast<int>(gains.size()) - 1,
                          static_cast<int>(gains.size())};
+    // No gains, no audio: an output that holds a header alone is what has always come of it.
     if (blocks.bins == 0) {
         output.end();
         return;
     }
+    // What lies behind the last block has no gain and is cut off, in both passes.
     const long long frames = static_cast<long long>(blocks.bins) * block_frames;
     SoundSource input(input_file.handle(), inputPath, info, fail_read);
     PeakMeter meter(info.channels);

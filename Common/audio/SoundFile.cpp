@@ -9,6 +9,7 @@
 
 namespace {
 
+/** An integer encoding. The sign of the depth tells whether the samples have one: -16, but 8. */
 struct Encoding {
     int subtype;
     int bit_depth;
@@ -41,6 +42,7 @@ std::string with_commas(long long number) {
     return digits;
 }
 
+// The structure with a coding history of 256 bytes, as the library lays it out.
 constexpr int kBroadcastInfoBytes = 864;
 static_assert(sizeof(SF_BROADCAST_INFO) >= kBroadcastInfoBytes,
               "broadcast chunk without its history");
@@ -138,10 +140,12 @@ long long SoundFile::Tell() {
 }
 
 long long SoundFile::Seek(long long offset, int whence) {
+    // An offset from the end moves by the start, too. That is odd, and it is kept.
     if (whence != SEEK_CUR) {
         offset += start_;
     }
     const long long position = SeekInFile(offset, whence);
+    // The end itself is outside: nothing can be read there.
     if (start_ <= position && position < end_) {
         return position;
     }
@@ -150,6 +154,7 @@ long long SoundFile::Seek(long long offset, int whence) {
 
 /** The library's seek. Throws when it fails; the span's ends mean nothing to it. */
 long long SoundFile::SeekInFile(long long frame, int whence) {
+    // The library leaves errno alone where it refuses a frame by itself: it then stays 0.
     errno = 0;
     const long long position = sf_seek(handle_.get(), frame, whence);
     if (position == -1) {
@@ -186,6 +191,7 @@ long long SoundFile::ItemsLeft() {
 }
 
 long long SoundFile::ReadDouble(double* samples, long long items) {
+    // In the file's numbering, unlike ReadFloat, ReadInt and ReadShort: see the header.
     const long long position = sf_seek(handle_.get(), 0, SEEK_CUR);
     return sf_read_double(handle_.get(), samples,
                           std::min<long long>(items, info_.channels * (end_ - position)));
@@ -253,6 +259,7 @@ long long SoundFile::WriteShortFrames(const short* samples, long long frames) {
 }
 
 bool SoundFile::ReadBroadcastInfo(SF_BROADCAST_INFO* info) {
+    // A chunk is shorter than this where it has no history; the rest must not be what was there.
     std::memset(info, 0, kBroadcastInfoBytes);
     return sf_command(handle_.get(), SFC_GET_BROADCAST_INFO, info, kBroadcastInfoBytes) == SF_TRUE;
 }

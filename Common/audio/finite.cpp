@@ -14,6 +14,8 @@ void FiniteGuard::check(const double* samples, long long count) {
     if (!needed_) {
         return;
     }
+    // Without a branch first, since all of it is finite nearly always; then where it was. Not a
+    // number compares false with everything, hence the negation.
     int found = 0;
     for (long long i = 0; i < count; ++i) {
         found |= static_cast<int>(!(std::fabs(samples[i]) <= std::numeric_limits<double>::max()));

@@ -8,12 +8,18 @@
 
 #include "Common/audio/sound_handle.h"
 
+/*
+ * Blocks of frames from and to files, with errors of a family of their own: these belong to no
+ * step, and the driver, which catches std::exception last, lets them report themselves first.
+ */
+
 /** Root of the frame files' errors: an error that writes its own message. */
 class printable_err : public std::exception {
   public:
     virtual void report() const = 0;
 };
 
+/** Frames of another channel count than the file's: a fault of the caller's, not of a file. */
 class incompatible_frames_err : public printable_err {
   public:
     void report() const override;

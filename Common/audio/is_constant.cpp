@@ -26,6 +26,7 @@ bool is_constant(SoundFile& file, SF_INFO info) {
         return true;
     }
     const std::size_t channels = static_cast<std::size_t>(info.channels);
+    // Compared exactly: a recording with a trace of noise is not constant.
     std::vector<double> first(channels);
     read_frames(file, first.data(), 1);
     file.Seek(0, SEEK_SET);
@@ -39,6 +40,7 @@ bool is_constant(SoundFile& file, SF_INFO info) {
                 return false;
             }
         }
+        // The header promised more than there is; what there was is constant.
         if (frames == 0) {
             break;
         }

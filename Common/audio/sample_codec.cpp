@@ -11,6 +11,19 @@
 #include <emmintrin.h>
 #endif
 
+/*
+ * The scales are not the same both ways, and not an oversight: the library writes 1.0 as the
+ * largest integer (32767) and reads integers as fractions of the next power of two (32768). A pass
+ * through 16 bits therefore takes a sample down by one part in 32768. Whoever made both the same
+ * would save that much and lose every bit of agreement with files that were written before.
+ *
+ * A sample beyond full scale is not clipped on its way into an integer file. It is rounded to 32
+ * bits, and the low bytes are kept: 16 bits of 1.01 are a loud negative number. Steps whose samples
+ * may be that large hold them at full scale first.
+ *
+ * Integers of the file's width are read in place and copied by memcpy, never through a cast
+ * pointer: samples of a file stand at odd addresses.
+ */
 namespace {
 
 constexpr double kScale8 = 127.0;  // 2^(bits - 1) - 1
@@ -69,6 +82,7 @@ void scale_and_round(const double* samples, double scale, std::int32_t* out, std
     std::size_t i = 0;
 #ifdef __SSE2__
     const __m128d scales = _mm_set1_pd(scale);
+    // Two conversions give two integers each, in the low half of their vectors.
     for (; i + 4 <= count; i += 4) {
         const __m128i low = _mm_cvtpd_epi32(_mm_mul_pd(_mm_loadu_pd(samples + i), scales));
         const __m128i high = _mm_cvtpd_epi32(_mm_mul_pd(_mm_loadu_pd(samples + i + 2), scales));
@@ -144,6 +158,7 @@ void store_24(const std::int32_t* values, bool little, unsigned char* bytes, std
 
 void load_24(const unsigned char* bytes, bool little, double* samples, std::size_t count) {
     for (std::size_t i = 0; i < count; ++i) {
+        // Into the upper three bytes of four, so that the sign comes out right without a branch.
         const std::uint32_t value =
             static_cast<std::uint32_t>(bytes[3 * i + (little ? 0 : 2)]) << 8 |
             static_cast<std::uint32_t>(bytes[3 * i + 1]) << 16 |
@@ -232,6 +247,7 @@ void SampleCodec::encode_piece(const double* samples,
                 std::memcpy(bytes + i * sizeof sample, &sample, sizeof sample);
             }
             break;
+        // Doubles are the file's samples as they are.
         default:
             std::memcpy(bytes, samples, count * sizeof *samples);
             break;

@@ -9,6 +9,16 @@
 #include "Common/stream/pump.h"
 #include "Common/units.h"
 
+/*
+ * Bins and walls. Levels belong to bins: what lies between two points in time. Gains belong to
+ * walls, the points themselves: inside a bin the gain runs in a straight line from the wall at its
+ * start to the wall at its end, so the curve has no jumps, whatever the gains are. n bins have n +
+ * 1 walls.
+ *
+ * A bin length in frames is truncated (50 ms at 22050 Hz are 1102 frames, not 1102.5), and every
+ * step truncates in the same way, or the bins of one step would drift away from those of the next.
+ */
+
 /** A file cut into bins of equal length (the last may be shorter), with a wall at each bin's ends.
  */
 struct BinGrid {
@@ -30,6 +40,7 @@ template <class Step>
 BinGrid make_bin_grid(const SF_INFO& info, int bin_ms) {
     const int bin_frames = ms_to_frames(bin_ms, info.samplerate);
     const bool too_short = bin_ms < 1 || bin_frames < 1;
+    // One less than the largest int, since there is a wall more than there are bins.
     const long long bins = too_short ? 0 : ceildiv(info.frames, bin_frames);
     if (too_short || bins >= std::numeric_limits<int>::max()) {
         step_errors::say<Step>(

@@ -4,7 +4,10 @@
 #include "Common/step/step_errors.h"
 #include "Common/stream/sound_writer.h"
 
-/** Writes file and cause to the standard error stream, then throws the step's ss_sf_io_error. */
+/**
+ * Writes file and cause to the standard error stream, then throws the step's ss_sf_io_error. That
+ * error's own message names neither, so they are said here, where both are known.
+ */
 template <class Step>
 [[noreturn]] void fail_write(const WriteFailure& failure) {
     reporting::say_failure(reporting::Kind::kSystem,

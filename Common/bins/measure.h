@@ -10,6 +10,16 @@
 #include "Common/bins/peak.h"
 #include "Common/stream/pump.h"
 
+/*
+ * The measuring pass: peak and RMS of every bin, and the mean level of those that are not quiet.
+ *
+ * A sum of doubles depends on the order of its terms, so a bin's samples are added one after
+ * another from the front, which leaves the processor waiting for each addition (four or more
+ * cycles) before it can begin the next. The wait is filled with other bins, whose sums have nothing
+ * to do with this one. A maximum does not depend on the order, so the peak takes as many at a time
+ * as it likes (peak.h).
+ */
+
 /** What of a bin has been summed up so far. */
 struct BinSums {
     double left = 0.0;   // of the squares; of all samples where channels are taken together
@@ -51,6 +61,7 @@ struct RmsOfAllSamples {
 
 /** The RMS of a bin's louder channel: a loud voice on one side is as loud as one on both. */
 struct RmsOfLouderChannel {
+    /** For a mono recording the rules agree, bit by bit. */
     template <int kBins>
     static void add(BinSums* bins, const double* samples, long long count, int channels) {
         if (channels == 1) {
@@ -102,6 +113,8 @@ class BinMeter : public stream::Receiver {
     /** Throws std::runtime_error when a bin's sum of squares is beyond all numbers. */
     void take(double* samples, long long frames) override {
         while (frames > 0 && done_ < grid_.bins) {
+            // Side by side as long as the block holds that many whole bins, else one by one; either
+            // way each bin adds the same squares in the same order.
             const long long together = static_cast<long long>(kBinsTogether) * grid_.bin_frames;
             if (sums_.samples == 0 && frames >= together && done_ + kBinsTogether <= grid_.bins) {
                 add_whole_bins(samples);
@@ -155,6 +168,7 @@ class BinMeter : public stream::Receiver {
         }
         const double rms = RmsRule::rms(sums_, channels_);
         bins_[done_++] = {1.0, sums_.peak, rms};
+        // Squares are totalled, not levels: the mean weighs a short last bin by its length.
         if (rms > noise_floor_) {
             total_ += sum;
             total_samples_ += sums_.samples;

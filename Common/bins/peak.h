@@ -14,6 +14,7 @@ inline double peak_of(const double* samples, long long count, double peak) {
     long long i = 0;
     for (; i + kPeaks <= count; i += kPeaks) {
         for (int k = 0; k < kPeaks; ++k) {
+            // A sample that is not a number loses the comparison and is passed over.
             const double size = std::fabs(samples[i + k]);
             peaks[k] = peaks[k] < size ? size : peaks[k];
         }

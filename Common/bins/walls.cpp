@@ -2,9 +2,15 @@
 
 #include <algorithm>
 
+/*
+ * Gain ramps by repeated addition: each sample's gain is the one before plus a step. The product of
+ * the step and the sample's index would be closer to the straight line and would need no waiting,
+ * but its last bits differ, and the files are compared to the last bit.
+ */
+
 namespace {
 
-constexpr int kRampsTogether = 4;
+constexpr int kRampsTogether = 4;  // as many additions as a processor has under way at a time
 
 /** Multiplies frames by a gain that grows by step after each; returns the gain after the last. */
 double apply_ramp(double* samples, long long frames, int channels, double gain, double step) {
@@ -57,6 +63,7 @@ WallRamps::WallRamps(int channels, const BinGrid& grid, const double* walls, str
     : Stage(next), channels_(channels), grid_(grid), walls_(walls) {}
 
 void WallRamps::take(double* samples, long long frames) {
+    // A block may begin and end anywhere in a bin: gain_ carries the ramp over from call to call.
     long long done = 0;
     while (done < frames && bin_ < grid_.bins) {
         const long long together = static_cast<long long>(kRampsTogether) * grid_.bin_frames;

@@ -16,6 +16,7 @@ int CCLArgs::GetArgs(int argc, const char** argv) {
         log_msg("Common/calc_rms/CommandLine", __LINE__, result.message);
         return 1;
     }
+    // No words about it: the file that has no name will not open, and that says why.
     return input_file.empty() || output_file.empty() ? 1 : 0;
 }
 

@@ -28,6 +28,13 @@ std::uint32_t bin_samples(const CCLArgs& args, const SF_INFO& info) {
     return samples - samples % channels;
 }
 
+/*
+ * The levels file feeds the segmentation, which compares levels of bins: channels are taken
+ * together (unlike in the steps that look for loud passages), and every bin gets a line, the quiet
+ * ones too, so that a line's number is a bin's number. The sum runs on over the ends of blocks and
+ * begins anew with each bin, in the order of the samples.
+ */
+
 /** Writes the level of each bin, channels together and the last over what it holds. */
 class LevelWriter : public stream::Receiver {
   public:
@@ -60,6 +67,7 @@ class LevelWriter : public stream::Receiver {
   private:
     void write_level() {
         const double level_db = linear_to_db(std::sqrt(sum_ / static_cast<double>(count_)));
+        // The logarithm of a silent bin is minus infinity, which is lower than anything.
         file_.write(level_db < kSilence_db ? kSilence_db : level_db);
         sum_ = 0.0;
         count_ = 0;

@@ -11,12 +11,13 @@ GatedMeter::GatedMeter(int channels, std::uint32_t bufferLength, double noiseThr
     : channels_(channels),
       threshold_(noiseThreshold),
       buffer_length_(bufferLength),
-      since_loud_(bufferLength) {}
+      since_loud_(bufferLength) {}  // as if nothing loud had ever been: the gate begins closed
 
 void GatedMeter::take(double* samples, long long frames) {
     double sum = sum_;  // local copies stay in registers
     long long counted = counted_;
     long long since_loud = since_loud_;
+    // Without a loud sample the counter only grows; 64 bits hold a recording of any length.
     for (long long i = 0; i < frames * channels_; ++i) {
         const double x = samples[i];
         since_loud = std::fabs(x) > threshold_ ? 0 : since_loud + 1;
@@ -48,6 +49,7 @@ double CalcRMS_GW(const SoundHandle& handle,
                   long long nSamples,
                   std::uint32_t bufferLength,
                   double noiseThreshold) {
+    // A handle does not say what its file is called; the library knows all the rest.
     SF_INFO info{};
     sf_command(handle.get(), SFC_GET_CURRENT_SF_INFO, &info, sizeof info);
     SoundSource source(handle, "the sound file", info);

@@ -27,7 +27,9 @@ int CCLArgs::GetArgs(int argc, const char** argv) {
         return 1;
     }
     has_cue_list = !cue_list_file.empty();
+    // A limit of 0 is one: it keeps every segment as it is.
     has_gain_limit = parser.given("gain-limit");
+    // A limit works both ways, so its sign means nothing.
     gain_limit_db = std::fabs(gain_limit_db);
     return 0;
 }

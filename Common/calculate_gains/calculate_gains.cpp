@@ -18,6 +18,21 @@
 #include "Common/stream/sound_source.h"
 #include "Common/units.h"
 
+/*
+ * From segments to gains. The audio is read once from front to back, segment by segment, each up to
+ * the wall nearest to the next cue. A segment's level is taken through a gate (CalcRMS.h), so that
+ * pauses do not make a voice seem quieter than it is. The mean of the levels, in dB, is the
+ * recording's own average: every segment is brought towards it, and where the recording as a whole
+ * ends up is the last step's business.
+ *
+ * Levels travel through the levels file and not in memory: they are read back with the two decimals
+ * that were written, and the gains follow from those. Around the mean a gain is the whole
+ * deviation; far from it the hyperbolic tangent bends it to the limit, with no corner in between:
+ *
+ *     deviation' = limit * tanh(deviation / limit)     in dB
+ *
+ * With the usual limit of 24 dB, a deviation of 12 dB becomes 11.1 dB and one of 48 dB 23.1 dB.
+ */
 namespace calculate_gains {
 
 namespace {
@@ -71,6 +86,7 @@ int Operation::execute() {
     if (!(buffer_frames >= 0.0 && buffer_frames < 1e9)) {
         return log_failure(kSource, __LINE__, "error: the circular buffer length is out of range");
     }
+    // One frame more than the length says: truncation must not make the memory shorter than asked.
     buffer_length_ =
         (static_cast<std::uint32_t>(buffer_frames) + 1) * static_cast<std::uint32_t>(info.channels);
     require_other_files();
@@ -79,6 +95,7 @@ int Operation::execute() {
         return log_failure(kSource, __LINE__, "error opening RMS file " + args_.rms_file);
     }
     if (!args_.has_cue_list) {
+        // Without cues there is nothing to level against: the levels file is made, and stays empty.
         measure_next(info.channels * info.frames);
         const std::string problem = rms_file.close();
         return problem.empty() ? 0
@@ -149,6 +166,8 @@ int Operation::write_gains(const CueList& cues, const Levels& levels) {
     if (!gains) {
         return log_failure(kSource, __LINE__, "error opening gains file " + args_.gains_file);
     }
+    // The mean is of the levels in full, the deviations are of those that were rounded for the
+    // file.
     const double mean_db = levels.sum_db / levels.count;
     long long start = 0;
     for (int u = 0; u < levels.count; ++u) {
@@ -162,6 +181,9 @@ int Operation::write_gains(const CueList& cues, const Levels& levels) {
             u < levels.segments - 1
                 ? nearest_wall(cues.frames[static_cast<std::size_t>(u)], bin_frames_)
                 : input_->info().frames + 1;
+        // The last segment counts a frame more than there is: where the recording ends on a wall,
+        // that wall gets a gain, too, and the audio does not fade towards the zero behind the last
+        // one.
         for (long long bins = ceildiv(end - start, bin_frames_); bins > 0; --bins) {
             gains << gain << "\n";
         }
@@ -182,6 +204,7 @@ double Operation::gain_of(double level_db, double mean_db) const {
     } else if (args_.has_gain_limit) {
         deviation_db = args_.gain_limit_db * std::tanh(deviation_db / args_.gain_limit_db);
     }
+    // A segment above the mean is lowered by as much as it is above.
     return 1.0 / db_to_linear(deviation_db);
 }
 

@@ -37,6 +37,7 @@ bool read_cue_list(const std::string& path, CueList& cues) {
     }
     cues = CueList();
     skip_lines(file, kLinesBeforeRate);
+    // A rate that is no number is read as 0; nobody needs it to find the positions.
     std::string rate;
     std::getline(file, rate);
     cues.sample_rate_hz = std::atoi(rate.c_str());

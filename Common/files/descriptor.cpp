@@ -30,6 +30,7 @@ bool write_all(int descriptor, const char* bytes, std::size_t count) {
 }
 
 bool copy_all(int from, int to) {
+    // Large enough that the calls do not count.
     constexpr std::size_t kBlockBytes = 1 << 20;
     std::vector<char> block(kBlockBytes);
     for (;;) {

@@ -5,6 +5,7 @@
 #include <stdexcept>
 
 bool is_same_file(const std::string& first, const std::string& second) {
+    // Device and inode: whatever the paths look like, and through links of both kinds.
     struct stat one = {};
     struct stat other = {};
     return ::stat(first.c_str(), &one) == 0 && ::stat(second.c_str(), &other) == 0 &&

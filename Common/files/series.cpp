@@ -15,6 +15,7 @@ std::vector<double> read_series(const std::string& path) {
     std::ifstream file(path);
     std::vector<double> values;
     errno = 0;
+    // Up to the end or to the first word that is no number, which is an end like any other.
     for (double value = 0.0; file >> value;) {
         values.push_back(value);
     }
@@ -23,6 +24,7 @@ std::vector<double> read_series(const std::string& path) {
 }
 
 std::string close_text(std::ofstream& file, const std::string& path) {
+    // An earlier write that failed has left its reason there; closing may add the last block's.
     if (file) {
         errno = 0;
     }

@@ -51,6 +51,7 @@ bool copy_to_disk(const std::string& from, const std::string& to) {
     if (!input.is_open() || ::fstat(input.get(), &status) != 0) {
         return false;
     }
+    // Exclusive: a file or a link that somebody put there first is not written through.
     const Descriptor output(to, O_WRONLY | O_CREAT | O_EXCL, status.st_mode & 0777);
     return output.is_open() && copy_all(input.get(), output.get()) && ::fsync(output.get()) == 0;
 }
@@ -70,6 +71,8 @@ void copy_whole(const std::string& from, const std::string& to) {
 
 void move_whole(const std::string& from, const std::string& to) {
     boost::system::error_code error;
+    // Within a file system a rename is all or nothing; across two there is no such thing, so a copy
+    // is made under another name beside the target, written out, and renamed there.
     fs::rename(from, to, error);
     if (!error) {
         return;

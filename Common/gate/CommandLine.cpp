@@ -26,6 +26,7 @@ void GateArgs::GetArgs(int argc, const char** argv) {
     parse_conditioning_options<Step>(parser, argc, argv, sound_file_in, sound_file_out);
 }
 
+/** Times are truncated to frames, in 32 bits. */
 void GateArgs::ConvertArgs(const SF_INFO& info) {
     closed_gain = db_to_linear(attenuation_max_db);
     open_gain = db_to_linear(attenuation_min_db);

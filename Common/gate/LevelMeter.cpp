@@ -24,6 +24,8 @@ double CLevelMeter::initialize(const double* samples) {
 double CLevelMeter::initialize(const boost::shared_ptr<SNDFILE>& handle,
                                const std::string& file,
                                int channels) {
+    // The count is of samples, all channels together: the meter of a stereo file's handle holds
+    // both channels mixed. The gate itself fills its meters channel by channel.
     boost::shared_array<double> samples(new double[static_cast<std::size_t>(size_)]);
     const long long read = sf_read_double(handle.get(), samples.get(), size_);
     if (sf_seek(handle.get(), -size_ / channels, SEEK_CUR) == -1) {

@@ -8,7 +8,14 @@
 
 namespace gate {
 
-/** Running energy (sum of squares) of the last N samples of one channel. Copies share the ring. */
+/**
+ * Running energy (sum of squares) of the last N samples of one channel. Copies share the ring.
+ *
+ * The sum takes in each new square and gives up the oldest one. In floating point the two do not
+ * cancel exactly: after a loud passage a rest of some epsilons of its energy stays, for good, and
+ * may be negative. The thresholds stand far above such rests. To sum up the ring anew would give
+ * other bits and cost N times as much.
+ */
 class CLevelMeter {
   public:
     /** size: N, at least 1. The ring holds nothing until it is initialised. */
@@ -26,7 +33,10 @@ class CLevelMeter {
                       const std::string& file,
                       int channels);
 
-    /** Takes in one sample and returns the energy of the last N. */
+    /**
+     * Takes in one sample and returns the energy of the last N. The order of the operations, give
+     * up, then take in, decides about the last bits.
+     */
     double update(double x) {
         sum_ -= *write_ * *write_;
         *write_ = x;

@@ -11,6 +11,17 @@
 
 namespace gate {
 
+/*
+ * How the gate goes over a recording. The loop hands over blocks of any length; they go into a line
+ * of samples, addressed by frames from the recording's start. As soon as the line reaches far
+ * enough ahead, a block of fixed length is gated: first the energies of all its samples are
+ * measured, then each channel's gain follows them. The two passes are apart because each waits for
+ * something else: an energy for the sum before it, a gain for the state before it. Apart, the sums
+ * of all channels run side by side and the state machine has only numbers to compare.
+ *
+ * Where blocks begin and end matters at the recording's end alone (see NoiseGate.h), but there it
+ * decides about bits. So the gate keeps count of its own blocks, whatever the loop hands over.
+ */
 namespace {
 constexpr const char* kSource = "Common/gate/gate";
 }  // namespace
@@ -83,12 +94,15 @@ void CNoiseGate::end() {
     Stage::end();
 }
 
+/** The pointer holds until the next take, which may move the line. */
 const double* CNoiseGate::at(long long frame) const {
     return line_.data() + (frame - line_start_) * channel_count_;
 }
 
 /** Keeps what is still to be gated, and the block before what lies ahead of it. */
 void CNoiseGate::forget_passed_frames() {
+    // Moving the rest of the line costs its length. It is moved when more has passed than is left:
+    // all moves together cost no more than the recording has samples.
     const long long oldest = std::min(gated_, gated_ + args_.anticipate_samples - block_frames_);
     const long long passed = oldest - line_start_;
     if (2 * passed * channel_count_ > static_cast<long long>(line_.size())) {
@@ -130,6 +144,7 @@ const double* CNoiseGate::look_ahead(long long frames, long long& frames_ahead) 
     double* past_end = std::copy_n(at(std::min(start, received_)), frames_ahead * channel_count_,
                                    ahead_block_.get());
     const long long count = (frames - frames_ahead) * channel_count_;
+    // The first block has no block before it, and one with nothing ahead is not looked at.
     if (gated_ == 0 || frames_ahead == 0 || input_.zeroes_past_end()) {
         std::fill_n(past_end, count, 0.0);
     } else {
@@ -189,6 +204,7 @@ void CNoiseGate::initializeMeters(CLevelMeter& left,
 }
 
 void CNoiseGate::add_channel(const CLevelMeter& current, const CLevelMeter& ahead) {
+    // A recording that begins in the middle of a word must not fade in.
     const bool open = args_.attack_energy < current.level() || args_.attack_energy < ahead.level();
     channels_.push_back(
         {current, ahead, {open ? kOpen : kClosed, open ? args_.open_gain : args_.closed_gain, 0}});
@@ -265,6 +281,8 @@ void CNoiseGate::gate_channel(int index, long long frames) {
 /** At most one transition a sample; outside the two ramps it leaves the gain alone. */
 inline void CNoiseGate::step(Gain& gain, double current_energy, double ahead_energy) const {
     switch (gain.state) {
+        // The way out of the two resting states looks at different places: speech is to find the
+        // gate open, so opening looks ahead; the end of a word is to pass, so holding looks at now.
         case kOpen:
             if (current_energy < args_.release_energy) {
                 startHolding(gain.state, gain.held);
@@ -275,6 +293,7 @@ inline void CNoiseGate::step(Gain& gain, double current_energy, double ahead_ene
                 startOpening(gain.state);
             }
             break;
+        // Both ramps are sums of equal steps, which miss the end by rounding: it is set, not met.
         case kOpening:
             if (ahead_energy < args_.release_energy) {
                 startClosing(gain.state);
@@ -299,6 +318,7 @@ inline void CNoiseGate::step(Gain& gain, double current_energy, double ahead_ene
             break;
         case kHolding:
             if (current_energy <= args_.release_energy) {
+                // Tested before it is counted: a hold of n samples lasts n + 1.
                 if (gain.held >= args_.hold_samples) {
                     startClosing(gain.state);
                 }

@@ -9,8 +9,9 @@
 
 namespace gate {
 
-constexpr int kBlockSamples = 8192;  // what is gated at a time
+constexpr int kBlockSamples = 8192;  // what is gated at a time, both channels together
 
+/** The opening and closing states are the ramps; the holding one is as loud as the open one. */
 enum eStateType { kOpen, kClosed, kOpening, kClosing, kHolding };
 
 /**

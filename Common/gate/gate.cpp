@@ -84,6 +84,8 @@ int gate_tmain(int argc, const char** argv) {
     }
     args.ConvertArgs(info);
     require_usable(args);
+    // A seek is the cheapest way to ask whether the recording reaches as far as the gate looks
+    // ahead.
     SoundSource input(handle, args.sound_file_in, info);
     if (!input.seek(args.anticipate_samples)) {  // nothing lies that far ahead
         CProgress(progress_range::kGate.low, progress_range::kGate.high).show(1.0);
@@ -93,6 +95,7 @@ int gate_tmain(int argc, const char** argv) {
     if (!input.seek(0)) {
         throw ss_sf_seek_error(args.sound_file_in);
     }
+    // A lossy encoder gives other bits for other pieces: it gets the blocks that the gate works in.
     SoundWriter writer(output, args.sound_file_out, info.channels, kBlockSamples / info.channels,
                        fail_gate_write);
     const std::unique_ptr<stream::Source> ahead = reader_ahead(args, info);

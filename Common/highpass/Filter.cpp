@@ -21,6 +21,7 @@ Filter::Filter(const std::string& name, const biquad* filters, int channels, str
     std::copy_n(filters, channels, filters_);
 }
 
+/** A section's output waits for its last one; two channels fill each other's waiting time. */
 void Filter::take(double* samples, long long frames) {
     biquad left = filters_[0];  // local copies stay in registers
     biquad right = filters_[1];
@@ -40,6 +41,7 @@ void Filter::take(double* samples, long long frames) {
     filters_[1] = right;
     sums_[0] = left_sum;
     sums_[1] = right_sum;
+    // Clipping holds infinity at full scale; what it cannot hold is no number, and that spreads.
     if (std::isnan(left_sum + right_sum)) {
         throw std::runtime_error(name_ +
                                  ": the high-pass filter overflows; its cutoffs make it "

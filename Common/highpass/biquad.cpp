@@ -2,6 +2,19 @@
 
 #include <cmath>
 
+/*
+ * The digital filters come from analog prototypes by the bilinear transform, whose frequency axis
+ * is bent; the formulas are arranged so that the given frequency is met exactly. With s in units of
+ * it and Q following from the bandwidth, the prototypes are:
+ *
+ *     low-pass    1 / (s^2 + s/Q + 1)              high-pass   s^2 / (s^2 + s/Q + 1)
+ *     band-pass   (s/Q) / (s^2 + s/Q + 1)          notch       (s^2 + 1) / (s^2 + s/Q + 1)
+ *     peaking     (s^2 + s A/Q + 1) / (s^2 + s/(A Q) + 1)
+ *     low shelf   A (s^2 + s sqrt(A)/Q + A) / (A s^2 + s sqrt(A)/Q + 1)
+ *     high shelf  A (A s^2 + s sqrt(A)/Q + 1) / (s^2 + s sqrt(A)/Q + A)
+ *
+ * A^2 is the linear gain of the peaking and shelf types at the centre or on the shelf.
+ */
 namespace highpass {
 
 namespace {
@@ -14,7 +27,11 @@ bool BiQuad_new(int type, double dbGain, double freq, double srate, double bandw
     const double w0 = kTwoPi * freq / srate;
     const double sn = std::sin(w0);
     const double cs = std::cos(w0);
+    // sin(w0) / (2 Q), with Q from a bandwidth in octaves between the -3 dB points; w0 / sin(w0)
+    // makes up for the bent axis.
     const double alpha = sn * std::sinh(kLn2Over2 * bandwidth * w0 / sn);
+    // The shelves have the steepest slope that does not overshoot (S = 1, Q = 1 / sqrt 2), whatever
+    // the bandwidth: 2 sqrt(A) alpha is then sqrt(2 A) sin(w0).
     const double beta = std::sqrt(A + A);
 
     double b0 = 0, b1 = 0, b2 = 0, a0 = 0, a1 = 0, a2 = 0;

@@ -28,8 +28,9 @@ enum FilterType {
  */
 bool BiQuad_new(int type, double dbGain, double freq, double srate, double bandwidth, biquad* b);
 
-/** Filters one sample. */
+/** Filters one sample: direct form I, whose state is plain input and output. */
 inline double BiQuad(double sample, biquad* b) {
+    // From left to right: another order of the five terms gives other last bits.
     const double result =
         b->b0 * sample + b->b1 * b->x1 + b->b2 * b->x2 - b->a1 * b->y1 - b->a2 * b->y2;
     b->x2 = b->x1;

@@ -21,6 +21,7 @@ namespace highpass {
 
 namespace {
 
+// Blocks of the progress, and the pieces in which a lossy encoder gets its samples.
 constexpr int kBlockSamples = 8192;
 
 bool build_filter(const HighpassArgs& args, int sample_rate_hz, biquad* filter) {
@@ -54,6 +55,7 @@ double level_db(const Filter& filter, const SoundSource& input) {
             __LINE__, "highpass: " + input.name() + " is silent or too faint to be measured");
         return 0.0;
     }
+    // Per frame: the sum is one channel's, the louder one's.
     return linear_to_db(std::sqrt(sum / static_cast<double>(input.info().frames)));
 }
 
@@ -69,6 +71,8 @@ double highpass_tmain(int argc, const char** argv) {
         throw ss_sf_too_many_channels_error(args.sound_file_in, info.channels);
     }
     require_other_file(args.sound_file_in, args.sound_file_out);
+    // The output is made before the settings are converted: what is wrong with them leaves it
+    // empty.
     const SoundFile output_file(args.sound_file_out, input_file);
     args.ConvertArgs();
     if (args.verbosity >= 1) {

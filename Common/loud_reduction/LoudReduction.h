@@ -18,6 +18,14 @@
 #include "Common/stream/sound_writer.h"
 #include "Common/units.h"
 
+/*
+ * Two of the ten steps do the same work and differ in what they hold against the threshold: first
+ * the peaks of bins, 15 dB above the mean, then their RMS, 3 dB above it. The order matters: a door
+ * that slams is a peak in one bin, and once it is down it no longer counts for the level of its
+ * passage. Every gain lies on a wall (BinGrid.h), the same for all channels, so the stereo image
+ * stays put.
+ */
+
 /**
  * Lowers the bins that stand too far above the mean level of a file's bins that are not quiet, then
  * scales the whole so that the loudest peak left reaches full scale.
@@ -74,6 +82,8 @@ class LoudReduction {
         threshold_ = mean_rms_ * level_diff_;
         findings().*Rule::kFoundLevel = linear_to_db(mean_rms_);
         findings().*Rule::kFoundThreshold = linear_to_db(threshold_);
+        // All gains are known before the first sample is changed: the audio is read twice, not
+        // held.
         AdjustGains();
         SmoothGains(1.0);
         PeakNormalize(1.0);
@@ -94,6 +104,7 @@ class LoudReduction {
         for (int i = 0; i < grid_.bins; ++i) {
             CBin& bin = pBin[i];
             if (Rule::level(bin) > threshold_) {
+                // Down to the threshold and no further: all reduced bins come out equally loud.
                 bin.gain = threshold_ / Rule::level(bin);
             }
             largest_peak_ = std::max(largest_peak_, bin.gain * bin.peak);
@@ -115,6 +126,7 @@ class LoudReduction {
             if (!(bin_gain < g0)) {
                 continue;
             }
+            // 64 bits: the ramps' lengths come from settings that may be as large as a number gets.
             const long long last =
                 std::min<long long>(i + static_cast<long long>(release_bins) + 2, grid_.walls);
             double g = bin_gain;
@@ -132,7 +144,10 @@ class LoudReduction {
         }
     }
 
-    /** Scales the walls so that the largest peak left becomes target. */
+    /**
+     * Scales the walls so that the largest peak left becomes target. The peak is the one that the
+     * bins' own gains leave; a ramp from a neighbour may take it lower still, never higher.
+     */
     void PeakNormalize(double target) {
         const double scale = target / largest_peak_;
         for (int i = 0; i < grid_.walls; ++i) {

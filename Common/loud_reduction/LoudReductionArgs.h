@@ -2,7 +2,7 @@
 
 #include <string>
 
-/** The settings that both loud-reduction steps share. */
+/** The settings that both loud-reduction steps share; their defaults differ. Levels are in dB. */
 struct LoudReductionArgs {
     double noise_floor_db;
     double level_diff_db;

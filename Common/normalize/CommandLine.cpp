@@ -23,6 +23,8 @@ void CCLArgs::GetArgs(int argc, const char** argv) {
         .positional("sound-file-in", args.sound_file_in, "input sound file")
         .positional("sound-file-out", args.sound_file_out, "output sound file");
     ParseResult result = parser.parse(argc, argv);
+    // Without both files there is nothing to do: the answer is the help, and it counts as a
+    // failure.
     if (result.status == ParseResult::kOk &&
         (args.sound_file_in.empty() || args.sound_file_out.empty())) {
         result = {ParseResult::kHelp, parser.help()};

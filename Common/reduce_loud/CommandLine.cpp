@@ -10,6 +10,7 @@ ReduceLoudArgs::ReduceLoudArgs() {
     noise_floor_db = -44.0;
     level_diff_db = 3.0;
     attack_ms = 0;
+    // Three bins: the words after a shout are let up slowly.
     release_ms = 150;
     bin_size_ms = 50;
 }

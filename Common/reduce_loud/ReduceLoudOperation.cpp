@@ -5,7 +5,7 @@
 namespace reduce_loud {
 
 void PassageRule::warn(const char* text) {
-    log_msg(kSource, 14, text);
+    log_msg(kSource, 14, text);  // the message's mark, see log.h
 }
 
 void ReduceLoud(const ReduceLoudArgs& args) {

@@ -29,7 +29,10 @@ class ReduceLoudOperation : public LoudReduction<PeakRule> {
   public:
     explicit ReduceLoudOperation(const ReduceLoudArgs& args);
 
-    /** Prints the text when the verbosity is above 0. */
+    /**
+     * Prints the text, which brings its own line end, when the verbosity is above 0. The step has
+     * nothing to log of its own: this is where a message for one who works on it belongs.
+     */
     void Log(const std::string& text) const;
 
   private:

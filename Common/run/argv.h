@@ -13,6 +13,7 @@ class Argv {
         }
     }
 
+    // The pointers lead into the strings: a copy would point into the original.
     Argv(const Argv&) = delete;
     Argv& operator=(const Argv&) = delete;
 

@@ -15,6 +15,7 @@ struct Name {
     int step;       // that writes it
 };
 
+// In the order of the enumeration, which is their index.
 constexpr Name kNames[] = {
     {Intermediate::kFiltered, "_01", true, 1},
     {Intermediate::kGated, "_02", true, 2},

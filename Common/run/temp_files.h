@@ -3,7 +3,11 @@
 #include <string>
 #include <vector>
 
-/** The intermediate files of one run. Destroying the list deletes no file. */
+/**
+ * The intermediate files of one run. A file is marked when no later step reads it, and what is
+ * marked is deleted at the next opportunity, so that the disk holds two or three of them at a time.
+ * Destroying the list deletes no file: after a failure they are what there is to look at.
+ */
 class TempFileList {
   public:
     void add(const std::string& path) { entries_.push_back({path, false}); }

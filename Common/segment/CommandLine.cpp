@@ -33,6 +33,9 @@ int CCLArgs::GetArgs(int argc, const char** argv) {
 
 void CCLArgs::UpdateNMaxBreakpoints() {
     require(chunk_size > 0, "nChunkSize > 0");
+    // 16 bits wide, and wrapping on purpose: a maximum of 0 becomes 65535 in the comparison, which
+    // is how "no maximum" comes to be the limit. A chunk shorter than a segment wraps the limit as
+    // well.
     const std::uint16_t limit = static_cast<std::uint16_t>(chunk_size / min_segment_length - 1);
     if (limit <= static_cast<std::uint16_t>(max_breakpoints - 1)) {
         max_breakpoints = limit;

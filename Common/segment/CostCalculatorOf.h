@@ -15,6 +15,7 @@ class CostCalculatorOf : public CCostCalculatorSD {
     double CostOneSegment(std::uint16_t i, std::uint16_t j) const override {
         const double length = static_cast<std::uint16_t>(j - i + 1);
         const double cost = Formula::cost(sum(i, j), sum_of_squares(i, j), length);
+        // Sums of squares never fall below the square of the sum over n, but their roundings do.
         require(!(cost < -rounding_), "dCost >= 0.0");
         return cost > 0.0 ? cost : 0.0;
     }

@@ -42,6 +42,7 @@ CCostCalculatorSD::CCostCalculatorSD(std::istream* is,
     } catch (const read_sums_error& error) {
         throw read_sums_error_with_file_info(error, name_);
     }
+    // A row of lengths j - i is a piece of this one array, which begins elsewhere for each j.
     for (int t = 0; t < chunk_size; ++t) {
         lengths_[t] = chunk_size - t;
     }
@@ -64,6 +65,8 @@ void CCostCalculatorSD::CostOfRows(double* const* rows,
                                    int first_j,
                                    int j_count,
                                    int first_k) const {
+    // With first_k breakpoints the segments before the last one hold first_k * m values at least:
+    // before `first` there is nothing to add a last segment to.
     const int m = min_segment_length_;
     const int first = first_k * m - 1;
     require(j_count <= std::min(m, kMostTogether) && first_j - m >= first, "minimumFound");
@@ -93,6 +96,7 @@ void CCostCalculatorSD::search(double* const* rows,
                                int first_j,
                                int j_count) const {
     constexpr int kRows = SearchKernel::kRows;
+    // Values of a row: eight rows and the costs of eight j are 16 KB, half of a common first cache.
     constexpr int kBlock = 128;
 
     struct Best {
@@ -104,6 +108,7 @@ void CCostCalculatorSD::search(double* const* rows,
     const int first_end = first_j - min_segment_length_ + 1;
     for (int i = first; i < first_end + j_count - 1; i += kBlock) {
         const double* block[kRows];
+        // Where there are fewer rows, the last one stands in for those that are missing.
         for (int r = 0; r < kRows; ++r) {
             block[r] = rows[std::min(r, row_count - 1)] + i;
         }
@@ -111,6 +116,8 @@ void CCostCalculatorSD::search(double* const* rows,
             double least[kRows];
             kernel().least_totals(block, costs(t) + i, std::min(kBlock, first_end + t - i), least);
             for (int r = 0; r < row_count; ++r) {
+                // Strictly less: of equally good blocks the first one stays, as the first value
+                // does.
                 if (least[r] < best[t][r].total) {
                     best[t][r] = {least[r], i};
                 }

@@ -6,6 +6,7 @@
 
 namespace segment {
 
+/** Sum of (x - mean)^2 = sum of x^2 - (sum of x)^2 / n, from the sums over a segment. */
 struct SumOfSquaredDeviations {
     static double cost(double sum, double sum_of_squares, double length) {
         return sum_of_squares - sum * sum / length;

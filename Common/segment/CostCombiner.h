@@ -9,6 +9,7 @@ class CostCombiner {
     virtual double combine(double previous, double segment) const = 0;
 };
 
+/** Every deviation counts: a long segment weighs more than a short one. */
 class SumCostCombiner : public CostCombiner {
   public:
     double combine(double previous, double segment) const override {
@@ -23,6 +24,7 @@ class SumCostCombiner : public CostCombiner {
     }
 };
 
+/** The worst segment counts alone; the others may be as bad for nothing. */
 class MaxCostCombiner : public CostCombiner {
   public:
     double combine(double previous, double segment) const override {

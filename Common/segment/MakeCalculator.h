@@ -9,7 +9,11 @@
 
 namespace segment {
 
-/** Makes the calculator of each chunk. */
+/**
+ * Makes the calculator of each chunk. The search asks for chunks one after another and knows
+ * neither the formula nor how costs combine: a new cost function is a class here and a name in
+ * segment.cpp.
+ */
 class CMakeAnyCalculator {
   public:
     virtual ~CMakeAnyCalculator() = default;

@@ -10,6 +10,15 @@
 // instruction set; their own code is never called.
 #define QUORVANE_INLINE inline __attribute__((always_inline))
 
+/*
+ * One source for three widths. GCC and Clang compile a function for another instruction set when an
+ * attribute names it, but only that function and what is inlined into it: hence the bodies that are
+ * always inlined and the thin functions around them. The widths are vector extensions of both
+ * compilers, not intrinsics, so the narrow version is also what other processors get.
+ *
+ * No version may fuse a multiplication and an addition, which would round once in place of twice.
+ * The widest instruction set could; the build forbids it (-ffp-contract=off).
+ */
 namespace segment {
 
 namespace {
@@ -37,6 +46,7 @@ QUORVANE_INLINE bool fill_costs(const SearchKernel::Sums& from,
     for (int i = 0; i < count; ++i) {
         const double cost = Formula::cost(from.sum_j - from.sums[i],
                                           from.squares_j - from.squares[i], from.lengths[i]);
+        // No branch in here: a loop with a way out in its middle does not become vectors.
         too_low |= cost < lowest ? 1 : 0;
         costs[i] = cost > 0.0 ? cost : 0.0;
     }
@@ -56,6 +66,7 @@ QUORVANE_INLINE void find_least(const double* const* rows,
     for (int row = 0; row < kRows; ++row) {
         lanes[row] = Lanes{} + kInfinity;
     }
+    // memcpy reads a vector from wherever it stands; it costs no call.
     int i = 0;
     for (; i + kWidth <= count; i += kWidth) {
         Lanes cost;
@@ -68,6 +79,8 @@ QUORVANE_INLINE void find_least(const double* const* rows,
         }
     }
     for (int row = 0; row < kRows; ++row) {
+        // A minimum is the same in whatever order its terms come: the lanes are merged at the end,
+        // then the rest is added that fills no vector.
         double in_lanes[kWidth];
         std::memcpy(in_lanes, &lanes[row], sizeof in_lanes);
         least[row] = kInfinity;
@@ -90,6 +103,7 @@ QUORVANE_INLINE int find_first(
         Combiner::add(total, costs[i]);
         return total == wanted ? 1LL : 0LL;
     };
+    // Sixteen at a time are compared without a branch; where one fits, the first is looked for.
     constexpr int kAtOnce = 16;
     int i = first;
     for (long long found = 0; i + kAtOnce <= end; i += kAtOnce) {
@@ -146,6 +160,7 @@ struct Avx2 {
     }
 };
 
+/** Only the minima: the costs wait for their division, which is no faster at this width. */
 template <class Formula, class Combiner>
 struct Avx512 {
     __attribute__((target("avx512f"))) static void least(const double* const* rows,
@@ -164,6 +179,7 @@ std::vector<SearchKernel> supported_kernels() {
 #ifdef __x86_64__
     using Wide = Avx2<Formula, Combiner>;
     __builtin_cpu_init();
+    // The widest first: the calculators take the front, the tests try them all.
     if (__builtin_cpu_supports("avx2") && __builtin_cpu_supports("avx512f")) {
         kernels.push_back({Wide::costs, Avx512<Formula, Combiner>::least, Wide::find});
     }

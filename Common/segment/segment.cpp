@@ -18,6 +18,35 @@
 #include "Common/ss_util.h"
 #include "Common/units.h"
 
+/*
+ * The segmentation. A series x of n values is to be covered by segments, each of at least m values,
+ * so that the levels stay close to the mean of their segment. For a given number k of breakpoints
+ * the best covering is found exactly, by dynamic programming over the end of the last segment
+ * (Bellman's recursion):
+ *
+ *     C(0, j) = cost of segment 0..j
+ *     C(k, j) = min over i of combine(C(k - 1, i), cost of segment i + 1..j)
+ *
+ * A segment's cost comes from prefix sums of the values and their squares in constant time, so that
+ * a row C(k, .) takes n^2 / 2 totals. k grows until the fit of the whole, C(k, n - 1) in the unit
+ * of the values, is within the tolerance, or k has reached its maximum.
+ *
+ * What makes it fast:
+ *   - The costs of the last segments that end at j are the same for every k. They are computed once
+ *     for many k, whose rows are searched together (CostOfRows); how many k are needed is not known
+ *     in advance, so the first batch is small and a few rows may be searched in vain.
+ *   - Up to m values of j are searched together while a piece of the rows is in the nearest cache:
+ *     the segment before the last one ends below all of them, where every row is known.
+ *   - A total that cannot be (k breakpoints leave no room in 0..i) is infinite and loses every
+ *     comparison; the beginning of each row is left out, as no covering of that length exists.
+ *   - Costs and minima run in vectors (search_kernel.h). None of this is an approximation: every
+ *     total is computed from the same doubles by the same expression, and of equally good places
+ * the first one wins, so that the breakpoints are those of the plain triple loop.
+ *
+ * A long series is cut into chunks, which are segmented one by one: time grows with the chunk's
+ * square, and the start of a chunk is a breakpoint whatever the levels do there. Counts and indices
+ * are 16 bits wide within a chunk and 32 bits over all.
+ */
 namespace segment {
 
 namespace {
@@ -36,6 +65,7 @@ std::uint32_t count_values(std::istream& is) {
     for (double value = 0.0; count < kMost && is >> value;) {
         ++count;
     }
+    // The end of the text has set the stream's flags; the chunks read it once more from the front.
     is.clear();
     is.seekg(0);
     return count;
@@ -112,8 +142,10 @@ int Chunks::segment_all(const CMakeAnyCalculator& maker) {
     for (int c = 0; c < chunk_count_; ++c) {
         if (c == chunk_count_ - 1 && value_count_ % args_.chunk_size != 0) {
             args_.chunk_size = static_cast<std::uint16_t>(value_count_ % args_.chunk_size);
+            // Never raised again: the last chunk is the shortest.
             args_.UpdateNMaxBreakpoints();
         }
+        // A rest that holds no segment gets no breakpoints and no fit: both outputs end before it.
         if (args_.chunk_size < args_.min_segment_length) {
             break;
         }
@@ -147,6 +179,7 @@ std::uint16_t Chunks::find_breakpoint_count(const CCostCalculatorSD& calculator)
             cost_of_more(calculator);
         }
         fit = calculator.NormalizedCost(row(k)[last]);
+        // The most allowed are taken, whether they fit or not.
         if (k + 1 > args_.max_breakpoints) {
             return k;
         }
@@ -170,6 +203,7 @@ void Chunks::cost_of_one_segment(const CCostCalculatorSD& calculator) {
 void Chunks::cost_of_more(const CCostCalculatorSD& calculator) {
     const int n = args_.chunk_size;
     const int m = args_.min_segment_length;
+    // The last row of the batch before is what this batch begins with.
     std::copy_n(row(last_k_), n, pCostMatrix.get());
     const int count =
         std::min(last_k_ == 0 ? kFirstTogether : kMostTogether, args_.max_breakpoints - last_k_);
@@ -180,6 +214,7 @@ void Chunks::cost_of_more(const CCostCalculatorSD& calculator) {
     for (int k = first_k_; k <= last_k_; ++k) {
         rows.push_back(row(k));
         if (k > first_k_) {
+            // Kept over all chunks, and never needed for a k that no chunk gets to.
             if (!ppBestIMatrix[k]) {
                 allocate(ppBestIMatrix[k], row_size_, "ppBestIMatrix[k]", kSource);
             }
@@ -191,6 +226,7 @@ void Chunks::cost_of_more(const CCostCalculatorSD& calculator) {
     for (int j = (first_k_ + 2) * m - 1; j < n; j += most_j) {
         check_cancelled();
         const int j_count = std::min(most_j, n - j);
+        // So many of the counts leave room for their segments up to the last j of this group.
         const int fitting = std::min(count, (j + j_count) / m - first_k_ - 1);
         calculator.CostOfRows(rows.data(), best.data(), fitting, j, j_count, first_k_ + 1);
     }
@@ -201,6 +237,7 @@ void Chunks::backtrack(std::uint16_t breakpoints, std::uint32_t offset) {
     allocate(pBreakpointsAdjusted, static_cast<std::size_t>(breakpoints) + 1,
              "pBreakpointsAdjusted", kSource);
     pBreakpointsAdjusted[0] = offset;
+    // From the chunk's last value back: each entry names the end of the segment before.
     std::uint16_t j = static_cast<std::uint16_t>(args_.chunk_size - 1);
     for (std::uint16_t k = breakpoints; k > 0; --k) {
         const std::uint16_t i = ppBestIMatrix[k][j];
@@ -262,9 +299,11 @@ int segment_tmain(int argc,
         return log_failure(kSource, __LINE__, "Error: there are no values to segment");
     }
     args.min_segment_length = std::max<std::uint16_t>(1, args.min_segment_length);
+    // A series shorter than a chunk is one chunk of its own length.
     if (count < args.chunk_size) {
         args.chunk_size = static_cast<std::uint16_t>(count);
     }
+    // Both are 16 bits wide and wrap: a series of more than 65535 values needs chunks.
     std::uint16_t chunk_count = 1;
     if (args.chunk_size == 0) {
         args.chunk_size = static_cast<std::uint16_t>(count);

@@ -17,6 +17,8 @@ void assertion_failed(const char* condition) {
 }
 
 void readNums(std::uint16_t n, std::istream& is, double* out) {
+    // After the last number of a text without a line end the stream is at its end, which is not
+    // good: that number is refused, too.
     int i = 0;
     for (; i < n; ++i) {
         is >> out[i];
@@ -29,6 +31,7 @@ void readNums(std::uint16_t n, std::istream& is, double* out) {
 
 void readSums(std::uint16_t n, std::istream& is, double* pSum, double* pSumSq) {
     readNums(n, is, pSum);
+    // From the front and without compensation: the bits of all costs depend on it.
     double sum = 0.0;
     double sum_of_squares = 0.0;
     for (int i = 0; i < n; ++i) {

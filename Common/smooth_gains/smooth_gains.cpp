@@ -13,6 +13,14 @@
 #include "Common/reporting/log.h"
 #include "Common/step/step_options.h"
 
+/*
+ * From steps to slopes. The gains jump where one segment ends and the next begins. Over such a jump
+ * the curve must never be above the gains on either side, or the louder segment would be lifted by
+ * the quieter one's gain: a rise begins where the jump is and takes its time (40 bins, 2 s), a fall
+ * is finished where the jump is and so begins before it (2 bins). One pass makes rises slow; the
+ * same pass over the reversed series makes falls slow, and the lower of both curves keeps both
+ * promises.
+ */
 namespace smooth_gains {
 
 namespace {
@@ -54,6 +62,7 @@ int parse(int argc, const char** argv, Args& args) {
  */
 std::vector<double> read_gains(std::istream& file) {
     constexpr std::streamsize kLineSize = 256;
+    // A full line without its end sets the stream's fail bit, which is what ends the reading.
     char line[kLineSize];
     std::vector<double> gains;
     while (file.getline(line, kLineSize)) {
@@ -96,6 +105,7 @@ int smooth_file(const Args& args) {
                            "error: a gain in " + args.input_file + " is not a finite number");
     }
     require_other_file(args.input_file, args.output_file);
+    // The counts of the passes are 32 bits wide: 2^32 bins of 50 ms are seven years.
     const unsigned int n = static_cast<unsigned int>(gains.size());
     std::vector<double> forward(n);
     std::vector<double> backward(n);
@@ -123,10 +133,13 @@ int SmoothGains1(const double* in, double* out, unsigned int count, int attack) 
     out[0] = in[0];
     for (unsigned int i = 1; i < count; ++i) {
         switch (state) {
+            // A rise sets its step once. While it lasts, a higher gain does not make it steeper; a
+            // gain below the ramp ends it at once, and the next rise starts from there.
             case kIdle:
                 if (in[i] > running && attack != 1) {
                     step = (in[i] - running) / attack;
                     running += step;
+                    // The first of the attack steps has been taken.
                     remaining = attack - 1;
                     state = kRamping;
                 } else {

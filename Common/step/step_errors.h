@@ -84,9 +84,11 @@ class sf_io_error : public file_error<Step> {
   public:
     using file_error<Step>::file_error;
 
+    // A fixed number in place of a line is the message's mark: see log.h.
     void report() const override { say_file_failure<Step>(61, "Sound file i/o error."); }
 };
 
+/** Nothing of its own: a place in the family for handlers that do not mind which file it was. */
 template <class Step>
 class sf_open_error : public sf_io_error<Step> {
   public:
@@ -115,6 +117,7 @@ class sf_openoutput_error : public sf_open_error<Step> {
     }
 };
 
+/** The file ended before the frames that its header promised. Three messages, but one cause. */
 template <class Step>
 class sf_unexpected_eof : public sf_io_error<Step> {
   public:
@@ -173,6 +176,7 @@ class sf_format_error : public file_error<Step> {
     using file_error<Step>::file_error;
 };
 
+/** The steps on audio know mono and stereo. Found in the header, before any work. */
 template <class Step>
 class sf_too_many_channels_error : public sf_format_error<Step> {
   public:
@@ -191,6 +195,7 @@ class sf_too_many_channels_error : public sf_format_error<Step> {
     int channels_;
 };
 
+/** No bin is above the noise floor. Where step 3 finds that, the driver copies the input. */
 template <class Step>
 class sf_input_silent_error : public sf_format_error<Step> {
   public:

@@ -65,8 +65,11 @@ ParseResult StepOptions::parse_or_failure(int argc, const char* const* argv) {
     }
 }
 
-// What is stored first stands: the command line before the options file. A request for help comes
-// before all complaints about values, which only notify makes.
+/**
+ * What is stored first stands: the command line before the options file. A request for help comes
+ * before all complaints about values, which only notify makes; it fills the fields, at the very
+ * end, so help or a file that does not open leaves them alone.
+ */
 ParseResult StepOptions::parse_throwing(int argc, const char* const* argv) {
     po::options_description all("Allowed options", kLineLength, kDescriptionColumn);
     all.add(visible_).add(hidden_);
@@ -79,10 +82,12 @@ ParseResult StepOptions::parse_throwing(int argc, const char* const* argv) {
         boost::system::error_code ignored;
         if (open_options_file(path, file)) {
             po::store(po::parse_config_file(file, all), values_);
+            // One that may be missing must still be readable where it is there.
         } else if (options_file_rule_ == kMustOpen || boost::filesystem::exists(path, ignored)) {
             return {ParseResult::kUnreadableOptionsFile, "error opening " + path};
         }
     }
+    // After the file, which may ask for help as well.
     if (values_.count("help") != 0) {
         return {ParseResult::kHelp, help()};
     }

@@ -66,9 +66,11 @@ void run(Source& source,
          long long unit_frames,
          const Advance& advance) {
     const int channels = source.info().channels;
+    // Whole units, one at least: a link that works bin by bin seldom has to carry one over.
     const long long units = kBlockSamples / channels / unit_frames;
     const long long block_frames = std::max(1LL, units) * unit_frames;
     BlockReader reader(source, block_frames, most_frames);
+    // Looked at here once for all steps: a single NaN would spread through every sum and filter.
     FiniteGuard guard(source.name(), source.info(), source.position());
     reader.read_next();
     for (Block block = reader.wait(); block.frames > 0; block = reader.wait()) {
@@ -78,6 +80,7 @@ void run(Source& source,
         receiver.take(block.samples, block.frames);
         advance(block.frames);
     }
+    // Not on an exception: the step fails then, and its output counts for nothing.
     receiver.end();
 }
 
@@ -97,6 +100,7 @@ void Pace::advance(long long frames) {
 }
 
 void Pace::finish() {
+    // The last unit counts as a whole one, and the step ends at the end of its range.
     if (frames_ > 0) {
         frames_ = 0;
         show(fraction_(units_++));

@@ -29,6 +29,7 @@ SoundSource::SoundSource(const SoundHandle& handle,
 
 long long SoundSource::read(double* samples, long long frames) {
     const long long count = read_frames(samples, frames);
+    // A device that fails looks like the end of the file but for this.
     if (sf_error(handle_.get()) != SF_ERR_NO_ERROR) {
         if (failure_) {
             failure_(handle_, path_);
@@ -47,7 +48,9 @@ long long SoundSource::read_frames(double* samples, long long frames) {
     }
     const std::size_t channels = static_cast<std::size_t>(info_.channels);
     const std::size_t frame_bytes = channels * codec_.bytes();
+    // Grows to the largest block that is asked for, once.
     bytes_.resize(std::max(bytes_.size(), static_cast<std::size_t>(frames) * frame_bytes));
+    // A file that was cut off in the middle of a frame gives the whole ones before it.
     const long long read =
         sf_read_raw(handle_.get(), bytes_.data(), frames * static_cast<long long>(frame_bytes)) /
         static_cast<long long>(frame_bytes);

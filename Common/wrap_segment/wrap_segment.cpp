@@ -15,6 +15,15 @@
 #include "Common/segment/segment.h"
 #include "Common/units.h"
 
+/*
+ * Between the levels file and the segmentation. Pauses would make segments of their own, so quiet
+ * bins are taken out first: those more than 12 dB (as the driver has it) below the average. What is
+ * left is segmented as if it were one stretch of speech, and the breakpoints, which count the bins
+ * that took part, are turned back into positions in the recording through the list of these bins.
+ *
+ * The levels go to the segmentation as text with six significant digits, and come in with twelve
+ * decimals: the rounding is part of what the segmentation sees.
+ */
 namespace wrap_segment {
 
 namespace {
@@ -27,7 +36,10 @@ struct LoudBins {
     std::vector<std::size_t> indices;
 };
 
-/** The dB value of the mean linear amplitude. */
+/**
+ * The dB value of the mean linear amplitude. The mean of the dB values would be pulled down by
+ * every pause, and the threshold with it.
+ */
 double average_level_db(const std::vector<double>& levels_db) {
     double sum = 0.0;
     for (const double level_db : levels_db) {
@@ -66,6 +78,8 @@ int find_breakpoints(const std::string& levels, std::vector<std::size_t>& breakp
     std::stringstream breaks;
     const int result =
         segment::_tmain(static_cast<int>(std::size(argv)), argv, levels, fit, breaks);
+    // Also after a failure: what was written before it is of no harm, the caller looks at the
+    // result.
     for (std::size_t breakpoint = 0; breaks >> breakpoint;) {
         breakpoints.push_back(breakpoint);
     }
