@@ -26,6 +26,13 @@ namespace fs = std::filesystem;
 
 namespace {
 
+/*
+ * From top to bottom a page answers what is asked in that order: is it good, what does it sound
+ * like, what was done over time, where may it go, the numbers with what they mean, and the
+ * passages. Every name and every cause comes from outside and is escaped where it is put in; all
+ * other texts are ours.
+ */
+
 constexpr std::size_t kMostOpenRows = 40;  // a longer table of passages is folded
 
 std::string name_of(const FileFacts& facts) {
@@ -163,6 +170,7 @@ std::string standing(const FileFacts& facts, const Destination& destination) {
 }
 
 std::string destination_row(const FileFacts& facts, const Destination& destination, int channels) {
+    // A place with one target for mono and another for stereo gets two rows, one of them dimmed.
     const bool applies = destination.mono_target == destination.other_target ||
                          (channels == 1) == (facts.channels == 1);
     std::string name = escape_html(destination.name);
@@ -238,6 +246,7 @@ std::string page_name(const FileFacts& facts, std::set<std::string>& taken) {
     std::string base = name_of(facts);
     base.resize(std::min(base.size(), kMostBytes));
     std::string name = base + ".html";
+    // Lower case, since a file system may hold "A.html" and "a.html" for one.
     for (int n = 2; !taken.insert(boost::to_lower_copy(name)).second; ++n) {
         name = fmt::format("{}-{}.html", base, n);
     }
@@ -367,6 +376,7 @@ ReportWriter::ReportWriter(const std::string& path, std::size_t count, ReportOpt
       folder_(count != 1 || path.back() == '/' || fs::is_directory(path)) {}
 
 void ReportWriter::add(const FileFacts& facts) {
+    // A page that is written whole or not at all: a reader who reloads meets no half of one.
     if (!folder_) {
         return write_whole_text(path_.string(), report_page(facts, options_));
     }
@@ -376,6 +386,7 @@ void ReportWriter::add(const FileFacts& facts) {
         write_whole_text((path_ / page).string(), page_of(facts, options_, Place::InFolder));
     }
     rows_ += index_row(facts, page, options_);
+    // Curves are megabytes for a long recording; they are on its page now and in no one's memory.
     files_.push_back(facts);
     strip_details(files_.back());
 }

@@ -10,6 +10,13 @@
 #include "cli/terminal/summary.h"
 #include "cli/terminal/terminal_text.h"
 
+/*
+ * The figures are SVG in units of their own, 1000 by 100, stretched to whatever size the page gives
+ * them: lines keep their width by the style sheet, and all words stand outside, as HTML at
+ * percentages of the drawing, since they would be stretched with it. Colors are classes, so that
+ * one drawing serves light, dark and print.
+ */
+
 namespace cli {
 namespace {
 
@@ -38,6 +45,7 @@ class Plot {
         bool drawing = false;
         for (std::size_t i = 0; i < curve.values.size(); ++i) {
             const double value = curve.values[i];
+            // Silence has no level: the curve breaks off, and begins anew behind it.
             if (!std::isfinite(value)) {
                 drawing = false;
                 continue;
@@ -58,6 +66,7 @@ class Plot {
                 "<rect class=\"{}\" x=\"{:.1f}\" y=\"0\" width=\"{:.1f}\" height=\"{}\" "
                 "opacity=\"{:.2f}\"><title>{} to {}: level {} dB, gain {:+.1f} dB</title></rect>\n",
                 gain_class(passage.gain_db), x(passage.from_s),
+                // A gap between neighbours of the same color, but never nothing at all.
                 std::max(x(passage.to_s) - x(passage.from_s) - 1, 0.5), kHeight,
                 0.12 + 0.38 * strength, clock_text(passage.from_s), clock_text(passage.to_s),
                 decimal(passage.level_db), passage.gain_db);
@@ -67,6 +76,7 @@ class Plot {
 
     std::string lines() const {
         std::string result;
+        // The sum of steps may pass the top by rounding; the last line is wanted all the same.
         for (double value = scale_.low; value <= scale_.high + 1e-9; value += scale_.step) {
             result +=
                 fmt::format("<line class=\"{}\" x1=\"0\" x2=\"{}\" y1=\"{:.2f}\" y2=\"{:.2f}\"/>\n",
@@ -134,6 +144,7 @@ const char* gain_class(double gain_db) {
 
 std::string loudness_figure(const FileFacts& facts) {
     constexpr double kStep = 10;
+    // The usual level of speech is always in the picture, so that pages can be compared.
     double low = -20;
     double high = -20;
     if (facts.before) {
@@ -174,6 +185,7 @@ std::string gain_figure(const FileFacts& facts) {
     double low = 0;
     double high = 0;
     widen(gain, low, high);
+    // The same above and below: zero stands in the middle, and a quiet file looks quiet.
     const double reach =
         std::max(kLeastReach, std::ceil(std::max(-low, high) / kLeastReach) * kLeastReach);
     const Plot plot(facts, {-reach, reach, reach / 2});
