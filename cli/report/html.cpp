@@ -9,9 +9,9 @@ namespace {
 
 /*
  * One style for all pages, in the page itself: a report is mailed about and opened years later,
- * where nothing else may be there. The fonts are the reader's own. Two colors tell before from after, two
- * others up from down, with a dark set of each. Below 860 pixels tables become stacks of labelled
- * lines.
+ * where nothing else may be there. The fonts are the reader's own. Two colors tell before from
+ * after, two others up from down, with a dark set of each. Below 860 pixels tables become stacks of
+ * labelled lines.
  */
 constexpr const char* kStyle = R"css(
 :root{color-scheme:light dark;--paper:#fff;--panel:#f4f6f8;--ink:#1b2430;--soft:#566272;--line:#d5dbe2;

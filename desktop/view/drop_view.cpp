@@ -66,6 +66,7 @@ DropView::DropView(FileList& files, QWidget* parent) : QWidget(parent), files_(f
 
     connect(ring_, &Ring::double_clicked, this, &DropView::play);
     ring_->set_drag_source([this]() -> QMimeData* {
+        // Null where there is nothing to drag: then no drag begins.
         const auto id = file();
         return id && files_.row(*id)->has_result() ? files_.mimeData({files_.index_of(*id)})
                                                    : nullptr;
@@ -99,6 +100,7 @@ void DropView::resizeEvent(QResizeEvent* event) {
         const QSize size = corner_->sizeHint();
         const QRect place(width() - kFrameInset - kSpacing - size.width(), kFrameInset + kSpacing,
                           size.width(), size.height());
+        // In no layout, or the ring would have to leave room for it.
         corner_->setGeometry(QStyle::visualRect(layoutDirection(), rect(), place));
     }
 }
@@ -123,6 +125,7 @@ void DropView::refresh() {
     const auto id = file();
     const Row* row = id ? files_.row(*id) : nullptr;
     const bool finished = row && row->state == State::Finished;
+    // Asked for before buttons go: Qt moves the focus on from one that is hidden.
     const auto* focused = qobject_cast<QPushButton*>(focusWidget());
     choose_->setVisible(!row);
     cancel_->setVisible(row && !finished);
@@ -161,6 +164,7 @@ void DropView::show_file(const Row& row) {
     const bool finished = row.state == State::Finished;
     const bool good = row.has_result();
     ring_->set_mark(!finished ? Mark::None : good ? Mark::Check : Mark::Cross);
+    // A failure empties the ring: how far it got says nothing about the file.
     ring_->setValue(!finished ? static_cast<int>(row.fraction * 100) : good ? 100 : 0);
     name_->setText(shown_name(row.input));
     state_->setText(state_text(row));
@@ -177,6 +181,7 @@ void DropView::paintEvent(QPaintEvent* /*event*/) {
     QPen pen(QColor::fromRgbF(1, 1, 1, under_drag_ ? 0.4F : 0.75F));
     pen.setDashPattern({kDash[0], kDash[1]});
     painter.setPen(pen);
+    // Half a pixel in, so that a line of one pixel falls on a row of them.
     painter.drawRoundedRect(QRectF(rect()).adjusted(kFrameInset + 0.5, kFrameInset + 0.5,
                                                     -kFrameInset - 0.5, -kFrameInset - 0.5),
                             kCornerRadius, kCornerRadius);

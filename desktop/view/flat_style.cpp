@@ -12,6 +12,7 @@ bool takes_flat_style() {
 }
 
 QString flat_style(const QPalette& palette, const QColor& focus) {
+    // Shades are shares of the text's color, which makes them right on light and on dark grounds.
     const QColor button = palette.color(QPalette::Button);
     const QColor text = palette.color(QPalette::ButtonText);
     const QColor base = palette.color(QPalette::Base);

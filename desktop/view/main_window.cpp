@@ -42,6 +42,7 @@ QString audio_filter() {
     QStringList patterns;
     for (const std::string& extension : cli::wanted_extensions()) {
         patterns.append(QStringLiteral("*.") + QString::fromStdString(extension));
+        // Recorders write TALK.WAV, and a dialog may tell cases apart.
         patterns.append(patterns.last().toUpper());
     }
     return MainWindow::tr("Recordings") + QStringLiteral(" (") + patterns.join(' ') +
@@ -201,6 +202,7 @@ void MainWindow::come_to_front(const QByteArray& activation_token) {
 
 void MainWindow::refresh() {
     const int files = session_.files().rowCount();
+    // One file has the large ring to itself; a list of one would be a poor sight.
     QWidget* const page = files > 1 ? list_page_ : static_cast<QWidget*>(drop_view_);
     if (pages_->currentWidget() != page) {
         pages_->setCurrentWidget(page);
@@ -280,6 +282,7 @@ void MainWindow::closeEvent(QCloseEvent* event) {
         ask_to_close();
         return;
     }
+    // Gone at once for the eye, though what is running may take a moment to end.
     hide();
     session_.shut_down();
     taskbar_.hide();
@@ -321,6 +324,7 @@ void MainWindow::ask_existing(int count,
     QPushButton* replace = box->addButton(tr("Replace"), QMessageBox::DestructiveRole);
     QPushButton* both = box->addButton(tr("Keep Both"), QMessageBox::AcceptRole);
     QPushButton* skip = box->addButton(tr("Skip"), QMessageBox::RejectRole);
+    // Neither Return nor Escape destroys anything.
     box->setDefaultButton(both);
     box->setEscapeButton(skip);
     connect(box, &QMessageBox::finished, this, [=] {
@@ -338,6 +342,7 @@ void MainWindow::ask_folder(const QString& locked, std::function<void(std::strin
     dialog->setFileMode(QFileDialog::Directory);
     dialog->setOption(QFileDialog::ShowDirsOnly);
     connect(dialog, &QDialog::finished, this, [=](int result) {
+        // An empty folder is a no.
         answer(result == QDialog::Accepted ? local_paths(dialog->selectedFiles()).front() : "");
     });
     dialog->open();
@@ -386,6 +391,7 @@ std::vector<std::string> MainWindow::chosen_results() const {
 
 void MainWindow::cancel() {
     const std::vector<FileList::Id> ids = chosen();
+    // Without a choice Escape means all of it.
     if (ids.empty()) {
         session_.cancel_all();
     } else {
@@ -468,6 +474,7 @@ void MainWindow::about() {
 }
 
 void MainWindow::on_not_audio(const std::vector<std::string>& paths) {
+    // A folder of pictures by mistake must not fill the window with their names.
     constexpr int kMostNamed = 3;
     QStringList names;
     for (const std::string& path : paths) {

@@ -34,6 +34,7 @@ void paint_ring(QPainter& painter,
                 const QColor& arc) {
     constexpr int kSixteenths = 16;  // Qt counts angles in sixteenths of a degree
     constexpr int kTop = 90 * kSixteenths;
+    // A pen draws on both sides of its line: half of it would be cut off at the bounds.
     const double inset = line_width / 2;
     const QRectF circle = centered_square(bounds).adjusted(inset, inset, -inset, -inset);
     painter.save();
@@ -43,6 +44,8 @@ void paint_ring(QPainter& painter,
     painter.drawEllipse(circle);
     if (fraction > 0) {
         painter.setPen(QPen(arc, line_width, Qt::SolidLine, Qt::FlatCap));
+        // Clockwise from the top; positive angles go the other way. Flat ends: round ones would
+        // show progress where there is none.
         painter.drawArc(circle, kTop, -qRound(360 * kSixteenths * qMin(fraction, 1.0)));
     }
     painter.restore();
@@ -51,6 +54,7 @@ void paint_ring(QPainter& painter,
 void paint_mark(
     QPainter& painter, const QRectF& bounds, Mark mark, double line_width, const QColor& color) {
     const QRectF square = centered_square(bounds);
+    // Marks are drawn in shares of the square, so they fit the row's small ring as well.
     const auto point = [&](double x, double y) {
         return square.topLeft() + QPointF(x * square.width(), y * square.height());
     };
@@ -133,8 +137,10 @@ void Ring::mousePressEvent(QMouseEvent* event) {
     pressed_at_ = event->position().toPoint();
 }
 
+/** The finished ring is the result: it can be dragged into an editor or a mail. */
 void Ring::mouseMoveEvent(QMouseEvent* event) {
     const int distance = (event->position().toPoint() - pressed_at_).manhattanLength();
+    // A hand that trembles during a click drags nothing.
     if (!(event->buttons() & Qt::LeftButton) || distance < QApplication::startDragDistance()) {
         return;
     }

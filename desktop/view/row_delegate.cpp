@@ -18,6 +18,14 @@
 namespace desktop {
 namespace {
 
+/*
+ * A row of the list: the ring, then the name with the state below it, then the figures, then a
+ * button that is only painted. Widgets in a thousand rows would make the window slow; painted rows
+ * cost what is visible. All places are computed once for a text that reads from the left and
+ * mirrored as a whole (visualRect), and the height follows from how the words wrap at the width
+ * that the window has.
+ */
+
 constexpr int kMargin = 12;
 constexpr int kLineGap = 3;
 constexpr int kRingSize = 34;
@@ -64,8 +72,10 @@ Layout lay_out(const Row& row, const QFont& font, int width) {
                                   figure_metrics.horizontalAdvance(range_text(row))});
     const int left = kMargin + kRingSize + kMargin;
     const int right = width - kMargin - kButtonSize - kMargin / 2;
+    // Something of the name stays even in a window as narrow as it gets.
     const int text_width = qMax(80, right - figures - kMargin - left);
     const auto height_of = [&](const QFontMetrics& of, const QString& text) {
+        // An empty state keeps its line, so that the row does not jump when it gets words.
         return qMax(of.height(), of.boundingRect(0, 0, text_width, 10000, kWrap, text).height());
     };
     const int name = height_of(name_metrics, shown_name(row.input));
@@ -89,6 +99,7 @@ void paint_ring_of(QPainter& painter, const Row& row, const QRect& place, const 
                    track, done);
         return;
     }
+    // Cancelled is no failure: a cross in a pale ring, without the alarming color.
     const bool cancelled = row.facts.outcome == cli::Outcome::Interrupted;
     const QColor color = failed(row)                                  ? failure_color(palette)
                          : row.facts.outcome == cli::Outcome::Leveled ? done
@@ -146,6 +157,8 @@ void RowDelegate::paint(QPainter* painter,
     } else if (option.state & QStyle::State_MouseOver) {
         painter->fillRect(option.rect, mixed(ground, palette.color(QPalette::Text), 0.04));
     }
+    // Colors are mixed from the desktop's own, so that dark and high-contrast palettes stay
+    // readable.
     painter->setPen(mixed(ground, palette.color(QPalette::Text), 0.12));
     painter->drawLine(option.rect.bottomLeft(), option.rect.bottomRight());
 
@@ -163,6 +176,7 @@ void RowDelegate::paint(QPainter* painter,
     painter->drawText(place(layout.figures), Qt::AlignBottom | Qt::AlignRight, range_text(row));
     paint_button(*painter, row, button_rect(option.rect, option.direction), palette);
 
+    // A frame for who goes by keyboard; with the mouse the selection says enough.
     if (option.state & QStyle::State_HasFocus && option.state & QStyle::State_KeyboardFocusChange) {
         painter->setPen(QPen(palette.color(QPalette::Highlight), 2));
         painter->drawRect(option.rect.adjusted(1, 1, -2, -2));

@@ -29,6 +29,7 @@ QSize WrappedLabel::minimumSizeHint() const {
 
 int WrappedLabel::heightForWidth(int width) const {
     constexpr int kNoLimit = 100000;
+    // QLabel breaks lines between words only and would make the window as wide as a long file name.
     const QRect needed = fontMetrics().boundingRect(0, 0, width, kNoLimit, kFlags, text());
     return qMax(needed.height(), fontMetrics().height());
 }
