@@ -29,6 +29,23 @@ bool goes_on(ByteFile& file, const Layout& layout, std::uint64_t at, std::uint64
     return (name && size <= end - at) || zeros;
 }
 
+/** The header of an AU file: mark, offset of the audio, its size; then the coding and the rest. */
+DataSize compare_au_size(ByteFile& file, std::uint64_t end) {
+    constexpr std::size_t kHeaderBytes = 12;
+    const Bytes header = file.read(0, kHeaderBytes);
+    DataSize result;
+    if (header.size() < kHeaderBytes || !std::equal(header.begin(), header.begin() + 4, ".snd")) {
+        return result;
+    }
+    const std::uint64_t offset = get_number(header, 4, 4, true);
+    result.promised = get_number(header, 8, 4, true);
+    result.there = end > offset ? end - offset : 0;
+    if (result.promised < kOpenSize32 && result.promised > result.there) {
+        result.kind = DataSize::Kind::Short;
+    }
+    return result;
+}
+
 }  // namespace
 
 DataSize compare_data_size(const std::string& path) {
@@ -36,6 +53,9 @@ DataSize compare_data_size(const std::string& path) {
     const Layout layout = layout_of(file);
     DataSize result;
     const std::uint64_t end = file.size();
+    if (layout.kind == Container::None) {
+        return compare_au_size(file, end);
+    }
     for (const Chunk& chunk : chunks_of(file, layout)) {
         if (!is_audio(chunk)) {
             continue;

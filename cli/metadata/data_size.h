@@ -5,10 +5,13 @@
 
 namespace cli {
 
-/** How the size that a chunk container's header gives its audio compares with the file. */
+/**
+ * How the size that the header of a chunk container, or of an AU file, gives the audio compares
+ * with the file.
+ */
 struct DataSize {
     enum class Kind {
-        Fits,     // or it is no chunk container, or the size is left open as streams do
+        Fits,     // or it is another container, or the size is left open as streams do
         Short,    // the file ends before the audio that was promised
         Zero,     // the size was never filled in; audio follows
         Trailing  // what follows the audio is neither a chunk nor the end

@@ -31,6 +31,8 @@ TEST(Lengths, WhatIsThereIsLeveledAndADifferenceIsTold) {
     const Row rows[] = {
         {"cp talk.wav x.wav", "x.wav", 8, 8, ""},
         {"head -c 100044 talk.wav >x.wav", "x.wav", 3.125, 3.125, "cut short: 100000 of 256000 b"},
+        {"sndfile-convert talk.wav y.au; head -c 100024 y.au >x.au", "x.au", 3.125, 3.126,
+         "cut short: 1000"},
         {"ffmpeg -v error -i talk.wav -f wav - | cat >x.wav", "x.wav", 8, 8, ""},
         {"ffmpeg -v error -i talk.wav -f flac - | cat >x.flac", "x.flac", 8, 8, ""},
         {"sndfile-convert talk.wav y.flac; head -c 60000 y.flac >x.flac", "x.flac", 1, 7,
