@@ -204,6 +204,8 @@ int CCLArgs::GetArgs(int argc, char** argv) {
         return parse(*this, argc, argv);
     } catch (const ss_empty_command_line_error&) {
         say("error: no arguments; try --help");
+    } catch (const std::bad_alloc&) {
+        throw;  // nothing is wrong with the command line
     } catch (std::exception& failure) {
         say("error: " + text_of_option_error(failure));
     } catch (...) {

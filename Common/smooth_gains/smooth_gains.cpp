@@ -174,6 +174,8 @@ int _tmain(int argc, const char** argv) {
     try {
         Args args;
         return parse(argc, argv, args) != 0 ? 1 : smooth_file(args);
+    } catch (const std::bad_alloc&) {
+        throw;
     } catch (const std::exception& failure) {
         return log_failure(kSource, __LINE__, std::string("error: ") + failure.what());
     } catch (...) {

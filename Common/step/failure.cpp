@@ -36,7 +36,8 @@ void report_current_failure() {
         failure.report();
     } catch (std::exception& failure) {
         const std::string text = text_of_option_error(failure);
-        reporting::note_failure(kind_of(failure), text);
+        const bool is_memory = dynamic_cast<const std::bad_alloc*>(&failure) != nullptr;
+        reporting::note_failure(kind_of(failure), is_memory ? "there is not enough memory" : text);
         reporting::write_words(reporting::Stream::kError, text);
     }
 }

@@ -58,6 +58,8 @@ ParseResult StepOptions::parse(int argc, const char* const* argv) {
 ParseResult StepOptions::parse_or_failure(int argc, const char* const* argv) {
     try {
         return parse_throwing(argc, argv);
+    } catch (const std::bad_alloc&) {
+        throw;  // nothing is wrong with the options
     } catch (std::exception& failure) {
         return {ParseResult::kFailed, failure_prefix_ + text_of_option_error(failure)};
     } catch (...) {

@@ -14,6 +14,7 @@
 #include <utility>
 
 #include "cli/archive/output_claim.h"
+#include "cli/facts/file_error.h"
 #include "cli/worker/worker_process.h"
 
 /*
@@ -192,7 +193,7 @@ void Batch::start(const Entry& entry) {
         fs::create_directory(job.scratch);
         running_.push_back({entry, Clock::now(), std::make_unique<WorkerProcess>(job), -1, false});
     } catch (const std::exception& error) {
-        return end_without_worker(entry, Outcome::Failed, error.what());
+        return end_without_worker(entry, Outcome::Failed, cause_of(error));
     }
     observer_.started(entry.index);
 }

@@ -11,6 +11,7 @@
 
 #include "Common/version.h"
 #include "cli/batch/batch_command.h"
+#include "cli/facts/file_error.h"
 #include "cli/publish/verdict.h"
 #include "cli/terminal/summary.h"
 #include "cli/terminal/terminal_text.h"
@@ -114,7 +115,7 @@ int run_command(int argc, const char* const* argv, const std::function<int(const
         fprintf(stderr, "quorvane: %s\nTry 'quorvane --help'.\n", printable(error.what()).c_str());
         return kWrongUsage;
     } catch (const std::exception& error) {
-        fprintf(stderr, "quorvane: %s\n", printable(error.what()).c_str());
+        fprintf(stderr, "quorvane: %s\n", printable(cause_of(error)).c_str());
         return kSomeFailed;
     }
 }

@@ -17,6 +17,7 @@
 #include "cli/engine/engine_words.h"
 #include "cli/engine/hooks.h"
 #include "cli/engine/output_gate.h"
+#include "cli/facts/file_error.h"
 #include "cli/storage/private_directory.h"
 #include "cli/storage/scratch.h"
 #include "cli/storage/staged_output.h"
@@ -202,7 +203,7 @@ int run_engine_command(int argc, char** argv) {
     try {
         return run({argv, argv + argc});
     } catch (const std::exception& failure) {
-        std::cerr << "quorvane: " << failure.what() << std::endl;
+        std::cerr << "quorvane: " << cli::cause_of(failure) << std::endl;
         return kFailure;
     }
 }

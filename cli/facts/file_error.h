@@ -1,6 +1,9 @@
 #pragma once
 
+#include <exception>
+#include <new>
 #include <stdexcept>
+#include <string>
 
 namespace cli {
 
@@ -9,5 +12,11 @@ class FileError : public std::runtime_error {
   public:
     using std::runtime_error::runtime_error;
 };
+
+/** What to tell the user of an exception. */
+inline std::string cause_of(const std::exception& error) {
+    const bool is_memory = dynamic_cast<const std::bad_alloc*>(&error) != nullptr;
+    return is_memory ? "there is not enough memory" : error.what();
+}
 
 }  // namespace cli

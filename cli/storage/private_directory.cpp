@@ -58,5 +58,8 @@ PrivateDirectory::~PrivateDirectory() {
     if (remove_) {
         boost::system::error_code ignored;
         fs::remove_all(path_, ignored);
+        if (ignored) {
+            fs::remove_all(path_, ignored);  // what failed may have been of the moment
+        }
     }
 }

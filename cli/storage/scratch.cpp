@@ -34,7 +34,9 @@ bool try_lock(int descriptor) {
 
 void remove_tree(const std::string& path) {
     std::error_code ignored;
-    fs::remove_all(path, ignored);
+    if (fs::remove_all(path, ignored) == static_cast<std::uintmax_t>(-1)) {
+        fs::remove_all(path, ignored);  // what failed may have been of the moment
+    }
 }
 
 // The lock is taken before the file has its name: no other run may find it free and take the

@@ -336,7 +336,7 @@ FileFacts work_on(const Job& job, OutputClaim& claim, const std::function<void(d
         run_stages(work, progress);
     } catch (const std::exception& error) {
         work.facts.outcome = Outcome::Failed;
-        work.facts.cause = error.what();
+        work.facts.cause = cause_of(error);
     }
     claim.release();
     const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start;
