@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <ctime>
 #include <filesystem>
 #include <system_error>
 
@@ -24,6 +25,15 @@ bool is_mine(const fs::path& path) {
 
     return lstat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode) &&
            status.st_uid == geteuid();
+}
+
+/** Nothing has been made or removed in it for an hour. */
+bool is_old(const fs::path& path) {
+    constexpr std::time_t kOld_s = 3600;
+
+    struct stat status {};
+
+    return lstat(path.c_str(), &status) == 0 && std::time(nullptr) - status.st_mtime > kOld_s;
 }
 
 }  // namespace
@@ -67,9 +77,13 @@ void remove_stale_scratch_directories() {
         if (path.filename().string().rfind(kPrefix, 0) != 0 || !is_mine(path)) {
             continue;
         }
-        // Without a lock file the directory is not one of ours, or is just being made.
+        // Without a lock file the directory is just being made or removed, or who did that was
+        // killed meanwhile.
         const int lock = open((path / kLock).c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW);
         if (lock < 0) {
+            if (errno == ENOENT && is_old(path)) {
+                remove_tree(path.string());
+            }
             continue;
         }
         if (try_lock(lock)) {

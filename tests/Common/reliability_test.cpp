@@ -117,4 +117,27 @@ TEST_F(Reliability, ALoweredTargetIsTheFirstThatFits) {
                      .within_tolerance);
 }
 
+TEST_F(Reliability, WhatIsDoneToARecordingShowsInItsResult) {
+    const Signal left = signals::speech(9.0, 16000);
+    Signal right = signals::sine(0.2, 300.0, 9.0, 16000);
+    const Signal input = signals::stereo(left, right);
+    const Signal output = level(input, kWavFloat);
+    EXPECT_EQ(output.samples, level(input, kWavFloat).samples) << "a second run";
+    EXPECT_EQ(input.frames(), output.frames());
+    EXPECT_LE(peak_of(output), std::pow(10.0, -1.0 / 20.0) + 1e-6);
+
+    const Signal swapped = level(signals::stereo(right, left), kWavFloat);
+    Signal inverted = input;
+    for (double& sample : inverted.samples) {
+        sample = -sample;
+    }
+    inverted = level(inverted, kWavFloat);
+    for (std::size_t i = 0; i < output.samples.size(); ++i) {
+        ASSERT_TRUE(std::isfinite(output.samples[i])) << i;
+        // Sums over both channels differ in their last bit with the order.
+        ASSERT_NEAR(output.samples[i], swapped.samples[i ^ 1], 1e-6) << i;
+        ASSERT_EQ(output.samples[i], -inverted.samples[i]) << i;
+    }
+}
+
 }  // namespace
