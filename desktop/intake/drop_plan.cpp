@@ -49,6 +49,10 @@ Existing existing_at(const fs::path& output, const fs::path& input) {
     return !error && written >= recorded ? Existing::UpToDate : Existing::Other;
 }
 
+/**
+ * By trying, as permissions tell too little: read-only volumes, network shares and sandboxes refuse
+ * what the mode bits allow.
+ */
 bool can_write_in(const fs::path& folder) {
     std::string probe = (folder / ".quorvane-XXXXXX").string();
     const int file = mkstemp(probe.data());
@@ -110,6 +114,7 @@ DropPlan plan_drop(const std::vector<std::string>& paths, const std::string& out
     std::set<std::string> taken;
     for (const cli::PlannedFile& planned : outputs_of(settings, inputs, plan.files)) {
         DropFile file{planned.input, planned.output, Existing::Nothing, "", planned.skip};
+        // Recordings of one name from several folders meet where the outputs go to one folder.
         if (!taken.insert(file.output).second) {
             file.output = free_name(file.output, taken);
             taken.insert(file.output);
@@ -117,6 +122,8 @@ DropPlan plan_drop(const std::vector<std::string>& paths, const std::string& out
         file.existing = existing_at(file.output, planned.input);
         plan.files.push_back(file);
     }
+    // Sound all the same: it gets a row, as a recording that is silently missing would be missed
+    // too late.
     for (const fs::path& path : found.unsupported) {
         plan.files.push_back({path.string(), "", Existing::Nothing, "", "not supported"});
     }

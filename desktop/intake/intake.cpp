@@ -41,6 +41,8 @@ void Intake::plan_next(const std::string& output_folder) {
     });
 }
 
+// Locked folders come first: the answer plans the drop anew, with other outputs, of which then none
+// or others may exist.
 void Intake::on_planned(const DropPlan& plan) {
     if (!plan.locked_folders.empty()) {
         const QString locked = QString::fromStdString(plan.locked_folders.front());
@@ -71,6 +73,7 @@ void Intake::on_planned(const DropPlan& plan) {
                             [this, plan](ExistingChoice choice) { settle(plan, choice); });
 }
 
+// Names that are free on disk may still be promised to another file of this drop.
 void Intake::settle(const DropPlan& plan, ExistingChoice choice) {
     std::vector<Accepted> files;
     std::set<std::string> taken;

@@ -38,6 +38,9 @@ struct Accepted {
 /**
  * Takes what the user hands over, one drop after the other: looks through its folders on a thread
  * of its own and asks what has to be asked, at most one question of each kind for a drop.
+ *
+ * Drops that come while a folder is searched or a question is open wait in line, so that two
+ * questions never stand over each other. Files that were accepted before are leveled meanwhile.
  */
 class Intake : public QObject {
     Q_OBJECT
@@ -46,9 +49,10 @@ class Intake : public QObject {
     explicit Intake(Questions& questions, QObject* parent = nullptr);
     ~Intake() override;
 
-    /** A drop: absolute paths. */
+    /** A drop: absolute paths, files and folders mixed. None at all is no drop. */
     void take(const std::vector<std::string>& paths);
 
+    /** A drop is being searched, asked about, or waits. */
     bool busy() const { return !waiting_.empty(); }
 
   Q_SIGNALS:

@@ -42,6 +42,7 @@ Qt::ItemFlags FileList::flags(const QModelIndex& index) const {
     return flags;
 }
 
+// What every file manager and player takes; the bytes of the path go in as they are.
 QStringList FileList::mimeTypes() const {
     return {QStringLiteral("text/uri-list")};
 }
@@ -58,6 +59,8 @@ QMimeData* FileList::mimeData(const QModelIndexList& indexes) const {
     return data;
 }
 
+// A result that is dragged out stays where it is: a move would take it from beside its recording,
+// and the row's buttons would lead nowhere.
 Qt::DropActions FileList::supportedDragActions() const {
     return Qt::CopyAction;
 }
@@ -132,6 +135,8 @@ void FileList::set_finished(Id id, const cli::FileFacts& facts) {
     }
 }
 
+// Numbers rise and rows keep their order, so a binary search finds a row without an index that
+// every removal would have to shift.
 int FileList::position_of(Id id) const {
     const auto found =
         std::lower_bound(rows_.begin(), rows_.end(), id,

@@ -5,7 +5,7 @@
 namespace desktop {
 
 double Overall::weight_of(const std::string& input) {
-    constexpr double kEachFile = 65536;
+    constexpr double kEachFile = 65536;  // starting a worker takes as long as so many bytes
     std::error_code error;
     const auto bytes = std::filesystem::file_size(input, error);
     return kEachFile + (error ? 0 : static_cast<double>(bytes));
@@ -26,6 +26,7 @@ void Overall::finished(double weight, double from, cli::Outcome outcome) {
 }
 
 std::optional<double> Overall::seconds_left(double elapsed_s) const {
+    // Earlier than this the guess would jump about, and a wrong figure is worse than none.
     constexpr double kLeastSeconds = 2;
     constexpr double kLeastFraction = 0.02;
     if (elapsed_s < kLeastSeconds || fraction() < kLeastFraction) {

@@ -7,10 +7,15 @@
 
 namespace desktop {
 
-/** How far the work is that began with the first file after a pause. */
+/**
+ * How far the work is that began with the first file after a pause. Each file counts by its size,
+ * as leveling takes time in proportion to it; so the time left is right for a talk of two hours
+ * among many jingles, too.
+ */
 class Overall {
   public:
-    /** Weight of a file of so many bytes: a little for each, so that many small ones count too. */
+    /** Weight, in bytes, of a file of so many bytes: a little for each, so that many small ones
+     * count too. */
     static double weight_of(const std::string& input);
 
     void add(double weight);
@@ -29,8 +34,8 @@ class Overall {
     std::optional<double> seconds_left(double elapsed_s) const;
 
   private:
-    double all_weight_ = 0;
-    double done_weight_ = 0;
+    double all_weight_ = 0;   // bytes
+    double done_weight_ = 0;  // bytes, running files by their fraction
     int files_ = 0;
     Counts counts_;
 };

@@ -31,6 +31,8 @@ void Session::take(const std::vector<std::string>& paths) {
     intake_.take(paths);
 }
 
+// Overall progress, the time left and the notice at the end count from the first file after a
+// pause, not from the start of the program.
 void Session::begin_if_idle() {
     if (!work_.busy()) {
         overall_ = Overall();
@@ -66,7 +68,7 @@ void Session::accept(const Accepted& accepted) {
     const DropFile& file = accepted.file;
     const int position = files_.position_of_input(file.input);
     if (position >= 0 && files_.at(position).state != State::Finished) {
-        return;  // it is being leveled already
+        return;  // it is being leveled already: a drop of the same file is no second order
     }
     const FileList::Id id = place(file);
     if (!file.failure.empty()) {
@@ -90,6 +92,7 @@ void Session::accept(const Accepted& accepted) {
     }
 }
 
+/** A row that is at its end without any work: the batch never hears of the file. */
 void Session::finish_unworked(FileList::Id id, Outcome outcome, const std::string& cause) {
     cli::FileFacts facts;
     facts.input = files_.row(id)->input;
@@ -129,6 +132,7 @@ void Session::on_finished(FileList::Id id, const cli::FileFacts& facts) {
 
 void Session::on_ended() {
     const Counts& counts = overall_.counts();
+    // Who has cancelled all of it needs no notice that it is over.
     if (counts.all() > counts.cancelled) {
         Q_EMIT ended(counts);
     }

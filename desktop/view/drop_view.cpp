@@ -40,14 +40,33 @@ DropView::DropView(FileList& files, QWidget* parent) : QWidget(parent), files_(f
     ring_->setAccessibleName(tr("Progress"));
     column->addWidget(ring_, 8);
     column->addSpacing(kSpacing);
-    name_ = add_label(kDarkText);
+    add_texts(column);
+    column->addSpacing(kSpacing);
+    column->addLayout(new_buttons());
+    column->addStretch();
+
+    connect(ring_, &Ring::double_clicked, this, &DropView::play);
+    ring_->set_drag_source([this]() -> QMimeData* {
+        // Null where there is nothing to drag: then no drag begins.
+        const auto id = file();
+        return id && files_.row(*id)->has_result() ? files_.mimeData({files_.index_of(*id)})
+                                                   : nullptr;
+    });
+    refresh();
+}
+
+void DropView::add_texts(QBoxLayout* column) {
+    name_ = add_label(column, kDarkText);
     QFont title = name_->font();
     title.setPointSizeF(title.pointSizeF() * 1.35);
     name_->setFont(title);
-    state_ = add_label(kDarkSoftText);
-    figures_ = add_label(kDarkText);
-    column->addSpacing(kSpacing);
+    state_ = add_label(column, kDarkSoftText);
+    figures_ = add_label(column, kDarkText);
+}
 
+// All of them are there from the start, and refresh() shows those that fit: a button that keeps
+// its place keeps the keyboard's focus too.
+QLayout* DropView::new_buttons() {
     auto* row = new QHBoxLayout;
     row->setSpacing(kSpacing);
     row->addStretch();
@@ -61,17 +80,7 @@ DropView::DropView(FileList& files, QWidget* parent) : QWidget(parent), files_(f
         row->addWidget(button);
     }
     row->addStretch();
-    column->addLayout(row);
-    column->addStretch();
-
-    connect(ring_, &Ring::double_clicked, this, &DropView::play);
-    ring_->set_drag_source([this]() -> QMimeData* {
-        // Null where there is nothing to drag: then no drag begins.
-        const auto id = file();
-        return id && files_.row(*id)->has_result() ? files_.mimeData({files_.index_of(*id)})
-                                                   : nullptr;
-    });
-    refresh();
+    return row;
 }
 
 QPushButton* DropView::add_button(const QString& text, void (DropView::*signal)()) {
@@ -80,12 +89,12 @@ QPushButton* DropView::add_button(const QString& text, void (DropView::*signal)(
     return button;
 }
 
-QLabel* DropView::add_label(const QColor& color) {
+QLabel* DropView::add_label(QBoxLayout* column, const QColor& color) {
     auto* label = new WrappedLabel(this);
     QPalette colors = label->palette();
     colors.setColor(QPalette::WindowText, color);
     label->setPalette(colors);
-    layout()->addWidget(label);
+    column->addWidget(label);
     return label;
 }
 
@@ -143,7 +152,8 @@ void DropView::refresh() {
     }
 }
 
-// Qt would give it to the menu.
+// A button that is hidden loses the focus, and Qt would give it to the menu in the corner: a person
+// who presses Enter after the end wants to play the result.
 void DropView::keep_focus() {
     for (QPushButton* button : {choose_, cancel_, retry_, play_}) {
         if (!button->isHidden()) {

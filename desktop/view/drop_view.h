@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QBoxLayout>
 #include <QLabel>
 #include <QPushButton>
 #include <QWidget>
@@ -12,7 +13,8 @@ namespace desktop {
 
 /**
  * The dark view with the dashed frame: asks for files while there are none, and follows the one
- * file while there is one.
+ * file while there is one. It is dark on every desktop, as a stage for the ring; its colors are its
+ * own and do not follow the palette.
  */
 class DropView : public QWidget {
     Q_OBJECT
@@ -26,10 +28,10 @@ class DropView : public QWidget {
     /** A small button for the upper corner at the end of a line. */
     void set_corner(QWidget* button);
 
-    /** Reads the list again. */
+    /** Reads the list again: shows what its first row tells, and the buttons that fit. */
     void refresh();
 
-    /** The list's only file. */
+    /** The list's only file; nothing when there are none or several. */
     std::optional<FileList::Id> file() const;
 
   Q_SIGNALS:
@@ -45,8 +47,10 @@ class DropView : public QWidget {
     void resizeEvent(QResizeEvent* event) override;
 
   private:
+    void add_texts(QBoxLayout* column);
+    QLayout* new_buttons();
     QPushButton* add_button(const QString& text, void (DropView::*signal)());
-    QLabel* add_label(const QColor& color);
+    QLabel* add_label(QBoxLayout* column, const QColor& color);
     void show_empty();
     void keep_focus();
     void show_file(const Row& row);
@@ -54,11 +58,11 @@ class DropView : public QWidget {
     FileList& files_;
     bool under_drag_ = false;
     bool searching_ = false;
-    QWidget* corner_ = nullptr;
+    QWidget* corner_ = nullptr;  // in no layout: it lies over the frame's corner
     Ring* ring_;
     QLabel* name_;
     QLabel* state_;
-    QLabel* figures_;
+    QLabel* figures_;  // loudness and range, a line each
     QPushButton* choose_;
     QPushButton* cancel_;
     QPushButton* play_;

@@ -7,7 +7,10 @@
 
 namespace desktop {
 
-/** The list of files. Its keys and its mouse ask for what the window does. */
+/**
+ * The list of files. Its keys and its mouse ask for what the window does; its context menu is the
+ * actions that the window adds to it.
+ */
 class FileView : public QListView {
     Q_OBJECT
 
@@ -26,6 +29,7 @@ class FileView : public QListView {
     void row_button_clicked(desktop::FileList::Id id);
 
   protected:
+    /** Changes that name their roles keep the row's height. */
     void dataChanged(const QModelIndex& first,
                      const QModelIndex& last,
                      const QList<int>& roles) override;

@@ -1,5 +1,6 @@
 #include "desktop/view/main_window.h"
 
+#include <QAccessibleWidget>
 #include <QAction>
 #include <QApplication>
 #include <QClipboard>
@@ -37,6 +38,15 @@ std::vector<std::string> local_paths(const QStringList& names) {
     return paths;
 }
 
+/**
+ * Qt tells a screen reader that a plain widget is a filler, even where it is a window. As a window
+ * it is announced when it comes to the front.
+ */
+QAccessibleInterface* new_window_interface(const QString& /*class_name*/, QObject* object) {
+    auto* window = qobject_cast<MainWindow*>(object);
+    return window ? new QAccessibleWidget(window, QAccessible::Window) : nullptr;
+}
+
 /** Names are all that a file dialog can choose by; "All files" is for the rest. */
 QString audio_filter() {
     QStringList patterns;
@@ -52,6 +62,7 @@ QString audio_filter() {
 }  // namespace
 
 MainWindow::MainWindow() : session_(*this) {
+    QAccessible::installFactory(new_window_interface);
     setWindowTitle(QStringLiteral("Quorvane"));
     setAcceptDrops(true);
     resize(kUsualSize);
@@ -72,6 +83,12 @@ MainWindow::MainWindow() : session_(*this) {
     pages_->addWidget(list_page_);
     column->addLayout(pages_, 1);
 
+    connect_views();
+    take_colors();
+    refresh();
+}
+
+void MainWindow::connect_views() {
     connect(drop_view_, &DropView::choose, this, &MainWindow::choose_files);
     connect(drop_view_, &DropView::cancel, this, &MainWindow::cancel);
     connect(drop_view_, &DropView::play, this, &MainWindow::play);
@@ -87,8 +104,6 @@ MainWindow::MainWindow() : session_(*this) {
     connect(&session_.files(), &QAbstractItemModel::rowsRemoved, this, &MainWindow::refresh);
     connect(&notification_, &Notification::clicked, this,
             [this] { desktop::show_in_folder(session_.results()); });
-    take_colors();
-    refresh();
 }
 
 QAction* MainWindow::add_action(const QString& text,
@@ -112,6 +127,11 @@ void MainWindow::add_actions() {
     for_files(add_action(tr("Remove from List"), QKeySequence::Delete, &MainWindow::remove));
 
     menu_ = new QMenu(this);
+    fill_menu();
+    drop_view_->set_corner(new_menu_button(drop_view_));
+}
+
+void MainWindow::fill_menu() {
     menu_->addAction(add_action(tr("Open Files…"), QKeySequence::Open, &MainWindow::choose_files));
     menu_->addAction(add_action(tr("Open Folder…"), QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_O),
                                 &MainWindow::choose_folder));
@@ -128,8 +148,6 @@ void MainWindow::add_actions() {
     connect(quit, &QAction::triggered, this, &QWidget::close);
     addAction(quit);
     menu_->addAction(quit);
-
-    drop_view_->set_corner(new_menu_button(drop_view_));
 }
 
 QToolButton* MainWindow::new_menu_button(QWidget* parent) {
@@ -157,7 +175,11 @@ QWidget* MainWindow::new_list_page() {
     column->setContentsMargins(0, 0, 0, 0);
     column->setSpacing(0);
     column->addWidget(file_view_, 1);
+    column->addLayout(new_bar(page));
+    return page;
+}
 
+QLayout* MainWindow::new_bar(QWidget* page) {
     auto* bar = new QHBoxLayout;
     bar->setContentsMargins(12, 10, 12, 10);
     bar->setSpacing(10);
@@ -181,8 +203,7 @@ QWidget* MainWindow::new_list_page() {
     connect(report_all_, &QPushButton::clicked, this, &MainWindow::report);
     bar->addWidget(report_all_);
     bar->addWidget(new_menu_button(page));
-    column->addLayout(bar);
-    return page;
+    return bar;
 }
 
 void MainWindow::take(const std::vector<std::string>& paths) {
@@ -200,6 +221,7 @@ void MainWindow::come_to_front(const QByteArray& activation_token) {
     activateWindow();
 }
 
+// Called for every change that the session tells; what is the same already costs next to nothing.
 void MainWindow::refresh() {
     const int files = session_.files().rowCount();
     // One file has the large ring to itself; a list of one would be a poor sight.
@@ -276,6 +298,8 @@ void MainWindow::changeEvent(QEvent* event) {
     }
 }
 
+// Closing waits until the workers are gone and have removed their files. The window is hidden
+// first: to the user it is closed at once.
 void MainWindow::closeEvent(QCloseEvent* event) {
     if (session_.working() && !may_close_) {
         event->ignore();
@@ -438,6 +462,7 @@ void MainWindow::report() {
     std::vector<cli::FileFacts> facts;
     const std::vector<FileList::Id> ids = chosen();
     FileList& files = session_.files();
+    // Of the selected files, or of all: those that were measured, in the list's order.
     for (int i = 0; i < files.rowCount(); ++i) {
         const bool wanted =
             ids.empty() || std::find(ids.begin(), ids.end(), files.id_at(i)) != ids.end();

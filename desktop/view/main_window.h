@@ -22,6 +22,10 @@ namespace desktop {
 /**
  * The window: the drop view while there is one file or none, the list and a bar under it when there
  * are more. Takes drops everywhere, asks the questions, and tells the desktop how far the work is.
+ *
+ * It keeps no state of the work: whatever the session tells, refresh() reads it anew, so that no
+ * order of events can leave a widget behind the truth. Questions never block: each is a box of its
+ * own that hands its answer on when it closes, while drops, progress and the other files go on.
  */
 class MainWindow : public QWidget, private Questions {
     Q_OBJECT
@@ -55,9 +59,12 @@ class MainWindow : public QWidget, private Questions {
     QMessageBox* new_question(const QString& text, const QString& explanation);
     void ask_to_close();
 
+    void connect_views();
     void add_actions();
+    void fill_menu();
     QAction* add_action(const QString& text, const QKeySequence& key, void (MainWindow::*slot)());
     QWidget* new_list_page();
+    QLayout* new_bar(QWidget* page);
     QToolButton* new_menu_button(QWidget* parent);
     void take_colors();
     void refresh();
@@ -89,14 +96,14 @@ class MainWindow : public QWidget, private Questions {
     QStackedLayout* pages_;
     MessageBar* message_;
     DropView* drop_view_;
-    QWidget* list_page_ = nullptr;
+    QWidget* list_page_ = nullptr;  // file_view_ and the bar under it
     FileView* file_view_;
     QLabel* progress_text_ = nullptr;
     QProgressBar* progress_ = nullptr;
     QPushButton* cancel_all_ = nullptr;
     QPushButton* report_all_ = nullptr;
     QMenu* menu_ = nullptr;
-    bool may_close_ = false;
+    bool may_close_ = false;  // the user has said that the work may be stopped
 };
 
 }  // namespace desktop

@@ -53,7 +53,10 @@ QFont figure_font(const QFont& font) {
     return figures;
 }
 
-/** Where the parts of a row are, for a text that reads from the left. */
+/**
+ * Where the parts of a row are, for a text that reads from the left; painting mirrors them for one
+ * that reads from the right. Coordinates are logical pixels from the row's upper left corner.
+ */
 struct Layout {
     QRect ring;
     QRect name;
@@ -62,6 +65,10 @@ struct Layout {
     int height;
 };
 
+/**
+ * Wraps the name and the state to the width that is left between ring and figures: a row grows with
+ * a long name or cause, and nothing is cut off.
+ */
 Layout lay_out(const Row& row, const QFont& font, int width) {
     const QFontMetrics name_metrics(name_font(font));
     const QFontMetrics metrics(font);
@@ -133,6 +140,7 @@ void paint_button(QPainter& painter, const Row& row, const QRect& place, const Q
 
 }  // namespace
 
+// One place for painting, the mouse and the tool tip: they cannot disagree.
 QRect RowDelegate::button_rect(const QRect& row, Qt::LayoutDirection direction) {
     const QRect place(row.right() - kMargin - kButtonSize + 1,
                       row.top() + (row.height() - kButtonSize) / 2, kButtonSize, kButtonSize);
@@ -185,6 +193,7 @@ void RowDelegate::paint(QPainter* painter,
 }
 
 QSize RowDelegate::sizeHint(const QStyleOptionViewItem& option, const QModelIndex& index) const {
+    // The option's rectangle is empty while a list asks for sizes.
     const auto* view = qobject_cast<const QAbstractItemView*>(option.widget);
     const int width = view ? view->viewport()->width() : option.rect.width();
     return {width, lay_out(row_of(index), option.font, width).height};

@@ -11,6 +11,8 @@
 namespace desktop {
 namespace {
 
+// Workers that are told to end remove their files first. One that hangs (a network share that is
+// gone, say) must not keep the window's process for ever.
 constexpr auto kLongestCleanUp = std::chrono::seconds(5);
 
 /** What the command line takes when nothing is said. */
@@ -21,7 +23,13 @@ cli::Settings usual_settings() {
 
 }  // namespace
 
-/** One batch, from the first file to the last, with its thread. */
+/**
+ * One batch, from the first file to the last, with its thread.
+ *
+ * The batch numbers its files anew for every run, the window counts on: ids_ and index_of_
+ * translate between the two. Only the main thread touches them; the batch's thread posts its
+ * numbers there as they are.
+ */
 class Work::Run : public cli::BatchObserver {
   public:
     explicit Run(Work& work) : Run(work, usual_settings()) {}
@@ -43,6 +51,7 @@ class Work::Run : public cli::BatchObserver {
              Existing existing) {
         const std::size_t index = batch_.add(input, output, existing);
         ids_.resize(index + 1);
+        // In time: what the batch tells of this file waits in the main thread's queue, behind us.
         ids_[index] = id;
         index_of_[id] = index;
         ++unfinished_;

@@ -30,6 +30,8 @@ class Work : public QObject {
              const std::string& input,
              const std::string& output,
              Existing existing);
+
+    /** Waiting or running; its finished comes with Outcome::Interrupted. Another id: nothing. */
     void cancel(std::size_t id);
 
     /** Cancels all and waits until the workers are gone and their files removed. */
@@ -50,7 +52,7 @@ class Work : public QObject {
 
     void end_run();
 
-    std::unique_ptr<Run> run_;
+    std::unique_ptr<Run> run_;  // while there is work
 };
 
 }  // namespace desktop

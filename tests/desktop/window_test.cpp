@@ -156,6 +156,7 @@ void WindowTest::a_later_start_hands_its_files_over() {
 
 void WindowTest::every_control_has_a_name() {
     MainWindow window;
+    QCOMPARE(QAccessible::queryAccessibleInterface(&window)->role(), QAccessible::Window);
     for (const QWidget* child : window.findChildren<QWidget*>()) {
         if (child->focusPolicy() & Qt::TabFocus &&
             child->objectName() != "qt_scrollarea_viewport") {
