@@ -90,7 +90,7 @@ class Batch : public testing::Test {
     // Two long files, and the program busy with both of them.
     void start_long_batch() {
         for (const char* name : {"in/a.wav", "in/b.wav"}) {
-            talk(name, 400);
+            talk(name, 1600);
         }
         ended_ = std::async(std::launch::async, [this] {
             return run_program("cd " + dir_.path() +
