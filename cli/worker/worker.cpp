@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -85,6 +86,19 @@ void ask_to_stop(int) {
 }
 
 /**
+ * Removes a folder in which other threads still work: what they make while it is being removed
+ * keeps it, or even makes it anew, so it is removed until it is gone.
+ */
+void remove_for_good(const std::string& folder) {
+    constexpr int kMostTries = 200;
+    std::error_code ignored;
+    for (int i = 0; i < kMostTries && fs::exists(folder, ignored); ++i) {
+        remove_tree(folder);
+        std::this_thread::sleep_for(std::chrono::milliseconds(i < 3 ? 0 : 5));
+    }
+}
+
+/**
  * Waits for a signal or for the end of the parent, then removes the job's files and ends the
  * process. What the other thread writes meanwhile fails, as its folder is gone.
  */
@@ -92,8 +106,7 @@ void watch(const Job& job, OutputClaim& claim, pid_t parent) {
     pollfd watched[2] = {{kJobDescriptor, POLLIN, 0}, {g_stop_pipe[0], POLLIN, 0}};
     while (poll(watched, 2, -1) < 0 && errno == EINTR) {
     }
-    remove_tree(job.scratch);
-    remove_tree(job.scratch);  // again: the other thread may have made a file during the first
+    remove_for_good(job.scratch);
     std::error_code ignored;
     // The last worker of a killed run also clears the folder around it. The death of the parent
     // shows in the end of the job's pipe; or first in another parent, while a worker that was just
@@ -104,7 +117,7 @@ void watch(const Job& job, OutputClaim& claim, pid_t parent) {
         others = others || entry.is_directory(ignored);
     }
     if (!others) {
-        remove_tree(run.string());
+        remove_for_good(run.string());
     }
     if (!job.output.empty()) {
         remove_own_parts(job.output);
