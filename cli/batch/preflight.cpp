@@ -12,6 +12,7 @@
 #include <thread>
 
 #include "cli/archive/output_claim.h"
+#include "cli/media/media_input.h"
 #include "cli/storage/staged_output.h"
 #include "cli/terminal/terminal_text.h"
 #include "cli/worker/carrier.h"
@@ -41,8 +42,19 @@ void fail(PlannedFile& file, const FileFacts& known, const std::string& cause) {
     file.known->cause = cause;
 }
 
+/**
+ * A codec that crashes on a media file is to cost that file only, and looking at one runs codecs:
+ * before real work its worker looks at it. A dry run has nothing to lose and looks here.
+ */
+bool left_to_its_worker(const Settings& settings, const PlannedFile& file) {
+    return !settings.dry_run && media::is_media(file.input);
+}
+
 FileFacts probed(const Settings& settings, PlannedFile& file) {
     FileFacts facts = facts_at_first(file);
+    if (left_to_its_worker(settings, file)) {
+        return facts;
+    }
     Job job;
     job.input = fs::absolute(file.input).string();
     job.output = file.output.empty() ? "" : fs::absolute(file.output).string();
