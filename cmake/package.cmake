@@ -20,6 +20,8 @@ if(TARGET quorvane-desktop)
   list(APPEND CPACK_COMPONENTS_ALL desktop)
   set(CPACK_DEBIAN_DESKTOP_PACKAGE_NAME quorvane-desktop)
   set(CPACK_COMPONENT_DESKTOP_DESCRIPTION "${PROJECT_DESCRIPTION}: the window")
+  # The module for videos and phone memos, which must be of the same build, comes with the commands.
+  set(CPACK_DEBIAN_DESKTOP_PACKAGE_DEPENDS "quorvane (= ${PROJECT_VERSION})")
   # Wayland, dark and light of GNOME's kind of desktops, and Qt's own words in the user's language.
   set(CPACK_DEBIAN_DESKTOP_PACKAGE_RECOMMENDS
     "qt6-wayland, qt6-gtk-platformtheme, qt6-translations-l10n, xdg-desktop-portal")

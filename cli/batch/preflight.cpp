@@ -12,7 +12,6 @@
 #include <thread>
 
 #include "cli/archive/output_claim.h"
-#include "cli/media/media_input.h"
 #include "cli/storage/staged_output.h"
 #include "cli/terminal/terminal_text.h"
 #include "cli/worker/carrier.h"
@@ -46,15 +45,12 @@ void fail(PlannedFile& file, const FileFacts& known, const std::string& cause) {
  * A codec that crashes on a media file is to cost that file only, and looking at one runs codecs:
  * before real work its worker looks at it. A dry run has nothing to lose and looks here.
  */
-bool left_to_its_worker(const Settings& settings, const PlannedFile& file) {
-    return !settings.dry_run && media::is_media(file.input);
+bool left_to_its_worker(const Settings& settings, const Carrier& carrier) {
+    return !settings.dry_run && carrier.decodes();
 }
 
 FileFacts probed(const Settings& settings, PlannedFile& file) {
     FileFacts facts = facts_at_first(file);
-    if (left_to_its_worker(settings, file)) {
-        return facts;
-    }
     Job job;
     job.input = fs::absolute(file.input).string();
     job.output = file.output.empty() ? "" : fs::absolute(file.output).string();
@@ -63,7 +59,11 @@ FileFacts probed(const Settings& settings, PlannedFile& file) {
     job.options.audio_stream = settings.audio_stream;
     job.options.audio_codec = settings.audio_codec;
     try {
-        make_carrier(job)->probe(facts);
+        const std::unique_ptr<Carrier> carrier = make_carrier(job);
+        if (left_to_its_worker(settings, *carrier)) {
+            return facts;
+        }
+        carrier->probe(facts);
         if (!file.output.empty() && facts.channels > kMostChannels) {
             fail(file, facts,
                  fmt::format("it has {} channels, at most {} can be leveled", facts.channels,

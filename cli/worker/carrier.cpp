@@ -1,14 +1,29 @@
 #include "cli/worker/carrier.h"
 
-#include "cli/worker/media_carrier.h"
+#include <stdexcept>
+
+#include "cli/audio/sound_file.h"
+#include "cli/worker/media_module.h"
 #include "cli/worker/sound_file_carrier.h"
 
 namespace cli {
+namespace {
+
+bool libsndfile_reads(const std::string& path) {
+    try {
+        open_to_read(path);
+        return true;
+    } catch (const std::runtime_error&) {
+        return false;
+    }
+}
+
+}  // namespace
 
 std::unique_ptr<Carrier> make_carrier(const Job& job) {
-    // What libsndfile reads stays with it.
-    if (MediaCarrier::takes(job.input)) {
-        return std::make_unique<MediaCarrier>(job);
+    // What libsndfile reads stays with it, and costs nobody the loading of FFmpeg's libraries.
+    if (!libsndfile_reads(job.input) && media_module().is_media(job.input)) {
+        return media_module().make_carrier(job);
     }
     return std::make_unique<SoundFileCarrier>(job);
 }

@@ -65,7 +65,10 @@ class Carrier {
     virtual void check(const std::string& complete, FileFacts& facts) = 0;
 };
 
-/** The carrier for the job's input. */
+/**
+ * The carrier for the job's input. Throws FileError where libsndfile does not read it and the
+ * module for other files cannot be loaded.
+ */
 std::unique_ptr<Carrier> make_carrier(const Job& job);
 
 }  // namespace cli

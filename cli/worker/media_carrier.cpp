@@ -6,7 +6,6 @@
 #include <cstdlib>
 #include <filesystem>
 
-#include "cli/audio/sound_file.h"
 #include "cli/media/remux.h"
 #include "cli/metadata/media_tags.h"
 
@@ -28,15 +27,6 @@ media::SoundChoice choice_of(const JobOptions& options) {
 }
 
 }  // namespace
-
-bool MediaCarrier::takes(const std::string& path) {
-    try {
-        open_to_read(path);
-        return false;
-    } catch (const std::runtime_error&) {
-        return media::is_media(path);
-    }
-}
 
 void MediaCarrier::probe(FileFacts& facts) {
     file_ = media::probe_media(job_.input, choice_of(job_.options));

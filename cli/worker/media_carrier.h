@@ -16,9 +16,6 @@ namespace cli {
  */
 class MediaCarrier : public Carrier {
   public:
-    /** True for a file that libsndfile does not read and FFmpeg's libraries know. */
-    static bool takes(const std::string& path);
-
     explicit MediaCarrier(const Job& job) : job_(job) {}
 
     void probe(FileFacts& facts) override;

@@ -17,12 +17,7 @@
 #include "cli/archive/output_claim.h"
 #include "cli/storage/scratch.h"
 #include "cli/storage/staged_output.h"
-
-#ifdef __linux__
-#include <sys/auxv.h>
-#else
-#include <boost/dll/runtime_symbol_info.hpp>
-#endif
+#include "cli/worker/own_program.h"
 
 extern char** environ;
 
@@ -39,21 +34,6 @@ namespace {
 constexpr std::size_t kMostMessageBytes = 1 << 16;  // of the last messages
 constexpr int kFirstFreeDescriptor =
     10;  // above those that the worker expects to find its pipes at
-
-std::string own_program() {
-#ifdef __linux__
-    // Also right when the program was replaced or removed meanwhile; the other where there is no
-    // /proc.
-    constexpr const char* kOwn = "/proc/self/exe";
-    if (access(kOwn, X_OK) == 0) {
-        return kOwn;
-    }
-    const auto started_as = reinterpret_cast<const char*>(getauxval(AT_EXECFN));
-    return started_as ? started_as : "quorvane";
-#else
-    return boost::dll::program_location().string();
-#endif
-}
 
 [[noreturn]] void fail(const char* what) {
     throw std::system_error(errno, std::generic_category(), what);

@@ -405,6 +405,22 @@ TEST_F(Containers, KeepFreeTagsOfMp4AndTellItsPadding) {
                 HasSubstr(" 00000000 00000400 00000300 0000000000046500 "));
 }
 
+// Recordings need nothing of what reads videos; videos need it from beside the program only.
+TEST_F(Containers, AreReadByAModuleThatOthersDoWithout) {
+    const std::string memo = parts_.make("memo.m4a", "-map 1:a -c:a aac");
+    const std::string talk = parts_.make("talk.wav", "-map 1:a");
+    const TempDir away;
+    run("mkdir " + away / "bin" + " && cp " QUORVANE " " + away / "bin");
+    run("cp " MEDIA_MODULE " " + away.path());
+    const std::string in_its_folder = "cd " + away.path() + " && LD_LIBRARY_PATH=. bin/quorvane ";
+    run(in_its_folder + talk);
+    const ProgramResult result = run_program(in_its_folder + memo);
+    EXPECT_EQ(1, result.status);
+    EXPECT_THAT(result.err, HasSubstr("memo.m4a: libsndfile does not read it, and " + away.path()));
+    EXPECT_THAT(result.err, HasSubstr("quorvane-media.so, which reads videos and phone memos, "
+                                      "cannot be loaded: cannot open shared object file"));
+}
+
 #ifdef __linux__
 // A file that refers to others opens none of them, whatever it is called.
 TEST_F(Containers, OpenNothingElse) {

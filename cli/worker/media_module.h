@@ -1,0 +1,35 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "cli/worker/carrier.h"
+#include "cli/worker/job.h"
+
+/*
+ * What reads videos and phone memos, cli/media and its carrier, brings FFmpeg's libraries and all
+ * that these link, which would cost every worker ten times what its start costs without. So it is a
+ * module, a shared object that the programs load when they meet a file that libsndfile does not
+ * read. It is looked for at one fixed place relative to the program's file, never in the current
+ * folder or one that the environment names. Module and program are one build: they share
+ * C++ types, and the module tells the version that it belongs to.
+ */
+
+namespace cli {
+
+/** What the module offers: the result of the one function that is looked up in it. */
+struct MediaModule {
+    const char* version;  // kVersion of its build; first, so that it can be read in any other's
+    bool (*is_media)(const std::string& path);  // see cli/media/media_input.h
+    std::unique_ptr<Carrier> (*make_carrier)(const Job& job);
+};
+
+constexpr const char* kMediaModuleEntry = "quorvane_media_module";
+
+/**
+ * Loads the module, once in a process; may be called from several threads. Throws FileError with
+ * the module's path and the cause where it cannot be loaded or belongs to another version.
+ */
+const MediaModule& media_module();
+
+}  // namespace cli
