@@ -360,7 +360,8 @@ bool SoundEncoder::next(AVPacket& packet) {
 }
 
 void SoundEncoder::set_times(AVPacket& packet, std::int64_t position) {
-    const std::int64_t length = std::min(packet.duration, end_ - position);
+    // The end is not known before the sound was read; a position before the sound is negative.
+    const std::int64_t length = std::min(position + packet.duration, end_) - position;
     packet.pts = packet.dts = time_of(position);
     packet.duration = rate_.nanoseconds(length);
     packet.flags |= AV_PKT_FLAG_KEY;
