@@ -1,5 +1,10 @@
 #include "Common/stream/helper_thread.h"
 
+#ifdef __linux__
+#include <sched.h>
+#endif
+
+#include <algorithm>
 #include <atomic>
 #include <system_error>
 #include <utility>
@@ -8,9 +13,21 @@ namespace stream {
 
 namespace {
 
+/** Of the process, which may be held to fewer processors than the machine has. */
+bool has_second_processor() {
+#ifdef __linux__
+    // The C library's own count is sometimes that of the machine.
+    cpu_set_t processors;
+    CPU_ZERO(&processors);
+    if (sched_getaffinity(0, sizeof processors, &processors) == 0) {
+        return CPU_COUNT(&processors) > 1;
+    }
+#endif
+    return std::thread::hardware_concurrency() > 1;
+}
+
 std::atomic<bool>& used() {
-    // On Linux this counts the processors that the process may run on.
-    static std::atomic<bool> value(std::thread::hardware_concurrency() > 1);
+    static std::atomic<bool> value(has_second_processor());
     return value;
 }
 
@@ -25,85 +42,127 @@ void HelperThread::use(bool use) {
     used() = use;
 }
 
+bool HelperThread::is_used() {
+    return used();
+}
+
 HelperThread::~HelperThread() {
     {
         const std::lock_guard<std::mutex> lock(mutex_);
         end_ = true;
     }
-    changed_.notify_all();
+    work_.notify_all();
     if (thread_.joinable()) {
         thread_.join();
     }
 }
 
-/** False when nobody is there to take it. */
-bool HelperThread::give(Task& task) {
-    if (!used()) {
-        return false;
-    }
-    const std::lock_guard<std::mutex> lock(mutex_);
-    if (!thread_.joinable()) {
+/** False when there is nobody to help: the owners then find their pieces undone and do them. */
+bool HelperThread::start_thread() {
+    if (!thread_.joinable() && used()) {
         try {
-            thread_ = std::thread(&HelperThread::work_off, this);
+            thread_ = std::thread(&HelperThread::work, this);
         } catch (const std::system_error&) {
-            return false;
+            used() = false;
         }
     }
-    task.pending_ = true;
-    tasks_.push_back(&task);
-    changed_.notify_all();
-    return true;
+    return thread_.joinable();
 }
 
-void HelperThread::work_off() {
+/** The one that is furthest behind, so that none of them falls back for good; null without any. */
+HelperThread::Lane* HelperThread::fullest_lane() {
+    Lane* fullest = nullptr;
+    for (Lane* lane : lanes_) {
+        if (lane->has_work() &&
+            (fullest == nullptr || lane->due_ - lane->done_ > fullest->due_ - fullest->done_)) {
+            fullest = lane;
+        }
+    }
+    return fullest;
+}
+
+void HelperThread::work() {
     std::unique_lock<std::mutex> lock(mutex_);
-    for (;;) {
-        changed_.wait(lock, [this] { return end_ || !tasks_.empty(); });
-        if (tasks_.empty()) {
-            return;
+    while (!end_) {
+        if (Lane* const lane = fullest_lane()) {
+            lane->do_piece(lock);
+        } else {
+            asleep_ = true;
+            work_.wait(lock, [this] { return end_ || !asleep_; });
         }
-        Task& task = *tasks_.front();
-        tasks_.pop_front();
-        lock.unlock();
-        task.run();
-        lock.lock();
-        task.pending_ = false;
-        changed_.notify_all();
     }
 }
 
-HelperThread::Task::~Task() {
+HelperThread::Lane::Lane(std::function<void()> piece, int most_due)
+    : piece_(std::move(piece)), enough_(std::max(1, most_due / 2)) {
+    HelperThread& helper = instance();
+    const std::lock_guard<std::mutex> lock(helper.mutex_);
+    helper.lanes_.push_back(this);
+}
+
+HelperThread::Lane::~Lane() {
+    drop();
+    HelperThread& helper = instance();
+    const std::lock_guard<std::mutex> lock(helper.mutex_);
+    helper.lanes_.erase(std::find(helper.lanes_.begin(), helper.lanes_.end(), this));
+}
+
+void HelperThread::Lane::add() {
+    HelperThread& helper = instance();
+    const std::lock_guard<std::mutex> lock(helper.mutex_);
+    ++due_;
+    if (due_ - done_ >= enough_ && helper.start_thread() && helper.asleep_) {
+        helper.asleep_ = false;
+        helper.work_.notify_one();
+    }
+}
+
+/** The lock is open while the piece is done. */
+void HelperThread::Lane::do_piece(std::unique_lock<std::mutex>& lock) {
+    running_ = true;
+    lock.unlock();
+    std::exception_ptr failure;
     try {
-        wait();
-    } catch (...) {  // whoever leaves without waiting has a failure of its own to tell
-    }
-}
-
-void HelperThread::Task::start(std::function<void()> work) {
-    work_ = std::move(work);
-    failure_ = nullptr;
-    if (!instance().give(*this)) {
-        run();
-    }
-}
-
-void HelperThread::Task::run() {
-    try {
-        work_();
+        piece_();
     } catch (...) {
-        failure_ = std::current_exception();
+        failure = std::current_exception();
+    }
+    lock.lock();
+    running_ = false;
+    failure_ = failure;
+    done_ += failure ? 0 : 1;
+    if (awaited_ > 0 && is_reached(awaited_)) {
+        reached_.notify_one();
     }
 }
 
-void HelperThread::Task::wait() {
-    {
-        HelperThread& helper = instance();
-        std::unique_lock<std::mutex> lock(helper.mutex_);
-        helper.changed_.wait(lock, [this] { return !pending_; });
+void HelperThread::Lane::finish(long long count) {
+    HelperThread& helper = instance();
+    std::unique_lock<std::mutex> lock(helper.mutex_);
+    while (!is_reached(count)) {
+        if (!running_) {
+            do_piece(lock);
+        } else if (Lane* const other = helper.fullest_lane()) {
+            other->do_piece(lock);
+        } else {
+            // The helper goes on while this thread sleeps: woken late, it finds more to go on with.
+            awaited_ = std::max(count, std::min(done_ + enough_, due_));
+            reached_.wait(lock, [this] { return is_reached(awaited_); });
+            awaited_ = 0;
+        }
     }
-    if (failure_) {
-        std::rethrow_exception(std::exchange(failure_, nullptr));
+    if (done_ < count) {
+        std::rethrow_exception(failure_);
     }
+}
+
+void HelperThread::Lane::drop() {
+    std::unique_lock<std::mutex> lock(instance().mutex_);
+    due_ = done_;
+    awaited_ = done_ + 1;
+    reached_.wait(lock, [this] { return !running_; });
+    awaited_ = due_ = done_ = 0;
+    failure_ = nullptr;
 }
 
 }  // namespace stream

@@ -1,18 +1,24 @@
 #pragma once
 
 #include <condition_variable>
-#include <deque>
 #include <exception>
 #include <functional>
 #include <mutex>
 #include <thread>
+#include <vector>
 
 namespace stream {
 
-/**
- * A second thread that reads ahead and writes behind, while the first one computes. It does one
- * task after the other, in the order they were given, so it never changes a bit. It starts with the
- * first task. Where no processor is free for it, a task is done at once by whoever gives it.
+/*
+ * A second thread that reads ahead and writes behind while the first one computes, where a
+ * processor is free for it.
+ *
+ * To wake a sleeping thread costs more than most pieces of this work, so nobody waits for a piece
+ * that he could do himself. Work stands in lanes. A lane's pieces are done in their order and one
+ * at a time, so no bit depends on who does them: the helper thread, or the owner when he needs a
+ * piece that nobody has begun. The helper sleeps when nothing is due and is woken when a fair
+ * amount is; an owner sleeps only when the helper is at the very piece that he waits for and no
+ * other lane has anything to do.
  */
 class HelperThread {
   public:
@@ -22,45 +28,66 @@ class HelperThread {
     /** With false, the threads that call do everything themselves. Default: with more than one
      * processor, true. */
     static void use(bool use);
+    static bool is_used();
 
     ~HelperThread();
     HelperThread(const HelperThread&) = delete;
     HelperThread& operator=(const HelperThread&) = delete;
 
-    /** A task that has been given away: it must be waited for before what it uses goes. */
-    class Task {
+    /** Pieces of work that are done one after the other. All calls are the owner's. */
+    class Lane {
       public:
-        Task() = default;
-        ~Task();
-        Task(const Task&) = delete;
-        Task& operator=(const Task&) = delete;
+        /** piece does the next piece, on either thread. most_due: pieces due at a time. */
+        Lane(std::function<void()> piece, int most_due);
 
-        /** Gives a task away; an earlier one of this object must have been waited for. */
-        void start(std::function<void()> work);
+        /** Drops what is due. */
+        ~Lane();
+        Lane(const Lane&) = delete;
+        Lane& operator=(const Lane&) = delete;
 
-        /** Returns when the task, if any, is done, and throws what it threw. */
-        void wait();
+        /** One more piece is due; whatever it touches is the lane's until it is finished. */
+        void add();
+
+        /**
+         * Returns when so many pieces, counted from the first, are done, which must have been
+         * added; throws what one of them threw. No piece follows one that threw.
+         */
+        void finish(long long count);
+
+        /** Forgets the pieces that nobody has begun; the count begins anew. */
+        void drop();
 
       private:
         friend class HelperThread;
 
-        void run();
+        bool has_work() const { return !running_ && !failure_ && done_ < due_; }
 
-        std::function<void()> work_;
+        void do_piece(std::unique_lock<std::mutex>& lock);
+
+        bool is_reached(long long count) const { return failure_ || done_ >= count; }
+
+        const std::function<void()> piece_;
+        const long long enough_;  // pieces that are worth waking a thread for
+        long long due_ = 0;
+        long long done_ = 0;
+        bool running_ = false;
+        long long awaited_ = 0;  // by an owner who sleeps, 0 when he does not
         std::exception_ptr failure_;
-        bool pending_ = false;
+        std::condition_variable reached_;
     };
 
   private:
     HelperThread() = default;
 
-    bool give(Task& task);
-    void work_off();
+    bool start_thread();
+    Lane* fullest_lane();
+    void work();
 
     std::mutex mutex_;
-    std::condition_variable changed_;
-    std::deque<Task*> tasks_;
+    std::condition_variable work_;
+    std::vector<Lane*> lanes_;
     std::thread thread_;
+    bool asleep_ = false;
     bool end_ = false;
 };
 

@@ -9,7 +9,6 @@
 #include "Common/reporting/log.h"
 #include "Common/reporting/run_state.h"
 #include "Common/ss_util.h"
-#include "Common/stream/helper_thread.h"
 
 namespace stream {
 
@@ -17,47 +16,6 @@ namespace {
 
 // Large enough that the calls per block do not count, small enough for a processor's cache.
 constexpr int kBlockSamples = 32768;
-
-struct Block {
-    double* samples;
-    long long frames;
-};
-
-/** Reads one block ahead of the one that is worked on. */
-class BlockReader {
-  public:
-    BlockReader(Source& source, long long block_frames, long long most_frames)
-        : source_(source), block_frames_(block_frames), left_(most_frames) {
-        for (boost::scoped_array<double>& block : blocks_) {
-            allocate(block, static_cast<std::size_t>(block_frames * source.info().channels),
-                     "block", "Common/stream/pump");
-        }
-    }
-
-    /** Begins to read the block after the one that wait has returned; that one stays as it is. */
-    void read_next() {
-        next_.samples = blocks_[next_.samples == blocks_[0].get() ? 1 : 0].get();
-        reading_.start([this] {
-            const long long wanted = std::min(left_, block_frames_);
-            next_.frames = wanted > 0 ? source_.read(next_.samples, wanted) : 0;
-            left_ -= next_.frames;
-        });
-    }
-
-    /** The block that was begun; no frames after the last. Throws what the source threw. */
-    Block wait() {
-        reading_.wait();
-        return next_;
-    }
-
-  private:
-    Source& source_;
-    long long block_frames_;
-    long long left_;
-    boost::scoped_array<double> blocks_[2];
-    Block next_{nullptr, 0};
-    HelperThread::Task reading_;  // the last member: it waits before the others go
-};
 
 template <class Advance>
 void run(Source& source,
@@ -69,16 +27,22 @@ void run(Source& source,
     // Whole units, one at least: a link that works bin by bin seldom has to carry one over.
     const long long units = kBlockSamples / channels / unit_frames;
     const long long block_frames = std::max(1LL, units) * unit_frames;
-    BlockReader reader(source, block_frames, most_frames);
+    boost::scoped_array<double> block;
+    allocate(block, static_cast<std::size_t>(block_frames * channels), "block",
+             "Common/stream/pump");
     // Looked at here once for all steps: a single NaN would spread through every sum and filter.
     FiniteGuard guard(source.name(), source.info(), source.position());
-    reader.read_next();
-    for (Block block = reader.wait(); block.frames > 0; block = reader.wait()) {
+    source.announce(most_frames);
+    for (long long left = most_frames; left > 0;) {
+        const long long frames = source.read(block.get(), std::min(left, block_frames));
+        if (frames == 0) {
+            break;
+        }
         check_cancelled();
-        reader.read_next();
-        guard.check(block.samples, block.frames * channels);
-        receiver.take(block.samples, block.frames);
-        advance(block.frames);
+        guard.check(block.get(), frames * channels);
+        receiver.take(block.get(), frames);
+        advance(frames);
+        left -= frames;
     }
     // Not on an exception: the step fails then, and its output counts for nothing.
     receiver.end();

@@ -1,6 +1,7 @@
 #include "Common/stream/sound_source.h"
 
 #include <algorithm>
+#include <cstring>
 #include <limits>
 #include <stdexcept>
 #include <utility>
@@ -25,40 +26,88 @@ SoundSource::SoundSource(const SoundHandle& handle,
       path_(path),
       info_(info),
       failure_(std::move(failure)),
-      codec_(SampleCodec::of(handle.get())) {}
+      codec_(SampleCodec::of(handle.get())),
+      frame_bytes_(static_cast<std::size_t>(info.channels) *
+                   (codec_.is_plain() ? codec_.bytes() : sizeof(double))) {}
 
 long long SoundSource::read(double* samples, long long frames) {
-    const long long count = read_frames(samples, frames);
+    const bool ahead = ahead_ && !ahead_->is_used_up();
+    const long long count = ahead ? read_ahead(samples, frames) : read_now(samples, frames);
+    const std::string problem = ahead ? ahead_->problem() : error();
     // A device that fails looks like the end of the file but for this.
-    if (sf_error(handle_.get()) != SF_ERR_NO_ERROR) {
+    if (!problem.empty()) {
         if (failure_) {
             failure_(handle_, path_);
         }
         fail_read(path_ + ": cannot be read from frame " + std::to_string(position_ + count) +
-                  " on: " + sf_strerror(handle_.get()));
+                  " on: " + problem);
     }
     position_ += count;
     return count;
 }
 
+void SoundSource::announce(long long frames) {
+    const long long expected = std::min(frames, info_.frames - position_);
+    if (ReadAhead::is_worthwhile(frame_bytes_, expected) && (!ahead_ || ahead_->is_used_up())) {
+        ahead_.reset();  // what it holds is not needed beside the next one's
+        ahead_ = std::make_unique<ReadAhead>(
+            [this](unsigned char* bytes, long long some) {
+                const long long count = fetch(bytes, some);
+                return ReadAhead::Fetched{count, error()};
+            },
+            frame_bytes_, frames);
+    }
+}
+
+std::string SoundSource::error() const {
+    return sf_error(handle_.get()) == SF_ERR_NO_ERROR ? "" : sf_strerror(handle_.get());
+}
+
 /** In one go where the samples are plain: the library would fetch them 8 KB at a time. */
-long long SoundSource::read_frames(double* samples, long long frames) {
+long long SoundSource::fetch(unsigned char* bytes, long long frames) {
+    if (!codec_.is_plain()) {
+        return sf_readf_double(handle_.get(), reinterpret_cast<double*>(bytes), frames);
+    }
+    // A file that was cut off in the middle of a frame gives the whole ones before it.
+    const long long frame_bytes = static_cast<long long>(frame_bytes_);
+    return sf_read_raw(handle_.get(), bytes, frames * frame_bytes) / frame_bytes;
+}
+
+void SoundSource::decode(unsigned char* bytes, double* samples, long long frames) const {
+    const std::size_t count = static_cast<std::size_t>(frames * info_.channels);
+    if (codec_.is_plain()) {
+        codec_.decode(bytes, samples, count);
+    } else {
+        std::memcpy(samples, bytes, count * sizeof *samples);
+    }
+}
+
+long long SoundSource::read_now(double* samples, long long frames) {
     if (!codec_.is_plain()) {
         return sf_readf_double(handle_.get(), samples, frames);
     }
-    const std::size_t channels = static_cast<std::size_t>(info_.channels);
-    const std::size_t frame_bytes = channels * codec_.bytes();
     // Grows to the largest block that is asked for, once.
-    bytes_.resize(std::max(bytes_.size(), static_cast<std::size_t>(frames) * frame_bytes));
-    // A file that was cut off in the middle of a frame gives the whole ones before it.
-    const long long read =
-        sf_read_raw(handle_.get(), bytes_.data(), frames * static_cast<long long>(frame_bytes)) /
-        static_cast<long long>(frame_bytes);
-    codec_.decode(bytes_.data(), samples, static_cast<std::size_t>(read) * channels);
-    return read;
+    bytes_.resize(std::max(bytes_.size(), static_cast<std::size_t>(frames) * frame_bytes_));
+    const long long count = fetch(bytes_.data(), frames);
+    decode(bytes_.data(), samples, count);
+    return count;
+}
+
+long long SoundSource::read_ahead(double* samples, long long frames) {
+    long long done = 0;
+    while (done < frames) {
+        const ReadAhead::Span span = ahead_->next(frames - done);
+        if (span.frames == 0) {
+            break;
+        }
+        decode(span.bytes, samples + done * info_.channels, span.frames);
+        done += span.frames;
+    }
+    return done;
 }
 
 bool SoundSource::seek(long long frame) {
+    ahead_.reset();
     if (sf_seek(handle_.get(), frame, SEEK_SET) == -1) {
         return false;
     }

@@ -1,11 +1,13 @@
 #pragma once
 
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "Common/audio/sample_codec.h"
 #include "Common/audio/sound_handle.h"
+#include "Common/stream/read_ahead.h"
 #include "Common/stream/stream.h"
 
 /**
@@ -28,6 +30,10 @@ class SoundSource : public stream::Source {
     const SF_INFO& info() const override { return info_; }
 
     long long read(double* samples, long long frames) override;
+
+    /** Where a processor is free, the helper thread reads so far ahead, and not beyond. */
+    void announce(long long frames) override;
+
     bool seek(long long frame) override;
 
     long long position() const override { return position_; }
@@ -35,15 +41,21 @@ class SoundSource : public stream::Source {
     bool zeroes_past_end() override;
 
   private:
-    long long read_frames(double* samples, long long frames);
+    long long fetch(unsigned char* bytes, long long frames);
+    long long read_now(double* samples, long long frames);
+    long long read_ahead(double* samples, long long frames);
+    void decode(unsigned char* bytes, double* samples, long long frames) const;
+    std::string error() const;
 
     SoundHandle handle_;
     std::string path_;
     SF_INFO info_;
     Failure failure_;
     SampleCodec codec_;
+    std::size_t frame_bytes_;  // of what is fetched: as in the file, doubles where that is encoded
     std::vector<unsigned char> bytes_;
     long long position_ = 0;
+    std::unique_ptr<ReadAhead> ahead_;  // the last member: it waits before the others go
 };
 
 /** Goes back to frame 0 for a second pass. Throws std::runtime_error naming the source. */

@@ -8,6 +8,13 @@
 
 namespace {
 
+// Few calls, and pieces of both directions together stay in a processor's second cache.
+constexpr long long kPieceBytes = 128 * 1024;
+constexpr int kPieces = 8;
+
+/** The file took less than it was given: ends the work on it. */
+struct ShortWrite {};
+
 /** A header that was never brought up to date is put right for the reading; the log tells. */
 bool was_left_open(SNDFILE* file) {
     char log[2048];
@@ -64,7 +71,14 @@ SoundWriter::SoundWriter(const SoundHandle& handle,
       channels_(channels),
       piece_frames_(piece_frames),
       on_failure_(std::move(on_failure)),
-      codec_(SampleCodec::of(handle.get())) {}
+      codec_(SampleCodec::of(handle.get())),
+      pieces_(stream::HelperThread::is_used() ? kPieces : 1),
+      lane_([this] { write_piece(); }, kPieces) {
+    if (codec_.is_plain()) {
+        frame_bytes_ = static_cast<long long>(codec_.bytes()) * channels;
+        piece_capacity_ = std::max(1LL, kPieceBytes / frame_bytes_);
+    }
+}
 
 void SoundWriter::take(double* samples, long long frames) {
     if (codec_.is_plain()) {
@@ -78,6 +92,7 @@ void SoundWriter::take(double* samples, long long frames) {
 
 void SoundWriter::write(const double* samples, long long frames) {
     check(frames, sf_writef_double(handle_.get(), samples, frames));
+    frames_ += frames;
 }
 
 void SoundWriter::check(long long frames, long long written) {
@@ -85,32 +100,68 @@ void SoundWriter::check(long long frames, long long written) {
         on_failure_(
             {handle_, path_, frames * channels_, written * channels_, sf_strerror(handle_.get())});
     }
-    frames_ += written;
 }
 
-/** The bytes of one block are on their way to the file while the next block is made. */
+/** Earlier pieces are on their way to the file while the next one is filled. */
 void SoundWriter::write_plain(const double* samples, long long frames) {
-    std::vector<unsigned char>& bytes = bytes_[filling_];
-    const std::size_t count = static_cast<std::size_t>(frames * channels_);
-    bytes.resize(std::max(bytes.size(), count * codec_.bytes()));
-    codec_.encode(samples, bytes.data(), count);
-    finish_plain();
-    filling_ = 1 - filling_;
-    plain_frames_ = frames;
-    writing_.start([this, &bytes, frames] {
-        const long long frame_bytes = static_cast<long long>(codec_.bytes()) * channels_;
-        plain_written_ =
-            sf_write_raw(handle_.get(), bytes.data(), frames * frame_bytes) / frame_bytes;
-    });
+    taken_ += frames;
+    for (long long done = 0; done < frames;) {
+        Piece& filling = piece(filling_);
+        const long long some = std::min(frames - done, piece_capacity_ - filling.frames);
+        filling.bytes.resize(static_cast<std::size_t>(piece_capacity_ * frame_bytes_));
+        codec_.encode(samples + done * channels_,
+                      filling.bytes.data() + filling.frames * frame_bytes_,
+                      static_cast<std::size_t>(some * channels_));
+        filling.frames += some;
+        done += some;
+        if (filling.frames == piece_capacity_) {
+            hand_over_piece();
+        }
+    }
 }
 
-void SoundWriter::finish_plain() {
-    writing_.wait();
-    check(std::exchange(plain_frames_, 0), std::exchange(plain_written_, 0));
+void SoundWriter::hand_over_piece() {
+    lane_.add();
+    ++filling_;
+    finish_pieces(filling_ - static_cast<long long>(pieces_.size()) + 1);
+}
+
+/** The lane's work. */
+void SoundWriter::write_piece() {
+    Piece& writing = piece(writing_++);
+    writing.written =
+        sf_write_raw(handle_.get(), writing.bytes.data(), writing.frames * frame_bytes_) /
+        frame_bytes_;
+    if (writing.written < writing.frames) {
+        throw ShortWrite();  // no piece may follow
+    }
+}
+
+/** Waits until so many pieces have arrived, and takes back their room. */
+void SoundWriter::finish_pieces(long long count) {
+    for (; finished_ < count; ++finished_) {
+        Piece& oldest = piece(finished_);
+        try {
+            lane_.finish(finished_ + 1);
+        } catch (const ShortWrite&) {
+            fail_piece(frames_ + oldest.written);
+        }
+        frames_ += oldest.frames;
+        oldest.frames = 0;
+    }
+}
+
+/** Told as if the frames had come piece_frames at a time, of which this was the first to fail. */
+void SoundWriter::fail_piece(long long written) {
+    const long long begin = written - written % piece_frames_;
+    check(std::min(piece_frames_, taken_ - begin), written - begin);
 }
 
 void SoundWriter::end() {
-    finish_plain();
+    if (piece(filling_).frames > 0) {
+        hand_over_piece();
+    }
+    finish_pieces(filling_);
     const int error = close_sound(handle_);
     const long long samples = frames_ * channels_;
     if (error != 0) {

@@ -42,10 +42,22 @@ class SoundWriter : public stream::Receiver {
     void end() override;
 
   private:
+    /** Encoded frames on their way to the file. */
+    struct Piece {
+        std::vector<unsigned char> bytes;
+        long long frames = 0;
+        long long written = 0;
+    };
+
     void write(const double* samples, long long frames);
     void write_plain(const double* samples, long long frames);
-    void finish_plain();
+    void hand_over_piece();
+    void write_piece();
+    void finish_pieces(long long count);
+    void fail_piece(long long written);
     void check(long long frames, long long written);
+
+    Piece& piece(long long index) { return pieces_[index % pieces_.size()]; }
 
     SoundHandle handle_;
     std::string path_;
@@ -53,10 +65,13 @@ class SoundWriter : public stream::Receiver {
     long long piece_frames_;
     OnFailure on_failure_;
     SampleCodec codec_;
-    std::vector<unsigned char> bytes_[2];  // one is filled while the other is written
-    int filling_ = 0;
-    long long plain_frames_ = 0;  // what is on its way, and how much of it arrived
-    long long plain_written_ = 0;
-    long long frames_ = 0;
-    stream::HelperThread::Task writing_;  // the last member: it waits before the others go
+    long long frame_bytes_ = 0;
+    long long piece_capacity_ = 0;     // frames
+    std::vector<Piece> pieces_;        // a ring; one where no thread helps
+    long long filling_ = 0;            // the piece that frames are put into, counted from the first
+    long long finished_ = 0;           // pieces
+    long long taken_ = 0;              // frames
+    long long frames_ = 0;             // that have arrived
+    long long writing_ = 0;            // the piece that is written; the lane's
+    stream::HelperThread::Lane lane_;  // the last member: it waits before the others go
 };

@@ -74,6 +74,9 @@ class Source {
     /** Up to the asked number of frames, 0 at the end. Throws when they cannot be had. */
     virtual long long read(double* samples, long long frames) = 0;
 
+    /** Says that so many frames, or as many as there are, are going to be read from here on. */
+    virtual void announce(long long /*frames*/) {}
+
     /** Goes to a frame, counted from 0; false when that is not possible. */
     virtual bool seek(long long frame) = 0;
 

@@ -1,0 +1,66 @@
+#include "Common/stream/read_ahead.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace {
+
+// Few calls, and pieces of both directions together stay in a processor's second cache.
+constexpr long long kPieceBytes = 128 * 1024;
+constexpr int kPieces = 8;
+constexpr int kWorthwhilePieces = 4;  // less than that is read before another thread is awake
+
+}  // namespace
+
+bool ReadAhead::is_worthwhile(std::size_t frame_bytes, long long frames) {
+    return stream::HelperThread::is_used() &&
+           frames > kWorthwhilePieces * kPieceBytes / static_cast<long long>(frame_bytes);
+}
+
+ReadAhead::ReadAhead(Fetch fetch, std::size_t frame_bytes, long long frames)
+    : fetch_(std::move(fetch)),
+      frame_bytes_(frame_bytes),
+      piece_frames_(std::max(1LL, kPieceBytes / static_cast<long long>(frame_bytes))),
+      left_(frames),
+      pieces_(kPieces),
+      to_fetch_(frames),
+      lane_([this] { fetch_piece(); }, kPieces) {
+    for (int i = 0; i < kPieces; ++i) {
+        lane_.add();
+    }
+}
+
+/** The lane's work. Behind a short piece there is nothing. */
+void ReadAhead::fetch_piece() {
+    Piece& piece = pieces_[static_cast<std::size_t>(fetching_++ % kPieces)];
+    const long long wanted = std::min(piece_frames_, to_fetch_);
+    piece.fetched = {0, ""};
+    if (wanted > 0) {
+        piece.bytes.resize(static_cast<std::size_t>(piece_frames_) * frame_bytes_);
+        piece.fetched = fetch_(piece.bytes.data(), wanted);
+        to_fetch_ = piece.fetched.frames == wanted ? to_fetch_ - wanted : 0;
+    }
+}
+
+ReadAhead::Span ReadAhead::next(long long most_frames) {
+    for (;;) {
+        lane_.finish(current_ + 1);
+        Piece& piece = pieces_[static_cast<std::size_t>(current_ % kPieces)];
+        const long long frames = std::min(most_frames, piece.fetched.frames - taken_);
+        if (frames > 0) {
+            unsigned char* const bytes =
+                piece.bytes.data() + static_cast<std::size_t>(taken_) * frame_bytes_;
+            taken_ += frames;
+            left_ -= frames;
+            return {bytes, frames};
+        }
+        if (piece.fetched.frames < piece_frames_) {
+            problem_ = piece.fetched.problem;
+            left_ = 0;
+            return {nullptr, 0};
+        }
+        ++current_;
+        taken_ = 0;
+        lane_.add();
+    }
+}
