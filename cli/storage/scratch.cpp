@@ -27,13 +27,27 @@ bool is_mine(const fs::path& path) {
            status.st_uid == geteuid();
 }
 
-/** Nothing has been made or removed in it for an hour. */
-bool is_old(const fs::path& path) {
+/**
+ * Removes a directory in which nothing has been made or removed for an hour, if there is nothing in
+ * it. Without a lock it may be somebody's own that only bears such a name.
+ */
+void remove_if_old_and_empty(const fs::path& path) {
     constexpr std::time_t kOld_s = 3600;
 
     struct stat status {};
 
-    return lstat(path.c_str(), &status) == 0 && std::time(nullptr) - status.st_mtime > kOld_s;
+    if (lstat(path.c_str(), &status) != 0 || std::time(nullptr) - status.st_mtime <= kOld_s) {
+        return;
+    }
+    std::error_code error;
+    for (fs::directory_iterator entry(path, error), end; !error && entry != end;
+         entry.increment(error)) {
+        if (entry->path().filename() != kNewLock) {
+            return;
+        }
+    }
+    unlink((path / kNewLock).c_str());
+    rmdir(path.c_str());
 }
 
 }  // namespace
@@ -42,8 +56,16 @@ bool try_lock(int descriptor) {
     return flock(descriptor, LOCK_EX | LOCK_NB) == 0;
 }
 
+// The lock goes last: who is killed in between leaves a directory that is known by it.
 void remove_tree(const std::string& path) {
     std::error_code ignored;
+    for (fs::directory_iterator entry(path, ignored), end; !ignored && entry != end;
+         entry.increment(ignored)) {
+        std::error_code kept;
+        if (entry->path().filename() != kLock) {
+            fs::remove_all(entry->path(), kept);
+        }
+    }
     if (fs::remove_all(path, ignored) == static_cast<std::uintmax_t>(-1)) {
         fs::remove_all(path, ignored);  // what failed may have been of the moment
     }
@@ -62,6 +84,7 @@ ScratchDirectory::ScratchDirectory()
 }
 
 ScratchDirectory::~ScratchDirectory() {
+    remove_tree(path());
     close(lock_);
 }
 
@@ -81,8 +104,8 @@ void remove_stale_scratch_directories() {
         // killed meanwhile.
         const int lock = open((path / kLock).c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW);
         if (lock < 0) {
-            if (errno == ENOENT && is_old(path)) {
-                remove_tree(path.string());
+            if (errno == ENOENT) {
+                remove_if_old_and_empty(path);
             }
             continue;
         }

@@ -407,8 +407,21 @@ TEST_F(Batch, WhatAKilledRunLeftIsSweptUp) {
     fs::create_directory(dir_ / "tmp/quorvane-abcdef");
     write_text(dir_ / "tmp/quorvane-abcdef/lock", "");
     write_text(dir_ / "tmp/quorvane-abcdef/_01.wav", "x");
+    // Killed between making and locking it; and somebody's own folder.
+    const std::string unlocked = dir_ / "tmp/quorvane-ghijkl";
+    const std::string own = dir_ / "tmp/quorvane-season";
+    fs::create_directory(unlocked);
+    write_text(unlocked + "/lock.new", "");
+    fs::create_directory(own);
+    write_text(own + "/talk.wav", "x");
+    for (const std::string& folder : {unlocked, own}) {
+        fs::last_write_time(folder, fs::file_time_type::clock::now() - std::chrono::hours(2));
+    }
     talk("a.wav");
     EXPECT_EQ(run("-q a.wav").status, 0);
+    EXPECT_THAT(names_in("tmp"), ElementsAre("quorvane-season"));
+    EXPECT_EQ(1u, fs::remove_all(own + "/talk.wav"));
+    fs::remove(own);
 }
 
 }  // namespace
