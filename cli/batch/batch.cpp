@@ -139,6 +139,9 @@ void Batch::take_requests() {
     {
         const std::lock_guard<std::mutex> lock(mutex_);
         cancelled.swap(cancelled_);
+        if (stop == 0 && cancelled.empty()) {
+            return;  // without a look at a queue that may hold a hundred thousand files
+        }
         const auto keeps = [&](const Entry& entry) {
             return stop == 0 && cancelled.count(entry.index) == 0;
         };
