@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <boost/filesystem/path.hpp>
 #include <cerrno>
 #include <vector>
 
@@ -45,4 +46,14 @@ bool copy_all(int from, int to) {
             return false;
         }
     }
+}
+
+bool sync_to_disk(int descriptor) {
+    return ::fsync(descriptor) == 0 || errno == EINVAL || errno == ENOTSUP;
+}
+
+bool sync_folder_of(const std::string& path) {
+    const std::string parent = boost::filesystem::path(path).parent_path().string();
+    const Descriptor folder(parent.empty() ? "." : parent, O_RDONLY | O_DIRECTORY);
+    return !folder.is_open() || sync_to_disk(folder.get());
 }

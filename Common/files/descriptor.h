@@ -25,3 +25,12 @@ class Descriptor {
 /** Both go on after a signal, and return false, with the reason in errno, on an error. */
 bool write_all(int descriptor, const char* bytes, std::size_t count);
 bool copy_all(int from, int to);
+
+/**
+ * Has an open file written to the disk; false, with the reason in errno, on an error. What a full
+ * disk has to say may come here. Some file systems cannot sync, which is no error.
+ */
+bool sync_to_disk(int descriptor);
+
+/** The same for the folder that a path stands in: only then does its name survive a power cut. */
+bool sync_folder_of(const std::string& path);

@@ -1,6 +1,7 @@
 #include "Common/files/whole_file.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -8,6 +9,7 @@
 #include <cerrno>
 
 #include "Common/files/descriptor.h"
+#include "Common/files/part_name.h"
 
 namespace fs = boost::filesystem;
 
@@ -53,20 +55,26 @@ bool copy_to_disk(const std::string& from, const std::string& to) {
     }
     // Exclusive: a file or a link that somebody put there first is not written through.
     const Descriptor output(to, O_WRONLY | O_CREAT | O_EXCL, status.st_mode & 0777);
-    return output.is_open() && copy_all(input.get(), output.get()) && ::fsync(output.get()) == 0;
+    if (!output.is_open()) {
+        return false;
+    }
+    ::flock(output.get(), LOCK_EX | LOCK_NB);  // for as long as it is not whole
+    return copy_all(input.get(), output.get()) && sync_to_disk(output.get());
 }
 
 }  // namespace
 
 void copy_whole(const std::string& from, const std::string& to) {
     const fs::path target(to);
-    Unfinished copy(target.parent_path() /
-                    ("." + target.filename().string() + fs::unique_path(".%%%%%%%%").string()));
+    Unfinished copy(part_path(to));
     if (!copy_to_disk(from, copy.path().string())) {
         throw failure("cannot copy", from, to);
     }
     fs::rename(copy.path(), target);
     copy.finished();
+    if (!sync_folder_of(to)) {
+        throw failure("cannot copy", from, to);
+    }
 }
 
 void move_whole(const std::string& from, const std::string& to) {

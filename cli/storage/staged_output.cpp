@@ -11,16 +11,15 @@
 #include <sys/xattr.h>
 #endif
 
-#include <boost/crc.hpp>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
-#include <random>
 #include <system_error>
 #include <vector>
 
 #include "Common/files/descriptor.h"
+#include "Common/files/part_name.h"
 #include "cli/storage/scratch.h"
 
 /*
@@ -47,22 +46,6 @@ fs::path folder_of(const std::string& path) {
     const fs::path folder = fs::path(path).parent_path();
     return folder.empty() ? fs::path(".") : folder;
 }
-
-constexpr const char* kPartWord = ".quorvane-";
-
-/** Of a name that would get too long with what is added to it, the first bytes and a check sum. */
-std::string part_prefix(const std::string& destination) {
-    constexpr std::size_t kMostBytes = 180;
-    std::string name = fs::path(destination).filename().string();
-    if (name.size() > kMostBytes) {
-        boost::crc_32_type sum;
-        sum.process_bytes(name.data(), name.size());
-        name = fmt::format("{}~{:08x}", name.substr(0, kMostBytes), sum.checksum());
-    }
-    return "." + name + kPartWord;
-}
-
-constexpr const char* kPartEnd = ".part";
 
 std::vector<fs::path> parts(const fs::path& folder, const std::string& prefix) {
     std::vector<fs::path> found;
@@ -102,18 +85,14 @@ void copy_attributes(int from, int to) {
 }
 
 void sync(int file, const std::string& path) {
-    // Some file systems cannot sync; what a full disk has to say comes here on others.
-    if (fsync(file) != 0 && errno != EINVAL && errno != ENOTSUP) {
+    if (!sync_to_disk(file)) {
         fail(path);
     }
 }
 
-/** A rename survives a power cut once its folder is on the disk; not every file system can say so.
- */
-void sync_folder_of(const std::string& path) {
-    const Descriptor folder(folder_of(path).string(), O_RDONLY | O_DIRECTORY);
-    if (folder.is_open()) {
-        sync(folder.get(), path);
+void require_name_on_disk(const std::string& path) {
+    if (!sync_folder_of(path)) {
+        fail(path);
     }
 }
 
@@ -126,11 +105,8 @@ StagedOutput::StagedOutput(const std::string& destination) : destination_(destin
     if (error) {
         throw std::system_error(error, folder.string());
     }
-    std::random_device random;
     do {
-        path_ = (folder / fmt::format("{}{}-{:08x}{}", part_prefix(destination), getpid(), random(),
-                                      kPartEnd))
-                    .string();
+        path_ = part_path(destination);
         file_ = open(path_.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
     } while (file_ < 0 && errno == EEXIST);
     if (file_ < 0) {
@@ -197,7 +173,7 @@ void StagedOutput::commit(bool replace) {
         if (link(path_.c_str(), destination_.c_str()) == 0) {
             unlink(path_.c_str());
             path_.clear();
-            sync_folder_of(destination_);
+            require_name_on_disk(destination_);
             return;
         }
         if (errno == EEXIST || access(destination_.c_str(), F_OK) == 0) {
@@ -209,7 +185,7 @@ void StagedOutput::commit(bool replace) {
         fail(destination_);
     }
     path_.clear();
-    sync_folder_of(destination_);
+    require_name_on_disk(destination_);
 }
 
 void remove_stale_parts(const std::string& destination) {
