@@ -19,6 +19,7 @@
 #include "cli/facts/run_facts.h"
 #include "cli/storage/scratch.h"
 #include "cli/storage/staged_output.h"
+#include "cli/worker/confinement.h"
 #include "cli/worker/file_work.h"
 #include "cli/worker/job.h"
 
@@ -167,6 +168,7 @@ int worker_main() {
     } catch (const nlohmann::json::exception&) {
         return 1;  // the parent is gone or not ours
     }
+    confine(job);
     std::thread(watch, std::cref(job), std::ref(claim), parent).detach();
     const FileFacts facts = work_on(job, claim, ProgressEvents());
     fflush(nullptr);
