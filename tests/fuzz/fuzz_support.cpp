@@ -1,7 +1,10 @@
 #include "tests/fuzz/fuzz_support.h"
 
+#include <sanitizer/allocator_interface.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -40,7 +43,39 @@ struct Folder {
     pid_t owner;
 };
 
+constexpr std::int64_t kUnbounded = INT64_MAX;
+std::atomic<std::int64_t> heap_bytes{0};
+std::atomic<std::int64_t> most_heap_bytes{kUnbounded};
+
+void count_allocation(const volatile void* /*block*/, std::size_t size) {
+    if ((heap_bytes += static_cast<std::int64_t>(size)) > most_heap_bytes) {
+        most_heap_bytes = kUnbounded;  // telling it takes memory, too
+        std::fputs("ERROR: more memory than 50 times the input's size and 100 MB\n", stderr);
+        std::abort();
+    }
+}
+
+void count_release(const volatile void* block) {
+    heap_bytes -=
+        static_cast<std::int64_t>(__sanitizer_get_allocated_size(const_cast<const void*>(block)));
+}
+
 }  // namespace
+
+MemoryBound::MemoryBound(std::size_t input_bytes) {
+    static const int installed =
+        __sanitizer_install_malloc_and_free_hooks(count_allocation, count_release);
+    if (installed == 0) {
+        std::abort();
+    }
+    constexpr std::int64_t kTimes = 50;
+    constexpr std::int64_t kMoreBytes = 100 << 20;
+    most_heap_bytes = heap_bytes + kTimes * static_cast<std::int64_t>(input_bytes) + kMoreBytes;
+}
+
+MemoryBound::~MemoryBound() {
+    most_heap_bytes = kUnbounded;
+}
 
 const std::string& folder() {
     static const Folder made;

@@ -21,6 +21,19 @@ std::string file(const std::string& name, const std::uint8_t* data, std::size_t 
 /** The bytes as words, cut at zero bytes; at most most_words of them. */
 std::vector<std::string> words(const std::uint8_t* data, std::size_t size, std::size_t most_words);
 
+/**
+ * Ends the process, as a finding, when more heap is asked for while this object lives than is sound
+ * for an input of so many bytes: 50 times its size and 100 MB. What is counted is what was asked
+ * for, so that the sanitizer's own memory does not matter.
+ */
+class MemoryBound {
+  public:
+    explicit MemoryBound(std::size_t input_bytes);
+    ~MemoryBound();
+    MemoryBound(const MemoryBound&) = delete;
+    MemoryBound& operator=(const MemoryBound&) = delete;
+};
+
 /** Calls a step's entry with the words as its argument vector. Exceptions it lets out are dropped:
  * the driver and the step runner turn them into failures. */
 template <class Entry>

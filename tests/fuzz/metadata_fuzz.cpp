@@ -43,6 +43,7 @@ void write_sound(const std::string& path, int format) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    const fuzz::MemoryBound bound(size);
     if (size < 1) {
         return 0;
     }

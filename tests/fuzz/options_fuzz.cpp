@@ -41,6 +41,7 @@ void parse_command(int argc, const char** argv) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    const fuzz::MemoryBound bound(size);
     if (size < 2) {
         return 0;
     }

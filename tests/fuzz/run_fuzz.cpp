@@ -21,6 +21,7 @@ int quiet(void* /*context*/, float /*fraction*/) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    const fuzz::MemoryBound bound(size);
     const std::string in = fuzz::file("in.wav", data, size);
     const std::string out = fuzz::folder() + "out.wav";
     hooks::use_temporary_directory(fuzz::folder());

@@ -23,6 +23,7 @@ constexpr double kLargestLevel = 1e100;
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    const fuzz::MemoryBound bound(size);
     if (size < 4 + sizeof(double)) {
         return 0;
     }

@@ -31,6 +31,7 @@ std::string sound() {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    const fuzz::MemoryBound bound(size);
     if (size < 1) {
         return 0;
     }
