@@ -15,7 +15,15 @@
 #include "cli/facts/run_facts.h"
 #include "cli/worker/carrier.h"
 #include "cli/worker/file_work.h"
+#include "cli/worker/media_module.h"
 #include "tests/fuzz/fuzz_support.h"
+
+extern "C" const cli::MediaModule* quorvane_media_module();
+
+/** In place of the one that loads a shared object. */
+const cli::MediaModule& cli::media_module() {
+    return *quorvane_media_module();
+}
 
 namespace fs = std::filesystem;
 
