@@ -39,6 +39,148 @@
         <source>the output came to exist meanwhile and was kept</source>
         <translation>die Ausgabedatei ist inzwischen entstanden und blieb erhalten</translation>
     </message>
+    <message>
+        <source>cannot be read</source>
+        <translation>kann nicht gelesen werden</translation>
+    </message>
+    <message>
+        <source>cannot be read as audio</source>
+        <translation>kann nicht als Audio gelesen werden</translation>
+    </message>
+    <message>
+        <source>Format not recognised.</source>
+        <translation>Format nicht erkannt.</translation>
+    </message>
+    <message>
+        <source>its format is not known</source>
+        <translation>das Format ist nicht bekannt</translation>
+    </message>
+    <message>
+        <source>has no sound</source>
+        <translation>enthält keinen Ton</translation>
+    </message>
+    <message>
+        <source>its sound cannot be decoded</source>
+        <translation>der Ton lässt sich nicht dekodieren</translation>
+    </message>
+    <message>
+        <source>it is damaged</source>
+        <translation>die Datei ist beschädigt</translation>
+    </message>
+    <message>
+        <source>it was changed while it was worked on, so nothing was written</source>
+        <translation>die Datei wurde währenddessen geändert, deshalb wurde nichts geschrieben</translation>
+    </message>
+    <message>
+        <source>Permission denied</source>
+        <translation>keine Berechtigung</translation>
+    </message>
+    <message>
+        <source>No space left on device</source>
+        <translation>kein Platz mehr auf dem Datenträger</translation>
+    </message>
+    <message>
+        <source>Insufficient disk space for temporary files.</source>
+        <translation>Der Platz für Zwischendateien reicht nicht.</translation>
+    </message>
+</context>
+<context>
+    <name>Dialogs</name>
+    <message>
+        <source>Recordings</source>
+        <translation>Aufnahmen</translation>
+    </message>
+    <message>
+        <source>Stop leveling and quit?</source>
+        <translation>Ausgleichen abbrechen und beenden?</translation>
+    </message>
+    <message>
+        <source>Files that are not finished get no leveled copy.</source>
+        <translation>Unfertige Dateien erhalten keine ausgeglichene Kopie.</translation>
+    </message>
+    <message>
+        <source>Stop and Quit</source>
+        <translation>Abbrechen und beenden</translation>
+    </message>
+    <message>
+        <source>Keep Leveling</source>
+        <translation>Weiter ausgleichen</translation>
+    </message>
+    <message>
+        <source>“%1” exists already.</source>
+        <translation>„%1“ existiert bereits.</translation>
+    </message>
+    <message numerus="yes">
+        <source>%n leveled files exist already.</source>
+        <translation>
+            <numerusform>%n ausgeglichene Datei existiert bereits.</numerusform>
+            <numerusform>%n ausgeglichene Dateien existieren bereits.</numerusform>
+        </translation>
+    </message>
+    <message>
+        <source>Its recording has changed since, or the file came from somewhere else.</source>
+        <translation>Die Aufnahme wurde seitdem geändert, oder die Datei stammt von woanders.</translation>
+    </message>
+    <message>
+        <source>Their recordings have changed since, or the files came from somewhere else.</source>
+        <translation>Die Aufnahmen wurden seitdem geändert, oder die Dateien stammen von woanders.</translation>
+    </message>
+    <message>
+        <source>Replace</source>
+        <translation>Ersetzen</translation>
+    </message>
+    <message>
+        <source>Keep Both</source>
+        <translation>Beide behalten</translation>
+    </message>
+    <message>
+        <source>Skip</source>
+        <translation>Überspringen</translation>
+    </message>
+    <message>
+        <source>Where shall the leveled files go?</source>
+        <translation>Wohin sollen die ausgeglichenen Dateien?</translation>
+    </message>
+    <message>
+        <source>Nothing can be written to the folder “%1”.</source>
+        <translation>In den Ordner „%1“ kann nichts geschrieben werden.</translation>
+    </message>
+    <message>
+        <source>Choose Folder…</source>
+        <translation>Ordner auswählen …</translation>
+    </message>
+    <message>
+        <source>Cancel</source>
+        <translation>Abbrechen</translation>
+    </message>
+    <message>
+        <source>Folder for the Leveled Files</source>
+        <translation>Ordner für die ausgeglichenen Dateien</translation>
+    </message>
+    <message>
+        <source>Choose Recordings</source>
+        <translation>Aufnahmen auswählen</translation>
+    </message>
+    <message>
+        <source>All files (*)</source>
+        <translation>Alle Dateien (*)</translation>
+    </message>
+    <message>
+        <source>Choose a Folder of Recordings</source>
+        <translation>Ordner mit Aufnahmen auswählen</translation>
+    </message>
+    <message>
+        <source>About Quorvane</source>
+        <translation>Über Quorvane</translation>
+    </message>
+    <message>
+        <source>Levels the loudness of spoken word.
+
+Stands on Qt, FFmpeg, libsndfile, Boost, TagLib, libebur128, fmt and JSON for Modern C++.</source>
+        <translation>Gleicht die Lautheit gesprochener Sprache aus.
+
+Beruht auf Qt, FFmpeg, libsndfile, Boost, TagLib, libebur128, fmt und JSON for Modern C++.</translation>
+    </message>
 </context>
 <context>
     <name>Words</name>
@@ -65,10 +207,6 @@
     <message>
         <source>Waiting</source>
         <translation>Wartet</translation>
-    </message>
-    <message>
-        <source>Leveling, %1 %</source>
-        <translation>Wird ausgeglichen, %1 %</translation>
     </message>
     <message>
         <source>Range %1 LU</source>
@@ -107,13 +245,6 @@
         </translation>
     </message>
     <message numerus="yes">
-        <source>%n passed over</source>
-        <translation>
-            <numerusform>%n übergangen</numerusform>
-            <numerusform>%n übergangen</numerusform>
-        </translation>
-    </message>
-    <message numerus="yes">
         <source>%n failed</source>
         <translation>
             <numerusform>%n fehlgeschlagen</numerusform>
@@ -125,6 +256,29 @@
         <translation>
             <numerusform>%n abgebrochen</numerusform>
             <numerusform>%n abgebrochen</numerusform>
+        </translation>
+    </message>
+    <message>
+        <source>%1%</source>
+        <comment>per cent</comment>
+        <translation>%1 %</translation>
+    </message>
+    <message>
+        <source>Leveling, %1</source>
+        <translation>Wird ausgeglichen, %1</translation>
+    </message>
+    <message numerus="yes">
+        <source>%n already leveled</source>
+        <translation>
+            <numerusform>%n bereits ausgeglichen</numerusform>
+            <numerusform>%n bereits ausgeglichen</numerusform>
+        </translation>
+    </message>
+    <message numerus="yes">
+        <source>%n skipped</source>
+        <translation>
+            <numerusform>%n übersprungen</numerusform>
+            <numerusform>%n übersprungen</numerusform>
         </translation>
     </message>
 </context>
@@ -184,10 +338,6 @@
 </context>
 <context>
     <name>desktop::MainWindow</name>
-    <message>
-        <source>Recordings</source>
-        <translation>Aufnahmen</translation>
-    </message>
     <message>
         <source>Play</source>
         <translation>Abspielen</translation>
@@ -253,10 +403,6 @@
         <translation>Alle abbrechen</translation>
     </message>
     <message>
-        <source>%1 % – Quorvane</source>
-        <translation>%1 % – Quorvane</translation>
-    </message>
-    <message>
         <source>Searching…</source>
         <translation>Suche …</translation>
     </message>
@@ -267,69 +413,6 @@
     <message>
         <source>Not a file of this computer: %1</source>
         <translation>Keine Datei dieses Computers: %1</translation>
-    </message>
-    <message>
-        <source>Stop leveling and quit?</source>
-        <translation>Ausgleichen abbrechen und beenden?</translation>
-    </message>
-    <message>
-        <source>Files that are not finished get no leveled copy.</source>
-        <translation>Unfertige Dateien erhalten keine ausgeglichene Kopie.</translation>
-    </message>
-    <message>
-        <source>Stop and Quit</source>
-        <translation>Abbrechen und beenden</translation>
-    </message>
-    <message>
-        <source>Keep Leveling</source>
-        <translation>Weiter ausgleichen</translation>
-    </message>
-    <message>
-        <source>“%1” exists already.</source>
-        <translation>„%1“ existiert bereits.</translation>
-    </message>
-    <message numerus="yes">
-        <source>%n leveled files exist already.</source>
-        <translation>
-            <numerusform>%n ausgeglichene Datei existiert bereits.</numerusform>
-            <numerusform>%n ausgeglichene Dateien existieren bereits.</numerusform>
-        </translation>
-    </message>
-    <message>
-        <source>It is older than its recording, or something else.</source>
-        <translation>Sie ist älter als ihre Aufnahme oder etwas anderes.</translation>
-    </message>
-    <message>
-        <source>They are older than their recordings, or something else.</source>
-        <translation>Sie sind älter als ihre Aufnahmen oder etwas anderes.</translation>
-    </message>
-    <message>
-        <source>Replace</source>
-        <translation>Ersetzen</translation>
-    </message>
-    <message>
-        <source>Keep Both</source>
-        <translation>Beide behalten</translation>
-    </message>
-    <message>
-        <source>Skip</source>
-        <translation>Überspringen</translation>
-    </message>
-    <message>
-        <source>“%1” cannot be written. Where shall the leveled files go?</source>
-        <translation>„%1“ ist nicht beschreibbar. Wohin mit den ausgeglichenen Dateien?</translation>
-    </message>
-    <message>
-        <source>Choose Recordings</source>
-        <translation>Aufnahmen auswählen</translation>
-    </message>
-    <message>
-        <source>All files (*)</source>
-        <translation>Alle Dateien (*)</translation>
-    </message>
-    <message>
-        <source>Choose a Folder of Recordings</source>
-        <translation>Ordner mit Aufnahmen auswählen</translation>
     </message>
     <message>
         <source>No program was found to play %1.</source>
@@ -346,14 +429,6 @@
     <message>
         <source>The report could not be written: %1</source>
         <translation>Der Bericht konnte nicht geschrieben werden: %1</translation>
-    </message>
-    <message>
-        <source>Levels the loudness of spoken word.
-
-Stands on Qt, libsndfile, Boost, TagLib, libebur128, fmt and JSON for Modern C++.</source>
-        <translation>Gleicht die Lautheit gesprochener Sprache aus.
-
-Baut auf Qt, libsndfile, Boost, TagLib, libebur128, fmt und JSON for Modern C++.</translation>
     </message>
     <message>
         <source>Not audio, left out: %1</source>

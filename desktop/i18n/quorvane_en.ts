@@ -32,10 +32,17 @@
             </translation>
         </message>
         <message numerus="yes">
-            <source>%n passed over</source>
+            <source>%n already leveled</source>
             <translation>
-                <numerusform>%n passed over</numerusform>
-                <numerusform>%n passed over</numerusform>
+                <numerusform>%n already leveled</numerusform>
+                <numerusform>%n already leveled</numerusform>
+            </translation>
+        </message>
+        <message numerus="yes">
+            <source>%n skipped</source>
+            <translation>
+                <numerusform>%n skipped</numerusform>
+                <numerusform>%n skipped</numerusform>
             </translation>
         </message>
         <message numerus="yes">
@@ -54,7 +61,7 @@
         </message>
     </context>
     <context>
-        <name>desktop::MainWindow</name>
+        <name>Dialogs</name>
         <message numerus="yes">
             <source>%n leveled files exist already.</source>
             <translation>
@@ -62,6 +69,9 @@
                 <numerusform>%n leveled files exist already.</numerusform>
             </translation>
         </message>
+    </context>
+    <context>
+        <name>desktop::MainWindow</name>
         <message numerus="yes">
             <source> and %n more</source>
             <translation>

@@ -16,6 +16,11 @@ void Overall::add(double weight) {
     ++files_;
 }
 
+void Overall::add_finished(cli::Outcome outcome) {
+    ++files_;
+    counts_.add(outcome);
+}
+
 void Overall::progressed(double weight, double from, double to) {
     done_weight_ += weight * (to - from);
 }

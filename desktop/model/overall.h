@@ -20,6 +20,9 @@ class Overall {
 
     void add(double weight);
 
+    /** A file that is at its end without any work: it weighs nothing, but it is told. */
+    void add_finished(cli::Outcome outcome);
+
     /** The file's share went from one fraction to another. */
     void progressed(double weight, double from, double to);
     void finished(double weight, double from, cli::Outcome outcome);

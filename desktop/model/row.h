@@ -23,10 +23,16 @@ struct Row {
                                             facts.outcome == cli::Outcome::Interrupted);
     }
 
+    bool is_measured() const { return state == State::Finished && facts.before; }
+
+    bool failed() const {
+        return state == State::Finished && facts.outcome == cli::Outcome::Failed;
+    }
+
     bool has_result() const {
         return state == State::Finished && !output.empty() &&
                (facts.outcome == cli::Outcome::Leveled || facts.outcome == cli::Outcome::Copied ||
-                facts.outcome == cli::Outcome::Skipped);
+                facts.outcome == cli::Outcome::UpToDate || facts.outcome == cli::Outcome::Skipped);
     }
 };
 

@@ -18,8 +18,8 @@ struct Words {
     Q_DECLARE_TR_FUNCTIONS(Words)
 };
 
-// Causes that often come from the engine or the search, for the translations; any other is shown
-// as it comes.
+// Causes that often come from the engine, the workers or the search, for the translations; any
+// other is shown as it comes.
 [[maybe_unused]] constexpr const char* kCauses[] = {
     QT_TRANSLATE_NOOP("Cause", "silent"),
     QT_TRANSLATE_NOOP("Cause", "every sample is the same"),
@@ -30,10 +30,28 @@ struct Words {
     QT_TRANSLATE_NOOP("Cause", "not supported"),
     QT_TRANSLATE_NOOP("Cause", "its output exists"),
     QT_TRANSLATE_NOOP("Cause", "the output came to exist meanwhile and was kept"),
+    QT_TRANSLATE_NOOP("Cause", "cannot be read"),
+    QT_TRANSLATE_NOOP("Cause", "cannot be read as audio"),
+    QT_TRANSLATE_NOOP("Cause", "Format not recognised."),
+    QT_TRANSLATE_NOOP("Cause", "its format is not known"),
+    QT_TRANSLATE_NOOP("Cause", "has no sound"),
+    QT_TRANSLATE_NOOP("Cause", "its sound cannot be decoded"),
+    QT_TRANSLATE_NOOP("Cause", "it is damaged"),
+    QT_TRANSLATE_NOOP("Cause", "it was changed while it was worked on, so nothing was written"),
+    QT_TRANSLATE_NOOP("Cause", "Permission denied"),
+    QT_TRANSLATE_NOOP("Cause", "No space left on device"),
+    QT_TRANSLATE_NOOP("Cause", "Insufficient disk space for temporary files."),
 };
 
+/** A cause is told from the outside in, "cannot be read: Permission denied": each part by itself.
+ */
 QString cause_text(const cli::FileFacts& facts) {
-    return QCoreApplication::translate("Cause", facts.cause.c_str());
+    const QString colon = QStringLiteral(": ");
+    QStringList parts = QString::fromStdString(facts.cause).split(colon);
+    for (QString& part : parts) {
+        part = QCoreApplication::translate("Cause", part.toUtf8().constData());
+    }
+    return parts.join(colon);
 }
 
 /** One decimal, with a true minus. */
@@ -86,12 +104,17 @@ QString finished_text(const cli::FileFacts& facts) {
 
 }  // namespace
 
+QString percent_text(int percent) {
+    return Words::tr("%1%", "per cent").arg(percent);
+}
+
 QString state_text(const Row& row) {
     switch (row.state) {
         case State::Waiting:
             return Words::tr("Waiting");
         case State::Running:
-            return Words::tr("Leveling, %1 %").arg(static_cast<int>(row.fraction * 100));
+            return Words::tr("Leveling, %1")
+                .arg(percent_text(static_cast<int>(row.fraction * 100)));
         case State::Finished:
             return finished_text(row.facts);
     }
@@ -150,6 +173,8 @@ void Counts::add(Outcome outcome) {
             ++copied;
             break;
         case Outcome::UpToDate:
+            ++up_to_date;
+            break;
         case Outcome::Skipped:
             ++skipped;
             break;
@@ -173,7 +198,8 @@ QString counts_text(const Counts& counts) {
     };
     add(counts.leveled, QT_TRANSLATE_N_NOOP("Words", "%n leveled"));
     add(counts.copied, QT_TRANSLATE_N_NOOP("Words", "%n copied unchanged"));
-    add(counts.skipped, QT_TRANSLATE_N_NOOP("Words", "%n passed over"));
+    add(counts.up_to_date, QT_TRANSLATE_N_NOOP("Words", "%n already leveled"));
+    add(counts.skipped, QT_TRANSLATE_N_NOOP("Words", "%n skipped"));
     add(counts.failed, QT_TRANSLATE_N_NOOP("Words", "%n failed"));
     add(counts.cancelled, QT_TRANSLATE_N_NOOP("Words", "%n cancelled"));
     return parts.join(QStringLiteral(", "));

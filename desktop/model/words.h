@@ -6,7 +6,10 @@
 
 namespace desktop {
 
-/** "Waiting", "Leveling, 42 %", "Leveled", "Failed: ..." */
+/** "42%", as the language writes it. */
+QString percent_text(int percent);
+
+/** "Waiting", "Leveling, 42%", "Leveled", "Failed: ..." */
 QString state_text(const Row& row);
 
 /** "−27.3 → −18.2 LUFS"; one figure where there is only one, empty where there is none. */
@@ -28,13 +31,14 @@ QString time_left_text(double seconds);
 struct Counts {
     int leveled = 0;
     int copied = 0;
+    int up_to_date = 0;
     int skipped = 0;
     int failed = 0;
     int cancelled = 0;
 
     void add(cli::Outcome outcome);
 
-    int all() const { return leveled + copied + skipped + failed + cancelled; }
+    int all() const { return leveled + copied + up_to_date + skipped + failed + cancelled; }
 };
 
 /** "3 leveled, 1 failed"; empty when there was nothing. */

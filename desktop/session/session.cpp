@@ -76,7 +76,7 @@ void Session::accept(const Accepted& accepted) {
     } else if (!file.passed.empty()) {
         finish_unworked(id, Outcome::Skipped, file.passed);
     } else if (file.existing == Existing::UpToDate) {
-        finish_unworked(id, Outcome::Skipped, "already leveled");
+        finish_unworked(id, Outcome::UpToDate, "already leveled");
     } else if (file.existing == Existing::Other && accepted.choice == ExistingChoice::Skip) {
         finish_unworked(id, Outcome::Skipped, "its output exists");
     } else {
@@ -100,6 +100,7 @@ void Session::finish_unworked(FileList::Id id, Outcome outcome, const std::strin
     facts.outcome = outcome;
     facts.cause = cause;
     files_.set_finished(id, facts);
+    overall_.add_finished(outcome);
 }
 
 void Session::on_progressed(FileList::Id id, double fraction) {

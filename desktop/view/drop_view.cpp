@@ -26,6 +26,12 @@ QPalette dark_palette() {
     return colors;
 }
 
+void set_color(QWidget& label, const QColor& color) {
+    QPalette colors = label.palette();
+    colors.setColor(QPalette::WindowText, color);
+    label.setPalette(colors);
+}
+
 }  // namespace
 
 DropView::DropView(FileList& files, QWidget* parent) : QWidget(parent), files_(files) {
@@ -91,9 +97,7 @@ QPushButton* DropView::add_button(const QString& text, void (DropView::*signal)(
 
 QLabel* DropView::add_label(QBoxLayout* column, const QColor& color) {
     auto* label = new WrappedLabel(this);
-    QPalette colors = label->palette();
-    colors.setColor(QPalette::WindowText, color);
-    label->setPalette(colors);
+    set_color(*label, color);
     column->addWidget(label);
     return label;
 }
@@ -141,7 +145,7 @@ void DropView::refresh() {
     retry_->setVisible(row && row->can_retry());
     play_->setVisible(row && row->has_result());
     folder_->setVisible(row && row->has_result());
-    report_->setVisible(finished && row->facts.before);
+    report_->setVisible(row && row->is_measured());
     if (row) {
         show_file(*row);
     } else {
@@ -166,6 +170,7 @@ void DropView::show_empty() {
     ring_->set_mark(Mark::Bars);
     ring_->setValue(0);
     name_->setText(searching_ ? tr("Searching…") : tr("Drop recordings here"));
+    set_color(*state_, kDarkSoftText);
     state_->setText(tr("Files or whole folders. Each recording gets a leveled copy beside it."));
     figures_->clear();
 }
@@ -173,11 +178,16 @@ void DropView::show_empty() {
 void DropView::show_file(const Row& row) {
     const bool finished = row.state == State::Finished;
     const bool good = row.has_result();
-    ring_->set_mark(!finished ? Mark::None : good ? Mark::Check : Mark::Cross);
+    const QColor alarm = failure_color(dark_palette());
+    ring_->set_mark(!finished ? Mark::None
+                    : good    ? Mark::Check
+                              : Mark::Cross,
+                    row.failed() ? alarm : kDarkTrack);
     // A failure empties the ring: how far it got says nothing about the file.
     ring_->setValue(!finished ? static_cast<int>(row.fraction * 100) : good ? 100 : 0);
     name_->setText(shown_name(row.input));
     state_->setText(state_text(row));
+    set_color(*state_, row.failed() ? alarm : kDarkSoftText);
     const QString loudness = loudness_text(row);
     figures_->setText(loudness.isEmpty() ? QString()
                                          : loudness + QStringLiteral("\n") + range_text(row));
@@ -188,7 +198,7 @@ void DropView::paintEvent(QPaintEvent* /*event*/) {
     QPainter painter(this);
     painter.fillRect(rect(), under_drag_ ? kDarkFillUnderDrag : kDarkFill);
     painter.setRenderHint(QPainter::Antialiasing);
-    QPen pen(QColor::fromRgbF(1, 1, 1, under_drag_ ? 0.4F : 0.75F));
+    QPen pen(under_drag_ ? kArc : QColor::fromRgbF(1, 1, 1, 0.75F));
     pen.setDashPattern({kDash[0], kDash[1]});
     painter.setPen(pen);
     // Half a pixel in, so that a line of one pixel falls on a row of them.

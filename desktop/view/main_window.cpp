@@ -5,14 +5,12 @@
 #include <QApplication>
 #include <QClipboard>
 #include <QDragEnterEvent>
-#include <QFileDialog>
 #include <QHBoxLayout>
 #include <QMimeData>
 #include <QVBoxLayout>
 #include <algorithm>
 #include <exception>
 
-#include "cli/inputs/file_kind.h"
 #include "desktop/intake/paths.h"
 #include "desktop/model/words.h"
 #include "desktop/system/open.h"
@@ -30,14 +28,6 @@ bool comes_from_here(const QDropEvent& event) {
     return event.source() != nullptr;
 }
 
-std::vector<std::string> local_paths(const QStringList& names) {
-    std::vector<std::string> paths;
-    for (const QString& name : names) {
-        paths.push_back(QFile::encodeName(name).toStdString());
-    }
-    return paths;
-}
-
 /**
  * Qt tells a screen reader that a plain widget is a filler, even where it is a window. As a window
  * it is announced when it comes to the front.
@@ -47,29 +37,17 @@ QAccessibleInterface* new_window_interface(const QString& /*class_name*/, QObjec
     return window ? new QAccessibleWidget(window, QAccessible::Window) : nullptr;
 }
 
-/** Names are all that a file dialog can choose by; "All files" is for the rest. */
-QString audio_filter() {
-    QStringList patterns;
-    for (const std::string& extension : cli::wanted_extensions()) {
-        patterns.append(QStringLiteral("*.") + QString::fromStdString(extension));
-        // Recorders write TALK.WAV, and a dialog may tell cases apart.
-        patterns.append(patterns.last().toUpper());
-    }
-    return MainWindow::tr("Recordings") + QStringLiteral(" (") + patterns.join(' ') +
-           QStringLiteral(")");
-}
-
 }  // namespace
 
-MainWindow::MainWindow() : session_(*this) {
+MainWindow::MainWindow() : dialogs_(*this), session_(dialogs_) {
     QAccessible::installFactory(new_window_interface);
     setWindowTitle(QStringLiteral("Quorvane"));
     setAcceptDrops(true);
     resize(kUsualSize);
-    setMinimumSize(kLeastSize);
 
     message_ = new MessageBar(this);
     drop_view_ = new DropView(session_.files(), this);
+    drop_view_->setMinimumSize(kLeastSize);  // the list's bar may need more, for its words
     file_view_ = new FileView(session_.files(), this);
     add_actions();
     list_page_ = new_list_page();
@@ -118,13 +96,15 @@ QAction* MainWindow::add_action(const QString& text,
 
 void MainWindow::add_actions() {
     // What concerns files is also the list's context menu.
-    const auto for_files = [this](QAction* action) { file_view_->addAction(action); };
-    for_files(add_action(tr("Play"), {}, &MainWindow::play));
-    for_files(add_action(tr("Show in Folder"), {}, &MainWindow::show_in_folder));
-    for_files(add_action(tr("Report"), {}, &MainWindow::report));
-    for_files(add_action(tr("Try Again"), {}, &MainWindow::retry));
-    for_files(add_action(tr("Cancel"), Qt::Key_Escape, &MainWindow::cancel));
-    for_files(add_action(tr("Remove from List"), QKeySequence::Delete, &MainWindow::remove));
+    play_ = add_action(tr("Play"), {}, &MainWindow::play);
+    show_in_folder_ = add_action(tr("Show in Folder"), {}, &MainWindow::show_in_folder);
+    report_ = add_action(tr("Report"), {}, &MainWindow::report);
+    retry_ = add_action(tr("Try Again"), {}, &MainWindow::retry);
+    cancel_ = add_action(tr("Cancel"), Qt::Key_Escape, &MainWindow::cancel);
+    remove_ = add_action(tr("Remove from List"), QKeySequence::Delete, &MainWindow::remove);
+    file_view_->addActions({play_, show_in_folder_, report_, retry_, cancel_, remove_});
+    connect(file_view_->selectionModel(), &QItemSelectionModel::selectionChanged, this,
+            &MainWindow::refresh_actions);
 
     menu_ = new QMenu(this);
     fill_menu();
@@ -164,9 +144,11 @@ void MainWindow::take_colors() {
     if (!takes_flat_style()) {
         return;
     }
+    // The boxes that open over the window take it from there as well.
     const QString style = flat_style(palette(), palette().color(QPalette::Highlight));
-    list_page_->setStyleSheet(style);
-    message_->setStyleSheet(style);
+    if (style != styleSheet()) {
+        setStyleSheet(style);
+    }
 }
 
 QWidget* MainWindow::new_list_page() {
@@ -189,6 +171,7 @@ QLayout* MainWindow::new_bar(QWidget* page) {
     auto* middle = new QVBoxLayout;
     middle->setSpacing(4);
     progress_text_ = new QLabel(page);
+    progress_text_->setWordWrap(true);  // in a narrow window the time left goes to a second line
     progress_ = new QProgressBar(page);
     progress_->setTextVisible(false);
     progress_->setFixedHeight(6);
@@ -234,10 +217,12 @@ void MainWindow::refresh() {
         drop_view_->refresh();
     }
     refresh_bar();
+    refresh_actions();
     const Overall& overall = session_.overall();
     if (session_.working()) {
         taskbar_.show(overall.fraction());
-        setWindowTitle(tr("%1 % – Quorvane").arg(static_cast<int>(overall.fraction() * 100)));
+        const int percent = static_cast<int>(overall.fraction() * 100);
+        setWindowTitle(percent_text(percent) + QStringLiteral(" – Quorvane"));
     } else {
         taskbar_.hide();
         setWindowTitle(QStringLiteral("Quorvane"));
@@ -261,6 +246,25 @@ void MainWindow::refresh_bar() {
         text += QStringLiteral(" · ") + time_left_text(*left);
     }
     progress_text_->setText(text);
+}
+
+// A menu that offers to play what failed, or to cancel what is done, tells untruths about the file.
+void MainWindow::refresh_actions() {
+    const std::vector<FileList::Id> ids = chosen();
+    const auto any = [&](auto&& has) {
+        return std::any_of(ids.begin(), ids.end(),
+                           [&](FileList::Id id) { return has(*session_.files().row(id)); });
+    };
+    const bool results = any([](const Row& row) { return row.has_result(); });
+    play_->setEnabled(results);
+    show_in_folder_->setEnabled(results);
+    report_->setEnabled(any([](const Row& row) { return row.is_measured(); }));
+    retry_->setEnabled(any([](const Row& row) { return row.can_retry(); }));
+    // Without a choice Escape means all of it.
+    cancel_->setEnabled(ids.empty() ? session_.working() : any([](const Row& row) {
+        return row.state != State::Finished;
+    }));
+    remove_->setEnabled(!ids.empty());
 }
 
 void MainWindow::set_under_drag(bool under_drag) {
@@ -303,7 +307,7 @@ void MainWindow::changeEvent(QEvent* event) {
 void MainWindow::closeEvent(QCloseEvent* event) {
     if (session_.working() && !may_close_) {
         event->ignore();
-        ask_to_close();
+        dialogs_.ask_to_stop([this] { end(); });
         return;
     }
     // Gone at once for the eye, though what is running may take a moment to end.
@@ -319,76 +323,16 @@ void MainWindow::end() {
     close();
 }
 
-QMessageBox* MainWindow::new_question(const QString& text, const QString& explanation) {
-    auto* box = new QMessageBox(QMessageBox::Question, QStringLiteral("Quorvane"), text,
-                                QMessageBox::NoButton, this);
-    box->setTextFormat(Qt::PlainText);
-    box->setInformativeText(explanation);
-    box->setAttribute(Qt::WA_DeleteOnClose);
-    return box;
-}
-
-void MainWindow::ask_to_close() {
-    QMessageBox* box = new_question(tr("Stop leveling and quit?"),
-                                    tr("Files that are not finished get no leveled copy."));
-    const QPushButton* stop = box->addButton(tr("Stop and Quit"), QMessageBox::DestructiveRole);
-    box->setDefaultButton(box->addButton(tr("Keep Leveling"), QMessageBox::RejectRole));
-    connect(stop, &QPushButton::clicked, this, &MainWindow::end);
-    box->open();
-}
-
-void MainWindow::ask_existing(int count,
-                              const QString& example,
-                              std::function<void(ExistingChoice)> answer) {
-    QMessageBox* box =
-        new_question(count == 1 ? tr("“%1” exists already.").arg(example)
-                                : tr("%n leveled files exist already.", nullptr, count),
-                     count == 1 ? tr("It is older than its recording, or something else.")
-                                : tr("They are older than their recordings, or something else."));
-    QPushButton* replace = box->addButton(tr("Replace"), QMessageBox::DestructiveRole);
-    QPushButton* both = box->addButton(tr("Keep Both"), QMessageBox::AcceptRole);
-    QPushButton* skip = box->addButton(tr("Skip"), QMessageBox::RejectRole);
-    // Neither Return nor Escape destroys anything.
-    box->setDefaultButton(both);
-    box->setEscapeButton(skip);
-    connect(box, &QMessageBox::finished, this, [=] {
-        answer(box->clickedButton() == replace ? ExistingChoice::Replace
-               : box->clickedButton() == both  ? ExistingChoice::KeepBoth
-                                               : ExistingChoice::Skip);
-    });
-    box->open();
-}
-
-void MainWindow::ask_folder(const QString& locked, std::function<void(std::string)> answer) {
-    auto* dialog = new QFileDialog(
-        this, tr("“%1” cannot be written. Where shall the leveled files go?").arg(locked));
-    dialog->setAttribute(Qt::WA_DeleteOnClose);
-    dialog->setFileMode(QFileDialog::Directory);
-    dialog->setOption(QFileDialog::ShowDirsOnly);
-    connect(dialog, &QDialog::finished, this, [=](int result) {
-        // An empty folder is a no.
-        answer(result == QDialog::Accepted ? local_paths(dialog->selectedFiles()).front() : "");
-    });
-    dialog->open();
-}
-
 void MainWindow::choose_files() {
-    auto* dialog = new QFileDialog(this, tr("Choose Recordings"));
-    dialog->setAttribute(Qt::WA_DeleteOnClose);
-    dialog->setFileMode(QFileDialog::ExistingFiles);
-    dialog->setNameFilters({audio_filter(), tr("All files (*)")});
-    connect(dialog, &QFileDialog::filesSelected, this,
-            [this](const QStringList& names) { take(local_paths(names)); });
-    dialog->open();
+    dialogs_.choose_files([this](const std::vector<std::string>& paths) { take(paths); });
 }
 
 void MainWindow::choose_folder() {
-    auto* dialog = new QFileDialog(this, tr("Choose a Folder of Recordings"));
-    dialog->setAttribute(Qt::WA_DeleteOnClose);
-    dialog->setFileMode(QFileDialog::Directory);
-    connect(dialog, &QFileDialog::filesSelected, this,
-            [this](const QStringList& names) { take(local_paths(names)); });
-    dialog->open();
+    dialogs_.choose_folder([this](const std::vector<std::string>& paths) { take(paths); });
+}
+
+void MainWindow::about() {
+    dialogs_.about();
 }
 
 void MainWindow::paste() {
@@ -415,7 +359,6 @@ std::vector<std::string> MainWindow::chosen_results() const {
 
 void MainWindow::cancel() {
     const std::vector<FileList::Id> ids = chosen();
-    // Without a choice Escape means all of it.
     if (ids.empty()) {
         session_.cancel_all();
     } else {
@@ -466,7 +409,7 @@ void MainWindow::report() {
     for (int i = 0; i < files.rowCount(); ++i) {
         const bool wanted =
             ids.empty() || std::find(ids.begin(), ids.end(), files.id_at(i)) != ids.end();
-        if (wanted && files.at(i).state == State::Finished && files.at(i).facts.before) {
+        if (wanted && files.at(i).is_measured()) {
             facts.push_back(files.at(i).facts);
         }
     }
@@ -484,18 +427,6 @@ void MainWindow::report() {
         message_->tell(
             tr("The report could not be written: %1").arg(QString::fromLocal8Bit(error.what())));
     }
-}
-
-void MainWindow::about() {
-    auto* box = new QMessageBox(this);
-    box->setAttribute(Qt::WA_DeleteOnClose);
-    box->setWindowTitle(tr("About Quorvane"));
-    box->setIconPixmap(windowIcon().pixmap(64, 64));
-    box->setText(QStringLiteral("Quorvane %1").arg(QApplication::applicationVersion()));
-    box->setInformativeText(
-        tr("Levels the loudness of spoken word.\n\nStands on Qt, libsndfile, Boost, TagLib, "
-           "libebur128, fmt and JSON for Modern C++."));
-    box->open();
 }
 
 void MainWindow::on_not_audio(const std::vector<std::string>& paths) {

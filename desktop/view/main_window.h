@@ -2,7 +2,6 @@
 
 #include <QLabel>
 #include <QMenu>
-#include <QMessageBox>
 #include <QProgressBar>
 #include <QStackedLayout>
 #include <QToolButton>
@@ -13,6 +12,7 @@
 #include "desktop/session/session.h"
 #include "desktop/system/notification.h"
 #include "desktop/system/taskbar.h"
+#include "desktop/view/dialogs.h"
 #include "desktop/view/drop_view.h"
 #include "desktop/view/file_view.h"
 #include "desktop/view/message_bar.h"
@@ -21,13 +21,12 @@ namespace desktop {
 
 /**
  * The window: the drop view while there is one file or none, the list and a bar under it when there
- * are more. Takes drops everywhere, asks the questions, and tells the desktop how far the work is.
+ * are more. Takes drops everywhere and tells the desktop how far the work is.
  *
  * It keeps no state of the work: whatever the session tells, refresh() reads it anew, so that no
- * order of events can leave a widget behind the truth. Questions never block: each is a box of its
- * own that hands its answer on when it closes, while drops, progress and the other files go on.
+ * order of events can leave a widget behind the truth.
  */
-class MainWindow : public QWidget, private Questions {
+class MainWindow : public QWidget {
     Q_OBJECT
 
   public:
@@ -52,13 +51,6 @@ class MainWindow : public QWidget, private Questions {
     void changeEvent(QEvent* event) override;
 
   private:
-    void ask_existing(int count,
-                      const QString& example,
-                      std::function<void(ExistingChoice)> answer) override;
-    void ask_folder(const QString& locked, std::function<void(std::string)> answer) override;
-    QMessageBox* new_question(const QString& text, const QString& explanation);
-    void ask_to_close();
-
     void connect_views();
     void add_actions();
     void fill_menu();
@@ -69,6 +61,7 @@ class MainWindow : public QWidget, private Questions {
     void take_colors();
     void refresh();
     void refresh_bar();
+    void refresh_actions();
     void set_under_drag(bool under_drag);
 
     void choose_files();
@@ -90,6 +83,7 @@ class MainWindow : public QWidget, private Questions {
     std::vector<FileList::Id> chosen() const;
     std::vector<std::string> chosen_results() const;
 
+    Dialogs dialogs_;
     Session session_;
     Notification notification_;
     Taskbar taskbar_;
@@ -103,6 +97,13 @@ class MainWindow : public QWidget, private Questions {
     QPushButton* cancel_all_ = nullptr;
     QPushButton* report_all_ = nullptr;
     QMenu* menu_ = nullptr;
+    // For the chosen files; the list's context menu.
+    QAction* play_ = nullptr;
+    QAction* show_in_folder_ = nullptr;
+    QAction* report_ = nullptr;
+    QAction* retry_ = nullptr;
+    QAction* cancel_ = nullptr;
+    QAction* remove_ = nullptr;
     bool may_close_ = false;  // the user has said that the work may be stopped
 };
 

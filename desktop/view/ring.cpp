@@ -7,6 +7,7 @@
 #include <QPainter>
 #include <QPainterPath>
 
+#include "desktop/model/words.h"
 #include "desktop/view/colors.h"
 
 namespace desktop {
@@ -100,9 +101,10 @@ Ring::Ring(QWidget* parent) : QProgressBar(parent) {
     setTextVisible(true);
 }
 
-void Ring::set_mark(Mark mark) {
-    if (mark != mark_) {
+void Ring::set_mark(Mark mark, const QColor& track) {
+    if (mark != mark_ || track != track_) {
         mark_ = mark;
+        track_ = track;
         update();
     }
 }
@@ -119,7 +121,7 @@ void Ring::paintEvent(QPaintEvent* /*event*/) {
     constexpr double kMarkWidth = 7;
     QPainter painter(this);
     const QRectF square = centered_square(rect());
-    paint_ring(painter, square, kLineWidth, value() / 100.0, kDarkTrack, kArc);
+    paint_ring(painter, square, kLineWidth, value() / 100.0, track_, kArc);
     if (mark_ != Mark::None) {
         paint_mark(painter, square, mark_, kMarkWidth, kDarkText);
         return;
@@ -129,8 +131,7 @@ void Ring::paintEvent(QPaintEvent* /*event*/) {
     font.setWeight(QFont::Light);
     painter.setFont(font);
     painter.setPen(kDarkText);
-    painter.drawText(square, Qt::AlignCenter,
-                     QStringLiteral("%1%").arg(value(), 2, 10, QChar('0')));
+    painter.drawText(square, Qt::AlignCenter, percent_text(value()));
 }
 
 void Ring::mousePressEvent(QMouseEvent* event) {

@@ -6,6 +6,8 @@
 #include <QRectF>
 #include <functional>
 
+#include "desktop/view/colors.h"
+
 class QMimeData;
 class QPainter;
 
@@ -35,8 +37,8 @@ class Ring : public QProgressBar {
   public:
     explicit Ring(QWidget* parent = nullptr);
 
-    /** Instead of the per cent; None shows those. */
-    void set_mark(Mark mark);
+    /** Instead of the per cent, in a ring of that color; None shows the per cent. */
+    void set_mark(Mark mark, const QColor& track = kDarkTrack);
 
     /** Makes what a drag carries, or nullptr for no drag. */
     void set_drag_source(std::function<QMimeData*()> source) { drag_source_ = std::move(source); }
@@ -55,6 +57,7 @@ class Ring : public QProgressBar {
 
   private:
     Mark mark_ = Mark::Bars;
+    QColor track_ = kDarkTrack;  // under the arc
     QPoint pressed_at_;
     std::function<QMimeData*()> drag_source_;
 };

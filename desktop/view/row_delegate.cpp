@@ -14,6 +14,7 @@
 #include "desktop/model/words.h"
 #include "desktop/view/colors.h"
 #include "desktop/view/ring.h"
+#include "desktop/view/wrapped_text.h"
 
 namespace desktop {
 namespace {
@@ -31,14 +32,9 @@ constexpr int kLineGap = 3;
 constexpr int kRingSize = 34;
 constexpr double kRingWidth = 4;
 constexpr int kButtonSize = 28;
-constexpr int kWrap = Qt::TextWordWrap | Qt::TextWrapAnywhere;
 
 const Row& row_of(const QModelIndex& index) {
     return static_cast<const FileList*>(index.model())->at(index.row());
-}
-
-bool failed(const Row& row) {
-    return row.state == State::Finished && row.facts.outcome == cli::Outcome::Failed;
 }
 
 QFont name_font(const QFont& font) {
@@ -61,7 +57,8 @@ struct Layout {
     QRect ring;
     QRect name;
     QRect state;
-    QRect figures;
+    QRect loudness;
+    QRect range;
     int height;
 };
 
@@ -70,8 +67,6 @@ struct Layout {
  * a long name or cause, and nothing is cut off.
  */
 Layout lay_out(const Row& row, const QFont& font, int width) {
-    const QFontMetrics name_metrics(name_font(font));
-    const QFontMetrics metrics(font);
     const QFontMetrics figure_metrics(figure_font(font));
     // As wide as the figures of a usual file, so that the columns of all rows begin together.
     const int usual = figure_metrics.horizontalAdvance(QStringLiteral("−00.0 → −00.0 LUFS"));
@@ -81,19 +76,20 @@ Layout lay_out(const Row& row, const QFont& font, int width) {
     const int right = width - kMargin - kButtonSize - kMargin / 2;
     // Something of the name stays even in a window as narrow as it gets.
     const int text_width = qMax(80, right - figures - kMargin - left);
-    const auto height_of = [&](const QFontMetrics& of, const QString& text) {
-        // An empty state keeps its line, so that the row does not jump when it gets words.
-        return qMax(of.height(), of.boundingRect(0, 0, text_width, 10000, kWrap, text).height());
-    };
-    const int name = height_of(name_metrics, shown_name(row.input));
-    const int state = height_of(metrics, state_text(row));
+    // An empty state keeps its line, so that the row does not jump when it gets words.
+    const int name = wrapped_height(name_font(font), shown_name(row.input), text_width);
+    const int state = wrapped_height(font, state_text(row), text_width);
     Layout layout;
     layout.height = 2 * kMargin + qMax(name + kLineGap + state, kRingSize);
     layout.ring = QRect(kMargin, (layout.height - kRingSize) / 2, kRingSize, kRingSize);
     const int top = (layout.height - name - kLineGap - state) / 2;
     layout.name = QRect(left, top, text_width, name);
     layout.state = QRect(left, top + name + kLineGap, text_width, state);
-    layout.figures = QRect(right - figures, top, figures, layout.height - 2 * top);
+    // The figures are level with the name's first line and with the line below it, and stay
+    // together where the name takes more lines.
+    const int line = QFontMetrics(name_font(font)).height();
+    layout.loudness = QRect(right - figures, top, figures, line);
+    layout.range = layout.loudness.translated(0, line + kLineGap);
     return layout;
 }
 
@@ -108,11 +104,11 @@ void paint_ring_of(QPainter& painter, const Row& row, const QRect& place, const 
     }
     // Cancelled is no failure: a cross in a pale ring, without the alarming color.
     const bool cancelled = row.facts.outcome == cli::Outcome::Interrupted;
-    const QColor color = failed(row)                                  ? failure_color(palette)
+    const QColor color = row.failed()                                 ? failure_color(palette)
                          : row.facts.outcome == cli::Outcome::Leveled ? done
                                                                       : soft_text_color(palette);
     paint_ring(painter, place, kRingWidth, 1, track, cancelled ? track : color);
-    paint_mark(painter, place, failed(row) || cancelled ? Mark::Cross : Mark::Check, 2.5, color);
+    paint_mark(painter, place, row.failed() || cancelled ? Mark::Cross : Mark::Check, 2.5, color);
 }
 
 /** A cross that cancels, or a folder that shows the result. */
@@ -173,15 +169,16 @@ void RowDelegate::paint(QPainter* painter,
     paint_ring_of(*painter, row, place(layout.ring), palette);
     painter->setPen(palette.color(QPalette::Text));
     painter->setFont(name_font(option.font));
-    painter->drawText(place(layout.name), kWrap, shown_name(row.input));
+    draw_wrapped(*painter, place(layout.name), Qt::AlignLeft, shown_name(row.input));
     painter->setFont(option.font);
-    painter->setPen(failed(row) ? failure_color(palette) : soft_text_color(palette));
-    painter->drawText(place(layout.state), kWrap, state_text(row));
+    painter->setPen(row.failed() ? failure_color(palette) : soft_text_color(palette));
+    draw_wrapped(*painter, place(layout.state), Qt::AlignLeft, state_text(row));
     painter->setFont(figure_font(option.font));
     painter->setPen(palette.color(QPalette::Text));
-    painter->drawText(place(layout.figures), Qt::AlignTop | Qt::AlignRight, loudness_text(row));
+    painter->drawText(place(layout.loudness), Qt::AlignVCenter | Qt::AlignRight,
+                      loudness_text(row));
     painter->setPen(soft_text_color(palette));
-    painter->drawText(place(layout.figures), Qt::AlignBottom | Qt::AlignRight, range_text(row));
+    painter->drawText(place(layout.range), Qt::AlignVCenter | Qt::AlignRight, range_text(row));
     paint_button(*painter, row, button_rect(option.rect, option.direction), palette);
 
     // A frame for who goes by keyboard; with the mouse the selection says enough.

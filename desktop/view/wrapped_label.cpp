@@ -2,12 +2,9 @@
 
 #include <QPainter>
 
+#include "desktop/view/wrapped_text.h"
+
 namespace desktop {
-namespace {
-
-constexpr int kFlags = Qt::AlignCenter | Qt::TextWordWrap | Qt::TextWrapAnywhere;
-
-}  // namespace
 
 WrappedLabel::WrappedLabel(QWidget* parent) : QLabel(parent) {
     setTextFormat(Qt::PlainText);
@@ -28,16 +25,16 @@ QSize WrappedLabel::minimumSizeHint() const {
 }
 
 int WrappedLabel::heightForWidth(int width) const {
-    constexpr int kNoLimit = 100000;
-    // QLabel breaks lines between words only and would make the window as wide as a long file name.
-    const QRect needed = fontMetrics().boundingRect(0, 0, width, kNoLimit, kFlags, text());
-    return qMax(needed.height(), fontMetrics().height());
+    return wrapped_height(font(), text(), width);
 }
 
 void WrappedLabel::paintEvent(QPaintEvent* /*event*/) {
     QPainter painter(this);
     painter.setPen(palette().color(QPalette::WindowText));
-    painter.drawText(rect(), kFlags, text());
+    painter.setLayoutDirection(layoutDirection());
+    const int height = heightForWidth(width());
+    const QRect place(0, (this->height() - height) / 2, width(), height);
+    draw_wrapped(painter, place, Qt::AlignHCenter, text());
 }
 
 }  // namespace desktop

@@ -60,6 +60,7 @@ void SessionTest::a_drop_ends_as_the_command_line_does() {
     QTRY_VERIFY_WITH_TIMEOUT(at_rest(session), kLongestMs);
     QCOMPARE(session.files().rowCount(), 3);
     QCOMPARE(session.files().at(0).facts.cause, std::string("already leveled"));
+    QCOMPARE(session.overall().counts().up_to_date, 1);
     QCOMPARE(questions.asked_existing, 0);
 }
 

@@ -16,6 +16,7 @@
 #include "desktop/system/single_instance.h"
 #include "desktop/view/colors.h"
 #include "desktop/view/main_window.h"
+#include "desktop/view/wrapped_text.h"
 #include "tests/desktop/support.h"
 
 using desktop::MainWindow;
@@ -30,6 +31,7 @@ class WindowTest : public QObject {
     void closing_in_mid_work_asks_once();
     void a_later_start_hands_its_files_over();
     void every_control_has_a_name();
+    void texts_break_between_words_first();
     void colors_stand_out();
     void german_says_it_all();
 };
@@ -78,6 +80,15 @@ void start_long_work(MainWindow& window, const TempDir& folder) {
                              kLongestMs);
 }
 
+QAction* action(const MainWindow& window, const QString& text) {
+    for (QAction* action : window.actions()) {
+        if (action->text() == text) {
+            return action;
+        }
+    }
+    return nullptr;
+}
+
 }  // namespace
 
 void WindowTest::a_drop_in_mid_work_joins_the_list() {
@@ -112,12 +123,15 @@ void WindowTest::keys_cancel_and_remove() {
     list->setCurrentIndex(files.index(3));
     QTest::keyClick(&window, Qt::Key_Delete);
     QCOMPARE(files.rowCount(), 3);
+    QVERIFY(!action(window, "Play")->isEnabled() && !action(window, "Try Again")->isEnabled());
     list->clearSelection();
     QTest::keyClick(&window, Qt::Key_Escape);
     QTRY_VERIFY_WITH_TIMEOUT(at_rest(window.session()), kLongestMs);
     for (int i = 0; i < files.rowCount(); ++i) {
         QCOMPARE(files.at(i).facts.outcome, cli::Outcome::Interrupted);
     }
+    list->setCurrentIndex(files.index(0));
+    QVERIFY(!action(window, "Play")->isEnabled() && action(window, "Try Again")->isEnabled());
 }
 
 void WindowTest::closing_in_mid_work_asks_once() {
@@ -168,11 +182,23 @@ void WindowTest::every_control_has_a_name() {
     }
 }
 
+void WindowTest::texts_break_between_words_first() {
+    const QFont font;
+    const int one_line = desktop::wrapped_height(font, "word", 1000);
+    const int width = QFontMetrics(font).horizontalAdvance("one word,");
+    QCOMPARE(desktop::wrapped_height(font, "one word, words", width), 2 * one_line);
+    QCOMPARE(desktop::wrapped_height(font, "one line\nanother", 1000), 2 * one_line);
+    QVERIFY(desktop::wrapped_height(font, QString(40, 'm'), width) > 2 * one_line);
+}
+
 void WindowTest::colors_stand_out() {
     using desktop::Appearance;
     constexpr double kLeast = 4.5;
     QVERIFY(contrast(desktop::kDarkText, desktop::kDarkFillUnderDrag) >= kLeast);
     QVERIFY(contrast(desktop::kDarkSoftText, desktop::kDarkFillUnderDrag) >= kLeast);
+    QVERIFY(contrast(desktop::kDarkText, desktop::kDarkButton) >= kLeast);
+    QVERIFY(contrast(desktop::failure_color(QPalette(desktop::kDarkButton, desktop::kDarkFill)),
+                     desktop::kDarkFillUnderDrag) >= kLeast);
     for (const auto scheme : {Appearance::Scheme::Light, Appearance::Scheme::Dark}) {
         const QPalette palette = Appearance::palette(scheme);
         const QColor base = palette.color(QPalette::Base);
@@ -200,6 +226,13 @@ void WindowTest::german_says_it_all() {
     counts.add(cli::Outcome::Failed);
     QCOMPARE(desktop::counts_text(counts), QString::fromUtf8("1 ausgeglichen, 1 fehlgeschlagen"));
     QCOMPARE(desktop::time_left_text(61), QString::fromUtf8("noch 2 Minuten"));
+    desktop::Row broken;
+    broken.state = State::Finished;
+    broken.facts.outcome = cli::Outcome::Failed;
+    broken.facts.cause = "cannot be read as audio: Format not recognised.";
+    QCOMPARE(desktop::state_text(broken),
+             QStringLiteral("Fehlgeschlagen: kann nicht als Audio gelesen werden: "
+                            "Format nicht erkannt."));
     MainWindow window;
     QVERIFY(window.findChild<desktop::DropView*>()->accessibleName().contains("hierher"));
     QApplication::removeTranslator(&german);
