@@ -34,12 +34,17 @@ std::vector<std::string> files_named(int argc, char** argv) {
     return desktop::absolute_paths(words);
 }
 
+// Qt speaks the language that the window speaks, not the desktop's: buttons in French below an
+// English question would read badly, and Arabic ones would turn the English window around. English
+// is a translation too, as it holds the plurals.
 void install_translations(QTranslator& own, QTranslator& of_qt) {
-    if (own.load(QLocale(), QStringLiteral("quorvane"), QStringLiteral("_"),
-                 QStringLiteral(":/i18n"))) {
+    const QString folder = QStringLiteral(":/i18n");
+    const QString name = QStringLiteral("quorvane");
+    if (own.load(QLocale(), name, QStringLiteral("_"), folder) ||
+        own.load(name + QStringLiteral("_en"), folder)) {
         QCoreApplication::installTranslator(&own);
     }
-    if (of_qt.load(QLocale(), QStringLiteral("qtbase"), QStringLiteral("_"),
+    if (of_qt.load(QLocale(own.language()), QStringLiteral("qtbase"), QStringLiteral("_"),
                    QLibraryInfo::path(QLibraryInfo::TranslationsPath))) {
         QCoreApplication::installTranslator(&of_qt);
     }
@@ -47,7 +52,7 @@ void install_translations(QTranslator& own, QTranslator& of_qt) {
 
 QIcon program_icon() {
     QIcon icon;
-    for (const int size : {16, 24, 32, 48, 64, 128, 256}) {
+    for (const int size : {16, 22, 24, 32, 48, 64, 128, 256}) {
         icon.addFile(QStringLiteral(":/icons/%1.png").arg(size));
     }
     return icon;

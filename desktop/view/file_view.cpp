@@ -3,6 +3,7 @@
 #include <QDrag>
 #include <QMimeData>
 #include <QPainter>
+#include <QResizeEvent>
 #include <QUrl>
 #include <algorithm>
 #include <memory>
@@ -66,6 +67,15 @@ void FileView::dataChanged(const QModelIndex& first,
                            const QList<int>& roles) {
     QAbstractItemView::dataChanged(first, last, roles);
     if (roles.isEmpty() && sizeHintForIndex(first).height() != visualRect(first).height()) {
+        scheduleDelayedItemsLayout();
+    }
+}
+
+// The width decides in how many lines a name wraps, but QListView looks at the height alone. It
+// also changes when the scroll bar comes.
+void FileView::resizeEvent(QResizeEvent* event) {
+    QListView::resizeEvent(event);
+    if (event->size().width() != event->oldSize().width()) {
         scheduleDelayedItemsLayout();
     }
 }

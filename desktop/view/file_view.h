@@ -33,6 +33,7 @@ class FileView : public QListView {
     void dataChanged(const QModelIndex& first,
                      const QModelIndex& last,
                      const QList<int>& roles) override;
+    void resizeEvent(QResizeEvent* event) override;
     void startDrag(Qt::DropActions actions) override;
     void paintEvent(QPaintEvent* event) override;
 

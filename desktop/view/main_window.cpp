@@ -171,7 +171,10 @@ QLayout* MainWindow::new_bar(QWidget* page) {
     auto* middle = new QVBoxLayout;
     middle->setSpacing(4);
     progress_text_ = new QLabel(page);
-    progress_text_->setWordWrap(true);  // in a narrow window the time left goes to a second line
+    // In a narrow window the time left goes to a second line, and no word to one of its own.
+    constexpr int kLeastCharacters = 22;
+    progress_text_->setWordWrap(true);
+    progress_text_->setMinimumWidth(fontMetrics().averageCharWidth() * kLeastCharacters);
     progress_ = new QProgressBar(page);
     progress_->setTextVisible(false);
     progress_->setFixedHeight(6);

@@ -1,7 +1,10 @@
 #include <QMimeData>
+#include <QMimeDatabase>
+#include <algorithm>
 #include <filesystem>
 #include <memory>
 
+#include "cli/inputs/file_kind.h"
 #include "desktop/intake/drop_plan.h"
 #include "desktop/intake/paths.h"
 #include "desktop/model/overall.h"
@@ -18,6 +21,7 @@ class PlanTest : public QObject {
     void outputs_are_looked_at_before_anything_is_done();
     void one_folder_for_all_keeps_equal_names_apart();
     void time_left_follows_the_pace();
+    void the_desktop_entry_names_what_is_opened();
 };
 
 void PlanTest::drags_keep_every_byte_of_a_path() {
@@ -99,6 +103,21 @@ void PlanTest::time_left_follows_the_pace() {
     QCOMPARE(overall.fraction(), 0.625);       // (100 + 150) / 400
     QCOMPARE(*overall.seconds_left(10), 6.0);  // 10 s for 0.625 leaves 10 * 0.375 / 0.625
     QVERIFY(!overall.seconds_left(1));
+}
+
+// Against the types that desktops know of, so that a new container is not forgotten in the entry.
+void PlanTest::the_desktop_entry_names_what_is_opened() {
+    const QString types = QString::fromStdString(read_text(DESKTOP_ENTRY)).section("MimeType=", 1);
+    const QStringList offered = types.section('\n', 0, 0).split(';');
+    QVERIFY(offered.contains("audio/x-wav"));
+    for (const std::string& extension : cli::wanted_extensions()) {
+        const QString name = "talk." + QString::fromStdString(extension);
+        const QList<QMimeType> known = QMimeDatabase().mimeTypesForFileName(name);
+        const bool named = std::any_of(known.begin(), known.end(), [&](const QMimeType& type) {
+            return offered.contains(type.name());
+        });
+        QVERIFY2(known.isEmpty() || named, qPrintable(name));
+    }
 }
 
 std::unique_ptr<QObject> new_plan_test() {
