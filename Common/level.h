@@ -15,6 +15,8 @@
 extern "C" {
 #endif
 
+/* NOLINTBEGIN(modernize-use-using): C reads this, too. */
+
 /*
  * Progress of a run: the context given to levelMain and the fraction done, 0.0 to 1.0 in whole
  * percents. Called on the thread that runs levelMain. The result is ignored.
@@ -87,6 +89,8 @@ typedef enum LevelWords {
  */
 typedef void (*LevelMessage)(void* context, LevelWords kind, const char* text);
 void levelSetMessages(LevelMessage messages, void* context);
+
+/* NOLINTEND(modernize-use-using) */
 
 #ifdef __cplusplus
 }

@@ -15,6 +15,8 @@
 extern "C" {
 #endif
 
+/* NOLINTBEGIN(modernize-use-using): C reads this, too. */
+
 typedef enum LevelOutcomeKind {
     kLevelNotRun,         /* no run yet, or the command line asked for the help or the version */
     kLevelLeveled,        /* the finished file was handed to moveFinalFile */
@@ -75,6 +77,8 @@ typedef struct LevelFindings {
     double target_lowered_db;  /*   what levelLowerTarget had it take off the target; and */
     long long held_samples;    /*   the samples that were held at full scale; -1: not known */
 } LevelFindings;
+
+/* NOLINTEND(modernize-use-using) */
 
 #ifdef __cplusplus
 }

@@ -71,10 +71,12 @@ std::vector<double> scaled_by(const std::vector<double>& gains, double peak) {
 
 }  // namespace
 
+// NOLINTBEGIN(performance-unnecessary-value-param): the paths are values in the step's contract.
 void ApplyGains(int blockMilliseconds,
                 std::string gainsPath,
                 std::string inputPath,
                 std::string outputPath) {
+    // NOLINTEND(performance-unnecessary-value-param)
     std::vector<double> gains = read_series(gainsPath);
     gains.push_back(0.0);
     require_other_file(gainsPath, outputPath);

@@ -76,7 +76,7 @@ class CNoiseGate : public stream::Stage {
     struct Channel {
         CLevelMeter current;
         CLevelMeter ahead;
-        Gain gain;
+        Gain gain{};
     };
 
     void gate_input(void (CNoiseGate::*start)());

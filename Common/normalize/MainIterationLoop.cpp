@@ -95,12 +95,12 @@ void MainIterationLoop::AdjustGains(double gain) {
         const int last_after = std::min(release_bins_, wall_count_ - 2 - i);
         for (int k = 0; k <= last_after; ++k) {
             double& wall = wall_gains_[i + 1 + k];
-            wall = std::min(wall, limited + k * drop / (release_bins_ + 1LL));
+            wall = std::min(wall, limited + k * drop / static_cast<double>(release_bins_ + 1LL));
         }
         const int last_before = std::min(attack_bins_, i);
         for (int k = 0; k <= last_before; ++k) {
             double& wall = wall_gains_[i - k];
-            wall = std::min(wall, limited + k * drop / (attack_bins_ + 1LL));
+            wall = std::min(wall, limited + k * drop / static_cast<double>(attack_bins_ + 1LL));
         }
     }
 }
