@@ -14,7 +14,7 @@ struct ShardItem {
 };
 
 /** What a file costs besides its bytes (process, header, sync), in bytes that cost as much. */
-constexpr std::int64_t kBytesPerFile = 64 * 1024;
+constexpr std::int64_t kBytesPerFile = std::int64_t{64} * 1024;
 
 /**
  * The shard of every item, each below count. Whoever has the same items and count gets the same

@@ -122,7 +122,7 @@ Decoded decode_to_float(const std::string& from, const std::string& to) {
     const int container = bytes > kRiffLimit ? SF_FORMAT_RF64 : SF_FORMAT_WAV;
     SndfileHandle out =
         open_to_write(to, container | SF_FORMAT_FLOAT, in.channels(), in.samplerate());
-    const Decoded decoded = copy_samples(in, out);
+    Decoded decoded = copy_samples(in, out);
     if (decoded.frames == 0 && !decoded.error.empty()) {
         throw std::runtime_error(decoded.error);
     }
