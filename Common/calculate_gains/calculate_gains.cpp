@@ -53,9 +53,11 @@ class Operation {
         : args_(args),
           progress_(progress_range::kCalculateGains.low, progress_range::kCalculateGains.high) {}
 
+    /** Returns 0, or 1 after a message. */
     int execute();
 
   private:
+    int level_segments(SeriesWriter& rms_file);
     void require_other_files() const;
     double measure_next(long long samples);
     void require_cues_inside(const CueList& cues) const;
@@ -94,13 +96,17 @@ int Operation::execute() {
     if (!rms_file.is_open()) {
         return log_failure(kSource, __LINE__, "error opening RMS file " + args_.rms_file);
     }
-    if (!args_.has_cue_list) {
-        // Without cues there is nothing to level against: the levels file is made, and stays empty.
-        measure_next(info.channels * info.frames);
-        const std::string problem = rms_file.close();
-        return problem.empty() ? 0
-                               : log_failure(kSource, __LINE__, problem, reporting::Kind::kSystem);
+    if (args_.has_cue_list) {
+        return level_segments(rms_file);
     }
+    // Without cues there is nothing to level against: the levels file is made, and stays empty.
+    measure_next(info.channels * info.frames);
+    const std::string problem = rms_file.close();
+    return problem.empty() ? 0 : log_failure(kSource, __LINE__, problem, reporting::Kind::kSystem);
+}
+
+/** Measures the segments between the cues and writes a gain for each bin. Returns 0 or 1. */
+int Operation::level_segments(SeriesWriter& rms_file) {
     CueList cues;
     if (!read_cue_list(args_.cue_list_file, cues)) {
         return log_failure(kSource, __LINE__, "error opening cue list file " + args_.cue_list_file);

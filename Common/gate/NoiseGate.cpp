@@ -278,6 +278,24 @@ void CNoiseGate::gate_channel(int index, long long frames) {
     channels_[static_cast<std::size_t>(index)].gain = gain;
 }
 
+// Both ramps are sums of equal steps, which miss the end by rounding: it is set, not met.
+
+inline void CNoiseGate::open_further(Gain& gain) const {
+    gain.value += attack_step_;
+    if (gain.value >= args_.open_gain) {
+        gain.value = args_.open_gain;
+        gain.state = kOpen;
+    }
+}
+
+inline void CNoiseGate::close_further(Gain& gain) const {
+    gain.value -= release_step_;
+    if (gain.value <= args_.closed_gain) {
+        gain.value = args_.closed_gain;
+        gain.state = kClosed;
+    }
+}
+
 /** At most one transition a sample; outside the two ramps it leaves the gain alone. */
 inline void CNoiseGate::step(Gain& gain, double current_energy, double ahead_energy) const {
     switch (gain.state) {
@@ -293,27 +311,20 @@ inline void CNoiseGate::step(Gain& gain, double current_energy, double ahead_ene
                 startOpening(gain.state);
             }
             break;
-        // Both ramps are sums of equal steps, which miss the end by rounding: it is set, not met.
+        // A ramp turns round where the other threshold is crossed, from the gain that it has
+        // reached.
         case kOpening:
             if (ahead_energy < args_.release_energy) {
                 startClosing(gain.state);
             } else {
-                gain.value += attack_step_;
-                if (gain.value >= args_.open_gain) {
-                    gain.value = args_.open_gain;
-                    gain.state = kOpen;
-                }
+                open_further(gain);
             }
             break;
         case kClosing:
             if (ahead_energy > args_.attack_energy) {
                 startOpening(gain.state);
             } else {
-                gain.value -= release_step_;
-                if (gain.value <= args_.closed_gain) {
-                    gain.value = args_.closed_gain;
-                    gain.state = kClosed;
-                }
+                close_further(gain);
             }
             break;
         case kHolding:

@@ -91,6 +91,8 @@ class CNoiseGate : public stream::Stage {
     void measure_stereo(const double* ahead, long long frames, bool has_ahead);
     void gate_channel(int index, long long frames);
     void step(Gain& gain, double current_energy, double ahead_energy) const;
+    void open_further(Gain& gain) const;
+    void close_further(Gain& gain) const;
 
     /** The line's samples from a frame on. */
     const double* at(long long frame) const;

@@ -20,6 +20,40 @@ namespace highpass {
 namespace {
 constexpr double kTwoPi = 6.283185307179586;
 constexpr double kLn2Over2 = 0.34657359027997264;  // ln 2 / 2: octave bandwidth
+
+/** Coefficients of 1, z^-1 and z^-2 in numerator (b) and denominator (a), before a0 is made 1. */
+struct Section {
+    double b0, b1, b2, a0, a1, a2;
+};
+
+/** A numerator over the denominator that the four types without a gain share. */
+Section over_resonance(double b0, double b1, double b2, double cs, double alpha) {
+    return {b0, b1, b2, 1 + alpha, -2 * cs, 1 - alpha};
+}
+
+// The shelves have the steepest slope that does not overshoot (S = 1, Q = 1 / sqrt 2), whatever the
+// bandwidth: 2 sqrt(A) alpha is then sqrt(2 A) sin(w0).
+
+Section low_shelf(double A, double sn, double cs) {
+    const double beta = std::sqrt(A + A);
+    return {A * ((A + 1) - (A - 1) * cs + beta * sn),
+            2 * A * ((A - 1) - (A + 1) * cs),
+            A * ((A + 1) - (A - 1) * cs - beta * sn),
+            (A + 1) + (A - 1) * cs + beta * sn,
+            -2 * ((A - 1) + (A + 1) * cs),
+            (A + 1) + (A - 1) * cs - beta * sn};
+}
+
+Section high_shelf(double A, double sn, double cs) {
+    const double beta = std::sqrt(A + A);
+    return {A * ((A + 1) + (A - 1) * cs + beta * sn),
+            -2 * A * ((A - 1) + (A + 1) * cs),
+            A * ((A + 1) + (A - 1) * cs - beta * sn),
+            (A + 1) - (A - 1) * cs + beta * sn,
+            2 * ((A - 1) - (A + 1) * cs),
+            (A + 1) - (A - 1) * cs - beta * sn};
+}
+
 }  // namespace
 
 bool BiQuad_new(int type, double dbGain, double freq, double srate, double bandwidth, biquad* b) {
@@ -30,72 +64,33 @@ bool BiQuad_new(int type, double dbGain, double freq, double srate, double bandw
     // sin(w0) / (2 Q), with Q from a bandwidth in octaves between the -3 dB points; w0 / sin(w0)
     // makes up for the bent axis.
     const double alpha = sn * std::sinh(kLn2Over2 * bandwidth * w0 / sn);
-    // The shelves have the steepest slope that does not overshoot (S = 1, Q = 1 / sqrt 2), whatever
-    // the bandwidth: 2 sqrt(A) alpha is then sqrt(2 A) sin(w0).
-    const double beta = std::sqrt(A + A);
-
-    double b0 = 0, b1 = 0, b2 = 0, a0 = 0, a1 = 0, a2 = 0;
+    Section s{};
     switch (type) {
         case kLowPass:
-            b0 = (1 - cs) / 2;
-            b1 = 1 - cs;
-            b2 = (1 - cs) / 2;
-            a0 = 1 + alpha;
-            a1 = -2 * cs;
-            a2 = 1 - alpha;
+            s = over_resonance((1 - cs) / 2, 1 - cs, (1 - cs) / 2, cs, alpha);
             break;
         case kHighPass:
-            b0 = (1 + cs) / 2;
-            b1 = -(1 + cs);
-            b2 = (1 + cs) / 2;
-            a0 = 1 + alpha;
-            a1 = -2 * cs;
-            a2 = 1 - alpha;
+            s = over_resonance((1 + cs) / 2, -(1 + cs), (1 + cs) / 2, cs, alpha);
             break;
         case kBandPass:
-            b0 = alpha;
-            b1 = 0;
-            b2 = -alpha;
-            a0 = 1 + alpha;
-            a1 = -2 * cs;
-            a2 = 1 - alpha;
+            s = over_resonance(alpha, 0, -alpha, cs, alpha);
             break;
         case kNotch:
-            b0 = 1;
-            b1 = -2 * cs;
-            b2 = 1;
-            a0 = 1 + alpha;
-            a1 = -2 * cs;
-            a2 = 1 - alpha;
+            s = over_resonance(1, -2 * cs, 1, cs, alpha);
             break;
         case kPeaking:
-            b0 = 1 + alpha * A;
-            b1 = -2 * cs;
-            b2 = 1 - alpha * A;
-            a0 = 1 + alpha / A;
-            a1 = -2 * cs;
-            a2 = 1 - alpha / A;
+            s = {1 + alpha * A, -2 * cs, 1 - alpha * A, 1 + alpha / A, -2 * cs, 1 - alpha / A};
             break;
         case kLowShelf:
-            b0 = A * ((A + 1) - (A - 1) * cs + beta * sn);
-            b1 = 2 * A * ((A - 1) - (A + 1) * cs);
-            b2 = A * ((A + 1) - (A - 1) * cs - beta * sn);
-            a0 = (A + 1) + (A - 1) * cs + beta * sn;
-            a1 = -2 * ((A - 1) + (A + 1) * cs);
-            a2 = (A + 1) + (A - 1) * cs - beta * sn;
+            s = low_shelf(A, sn, cs);
             break;
         case kHighShelf:
-            b0 = A * ((A + 1) + (A - 1) * cs + beta * sn);
-            b1 = -2 * A * ((A - 1) + (A + 1) * cs);
-            b2 = A * ((A + 1) + (A - 1) * cs - beta * sn);
-            a0 = (A + 1) - (A - 1) * cs + beta * sn;
-            a1 = 2 * ((A - 1) - (A + 1) * cs);
-            a2 = (A + 1) - (A - 1) * cs - beta * sn;
+            s = high_shelf(A, sn, cs);
             break;
         default:
             return false;
     }
-    *b = {b0 / a0, b1 / a0, b2 / a0, a1 / a0, a2 / a0, 0.0, 0.0, 0.0, 0.0};
+    *b = {s.b0 / s.a0, s.b1 / s.a0, s.b2 / s.a0, s.a1 / s.a0, s.a2 / s.a0, 0.0, 0.0, 0.0, 0.0};
     return true;
 }
 

@@ -272,6 +272,24 @@ int Chunks::write_fit(const CCostCalculatorSD& calculator, std::uint16_t start, 
     return 0;
 }
 
+/** Settles what hangs on the number of values; returns how many chunks there are. */
+std::uint16_t settle_chunks(CCLArgs& args, std::uint32_t count) {
+    args.min_segment_length = std::max<std::uint16_t>(1, args.min_segment_length);
+    // A series shorter than a chunk is one chunk of its own length.
+    if (count < args.chunk_size) {
+        args.chunk_size = static_cast<std::uint16_t>(count);
+    }
+    // Both are 16 bits wide and wrap: a series of more than 65535 values needs chunks.
+    std::uint16_t chunk_count = 1;
+    if (args.chunk_size == 0) {
+        args.chunk_size = static_cast<std::uint16_t>(count);
+    } else {
+        chunk_count = static_cast<std::uint16_t>(ceildiv(count, args.chunk_size));
+    }
+    args.UpdateNMaxBreakpoints();
+    return chunk_count;
+}
+
 }  // namespace
 
 int segment_tmain(int argc,
@@ -298,19 +316,7 @@ int segment_tmain(int argc,
     if (count == 0) {
         return log_failure(kSource, __LINE__, "Error: there are no values to segment");
     }
-    args.min_segment_length = std::max<std::uint16_t>(1, args.min_segment_length);
-    // A series shorter than a chunk is one chunk of its own length.
-    if (count < args.chunk_size) {
-        args.chunk_size = static_cast<std::uint16_t>(count);
-    }
-    // Both are 16 bits wide and wrap: a series of more than 65535 values needs chunks.
-    std::uint16_t chunk_count = 1;
-    if (args.chunk_size == 0) {
-        args.chunk_size = static_cast<std::uint16_t>(count);
-    } else {
-        chunk_count = static_cast<std::uint16_t>(ceildiv(count, args.chunk_size));
-    }
-    args.UpdateNMaxBreakpoints();
+    const std::uint16_t chunk_count = settle_chunks(args, count);
     args.ShowArgs();
     if (args.cost_function == "MSD0" && args.min_segment_length != 1) {
         log_msg(kSource, __LINE__,

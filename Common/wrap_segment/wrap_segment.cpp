@@ -86,6 +86,17 @@ int find_breakpoints(const std::string& levels, std::vector<std::size_t>& breakp
     return result;
 }
 
+/** Returns 0, or 1 after a message: a list that did not get to the disk whole is a failure. */
+int write_cues(const std::string& path, const CueList& cues) {
+    std::ofstream file(path);
+    if (!file) {
+        return log_failure(kSource, __LINE__, "error opening cue list file " + path);
+    }
+    write_cue_list(file, cues);
+    const std::string problem = close_text(file, path);
+    return problem.empty() ? 0 : log_failure(kSource, __LINE__, problem, reporting::Kind::kSystem);
+}
+
 }  // namespace
 
 int wrap_segment(std::string rmsFile,
@@ -124,13 +135,7 @@ int wrap_segment(std::string rmsFile,
         cues.frames.push_back(static_cast<long long>(loud.indices.at(breakpoint)) *
                               static_cast<long long>(bin_frames));
     }
-    std::ofstream file(cueListFile);
-    if (!file) {
-        return log_failure(kSource, __LINE__, "error opening cue list file " + cueListFile);
-    }
-    write_cue_list(file, cues);
-    const std::string problem = close_text(file, cueListFile);
-    return problem.empty() ? 0 : log_failure(kSource, __LINE__, problem, reporting::Kind::kSystem);
+    return write_cues(cueListFile, cues);
 }
 
 }  // namespace wrap_segment
