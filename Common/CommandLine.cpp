@@ -14,6 +14,12 @@
 
 namespace po = boost::program_options;
 
+/*
+ * The engine's own command line. Its values stay text: each step has a parser of its own, which
+ * turns text into numbers and says what is wrong with it, in the step's words. So a bad value is
+ * refused by the step that it is for, when that step's turn comes.
+ */
+
 // The values at the program's start. What the option table below does not name never changes: those
 // values are constants that travel as text, like all the others, so that the steps see no
 // difference.
@@ -62,8 +68,8 @@ std::string normalize__target_level = "-18.0";
 
 namespace {
 
-constexpr unsigned kLineLength = 80;
-constexpr unsigned kDescriptionColumn = 40;
+constexpr unsigned kLineLength = 80;         // of the help, in characters
+constexpr unsigned kDescriptionColumn = 40;  // where its explanations begin at the latest
 
 // The order is that of the help. The defaults stand again beside the globals because the option
 // library puts them back with every command line: a value does not outlive the run it was given
@@ -89,10 +95,12 @@ const TuningOption kTuningOptions[] = {
     {"bin-size,s", &options::bin_size, "50", "bin size (ms)"},
 };
 
+/** Writes what is wrong with the command line, which is then also the run's first cause. */
 void say(const std::string& problem) {
     reporting::say_failure(reporting::Kind::kOther, problem);
 }
 
+/** Writes what was asked for and is no failure. */
 void show(reporting::Stream stream, const std::string& text) {
     reporting::write_words(stream, text + "\n");
 }
@@ -160,6 +168,7 @@ int parse(CCLArgs& args, int argc, char** argv) {
     if (argc < 2) {
         throw ss_empty_command_line_error();
     }
+    // The description points at args and the globals, but nothing is written there before notify.
     const po::options_description allowed = describe(args);
     po::variables_map values;
     if (!store(argc, argv, allowed, values)) {
@@ -189,6 +198,7 @@ int parse(CCLArgs& args, int argc, char** argv) {
 
 }  // namespace
 
+// For programs that offer the engine's options as their own.
 const TuningOption* tuning_options(int& count) {
     count = static_cast<int>(std::size(kTuningOptions));
     return kTuningOptions;

@@ -20,6 +20,7 @@
 
 namespace {
 
+// One for the process, as everything of the engine is: a run finds it where the last caller put it.
 LevelMessage message_callback = nullptr;
 
 /** Between the engine's C++ words and the C callback. */
@@ -33,6 +34,8 @@ void hand_over(void* context, const reporting::Words& words) {
 /** What can end before there is a Run: a cancellation that still stands, and the command line. */
 int run(int argc, char** argv, LevelProgress progress, void* context) {
     OutcomeRecord& record = OutcomeRecord::instance();
+    // A request that came before the run ends it, too: whoever cancels a batch need not know which
+    // file is under way.
     check_cancelled();
     gProgressThunk = progress;
     gProcessorPtr = context;
@@ -44,6 +47,7 @@ int run(int argc, char** argv, LevelProgress progress, void* context) {
     const int parsed = args.GetArgs(argc, argv);
     record.set_input(args.input_file);
     if (parsed != 0) {
+        // The help and the version end here as well, and are no refusal.
         if (reporting::first_failure().kind != reporting::Kind::kNone) {
             record.refuse();
         }

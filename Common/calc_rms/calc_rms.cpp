@@ -67,7 +67,7 @@ class LevelWriter : public stream::Receiver {
   private:
     void write_level() {
         const double level_db = linear_to_db(std::sqrt(sum_ / static_cast<double>(count_)));
-        // The logarithm of a silent bin is minus infinity, which is lower than anything.
+        // The logarithm of a silent bin is minus infinity, which no reader of the text takes.
         file_.write(level_db < kSilence_db ? kSilence_db : level_db);
         sum_ = 0.0;
         count_ = 0;
@@ -105,6 +105,7 @@ int _tmain(int argc, const char** argv) {
                            "A bin of " + args.input_file + " is shorter than a frame");
     }
     require_other_file(args.input_file, args.output_file);
+    // Columns of equal width, with twelve decimals: later steps' thresholds see those.
     SeriesWriter output(args.output_file, SeriesWriter::kFixed, 14, 12);
     if (!output.is_open()) {
         return log_failure(kSource, __LINE__, "Error opening " + args.output_file + " for output");

@@ -7,6 +7,11 @@
 
 #include "Common/files/series.h"
 
+/*
+ * A text that other programs open as a list of marks. Behind two lines of header comes the sample
+ * rate; a mark is its frame, a "0" for its kind and three empty lines for name and comments.
+ */
+
 namespace {
 
 constexpr const char* kHeader =

@@ -18,6 +18,7 @@ Descriptor::~Descriptor() {
 
 bool write_all(int descriptor, const char* bytes, std::size_t count) {
     while (count > 0) {
+        // A full disk may take a part before it refuses the rest; a signal may come in between.
         const ssize_t written = ::write(descriptor, bytes, count);
         if (written < 0 && errno != EINTR) {
             return false;
@@ -31,7 +32,7 @@ bool write_all(int descriptor, const char* bytes, std::size_t count) {
 }
 
 bool copy_all(int from, int to) {
-    // Large enough that the calls do not count.
+    // Bytes; large enough that the calls do not count.
     constexpr std::size_t kBlockBytes = 1 << 20;
     std::vector<char> block(kBlockBytes);
     for (;;) {

@@ -15,17 +15,18 @@ class GateArgs {
     /** Converts the settings for the file's sample rate. */
     void ConvertArgs(const SF_INFO& info);
 
+    /** There for every step; this one's settings have never been shown. */
     void ShowArgs() const {}
 
-    double attenuation_max_db = -12.0;
-    double attenuation_min_db = 0.0;
+    double attenuation_max_db = -12.0;  // of the closed gate
+    double attenuation_min_db = 0.0;    // of the open one
     int attack_ms = 100;
     int release_ms = 250;
     int hold_ms = 250;
     double threshold_attack_db = -39.0;
     double threshold_release_db = -39.0;
-    int anticipate_ms = 250;
-    int meter_ms = 5;
+    int anticipate_ms = 250;  // how far the gate looks ahead of the sample that it gates
+    int meter_ms = 5;         // over which an energy is taken
     std::string sound_file_in;
     std::string sound_file_out;
     std::string options_file;

@@ -82,6 +82,7 @@ int gate_tmain(int argc, const char** argv) {
     if (!output) {
         throw ss_sf_openoutput_error(args.sound_file_out);
     }
+    // Times become samples: only the file knows its rate.
     args.ConvertArgs(info);
     require_usable(args);
     // A seek is the cheapest way to ask whether the recording reaches as far as the gate looks

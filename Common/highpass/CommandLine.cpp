@@ -22,6 +22,7 @@ void HighpassArgs::GetArgs(int argc, const char** argv) {
 }
 
 void HighpassArgs::ConvertArgs() {
+    // The arithmetic mean, and not the geometric one that filter designs use for a band.
     center_hz = (low_hz + high_hz) * 0.5;
     bandwidth_octaves = std::log(high_hz / low_hz) / std::log(2.0);
 }
@@ -30,6 +31,7 @@ void HighpassArgs::ShowArgs() const {
     if (!kShowDuration) {
         return;
     }
+    // A column for a person's eyes; nothing reads it back.
     char cutoffs[128];
     std::snprintf(cutoffs, sizeof cutoffs, "Low cutoff:   %.2lf Hz\nHigh cutoff:  %.2lf Hz\n",
                   low_hz, high_hz);

@@ -17,6 +17,7 @@ class HighpassArgs {
      */
     void ConvertArgs();
 
+    /** Prints the settings on the standard output, where the build shows durations. */
     void ShowArgs() const;
 
     double low_hz = 25.0;

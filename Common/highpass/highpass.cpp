@@ -17,6 +17,10 @@
 #include "Common/stream/sound_writer.h"
 #include "Common/units.h"
 
+/*
+ * The step's entry. Its result is a level in dB and not a status: the driver lets the gate's
+ * threshold follow from it. Whatever fails gives 0.0, as silence does.
+ */
 namespace highpass {
 
 namespace {
@@ -24,6 +28,7 @@ namespace {
 // Blocks of the progress, and the pieces in which a lossy encoder gets its samples.
 constexpr int kBlockSamples = 8192;
 
+/** False, with a message, where the cutoffs give coefficients that are not numbers. */
 bool build_filter(const HighpassArgs& args, int sample_rate_hz, biquad* filter) {
     if (BiQuad_new(kHighPass, 0.0, args.center_hz, sample_rate_hz, args.bandwidth_octaves,
                    filter) &&
@@ -34,6 +39,7 @@ bool build_filter(const HighpassArgs& args, int sample_rate_hz, biquad* filter) 
     return false;
 }
 
+/** What the writer calls after a short write: an error that the driver reports, not the step. */
 [[noreturn]] void fail_filter_write(const WriteFailure& failure) {
     reporting::say_failure(reporting::Kind::kSystem, failure.path + ": " + failure.reason);
     throw std::runtime_error("error writing to " + failure.path);
@@ -48,6 +54,10 @@ stream::Pace pace_of(const SF_INFO& info) {
     });
 }
 
+/**
+ * The RMS of the louder channel as it was written, in dB relative to full scale; 0.0 for silence,
+ * after a message.
+ */
 double level_db(const Filter& filter, const SoundSource& input) {
     const double sum = filter.sum_of_squares();
     if (sum == 0.0) {  // squares of samples below 1e-162 vanish: silence, or as good as that
@@ -55,7 +65,7 @@ double level_db(const Filter& filter, const SoundSource& input) {
             __LINE__, "highpass: " + input.name() + " is silent or too faint to be measured");
         return 0.0;
     }
-    // Per frame: the sum is one channel's, the louder one's.
+    // Per frame, since the sum is one channel's.
     return linear_to_db(std::sqrt(sum / static_cast<double>(input.info().frames)));
 }
 
@@ -78,6 +88,7 @@ double highpass_tmain(int argc, const char** argv) {
     if (args.verbosity >= 1) {
         args.ShowArgs();
     }
+    // Each channel has its own state; the coefficients are the same.
     biquad filters[2];
     for (int channel = 0; channel < info.channels; ++channel) {
         if (!build_filter(args, info.samplerate, &filters[channel])) {

@@ -5,6 +5,14 @@
 
 #include "Common/units.h"
 
+/*
+ * A try sets every bin's gain, lays the ramps over the walls and estimates the level that would
+ * come of it: passes over the bins' figures only. An hour has 72000 bins, so that all ten tries
+ * cost less than one pass over the audio.
+ *
+ * The ramps are laid as limited + k * drop / (n + 1), each wall by itself. The steps that lower
+ * loud passages add a constant step instead (see bins/walls.h); the two differ in the last bits.
+ */
 namespace normalize {
 
 namespace {
@@ -40,6 +48,8 @@ MainIterationLoop::MainIterationLoop(double overallLevel,
       tolerance_db_(tolerance) {}
 
 void MainIterationLoop::Go() {
+    // The secant's two first points: the recording as it is, and the gain that would be right if no
+    // bin were limited.
     double x0 = 1.0;
     double x1 = target_level_ / overall_level_;
     DumpRms(bins_, bin_count_);
@@ -50,6 +60,7 @@ void MainIterationLoop::Go() {
         const double y1 = EstimateOutputLevel_db(x1);
         DumpLoopVars(x0, x1, y0, y1);
         last_error_db_ = y1 - target_level_db_;
+        // Without a bin that counts the level stays where it is, and so does the gain.
         has_level_ = y1 != kNoLevel_db;
         last_gain_ = x1;
         const double x2 = UpdateGainEstimate(x0, x1, y0, y1);
@@ -90,6 +101,8 @@ void MainIterationLoop::AdjustGains(double gain) {
         if (!(limited < gain)) {
             continue;
         }
+        // Behind the bin the walls rise back in release + 1 equal steps, before it they fall in
+        // attack + 1; k = 0 is the bin's own wall. Where two ramps cross the lower one holds.
         const double drop = gain - limited;
         // The ramps' lengths come from settings that may be as large as a number gets.
         const int last_after = std::min(release_bins_, wall_count_ - 2 - i);
@@ -111,6 +124,8 @@ void MainIterationLoop::FinalizeAndAdjust(double gain) {
 }
 
 double MainIterationLoop::EstimateOutputLevel_db(double /*gain*/) const {
+    // Across a bin the gain runs from wall to wall, so that the mean of both stands for it. The
+    // last bin may be short and would weigh as much as a whole one: it is left out.
     double sum = 0.0;
     int counted = 0;
     for (int i = 0; i + 1 < bin_count_; ++i) {

@@ -5,7 +5,8 @@
 
 namespace normalize {
 
-/** Secant method: where the line through (x0, y0) and (x1, y1) meets target; x0 for a level line.
+/**
+ * Secant method: where the line through (x0, y0) and (x1, y1) meets target; x0 for a level line.
  */
 double UpdateXEstimate(double x0, double x1, double y0, double y1, double target);
 
@@ -47,6 +48,7 @@ class MainIterationLoop {
 
     double last_gain() const { return last_gain_; }
 
+    /** Whether the last try's level lies as near to the target as the tolerance asks, in dB. */
     bool within_tolerance() const;
 
     /** Whether there was a level to bring to the target: else no gain is nearer than another. */
@@ -58,7 +60,10 @@ class MainIterationLoop {
     /** The walls for the bins' gains and the common gain. */
     void AdjustGains(double gain);
 
+    /** Sets every wall to the gain. */
     void InitializeGains(double gain);
+
+    /** One try: the bins' gains, then the walls. */
     void FinalizeAndAdjust(double gain);
 
     /**

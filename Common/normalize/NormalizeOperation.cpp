@@ -19,11 +19,17 @@
 #include "Common/stream/sound_writer.h"
 #include "Common/units.h"
 
+/*
+ * The order of the step: open, measure, fit, apply. Usually each comes once. Where the target may
+ * be lowered, fit and apply are repeated until nothing passes full scale; every try writes the
+ * output from its beginning, so that what stands under its name at the end is one whole try.
+ */
 namespace normalize {
 
 namespace {
 
 constexpr const char* kSource = "Common/normalize/NormalizeOperation";
+// A step too small to be heard by itself, and large enough that 40 dB are 80 tries at most.
 constexpr double kTargetStep_db = 0.5;
 constexpr double kMostLowering_db = 40.0;  // then every peak that counts stays below the ceiling
 
@@ -37,6 +43,7 @@ void make_negative(double& level_db, const char* warning, int line) {
     }
 }
 
+/** Whether the encoding takes samples beyond full scale as they are. */
 bool holds_any_level(int format) {
     const int encoding = format & SF_FORMAT_SUBMASK;
     return encoding == SF_FORMAT_FLOAT || encoding == SF_FORMAT_DOUBLE;
@@ -62,6 +69,7 @@ void NormalizeOperation::Execute() {
         throw ss_sf_too_many_channels_error(args_.sound_file_in, info.channels);
     }
     require_other_file(args_.sound_file_in, args_.sound_file_out);
+    // Opened for writing only after the fit: a recording that cannot be leveled makes no output.
     input_.reset(new SoundSource(handle, args_.sound_file_in, info));
     grid_ = make_bin_grid<Step>(info, args_.bin_size_ms);
     overall_level_ = InitializeBinArray();
@@ -70,6 +78,7 @@ void NormalizeOperation::Execute() {
     }
     result_.level_db = linear_to_db(overall_level_);
     allocate(pWallGains, static_cast<std::size_t>(grid_.walls), "pWallGains", kSource);
+    // A try that already misses in the bins' figures is not written: only its successor is.
     for (bool done = false; !done; result_.lowered_by_db += done ? 0.0 : kTargetStep_db) {
         const bool fits = Fit(args_.target_level_db - result_.lowered_by_db);
         const bool last = miss_ == Miss::kStand || result_.lowered_by_db >= kMostLowering_db;
@@ -82,6 +91,7 @@ void NormalizeOperation::Execute() {
 }
 
 bool NormalizeOperation::Fit(double target_db) {
+    // Ramps last whole bins: what a length has beyond them is cut off.
     MainIterationLoop loop(overall_level_, pBin.get(), grid_.bins, noise_floor_, peak_output_,
                            pWallGains.get(), args_.attack_ms / args_.bin_size_ms,
                            args_.release_ms / args_.bin_size_ms, db_to_linear(target_db),
@@ -98,6 +108,7 @@ bool NormalizeOperation::Fit(double target_db) {
 bool NormalizeOperation::surely_above_full_scale() const {
     constexpr double kRounding = 1e-9;  // of the ramp between two walls
     for (int i = 0; i < grid_.bins; ++i) {
+        // The peak may sit anywhere in the bin, also where the gain is least.
         const double least_gain = std::min(pWallGains[i], pWallGains[i + 1]);
         if (pBin[i].peak * least_gain > 1.0 + kRounding) {
             return true;
@@ -113,11 +124,14 @@ double NormalizeOperation::InitializeBinArray() {
 }
 
 void NormalizeOperation::ApplyGains() {
+    // The library writes into the structure that it is given: the output gets a copy.
     SF_INFO info = input_->info();
     info.format = output_format(info.format, args_.bit_depth);
     const SoundFile file(args_.sound_file_out, &info, true);
     SoundWriter writer(file.handle(), args_.sound_file_out, info.channels, grid_.bin_frames,
                        fail_write<Step>);
+    // Where the target may be lowered, floats are counted, too: a level that ran away is one in any
+    // encoding. Else they go to the writer straight, without the detour.
     const bool holds = !holds_any_level(info.format);
     FullScaleHold hold(info.channels, writer,
                        holds ? FullScaleHold::Mode::kHold : FullScaleHold::Mode::kOnlyCount);
@@ -132,6 +146,8 @@ void NormalizeOperation::ApplyGains() {
 }
 
 void FullScaleHold::take(double* samples, long long frames) {
+    // Counted first and without a branch, which compilers turn into vector code: nearly every block
+    // passes as it is.
     long long held = 0;
     for (long long i = 0; i < frames * channels_; ++i) {
         held += static_cast<long long>(std::fabs(samples[i]) > 1.0);
@@ -149,6 +165,8 @@ int output_format(int input_format, int bit_depth) {
     if (bit_depth == 0) {
         return input_format;
     }
+    // The library keeps container and encoding in two bit fields of one number. It refuses pairs
+    // that do not exist, such as signed samples of 8 bits in WAV, when the file is opened.
     int encoding = 0;
     switch (bit_depth) {
         case 8:

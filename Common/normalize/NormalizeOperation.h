@@ -30,6 +30,7 @@ class NormalizeOperation {
     /** Measures every bin; returns the level of those above the noise floor, linear, or 0.0. */
     double InitializeBinArray();
 
+    /** Writes the output whole, with the gain running from wall to wall. */
     void ApplyGains();
 
     /** What came of it. */
@@ -76,6 +77,7 @@ class FullScaleHold : public stream::Stage {
     long long held_ = 0;
 };
 
+/** Runs the step over the files that args name; throws as NormalizeOperation::Execute does. */
 FitResult Normalize(const NormalizeArgs& args, Miss miss = Miss::kStand);
 
 }  // namespace normalize

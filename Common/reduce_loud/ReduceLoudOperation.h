@@ -7,7 +7,10 @@
 
 namespace reduce_loud {
 
-/** A bin is too loud when its RMS, its louder channel's, stands too far above the mean RMS. */
+/**
+ * A bin is too loud when its RMS, its louder channel's, stands too far above the mean RMS. What the
+ * peaks do within it does not count: they were tamed one step before.
+ */
 struct PassageRule {
     using Step = reduce_loud::Step;
     using RmsRule = RmsOfLouderChannel;
@@ -19,14 +22,17 @@ struct PassageRule {
 
     static double level(const CBin& bin) { return bin.rms; }
 
+    /** Where a warning about the settings goes: each step has its own stream. */
     static void warn(const char* text);
 };
 
+/** The passes of loud_reduction/LoudReduction.h with this step's rule. */
 class ReduceLoudOperation : public LoudReduction<PassageRule> {
   public:
     explicit ReduceLoudOperation(const ReduceLoudArgs& args) : LoudReduction<PassageRule>(args) {}
 };
 
+/** Runs the step over the files that args name. Throws the step's errors. */
 void ReduceLoud(const ReduceLoudArgs& args);
 
 }  // namespace reduce_loud

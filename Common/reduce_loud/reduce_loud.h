@@ -6,7 +6,9 @@
 namespace reduce_loud {
 
 struct Step : step_errors::ToLog {
+    /** In messages, and in the source name that the log gets. */
     static constexpr const char* kName = "reduce_loud";
+    /** Unlike in other steps that log, open errors end with the library's text. */
     static constexpr bool kLibraryText = true;
 };
 

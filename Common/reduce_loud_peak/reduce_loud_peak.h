@@ -7,6 +7,7 @@
 namespace reduce_loud_peak {
 
 struct Step : step_errors::ToStandardError {
+    /** In messages, and in the source name that the log gets. */
     static constexpr const char* kName = "reduce_loud_peak";
 };
 

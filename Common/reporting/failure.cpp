@@ -6,10 +6,12 @@ namespace reporting {
 
 namespace {
 
+// Of the process, like the run that they belong to.
 Failure failure;
 MessageSink sink = nullptr;
 void* sink_context = nullptr;
 
+/** The cause may have several lines, which are written one by one; line ends do not count. */
 bool is_part_of_cause(const std::string& text) {
     const std::size_t end = text.find_last_not_of('\n');
     return end != std::string::npos &&
@@ -46,6 +48,7 @@ void write_words(Stream stream, const std::string& text) {
     if (sink != nullptr) {
         sink(sink_context, {stream, is_part_of_cause(text), text});
     } else {
+        // Flushed at once: a process that dies in the next step has said what it had to say.
         (stream == Stream::kError ? std::cerr : std::cout) << text << std::flush;
     }
 }

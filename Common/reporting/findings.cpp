@@ -5,6 +5,7 @@
 
 namespace {
 
+/** The state before a run: a number is NaN until its step has found it, so that none looks real. */
 LevelFindings nothing_found() {
     constexpr double kUnknown = std::numeric_limits<double>::quiet_NaN();
     LevelFindings found{};

@@ -18,7 +18,9 @@ CCostCalculator::CCostCalculator(std::istream* is,
 
 CCostCalculator::~CCostCalculator() = default;
 
+// Listings for one who works on the costs: a line per value of the chunk, numbered from 0.
 void CCostCalculator::DumpCostMatrix(std::ofstream* file, double* pCost, std::uint16_t k) const {
+    // k breakpoints make k + 1 segments: fewer values than they need have no cost, and get -1.
     const int meaningless = std::max(1, (k + 1) * min_segment_length_ - 1);
     std::fill_n(pCost, std::min<int>(meaningless, chunk_size_), -1.0);
     for (int j = 0; j < chunk_size_; ++j) {

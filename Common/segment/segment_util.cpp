@@ -11,6 +11,8 @@ namespace {
 constexpr const char* kSource = "Common/segment/segment_util";
 }
 
+// A broken rule of the search is a fault of the program and not of a recording: going on would
+// write gains that nobody can trust. So the process ends, in a release build as well.
 void assertion_failed(const char* condition) {
     std::cerr << "Assertion failed: " << condition << std::endl;
     std::abort();
@@ -48,6 +50,7 @@ int WriteBreakpointFile(std::ostream& os,
                         const unsigned int* pBreakpoints,
                         std::uint16_t count) {
     for (int i = 0; i < count; ++i) {
+        // A breakpoint stands before a value: none stands before the first, 0 marks a missing one.
         if (pBreakpoints[i] != 0) {
             os << pBreakpoints[i] << std::endl;
         }

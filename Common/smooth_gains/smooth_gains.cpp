@@ -34,6 +34,7 @@ struct Args {
     std::string output_file;
 };
 
+/** Returns 0, or 1 after a message; the help counts as one, since nothing was smoothed. */
 int parse(int argc, const char** argv, Args& args) {
     StepOptions parser("smooth_gains", "produce help message");
     parser.option("attack-increasing,a", args.attack_increasing, "attack for increasing gain")
@@ -66,6 +67,7 @@ std::vector<double> read_gains(std::istream& file) {
     char line[kLineSize];
     std::vector<double> gains;
     while (file.getline(line, kLineSize)) {
+        // What is no number reads as 0, which no gain can be.
         const double gain = std::atof(line);
         if (gain != 0.0) {
             gains.push_back(gain);

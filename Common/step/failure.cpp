@@ -28,6 +28,7 @@ void report_current_failure() {
         throw;
     } catch (const ss_cancel_exception&) {
         throw;
+        // Ahead of the next: an error whose base is private reports itself through this one alone.
     } catch (const self_reporting& failure) {
         failure.report();
     } catch (const ss_error& failure) {
@@ -36,6 +37,7 @@ void report_current_failure() {
         failure.report();
     } catch (std::exception& failure) {
         const std::string text = text_of_option_error(failure);
+        // What is printed stays the exception's own text; the cause is put into words for people.
         const bool is_memory = dynamic_cast<const std::bad_alloc*>(&failure) != nullptr;
         reporting::note_failure(kind_of(failure), is_memory ? "there is not enough memory" : text);
         reporting::write_words(reporting::Stream::kError, text);

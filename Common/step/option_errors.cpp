@@ -9,9 +9,10 @@ namespace po = boost::program_options;
 
 namespace {
 
+// For a percent sign while the library works: a character that no text holds.
 constexpr char kStandIn = '\x01';
 
-/** Way in to the values that the library keeps for its texts. */
+/** Way in to the values that the library keeps for its texts, which are protected there. */
 class Substitutions : public po::error_with_option_name {
   public:
     static std::map<std::string, std::string>& of(po::error_with_option_name& error) {
@@ -35,6 +36,7 @@ std::string text_of_option_error(std::exception& failure) {
 }
 
 bool open_options_file(const std::string& path, std::ifstream& file) {
+    // A folder opens like a file and then reads as an empty one.
     boost::system::error_code ignored;
     if (boost::filesystem::is_directory(path, ignored)) {
         return false;

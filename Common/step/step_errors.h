@@ -61,6 +61,7 @@ class command_line_error : public ss_error {
     void report() const override {}
 };
 
+/** Not even a file was named. The command line's other faults are told by its parser. */
 template <class Step>
 class empty_command_line_error : public ss_error {
   public:
@@ -79,6 +80,7 @@ class file_error : public ss_error {
     std::string file_;
 };
 
+/** Base of the errors of reading and writing. */
 template <class Step>
 class sf_io_error : public file_error<Step> {
   public:
@@ -95,6 +97,7 @@ class sf_open_error : public sf_io_error<Step> {
     using sf_io_error<Step>::sf_io_error;
 };
 
+/** A file that is missing, is no sound file or may not be read. */
 template <class Step>
 class sf_openinput_error : public sf_open_error<Step> {
   public:
@@ -106,6 +109,7 @@ class sf_openinput_error : public sf_open_error<Step> {
     }
 };
 
+/** A place that may not be written to, or a format that the library does not write. */
 template <class Step>
 class sf_openoutput_error : public sf_open_error<Step> {
   public:
@@ -133,6 +137,7 @@ class sf_unexpected_eof : public sf_io_error<Step> {
     }
 };
 
+/** A recording in which the library cannot go where the step has to read. */
 template <class Step>
 class sf_seek_error : public sf_io_error<Step> {
   public:

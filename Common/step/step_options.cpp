@@ -9,7 +9,14 @@
 
 namespace po = boost::program_options;
 
+/*
+ * Two descriptions make a command line: the visible group is what the help shows, the hidden one is
+ * parsed with it. Every parse begins with an empty map of values, so that one object can parse
+ * twice; the defaults that it shows stay those of its declaration.
+ */
+
 namespace {
+// As in the engine's own help.
 constexpr unsigned kLineLength = 80;
 constexpr unsigned kDescriptionColumn = 40;
 }  // namespace
@@ -48,6 +55,7 @@ StepOptions& StepOptions::failure_texts(const std::string& prefix, const std::st
 
 ParseResult StepOptions::parse(int argc, const char* const* argv) {
     const ParseResult result = parse_or_failure(argc, argv);
+    // Noted here, where the cause is known; in which words it is said is the step's affair.
     if (result.status == ParseResult::kFailed ||
         result.status == ParseResult::kUnreadableOptionsFile) {
         reporting::note_failure(reporting::Kind::kOther, result.message);
@@ -98,6 +106,7 @@ ParseResult StepOptions::parse_throwing(int argc, const char* const* argv) {
 }
 
 bool StepOptions::given(const std::string& name) const {
+    // The library puts defaults into the map, too.
     return values_.count(name) != 0 && !values_[name].defaulted();
 }
 

@@ -27,8 +27,10 @@ struct ParseResult {
  */
 class StepOptions {
   public:
+    /** What is made of the option's file: with kNone there is no such option. */
     enum OptionsFile { kMustOpen, kMayBeMissing, kNone };
 
+    /** caption: above the group in the help. options_file receives the path that was given. */
     StepOptions(const std::string& caption,
                 std::string& options_file,
                 OptionsFile rule = kMustOpen);
@@ -36,6 +38,7 @@ class StepOptions {
     /** A command line without an options file and with the step's own words for help. */
     StepOptions(const std::string& caption, const std::string& help_text);
 
+    /** names: "long" or "long,l". help: one line. The field must live until the last parse. */
     template <class T>
     StepOptions& option(const char* names, T& field, const char* help) {
         std::ostringstream shown;
