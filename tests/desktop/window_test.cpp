@@ -59,8 +59,9 @@ double luminance(const QColor& color) {
     const auto linear = [](double c) {
         return c <= 0.03928 ? c / 12.92 : std::pow((c + 0.055) / 1.055, 2.4);
     };
-    return 0.2126 * linear(color.redF()) + 0.7152 * linear(color.greenF()) +
-           0.0722 * linear(color.blueF());
+    return 0.2126 * linear(static_cast<double>(color.redF())) +
+           0.7152 * linear(static_cast<double>(color.greenF())) +
+           0.0722 * linear(static_cast<double>(color.blueF()));
 }
 
 double contrast(const QColor& one, const QColor& other) {
