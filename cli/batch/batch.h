@@ -108,10 +108,10 @@ class Batch {
     using Clock = std::chrono::steady_clock;
 
     struct Entry {
-        std::size_t index;
+        std::size_t index = 0;
         std::string input;
         std::string output;
-        Existing existing;
+        Existing existing{};
         FileState found;
         std::string new_folder;
         bool wait = false;  // another process was at the output: try again, last of all
@@ -121,8 +121,8 @@ class Batch {
         Entry entry;
         Clock::time_point started;
         std::unique_ptr<WorkerProcess> worker;
-        double told_fraction;
-        bool cancelled;
+        double told_fraction = 0.0;
+        bool cancelled = false;
     };
 
     void wake() const;

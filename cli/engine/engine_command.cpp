@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <boost/filesystem.hpp>
+#include <cmath>
 #include <csignal>
 #include <cstdio>
 #include <exception>
@@ -48,7 +49,7 @@ void require_writable_output(const std::string& input, const std::string& output
 }
 
 int show_progress(void* /*context*/, float fraction) {
-    std::printf("%3d%%\r", static_cast<int>(fraction * 100.0F + 0.5F));
+    std::printf("%3d%%\r", static_cast<int>(std::lround(fraction * 100.0F)));
     std::fflush(stdout);
     return 0;
 }

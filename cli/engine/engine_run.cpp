@@ -28,6 +28,7 @@ int level(const EngineRun& run, std::function<void(double)> progress) {
     std::vector<std::string> words = {"", "--input-file", run.input, "--output-file", run.output};
     words.insert(words.end(), run.tuning.begin(), run.tuning.end());
     std::vector<char*> argv;
+    argv.reserve(words.size() + 1);
     for (std::string& word : words) {
         argv.push_back(&word[0]);
     }

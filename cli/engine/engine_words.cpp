@@ -18,9 +18,7 @@ std::string take_keep_intermediates(std::vector<std::string>& words) {
             continue;
         }
         const bool separate = !joined && i + 1 < words.size();
-        const std::string value = joined     ? word->substr(name.size() + 1)
-                                  : separate ? words[i + 1]
-                                             : "";
+        std::string value = joined ? word->substr(name.size() + 1) : separate ? words[i + 1] : "";
         if (value.empty()) {
             throw std::runtime_error(name + " needs a directory");
         }

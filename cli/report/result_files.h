@@ -21,6 +21,8 @@ class ResultFiles {
     /** count: how many files there will be. */
     ResultFiles(const Settings& settings, std::size_t count);
     ~ResultFiles();
+    ResultFiles(const ResultFiles&) = delete;
+    ResultFiles& operator=(const ResultFiles&) = delete;
 
     /** Takes the facts of one file, 0 <= index < count. Never throws; problems() tells. */
     void add(std::size_t index, FileFacts facts);

@@ -73,6 +73,8 @@ class StagedText {
   public:
     explicit StagedText(const std::string& destination);
     ~StagedText();
+    StagedText(const StagedText&) = delete;
+    StagedText& operator=(const StagedText&) = delete;
     void add(const std::string& text);
     void commit();
 
