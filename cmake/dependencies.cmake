@@ -16,7 +16,5 @@ pkg_check_modules(FFMPEG REQUIRED IMPORTED_TARGET
   libavformat>=59.27 libavcodec libavutil libswresample)
 find_package(fmt REQUIRED)
 find_package(nlohmann_json REQUIRED)
-find_path(EBUR128_INCLUDE_DIR ebur128.h REQUIRED)
-find_library(EBUR128_LIBRARY ebur128 REQUIRED)
 find_path(XXHASH_INCLUDE_DIR xxhash.h REQUIRED)
 find_library(XXHASH_LIBRARY xxhash REQUIRED)

@@ -1,16 +1,17 @@
 #include "cli/audio/measure.h"
 
-#include <ebur128.h>
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <cmath>
 #include <deque>
-#include <limits>
-#include <memory>
 #include <numeric>
 #include <stdexcept>
+#include <utility>
+#include <vector>
 
+#include "cli/audio/loudness_meter.h"
+#include "cli/audio/sample_sums.h"
 #include "cli/audio/sound_file.h"
 #include "cli/audio/true_peak.h"
 
@@ -29,23 +30,6 @@ double power_to_db(double power) {
 
 double amplitude_to_db(double amplitude) {
     return 20 * std::log10(amplitude);
-}
-
-/** Eight sums side by side, which do not wait for each other. */
-double sum_of_squares(const float* samples, std::size_t count) {
-    constexpr std::size_t kSums = 8;
-    double sums[kSums] = {};
-    std::size_t i = 0;
-    for (; i + kSums <= count; i += kSums) {
-        for (std::size_t k = 0; k < kSums; ++k) {
-            const double sample = static_cast<double>(samples[i + k]);
-            sums[k] += sample * sample;
-        }
-    }
-    for (; i < count; ++i) {
-        sums[0] += static_cast<double>(samples[i]) * static_cast<double>(samples[i]);
-    }
-    return std::accumulate(std::begin(sums), std::end(sums), 0.0);
 }
 
 /**
@@ -120,87 +104,118 @@ class PowerMeter {
     std::deque<double> recent_;
 };
 
+/** The frames that a point of the curve tells of. */
+struct Window {
+    std::int64_t begin;
+    std::int64_t end;
+};
+
+/** One window for each point, centred on its time and cut off at the file's ends. */
+std::vector<Window> curve_windows(std::int64_t frames, int rate_hz, double step_s) {
+    const double duration = static_cast<double>(frames) / rate_hz;
+    std::vector<Window> windows;
+    for (std::size_t i = 0; static_cast<double>(i) * step_s <= duration && frames > 0; ++i) {
+        const double centre = static_cast<double>(i) * step_s;
+        const double end = std::min(duration, centre + kShortTermSeconds / 2);
+        const double start = std::max(0.0, centre - kShortTermSeconds / 2);
+        const auto last = static_cast<std::int64_t>(end * rate_hz);
+        // In whole milliseconds.
+        const std::int64_t length =
+            rate_hz * static_cast<std::int64_t>((end - start) * 1000) / 1000;
+        windows.push_back({std::max<std::int64_t>(last - length, 0), last});
+    }
+    return windows;
+}
+
+/** The last 400 ms, which need not end with a block. */
+Window last_moment(std::int64_t frames, int rate_hz) {
+    return {frames - LoudnessMeter::block_frames(rate_hz), frames};
+}
+
+/** Where windows begin and end. */
+std::vector<std::int64_t> cuts_of(const std::vector<Window>& windows, const Window& last) {
+    std::vector<std::int64_t> cuts = {std::max<std::int64_t>(last.begin, 0), last.end};
+    for (const Window& window : windows) {
+        cuts.push_back(window.begin);
+        cuts.push_back(window.end);
+    }
+    std::sort(cuts.begin(), cuts.end());
+    cuts.erase(std::unique(cuts.begin(), cuts.end()), cuts.end());
+    return cuts;
+}
+
 class FileMeter {
   public:
     explicit FileMeter(const std::string& path)
         : file_(open_to_read(path)),
+          frames_(file_.frames()),
+          step_s_(std::max(kLeastStepSeconds,
+                           static_cast<double>(frames_) / file_.samplerate() / kMostPoints)),
+          windows_(curve_windows(frames_, file_.samplerate(), step_s_)),
+          last_moment_(last_moment(frames_, file_.samplerate())),
           power_(std::max(file_.channels(), 1), file_.samplerate() / 10),
-          meter_(make_loudness_meter(file_.channels(),
-                                     file_.samplerate(),
-                                     EBUR128_MODE_I | EBUR128_MODE_LRA | EBUR128_MODE_S)),
-          peaks_(file_.channels(), file_.samplerate()) {
-        frames_ = file_.frames();
-        buffer_.resize(static_cast<std::size_t>(file_.samplerate()) *
-                       static_cast<std::size_t>(file_.channels()));
-    }
+          peaks_(file_.channels(), file_.samplerate()),
+          loudness_(file_.channels(), file_.samplerate(), cuts_of(windows_, last_moment_)),
+          buffer_(static_cast<std::size_t>(file_.samplerate()) *
+                  static_cast<std::size_t>(file_.channels())) {}
 
     Loudness run(const std::function<void(double)>& progress) {
-        Loudness result;
-        const double rate = file_.samplerate();
-        const double duration = static_cast<double>(frames_) / rate;
-        Curve& curve = result.short_term_lufs;
-        curve.step_s = std::max(kLeastStepSeconds, duration / kMostPoints);
-        for (std::size_t i = 0; double(i) * curve.step_s <= duration && frames_ > 0; ++i) {
-            const double centre = static_cast<double>(i) * curve.step_s;
-            const double end = std::min(duration, centre + kShortTermSeconds / 2);
-            const double start = std::max(0.0, centre - kShortTermSeconds / 2);
-            read_to(sf_count_t(end * rate));
-            curve.values.push_back(window(end - start));
+        while (done_ < frames_) {
+            read_block();
             progress(static_cast<double>(done_) / static_cast<double>(frames_));
         }
-        read_to(frames_);
-        fill(result);
-        return result;
+        return result();
     }
 
   private:
-    void read_to(sf_count_t frame) {
-        while (done_ < frame) {
-            const sf_count_t wanted = std::min<sf_count_t>(frame - done_, file_.samplerate());
-            const sf_count_t got = file_.readf(buffer_.data(), wanted);
-            if (got <= 0) {
-                if (file_.error()) {
-                    throw std::runtime_error(file_.strError());
-                }
-                throw std::runtime_error(fmt::format(
-                    "ends after {} of {} frames; the file may be damaged", done_, frames_));
+    void read_block() {
+        const sf_count_t got =
+            file_.readf(buffer_.data(), std::min<sf_count_t>(frames_ - done_, file_.samplerate()));
+        if (got <= 0) {
+            if (file_.error()) {
+                throw std::runtime_error(file_.strError());
             }
-            power_.add(buffer_.data(),
-                       static_cast<std::size_t>(got) * static_cast<std::size_t>(file_.channels()));
-            if (ebur128_add_frames_float(meter_.get(), buffer_.data(),
-                                         static_cast<std::size_t>(got))) {
-                throw std::runtime_error("not enough memory to measure the loudness");
-            }
-            peaks_.add(buffer_.data(), static_cast<std::size_t>(got));
-            done_ += got;
+            throw std::runtime_error(
+                fmt::format("ends after {} of {} frames; the file may be damaged", done_, frames_));
         }
+        const auto frames = static_cast<std::size_t>(got);
+        power_.add(buffer_.data(), frames * static_cast<std::size_t>(file_.channels()));
+        loudness_.add(buffer_.data(), frames);
+        peaks_.add(buffer_.data(), frames);
+        done_ += got;
     }
 
-    double window(double seconds) const {
-        double loudness = -std::numeric_limits<double>::infinity();
-        ebur128_loudness_window(meter_.get(), static_cast<unsigned long>(seconds * 1000),
-                                &loudness);
-        return loudness;
-    }
-
-    void fill(Loudness& result) const {
-        ebur128_loudness_global(meter_.get(), &result.integrated_lufs);
-        ebur128_loudness_range(meter_.get(), &result.range_lu);
+    Loudness result() const {
+        Loudness result;
+        result.integrated_lufs = loudness_.integrated_lufs();
+        result.range_lu = loudness_.range_lu();
         result.true_peak_dbtp = amplitude_to_db(peaks_.true_peak());
         result.sample_peak_dbfs = amplitude_to_db(peaks_.sample_peak());
         result.rms_dbfs = power_.rms_db();
         result.pauses_dbfs = power_.quietest_db();
         result.head_s = kLeastStepSeconds * static_cast<double>(power_.quiet_blocks_at_head());
         result.tail_s = kLeastStepSeconds * static_cast<double>(power_.quiet_blocks_at_tail());
+        result.greatest_momentary_lufs =
+            std::max(loudness_.greatest_momentary_lufs(),
+                     loudness_.window_lufs(last_moment_.begin, last_moment_.end));
+        result.short_term_lufs.step_s = step_s_;
+        for (const Window& window : windows_) {
+            result.short_term_lufs.values.push_back(
+                loudness_.window_lufs(window.begin, window.end));
+        }
+        return result;
     }
 
-    mutable SndfileHandle file_;
+    SndfileHandle file_;
+    sf_count_t frames_;
+    double step_s_;
+    std::vector<Window> windows_;
+    Window last_moment_;
     PowerMeter power_;
-    LoudnessMeter meter_;
     TruePeakMeter peaks_;
-    sf_count_t frames_ = 0;
-    sf_count_t done_ = 0;
+    LoudnessMeter loudness_;
     std::vector<float> buffer_;
+    sf_count_t done_ = 0;
 };
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <stdexcept>
 #include <vector>
 
+#include "cli/audio/sample_sums.h"
 #include "cli/audio/sound_file.h"
 
 namespace cli {
@@ -22,14 +23,11 @@ Scan scan(const std::string& path) {
     Scan result;
     double sum = 0;
     for (sf_count_t got = 0; (got = file.readf(block.data(), kBlockFrames)) > 0;) {
-        const auto end = block.begin() + got * file.channels();
-        float peak = 0;
-        for (auto sample = block.begin(); sample != end; ++sample) {
-            result.finite = result.finite && std::isfinite(*sample);
-            peak = std::max(peak, std::fabs(*sample));
-            sum += static_cast<double>(*sample) * static_cast<double>(*sample);
-        }
+        const auto count = static_cast<std::size_t>(got * file.channels());
+        const float peak = peak_of(block.data(), count);
+        result.finite = result.finite && std::isfinite(peak);
         result.peak = std::max(result.peak, static_cast<double>(peak));
+        sum += sum_of_squares(block.data(), count);
         result.frames += got;
     }
     if (file.error()) {

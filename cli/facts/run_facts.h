@@ -34,6 +34,7 @@ struct Loudness {
     double head_s = 0;       // the quiet before the first sound, in steps of 0.1 s
     double tail_s = 0;       // the quiet after the last sound
     Curve short_term_lufs;
+    double greatest_momentary_lufs = 0;  // of 400 ms; for the file's own metadata, not in JSON
 };
 
 /** One stretch of steady loudness, as the segmentation found it. */

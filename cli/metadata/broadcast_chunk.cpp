@@ -7,7 +7,6 @@
 #include <limits>
 
 #include "Common/version.h"
-#include "cli/audio/momentary.h"
 #include "cli/audio/sound_file.h"
 
 /*
@@ -43,10 +42,10 @@ std::array<double, kFields> field_values(const Loudness* loudness) {
     return values;
 }
 
-void put_loudness(Bytes& chunk, const Loudness* loudness, const std::string& audio) {
+void put_loudness(Bytes& chunk, const Loudness* loudness) {
     std::array<double, kFields> values = field_values(loudness);
     if (loudness && get_number(chunk, kLoudness + 2 * kMomentary, 2, false) != kNotSet) {
-        values[kMomentary] = greatest_momentary_lufs(audio);
+        values[kMomentary] = loudness->greatest_momentary_lufs;
     }
     for (std::size_t i = 0; i < kFields; ++i) {
         const bool known = std::isfinite(values[i]) && std::fabs(values[i]) < 320;
@@ -96,7 +95,7 @@ void add_history(Bytes& chunk, const std::string& audio) {
 
 Bytes with_new_loudness(Bytes chunk, const Loudness* loudness, const std::string& audio) {
     if (chunk.size() >= kLoudness + 2 * kFields && get_number(chunk, kVersion, 2, false) >= 2) {
-        put_loudness(chunk, loudness, audio);
+        put_loudness(chunk, loudness);
     }
     if (chunk.size() >= kHistory) {
         add_history(chunk, audio);

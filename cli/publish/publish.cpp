@@ -1,15 +1,13 @@
 #include "cli/publish/publish.h"
 
-#include <ebur128.h>
-
 #include <algorithm>
 #include <cmath>
 #include <limits>
-#include <memory>
 #include <stdexcept>
 #include <utility>
 #include <vector>
 
+#include "cli/audio/loudness_meter.h"
 #include "cli/audio/measure.h"
 #include "cli/audio/sound_file.h"
 #include "cli/publish/limiter.h"
@@ -32,25 +30,17 @@ double to_linear(double db) {
     return std::pow(10, db / 20);
 }
 
-struct CloseMeter {
-    void operator()(ebur128_state* state) const { ebur128_destroy(&state); }
-};
-
 /** The level that a destination asks for, and nothing else: a trial has to be cheap. */
 class LevelMeter {
   public:
     LevelMeter(LevelKind kind, const SndfileHandle& file)
-        : kind_(kind), channels_(static_cast<std::size_t>(file.channels())) {
-        meter_.reset(ebur128_init(static_cast<unsigned>(file.channels()),
-                                  static_cast<unsigned>(file.samplerate()), EBUR128_MODE_I));
-        if (!meter_) {
-            throw std::runtime_error("not enough memory to measure the loudness");
-        }
-    }
+        : kind_(kind),
+          channels_(static_cast<std::size_t>(file.channels())),
+          meter_(file.channels(), file.samplerate()) {}
 
     void add(const std::vector<double>& samples) {
         if (kind_ == LevelKind::Loudness) {
-            ebur128_add_frames_double(meter_.get(), samples.data(), samples.size() / channels_);
+            meter_.add(samples.data(), samples.size() / channels_);
             return;
         }
         for (double sample : samples) {
@@ -63,15 +53,13 @@ class LevelMeter {
         if (kind_ == LevelKind::Rms) {
             return 10 * std::log10(squares_ / std::max(count_, 1.0));
         }
-        double level = -std::numeric_limits<double>::infinity();
-        ebur128_loudness_global(meter_.get(), &level);
-        return level;
+        return meter_.integrated_lufs();
     }
 
   private:
     LevelKind kind_;
     std::size_t channels_;
-    std::unique_ptr<ebur128_state, CloseMeter> meter_;
+    LoudnessMeter meter_;
     double squares_ = 0;
     double count_ = 0;
 };

@@ -1,6 +1,5 @@
 #include "cli/report/listen.h"
 
-#include <ebur128.h>
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -11,6 +10,7 @@
 #include <stdexcept>
 #include <vector>
 
+#include "cli/audio/loudness_meter.h"
 #include "cli/audio/sound_file.h"
 #include "cli/publish/sinc.h"
 #include "cli/report/heard.h"
@@ -87,17 +87,9 @@ Clip resampled(const Clip& clip) {
 }
 
 double loudness_of(const Clip& clip) {
-    ebur128_state* meter = ebur128_init(static_cast<unsigned>(clip.channels),
-                                        static_cast<unsigned>(clip.rate), EBUR128_MODE_I);
-    if (!meter) {
-        throw std::runtime_error("not enough memory to measure the loudness");
-    }
-    double loudness = 0;
-    ebur128_add_frames_double(meter, clip.samples.data(),
-                              clip.samples.size() / static_cast<std::size_t>(clip.channels));
-    ebur128_loudness_global(meter, &loudness);
-    ebur128_destroy(&meter);
-    return loudness;
+    LoudnessMeter meter(clip.channels, clip.rate);
+    meter.add(clip.samples.data(), clip.samples.size() / static_cast<std::size_t>(clip.channels));
+    return meter.integrated_lufs();
 }
 
 double peak_of(const Clip& clip) {

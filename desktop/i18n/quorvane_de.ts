@@ -176,10 +176,10 @@
     <message>
         <source>Levels the loudness of spoken word.
 
-Stands on Qt, FFmpeg, libsndfile, Boost, TagLib, libebur128, fmt and JSON for Modern C++.</source>
+Stands on Qt, FFmpeg, libsndfile, Boost, TagLib, fmt and JSON for Modern C++.</source>
         <translation>Gleicht die Lautheit gesprochener Sprache aus.
 
-Beruht auf Qt, FFmpeg, libsndfile, Boost, TagLib, libebur128, fmt und JSON for Modern C++.</translation>
+Beruht auf Qt, FFmpeg, libsndfile, Boost, TagLib, fmt und JSON for Modern C++.</translation>
     </message>
 </context>
 <context>

@@ -141,7 +141,7 @@ void Dialogs::about() {
     box->setText(QStringLiteral("Quorvane %1").arg(QApplication::applicationVersion()));
     box->setInformativeText(
         Words::tr("Levels the loudness of spoken word.\n\nStands on Qt, FFmpeg, libsndfile, Boost, "
-                  "TagLib, libebur128, fmt and JSON for Modern C++."));
+                  "TagLib, fmt and JSON for Modern C++."));
     box->open();
 }
 

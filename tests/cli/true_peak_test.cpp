@@ -1,5 +1,6 @@
 #include "cli/audio/true_peak.h"
 
+#include <ebur128.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -9,18 +10,19 @@
 
 namespace {
 
-/** The library's own answer, every frame interpolated. */
+/** libebur128's own answer, every frame interpolated. */
 double interpolate_everything(const std::vector<float>& samples, int channels, int rate) {
-    const cli::LoudnessMeter meter =
-        cli::make_loudness_meter(channels, rate, EBUR128_MODE_TRUE_PEAK);
-    ebur128_add_frames_float(meter.get(), samples.data(),
+    ebur128_state* meter = ebur128_init(static_cast<unsigned>(channels),
+                                        static_cast<unsigned long>(rate), EBUR128_MODE_TRUE_PEAK);
+    ebur128_add_frames_float(meter, samples.data(),
                              samples.size() / static_cast<std::size_t>(channels));
     double peak = 0;
     for (int channel = 0; channel < channels; ++channel) {
         double of_channel = 0;
-        ebur128_true_peak(meter.get(), static_cast<unsigned>(channel), &of_channel);
+        ebur128_true_peak(meter, static_cast<unsigned>(channel), &of_channel);
         peak = std::max(peak, of_channel);
     }
+    ebur128_destroy(&meter);
     return peak;
 }
 
@@ -47,7 +49,9 @@ TEST(TruePeak, SkippingPiecesGivesWhatInterpolatingEverythingGives) {
                     meter.add(samples.data() + done * static_cast<std::size_t>(channels), frames);
                     done += frames;
                 }
-                EXPECT_EQ(interpolate_everything(samples, channels, rate), meter.true_peak());
+                // Sums of single precision in another order.
+                EXPECT_NEAR(interpolate_everything(samples, channels, rate), meter.true_peak(),
+                            1e-6);
             }
         }
     }
