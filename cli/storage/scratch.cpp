@@ -1,14 +1,17 @@
 #include "cli/storage/scratch.h"
 
 #include <fcntl.h>
+#include <ftw.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <ctime>
 #include <filesystem>
+#include <new>
 #include <system_error>
 
 namespace cli {
@@ -56,18 +59,39 @@ bool try_lock(int descriptor) {
     return flock(descriptor, LOCK_EX | LOCK_NB) == 0;
 }
 
-// The lock goes last: who is killed in between leaves a directory that is known by it.
-void remove_tree(const std::string& path) {
-    std::error_code ignored;
-    for (fs::directory_iterator entry(path, ignored), end; !ignored && entry != end;
-         entry.increment(ignored)) {
-        std::error_code kept;
-        if (entry->path().filename() != kLock) {
-            fs::remove_all(entry->path(), kept);
-        }
+namespace {
+
+/** Removes what it is shown, but for the tree's root and the lock there. */
+int remove_below(const char* path, const struct stat* /*status*/, int kind, struct FTW* place) {
+    const bool is_lock = place->level == 1 && std::strcmp(path + place->base, kLock) == 0;
+    if (place->level > 0 && !is_lock) {
+        kind == FTW_DP ? rmdir(path) : unlink(path);
     }
-    if (fs::remove_all(path, ignored) == static_cast<std::uintmax_t>(-1)) {
-        fs::remove_all(path, ignored);  // what failed may have been of the moment
+    return 0;
+}
+
+bool remove_once(const std::string& path) {
+    constexpr int kMostOpen = 16;
+    nftw(path.c_str(), remove_below, kMostOpen, FTW_DEPTH | FTW_PHYS);
+    // The lock goes last: who is killed in between leaves a directory that is known by it.
+    unlink((path + "/" + kLock).c_str());
+    return rmdir(path.c_str()) == 0 || errno == ENOENT;
+}
+
+}  // namespace
+
+// With the C library alone: destructors call this, and its functions tell of a lack of memory
+// where those of the standard library end the program.
+void remove_tree(const std::string& path) {
+    constexpr int kTries = 2;  // what failed may have been of the moment
+    for (int i = 0; i < kTries; ++i) {
+        try {
+            if (remove_once(path)) {
+                return;
+            }
+        } catch (const std::bad_alloc&) {
+            continue;
+        }
     }
 }
 
