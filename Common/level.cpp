@@ -99,6 +99,10 @@ void levelDiscardIntermediates(void) {
     Run::discard_intermediates();
 }
 
+void levelHideIntermediates(int hide) {
+    Run::hide_intermediates(hide != 0);
+}
+
 void levelLowerTarget(int lower) {
     Run::lower_target(lower != 0);
 }

@@ -57,6 +57,13 @@ void levelDiscardIntermediates(void);
 void levelKeepIntermediates(int keep);
 
 /*
+ * With hide other than 0, later runs that need not keep their intermediate files give those that
+ * hold audio no name: each is unlinked as soon as it is made. Such a run is faster and leaves less
+ * behind, whatever becomes of it.
+ */
+void levelHideIntermediates(int hide);
+
+/*
  * With lower other than 0, later runs deliver no level that ran away: where the peaks leave the
  * target level out of reach, or a sample would pass full scale, the last step takes 0.5 dB off its
  * target until both fit. levelFindings tells by how much.

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "Common/audio/frame_file.h"
+#include "Common/bins/measured_bins.h"
 #include "Common/bins/peak.h"
 #include "Common/bins/walls.h"
 #include "Common/files/same_file.h"
@@ -16,11 +17,11 @@
 #include "Common/units.h"
 
 /*
- * Two passes over the audio: the first finds the largest sample that the gains would give, the
- * second applies the gains divided by it. Nothing is kept in between. The first pass runs the very
- * same ramps into a meter, so that what it measures is to the last bit what the second would write
- * before the scaling. Scaling the walls and not the samples costs nothing, at the price of a
- * rounding: the largest sample comes out at 1.0 or next to it.
+ * Two passes over the audio, or one and a few blocks: the first finds the largest sample that the
+ * gains would give, the second applies the gains divided by it. Nothing is kept in between. The
+ * first pass runs the very same ramps into a meter, so that what it measures is to the last bit
+ * what the second would write before the scaling. Scaling the walls and not the samples costs
+ * nothing, at the price of a rounding: the largest sample comes out at 1.0 or next to it.
  *
  * The series holds a gain per block, the ramps need one at the end of the last block, too: a gain
  * of 0 is appended. Recordings that end on a block's end have a gain to spare (see
@@ -29,6 +30,8 @@
 namespace apply_gains {
 
 namespace {
+
+constexpr int kMostSingleBlocks = 32;
 
 /** The largest absolute sample, of any channel. */
 class PeakMeter : public stream::Receiver {
@@ -52,6 +55,72 @@ class PeakMeter : public stream::Receiver {
 
 [[noreturn]] void fail_write(const WriteFailure& failure) {
     throw sf_write_err(failure.handle, failure.path, failure.reason);
+}
+
+/** The largest sample that a block's ramp gives. */
+double peak_of_block(SoundSource& input, const BinGrid& blocks, const double* gains, int block) {
+    if (!input.seek(static_cast<long long>(block) * blocks.bin_frames)) {
+        throw std::runtime_error(input.name() + ": cannot be read a second time");
+    }
+    PeakMeter meter(input.info().channels);
+    WallRamps ramp(input.info().channels, {blocks.bin_frames, 1, 2}, gains + block, meter);
+    stream::pump(input, ramp, blocks.bin_frames);
+    return meter.peak();
+}
+
+/**
+ * The largest sample of the ramps over blocks whose own peaks are known. None gives more than its
+ * peak times the larger of its two gains, so that few need be read: those that could beat the
+ * largest sample found so far. Negative where too many could.
+ */
+double peak_of_few(SoundSource& input,
+                   const BinGrid& blocks,
+                   const double* gains,
+                   const MeasuredBins& measured) {
+    constexpr double kRounding = 1e-9;  // of a ramp's sums, and far more than that
+    const int count = std::min(blocks.bins, measured.grid.bins);
+    const auto bound = [&](int block) {
+        const double gain = std::max(std::fabs(gains[block]), std::fabs(gains[block + 1]));
+        return measured.bins[block].peak * gain * (1.0 + kRounding);
+    };
+    int highest = 0;
+    for (int block = 0; block < count; ++block) {
+        // What is no number is read in the order of the blocks.
+        if (!std::isfinite(bound(block))) {
+            return -1.0;
+        }
+        highest = bound(block) > bound(highest) ? block : highest;
+    }
+    double peak = peak_of_block(input, blocks, gains, highest);
+    int promising = 0;
+    for (int block = 0; block < count; ++block) {
+        promising += static_cast<int>(bound(block) > peak);
+    }
+    if (promising > kMostSingleBlocks + count / 32) {
+        return -1.0;
+    }
+    for (int block = 0; block < count; ++block) {
+        if (bound(block) > peak) {
+            peak = std::max(peak, peak_of_block(input, blocks, gains, block));
+        }
+    }
+    return peak;
+}
+
+/** The largest sample that the gains would give. The input stands anywhere afterwards. */
+double ramped_peak(SoundSource& input, const BinGrid& blocks, const double* gains) {
+    const MeasuredBins* const measured = MeasuredRecordings::instance().find(
+        input.name(), BinKind::kAllSamples, blocks.bin_frames, input.info());
+    const double peak = measured == nullptr ? -1.0 : peak_of_few(input, blocks, gains, *measured);
+    if (peak >= 0.0) {
+        return peak;
+    }
+    rewind(input);
+    PeakMeter meter(input.info().channels);
+    WallRamps unscaled(input.info().channels, blocks, gains, meter);
+    // What lies behind the last block has no gain and is cut off.
+    stream::pump(input, unscaled, static_cast<long long>(blocks.bins) * blocks.bin_frames);
+    return meter.peak();
 }
 
 /**
@@ -97,15 +166,10 @@ void ApplyGains(int blockMilliseconds,
         output.end();
         return;
     }
-    // What lies behind the last block has no gain and is cut off, in both passes.
     const long long frames = static_cast<long long>(blocks.bins) * block_frames;
     SoundSource input(input_file.handle(), inputPath, info, fail_read);
-    PeakMeter meter(info.channels);
-    WallRamps unscaled(info.channels, blocks, gains.data(), meter);
-    stream::pump(input, unscaled, frames);
-
+    const std::vector<double> walls = scaled_by(gains, ramped_peak(input, blocks, gains.data()));
     rewind(input);
-    const std::vector<double> walls = scaled_by(gains, meter.peak());
     WallRamps ramps(info.channels, blocks, walls.data(), output);
     stream::pump(input, ramps, blocks.pace(progress_range::kApplyGains), frames);
 }

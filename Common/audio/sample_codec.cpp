@@ -54,27 +54,6 @@ std::size_t bytes_of(int encoding) {
 }
 
 /**
- * Containers in which these encodings stand as they are. In RF64 the library cannot be kept from
- * noting the peaks of floats that it writes, and it sees none in raw bytes.
- */
-bool holds_plain_samples(int format) {
-    const int encoding = format & SF_FORMAT_SUBMASK;
-    switch (format & SF_FORMAT_TYPEMASK) {
-        case SF_FORMAT_RF64:
-            return encoding != SF_FORMAT_FLOAT && encoding != SF_FORMAT_DOUBLE;
-        case SF_FORMAT_WAV:
-        case SF_FORMAT_WAVEX:
-        case SF_FORMAT_W64:
-        case SF_FORMAT_AIFF:
-        case SF_FORMAT_AU:
-        case SF_FORMAT_CAF:
-            return true;
-        default:
-            return false;
-    }
-}
-
-/**
  * Rounded to nearest, halves to even. What does not fit 32 bits becomes -2^31 on x86, as the
  * library's own conversion instruction gives; elsewhere the library truncates what lrint gives.
  */
@@ -192,13 +171,34 @@ void swap_bytes(unsigned char* bytes, std::size_t width, std::size_t count) {
 
 }  // namespace
 
+/**
+ * Containers in which these encodings stand as they are. In RF64 the library cannot be kept from
+ * noting the peaks of floats that it writes, and it sees none in raw bytes.
+ */
+bool SampleCodec::is_plain_in(int format) {
+    const int encoding = format & SF_FORMAT_SUBMASK;
+    switch (format & SF_FORMAT_TYPEMASK) {
+        case SF_FORMAT_RF64:
+            return bytes_of(encoding) != 0 && encoding != SF_FORMAT_FLOAT &&
+                   encoding != SF_FORMAT_DOUBLE;
+        case SF_FORMAT_WAV:
+        case SF_FORMAT_WAVEX:
+        case SF_FORMAT_W64:
+        case SF_FORMAT_AIFF:
+        case SF_FORMAT_AU:
+        case SF_FORMAT_CAF:
+            return bytes_of(encoding) != 0;
+        default:
+            return false;
+    }
+}
+
 SampleCodec SampleCodec::of(SNDFILE* file) {
     SF_INFO info{};
-    const bool plain = file != nullptr &&
-                       sf_command(file, SFC_GET_CURRENT_SF_INFO, &info, sizeof info) == 0 &&
-                       holds_plain_samples(info.format) &&
-                       sf_command(file, SFC_GET_NORM_DOUBLE, nullptr, 0) == SF_TRUE &&
-                       sf_command(file, SFC_GET_CLIPPING, nullptr, 0) == SF_FALSE;
+    const bool plain =
+        file != nullptr && sf_command(file, SFC_GET_CURRENT_SF_INFO, &info, sizeof info) == 0 &&
+        is_plain_in(info.format) && sf_command(file, SFC_GET_NORM_DOUBLE, nullptr, 0) == SF_TRUE &&
+        sf_command(file, SFC_GET_CLIPPING, nullptr, 0) == SF_FALSE;
     return plain ? SampleCodec(info.format & SF_FORMAT_SUBMASK,
                                sf_command(file, SFC_RAW_DATA_NEEDS_ENDSWAP, nullptr, 0) == SF_TRUE)
                  : SampleCodec();

@@ -20,6 +20,9 @@ class SampleCodec {
      */
     static SampleCodec of(SNDFILE* file);
 
+    /** Whether a format, container and encoding, holds such samples. */
+    static bool is_plain_in(int format);
+
     SampleCodec() = default;
 
     /** encoding: SF_FORMAT_PCM_16 and the like. swapped: the file's byte order is not ours. */

@@ -2,6 +2,9 @@
 
 #include <cstring>
 
+#include "Common/audio/sample_codec.h"
+#include "Common/audio/scratch_sounds.h"
+
 namespace {
 
 std::string open_reason;
@@ -17,23 +20,46 @@ bool has_no_error(const SoundHandle& handle) {
 
 /** sf_close, unless the file was closed before the last owner let go. */
 struct CloseSound {
+    int written_scratch = -1;  // the descriptor of a file that may have been longer before
     bool closed = false;
 
-    void operator()(SNDFILE* file) const {
-        if (!closed) {
-            sf_close(file);
+    void operator()(SNDFILE* file) { close(file); }
+
+    int close(SNDFILE* file) {
+        if (closed) {
+            return 0;
         }
+        closed = true;
+        if (written_scratch != -1) {
+            ScratchSounds::trim(written_scratch);  // before the library notes the length
+        }
+        return sf_close(file);
     }
 };
 
+/** The descriptor of a scratch file of this path, or -1. */
+int open_scratch(const std::string& path, int mode, int format) {
+    ScratchSounds& scratch = ScratchSounds::instance();
+    if (mode == SFM_READ) {
+        return scratch.open_for_reading(path);
+    }
+    // What an encoder makes may be of any length, and the file's pages are not the next one's.
+    if (!SampleCodec::is_plain_in(format)) {
+        scratch.let_go(path);
+    }
+    return scratch.open_for_writing(path);
+}
+
 SoundHandle open_sound(const std::string& path, int mode, SF_INFO& info) {
     open_reason = "";
-    SNDFILE* file = sf_open(path.c_str(), mode, &info);
+    const int scratch = open_scratch(path, mode, info.format);
+    SNDFILE* file = scratch == -1 ? sf_open(path.c_str(), mode, &info)
+                                  : sf_open_fd(scratch, mode, &info, SF_TRUE);
     if (file == nullptr) {
         open_reason = sf_strerror(nullptr);
         return SoundHandle();
     }
-    const SoundHandle handle(file, CloseSound());
+    const SoundHandle handle(file, CloseSound{mode == SFM_WRITE ? scratch : -1});
     return has_no_error(handle) ? handle : SoundHandle();
 }
 
@@ -47,7 +73,11 @@ bool leave_out_peaks(const SoundHandle& handle) {
     sf_command(handle.get(), SFC_SET_ADD_PEAK_CHUNK, nullptr, SF_FALSE);
     sf_command(handle.get(), SFC_UPDATE_HEADER_NOW, nullptr, 0);
     const bool updated = has_no_error(handle);
-    sf_command(handle.get(), SFC_FILE_TRUNCATE, &no_frames, sizeof no_frames);
+    if (boost::get_deleter<CloseSound>(handle)->written_scratch != -1) {
+        sf_seek(handle.get(), no_frames, SEEK_SET);  // the rest goes when the file is closed
+    } else {
+        sf_command(handle.get(), SFC_FILE_TRUNCATE, &no_frames, sizeof no_frames);
+    }
     return updated;
 }
 
@@ -78,8 +108,7 @@ const std::string& sound_open_reason() {
 }
 
 int close_sound(SoundHandle& handle) {
-    boost::get_deleter<CloseSound>(handle)->closed = true;
-    const int error = sf_close(handle.get());
+    const int error = boost::get_deleter<CloseSound>(handle)->close(handle.get());
     handle.reset();
     return error;
 }

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <string>
 
+#include "Common/bins/measured_bins.h"
 #include "Common/calc_rms/CommandLine.h"
 #include "Common/files/same_file.h"
 #include "Common/files/series.h"
@@ -35,6 +36,12 @@ std::uint32_t bin_samples(const CCLArgs& args, const SF_INFO& info) {
  * begins anew with each bin, in the order of the samples.
  */
 
+void write_level(double rms, SeriesWriter& file) {
+    const double level_db = linear_to_db(rms);
+    // The logarithm of a silent bin is minus infinity, which no reader of the text takes.
+    file.write(level_db < kSilence_db ? kSilence_db : level_db);
+}
+
 /** Writes the level of each bin, channels together and the last over what it holds. */
 class LevelWriter : public stream::Receiver {
   public:
@@ -53,22 +60,20 @@ class LevelWriter : public stream::Receiver {
             samples += some;
             left -= some;
             if (count_ == bin_samples_) {
-                write_level();
+                close_bin();
             }
         }
     }
 
     void end() override {
         if (count_ > 0) {
-            write_level();
+            close_bin();
         }
     }
 
   private:
-    void write_level() {
-        const double level_db = linear_to_db(std::sqrt(sum_ / static_cast<double>(count_)));
-        // The logarithm of a silent bin is minus infinity, which no reader of the text takes.
-        file_.write(level_db < kSilence_db ? kSilence_db : level_db);
+    void close_bin() {
+        write_level(std::sqrt(sum_ / static_cast<double>(count_)), file_);
         sum_ = 0.0;
         count_ = 0;
     }
@@ -79,6 +84,15 @@ class LevelWriter : public stream::Receiver {
     double sum_ = 0.0;
     long long count_ = 0;
 };
+
+/** Writes the levels of bins that were measured when the input was written. */
+void write_levels(const MeasuredBins& measured, SeriesWriter& file, stream::Pace pace) {
+    for (int i = 0; i < measured.grid.bins; ++i) {
+        write_level(measured.bins[i].rms, file);
+    }
+    pace.advance(measured.frames);
+    pace.finish();
+}
 
 /** Samples done of all, after each bin; the same fraction in frames. */
 stream::Pace pace_of(const SF_INFO& info, long long bin_frames) {
@@ -110,9 +124,17 @@ int _tmain(int argc, const char** argv) {
     if (!output.is_open()) {
         return log_failure(kSource, __LINE__, "Error opening " + args.output_file + " for output");
     }
-    SoundSource input(handle, args.input_file, info);
-    LevelWriter levels(info.channels, bin, output);
-    stream::pump(input, levels, pace_of(info, bin / info.channels));
+    const std::uint32_t bin_frames = bin / static_cast<std::uint32_t>(info.channels);
+    stream::Pace pace = pace_of(info, bin_frames);
+    const MeasuredBins* const measured = MeasuredRecordings::instance().find(
+        args.input_file, BinKind::kAllSamples, static_cast<int>(bin_frames), info);
+    if (measured != nullptr) {
+        write_levels(*measured, output, pace);
+    } else {
+        SoundSource input(handle, args.input_file, info);
+        LevelWriter levels(info.channels, bin, output);
+        stream::pump(input, levels, pace);
+    }
     const std::string problem = output.close();
     return problem.empty() ? 0 : log_failure(kSource, __LINE__, problem, reporting::Kind::kSystem);
 }

@@ -3,7 +3,7 @@
 #include <cmath>
 #include <memory>
 
-#include "Common/files/copy_file.h"
+#include "Common/audio/scratch_sounds.h"
 #include "Common/files/same_file.h"
 #include "Common/gate/CommandLine.h"
 #include "Common/gate/NoiseGate.h"
@@ -91,7 +91,7 @@ int gate_tmain(int argc, const char** argv) {
     if (!input.seek(args.anticipate_samples)) {  // nothing lies that far ahead
         CProgress(progress_range::kGate.low, progress_range::kGate.high).show(1.0);
         output.reset();
-        return copy_file(args.sound_file_in, args.sound_file_out);
+        return copy_sound(args.sound_file_in, args.sound_file_out);
     }
     if (!input.seek(0)) {
         throw ss_sf_seek_error(args.sound_file_in);

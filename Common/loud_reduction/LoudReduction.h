@@ -87,12 +87,13 @@ class LoudReduction {
         AdjustGains();
         SmoothGains(1.0);
         PeakNormalize(1.0);
+        pBin.reset();  // ten hours of bins are 17 MB
         ApplyGains();
     }
 
     /** Measures every bin; returns the mean RMS of those above the noise floor, 0 without any. */
     double InitializeBinArray() {
-        return measure_bins<Step, typename Rule::RmsRule>(*input_, grid_, noise_floor_, pBin.get(),
+        return measure_bins<Step, typename Rule::RmsRule>(*input_, grid_, noise_floor_, pBin,
                                                           Rule::kMeasure);
     }
 

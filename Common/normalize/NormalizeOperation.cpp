@@ -119,7 +119,7 @@ bool NormalizeOperation::surely_above_full_scale() const {
 
 double NormalizeOperation::InitializeBinArray() {
     allocate(pBin, static_cast<std::size_t>(grid_.bins), "pBin", kSource);
-    return measure_bins<Step, RmsOfLouderChannel>(*input_, grid_, noise_floor_, pBin.get(),
+    return measure_bins<Step, RmsOfLouderChannel>(*input_, grid_, noise_floor_, pBin,
                                                   progress_range::kNormalizeMeasure);
 }
 

@@ -15,6 +15,8 @@
 #include "Common/audio/SoundFile.h"
 #include "Common/audio/finite.h"
 #include "Common/audio/is_constant.h"
+#include "Common/audio/scratch_sounds.h"
+#include "Common/bins/measured_bins.h"
 #include "Common/calc_rms/calc_rms.h"
 #include "Common/calculate_gains/calculate_gains.h"
 #include "Common/files/copy_file.h"
@@ -34,6 +36,7 @@
 #include "Common/smooth_gains/smooth_gains.h"
 #include "Common/ss_util.h"
 #include "Common/step/failure.h"
+#include "Common/stream/riders.h"
 #include "Common/wrap_segment/wrap_segment.h"
 
 namespace fs = boost::filesystem;
@@ -58,6 +61,7 @@ constexpr double kHighestGateThreshold_db = -40.0;
 constexpr double kQuietDelta_db = -12.0;  // bins this far below the mean take no part in step 6
 
 bool keeping_intermediates = false;
+bool hiding_intermediates = false;
 bool lowering_target = false;
 Intermediates last_intermediates;
 boost::mutex temporary_directory_mutex;
@@ -140,11 +144,18 @@ void Run::keep_intermediates(bool keep) {
     keeping_intermediates = keep;
 }
 
+void Run::hide_intermediates(bool hide) {
+    hiding_intermediates = hide;
+}
+
 void Run::lower_target(bool lower) {
     lowering_target = lower;
 }
 
 Run::~Run() {
+    ScratchSounds::instance().clear();
+    MeasuredRecordings::instance().clear();
+    stream::Riders::instance().clear();
     last_intermediates = intermediates_;
 }
 
@@ -373,7 +384,7 @@ void Run::apply_gain_curve() {
         done_with({conditioned_});
     }
     check_cancelled();
-    if (!fs::exists(leveled)) {
+    if (!ScratchSounds::instance().has(leveled) && !fs::exists(leveled)) {
         fail(684, "Could not find " + leveled);
     }
 }
@@ -385,6 +396,7 @@ void Run::normalize_and_deliver() {
     const std::string leveled = path(Intermediate::kLeveled);
     const std::string final_file = path(Intermediate::kFinal);
     remove_old(final_file);
+    ScratchSounds::instance().drop_room();  // nothing comes after the leveled audio
     require_step(707, normalize_into(leveled, final_file) == 0);
     done_with({leveled});
     require_step(724, fs::exists(final_file));
@@ -424,7 +436,29 @@ std::string Run::add_output(Intermediate output) {
     const std::string file = path(output);
     temp_files_.add(file);
     remove_old(file);
+    if (hiding_intermediates && !keeping_intermediates && Intermediates::is_audio(output)) {
+        ScratchSounds::instance().hold(file, intermediates_.base());
+        measure_as_written(output);
+    }
     return file;
+}
+
+/**
+ * Has what a step writes measured on its way as the next step is going to measure it. Settings that
+ * are no numbers the next step refuses by itself.
+ */
+void Run::measure_as_written(Intermediate output) {
+    MeasuredRecordings& recordings = MeasuredRecordings::instance();
+    const std::string file = path(output);
+    if (output == Intermediate::kGated) {
+        recordings.expect<RmsOfAllSamples>(file, info_, std::atoi(options::peak__bin_size.c_str()));
+    } else if (output == Intermediate::kWithoutPeaks) {
+        recordings.expect<RmsOfLouderChannel>(file, info_, std::atoi(options::bin_size.c_str()));
+    } else if (output == Intermediate::kConditioned) {
+        recordings.expect<RmsOfAllSamples>(file, info_, kBin_ms);
+    } else if (output == Intermediate::kLeveled) {
+        recordings.expect<RmsOfLouderChannel>(file, info_, kBin_ms);
+    }
 }
 
 /** Deletes the files that no later step reads. */
@@ -434,6 +468,10 @@ void Run::done_with(std::initializer_list<std::string> paths) {
     }
     if (!keeping_intermediates) {
         temp_files_.deleteMarked();
+        for (const std::string& file : paths) {
+            ScratchSounds::instance().let_go(file);
+            MeasuredRecordings::instance().forget(file);
+        }
     }
 }
 

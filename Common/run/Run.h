@@ -39,6 +39,9 @@ class Run {
     /** With true, all later runs of the process leave their intermediate files where they are. */
     static void keep_intermediates(bool keep);
 
+    /** With true, all later runs that keep none give intermediate audio no name on the disk. */
+    static void hide_intermediates(bool hide);
+
     /** With true, all later runs lower a target level that the recording has no room for. */
     static void lower_target(bool lower);
 
@@ -72,6 +75,7 @@ class Run {
 
     std::string begin_step(int step, Intermediate output);
     std::string add_output(Intermediate output);
+    void measure_as_written(Intermediate output);
     void done_with(std::initializer_list<std::string> paths);
 
     const CCLArgs& args_;

@@ -50,6 +50,10 @@ std::string Intermediates::path(Intermediate file) const {
     return base_ + name.suffix + (name.is_audio ? extension_ : "");
 }
 
+bool Intermediates::is_audio(Intermediate file) {
+    return kNames[static_cast<std::size_t>(file)].is_audio;
+}
+
 void Intermediates::remove_all() const {
     for (const Name& name : kNames) {
         boost::system::error_code ignored;

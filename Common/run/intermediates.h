@@ -32,6 +32,11 @@ class Intermediates {
 
     std::string path(Intermediate file) const;
 
+    static bool is_audio(Intermediate file);
+
+    /** What each name begins with. */
+    const std::string& base() const { return base_; }
+
     /** Removes those that are there. */
     void remove_all() const;
 

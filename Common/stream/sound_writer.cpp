@@ -6,11 +6,15 @@
 #include <string>
 #include <utility>
 
+#include "Common/audio/scratch_sounds.h"
+#include "Common/stream/riders.h"
+
 namespace {
 
 // Few calls, and pieces of both directions together stay in a processor's second cache.
 constexpr long long kPieceBytes = 128 * 1024;
 constexpr int kPieces = 8;
+constexpr long long kRiderSamples = 32768;
 
 /** The file took less than it was given: ends the work on it. */
 struct ShortWrite {};
@@ -50,7 +54,9 @@ bool keeps_length(int format) {
  */
 bool is_whole(const std::string& path, long long frames) {
     struct stat status = {};
-    if (frames == 0 || ::stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) {
+    const bool is_file = ScratchSounds::instance().has(path) ||
+                         (::stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode));
+    if (frames == 0 || !is_file) {
         return true;
     }
     SF_INFO info;
@@ -77,6 +83,7 @@ SoundWriter::SoundWriter(const SoundHandle& handle,
     if (codec_.is_plain()) {
         frame_bytes_ = static_cast<long long>(codec_.bytes()) * channels;
         piece_capacity_ = std::max(1LL, kPieceBytes / frame_bytes_);
+        rider_ = stream::Riders::instance().take_along(path);
     }
 }
 
@@ -135,6 +142,21 @@ void SoundWriter::write_piece() {
     if (writing.written < writing.frames) {
         throw ShortWrite();  // no piece may follow
     }
+    if (rider_) {
+        tell_rider(writing);
+    }
+}
+
+/** Decodes the piece, whose bytes are in the file by now. */
+void SoundWriter::tell_rider(Piece& piece) {
+    const long long block_frames = kRiderSamples / channels_;
+    rider_block_.resize(kRiderSamples);
+    for (long long done = 0; done < piece.frames; done += block_frames) {
+        const long long frames = std::min(block_frames, piece.frames - done);
+        codec_.decode(piece.bytes.data() + done * frame_bytes_, rider_block_.data(),
+                      static_cast<std::size_t>(frames * channels_));
+        rider_->take(rider_block_.data(), frames);
+    }
 }
 
 /** Waits until so many pieces have arrived, and takes back their room. */
@@ -168,5 +190,8 @@ void SoundWriter::end() {
         on_failure_({handle_, path_, samples, samples, sf_error_number(error)});
     } else if (!is_whole(path_, frames_)) {
         on_failure_({handle_, path_, samples, samples, "the file on disk is not whole"});
+    }
+    if (rider_) {
+        rider_->end();
     }
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -53,6 +54,7 @@ class SoundWriter : public stream::Receiver {
     void write_plain(const double* samples, long long frames);
     void hand_over_piece();
     void write_piece();
+    void tell_rider(Piece& piece);
     void finish_pieces(long long count);
     void fail_piece(long long written);
     void check(long long frames, long long written);
@@ -66,12 +68,15 @@ class SoundWriter : public stream::Receiver {
     OnFailure on_failure_;
     SampleCodec codec_;
     long long frame_bytes_ = 0;
-    long long piece_capacity_ = 0;     // frames
-    std::vector<Piece> pieces_;        // a ring; one where no thread helps
-    long long filling_ = 0;            // the piece that frames are put into, counted from the first
-    long long finished_ = 0;           // pieces
-    long long taken_ = 0;              // frames
-    long long frames_ = 0;             // that have arrived
-    long long writing_ = 0;            // the piece that is written; the lane's
+    long long piece_capacity_ = 0;  // frames
+    std::vector<Piece> pieces_;     // a ring; one where no thread helps
+    long long filling_ = 0;         // the piece that frames are put into, counted from the first
+    long long finished_ = 0;        // pieces
+    long long taken_ = 0;           // frames
+    long long frames_ = 0;          // that have arrived
+    // What follows belongs to the lane.
+    long long writing_ = 0;  // piece
+    std::unique_ptr<stream::Receiver> rider_;
+    std::vector<double> rider_block_;
     stream::HelperThread::Lane lane_;  // the last member: it waits before the others go
 };

@@ -117,6 +117,7 @@ int level(EngineWords& words, HeldWords& held) {
     argv.push_back(nullptr);
     levelSetMessages(take_words, &held);
     levelCollectFindings(1);
+    levelHideIntermediates(1);
     const LevelProgress progress = isatty(STDOUT_FILENO) != 0 ? show_progress : ignore_progress;
     return levelMain(static_cast<int>(words.words.size()), argv.data(), "", progress, nullptr);
 }

@@ -34,6 +34,7 @@ int level(const EngineRun& run, std::function<void(double)> progress) {
     }
     argv.push_back(nullptr);
     levelCollectFindings(1);
+    levelHideIntermediates(1);
     levelLowerTarget(1);
     return levelMain(static_cast<int>(words.size()), argv.data(), "", &on_progress, &progress);
 }

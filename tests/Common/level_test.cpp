@@ -448,6 +448,44 @@ TEST_F(Level, CancellingEndsTheRunAndEveryLaterOneUntilCleared) {
     EXPECT_TRUE(file_exists(out));
 }
 
+TEST_F(Level, HiddenIntermediatesChangeNothingThatCanBeSeen) {
+    struct Row {
+        int format;
+        int channels;
+        long long frames;  // 800 to a bin: the last one is short, or there are odd bytes to pad
+    };
+
+    const Row rows[] = {{kWav16, 2, 48007},
+                        {kWav16, 1, 8 * 65536 + 1},
+                        {SF_FORMAT_WAV | SF_FORMAT_PCM_U8, 1, 40001},
+                        {SF_FORMAT_WAV | SF_FORMAT_PCM_24, 1, 40003},
+                        {SF_FORMAT_WAV | SF_FORMAT_ULAW, 2, 40001},
+                        {SF_FORMAT_WAVEX | SF_FORMAT_FLOAT, 2, 40800},
+                        {SF_FORMAT_RF64 | SF_FORMAT_FLOAT, 1, 40799},
+                        {SF_FORMAT_W64 | SF_FORMAT_PCM_32, 2, 40799},
+                        {SF_FORMAT_AIFF | SF_FORMAT_PCM_S8, 1, 40001},
+                        {SF_FORMAT_AIFF | SF_FORMAT_PCM_16, 2, 120801},
+                        {SF_FORMAT_AU | SF_FORMAT_DOUBLE, 2, 40001},
+                        {SF_FORMAT_CAF | SF_FORMAT_PCM_24, 2, 40001},
+                        {SF_FORMAT_FLAC | SF_FORMAT_PCM_16, 2, 40001}};
+    for (const Row& row : rows) {
+        SCOPED_TRACE(testing::Message() << std::hex << row.format);
+        Signal input = signals::speech(40.0, 16000, row.channels);
+        input.samples.resize(static_cast<std::size_t>(row.frames * row.channels));
+        ASSERT_EQ(0, run(input, row.format, {"--bit-depth", row.channels == 1 ? "16" : "0"}));
+        const std::string visible = read_text(out);
+        const std::vector<float> shown = fractions;
+        const std::string told = messages + errors;
+        levelHideIntermediates(1);
+        EXPECT_EQ(0, run_file({"--bit-depth", row.channels == 1 ? "16" : "0"}));
+        levelHideIntermediates(0);
+        EXPECT_TRUE(visible == read_text(out));
+        EXPECT_EQ(shown, fractions);
+        EXPECT_EQ(told, messages + errors);
+        EXPECT_THAT(temporary.entries(), IsEmpty());
+    }
+}
+
 TEST_F(Level, TheGateThresholdStands18dBBelowTheLevelAndAt40dBAtTheMost) {
     levelKeepIntermediates(1);
     for (const double scale : {1.0, 0.05}) {

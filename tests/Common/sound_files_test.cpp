@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <limits>
 #include <numeric>
 
@@ -8,6 +9,7 @@
 #include "Common/audio/finite.h"
 #include "Common/audio/frame_file.h"
 #include "Common/audio/is_constant.h"
+#include "Common/audio/scratch_sounds.h"
 #include "tests/support/fixtures.h"
 #include "tests/support/signals.h"
 
@@ -200,6 +202,48 @@ TEST_F(FrameFiles, RefuseFramesOfAnotherChannelCountBeforeWriting) {
     EXPECT_EQ(kWavDouble, info.format);
     EXPECT_EQ(2, info.channels);
     EXPECT_EQ(8000, info.samplerate);
+}
+
+TEST(ScratchSounds, HoldWhatARealFileWouldHoldInTheRoomOfTheLastOne) {
+    const TempDir folder;
+    ScratchSounds& scratch = ScratchSounds::instance();
+    const std::string held = folder / "held.wav";
+    const auto write = [&](const std::string& path, const Signal& signal, int format) {
+        SF_INFO info{0, signal.sample_rate_hz, signal.channels, format, 0, 0};
+        SoundHandle handle = open_sound_for_writing(path, info);
+        ASSERT_TRUE(handle);
+        sf_writef_double(handle.get(), signal.samples.data(), signal.frames());
+        EXPECT_EQ(0, close_sound(handle));
+    };
+    // Each is shorter or in another format than the one before, whose bytes lie in its room.
+    for (const int format :
+         {SF_FORMAT_WAV | SF_FORMAT_DOUBLE, SF_FORMAT_AIFF | SF_FORMAT_FLOAT, kWav16,
+          SF_FORMAT_CAF | SF_FORMAT_PCM_24, SF_FORMAT_WAV | SF_FORMAT_PCM_U8}) {
+        for (const long long frames : {5001LL, 101LL, 0LL}) {
+            SCOPED_TRACE(testing::Message() << std::hex << format << " " << std::dec << frames);
+            const Signal signal = signals::square(0.5, frames, 8000);
+            scratch.hold(held, folder / "run");
+            write(held, signal, format);
+            write(folder / "real.wav", signal, format);
+            EXPECT_THAT(folder.entries(), testing::ElementsAre("real.wav"));
+            ASSERT_TRUE(scratch.has(held));
+            EXPECT_EQ(0, copy_sound(held, folder / "copy.wav"));
+            EXPECT_TRUE(read_text(folder / "real.wav") == read_text(folder / "copy.wav"));
+            std::filesystem::remove(folder / "copy.wav");
+            scratch.let_go(held);
+            EXPECT_FALSE(scratch.has(held));
+        }
+    }
+    // Without a folder for it, and in an encoding of unknown length, a path stands for itself.
+    scratch.hold(held, folder / "none/run");
+    scratch.drop_room();
+    write(held, signals::square(0.5, 100, 8000), kWav16);
+    EXPECT_TRUE(std::filesystem::remove(held));
+    scratch.hold(held, folder / "run");
+    write(held, signals::square(0.5, 100, 8000), SF_FORMAT_WAV | SF_FORMAT_ULAW);
+    EXPECT_TRUE(std::filesystem::remove(held));
+    EXPECT_FALSE(scratch.has(held));
+    scratch.clear();
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <cstring>
 #include <filesystem>
 #include <functional>
 #include <limits>
@@ -75,9 +76,9 @@ TEST(Links, GiveTheSameBitsHoweverTheFramesAreCut) {
     }
     const auto measure = [&grid](auto rule, ArraySource& source) {
         std::vector<CBin> bins(static_cast<std::size_t>(grid.bins));
-        BinMeter<decltype(rule)> meter("in", 2, grid, 0.01, bins.data());
+        BinMeter<decltype(rule)> meter("in", 2, grid, bins.data());
         stream::pump(source, meter, stream::kToTheEnd);
-        std::vector<double> found{meter.mean_rms()};
+        std::vector<double> found{take_mean_rms(bins.data(), grid, meter.frames(), 2, 0.01)};
         for (const CBin& bin : bins) {
             found.insert(found.end(), {bin.gain, bin.peak, bin.rms});
         }
@@ -169,6 +170,42 @@ TEST_F(SoundEnds, AFileThatIsNotWholeOnDiskIsAFailure) {
     }
     ASSERT_EQ(0, truncate((dir / "cut.wav").c_str(), 9000));
     EXPECT_EQ(dir / "cut.wav" + ": the file on disk is not whole", text_of([&] { cut.end(); }));
+}
+
+TEST_F(SoundEnds, WhatRodeAlongHasMeasuredWhatAReaderWouldMeasure) {
+    const Signal input = signals::speech(5.0, 16000, 2);
+    const BinGrid grid{800, 100, 101};
+    for (const int encoding : {SF_FORMAT_PCM_16, SF_FORMAT_PCM_24, SF_FORMAT_FLOAT}) {
+        SCOPED_TRACE(encoding);
+        const std::string path = dir / "bins.aiff";
+        SF_INFO info{input.frames(), 16000, 2, SF_FORMAT_AIFF | encoding, 0, 0};
+        MeasuredRecordings& recordings = MeasuredRecordings::instance();
+        recordings.expect<RmsOfLouderChannel>(path, info, 50);
+        SoundWriter written(open_sound_for_writing(path, info), path, 2, 800,
+                            [](const WriteFailure&) { FAIL(); });
+        ArraySource source(input);
+        stream::pump(source, written, stream::kToTheEnd);
+
+        const SoundHandle handle = open_sound_for_reading(path, info);
+        SoundSource reader(handle, path, info);
+        std::vector<CBin> bins(100);
+        BinMeter<RmsOfLouderChannel> meter(path, 2, grid, bins.data());
+        stream::pump(reader, meter, stream::kToTheEnd);
+        EXPECT_EQ(nullptr, recordings.find(path, BinKind::kAllSamples, 800, info));
+        EXPECT_EQ(nullptr, recordings.find(path, BinKind::kLouderChannel, 801, info));
+        const MeasuredBins* found = recordings.find(path, BinKind::kLouderChannel, 800, info);
+        ASSERT_NE(nullptr, found);
+        EXPECT_EQ(0, std::memcmp(bins.data(), found->bins.get(), bins.size() * sizeof bins[0]));
+        recordings.clear();
+    }
+    // A recording of another length than was expected leaves its reader to measure.
+    SF_INFO info{10001, 8000, 1, kWav16, 0, 0};
+    MeasuredRecordings::instance().expect<RmsOfAllSamples>(dir / "short.wav", info, 50);
+    SoundWriter shorter = writer(dir / "short.wav");
+    shorter.take(samples.data(), 10000);
+    shorter.end();
+    EXPECT_EQ(nullptr, MeasuredRecordings::instance().find(dir / "short.wav", BinKind::kAllSamples,
+                                                           400, info));
 }
 
 TEST_F(SoundEnds, ABrokenBlockIsAFailureAndNoEnd) {

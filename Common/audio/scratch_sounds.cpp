@@ -1,0 +1,120 @@
+#include "Common/audio/scratch_sounds.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+#include "Common/files/copy_file.h"
+#include "Common/files/descriptor.h"
+#include "Common/reporting/failure.h"
+
+namespace {
+
+/** A file that has no name any more, or -1. */
+int make_file(const std::string& base) {
+    std::string path = base + "_scratch_XXXXXX";
+    const int file = ::mkstemp(&path[0]);
+    if (file != -1) {
+        ::unlink(path.c_str());
+        ::fcntl(file, F_SETFD, FD_CLOEXEC);
+    }
+    return file;
+}
+
+int reopen(int file) {
+    return file == -1 || ::lseek(file, 0, SEEK_SET) == -1 ? -1 : ::fcntl(file, F_DUPFD_CLOEXEC, 0);
+}
+
+}  // namespace
+
+ScratchSounds& ScratchSounds::instance() {
+    static ScratchSounds sounds;
+    return sounds;
+}
+
+void ScratchSounds::hold(const std::string& path, const std::string& base) {
+    let_go(path);
+    held_[path].base = base;
+}
+
+bool ScratchSounds::has(const std::string& path) const {
+    const auto found = held_.find(path);
+    return found != held_.end() && found->second.file != -1;
+}
+
+void ScratchSounds::let_go(const std::string& path) {
+    if (has(path)) {
+        room_.push_back(held_[path].file);
+    }
+    held_.erase(path);
+}
+
+void ScratchSounds::drop_room() {
+    for (const int file : room_) {
+        ::close(file);
+    }
+    room_.clear();
+}
+
+void ScratchSounds::clear() {
+    while (!held_.empty()) {
+        let_go(held_.begin()->first);
+    }
+    drop_room();
+}
+
+int ScratchSounds::open_for_writing(const std::string& path) {
+    const auto found = held_.find(path);
+    if (found == held_.end()) {
+        return -1;
+    }
+    int& file = found->second.file;
+    if (file == -1 && !room_.empty()) {
+        file = room_.back();
+        room_.pop_back();
+    } else if (file == -1) {
+        file = make_file(found->second.base);
+    }
+    const int descriptor = reopen(file);
+    if (descriptor == -1) {
+        let_go(path);
+    }
+    return descriptor;
+}
+
+int ScratchSounds::open_for_reading(const std::string& path) const {
+    return has(path) ? reopen(held_.at(path).file) : -1;
+}
+
+void ScratchSounds::trim(int descriptor) {
+    const off_t end = ::lseek(descriptor, 0, SEEK_CUR);
+    struct stat status = {};
+    const bool is_longer = end != -1 && ::fstat(descriptor, &status) == 0 && status.st_size > end;
+    if (is_longer && ::ftruncate(descriptor, end) != 0) {
+        return;  // bytes behind the samples stay: the file is longer than it need be
+    }
+}
+
+int copy_sound(const std::string& from, const std::string& to) {
+    ScratchSounds& scratch = ScratchSounds::instance();
+    if (!scratch.has(from)) {
+        scratch.let_go(to);
+        return copy_file(from, to);
+    }
+    const Descriptor input(scratch.open_for_reading(from));
+    const int held = scratch.open_for_writing(to);
+    const Descriptor output =
+        held != -1 ? Descriptor(held) : Descriptor(to, O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    if (!input.is_open() || !output.is_open() || !copy_all(input.get(), output.get())) {
+        reporting::say_failure(reporting::Kind::kSystem, to + ": " + std::strerror(errno));
+        return 1;
+    }
+    if (held != -1) {
+        ScratchSounds::trim(held);
+    }
+    return 0;
+}

@@ -1,0 +1,117 @@
+#pragma once
+
+#include <sndfile.h>
+
+#include <boost/scoped_array.hpp>
+#include <limits>
+#include <map>
+#include <memory>
+#include <new>
+#include <stdexcept>
+#include <string>
+#include <utility>
+
+#include "Common/bins/BinGrid.h"
+#include "Common/bins/bin_meter.h"
+#include "Common/stream/riders.h"
+#include "Common/stream/stream.h"
+#include "Common/units.h"
+
+/*
+ * Bins that were measured while their recording was written. The meter is the one of the measuring
+ * pass, and it takes the samples that a reader of the file would get: a step that finds the bins of
+ * its input here has all that it would have read the file for.
+ */
+
+/** The bins of a recording, for one rule and one bin length. */
+struct MeasuredBins {
+    BinKind kind;
+    BinGrid grid;
+    int channels;
+    long long frames;                // of the recording
+    boost::scoped_array<CBin> bins;  // grid.bins, their gain the sum of squares: see BinMeter
+    bool complete = false;
+};
+
+class MeasuredRecordings {
+  public:
+    /** One table for the process. */
+    static MeasuredRecordings& instance();
+
+    /**
+     * Has the recording measured that is going to be written at a path; info gives its sample rate,
+     * channels and frames. Where that is not possible, or turns out otherwise, its reader measures.
+     */
+    template <class RmsRule>
+    void expect(const std::string& path, const SF_INFO& info, int bin_ms);
+
+    /** Null unless there are such bins of the whole recording that info tells of. */
+    MeasuredBins* find(const std::string& path,
+                       BinKind kind,
+                       int bin_frames,
+                       const SF_INFO& info) const;
+
+    void forget(const std::string& path) { measured_.erase(path); }
+
+    void clear() { measured_.clear(); }
+
+  private:
+    template <class RmsRule>
+    class Rider;
+
+    std::map<std::string, std::shared_ptr<MeasuredBins>> measured_;
+};
+
+/** A meter that tells nobody of a failure: the reader will come upon it and tell. */
+template <class RmsRule>
+class MeasuredRecordings::Rider : public stream::Receiver {
+  public:
+    explicit Rider(std::shared_ptr<MeasuredBins> measured)
+        : measured_(std::move(measured)),
+          meter_("", measured_->channels, measured_->grid, measured_->bins.get()) {}
+
+    void take(double* samples, long long frames) override {
+        frames_ += frames;
+        failed_ = failed_ || !succeeds([&] { meter_.take(samples, frames); });
+    }
+
+    void end() override {
+        failed_ = failed_ || !succeeds([&] { meter_.end(); });
+        measured_->complete = !failed_ && meter_.complete() && frames_ == measured_->frames;
+    }
+
+  private:
+    template <class Work>
+    static bool succeeds(const Work& work) {
+        try {
+            work();
+            return true;
+        } catch (const std::runtime_error&) {
+            return false;
+        }
+    }
+
+    std::shared_ptr<MeasuredBins> measured_;
+    BinMeter<RmsRule> meter_;
+    long long frames_ = 0;
+    bool failed_ = false;
+};
+
+template <class RmsRule>
+void MeasuredRecordings::expect(const std::string& path, const SF_INFO& info, int bin_ms) {
+    const int bin_frames = ms_to_frames(bin_ms, info.samplerate);
+    const long long bins = bin_frames < 1 ? 0 : ceildiv(info.frames, bin_frames);
+    if (bins < 1 || bins >= std::numeric_limits<int>::max()) {
+        return;
+    }
+    auto measured = std::make_shared<MeasuredBins>();
+    measured->kind = RmsRule::kKind;
+    measured->grid = {bin_frames, static_cast<int>(bins), static_cast<int>(bins) + 1};
+    measured->channels = info.channels;
+    measured->frames = info.frames;
+    measured->bins.reset(new (std::nothrow) CBin[static_cast<std::size_t>(bins)]);
+    if (measured->bins) {
+        measured_[path] = measured;
+        stream::Riders::instance().seat(path, std::make_unique<Rider<RmsRule>>(measured));
+    }
+}
