@@ -23,6 +23,11 @@ constexpr int kIoBytes = 1 << 16;
 constexpr unsigned kMostStreams = 100;
 constexpr std::int64_t kMostBoxes = 1 << 20;
 
+// Demuxers ask for what a length field claims before they look whether it is there (a WavPack tag of
+// 4 KB wanted 1.2 GB). No one piece of an honest file's data comes near to this.
+constexpr std::size_t kMostPieceBytes = 100 << 20;
+constexpr std::size_t kPieceBytesPerByte = 50;
+
 /** Demuxers whose files hold all that they tell of. */
 constexpr const char* kContainers = "mov,matroska,asf,avi,aac,ac3,eac3,wv,tta,ape,dsf";
 
@@ -91,7 +96,8 @@ std::string first_name(const AVInputFormat& format) {
             "its index (moov) is missing: the recording was cut off before it was completed");
     }
     if (code == AVERROR(ENOMEM) || why.find("max_streams") != std::string::npos) {
-        throw FileError(fmt::format("it has more than {} streams", kMostStreams));
+        throw FileError(fmt::format(
+            "it has more than {} streams, or claims more data than its size allows", kMostStreams));
     }
     throw FileError(fmt::format("cannot be read as {}: {}", format, why));
 }
@@ -107,6 +113,7 @@ FileIo::FileIo(const std::string& path) {
         throw std::system_error(errno, std::generic_category(), "cannot be read");
     }
     size_ = status.st_size;
+    av_max_alloc(kMostPieceBytes + kPieceBytesPerByte * static_cast<std::size_t>(size_));
     auto* buffer = static_cast<std::uint8_t*>(av_malloc(kIoBytes));
     context_ = avio_alloc_context(buffer, kIoBytes, 0, &file_, read_file, nullptr, seek_file);
     if (!context_) {
