@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "cli/audio/sound_file.h"
+#include "cli/audio/tag_stream.h"
 
 /*
  * Files coded with loss are decoded once and encoded once: the engine's ten steps between two
@@ -84,7 +85,9 @@ double vorbis_compression(double bits_per_second, int channels, int rate) {
 
 /** Of the audio alone as far as the headers tell, in bits per second. */
 double bit_rate_of(const std::string& path, double seconds) {
-    const TagLib::FileRef file(path.c_str());
+    TagStream stream(path, TagStream::For::Reading);
+    const TagLib::FileRef file(&stream);
+    stream.require_no_error();
     if (!file.isNull() && file.audioProperties() && file.audioProperties()->bitrate() > 0) {
         return file.audioProperties()->bitrate() * 1000.0;
     }

@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <stdexcept>
 
+#include "cli/audio/tag_stream.h"
 #include "cli/metadata/outer_tags.h"
 #include "cli/metadata/player_gains.h"
 
@@ -20,8 +21,12 @@ void save(bool saved, const char* what) {
 
 void copy_mp4(const std::string& from, const std::string& to, const std::string& gapless) {
     constexpr const char* kGapless = "----:com.apple.iTunes:iTunSMPB";
-    TagLib::MP4::File old_file(from.c_str(), false);
-    TagLib::MP4::File new_file(to.c_str(), false);
+    TagStream old_stream(from, TagStream::For::Reading);
+    TagStream new_stream(to, TagStream::For::Writing);
+    TagLib::MP4::File old_file(&old_stream, false);
+    TagLib::MP4::File new_file(&new_stream, false);
+    old_stream.require_no_error();
+    new_stream.require_no_error();
     if (!old_file.isValid() || !new_file.isValid() || !old_file.tag() || !new_file.tag()) {
         return;
     }
@@ -40,16 +45,22 @@ void copy_mp4(const std::string& from, const std::string& to, const std::string&
     // Saving may move all that lies behind the tags.
     if (changed) {
         save(new_file.save(), "MP4 items");
+        new_stream.require_no_error();
     }
 }
 
 void copy_asf(const std::string& from, const std::string& to) {
     constexpr const char* kPicture = "WM/Picture";
-    TagLib::ASF::File old_file(from.c_str(), false);
-    TagLib::ASF::File new_file(to.c_str(), false);
+    TagStream old_stream(from, TagStream::For::Reading);
+    TagStream new_stream(to, TagStream::For::Writing);
+    TagLib::ASF::File old_file(&old_stream, false);
+    TagLib::ASF::File new_file(&new_stream, false);
+    old_stream.require_no_error();
+    new_stream.require_no_error();
     if (old_file.isValid() && new_file.isValid() && old_file.tag()->contains(kPicture)) {
         new_file.tag()->setAttribute(kPicture, old_file.tag()->attribute(kPicture));
         save(new_file.save(), "ASF pictures");
+        new_stream.require_no_error();
     }
 }
 

@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <stdexcept>
 
+#include "cli/audio/tag_stream.h"
 #include "cli/metadata/flac_blocks.h"
 #include "cli/metadata/ogg_pages.h"
 #include "cli/metadata/outer_tags.h"
@@ -50,10 +51,13 @@ void copy_ogg(const std::string& metadata_from,
               const char* mark) {
     std::filesystem::copy_file(audio_from, to, std::filesystem::copy_options::overwrite_existing);
     {
-        OggFile old_file(metadata_from.c_str(), false);
-        OggFile file(to.c_str(), false);
+        TagStream old_stream(metadata_from, TagStream::For::Reading);
+        TagStream stream(to, TagStream::For::Writing);
+        OggFile old_file(&old_stream, false);
+        OggFile file(&stream, false);
         const Bytes old_packet = bytes_of(old_file.packet(kCommentPacket));
         const Bytes packet = bytes_of(file.packet(kCommentPacket));
+        old_stream.require_no_error();
         const auto length = static_cast<std::ptrdiff_t>(strlen(mark));
         if (old_packet.size() < strlen(mark) || packet.size() < strlen(mark) ||
             memcmp(packet.data(), mark, strlen(mark)) != 0) {
@@ -69,6 +73,7 @@ void copy_ogg(const std::string& metadata_from,
         if (!file.TagLib::Ogg::File::save()) {
             throw std::runtime_error("the comment of an Ogg stream cannot be written");
         }
+        stream.require_no_error();
     }
     set_ogg_serial(to, ogg_serial(metadata_from));
 }

@@ -6,6 +6,7 @@
  *                  mmap malloc fork pipe; without it calls are only counted
  *     FAULT_NTH    which call of that kind fails, from 1
  *     FAULT_ERROR  errno as a number; 0: reads and writes do half of what was asked for
+ *     FAULT_TRACE  set: the call that fails tells its callers on the standard error stream
  *     FAULT_STATE  a file of kKinds 64-bit counters and, last, of the faults injected, which all
  *                  processes of a run share, so that a fault meets the program or its workers
  *
@@ -13,6 +14,7 @@
  */
 #include <dirent.h>
 #include <dlfcn.h>
+#include <execinfo.h>
 #include <fcntl.h>
 #include <pthread.h>
 #include <spawn.h>
@@ -60,6 +62,7 @@ std::atomic<std::uint64_t>* state = nullptr;  // null until main()
 int failing_kind = -1;
 std::uint64_t failing_number = 0;
 int failing_error = 0;
+bool tracing = false;
 
 template <class Function>
 Function* real(Function* /*type*/, const char* name) {
@@ -80,6 +83,10 @@ bool is_hit(Kind kind) {
         return false;
     }
     ++state[kKinds];
+    if (tracing) {
+        void* callers[40];
+        backtrace_symbols_fd(callers, backtrace(callers, 40), STDERR_FILENO);
+    }
     return true;
 }
 
@@ -114,6 +121,7 @@ void arm() {
             failing_kind = std::strcmp(call, kNames[kind]) == 0 ? kind : failing_kind;
         }
         failing_number = std::strtoull(std::getenv("FAULT_NTH"), nullptr, 10);
+        tracing = std::getenv("FAULT_TRACE") != nullptr;
         failing_error = std::atoi(std::getenv("FAULT_ERROR"));
     }
     if (memory != MAP_FAILED) {
