@@ -97,7 +97,7 @@ bool OutputClaim::take(const std::string& output, const std::string& new_folder,
     new_folder_ = new_folder;
     path_ = path;
     for (;;) {
-        file_ = open(path.c_str(), O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
+        file_ = open(path.c_str(), O_RDWR | O_CREAT | O_APPEND | O_NOFOLLOW | O_CLOEXEC, 0666);
         if (file_ < 0) {
             fail(path);
         }

@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <boost/filesystem.hpp>
 #include <cmath>
 #include <csignal>
@@ -15,6 +16,7 @@
 #include <vector>
 
 #include "Common/level.h"
+#include "cli/archive/record.h"
 #include "cli/engine/engine_words.h"
 #include "cli/engine/hooks.h"
 #include "cli/engine/output_gate.h"
@@ -22,6 +24,7 @@
 #include "cli/storage/private_directory.h"
 #include "cli/storage/scratch.h"
 #include "cli/storage/staged_output.h"
+#include "cli/terminal/terminal_text.h"
 
 namespace fs = boost::filesystem;
 
@@ -48,6 +51,17 @@ void require_writable_output(const std::string& input, const std::string& output
     }
 }
 
+/** Lines, each without what could drive the terminal that shows it. */
+std::string printable_lines(const std::string& text) {
+    std::string shown;
+    for (std::size_t at = 0; at < text.size();) {
+        const std::size_t end = std::min(text.find('\n', at), text.size());
+        shown += cli::printable(text.substr(at, end - at)) + (end < text.size() ? "\n" : "");
+        at = end + 1;
+    }
+    return shown;
+}
+
 int show_progress(void* /*context*/, float fraction) {
     std::printf("%3d%%\r", static_cast<int>(std::lround(fraction * 100.0F)));
     std::fflush(stdout);
@@ -69,7 +83,7 @@ void take_words(void* context, LevelWords kind, const char* text) {
     if (kind != kLevelWordsOutput) {
         held.text += text;
     } else if (std::string(text).find(held.directory) == std::string::npos) {
-        std::cout << text << std::flush;
+        std::cout << printable_lines(text) << std::flush;
     }
 }
 
@@ -96,8 +110,14 @@ void set_up_signals() {
 }
 
 /** Runs where the engine hands its last file over: nothing has been written to the folder yet. */
-void deliver(const std::string& input, const std::string& final_file, const std::string& output) {
+void deliver(const std::string& input,
+             const cli::FileState& before,
+             const std::string& final_file,
+             const std::string& output) {
     cli::require_sound_output(input, final_file);
+    if (cli::state_of(input) != before) {
+        throw std::runtime_error("it was changed while it was worked on, so nothing was written");
+    }
     cli::StagedOutput staged(output);
     staged.fill_from(final_file);
     struct stat status = {};
@@ -146,29 +166,32 @@ std::string held_note() {
 /** Returns the program's status. */
 int tell(const EngineWords& words, int result, const HeldWords& held) {
     const LevelOutcome& outcome = *levelOutcome();
+    const std::string input = cli::printable(words.input);
+    const std::string output = cli::printable(words.output);
     switch (outcome.kind) {
         case kLevelNotRun:
         case kLevelWrongUsage:
-            std::cerr << held.text;
+            std::cerr << printable_lines(held.text);
             return result;
         case kLevelCancelled:
-            std::cerr << words.input << ": cancelled" << std::endl;
+            std::cerr << input << ": cancelled" << std::endl;
             return result;
         case kLevelFailed:
-            std::cerr << words.input << ": not leveled: " << cause_of(outcome, words, held)
+            std::cerr << input
+                      << ": not leveled: " << cli::printable(cause_of(outcome, words, held))
                       << std::endl;
             return result;
         case kLevelLeveled:
             if (hooks::delivery() != hooks::kDelivered) {
-                std::cerr << words.input << ": not leveled: " << hooks::delivery_failure()
+                std::cerr << input << ": not leveled: " << cli::printable(hooks::delivery_failure())
                           << std::endl;
                 return kFailure;
             }
-            std::cout << words.input << ": leveled, " << words.output << held_note() << std::endl;
+            std::cout << input << ": leveled, " << output << held_note() << std::endl;
             return result;
         default:
-            std::cout << words.input << ": copied unchanged, " << words.output << ": "
-                      << outcome.reason << std::endl;
+            std::cout << input << ": copied unchanged, " << output << ": " << outcome.reason
+                      << std::endl;
             return result;
     }
 }
@@ -192,8 +215,9 @@ int run(std::vector<std::string> arguments) {
     }
     HeldWords held{own ? own->path() : kept->path(), ""};
     hooks::use_temporary_directory(held.directory);
+    const cli::FileState before = cli::state_of(words.input);
     hooks::deliver_with([&](const std::string& final_file, const std::string& output) {
-        deliver(words.input, final_file, output);
+        deliver(words.input, before, final_file, output);
     });
     const int result = level(words, held);
     return tell(words, result, held);
@@ -205,7 +229,7 @@ int run_engine_command(int argc, char** argv) {
     try {
         return run({argv, argv + argc});
     } catch (const std::exception& failure) {
-        std::cerr << "quorvane: " << cli::cause_of(failure) << std::endl;
+        std::cerr << "quorvane: " << cli::printable(cli::cause_of(failure)) << std::endl;
         return kFailure;
     }
 }
