@@ -179,6 +179,9 @@ MediaInput::MediaInput(const std::string& path) : io_(path) {
 bool MediaInput::read(AVPacket& packet) const {
     const int code = av_read_frame(context_.get(), &packet);
     if (code == AVERROR_EOF) {
+        // Some demuxers take a failed read for the end.
+        const int error = io_.context()->error;
+        check(error == AVERROR_EOF ? 0 : error, "it cannot be read");
         return false;
     }
     check(code, "it is damaged");
