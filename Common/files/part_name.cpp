@@ -25,7 +25,8 @@ std::string part_prefix(const std::string& target) {
     if (name.size() > kMostBytes) {
         boost::crc_32_type sum;
         sum.process_bytes(name.data(), name.size());
-        name = name.substr(0, kMostBytes) + "~" + hexadecimal(sum.checksum());
+        name.resize(kMostBytes);
+        name += "~" + hexadecimal(sum.checksum());
     }
     return "." + name + kPartWord;
 }

@@ -194,6 +194,7 @@ std::int64_t SoundEncoder::silence_before() const {
 void SoundEncoder::begin(const std::string& file, const DecodedSound& source) {
     in_ = open_to_read(file);
     marks_ = source.timeline.marks();
+    frames_ = source.frames;
     start_ns_ = source.start_ns;
     rate_ = Timeline(request_.sample_rate_hz);
     silence_ = silence_before();
@@ -251,6 +252,9 @@ int SoundEncoder::fill(int count) {
                                            : std::numeric_limits<std::int64_t>::max();
             got = in_.readf(out, std::min(room, until));
             if (got <= 0 && end_ == std::numeric_limits<std::int64_t>::max()) {
+                if (sound_ != frames_) {
+                    throw FileError("its leveled sound could not be read to the end");
+                }
                 end_ = position_;
                 // An encoder that keeps nothing back gives its last samples only for more input.
                 const bool keeps = (codec_->codec->capabilities & AV_CODEC_CAP_DELAY) != 0;

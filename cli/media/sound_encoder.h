@@ -96,6 +96,7 @@ class SoundEncoder {
     std::int64_t sound_ = 0;     // frames read
     std::int64_t position_ = 0;  // frames given to the encoder
     std::int64_t silence_ = 0;   // frames of it that come before the next of the sound
+    std::int64_t frames_ = 0;    // that the sound must have
     std::int64_t start_ns_ = 0;  // of the source's first packet
     std::int64_t first_ = 0;     // the encoder's position of the first frame to be heard
     std::int64_t end_ = 0;       // behind the last one, once the sound was read
