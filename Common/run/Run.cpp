@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <stdexcept>
+#include <utility>
 #include <vector>
 
 #include "Common/apply_gains/ag_common.h"
@@ -156,7 +157,7 @@ Run::~Run() {
     ScratchSounds::instance().clear();
     MeasuredRecordings::instance().clear();
     stream::Riders::instance().clear();
-    last_intermediates = intermediates_;
+    last_intermediates = std::move(intermediates_);
 }
 
 void Run::discard_intermediates() {

@@ -7,7 +7,7 @@ namespace {
 
 SndfileHandle checked(SndfileHandle file) {
     if (!file.rawHandle()) {
-        throw std::runtime_error(file.strError());
+        throw std::runtime_error(sf_strerror(file.rawHandle()));  // also without memory for it
     }
     return file;
 }

@@ -7,6 +7,8 @@
 #include <stdexcept>
 #include <vector>
 
+#include "cli/storage/scratch.h"
+
 namespace fs = boost::filesystem;
 
 namespace {
@@ -56,10 +58,6 @@ PrivateDirectory::PrivateDirectory(const std::string& keep)
 
 PrivateDirectory::~PrivateDirectory() {
     if (remove_) {
-        boost::system::error_code ignored;
-        fs::remove_all(path_, ignored);
-        if (ignored) {
-            fs::remove_all(path_, ignored);  // what failed may have been of the moment
-        }
+        cli::remove_tree(path_);
     }
 }
