@@ -91,6 +91,7 @@ QLayout* DropView::new_buttons() {
 
 QPushButton* DropView::add_button(const QString& text, void (DropView::*signal)()) {
     auto* button = new QPushButton(text, this);
+    button->setAutoDefault(true);  // Return presses it as well as Space
     connect(button, &QPushButton::clicked, this, signal);
     return button;
 }

@@ -7,9 +7,12 @@
 #include <QDragEnterEvent>
 #include <QHBoxLayout>
 #include <QMimeData>
+#include <QPushButton>
+#include <QShortcut>
 #include <QVBoxLayout>
 #include <algorithm>
 #include <exception>
+#include <utility>
 
 #include "desktop/intake/paths.h"
 #include "desktop/model/words.h"
@@ -35,6 +38,13 @@ bool comes_from_here(const QDropEvent& event) {
 QAccessibleInterface* new_window_interface(const QString& /*class_name*/, QObject* object) {
     auto* window = qobject_cast<MainWindow*>(object);
     return window ? new QAccessibleWidget(window, QAccessible::Window) : nullptr;
+}
+
+/** Return presses it as well as Space, as in other desktops' windows. */
+QPushButton* new_button(const QString& text, QWidget* parent) {
+    auto* button = new QPushButton(text, parent);
+    button->setAutoDefault(true);
+    return button;
 }
 
 }  // namespace
@@ -137,6 +147,13 @@ QToolButton* MainWindow::new_menu_button(QWidget* parent) {
     button->setFocusPolicy(Qt::StrongFocus);
     button->setPopupMode(QToolButton::InstantPopup);
     button->setMenu(menu_);
+    // Space opens it by itself. The button that is not shown hears nothing.
+    for (const auto& [key, where] : {std::pair(Qt::Key_Return, Qt::WidgetShortcut),
+                                     std::pair(Qt::Key_F10, Qt::WindowShortcut)}) {
+        auto* shortcut = new QShortcut(key, button);
+        shortcut->setContext(where);
+        connect(shortcut, &QShortcut::activated, button, &QToolButton::showMenu);
+    }
     return button;
 }
 
@@ -165,7 +182,7 @@ QLayout* MainWindow::new_bar(QWidget* page) {
     auto* bar = new QHBoxLayout;
     bar->setContentsMargins(12, 10, 12, 10);
     bar->setSpacing(10);
-    auto* add = new QPushButton(tr("Add Files…"), page);
+    QPushButton* add = new_button(tr("Add Files…"), page);
     connect(add, &QPushButton::clicked, this, &MainWindow::choose_files);
     bar->addWidget(add);
     auto* middle = new QVBoxLayout;
@@ -182,10 +199,10 @@ QLayout* MainWindow::new_bar(QWidget* page) {
     middle->addWidget(progress_text_);
     middle->addWidget(progress_);
     bar->addLayout(middle, 1);
-    cancel_all_ = new QPushButton(tr("Cancel All"), page);
+    cancel_all_ = new_button(tr("Cancel All"), page);
     connect(cancel_all_, &QPushButton::clicked, &session_, &Session::cancel_all);
     bar->addWidget(cancel_all_);
-    report_all_ = new QPushButton(tr("Report"), page);
+    report_all_ = new_button(tr("Report"), page);
     connect(report_all_, &QPushButton::clicked, this, &MainWindow::report);
     bar->addWidget(report_all_);
     bar->addWidget(new_menu_button(page));
@@ -214,6 +231,10 @@ void MainWindow::refresh() {
     QWidget* const page = files > 1 ? list_page_ : static_cast<QWidget*>(drop_view_);
     if (pages_->currentWidget() != page) {
         pages_->setCurrentWidget(page);
+        // The button that had the focus is gone, and keys are for the files now.
+        if (page == list_page_) {
+            file_view_->setFocus();
+        }
     }
     drop_view_->set_searching(session_.searching());
     if (files <= 1) {

@@ -1,10 +1,12 @@
 #include <QAccessible>
 #include <QDir>
 #include <QDropEvent>
+#include <QFileDialog>
 #include <QMessageBox>
 #include <QMimeData>
 #include <QPushButton>
 #include <QStackedLayout>
+#include <QTimer>
 #include <QTranslator>
 #include <cmath>
 #include <memory>
@@ -30,6 +32,7 @@ class WindowTest : public QObject {
     void keys_cancel_and_remove();
     void closing_in_mid_work_asks_once();
     void a_later_start_hands_its_files_over();
+    void the_keyboard_reaches_everything();
     void every_control_has_a_name();
     void texts_break_between_words_first();
     void colors_stand_out();
@@ -167,6 +170,34 @@ void WindowTest::a_later_start_hands_its_files_over() {
     later.join();
     QVERIFY(handed_over);
     QCOMPARE(received[0][0].value<std::vector<std::string>>(), paths);
+}
+
+void WindowTest::the_keyboard_reaches_everything() {
+    MainWindow window;
+    window.show();
+    window.activateWindow();
+    auto* choose = window.findChild<desktop::DropView*>()->findChild<QPushButton*>();
+    QTRY_VERIFY(choose->hasFocus());
+    QSignalSpy chosen(choose, &QPushButton::clicked);
+    QTest::keyClick(choose, Qt::Key_Return);
+    QCOMPARE(chosen.count(), 1);
+    QTest::keyClick(window.findChild<QFileDialog*>(), Qt::Key_Escape);
+    for (const Qt::Key key : {Qt::Key_Tab, Qt::Key_F10}) {
+        bool opened = false;
+        QTimer::singleShot(200, [&] {
+            if (QWidget* menu = QApplication::activePopupWidget()) {
+                opened = true;
+                menu->close();
+            }
+        });
+        if (key == Qt::Key_Tab) {
+            QTest::keyClick(window.focusWidget(), key);
+            QTest::keyClick(window.focusWidget(), Qt::Key_Return);
+        } else {
+            QTest::keyClick(&window, key);
+        }
+        QTRY_VERIFY(opened);
+    }
 }
 
 void WindowTest::every_control_has_a_name() {
