@@ -46,6 +46,18 @@ constexpr auto kLongestStop = std::chrono::seconds(30);
 
 std::atomic<bool> stopping{false};
 
+// What a failed run has left stays for whom it may help, until the next file begins or the
+// application ends. A result that could not be put in its place is no such thing: the user was told
+// where it lies. Read and written where no engine call is under way, or by the engine's thread.
+bool leftIntermediates = false;
+
+void discardLeftIntermediates() {
+    if (leftIntermediates) {
+        levelDiscardIntermediates();
+    }
+    leftIntermediates = false;
+}
+
 // Whether an engine call is under way.
 struct {
     std::mutex mutex;
@@ -133,9 +145,11 @@ void levelItem(NSMutableDictionary *item) {
     NSString *outcome = QuorvaneCompletedNotification;
     try {
         const TemporaryDirectoryLock lock;
+        discardLeftIntermediates();
+        leftIntermediates = true;
         const int result = levelMain(5, arguments.data(), arguments[0], reportProgress, item);
         if (result == kCancelled) {
-            levelDiscardIntermediates();
+            discardLeftIntermediates();
         } else if (result != 0) {
             [item setObject:nonEmpty(levelOutcome()->reason) forKey:QuorvaneFailureReasonKey];
         }
@@ -212,6 +226,7 @@ void moveFinalFile(const char *source, const char *destination) {
         try {
             move_whole(source, destination);
         } catch (const std::exception &error) {
+            leftIntermediates = false;
             NSString *output = [NSString stringWithUTF8String:destination];
             NSString *description = [NSString
                 stringWithFormat:@"\"%@\" could not be written.", [output lastPathComponent]];
@@ -308,7 +323,9 @@ void moveFinalFile(const char *source, const char *destination) {
     stopping = true;
     levelRequestCancel();
     std::unique_lock<std::mutex> lock(engine.mutex);
-    engine.changed.wait_for(lock, kLongestStop, [] { return !engine.busy; });
+    if (engine.changed.wait_for(lock, kLongestStop, [] { return !engine.busy; })) {
+        discardLeftIntermediates();
+    }
 }
 
 @end

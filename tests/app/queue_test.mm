@@ -124,6 +124,9 @@ TEST_F(Queue, OnlyAnExceptionFailsAnItemAndTheQueueGoesOn) {
         if (arguments[2] == "/throws.wav") {
             throw std::runtime_error("out of luck");
         }
+        if (arguments[2] == "/noise.wav") {
+            engine.discards = 0;  // of what an earlier test left
+        }
         engine.reason = "It is no audio file.";
         return arguments[2] == "/cancelled.wav" ? 3 : 1;
     };
@@ -143,6 +146,8 @@ TEST_F(Queue, OnlyAnExceptionFailsAnItemAndTheQueueGoesOn) {
         EXPECT_EQ(posted()[i].value(QuorvaneProcessStateKey), rows[i][1]);
         EXPECT_EQ(posted()[i].item[text(QuorvaneFailureReasonKey)], rows[i][2]);
     }
+    // What each has left goes before the next one, or at once where it was cancelled.
+    EXPECT_EQ(engine.discards, 3);
     EXPECT_EQ(posted()[3].item.size(), 2u);  // state and UUID, nothing of a file
     EXPECT_NE(posted()[3].value(QuorvaneOutputUUIDKey), "");
 }
@@ -185,6 +190,15 @@ TEST_F(Hooks, FinalFileReplacesTheOutputOrStaysAndTheErrorNamesFileAndCause) {
         EXPECT_THAT(desktop.errors[0], testing::HasSubstr(source));
     }
     EXPECT_EQ(read_text(path("folder.wav/keep")), "kept");
+    // The next file does not discard the result that is told to lie there.
+    QuorvaneController *controller = [[[QuorvaneController alloc] init] autorelease];
+    engine.run = [&](auto...) { return moveFinalFile(source.c_str(), "/missing/out.wav"), 0; };
+    for (const char *output : {"/a.wav", "/b.wav"}) {
+        [controller queueItemAtPath:@"/in.wav" options:@{@"output_path" : string(output)}];
+    }
+    ASSERT_TRUE(spinUntil([] { return desktop.errors.size() == 3; }));
+    EXPECT_EQ(engine.discards, 0);
+    desktop.errors.erase(desktop.errors.begin(), desktop.errors.begin() + 2);
     const std::string output = write("talk-leveled.wav", "old and longer");
     moveFinalFile(source.c_str(), output.c_str());
     EXPECT_EQ(read_text(output), "new");

@@ -20,6 +20,7 @@ struct TestEngine {
     std::function<int(const Arguments &, LevelProgress, NSMutableDictionary *)> run;
     std::string reason;  // of the last run's outcome
     std::vector<Arguments> calls;
+    int discards = 0;  // of what a run left
 };
 
 extern TestEngine engine;

@@ -18,7 +18,9 @@ int levelMain(int argc, char **argv, const char *reserved, LevelProgress progres
     return engine.run ? engine.run(arguments, progress, item) : 0;
 }
 
-void levelDiscardIntermediates(void) {}
+void levelDiscardIntermediates(void) {
+    ++engine.discards;
+}
 
 void levelRequestCancel(void) {}
 
