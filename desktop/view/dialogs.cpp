@@ -16,6 +16,8 @@ struct Words {
     Q_DECLARE_TR_FUNCTIONS(Dialogs)
 };
 
+// A file dialog hands back names in Unicode. encodeName() makes the bytes of the file system again,
+// which for names that are no UTF-8 are lost: those can be dropped, but not chosen.
 std::vector<std::string> local_paths(const QStringList& names) {
     std::vector<std::string> paths;
     for (const QString& name : names) {
@@ -54,10 +56,14 @@ void Dialogs::ask_to_stop(const std::function<void()>& stop) {
                                     Words::tr("Files that are not finished get no leveled copy."));
     const QPushButton* yes = box->addButton(Words::tr("Stop and Quit"), QMessageBox::AcceptRole);
     box->setDefaultButton(box->addButton(Words::tr("Keep Leveling"), QMessageBox::RejectRole));
+    // By the button and not by the box's end: Escape, the close button and a window manager that
+    // ends the box are all a no.
     QObject::connect(yes, &QPushButton::clicked, &window_, stop);
     box->open();
 }
 
+// The work may go on for minutes before somebody answers, or end. The box is therefore modal to the
+// window alone and the answer a call of its own; the drop waits in line until it comes.
 void Dialogs::ask_existing(int count,
                            const QString& example,
                            std::function<void(ExistingChoice)> answer) {
@@ -73,6 +79,7 @@ void Dialogs::ask_existing(int count,
     QPushButton* skip = box->addButton(Words::tr("Skip"), QMessageBox::RejectRole);
     box->setDefaultButton(both);
     box->setEscapeButton(skip);
+    // finished() comes once for every way that a box can go, so that no drop waits for ever.
     QObject::connect(box, &QMessageBox::finished, &window_, [=] {
         answer(box->clickedButton() == replace ? ExistingChoice::Replace
                : box->clickedButton() == both  ? ExistingChoice::KeepBoth
@@ -98,6 +105,7 @@ void Dialogs::ask_folder(const QString& locked, std::function<void(std::string)>
     box->open();
 }
 
+// As in ask_existing(): an empty answer is one, too.
 void Dialogs::choose_output_folder(std::function<void(std::string)> answer) {
     QFileDialog* dialog = new_file_dialog(Words::tr("Folder for the Leveled Files"));
     dialog->setFileMode(QFileDialog::Directory);
@@ -138,6 +146,7 @@ void Dialogs::about() {
     box->setAttribute(Qt::WA_DeleteOnClose);
     box->setWindowTitle(Words::tr("About Quorvane"));
     box->setIconPixmap(window_.windowIcon().pixmap(QSize(64, 64), window_.devicePixelRatioF()));
+    // The version stands first, as it is what a report of a fault has to name.
     box->setText(QStringLiteral("Quorvane %1").arg(QApplication::applicationVersion()));
     box->setInformativeText(
         Words::tr("Levels the loudness of spoken word.\n\nStands on Qt, FFmpeg, libsndfile, Boost, "

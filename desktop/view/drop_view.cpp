@@ -14,6 +14,7 @@
 namespace desktop {
 namespace {
 
+// In logical pixels.
 constexpr int kFrameInset = 16;
 constexpr double kCornerRadius = 8;
 constexpr int kSpacing = 8;
@@ -26,6 +27,7 @@ QPalette dark_palette() {
     return colors;
 }
 
+/** By the palette: a style sheet on each label would be parsed anew with every file. */
 void set_color(QWidget& label, const QColor& color) {
     QPalette colors = label.palette();
     colors.setColor(QPalette::WindowText, color);
@@ -41,6 +43,8 @@ DropView::DropView(FileList& files, QWidget* parent) : QWidget(parent), files_(f
     column->setContentsMargins(3 * kFrameInset, 3 * kFrameInset, 3 * kFrameInset,
                                2 * kFrameInset + kSpacing);
     column->setSpacing(kSpacing);
+    // The stretches above and below keep the ring in the middle; the ring itself may grow up to its
+    // usual size and gives way first when the window is low.
     column->addStretch();
     ring_ = new Ring(this);
     ring_->setAccessibleName(tr("Progress"));
@@ -61,6 +65,8 @@ DropView::DropView(FileList& files, QWidget* parent) : QWidget(parent), files_(f
     refresh();
 }
 
+// Name, state and figures below each other. A label without text keeps its line, so that the ring
+// stays where it is from the drop to the result.
 void DropView::add_texts(QBoxLayout* column) {
     name_ = add_label(column, kDarkText);
     QFont title = name_->font();
@@ -119,6 +125,7 @@ void DropView::resizeEvent(QResizeEvent* event) {
     }
 }
 
+// The whole view answers to a drag, as the whole window takes the drop.
 void DropView::set_under_drag(bool under_drag) {
     under_drag_ = under_drag;
     update();
@@ -167,6 +174,8 @@ void DropView::keep_focus() {
     }
 }
 
+// Also while a drop is searched: a big folder on a network share takes its time, and a window that
+// says nothing looks as if the drop had failed.
 void DropView::show_empty() {
     ring_->set_mark(Mark::Bars);
     ring_->setValue(0);
@@ -197,6 +206,8 @@ void DropView::show_file(const Row& row) {
 void DropView::paintEvent(QPaintEvent* /*event*/) {
     constexpr double kDash[] = {5, 3};  // on, off
     QPainter painter(this);
+    // Lighter and with a frame in the arc's color: the change has to be seen beside the pointer and
+    // the picture of the files, which hide the middle.
     painter.fillRect(rect(), under_drag_ ? kDarkFillUnderDrag : kDarkFill);
     painter.setRenderHint(QPainter::Antialiasing);
     QPen pen(under_drag_ ? kArc : QColor::fromRgbF(1, 1, 1, 0.75F));

@@ -18,13 +18,14 @@ FileView::FileView(FileList& files, QWidget* parent) : QListView(parent), files_
     setItemDelegate(delegate);
     setAccessibleName(tr("Files"));
     setFrameShape(QFrame::NoFrame);
+    // Rows are as high as their texts, so a step of the wheel cannot be a row.
     setResizeMode(QListView::Adjust);
     setVerticalScrollMode(QAbstractItemView::ScrollPerPixel);
     setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
     setSelectionMode(QAbstractItemView::ExtendedSelection);
     setEditTriggers(QAbstractItemView::NoEditTriggers);
     setContextMenuPolicy(Qt::ActionsContextMenu);
-    setMouseTracking(true);
+    setMouseTracking(true);  // for the shade under the pointer
     setDragEnabled(true);
     setDragDropMode(QAbstractItemView::DragOnly);
     viewport()->setAcceptDrops(false);  // the window takes drops everywhere
@@ -35,6 +36,7 @@ FileView::FileView(FileList& files, QWidget* parent) : QListView(parent), files_
     });
 }
 
+// The selection model lists rows in the order they were clicked.
 std::vector<FileList::Id> FileView::selected() const {
     std::vector<FileList::Id> ids;
     for (const QModelIndex& index : selectionModel()->selectedRows()) {
@@ -51,6 +53,7 @@ void FileView::set_under_drag(bool under_drag) {
 
 void FileView::paintEvent(QPaintEvent* event) {
     QListView::paintEvent(event);
+    // Over the rows: they fill the view, so that a lighter ground would not be seen.
     if (under_drag_) {
         QPainter painter(viewport());
         painter.setPen(QPen(palette().color(QPalette::Highlight), 2, Qt::DashLine));

@@ -5,7 +5,7 @@
 
 namespace desktop {
 
-/** False where the desktop has a style of its own for Qt programs. */
+/** False where the desktop has a style of its own for Qt programs, as Plasma has. */
 bool takes_flat_style();
 
 /**

@@ -23,10 +23,14 @@
 namespace desktop {
 namespace {
 
+// In logical pixels. The usual size shows seven rows; the least one the ring with all its texts.
 constexpr QSize kUsualSize(640, 520);
 constexpr QSize kLeastSize(420, 380);
 
-/** Files dragged out of this window are no drop onto it. */
+/**
+ * Files dragged out of this window are no drop onto it: a result dropped by a hand that lets go too
+ * early would be leveled again.
+ */
 bool comes_from_here(const QDropEvent& event) {
     return event.source() != nullptr;
 }
@@ -50,6 +54,7 @@ QPushButton* new_button(const QString& text, QWidget* parent) {
 }  // namespace
 
 MainWindow::MainWindow() : dialogs_(*this), session_(dialogs_) {
+    // Before anything asks for this window's interface, which Qt then keeps.
     QAccessible::installFactory(new_window_interface);
     setWindowTitle(QStringLiteral("Quorvane"));
     setAcceptDrops(true);
@@ -76,6 +81,7 @@ MainWindow::MainWindow() : dialogs_(*this), session_(dialogs_) {
     refresh();
 }
 
+// Buttons, keys and menus come together in the same slots, so that each does what the others do.
 void MainWindow::connect_views() {
     connect(drop_view_, &DropView::choose, this, &MainWindow::choose_files);
     connect(drop_view_, &DropView::cancel, this, &MainWindow::cancel);
@@ -100,6 +106,7 @@ QAction* MainWindow::add_action(const QString& text,
     auto* action = new QAction(text, this);
     action->setShortcut(key);
     connect(action, &QAction::triggered, this, slot);
+    // A shortcut lives where its action does: in the window it works whatever has the focus.
     addAction(action);
     return action;
 }
@@ -140,6 +147,7 @@ void MainWindow::fill_menu() {
     menu_->addAction(quit);
 }
 
+// One for each page, as a widget has one place; both open the same menu.
 QToolButton* MainWindow::new_menu_button(QWidget* parent) {
     auto* button = new QToolButton(parent);
     button->setText(QStringLiteral("☰"));
@@ -157,6 +165,7 @@ QToolButton* MainWindow::new_menu_button(QWidget* parent) {
     return button;
 }
 
+// A desktop with a style of its own, as Plasma, dresses Qt programs better than we could.
 void MainWindow::take_colors() {
     if (!takes_flat_style()) {
         return;
@@ -209,11 +218,14 @@ QLayout* MainWindow::new_bar(QWidget* page) {
     return bar;
 }
 
+// What was told of an earlier drop is over with the next one.
 void MainWindow::take(const std::vector<std::string>& paths) {
     message_->hide();
     session_.take(paths);
 }
 
+// A compositor lets a window come to the front only with the token that it gave to the program
+// which the user has just started. Without one it may only ask for attention.
 void MainWindow::come_to_front(const QByteArray& activation_token) {
     if (!activation_token.isEmpty()) {
         qputenv("XDG_ACTIVATION_TOKEN", activation_token);  // where Qt looks for it
@@ -253,9 +265,11 @@ void MainWindow::refresh() {
     }
 }
 
+// While it works: how far, and the button that stops it. Afterwards: how it ended, and the report.
 void MainWindow::refresh_bar() {
     const Overall& overall = session_.overall();
     const bool working = session_.working();
+    // The two buttons stand at one place and are never shown together.
     progress_->setVisible(working);
     cancel_all_->setVisible(working);
     report_all_->setVisible(!working);
@@ -296,6 +310,8 @@ void MainWindow::set_under_drag(bool under_drag) {
     file_view_->set_under_drag(under_drag);
 }
 
+// Any drag of files is taken: what is in them is looked at after the drop, on a thread of its own.
+// Looking while a large folder hangs over the window would make the pointer stick.
 void MainWindow::dragEnterEvent(QDragEnterEvent* event) {
     if (!comes_from_here(*event) && event->mimeData()->hasUrls()) {
         event->setDropAction(Qt::CopyAction);
@@ -308,6 +324,8 @@ void MainWindow::dragLeaveEvent(QDragLeaveEvent* /*event*/) {
     set_under_drag(false);
 }
 
+// As a copy, also where the other program proposes a move: that one would delete the recordings
+// once they are handed over.
 void MainWindow::dropEvent(QDropEvent* event) {
     set_under_drag(false);
     event->setDropAction(Qt::CopyAction);
@@ -359,10 +377,12 @@ void MainWindow::about() {
     dialogs_.about();
 }
 
+// File managers put the files that are copied with Ctrl+C on the clipboard as a drag carries them.
 void MainWindow::paste() {
     take(dragged_files(*QApplication::clipboard()->mimeData()).paths);
 }
 
+// The drop view shows one file and needs no selection for it.
 std::vector<FileList::Id> MainWindow::chosen() const {
     if (const auto file = drop_view_->file()) {
         return {*file};
@@ -398,6 +418,7 @@ void MainWindow::retry() {
     session_.retry(chosen());
 }
 
+// Of several the first: players open a window for each.
 void MainWindow::play() {
     const std::vector<FileList::Id> ids = chosen();
     if (!ids.empty()) {
@@ -416,6 +437,7 @@ void MainWindow::show_in_folder() {
     desktop::show_in_folder(chosen_results());
 }
 
+// The sign that is painted at the row's end: a cross until the file is finished, then a folder.
 void MainWindow::on_row_button(FileList::Id id) {
     const Row* row = session_.files().row(id);
     if (row->state != State::Finished) {
@@ -470,6 +492,7 @@ void MainWindow::on_not_audio(const std::vector<std::string>& paths) {
     message_->tell(text);
 }
 
+// Also while the window is in front: who has gone for a coffee does not know that it is.
 void MainWindow::on_ended(const Counts& counts) {
     notification_.show(tr("Quorvane has finished"), counts_text(counts), tr("Show in Folder"));
 }

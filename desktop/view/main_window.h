@@ -51,6 +51,7 @@ class MainWindow : public QWidget {
     void changeEvent(QEvent* event) override;
 
   private:
+    /** Parts of the constructor. */
     void connect_views();
     void add_actions();
     void fill_menu();
@@ -58,12 +59,16 @@ class MainWindow : public QWidget {
     QWidget* new_list_page();
     QLayout* new_bar(QWidget* page);
     QToolButton* new_menu_button(QWidget* parent);
+    /** The style for the palette of now. */
     void take_colors();
+
+    /** Everything that the window shows, from the session anew; then its two parts. */
     void refresh();
     void refresh_bar();
     void refresh_actions();
     void set_under_drag(bool under_drag);
 
+    // What the user asks for. Where it concerns files, the chosen ones.
     void choose_files();
     void choose_folder();
     void paste();
@@ -81,13 +86,15 @@ class MainWindow : public QWidget {
 
     /** The selected files; on the drop view the only one. */
     std::vector<FileList::Id> chosen() const;
+
+    /** Paths of those that have one. */
     std::vector<std::string> chosen_results() const;
 
     Dialogs dialogs_;
     Session session_;
     Notification notification_;
     Taskbar taskbar_;
-    QStackedLayout* pages_;
+    QStackedLayout* pages_;  // the drop view or the list page
     MessageBar* message_;
     DropView* drop_view_;
     QWidget* list_page_ = nullptr;  // file_view_ and the bar under it

@@ -7,10 +7,12 @@
 namespace desktop {
 
 MessageBar::MessageBar(QWidget* parent) : QFrame(parent) {
+    // The text in the middle of its line's height, the button at the top: a long text of several
+    // lines would take it down otherwise, away from where it was a moment ago.
     auto* row = new QHBoxLayout(this);
     row->setContentsMargins(12, 6, 6, 6);
     text_ = new QLabel(this);
-    text_->setTextFormat(Qt::PlainText);
+    text_->setTextFormat(Qt::PlainText);  // file names stand in it
     text_->setWordWrap(true);
     row->addWidget(text_, 1);
     auto* close = new QToolButton(this);
@@ -25,6 +27,7 @@ MessageBar::MessageBar(QWidget* parent) : QFrame(parent) {
 void MessageBar::tell(const QString& text) {
     text_->setText(text);
     show();
+    // A screen reader says it at once. The focus stays where it is: the message wants no answer.
     QAccessibleEvent alert(text_, QAccessible::Alert);
     QAccessible::updateAccessibility(&alert);
 }

@@ -13,11 +13,13 @@
 namespace desktop {
 namespace {
 
+// In logical pixels.
 constexpr double kLineWidth = 12;
 constexpr double kTextShare = 0.2;  // of the ring's size
 constexpr int kUsualSize = 168;
 constexpr int kLeastSize = 96;
 
+/** The largest one: a ring in a place that is no square stays round. */
 QRectF centered_square(const QRectF& bounds) {
     const double side = qMin(bounds.width(), bounds.height());
     QRectF square(0, 0, side, side);
@@ -98,7 +100,7 @@ Ring::Ring(QWidget* parent) : QProgressBar(parent) {
     setRange(0, 100);
     setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Expanding);
     setMaximumHeight(kUsualSize);
-    setTextVisible(true);
+    setTextVisible(true);  // for screen readers, which read it as the value
 }
 
 void Ring::set_mark(Mark mark, const QColor& track) {
@@ -126,6 +128,7 @@ void Ring::paintEvent(QPaintEvent* /*event*/) {
         paint_mark(painter, square, mark_, kMarkWidth, kDarkText);
         return;
     }
+    // Sized by the ring and not by the desktop's font: it is a picture as much as a text.
     QFont font = this->font();
     font.setPixelSize(qRound(kTextShare * square.height()));
     font.setWeight(QFont::Light);
@@ -134,6 +137,7 @@ void Ring::paintEvent(QPaintEvent* /*event*/) {
     painter.drawText(square, Qt::AlignCenter, percent_text(value()));
 }
 
+// Whether it becomes a drag, the way from here tells.
 void Ring::mousePressEvent(QMouseEvent* event) {
     pressed_at_ = event->position().toPoint();
 }

@@ -13,7 +13,10 @@ class QPainter;
 
 namespace desktop {
 
-/** A track and on it an arc that starts at the top and runs clockwise. */
+/**
+ * A track and on it an arc that starts at the top and runs clockwise, in the largest circle that
+ * the bounds hold. The fraction goes from 0 to 1; widths are logical pixels.
+ */
 void paint_ring(QPainter& painter,
                 const QRectF& bounds,
                 double line_width,
@@ -21,6 +24,7 @@ void paint_ring(QPainter& painter,
                 const QColor& track,
                 const QColor& arc);
 
+/** What stands in a ring: a result, a failure or a stop, and the program's own sign. */
 enum class Mark { None, Check, Cross, Bars };
 
 /** The mark in the middle of the bounds. */
@@ -58,7 +62,7 @@ class Ring : public QProgressBar {
   private:
     Mark mark_ = Mark::Bars;
     QColor track_ = kDarkTrack;  // under the arc
-    QPoint pressed_at_;
+    QPoint pressed_at_;          // where a drag would have begun
     std::function<QMimeData*()> drag_source_;
 };
 

@@ -27,22 +27,26 @@ namespace {
  * that the window has.
  */
 
+// In logical pixels.
 constexpr int kMargin = 12;
 constexpr int kLineGap = 3;
 constexpr int kRingSize = 34;
 constexpr double kRingWidth = 4;
 constexpr int kButtonSize = 28;
 
+// The model is this program's own, so the row is taken from it as it is and not role by role.
 const Row& row_of(const QModelIndex& index) {
     return static_cast<const FileList*>(index.model())->at(index.row());
 }
 
+/** The name leads, so that a list is read along one edge. */
 QFont name_font(const QFont& font) {
     QFont name = font;
     name.setWeight(QFont::DemiBold);
     return name;
 }
 
+/** A little smaller: the figures are looked up, not read. */
 QFont figure_font(const QFont& font) {
     QFont figures = font;
     figures.setPointSizeF(font.pointSizeF() * 0.92);
@@ -216,6 +220,7 @@ bool RowDelegate::editorEvent(QEvent* event,
                               QAbstractItemModel* model,
                               const QStyleOptionViewItem& option,
                               const QModelIndex& index) {
+    // Painted buttons get no events of their own; the view passes the row's.
     if (event->type() == QEvent::MouseButtonRelease) {
         const auto* mouse = static_cast<QMouseEvent*>(event);
         if (mouse->button() == Qt::LeftButton &&

@@ -26,10 +26,12 @@ class RowDelegate : public QStyledItemDelegate {
                    const QStyleOptionViewItem& option,
                    const QModelIndex& index) override;
 
-    /** Where the row's small button is, in the coordinates of the row's rectangle. */
+    /** Where the row's small button is, mirrored for a language that reads from the right, in the
+     * coordinates of the row's rectangle. */
     static QRect button_rect(const QRect& row, Qt::LayoutDirection direction);
 
   Q_SIGNALS:
+    /** On release, as buttons do: a press that slides off does nothing. */
     void button_clicked(const QModelIndex& index);
 
   protected:

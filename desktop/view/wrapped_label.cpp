@@ -10,16 +10,19 @@ WrappedLabel::WrappedLabel(QWidget* parent) : QLabel(parent) {
     setTextFormat(Qt::PlainText);
     setWordWrap(true);
     setAlignment(Qt::AlignCenter);
+    // The layout asks for the height only of widgets that say that it depends on the width.
     QSizePolicy policy(QSizePolicy::Preferred, QSizePolicy::Preferred);
     policy.setHeightForWidth(true);
     setSizePolicy(policy);
 }
 
+// For a layout that has not got its width yet; the true height follows from heightForWidth().
 QSize WrappedLabel::sizeHint() const {
     constexpr int kUsualWidth = 420;
     return {kUsualWidth, heightForWidth(kUsualWidth)};
 }
 
+// QLabel asks for its longest word, which would make the window as wide as a long file name.
 QSize WrappedLabel::minimumSizeHint() const {
     return {fontMetrics().averageCharWidth() * 8, fontMetrics().height()};
 }

@@ -12,6 +12,7 @@ double set_lines(QTextLayout& layout,
                  double width,
                  Qt::Alignment alignment,
                  Qt::LayoutDirection direction) {
+    // A line may be a little higher than the font says, where another font lends its letters.
     QTextOption option(alignment);
     option.setWrapMode(QTextOption::WrapAtWordBoundaryOrAnywhere);
     option.setTextDirection(direction);
@@ -46,6 +47,7 @@ void draw_wrapped(QPainter& painter,
                   const QString& text) {
     QTextLayout layout(with_separators(text), painter.font());
     set_lines(layout, place.width(), alignment, painter.layoutDirection());
+    // Nothing is clipped: who asked for the height first has room for every line.
     layout.draw(&painter, place.topLeft());
 }
 
