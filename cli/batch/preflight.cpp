@@ -75,11 +75,10 @@ FileFacts probed(const Settings& settings, PlannedFile& file) {
     return facts;
 }
 
-/** The first folder on the way up that is there. */
-fs::path existing_folder(const std::string& output) {
-    const std::string missing = missing_folder(output);
-    const fs::path folder = fs::absolute(output).parent_path();
-    return missing.empty() ? folder : fs::path(missing).parent_path();
+/** The folder itself or the first one on the way up that is there. */
+std::string existing_folder(const std::string& folder) {
+    const fs::path missing = missing_folder(folder + "/.");
+    return missing.empty() ? fs::absolute(folder).string() : missing.parent_path().string();
 }
 
 std::string size_text(std::uintmax_t bytes) {
@@ -94,26 +93,29 @@ std::string size_text(std::uintmax_t bytes) {
 class OutputFolders {
   public:
     void add(const PlannedFile& file) {
-        outputs_[fs::path(file.output).parent_path().string()].insert(
-            fs::path(file.output).filename().string());
-        bytes_[existing_folder(file.output).string()] += static_cast<std::uintmax_t>(file.bytes);
+        const fs::path output = file.output;
+        Folder& folder = folders_[output.parent_path().string()];
+        folder.names.insert(output.filename().string());
+        folder.bytes += static_cast<std::uintmax_t>(file.bytes);
     }
 
     void remove_stale() const {
-        for (const auto& [folder, names] : outputs_) {
-            remove_stale_parts(folder.empty() ? "." : folder, names);
+        for (const auto& [path, folder] : folders_) {
+            remove_stale_parts(path.empty() ? "." : path, folder.names);
         }
     }
 
     void tell_full_disks(std::vector<std::string>& notes) const {
         std::map<dev_t, std::pair<std::string, std::uintmax_t>> disks;
-        for (const auto& [folder, bytes] : bytes_) {
+        for (const auto& [path, folder] : folders_) {
+            const std::string existing = existing_folder(path.empty() ? "." : path);
+
             struct stat status {};
 
-            if (stat(folder.c_str(), &status) == 0) {
+            if (stat(existing.c_str(), &status) == 0) {
                 auto& [name, sum] = disks[status.st_dev];
-                name = folder;
-                sum += bytes;
+                name = existing;
+                sum += folder.bytes;
             }
         }
         for (const auto& disk : disks) {
@@ -129,8 +131,12 @@ class OutputFolders {
     }
 
   private:
-    std::map<std::string, std::set<std::string>> outputs_;
-    std::map<std::string, std::uintmax_t> bytes_;
+    struct Folder {
+        std::set<std::string> names;  // of the outputs
+        std::uintmax_t bytes = 0;
+    };
+
+    std::map<std::string, Folder> folders_;
 };
 
 void tell_full_temporary_disk(const Settings& settings,

@@ -47,7 +47,9 @@ class FolderSearch {
         }
     }
 
-    void take(const fs::path& path, const fs::path& below) {
+    enum class Link { Yes, No };
+
+    void take(const fs::path& path, const fs::path& below, Link link) {
         std::error_code error;
         if (const fs::path folder = path.parent_path(); folder != folder_ || !folder_known_) {
             folder_ = folder;
@@ -56,15 +58,15 @@ class FolderSearch {
             real_folder_ = fs::canonical(named, error);
             own_folder_ = fs::absolute(named, error).lexically_normal() / "" == real_folder_ / "";
         }
-        const bool link = fs::is_symlink(fs::symlink_status(path, error));
-        const fs::path real = link ? fs::canonical(path, error) : real_folder_ / path.filename();
+        const bool is_link = link == Link::Yes;
+        const fs::path real = is_link ? fs::canonical(path, error) : real_folder_ / path.filename();
         if (error) {
             found_.problems.push_back({path, error.message()});
             return;
         }
         candidates_.push_back({{path.string(), below.string()},
                                real.string(),
-                               link          ? 2
+                               is_link       ? 2
                                : own_folder_ ? 0
                                              : 1});
     }
@@ -109,36 +111,38 @@ class FolderSearch {
             return;
         }
         std::vector<fs::path> folders;
-        std::vector<fs::path> files;
+        std::vector<fs::directory_entry> files;
         for (const fs::directory_iterator end; !error && entries != end; entries.increment(error)) {
             const fs::path path = entries->path();
             if (path.filename().string().front() == '.') {
                 continue;
             }
+            // The entry knows its type from the folder, without another look at the file.
             std::error_code unreadable;
-            const bool link = fs::is_symlink(entries->symlink_status(unreadable));
-            const fs::file_status status = entries->status(unreadable);
-            if (fs::is_directory(status)) {
-                (link ? links_ : folders).push_back(path);
+            if (entries->is_directory(unreadable)) {
+                (entries->is_symlink(unreadable) ? links_ : folders).push_back(path);
             } else if (!is_own_output(path)) {
-                sort_out(path, status, files);
+                sort_out(*entries, files);
             }
         }
         if (error) {
             found_.problems.push_back({folder, error.message()});
         }
-        for (const fs::path& path : files) {
-            take(path, path.lexically_relative(root));
+        for (const fs::directory_entry& file : files) {
+            std::error_code unreadable;
+            take(file.path(), file.path().lexically_relative(root),
+                 file.is_symlink(unreadable) ? Link::Yes : Link::No);
         }
         for (const fs::path& path : folders) {
             enter(path, root);
         }
     }
 
-    void sort_out(const fs::path& path, fs::file_status status, std::vector<fs::path>& files) {
-        const bool regular = fs::is_regular_file(status);
-        const bool lost = !regular && (status.type() == fs::file_type::not_found ||
-                                       status.type() == fs::file_type::none);
+    void sort_out(const fs::directory_entry& entry, std::vector<fs::directory_entry>& files) {
+        const fs::path& path = entry.path();
+        std::error_code error;
+        const bool regular = entry.is_regular_file(error);
+        const bool lost = !regular && !entry.exists(error);
         if (!regular && !lost) {
             return;
         }
@@ -146,7 +150,7 @@ class FolderSearch {
         if (kind == FileKind::Wanted && lost) {
             found_.problems.push_back({path, "cannot be followed: the link leads nowhere"});
         } else if (kind == FileKind::Wanted) {
-            files.push_back(path);
+            files.push_back(entry);
         } else if (kind == FileKind::Unsupported) {
             found_.unsupported.push_back(path);
         }
@@ -186,7 +190,9 @@ FoundFiles find_files(const std::vector<std::string>& paths,
                 found.problems.push_back({path, "holds no audio file to level"});
             }
         } else if (fs::is_regular_file(status)) {
-            search.take(path, path.filename());
+            const bool link = fs::is_symlink(path, error);
+            search.take(path, path.filename(),
+                        link ? FolderSearch::Link::Yes : FolderSearch::Link::No);
         } else if (status.type() == fs::file_type::not_found) {
             found.problems.push_back({path, "does not exist"});
         } else {

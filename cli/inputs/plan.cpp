@@ -170,10 +170,14 @@ void refuse_linked_inputs(const std::vector<PlannedFile>& plan) {
     }
 }
 
-PlannedFile plan_one(const FoundFile& file, const fs::path& output, Resolver& resolver) {
+/** resolved_output: the output with all links followed. */
+PlannedFile plan_one(const FoundFile& file,
+                     const fs::path& output,
+                     const std::string& resolved_output,
+                     Resolver& resolver) {
     std::error_code error;
     const bool exists = fs::exists(output, error);
-    if (resolver.resolved(output.string()) == resolver.resolved(file.path) ||
+    if (resolved_output == resolver.resolved(file.path) ||
         (exists && same_file(output, file.path))) {
         throw UsageError(
             fmt::format("the output {} is an input; inputs are never written", output.string()));
@@ -211,7 +215,7 @@ std::vector<PlannedFile> plan_outputs(const Settings& settings,
             throw UsageError(fmt::format("{} and {} would both be written to {}",
                                          files[other->second].path, file.path, output.string()));
         }
-        plan.push_back(plan_one(file, output, resolver));
+        plan.push_back(plan_one(file, output, other->first, resolver));
     }
     refuse_linked_inputs(plan);
     plan.insert(plan.end(), passed_over.begin(), passed_over.end());

@@ -54,8 +54,17 @@ std::string folder_problem(const fs::path& folder) {
     return access(existing.c_str(), W_OK | X_OK) == 0 ? "" : because(errno);
 }
 
-std::string name_problem(const fs::path& output) {
-    const long most = pathconf(nearest_existing(output.parent_path()).c_str(), _PC_NAME_MAX);
+/** What holds for all outputs in a folder. */
+struct Place {
+    std::string problem;
+    long most_name_bytes = 0;
+};
+
+Place look_at(const fs::path& folder) {
+    return {folder_problem(folder), pathconf(nearest_existing(folder).c_str(), _PC_NAME_MAX)};
+}
+
+std::string name_problem(const fs::path& output, long most) {
     const std::size_t bytes = output.filename().string().size();
     return most > 0 && bytes > static_cast<std::size_t>(most)
                ? fmt::format("its output's name would have {} bytes, at most {} are allowed there",
@@ -71,7 +80,7 @@ std::string input_problem(const fs::path& input) {
 }  // namespace
 
 void probe_places(std::vector<PlannedFile>& plan) {
-    std::map<fs::path, std::string> folders;
+    std::map<std::string, Place> folders;
     for (PlannedFile& file : plan) {
         if (!file.skip.empty() || file.known) {
             continue;
@@ -83,11 +92,13 @@ void probe_places(std::vector<PlannedFile>& plan) {
         const fs::path folder = fs::path(file.output).has_parent_path()
                                     ? fs::path(file.output).parent_path()
                                     : fs::path(".");
-        const auto [known, is_new] = folders.emplace(folder, "");
+        const auto [known, is_new] = folders.emplace(folder.string(), Place{});
         if (is_new) {
-            known->second = folder_problem(folder);
+            known->second = look_at(folder);
         }
-        file.problem = known->second.empty() ? name_problem(file.output) : known->second;
+        const Place& place = known->second;
+        file.problem = place.problem.empty() ? name_problem(file.output, place.most_name_bytes)
+                                             : place.problem;
     }
 }
 
