@@ -7,6 +7,7 @@
 #include <fstream>
 #include <system_error>
 
+#include "cli/options/settings.h"
 #include "cli/storage/path_order.h"
 
 namespace cli {
@@ -38,6 +39,10 @@ void ResultLines::add(const std::string& path) {
         throw std::system_error(errno, std::generic_category(), path);
     }
     files_.push_back(path);
+    // A task that was killed may have left nothing, or the start of a line.
+    if (const int first = in.peek(); first != '{' && first != std::ifstream::traits_type::eof()) {
+        throw UsageError(fmt::format("{} is not the JSON of a run", path));
+    }
     std::int64_t offset = 0;
     std::size_t broken = 0;
     for (std::string line; std::getline(in, line);) {
@@ -47,6 +52,9 @@ void ResultLines::add(const std::string& path) {
             ++broken;
         }
         offset += static_cast<std::int64_t>(line.size()) + 1;
+    }
+    if (in.bad()) {
+        throw std::system_error(errno, std::generic_category(), path);
     }
     if (broken != 0) {
         notes_.push_back(fmt::format("{}: {} cut short and left out", path,

@@ -15,7 +15,7 @@ namespace cli {
  */
 class ResultLines {
   public:
-    /** Throws std::system_error when the file cannot be read. */
+    /** Throws std::system_error when the file cannot be read, UsageError when it is another's. */
     void add(const std::string& path);
 
     /**

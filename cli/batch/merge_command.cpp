@@ -9,6 +9,7 @@
 #include "cli/archive/result_lines.h"
 #include "cli/batch/batch_command.h"
 #include "cli/batch/results.h"
+#include "cli/inputs/plan.h"
 #include "cli/options/settings.h"
 #include "cli/report/result_files.h"
 #include "cli/terminal/screen.h"
@@ -24,6 +25,7 @@ int merge(const Settings& settings) {
         found.add(path);
     }
     found.sort();
+    check_facts_paths(settings, {}, found.size() > 1);
     Screen screen(settings);
     JsonLines lines(settings);
     ResultFiles results(settings, found.size());
@@ -35,6 +37,9 @@ int merge(const Settings& settings) {
             facts.cause = "planned, but no run tells of it";
         }
         work_s += facts.elapsed_s;
+        if (facts.outcome == Outcome::Failed) {
+            screen.error(finished_line(facts, screen));
+        }
         lines.write(facts);
         results.add(i, std::move(facts));
     }

@@ -199,6 +199,7 @@ TEST_F(Batch, ShardsOfAPlanAreMergedIntoWhatASingleRunTells) {
     const ProgramResult merged = run("merge plan ?.? --json all.jsonl --report r2");
     EXPECT_EQ(1, merged.status);
     EXPECT_THAT(merged.out, HasSubstr("5 leveled, 2 failed"));
+    EXPECT_THAT(merged.err, HasSubstr("failed nowhere.wav: does not exist\n"));
     auto one = facts(read_text(dir_ / "one.jsonl"));
     auto all = facts(read_text(dir_ / "all.jsonl"));
     ASSERT_EQ(7u, all.size());
@@ -215,6 +216,57 @@ TEST_F(Batch, ShardsOfAPlanAreMergedIntoWhatASingleRunTells) {
     EXPECT_EQ(5, run_program("grep -c ' leveled in/' " + dir_ / "log").out[0] - '0')
         << "none was done twice:\n"
         << log;
+}
+
+TEST_F(Batch, TheMergeKeepsTheVerdictAndTakesNothingElseForResults) {
+    talk("in/a.wav");
+    EXPECT_EQ(4, run("--analyze --for podcast --json one.jsonl in").status);
+    EXPECT_EQ(4, run("merge --for podcast --json all.jsonl one.jsonl").status);
+    EXPECT_EQ(read_text(dir_ / "one.jsonl"), read_text(dir_ / "all.jsonl"));
+    EXPECT_EQ(0, run("merge one.jsonl").status);
+
+    const std::string sound = read_text(dir_ / "in/a.wav");
+    const std::pair<const char*, int> refused[] = {
+        {"in", 1}, {"missing", 1}, {"in/a.wav", 2}, {"one.jsonl --json in/a.wav", 2}, {"", 2}};
+    for (const auto& [words, status] : refused) {
+        EXPECT_EQ(status, run(std::string("merge ") + words).status) << words;
+    }
+    EXPECT_EQ(sound, read_text(dir_ / "in/a.wav"));
+}
+
+TEST_F(Batch, AKilledBatchGoesOnAndTwoAtOnceShareTheWork) {
+    std::string list;
+    for (int i = 10; i < 40; ++i) {
+        talk("in/" + std::to_string(i) + ".wav", 1);
+        list += "in/" + std::to_string(i) + ".wav" + '\n' + (i % 7 == 0 ? "\n" : "");
+    }
+    write_text(dir_ / "list", list + "in/gone.wav\n");
+    const std::string words = " -j 2 -d out --log log --files-from ";
+    auto killed = std::async(std::launch::async, [&] {
+        return run_program("cd " + dir_.path() + " && echo $$ >pid && exec " QUORVANE + words +
+                           "list");
+    });
+    ASSERT_TRUE(soon([&] { return file_exists(dir_ / "out") && outputs_in("out").size() > 4; }));
+    kill(std::stoi(read_text(dir_ / "pid")), SIGKILL);
+    EXPECT_EQ(-SIGKILL, killed.get().status);
+    ASSERT_TRUE(soon([&] { return names_in("tmp").empty(); }));
+    const std::vector<std::string> done = outputs_in("out");
+    ASSERT_LT(done.size(), 30u);
+    write_text(dir_ / "log", "");
+
+    EXPECT_EQ(0, run_program("cd " + dir_.path() + " && tr '\\n' '\\0' <list | " QUORVANE + words +
+                             "- --null --json two & cd " + dir_.path() + " && " QUORVANE + words +
+                             "list --json one >/dev/null; wait")
+                     .status);
+    EXPECT_EQ(30u, outputs_in("out").size());
+    const std::string again = run_program("grep -c ' leveled in/' " + dir_ / "log").out;
+    EXPECT_EQ(30 - done.size(), std::stoul(again)) << "a file was done twice";
+    for (const char* run : {"one", "two"}) {
+        auto all = facts(read_text(dir_ / run));
+        ASSERT_EQ(31u, all.size());
+        EXPECT_EQ("failed", all["in/gone.wav"]["status"]);
+        EXPECT_EQ("up-to-date", all["in/" + done.front().substr(0, 2) + ".wav"]["status"]);
+    }
 }
 
 TEST_F(Batch, DryRunsAndAnalysesWriteNothing) {
