@@ -15,12 +15,13 @@ namespace {
  * be. */
 class Comparison {
   public:
-    explicit Comparison(const std::string& path) : path_(path), state_(state_of(path)) {}
+    Comparison(const std::string& path, Proof proof)
+        : path_(path), proof_(proof), state_(state_of(path)) {}
 
     const FileState& state() const { return state_; }
 
     bool is(const FileState& recorded, const std::string& recorded_hash) {
-        if (state_ == recorded) {
+        if (state_ == recorded && proof_ == Proof::SizeAndTime) {
             return true;
         }
         if (state_.size != recorded.size) {
@@ -38,6 +39,7 @@ class Comparison {
 
   private:
     std::string path_;
+    Proof proof_;
     FileState state_;
     std::optional<std::string> hash_;
 };
@@ -56,7 +58,7 @@ FileFacts facts_of(const Judgement& judgement,
 
 Judgement UpToDate::judge(const std::string& input, const std::string& output) {
     Judgement judgement;
-    Comparison there(output);
+    Comparison there(output, proof_);
     judgement.output_state = there.state();
     if (!there.state().exists()) {
         return judgement;
@@ -87,7 +89,7 @@ Judgement UpToDate::judge_record(const DoneRecord& record, const std::string& in
     Judgement judgement;
     judgement.standing = Standing::Changed;
     constexpr const char* kRedo = "(--redo-changed levels it anew)";
-    if (!Comparison(input).is(record.input_state, record.input_hash)) {
+    if (!Comparison(input, proof_).is(record.input_state, record.input_hash)) {
         judgement.cause = fmt::format("the input changed since it was leveled {}", kRedo);
     } else if (record.options != options_) {
         judgement.cause = fmt::format("it was leveled with other options {}", kRedo);

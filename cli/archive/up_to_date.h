@@ -25,15 +25,23 @@ struct Judgement {
 /** The facts of a file whose output is up to date. */
 FileFacts facts_of(const Judgement& judgement, const std::string& input, const std::string& output);
 
+/** What it takes to believe that a file is as it was recorded. */
+enum class Proof {
+    SizeAndTime,  // or its content, where only the time differs
+    Content
+};
+
 /**
- * Judges outputs by the records of their folders. Sizes and modification times decide where they
- * are as recorded; where only a time differs, the content does. Keeps the book of the last folder:
- * ask in the order of the folders.
+ * Judges outputs by the records of their folders. A file whose size and modification time are as
+ * recorded is not read, as ten thousand are to be checked in a second; who fears that a disk
+ * changed it in silence asks for Proof::Content. Keeps the book of the last folder: ask in the
+ * order of the folders.
  */
 class UpToDate {
   public:
     /** options: options_key() of this run. */
-    explicit UpToDate(std::string options) : options_(std::move(options)) {}
+    explicit UpToDate(std::string options, Proof proof = Proof::SizeAndTime)
+        : options_(std::move(options)), proof_(proof) {}
 
     Judgement judge(const std::string& input, const std::string& output);
 
@@ -41,6 +49,7 @@ class UpToDate {
     Judgement judge_record(const DoneRecord& record, const std::string& input) const;
 
     std::string options_;
+    Proof proof_;
     std::string book_path_;
     std::unique_ptr<RecordBook> book_;
 };

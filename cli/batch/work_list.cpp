@@ -103,7 +103,8 @@ void judge_outputs(const Settings& settings, WorkList& work) {
     const std::string destination =
         settings.destinations.empty() || settings.analyze ? "" : settings.destinations.front();
     UpToDate up_to_date(options_key(settings.tuning, settings.measure, settings.audio_stream,
-                                    settings.audio_codec, destination));
+                                    settings.audio_codec, destination),
+                        settings.verify ? Proof::Content : Proof::SizeAndTime);
     for (PlannedFile& file : work.files) {
         if (!file.skip.empty()) {
             file.known = skipped(file, file.skip);

@@ -25,6 +25,9 @@ std::vector<OptionRow> own_options() {
         {G::Output, "redo-changed", 0, "", C::None,
          "level anew what was leveled from an earlier state of its input, with other options or "
          "by an earlier arithmetic, and replace the old output"},
+        {G::Output, "verify", 0, "", C::None,
+         "read what is done already, and what it was made from, and compare contents, where else "
+         "sizes and times are enough"},
         {G::Output, "keep-mtime", 0, "", C::None,
          "give the output the modification time of its input"},
 

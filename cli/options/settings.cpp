@@ -134,6 +134,7 @@ void refuse_contradictions(const Settings& settings) {
     refuse(settings.null && settings.files_from.empty(), "--null belongs to --files-from");
     refuse(settings.force && settings.redo_changed,
            "--force and --redo-changed exclude each other");
+    refuse(settings.force && settings.verify, "--force and --verify exclude each other");
     refuse(!settings.output.empty() && !settings.output_dir.empty(),
            "--output and --output-dir exclude each other");
     refuse(settings.suffix.find('/') != std::string::npos, "--suffix may not hold a '/'");
@@ -221,6 +222,7 @@ Settings parse_command_line(int argc, const char* const* argv) {
         settings.shard = parse_shard(value("shard"));
     }
     settings.redo_changed = given("redo-changed");
+    settings.verify = given("verify");
     settings.curves = given("no-curves") ? Curves::Omit : Curves::Tell;
     text("audio-codec", settings.audio_codec);
     if (given("audio-stream")) {

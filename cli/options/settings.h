@@ -45,6 +45,7 @@ struct Settings {
     unsigned jobs = 1;                      // files worked on at the same time
     bool force = false;                     // replace outputs that exist
     bool redo_changed = false;              // replace the outputs of inputs that changed
+    bool verify = false;                    // what is done already by content, not size and time
     bool keep_mtime = false;                // the output gets the input's modification time
     bool strict = false;                    // an input that is cut short fails
     int audio_stream = 0;                   // of a media file, counted from 1; 0: the default one

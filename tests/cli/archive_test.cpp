@@ -77,8 +77,10 @@ class Archive : public testing::Test {
         claim.record(to_line(record));
     }
 
-    Judgement judge(const std::string& options = "o", const std::string& output = "out.wav") {
-        return UpToDate(options).judge(dir_ / "in.wav", dir_ / output);
+    Judgement judge(const std::string& options = "o",
+                    const std::string& output = "out.wav",
+                    Proof proof = Proof::SizeAndTime) {
+        return UpToDate(options, proof).judge(dir_ / "in.wav", dir_ / output);
     }
 
     void touch(const std::string& name) {
@@ -109,6 +111,16 @@ TEST_F(Archive, AnOutputIsJudgedByWhatItWasMadeFrom) {
     EXPECT_EQ(Standing::NotOurs, judge().standing) << "somebody edited it";
     write_text(dir_ / "foreign.wav", "x");
     EXPECT_EQ(Standing::NotOurs, judge("o", "foreign.wav").standing);
+
+    // A disk loses bits without a new time.
+    place("out.wav", "output", "o");
+    const auto time = fs::last_write_time(dir_ / "out.wav");
+    EXPECT_EQ(Standing::UpToDate, judge("o", "out.wav", Proof::Content).standing);
+    write_text(dir_ / "out.wav", "outpuT");
+    fs::last_write_time(dir_ / "out.wav", time);
+    EXPECT_EQ(Standing::UpToDate, judge().standing);
+    EXPECT_EQ(Standing::NotOurs, judge("o", "out.wav", Proof::Content).standing);
+    fs::remove(dir_ / "out.wav");
 
     // The folder goes elsewhere with its record.
     place("out.wav", "output", "o");
