@@ -36,6 +36,7 @@ using Json = nlohmann::ordered_json;
 
 constexpr const char* kStart = "{\"output\":\"";
 constexpr std::size_t kBlockBytes = 1 << 20;
+constexpr std::int64_t kEndBytes = 1 << 20;
 
 std::int64_t nanoseconds(const timespec& time) {
     return static_cast<std::int64_t>(time.tv_sec) * 1'000'000'000 + time.tv_nsec;
@@ -155,9 +156,11 @@ std::string record_path(const std::string& output) {
     return ((folder.empty() ? fs::path(".") : folder) / kRecordName).string();
 }
 
-RecordBook::RecordBook(const std::string& path) : file_(open(path.c_str(), O_RDONLY | O_CLOEXEC)) {
+RecordBook::RecordBook(const std::string& path, Part part)
+    : file_(open(path.c_str(), O_RDONLY | O_CLOEXEC)) {
     if (file_ >= 0) {
-        index();
+        const off_t size = part == Part::End ? lseek(file_, 0, SEEK_END) : 0;
+        index(std::max<std::int64_t>(0, size - kEndBytes));
     }
 }
 
@@ -167,10 +170,11 @@ RecordBook::~RecordBook() {
     }
 }
 
-void RecordBook::index() {
+// offset: where the text begins; a line that begins before is no whole one and is passed over.
+void RecordBook::index(std::int64_t offset) {
     std::string text;
     std::vector<char> block(kBlockBytes);
-    std::int64_t offset = 0;  // of the text's first byte
+    lseek(file_, offset, SEEK_SET);
     for (;;) {
         const ssize_t got = read(file_, block.data(), block.size());
         if (got <= 0) {

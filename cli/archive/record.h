@@ -75,8 +75,11 @@ std::string record_path(const std::string& output);
  */
 class RecordBook {
   public:
+    /** The end holds the last thousand records or so. */
+    enum class Part { Whole, End };
+
     /** A folder without records, or one that cannot be read, gives an empty book. */
-    explicit RecordBook(const std::string& path);
+    explicit RecordBook(const std::string& path, Part part = Part::Whole);
     ~RecordBook();
     RecordBook(const RecordBook&) = delete;
     RecordBook& operator=(const RecordBook&) = delete;
@@ -90,7 +93,7 @@ class RecordBook {
         std::int64_t bytes;
     };
 
-    void index();
+    void index(std::int64_t offset);
 
     int file_;
     std::unordered_multimap<std::uint64_t, Place> places_;  // by the hash of the quoted name

@@ -85,6 +85,15 @@ Judgement UpToDate::judge(const std::string& input, const std::string& output) {
     return judgement;
 }
 
+// Two runs on one folder meet at every file; each time the whole book would be read.
+Judgement UpToDate::judge_new(const std::string& input, const std::string& output) {
+    book_path_ = record_path(output);
+    book_ = std::make_unique<RecordBook>(book_path_, RecordBook::Part::End);
+    const Judgement judgement = judge(input, output);
+    book_path_.clear();
+    return judgement.standing == Standing::NotOurs ? judge(input, output) : judgement;
+}
+
 Judgement UpToDate::judge_record(const DoneRecord& record, const std::string& input) const {
     Judgement judgement;
     judgement.standing = Standing::Changed;

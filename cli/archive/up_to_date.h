@@ -45,6 +45,9 @@ class UpToDate {
 
     Judgement judge(const std::string& input, const std::string& output);
 
+    /** The same of an output that was just made by another process: its record is a late one. */
+    Judgement judge_new(const std::string& input, const std::string& output);
+
   private:
     Judgement judge_record(const DoneRecord& record, const std::string& input) const;
 

@@ -68,7 +68,7 @@ void claim(Work& work) {
     if (work.over || job.options.replace || state_of(job.output) == job.found) {
         return;
     }
-    const Judgement judgement = UpToDate(key_of(job.options)).judge(job.input, job.output);
+    const Judgement judgement = UpToDate(key_of(job.options)).judge_new(job.input, job.output);
     work.replace = job.options.redo_changed && judgement.standing == Standing::Changed;
     if (judgement.standing == Standing::UpToDate) {
         work.facts = facts_of(judgement, job.input, job.output);

@@ -149,6 +149,26 @@ TEST_F(Archive, TornAndDamagedLinesSpoilNoOther) {
     EXPECT_EQ(Standing::UpToDate, judge("o", "n\xe9w\n\".wav").standing);
 }
 
+TEST_F(Archive, ANewOutputIsFoundAtTheEndOfALongBook) {
+    write_text(dir_ / "in.wav", "input");
+    place("early.wav", "output", "o");
+    // Lines of other outputs, more than a megabyte of them.
+    std::string others;
+    for (int i = 0; others.size() < 1'500'000; ++i) {
+        others += "{\"output\":\"" + std::to_string(i) + std::string(1000, 'x') + ".wav\"}\n";
+    }
+    write_text(dir_ / kRecordName, read_text(dir_ / kRecordName) + others);
+    place("late.wav", "output", "o");
+    for (const char* output : {"early.wav", "late.wav"}) {
+        EXPECT_EQ(Standing::UpToDate, judge("o", output).standing);
+        EXPECT_EQ(Standing::UpToDate,
+                  UpToDate("o").judge_new(dir_ / "in.wav", dir_ / output).standing);
+    }
+    RecordBook end(dir_ / kRecordName, RecordBook::Part::End);
+    EXPECT_EQ(0u, end.find("early.wav").size());
+    EXPECT_EQ(1u, end.find("late.wav").size());
+}
+
 TEST_F(Archive, OneAtATimeHasAnOutputAndNothingIsLeftOfAClaimForNothing) {
     OutputClaim one;
     OutputClaim two;
