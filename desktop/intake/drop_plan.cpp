@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <stdexcept>
 
+#include "cli/archive/up_to_date.h"
 #include "cli/inputs/file_kind.h"
 #include "cli/inputs/find_files.h"
 #include "cli/inputs/plan.h"
@@ -39,14 +40,18 @@ bool worth_a_row(const fs::path& path) {
     return cli::file_kind(path) != cli::FileKind::Other;
 }
 
-Existing existing_at(const fs::path& output, const fs::path& input) {
+void look_at_output(cli::UpToDate& up_to_date, DropFile& file) {
     std::error_code error;
-    if (!fs::exists(fs::symlink_status(output, error))) {
-        return Existing::Nothing;
+    if (!fs::exists(fs::symlink_status(file.output, error))) {
+        return;
     }
-    const auto written = fs::last_write_time(output, error);
-    const auto recorded = error ? written : fs::last_write_time(input, error);
-    return !error && written >= recorded ? Existing::UpToDate : Existing::Other;
+    const cli::Judgement judgement = up_to_date.judge(file.input, file.output);
+    file.existing = Existing::Other;
+    if (judgement.standing == cli::Standing::UpToDate) {
+        file.existing = Existing::UpToDate;
+        file.facts =
+            std::make_shared<cli::FileFacts>(cli::facts_of(judgement, file.input, file.output));
+    }
 }
 
 /**
@@ -111,6 +116,7 @@ DropPlan plan_drop(const std::vector<std::string>& paths, const std::string& out
             plan.not_audio.push_back(file.path);
         }
     }
+    cli::UpToDate up_to_date(cli::options_key(settings.tuning, settings.measure));
     std::set<std::string> taken;
     for (const cli::PlannedFile& planned : outputs_of(settings, inputs, plan.files)) {
         DropFile file{planned.input, planned.output, Existing::Nothing, "", planned.skip};
@@ -119,7 +125,7 @@ DropPlan plan_drop(const std::vector<std::string>& paths, const std::string& out
             file.output = free_name(file.output, taken);
             taken.insert(file.output);
         }
-        file.existing = existing_at(file.output, planned.input);
+        look_at_output(up_to_date, file);
         plan.files.push_back(file);
     }
     // Sound all the same: it gets a row, as a recording that is silently missing would be missed

@@ -1,17 +1,20 @@
 #pragma once
 
 #include <functional>
+#include <memory>
 #include <set>
 #include <string>
 #include <vector>
+
+#include "cli/facts/run_facts.h"
 
 namespace desktop {
 
 /** How an input's output stands before anything is done. */
 enum class Existing {
     Nothing,   // there is no output yet
-    UpToDate,  // newer than its input: it was leveled before
-    Other      // something else, or older than the input
+    UpToDate,  // whole, and made from this input as a drop makes it now: see cli/archive
+    Other      // something else, or made from another state of the input or with other options
 };
 
 /** One file of a drop. */
@@ -21,6 +24,7 @@ struct DropFile {
     Existing existing = Existing::Nothing;
     std::string failure;  // why nothing can be done with it; empty: it can
     std::string passed;   // why it is passed over on purpose; empty: it is not
+    std::shared_ptr<cli::FileFacts> facts = {};  // of UpToDate: found out when it was made
 };
 
 /** What a drop comes to. */

@@ -76,7 +76,8 @@ void Session::accept(const Accepted& accepted) {
     } else if (!file.passed.empty()) {
         finish_unworked(id, Outcome::Skipped, file.passed);
     } else if (file.existing == Existing::UpToDate) {
-        finish_unworked(id, Outcome::UpToDate, "already leveled");
+        files_.set_finished(id, *file.facts);
+        overall_.add_finished(Outcome::UpToDate);
     } else if (file.existing == Existing::Other && accepted.choice == ExistingChoice::Skip) {
         finish_unworked(id, Outcome::Skipped, "its output exists");
     } else {

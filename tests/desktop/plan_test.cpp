@@ -4,6 +4,8 @@
 #include <filesystem>
 #include <memory>
 
+#include "cli/archive/output_claim.h"
+#include "cli/archive/record.h"
 #include "cli/inputs/file_kind.h"
 #include "desktop/intake/drop_plan.h"
 #include "desktop/intake/paths.h"
@@ -36,15 +38,30 @@ void PlanTest::drags_keep_every_byte_of_a_path() {
     QCOMPARE(desktop::shown_name("/tmp/שלום 日本.wav"), QString::fromUtf8("שלום 日本.wav"));
 }
 
+/** Makes the output as a run does that leveled the input. */
+static void leveled_before(const TempDir& folder, const std::string& input) {
+    const std::string output = input.substr(0, input.size() - 4) + "-leveled.wav";
+    write_text(folder / output, "leveled");
+    cli::DoneRecord record;
+    record.output = output;
+    record.output_state = cli::state_of(folder / output);
+    record.input_state = cli::state_of(folder / input);
+    record.options = cli::options_key({}, true);
+    record.facts.outcome = cli::Outcome::Leveled;
+    cli::OutputClaim claim;
+    QVERIFY(claim.take(folder / output, "", cli::WhenTaken::Leave));
+    claim.record(cli::to_line(record));
+}
+
 void PlanTest::outputs_are_looked_at_before_anything_is_done() {
     const TempDir folder;
-    for (const char* name : {"new.wav", "done.wav", "old.wav"}) {
+    for (const char* name : {"new.wav", "done.wav", "old.wav", "foreign.wav"}) {
         recording(folder, name, 0.2);
     }
-    write_text(folder / "old-leveled.wav", "something");
-    write_text(folder / "done-leveled.wav", "something");
-    fs::last_write_time(folder / "old-leveled.wav",
-                        fs::last_write_time(folder / "old.wav") - std::chrono::hours(1));
+    leveled_before(folder, "done.wav");
+    leveled_before(folder, "old.wav");
+    recording(folder, "old.wav", 0.3);
+    write_text(folder / "foreign-leveled.wav", "newer than its input, and not its output");
     write_text(folder / "notes.txt", "no audio");
     write_text(folder / "broken.wav", "no audio either");
     fs::copy(folder / "new.wav", folder / "speech.bin");
@@ -65,6 +82,7 @@ void PlanTest::outputs_are_looked_at_before_anything_is_done() {
     QCOMPARE(files["new.wav"].existing, Existing::Nothing);
     QCOMPARE(files["done.wav"].existing, Existing::UpToDate);
     QCOMPARE(files["old.wav"].existing, Existing::Other);
+    QCOMPARE(files["foreign.wav"].existing, Existing::Other);
     QCOMPARE(files["new.wav"].output, folder / "new-leveled.wav");
     QCOMPARE(files["speech.bin"].output, folder / "speech-leveled.bin");
     QCOMPARE(files["memo"].failure + files["memo"].passed, std::string());
