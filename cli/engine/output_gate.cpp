@@ -21,6 +21,7 @@ constexpr double kHighestPeak = 2.0;
 // The target is a level of the louder bins alone, so that the whole stays below it.
 constexpr double kHighestAboveTarget_db = 6.0;
 constexpr double kUsualTarget_db = -18.0;
+constexpr double kUnfitted_db = 100.0;  // off the target by more: the fit had no level at all
 
 void require_length(std::int64_t before, std::int64_t after, int rate_hz) {
     if (before == after) {
@@ -39,8 +40,10 @@ void require_no_runaway(const Scan& output) {
     const LevelFindings* found = levelFindings();
     const bool known = found != nullptr && !std::isnan(found->target_level_db);
     const double target_db = known ? found->target_level_db : kUsualTarget_db;
+    // A recording of a single bin has no level that could be fitted: its peak alone sets the gain.
+    const bool fitted = !known || found->fit_error_db > -kUnfitted_db;
     if (output.peak > kHighestPeak ||
-        output.rms > db_to_linear(target_db + kHighestAboveTarget_db)) {
+        (fitted && output.rms > db_to_linear(target_db + kHighestAboveTarget_db))) {
         throw std::runtime_error(fmt::format(
             "its level ran away, to {:+.1f} dBFS with a peak of {:+.1f} dBFS, so nothing was "
             "written: clicks in quiet passages keep the target level out of reach",

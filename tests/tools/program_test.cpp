@@ -42,6 +42,10 @@ TEST_F(Program, LevelsAndSaysSoInOneLine) {
 
     write_sound(in, signals::silence(9000), kWav16);
     EXPECT_EQ(in + ": copied unchanged, " + out + ": silent\n", run_program(command(in, out)).out);
+
+    // A single bin has no level to be fitted, and comes out louder than a talk would: no runaway.
+    write_sound(in, signals::speech(0.05, 8000, 1), kWav16);
+    EXPECT_EQ(in + ": leveled, " + out + "\n", run_program(command(in, out)).out);
 }
 
 TEST_F(Program, OptimisationDoesNotChangeABit) {
