@@ -95,7 +95,9 @@ std::vector<float> heard(const std::string& path) {
     const std::string bytes = run("ffmpeg -v error -copyts -i " + path + " -map 0:a:0 -af " +
                                   "aresample=48000:async=1:first_pts=0 -ac 1 -f f32le -");
     std::vector<float> samples(bytes.size() / sizeof(float));
-    std::memcpy(samples.data(), bytes.data(), samples.size() * sizeof(float));
+    if (!samples.empty()) {
+        std::memcpy(samples.data(), bytes.data(), samples.size() * sizeof(float));
+    }
     return samples;
 }
 
