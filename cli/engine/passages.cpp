@@ -45,11 +45,11 @@ std::optional<Leveling> leveling_of(const LevelFindings& found) {
     const double rate = found.sample_rate_hz;
     for (std::size_t i = 0; i < found.passage_count; ++i) {
         const LevelPassage& passage = found.passages[i];
-        leveling.passages.push_back(
-            {static_cast<double>(passage.begin_frame) / rate,
-             static_cast<double>(passage.end_frame) / rate,
-             passage.level_db <= kLevelSilence_db ? kSilence : passage.level_db,
-             to_db(passage.gain)});
+        const bool silent = passage.level_db <= kLevelSilence_db;
+        const double level_db = silent ? kSilence : passage.level_db;
+        leveling.passages.push_back({static_cast<double>(passage.begin_frame) / rate,
+                                     static_cast<double>(passage.end_frame) / rate, level_db,
+                                     to_db(passage.gain)});
     }
     std::vector<double> curve(found.gains, found.gains + found.gain_count);
     std::transform(curve.begin(), curve.end(), curve.begin(), to_db);

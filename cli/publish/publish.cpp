@@ -13,6 +13,18 @@
 #include "cli/publish/limiter.h"
 #include "cli/publish/true_peak.h"
 
+/*
+ * Gain and limiting hang together: more gain means more limiting, and that takes loudness away
+ * again. So the gain is searched for, by trials that run the limiter over the whole file but keep
+ * only the level: the secant through the last two trials gives the next one. What was found is
+ * written, encoded as the file has to be, and measured as anybody would measure it. A codec adds
+ * peaks of its own; where they pass the limit, ceiling and aim are corrected by what was missed and
+ * all of it is done again, a few times at most.
+ *
+ * Where the target would need more limiting than is sound, the gain stays at the most that does
+ * not.
+ */
+
 namespace cli {
 namespace {
 
@@ -38,6 +50,7 @@ class LevelMeter {
           channels_(static_cast<std::size_t>(file.channels())),
           meter_(file.channels(), file.samplerate()) {}
 
+    /** Interleaved, whole frames. */
     void add(const std::vector<double>& samples) {
         if (kind_ == LevelKind::Loudness) {
             meter_.add(samples.data(), samples.size() / channels_);
@@ -60,6 +73,7 @@ class LevelMeter {
     LevelKind kind_;
     std::size_t channels_;
     LoudnessMeter meter_;
+    // For an RMS target.
     double squares_ = 0;
     double count_ = 0;
 };
@@ -105,12 +119,13 @@ class Publisher {
     double excess_db_ = 0;  // of the delivered file's peak above the limit
 };
 
+/** Nobody knows how many passes there will be: the last percent waits for the end. */
 void Publisher::advance(double fraction_of_pass) {
     progress_(std::min(0.99, (passes_ + fraction_of_pass) / kExpectedPasses));
 }
 
 Loudness Publisher::measured(const std::string& path) {
-    const Loudness loudness = measure(path, [this](double done) { advance(done); });
+    Loudness loudness = measure(path, [this](double done) { advance(done); });
     ++passes_;
     return loudness;
 }
@@ -158,6 +173,7 @@ double Publisher::aim() const {
     if (!destination_.noise_floor_db) {
         return target;
     }
+    // A gain moves voice and pauses together: their distance says which level the pauses allow.
     const double quiet_enough = destination_.level_of(before_) + *destination_.noise_floor_db -
                                 before_.pauses_dbfs - kRoomAtEdge;
     const double lowest = target - destination_.lower_by + kRoomAtEdge;
@@ -175,6 +191,7 @@ void Publisher::solve() {
     for (int trials = 0; gain > idle_gain && trials < kMostTrials; ++trials) {
         gain = std::min(gain, most_gain_db_);
         const Trial trial = try_out(gain, nullptr);
+        // Too much of it is limited too hard: back by as much as the limiter was overdriven.
         if (trial.reductions.share_above(kMostLimitingDb) > kMostLimitedShare) {
             most_gain_db_ =
                 gain - (trial.reductions.exceeded_by(kMostLimitedShare) - kMostLimitingDb);
@@ -186,6 +203,7 @@ void Publisher::solve() {
         if (std::fabs(lacking) <= kTrialAccuracy || held_back_) {
             break;
         }
+        // By how much the level rises with the gain, here: below 1 where the limiter works.
         const double rise = (trial.level_db - known_level) / (gain - known_gain);
         known_gain = gain;
         known_level = trial.level_db;
@@ -198,12 +216,14 @@ bool Publisher::is_silent() const {
     return !std::isfinite(destination_.level_of(before_));
 }
 
+/** Silence has no level that a gain could change. */
 bool Publisher::fits_as_it_is() const {
     return is_silent() ||
            (std::fabs(destination_.level_of(before_) - aim_db_) <= kDeliveryAccuracy &&
             peak_db(from_, before_) <= destination_.peak_limit_db + kPeakTolerance);
 }
 
+/** Whether what was written keeps the limit and has the level, as far as that can be had. */
 bool Publisher::delivered(const Published& result) {
     const double off = aim() - destination_.level_of(result.after);
     excess_db_ = peak_db(result.path, result.after) - destination_.peak_limit_db;
@@ -230,6 +250,7 @@ Published Publisher::run(const std::string& to, const Encode& encode) {
     Published result;
     result.facts.destination = destination_.word;
     if (fits_as_it_is()) {
+        // Nothing to change, but for a lossy format the encoder has its say.
         result.path = encode(from_);
         result.after = result.path == from_ ? before_ : measured(result.path);
         result.facts.ceiling_dbtp = ceiling_db_;
@@ -243,6 +264,7 @@ Published Publisher::run(const std::string& to, const Encode& encode) {
         Trial written;
         {
             SndfileHandle out = open_to_write(to, in.format(), channels_, in.samplerate());
+            // A sample that rounds above full scale would wrap in integer formats.
             out.command(SFC_SET_CLIPPING, nullptr, SF_TRUE);
             written = try_out(gain_db_, &out);
         }
