@@ -10,6 +10,7 @@
 namespace cli {
 namespace {
 
+/** A container and a coding that it always holds, to ask the library whether it writes them. */
 const std::map<std::string, int>& formats_by_extension() {
     static const std::map<std::string, int> formats = {
         {"wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16},
@@ -36,6 +37,7 @@ const std::set<std::string>& writable_extensions() {
     static const std::set<std::string> extensions = [] {
         std::set<std::string> writable;
         for (const auto& [extension, format] : formats_by_extension()) {
+            // The library may have been built without MP3 or without any of the Ogg codecs.
             SF_INFO info{};
             info.channels = 1;
             info.samplerate = 48000;
@@ -63,6 +65,7 @@ bool same_container(const std::string& extension, const std::string& other) {
     const auto& formats = formats_by_extension();
     const auto one = formats.find(extension);
     const auto two = formats.find(other);
+    // What libsndfile does not know is a media file, whose extension is all that is known of it.
     if (one == formats.end() || two == formats.end()) {
         return extension == other;
     }
@@ -71,6 +74,7 @@ bool same_container(const std::string& extension, const std::string& other) {
 
 bool is_lossy(int format) {
     switch (format & SF_FORMAT_SUBMASK) {
+        // Linear samples and lossless codings; FLAC's are among them by their bits.
         case SF_FORMAT_PCM_S8:
         case SF_FORMAT_PCM_U8:
         case SF_FORMAT_PCM_16:

@@ -54,11 +54,13 @@ Decoded copy_samples(SndfileHandle& from, SndfileHandle& to) {
  * scale; these are the inverses.
  */
 double mp3_compression(double bits_per_second, int rate) {
+    // MPEG-1 has other bit rates than the halved sample rates of MPEG-2.
     const double most = rate >= 32000 ? 320000 : 160000;
     const double least = rate >= 32000 ? 32000 : 8000;
     return (most - bits_per_second) / (most - least);
 }
 
+/** libsndfile's scale for Opus: 6 to 256 kbit/s a channel. */
 double opus_compression(double bits_per_second, int channels) {
     return 1 - (bits_per_second / channels - 6000) / 250000;
 }
@@ -104,6 +106,7 @@ void set_bit_rate(SndfileHandle& file, double bits_per_second) {
             compression = opus_compression(bits_per_second, file.channels());
             break;
         case SF_FORMAT_MPEG_LAYER_III: {
+            // The level then means a bit rate; with a variable one it would mean a quality.
             int mode = SF_BITRATE_MODE_CONSTANT;
             file.command(SFC_SET_BITRATE_MODE, &mode, sizeof mode);
             compression = mp3_compression(bits_per_second, file.samplerate());

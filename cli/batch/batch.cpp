@@ -67,6 +67,7 @@ std::size_t Batch::add(const std::string& input,
                        const std::string& output,
                        Existing existing,
                        const FileState& found) {
+    // Asked before anything is made: it is removed again if the file is not leveled after all.
     const std::string new_folder = output.empty() ? "" : missing_folder(output);
     std::size_t index = 0;
     {
@@ -126,6 +127,7 @@ void Batch::run() {
     }
 }
 
+// Closed and worked off, or stopped and nobody running any more.
 bool Batch::ended() {
     const std::lock_guard<std::mutex> lock(mutex_);
     return running_.empty() && queue_.empty() && (closed_ || stop_.load() != 0);
@@ -151,6 +153,7 @@ void Batch::take_requests() {
     }
     for (Running& running : running_) {
         if (stop > stop_sent_ || cancelled.count(running.entry.index) != 0) {
+            // Once for each stage of a stop: a worker that cleans up is not disturbed again.
             running.cancelled = true;
             running.worker->send_signal(stop == 2 ? SIGKILL : SIGTERM);
         }
@@ -187,6 +190,7 @@ void Batch::start(const Entry& entry) {
     job.options.replace = entry.existing == Existing::Replace;
     {
         const std::lock_guard<std::mutex> lock(mutex_);
+        // Fewer files than processors: this worker may use a second one.
         job.spare_processor = running_.size() + 1 + queue_.size() < jobs_;
     }
     job.found = entry.found;
@@ -202,11 +206,13 @@ void Batch::start(const Entry& entry) {
 }
 
 void Batch::wait() {
+    // The own pipe first, then two for each worker, in the order of running_.
     std::vector<pollfd> watched = {{wake_[0], POLLIN, 0}};
     for (const Running& running : running_) {
         watched.push_back({running.worker->events(), POLLIN, 0});
         watched.push_back({running.worker->output(), POLLIN, 0});
     }
+    // Without a worker nothing changes by itself: sleep until somebody asks for something.
     if (ended() ||
         poll(watched.data(), watched.size(), running_.empty() ? -1 : kPollMilliseconds) <= 0) {
         return;
@@ -222,6 +228,7 @@ void Batch::wait() {
     }
 }
 
+// Forwards only: a second pass over a file must not look like a step back.
 void Batch::tell_progress() {
     for (Running& running : running_) {
         const double fraction = running.worker->progress();
@@ -247,6 +254,7 @@ void Batch::collect() {
 void Batch::finish(Running& ended) {
     FileFacts facts = ended.worker->finish();
     if (facts.outcome == Outcome::Planned && !ended.cancelled) {
+        // Another process holds the output: when the rest is done it may have finished.
         ended.entry.wait = true;
         const std::lock_guard<std::mutex> lock(mutex_);
         return queue_.push_back(ended.entry);
@@ -256,6 +264,8 @@ void Batch::finish(Running& ended) {
     if (facts.elapsed_s == 0) {
         facts.elapsed_s = std::chrono::duration<double>(Clock::now() - ended.started).count();
     }
+    // A worker that was told to stop fails in whatever it was doing: that is no failure of the
+    // file.
     if (ended.cancelled &&
         (facts.outcome == Outcome::Failed || facts.outcome == Outcome::Planned)) {
         facts.outcome = Outcome::Interrupted;

@@ -81,6 +81,7 @@ class ShownBatch : public BatchObserver {
         }
     }
 
+    /** Tells what is known already, then works, then tells what was never begun. */
     void run() {
         for (std::size_t i = 0; i < plan_.size(); ++i) {
             if (plan_[i].known) {
@@ -125,6 +126,7 @@ class ShownBatch : public BatchObserver {
     void finished(std::size_t index, const FileFacts& facts) override {
         const std::size_t place = places_[index];
         running_.erase(std::remove(running_.begin(), running_.end(), place), running_.end());
+        // Files that were cancelled because of it end here as well, and say why.
         const bool had_enough = enough_failures();
         end(place, had_enough && !files_[place].begun ? never_begun(plan_[place]) : facts);
         if (enough_failures() && !had_enough) {
@@ -154,6 +156,7 @@ class ShownBatch : public BatchObserver {
         Clock::time_point started;
     };
 
+    /** What a worker has to know; the rest of the settings is about the batch. */
     static JobOptions job_options(const Settings& settings) {
         JobOptions options;
         options.tuning = settings.tuning;
@@ -196,6 +199,7 @@ class ShownBatch : public BatchObserver {
 
     void draw() {
         std::vector<Screen::Bar> bars;
+        // By bytes: a long file moves the bar as far as it takes time.
         double whole = finished_weight_;
         for (std::size_t place : running_) {
             const File& file = files_[place];
@@ -246,6 +250,7 @@ int tell_plan(const Settings& settings,
     return status_of(settings, results, lines, screen);
 }
 
+/** The whole run; returns the exit status. */
 int run(const Settings& settings) {
     Screen screen(settings);
     JsonLines lines(settings);

@@ -16,6 +16,12 @@
 #include "cli/terminal/summary.h"
 #include "cli/terminal/terminal_text.h"
 
+/*
+ * Many runs told as one: their lines of JSON are read, sorted as one run would have had them, and
+ * go through the same words, tables and files. A file that one run planned and none worked on
+ * counts as unfinished: a task that was lost must not look like success.
+ */
+
 namespace cli {
 namespace {
 
@@ -36,6 +42,7 @@ int merge(const Settings& settings) {
             facts.outcome = Outcome::Interrupted;
             facts.cause = "planned, but no run tells of it";
         }
+        // Work, not waiting: the runs were side by side.
         work_s += facts.elapsed_s;
         if (facts.outcome == Outcome::Failed) {
             screen.error(finished_line(facts, screen));

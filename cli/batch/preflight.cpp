@@ -16,6 +16,13 @@
 #include "cli/terminal/terminal_text.h"
 #include "cli/worker/carrier.h"
 
+/*
+ * What can be found out before any work is: files that cannot be read, places that cannot be
+ * written to, disks that will be full. It costs a look at each file's header and spares a night
+ * that ends with the same error a thousand times. Disks are only warned of: what is free changes
+ * meanwhile.
+ */
+
 namespace cli {
 namespace fs = std::filesystem;
 
@@ -26,6 +33,7 @@ constexpr unsigned kMostThreads = 16;  // opening waits for disks and servers, n
 /** What the steps' files take at their peak, in sizes of the input. */
 constexpr std::int64_t kTemporarySizes = 4;
 
+/** What the plan knows of a file. */
 FileFacts facts_at_first(const PlannedFile& file) {
     FileFacts facts;
     facts.input = file.input;
@@ -35,6 +43,7 @@ FileFacts facts_at_first(const PlannedFile& file) {
     return facts;
 }
 
+/** The file will not be worked on; the run tells the cause in its turn. */
 void fail(PlannedFile& file, const FileFacts& known, const std::string& cause) {
     file.known = std::make_shared<FileFacts>(known);
     file.known->outcome = Outcome::Failed;
@@ -49,6 +58,7 @@ bool left_to_its_worker(const Settings& settings, const Carrier& carrier) {
     return !settings.dry_run && carrier.decodes();
 }
 
+/** The facts of a file's header, through the same carrier that its worker will use. */
 FileFacts probed(const Settings& settings, PlannedFile& file) {
     FileFacts facts = facts_at_first(file);
     Job job;
@@ -81,6 +91,7 @@ std::string existing_folder(const std::string& folder) {
     return missing.empty() ? fs::absolute(folder).string() : missing.parent_path().string();
 }
 
+/** Decimal units, as disks are sold and file managers count. */
 std::string size_text(std::uintmax_t bytes) {
     constexpr double kGigabyte = 1e9;
     constexpr double kMegabyte = 1e6;
@@ -112,6 +123,7 @@ class OutputFolders {
 
             struct stat status {};
 
+            // Folders on one disk share its room.
             if (stat(existing.c_str(), &status) == 0) {
                 auto& [name, sum] = disks[status.st_dev];
                 name = existing;
@@ -139,6 +151,7 @@ class OutputFolders {
     std::map<std::string, Folder> folders_;
 };
 
+/** At worst the largest files are worked on together, as many as there are jobs. */
 void tell_full_temporary_disk(const Settings& settings,
                               std::vector<std::int64_t> sizes,
                               std::vector<std::string>& notes) {
@@ -158,16 +171,11 @@ void tell_full_temporary_disk(const Settings& settings,
     }
 }
 
-}  // namespace
-
-Preflight preflight(const Settings& settings, std::vector<PlannedFile>& files, Keep keep) {
-    probe_places(files);
-    for (PlannedFile& file : files) {
-        if (!file.problem.empty() && !file.known) {
-            fail(file, facts_at_first(file), file.problem);
-        }
-    }
-    std::atomic<std::size_t> next{0};
+/** Looks into all files that are not known yet, several at once. Returns each one's seconds. */
+std::vector<double> probe_all(const Settings& settings,
+                              std::vector<PlannedFile>& files,
+                              Keep keep) {
+    std::atomic<std::size_t> next{0};  // the first that nobody has taken
     std::vector<double> seconds(files.size());
     const auto probe_some = [&] {
         for (std::size_t i = 0; (i = next++) < files.size();) {
@@ -190,7 +198,19 @@ Preflight preflight(const Settings& settings, std::vector<PlannedFile>& files, K
     for (std::thread& thread : threads) {
         thread.join();
     }
+    return seconds;
+}
 
+}  // namespace
+
+Preflight preflight(const Settings& settings, std::vector<PlannedFile>& files, Keep keep) {
+    probe_places(files);
+    for (PlannedFile& file : files) {
+        if (!file.problem.empty() && !file.known) {
+            fail(file, facts_at_first(file), file.problem);
+        }
+    }
+    const std::vector<double> seconds = probe_all(settings, files, keep);
     Preflight result;
     OutputFolders folders;
     std::vector<std::int64_t> sizes;

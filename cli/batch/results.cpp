@@ -16,6 +16,11 @@
 #include "cli/terminal/summary.h"
 #include "cli/terminal/terminal_text.h"
 
+/*
+ * What a run says, and with which status it ends. The screen, the JSON and the report hear of every
+ * file in one place each, so that no outcome is told in one and forgotten in another.
+ */
+
 namespace cli {
 
 void JsonLines::write(const FileFacts& facts) {
@@ -29,6 +34,7 @@ void JsonLines::write(const FileFacts& facts) {
 }
 
 int JsonLines::error() const {
+    // A reader such as head has had enough: that is its right, and no failure.
     return error_ == EPIPE ? 0 : error_;
 }
 
@@ -39,6 +45,7 @@ void tell_finished(const Settings& settings,
                    JsonLines& lines) {
     if (facts.outcome == Outcome::Failed) {
         screen.error(finished_line(facts, screen));
+        // One file has room for its verdict; of many each gets a line.
     } else if (facts.outcome != Outcome::Interrupted && facts.before && files == Files::One) {
         screen.line(printable(verdict(facts, settings.destinations)));
         screen.line(finished_line(facts, screen));
@@ -63,6 +70,7 @@ void tell_results(
             screen.line("\n" + table);
         }
     }
+    // A single file's line has said it all, unless it was interrupted.
     if (files.size() != 1 || signal != 0) {
         print_summary(files, elapsed_s, screen);
     } else {
@@ -92,6 +100,7 @@ int status_of(const Settings& settings,
     if (failed || lines.error() != 0 || !results.problems().empty()) {
         return kSomeFailed;
     }
+    // What was not measured was skipped or planned: it cannot miss a destination.
     const bool ready = std::all_of(files.begin(), files.end(), [&](const FileFacts& facts) {
         return !facts.before || is_ready(facts, settings.destinations);
     });
@@ -99,6 +108,7 @@ int status_of(const Settings& settings,
 }
 
 int run_command(int argc, const char* const* argv, const std::function<int(const Settings&)>& run) {
+    // For the widths of signs on the screen; numbers keep their decimal point.
     setlocale(LC_CTYPE, "");
     try {
         const Settings settings = parse_command_line(argc, argv);

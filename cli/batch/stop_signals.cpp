@@ -17,6 +17,7 @@ void take_signal(int signal) {
         return;
     }
     int none = 0;
+    // The first asks the workers to clean up, the second does not wait for them.
     const bool first = g_signal.compare_exchange_strong(none, signal);
     if (Batch* batch = g_batch.load()) {
         batch->stop(first ? Batch::Stop::CleanUp : Batch::Stop::Now);
@@ -37,10 +38,12 @@ StopSignals::StopSignals(Batch& batch) {
         struct sigaction old {};
 
         sigaction(number, nullptr, &old);
+        // nohup ignores SIGHUP, and means it.
         if (old.sa_handler != SIG_IGN) {
             sigaction(number, &action, nullptr);
         }
     }
+    // A reader that went away shows as a failed write, which is told or passed over there.
     std::signal(SIGPIPE, SIG_IGN);
 }
 

@@ -14,9 +14,16 @@
 #include "cli/archive/up_to_date.h"
 #include "cli/inputs/find_files.h"
 
+/*
+ * Which files a run is about, and what is known of each before it is looked into: from where it
+ * came, where its output goes, whether that is there already and still right. All of it is cheap, a
+ * few looks at names and times for each file, since a run over an archive repeats it every night.
+ */
+
 namespace cli {
 namespace {
 
+/** A search's findings as results, so that they are told and counted like files. */
 std::vector<FileFacts> facts_about(const std::vector<SearchProblem>& problems, Outcome outcome) {
     std::vector<FileFacts> failures;
     for (const SearchProblem& problem : problems) {
@@ -29,6 +36,7 @@ std::vector<FileFacts> facts_about(const std::vector<SearchProblem>& problems, O
     return failures;
 }
 
+/** From the PATHs of the command line and of a list. */
 WorkList search(const Settings& settings) {
     std::vector<std::string> paths = settings.paths;
     if (!settings.files_from.empty()) {
@@ -99,6 +107,9 @@ std::shared_ptr<FileFacts> skipped(const PlannedFile& file, const std::string& c
     return facts;
 }
 
+/**
+ * Fills in what is done or skipped before any work, and the state in which each output was found.
+ */
 void judge_outputs(const Settings& settings, WorkList& work) {
     const std::string destination =
         settings.destinations.empty() || settings.analyze ? "" : settings.destinations.front();

@@ -10,6 +10,7 @@
 namespace cli {
 namespace {
 
+// Reports are typeset: the sign is as wide as the plus.
 constexpr const char* kMinus = "−";
 
 /** Seconds of room tone that an audiobook has before the first and after the last word. */
@@ -34,10 +35,50 @@ std::string distance_text(double distance, const std::string& unit) {
     return fmt::format("{:.1f} {}", std::max(std::fabs(distance), 0.1), unit);
 }
 
+/** off: dB or LU above the target. What lies within the tolerance is met. */
+void check_level(const Destination& destination, double off, DestinationCheck& check) {
+    const double outside = off > destination.higher_by   ? off - destination.higher_by
+                           : off < -destination.lower_by ? off + destination.lower_by
+                                                         : 0;
+    if (outside == 0) {
+        return;
+    }
+    const bool rms = destination.kind == LevelKind::Rms;
+    const char* unit = rms ? "dB" : "LU";
+    check.misses.push_back(
+        {rms ? "level" : "loudness", outside, unit,
+         fmt::format("{} too {}", distance_text(outside, unit), outside > 0 ? "loud" : "quiet")});
+}
+
+/** The distance that is told is the one to the limit itself, without the tolerance. */
+void check_limit(
+    const char* what, double value, double limit, double tolerance, DestinationCheck& check) {
+    if (value > limit + tolerance) {
+        check.misses.push_back(
+            {what, value - limit, "dB",
+             fmt::format("{} {} too high", what, distance_text(value - limit, "dB"))});
+    }
+}
+
+/** Room tone is a matter of cutting, which no gain mends: a remark, and no miss. */
+void remark_room_tone(const Loudness& loudness, DestinationCheck& check) {
+    for (const RoomTone& tone : kRoomTones) {
+        const double seconds = loudness.*tone.seconds;
+        if (seconds < tone.least_s - kRoomToneStep / 2 ||
+            seconds > tone.most_s + kRoomToneStep / 2) {
+            check.remarks.push_back(
+                fmt::format("{:g} to {:g} s of room tone asked for at the {}, {:.1f} s found",
+                            tone.least_s, tone.most_s, tone.where, seconds));
+        }
+    }
+}
+
 }  // namespace
 
 const std::vector<Destination>& destinations() {
     using K = LevelKind;
+    // Word, name, kind, targets in mono and else, tolerance below and above (LU or dB), limit of
+    // the peak (dBTP, for RMS dBFS), noise floor (dBFS), room tone; as the places publish them.
     static const std::vector<Destination> table = {
         {"podcast", "Podcasts (Apple)", K::Loudness, -19, -16, 0.5, 0.5, -1, {}, false},
         {"spotify", "Spotify", K::Loudness, -14, -14, 0.5, 0.5, -1, {}, false},
@@ -49,6 +90,7 @@ const std::vector<Destination>& destinations() {
     return table;
 }
 
+// "apple" is the name by which many know what holds for all podcasts.
 const Destination* find_destination(const std::string& word) {
     for (const Destination& destination : destinations()) {
         if (destination.word == (word == "apple" ? "podcast" : word)) {
@@ -100,38 +142,16 @@ DestinationCheck check_destination(const Destination& destination,
         check.misses.push_back({"loudness", level, rms ? "dB" : "LU", "silent"});
         return check;
     }
-
-    const double off = level - destination.target(channels);
-    const double outside = off > destination.higher_by   ? off - destination.higher_by
-                           : off < -destination.lower_by ? off + destination.lower_by
-                                                         : 0;
-    if (outside != 0) {
-        const char* unit = rms ? "dB" : "LU";
-        check.misses.push_back({rms ? "level" : "loudness", outside, unit,
-                                fmt::format("{} too {}", distance_text(outside, unit),
-                                            outside > 0 ? "loud" : "quiet")});
-    }
-    const auto below = [&](const char* what, double value, double limit, double tolerance) {
-        if (value > limit + tolerance) {
-            check.misses.push_back(
-                {what, value - limit, "dB",
-                 fmt::format("{} {} too high", what, distance_text(value - limit, "dB"))});
-        }
-    };
-    below(rms ? "peak" : "true peak", rms ? loudness.sample_peak_dbfs : loudness.true_peak_dbtp,
-          destination.peak_limit_db, kPeakTolerance);
+    check_level(destination, level - destination.target(channels), check);
+    // A place that asks for a true peak knows that players interpolate; the others count samples.
+    check_limit(rms ? "peak" : "true peak",
+                rms ? loudness.sample_peak_dbfs : loudness.true_peak_dbtp,
+                destination.peak_limit_db, kPeakTolerance, check);
     if (destination.noise_floor_db) {
-        below("noise floor", loudness.pauses_dbfs, *destination.noise_floor_db, 0);
+        check_limit("noise floor", loudness.pauses_dbfs, *destination.noise_floor_db, 0, check);
     }
-    for (const RoomTone& tone : kRoomTones) {
-        const double seconds = loudness.*tone.seconds;
-        if (destination.room_tone && (seconds < tone.least_s - kRoomToneStep / 2 ||
-                                      seconds > tone.most_s + kRoomToneStep / 2)) {
-            check.remarks.push_back(
-                fmt::format("{:g} to {:g} s of room tone asked for at the {}, "
-                            "{:.1f} s found",
-                            tone.least_s, tone.most_s, tone.where, seconds));
-        }
+    if (destination.room_tone) {
+        remark_room_tone(loudness, check);
     }
     return check;
 }

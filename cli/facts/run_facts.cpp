@@ -17,6 +17,7 @@ namespace {
 using Json = nlohmann::ordered_json;
 constexpr double kSilence = -std::numeric_limits<double>::infinity();
 
+/** The words of "status": programs read them, so that they stay. */
 const std::map<Outcome, const char*>& outcome_names() {
     static const std::map<Outcome, const char*> names = {
         {Outcome::Leveled, "leveled"},   {Outcome::Copied, "copied"},
@@ -34,10 +35,17 @@ Json number(double value) {
     return std::round(value * 1000) / 1000;
 }
 
+/** The inverse of number(), up to the rounding. */
 double number_back(const Json& json) {
     return json.is_null() ? kSilence : json.get<double>();
 }
 
+/** An empty text is null in JSON. */
+std::string text_back(const Json& json) {
+    return json.is_null() ? std::string() : json.get<std::string>();
+}
+
+/** Values at equal steps, the first at 0 s. */
 Json curve(const Curve& from) {
     Json values = Json::array();
     for (double value : from.values) {
@@ -59,6 +67,7 @@ Curve curve_back(const Json& parent, const char* name) {
     return result;
 }
 
+/** Units stand in the names; a curve is most of a file's JSON and may be left out. */
 Json loudness(const Loudness& from, Curves curves) {
     Json json = {{"integrated_lufs", number(from.integrated_lufs)},
                  {"range_lu", number(from.range_lu)},
@@ -82,6 +91,7 @@ Loudness loudness_back(const Json& json) {
             curve_back(json, "short_term_lufs")};
 }
 
+/** Gains in dB, as the engine applied them before the last step. */
 Json leveling(const Leveling& from, Curves curves) {
     Json passages = Json::array();
     for (const Passage& passage : from.passages) {
@@ -121,6 +131,7 @@ Leveling leveling_back(const Json& json) {
 void put_path(Json& json, const std::string& name, const std::string& path) {
     json[name] = path.empty() ? Json(nullptr) : Json(path);
     try {
+        // The library checks for UTF-8 only when it writes.
         (void)Json(path).dump();
     } catch (const Json::type_error&) {
         std::string bytes;
@@ -180,6 +191,7 @@ Json to_json(const FileFacts& facts, Curves curves) {
     if (facts.bytes) {
         json["bytes"] = facts.bytes;
     }
+    // Without a rate the file was never read: there is nothing to tell of its sound.
     if (facts.sample_rate_hz) {
         json["format"] = facts.format;
         json["sample_rate_hz"] = facts.sample_rate_hz;
@@ -207,23 +219,18 @@ Json to_json(const FileFacts& facts, Curves curves) {
 
 FileFacts facts_from_json(const Json& json) {
     FileFacts facts;
-    if (!json.at("input").is_null()) {
-        facts.input = json.at("input");
-    }
-    if (!json.at("output").is_null()) {
-        facts.output = json.at("output");
-    }
+    facts.input = text_back(json.at("input"));
+    facts.output = text_back(json.at("output"));
     for (const auto& [outcome, name] : outcome_names()) {
         if (json.at("status") == name) {
             facts.outcome = outcome;
         }
     }
-    if (!json.at("cause").is_null()) {
-        facts.cause = json.at("cause");
-    }
+    facts.cause = text_back(json.at("cause"));
     facts.notes = json.at("notes").get<std::vector<std::string>>();
     facts.elapsed_s = number_back(json.at("elapsed_s"));
     facts.bytes = json.value("bytes", std::int64_t{0});
+    // The length in seconds is not read back: it follows from frames and rate.
     if (json.contains("sample_rate_hz")) {
         facts.format = json.at("format");
         facts.sample_rate_hz = json.at("sample_rate_hz");
@@ -267,6 +274,7 @@ void strip_details(FileFacts& facts) {
 }
 
 std::string dump(const Json& json) {
+    // One line; bytes that are no UTF-8 become U+FFFD, and put_path has kept those of paths.
     return json.dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 

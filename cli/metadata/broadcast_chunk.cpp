@@ -18,6 +18,7 @@
 namespace cli {
 namespace {
 
+// Offsets in the chunk, bytes.
 constexpr std::size_t kVersion = 346;
 constexpr std::size_t kLoudness = 412;
 constexpr std::size_t kHistory = 602;
@@ -44,7 +45,8 @@ std::array<double, kFields> field_values(const Loudness* loudness) {
 
 void put_loudness(Bytes& chunk, const Loudness* loudness) {
     std::array<double, kFields> values = field_values(loudness);
-    if (loudness && get_number(chunk, kLoudness + 2 * kMomentary, 2, false) != kNotSet) {
+    if (loudness &&
+        get_number(chunk, kLoudness + std::size_t{2} * kMomentary, 2, false) != kNotSet) {
         values[kMomentary] = loudness->greatest_momentary_lufs;
     }
     for (std::size_t i = 0; i < kFields; ++i) {
@@ -54,6 +56,7 @@ void put_loudness(Bytes& chunk, const Loudness* loudness) {
     }
 }
 
+/** 0 for codings that have none. */
 int sample_bits(int format) {
     switch (format & SF_FORMAT_SUBMASK) {
         case SF_FORMAT_PCM_S8:
@@ -80,6 +83,7 @@ void add_history(Bytes& chunk, const std::string& audio) {
     const std::string line = fmt::format(
         "A={},F={},{}M={},T=quorvane {}, leveled\r\n", bits ? "PCM" : "", file.samplerate(),
         bits ? fmt::format("W={},", bits) : "", file.channels() == 1 ? "mono" : "stereo", kVersion);
+    // Zeros fill the history up; the new line follows its last one.
     while (chunk.size() > kHistory && chunk.back() == 0) {
         chunk.pop_back();
     }
@@ -94,7 +98,8 @@ void add_history(Bytes& chunk, const std::string& audio) {
 }  // namespace
 
 Bytes with_new_loudness(Bytes chunk, const Loudness* loudness, const std::string& audio) {
-    if (chunk.size() >= kLoudness + 2 * kFields && get_number(chunk, kVersion, 2, false) >= 2) {
+    if (chunk.size() >= kLoudness + std::size_t{2} * kFields &&
+        get_number(chunk, kVersion, 2, false) >= 2) {
         put_loudness(chunk, loudness);
     }
     if (chunk.size() >= kHistory) {

@@ -13,6 +13,7 @@ ByteFile::ByteFile(const std::string& path, const char* mode)
 }
 
 std::uint64_t ByteFile::size() {
+    // The place moves, which nobody minds: each read names its own.
     if (fseeko(file_.get(), 0, SEEK_END) != 0) {
         fail();
     }
@@ -24,6 +25,7 @@ Bytes ByteFile::read(std::uint64_t offset, std::size_t count) {
     if (fseeko(file_.get(), static_cast<off_t>(offset), SEEK_SET) != 0) {
         fail();
     }
+    // Fewer at the end of the file: the caller sees it by the length.
     bytes.resize(fread(bytes.data(), 1, count, file_.get()));
     if (ferror(file_.get())) {
         fail();
@@ -38,6 +40,7 @@ void ByteFile::write(const Bytes& bytes) {
 }
 
 void ByteFile::close() {
+    // The last block goes to the disk here, which may be full.
     if (fclose(file_.release()) != 0) {
         fail();
     }

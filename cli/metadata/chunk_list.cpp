@@ -24,11 +24,13 @@ std::vector<Chunk> chunks_of(ByteFile& file, const Layout& layout) {
         if (chunk.name() == "ds64" && chunk.size >= 24) {
             long_data = get_number(file.read(chunk.offset, 24), 8, 8, false);
         }
+        // The audio's true size stands in ds64, which comes before it.
         if (layout.kind == Container::Rf64 && chunk.name() == "data" && chunk.size == kUnknown32) {
             chunk.size = long_data;
         }
         chunk.stated = chunk.size;
         if (chunk.size > end - chunk.offset) {
+            // A chunk that is cut off is of no use, but audio is: what is there of it counts.
             const std::string name = chunk.name();
             if (name != "data" && name != "SSND") {
                 break;
@@ -47,6 +49,7 @@ bool is_audio(const Chunk& chunk) {
 }
 
 bool describes_samples(const Chunk& chunk) {
+    // They say how many samples there are, how they are coded and how loud, or are padding.
     static const std::set<std::string> names = {
         "fmt ", "fact", "ds64", "PEAK", "levl", "slnt", "JUNK", "junk", "PAD ", "FLLR",  // WAV, W64
         "COMM", "FVER",                                                                  // AIFF

@@ -3,10 +3,16 @@
 #include <algorithm>
 #include <stdexcept>
 
+/*
+ * The container's own size is known only at the end: the opening is written first as it was, and
+ * once more with the size in it. In RF64 the sizes stand in a chunk of their own, whose place is
+ * remembered. CAF has none.
+ */
+
 namespace cli {
 namespace {
 
-constexpr std::size_t kCopyBlock = 1 << 20;
+constexpr std::size_t kCopyBlock = 1 << 20;  // bytes
 
 }  // namespace
 
@@ -53,6 +59,7 @@ void ChunkWriter::finish() {
     Bytes opening = layout_.opening;
     switch (layout_.kind) {
         case Container::Rf64:
+            // All ones here send the reader to ds64: RIFF size, data size, samples (EBU Tech 3306).
             put_number(opening, 4, 4, false, kUnknown32);
             put_number(long_sizes_, 0, 8, false, written_ - 8);
             put_number(long_sizes_, 8, 8, false, audio_bytes_);
@@ -81,6 +88,7 @@ void ChunkWriter::header(const Bytes& id, std::uint64_t size) {
     Bytes bytes = id;
     bytes.resize(layout_.header_bytes());
     const std::uint64_t total = size + (layout_.size_counts_header ? layout_.header_bytes() : 0);
+    // Of RF64's audio: its true size stands in ds64.
     const bool too_long = layout_.size_bytes == 4 && total > kUnknown32;
     put_number(bytes, layout_.id_bytes, layout_.size_bytes, layout_.big_endian,
                too_long ? kUnknown32 : total);

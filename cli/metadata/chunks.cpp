@@ -1,10 +1,13 @@
 #include "cli/metadata/chunks.h"
 
 #include <algorithm>
+#include <cstdint>
+#include <functional>
 #include <stdexcept>
 #include <vector>
 
 #include "cli/metadata/broadcast_chunk.h"
+#include "cli/metadata/byte_file.h"
 #include "cli/metadata/chunk_list.h"
 #include "cli/metadata/chunk_writer.h"
 #include "cli/metadata/id3v2.h"
@@ -18,7 +21,45 @@
 namespace cli {
 namespace {
 
-constexpr std::uint64_t kMostEdited = 64 << 20;  // bytes; longer chunks are copied as they are
+constexpr std::uint64_t kMostEdited = std::uint64_t{64}
+                                      << 20;  // bytes; longer chunks are copied as they are
+
+/**
+ * Writes the input's chunks but those that describe its samples, edited where gains stand in them.
+ */
+class MetadataCopier {
+  public:
+    MetadataCopier(ByteFile& from,
+                   ChunkWriter& to,
+                   const Loudness* loudness,
+                   const std::string& audio)
+        : from_(from), to_(to), loudness_(loudness), audio_(audio) {}
+
+    void operator()(const Chunk& chunk) {
+        if (describes_samples(chunk)) {
+            return;
+        }
+        const bool editable = chunk.size <= kMostEdited;
+        const std::string name = chunk.name();
+        if (editable && name == "bext") {
+            to_.add(chunk.id, with_new_loudness(content(chunk), loudness_, audio_));
+        } else if (editable && (name == "id3 " || name == "ID3 ")) {
+            to_.add(chunk.id, without_player_gains(content(chunk)));
+        } else {
+            to_.copy(chunk, from_);
+        }
+    }
+
+  private:
+    Bytes content(const Chunk& chunk) {
+        return from_.read(chunk.offset, static_cast<std::size_t>(chunk.size));
+    }
+
+    ByteFile& from_;
+    ChunkWriter& to_;
+    const Loudness* loudness_;
+    const std::string& audio_;
+};
 
 }  // namespace
 
@@ -30,6 +71,7 @@ bool copy_chunks(const std::string& metadata_from,
     ByteFile audio_file(audio_from, "rb");
     const Layout old_layout = layout_of(old_file);
     const Layout layout = layout_of(audio_file);
+    // A chunk's numbers have the byte order of its container: between two kinds nothing is copied.
     if (layout.kind == Container::None || layout.kind != old_layout.kind ||
         layout.big_endian != old_layout.big_endian) {
         return false;
@@ -37,24 +79,7 @@ bool copy_chunks(const std::string& metadata_from,
 
     const std::vector<Chunk> old_chunks = chunks_of(old_file, old_layout);
     ChunkWriter writer(layout, to);
-    const auto copy_metadata = [&](const Chunk& chunk) {
-        if (describes_samples(chunk)) {
-            return;
-        }
-        const std::string name = chunk.name();
-        const auto content = [&] {
-            return old_file.read(chunk.offset, static_cast<std::size_t>(chunk.size));
-        };
-        if (chunk.size > kMostEdited) {
-            writer.copy(chunk, old_file);
-        } else if (name == "bext") {
-            writer.add(chunk.id, with_new_loudness(content(), loudness, audio_from));
-        } else if (name == "id3 " || name == "ID3 ") {
-            writer.add(chunk.id, without_player_gains(content()));
-        } else {
-            writer.copy(chunk, old_file);
-        }
-    };
+    MetadataCopier copy_metadata(old_file, writer, loudness, audio_from);
     // libsndfile takes what follows the audio of a Wave64 file for audio.
     const auto old_audio = layout.kind == Container::Wave64
                                ? old_chunks.end()
@@ -65,7 +90,7 @@ bool copy_chunks(const std::string& metadata_from,
             writer.reserve_long_sizes(
                 audio_file.read(chunk.offset, static_cast<std::size_t>(chunk.size)));
         } else if (is_audio(chunk)) {
-            std::for_each(old_chunks.begin(), old_audio, copy_metadata);
+            std::for_each(old_chunks.begin(), old_audio, std::ref(copy_metadata));
             writer.copy(chunk, audio_file);
             audio_written = true;
         } else if (describes_samples(chunk)) {
@@ -75,7 +100,7 @@ bool copy_chunks(const std::string& metadata_from,
     if (!audio_written) {
         throw std::runtime_error("the leveled file holds no audio");
     }
-    std::for_each(old_audio, old_chunks.end(), copy_metadata);
+    std::for_each(old_audio, old_chunks.end(), std::ref(copy_metadata));
     writer.finish();
     return true;
 }

@@ -5,6 +5,7 @@
 namespace cli {
 namespace {
 
+/** Four letters at an offset. */
 bool has_text(const Bytes& bytes, std::size_t at, const char* text) {
     return bytes.size() >= at + 4 && memcmp(bytes.data() + at, text, 4) == 0;
 }
@@ -12,6 +13,7 @@ bool has_text(const Bytes& bytes, std::size_t at, const char* text) {
 }  // namespace
 
 Layout layout_of(ByteFile& file) {
+    // The longest opening is Wave64's: two GUIDs with a size between them.
     const Bytes start = file.read(0, 40);
     Layout layout;
     const auto set = [&](Container kind, bool big_endian, std::size_t opening) {
@@ -34,11 +36,13 @@ Layout layout_of(ByteFile& file) {
         set(Container::Aiff, true, 12);
     } else if (has_text(start, 0, "riff") && has_text(start, 24, "wave") && start.size() == 40) {
         set(Container::Wave64, false, 40);
+        // Names are GUIDs of 16 bytes, sizes count the chunk's header, and chunks begin at eights.
         layout.id_bytes = kGuidBytes;
         layout.size_bytes = 8;
         layout.size_counts_header = true;
         layout.alignment = 8;
     } else if (has_text(start, 0, "caff") && start.size() >= 8) {
+        // The only one whose chunks are not padded.
         set(Container::Caf, true, 8);
         layout.size_bytes = 8;
         layout.alignment = 1;

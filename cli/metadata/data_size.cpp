@@ -6,6 +6,13 @@
 #include "cli/metadata/chunk_list.h"
 #include "cli/metadata/outer_tags.h"
 
+/*
+ * Whether a header tells the truth about how much audio follows. A recorder that lost its power
+ * leaves 0 or what it had written so far; a copy that broke off leaves too much; a pipe leaves the
+ * largest number there is. Behind a true size the next chunk begins, or nothing does: what stands
+ * there tells the cases apart.
+ */
+
 namespace cli {
 namespace {
 
@@ -63,6 +70,7 @@ DataSize compare_data_size(const std::string& path) {
         const std::uint64_t open = layout.size_bytes == 8 ? kOpenSize64 : kOpenSize32;
         result.promised = chunk.stated;
         result.there = end - chunk.offset;
+        // An open end promises nothing, so that nothing is missing.
         if (layout.kind == Container::Rf64 ? chunk.stated == 0 : chunk.stated >= open) {
             return result;
         }
@@ -87,6 +95,7 @@ void write_with_data_size(const std::string& from, const std::string& to) {
         if (!is_audio(chunk)) {
             continue;
         }
+        // The size that another program would have written, its own way of counting included.
         const std::uint64_t extra = layout.size_counts_header ? layout.header_bytes() : 0;
         const std::uint64_t size = end - chunk.offset + extra;
         if (layout.size_bytes == 4 && size > kUnknown32) {

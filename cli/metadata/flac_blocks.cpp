@@ -24,6 +24,7 @@ constexpr std::size_t kMarkBytes = 4;  // "fLaC"
 constexpr std::size_t kHeaderBytes = 4;
 constexpr unsigned char kLastBlock = 0x80;
 constexpr std::size_t kSeekPointBytes = 18;
+// A seek point that points nowhere (RFC 9639, section 8.5.1).
 constexpr std::uint64_t kPlaceholder = 0xFFFFFFFFFFFFFFFF;
 
 enum Type : unsigned char { kStreamInfo = 0, kSeekTable = 3, kComment = 4 };
@@ -46,6 +47,7 @@ struct FlacFile {
     }
 };
 
+/** Throws std::runtime_error where the blocks do not reach up to the frames. */
 FlacFile read_blocks(ByteFile& file) {
     FlacFile flac;
     flac.stream = audio_between_tags(file);
@@ -107,6 +109,7 @@ Bytes new_seek_table(const Bytes& old_table, ByteFile& file, const FlacFile& fla
     return table;
 }
 
+/** The old file's blocks in their order, the new stream's own three put in their places. */
 std::vector<Block> merged_blocks(const FlacFile& old_flac, ByteFile& file, const FlacFile& flac) {
     std::vector<Block> blocks;
     const Bytes* comment = flac.content(kComment);
@@ -142,6 +145,7 @@ void copy_flac_blocks(const std::string& metadata_from,
     const std::vector<Block> blocks = merged_blocks(old_flac, file, flac);
     for (const Block& block : blocks) {
         Bytes header(kHeaderBytes);
+        // The last block says so itself: which one it is may differ from the old file.
         header[0] =
             static_cast<unsigned char>(block.type | (&block == &blocks.back() ? kLastBlock : 0));
         put_number(header, 1, 3, true, block.content.size());

@@ -3,6 +3,12 @@
 #include <algorithm>
 #include <boost/crc.hpp>
 
+/*
+ * Frames are found by their headers: sync code, the number that comes next, and a CRC-8 that fits.
+ * All three together occur by chance so seldom that nothing else has to be decoded. The encoder of
+ * this run makes blocks of one size, which are counted in frames.
+ */
+
 namespace cli {
 namespace {
 
@@ -44,6 +50,7 @@ bool is_frame(const unsigned char* bytes, std::uint64_t wanted) {
     if (!read_number(bytes, at, number) || number != wanted) {
         return false;
     }
+    // Some codes mean that the value itself stands behind the number.
     const unsigned block = bytes[2] >> 4;
     const unsigned rate = bytes[2] & 0x0F;
     at += block == 6 ? 1 : block == 7 ? 2 : 0;  // a block size of its own

@@ -8,9 +8,21 @@
 
 #include "cli/metadata/player_gains.h"
 
+/*
+ * ID3v2 (id3.org, versions 2.2, 2.3 and 2.4): a header of ten bytes, an extended header, frames
+ * with name, size and flags, padding, in 2.4 a footer. Three things make it awkward. Sizes have
+ * seven bits a byte in places, so that no player mistakes them for audio. "Unsynchronisation" puts
+ * zeros into the content for the same reason, and has to be undone before anything is read. And
+ * writers exist that state sizes in the other version's way.
+ *
+ * Only frames with gains go, which were true of the old loudness. Everything else keeps its bytes
+ * and its order, and the tag keeps its length: what is removed becomes padding.
+ */
+
 namespace cli {
 namespace {
 
+// Flags of the header.
 constexpr unsigned char kUnsynchronised = 0x80;
 constexpr unsigned char kExtendedHeader = 0x40;  // version 2.2: compression, never defined
 constexpr unsigned char kFooter = 0x10;
@@ -57,6 +69,7 @@ Bytes unsynchronised(const Bytes& bytes) {
     return result;
 }
 
+/** Where a frame lies in the tag's content; all in bytes. */
 struct Frame {
     std::string id;
     std::size_t at = 0;  // of its header
@@ -161,6 +174,7 @@ class TagBody {
     }
 
     bool is_gain(const Frame& frame) const {
+        // Relative volume in all versions, its experimental forms and ReplayGain's own frame.
         static const std::set<std::string> gains = {"RVA2", "RVAD", "XRVA", "RGAD", "RVA"};
         if (gains.count(frame.id) != 0) {
             return true;
@@ -233,6 +247,7 @@ class TagBody {
     std::size_t frames_end_ = 0;
 };
 
+/** The mark that tells a tag from three letters that happen to stand there. */
 bool has_sizes_below_128(const Bytes& header) {
     return std::all_of(header.begin() + 6, header.begin() + 10,
                        [](unsigned char byte) { return byte < 0x80; });
@@ -272,6 +287,7 @@ Bytes without_player_gains(const Bytes& tag) {
     put_synchsafe(result, 6, content.size());
     const Bytes header = result;
     result.insert(result.end(), content.begin(), content.end());
+    // The footer is the header again, with its letters turned round.
     if (length > kId3HeaderBytes + get_synchsafe(tag, 6)) {
         const std::size_t footer = result.size();
         result.insert(result.end(), header.begin(), header.end());

@@ -10,9 +10,15 @@
 #include "cli/metadata/outer_tags.h"
 #include "cli/metadata/player_gains.h"
 
+/*
+ * What FFmpeg's muxers leave out: MP4 items that they do not know, pictures in ASF, and the tags
+ * around raw streams. Only what is missing is added, so that what the muxer wrote stays.
+ */
+
 namespace cli {
 namespace {
 
+/** TagLib tells only that it failed. */
 void save(bool saved, const char* what) {
     if (!saved) {
         throw std::runtime_error(std::string("the tags could not be written: ") + what);
@@ -20,6 +26,7 @@ void save(bool saved, const char* what) {
 }
 
 void copy_mp4(const std::string& from, const std::string& to, const std::string& gapless) {
+    // The encoder's delay and padding in samples: those of the new sound, never the old one's.
     constexpr const char* kGapless = "----:com.apple.iTunes:iTunSMPB";
     TagStream old_stream(from, TagStream::For::Reading);
     TagStream new_stream(to, TagStream::For::Writing);
@@ -33,6 +40,7 @@ void copy_mp4(const std::string& from, const std::string& to, const std::string&
     TagLib::MP4::Tag& tag = *new_file.tag();
     bool changed = !gapless.empty();
     for (const auto& [name, item] : old_file.tag()->itemMap()) {
+        // Free-form items are called "----:maker:name": the name alone tells a gain.
         const std::string last = name.substr(static_cast<unsigned>(name.rfind(":") + 1)).to8Bit();
         if (!tag.contains(name) && name != kGapless && !is_player_gain(last)) {
             tag.setItem(name, item);
@@ -67,17 +75,7 @@ void copy_asf(const std::string& from, const std::string& to) {
 /** The old file's tags, byte for byte, in place of those that the muxer made of them. */
 void copy_outer(const std::string& from, const std::string& to) {
     const std::string tagged = to + ".tagged";
-    {
-        ByteFile old_file(from, "rb");
-        ByteFile file(to, "rb");
-        ByteFile out(tagged, "wb");
-        const AudioRange old_audio = audio_between_tags(old_file);
-        const AudioRange audio = audio_between_tags(file);
-        copy_tags_before(old_file, old_audio, out);
-        copy_bytes(file, audio.begin, audio.end, out);
-        copy_tags_behind(old_file, old_audio, out);
-        out.close();
-    }
+    copy_outer_tags(from, to, tagged);
     std::filesystem::rename(tagged, to);
 }
 

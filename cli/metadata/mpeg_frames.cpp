@@ -17,8 +17,7 @@ namespace cli {
 namespace {
 
 constexpr std::size_t kHeaderBytes = 4;
-constexpr std::size_t kReadBlock = 1 << 20;
-constexpr std::size_t kMostFrameBytes = 1 << 12;
+constexpr std::size_t kReadBlock = 1 << 20;  // bytes, hundreds of frames
 constexpr std::size_t kVbriAt = 36;
 
 /** One frame's header, read. */
@@ -38,6 +37,7 @@ struct Frame {
     }
 };
 
+/** at: four bytes. Layers I and II, and frames of a free bit rate, are none. */
 Frame read_frame(const unsigned char* at) {
     static constexpr int kRates[] = {44100, 48000, 32000};
     static constexpr int kVersion1[] = {32,  40,  48,  56,  64,  80,  96,
@@ -69,6 +69,7 @@ std::optional<std::uint64_t> told_count(const Bytes& frame, const Frame& header)
     };
     const std::size_t at = kHeaderBytes + header.side_info_bytes();
     if (has(at, "Xing") || has(at, "Info")) {
+        // Flags say which fields follow; the count is the first of them.
         const bool counted = get_number(frame, at + 4, 4, true) & 1;
         return counted ? get_number(frame, at + 8, 4, true) : 0;
     }
@@ -151,6 +152,7 @@ void write_with_frame_count(const std::string& from,
     Bytes info = header;
     info.resize(frame.bytes, 0);
     std::copy_n("Info", 4, info.begin() + static_cast<std::ptrdiff_t>(mark));
+    // Of the fields only the count: players take the rest from the frames.
     put_number(info, mark + 4, 4, true, 1);
     put_number(info, mark + 8, 4, true, stream.frames);
     ByteFile out(to, "wb");

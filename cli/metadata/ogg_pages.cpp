@@ -52,6 +52,7 @@ std::uint32_t ogg_serial(const std::string& path) {
 bool ogg_ends_whole(const std::string& path) {
     ByteFile file(path, "rb");
     const std::uint64_t end = file.size();
+    // The last page of a stream says so: a file without the mark was cut at a page.
     bool marked = false;
     for (std::uint64_t at = 0; at < end;) {
         const std::size_t length = page_length(file, at);
@@ -70,6 +71,7 @@ void set_ogg_serial(const std::string& path, std::uint32_t serial) {
     for (Bytes page; !(page = read_page(file, at)).empty(); at += page.size()) {
         put_number(page, kSerialAt, 4, false, serial);
         put_number(page, kChecksumAt, 4, false, 0);
+        // The polynomial of Ethernet's sum, but unreflected and from 0: no standard one.
         boost::crc_optimal<32, 0x04C11DB7, 0, 0, false, false> sum;
         sum.process_bytes(page.data(), page.size());
         put_number(page, kChecksumAt, 4, false, sum.checksum());

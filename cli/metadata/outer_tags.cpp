@@ -11,6 +11,13 @@
 #include "cli/metadata/id3v2.h"
 #include "cli/metadata/player_gains.h"
 
+/*
+ * Tags that lie around the audio and not in its container: ID3v2 in front, and behind it ID3v1 with
+ * its extension, APEv2, Lyrics3v2 and ID3v2 with a footer, in any order. They are found from the
+ * outside in, one after the other, until neither end shows a mark any more; what is left between is
+ * the audio. A tag that claims more than there is counts as audio: nothing is cut on a guess.
+ */
+
 namespace cli {
 namespace {
 
@@ -21,6 +28,7 @@ constexpr std::size_t kApeHeaderBytes = 32;       // its footer has as many
 constexpr std::size_t kLyrics3FooterBytes = 15;   // six digits and "LYRICS200"
 constexpr std::uint32_t kApeHasHeader = 0x80000000;
 
+/** Whether the text stands at the place, which need not be there. */
 bool begins(const Bytes& bytes, const char* text, std::size_t at = 0) {
     const std::size_t length = strlen(text);
     return bytes.size() >= at + length && memcmp(bytes.data() + at, text, length) == 0;
@@ -45,6 +53,7 @@ std::uint64_t tag_before(ByteFile& file, std::uint64_t end) {
     }
     const Bytes lyrics = last(kLyrics3FooterBytes);
     if (begins(lyrics, "LYRICS200", 6)) {
+        // The size in decimal digits, without them and the mark.
         const std::string digits(lyrics.begin(), lyrics.begin() + 6);
         const std::uint64_t length =
             std::strtoul(digits.c_str(), nullptr, 10) + kLyrics3FooterBytes;
@@ -77,6 +86,7 @@ Bytes ape_without_gains(const Bytes& tag) {
         }
         at += static_cast<std::size_t>(length);
     }
+    // Header and footer tell size and number of the items, the footer's own bytes counted in.
     const auto frame = [&](std::size_t from) {
         Bytes bytes(tag.begin() + static_cast<std::ptrdiff_t>(from),
                     tag.begin() + static_cast<std::ptrdiff_t>(from + kApeHeaderBytes));
@@ -116,6 +126,7 @@ void copy_tags_before(ByteFile& from, const AudioRange& audio, ByteFile& to) {
 }
 
 void copy_tags_behind(ByteFile& from, const AudioRange& audio, ByteFile& to) {
+    // Found from the end, written from the front.
     std::vector<Bytes> tags;
     for (std::uint64_t end = from.size(); end > audio.end;) {
         const std::uint64_t length = tag_before(from, end);
@@ -128,6 +139,20 @@ void copy_tags_behind(ByteFile& from, const AudioRange& audio, ByteFile& to) {
     for (auto tag = tags.rbegin(); tag != tags.rend(); ++tag) {
         to.write(*tag);
     }
+}
+
+void copy_outer_tags(const std::string& tags_from,
+                     const std::string& audio_from,
+                     const std::string& to) {
+    ByteFile old_file(tags_from, "rb");
+    ByteFile file(audio_from, "rb");
+    ByteFile out(to, "wb");
+    const AudioRange old_audio = audio_between_tags(old_file);
+    const AudioRange audio = audio_between_tags(file);
+    copy_tags_before(old_file, old_audio, out);
+    copy_bytes(file, audio.begin, audio.end, out);
+    copy_tags_behind(old_file, old_audio, out);
+    out.close();
 }
 
 void copy_bytes(ByteFile& from, std::uint64_t begin, std::uint64_t end, ByteFile& to) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 
 #include "cli/metadata/byte_file.h"
 
@@ -23,6 +24,14 @@ AudioRange audio_between_tags(ByteFile& file);
 /** Write the tags before or behind the audio of `from`, without the gains for players. */
 void copy_tags_before(ByteFile& from, const AudioRange& audio, ByteFile& to);
 void copy_tags_behind(ByteFile& from, const AudioRange& audio, ByteFile& to);
+
+/**
+ * Writes the audio of one file between the tags of another to a third, whatever tags the audio's
+ * own file has. Throws std::system_error, and std::runtime_error where the audio ends early.
+ */
+void copy_outer_tags(const std::string& tags_from,
+                     const std::string& audio_from,
+                     const std::string& to);
 
 /** Writes a stretch of another file. Throws std::runtime_error when that ends before. */
 void copy_bytes(ByteFile& from, std::uint64_t begin, std::uint64_t end, ByteFile& to);

@@ -24,25 +24,13 @@ namespace {
 
 constexpr unsigned kCommentPacket = 1;  // of every Ogg stream that is read here
 
-void copy_mp3(const std::string& metadata_from,
-              const std::string& audio_from,
-              const std::string& to) {
-    ByteFile old_file(metadata_from, "rb");
-    ByteFile file(audio_from, "rb");
-    ByteFile out(to, "wb");
-    const AudioRange old_audio = audio_between_tags(old_file);
-    const AudioRange audio = audio_between_tags(file);
-    copy_tags_before(old_file, old_audio, out);
-    copy_bytes(file, audio.begin, audio.end, out);
-    copy_tags_behind(old_file, old_audio, out);
-    out.close();
-}
-
+/** Out of the library's type, whose bytes are signed. */
 Bytes bytes_of(const TagLib::ByteVector& vector) {
     return {vector.begin(), vector.end()};
 }
 
-/** The packet's mark, then the comment. The library pages the packet again but does not parse it.
+/**
+ * The packet's mark, then the comment. The library pages the packet again but does not parse it.
  */
 template <class OggFile>
 void copy_ogg(const std::string& metadata_from,
@@ -70,11 +58,13 @@ void copy_ogg(const std::string& metadata_from,
         file.setPacket(kCommentPacket,
                        TagLib::ByteVector(reinterpret_cast<const char*>(merged.data()),
                                           static_cast<unsigned>(merged.size())));
+        // The base's: the codec's own would parse the comment and write it again its way.
         if (!file.TagLib::Ogg::File::save()) {
             throw std::runtime_error("the comment of an Ogg stream cannot be written");
         }
         stream.require_no_error();
     }
+    // Players know a stream by its number; the encoder has drawn a new one.
     set_ogg_serial(to, ogg_serial(metadata_from));
 }
 
@@ -89,7 +79,7 @@ bool copy_tags(const std::string& metadata_from,
     if (container == SF_FORMAT_FLAC) {
         copy_flac_blocks(metadata_from, audio_from, to);
     } else if (container == SF_FORMAT_MPEG) {
-        copy_mp3(metadata_from, audio_from, to);
+        copy_outer_tags(metadata_from, audio_from, to);
     } else if (container == SF_FORMAT_OGG && coding == SF_FORMAT_OPUS) {
         copy_ogg<TagLib::Ogg::Opus::File>(metadata_from, audio_from, to, "OpusTags");
     } else if (container == SF_FORMAT_OGG && coding == SF_FORMAT_VORBIS) {

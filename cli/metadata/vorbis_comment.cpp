@@ -6,10 +6,16 @@
 
 #include "cli/metadata/player_gains.h"
 
+/*
+ * A comment (xiph.org, Vorbis I, section 5): the vendor, a number of fields, and the fields
+ * "NAME=text", each with its length in front; FLAC and Opus hold the same. The vendor names the
+ * encoder and is the new stream's; the fields are the old one's, without gains.
+ */
+
 namespace cli {
 namespace {
 
-constexpr std::size_t kLengthBytes = 4;
+constexpr std::size_t kLengthBytes = 4;  // little endian
 
 /** Reads stretches that begin with their length; nothing once one does not fit. */
 class Reader {
@@ -58,6 +64,7 @@ Bytes merged_comment(const Bytes& old_comment, const Bytes& new_comment) {
     const auto vendor = Reader(new_comment).text();
     const auto old_vendor = old_reader.text();
     auto left = old_reader.number();
+    // A comment that cannot be read is not carried over: the new stream's own is at least valid.
     if (!vendor || !old_vendor || !left) {
         return new_comment;
     }
@@ -77,6 +84,7 @@ Bytes merged_comment(const Bytes& old_comment, const Bytes& new_comment) {
     append_text(merged, *vendor);
     append_number(merged, count);
     merged.insert(merged.end(), fields.begin(), fields.end());
+    // Vorbis ends with a framing bit, Opus may have data of its own behind the fields.
     const Bytes rest = old_reader.rest();
     merged.insert(merged.end(), rest.begin(), rest.end());
     return merged;

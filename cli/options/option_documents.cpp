@@ -20,6 +20,7 @@ namespace {
 
 using boost::algorithm::replace_all_copy;
 
+/** What a shell offers for an argument, between spaces; empty where it is free text or a file. */
 std::string words_of(Completion completion) {
     std::vector<std::string> words;
     for (const char* word : choices(completion)) {
@@ -33,12 +34,30 @@ std::string roff(const std::string& text) {
     return replace_all_copy(replace_all_copy(text, "\\", "\\e"), "-", "\\-");
 }
 
+/** For a shell: a quote inside ends the string, stands escaped, and begins it again. */
 std::string single_quoted(const std::string& text) {
     return "'" + replace_all_copy(text, "'", "'\\''") + "'";
 }
 
+/** Those that this machine's library writes; they are fixed when the program is built. */
 std::string audio_extensions(const char* between) {
     return fmt::format("{}", fmt::join(writable_extensions(), between));
+}
+
+/** The bash line that answers for an option's argument. */
+std::string bash_reply(Completion completion) {
+    const std::string words = words_of(completion);
+    if (!words.empty()) {
+        return fmt::format("COMPREPLY=($(compgen -W '{}' -- \"$cur\"))", words);
+    }
+    switch (completion) {
+        case Completion::Directory:
+            return "COMPREPLY=($(compgen -d -- \"$cur\"))";
+        case Completion::File:
+            return "COMPREPLY=($(compgen -f -- \"$cur\"))";
+        default:
+            return "COMPREPLY=()";
+    }
 }
 
 }  // namespace
@@ -77,18 +96,7 @@ std::string bash_completion() {
         if (row.argument.empty()) {
             continue;
         }
-        const std::string words = words_of(row.completion);
-        std::string reply;
-        if (!words.empty()) {
-            reply = fmt::format("COMPREPLY=($(compgen -W '{}' -- \"$cur\"))", words);
-        } else if (row.completion == Completion::Directory) {
-            reply = "COMPREPLY=($(compgen -d -- \"$cur\"))";
-        } else if (row.completion == Completion::File) {
-            reply = "COMPREPLY=($(compgen -f -- \"$cur\"))";
-        } else {
-            reply = "COMPREPLY=()";
-        }
-        cases += fmt::format("        {}) {}; return ;;\n", names, reply);
+        cases += fmt::format("        {}) {}; return ;;\n", names, bash_reply(row.completion));
     }
     return fmt::format(
         "# bash completion for quorvane\n"
@@ -113,6 +121,7 @@ std::string zsh_completion() {
     std::string text = "#compdef quorvane\nsetopt localoptions extendedglob\n_arguments -s -S \\\n";
     for (const OptionRow& row : option_table()) {
         std::string help = row.help;
+        // The three that mean something inside an _arguments description.
         for (const char* special : {"[", "]", ":"}) {
             help = replace_all_copy(help, special, std::string("\\") + special);
         }

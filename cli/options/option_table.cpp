@@ -12,6 +12,7 @@ namespace cli {
 
 namespace {
 
+/** In the order in which the help and the manual page list them. */
 std::vector<OptionRow> own_options() {
     using G = OptionGroup;
     using C = Completion;
@@ -83,12 +84,14 @@ std::vector<OptionRow> own_options() {
     };
 }
 
+/** The engine's table in this program's form, and the two options that it has besides it. */
 std::vector<OptionRow> tuning_rows() {
     std::vector<OptionRow> rows;
     int count = 0;
     const TuningOption* options = tuning_options(count);
     for (int i = 0; i < count; ++i) {
         std::string name = options[i].names;
+        // The engine writes "name,letter", as its parser wants it.
         char letter = 0;
         if (const std::size_t comma = name.find(','); comma != std::string::npos) {
             letter = name[comma + 1];
@@ -109,6 +112,7 @@ std::vector<OptionRow> tuning_rows() {
 }  // namespace
 
 const std::vector<OptionRow>& option_table() {
+    // Made once: the parser, the help, the manual page and three shells read it.
     static const std::vector<OptionRow> table = [] {
         std::vector<OptionRow> rows = own_options();
         const std::vector<OptionRow> tuning = tuning_rows();
@@ -152,6 +156,7 @@ std::vector<const char*> choices(Completion completion) {
         case Completion::CostFunction:
             return {"SSD0", "MSD0"};
         case Completion::Destination: {
+            // Not in the table of places, where it would stand twice.
             std::vector<const char*> words = {"apple"};
             for (const Destination& destination : destinations()) {
                 words.push_back(destination.word.c_str());

@@ -24,11 +24,12 @@ namespace po = boost::program_options;
 
 namespace {
 
-constexpr unsigned kMostJobs = 256;
+constexpr unsigned kMostJobs = 256;  // a worker each, with pipes and memory of its own
 constexpr std::size_t kMostFailures = 1'000'000'000;
-constexpr unsigned kHelpWidth = 90;
-constexpr unsigned kHelpTextWidth = 48;
+constexpr unsigned kHelpWidth = 90;      // columns
+constexpr unsigned kHelpTextWidth = 48;  // of these, what is left for the explanations at least
 
+/** A group of the table as the parser and the help want it. */
 po::options_description describe(OptionGroup group) {
     po::options_description description(title(group), kHelpWidth, kHelpTextWidth);
     for (const OptionRow& row : option_table()) {
@@ -50,6 +51,7 @@ po::options_description describe(OptionGroup group) {
     return description;
 }
 
+/** "auto" where the option is absent. */
 When parse_when(const po::variables_map& values, const char* name) {
     if (!values.count(name)) {
         return When::Auto;
@@ -73,6 +75,7 @@ bool read_number(const std::string& text, std::size_t& number) {
            boost::conversion::try_lexical_convert(text, number);
 }
 
+/** From 1 to most: 0 of anything would be no work at all, and is a slip. */
 std::size_t parse_number(const char* name, const std::string& text, std::size_t most) {
     std::size_t number = 0;
     if (!read_number(text, number) || number < 1 || number > most) {
@@ -82,6 +85,7 @@ std::size_t parse_number(const char* name, const std::string& text, std::size_t 
     return number;
 }
 
+/** "I/N", counted from 0 as the task ids of job arrays are. */
 Shard parse_shard(const std::string& text) {
     Shard shard;
     const std::size_t slash = text.find('/');
@@ -116,6 +120,7 @@ std::vector<std::string> parse_destinations(const std::string& text) {
             throw UsageError(fmt::format("--for takes {} or apple, not '{}'",
                                          boost::algorithm::join(destination_words(), ", "), word));
         }
+        // "apple" is another word for the same place.
         if (std::find(words.begin(), words.end(), destination->word) == words.end()) {
             words.push_back(destination->word);
         }
@@ -123,6 +128,7 @@ std::vector<std::string> parse_destinations(const std::string& text) {
     return words;
 }
 
+/** Throws UsageError for the first pair of options that cannot both be meant. */
 void refuse_contradictions(const Settings& settings) {
     const auto refuse = [](bool wrong, const char* text) {
         if (wrong) {
@@ -152,99 +158,139 @@ void refuse_contradictions(const Settings& settings) {
            "--report shows the measurement, so it excludes --no-measure");
 }
 
-}  // namespace
-
-Settings parse_command_line(int argc, const char* const* argv) {
-    po::options_description options;
-    for (OptionGroup group : option_groups()) {
-        options.add(describe(group));
-    }
-    options.add_options()("path", po::value<std::vector<std::string>>());
-    po::positional_options_description positional;
-    positional.add("path", -1);
-
-    po::variables_map values;
-    try {
+/** The words of a command line, asked for by the options' names. */
+class Words {
+  public:
+    /** Throws UsageError with the library's text: it names the word that is wrong. */
+    Words(int argc, const char* const* argv) {
+        po::options_description options;
+        for (OptionGroup group : option_groups()) {
+            options.add(describe(group));
+        }
+        options.add_options()("path", po::value<std::vector<std::string>>());
+        po::positional_options_description positional;
+        positional.add("path", -1);
         // A long option that is cut short is refused: --for must not become --force.
         const int style =
             po::command_line_style::default_style & ~po::command_line_style::allow_guessing;
-        po::store(po::command_line_parser(argc, argv)
-                      .options(options)
-                      .positional(positional)
-                      .style(style)
-                      .run(),
-                  values);
-        po::notify(values);
-    } catch (const po::error& error) {
-        throw UsageError(error.what());
+        try {
+            po::store(po::command_line_parser(argc, argv)
+                          .options(options)
+                          .positional(positional)
+                          .style(style)
+                          .run(),
+                      values_);
+            po::notify(values_);
+        } catch (const po::error& error) {
+            throw UsageError(error.what());
+        }
     }
 
-    Settings settings;
-    const auto given = [&](const std::string& name) { return values.count(name) != 0; };
-    const auto text = [&](const char* name, std::string& field) {
+    bool given(const std::string& name) const { return values_.count(name) != 0; }
+
+    /** Of an option that was given. */
+    std::string value(const std::string& name) const { return values_[name].as<std::string>(); }
+
+    /** Sets the field if the option was given; only a suffix may be empty. */
+    void read(const char* name, std::string& field) const {
         if (!given(name)) {
             return;
         }
-        field = values[name].as<std::string>();
+        field = value(name);
         if (field.empty() && std::string(name) != "suffix") {
             throw UsageError(fmt::format("--{} needs a value that is not empty", name));
         }
-    };
-    settings.help = given("help");
-    settings.version = given("version");
+    }
+
+    std::vector<std::string> paths() const {
+        return given("path") ? values_["path"].as<std::vector<std::string>>()
+                             : std::vector<std::string>();
+    }
+
+    const po::variables_map& all() const { return values_; }
+
+  private:
+    po::variables_map values_;
+};
+
+/** What is read, and where to everything goes. */
+void read_places(const Words& words, Settings& settings) {
+    settings.paths = words.paths();
+    words.read("suffix", settings.suffix);
+    words.read("output", settings.output);
+    words.read("output-dir", settings.output_dir);
+    words.read("report", settings.report);
+    words.read("json", settings.json);
+    if (words.given("for")) {
+        settings.destinations = parse_destinations(words.value("for"));
+    }
+    words.read("files-from", settings.files_from);
+    words.read("plan", settings.plan);
+    words.read("log", settings.log);
+    settings.null = words.given("null");
+}
+
+/** How much of it is done, and how much at once. */
+void read_amounts(const Words& words, Settings& settings) {
+    settings.jobs = static_cast<unsigned>(
+        words.given("jobs") ? parse_number("jobs", words.value("jobs"), kMostJobs)
+                            : std::clamp(std::thread::hardware_concurrency(), 1u, kMostJobs));
+    if (words.given("max-failures")) {
+        settings.max_failures =
+            parse_number("max-failures", words.value("max-failures"), kMostFailures);
+    }
+    if (words.given("shard")) {
+        settings.shard = parse_shard(words.value("shard"));
+    }
+    words.read("audio-codec", settings.audio_codec);
+    if (words.given("audio-stream")) {
+        settings.audio_stream = parse_audio_stream(words.value("audio-stream"));
+    }
+}
+
+void read_switches(const Words& words, Settings& settings) {
+    settings.redo_changed = words.given("redo-changed");
+    settings.verify = words.given("verify");
+    settings.curves = words.given("no-curves") ? Curves::Omit : Curves::Tell;
+    settings.force = words.given("force");
+    settings.keep_mtime = words.given("keep-mtime");
+    settings.strict = words.given("strict");
+    settings.dry_run = words.given("dry-run");
+    settings.analyze = words.given("analyze");
+    settings.measure = !words.given("no-measure");
+    settings.listen = !words.given("no-listen");
+    settings.quiet = words.given("quiet");
+    settings.verbose = words.given("verbose");
+    settings.color = parse_when(words.all(), "color");
+    settings.progress = parse_when(words.all(), "progress");
+}
+
+/** The engine's options, as words for its own parser: what a value means is its affair. */
+std::vector<std::string> tuning_words(const Words& words) {
+    std::vector<std::string> tuning;
+    for (const OptionRow& row : option_table()) {
+        if (row.group == OptionGroup::Tuning && words.given(row.name)) {
+            tuning.push_back("--" + row.name + "=" + words.value(row.name));
+        }
+    }
+    return tuning;
+}
+
+}  // namespace
+
+Settings parse_command_line(int argc, const char* const* argv) {
+    const Words words(argc, argv);
+    Settings settings;
+    settings.help = words.given("help");
+    settings.version = words.given("version");
+    // Who asks for help gets it, whatever else the line holds.
     if (settings.help || settings.version) {
         return settings;
     }
-
-    if (given("path")) {
-        settings.paths = values["path"].as<std::vector<std::string>>();
-    }
-    text("suffix", settings.suffix);
-    text("output", settings.output);
-    text("output-dir", settings.output_dir);
-    text("report", settings.report);
-    text("json", settings.json);
-    if (given("for")) {
-        settings.destinations = parse_destinations(values["for"].as<std::string>());
-    }
-    text("files-from", settings.files_from);
-    text("plan", settings.plan);
-    text("log", settings.log);
-    settings.null = given("null");
-    const auto value = [&](const char* name) { return values[name].as<std::string>(); };
-    settings.jobs = static_cast<unsigned>(
-        given("jobs") ? parse_number("jobs", value("jobs"), kMostJobs)
-                      : std::clamp(std::thread::hardware_concurrency(), 1u, kMostJobs));
-    if (given("max-failures")) {
-        settings.max_failures = parse_number("max-failures", value("max-failures"), kMostFailures);
-    }
-    if (given("shard")) {
-        settings.shard = parse_shard(value("shard"));
-    }
-    settings.redo_changed = given("redo-changed");
-    settings.verify = given("verify");
-    settings.curves = given("no-curves") ? Curves::Omit : Curves::Tell;
-    text("audio-codec", settings.audio_codec);
-    if (given("audio-stream")) {
-        settings.audio_stream = parse_audio_stream(values["audio-stream"].as<std::string>());
-    }
-    settings.force = given("force");
-    settings.keep_mtime = given("keep-mtime");
-    settings.strict = given("strict");
-    settings.dry_run = given("dry-run");
-    settings.analyze = given("analyze");
-    settings.measure = !given("no-measure");
-    settings.listen = !given("no-listen");
-    settings.quiet = given("quiet");
-    settings.verbose = given("verbose");
-    settings.color = parse_when(values, "color");
-    settings.progress = parse_when(values, "progress");
-    for (const OptionRow& row : option_table()) {
-        if (row.group != OptionGroup::Tuning || !given(row.name)) {
-            continue;
-        }
-        settings.tuning.push_back("--" + row.name + "=" + values[row.name].as<std::string>());
-    }
+    read_places(words, settings);
+    read_amounts(words, settings);
+    read_switches(words, settings);
+    settings.tuning = tuning_words(words);
     refuse_contradictions(settings);
     return settings;
 }

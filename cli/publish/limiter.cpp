@@ -3,12 +3,24 @@
 #include <algorithm>
 #include <cmath>
 
+/*
+ * From peaks to gains: each frame asks for the gain that brings its peak to the ceiling. The least
+ * one of a window ahead is held, so that the gain is down before the peak comes; a one-pole release
+ * lets it up again. Two moving means in a row round the corners: a step becomes a smooth S, which
+ * adds no clicks, and since the window is as long as both means together, no peak is missed. The
+ * samples wait in a delay line for as long.
+ *
+ * The means run in integers. A running sum of doubles would drift, and after an hour the gain of a
+ * silent stretch would not be 1 any more.
+ */
+
 namespace cli {
 namespace {
 
 constexpr double kAlmostOne = 1 - 1e-6;  // a gain above it, 0.00001 dB, counts as no reduction
 constexpr double kFixedPoint = 1099511627776.0;  // 2^40 steps between 0 and 1
 
+/** At least one: a window of nothing has no least value. */
 std::size_t frames_in(double seconds, int sample_rate_hz) {
     return std::max<std::size_t>(1, static_cast<std::size_t>(seconds * sample_rate_hz));
 }
@@ -45,6 +57,8 @@ double Reductions::exceeded_by(double share) const {
     return 0;
 }
 
+// Values that a later one is below cannot be the least any more and go at once: each value comes
+// and goes once, whatever the window's length.
 double SlidingMinimum::next(double value) {
     const std::size_t size = ring_.size();
     while (held_ > 0 && ring_[(first_ + held_ - 1) % size].value >= value) {
@@ -117,6 +131,7 @@ void TruePeakLimiter::process(const double* samples, std::size_t frames, std::ve
     finder_.find(delayed_.data() + kept, frames, peaks_.data());
     for (std::size_t frame = 0; frame < frames; ++frame) {
         if (frames_at_rest_ >= frames_to_rest_ && peaks_[frame] <= ceiling_) {
+            // Nothing to limit, now or lately: the samples go out as they are.
             reductions_.add_untouched(frame >= frames_to_drop_ ? 1 : 0);
             continue;
         }

@@ -7,6 +7,14 @@
 #include "cli/audio/sound_file.h"
 #include "cli/publish/sinc.h"
 
+/*
+ * The wave between the samples, by a windowed sinc at kPhases points per frame, and between these
+ * by a parabola through three of them. Limiting needs the height within each frame, which meters
+ * that give one number for a file do not tell. Most stretches are far below the ceiling: how much
+ * any wave can rise above its samples follows from the filter's weights, and what cannot reach the
+ * ceiling is not interpolated at all.
+ */
+
 namespace cli {
 namespace {
 
@@ -30,6 +38,7 @@ TruePeakFinder::TruePeakFinder(int channels, double unnoticed)
     for (std::size_t phase = 0; phase < kPhases; ++phase) {
         auto& weights = weights_[phase];
         weights = sinc_weights(static_cast<double>(phase) / kPhases, kTaps);
+        // What samples of alternating signs, all at their most, would add up to.
         double sum = 0;
         for (double weight : weights) {
             sum += std::fabs(weight);
@@ -57,6 +66,7 @@ void TruePeakFinder::find_run(const double* samples, std::size_t frames, double*
         for (std::size_t i = 0; i < kKept + frames; ++i) {
             greatest = std::max(greatest, std::fabs(history[i]));
         }
+        // Else the zeros stand: whoever asks only wants to know what passes the ceiling.
         if (greatest * most_rise_ > unnoticed_) {
             find_channel(channel, frames, peaks);
         }

@@ -8,15 +8,22 @@
 
 #include "Common/version.h"
 
+/*
+ * The sentences that come first, on the screen, in the report and in the JSON: what was done, how
+ * even it is, and where it may go. They are made in one place so that all three say the same.
+ */
+
 namespace cli {
 namespace {
 
 using Json = nlohmann::ordered_json;
 
+/** Whole loudness units: a tenth of one tells nobody anything. */
 long whole_lu(const Loudness& loudness) {
     return std::lround(loudness.range_lu);
 }
 
+/** What the file sounds like now; null when nobody measured it. */
 const Loudness* measured(const FileFacts& facts) {
     if (facts.after) {
         return &*facts.after;
@@ -39,6 +46,7 @@ std::string evenness(const FileFacts& facts) {
     return fmt::format("The voices were {} LU apart; now {}.", before, after);
 }
 
+/** One sentence with its full stop. */
 std::string what_happened(const FileFacts& facts) {
     const std::string because = facts.cause.empty() ? "" : ": " + facts.cause;
     switch (facts.outcome) {
@@ -60,6 +68,7 @@ std::string what_happened(const FileFacts& facts) {
     return "";
 }
 
+/** "podcast: yes", or no with what is missing and the way to mend it. */
 std::string answer(const DestinationCheck& check, const FileFacts& facts) {
     std::string text = check.destination->word + ": ";
     if (check.met()) {
@@ -73,12 +82,14 @@ std::string answer(const DestinationCheck& check, const FileFacts& facts) {
     return text;
 }
 
+/** Thousandths, as all levels in the JSON; null where there is no distance, for silence. */
 Json miss_document(const Miss& miss) {
     return {{"what", miss.what},
             {"distance", std::isfinite(miss.by) ? Json(std::round(miss.by * 1000) / 1000) : Json()},
             {"unit", miss.unit}};
 }
 
+/** asked: the place was named by --for. */
 Json check_document(const DestinationCheck& check, const FileFacts& facts, bool asked) {
     Json misses = Json::array();
     for (const Miss& miss : check.misses) {
@@ -119,10 +130,12 @@ std::string remedy(const DestinationCheck& check, const FileFacts& facts) {
                     [](const Miss& miss) { return !std::isfinite(miss.by); })) {
         return "there is nothing to hear";
     }
+    // Nothing was done for this place yet: asking for it is the way.
     const std::string& word = check.destination->word;
     if (!facts.publishing || facts.publishing->destination != word) {
         return "--for " + word;
     }
+    // All was done, and it was not enough: the reason is in the recording.
     if (misses("noise floor")) {
         return "its pauses are too noisy for its speech; no gain mends that, a quieter recording "
                "or "
@@ -139,6 +152,7 @@ std::string remedy(const DestinationCheck& check, const FileFacts& facts) {
 
 std::string readiness(const FileFacts& facts, const std::vector<std::string>& asked) {
     std::vector<std::string> answers;
+    answers.reserve(std::max(asked.size(), destinations().size()));
     for (const std::string& word : asked) {
         answers.push_back(answer(check_file(*find_destination(word), facts), facts));
     }

@@ -4,12 +4,19 @@
 #include <cmath>
 #include <limits>
 
+/*
+ * From what the engine did to what a listener notices. The segmentation cuts finer than anybody
+ * hears: neighbours with nearly the same gain become one passage, and so does a short one with the
+ * neighbour whose gain is nearer. The gain of the last step, the same for the whole recording, is
+ * found by comparing before and after, and added, so that the passages show what they got in all.
+ */
+
 namespace cli {
 namespace {
 
-constexpr double kUnheardDb = 1.0;
-constexpr double kShortestSeconds = 1.5;
-constexpr double kQuietestSpeech = -50;  // LUFS; below it a change is that of noise
+constexpr double kUnheardDb = 1.0;        // between two gains
+constexpr double kShortestSeconds = 1.5;  // about a short sentence
+constexpr double kQuietestSpeech = -50;   // LUFS; below it a change is that of noise
 
 double seconds(const Passage& passage) {
     return passage.to_s - passage.from_s;
@@ -33,6 +40,7 @@ Passage joined(const Passage& first, const Passage& second) {
     return both;
 }
 
+/** From the front: what was joined is compared with what lies before it, too. */
 void join_alike(std::vector<Passage>& passages) {
     std::vector<Passage> result;
     for (const Passage& passage : passages) {
@@ -47,6 +55,7 @@ void join_alike(std::vector<Passage>& passages) {
     passages = result;
 }
 
+/** Each short passage goes to the neighbour whose gain is nearer, until none is left. */
 void join_short(std::vector<Passage>& passages) {
     for (std::size_t i = 0; i < passages.size() && passages.size() > 1;) {
         if (seconds(passages[i]) >= kShortestSeconds) {
@@ -61,6 +70,7 @@ void join_short(std::vector<Passage>& passages) {
         const std::size_t first = with_next ? i : i - 1;
         passages[first] = joined(passages[first], passages[first + 1]);
         passages.erase(passages.begin() + static_cast<std::ptrdiff_t>(first) + 1);
+        // What came of it may still be short.
         i = first;
     }
 }
@@ -75,6 +85,8 @@ double final_level_db(const FileFacts& facts) {
     const Curve& before = facts.before->short_term_lufs;
     const Curve& after = facts.after->short_term_lufs;
     const Curve& gain = facts.leveling->gain_db;
+    // What each moment got besides the leveling gain. The median does not mind those where the gate
+    // or a limited peak took part.
     std::vector<double> added;
     for (std::size_t i = 0; i < std::min(before.values.size(), after.values.size()); ++i) {
         const double at = static_cast<double>(i) * before.step_s / gain.step_s;
@@ -104,7 +116,7 @@ std::vector<Passage> heard_passages(const FileFacts& facts) {
     }
     join_alike(passages);
     join_short(passages);
-    join_alike(passages);
+    join_alike(passages);  // joining the short ones may have brought like ones together
     return passages;
 }
 
@@ -113,6 +125,7 @@ double most_different_s(const FileFacts& facts, double seconds) {
         return 0;
     }
     const Curve& gain = facts.leveling->gain_db;
+    // Where the gain varies most, the voices differ most: that stretch shows what leveling does.
     const auto window = static_cast<std::size_t>(seconds / gain.step_s);
     // Sums over the first values give the variance of any stretch.
     std::vector<double> sums = {0};

@@ -85,6 +85,7 @@ padding:1px 5px;border-radius:4px}
 std::string escape_html(const std::string& text) {
     std::string result;
     for (char c : printable(text)) {
+        // The five that mean something in text or in a quoted attribute.
         switch (c) {
             case '&':
                 result += "&amp;";

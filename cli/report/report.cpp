@@ -49,6 +49,7 @@ std::string channels_text(int channels) {
     return fmt::format("{} channels", channels);
 }
 
+/** As a reader would say it; the words of the JSON are for programs. */
 std::string outcome_text(const FileFacts& facts) {
     switch (facts.outcome) {
         case Outcome::Leveled:
@@ -77,6 +78,7 @@ std::string verdict_html(const std::string& text, const ReportOptions& options, 
     return fmt::format("<p class=\"verdict{}\">{}</p>\n", color, escape_html(text));
 }
 
+/** Name, verdict, what kind of file it is, where it went, and whatever went wrong or was odd. */
 std::string heading(const FileFacts& facts, const ReportOptions& options) {
     std::string text = fmt::format("<h1>{}</h1>\n", escape_html(name_of(facts)));
     text += verdict_html(verdict(facts, options.destinations), options,
@@ -97,57 +99,65 @@ std::string heading(const FileFacts& facts, const ReportOptions& options) {
     return text;
 }
 
+/** A level with one decimal. What has none is told in a word instead of an infinity. */
 std::string shown(double value) {
     return std::isfinite(value) ? decimal(value) : "silent";
 }
 
-std::string numbers(const FileFacts& facts) {
-    struct Row {
-        const char* title;
-        const char* unit;
-        double Loudness::*field;
-        const char* meaning;
-    };
+/** A measured figure: how it is called, and what it says to one who never measured anything. */
+struct Figure {
+    const char* title;
+    const char* unit;
+    double Loudness::*field;
+    const char* meaning;
+};
 
-    static const Row rows[] = {
-        {"Loudness", "LUFS", &Loudness::integrated_lufs,
-         "How loud the whole recording sounds on average, pauses left out. Nearer to 0 is louder."},
-        {"Loudness range", "LU", &Loudness::range_lu,
-         "How far its quiet and its loud stretches lie apart. Small is easy to follow in a car or "
-         "on a train."},
-        {"True peak", "dBTP", &Loudness::true_peak_dbtp,
-         "The highest point of the sound wave, also between two samples. Above −1 a player or an "
-         "encoder may distort it."},
-        {"Sample peak", "dBFS", &Loudness::sample_peak_dbfs,
-         "The largest single sample. 0 is the most that a file can hold."},
-        {"RMS level", "dBFS", &Loudness::rms_dbfs,
-         "The average power of all samples, pauses included, as audiobook shops measure it."},
-        {"Pauses", "dBFS", &Loudness::pauses_dbfs,
-         "The level of the quietest half second: what is heard when nobody speaks."},
-    };
+constexpr Figure kFigures[] = {
+    {"Loudness", "LUFS", &Loudness::integrated_lufs,
+     "How loud the whole recording sounds on average, pauses left out. Nearer to 0 is louder."},
+    {"Loudness range", "LU", &Loudness::range_lu,
+     "How far its quiet and its loud stretches lie apart. Small is easy to follow in a car or "
+     "on a train."},
+    {"True peak", "dBTP", &Loudness::true_peak_dbtp,
+     "The highest point of the sound wave, also between two samples. Above −1 a player or an "
+     "encoder may distort it."},
+    {"Sample peak", "dBFS", &Loudness::sample_peak_dbfs,
+     "The largest single sample. 0 is the most that a file can hold."},
+    {"RMS level", "dBFS", &Loudness::rms_dbfs,
+     "The average power of all samples, pauses included, as audiobook shops measure it."},
+    {"Pauses", "dBFS", &Loudness::pauses_dbfs,
+     "The level of the quietest half second: what is heard when nobody speaks."},
+};
+
+/** value may hold markup; all four are texts of ours. */
+std::string card(const char* title,
+                 const std::string& value,
+                 const char* unit,
+                 const char* meaning) {
+    return fmt::format(
+        "<div class=\"number\"><h3>{}</h3><div class=\"value\">{} <small>{}</small></div><p>{}"
+        "</p></div>\n",
+        title, value, unit, meaning);
+}
+
+std::string numbers(const FileFacts& facts) {
     std::string text = "<h2>Numbers</h2>\n<div class=\"numbers\">\n";
-    const auto card = [&](const char* title, const std::string& value, const char* unit,
-                          const char* meaning) {
-        text += fmt::format(
-            "<div class=\"number\"><h3>{}</h3><div class=\"value\">{} "
-            "<small>{}</small></div><p>{}</p></div>\n",
-            title, value, unit, meaning);
-    };
-    for (const Row& row : rows) {
-        std::string value = shown((*facts.before).*row.field);
+    for (const Figure& figure : kFigures) {
+        std::string value = shown((*facts.before).*figure.field);
         if (facts.after) {
-            value = fmt::format("<small>{} →</small> {}", value, shown((*facts.after).*row.field));
+            value =
+                fmt::format("<small>{} →</small> {}", value, shown((*facts.after).*figure.field));
         }
-        card(row.title, value, row.unit, row.meaning);
+        text += card(figure.title, value, figure.unit, figure.meaning);
     }
     if (facts.leveling) {
-        card(
-            "Leveling gain",
-            fmt::format("{:+.1f} <small>({:+.1f} to {:+.1f})</small>", facts.leveling->mean_gain_db,
-                        facts.leveling->least_gain_db, facts.leveling->greatest_gain_db),
-            "dB",
-            "What leveling added on average (and at least and at most) to bring the passages "
-            "together, before the whole got its final level.");
+        const Leveling& gain = *facts.leveling;
+        text += card("Leveling gain",
+                     fmt::format("{:+.1f} <small>({:+.1f} to {:+.1f})</small>", gain.mean_gain_db,
+                                 gain.least_gain_db, gain.greatest_gain_db),
+                     "dB",
+                     "What leveling added on average (and at least and at most) to bring the "
+                     "passages together, before the whole got its final level.");
     }
     return text + "</div>\n";
 }
@@ -159,6 +169,7 @@ std::string standing(const FileFacts& facts, const Destination& destination) {
     if (!check.met()) {
         const std::string way = remedy(check, facts);
         text = fmt::format("<span class=\"off\">✗ not yet:</span> {} ", check.words());
+        // What can be typed is set as code.
         text += way.rfind("--", 0) == 0
                     ? fmt::format("<span class=\"remedy\">→ <code>{}</code></span>", way)
                     : fmt::format("<span class=\"soft\">({})</span>", way);
@@ -185,6 +196,7 @@ std::string destination_row(const FileFacts& facts, const Destination& destinati
                        result);
 }
 
+/** Every place that is known, whether it was asked for or not. */
 std::string destinations_table(const FileFacts& facts) {
     std::string text =
         "<h2>Where it may go</h2>\n<table class=\"stack destinations\">\n<thead><tr>"
@@ -201,6 +213,7 @@ std::string destinations_table(const FileFacts& facts) {
     return text + "</tbody>\n</table>\n";
 }
 
+/** The passages as they are heard, with the gain that each got in the end. */
 std::string passages(const FileFacts& facts) {
     const std::vector<Passage> rows = heard_passages(facts);
     if (rows.empty()) {
@@ -232,6 +245,7 @@ std::string passages(const FileFacts& facts) {
         title, table);
 }
 
+/** Which norms the numbers follow, and which version wrote them, for who compares later. */
 std::string footer() {
     return std::string("<footer>Loudness after ITU-R BS.1770 and EBU R 128. Written by quorvane ") +
            kVersion + ".</footer>\n";
@@ -264,6 +278,7 @@ std::string link_to(const std::string& name) {
     return link;
 }
 
+/** Ready, or what is missing in few words; the way to mend it is on the file's page. */
 std::string destination_cell(const FileFacts& facts, const Destination& destination) {
     if (!facts.before) {
         return "<td></td>";
@@ -274,6 +289,26 @@ std::string destination_cell(const FileFacts& facts, const Destination& destinat
                                    : "<span class=\"off\">✗</span> " + check.words());
 }
 
+/** What became of the file, in the color of that, and why. */
+std::string result_cell(const FileFacts& facts) {
+    const bool fine = facts.outcome == Outcome::Leveled || facts.outcome == Outcome::Analyzed ||
+                      facts.outcome == Outcome::UpToDate;
+    const char* color = fine ? "met" : facts.outcome == Outcome::Failed ? "off" : "soft";
+    std::string result = fmt::format("<span class=\"{}\">{}</span>", color, outcome_text(facts));
+    if (!facts.cause.empty()) {
+        result += fmt::format("<br><span class=\"soft\">{}</span>", escape_html(facts.cause));
+    }
+    return "<td>" + result + "</td>";
+}
+
+/** The label is shown where the table has become a stack of lines; an empty value has none. */
+std::string number_cell(const char* label, const std::string& value, const char* unit) {
+    return value.empty()
+               ? std::string("<td class=\"n\"></td>")
+               : fmt::format("<td class=\"n\" data-label=\"{}\">{} {}</td>", label, value, unit);
+}
+
+/** page: the file's own, to link to; empty for one that was not measured. */
 std::string index_row(const FileFacts& facts,
                       const std::string& page,
                       const ReportOptions& options) {
@@ -288,42 +323,24 @@ std::string index_row(const FileFacts& facts,
         }
         return text;
     };
-    const bool fine = facts.outcome == Outcome::Leveled || facts.outcome == Outcome::Analyzed ||
-                      facts.outcome == Outcome::UpToDate;
-    std::string result = fmt::format("<span class=\"{}\">{}</span>",
-                                     fine                               ? "met"
-                                     : facts.outcome == Outcome::Failed ? "off"
-                                                                        : "soft",
-                                     outcome_text(facts));
-    if (!facts.cause.empty()) {
-        result += fmt::format("<br><span class=\"soft\">{}</span>", escape_html(facts.cause));
-    }
     std::string row = fmt::format(
-        "<tr><td>{}</td><td>{}</td>",
-        page.empty() ? name : fmt::format("<a href=\"{}\">{}</a>", link_to(page), name), result);
+        "<tr><td>{}</td>",
+        page.empty() ? name : fmt::format("<a href=\"{}\">{}</a>", link_to(page), name));
+    row += result_cell(facts);
     for (const std::string& word : options.destinations) {
         row += destination_cell(facts, *find_destination(word));
     }
-    const auto cell = [&](const char* label, const std::string& value, const char* unit) {
-        row += value.empty() ? std::string("<td class=\"n\"></td>")
-                             : fmt::format("<td class=\"n\" data-label=\"{}\">{} {}</td>", label,
-                                           value, unit);
-    };
-    cell("Loudness", both(&Loudness::integrated_lufs), "LUFS");
-    cell("Range", both(&Loudness::range_lu), "LU");
-    cell("True peak", both(&Loudness::true_peak_dbtp), "dBTP");
-    cell("Leveling gain",
-         facts.leveling
-             ? fmt::format("{:+.1f} ({:+.1f} to {:+.1f})", facts.leveling->mean_gain_db,
-                           facts.leveling->least_gain_db, facts.leveling->greatest_gain_db)
-             : std::string(),
-         "dB");
+    row += number_cell("Loudness", both(&Loudness::integrated_lufs), "LUFS");
+    row += number_cell("Range", both(&Loudness::range_lu), "LU");
+    row += number_cell("True peak", both(&Loudness::true_peak_dbtp), "dBTP");
+    row += number_cell("Leveling gain", facts.leveling ? gain_text(*facts.leveling) : "", "dB");
     return row + "</tr>\n";
 }
 
 /** Whether a page has an index beside it. */
 enum class Place { Alone, InFolder };
 
+/** A whole page. What was not measured has its heading alone. */
 std::string page_of(const FileFacts& facts, const ReportOptions& options, Place place) {
     std::string body = place == Place::InFolder
                            ? "<p class=\"back\"><a href=\"index.html\">← All files</a></p>\n"
@@ -341,6 +358,7 @@ std::string page_of(const FileFacts& facts, const ReportOptions& options, Place 
     return html_page(name_of(facts), body + footer());
 }
 
+/** rows: one for each of the files, made while they finished. */
 std::string index_page(const std::vector<FileFacts>& files,
                        const std::string& rows,
                        const ReportOptions& options) {
@@ -371,7 +389,6 @@ std::string report_page(const FileFacts& facts, const ReportOptions& options) {
 
 ReportWriter::ReportWriter(const std::string& path, std::size_t count, ReportOptions options)
     : path_(path),
-      count_(count),
       options_(std::move(options)),
       folder_(count != 1 || path.back() == '/' || fs::is_directory(path)) {}
 

@@ -25,6 +25,7 @@ class ReportWriter {
     /** count: how many files there will be. */
     ReportWriter(const std::string& path, std::size_t count, ReportOptions options = {});
 
+    /** The next file: its page, where it was measured, and its row of the index. */
     void add(const FileFacts& facts);
 
     /** Writes index.html. Returns the path of the page to open first. */
@@ -32,7 +33,6 @@ class ReportWriter {
 
   private:
     std::filesystem::path path_;
-    std::size_t count_;
     ReportOptions options_;
     bool folder_;
     std::set<std::string> taken_ = {"index.html"};  // names of pages, lower case

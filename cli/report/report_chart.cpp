@@ -36,10 +36,12 @@ struct Scale {
     }
 };
 
+/** A drawing over the length of one recording. */
 class Plot {
   public:
     Plot(const FileFacts& facts, Scale scale) : facts_(facts), scale_(scale) {}
 
+    /** css: the line's class, which gives it its color. */
     std::string curve(const Curve& curve, const char* css) const {
         std::string path;
         bool drawing = false;
@@ -57,6 +59,9 @@ class Plot {
         return fmt::format("<path class=\"{}\" d=\"{}\"/>\n", css, path);
     }
 
+    /**
+     * A band from top to bottom for each passage, with its numbers for a mouse that rests there.
+     */
     std::string passages() const {
         std::string spans;
         for (const Passage& passage : heard_passages(facts_)) {
@@ -74,6 +79,9 @@ class Plot {
         return spans;
     }
 
+    /**
+     * Level lines at the scale's steps; the one at 0 is stronger where there is an above and below.
+     */
     std::string lines() const {
         std::string result;
         // The sum of steps may pass the top by rounding; the last line is wanted all the same.
@@ -86,6 +94,9 @@ class Plot {
         return result;
     }
 
+    /**
+     * The drawing with its numbers beside it, the times below and a caption, which may hold markup.
+     */
     std::string figure(const char* css,
                        const std::string& description,
                        const std::string& caption,
@@ -115,11 +126,13 @@ class Plot {
     Scale scale_;
 };
 
+/** An entry of the legend; color is one of the style sheet's names. */
 std::string key(const char* color, const char* text) {
     return fmt::format("<span class=\"key\"><i style=\"background:var(--{})\"></i>{}</span>\n",
                        color, text);
 }
 
+/** Takes the curve's values into the range; silence has none. */
 void widen(const Curve& curve, double& low, double& high) {
     for (double value : curve.values) {
         if (!std::isfinite(value)) {

@@ -24,6 +24,7 @@ void attempt(std::unique_ptr<Writer>& writer,
     }
 }
 
+// As the messages name them.
 constexpr const char* kJson = "JSON file";
 constexpr const char* kReport = "report";
 
@@ -46,6 +47,7 @@ ResultFiles::ResultFiles(const Settings& settings, std::size_t count)
 ResultFiles::~ResultFiles() = default;
 
 void ResultFiles::add(std::size_t index, FileFacts facts) {
+    // Curves and passages are kept for whoever writes them; nobody else needs them.
     if (!json_ && !report_) {
         strip_details(facts);
     }
@@ -57,6 +59,7 @@ void ResultFiles::add(std::size_t index, FileFacts facts) {
 }
 
 void ResultFiles::write(std::size_t index) {
+    // A writer that has failed is gone by now: the other one goes on.
     FileFacts& facts = files_[index];
     if (report_) {
         attempt(report_, kReport, problems_, [&] { report_->add(facts); });

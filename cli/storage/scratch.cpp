@@ -14,6 +14,12 @@
 #include <new>
 #include <system_error>
 
+/*
+ * A run's temporary files lie in a folder of its own, which it locks. A process that is killed
+ * loses its lock with its life: whoever finds a folder of ours that is not locked may remove it,
+ * and the next run does. No process id is trusted for that, since they are used again.
+ */
+
 namespace cli {
 namespace fs = std::filesystem;
 
@@ -23,6 +29,7 @@ constexpr const char* kPrefix = "quorvane-";
 constexpr const char* kLock = "lock";
 constexpr const char* kNewLock = "lock.new";
 
+/** A real folder of this user; a link of that name could lead anywhere. */
 bool is_mine(const fs::path& path) {
     struct stat status {};
 

@@ -38,6 +38,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
+/** With the reason of the call that failed last. */
 [[noreturn]] void fail(const std::string& path) {
     throw std::system_error(errno, std::generic_category(), path);
 }
@@ -47,6 +48,7 @@ fs::path folder_of(const std::string& path) {
     return folder.empty() ? fs::path(".") : folder;
 }
 
+/** The hidden files of unfinished outputs in a folder; none where it cannot be read. */
 std::vector<fs::path> parts(const fs::path& folder, const std::string& prefix) {
     std::vector<fs::path> found;
     std::error_code error;
@@ -72,6 +74,8 @@ void copy_attributes(int from, int to) {
     for (std::size_t at = 0; at < names.size();) {
         const std::string name = names.c_str() + at;
         at += name.size() + 1;
+        // What a user or the sharing of a folder has set. Others, such as file capabilities, are
+        // not for a new file.
         if (name.rfind("user.", 0) != 0 && name != "system.posix_acl_access") {
             continue;
         }
@@ -108,6 +112,7 @@ StagedOutput::StagedOutput(const std::string& destination) : destination_(destin
     do {
         path_ = part_path(destination);
         file_ = open(path_.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+        // A name that somebody has taken meanwhile: the next one is another.
     } while (file_ < 0 && errno == EEXIST);
     if (file_ < 0) {
         fail(folder.string());
@@ -116,6 +121,7 @@ StagedOutput::StagedOutput(const std::string& destination) : destination_(destin
 }
 
 StagedOutput::~StagedOutput() {
+    // Not committed: an error, or nothing to write.
     if (!path_.empty()) {
         unlink(path_.c_str());
     }
@@ -141,6 +147,7 @@ void StagedOutput::take_protection_of(const std::string& other) {
     if (!source.is_open() || fstat(source.get(), &status) != 0) {
         fail(other);
     }
+    // A group that this user is not in cannot be given.
     const bool same_group =
         fchown(file_, static_cast<uid_t>(-1), status.st_gid) == 0 || status.st_gid == getegid();
     copy_attributes(source.get(), file_);
@@ -200,6 +207,7 @@ void remove_stale_parts(const std::string& folder, const std::set<std::string>& 
     }
     for (const fs::path& part : parts(folder, ".")) {
         const std::string name = part.filename().string();
+        // ".talk-leveled.wav" and what follows the part's word: only outputs of this run are swept.
         const std::size_t word = name.rfind(kPartWord);
         if (word == std::string::npos ||
             prefixes.count(name.substr(0, word + std::strlen(kPartWord))) == 0) {
@@ -209,6 +217,7 @@ void remove_stale_parts(const std::string& folder, const std::set<std::string>& 
         if (file < 0) {
             continue;
         }
+        // Nobody writes it any more. Who does holds the lock.
         if (try_lock(file)) {
             unlink(part.c_str());
         }
@@ -217,6 +226,7 @@ void remove_stale_parts(const std::string& folder, const std::set<std::string>& 
 }
 
 void remove_own_parts(const std::string& destination) {
+    // Parts bear the process id, which tells those of this process from its neighbours'.
     const std::string prefix = fmt::format("{}{}-", part_prefix(destination), getpid());
     for (const fs::path& part : parts(folder_of(destination), prefix)) {
         unlink(part.c_str());

@@ -29,6 +29,7 @@ constexpr auto kDrawEvery = std::chrono::milliseconds(100);
 constexpr double kLeastFraction = 0.04;
 constexpr double kLeastSeconds = 0.7;
 
+/** The terminal's size, else what COLUMNS says, else a usual one: a pipe has no size. */
 winsize size_of(FILE* stream) {
     winsize size{};
     if (ioctl(fileno(stream), TIOCGWINSZ, &size) != 0 || size.ws_col == 0) {
@@ -44,14 +45,17 @@ winsize size_of(FILE* stream) {
     return size;
 }
 
+/** What the user asked for; by_itself decides for "auto". */
 bool wanted(When when, bool by_itself) {
     return when == When::Always || (when == When::Auto && by_itself);
 }
 
+/** After the locale, which the program takes over at its start. */
 bool unicode_terminal() {
     return strcmp(nl_langinfo(CODESET), "UTF-8") == 0;
 }
 
+/** Full cells only: a bar never looks finished before it is. */
 std::string drawn_bar(double fraction, std::size_t columns, bool unicode) {
     const auto full = static_cast<std::size_t>(fraction * static_cast<double>(columns));
     std::string bar;
@@ -61,6 +65,7 @@ std::string drawn_bar(double fraction, std::size_t columns, bool unicode) {
     return bar;
 }
 
+/** The log is read in editors, too: a color there is an escape sequence that ends with "m". */
 std::string without_colors(const std::string& text) {
     std::string plain;
     for (std::size_t i = 0; i < text.size(); ++i) {
@@ -84,9 +89,11 @@ Screen::Screen(const Settings& settings) : quiet_(settings.quiet), log_(nullptr,
                 fmt::format("--log {} cannot be written: {}", settings.log, strerror(errno)));
         }
     }
+    // JSON has the standard output to itself: another program is reading it.
     out_ = settings.json_on_standard_output() ? stderr : stdout;
     out_is_terminal_ = isatty(fileno(out_));
     const char* term = getenv("TERM");
+    // "dumb" knows no escape sequences; NO_COLOR is the convention of no-color.org.
     const bool dumb = term && strcmp(term, "dumb") == 0;
     color_ = wanted(settings.color, out_is_terminal_ && !dumb && !getenv("NO_COLOR"));
     bars_ = !quiet_ && wanted(settings.progress, isatty(STDERR_FILENO) && !dumb);
@@ -111,6 +118,7 @@ void Screen::log(const std::string& text) const {
     }
     const std::time_t now = std::time(nullptr);
     std::tm parts{};
+    // UTC, so that logs of several machines can be put together.
     gmtime_r(&now, &parts);
     char time[32];
     std::strftime(time, sizeof time, "%Y-%m-%dT%H:%M:%SZ ", &parts);
@@ -163,6 +171,7 @@ void Screen::draw(const std::vector<Bar>& bars, const Bar& whole) {
     const winsize size = size_of(stderr);
     // One column less: a full line makes some terminals wrap.
     const std::size_t columns = size.ws_col > 1 ? size.ws_col - 1u : 1u;
+    // Rows for files: what has scrolled out of the screen could not be wiped any more.
     const std::size_t most = size.ws_row > 3 ? size.ws_row - 3u : 1u;
     const bool unicode = unicode_terminal();
     std::vector<std::string> lines;
@@ -185,12 +194,14 @@ void Screen::draw(const std::vector<Bar>& bars, const Bar& whole) {
 }
 
 std::string bar_line(const Screen::Bar& bar, std::size_t columns, bool unicode) {
+    // Columns beyond which a longer name or bar tells nothing more.
     constexpr std::size_t kMostName = 36;
     constexpr std::size_t kMostBar = 40;
     const double fraction = std::clamp(bar.fraction, 0.0, 1.0);
     const std::string percent = fmt::format("{:3}%", static_cast<int>(fraction * 100));
     std::string left;
     if (fraction >= kLeastFraction && bar.elapsed_s >= kLeastSeconds && fraction < 1) {
+        // As if the rest went as fast as what is done.
         left = clock_text(bar.elapsed_s / fraction * (1 - fraction)) + " left";
     }
     const std::string end = fmt::format(" {} {:>12}", percent, left);

@@ -18,13 +18,15 @@
 namespace cli {
 namespace {
 
-constexpr std::size_t kNumberColumns = 5;
+// Widths, in columns of the terminal.
+constexpr std::size_t kNumberColumns = 5;  // "-70.0"
 constexpr std::size_t kSingleColumns = 9;  // where each number has a title of its own
 constexpr std::size_t kLeastNameColumns = 13;
 constexpr std::size_t kMostNameColumns = 48;
 
 using Value = std::function<std::string(const FileFacts&)>;
 
+/** A number of the table: two lines of heading, or three where numbers come in pairs. */
 struct Column {
     const char* group;  // empty: belongs to the group on its left
     const char* unit;
@@ -32,18 +34,21 @@ struct Column {
     Value value;
 };
 
+/** A measured number with one decimal; "-" where the file has none. */
 Value of(std::optional<Loudness> FileFacts::*when, double Loudness::*field) {
     return [=](const FileFacts& facts) {
         return facts.*when ? decimal((*(facts.*when)).*field) : std::string("-");
     };
 }
 
+/** A gain with its sign. */
 Value of(double Leveling::*field) {
     return [=](const FileFacts& facts) {
         return facts.leveling ? fmt::format("{:+.1f}", (*facts.leveling).*field) : std::string("-");
     };
 }
 
+/** Where no file has an after, nothing was leveled: single numbers, and more of them. */
 std::vector<Column> columns_for(const std::vector<FileFacts>& files) {
     const auto before = &FileFacts::before;
     const auto after = &FileFacts::after;
@@ -70,16 +75,19 @@ std::vector<Column> columns_for(const std::vector<FileFacts>& files) {
             {"", "", "most", of(&Leveling::greatest_gain_db)}};
 }
 
+/** Flush right, by what the text takes on the screen and not by its bytes. */
 std::string right(const std::string& text, std::size_t columns) {
     const std::size_t width = display_width(text);
     return std::string(columns > width ? columns - width : 0, ' ') + text;
 }
 
+/** Spaces at a line's end wrap in a terminal that is made narrower. */
 std::string trimmed(std::string line) {
     line.erase(line.find_last_not_of(' ') + 1);
     return line + "\n";
 }
 
+/** A line for each file. shared: bytes at the start of every path that are not shown. */
 std::string wide_table(const std::vector<FileFacts>& files,
                        const std::vector<Column>& columns,
                        std::size_t name_columns,
@@ -89,6 +97,7 @@ std::string wide_table(const std::vector<FileFacts>& files,
     std::string units = groups;
     std::string titles = fit("File", name_columns);
     for (std::size_t i = 0; i < columns.size(); ++i) {
+        // A group's title and unit stand over all of its columns.
         std::size_t span = 1;
         while (i + span < columns.size() && !*columns[i + span].group) {
             ++span;
@@ -129,12 +138,14 @@ std::size_t shared_folder(const std::vector<FileFacts>& files) {
         while (same < most && (*first)[same] == facts.input[same]) {
             ++same;
         }
+        // Whole folders only: "a/talk-1" and "a/talk-2" share "a/".
         const std::size_t slash = same ? facts.input.rfind('/', same - 1) : std::string::npos;
         shared = slash == std::string::npos ? 0 : slash + 1;
     }
     return first ? shared : 0;
 }
 
+/** A few lines for each file, for a terminal in which the table has no room. */
 std::string narrow_table(const std::vector<FileFacts>& files, std::size_t columns) {
     constexpr std::size_t kIndent = 2;
     std::string table;
@@ -159,10 +170,7 @@ std::string narrow_table(const std::vector<FileFacts>& files, std::size_t column
         add("true peak", both(&Loudness::true_peak_dbtp), "dBTP");
         add("peak", both(&Loudness::sample_peak_dbfs), "dBFS");
         if (facts.leveling) {
-            add("gain",
-                fmt::format("{:+.1f} ({:+.1f} to {:+.1f})", facts.leveling->mean_gain_db,
-                            facts.leveling->least_gain_db, facts.leveling->greatest_gain_db),
-                "dB");
+            add("gain", gain_text(*facts.leveling), "dB");
         }
     }
     return table;
@@ -195,6 +203,11 @@ std::string decimal(double value) {
     return fmt::format("{:.1f}", std::fabs(value) < 0.05 ? 0.0 : value);
 }
 
+std::string gain_text(const Leveling& leveling) {
+    return fmt::format("{:+.1f} ({:+.1f} to {:+.1f})", leveling.mean_gain_db,
+                       leveling.least_gain_db, leveling.greatest_gain_db);
+}
+
 std::string loudness_table(const std::vector<FileFacts>& files, std::size_t columns) {
     const std::size_t shared = shared_folder(files);
     std::size_t longest = 0;
@@ -207,9 +220,11 @@ std::string loudness_table(const std::vector<FileFacts>& files, std::size_t colu
         return "";
     }
     const std::vector<Column> table_columns = columns_for(files);
+    // As wide as the longest name needs, within limits; the numbers come first.
     const std::size_t wanted = std::clamp(longest, kLeastNameColumns, kMostNameColumns);
     const bool pairs = table_columns.front().title[0] != '\0';
     std::size_t number_columns = pairs ? kNumberColumns : kSingleColumns;
+    // Two columns of air for each number where there is room for them.
     if (table_columns.size() * (number_columns + 3) + wanted <= columns) {
         number_columns += 2;
     }
@@ -222,6 +237,7 @@ std::string loudness_table(const std::vector<FileFacts>& files, std::size_t colu
 }
 
 std::string counts(const std::vector<FileFacts>& files) {
+    // What did not happen is not mentioned.
     std::vector<std::string> parts;
     const auto add = [&](Outcome outcome, const char* text) {
         const auto count = std::count_if(files.begin(), files.end(), [&](const FileFacts& facts) {
@@ -243,6 +259,7 @@ std::string counts(const std::vector<FileFacts>& files) {
 }
 
 std::string finished_line(const FileFacts& facts, const Screen& screen) {
+    // Names come from outside: nothing in them may move the cursor or change colors.
     const std::string input = printable(facts.input);
     const std::string output = printable(facts.output);
     switch (facts.outcome) {

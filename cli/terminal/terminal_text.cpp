@@ -44,6 +44,7 @@ std::vector<Glyph> glyphs_of(const std::string& text) {
     for (std::size_t i = 0; i < text.size();) {
         const auto byte = [&](std::size_t at) { return static_cast<unsigned char>(text[at]); };
         const unsigned lead = byte(i);
+        // The lead byte tells how many belong to the sign; what follows must begin with bits 10.
         const std::size_t wanted = lead < 0xC0 || lead > 0xF7 ? 1
                                    : lead < 0xE0              ? 2
                                    : lead < 0xF0              ? 3
@@ -54,6 +55,7 @@ std::vector<Glyph> glyphs_of(const std::string& text) {
              ++length) {
             code = code << 6 | (byte(i + length) & 0x3Fu);
         }
+        // Signs of East Asia take two columns, combining ones none.
         const int columns = wcwidth(static_cast<wchar_t>(code));
         glyphs.push_back({text.substr(i, length),
                           columns < 0 ? 1 : static_cast<std::size_t>(columns), code,
@@ -90,6 +92,8 @@ std::string fit(const std::string& text, std::size_t columns) {
         return "";
     }
     const std::vector<Glyph> glyphs = glyphs_of(text);
+    // One column for the sign of what is missing. A sign of two columns may not fit: then there is
+    // a space more at the end.
     const std::size_t tail_columns = (columns - 1) / 2;
     std::string head;
     std::size_t head_width = 0;
