@@ -1,5 +1,7 @@
 /*
- * quorvane-step: runs one step of the engine by itself, for people who debug it.
+ * quorvane-step: runs one step of the engine by itself, for people who debug it. Each gets its
+ * words as they are, with its own name in front, as the driver would call it; so its parser, its
+ * messages and its files are those of a whole run. What a step returns becomes the exit status.
  */
 
 #include <boost/lexical_cast.hpp>
@@ -64,6 +66,7 @@ int ignore_progress(void* /*context*/, float /*fraction*/) {
 int run_highpass(int argc, const char** argv) {
     const double level_db = highpass::_tmain(argc, argv);
     std::printf("%.17g\n", level_db);
+    // 0.0 is the step's way to say that it failed.
     return level_db < 0.0 ? 0 : 1;
 }
 
@@ -72,6 +75,7 @@ int run_segment(int argc, const char** argv) {
     if (argc < 4) {
         return usage("segment needs three files");
     }
+    // Both are written anew: an input under one of these names would be gone.
     require_other_file(argv[1], argv[2]);
     require_other_file(argv[1], argv[3]);
     std::ifstream values(argv[1]);
@@ -81,8 +85,6 @@ int run_segment(int argc, const char** argv) {
     }
     std::ostringstream text;
     text << values.rdbuf();
-    require_other_file(argv[1], argv[2]);
-    require_other_file(argv[1], argv[3]);
     std::ofstream fit(argv[2]);
     std::ofstream breaks(argv[3]);
     std::vector<const char*> words{argv[0]};
