@@ -172,7 +172,11 @@ int worker_main() {
     std::thread(watch, std::cref(job), std::ref(claim), parent).detach();
     const FileFacts facts = work_on(job, claim, ProgressEvents());
     fflush(nullptr);
+    remove_tree(job.scratch);  // not left to the parent, which may be killed any moment
     write_line(dump({{"facts", to_json(facts)}}));
+    while (getppid() != parent) {
+        pause();  // the other thread clears up what the parent has left, and ends the process
+    }
     return facts.outcome == Outcome::Failed ? 1 : 0;
 }
 

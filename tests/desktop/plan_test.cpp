@@ -78,7 +78,7 @@ void PlanTest::outputs_are_looked_at_before_anything_is_done() {
         files[fs::path(file.input).filename().string()] = file;
     }
     QCOMPARE(plan.not_audio, (std::vector<std::string>{folder / "notes.txt"}));
-    QCOMPARE(files.size(), std::size_t(9));
+    QCOMPARE(files.size(), std::size_t(10));
     QCOMPARE(files["new.wav"].existing, Existing::Nothing);
     QCOMPARE(files["done.wav"].existing, Existing::UpToDate);
     QCOMPARE(files["old.wav"].existing, Existing::Other);
