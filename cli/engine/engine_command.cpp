@@ -124,6 +124,7 @@ void deliver(const std::string& input,
     if (stat(input.c_str(), &status) == 0) {
         chmod(staged.path().c_str(), status.st_mode & 0777);  // no more open than the input
     }
+    staged.sync();
     staged.commit(true);
     boost::system::error_code ignored;
     fs::remove(final_file, ignored);  // it is to be moved: nothing of it stays among kept files

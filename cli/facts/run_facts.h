@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
@@ -36,6 +37,12 @@ struct Loudness {
     Curve short_term_lufs;
     double greatest_momentary_lufs = 0;  // of 400 ms; for the file's own metadata, not in JSON
 };
+
+/**
+ * Gives the loudness of a file when it is asked for, null where nobody measures it. The call may
+ * wait for a measurement that is under way, and throws what went wrong with it.
+ */
+using LoudnessSource = std::function<const Loudness*()>;
 
 /** One stretch of steady loudness, as the segmentation found it. */
 struct Passage {

@@ -97,10 +97,10 @@ void add_history(Bytes& chunk, const std::string& audio) {
 
 }  // namespace
 
-Bytes with_new_loudness(Bytes chunk, const Loudness* loudness, const std::string& audio) {
+Bytes with_new_loudness(Bytes chunk, const LoudnessSource& loudness, const std::string& audio) {
     if (chunk.size() >= kLoudness + std::size_t{2} * kFields &&
         get_number(chunk, kVersion, 2, false) >= 2) {
-        put_loudness(chunk, loudness);
+        put_loudness(chunk, loudness());
     }
     if (chunk.size() >= kHistory) {
         add_history(chunk, audio);

@@ -10,9 +10,9 @@ namespace cli {
 /**
  * The content of a `bext` chunk (EBU Tech 3285) as it belongs to the new audio, a file that
  * libsndfile reads: with one more line of coding history, and from version 2 on the loudness, or
- * "not set" where `loudness` is null; the greatest momentary loudness where the chunk had one. What
- * is too short to hold these fields stays.
+ * "not set" where there is none; the greatest momentary loudness where the chunk had one. What is
+ * too short to hold these fields stays.
  */
-Bytes with_new_loudness(Bytes chunk, const Loudness* loudness, const std::string& audio);
+Bytes with_new_loudness(Bytes chunk, const LoudnessSource& loudness, const std::string& audio);
 
 }  // namespace cli

@@ -66,7 +66,7 @@ class MetadataCopier {
 bool copy_chunks(const std::string& metadata_from,
                  const std::string& audio_from,
                  const std::string& to,
-                 const Loudness* loudness) {
+                 const LoudnessSource& loudness) {
     ByteFile old_file(metadata_from, "rb");
     ByteFile audio_file(audio_from, "rb");
     const Layout old_layout = layout_of(old_file);

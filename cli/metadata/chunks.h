@@ -14,7 +14,7 @@ namespace cli {
  * The chunks that describe the samples come from the audio file. Left out of the metadata are fill
  * chunks, overviews of the old waveform, and gains for players in an `id3 ` chunk. A `bext` chunk
  * gets a line of coding history and, from version 2 on, the loudness values of the new audio, or
- * "not set" when `loudness` is null.
+ * "not set" when there are none; `loudness` is asked for nothing else.
  *
  * Returns false, writing nothing, when the files are not of one such container. Throws
  * std::system_error when a file cannot be read or written, std::runtime_error when the result would
@@ -26,6 +26,6 @@ namespace cli {
 bool copy_chunks(const std::string& metadata_from,
                  const std::string& audio_from,
                  const std::string& to,
-                 const Loudness* loudness);
+                 const LoudnessSource& loudness);
 
 }  // namespace cli

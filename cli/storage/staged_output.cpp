@@ -88,7 +88,7 @@ void copy_attributes(int from, int to) {
 #endif
 }
 
-void sync(int file, const std::string& path) {
+void require_on_disk(int file, const std::string& path) {
     if (!sync_to_disk(file)) {
         fail(path);
     }
@@ -136,7 +136,16 @@ void StagedOutput::fill_from(const std::string& from) {
     if (!copy_all(source.get(), file_)) {
         fail(destination_);
     }
-    sync(file_, destination_);
+}
+
+void StagedOutput::keep_private() {
+    if (fchmod(file_, S_IRUSR | S_IWUSR) != 0) {
+        fail(destination_);
+    }
+}
+
+void StagedOutput::sync() {
+    require_on_disk(file_, destination_);
 }
 
 void StagedOutput::take_protection_of(const std::string& other) {
@@ -266,7 +275,7 @@ void StagedText::flush() {
 
 void StagedText::commit() {
     flush();
-    sync(file_->get(), destination_);
+    require_on_disk(file_->get(), destination_);
     if (staged_) {
         staged_->commit(true);
     }

@@ -22,22 +22,28 @@ class StagedOutput {
 
     const std::string& path() const { return path_; }
 
-    /** Copies the file's bytes and syncs them to the disk. Throws std::system_error. */
+    /** Copies the file's bytes. Throws std::system_error. */
     void fill_from(const std::string& file);
+
+    /** Leaves it to its owner alone, for as long as it is written. Throws std::system_error. */
+    void keep_private();
 
     /**
      * Gives it the permissions, and where the file systems allow it the group, the access list and
-     * the extended attributes of another file. Call it before the file is filled, so that its
-     * content is never more open than the other's. Throws std::system_error.
+     * the extended attributes of another file. Until then keep its content private, so that it is
+     * never more open than the other's. Throws std::system_error.
      */
     void take_protection_of(const std::string& file);
 
     /** Gives it the modification time of another file. */
     void take_time_of(const std::string& file);
 
+    /** Syncs it to the disk, whoever wrote it. Throws std::system_error. */
+    void sync();
+
     /**
-     * Renames it to the destination. Unless `replace`, a destination that exists is kept and
-     * std::system_error (EEXIST) thrown.
+     * Renames it, synced before, to the destination. Unless `replace`, a destination that exists is
+     * kept and std::system_error (EEXIST) thrown.
      */
     void commit(bool replace);
 

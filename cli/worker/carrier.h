@@ -56,10 +56,14 @@ class Carrier {
                                const std::function<void(double)>& progress) = 0;
 
     /**
-     * The complete result: the encoded audio with the input's metadata. `after` is the loudness of
-     * the new audio for the fields that tell it, null when it was not measured.
+     * The complete result: the encoded audio with the input's metadata. It is written to `to`, an
+     * empty file that keeps its place and its owner, where that spares a copy; the path of what is
+     * complete is returned. `after` gives the loudness of the new audio for the fields that tell
+     * it, null when it is not measured; it may have to wait for that, so ask it only if need be.
      */
-    virtual std::string add_metadata(const std::string& encoded, const Loudness* after) = 0;
+    virtual std::string add_metadata(const std::string& encoded,
+                                     const LoudnessSource& after,
+                                     const std::string& to) = 0;
 
     /** Compares the complete result with the input: throws FileError, or adds notes. */
     virtual void check(const std::string& complete, FileFacts& facts) = 0;

@@ -50,6 +50,8 @@ struct Work {
     std::string audio = "";  // the newest form of the leveled audio; at the end the complete file
     bool changed = true;     // false: the engine handed every input back
     std::future<Loudness> before = {};               // on its way, while the engine works
+    std::future<Loudness> after = {};                // on its way, while the output is written
+    std::unique_ptr<StagedOutput> staged = nullptr;  // the output, until it gets its name
     std::function<void(double)> progress = nullptr;  // of the stage, 0 to 1
 };
 
@@ -101,11 +103,15 @@ void wait_for_measurement(Work& work) {
     }
 }
 
+/** Measures beside what comes next, for which a processor has to be free. */
+std::future<Loudness> measure_meanwhile(const std::string& file) {
+    return std::async(std::launch::async, [file] { return measure(file, [](double) {}); });
+}
+
 void measure_before(Work& work) {
     const std::string file = work.carrier->readable(work.job.input);
     if (work.job.spare_processor && !work.job.output.empty()) {
-        work.before =
-            std::async(std::launch::async, [file] { return measure(file, [](double) {}); });
+        work.before = measure_meanwhile(file);
     } else {
         take_measurement(work, measure(file, work.progress));
     }
@@ -173,7 +179,20 @@ void encode(Work& work) {
 }
 
 void measure_after(Work& work) {
-    work.facts.after = measure(work.carrier->readable(work.audio), work.progress);
+    const std::string file = work.carrier->readable(work.audio);
+    if (work.job.spare_processor) {
+        work.after = measure_meanwhile(file);
+    } else {
+        work.facts.after = measure(file, work.progress);
+    }
+}
+
+/** The loudness of the new audio, null where it is not to be measured. */
+const Loudness* loudness_after(Work& work) {
+    if (work.after.valid()) {
+        work.facts.after = work.after.get();
+    }
+    return work.facts.after ? &*work.facts.after : nullptr;
 }
 
 /**
@@ -209,13 +228,28 @@ void publish_audio(Work& work) {
     work.facts.publishing = published.facts;
 }
 
-void add_metadata(Work& work) {
-    work.audio =
-        work.carrier->add_metadata(work.audio, work.facts.after ? &*work.facts.after : nullptr);
+/** Writes the output, whole but without its name, at its place. */
+void stage(Work& work) {
+    work.staged = std::make_unique<StagedOutput>(work.job.output);
+    const std::string& path = work.staged->path();
+    work.staged->keep_private();
+    if (work.changed) {
+        try {
+            work.audio = work.carrier->add_metadata(
+                work.audio, [&] { return loudness_after(work); }, path);
+        } catch (const std::system_error& error) {
+            // Nobody knows the hidden file.
+            const bool staged = std::string(error.what()).rfind(path, 0) == 0;
+            throw staged ? std::system_error(error.code(), work.job.output) : error;
+        }
+    }
+    if (work.audio != path) {
+        work.staged->fill_from(work.audio);
+    }
 }
 
 void check_result(Work& work) {
-    work.carrier->check(work.audio, work.facts);
+    work.carrier->check(work.staged->path(), work.facts);
 }
 
 // Before the output takes its name: see record.cpp.
@@ -237,13 +271,13 @@ void write_record(Work& work, const std::string& staged) {
 }
 
 void place(Work& work) {
-    const std::string& output = work.job.output;
-    StagedOutput staged(output);
+    StagedOutput& staged = *work.staged;
     staged.take_protection_of(work.job.input);
-    staged.fill_from(work.audio);
     if (work.job.options.keep_mtime) {
         staged.take_time_of(work.job.input);
     }
+    staged.sync();
+    loudness_after(work);  // the record tells it
     try {
         write_record(work, staged.path());
         staged.commit(work.replace);
@@ -305,7 +339,7 @@ constexpr Stage kStages[] = {
     {publish_audio, has_destination, 0.97, 0.97},
     {encode, has_none, 0.88, 0.85},
     {measure_after, has_none_and_measures, 0.97, 0.97},
-    {add_metadata, changed, 0.97, 0.97},
+    {stage, levels, 0.97, 0.97},
     {check_result, changed, 0.97, 0.97},
     {place, levels, 1.0, 1.0},
 };
@@ -338,6 +372,7 @@ FileFacts work_on(const Job& job, OutputClaim& claim, const std::function<void(d
         work.facts.outcome = Outcome::Failed;
         work.facts.cause = cause_of(error);
     }
+    work.staged.reset();  // else the folder that was made for it could not go
     claim.release();
     const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start;
     if (work.facts.outcome != Outcome::UpToDate) {

@@ -117,7 +117,9 @@ std::string MediaCarrier::encode(const std::vector<std::string>& leveled,
     return complete;
 }
 
-std::string MediaCarrier::add_metadata(const std::string& encoded, const Loudness* /*after*/) {
+std::string MediaCarrier::add_metadata(const std::string& encoded,
+                                       const LoudnessSource& /*after*/,
+                                       const std::string& /*to*/) {
     copy_media_tags(job_.input, encoded, file_.muxer, gapless());
     return encoded;
 }

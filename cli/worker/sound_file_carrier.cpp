@@ -197,11 +197,14 @@ std::string SoundFileCarrier::encode(const std::vector<std::string>& leveled,
     return encoded;
 }
 
-std::string SoundFileCarrier::add_metadata(const std::string& encoded, const Loudness* after) {
-    const std::string complete = in_scratch("complete");
+std::string SoundFileCarrier::add_metadata(const std::string& encoded,
+                                           const LoudnessSource& after,
+                                           const std::string& to) {
     // The stream with a count of its frames has no tags.
-    const bool mpeg = (info_.format & SF_FORMAT_TYPEMASK) == SF_FORMAT_MPEG;
-    const std::string& metadata = mpeg ? job_.input : source_;
+    const int container = info_.format & SF_FORMAT_TYPEMASK;
+    const std::string& metadata = container == SF_FORMAT_MPEG ? job_.input : source_;
+    // The pages of Ogg are rearranged in place, for which the output's folder is not the place.
+    const std::string complete = container == SF_FORMAT_OGG ? in_scratch("complete") : to;
     const bool done = copy_chunks(metadata, encoded, complete, after) ||
                       copy_tags(metadata, encoded, complete, info_.format);
     return done ? complete : encoded;

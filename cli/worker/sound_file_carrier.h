@@ -27,7 +27,9 @@ class SoundFileCarrier : public Carrier {
     std::vector<std::string> engine_inputs() override;
     std::string encode(const std::vector<std::string>& leveled,
                        const std::function<void(double)>& progress) override;
-    std::string add_metadata(const std::string& encoded, const Loudness* after) override;
+    std::string add_metadata(const std::string& encoded,
+                             const LoudnessSource& after,
+                             const std::string& to) override;
     void check(const std::string& complete, FileFacts& facts) override;
 
   private:

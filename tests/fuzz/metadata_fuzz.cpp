@@ -53,7 +53,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     write_sound(audio, kind.format);
     try {
         const std::string to = fuzz::folder() + "to" + kind.extension;
-        if (!cli::copy_chunks(from, audio, to, nullptr)) {
+        if (!cli::copy_chunks(from, audio, to, [] { return nullptr; })) {
             cli::copy_tags(from, audio, to, kind.format);
         }
     } catch (const std::exception&) {  // NOLINT(bugprone-empty-catch): a clean refusal
