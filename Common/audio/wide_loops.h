@@ -7,6 +7,7 @@
  */
 #if defined(__x86_64__) && defined(__gnu_linux__) && defined(__OPTIMIZE__)
 #define QUORVANE_WIDE_LOOP __attribute__((target_clones("avx2", "default")))
+#define QUORVANE_AVX2 /* functions for it may be written by hand, and called where it is there */
 #else
 #define QUORVANE_WIDE_LOOP
 #endif

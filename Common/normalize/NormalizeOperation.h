@@ -72,6 +72,8 @@ class FullScaleHold : public stream::Stage {
     long long held() const { return held_; }
 
   private:
+    void hold(double* samples, long long frames);
+
     int channels_;
     Mode mode_;
     long long held_ = 0;

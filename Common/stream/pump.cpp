@@ -24,8 +24,11 @@ void run(Source& source,
          long long unit_frames,
          const Advance& advance) {
     const int channels = source.info().channels;
-    // Whole units, one at least: a link that works bin by bin seldom has to carry one over.
-    const long long units = kBlockSamples / channels / unit_frames;
+    // Whole units, one at least: a link that works bin by bin seldom has to carry one over. And
+    // fours of them, since links take that many side by side.
+    constexpr long long kTogether = 4;
+    long long units = kBlockSamples / channels / unit_frames;
+    units -= units > kTogether ? units % kTogether : 0;
     const long long block_frames = std::max(1LL, units) * unit_frames;
     boost::scoped_array<double> block;
     allocate(block, static_cast<std::size_t>(block_frames * channels), "block",

@@ -14,7 +14,7 @@ namespace {
 // Few calls, and pieces of both directions together stay in a processor's second cache.
 constexpr long long kPieceBytes = 128 * 1024;
 constexpr int kPieces = 8;
-constexpr long long kRiderSamples = 32768;
+constexpr long long kRiderSamples = 65536;
 
 /** The file took less than it was given: ends the work on it. */
 struct ShortWrite {};
