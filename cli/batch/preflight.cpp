@@ -6,9 +6,11 @@
 #include <algorithm>
 #include <atomic>
 #include <filesystem>
+#include <future>
 #include <map>
 #include <memory>
 #include <set>
+#include <system_error>
 #include <thread>
 
 #include "cli/archive/output_claim.h"
@@ -189,14 +191,17 @@ std::vector<double> probe_all(const Settings& settings,
             }
         }
     };
-    std::vector<std::thread> threads;
+    std::vector<std::future<void>> others;  // each waits for its thread when it goes
     const unsigned count = std::clamp(2 * std::thread::hardware_concurrency(), 1u, kMostThreads);
-    for (unsigned i = 1; i < count && files.size() > 1; ++i) {
-        threads.emplace_back(probe_some);
+    try {
+        for (unsigned i = 1; i < count && files.size() > 1; ++i) {
+            others.push_back(std::async(std::launch::async, probe_some));
+        }
+    } catch (const std::system_error&) {  // NOLINT(bugprone-empty-catch): fewer will do
     }
     probe_some();
-    for (std::thread& thread : threads) {
-        thread.join();
+    for (std::future<void>& other : others) {
+        other.get();
     }
     return seconds;
 }

@@ -14,6 +14,7 @@
 #include <system_error>
 #include <vector>
 
+#include "Common/files/descriptor.h"
 #include "cli/archive/output_claim.h"
 #include "cli/storage/scratch.h"
 #include "cli/storage/staged_output.h"
@@ -122,6 +123,10 @@ std::string last_words(const std::string& messages) {
 }  // namespace
 
 WorkerProcess::WorkerProcess(const Job& job) : job_(job) {
+    // File names may hold any bytes, which JSON's text form does not.
+    const std::vector<std::uint8_t> bytes = nlohmann::json::to_cbor(job);
+    const std::string message =
+        fmt::format("{}\n", bytes.size()) + std::string(bytes.begin(), bytes.end());
     Pipe job_pipe;
     Pipe event_pipe;
     Pipe output_pipe;
@@ -148,15 +153,19 @@ WorkerProcess::WorkerProcess(const Job& job) : job_(job) {
     output_ = Pipe::release(output_pipe.read_end);
     fcntl(events_, F_SETFL, O_NONBLOCK);
     fcntl(output_, F_SETFL, O_NONBLOCK);
-    // File names may hold any bytes, which JSON's text form does not.
-    const std::vector<std::uint8_t> bytes = nlohmann::json::to_cbor(job);
-    const std::string message =
-        fmt::format("{}\n", bytes.size()) + std::string(bytes.begin(), bytes.end());
-    // A worker that died already shows in finish().
-    (void)!write(job_end_, message.data(), message.size());
+    // A worker that died already, or one that gets half its job, shows in finish().
+    if (!write_all(job_end_, message.data(), message.size())) {
+        not_told_ = errno;
+        close(std::exchange(job_end_, -1));
+    }
 }
 
 WorkerProcess::~WorkerProcess() {
+    if (pid_ > 0) {  // an error ends the run: the worker removes its files, and then we go
+        kill(pid_, SIGTERM);
+        while (waitpid(pid_, nullptr, 0) < 0 && errno == EINTR) {
+        }
+    }
     for (int descriptor : {job_end_, events_, output_}) {
         if (descriptor >= 0) {
             close(descriptor);
@@ -232,6 +241,11 @@ FileFacts WorkerProcess::finish() {
     if (!facts_) {
         const std::string said = last_words(messages_);
         facts.outcome = Outcome::Failed;
+        if (not_told_ != 0) {
+            facts.cause =
+                fmt::format("its worker process could not be told of it: {}", strerror(not_told_));
+            return facts;
+        }
         facts.cause = WIFSIGNALED(status)
                           ? fmt::format("its worker process was ended by signal {} ({})",
                                         WTERMSIG(status), strsignal(WTERMSIG(status)))

@@ -53,6 +53,7 @@ class WorkerProcess {
     Job job_;
     pid_t pid_ = -1;
     int job_end_ = -1;  // held open: its end tells the worker that we are gone
+    int not_told_ = 0;  // why the job could not be written to it, an errno
     int events_ = -1;
     int output_ = -1;
     std::string event_text_;
