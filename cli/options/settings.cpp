@@ -10,6 +10,7 @@
 #include <sstream>
 #include <thread>
 
+#include "Common/step/option_errors.h"
 #include "cli/facts/destinations.h"
 #include "cli/options/option_table.h"
 
@@ -181,8 +182,8 @@ class Words {
                           .run(),
                       values_);
             po::notify(values_);
-        } catch (const po::error& error) {
-            throw UsageError(error.what());
+        } catch (po::error& error) {
+            throw UsageError(text_of_option_error(error));
         }
     }
 
