@@ -21,8 +21,8 @@
 namespace cli {
 namespace {
 
-constexpr std::uint64_t kMostEdited = std::uint64_t{64}
-                                      << 20;  // bytes; longer chunks are copied as they are
+// Bytes; longer chunks are copied as they are.
+constexpr std::uint64_t kMostEdited = std::uint64_t{64} << 20;
 
 /**
  * Writes the input's chunks but those that describe its samples, edited where gains stand in them.
@@ -31,7 +31,7 @@ class MetadataCopier {
   public:
     MetadataCopier(ByteFile& from,
                    ChunkWriter& to,
-                   const Loudness* loudness,
+                   const LoudnessSource& loudness,
                    const std::string& audio)
         : from_(from), to_(to), loudness_(loudness), audio_(audio) {}
 
@@ -57,7 +57,7 @@ class MetadataCopier {
 
     ByteFile& from_;
     ChunkWriter& to_;
-    const Loudness* loudness_;
+    const LoudnessSource& loudness_;
     const std::string& audio_;
 };
 
