@@ -10,6 +10,7 @@ class Descriptor {
   public:
     /** Opens path; is_open tells whether that went well, errno why not. */
     explicit Descriptor(const std::string& path, int flags, mode_t mode = 0);
+
     /** Takes over an open one, or -1. */
     explicit Descriptor(int descriptor) : descriptor_(descriptor) {}
 
