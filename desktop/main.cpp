@@ -50,6 +50,7 @@ void install_translations(QTranslator& own, QTranslator& of_qt) {
     }
 }
 
+/** Every size as it was drawn: a scaled one is blurred. */
 QIcon program_icon() {
     QIcon icon;
     for (const int size : {16, 22, 24, 32, 48, 64, 128, 256}) {
@@ -74,6 +75,7 @@ int show_window(int argc, char** argv) {
         std::fputs("quorvane-desktop: the window that is open does not answer\n", stderr);
         return 1;
     }
+    // Only for who shows a window; the second start has said all by now.
     QTranslator own;
     QTranslator of_qt;
     install_translations(own, of_qt);
@@ -97,6 +99,7 @@ int show_window(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    // The batch starts its workers from this very program. They have no window and load no theme.
     if (argc == 2 && std::strcmp(argv[1], cli::kWorkerWord) == 0) {
         return cli::worker_main();
     }

@@ -4,6 +4,12 @@
 
 #include "desktop/intake/paths.h"
 
+/*
+ * From a drop to files that can be worked on. Drops wait in a queue: each is planned on a thread of
+ * its own, since a folder on a slow disk takes its time, and asks its questions before the next one
+ * begins. So there is one question on the screen at most, and answers belong to what was asked.
+ */
+
 namespace desktop {
 
 Intake::Intake(Questions& questions, QObject* parent) : QObject(parent), questions_(questions) {}
@@ -34,6 +40,7 @@ void Intake::plan_next(const std::string& output_folder) {
         try {
             plan = plan_drop(paths, output_folder);
         } catch (const std::exception& error) {
+            // The drop as a whole failed: one row says why.
             plan.files.push_back({paths.front(), "", Existing::Nothing, error.what(), ""});
         }
         QMetaObject::invokeMethod(

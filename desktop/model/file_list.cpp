@@ -7,6 +7,12 @@
 #include "desktop/intake/paths.h"
 #include "desktop/model/words.h"
 
+/*
+ * A row has a number that it keeps for as long as it lives, and a position that changes when others
+ * go. Everything outside a view speaks of numbers: signals come late, and a position may mean
+ * another file by then.
+ */
+
 namespace desktop {
 
 FileList::FileList(QObject* parent) : QAbstractListModel(parent) {}
@@ -24,6 +30,7 @@ QVariant FileList::data(const QModelIndex& index, int role) const {
     const Row& row = at(index.row());
     switch (role) {
         case Qt::DisplayRole:
+            // For searching by typing; the delegate paints the rows.
             return shown_name(row.input);
         case Qt::ToolTipRole:
             return tool_tip(row);
@@ -37,6 +44,7 @@ QVariant FileList::data(const QModelIndex& index, int role) const {
 Qt::ItemFlags FileList::flags(const QModelIndex& index) const {
     Qt::ItemFlags flags = QAbstractListModel::flags(index) | Qt::ItemNeverHasChildren;
     if (index.isValid() && at(index.row()).has_result()) {
+        // The result is dragged, so that there must be one.
         flags |= Qt::ItemIsDragEnabled;
     }
     return flags;
@@ -106,6 +114,7 @@ void FileList::restart(Id id, const std::string& output) {
         row->output = output;
         row->state = State::Waiting;
         row->fraction = 0;
+        // Of the last try: a row that waits shows no old numbers.
         row->facts = {};
         changed(id);
     }

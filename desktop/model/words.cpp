@@ -8,6 +8,12 @@
 
 #include "desktop/intake/paths.h"
 
+/*
+ * Facts as sentences, in the language of the window. Causes come from the engine and the workers in
+ * English; the usual ones are listed here so that they are translated, and an unknown one is shown
+ * as it came rather than not at all.
+ */
+
 namespace desktop {
 namespace {
 
@@ -43,7 +49,8 @@ struct Words {
     QT_TRANSLATE_NOOP("Cause", "Insufficient disk space for temporary files."),
 };
 
-/** A cause is told from the outside in, "cannot be read: Permission denied": each part by itself.
+/**
+ * A cause is told from the outside in, "cannot be read: Permission denied": each part by itself.
  */
 QString cause_text(const cli::FileFacts& facts) {
     const QString colon = QStringLiteral(": ");
@@ -63,6 +70,7 @@ QString figure(double value) {
     return QLocale().toString(shown, 'f', 1).replace('-', QChar(0x2212));
 }
 
+/** "−23.1 → −18.0", or one number where nothing was leveled; empty where nothing was measured. */
 QString from_to(const std::optional<cli::Loudness>& before,
                 const std::optional<cli::Loudness>& after,
                 double cli::Loudness::*field) {
@@ -78,6 +86,7 @@ QString begun(const QString& words) {
     return words.left(1).toUpper() + words.mid(1);
 }
 
+/** One line, for the row: the rest of the notes stands in the tool tip. */
 QString finished_text(const cli::FileFacts& facts) {
     const QString cause = cause_text(facts);
     switch (facts.outcome) {
@@ -137,6 +146,7 @@ QString tool_tip(const Row& row) {
     for (const std::string& note : row.facts.notes) {
         lines.append(QString::fromStdString(note));
     }
+    // A single note stands in the state already.
     lines.removeDuplicates();
     // Plain text: a name may look like HTML.
     return QStringLiteral("<p style='white-space:pre-wrap'>%1</p>")
@@ -146,6 +156,7 @@ QString tool_tip(const Row& row) {
 QString accessible_text(const Row& row) {
     QStringList parts = {shown_name(row.input), state_text(row), loudness_text(row),
                          range_text(row)};
+    // A screen reader pauses at the commas: nothing empty between them.
     parts.removeAll(QString());
     return parts.join(QStringLiteral(", "));
 }
@@ -160,6 +171,7 @@ QString time_left_text(double seconds) {
         return Words::tr("%n minute(s) left", nullptr,
                          static_cast<int>(std::ceil(seconds / kMinute)));
     }
+    // Rounded up: a promise that is kept early is forgiven.
     return Words::tr("%n hour(s) left", nullptr, static_cast<int>(std::ceil(seconds / kHour)));
 }
 
@@ -191,6 +203,7 @@ void Counts::add(Outcome outcome) {
 
 QString counts_text(const Counts& counts) {
     QStringList parts;
+    // What did not happen is not mentioned.
     const auto add = [&](int count, const char* text) {
         if (count) {
             parts.append(Words::tr(text, nullptr, count));

@@ -3,6 +3,12 @@
 #include <algorithm>
 #include <exception>
 
+/*
+ * Between the window and the work: what is dropped becomes rows, rows become files of a batch, and
+ * what the batch tells comes back to the rows. All of it on the main thread. Progress comes often,
+ * a few times a second from each worker, and is collected and shown at a steady pace.
+ */
+
 namespace desktop {
 
 using cli::Outcome;
@@ -22,6 +28,7 @@ Session::Session(Questions& questions, QObject* parent) : QObject(parent), intak
     connect(&work_, &Work::progressed, this, &Session::on_progressed);
     connect(&work_, &Work::finished, this, &Session::on_finished);
     connect(&work_, &Work::ended, this, &Session::on_ended);
+    // Started by progress and not by itself: an idle window does nothing.
     progress_timer_.setSingleShot(true);
     progress_timer_.setInterval(kProgressMs);
     connect(&progress_timer_, &QTimer::timeout, this, &Session::show_progress);
@@ -147,6 +154,7 @@ void Session::cancel(const std::vector<FileList::Id>& ids) {
     }
 }
 
+// Of the present run; what has ended no longer listens.
 void Session::cancel_all() {
     cancel(present_);
 }
@@ -170,6 +178,7 @@ void Session::remove(const std::vector<FileList::Id>& ids) {
     Q_EMIT changed();
 }
 
+// The same way in as a drop: the plan is made anew, since the disk may look different now.
 void Session::retry(const std::vector<FileList::Id>& ids) {
     std::vector<std::string> inputs;
     for (const FileList::Id id : ids) {
@@ -201,6 +210,7 @@ std::optional<double> Session::seconds_left() const {
 
 std::vector<std::string> Session::results() const {
     std::vector<std::string> paths;
+    // Of the present run: a notification tells of these, and leads to them.
     for (const FileList::Id id : present_) {
         const Row* row = files_.row(id);
         if (row && row->has_result()) {

@@ -11,9 +11,16 @@
 
 #include "desktop/view/flat_style.h"
 
+/*
+ * Light or dark, as the desktop has it. Qt 6.4 does not ask; the settings portal of the free
+ * desktops answers on D-Bus, and tells when it changes. Where Qt has a platform theme of its own
+ * (Plasma), its colors stand.
+ */
+
 namespace desktop {
 namespace {
 
+// Names of the portal, as its documentation has them.
 constexpr uint kPrefersDark = 1;  // of org.freedesktop.appearance color-scheme
 
 QString service() {
@@ -47,6 +54,7 @@ Appearance::Appearance(QObject* parent) : QObject(parent) {
     if (desktop_has_its_own_palette()) {
         return;
     }
+    // Until the answer comes, and for good where nobody answers.
     QApplication::setPalette(palette(Scheme::Light));
     QDBusConnection::sessionBus().connect(service(), path(), interface(),
                                           QStringLiteral("SettingChanged"), this,

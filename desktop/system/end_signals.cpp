@@ -10,8 +10,10 @@
 namespace desktop {
 namespace {
 
+// A handler has no other way to its object.
 int g_pipe[2] = {-1, -1};
 
+/** In a signal handler Qt may not be called: a byte in a pipe wakes its event loop. */
 void note(int /*signal*/) {
     const int error = errno;
     (void)!write(g_pipe[1], "", 1);

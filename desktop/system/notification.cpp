@@ -39,12 +39,14 @@ void Notification::show(const QString& title, const QString& body, const QString
         new QDBusPendingCallWatcher(QDBusConnection::sessionBus().asyncCall(call), this);
     connect(watcher, &QDBusPendingCallWatcher::finished, this, [this, watcher] {
         const QDBusPendingReply<uint> reply = *watcher;
+        // The server's number: the next one takes this one's place.
         shown_ = reply.isValid() ? reply.value() : 0;
         watcher->deleteLater();
     });
 }
 
 void Notification::on_action(uint id, const QString& /*action*/) {
+    // The signal tells of every program's notifications.
     if (id == shown_ && shown_ != 0) {
         Q_EMIT clicked();
     }

@@ -13,6 +13,7 @@
 namespace desktop {
 
 bool open_file(const std::string& path) {
+    // With whatever program the desktop has for it.
     return QDesktopServices::openUrl(to_url(path));
 }
 
@@ -20,6 +21,7 @@ void show_in_folder(const std::vector<std::string>& paths) {
     if (paths.empty()) {
         return;
     }
+    // A file manager that knows this interface selects the files; others get the folder opened.
     QStringList uris;
     for (const std::string& path : paths) {
         uris.append(QString::fromLatin1(to_url(path).toEncoded()));
@@ -33,6 +35,7 @@ void show_in_folder(const std::vector<std::string>& paths) {
                                                 QCoreApplication::instance());
     const std::string folder = std::filesystem::path(paths.front()).parent_path().string();
     QObject::connect(watcher, &QDBusPendingCallWatcher::finished, watcher, [watcher, folder] {
+        // Nobody answers to that name, or not in time.
         if (watcher->isError()) {
             open_file(folder);
         }

@@ -11,6 +11,7 @@
 namespace desktop {
 
 std::string write_cached_report(const std::vector<cli::FileFacts>& files) {
+    // A browser may have one open still; nobody looks for last month's in a cache.
     constexpr int kDaysKept = 30;
     const QDir reports(QStandardPaths::writableLocation(QStandardPaths::CacheLocation) +
                        QStringLiteral("/reports"));
@@ -20,6 +21,7 @@ std::string write_cached_report(const std::vector<cli::FileFacts>& files) {
             QDir(old.filePath()).removeRecursively();
         }
     }
+    // A folder for each, named by the time, so that two reports never share pages.
     const QString folder =
         reports.filePath(now.toString(QStringLiteral("yyyy-MM-dd hh-mm-ss-zzz")));
     if (!QDir().mkpath(folder)) {

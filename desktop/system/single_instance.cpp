@@ -9,13 +9,21 @@
 #include <QStandardPaths>
 #include <QThread>
 
+/*
+ * One window for a user: a second start gives its files to the first one and ends. Who is first is
+ * settled by a lock file, which a killed process cannot leave locked; the files go through a socket
+ * beside it that only this user can open. With them goes the token by which a desktop lets the
+ * first window come to the front, as only the one that was started has it.
+ */
+
 namespace desktop {
 namespace {
 
 constexpr int kLongestWaitMs = 3000;
 constexpr int kRetryMs = 50;
-constexpr quint32 kMostBytes = 64 << 20;
+constexpr quint32 kMostBytes = 64 << 20;  // of a message: a million paths, and no more
 
+/** Where lock and socket are, without their endings. */
 QString runtime_place() {
     QString folder = QStandardPaths::writableLocation(QStandardPaths::RuntimeLocation);
     if (folder.isEmpty()) {
@@ -24,6 +32,7 @@ QString runtime_place() {
     return QStringLiteral("%1/quorvane-desktop-%2").arg(folder).arg(getuid());
 }
 
+/** X11 has the same under another name. */
 QByteArray activation_token() {
     const QByteArray wayland = qgetenv("XDG_ACTIVATION_TOKEN");
     return wayland.isEmpty() ? qgetenv("DESKTOP_STARTUP_ID") : wayland;

@@ -10,6 +10,7 @@ namespace desktop {
 
 void Taskbar::show(double fraction) {
     const int percent = static_cast<int>(fraction * 100);
+    // A hundred messages for a run are enough; the bus wakes every program that listens.
     if (percent != shown_) {
         send(percent);
     }
@@ -23,6 +24,7 @@ void Taskbar::hide() {
 
 void Taskbar::send(int percent) {
     shown_ = percent;
+    // The interface of one launcher that the docks of other desktops have taken over.
     QDBusMessage update = QDBusMessage::createSignal(
         QStringLiteral("/org/quorvane/Quorvane"),
         QStringLiteral("com.canonical.Unity.LauncherEntry"), QStringLiteral("Update"));

@@ -8,6 +8,11 @@
 #include "cli/options/settings.h"
 #include "cli/storage/scratch.h"
 
+/*
+ * The command line's batch on a thread of its own, for as long as there is something to do. Between
+ * two runs there is no thread and no temporary folder.
+ */
+
 namespace desktop {
 namespace {
 
@@ -36,6 +41,7 @@ class Work::Run : public cli::BatchObserver {
 
     ~Run() override {
         batch_.close();
+        // Only where it was told to stop: a run that ends by itself may take as long as it needs.
         if (ended_.wait_for(kLongestCleanUp) != std::future_status::ready && stopped_) {
             batch_.stop(cli::Batch::Stop::Now);
         }
