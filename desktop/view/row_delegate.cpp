@@ -115,6 +115,23 @@ void paint_ring_of(QPainter& painter, const Row& row, const QRect& place, const 
     paint_mark(painter, place, row.failed() || cancelled ? Mark::Cross : Mark::Check, 2.5, color);
 }
 
+/**
+ * The shade of a row that is selected or under the pointer, and the line below it. Colors are mixed
+ * from the desktop's own, so that dark and high-contrast palettes stay readable.
+ */
+void paint_ground(QPainter& painter, const QStyleOptionViewItem& option) {
+    const QColor ground = option.palette.color(QPalette::Base);
+    const QColor text = option.palette.color(QPalette::Text);
+    if (option.state & QStyle::State_Selected) {
+        const QColor highlight = option.palette.color(QPalette::Highlight);
+        painter.fillRect(option.rect, mixed(ground, highlight, 0.18));
+    } else if (option.state & QStyle::State_MouseOver) {
+        painter.fillRect(option.rect, mixed(ground, text, 0.04));
+    }
+    painter.setPen(mixed(ground, text, 0.12));
+    painter.drawLine(option.rect.bottomLeft(), option.rect.bottomRight());
+}
+
 /** A cross that cancels, or a folder that shows the result. */
 void paint_button(QPainter& painter, const Row& row, const QRect& place, const QPalette& palette) {
     painter.save();
@@ -157,19 +174,9 @@ void RowDelegate::paint(QPainter* painter,
         return QStyle::visualRect(option.direction, option.rect,
                                   part.translated(option.rect.topLeft()));
     };
-    const QColor ground = palette.color(QPalette::Base);
     painter->save();
     painter->setLayoutDirection(option.direction);
-    if (option.state & QStyle::State_Selected) {
-        painter->fillRect(option.rect, mixed(ground, palette.color(QPalette::Highlight), 0.18));
-    } else if (option.state & QStyle::State_MouseOver) {
-        painter->fillRect(option.rect, mixed(ground, palette.color(QPalette::Text), 0.04));
-    }
-    // Colors are mixed from the desktop's own, so that dark and high-contrast palettes stay
-    // readable.
-    painter->setPen(mixed(ground, palette.color(QPalette::Text), 0.12));
-    painter->drawLine(option.rect.bottomLeft(), option.rect.bottomRight());
-
+    paint_ground(*painter, option);
     paint_ring_of(*painter, row, place(layout.ring), palette);
     painter->setPen(palette.color(QPalette::Text));
     painter->setFont(name_font(option.font));
