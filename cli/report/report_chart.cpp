@@ -31,6 +31,16 @@ struct Scale {
     double high;
     double step;  // between the lines
 
+    /** Those that get a line and a number, both ends included. */
+    std::vector<double> values() const {
+        std::vector<double> result;
+        const long count = std::lround((high - low) / step);
+        for (long i = 0; i <= count; ++i) {
+            result.push_back(low + static_cast<double>(i) * step);
+        }
+        return result;
+    }
+
     double y(double value) const {
         return kHeight * (high - std::clamp(value, low, high)) / (high - low);
     }
@@ -84,8 +94,7 @@ class Plot {
      */
     std::string lines() const {
         std::string result;
-        // The sum of steps may pass the top by rounding; the last line is wanted all the same.
-        for (double value = scale_.low; value <= scale_.high + 1e-9; value += scale_.step) {
+        for (const double value : scale_.values()) {
             result +=
                 fmt::format("<line class=\"{}\" x1=\"0\" x2=\"{}\" y1=\"{:.2f}\" y2=\"{:.2f}\"/>\n",
                             value == 0 && scale_.low < 0 && scale_.high > 0 ? "zero" : "level",
@@ -102,7 +111,7 @@ class Plot {
                        const std::string& caption,
                        const std::string& drawing) const {
         std::string labels;
-        for (double value = scale_.low; value <= scale_.high + 1e-9; value += scale_.step) {
+        for (const double value : scale_.values()) {
             labels += fmt::format("<span class=\"y\" style=\"top:{:.2f}%\">{:g}</span>\n",
                                   scale_.y(value) / kHeight * 100, value);
         }

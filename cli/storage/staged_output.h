@@ -23,7 +23,7 @@ class StagedOutput {
     const std::string& path() const { return path_; }
 
     /** Copies the file's bytes. Throws std::system_error. */
-    void fill_from(const std::string& file);
+    void fill_from(const std::string& from);
 
     /** Leaves it to its owner alone, for as long as it is written. Throws std::system_error. */
     void keep_private();
@@ -33,10 +33,10 @@ class StagedOutput {
      * the extended attributes of another file. Until then keep its content private, so that it is
      * never more open than the other's. Throws std::system_error.
      */
-    void take_protection_of(const std::string& file);
+    void take_protection_of(const std::string& other);
 
     /** Gives it the modification time of another file. */
-    void take_time_of(const std::string& file);
+    void take_time_of(const std::string& other);
 
     /** Syncs it to the disk, whoever wrote it. Throws std::system_error. */
     void sync();

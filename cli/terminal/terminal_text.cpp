@@ -110,7 +110,7 @@ std::string fit(const std::string& text, std::size_t columns) {
         if (tail_width + glyph->columns > tail_columns) {
             break;
         }
-        tail = glyph->bytes + tail;
+        tail.insert(0, glyph->bytes);
         tail_width += glyph->columns;
     }
     return head + "…" + tail + std::string(columns - 1 - head_width - tail_width, ' ');

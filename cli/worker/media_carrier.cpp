@@ -109,8 +109,7 @@ std::string MediaCarrier::encode(const std::vector<std::string>& leveled,
                 fmt::format("audio stream {} was copied unchanged", file_.sounds[i].number));
         }
     }
-    const std::string complete =
-        job_.scratch + "/complete" + fs::path(job_.input).extension().string();
+    std::string complete = job_.scratch + "/complete" + fs::path(job_.input).extension().string();
     for (const std::string& note : media::write_media(file_, sounds, complete, progress)) {
         notes_.push_back(note);
     }

@@ -39,9 +39,10 @@ namespace fs = std::filesystem;
 namespace {
 
 // Bounds of the last look at an output: what lies beyond them was not leveled but spoilt.
-constexpr double kMostPeak = 1.0 + 1e-6;          // linear
-constexpr double kMostLossyPeak = 4.0;            // linear: an encoder moves peaks by a few dB
-constexpr std::int64_t kMostPadding = 16 * 1152;  // frames; encoders fill up their blocks
+constexpr double kMostPeak = 1.0 + 1e-6;  // linear
+constexpr double kMostLossyPeak = 4.0;    // linear: an encoder moves peaks by a few dB
+constexpr std::int64_t kMostPadding =
+    std::int64_t{16} * 1152;  // frames; encoders fill up their blocks
 
 /** Up to this share of the audio, unknown bytes behind it are taken for a mark of some program. */
 constexpr std::uint64_t kMostTrailingShare = 20;
@@ -192,7 +193,7 @@ std::string SoundFileCarrier::encode(const std::vector<std::string>& leveled,
     if (decoded_.empty()) {
         return leveled.front();
     }
-    const std::string encoded = in_scratch("encoded");
+    std::string encoded = in_scratch("encoded");
     encode_like(leveled.front(), source_, encoded);
     return encoded;
 }

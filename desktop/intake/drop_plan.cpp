@@ -144,7 +144,7 @@ std::string free_name(const std::string& output, const std::set<std::string>& ta
     const fs::path path = output;
     const std::string start = (path.parent_path() / path.stem()).string();
     for (int number = 2;; ++number) {
-        const std::string name = fmt::format("{} {}{}", start, number, path.extension().string());
+        std::string name = fmt::format("{} {}{}", start, number, path.extension().string());
         std::error_code error;
         if (taken.count(name) == 0 && !fs::exists(fs::symlink_status(name, error))) {
             return name;

@@ -44,6 +44,7 @@ struct Accepted {
  */
 class Intake : public QObject {
     Q_OBJECT
+    Q_DISABLE_COPY(Intake)
 
   public:
     explicit Intake(Questions& questions, QObject* parent = nullptr);

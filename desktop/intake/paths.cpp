@@ -13,7 +13,7 @@ QString shown_name(const std::string& path) {
 }
 
 QString shown_folder(const std::string& path) {
-    const QString folder = QString::fromStdString(fs::path(path).parent_path().string());
+    QString folder = QString::fromStdString(fs::path(path).parent_path().string());
     const QString home = QDir::homePath();
     if (folder == home || folder.startsWith(home + '/')) {
         return '~' + folder.mid(home.size());

@@ -16,6 +16,7 @@ namespace desktop {
  */
 class FileList : public QAbstractListModel {
     Q_OBJECT
+    Q_DISABLE_COPY(FileList)
 
   public:
     using Id = std::size_t;

@@ -18,6 +18,7 @@ namespace desktop {
  */
 class Work : public QObject {
     Q_OBJECT
+    Q_DISABLE_COPY(Work)
 
   public:
     explicit Work(QObject* parent = nullptr);
