@@ -22,9 +22,9 @@
 namespace {
 
 /** Measured: see docs/scale.md. */
-constexpr double kCpuSecondsPerHour = 48;
+constexpr double kCpuSecondsPerHour = 14.4;
 constexpr double kBytesPerHour = 635e6;
-constexpr double kSecondsPerFile = 0.01;
+constexpr double kSecondsPerFile = 0.011;
 constexpr double kStartSeconds = 5;      // of a task: scheduler, plan, check of what is done
 constexpr double kRequeueSeconds = 180;  // until the scheduler begins a lost task again
 
