@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <stdexcept>
+#include <utility>
 #include <vector>
 
 #include "Common/audio/frame_file.h"
@@ -127,15 +128,14 @@ double ramped_peak(SoundSource& input, const BinGrid& blocks, const double* gain
  * The gains over the peak: with them the largest sample comes out at 1.0. Where that gives no
  * number, since there is nothing but silence or samples next to zero, they stay as they are.
  */
-std::vector<double> scaled_by(const std::vector<double>& gains, double peak) {
-    std::vector<double> scaled;
-    for (const double gain : gains) {
-        scaled.push_back(gain / peak);
-        if (!std::isfinite(scaled.back())) {
-            return gains;
+std::vector<double> scaled_by(std::vector<double> gains, double peak) {
+    if (std::all_of(gains.begin(), gains.end(),
+                    [peak](double gain) { return std::isfinite(gain / peak); })) {
+        for (double& gain : gains) {
+            gain /= peak;
         }
     }
-    return scaled;
+    return gains;
 }
 
 }  // namespace
@@ -168,7 +168,9 @@ void ApplyGains(int blockMilliseconds,
     }
     const long long frames = static_cast<long long>(blocks.bins) * block_frames;
     SoundSource input(input_file.handle(), inputPath, info, fail_read);
-    const std::vector<double> walls = scaled_by(gains, ramped_peak(input, blocks, gains.data()));
+    const double peak = ramped_peak(input, blocks, gains.data());
+    const std::vector<double> walls = scaled_by(std::move(gains), peak);
+    MeasuredRecordings::instance().forget(inputPath);
     rewind(input);
     WallRamps ramps(info.channels, blocks, walls.data(), output);
     stream::pump(input, ramps, blocks.pace(progress_range::kApplyGains), frames);
