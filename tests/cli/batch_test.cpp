@@ -293,6 +293,7 @@ TEST_F(Batch, WrongUsageIsStatus2BeforeAnyWork) {
                 HasSubstr("a.wav and b/a.wav would both be written to out/a-leveled.wav"));
     EXPECT_FALSE(file_exists(dir_ / "out"));
     EXPECT_EQ(run("--for a.wav").status, 2) << "no long option is guessed";
+    EXPECT_EQ(run("--%original_token%x a.wav").status, 2) << "the parser's own placeholder";
     EXPECT_EQ(run("--help").status, 0);
     EXPECT_EQ(run("--version").out, "quorvane 3.0.0\n");
 }
