@@ -25,7 +25,7 @@ class StagedOutput {
     /** Copies the file's bytes. Throws std::system_error. */
     void fill_from(const std::string& from);
 
-    /** Leaves it to its owner alone, for as long as it is written. Throws std::system_error. */
+    /** Leaves it to its owner alone, for as long as it is written, where the file system can. */
     void keep_private();
 
     /**
