@@ -27,7 +27,7 @@ constexpr double kHighPercentile = 0.95;
 constexpr double kNothing = 1e-200;
 
 /** Two doubles that the compiler keeps in one register. */
-typedef double Vector __attribute__((vector_size(kLanes * sizeof(double))));
+using Vector __attribute__((vector_size(kLanes * sizeof(double)))) = double;
 
 Vector load(const std::array<double, kLanes>& values) {
     return Vector{values[0], values[1]};
@@ -248,8 +248,8 @@ double LoudnessMeter::range_lu() const {
         return 0;
     }
     const auto percentile = [&](double share) {
-        return powers[static_cast<std::size_t>(static_cast<double>(powers.size() - 1) * share +
-                                               0.5)];
+        const double place = static_cast<double>(powers.size() - 1) * share;
+        return powers[static_cast<std::size_t>(std::lround(place))];
     };
     return to_lufs(percentile(kHighPercentile)) - to_lufs(percentile(kLowPercentile));
 }
