@@ -16,10 +16,12 @@ constexpr const char* kSource = "Common/segment/CostCalculatorSD";
 
 /**
  * Prefix sums of n values are off by up to n epsilons of their size, and the mean's part of a cost
- * by up to sqrt(n) times as much: a cost that is 0 can come out this far from it.
+ * by up to sqrt(n) times as much: a cost that is 0 can come out this far from it. Squares below the
+ * least normal number keep hardly a digit.
  */
 double rounding_of_costs(double sum_of_squares, double n) {
-    return 8.0 * n * std::sqrt(n) * std::numeric_limits<double>::epsilon() * sum_of_squares;
+    using Limits = std::numeric_limits<double>;
+    return 8.0 * n * std::sqrt(n) * (Limits::epsilon() * sum_of_squares + Limits::min());
 }
 
 }  // namespace
