@@ -97,7 +97,7 @@ class Batch : public testing::Test {
                                " && echo $$ >pid && exec " QUORVANE " -j2 -d out in");
         });
         ASSERT_TRUE(soon([&] {
-            return run_program("find " + dir_ / "tmp" + " -path '*/engine/_*'").out != "";
+            return run_program("find " + dir_ / "tmp" + " -name engine | wc -l").out == "2\n";
         }));
         parent_ = std::stoi(read_text(dir_ / "pid"));
         std::istringstream out(run_program("pgrep -P " + std::to_string(parent_)).out);
