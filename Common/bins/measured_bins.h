@@ -24,10 +24,10 @@
 
 /** The bins of a recording, for one rule and one bin length. */
 struct MeasuredBins {
-    BinKind kind;
-    BinGrid grid;
-    int channels;
-    long long frames;                // of the recording
+    BinKind kind{};
+    BinGrid grid{};
+    int channels = 0;
+    long long frames = 0;            // of the recording
     boost::scoped_array<CBin> bins;  // grid.bins, their gain the sum of squares: see BinMeter
     bool complete = false;
 };

@@ -434,7 +434,7 @@ std::string Run::begin_step(int step, Intermediate output) {
 }
 
 std::string Run::add_output(Intermediate output) {
-    const std::string file = path(output);
+    std::string file = path(output);
     temp_files_.add(file);
     remove_old(file);
     if (hiding_intermediates && !keeping_intermediates && Intermediates::is_audio(output)) {

@@ -16,6 +16,7 @@ class Argv {
     // The pointers lead into the strings: a copy would point into the original.
     Argv(const Argv&) = delete;
     Argv& operator=(const Argv&) = delete;
+    ~Argv() = default;
 
     int argc() const { return static_cast<int>(pointers_.size()); }
 

@@ -330,8 +330,10 @@ int segment_tmain(int argc,
     return Chunks(args, count, chunk_count, values, fFit, fBreak).segment_all(*maker);
 }
 
+// NOLINTBEGIN(performance-unnecessary-value-param): the path is a value in the step's contract.
 int _tmain(
     int argc, const char** argv, std::string input, std::ostream& fFit, std::ostream& fBreak) {
+    // NOLINTEND(performance-unnecessary-value-param)
     const auto where = [](const read_sums_error& error) {
         return "(line " + std::to_string(error.line()) + " in " + error.source() + ")";
     };

@@ -54,7 +54,7 @@ StepOptions& StepOptions::failure_texts(const std::string& prefix, const std::st
 }
 
 ParseResult StepOptions::parse(int argc, const char* const* argv) {
-    const ParseResult result = parse_or_failure(argc, argv);
+    ParseResult result = parse_or_failure(argc, argv);
     // Noted here, where the cause is known; in which words it is said is the step's affair.
     if (result.status == ParseResult::kFailed ||
         result.status == ParseResult::kUnreadableOptionsFile) {

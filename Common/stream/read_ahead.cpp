@@ -6,7 +6,7 @@
 namespace {
 
 // Few calls, and pieces of both directions together stay in a processor's second cache.
-constexpr long long kPieceBytes = 128 * 1024;
+constexpr long long kPieceBytes = 1LL << 17;
 constexpr int kPieces = 8;
 constexpr int kWorthwhilePieces = 4;  // less than that is read before another thread is awake
 

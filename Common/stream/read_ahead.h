@@ -15,7 +15,7 @@
 class ReadAhead {
   public:
     struct Fetched {
-        long long frames;
+        long long frames = 0;
         std::string problem;  // why there are no more, "" at the end
     };
 

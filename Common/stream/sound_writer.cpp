@@ -12,7 +12,7 @@
 namespace {
 
 // Few calls, and pieces of both directions together stay in a processor's second cache.
-constexpr long long kPieceBytes = 128 * 1024;
+constexpr long long kPieceBytes = 1LL << 17;
 constexpr int kPieces = 8;
 constexpr long long kRiderSamples = 65536;
 

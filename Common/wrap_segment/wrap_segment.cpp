@@ -99,6 +99,7 @@ int write_cues(const std::string& path, const CueList& cues) {
 
 }  // namespace
 
+// NOLINTBEGIN(performance-unnecessary-value-param): the paths are values in the step's contract.
 int wrap_segment(std::string rmsFile,
                  std::string /*label*/,
                  std::string /*segmentOptionsFile*/,
@@ -106,6 +107,7 @@ int wrap_segment(std::string rmsFile,
                  double quietDelta,
                  int sampleRate,
                  double binSeconds) {
+    // NOLINTEND(performance-unnecessary-value-param)
     if (quietDelta > 0.0) {
         return log_failure(kSource, __LINE__, "error: quiet_delta must be negative");
     }

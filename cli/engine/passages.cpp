@@ -45,8 +45,10 @@ std::optional<Leveling> leveling_of(const LevelFindings& found) {
     const double rate = found.sample_rate_hz;
     for (std::size_t i = 0; i < found.passage_count; ++i) {
         const LevelPassage& passage = found.passages[i];
-        const bool silent = passage.level_db <= kLevelSilence_db;
-        const double level_db = silent ? kSilence : passage.level_db;
+        double level_db = passage.level_db;
+        if (level_db <= kLevelSilence_db) {
+            level_db = kSilence;
+        }
         leveling.passages.push_back({static_cast<double>(passage.begin_frame) / rate,
                                      static_cast<double>(passage.end_frame) / rate, level_db,
                                      to_db(passage.gain)});
