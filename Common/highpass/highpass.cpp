@@ -35,6 +35,7 @@ bool build_filter(const HighpassArgs& args, int sample_rate_hz, biquad* filter) 
         std::isfinite(filter->b0) && std::isfinite(filter->a1) && std::isfinite(filter->a2)) {
         return true;
     }
+    reporting::note_failure(reporting::Kind::kOther, "no filter can be built from these cutoffs");
     step_errors::say<Step>(__LINE__, "highpass: no filter can be built from these cutoffs");
     return false;
 }
@@ -61,6 +62,7 @@ stream::Pace pace_of(const SF_INFO& info) {
 double level_db(const Filter& filter, const SoundSource& input) {
     const double sum = filter.sum_of_squares();
     if (sum == 0.0) {  // squares of samples below 1e-162 vanish: silence, or as good as that
+        reporting::note_failure(reporting::Kind::kOther, "it is too faint to be measured");
         step_errors::say<Step>(
             __LINE__, "highpass: " + input.name() + " is silent or too faint to be measured");
         return 0.0;
