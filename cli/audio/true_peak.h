@@ -25,9 +25,9 @@ class TruePeakMeter {
     void add(const float* samples, std::size_t frames);
 
     /** Both linear, over all channels. The true peak is never below the sample peak. */
-    double sample_peak() const { return sample_peak_; }
+    double sample_peak() const { return static_cast<double>(sample_peak_); }
 
-    double true_peak() const { return true_peak_; }
+    double true_peak() const { return static_cast<double>(true_peak_); }
 
   private:
     /** One channel: the last samples of the call before, those of this one, a piece of zeros. */
