@@ -1,8 +1,10 @@
 #include "cli/audio/scan.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
 #include <stdexcept>
+#include <system_error>
 #include <vector>
 
 #include "cli/audio/sample_sums.h"
@@ -52,8 +54,14 @@ bool last_frame_is_there(const std::string& path) {
         return true;
     }
     std::vector<float> frame(static_cast<std::size_t>(file.channels()));
-    return file.seek(file.frames() - 1, SEEK_SET) == file.frames() - 1 &&
-           file.readf(frame.data(), 1) == 1;
+    errno = 0;
+    const bool there = file.seek(file.frames() - 1, SEEK_SET) == file.frames() - 1 &&
+                       file.readf(frame.data(), 1) == 1;
+    // A disk that fails says nothing about the recording; the library tells of both in one way.
+    if (!there && errno != 0) {
+        throw std::system_error(errno, std::generic_category(), path);
+    }
+    return there;
 }
 
 }  // namespace cli
