@@ -25,7 +25,7 @@ constexpr std::int64_t kMostBoxes = 1 << 20;
 
 // Demuxers ask for what a length field claims before they look whether it is there (a WavPack tag
 // of 4 KB wanted 1.2 GB). No one piece of an honest file's data comes near to this.
-constexpr std::size_t kMostPieceBytes = 100 << 20;
+constexpr std::size_t kMostPieceBytes = 32 << 20;
 constexpr std::size_t kPieceBytesPerByte = 50;
 
 /** Demuxers whose files hold all that they tell of. */
