@@ -90,7 +90,7 @@ class Batch : public testing::Test {
     // Two long files, and the program busy with both of them.
     void start_long_batch() {
         for (const char* name : {"in/a.wav", "in/b.wav"}) {
-            talk(name, 1600);
+            talk(name, 4800);
         }
         ended_ = std::async(std::launch::async, [this] {
             return run_program("cd " + dir_.path() +
@@ -102,7 +102,7 @@ class Batch : public testing::Test {
         parent_ = std::stoi(read_text(dir_ / "pid"));
         std::istringstream out(run_program("pgrep -P " + std::to_string(parent_)).out);
         workers_.assign(std::istream_iterator<pid_t>(out), {});
-        ASSERT_EQ(workers_.size(), 2u);
+        ASSERT_EQ(2u, workers_.size());
     }
 
     TempDir dir_;
