@@ -21,6 +21,7 @@ std::string own_program() {
     if (access(kOwn, X_OK) == 0) {
         return kOwn;
     }
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): so the kernel hands over the address.
     const auto started_as = reinterpret_cast<const char*>(getauxval(AT_EXECFN));
     return started_as ? started_as : "quorvane";
 }

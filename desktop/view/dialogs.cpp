@@ -106,7 +106,7 @@ void Dialogs::ask_folder(const QString& locked, std::function<void(std::string)>
 }
 
 // As in ask_existing(): an empty answer is one, too.
-void Dialogs::choose_output_folder(std::function<void(std::string)> answer) {
+void Dialogs::choose_output_folder(const std::function<void(std::string)>& answer) {
     QFileDialog* dialog = new_file_dialog(Words::tr("Folder for the Leveled Files"));
     dialog->setFileMode(QFileDialog::Directory);
     dialog->setOption(QFileDialog::ShowDirsOnly);

@@ -42,7 +42,7 @@ class Dialogs : public Questions {
   private:
     QMessageBox* new_question(const QString& text, const QString& explanation);
     QFileDialog* new_file_dialog(const QString& title);
-    void choose_output_folder(std::function<void(std::string)> answer);
+    void choose_output_folder(const std::function<void(std::string)>& answer);
 
     QWidget& window_;
 };

@@ -59,16 +59,16 @@ class DropView : public QWidget {
     bool under_drag_ = false;
     bool searching_ = false;
     QWidget* corner_ = nullptr;  // in no layout: it lies over the frame's corner
-    Ring* ring_;
-    QLabel* name_;
-    QLabel* state_;
-    QLabel* figures_;  // loudness and range, a line each
-    QPushButton* choose_;
-    QPushButton* cancel_;
-    QPushButton* play_;
-    QPushButton* folder_;
-    QPushButton* report_;
-    QPushButton* retry_;
+    Ring* ring_ = nullptr;
+    QLabel* name_ = nullptr;
+    QLabel* state_ = nullptr;
+    QLabel* figures_ = nullptr;  // loudness and range, a line each
+    QPushButton* choose_ = nullptr;
+    QPushButton* cancel_ = nullptr;
+    QPushButton* play_ = nullptr;
+    QPushButton* folder_ = nullptr;
+    QPushButton* report_ = nullptr;
+    QPushButton* retry_ = nullptr;
 };
 
 }  // namespace desktop

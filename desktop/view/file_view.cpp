@@ -68,7 +68,7 @@ void FileView::paintEvent(QPaintEvent* event) {
 void FileView::dataChanged(const QModelIndex& first,
                            const QModelIndex& last,
                            const QList<int>& roles) {
-    QAbstractItemView::dataChanged(first, last, roles);
+    QAbstractItemView::dataChanged(first, last, roles);  // NOLINT(bugprone-parent-virtual-call)
     if (roles.isEmpty() && sizeHintForIndex(first).height() != visualRect(first).height()) {
         scheduleDelayedItemsLayout();
     }

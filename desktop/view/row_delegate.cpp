@@ -63,7 +63,7 @@ struct Layout {
     QRect state;
     QRect loudness;
     QRect range;
-    int height;
+    int height = 0;
 };
 
 /**
