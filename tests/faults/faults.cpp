@@ -65,13 +65,23 @@ int failing_error = 0;
 bool tracing = false;
 
 template <class Function>
-Function* real(Function* /*type*/, const char* name) {
-    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+Function* real(Function* /*type*/, const char* name, std::atomic<void*>& known) {
+    void* function = known.load();
+    if (function == nullptr) {
+        function = dlsym(RTLD_NEXT, name);
+        known = function;
+    }
+    return reinterpret_cast<Function*>(function);
 }
 
-/** The C library's own function behind the one of this name here. */
-#define REAL(name) \
-    static auto* const real_##name = real(static_cast<decltype(name)*>(nullptr), #name)
+/**
+ * The C library's own function behind the one of this name here. Several threads may look it up at
+ * once: to wait for one of them would be a deadlock, as the loader holds its lock while it runs the
+ * constructors of what is being loaded, which come here, too.
+ */
+#define REAL(name)                          \
+    static std::atomic<void*> known_##name; \
+    auto* const real_##name = real(static_cast<decltype(name)*>(nullptr), #name, known_##name)
 
 /** Counts a call; true when it is the one to fail. */
 bool is_hit(Kind kind) {
