@@ -131,9 +131,9 @@ void SessionTest::cancelled_and_failed_files_can_be_tried_again() {
     Session session(questions);
     QSignalSpy ended(&session, &Session::ended);
     session.take({talk});
-    QTRY_VERIFY_WITH_TIMEOUT(
-        session.files().rowCount() == 1 && session.files().at(0).state == State::Running,
-        kLongestMs);
+    QVERIFY(reached(session, [&] {
+        return session.files().rowCount() == 1 && session.files().at(0).state == State::Running;
+    }));
     session.cancel_all();
     QTRY_VERIFY_WITH_TIMEOUT(at_rest(session), kLongestMs);
     QCOMPARE(session.files().at(0).facts.outcome, Outcome::Interrupted);
@@ -152,14 +152,15 @@ void SessionTest::the_end_in_mid_file_leaves_nothing() {
     const QByteArray before = qgetenv("TMPDIR");
     qputenv("TMPDIR", QByteArray::fromStdString(temporary.path()));
     {
-        recording(folder, "talk.wav", 200);
-        recording(folder, "wait.wav", 200);
+        recording(folder, "talk.wav", 600);
+        recording(folder, "wait.wav", 600);
         FakeQuestions questions;
         Session session(questions);
         session.take({folder.path()});
-        QTRY_VERIFY_WITH_TIMEOUT(
-            session.files().rowCount() == 2 && session.files().at(0).fraction > 0.15, kLongestMs);
-        QVERIFY(!temporary.entries().empty());
+        QVERIFY(reached(session, [&] {
+            return session.files().rowCount() == 2 && session.working() &&
+                   !temporary.entries().empty();
+        }));
         session.shut_down();
     }
     QCOMPARE(temporary.entries(), std::vector<std::string>());

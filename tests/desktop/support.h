@@ -1,8 +1,11 @@
 #pragma once
 
 #include <QApplication>
+#include <QEventLoop>
 #include <QSignalSpy>
 #include <QTest>
+#include <QTimer>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -42,3 +45,28 @@ inline bool at_rest(const desktop::Session& session) {
 }
 
 constexpr int kLongestMs = 30000;
+
+/**
+ * Waits for a state that may last a moment only. QTRY_VERIFY looks every 50 ms, in which a short
+ * file begins and ends; this looks at every change that the session tells, before events go on, and
+ * every millisecond for what it does not tell.
+ */
+inline bool reached(desktop::Session& session, const std::function<bool()>& state) {
+    QEventLoop loop;
+    const auto look = [&] {
+        if (state()) {
+            loop.quit();
+        }
+    };
+    QTimer often;
+    QObject::connect(&session, &desktop::Session::changed, &loop, look);
+    QObject::connect(&session.files(), &desktop::FileList::dataChanged, &loop, look);
+    QObject::connect(&session.files(), &desktop::FileList::rowsInserted, &loop, look);
+    QObject::connect(&often, &QTimer::timeout, &loop, look);
+    often.start(1);
+    QTimer::singleShot(kLongestMs, &loop, &QEventLoop::quit);
+    if (!state()) {
+        loop.exec();
+    }
+    return state();
+}

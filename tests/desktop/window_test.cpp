@@ -79,9 +79,9 @@ void start_long_work(MainWindow& window, const TempDir& folder) {
         recording(folder, name, 100);
     }
     drop(window, {folder.path()});
-    QTRY_VERIFY_WITH_TIMEOUT(window.session().files().rowCount() == 4 &&
-                                 window.session().files().at(0).state == State::Running,
-                             kLongestMs);
+    desktop::FileList& files = window.session().files();
+    QVERIFY(reached(window.session(),
+                    [&] { return files.rowCount() == 4 && files.at(0).state == State::Running; }));
 }
 
 QAction* action(const MainWindow& window, const QString& text) {
@@ -101,7 +101,7 @@ void WindowTest::a_drop_in_mid_work_joins_the_list() {
     window.show();
     drop(window, {recording(folder, "one.wav", 20)});
     auto* view = window.findChild<desktop::DropView*>();
-    QTRY_VERIFY_WITH_TIMEOUT(window.session().working(), kLongestMs);
+    QVERIFY(reached(window.session(), [&] { return window.session().working(); }));
     QVERIFY(view->isVisible());
     write_text(folder / "notes.txt", "");
     drop(window, {recording(folder, "שלום 日本.wav", 1), folder / "notes.txt"});
