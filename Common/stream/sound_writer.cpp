@@ -3,6 +3,9 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cstdint>
+#include <fstream>
+#include <limits>
 #include <string>
 #include <utility>
 
@@ -46,6 +49,31 @@ bool keeps_length(int format) {
 }
 
 /**
+ * RIFF and FORM tell how many bytes follow. The library tells a few when it could not ask for the
+ * file's size, and finds nothing wrong with that when it reads the file. Larger files have other
+ * containers.
+ */
+bool tells_its_size(const std::string& path, off_t bytes) {
+    constexpr std::size_t kHeadBytes = 8;
+    unsigned char head[kHeadBytes];
+    std::ifstream file(path, std::ios::binary);
+    if (!file.read(reinterpret_cast<char*>(head), kHeadBytes)) {
+        return false;
+    }
+    const std::string name(head, head + 4);
+    const bool is_little = name == "RIFF";
+    if ((!is_little && name != "RIFX" && name != "FORM") ||
+        bytes > std::numeric_limits<std::uint32_t>::max()) {
+        return true;
+    }
+    std::uint32_t size = 0;
+    for (std::size_t i = 0; i < 4; ++i) {
+        size = size << 8 | head[is_little ? kHeadBytes - 1 - i : 4 + i];
+    }
+    return static_cast<off_t>(size) + static_cast<off_t>(kHeadBytes) == bytes;
+}
+
+/**
  * The library says nothing of a header that it could not bring up to date when closing: the file on
  * disk is asked how long it is. A device or a pipe has nothing to ask, and some formats without a
  * frame are no file that the library would open. A header that went to the file's end in place of
@@ -54,15 +82,16 @@ bool keeps_length(int format) {
  */
 bool is_whole(const std::string& path, long long frames) {
     struct stat status = {};
-    const bool is_file = ScratchSounds::instance().has(path) ||
-                         (::stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode));
-    if (frames == 0 || !is_file) {
+    const bool has_no_name = ScratchSounds::instance().has(path);
+    if (frames == 0 ||
+        (!has_no_name && (::stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)))) {
         return true;
     }
     SF_INFO info;
     const SoundHandle file = open_sound_for_reading(path, info);
     return file && info.frames >= frames &&
-           (info.frames <= frames + 1 || !keeps_length(info.format)) && !was_left_open(file.get());
+           (info.frames <= frames + 1 || !keeps_length(info.format)) &&
+           !was_left_open(file.get()) && (has_no_name || tells_its_size(path, status.st_size));
 }
 
 }  // namespace
