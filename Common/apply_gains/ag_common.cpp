@@ -172,8 +172,8 @@ void ApplyGains(int blockMilliseconds,
     const std::vector<double> walls = scaled_by(std::move(gains), peak);
     MeasuredRecordings::instance().forget(inputPath);
     rewind(input);
-    WallRamps ramps(info.channels, blocks, walls.data(), output);
-    stream::pump(input, ramps, blocks.pace(progress_range::kApplyGains), frames);
+    stream::pump_parts(input, output, wall_ramps(info.channels, blocks, walls.data()),
+                       blocks.pace(progress_range::kApplyGains), frames);
 }
 
 }  // namespace apply_gains

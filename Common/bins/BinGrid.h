@@ -26,6 +26,9 @@ struct BinGrid {
     int bins;
     int walls;  // bins + 1: wall i stands at the start of bin i
 
+    /** The bins from one on. */
+    BinGrid from(int bin) const { return {bin_frames, bins - bin, walls - bin}; }
+
     /** A pass that shows its progress after each bin: i / (bins - 1), 1.0 for one bin. */
     stream::Pace pace(progress_range::Range range) const {
         const int count = bins;

@@ -91,3 +91,10 @@ void WallRamps::take(double* samples, long long frames) {
         next().take(samples, done);
     }
 }
+
+stream::Part wall_ramps(int channels, const BinGrid& grid, const double* walls) {
+    return [=](stream::Receiver& end, long long first_frame, double* samples, long long frames) {
+        const int bin = static_cast<int>(first_frame / grid.bin_frames);
+        WallRamps(channels, grid.from(bin), walls + bin, end).take(samples, frames);
+    };
+}

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Common/bins/BinGrid.h"
+#include "Common/stream/parts.h"
 #include "Common/stream/stream.h"
 
 /**
@@ -23,3 +24,6 @@ class WallRamps : public stream::Stage {
     long long frame_ = 0;  // of the bin
     double gain_ = 0.0;
 };
+
+/** The ramps as parts of a pass: each begins on a wall. */
+stream::Part wall_ramps(int channels, const BinGrid& grid, const double* walls);

@@ -164,8 +164,9 @@ class LoudReduction {
         }
         SoundWriter writer(output, args_.sound_file_out, output_info.channels, grid_.bin_frames,
                            fail_write<Step>);
-        WallRamps ramps(output_info.channels, grid_, pWallGains.get(), writer);
-        stream::pump(*input_, ramps, grid_.pace(Rule::kApply));
+        stream::pump_parts(*input_, writer,
+                           wall_ramps(output_info.channels, grid_, pWallGains.get()),
+                           grid_.pace(Rule::kApply));
     }
 
   private:
@@ -175,7 +176,7 @@ class LoudReduction {
     double threshold_ = 0.0;
     double largest_peak_ = 0.0;
     double mean_rms_ = 0.0;
-    std::unique_ptr<stream::Source> input_;
+    std::unique_ptr<SoundSource> input_;
     BinGrid grid_{};
     boost::scoped_array<CBin> pBin;
     boost::scoped_array<double> pWallGains;

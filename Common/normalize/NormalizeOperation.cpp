@@ -1,6 +1,7 @@
 #include "Common/normalize/NormalizeOperation.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <cstdio>
 #include <string>
@@ -134,16 +135,22 @@ void NormalizeOperation::ApplyGains() {
     // Where the target may be lowered, floats are counted, too: a level that ran away is one in any
     // encoding. Else they go to the writer straight, without the detour.
     const bool holds = !holds_any_level(info.format);
-    FullScaleHold hold(info.channels, writer,
-                       holds ? FullScaleHold::Mode::kHold : FullScaleHold::Mode::kOnlyCount);
-    stream::Receiver& output =
-        holds || miss_ != Miss::kStand ? static_cast<stream::Receiver&>(hold) : writer;
-    WallRamps ramps(info.channels, grid_, pWallGains.get(), output);
+    const auto mode = holds ? FullScaleHold::Mode::kHold : FullScaleHold::Mode::kOnlyCount;
+    // Where the target may be lowered, floats are counted, too: a level that ran away is one in any
+    // encoding. Else they go to the writer straight, without the detour.
+    const stream::Part ramps = wall_ramps(info.channels, grid_, pWallGains.get());
+    std::atomic<long long> held{0};
+    const stream::Part held_ramps = [&](stream::Receiver& end, long long first_frame,
+                                        double* samples, long long frames) {
+        FullScaleHold hold(info.channels, end, mode);
+        ramps(hold, first_frame, samples, frames);
+        held += hold.held();
+    };
     const bool again = above_full_scale_ > 0;  // progress does not go back for it
-    stream::pump(*input_, ramps,
-                 grid_.pace(again ? progress_range::kDone : progress_range::kNormalizeApply));
-    above_full_scale_ = hold.held();
-    result_.held_samples = holds ? hold.held() : 0;
+    stream::pump_parts(*input_, writer, holds || miss_ != Miss::kStand ? held_ramps : ramps,
+                       grid_.pace(again ? progress_range::kDone : progress_range::kNormalizeApply));
+    above_full_scale_ = held;
+    result_.held_samples = holds ? above_full_scale_ : 0;
 }
 
 void FullScaleHold::take(double* samples, long long frames) {

@@ -7,6 +7,7 @@
 #include "Common/bins/BinGrid.h"
 #include "Common/normalize/CommandLine.h"
 #include "Common/normalize/normalize.h"
+#include "Common/stream/sound_source.h"
 #include "Common/stream/stream.h"
 
 namespace normalize {
@@ -46,7 +47,7 @@ class NormalizeOperation {
     Miss miss_;
     double noise_floor_;  // linear
     double peak_output_;  // linear
-    std::unique_ptr<stream::Source> input_;
+    std::unique_ptr<SoundSource> input_;
     BinGrid grid_{};
     boost::scoped_array<CBin> pBin;
     double overall_level_ = 0.0;

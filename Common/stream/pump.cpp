@@ -17,6 +17,19 @@ namespace {
 // Large enough that the calls per block do not count, small enough for a processor's cache.
 constexpr int kBlockSamples = 32768;
 
+}  // namespace
+
+long long block_frames_for(int channels, long long unit_frames) {
+    // Whole units, one at least: a link that works bin by bin seldom has to carry one over. And
+    // fours of them, since links take that many side by side.
+    constexpr long long kTogether = 4;
+    long long units = kBlockSamples / channels / unit_frames;
+    units -= units > kTogether ? units % kTogether : 0;
+    return std::max(1LL, units) * unit_frames;
+}
+
+namespace {
+
 template <class Advance>
 void run(Source& source,
          Receiver& receiver,
@@ -24,12 +37,7 @@ void run(Source& source,
          long long unit_frames,
          const Advance& advance) {
     const int channels = source.info().channels;
-    // Whole units, one at least: a link that works bin by bin seldom has to carry one over. And
-    // fours of them, since links take that many side by side.
-    constexpr long long kTogether = 4;
-    long long units = kBlockSamples / channels / unit_frames;
-    units -= units > kTogether ? units % kTogether : 0;
-    const long long block_frames = std::max(1LL, units) * unit_frames;
+    const long long block_frames = block_frames_for(channels, unit_frames);
     boost::scoped_array<double> block;
     allocate(block, static_cast<std::size_t>(block_frames * channels), "block",
              "Common/stream/pump");

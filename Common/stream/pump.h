@@ -39,6 +39,9 @@ class Pace {
     long long units_ = 0;
 };
 
+/** Frames of a block, a multiple of the unit. */
+long long block_frames_for(int channels, long long unit_frames);
+
 constexpr long long kToTheEnd = std::numeric_limits<long long>::max();
 
 /**

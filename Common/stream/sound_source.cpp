@@ -30,10 +30,46 @@ SoundSource::SoundSource(const SoundHandle& handle,
       frame_bytes_(static_cast<std::size_t>(info.channels) *
                    (codec_.is_plain() ? codec_.bytes() : sizeof(double))) {}
 
+/** take gets spans of at most so many frames together, and how many were before each. */
+template <class Take>
+long long SoundSource::read_ahead(long long frames, const Take& take) {
+    long long done = 0;
+    while (done < frames) {
+        const ReadAhead::Span span = ahead_->next(frames - done);
+        if (span.frames == 0) {
+            break;
+        }
+        take(span, done);
+        done += span.frames;
+    }
+    return done;
+}
+
 long long SoundSource::read(double* samples, long long frames) {
-    const bool ahead = ahead_ && !ahead_->is_used_up();
-    const long long count = ahead ? read_ahead(samples, frames) : read_now(samples, frames);
-    const std::string problem = ahead ? ahead_->problem() : error();
+    if (!ahead_ || ahead_->is_used_up()) {
+        const long long count = read_now(samples, frames);
+        return pass_on(count, error());
+    }
+    const long long count = read_ahead(frames, [&](const ReadAhead::Span& span, long long before) {
+        decode(span.bytes, samples + before * info_.channels, span.frames);
+    });
+    return pass_on(count, ahead_->problem());
+}
+
+long long SoundSource::read_bytes(unsigned char* bytes, long long frames) {
+    if (!ahead_ || ahead_->is_used_up()) {
+        const long long count = fetch(bytes, frames);
+        return pass_on(count, error());
+    }
+    const long long count = read_ahead(frames, [&](const ReadAhead::Span& span, long long before) {
+        std::memcpy(bytes + static_cast<std::size_t>(before) * frame_bytes_, span.bytes,
+                    static_cast<std::size_t>(span.frames) * frame_bytes_);
+    });
+    return pass_on(count, ahead_->problem());
+}
+
+/** Counts what was read, unless there should have been more. */
+long long SoundSource::pass_on(long long count, const std::string& problem) {
     // A device that fails looks like the end of the file but for this.
     if (!problem.empty()) {
         if (failure_) {
@@ -91,19 +127,6 @@ long long SoundSource::read_now(double* samples, long long frames) {
     const long long count = fetch(bytes_.data(), frames);
     decode(bytes_.data(), samples, count);
     return count;
-}
-
-long long SoundSource::read_ahead(double* samples, long long frames) {
-    long long done = 0;
-    while (done < frames) {
-        const ReadAhead::Span span = ahead_->next(frames - done);
-        if (span.frames == 0) {
-            break;
-        }
-        decode(span.bytes, samples + done * info_.channels, span.frames);
-        done += span.frames;
-    }
-    return done;
 }
 
 bool SoundSource::seek(long long frame) {

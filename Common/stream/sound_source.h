@@ -31,6 +31,18 @@ class SoundSource : public stream::Source {
 
     long long read(double* samples, long long frames) override;
 
+    /** Whether the file holds plain samples, so that it can be read as bytes. */
+    bool gives_bytes() const { return codec_.is_plain(); }
+
+    /** Of a frame that read_bytes gives. */
+    long long frame_bytes() const { return static_cast<long long>(frame_bytes_); }
+
+    /** As read, but leaves the samples as they stand in the file. */
+    long long read_bytes(unsigned char* bytes, long long frames);
+
+    /** The samples of bytes that were read, which are scratch afterwards. For any thread. */
+    void decode(unsigned char* bytes, double* samples, long long frames) const;
+
     /** Where a processor is free, the helper thread reads so far ahead, and not beyond. */
     void announce(long long frames) override;
 
@@ -43,8 +55,9 @@ class SoundSource : public stream::Source {
   private:
     long long fetch(unsigned char* bytes, long long frames);
     long long read_now(double* samples, long long frames);
-    long long read_ahead(double* samples, long long frames);
-    void decode(unsigned char* bytes, double* samples, long long frames) const;
+    template <class Take>
+    long long read_ahead(long long frames, const Take& take);
+    long long pass_on(long long count, const std::string& problem);
     std::string error() const;
 
     SoundHandle handle_;

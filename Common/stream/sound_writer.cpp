@@ -1,15 +1,18 @@
 #include "Common/stream/sound_writer.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdint>
-#include <fstream>
+#include <cstring>
 #include <limits>
 #include <string>
 #include <utility>
 
 #include "Common/audio/scratch_sounds.h"
+#include "Common/files/descriptor.h"
 #include "Common/stream/riders.h"
 
 namespace {
@@ -53,11 +56,10 @@ bool keeps_length(int format) {
  * file's size, and finds nothing wrong with that when it reads the file. Larger files have other
  * containers.
  */
-bool tells_its_size(const std::string& path, off_t bytes) {
+bool tells_its_size(int file, off_t bytes) {
     constexpr std::size_t kHeadBytes = 8;
     unsigned char head[kHeadBytes];
-    std::ifstream file(path, std::ios::binary);
-    if (!file.read(reinterpret_cast<char*>(head), kHeadBytes)) {
+    if (::pread(file, head, kHeadBytes, 0) != static_cast<ssize_t>(kHeadBytes)) {
         return false;
     }
     const std::string name(head, head + 4);
@@ -81,17 +83,18 @@ bool tells_its_size(const std::string& path, off_t bytes) {
  * such.
  */
 bool is_whole(const std::string& path, long long frames) {
+    const int held = ScratchSounds::instance().open_for_reading(path);
     struct stat status = {};
-    const bool has_no_name = ScratchSounds::instance().has(path);
     if (frames == 0 ||
-        (!has_no_name && (::stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)))) {
+        (held == -1 && (::stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)))) {
         return true;
     }
+    const Descriptor bytes = held != -1 ? Descriptor(held) : Descriptor(path, O_RDONLY | O_CLOEXEC);
     SF_INFO info;
     const SoundHandle file = open_sound_for_reading(path, info);
-    return file && info.frames >= frames &&
+    return bytes.is_open() && ::fstat(bytes.get(), &status) == 0 && file && info.frames >= frames &&
            (info.frames <= frames + 1 || !keeps_length(info.format)) &&
-           !was_left_open(file.get()) && (has_no_name || tells_its_size(path, status.st_size));
+           !was_left_open(file.get()) && tells_its_size(bytes.get(), status.st_size);
 }
 
 }  // namespace
@@ -116,14 +119,47 @@ SoundWriter::SoundWriter(const SoundHandle& handle,
     }
 }
 
+/**
+ * Earlier pieces are on their way to the file while the next one is filled: fill puts so many
+ * frames, from one of those that came, at its end.
+ */
+template <class Fill>
+void SoundWriter::fill_pieces(long long frames, const Fill& fill) {
+    taken_ += frames;
+    for (long long done = 0; done < frames;) {
+        Piece& filling = piece(filling_);
+        const long long some = std::min(frames - done, piece_capacity_ - filling.frames);
+        filling.bytes.resize(static_cast<std::size_t>(piece_capacity_ * frame_bytes_));
+        fill(filling.bytes.data() + filling.frames * frame_bytes_, done, some);
+        filling.frames += some;
+        done += some;
+        if (filling.frames == piece_capacity_) {
+            hand_over_piece();
+        }
+    }
+}
+
 void SoundWriter::take(double* samples, long long frames) {
     if (codec_.is_plain()) {
-        write_plain(samples, frames);
+        fill_pieces(frames, [&](unsigned char* bytes, long long first, long long some) {
+            encode(samples + first * channels_, bytes, some);
+        });
         return;
     }
     for (long long done = 0; done < frames; done += piece_frames_) {
         write(samples + done * channels_, std::min(piece_frames_, frames - done));
     }
+}
+
+void SoundWriter::encode(const double* samples, unsigned char* bytes, long long frames) const {
+    codec_.encode(samples, bytes, static_cast<std::size_t>(frames * channels_));
+}
+
+void SoundWriter::take_bytes(const unsigned char* bytes, long long frames) {
+    fill_pieces(frames, [&](unsigned char* to, long long first, long long some) {
+        std::memcpy(to, bytes + first * frame_bytes_,
+                    static_cast<std::size_t>(some * frame_bytes_));
+    });
 }
 
 void SoundWriter::write(const double* samples, long long frames) {
@@ -135,24 +171,6 @@ void SoundWriter::check(long long frames, long long written) {
     if (written != frames) {
         on_failure_(
             {handle_, path_, frames * channels_, written * channels_, sf_strerror(handle_.get())});
-    }
-}
-
-/** Earlier pieces are on their way to the file while the next one is filled. */
-void SoundWriter::write_plain(const double* samples, long long frames) {
-    taken_ += frames;
-    for (long long done = 0; done < frames;) {
-        Piece& filling = piece(filling_);
-        const long long some = std::min(frames - done, piece_capacity_ - filling.frames);
-        filling.bytes.resize(static_cast<std::size_t>(piece_capacity_ * frame_bytes_));
-        codec_.encode(samples + done * channels_,
-                      filling.bytes.data() + filling.frames * frame_bytes_,
-                      static_cast<std::size_t>(some * channels_));
-        filling.frames += some;
-        done += some;
-        if (filling.frames == piece_capacity_) {
-            hand_over_piece();
-        }
     }
 }
 

@@ -42,6 +42,18 @@ class SoundWriter : public stream::Receiver {
     void take(double* samples, long long frames) override;
     void end() override;
 
+    /** Whether the file holds plain samples, so that it takes bytes. */
+    bool takes_bytes() const { return codec_.is_plain(); }
+
+    /** Of a frame in the file, 0 unless it takes bytes. */
+    long long frame_bytes() const { return frame_bytes_; }
+
+    /** Samples as they stand in the file. For any thread. */
+    void encode(const double* samples, unsigned char* bytes, long long frames) const;
+
+    /** The next frames, encoded. */
+    void take_bytes(const unsigned char* bytes, long long frames);
+
   private:
     /** Encoded frames on their way to the file. */
     struct Piece {
@@ -51,7 +63,8 @@ class SoundWriter : public stream::Receiver {
     };
 
     void write(const double* samples, long long frames);
-    void write_plain(const double* samples, long long frames);
+    template <class Fill>
+    void fill_pieces(long long frames, const Fill& fill);
     void hand_over_piece();
     void write_piece();
     void tell_rider(Piece& piece);

@@ -4,6 +4,8 @@
 #include <sys/resource.h>
 
 #include <algorithm>
+#include <atomic>
+#include <cmath>
 #include <csignal>
 #include <cstring>
 #include <stdexcept>
@@ -12,6 +14,9 @@
 #include <vector>
 
 #include "Common/audio/sound_handle.h"
+#include "Common/bins/walls.h"
+#include "Common/normalize/NormalizeOperation.h"
+#include "Common/stream/parts.h"
 #include "Common/stream/pump.h"
 #include "Common/stream/read_ahead.h"
 #include "Common/stream/sound_source.h"
@@ -133,6 +138,72 @@ TEST(HelperThread, ASourceReadsTheSameWithAndWithoutIt) {
     HelperThread::use(true);
     EXPECT_EQ(alone, read(399001));
     HelperThread::use(std::thread::hardware_concurrency() > 1);
+}
+
+/** A recording brought through ramps into a file: the file's bytes, or what was thrown. */
+std::string ramped(const std::string& path, long long& held) {
+    const TempDir folder;
+    const ProgressRecorder progress;
+    SF_INFO info{};
+    const SoundHandle input = open_sound_for_reading(path, info);
+    SoundSource source(input, path, info);
+    const BinGrid grid{2205, static_cast<int>(ceildiv(info.frames, 2205)), 0};
+    std::vector<double> walls;
+    for (int i = 0; i <= grid.bins; ++i) {
+        walls.push_back(0.5 + i % 5 * 0.2);
+    }
+    const stream::Part ramps = wall_ramps(info.channels, grid, walls.data());
+    std::atomic<long long> count{0};
+    const stream::Part part = [&](stream::Receiver& end, long long first, double* samples,
+                                  long long frames) {
+        normalize::FullScaleHold hold(info.channels, end);
+        ramps(hold, first, samples, frames);
+        count += hold.held();
+    };
+    SoundHandle output = open_sound_for_writing(folder / "out", info);
+    SoundWriter writer(output, folder / "out", info.channels, 1000, [](const WriteFailure&) {});
+    try {
+        stream::pump_parts(source, writer, part, grid.pace({0, 100}));
+    } catch (const std::runtime_error& error) {
+        return error.what();
+    }
+    held = count;
+    return read_text(folder / "out");
+}
+
+TEST(HelperThread, TwoPartsAtATimeGiveTheFileThatOneAtATimeGives) {
+    const TempDir folder;
+    Signal input = signals::speech(11, 44100, 2);
+    for (double& sample : input.samples) {
+        sample = sample * 3.0 > 0.99 ? 0.99 : sample * 3.0;  // some to be held
+    }
+    Signal broken = input;
+    broken.samples[2 * 300000] = broken.samples[2 * 400000] = std::nan("");
+
+    const struct {
+        const Signal& signal;
+        int format;
+        std::string text;  // part of what is thrown
+    } rows[] = {{input, kWav16, ""},
+                {input, SF_FORMAT_AIFF | SF_FORMAT_PCM_24, ""},
+                {input, SF_FORMAT_WAV | SF_FORMAT_ULAW, ""},
+                {broken, kWavFloat, "the sample in frame 300000 is not a number"}};
+
+    for (const auto& row : rows) {
+        SCOPED_TRACE(testing::Message() << std::hex << row.format);
+        write_sound(folder / "in", row.signal, row.format);
+        long long held_alone = 0;
+        long long held_helped = 0;
+        HelperThread::use(false);
+        const std::string alone = ramped(folder / "in", held_alone);
+        HelperThread::use(true);
+        const std::string helped = ramped(folder / "in", held_helped);
+        HelperThread::use(std::thread::hardware_concurrency() > 1);
+        EXPECT_TRUE(alone == helped);
+        EXPECT_NE(std::string::npos, alone.find(row.text));
+        EXPECT_EQ(row.text.empty(), held_alone > 0);
+        EXPECT_EQ(held_alone, held_helped);
+    }
 }
 
 /** No file of this process may grow beyond so many bytes. */

@@ -1,0 +1,153 @@
+#include "Common/stream/parts.h"
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <vector>
+
+#include "Common/audio/finite.h"
+#include "Common/reporting/run_state.h"
+#include "Common/stream/helper_thread.h"
+
+/*
+ * To decode a block, work on it and encode it is most of a pass. Where nothing is carried over from
+ * block to block, both threads do that, each with the doubles in its own cache: what crosses over
+ * are the file's bytes. The blocks stand in a ring and go in turn to two lanes; the owner reads
+ * into the ring, takes the blocks out in their order and hands their bytes to the writer. He does
+ * himself what nobody has begun, so the work divides itself whatever else the helper has to do.
+ */
+namespace stream {
+
+namespace {
+
+constexpr int kLanes = 2;
+constexpr long long kBlocks = 6;  // of the ring: enough that neither thread waits for the other
+
+/** Ends a part's chain in bytes. */
+class Encoder : public Receiver {
+  public:
+    Encoder(const SoundWriter& writer, std::vector<unsigned char>& bytes)
+        : writer_(writer), bytes_(bytes) {}
+
+    void take(double* samples, long long frames) override {
+        const std::size_t room = bytes_.size();
+        bytes_.resize(room + static_cast<std::size_t>(frames * writer_.frame_bytes()));
+        writer_.encode(samples, bytes_.data() + room, frames);
+    }
+
+  private:
+    const SoundWriter& writer_;
+    std::vector<unsigned char>& bytes_;
+};
+
+/** One run over a recording on two threads. */
+class TwoAtATime {
+  public:
+    TwoAtATime(SoundSource& source, SoundWriter& writer, const Part& part, long long block_frames)
+        : source_(source), writer_(writer), part_(part), block_frames_(block_frames) {}
+
+    void go(Pace& pace, long long most_frames) {
+        source_.announce(most_frames);
+        for (long long left = most_frames; left > 0;) {
+            if (begun_ - written_ == kBlocks) {
+                write_oldest();
+            }
+            Block& block = ring_[static_cast<std::size_t>(begun_ % kBlocks)];
+            block.first_frame = source_.position();
+            block.in.resize(static_cast<std::size_t>(block_frames_ * source_.frame_bytes()));
+            block.frames = source_.read_bytes(block.in.data(), std::min(left, block_frames_));
+            if (block.frames == 0) {
+                break;
+            }
+            check_cancelled();
+            left -= block.frames;
+            lanes_[static_cast<std::size_t>(begun_++ % kLanes)].add();
+            pace.advance(block.frames);
+        }
+        while (written_ < begun_) {
+            write_oldest();
+        }
+        writer_.end();
+    }
+
+  private:
+    struct Block {
+        long long first_frame = 0;
+        long long frames = 0;
+        std::vector<unsigned char> in;
+        std::vector<unsigned char> out;
+    };
+
+    void write_oldest() {
+        lanes_[static_cast<std::size_t>(written_ % kLanes)].finish(written_ / kLanes + 1);
+        const Block& oldest = ring_[static_cast<std::size_t>(written_++ % kBlocks)];
+        writer_.take_bytes(oldest.out.data(),
+                           static_cast<long long>(oldest.out.size()) / writer_.frame_bytes());
+    }
+
+    /** A lane's work: its next block, every second of all. */
+    void make_next(std::size_t lane) {
+        Block& block = ring_[static_cast<std::size_t>(
+            (next_[lane]++ * kLanes + static_cast<long long>(lane)) % kBlocks)];
+        thread_local std::vector<double> samples;
+        samples.resize(static_cast<std::size_t>(block_frames_ * source_.info().channels));
+        source_.decode(block.in.data(), samples.data(), block.frames);
+        FiniteGuard(source_.name(), source_.info(), block.first_frame)
+            .check(samples.data(), block.frames * source_.info().channels);
+        block.out.clear();
+        Encoder end(writer_, block.out);
+        part_(end, block.first_frame, samples.data(), block.frames);
+    }
+
+    SoundSource& source_;
+    SoundWriter& writer_;
+    const Part& part_;
+    const long long block_frames_;
+    std::array<Block, kBlocks> ring_;
+    std::array<long long, kLanes> next_{};
+    long long begun_ = 0;    // blocks
+    long long written_ = 0;  // handed to the writer
+    std::array<HelperThread::Lane, kLanes> lanes_{
+        HelperThread::Lane([this] { make_next(0); }, 2),
+        HelperThread::Lane([this] { make_next(1); }, 2)};  // the last member: it waits for both
+};
+
+/** The parts one after the other, as a link before the writer. */
+class InTurn : public Receiver {
+  public:
+    InTurn(long long first_frame, Receiver& end, const Part& part)
+        : frame_(first_frame), end_(end), part_(part) {}
+
+    void take(double* samples, long long frames) override {
+        part_(end_, frame_, samples, frames);
+        frame_ += frames;
+    }
+
+    void end() override { end_.end(); }
+
+  private:
+    long long frame_;
+    Receiver& end_;
+    const Part& part_;
+};
+
+}  // namespace
+
+void pump_parts(SoundSource& source,
+                SoundWriter& writer,
+                const Part& part,
+                Pace&& pace,
+                long long most_frames) {
+    const long long block_frames = block_frames_for(source.info().channels, pace.unit_frames());
+    const long long expected = std::min(most_frames, source.info().frames - source.position());
+    if (HelperThread::is_used() && source.gives_bytes() && writer.takes_bytes() &&
+        expected > kBlocks * block_frames) {
+        TwoAtATime(source, writer, part, block_frames).go(pace, most_frames);
+        pace.finish();
+    } else {
+        InTurn in_turn(source.position(), writer, part);
+        pump(source, in_turn, pace, most_frames);
+    }
+}
+
+}  // namespace stream
