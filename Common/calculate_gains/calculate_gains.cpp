@@ -15,6 +15,7 @@
 #include "Common/reporting/log.h"
 #include "Common/reporting/progress.h"
 #include "Common/ss_util.h"
+#include "Common/stream/pump.h"
 #include "Common/stream/sound_source.h"
 #include "Common/units.h"
 
@@ -92,6 +93,7 @@ int Operation::execute() {
     buffer_length_ =
         (static_cast<std::uint32_t>(buffer_frames) + 1) * static_cast<std::uint32_t>(info.channels);
     require_other_files();
+    input_->announce(stream::kToTheEnd);  // all segments together: most are short
     SeriesWriter rms_file(args_.rms_file, SeriesWriter::kFixed, 5, 2);
     if (!rms_file.is_open()) {
         return log_failure(kSource, __LINE__, "error opening RMS file " + args_.rms_file);
