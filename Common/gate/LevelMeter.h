@@ -50,6 +50,9 @@ class CLevelMeter {
 
     int size() const { return size_; }
 
+    /** The ring's N samples, after initialize in their order. */
+    const double* samples() const { return ring_.get(); }
+
   private:
     double level_ = 0.0;
     int size_;

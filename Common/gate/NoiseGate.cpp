@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <limits>
 
 #include "Common/gate/gate.h"
 #include "Common/reporting/progress.h"
@@ -14,10 +15,11 @@ namespace gate {
 /*
  * How the gate goes over a recording. The loop hands over blocks of any length; they go into a line
  * of samples, addressed by frames from the recording's start. As soon as the line reaches far
- * enough ahead, a block of fixed length is gated: first the energies of all its samples are
- * measured, then each channel's gain follows them. The two passes are apart because each waits for
- * something else: an energy for the sum before it, a gain for the state before it. Apart, the sums
- * of all channels run side by side and the state machine has only numbers to compare.
+ * enough ahead, a block of fixed length is gated, frame by frame: its energies are measured, and
+ * each channel's gain follows them. An energy waits for the sum before it, which takes longer than
+ * all else that a frame needs; so nearly all else is free, as long as it is done between the sums.
+ * Most frames leave every channel as it is, open or closed: two comparisons for all channels
+ * together show that, and only where they fail the state machine is asked.
  *
  * Where blocks begin and end matters at the recording's end alone (see NoiseGate.h), but there it
  * decides about bits. So the gate keeps count of its own blocks, whatever the loop hands over.
@@ -40,8 +42,6 @@ CNoiseGate::CNoiseGate(const GateArgs& args,
       release_step_((args.open_gain - args.closed_gain) / args.release_samples) {
     allocate(block_, kBlockSamples, "current block", kSource);
     allocate(ahead_block_, kBlockSamples, "look-ahead block", kSource);
-    allocate(energies_, kBlockSamples, "energies", kSource);
-    allocate(ahead_energies_, kBlockSamples, "energies ahead", kSource);
 }
 
 int CNoiseGate::exec() {
@@ -73,10 +73,10 @@ void CNoiseGate::gate_input(void (CNoiseGate::*start)()) {
 void CNoiseGate::take(double* samples, long long frames) {
     line_.insert(line_.end(), samples, samples + frames * channel_count_);
     received_ += frames;
-    if (channels_.empty() && received_ >= args_.meter_samples) {
+    if (meters_.empty() && received_ >= args_.meter_samples) {
         (this->*start_)();
     }
-    if (!channels_.empty()) {
+    if (!meters_.empty()) {
         while (received_ - args_.anticipate_samples >= gated_ + block_frames_) {
             gate_block(block_frames_);
         }
@@ -85,7 +85,7 @@ void CNoiseGate::take(double* samples, long long frames) {
 }
 
 void CNoiseGate::end() {
-    if (channels_.empty()) {
+    if (meters_.empty()) {
         (this->*start_)();  // the recording is shorter than the meters: let them say so
     }
     while (gated_ < received_) {
@@ -115,14 +115,13 @@ void CNoiseGate::forget_passed_frames() {
 void CNoiseGate::gate_block(long long frames) {
     long long frames_ahead = std::clamp(received_ - args_.anticipate_samples - gated_, 0LL, frames);
     const double* ahead = look_ahead(frames, frames_ahead);
-    std::copy_n(at(gated_), frames * channel_count_, block_.get());
+    const double* const samples = at(gated_);
     if (channel_count_ == 1) {
-        measure_mono(ahead, frames, frames_ahead > 0);
+        frames_ahead > 0 ? gate_mono<true>(samples, ahead, frames)
+                         : gate_mono<false>(samples, ahead, frames);
     } else {
-        measure_stereo(ahead, frames, frames_ahead > 0);
-    }
-    for (int channel = 0; channel < channel_count_; ++channel) {
-        gate_channel(channel, frames);
+        frames_ahead > 0 ? gate_stereo<true>(samples, ahead, frames)
+                         : gate_stereo<false>(samples, ahead, frames);
     }
     gated_ += frames;
     next().take(block_.get(), frames);
@@ -158,7 +157,8 @@ void CNoiseGate::start_mono() {
     CLevelMeter ahead(args_.meter_samples);
     initializeMeter(current);
     initializeMeter(ahead);
-    add_channel(current, ahead);
+    start_gain(current, ahead);
+    meters_ = {PairMeter(current, ahead)};
 }
 
 void CNoiseGate::start_stereo() {
@@ -170,8 +170,9 @@ void CNoiseGate::start_stereo() {
     double right_energy = 0.0;
     initializeMeters(left, right, left_energy, right_energy);
     initializeMeters(left_ahead, right_ahead, left_energy, right_energy);
-    add_channel(left, left_ahead);
-    add_channel(right, right_ahead);
+    start_gain(left, left_ahead);
+    start_gain(right, right_ahead);
+    meters_ = {PairMeter(left, right), PairMeter(left_ahead, right_ahead)};
 }
 
 /** The recording's first frames, as many as a meter holds. */
@@ -203,79 +204,96 @@ void CNoiseGate::initializeMeters(CLevelMeter& left,
     right_energy = right.initialize(one_channel.data());
 }
 
-void CNoiseGate::add_channel(const CLevelMeter& current, const CLevelMeter& ahead) {
+void CNoiseGate::start_gain(const CLevelMeter& current, const CLevelMeter& ahead) {
     // A recording that begins in the middle of a word must not fade in.
     const bool open = args_.attack_energy < current.level() || args_.attack_energy < ahead.level();
-    channels_.push_back(
-        {current, ahead, {open ? kOpen : kClosed, open ? args_.open_gain : args_.closed_gain, 0}});
+    gains_.push_back({open ? kOpen : kClosed, open ? args_.open_gain : args_.closed_gain, 0});
+}
+
+namespace {
+
+constexpr double kNever = std::numeric_limits<double>::infinity();
+
+/** Whether each sample counts: in the ramps and the hold. */
+bool is_busy(eStateType state) {
+    return state != kOpen && state != kClosed;
+}
+
+}  // namespace
+
+/** An open channel rests while its energy is not below this, */
+inline double CNoiseGate::least_to_rest(const Gain& gain) const {
+    return gain.state == kOpen ? args_.release_energy : -kNever;
+}
+
+/** and a closed one while the energy ahead is not above that. */
+inline double CNoiseGate::most_to_rest(const Gain& gain) const {
+    return gain.state == kClosed ? args_.attack_energy : kNever;
 }
 
 /**
- * The energies of a block, before anything is gated. Each is a sum that waits for the one before:
- * those of both channels go along side by side. Without a sample ahead the current energy stands
- * for the one ahead.
+ * Both functions write what they make of the samples into the block. Without a sample ahead the
+ * current energy stands for the one ahead, and does to the end.
  */
-void CNoiseGate::measure_mono(const double* ahead, long long frames, bool has_ahead) {
-    CLevelMeter current = channels_[0].current;  // local copies stay in registers
-    CLevelMeter later = channels_[0].ahead;
+template <bool kHasAhead>
+void CNoiseGate::gate_mono(const double* samples, const double* ahead, long long frames) {
+    PairMeter::Run meter(meters_[0]);
+    Gain gain = gains_[0];  // a local copy stays in registers
+    double least = least_to_rest(gain);
+    double most = most_to_rest(gain);
+    bool busy = is_busy(gain.state);
     for (long long i = 0; i < frames; ++i) {
-        energies_[i] = current.update(block_[i]);
-        ahead_energies_[i] = has_ahead ? later.update(ahead[i]) : energies_[i];
+        const Pair energies = meter.update(Pair{samples[i], kHasAhead ? ahead[i] : samples[i]});
+        const double current = energies[0];
+        const double later = kHasAhead ? energies[1] : current;
+        if (busy || current < least || later > most) {
+            const eStateType before = gain.state;
+            step(gain, current, later);
+            if (gain.state != before) {
+                least = least_to_rest(gain);
+                most = most_to_rest(gain);
+                busy = is_busy(gain.state);
+            }
+        }
+        block_[i] = samples[i] * gain.value;
     }
-    channels_[0].current = current;
-    channels_[0].ahead = later;
+    gains_[0] = gain;
+    meter.store();
 }
 
-void CNoiseGate::measure_stereo(const double* ahead, long long frames, bool has_ahead) {
-    CLevelMeter left = channels_[0].current;
-    CLevelMeter right = channels_[1].current;
-    CLevelMeter left_ahead = channels_[0].ahead;
-    CLevelMeter right_ahead = channels_[1].ahead;
+template <bool kHasAhead>
+void CNoiseGate::gate_stereo(const double* samples, const double* ahead, long long frames) {
+    PairMeter::Run meter(meters_[0]);
+    PairMeter::Run meter_ahead(meters_[1]);
+    Gain left = gains_[0];  // local copies, as above
+    Gain right = gains_[1];
+    Pair gains{left.value, right.value};
+    Pair least{least_to_rest(left), least_to_rest(right)};
+    Pair most{most_to_rest(left), most_to_rest(right)};
+    bool busy = is_busy(left.state) || is_busy(right.state);
+    double* const block = block_.get();
     for (long long i = 0; i < 2 * frames; i += 2) {
-        energies_[i] = left.update(block_[i]);
-        energies_[i + 1] = right.update(block_[i + 1]);
-        ahead_energies_[i] = has_ahead ? left_ahead.update(ahead[i]) : energies_[i];
-        ahead_energies_[i + 1] = has_ahead ? right_ahead.update(ahead[i + 1]) : energies_[i + 1];
-    }
-    channels_[0].current = left;
-    channels_[1].current = right;
-    channels_[0].ahead = left_ahead;
-    channels_[1].ahead = right_ahead;
-}
-
-/**
- * Gates one channel of a block whose energies are known. Most samples leave the gate as it is, open
- * or closed: they are passed over in loops of their own.
- */
-void CNoiseGate::gate_channel(int index, long long frames) {
-    Gain gain = channels_[static_cast<std::size_t>(index)].gain;  // local copies, as above
-    double* const samples = block_.get();
-    const double* const energies = energies_.get();
-    const double* const ahead_energies = ahead_energies_.get();
-    const double attack_energy = args_.attack_energy;
-    const double release_energy = args_.release_energy;
-    const long long stride = channel_count_;
-    const long long end = frames * stride;
-    for (long long i = index; i < end; i += stride) {
-        const long long start = i;
-        if (gain.state == kOpen) {
-            while (i < end && !(energies[i] < release_energy)) {
-                i += stride;
-            }
-        } else if (gain.state == kClosed) {
-            while (i < end && !(ahead_energies[i] > attack_energy)) {
-                i += stride;
+        const Pair frame = load_pair(samples + i);
+        const Pair current = meter.update(frame);
+        const Pair later = kHasAhead ? meter_ahead.update(load_pair(ahead + i)) : current;
+        const auto leaves = (current < least) | (later > most);
+        if (busy || (leaves[0] | leaves[1]) != 0) {
+            const eStateType left_before = left.state;
+            const eStateType right_before = right.state;
+            step(left, current[0], later[0]);
+            step(right, current[1], later[1]);
+            gains = Pair{left.value, right.value};
+            if (left.state != left_before || right.state != right_before) {
+                least = Pair{least_to_rest(left), least_to_rest(right)};
+                most = Pair{most_to_rest(left), most_to_rest(right)};
+                busy = is_busy(left.state) || is_busy(right.state);
             }
         }
-        for (long long same = start; same < i; same += stride) {
-            samples[same] *= gain.value;
-        }
-        if (i < end) {
-            step(gain, energies[i], ahead_energies[i]);
-            samples[i] *= gain.value;
-        }
+        store_pair(block + i, frame * gains);
     }
-    channels_[static_cast<std::size_t>(index)].gain = gain;
+    gains_ = {left, right};
+    meter.store();
+    meter_ahead.store();
 }
 
 // Both ramps are sums of equal steps, which miss the end by rounding: it is set, not met.

@@ -5,6 +5,7 @@
 
 #include "Common/gate/CommandLine.h"
 #include "Common/gate/LevelMeter.h"
+#include "Common/gate/pair_meter.h"
 #include "Common/stream/stream.h"
 
 namespace gate {
@@ -72,24 +73,20 @@ class CNoiseGate : public stream::Stage {
         int held;  // samples since the hold began
     };
 
-    /** One channel's meters and gain. */
-    struct Channel {
-        CLevelMeter current;
-        CLevelMeter ahead;
-        Gain gain{};
-    };
-
     void gate_input(void (CNoiseGate::*start)());
     void start_mono();
     void start_stereo();
     const double* first_frames() const;
-    void add_channel(const CLevelMeter& current, const CLevelMeter& ahead);
+    void start_gain(const CLevelMeter& current, const CLevelMeter& ahead);
     void gate_block(long long frames);
     const double* look_ahead(long long frames, long long& frames_ahead);
     void forget_passed_frames();
-    void measure_mono(const double* ahead, long long frames, bool has_ahead);
-    void measure_stereo(const double* ahead, long long frames, bool has_ahead);
-    void gate_channel(int index, long long frames);
+    template <bool kHasAhead>
+    void gate_mono(const double* samples, const double* ahead, long long frames);
+    template <bool kHasAhead>
+    void gate_stereo(const double* samples, const double* ahead, long long frames);
+    double least_to_rest(const Gain& gain) const;
+    double most_to_rest(const Gain& gain) const;
     void step(Gain& gain, double current_energy, double ahead_energy) const;
     void open_further(Gain& gain) const;
     void close_further(Gain& gain) const;
@@ -105,15 +102,14 @@ class CNoiseGate : public stream::Stage {
     double attack_step_;
     double release_step_;
     void (CNoiseGate::*start_)() = nullptr;
-    std::vector<Channel> channels_;  // empty until the first frames are there
+    std::vector<PairMeter> meters_;  // empty until the first frames are there
+    std::vector<Gain> gains_;        // one a channel
     std::vector<double> line_;
     long long line_start_ = 0;  // frame of the line's first sample
     long long received_ = 0;    // frames; the line ends there
     long long gated_ = 0;       // frames; a multiple of the block's until the end
     boost::scoped_array<double> block_;
     boost::scoped_array<double> ahead_block_;
-    boost::scoped_array<double> energies_;        // at each sample of the block
-    boost::scoped_array<double> ahead_energies_;  // at the sample ahead of it
 };
 
 }  // namespace gate
