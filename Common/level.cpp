@@ -1,6 +1,7 @@
 #include "Common/level.h"
 
 #include <ctime>
+#include <functional>
 #include <string>
 
 #include "Common/CommandLine.h"
@@ -101,6 +102,11 @@ void levelDiscardIntermediates(void) {
 
 void levelHideIntermediates(int hide) {
     Run::hide_intermediates(hide != 0);
+}
+
+void levelSetFinalFile(LevelOpenFinal open, void* context) {
+    Run::write_final_into(open == nullptr ? std::function<int()>()
+                                          : [open, context] { return open(context); });
 }
 
 void levelLowerTarget(int lower) {

@@ -64,6 +64,15 @@ void levelKeepIntermediates(int keep);
 void levelHideIntermediates(int hide);
 
 /*
+ * Where a run that hides its intermediate files puts the finished audio, if that is plain PCM or
+ * floats: open is called when the last step is about to write, and returns a descriptor of an empty
+ * file, open for reading and writing and the caller's own, or -1 for a temporary file as else. No
+ * file then stands at the path that moveFinalFile is given. A null function ends this.
+ */
+typedef int (*LevelOpenFinal)(void* context);
+void levelSetFinalFile(LevelOpenFinal open, void* context);
+
+/*
  * With lower other than 0, later runs deliver no level that ran away: where the peaks leave the
  * target level out of reach, or a sample would pass full scale, the last step takes 0.5 dB off its
  * target until both fit. levelFindings tells by how much.

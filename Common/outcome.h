@@ -76,6 +76,10 @@ typedef struct LevelFindings {
     double fit_gain;           /*   with this gain, linear; */
     double target_lowered_db;  /*   what levelLowerTarget had it take off the target; and */
     long long held_samples;    /*   the samples that were held at full scale; -1: not known */
+
+    long long output_frames; /* the finished audio as its file gives it back, full scale 1.0; */
+    double output_peak;      /*   the largest absolute sample */
+    double output_rms;       /*   over all samples; frames -1: that takes decoding the file */
 } LevelFindings;
 
 /* NOLINTEND(modernize-use-using) */

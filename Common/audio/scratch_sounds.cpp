@@ -41,6 +41,15 @@ void ScratchSounds::hold(const std::string& path, const std::string& base) {
     held_[path].base = base;
 }
 
+bool ScratchSounds::hold_in(const std::string& path, int descriptor) {
+    let_go(path);
+    const int file = descriptor == -1 ? -1 : ::fcntl(descriptor, F_DUPFD_CLOEXEC, 0);
+    if (file != -1) {
+        held_[path].file = file;
+    }
+    return file != -1;
+}
+
 bool ScratchSounds::has(const std::string& path) const {
     const auto found = held_.find(path);
     return found != held_.end() && found->second.file != -1;

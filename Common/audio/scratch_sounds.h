@@ -27,7 +27,11 @@ class ScratchSounds {
      * for as long as they have one. */
     void hold(const std::string& path, const std::string& base);
 
-    /** Whether a held path has been opened for writing. */
+    /** The path stands for this open file, whose descriptor stays the caller's; false where that is
+     * not possible. */
+    bool hold_in(const std::string& path, int descriptor);
+
+    /** Whether a held path leads to a file. */
     bool has(const std::string& path) const;
 
     /** The file is not needed any more; the next one may have its room. */

@@ -53,6 +53,15 @@ bool sync_to_disk(int descriptor) {
     return ::fsync(descriptor) == 0 || errno == EINVAL || errno == ENOTSUP;
 }
 
+void start_sync(int descriptor) {
+#ifdef __linux__
+    // What goes wrong is told by the sync itself.
+    (void)::sync_file_range(descriptor, 0, 0, SYNC_FILE_RANGE_WRITE);
+#else
+    (void)descriptor;
+#endif
+}
+
 bool sync_folder_of(const std::string& path) {
     const std::string parent = boost::filesystem::path(path).parent_path().string();
     const Descriptor folder(parent.empty() ? "." : parent, O_RDONLY | O_DIRECTORY);

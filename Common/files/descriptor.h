@@ -36,5 +36,8 @@ bool copy_all(int from, int to);
  */
 bool sync_to_disk(int descriptor);
 
+/** Has the disk begin with what was written, so that less is left for sync_to_disk to wait for. */
+void start_sync(int descriptor);
+
 /** The same for the folder that a path stands in: only then does its name survive a power cut. */
 bool sync_folder_of(const std::string& path);

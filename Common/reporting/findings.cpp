@@ -13,10 +13,12 @@ LevelFindings nothing_found() {
          {&found.filtered_level_db, &found.gate_threshold_db, &found.loud_peak_level_db,
           &found.loud_peak_threshold_db, &found.loud_level_db, &found.loud_threshold_db,
           &found.segment_threshold_db, &found.bin_s, &found.normalize_level_db,
-          &found.target_level_db, &found.fit_error_db, &found.fit_gain, &found.target_lowered_db}) {
+          &found.target_level_db, &found.fit_error_db, &found.fit_gain, &found.target_lowered_db,
+          &found.output_peak, &found.output_rms}) {
         *number = kUnknown;
     }
     found.held_samples = -1;
+    found.output_frames = -1;
     return found;
 }
 

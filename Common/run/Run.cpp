@@ -16,6 +16,7 @@
 #include "Common/audio/SoundFile.h"
 #include "Common/audio/finite.h"
 #include "Common/audio/is_constant.h"
+#include "Common/audio/sample_codec.h"
 #include "Common/audio/scratch_sounds.h"
 #include "Common/bins/measured_bins.h"
 #include "Common/calc_rms/calc_rms.h"
@@ -64,6 +65,7 @@ constexpr double kQuietDelta_db = -12.0;  // bins this far below the mean take n
 bool keeping_intermediates = false;
 bool hiding_intermediates = false;
 bool lowering_target = false;
+std::function<int()> open_final;
 Intermediates last_intermediates;
 boost::mutex temporary_directory_mutex;
 
@@ -147,6 +149,10 @@ void Run::keep_intermediates(bool keep) {
 
 void Run::hide_intermediates(bool hide) {
     hiding_intermediates = hide;
+}
+
+void Run::write_final_into(std::function<int()> open) {
+    open_final = std::move(open);
 }
 
 void Run::lower_target(bool lower) {
@@ -398,10 +404,27 @@ void Run::normalize_and_deliver() {
     const std::string final_file = path(Intermediate::kFinal);
     remove_old(final_file);
     ScratchSounds::instance().drop_room();  // nothing comes after the leveled audio
+    const int lent = lend_final_file(final_file);
+    if (OutcomeRecord::instance().is_collecting()) {
+        output_meter_.ride_to(final_file, info_.channels, lent);
+    }
     require_step(707, normalize_into(leveled, final_file) == 0);
     done_with({leveled});
-    require_step(724, fs::exists(final_file));
+    require_step(724, ScratchSounds::instance().has(final_file) || fs::exists(final_file));
     moveFinalFile(final_file.c_str(), args_.output_file.c_str());
+}
+
+/**
+ * The last file may stand where it is to stay, which spares a copy: its descriptor, or -1. Not an
+ * encoder's, whose length nobody knows before.
+ */
+int Run::lend_final_file(const std::string& final_file) const {
+    const int format = args_.bit_depth == 0
+                           ? info_.format
+                           : normalize::output_format(info_.format, args_.bit_depth);
+    const bool wanted = hiding_intermediates && !keeping_intermediates && open_final;
+    const int lent = wanted && SampleCodec::is_plain_in(format) ? open_final() : -1;
+    return ScratchSounds::instance().hold_in(final_file, lent) ? lent : -1;
 }
 
 /** No other option of step 10 can be set from outside. */
@@ -421,6 +444,10 @@ int Run::normalize_into(const std::string& from, const std::string& to) {
         found.fit_gain = fit.gain;
         found.target_lowered_db = fit.lowered_by_db;
         found.held_samples = fit.held_samples;
+        // A second try has written over what was measured.
+        if (fit.lowered_by_db == 0.0) {
+            output_meter_.tell(found);
+        }
     }
     return result;
 }

@@ -2,12 +2,14 @@
 
 #include <sndfile.h>
 
+#include <functional>
 #include <initializer_list>
 #include <string>
 
 #include "Common/CommandLine.h"
 #include "Common/outcome.h"
 #include "Common/run/intermediates.h"
+#include "Common/run/output_meter.h"
 #include "Common/run/temp_files.h"
 
 /** What levelMain returns. */
@@ -42,6 +44,9 @@ class Run {
     /** With true, all later runs that keep none give intermediate audio no name on the disk. */
     static void hide_intermediates(bool hide);
 
+    /** What levelSetFinalFile sets: the descriptor for the finished audio, or -1. */
+    static void write_final_into(std::function<int()> open);
+
     /** With true, all later runs lower a target level that the recording has no room for. */
     static void lower_target(bool lower);
 
@@ -66,6 +71,7 @@ class Run {
     void apply_gain_curve();
     void normalize_and_deliver();
 
+    int lend_final_file(const std::string& final_file) const;
     int normalize_into(const std::string& from, const std::string& to);
     void require_step(int mark, bool success);
     [[noreturn]] static void fail(int mark, const std::string& message);
@@ -82,6 +88,7 @@ class Run {
     Intermediates intermediates_;
     TempFileList temp_files_;
     SF_INFO info_{};
+    OutputMeter output_meter_;
     std::string conditioned_;
     double filtered_level_db_ = 0.0;
     int step_ = 0;  // the one under way

@@ -13,6 +13,7 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "Common/level.h"
@@ -109,25 +110,68 @@ void set_up_signals() {
     signal(SIGPIPE, SIG_IGN);
 }
 
-/** Runs where the engine hands its last file over: nothing has been written to the folder yet. */
-void deliver(const std::string& input,
-             const cli::FileState& before,
-             const std::string& final_file,
-             const std::string& output) {
-    cli::require_sound_output(input, final_file);
-    if (cli::state_of(input) != before) {
-        throw std::runtime_error("it was changed while it was worked on, so nothing was written");
+/**
+ * The output from the engine's last step on. The step writes into the hidden file itself where it
+ * can; what went into a temporary file, an encoder's output or one to be kept, is copied over.
+ */
+class Delivery {
+  public:
+    Delivery(std::string input, std::string output)
+        : input_(std::move(input)), output_(std::move(output)), before_(cli::state_of(input_)) {}
+
+    /** The hidden file's descriptor, or -1: then the end of the run will say why. */
+    int open() {
+        try {
+            if (output_.empty()) {
+                return -1;  // only the engine knows it yet
+            }
+            stage();
+            return staged_->descriptor();
+        } catch (const std::exception&) {
+            return -1;
+        }
     }
-    cli::StagedOutput staged(output);
-    staged.fill_from(final_file);
-    struct stat status = {};
-    if (stat(input.c_str(), &status) == 0) {
-        chmod(staged.path().c_str(), status.st_mode & 0777);  // no more open than the input
+
+    /** Runs where the engine hands its last file over. */
+    void deliver(const std::string& final_file, const std::string& output) {
+        boost::system::error_code ignored;
+        const bool is_copied = fs::exists(final_file, ignored) || !staged_;
+        cli::require_sound_output(input_, is_copied ? final_file : staged_->path());
+        if (cli::state_of(input_) != before_) {
+            throw std::runtime_error(
+                "it was changed while it was worked on, so nothing was written");
+        }
+        if (is_copied) {
+            output_ = output;
+            stage();
+            staged_->fill_from(final_file);
+        }
+        struct stat status = {};
+        if (stat(input_.c_str(), &status) == 0) {
+            chmod(staged_->path().c_str(), status.st_mode & 0777);  // no more open than the input
+        }
+        staged_->sync();
+        staged_->commit(true);
+        // It is to be moved: nothing of it stays among kept files.
+        fs::remove(final_file, ignored);
     }
-    staged.sync();
-    staged.commit(true);
-    boost::system::error_code ignored;
-    fs::remove(final_file, ignored);  // it is to be moved: nothing of it stays among kept files
+
+  private:
+    void stage() {
+        if (!staged_) {
+            staged_.emplace(output_);
+            staged_->keep_private();
+        }
+    }
+
+    std::string input_;
+    std::string output_;
+    cli::FileState before_;
+    std::optional<cli::StagedOutput> staged_;
+};
+
+int open_final(void* delivery) {
+    return static_cast<Delivery*>(delivery)->open();
 }
 
 int level(EngineWords& words, HeldWords& held) {
@@ -216,10 +260,11 @@ int run(std::vector<std::string> arguments) {
     }
     HeldWords held{own ? own->path() : kept->path(), ""};
     hooks::use_temporary_directory(held.directory);
-    const cli::FileState before = cli::state_of(words.input);
+    Delivery delivery(words.input, words.output);
     hooks::deliver_with([&](const std::string& final_file, const std::string& output) {
-        deliver(words.input, before, final_file, output);
+        delivery.deliver(final_file, output);
     });
+    levelSetFinalFile(open_final, &delivery);
     const int result = level(words, held);
     return tell(words, result, held);
 }

@@ -22,6 +22,9 @@ class StagedOutput {
 
     const std::string& path() const { return path_; }
 
+    /** Of the hidden file, for as long as this lives. */
+    int descriptor() const { return file_; }
+
     /** Copies the file's bytes. Throws std::system_error. */
     void fill_from(const std::string& from);
 

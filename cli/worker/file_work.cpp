@@ -134,6 +134,9 @@ void level_sound(Work& work, std::size_t index) {
     const auto count = static_cast<double>(work.engine_inputs.size());
     const EngineResult result = run_engine(
         run, [&](double done) { work.progress((static_cast<double>(index) + done) / count); });
+    if (result.leveled) {
+        require_sound_output(input, run.output);
+    }
     work.leveled.push_back(result.leveled ? run.output : "");
     work.changed = work.changed || result.leveled;
     if (!result.note.empty()) {
@@ -163,14 +166,6 @@ void level(Work& work) {
     if (!work.changed) {
         work.audio = work.job.input;
         work.facts.after = work.facts.before;
-    }
-}
-
-void check_engine_output(Work& work) {
-    for (std::size_t i = 0; i < work.leveled.size(); ++i) {
-        if (!work.leveled[i].empty()) {
-            require_sound_output(work.engine_inputs[i], work.leveled[i]);
-        }
     }
 }
 
@@ -335,7 +330,6 @@ constexpr Stage kStages[] = {
     {measure_before, measures, 0.10, 0.14},
     {prepare, levels, 0.10, 0.14},
     {level, levels, 0.88, 0.70},
-    {check_engine_output, changed, 0.88, 0.70},
     {publish_audio, has_destination, 0.97, 0.97},
     {encode, has_none, 0.88, 0.85},
     {measure_after, has_none_and_measures, 0.97, 0.97},

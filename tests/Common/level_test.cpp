@@ -1,5 +1,6 @@
 #include "Common/level.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -484,6 +485,46 @@ TEST_F(Level, HiddenIntermediatesChangeNothingThatCanBeSeen) {
         EXPECT_EQ(told, messages + errors);
         EXPECT_THAT(temporary.entries(), IsEmpty());
     }
+}
+
+int open_file(void* path) {
+    return ::open(static_cast<const char*>(path), O_RDWR | O_CREAT | O_EXCL, 0600);
+}
+
+TEST_F(Level, AFinalFileThatWasLentGetsTheSameBytesAndIsMeasured) {
+    const std::string lent = dir / "lent";
+    levelHideIntermediates(1);
+    for (const int format : {kWav16, kWavFloat, SF_FORMAT_AIFF | SF_FORMAT_PCM_24,
+                             SF_FORMAT_FLAC | SF_FORMAT_PCM_16}) {
+        SCOPED_TRACE(testing::Message() << std::hex << format);
+        ASSERT_EQ(0, run(signals::speech(12.0, 16000, 2), format));
+        const std::string moved = read_text(out);
+        const Signal leveled = read_sound(out);
+        std::filesystem::remove(out);
+
+        levelCollectFindings(1);
+        levelSetFinalFile(open_file, const_cast<char*>(lent.c_str()));
+        EXPECT_EQ(0, run_file());
+        levelSetFinalFile(nullptr, nullptr);
+        const bool plain = (format & SF_FORMAT_TYPEMASK) != SF_FORMAT_FLAC;
+        EXPECT_EQ(plain, file_exists(lent));
+        EXPECT_EQ(plain, !file_exists(out));
+        EXPECT_TRUE(moved == read_text(plain ? lent : out));
+
+        const LevelFindings found = *levelFindings();
+        levelCollectFindings(0);
+        EXPECT_EQ(plain ? leveled.frames() : -1, found.output_frames);
+        if (plain) {
+            EXPECT_EQ(peak_of(leveled), found.output_peak);
+            const long long frames = leveled.frames();
+            EXPECT_NEAR(
+                std::hypot(rms_of(leveled, 0, frames, 0), rms_of(leveled, 0, frames, 1)) / M_SQRT2,
+                found.output_rms, 1e-12);
+        }
+        std::filesystem::remove(lent);
+    }
+    levelHideIntermediates(0);
+    EXPECT_THAT(temporary.entries(), IsEmpty());
 }
 
 TEST_F(Level, TheGateThresholdStands18dBBelowTheLevelAndAt40dBAtTheMost) {

@@ -1,0 +1,81 @@
+#include "Common/run/output_meter.h"
+
+#include <algorithm>
+#include <cmath>
+#include <iterator>
+#include <numeric>
+#include <utility>
+
+#include "Common/audio/wide_loops.h"
+#include "Common/files/descriptor.h"
+#include "Common/stream/riders.h"
+#include "Common/stream/stream.h"
+
+namespace {
+
+/** Adds to the sum of squares and raises the peak: eight of each, which do not wait for each other.
+ */
+QUORVANE_WIDE_LOOP
+void measure(const double* samples, long long count, double& squares, double& peak) {
+    constexpr int kTogether = 8;
+    double sums[kTogether] = {};
+    double peaks[kTogether] = {};
+    long long i = 0;
+    for (; i + kTogether <= count; i += kTogether) {
+        for (int k = 0; k < kTogether; ++k) {
+            const double sample = samples[i + k];
+            const double size = std::fabs(sample);
+            sums[k] += sample * sample;
+            peaks[k] = peaks[k] < size ? size : peaks[k];
+        }
+    }
+    for (; i < count; ++i) {
+        sums[0] += samples[i] * samples[i];
+        peaks[0] = std::max(peaks[0], std::fabs(samples[i]));
+    }
+    squares += std::accumulate(std::begin(sums), std::end(sums), 0.0);
+    peak = std::max(peak, *std::max_element(std::begin(peaks), std::end(peaks)));
+}
+
+}  // namespace
+
+class OutputMeter::Rider : public stream::Receiver {
+  public:
+    Rider(std::shared_ptr<Measured> measured, int channels, int descriptor)
+        : measured_(std::move(measured)), channels_(channels), descriptor_(descriptor) {}
+
+    void take(double* samples, long long frames) override {
+        measure(samples, frames * channels_, measured_->squares, measured_->peak);
+        measured_->frames += frames;
+        unsynced_ += frames * channels_;
+        if (descriptor_ != -1 && unsynced_ >= kSamplesToSync) {
+            unsynced_ = 0;
+            start_sync(descriptor_);
+        }
+    }
+
+    void end() override { measured_->complete = true; }
+
+  private:
+    static constexpr long long kSamplesToSync = 1LL << 22;  // 8 MB of 16 bits
+
+    std::shared_ptr<Measured> measured_;
+    int channels_;
+    int descriptor_;
+    long long unsynced_ = 0;  // samples
+};
+
+void OutputMeter::ride_to(const std::string& path, int channels, int descriptor) {
+    channels_ = channels;
+    measured_ = std::make_shared<Measured>();
+    stream::Riders::instance().seat(path, std::make_unique<Rider>(measured_, channels, descriptor));
+}
+
+void OutputMeter::tell(LevelFindings& found) const {
+    if (measured_ && measured_->complete && measured_->frames > 0) {
+        found.output_frames = measured_->frames;
+        found.output_peak = measured_->peak;
+        found.output_rms =
+            std::sqrt(measured_->squares / static_cast<double>(measured_->frames * channels_));
+    }
+}
