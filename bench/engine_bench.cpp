@@ -11,12 +11,12 @@
 #include <chrono>
 #include <cmath>
 #include <cstdio>
-#include <limits>
 #include <sstream>
 #include <vector>
 
 #include "Common/calculate_gains/CalcRMS.h"
 #include "Common/segment/MakeCalculator.h"
+#include "Common/segment/coverings.h"
 
 namespace {
 
@@ -37,10 +37,10 @@ void compare(benchmark::State& state, const Engine& engine, const Plain& plain) 
     state.counters["ratio"] = seconds(plain) / (engine_s / static_cast<double>(state.iterations()));
 }
 
-/** Eight breakpoint counts over a chunk of levels, segments of 20 bins and more. */
+/** Thirty breakpoint counts over a chunk of levels, segments of 20 bins and more. */
 void BestSplit(benchmark::State& state) {
     constexpr int kShortest = 20;
-    constexpr int kCounts = 8;
+    constexpr int kCounts = 30;
     const std::uint16_t n = static_cast<std::uint16_t>(state.range(0));
     std::stringstream values;
     for (int i = 0; i < n; ++i) {
@@ -48,50 +48,26 @@ void BestSplit(benchmark::State& state) {
     }
     const segment::CCostCalculatorSSD0 calculator(&values, "values", n, kShortest,
                                                   new segment::SumCostCombiner);
-    constexpr double kInfinity = std::numeric_limits<double>::infinity();
-    std::vector<double> costs(n, kInfinity);
-    std::vector<std::uint16_t> best(n);
-    for (std::uint16_t j = kShortest - 1; j < n; ++j) {
-        costs[j] = calculator.CostOneSegment(0, j);
-    }
-    std::vector<std::vector<double>> work(kCounts + 1, std::vector<double>(n, kInfinity));
-    std::vector<double*> rows;
-    for (std::vector<double>& row : work) {
-        rows.push_back(row.data());
-    }
-    work[0] = costs;
-    rows[0] = work[0].data();
-    const std::vector<std::uint16_t*> places(kCounts, best.data());
     const auto engine = [&] {
-        constexpr int kTogether = segment::CCostCalculatorSD::kMostTogether;
-        for (int j = 2 * kShortest - 1; j < n; j += kTogether) {
-            const int together = std::min(kTogether, n - j);
-            calculator.CostOfRows(rows.data(), places.data(),
-                                  std::min(kCounts, (j + together) / kShortest - 1), j, together,
-                                  1);
+        segment::Coverings coverings(n, kCounts);
+        coverings.begin(calculator, calculator.kernels().front());
+        while (coverings.last_known() < kCounts) {
+            coverings.search_more(kCounts);
         }
-        benchmark::DoNotOptimize(work.data());
+        benchmark::DoNotOptimize(coverings.least_cost(kCounts));
     };
-    const segment::CCostCalculatorSD& any_calculator = calculator;
     const auto plain = [&] {
-        std::vector<double> row = costs;
-        for (int k = 1; k <= kCounts; ++k) {
+        std::vector<double> costs(n);
+        std::vector<std::uint16_t> best(n);
+        for (std::uint16_t j = kShortest - 1; j < n; ++j) {
+            costs[j] = calculator.CostOneSegment(0, j);
+        }
+        for (std::uint16_t k = 1; k <= kCounts; ++k) {
             for (int j = n - 1; j >= (k + 1) * kShortest - 1; --j) {
-                double least = kInfinity;
-                for (int i = k * kShortest - 1; i <= j - kShortest; ++i) {
-                    const double total = any_calculator.CombineCosts(
-                        row[static_cast<std::size_t>(i)],
-                        any_calculator.CostOneSegment(static_cast<std::uint16_t>(i + 1),
-                                                      static_cast<std::uint16_t>(j)));
-                    if (total < least) {
-                        least = total;
-                        best[static_cast<std::size_t>(j)] = static_cast<std::uint16_t>(i);
-                    }
-                }
-                row[static_cast<std::size_t>(j)] = least;
+                calculator.Cost(costs.data(), best.data(), static_cast<std::uint16_t>(j), k);
             }
         }
-        benchmark::DoNotOptimize(row.data());
+        benchmark::DoNotOptimize(costs.data());
     };
     compare(state, engine, plain);
 }

@@ -8,6 +8,8 @@ namespace segment {
 
 /** Variance by the textbook identity E[x^2] - E[x]^2, from the sums over a segment. */
 struct MeanSquaredDeviation {
+    static constexpr bool kSuperadditive = false;
+
     static double cost(double sum, double sum_of_squares, double length) {
         return (sum_of_squares - sum * sum / length) / length;
     }

@@ -22,10 +22,12 @@ class CostCalculatorOf : public CCostCalculatorSD {
 
     double GetFitValue(std::uint16_t i, std::uint16_t j) const override { return mean(i, j); }
 
-  protected:
-    const SearchKernel& kernel() const override {
-        return search_kernels<Formula, Combiner>().front();
+    const std::vector<SearchKernel>& kernels() const override {
+        return search_kernels<Formula, Combiner>();
     }
+
+  protected:
+    bool superadditive() const override { return Formula::kSuperadditive; }
 };
 
 }  // namespace segment

@@ -3,12 +3,12 @@
 #include <boost/scoped_array.hpp>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "Common/segment/CostCalculator.h"
+#include "Common/segment/search_kernel.h"
 
 namespace segment {
-
-struct SearchKernel;
 
 /**
  * Costs built from squared deviations: prefix sums of the chunk's values and of their squares give
@@ -28,27 +28,16 @@ class CCostCalculatorSD : public CCostCalculator {
      * One step of the dynamic programme, Bellman's recursion over the start of the last segment.
      * On entry pCost[i] is the least cost of covering 0..i by k segments; pCost[j] becomes the
      * least cost of covering 0..j by k + 1 and pBestI[j] the end of the segment before the last
-     * one, the smallest of equally good ones.
+     * one, the smallest of equally good ones. This is the plain way; Coverings does the same for
+     * all j and k of a chunk, and fast.
      */
     void Cost(double* pCost, std::uint16_t* pBestI, std::uint16_t j, std::uint16_t k) const;
 
-    /** How many j CostOfRows takes at most; no more than the shortest segment holds either. */
-    static constexpr int kMostTogether = 8;
+    /** Fills in what a search kernel has to know of the chunk. */
+    void describe(SearchKernel::Batch& batch) const;
 
-    /**
-     * The same step for several breakpoint counts, first_k and those that follow it, and for a few
-     * j, first_j and those that follow it. rows[r] holds the least costs for first_k - 1 + r
-     * breakpoints, infinity where so many do not fit: the first row of all values, the others of
-     * those below first_j. rows[1] to rows[row_count] receive their values at the j, pBestI[0] to
-     * pBestI[row_count - 1] theirs. Where a row's breakpoints do not fit, that is infinity and a
-     * value of no meaning.
-     */
-    void CostOfRows(double* const* rows,
-                    std::uint16_t* const* pBestI,
-                    int row_count,
-                    int first_j,
-                    int j_count,
-                    int first_k) const;
+    /** The versions of the search for this cost, the widest first. */
+    virtual const std::vector<SearchKernel>& kernels() const = 0;
 
     virtual double CostOneSegment(std::uint16_t i, std::uint16_t j) const = 0;
 
@@ -59,7 +48,8 @@ class CCostCalculatorSD : public CCostCalculator {
     virtual double NormalizedCost(double cost) const = 0;
 
   protected:
-    virtual const SearchKernel& kernel() const = 0;
+    /** Whether two neighbouring segments never cost more than one segment in their place. */
+    virtual bool superadditive() const = 0;
 
     double mean(std::uint16_t i, std::uint16_t j) const;
 
@@ -72,22 +62,6 @@ class CCostCalculatorSD : public CCostCalculator {
     boost::scoped_array<double> pSum;    // pSum[j]: of the values 0..j
     boost::scoped_array<double> pSumSq;  // of their squares
     double rounding_;                    // how far below 0 rounding can take a segment's cost
-
-  private:
-    void search(double* const* rows,
-                std::uint16_t* const* pBestI,
-                int row_count,
-                int first,
-                int first_j,
-                int j_count) const;
-
-    /** Scratch: what the last segments that end at one j cost. */
-    double* costs(int t) const {
-        return costs_.get() + static_cast<std::ptrdiff_t>(t) * GetChunkSize();
-    }
-
-    boost::scoped_array<double> lengths_;  // lengths_[t] is chunk_size - t
-    boost::scoped_array<double> costs_;
 };
 
 }  // namespace segment

@@ -8,6 +8,9 @@ namespace segment {
 
 /** Sum of (x - mean)^2 = sum of x^2 - (sum of x)^2 / n, from the sums over a segment. */
 struct SumOfSquaredDeviations {
+    /** Each of two pieces deviates less from its own mean than from that of both. */
+    static constexpr bool kSuperadditive = true;
+
     static double cost(double sum, double sum_of_squares, double length) {
         return sum_of_squares - sum * sum / length;
     }

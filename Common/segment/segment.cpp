@@ -14,6 +14,7 @@
 #include "Common/reporting/progress.h"
 #include "Common/segment/CommandLine.h"
 #include "Common/segment/MakeCalculator.h"
+#include "Common/segment/coverings.h"
 #include "Common/segment/segment_util.h"
 #include "Common/ss_util.h"
 #include "Common/units.h"
@@ -32,16 +33,12 @@
  * of the values, is within the tolerance, or k has reached its maximum.
  *
  * What makes it fast:
- *   - The costs of the last segments that end at j are the same for every k. They are computed once
- *     for many k, whose rows are searched together (CostOfRows); how many k are needed is not known
- *     in advance, so the first batch is small and a few rows may be searched in vain.
- *   - Up to m values of j are searched together while a piece of the rows is in the nearest cache:
- *     the segment before the last one ends below all of them, where every row is known.
- *   - A total that cannot be (k breakpoints leave no room in 0..i) is infinite and loses every
- *     comparison; the beginning of each row is left out, as no covering of that length exists.
- *   - Costs and minima run in vectors (search_kernel.h). None of this is an approximation: every
- *     total is computed from the same doubles by the same expression, and of equally good places
- * the first one wins, so that the breakpoints are those of the plain triple loop.
+ *   - The counts k are searched side by side, a few at a time (coverings.h): the costs of the last
+ *     segments that end at j are the same for all of them.
+ *   - Whole blocks of starts are passed over that cannot hold the least total, and the rest runs in
+ *     vectors (search_kernel.cpp). None of this is an approximation: every total that could be the
+ *     least is computed from the same doubles by the same expression, and of equally good places
+ *     the first one wins, so that the breakpoints are those of the plain triple loop.
  *
  * A long series is cut into chunks, which are segmented one by one: time grows with the chunk's
  * square, and the start of a chunk is a breakpoint whatever the levels do there. Counts and indices
@@ -53,11 +50,6 @@ namespace {
 
 constexpr const char* kSource = "Common/segment/segment";
 constexpr const char* kInputName = "_string_";
-constexpr double kInfinity = std::numeric_limits<double>::infinity();
-
-/** Breakpoint counts that are searched in one go; those beyond the one that is taken are wasted. */
-constexpr int kFirstTogether = 8;
-constexpr int kMostTogether = 24;
 
 std::uint32_t count_values(std::istream& is) {
     constexpr std::uint32_t kMost = 0xFFFFFFFF;
@@ -95,26 +87,12 @@ class Chunks {
           values_(values),
           fit_(fit),
           breaks_(breaks),
-          row_size_(args.chunk_size),
-          rows_together_(std::min<int>(kMostTogether, args.max_breakpoints)) {
-        allocate(ppBestIMatrix, static_cast<std::size_t>(args.max_breakpoints) + 1, "ppBestIMatrix",
-                 kSource);
-        allocate(pCostMatrix, (static_cast<std::size_t>(rows_together_) + 1) * row_size_,
-                 "pCostMatrix", kSource);
-    }
+          coverings_(args.chunk_size, args.max_breakpoints) {}
 
     int segment_all(const CMakeAnyCalculator& maker);
 
   private:
     std::uint16_t find_breakpoint_count(const CCostCalculatorSD& calculator);
-    void cost_of_one_segment(const CCostCalculatorSD& calculator);
-    void cost_of_more(const CCostCalculatorSD& calculator);
-
-    /** The least costs of covering 0..j with k breakpoints; infinite for a j that is too small. */
-    double* row(int k) {
-        return pCostMatrix.get() + static_cast<std::size_t>(k - first_k_) * row_size_;
-    }
-
     void backtrack(std::uint16_t breakpoints, std::uint32_t offset);
     int write_fit(const CCostCalculatorSD& calculator, std::uint16_t breakpoints);
     int write_fit(const CCostCalculatorSD& calculator, std::uint16_t start, std::uint16_t end);
@@ -125,12 +103,7 @@ class Chunks {
     std::istream& values_;
     std::ostream& fit_;
     std::ostream& breaks_;
-    std::uint16_t row_size_;
-    int rows_together_;
-    std::uint16_t first_k_ = 0;  // the rows in pCostMatrix are those of first_k_ to last_k_
-    std::uint16_t last_k_ = 0;
-    boost::scoped_array<double> pCostMatrix;
-    boost::scoped_array<boost::scoped_array<std::uint16_t>> ppBestIMatrix;
+    Coverings coverings_;
     boost::scoped_array<std::uint16_t> pBreakpoints;         // in the chunk
     boost::scoped_array<unsigned int> pBreakpointsAdjusted;  // in the whole series
 };
@@ -174,61 +147,15 @@ std::uint16_t Chunks::find_breakpoint_count(const CCostCalculatorSD& calculator)
             return static_cast<std::uint16_t>(k == 0 ? 0 : k - 1);
         }
         if (k == 0) {
-            cost_of_one_segment(calculator);
-        } else if (k > last_k_) {
-            cost_of_more(calculator);
+            coverings_.begin(calculator, calculator.kernels().front());
+        } else if (k > coverings_.last_known()) {
+            coverings_.search_more(args_.max_breakpoints);
         }
-        fit = calculator.NormalizedCost(row(k)[last]);
+        fit = calculator.NormalizedCost(coverings_.least_cost(k));
         // The most allowed are taken, whether they fit or not.
         if (k + 1 > args_.max_breakpoints) {
             return k;
         }
-    }
-}
-
-/** Begins a chunk: the costs of covering 0..j without a breakpoint. */
-void Chunks::cost_of_one_segment(const CCostCalculatorSD& calculator) {
-    first_k_ = last_k_ = 0;
-    double* const costs = row(0);
-    std::fill_n(costs, args_.min_segment_length - 1, kInfinity);
-    for (int j = args_.min_segment_length - 1; j < args_.chunk_size; ++j) {
-        costs[j] = calculator.CostOneSegment(0, static_cast<std::uint16_t>(j));
-    }
-}
-
-/**
- * The least costs for the breakpoint counts after last_k_, several at a time: j runs upwards, so
- * that all rows have what lies below j when they need it.
- */
-void Chunks::cost_of_more(const CCostCalculatorSD& calculator) {
-    const int n = args_.chunk_size;
-    const int m = args_.min_segment_length;
-    // The last row of the batch before is what this batch begins with.
-    std::copy_n(row(last_k_), n, pCostMatrix.get());
-    const int count =
-        std::min(last_k_ == 0 ? kFirstTogether : kMostTogether, args_.max_breakpoints - last_k_);
-    first_k_ = last_k_;
-    last_k_ = static_cast<std::uint16_t>(last_k_ + count);
-    std::vector<double*> rows;
-    std::vector<std::uint16_t*> best;
-    for (int k = first_k_; k <= last_k_; ++k) {
-        rows.push_back(row(k));
-        if (k > first_k_) {
-            // Kept over all chunks, and never needed for a k that no chunk gets to.
-            if (!ppBestIMatrix[k]) {
-                allocate(ppBestIMatrix[k], row_size_, "ppBestIMatrix[k]", kSource);
-            }
-            std::fill_n(row(k), (k + 1) * m - 1, kInfinity);
-            best.push_back(ppBestIMatrix[k].get());
-        }
-    }
-    const int most_j = std::min(m, CCostCalculatorSD::kMostTogether);
-    for (int j = (first_k_ + 2) * m - 1; j < n; j += most_j) {
-        check_cancelled();
-        const int j_count = std::min(most_j, n - j);
-        // So many of the counts leave room for their segments up to the last j of this group.
-        const int fitting = std::min(count, (j + j_count) / m - first_k_ - 1);
-        calculator.CostOfRows(rows.data(), best.data(), fitting, j, j_count, first_k_ + 1);
     }
 }
 
@@ -240,7 +167,7 @@ void Chunks::backtrack(std::uint16_t breakpoints, std::uint32_t offset) {
     // From the chunk's last value back: each entry names the end of the segment before.
     std::uint16_t j = static_cast<std::uint16_t>(args_.chunk_size - 1);
     for (std::uint16_t k = breakpoints; k > 0; --k) {
-        const std::uint16_t i = ppBestIMatrix[k][j];
+        const std::uint16_t i = coverings_.end_before_last(k, j);
         pBreakpoints[k - 1] = static_cast<std::uint16_t>(i + 1);
         pBreakpointsAdjusted[k] = offset + i + 1;
         j = i;

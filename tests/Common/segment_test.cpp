@@ -10,6 +10,7 @@
 
 #include "Common/segment/CommandLine.h"
 #include "Common/segment/MakeCalculator.h"
+#include "Common/segment/coverings.h"
 #include "Common/segment/search_kernel.h"
 #include "Common/segment/segment_util.h"
 #include "tests/support/fixtures.h"
@@ -201,36 +202,76 @@ TEST(Segment, FindsWhatThePlainSearchFindsInSeriesFullOfTies) {
     }
 }
 
-TEST(SearchKernel, EveryWidthFindsTheSameBits) {
+/** Compares all least costs and places of a kernel with those of the calculator's plain step. */
+void expect_plain_steps(const segment::CCostCalculatorSD& costs,
+                        const segment::SearchKernel& kernel,
+                        int shortest,
+                        int breakpoints) {
+    const std::uint16_t n = costs.GetChunkSize();
+    segment::Coverings coverings(n, static_cast<std::uint16_t>(breakpoints));
+    coverings.begin(costs, kernel);
+    std::vector<double> least(n);
+    for (int j = shortest - 1; j < n; ++j) {
+        least[j] = costs.CostOneSegment(0, static_cast<std::uint16_t>(j));
+    }
+    std::vector<std::uint16_t> places(n);
+    for (std::uint16_t k = 1; k <= breakpoints; ++k) {
+        if (k > coverings.last_known()) {
+            coverings.search_more(breakpoints);
+        }
+        for (int j = n - 1; j >= (k + 1) * shortest - 1; --j) {
+            const auto index = static_cast<std::uint16_t>(j);
+            costs.Cost(least.data(), places.data(), index, k);
+            ASSERT_EQ(places[j], coverings.end_before_last(k, index)) << k << " " << j;
+        }
+        ASSERT_EQ(least[n - 1], coverings.least_cost(k)) << k;
+    }
+}
+
+/** Series in which different parts of the search decide; each of n values. */
+std::vector<std::vector<double>> telling_series(int n) {
     std::mt19937 random(3);
-    std::uniform_real_distribution<double> level(-60.0, 0.0);
-    constexpr int kCount = 77;
-    std::vector<double> sums(kCount), squares(kCount), lengths(kCount), row(kCount);
-    for (int i = 0; i < kCount; ++i) {
-        const double x = level(random);
-        sums[i] = (i > 0 ? sums[i - 1] : 0.0) + x;
-        squares[i] = (i > 0 ? squares[i - 1] : 0.0) + x * x;
-        lengths[i] = kCount - i;
-        row[i] = i % 9 == 4 ? std::nan("") : -level(random);
+    std::vector<std::vector<double>> series(8, std::vector<double>(n));
+    for (int i = 0; i < n; ++i) {
+        const double noise = static_cast<double>(random() % 1000) / 500.0 - 1.0;
+        const double stair = -20.0 - 4.0 * ((i / 70 * 5) % 3);
+        series[0][i] = stair + noise;       // like speech: most blocks are passed over
+        series[1][i] = 8.0 * noise;         // few are
+        series[2][i] = i % 2 == 0 ? 0 : 9;  // none is: all places are as good
+        series[3][i] = stair;               // whole blocks cost nothing
+        series[4][i] = -23.4567;            // costs are nothing but rounding
+        series[5][i] = 1e9 + stair;         // deviations are lost in the sums' rounding
+        series[6][i] = 1e149 * noise;       // squares of sums are beyond all numbers
+        series[7][i] = 1e-155 * stair;      // squares are below the least normal number
     }
-    const segment::SearchKernel::Sums from{sums.data(), squares.data(), lengths.data(),
-                                           sums.back() - 7.0, squares.back() + 49.0};
-    const double* rows[segment::SearchKernel::kRows];
-    std::fill(std::begin(rows), std::end(rows), row.data());
-    std::vector<std::vector<double>> found;
-    for (const segment::SearchKernel& kernel :
-         segment::search_kernels<segment::SumOfSquaredDeviations, segment::SumCostCombiner>()) {
-        std::vector<double> costs(kCount);
-        double least[segment::SearchKernel::kRows];
-        EXPECT_TRUE(kernel.segment_costs(from, -1e-6, costs.data(), kCount));
-        EXPECT_FALSE(kernel.segment_costs(from, 1e9, costs.data(), kCount));
-        kernel.least_totals(rows, costs.data(), kCount, least);
-        costs.push_back(kernel.find_total(row.data(), costs.data(), 3, kCount, least[0]));
-        costs.insert(costs.end(), std::begin(least), std::end(least));
-        found.push_back(costs);
-        EXPECT_EQ(found.front(), found.back());
+    return series;
+}
+
+TEST(SearchKernel, EveryWidthFindsTheBitsOfThePlainStep) {
+    constexpr std::uint16_t kCount = 300;
+    constexpr int kBreakpoints = 12;
+    for (const std::vector<double>& values : telling_series(kCount)) {
+        for (const int shortest : {1, 18}) {
+            SCOPED_TRACE(testing::PrintToString(values[1]) + " " + std::to_string(shortest));
+            std::ostringstream text;
+            text.precision(17);
+            for (const double value : values) {
+                text << value << "\n";
+            }
+            std::istringstream twice(text.str() + text.str());
+            const auto m = static_cast<std::uint16_t>(shortest);
+            const segment::CCostCalculatorSSD0 ssd(&twice, "values", kCount, m,
+                                                   new segment::SumCostCombiner);
+            const segment::CCostCalculatorMSD0 msd(&twice, "values", kCount, m,
+                                                   new segment::MaxCostCombiner);
+            const std::initializer_list<const segment::CCostCalculatorSD*> calculators{&ssd, &msd};
+            for (const segment::CCostCalculatorSD* const costs : calculators) {
+                for (const segment::SearchKernel& kernel : costs->kernels()) {
+                    expect_plain_steps(*costs, kernel, shortest, kBreakpoints);
+                }
+            }
+        }
     }
-    EXPECT_TRUE(std::isfinite(found.back().back()));
 }
 
 TEST(Segment, OfEquallyGoodBreakpointsTheEarliestIsTaken) {
