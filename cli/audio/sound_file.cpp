@@ -6,8 +6,10 @@ namespace cli {
 namespace {
 
 SndfileHandle checked(SndfileHandle file) {
-    if (!file.rawHandle()) {
-        throw std::runtime_error(sf_strerror(file.rawHandle()));  // also without memory for it
+    // A file that the library could not ask for its kind counts as a pipe, and opens. A null handle
+    // is one without memory for it, too.
+    if (!file.rawHandle() || file.error() == SF_ERR_SYSTEM) {
+        throw std::runtime_error(sf_strerror(file.rawHandle()));
     }
     return file;
 }
