@@ -22,6 +22,7 @@
 #include "cli/engine/hooks.h"
 #include "cli/engine/output_gate.h"
 #include "cli/facts/file_error.h"
+#include "cli/metadata/length_notes.h"
 #include "cli/storage/private_directory.h"
 #include "cli/storage/scratch.h"
 #include "cli/storage/staged_output.h"
@@ -136,6 +137,7 @@ class Delivery {
     void deliver(const std::string& final_file, const std::string& output) {
         boost::system::error_code ignored;
         const bool is_copied = fs::exists(final_file, ignored) || !staged_;
+        cli::length_note(input_);  // for its refusals
         cli::require_sound_output(input_, is_copied ? final_file : staged_->path());
         if (cli::state_of(input_) != before_) {
             throw std::runtime_error(
@@ -208,6 +210,16 @@ std::string held_note() {
     return held > 0 ? ": " + std::to_string(held) + " samples are held at full scale" : "";
 }
 
+/** What is odd about the input's length; it is delivered, so that no failure counts any more. */
+std::string length_note(const std::string& input) {
+    try {
+        const std::string note = cli::length_note(input);
+        return note.empty() ? "" : ": " + cli::printable(note);
+    } catch (const std::exception& failure) {
+        return ": " + cli::printable(cli::cause_of(failure));
+    }
+}
+
 /** Returns the program's status. */
 int tell(const EngineWords& words, int result, const HeldWords& held) {
     const LevelOutcome& outcome = *levelOutcome();
@@ -232,11 +244,12 @@ int tell(const EngineWords& words, int result, const HeldWords& held) {
                           << std::endl;
                 return kFailure;
             }
-            std::cout << input << ": leveled, " << output << held_note() << std::endl;
+            std::cout << input << ": leveled, " << output << held_note() << length_note(words.input)
+                      << std::endl;
             return result;
         default:
             std::cout << input << ": copied unchanged, " << output << ": " << outcome.reason
-                      << std::endl;
+                      << length_note(words.input) << std::endl;
             return result;
     }
 }

@@ -11,6 +11,7 @@
 #include "Common/units.h"
 #include "cli/audio/scan.h"
 #include "cli/audio/sound_file.h"
+#include "cli/metadata/mpeg_frames.h"
 
 namespace cli {
 namespace {
@@ -46,6 +47,15 @@ Scan scan_of(const std::string& path, const SndfileHandle& file) {
             std::isfinite(found->output_rms)};
 }
 
+/** A stream that was cut short has no length in its header, and that of an MP3 may be a guess. */
+bool tells_length(const SndfileHandle& file, const std::string& path) {
+    if ((file.format() & SF_FORMAT_TYPEMASK) == SF_FORMAT_MPEG) {
+        const auto stream = count_mpeg_frames(path);
+        return stream && stream->told;
+    }
+    return is_known_length(file.frames());
+}
+
 void require_no_runaway(const Scan& output) {
     const LevelFindings* found = levelFindings();
     const bool known = found != nullptr && !std::isnan(found->target_level_db);
@@ -73,8 +83,7 @@ void require_sound_output(const std::string& input, const std::string& output) {
     if (!scanned.finite) {
         throw std::runtime_error("the leveled file holds samples that are no numbers");
     }
-    // A stream that was cut short has no length in its header.
-    require_length(is_known_length(before.frames()) ? before.frames() : scan(input).frames,
+    require_length(tells_length(before, input) ? before.frames() : scan(input).frames,
                    scanned.frames, before.samplerate());
     require_no_runaway(scanned);
 }

@@ -19,6 +19,7 @@
 #include "cli/facts/file_error.h"
 #include "cli/metadata/chunks.h"
 #include "cli/metadata/data_size.h"
+#include "cli/metadata/length_notes.h"
 #include "cli/metadata/mpeg_frames.h"
 #include "cli/metadata/ogg_pages.h"
 #include "cli/metadata/tags.h"
@@ -43,9 +44,6 @@ constexpr double kMostPeak = 1.0 + 1e-6;  // linear
 constexpr double kMostLossyPeak = 4.0;    // linear: an encoder moves peaks by a few dB
 constexpr std::int64_t kMostPadding =
     std::int64_t{16} * 1152;  // frames; encoders fill up their blocks
-
-/** Up to this share of the audio, unknown bytes behind it are taken for a mark of some program. */
-constexpr std::uint64_t kMostTrailingShare = 20;
 
 SndfileHandle readable_input(const std::string& path) {
     if (access(path.c_str(), R_OK) != 0) {
@@ -92,24 +90,15 @@ void SoundFileCarrier::note_damage(FileFacts& facts, const std::string& text) co
 void SoundFileCarrier::repair_header(FileFacts& facts) {
     source_ = job_.input;
     const DataSize data = compare_data_size(job_.input);
+    const std::string note = length_note(data);
     if (data.kind == DataSize::Kind::Zero) {
-        note_damage(facts, "its header gives its audio the size 0; all that follows was taken");
+        note_damage(facts, note + "; all that follows was taken");
         if (!only_looks()) {
             source_ = in_scratch("repaired");
             write_with_data_size(job_.input, source_);
         }
-    } else if (data.kind == DataSize::Kind::Short) {
-        note_damage(facts, fmt::format("is cut short: {} of {} bytes of audio are there",
-                                       data.there, data.promised));
-    } else if (data.kind == DataSize::Kind::Trailing) {
-        const std::uint64_t rest = data.there - data.promised;
-        const std::string text = fmt::format(
-            "its header tells of {} bytes of audio, but {} more follow that are no chunk",
-            data.promised, rest);
-        if (rest > data.promised / kMostTrailingShare) {
-            throw FileError(text + "; its header needs a repair first");
-        }
-        note_damage(facts, text + " and were left out");
+    } else if (!note.empty()) {
+        note_damage(facts, note);
     }
 }
 
@@ -117,9 +106,9 @@ void SoundFileCarrier::read_info(FileFacts& facts) {
     SndfileHandle file = readable_input(source_);
     if ((file.format() & SF_FORMAT_TYPEMASK) == SF_FORMAT_MPEG && !only_looks()) {
         const auto stream = count_mpeg_frames(source_);
-        if (stream && stream->told && *stream->told > stream->frames + 1) {
-            note_damage(facts, fmt::format("is cut short: {} of {} MPEG frames are there",
-                                           stream->frames, *stream->told));
+        const std::string note = stream ? length_note(*stream) : "";
+        if (!note.empty()) {
+            note_damage(facts, note);
         }
         if (stream && (!stream->told || *stream->told != stream->frames)) {
             source_ = in_scratch("counted");
@@ -128,7 +117,7 @@ void SoundFileCarrier::read_info(FileFacts& facts) {
         }
     }
     if ((file.format() & SF_FORMAT_TYPEMASK) == SF_FORMAT_OGG && !ogg_ends_whole(source_)) {
-        note_damage(facts, "is cut short: its last page is not marked as the last");
+        note_damage(facts, kOggCutShort);
     }
     info_.format = file.format();
     info_.channels = file.channels();

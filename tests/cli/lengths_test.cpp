@@ -7,6 +7,7 @@
 #include "tests/support/fixtures.h"
 #include "tests/support/signals.h"
 
+using testing::EndsWith;
 using testing::HasSubstr;
 
 namespace {
@@ -86,6 +87,42 @@ TEST(Lengths, ASizeThatWasNeverFilledInCostsNothing) {
     result = run_program(QUORVANE " -f " + dir / "a.wav");
     EXPECT_EQ(1, result.status);
     EXPECT_THAT(result.err, HasSubstr("128000 more follow that are no chunk"));
+}
+
+TEST(Lengths, TheEnginesCommandTellsOfThemToo) {
+    struct Row {
+        const char* make;  // the input x.EXT, from talk.wav
+        const char* input;
+        int status;
+        const char* words;  // the end of what is said
+    };
+
+    const Row rows[] = {
+        {"ffmpeg -v error -i talk.wav -f wav - | cat >x.wav", "x.wav", 0, "leveled, out.wav\n"},
+        {"head -c 100044 talk.wav >x.wav", "x.wav", 0,
+         "out.wav: is cut short: 100000 of 256000 bytes of audio are there\n"},
+        {"cp talk.wav x.wav; printf '\\0\\0\\0\\0' | dd of=x.wav bs=1 seek=40 conv=notrunc",
+         "x.wav", 0, "0.05 s: its header gives its audio the size 0\n"},
+        {"cp talk.wav x.wav; printf '\\0\\0\\1\\0' | dd of=x.wav bs=1 seek=40 conv=notrunc",
+         "x.wav", 1, "190464 more follow that are no chunk; its header needs a repair first\n"},
+        {"ffmpeg -v error -i talk.wav y.ogg; head -c 20000 y.ogg >x.ogg", "x.ogg", 0,
+         "out.ogg: is cut short: its last page is not marked as the last\n"},
+        {"ffmpeg -v error -i talk.wav -b:a 64k -write_xing 0 x.mp3", "x.mp3", 0,
+         "leveled, out.mp3\n"},
+        {"ffmpeg -v error -i talk.wav -q:a 6 -write_xing 0 x.mp3", "x.mp3", 1,
+         " s would be read\n"},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.make);
+        const TempDir dir;
+        write_sound(dir / "talk.wav", signals::speech(8, 16000), kWav16);
+        const std::string in_folder = "cd " + dir.path() + " && ";
+        ASSERT_EQ(0, run_program(in_folder + row.make).status);
+        const ProgramResult result = run_program(in_folder + QUORVANE " --input-file " + row.input +
+                                                 " --output-file out" + strchr(row.input, '.'));
+        EXPECT_EQ(row.status, result.status) << result.err;
+        EXPECT_THAT(result.out + result.err, EndsWith(row.words));
+    }
 }
 
 TEST(Lengths, SamplesAboveFullScaleAreTold) {
