@@ -14,8 +14,7 @@ namespace stream {
 
 namespace {
 
-// Large enough that the calls per block do not count, small enough for a processor's cache.
-constexpr int kBlockSamples = 32768;
+int block_samples = kBlockSamples;
 
 }  // namespace
 
@@ -23,7 +22,7 @@ long long block_frames_for(int channels, long long unit_frames) {
     // Whole units, one at least: a link that works bin by bin seldom has to carry one over. And
     // fours of them, since links take that many side by side.
     constexpr long long kTogether = 4;
-    long long units = kBlockSamples / channels / unit_frames;
+    long long units = block_samples / channels / unit_frames;
     units -= units > kTogether ? units % kTogether : 0;
     return std::max(1LL, units) * unit_frames;
 }
@@ -60,6 +59,10 @@ void run(Source& source,
 }
 
 }  // namespace
+
+void use_block_samples(int samples) {
+    block_samples = samples;
+}
 
 Pace::Pace(progress_range::Range range, long long unit_frames, Fraction fraction)
     : progress_(range.low, range.high), unit_frames_(unit_frames), fraction_(std::move(fraction)) {

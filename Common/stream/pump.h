@@ -39,6 +39,15 @@ class Pace {
     long long units_ = 0;
 };
 
+// Large enough that the calls per block do not count, small enough for a processor's cache.
+constexpr int kBlockSamples = 32768;
+
+/**
+ * How much a block holds from now on, a unit of the pace at least. No result depends on it, which
+ * tests show with it.
+ */
+void use_block_samples(int samples);
+
 /** Frames of a block, a multiple of the unit. */
 long long block_frames_for(int channels, long long unit_frames);
 

@@ -1,9 +1,13 @@
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <cmath>
+#include <utility>
 
 #include "Common/level.h"
 #include "Common/normalize/normalize.h"
+#include "Common/stream/helper_thread.h"
+#include "Common/stream/pump.h"
 #include "cli/engine/hooks.h"
 #include "tests/support/fixtures.h"
 #include "tests/support/signals.h"
@@ -117,27 +121,73 @@ TEST_F(Reliability, ALoweredTargetIsTheFirstThatFits) {
                      .within_tolerance);
 }
 
-TEST_F(Reliability, WhatIsDoneToARecordingShowsInItsResult) {
-    const Signal left = signals::speech(9.0, 16000);
-    Signal right = signals::sine(0.2, 300.0, 9.0, 16000);
-    const Signal input = signals::stereo(left, right);
-    const Signal output = level(input, kWavFloat);
-    EXPECT_EQ(output.samples, level(input, kWavFloat).samples) << "a second run";
-    EXPECT_EQ(input.frames(), output.frames());
-    EXPECT_LE(peak_of(output), std::pow(10.0, -1.0 / 20.0) + 1e-6);
+/** A recording of two voices that is another one for each seed. */
+Signal two_voices(unsigned seed, int rate_hz) {
+    const double whisper_db = -4.0 * seed;
+    Signal left = signals::knocked_speech({-12, whisper_db, 0, 0, 0, false, seed}, rate_hz);
+    Signal right = signals::knocked_speech({-30, 9, 0, 0, 0, false, seed + 50}, rate_hz);
+    const auto most = std::min(left.samples.size(), right.samples.size());
+    left.samples.resize(most);
+    right.samples.resize(most);
+    return signals::stereo(left, right);
+}
 
-    const Signal swapped = level(signals::stereo(right, left), kWavFloat);
-    Signal inverted = input;
-    for (double& sample : inverted.samples) {
-        sample = -sample;
+TEST_F(Reliability, WhatIsDoneToARecordingShowsInItsResult) {
+    for (const auto& [seed, rate_hz] : {std::pair{1U, 16000}, {2U, 8000}, {3U, 22050}}) {
+        SCOPED_TRACE(seed);
+        const Signal input = two_voices(seed, rate_hz);
+        const Signal output = level(input, kWavFloat);
+        EXPECT_EQ(input.frames(), output.frames());
+        // The ceiling, and half of the last of a float's 24 bits.
+        EXPECT_LE(peak_of(output), std::pow(10.0, -1.0 / 20.0) * (1.0 + std::ldexp(1.0, -24)));
+
+        Signal swapped = input;
+        Signal inverted = input;
+        for (std::size_t i = 0; i < input.samples.size(); ++i) {
+            swapped.samples[i] = input.samples[i ^ 1];
+            inverted.samples[i] = -input.samples[i];
+        }
+        swapped = level(swapped, kWavFloat);
+        inverted = level(inverted, kWavFloat);
+        for (std::size_t i = 0; i < output.samples.size(); ++i) {
+            ASSERT_TRUE(std::isfinite(output.samples[i])) << i;
+            // Sums over both channels differ in their last bit with the order, and with them the
+            // last of the six digits in which a gain is handed on.
+            ASSERT_NEAR(output.samples[i], swapped.samples[i ^ 1],
+                        1e-5 * std::fabs(output.samples[i]))
+                << i;
+            ASSERT_EQ(output.samples[i], -inverted.samples[i]) << i;
+        }
     }
-    inverted = level(inverted, kWavFloat);
-    for (std::size_t i = 0; i < output.samples.size(); ++i) {
-        ASSERT_TRUE(std::isfinite(output.samples[i])) << i;
-        // Sums over both channels differ in their last bit with the order.
-        ASSERT_NEAR(output.samples[i], swapped.samples[i ^ 1], 1e-6) << i;
-        ASSERT_EQ(output.samples[i], -inverted.samples[i]) << i;
+}
+
+TEST_F(Reliability, BlocksAndThreadsLeaveNoTrace) {
+    const bool is_helped = stream::HelperThread::is_used();
+
+    struct Row {
+        bool helped;
+        int block_samples;
+    };
+
+    const Row rows[] = {{false, stream::kBlockSamples},
+                        {true, stream::kBlockSamples},
+                        {true, 1},
+                        {false, 4801},
+                        {true, 1 << 20}};
+    for (const int format : {kWavFloat, SF_FORMAT_FLAC | SF_FORMAT_PCM_16}) {
+        const Signal input = two_voices(4, 8000);
+        level(input, format);
+        const std::string bytes = read_text(out);
+        for (const Row& row : rows) {
+            stream::HelperThread::use(row.helped);
+            stream::use_block_samples(row.block_samples);
+            level(input, format);
+            EXPECT_TRUE(bytes == read_text(out))
+                << row.helped << ", blocks of " << row.block_samples << ", format " << format;
+        }
     }
+    stream::HelperThread::use(is_helped);
+    stream::use_block_samples(stream::kBlockSamples);
 }
 
 }  // namespace
