@@ -120,7 +120,7 @@ int _tmain(int argc, const char** argv) {
     }
     require_other_file(args.input_file, args.output_file);
     // Columns of equal width, with twelve decimals: later steps' thresholds see those.
-    SeriesWriter output(args.output_file, SeriesWriter::kFixed, 14, 12);
+    SeriesWriter output(args.output_file, Notation::kFixed, 14, 12);
     if (!output.is_open()) {
         return log_failure(kSource, __LINE__, "Error opening " + args.output_file + " for output");
     }

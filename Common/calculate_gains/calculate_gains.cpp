@@ -94,7 +94,7 @@ int Operation::execute() {
         (static_cast<std::uint32_t>(buffer_frames) + 1) * static_cast<std::uint32_t>(info.channels);
     require_other_files();
     input_->announce(stream::kToTheEnd);  // all segments together: most are short
-    SeriesWriter rms_file(args_.rms_file, SeriesWriter::kFixed, 5, 2);
+    SeriesWriter rms_file(args_.rms_file, Notation::kFixed, 5, 2);
     if (!rms_file.is_open()) {
         return log_failure(kSource, __LINE__, "error opening RMS file " + args_.rms_file);
     }

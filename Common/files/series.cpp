@@ -1,7 +1,6 @@
 #include "Common/files/series.h"
 
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <stdexcept>
 
@@ -16,7 +15,7 @@ std::vector<double> read_series(const std::string& path) {
     std::vector<double> values;
     errno = 0;
     // Up to the end or to the first word that is no number, which is an end like any other.
-    for (double value = 0.0; file >> value;) {
+    for (double value = 0.0; read_number(file, value);) {
         values.push_back(value);
     }
     require_readable(file, path);
@@ -41,10 +40,13 @@ SeriesWriter::SeriesWriter(const std::string& path, Notation notation, int width
 
 void SeriesWriter::write(double value) {
     char line[512];  // 128 digits, and the 309 before a fixed notation's point
-    const int length = notation_ == kFixed
-                           ? std::snprintf(line, sizeof line, "%*.*f\n", width_, digits_, value)
-                           : std::snprintf(line, sizeof line, "%*.*g\n", width_, digits_, value);
-    file_.write(line, length);
+    const std::size_t length = write_number(line, sizeof line - 1, notation_, digits_, value);
+    const std::size_t width = static_cast<std::size_t>(width_);
+    for (std::size_t missing = length; missing < width; ++missing) {
+        file_.put(' ');
+    }
+    line[length] = '\n';
+    file_.write(line, static_cast<std::streamsize>(length + 1));
 }
 
 std::string SeriesWriter::close() {

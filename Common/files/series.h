@@ -4,6 +4,8 @@
 #include <string>
 #include <vector>
 
+#include "Common/files/numbers.h"
+
 /**
  * The numbers of a text file, separated by white space, up to the first word that is none. A file
  * that cannot be opened gives no numbers; one that opens and cannot be read throws
@@ -20,8 +22,6 @@ void require_readable(const std::istream& file, const std::string& path);
  */
 class SeriesWriter {
   public:
-    enum Notation { kFixed, kGeneral };
-
     /** As printf's %width.digitsf or %width.digitsg. */
     SeriesWriter(const std::string& path, Notation notation, int width, int digits);
 

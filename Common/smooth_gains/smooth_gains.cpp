@@ -79,7 +79,7 @@ std::vector<double> read_gains(std::istream& file) {
 /** Each gain with as many digits as its exact value has. */
 int write_gains(const std::string& path, const std::vector<double>& gains) {
     // What gcvt with 128 digits prints, on C libraries that stop at 17 digits too.
-    SeriesWriter file(path, SeriesWriter::kGeneral, 0, 128);
+    SeriesWriter file(path, Notation::kGeneral, 0, 128);
     if (!file.is_open()) {
         return log_failure(kSource, __LINE__, "Error opening " + path + " for output");
     }
