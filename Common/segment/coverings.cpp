@@ -81,8 +81,7 @@ void Coverings::begin(const CCostCalculatorSD& calculator, const SearchKernel& k
     batch_.first_k = 0;
     begin_batch(0);
     for (int j = batch_.shortest - 1; j < batch_.chunk_size; ++j) {
-        batch_.table[j * batch_.width] =
-            calculator.CostOneSegment(0, static_cast<std::uint16_t>(j));
+        lanes_of(j)[0] = calculator.CostOneSegment(0, static_cast<std::uint16_t>(j));
     }
 }
 
@@ -92,13 +91,13 @@ void Coverings::search_more(int most) {
     // The last lane of the batch before is the first of this one.
     std::vector<double> known(n);
     for (int j = 0; j < n; ++j) {
-        known[j] = batch_.table[j * batch_.width + batch_.count];
+        known[j] = lanes_of(j)[batch_.count];
     }
     const int together = last_known() == 0 ? kFirstTogether : kMostTogether;
     batch_.first_k = last_known();
     begin_batch(std::min(together, most - batch_.first_k));
     for (int j = 0; j < n; ++j) {
-        batch_.table[j * batch_.width] = known[j];
+        lanes_of(j)[0] = known[j];
     }
     for (int j = (batch_.first_k + 2) * m - 1; j < n; ++j) {
         if (j % kCancelInterval == 0) {
@@ -109,8 +108,7 @@ void Coverings::search_more(int most) {
 }
 
 double Coverings::least_cost(int k) const {
-    const std::ptrdiff_t last = batch_.chunk_size - 1;
-    return batch_.table[last * batch_.width + (k - batch_.first_k)];
+    return lanes_of(batch_.chunk_size - 1)[k - batch_.first_k];
 }
 
 }  // namespace segment

@@ -36,7 +36,11 @@ class Coverings {
 
   private:
     void begin_batch(int count);
-    void allocate_best_places();
+
+    /** The least costs of covering 0..j, for one breakpoint count after another. */
+    double* lanes_of(int j) const {
+        return pCostMatrix.get() + static_cast<std::ptrdiff_t>(j) * batch_.width;
+    }
 
     std::uint16_t row_size_;
     const SearchKernel* kernel_ = nullptr;

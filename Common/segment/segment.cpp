@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "Common/files/numbers.h"
 #include "Common/reporting/log.h"
 #include "Common/reporting/progress.h"
 #include "Common/segment/CommandLine.h"
@@ -54,7 +55,7 @@ constexpr const char* kInputName = "_string_";
 std::uint32_t count_values(std::istream& is) {
     constexpr std::uint32_t kMost = 0xFFFFFFFF;
     std::uint32_t count = 0;
-    for (double value = 0.0; count < kMost && is >> value;) {
+    for (double value = 0.0; count < kMost && read_number(is, value);) {
         ++count;
     }
     // The end of the text has set the stream's flags; the chunks read it once more from the front.
@@ -189,12 +190,16 @@ int Chunks::write_fit(const CCostCalculatorSD& calculator, std::uint16_t breakpo
 }
 
 int Chunks::write_fit(const CCostCalculatorSD& calculator, std::uint16_t start, std::uint16_t end) {
-    const double value = calculator.GetFitValue(start, end);
+    // The text is the same for all values of the segment.
+    std::ostringstream line;
+    line.copyfmt(fit_);
+    line << calculator.GetFitValue(start, end) << "\n";
+    const std::string text = line.str();
     for (int i = start; i <= end; ++i) {
         if (!fit_) {
             return log_failure(kSource, __LINE__, "Error writing to fFit");
         }
-        fit_ << value << "\n";
+        fit_ << text;
     }
     return 0;
 }

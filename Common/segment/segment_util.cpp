@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <iostream>
 
+#include "Common/files/numbers.h"
 #include "Common/reporting/log.h"
 
 namespace segment {
@@ -23,8 +24,7 @@ void readNums(std::uint16_t n, std::istream& is, double* out) {
     // good: that number is refused, too.
     int i = 0;
     for (; i < n; ++i) {
-        is >> out[i];
-        if (!is.good()) {
+        if (!read_number(is, out[i]) || !is.good()) {
             throw read_sums_error(__LINE__, kSource);
         }
     }

@@ -1,5 +1,7 @@
 #include "Common/wrap_segment/wrap_segment.h"
 
+#include <boost/iostreams/device/null.hpp>
+#include <boost/iostreams/stream.hpp>
 #include <cstddef>
 #include <fstream>
 #include <iterator>
@@ -8,6 +10,7 @@
 
 #include "Common/CommandLine.h"
 #include "Common/files/cue_list.h"
+#include "Common/files/numbers.h"
 #include "Common/files/same_file.h"
 #include "Common/files/series.h"
 #include "Common/reporting/findings.h"
@@ -29,6 +32,7 @@ namespace wrap_segment {
 namespace {
 
 constexpr const char* kSource = "Common/wrap_segment/wrap_segment";
+constexpr int kDigits = 6;  // of the levels that are segmented
 
 /** The bins that take part in the segmentation: their levels as text, and which bins they are. */
 struct LoudBins {
@@ -50,14 +54,15 @@ double average_level_db(const std::vector<double>& levels_db) {
 
 LoudBins bins_above(const std::vector<double>& levels_db, double threshold_db) {
     LoudBins loud;
-    std::ostringstream text;
+    char text[32];
     for (std::size_t i = 0; i < levels_db.size(); ++i) {
         if (levels_db[i] > threshold_db) {
-            text << levels_db[i] << "\n";
+            const std::size_t length =
+                write_number(text, sizeof text, Notation::kGeneral, kDigits, levels_db[i]);
+            loud.levels.append(text, length).push_back('\n');
             loud.indices.push_back(i);
         }
     }
-    loud.levels = text.str();
     return loud;
 }
 
@@ -74,7 +79,8 @@ int find_breakpoints(const std::string& levels, std::vector<std::size_t>& breakp
                           options::chunk_size.c_str(),
                           "--cost-function",
                           options::cost_function.c_str()};
-    std::stringstream fit;
+    // Nobody here needs the fitted levels.
+    boost::iostreams::stream<boost::iostreams::null_sink> fit{boost::iostreams::null_sink()};
     std::stringstream breaks;
     const int result =
         segment::_tmain(static_cast<int>(std::size(argv)), argv, levels, fit, breaks);
