@@ -1,43 +1,12 @@
 #include "Common/run/output_meter.h"
 
-#include <algorithm>
 #include <cmath>
-#include <iterator>
-#include <numeric>
 #include <utility>
 
-#include "Common/audio/wide_loops.h"
+#include "Common/audio/power_and_peak.h"
 #include "Common/files/descriptor.h"
 #include "Common/stream/riders.h"
 #include "Common/stream/stream.h"
-
-namespace {
-
-/** Adds to the sum of squares and raises the peak: eight of each, which do not wait for each other.
- */
-QUORVANE_WIDE_LOOP
-void measure(const double* samples, long long count, double& squares, double& peak) {
-    constexpr int kTogether = 8;
-    double sums[kTogether] = {};
-    double peaks[kTogether] = {};
-    long long i = 0;
-    for (; i + kTogether <= count; i += kTogether) {
-        for (int k = 0; k < kTogether; ++k) {
-            const double sample = samples[i + k];
-            const double size = std::fabs(sample);
-            sums[k] += sample * sample;
-            peaks[k] = peaks[k] < size ? size : peaks[k];
-        }
-    }
-    for (; i < count; ++i) {
-        sums[0] += samples[i] * samples[i];
-        peaks[0] = std::max(peaks[0], std::fabs(samples[i]));
-    }
-    squares += std::accumulate(std::begin(sums), std::end(sums), 0.0);
-    peak = std::max(peak, *std::max_element(std::begin(peaks), std::end(peaks)));
-}
-
-}  // namespace
 
 class OutputMeter::Rider : public stream::Receiver {
   public:
@@ -45,7 +14,7 @@ class OutputMeter::Rider : public stream::Receiver {
         : measured_(std::move(measured)), channels_(channels), descriptor_(descriptor) {}
 
     void take(double* samples, long long frames) override {
-        measure(samples, frames * channels_, measured_->squares, measured_->peak);
+        add_power_and_peak(samples, frames * channels_, measured_->squares, measured_->peak);
         measured_->frames += frames;
         unsynced_ += frames * channels_;
         if (descriptor_ != -1 && unsynced_ >= kSamplesToSync) {

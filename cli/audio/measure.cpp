@@ -10,6 +10,8 @@
 #include <utility>
 #include <vector>
 
+#include "Common/audio/sound_handle.h"
+#include "Common/stream/sound_source.h"
 #include "cli/audio/loudness_meter.h"
 #include "cli/audio/sample_sums.h"
 #include "cli/audio/sound_file.h"
@@ -21,6 +23,7 @@ namespace {
 constexpr double kShortTermSeconds = 3.0;
 constexpr double kLeastStepSeconds = 0.1;
 constexpr double kMostPoints = 1000;
+constexpr std::size_t kBlockSamples = 32768;
 constexpr std::size_t kPauseBlocks = 5;  // of kLeastStepSeconds: half a second
 constexpr double kSoundDbfs = -50;       // RMS of a block that is more than room tone
 
@@ -144,6 +147,24 @@ std::vector<std::int64_t> cuts_of(const std::vector<Window>& windows, const Wind
     return cuts;
 }
 
+SF_INFO info_of(const SndfileHandle& file) {
+    SF_INFO info{};
+    info.frames = file.frames();
+    info.samplerate = file.samplerate();
+    info.channels = file.channels();
+    info.format = file.format();
+    return info;
+}
+
+[[noreturn]] void fail_read(const SoundHandle& handle, const std::string& /*path*/) {
+    throw std::runtime_error(sf_strerror(handle.get()));
+}
+
+/**
+ * Reads through the engine's source, which moves plain samples in large blocks. The file is opened
+ * here, since measurements run beside the engine, and opening as the steps do is not for two
+ * threads.
+ */
 class FileMeter {
   public:
     explicit FileMeter(const std::string& path)
@@ -156,8 +177,12 @@ class FileMeter {
           power_(std::max(file_.channels(), 1), file_.samplerate() / 10),
           peaks_(file_.channels(), file_.samplerate()),
           loudness_(file_.channels(), file_.samplerate(), cuts_of(windows_, last_moment_)),
-          buffer_(static_cast<std::size_t>(file_.samplerate()) *
-                  static_cast<std::size_t>(file_.channels())) {}
+          source_(SoundHandle(file_.rawHandle(), [](SNDFILE* /*kept by file_*/) {}),
+                  path,
+                  info_of(file_),
+                  fail_read),
+          block_(kBlockSamples + static_cast<std::size_t>(file_.channels())),
+          buffer_(block_.size()) {}
 
     Loudness run(const std::function<void(double)>& progress) {
         while (done_ < frames_) {
@@ -169,16 +194,18 @@ class FileMeter {
 
   private:
     void read_block() {
-        const sf_count_t got =
-            file_.readf(buffer_.data(), std::min<sf_count_t>(frames_ - done_, file_.samplerate()));
+        const long long most = static_cast<long long>(block_.size()) / file_.channels();
+        const long long got =
+            source_.read(block_.data(), std::min<long long>(frames_ - done_, most));
         if (got <= 0) {
-            if (file_.error()) {
-                throw std::runtime_error(file_.strError());
-            }
             throw std::runtime_error(
                 fmt::format("ends after {} of {} frames; the file may be damaged", done_, frames_));
         }
         const auto frames = static_cast<std::size_t>(got);
+        // The meters take floats, twice as many at a time.
+        std::transform(block_.begin(),
+                       block_.begin() + static_cast<std::ptrdiff_t>(got * file_.channels()),
+                       buffer_.begin(), [](double sample) { return static_cast<float>(sample); });
         power_.add(buffer_.data(), frames * static_cast<std::size_t>(file_.channels()));
         loudness_.add(buffer_.data(), frames);
         peaks_.add(buffer_.data(), frames);
@@ -214,6 +241,8 @@ class FileMeter {
     PowerMeter power_;
     TruePeakMeter peaks_;
     LoudnessMeter loudness_;
+    SoundSource source_;
+    std::vector<double> block_;
     std::vector<float> buffer_;
     sf_count_t done_ = 0;
 };

@@ -1,42 +1,49 @@
 #include "cli/audio/scan.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <cmath>
+#include <limits>
 #include <stdexcept>
 #include <system_error>
 #include <vector>
 
-#include "cli/audio/sample_sums.h"
+#include "Common/audio/power_and_peak.h"
+#include "Common/audio/sound_handle.h"
+#include "Common/stream/sound_source.h"
 #include "cli/audio/sound_file.h"
 
 namespace cli {
 namespace {
 
-constexpr sf_count_t kBlockFrames = 65536;
+constexpr std::size_t kBlockSamples = 32768;
 constexpr std::int64_t kMostFrames = std::int64_t{1} << 48;  // 186 years at 48 kHz
+
+/** The reason alone: who calls knows the file by another name. */
+[[noreturn]] void fail_read(const SoundHandle& handle, const std::string& /*path*/) {
+    throw std::runtime_error(sf_strerror(handle.get()));
+}
 
 }  // namespace
 
 Scan scan(const std::string& path) {
-    SndfileHandle file = open_to_read(path);
-    std::vector<float> block(static_cast<std::size_t>(kBlockFrames) *
-                             static_cast<std::size_t>(file.channels()));
+    SF_INFO info{};
+    const SoundHandle handle = open_sound_for_reading(path, info);
+    if (!handle) {
+        throw std::runtime_error(sound_open_reason());
+    }
+    SoundSource source(handle, path, info, fail_read);
+    source.announce(std::numeric_limits<long long>::max());
+    std::vector<double> block(kBlockSamples + static_cast<std::size_t>(info.channels));
+    const long long block_frames = static_cast<long long>(block.size()) / info.channels;
     Scan result;
-    double sum = 0;
-    for (sf_count_t got = 0; (got = file.readf(block.data(), kBlockFrames)) > 0;) {
-        const auto count = static_cast<std::size_t>(got * file.channels());
-        const float peak = peak_of(block.data(), count);
-        result.finite = result.finite && std::isfinite(peak);
-        result.peak = std::max(result.peak, static_cast<double>(peak));
-        sum += sum_of_squares(block.data(), count);
+    double squares = 0;
+    for (long long got = 0; (got = source.read(block.data(), block_frames)) > 0;) {
+        add_power_and_peak(block.data(), got * info.channels, squares, result.peak);
         result.frames += got;
     }
-    if (file.error()) {
-        throw std::runtime_error(file.strError());
-    }
+    result.finite = std::isfinite(squares);
     if (result.frames > 0) {
-        result.rms = std::sqrt(sum / static_cast<double>(result.frames * file.channels()));
+        result.rms = std::sqrt(squares / static_cast<double>(result.frames * info.channels));
     }
     return result;
 }

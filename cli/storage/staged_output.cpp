@@ -143,6 +143,10 @@ void StagedOutput::keep_private() {
     (void)!fchmod(file_, S_IRUSR | S_IWUSR);
 }
 
+void StagedOutput::start_sync() const {
+    ::start_sync(file_);
+}
+
 void StagedOutput::sync() {
     require_on_disk(file_, destination_);
 }

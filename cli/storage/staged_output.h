@@ -41,6 +41,9 @@ class StagedOutput {
     /** Gives it the modification time of another file. */
     void take_time_of(const std::string& other);
 
+    /** Has the disk begin with what was written so far. */
+    void start_sync() const;
+
     /** Syncs it to the disk, whoever wrote it. Throws std::system_error. */
     void sync();
 

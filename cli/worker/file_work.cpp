@@ -241,28 +241,24 @@ void stage(Work& work) {
     if (work.audio != path) {
         work.staged->fill_from(work.audio);
     }
+    work.staged->start_sync();  // the last look at it comes first
 }
 
 void check_result(Work& work) {
     work.carrier->check(work.staged->path(), work.facts);
 }
 
-// Before the output takes its name: see record.cpp.
-void write_record(Work& work, const std::string& staged) {
+/** Reads input and output through: the disk may be at work on the output meanwhile. */
+DoneRecord record_of(const Work& work) {
     const Job& job = work.job;
     DoneRecord record;
     record.output = fs::path(job.output).filename().string();
-    record.output_state = state_of(staged);
-    record.output_hash = content_hash(staged);
+    record.output_hash = content_hash(work.staged->path());
     record.input = job.input;
     record.input_state = work.input;
     record.input_hash = content_hash(job.input);
-    if (state_of(job.input) != work.input) {
-        throw FileError("it was changed while it was worked on, so nothing was written");
-    }
     record.options = key_of(job.options);
-    record.facts = work.facts;
-    work.claim.record(to_line(record));
+    return record;
 }
 
 void place(Work& work) {
@@ -271,10 +267,16 @@ void place(Work& work) {
     if (work.job.options.keep_mtime) {
         staged.take_time_of(work.job.input);
     }
+    DoneRecord record = record_of(work);
     staged.sync();
-    loudness_after(work);  // the record tells it
+    loudness_after(work);
+    if (state_of(work.job.input) != work.input) {
+        throw FileError("it was changed while it was worked on, so nothing was written");
+    }
     try {
-        write_record(work, staged.path());
+        record.output_state = state_of(staged.path());
+        record.facts = work.facts;
+        work.claim.record(to_line(record));  // before the output takes its name: see record.cpp
         staged.commit(work.replace);
     } catch (const std::system_error& error) {
         if (error.code() != std::errc::file_exists) {
