@@ -37,8 +37,9 @@ OutcomeRecord& OutcomeRecord::instance() {
 void OutcomeRecord::begin_run() {
     reporting::forget_failure();
     forget_findings();
-    passages_.clear();
-    gains_.clear();
+    passages_ = {};
+    gain_runs_ = {};
+    gains_ = {};
     input_.clear();
     set(kLevelNotRun, "");
 }
@@ -118,15 +119,29 @@ void OutcomeRecord::collect_passages(const std::string& cues,
 }
 
 void OutcomeRecord::collect_gain_curve(const std::string& smoothed_gains) {
-    if (collecting_) {
-        gains_ = read_series(smoothed_gains);
-        ::findings().bin_s = kBin_s;
+    if (!collecting_) {
+        return;
     }
+    const std::vector<double> gains = read_series(smoothed_gains);
+    for (std::size_t i = 0; i < gains.size(); ++i) {
+        // No gain is negative or no number, so that equal ones have the same bits.
+        if (gain_runs_.empty() || gain_runs_.back().gain != gains[i]) {
+            gain_runs_.push_back({gains[i], i});
+        }
+        gain_runs_.back().end = i + 1;
+    }
+    ::findings().bin_s = kBin_s;
 }
 
-const LevelFindings* OutcomeRecord::findings() const {
+const LevelFindings* OutcomeRecord::findings() {
     if (!collecting_) {
         return nullptr;
+    }
+    if (gains_.empty() && !gain_runs_.empty()) {
+        gains_.reserve(gain_runs_.back().end);
+        for (const GainRun& run : gain_runs_) {
+            gains_.resize(run.end, run.gain);
+        }
     }
     LevelFindings& found = ::findings();
     found.passage_count = passages_.size();

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -48,7 +49,7 @@ class OutcomeRecord {
     void collect_gain_curve(const std::string& smoothed_gains);
 
     /** What was found, or null when nobody asked for it. */
-    const LevelFindings* findings() const;
+    const LevelFindings* findings();
 
   private:
     void set(LevelOutcomeKind kind, const std::string& text);
@@ -59,5 +60,15 @@ class OutcomeRecord {
     std::string reason_;
     bool collecting_ = false;
     std::vector<LevelPassage> passages_;
+
+    /** The same gain for all bins from the end of the run before to this one's. */
+    struct GainRun {
+        double gain;
+        std::size_t end;
+    };
+
+    // Few bins differ from the one before. The last steps need the room that the others would take:
+    // the curve is laid out bin by bin when somebody asks.
+    std::vector<GainRun> gain_runs_;
     std::vector<double> gains_;
 };
