@@ -197,8 +197,8 @@ QUORVANE_INLINE void take_lower_totals(
     Lanes least[kParts];
     Lanes place[kParts];
     for (int part = 0; part < kParts; ++part) {
-        load(least[part], found.totals + lane + part * kWidth);
-        load(place[part], found.places + lane + part * kWidth);
+        load(least[part], &found.totals[lane + part * kWidth]);
+        load(place[part], &found.places[lane + part * kWidth]);
     }
     const double* row = row_of(batch, first) + lane;
     for (int i = first; i < end; ++i, row += batch.width) {
@@ -206,7 +206,7 @@ QUORVANE_INLINE void take_lower_totals(
         const Lanes here = Lanes{} + static_cast<double>(i);
         for (int part = 0; part < kParts; ++part) {
             Lanes total;
-            load(total, row + part * kWidth);
+            load(total, &row[part * kWidth]);
             Combiner::add(total, cost);
             // Strictly lower: of equally good places the first one stays.
             const auto lower = total < least[part];
@@ -215,8 +215,8 @@ QUORVANE_INLINE void take_lower_totals(
         }
     }
     for (int part = 0; part < kParts; ++part) {
-        store(least[part], found.totals + lane + part * kWidth);
-        store(place[part], found.places + lane + part * kWidth);
+        store(least[part], &found.totals[lane + part * kWidth]);
+        store(place[part], &found.places[lane + part * kWidth]);
     }
 }
 
@@ -263,7 +263,7 @@ QUORVANE_INLINE bool find_best_places(Batch& batch, int j) {
     // So many of the counts leave room for their segments up to j.
     const int fitting = std::min(batch.count, (j + 1) / batch.shortest - batch.first_k - 1);
     const int groups = (fitting + kLanes - 1) / kLanes;
-    Found found;
+    Found found;  // NOLINT(cppcoreguidelines-pro-type-member-init): of the lanes in use, below
     for (int lane = 0; lane < groups * kLanes; ++lane) {
         found.totals[lane] = kInfinity;
         // Where all totals are infinite, the first place is as good as any.
