@@ -6,6 +6,7 @@
 
 #include "cli/worker/job.h"
 #include "cli/worker/worker.h"
+#include "tests/desktop/support.h"
 
 std::unique_ptr<QObject> new_plan_test();
 std::unique_ptr<QObject> new_session_test();
@@ -13,6 +14,7 @@ std::unique_ptr<QObject> new_window_test();
 
 int main(int argc, char** argv) {
     if (argc == 2 && std::strcmp(argv[1], cli::kWorkerWord) == 0) {
+        HeldWorkers::wait();
         return cli::worker_main();
     }
     QApplication application(argc, argv);

@@ -114,7 +114,8 @@ void SessionTest::a_locked_folder_is_asked_about_once() {
     questions.folder = out.path();
     Session session(questions);
     session.take({locked.path()});
-    const bool planned = QTest::qWaitFor([&] { return session.files().rowCount() == 2; });
+    const bool planned =
+        QTest::qWaitFor([&] { return session.files().rowCount() == 2; }, kLongestMs);
     if (is_root) {
         QCOMPARE(seteuid(0), 0);
     }
@@ -126,7 +127,8 @@ void SessionTest::a_locked_folder_is_asked_about_once() {
 
 void SessionTest::cancelled_and_failed_files_can_be_tried_again() {
     const TempDir folder;
-    const std::string talk = recording(folder, "talk.wav", 200);
+    const std::string talk = recording(folder, "talk.wav", 1);
+    HeldWorkers held;
     FakeQuestions questions;
     Session session(questions);
     QSignalSpy ended(&session, &Session::ended);
@@ -140,7 +142,7 @@ void SessionTest::cancelled_and_failed_files_can_be_tried_again() {
     QCOMPARE(folder.entries(), std::vector<std::string>{"talk.wav"});
     QCOMPARE(ended.count(), 0);  // nothing to tell of what the user ended
 
-    recording(folder, "talk.wav", 1);
+    held.release();
     session.retry({session.files().id_at(0)});
     QTRY_VERIFY_WITH_TIMEOUT(
         session.files().at(0).facts.outcome == Outcome::Leveled && at_rest(session), kLongestMs);
@@ -164,7 +166,12 @@ void SessionTest::the_end_in_mid_file_leaves_nothing() {
         session.shut_down();
     }
     QCOMPARE(temporary.entries(), std::vector<std::string>());
-    QCOMPARE(folder.entries(), (std::vector<std::string>{"talk.wav", "wait.wav"}));
+    // A slow test may come after the end of a file: then its result is whole.
+    for (const std::string& name : folder.entries()) {
+        QVERIFY2(name == ".quorvane.jsonl" ||
+                     fs::file_size(folder / name) == fs::file_size(folder / "talk.wav"),
+                 name.c_str());
+    }
     before.isNull() ? qunsetenv("TMPDIR") : qputenv("TMPDIR", before);
 }
 

@@ -1,12 +1,18 @@
 #pragma once
 
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
 #include <QApplication>
 #include <QEventLoop>
 #include <QSignalSpy>
 #include <QTest>
 #include <QTimer>
+#include <cstdlib>
 #include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "desktop/intake/intake.h"
@@ -44,7 +50,51 @@ inline bool at_rest(const desktop::Session& session) {
     return !session.searching() && !session.working();
 }
 
-constexpr int kLongestMs = 30000;
+constexpr int kLongestMs = 60000;
+
+/** Names the file whose lock a worker of the tests waits for before it begins. */
+constexpr const char* kHoldVariable = "QUORVANE_HOLD_WORKERS";
+
+/**
+ * Keeps every worker from beginning until release(): work that lasts as long as the test looks at
+ * it, however fast the machine is and however slow the test. A signal ends a held worker.
+ */
+class HeldWorkers {
+  public:
+    HeldWorkers() {
+        const std::string path = folder_ / "lock";
+        lock_ = open(path.c_str(), O_CREAT | O_RDWR | O_CLOEXEC, 0600);
+        flock(lock_, LOCK_EX);
+        qputenv(kHoldVariable, QByteArray::fromStdString(path));
+    }
+
+    ~HeldWorkers() {
+        release();
+        qunsetenv(kHoldVariable);
+    }
+
+    HeldWorkers(const HeldWorkers&) = delete;
+    HeldWorkers& operator=(const HeldWorkers&) = delete;
+
+    void release() {
+        if (lock_ >= 0) {
+            close(std::exchange(lock_, -1));
+        }
+    }
+
+    /** In a worker: waits while the test holds it. */
+    static void wait() {
+        if (const char* path = std::getenv(kHoldVariable)) {
+            const int lock = open(path, O_RDONLY | O_CLOEXEC);
+            flock(lock, LOCK_SH);
+            close(lock);
+        }
+    }
+
+  private:
+    TempDir folder_;
+    int lock_ = -1;
+};
 
 /**
  * Waits for a state that may last a moment only. QTRY_VERIFY looks every 50 ms, in which a short
