@@ -192,6 +192,11 @@ void WindowTest::the_keyboard_reaches_everything() {
     QCOMPARE(chosen.count(), 1);
     QTest::keyClick(window.findChild<QFileDialog*>(), Qt::Key_Escape);
     for (const Qt::Key key : {Qt::Key_Tab, Qt::Key_F10}) {
+        // Keys that come before the dialog or the menu has given the focus back are lost.
+        window.activateWindow();
+        QTRY_VERIFY_WITH_TIMEOUT(QApplication::activeWindow() == &window &&
+                                     QApplication::focusWidget() == window.focusWidget(),
+                                 kLongestMs);
         bool opened = false;
         QTimer look;  // it runs while the menu is open, which keeps the key's call from returning
         connect(&look, &QTimer::timeout, [&] {
