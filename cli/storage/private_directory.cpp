@@ -5,7 +5,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <stdexcept>
-#include <vector>
 
 #include "cli/storage/scratch.h"
 
@@ -31,30 +30,27 @@ fs::path temporary_directory() {
 
 std::string make_own_directory() {
     const fs::path directory = temporary_directory();
-    const std::string pattern = (directory / "quorvane-XXXXXX").string();
-    std::vector<char> name(pattern.begin(), pattern.end());
-    name.push_back('\0');
-    if (mkdtemp(name.data()) == nullptr) {
+    std::string path = (directory / "quorvane-XXXXXX").string();
+    path.reserve(path.size() + 1);  // once the directory is there, nothing may fail any more
+    if (mkdtemp(&path[0]) == nullptr) {
         throw std::runtime_error("no directory for temporary files can be made in " +
                                  directory.string() + ": " + std::strerror(errno));
     }
-    return name.data();
+    path += '/';
+    return path;
 }
 
 std::string make_kept_directory(const std::string& path) {
     fs::create_directories(path);
-    return fs::absolute(path).string();
+    const std::string kept = fs::absolute(path).string();
+    return kept.back() == '/' ? kept : kept + '/';
 }
 
 }  // namespace
 
 PrivateDirectory::PrivateDirectory(const std::string& keep)
     : path_(keep.empty() ? make_own_directory() : make_kept_directory(keep)),
-      remove_(keep.empty()) {
-    if (path_.back() != '/') {
-        path_ += '/';
-    }
-}
+      remove_(keep.empty()) {}
 
 PrivateDirectory::~PrivateDirectory() {
     if (remove_) {

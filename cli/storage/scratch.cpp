@@ -104,19 +104,31 @@ void remove_tree(const std::string& path) {
 
 // The lock is taken before the file has its name: no other run may find it free and take the
 // directory for one that was left behind.
-ScratchDirectory::ScratchDirectory()
-    : lock_(open((path() + kNewLock).c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600)) {
-    if (lock_ >= 0) {
-        try_lock(lock_);  // a file system without locks has no old runs removed either
-    }
-    if (lock_ < 0 || rename((path() + kNewLock).c_str(), (path() + kLock).c_str()) != 0) {
-        throw std::system_error(errno, std::generic_category(), path());
+ScratchDirectory::ScratchDirectory() {
+    try {
+        const std::string new_lock = path() + kNewLock;
+        lock_ = open(new_lock.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+        if (lock_ >= 0) {
+            try_lock(lock_);  // a file system without locks has no old runs removed either
+        }
+        if (lock_ < 0 || rename(new_lock.c_str(), (path() + kLock).c_str()) != 0) {
+            throw std::system_error(errno, std::generic_category(), path());
+        }
+    } catch (...) {
+        remove();
+        throw;
     }
 }
 
 ScratchDirectory::~ScratchDirectory() {
+    remove();
+}
+
+void ScratchDirectory::remove() {
     remove_tree(path());
-    close(lock_);
+    if (lock_ >= 0) {
+        close(lock_);
+    }
 }
 
 void remove_stale_scratch_directories() {

@@ -27,8 +27,10 @@ class ScratchDirectory {
     const std::string& path() const { return directory_.path(); }
 
   private:
+    void remove();
+
     PrivateDirectory directory_;
-    int lock_;
+    int lock_ = -1;
 };
 
 /** Removes the directories of this user's earlier runs that were killed. */
