@@ -1,5 +1,6 @@
 #import "app/QuorvaneController.h"
 
+#include <dispatch/dispatch.h>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <unistd.h>
@@ -213,7 +214,12 @@ TEST_F(Hooks, ErrorsDuringAnErrorComeTogetherAfterIt) {
         for (int i = 0; i < 12; ++i) {
             moveFinalFile(source.c_str(), ("/missing/" + std::to_string(i) + ".wav").c_str());
         }
-        spin(0.1);
+        static bool arrived;  // after all of them, as the main queue keeps its order
+        arrived = false;
+        dispatch_async(dispatch_get_main_queue(), ^{
+            arrived = true;
+        });
+        EXPECT_TRUE(spinUntil([] { return arrived; }));
     };
     moveFinalFile(source.c_str(), "/missing/first.wav");
     ASSERT_TRUE(spinUntil([] { return desktop.errors.size() == 2; }));

@@ -68,7 +68,7 @@ void setDefault(NSString *key, id value);
 // How many notices the user got.
 NSUInteger delivered();
 
-// Runs the main run loop until the condition holds; false after five seconds.
+// Runs the main run loop until the condition holds; false after a minute.
 bool spinUntil(const std::function<bool()> &condition);
 
 // Runs it for that long.

@@ -61,7 +61,8 @@ void spin(double seconds) {
 }
 
 bool spinUntil(const std::function<bool()> &condition) {
-    for (int i = 0; i < 500 && !condition(); ++i) {
+    NSDate *end = [NSDate dateWithTimeIntervalSinceNow:60];
+    while (!condition() && [end timeIntervalSinceNow] > 0) {
         spin(0.01);
     }
     return condition();
