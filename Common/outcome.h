@@ -32,6 +32,7 @@ typedef struct LevelOutcome {
     LevelOutcomeKind kind;
     int failed_step;    /* kLevelFailed: 1 to 10, or 0 when no step was under way */
     int system_failure; /* kLevelFailed: 1 when a file or memory failed, not what was given */
+    int output_failure; /* and 1 when that was the file that levelSetFinalFile gave */
     const char* cause;  /* failed or copied: a line that names the input and the first cause */
     const char* reason; /* the same without the input's name, to be put behind it */
 } LevelOutcome;

@@ -418,13 +418,17 @@ void Run::normalize_and_deliver() {
  * The last file may stand where it is to stay, which spares a copy: its descriptor, or -1. Not an
  * encoder's, whose length nobody knows before.
  */
-int Run::lend_final_file(const std::string& final_file) const {
+int Run::lend_final_file(const std::string& final_file) {
     const int format = args_.bit_depth == 0
                            ? info_.format
                            : normalize::output_format(info_.format, args_.bit_depth);
     const bool wanted = hiding_intermediates && !keeping_intermediates && open_final;
     const int lent = wanted && SampleCodec::is_plain_in(format) ? open_final() : -1;
-    return ScratchSounds::instance().hold_in(final_file, lent) ? lent : -1;
+    if (!ScratchSounds::instance().hold_in(final_file, lent)) {
+        return -1;
+    }
+    intermediates_.lend_final();
+    return lent;
 }
 
 /** No other option of step 10 can be set from outside. */

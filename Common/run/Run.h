@@ -71,7 +71,7 @@ class Run {
     void apply_gain_curve();
     void normalize_and_deliver();
 
-    int lend_final_file(const std::string& final_file) const;
+    int lend_final_file(const std::string& final_file);
     int normalize_into(const std::string& from, const std::string& to);
     void require_step(int mark, bool success);
     [[noreturn]] static void fail(int mark, const std::string& message);

@@ -37,6 +37,12 @@ class Intermediates {
     /** What each name begins with. */
     const std::string& base() const { return base_; }
 
+    /** The final file is the caller's own, and stands under no name here. */
+    void lend_final() { has_lent_final_ = true; }
+
+    /** Whether a text tells of the final file, and that is the caller's. */
+    bool tells_of_lent_final(const std::string& text) const;
+
     /** Removes those that are there. */
     void remove_all() const;
 
@@ -55,4 +61,5 @@ class Intermediates {
   private:
     std::string base_;
     std::string extension_;
+    bool has_lent_final_ = false;
 };

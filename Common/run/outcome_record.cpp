@@ -56,7 +56,7 @@ void OutcomeRecord::set(LevelOutcomeKind kind, const std::string& text) {
     reason_ =
         replace_all(begins_with_input ? text.substr(prefix.size()) : text, input_, "the recording");
     cause_ = names_input || input_.empty() || text.empty() ? text : prefix + text;
-    outcome_ = {kind, 0, 0, cause_.c_str(), reason_.c_str()};
+    outcome_ = {kind, 0, 0, 0, cause_.c_str(), reason_.c_str()};
 }
 
 void OutcomeRecord::succeed(LevelOutcomeKind kind, const std::string& reason) {
@@ -87,6 +87,7 @@ void OutcomeRecord::fail(int step, const Intermediates& intermediates) {
                           : intermediates.without_paths(text));
     outcome_.failed_step = step;
     outcome_.system_failure = failure.kind == reporting::Kind::kSystem ? 1 : 0;
+    outcome_.output_failure = intermediates.tells_of_lent_final(text) ? 1 : 0;
 }
 
 void OutcomeRecord::collect_passages(const std::string& cues,

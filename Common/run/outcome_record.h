@@ -54,7 +54,7 @@ class OutcomeRecord {
   private:
     void set(LevelOutcomeKind kind, const std::string& text);
 
-    LevelOutcome outcome_{kLevelNotRun, 0, 0, "", ""};
+    LevelOutcome outcome_{kLevelNotRun, 0, 0, 0, "", ""};
     std::string input_;
     std::string cause_;
     std::string reason_;

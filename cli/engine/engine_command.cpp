@@ -196,7 +196,11 @@ std::string cause_of(const LevelOutcome& outcome, const EngineWords& words, cons
     if (cause.compare(0, prefix.size(), prefix) == 0) {
         cause.erase(0, prefix.size());
     }
-    if (outcome.failed_step > 0 && outcome.system_failure != 0) {
+    const std::string lent = "the output";  // what the engine calls it
+    const std::size_t at = outcome.output_failure != 0 ? cause.find(lent) : std::string::npos;
+    if (at != std::string::npos) {
+        cause.replace(at, lent.size(), words.output);
+    } else if (outcome.failed_step > 0 && outcome.system_failure != 0) {
         // The reader must know which disk to look at.
         cause += " (temporary files are in " +
                  fs::path(held.directory).parent_path().parent_path().string() + ")";

@@ -527,6 +527,23 @@ TEST_F(Level, AFinalFileThatWasLentGetsTheSameBytesAndIsMeasured) {
     EXPECT_THAT(temporary.entries(), IsEmpty());
 }
 
+int open_full_disk(void* /*context*/) {
+    return ::open("/dev/full", O_RDWR);
+}
+
+TEST_F(Level, AFinalFileThatCannotTakeItIsCalledTheOutput) {
+    levelHideIntermediates(1);
+    levelSetFinalFile(open_full_disk, nullptr);
+    EXPECT_EQ(1, run(signals::speech(12.0, 16000, 2)));
+    levelSetFinalFile(nullptr, nullptr);
+    levelHideIntermediates(0);
+    EXPECT_EQ(10, levelOutcome()->failed_step);
+    EXPECT_EQ(1, levelOutcome()->output_failure);
+    EXPECT_THAT(levelOutcome()->reason, HasSubstr("the output"));
+    EXPECT_THAT(levelOutcome()->reason, testing::Not(HasSubstr("temporary file")));
+    EXPECT_FALSE(file_exists(out));
+}
+
 TEST_F(Level, TheGateThresholdStands18dBBelowTheLevelAndAt40dBAtTheMost) {
     levelKeepIntermediates(1);
     for (const double scale : {1.0, 0.05}) {
