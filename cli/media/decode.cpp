@@ -29,12 +29,13 @@ class SoundDecoder {
         : input_(path), sound_(sound), stream_(input_.stream(sound.stream)) {
         input_.read_only([&](int index) { return index == sound_.stream; });
         const AVCodec* decoder = avcodec_find_decoder(sound.codec);
-        codec_.reset(avcodec_alloc_context3(decoder));
+        codec_ = make_codec(*decoder);
         check(avcodec_parameters_to_context(codec_.get(), stream_.codecpar), "its sound");
         codec_->pkt_timebase = stream_.time_base;
         codec_->flags |= AV_CODEC_FLAG_BITEXACT;
         codec_->thread_count = 1;
-        check(avcodec_open2(codec_.get(), decoder, nullptr), "its sound cannot be decoded");
+        check(with_memory([&] { return avcodec_open2(codec_.get(), decoder, nullptr); }),
+              "its sound cannot be decoded");
         result_.file = to;
     }
 
@@ -64,13 +65,14 @@ class SoundDecoder {
 
   private:
     void send(AVPacket* packet) {
-        const int sent = avcodec_send_packet(codec_.get(), packet);
+        const int sent = with_memory([&] { return avcodec_send_packet(codec_.get(), packet); });
         if (sent == AVERROR(ENOMEM)) {
             throw std::bad_alloc();
         }
         result_.lost_packets += sent < 0 && sent != AVERROR_EOF;
         for (;;) {
-            const int got = avcodec_receive_frame(codec_.get(), frame_.get());
+            const int got =
+                with_memory([&] { return avcodec_receive_frame(codec_.get(), frame_.get()); });
             if (got == AVERROR(EAGAIN) || got == AVERROR_EOF) {
                 return;
             }

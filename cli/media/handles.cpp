@@ -32,6 +32,20 @@ void take_log_line(void* source, int level, const char* format, va_list values) 
 
 }  // namespace
 
+void set_entry(AVDictionary** entries, const char* name, const char* value) {
+    if (av_dict_set(entries, name, value, 0) < 0) {
+        throw std::bad_alloc();
+    }
+}
+
+CodecContext make_codec(const AVCodec& codec) {
+    CodecContext context(avcodec_alloc_context3(&codec));
+    if (!context) {
+        throw std::bad_alloc();
+    }
+    return context;
+}
+
 Frame make_frame() {
     Frame frame(av_frame_alloc());
     if (!frame) {

@@ -7,8 +7,10 @@ extern "C" {
 #include <libswresample/swresample.h>
 }
 
+#include <cerrno>
 #include <cstdint>
 #include <memory>
+#include <new>
 #include <string>
 
 #include "cli/facts/file_error.h"
@@ -47,6 +49,24 @@ using Frame = std::unique_ptr<AVFrame, FreeFrame>;
 using Packet = std::unique_ptr<AVPacket, FreePacket>;
 using Resampler = std::unique_ptr<SwrContext, FreeResampler>;
 
+/** av_dict_set. Throws std::bad_alloc. */
+void set_entry(AVDictionary** entries, const char* name, const char* value);
+
+/**
+ * Makes a call into FFmpeg's libraries and returns its code. They pass over a tag, and other things
+ * that they can do without, for which there is no memory, and tell of success; only errno still
+ * knows. Throws std::bad_alloc then.
+ */
+template <class Call>
+int with_memory(const Call& call) {
+    errno = 0;
+    const int code = call();
+    if (errno == ENOMEM) {
+        throw std::bad_alloc();
+    }
+    return code;
+}
+
 /** Options for a library call, freed with what the call did not take. */
 class Options {
   public:
@@ -57,7 +77,7 @@ class Options {
     ~Options() { av_dict_free(&entries_); }
 
     void set(const char* name, const std::string& value) {
-        av_dict_set(&entries_, name, value.c_str(), 0);
+        set_entry(&entries_, name, value.c_str());
     }
 
     AVDictionary** get() { return &entries_; }
@@ -66,6 +86,7 @@ class Options {
     AVDictionary* entries_ = nullptr;
 };
 
+CodecContext make_codec(const AVCodec& codec);
 Frame make_frame();
 Packet make_packet();
 

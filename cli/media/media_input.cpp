@@ -80,7 +80,8 @@ std::uint64_t big_endian(const std::uint8_t* bytes, int count) {
 /** What the content is, or null. The file's name is not asked. */
 const AVInputFormat* probe_format(const FileIo& io) {
     const AVInputFormat* format = nullptr;
-    const int score = av_probe_input_buffer2(io.context(), &format, "", nullptr, 0, 0);
+    const int score = with_memory(
+        [&] { return av_probe_input_buffer2(io.context(), &format, "", nullptr, 0, 0); });
     return score < 0 ? nullptr : format;
 }
 
@@ -163,12 +164,16 @@ MediaInput::MediaInput(const std::string& path) : io_(path) {
     options.set("protocol_whitelist", "");
     options.set("enable_drefs", "0");
     options.set("use_absolute_path", "0");
-    const int code = avformat_open_input(&context, "", format, options.get());
-    context_.reset(context);
+    const int code = with_memory([&] {
+        const int opened = avformat_open_input(&context, "", format, options.get());
+        context_.reset(context);
+        return opened;
+    });
     if (code < 0) {
         fail_to_open(code, format->long_name);
     }
-    if (const int found = avformat_find_stream_info(context, nullptr); found < 0) {
+    const int found = with_memory([&] { return avformat_find_stream_info(context, nullptr); });
+    if (found < 0) {
         fail_to_open(found, format->long_name);
     }
     if (context->nb_streams > kMostStreams) {
@@ -177,7 +182,7 @@ MediaInput::MediaInput(const std::string& path) : io_(path) {
 }
 
 bool MediaInput::read(AVPacket& packet) const {
-    const int code = av_read_frame(context_.get(), &packet);
+    const int code = with_memory([&] { return av_read_frame(context_.get(), &packet); });
     if (code == AVERROR_EOF) {
         // Some demuxers take a failed read for the end.
         const int error = io_.context()->error;

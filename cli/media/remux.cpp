@@ -47,7 +47,7 @@ void copy_tags(const AVDictionary* from, AVDictionary** to, Tags which) {
     const AVDictionaryEntry* tag = nullptr;
     while ((tag = av_dict_get(from, "", tag, AV_DICT_IGNORE_SUFFIX))) {
         if (!is_stale(tag->key) && (which == Tags::All || !is_statistic(tag->key))) {
-            av_dict_set(to, tag->key, tag->value, 0);
+            set_entry(to, tag->key, tag->value);
         }
     }
 }
@@ -81,14 +81,19 @@ bool muxer_adds_codec_delay(const AVCodecParameters& opus) {
     check(avformat_alloc_output_context2(&context, nullptr, "matroska", nullptr), "Matroska");
     const OutputContext trial(context);
     AVStream* stream = avformat_new_stream(trial.get(), nullptr);
+    if (!stream) {
+        throw std::bad_alloc();
+    }
     check(avcodec_parameters_copy(stream->codecpar, &opus), "Matroska");
     check(avio_open_dyn_buf(&trial->pb), "Matroska");
     const Packet packet = make_packet();
     check(av_new_packet(packet.get(), 8), "Matroska");
     std::memset(packet->data, 0, 8);
     packet->pts = packet->dts = kTimeMs;
-    const bool written = avformat_write_header(trial.get(), nullptr) >= 0 &&
-                         av_write_frame(trial.get(), packet.get()) >= 0 &&
+    const bool written = with_memory([&] {
+                             const int code = avformat_write_header(trial.get(), nullptr);
+                             return code < 0 ? code : av_write_frame(trial.get(), packet.get());
+                         }) >= 0 &&
                          av_write_trailer(trial.get()) >= 0;
     std::uint8_t* bytes = nullptr;
     const int size = avio_close_dyn_buf(trial->pb, &bytes);
@@ -135,7 +140,8 @@ class Remuxer {
             check(avio_open2(&output_->pb, url.c_str(), AVIO_FLAG_WRITE, nullptr, nullptr),
                   "the result cannot be stored");
         }
-        const int code = avformat_write_header(output_.get(), options.get());
+        const int code =
+            with_memory([&] { return avformat_write_header(output_.get(), options.get()); });
         if (code < 0) {
             close_output(to);
             throw FileError(
@@ -166,7 +172,8 @@ class Remuxer {
             av_packet_unref(packet.get());
         }
         encode_until(INT64_MAX, progress);
-        check(av_write_trailer(output_.get()), "the result cannot be stored");
+        check(with_memory([&] { return av_write_trailer(output_.get()); }),
+              "the result cannot be stored");
         check(avio_closep(&output_->pb), "the result cannot be stored");
     }
 
@@ -241,15 +248,20 @@ class Remuxer {
             return file_.muxer == "matroska";
         }
         AVFormatContext* context = nullptr;
-        avformat_alloc_output_context2(&context, nullptr, file_.muxer.c_str(), nullptr);
+        check(avformat_alloc_output_context2(&context, nullptr, file_.muxer.c_str(), nullptr),
+              "it cannot be written");
         const OutputContext trial(context);
         trial->strict_std_compliance = FF_COMPLIANCE_EXPERIMENTAL;
         AVStream* out = avformat_new_stream(trial.get(), nullptr);
+        if (!out) {
+            throw std::bad_alloc();
+        }
         copy_parameters(stream, *out);
         if (avio_open_dyn_buf(&trial->pb) < 0) {
             return false;
         }
-        const bool taken = avformat_write_header(trial.get(), nullptr) >= 0;
+        const bool taken =
+            with_memory([&] { return avformat_write_header(trial.get(), nullptr); }) >= 0;
         std::uint8_t* bytes = nullptr;
         avio_close_dyn_buf(trial->pb, &bytes);
         av_free(bytes);
@@ -381,22 +393,26 @@ class Remuxer {
         copy_tags(from.metadata, &output_->metadata, Tags::All);
         const AVDictionaryEntry* tool = av_dict_get(from.metadata, "encoder", nullptr, 0);
         if (tool && file_.demuxer == "mov") {
-            av_dict_set(&output_->metadata, "encoding_tool", tool->value, 0);
+            set_entry(&output_->metadata, "encoding_tool", tool->value);
         }
         auto** chapters =
             static_cast<AVChapter**>(av_calloc(std::max(1U, from.nb_chapters), sizeof(AVChapter*)));
         output_->chapters = chapters;
-        for (unsigned i = 0; chapters && i < from.nb_chapters; ++i) {
-            chapters[i] = static_cast<AVChapter*>(av_mallocz(sizeof(AVChapter)));
-            if (!chapters[i]) {
+        for (unsigned i = 0; i < from.nb_chapters; ++i) {
+            AVChapter* chapter =
+                chapters ? static_cast<AVChapter*>(av_mallocz(sizeof(AVChapter))) : nullptr;
+            if (!chapter) {
                 throw std::bad_alloc();
             }
+            chapters[i] = chapter;
             chapters[i]->id = from.chapters[i]->id;
             chapters[i]->time_base = from.chapters[i]->time_base;
             chapters[i]->start = from.chapters[i]->start;
             chapters[i]->end = from.chapters[i]->end;
-            av_dict_copy(&chapters[i]->metadata, from.chapters[i]->metadata, 0);
             output_->nb_chapters = i + 1;
+            if (av_dict_copy(&chapters[i]->metadata, from.chapters[i]->metadata, 0) < 0) {
+                throw std::bad_alloc();
+            }
         }
     }
 
@@ -487,7 +503,8 @@ class Remuxer {
         track.last_dts = packet.dts == AV_NOPTS_VALUE ? track.last_dts : packet.dts;
         packet.stream_index = track.out->index;
         packet.pos = -1;
-        check(av_interleaved_write_frame(output_.get(), &packet), "the result cannot be stored");
+        check(with_memory([&] { return av_interleaved_write_frame(output_.get(), &packet); }),
+              "the result cannot be stored");
     }
 
     const MediaFile& file_;

@@ -132,7 +132,7 @@ void SoundEncoder::open_near(std::int64_t bit_rate) {
 
 void SoundEncoder::open(std::int64_t bit_rate) {
     const AVCodec& encoder = *request_.choice.encoder;
-    codec_.reset(avcodec_alloc_context3(&encoder));
+    codec_ = make_codec(encoder);
     codec_->sample_rate = request_.sample_rate_hz;
     codec_->time_base = {1, request_.sample_rate_hz};
     av_channel_layout_default(&codec_->ch_layout, request_.channels);
@@ -155,7 +155,7 @@ void SoundEncoder::open(std::int64_t bit_rate) {
         // The first packet kept may not need the bits of those left out.
         av_opt_set_int(codec_->priv_data, "reservoir", 0, 0);
     }
-    if (avcodec_open2(codec_.get(), &encoder, nullptr) < 0) {
+    if (with_memory([&] { return avcodec_open2(codec_.get(), &encoder, nullptr); }) < 0) {
         throw FileError(fmt::format(
             "its sound ({} Hz, {} channels) is not taken by the encoder "
             "{}: {}",
@@ -309,7 +309,7 @@ void SoundEncoder::feed() {
     const auto* in = reinterpret_cast<const std::uint8_t*>(buffer_.data());
     check(swr_convert(from_double_.get(), frame.extended_data, count, &in, count),
           "its samples cannot be converted");
-    const int sent = avcodec_send_frame(codec_.get(), &frame);
+    const int sent = with_memory([&] { return avcodec_send_frame(codec_.get(), &frame); });
     av_frame_unref(&frame);
     check(sent, "its sound cannot be encoded");
 }
@@ -344,7 +344,7 @@ bool SoundEncoder::is_left_out(std::int64_t position, std::int64_t length) const
 
 bool SoundEncoder::next(AVPacket& packet) {
     for (;;) {
-        const int code = avcodec_receive_packet(codec_.get(), &packet);
+        const int code = with_memory([&] { return avcodec_receive_packet(codec_.get(), &packet); });
         if (code == AVERROR_EOF) {
             return false;
         }

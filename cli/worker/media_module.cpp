@@ -1,11 +1,18 @@
 #include "cli/worker/media_module.h"
 
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <fmt/format.h>
+#include <sys/mman.h>
 
+#include <cerrno>
+#include <cstddef>
+#include <cstring>
 #include <filesystem>
+#include <new>
 #include <string>
 
+#include "Common/files/descriptor.h"
 #include "Common/version.h"
 #include "cli/facts/file_error.h"
 #include "cli/worker/own_program.h"
@@ -31,12 +38,31 @@ std::string loader_error(const std::string& module) {
                     module, cause));
 }
 
+/**
+ * Some of what comes with FFmpeg's libraries ends the program, or waits for itself, when its start
+ * finds no memory or may open no file: both are tried before.
+ */
+void require_room(const std::string& module) {
+    constexpr std::size_t kBytes = std::size_t{64} << 20;
+    void* room = mmap(nullptr, kBytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (room == MAP_FAILED) {
+        throw std::bad_alloc();
+    }
+    munmap(room, kBytes);
+    const Descriptor file(module, O_RDONLY);
+    if (!file.is_open()) {
+        fail(module, fmt::format("cannot be loaded: cannot open shared object file: {}",
+                                 std::strerror(errno)));
+    }
+}
+
 const MediaModule& load() {
     const std::string folder = own_folder();
     const std::string path = (fs::path(folder) / kPlace).lexically_normal().string();
     if (folder.empty()) {
         fail(path, "cannot be looked for: the system does not tell where this program lies");
     }
+    require_room(path);
     // It stays loaded to the end: what it made may be in use as long.
     void* module = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
     if (!module) {

@@ -10,7 +10,8 @@
  *     FAULT_STATE  a file of kKinds 64-bit counters and, last, of the faults injected, which all
  *                  processes of a run share, so that a fault meets the program or its workers
  *
- * Counting begins with main(). A close that fails has closed, as the kernel's does.
+ * Counting begins with main(), and stops while a library is loaded, whose start is no better than
+ * what came before main(). A close that fails has closed, as the kernel's does.
  */
 #include <dirent.h>
 #include <dlfcn.h>
@@ -63,6 +64,7 @@ int failing_kind = -1;
 std::uint64_t failing_number = 0;
 int failing_error = 0;
 bool tracing = false;
+std::atomic<int> loading{0};
 
 template <class Function>
 Function* real(Function* /*type*/, const char* name, std::atomic<void*>& known) {
@@ -85,7 +87,7 @@ Function* real(Function* /*type*/, const char* name, std::atomic<void*>& known) 
 
 /** Counts a call; true when it is the one to fail. */
 bool is_hit(Kind kind) {
-    if (state == nullptr) {
+    if (state == nullptr || loading != 0) {
         return false;
     }
     const std::uint64_t number = ++state[kind];
@@ -322,6 +324,14 @@ FAULTY(void*,
 FAULTY(int, pipe, kPipe, -1, (int* ends), (ends))
 FAULTY(int, pipe2, kPipe, -1, (int* ends, int flags), (ends, flags))
 FAULTY(pid_t, fork, kFork, -1, (), ())
+
+void* dlopen(const char* path, int mode) {
+    REAL(dlopen);
+    ++loading;
+    void* const library = real_dlopen(path, mode);
+    --loading;
+    return library;
+}
 
 // These return the error.
 FAULTY(int,
