@@ -3,7 +3,8 @@
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME quorvane)
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
-set(CPACK_PACKAGE_CONTACT "The Quorvane developers <quorvane@localhost>")
+# There is no mailbox yet, and .invalid says so: mail to that domain is never delivered (RFC 2606).
+set(CPACK_PACKAGE_CONTACT "The Quorvane developers <developers@quorvane.invalid>")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "leveler for spoken word")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
@@ -27,5 +28,24 @@ if(TARGET quorvane-desktop)
   # Wayland, dark and light of GNOME's kind of desktops, and Qt's own words in the user's language.
   set(CPACK_DEBIAN_DESKTOP_PACKAGE_RECOMMENDS
     "qt6-wayland, qt6-gtk-platformtheme, qt6-translations-l10n, xdg-desktop-portal")
+endif()
+
+# Policy wants a packed changelog and the copyright in each package.
+if(GZIP AND CMAKE_SYSTEM_NAME STREQUAL "Linux")
+  set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS CHANGELOG.md)
+  set(changelog ${CMAKE_BINARY_DIR}/debian/changelog)
+  file(MAKE_DIRECTORY ${CMAKE_BINARY_DIR}/debian)
+  execute_process(
+    COMMAND ${CMAKE_CURRENT_LIST_DIR}/debian-changelog quorvane ${CPACK_PACKAGE_CONTACT}
+    INPUT_FILE ${PROJECT_SOURCE_DIR}/CHANGELOG.md
+    OUTPUT_FILE ${changelog}
+    COMMAND_ERROR_IS_FATAL ANY)
+  execute_process(COMMAND ${GZIP} -9nf ${changelog} COMMAND_ERROR_IS_FATAL ANY)
+  foreach(component IN LISTS CPACK_COMPONENTS_ALL)
+    string(TOUPPER ${component} upper)
+    install(FILES ${changelog}.gz ${CMAKE_CURRENT_LIST_DIR}/copyright
+      DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${CPACK_DEBIAN_${upper}_PACKAGE_NAME}
+      COMPONENT ${component})
+  endforeach()
 endif()
 include(CPack)
