@@ -156,10 +156,6 @@ SF_INFO info_of(const SndfileHandle& file) {
     return info;
 }
 
-[[noreturn]] void fail_read(const SoundHandle& handle, const std::string& /*path*/) {
-    throw std::runtime_error(sf_strerror(handle.get()));
-}
-
 /**
  * Reads through the engine's source, which moves plain samples in large blocks. The file is opened
  * here, since measurements run beside the engine, and opening as the steps do is not for two

@@ -18,11 +18,6 @@ namespace {
 constexpr std::size_t kBlockSamples = 32768;
 constexpr std::int64_t kMostFrames = std::int64_t{1} << 48;  // 186 years at 48 kHz
 
-/** The reason alone: who calls knows the file by another name. */
-[[noreturn]] void fail_read(const SoundHandle& handle, const std::string& /*path*/) {
-    throw std::runtime_error(sf_strerror(handle.get()));
-}
-
 }  // namespace
 
 Scan scan(const std::string& path) {

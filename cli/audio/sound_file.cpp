@@ -24,4 +24,8 @@ SndfileHandle open_to_write(const std::string& path, int format, int channels, i
     return checked(SndfileHandle(path, SFM_WRITE, format, channels, sample_rate_hz));
 }
 
+void fail_read(const SoundHandle& handle, const std::string& /*path*/) {
+    throw std::runtime_error(sf_strerror(handle.get()));
+}
+
 }  // namespace cli

@@ -3,6 +3,8 @@
 #include <sndfile.hh>
 #include <string>
 
+#include "Common/audio/sound_handle.h"
+
 namespace cli {
 
 /**
@@ -11,5 +13,11 @@ namespace cli {
  */
 SndfileHandle open_to_read(const std::string& path);
 SndfileHandle open_to_write(const std::string& path, int format, int channels, int sample_rate_hz);
+
+/**
+ * For a source that cannot be read on: throws std::runtime_error with the library's reason alone,
+ * since who asked knows the file by another name.
+ */
+[[noreturn]] void fail_read(const SoundHandle& handle, const std::string& path);
 
 }  // namespace cli
