@@ -171,10 +171,9 @@ QUORVANE_INLINE void mark_needed_blocks(
     for (int block = first; block < end; block += kWidth) {
         Lanes rest;
         load(rest, batch.end_costs + block);
-        auto needed = rest != rest;  // the type of what a comparison gives
-        needed ^= needed;
+        decltype(rest < rest) needed{};  // integers side by side: all bits are set where it holds
         for (int group = 0; group < groups; ++group) {
-            auto below = needed ^ needed;
+            decltype(needed) below{};
             for (int lane = group * kLanes; lane < (group + 1) * kLanes; ++lane) {
                 Lanes bound;
                 load(bound, lowest_of(batch, lane) + block);
@@ -192,6 +191,7 @@ template <class Combiner, int kWidth>
 QUORVANE_INLINE void take_lower_totals(
     const Batch& batch, int group, int first, int end, Found& found) {
     using Lanes = typename Vector<kWidth>::Lanes;
+    constexpr std::ptrdiff_t kStride = kWidth;
     constexpr int kParts = kLanes / kWidth;
     const int lane = group * kLanes;
     Lanes least[kParts];
@@ -206,7 +206,7 @@ QUORVANE_INLINE void take_lower_totals(
         const Lanes here = Lanes{} + static_cast<double>(i);
         for (int part = 0; part < kParts; ++part) {
             Lanes total;
-            load(total, &row[part * kWidth]);
+            load(total, row + part * kStride);
             Combiner::add(total, cost);
             // Strictly lower: of equally good places the first one stays.
             const auto lower = total < least[part];
