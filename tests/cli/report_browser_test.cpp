@@ -9,7 +9,7 @@ using testing::MatchesRegex;
 namespace {
 
 constexpr const char* kBrowser =
-    "timeout 120 chromium --headless --no-sandbox --disable-gpu --disable-quic --no-first-run "
+    "timeout 300 chromium --headless --no-sandbox --disable-gpu --disable-quic --no-first-run "
     "--disable-background-networking --disable-component-update --disable-sync "
     "--allow-file-access-from-files --autoplay-policy=no-user-gesture-required";
 
@@ -55,7 +55,7 @@ std::string logged_by(const TempDir& dir) {
     run_program(std::string(kBrowser) + " --user-data-dir=" + dir / "profile" +
                 " --autoplay-policy=no-user-gesture-required --enable-logging=stderr file://" +
                 dir / "look.html" + " >" + log +
-                " 2>&1 & for i in $(seq 300); do grep -q 'heard: .*\\.' " + log +
+                " 2>&1 & for i in $(seq 2400); do grep -q 'heard: .*\\.' " + log +
                 " && break; sleep 0.1; done; kill $!");
     const std::string text = read_text(log);
     const std::size_t start = text.find("heard: ");
