@@ -35,7 +35,7 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 constexpr const char* kStart = "{\"output\":\"";
-constexpr std::size_t kBlockBytes = 1 << 20;
+constexpr std::size_t kIndexedBytes = 1 << 20;
 constexpr std::int64_t kEndBytes = 1 << 20;
 
 std::int64_t nanoseconds(const timespec& time) {
@@ -173,7 +173,7 @@ RecordBook::~RecordBook() {
 // offset: where the text begins; a line that begins before is no whole one and is passed over.
 void RecordBook::index(std::int64_t offset) {
     std::string text;
-    std::vector<char> block(kBlockBytes);
+    std::vector<char> block(kIndexedBytes);
     lseek(file_, offset, SEEK_SET);
     for (;;) {
         const ssize_t got = read(file_, block.data(), block.size());

@@ -11,7 +11,6 @@ namespace {
 
 constexpr int kMostChannels = 2;
 constexpr double kLongestSeconds = 14 * 86400.0;
-constexpr int kOpusRate = 48000;
 constexpr int kPacketsLookedAt = 50;  // for marks of encryption
 
 /** The muxer for a demuxer's files, and the name that people know the container by. */

@@ -9,6 +9,9 @@
 
 namespace cli::media {
 
+/** Hz: the rate at which Opus runs and counts its delay, whatever its source had. */
+constexpr int kOpusRate = 48000;
+
 /** Which sound of a file is to be leveled, and how it is encoded again. */
 struct SoundChoice {
     int number = 0;     // counted from 1 among the audio streams; 0: the default one

@@ -24,8 +24,6 @@ extern "C" {
 namespace cli::media {
 namespace {
 
-constexpr int kOpusRate = 48000;  // in which Opus counts its delay
-
 /** Tags that tell of the old file's sound or bytes. */
 bool is_stale(const std::string& name) {
     static const std::set<std::string> names = {"major_brand", "minor_version", "compatible_brands",

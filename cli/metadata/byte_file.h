@@ -11,6 +11,9 @@ namespace cli {
 
 using Bytes = std::vector<unsigned char>;
 
+/** Bytes at a time where a whole file is gone through or copied. */
+constexpr std::size_t kFileBlock = 1 << 20;
+
 /** A file read and written as bytes at offsets. Every call throws std::system_error on failure. */
 class ByteFile {
   public:

@@ -10,12 +10,6 @@
  */
 
 namespace cli {
-namespace {
-
-constexpr std::size_t kCopyBlock = 1 << 20;  // bytes
-
-}  // namespace
-
 ChunkWriter::ChunkWriter(const Layout& layout, const std::string& path)
     : layout_(layout), path_(path), file_(path, "wb") {
     file_.write(layout.opening);
@@ -40,7 +34,7 @@ void ChunkWriter::copy(const Chunk& chunk, ByteFile& from) {
     for (std::uint64_t done = 0; done < chunk.size;) {
         const Bytes block = from.read(
             chunk.offset + done,
-            static_cast<std::size_t>(std::min<std::uint64_t>(kCopyBlock, chunk.size - done)));
+            static_cast<std::size_t>(std::min<std::uint64_t>(kFileBlock, chunk.size - done)));
         if (block.empty()) {
             throw std::runtime_error("a chunk ends before its size");
         }

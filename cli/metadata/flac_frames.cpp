@@ -12,7 +12,6 @@
 namespace cli {
 namespace {
 
-constexpr std::size_t kReadBlock = 1 << 20;
 constexpr std::size_t kMostHeaderBytes = 16;
 
 /** The frame's number, coded as UTF-8 codes a letter, at `at`; moves behind it. */
@@ -69,7 +68,7 @@ std::vector<FlacFrame> flac_frames(ByteFile& file,
     std::vector<FlacFrame> frames;
     for (std::uint64_t at = begin; at < end;) {
         // Blocks overlap by a header, which is filled up with zeros at the end.
-        const auto wanted = static_cast<std::size_t>(std::min<std::uint64_t>(kReadBlock, end - at));
+        const auto wanted = static_cast<std::size_t>(std::min<std::uint64_t>(kFileBlock, end - at));
         Bytes block = file.read(at, wanted + kMostHeaderBytes);
         block.resize(wanted + kMostHeaderBytes, 0);
         for (std::size_t i = 0; i < wanted; ++i) {

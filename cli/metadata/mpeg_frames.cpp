@@ -16,12 +16,11 @@
 namespace cli {
 namespace {
 
-constexpr std::size_t kHeaderBytes = 4;
-constexpr std::size_t kReadBlock = 1 << 20;  // bytes, hundreds of frames
+constexpr std::size_t kFrameHeaderBytes = 4;
 constexpr std::size_t kVbriAt = 36;
 
 /** One frame's header, read. */
-struct Frame {
+struct MpegFrame {
     bool version_1 = false;
     bool mono = false;
     unsigned rate_index = 0;
@@ -32,18 +31,18 @@ struct Frame {
 
     std::size_t side_info_bytes() const { return version_1 ? (mono ? 17 : 32) : (mono ? 9 : 17); }
 
-    bool same_stream(const Frame& other) const {
+    bool same_stream(const MpegFrame& other) const {
         return version_bits == other.version_bits && rate_index == other.rate_index;
     }
 };
 
 /** at: four bytes. Layers I and II, and frames of a free bit rate, are none. */
-Frame read_frame(const unsigned char* at) {
+MpegFrame read_frame(const unsigned char* at) {
     static constexpr int kRates[] = {44100, 48000, 32000};
     static constexpr int kVersion1[] = {32,  40,  48,  56,  64,  80,  96,
                                         112, 128, 160, 192, 224, 256, 320};
     static constexpr int kVersion2[] = {8, 16, 24, 32, 40, 48, 56, 64, 80, 96, 112, 128, 144, 160};
-    Frame frame;
+    MpegFrame frame;
     const unsigned version = at[1] >> 3 & 3;  // 0: 2.5, 2: 2, 3: 1
     const unsigned layer = at[1] >> 1 & 3;    // 1: layer III
     const unsigned bit_rate = at[2] >> 4;
@@ -63,11 +62,11 @@ Frame read_frame(const unsigned char* at) {
 }
 
 /** The count in the stream's first frame, if that holds one instead of audio. */
-std::optional<std::uint64_t> told_count(const Bytes& frame, const Frame& header) {
+std::optional<std::uint64_t> told_count(const Bytes& frame, const MpegFrame& header) {
     const auto has = [&](std::size_t at, const char* mark) {
         return frame.size() >= at + 18 && memcmp(frame.data() + at, mark, 4) == 0;
     };
-    const std::size_t at = kHeaderBytes + header.side_info_bytes();
+    const std::size_t at = kFrameHeaderBytes + header.side_info_bytes();
     if (has(at, "Xing") || has(at, "Info")) {
         // Flags say which fields follow; the count is the first of them.
         const bool counted = get_number(frame, at + 4, 4, true) & 1;
@@ -84,16 +83,16 @@ template <class Take>
 void for_each_frame(ByteFile& file, const AudioRange& audio, const Take& take) {
     Bytes block;
     std::uint64_t block_at = 0;
-    Frame first;
-    for (std::uint64_t at = audio.begin; at + kHeaderBytes <= audio.end;) {
-        if (block.empty() || at + kHeaderBytes > block_at + block.size()) {
-            block = file.read(at, kReadBlock);
+    MpegFrame first;
+    for (std::uint64_t at = audio.begin; at + kFrameHeaderBytes <= audio.end;) {
+        if (block.empty() || at + kFrameHeaderBytes > block_at + block.size()) {
+            block = file.read(at, kFileBlock);
             block_at = at;
-            if (block.size() < kHeaderBytes) {
+            if (block.size() < kFrameHeaderBytes) {
                 return;
             }
         }
-        const Frame frame = read_frame(&block[static_cast<std::size_t>(at - block_at)]);
+        const MpegFrame frame = read_frame(&block[static_cast<std::size_t>(at - block_at)]);
         if (frame.bytes == 0 || (first.bytes != 0 && !frame.same_stream(first))) {
             ++at;  // lost: the next header may stand anywhere
             continue;
@@ -112,7 +111,7 @@ void for_each_frame(ByteFile& file, const AudioRange& audio, const Take& take) {
 std::optional<MpegStream> count_mpeg_frames(const std::string& path) {
     ByteFile file(path, "rb");
     MpegStream stream;
-    for_each_frame(file, audio_between_tags(file), [&](std::uint64_t at, const Frame& frame) {
+    for_each_frame(file, audio_between_tags(file), [&](std::uint64_t at, const MpegFrame& frame) {
         if (stream.samples_per_frame == 0) {
             stream.samples_per_frame = frame.samples();
             stream.told = told_count(file.read(at, frame.bytes), frame);
@@ -131,9 +130,9 @@ void write_with_frame_count(const std::string& from,
     const AudioRange audio = audio_between_tags(file);
     std::uint64_t begin = audio.end;
     Bytes header;
-    for_each_frame(file, audio, [&](std::uint64_t at, const Frame& frame) {
+    for_each_frame(file, audio, [&](std::uint64_t at, const MpegFrame& frame) {
         if (header.empty()) {
-            header = file.read(at, kHeaderBytes);
+            header = file.read(at, kFrameHeaderBytes);
             begin = stream.told ? at + frame.bytes : at;
         }
     });
@@ -143,12 +142,12 @@ void write_with_frame_count(const std::string& from,
     // The lowest bit rate at which the frame holds the count.
     header[1] |= 1;  // no check sum
     header[2] &= 0x0D;
-    Frame frame;
+    MpegFrame frame;
     for (unsigned bit_rate = 1; bit_rate < 15 && frame.bytes < 128; ++bit_rate) {
         header[2] = static_cast<unsigned char>((header[2] & 0x0F) | bit_rate << 4);
         frame = read_frame(header.data());
     }
-    const std::size_t mark = kHeaderBytes + frame.side_info_bytes();
+    const std::size_t mark = kFrameHeaderBytes + frame.side_info_bytes();
     Bytes info = header;
     info.resize(frame.bytes, 0);
     std::copy_n("Info", 4, info.begin() + static_cast<std::ptrdiff_t>(mark));

@@ -17,16 +17,16 @@ constexpr unsigned char kLastPage = 4;
 constexpr std::size_t kSerialAt = 14;
 constexpr std::size_t kChecksumAt = 22;
 constexpr std::size_t kSegmentsAt = 26;
-constexpr std::size_t kHeaderBytes = 27;
+constexpr std::size_t kPageHeaderBytes = 27;
 
 /** After the header of the page at the offset; 0 when none begins there. */
 std::size_t page_length(ByteFile& file, std::uint64_t at) {
-    const Bytes header = file.read(at, kHeaderBytes);
-    if (header.size() < kHeaderBytes || memcmp(header.data(), "OggS", 4) != 0) {
+    const Bytes header = file.read(at, kPageHeaderBytes);
+    if (header.size() < kPageHeaderBytes || memcmp(header.data(), "OggS", 4) != 0) {
         return 0;
     }
-    const Bytes lengths = file.read(at + kHeaderBytes, header[kSegmentsAt]);
-    return std::accumulate(lengths.begin(), lengths.end(), kHeaderBytes + lengths.size());
+    const Bytes lengths = file.read(at + kPageHeaderBytes, header[kSegmentsAt]);
+    return std::accumulate(lengths.begin(), lengths.end(), kPageHeaderBytes + lengths.size());
 }
 
 /** The page at the offset; empty at the end of the file. */

@@ -21,7 +21,6 @@
 namespace cli {
 namespace {
 
-constexpr std::size_t kCopyBlock = 1 << 20;
 constexpr std::size_t kId3v1Bytes = 128;
 constexpr std::size_t kId3v1EnhancedBytes = 227;  // "TAG+", before ID3v1
 constexpr std::size_t kApeHeaderBytes = 32;       // its footer has as many
@@ -158,7 +157,7 @@ void copy_outer_tags(const std::string& tags_from,
 void copy_bytes(ByteFile& from, std::uint64_t begin, std::uint64_t end, ByteFile& to) {
     while (begin < end) {
         const Bytes block = from.read(
-            begin, static_cast<std::size_t>(std::min<std::uint64_t>(kCopyBlock, end - begin)));
+            begin, static_cast<std::size_t>(std::min<std::uint64_t>(kFileBlock, end - begin)));
         if (block.empty()) {
             throw std::runtime_error("a file of this run ends before its audio does");
         }

@@ -11,18 +11,18 @@
 namespace desktop {
 namespace {
 
-QString service() {
+QString server() {
     return QStringLiteral("org.freedesktop.Notifications");
 }
 
-QString path() {
+QString server_path() {
     return QStringLiteral("/org/freedesktop/Notifications");
 }
 
 }  // namespace
 
 Notification::Notification(QObject* parent) : QObject(parent) {
-    QDBusConnection::sessionBus().connect(service(), path(), service(),
+    QDBusConnection::sessionBus().connect(server(), server_path(), server(),
                                           QStringLiteral("ActionInvoked"), this,
                                           SLOT(on_action(uint, QString)));
 }
@@ -31,7 +31,7 @@ void Notification::show(const QString& title, const QString& body, const QString
     const QVariantMap hints = {
         {QStringLiteral("desktop-entry"), QString::fromLatin1(kApplicationId)}};
     QDBusMessage call =
-        QDBusMessage::createMethodCall(service(), path(), service(), QStringLiteral("Notify"));
+        QDBusMessage::createMethodCall(server(), server_path(), server(), QStringLiteral("Notify"));
     // Some servers read the body as markup.
     call << QStringLiteral("Quorvane") << shown_ << QString::fromLatin1(kApplicationId) << title
          << body.toHtmlEscaped() << QStringList{QStringLiteral("default"), action} << hints << -1;

@@ -16,8 +16,8 @@ namespace {
 // In logical pixels.
 constexpr double kLineWidth = 12;
 constexpr double kTextShare = 0.2;  // of the ring's size
-constexpr int kUsualSize = 168;
-constexpr int kLeastSize = 96;
+constexpr int kUsualSide = 168;
+constexpr int kLeastSide = 96;
 
 /** The largest one: a ring in a place that is no square stays round. */
 QRectF centered_square(const QRectF& bounds) {
@@ -99,7 +99,7 @@ void paint_mark(
 Ring::Ring(QWidget* parent) : QProgressBar(parent) {
     setRange(0, 100);
     setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Expanding);
-    setMaximumHeight(kUsualSize);
+    setMaximumHeight(kUsualSide);
     setTextVisible(true);  // for screen readers, which read it as the value
 }
 
@@ -112,11 +112,11 @@ void Ring::set_mark(Mark mark, const QColor& track) {
 }
 
 QSize Ring::sizeHint() const {
-    return {kUsualSize, kUsualSize};
+    return {kUsualSide, kUsualSide};
 }
 
 QSize Ring::minimumSizeHint() const {
-    return {kLeastSize, kLeastSize};
+    return {kLeastSide, kLeastSide};
 }
 
 void Ring::paintEvent(QPaintEvent* /*event*/) {

@@ -7,8 +7,6 @@
 
 namespace {
 
-constexpr int kRate = 1000;  // blocks of 50 frames
-
 class ApplyGains : public testing::Test {
   protected:
     Signal run(const Signal& input, const char* gains, int block_ms = 50) {
@@ -23,7 +21,7 @@ class ApplyGains : public testing::Test {
 };
 
 TEST_F(ApplyGains, RunsFromGainToGainAndFadesOutAtTheEnd) {
-    const Signal output = run(signals::square(0.5, 100, kRate), "1\n1\n");
+    const Signal output = run(signals::square(0.5, 100, kMillisecondRate), "1\n1\n");
     for (std::size_t i = 0; i <= 50; ++i) {
         ASSERT_NEAR(i % 2 == 0 ? 1.0 : -1.0, output.samples[i], 1e-12) << i;
     }
@@ -35,9 +33,9 @@ TEST_F(ApplyGains, RunsFromGainToGainAndFadesOutAtTheEnd) {
 TEST_F(ApplyGains, ScalesTheLargestSampleOfAnyChannelToFullScale) {
     // Gains 2 to 1 over the first block: the largest product, 0.8 * 2, is the right channel's
     // first.
-    const Signal output =
-        run(signals::stereo(signals::square(0.2, 100, kRate), signals::square(0.8, 100, kRate)),
-            "2\n1\n0.5\n");
+    const Signal output = run(signals::stereo(signals::square(0.2, 100, kMillisecondRate),
+                                              signals::square(0.8, 100, kMillisecondRate)),
+                              "2\n1\n0.5\n");
     EXPECT_NEAR(0.25, output.samples[0], 1e-12);
     EXPECT_NEAR(1.0, output.samples[1], 1e-12);
     EXPECT_NEAR(0.5, output.samples[2 * 50 + 1], 1e-12);
@@ -45,7 +43,7 @@ TEST_F(ApplyGains, ScalesTheLargestSampleOfAnyChannelToFullScale) {
 }
 
 TEST_F(ApplyGains, TheShorterOfAudioAndGainsEndsTheOutput) {
-    const Signal input = signals::square(0.5, 130, kRate);
+    const Signal input = signals::square(0.5, 130, kMillisecondRate);
     EXPECT_EQ(100, run(input, "1\n1\n").frames());
     EXPECT_EQ(130, run(input, "1\n1\n1\n1\n1\n").frames());
     EXPECT_EQ(0, run(input, "").frames());
@@ -61,7 +59,7 @@ TEST_F(ApplyGains, ABlockIsTruncatedToWholeFrames) {
 }
 
 TEST_F(ApplyGains, SilenceStaysSilence) {
-    const Signal input = signals::silence(100, kRate);
+    const Signal input = signals::silence(100, kMillisecondRate);
     EXPECT_EQ(input.samples, run(input, "1\n1\n").samples);
 }
 

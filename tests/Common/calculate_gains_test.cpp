@@ -15,8 +15,6 @@ namespace {
 
 using testing::ElementsAre;
 
-constexpr int kRate = 1000;  // bins of 50 frames, a gate buffer of 5 + 1
-
 /** The gated RMS as a buffer of the last samples and its maximum define it. */
 double gated_rms(const std::vector<double>& samples, std::size_t buffer, double threshold) {
     std::vector<double> last(buffer, 0.0);
@@ -35,12 +33,15 @@ double gated_rms(const std::vector<double>& samples, std::size_t buffer, double 
 TEST(GatedRms, CountsWhatAMaximumOfTheLastSamplesWouldCount) {
     const TempDir dir;
     std::mt19937 random(3);
-    std::vector<Signal> inputs{signals::silence(100, kRate), signals::square(0.5, 7, kRate)};
-    Signal decay = signals::from([](long long i) { return std::pow(0.99, i); }, 3000, kRate);
+    std::vector<Signal> inputs{signals::silence(100, kMillisecondRate),
+                               signals::square(0.5, 7, kMillisecondRate)};
+    Signal decay =
+        signals::from([](long long i) { return std::pow(0.99, i); }, 3000, kMillisecondRate);
     inputs.push_back(decay);
     for (int round = 0; round < 20; ++round) {
-        inputs.push_back(signals::from(
-            [&random](long long) { return random() % 9 == 0 ? 0.3 : 0.001; }, 500, kRate));
+        inputs.push_back(
+            signals::from([&random](long long) { return random() % 9 == 0 ? 0.3 : 0.001; }, 500,
+                          kMillisecondRate));
     }
     for (const Signal& input : inputs) {
         write_sound(dir / "in.wav", input);
@@ -91,8 +92,8 @@ class CalculateGains : public StepTest {
 // Levels 0.1 and 0.5 are -20 and -6.0206 dB; their mean -13.0103, so +-6.9897 dB, which is a gain
 // of 2.23607 and of 0.447214 (six digits are written, from levels of two decimals: 6.99 and -6.99).
 TEST_F(CalculateGains, BringsEachSegmentToTheMean) {
-    const Signal input =
-        signals::join({signals::square(0.1, 500, kRate), signals::square(0.5, 520, kRate)});
+    const Signal input = signals::join(
+        {signals::square(0.1, 500, kMillisecondRate), signals::square(0.5, 520, kMillisecondRate)});
     ASSERT_EQ(0, run(input, {500}));
     EXPECT_EQ("-20.00\n-6.02\n", read_text(dir / "levels.txt"));
     // -20 + 13.0103 = -6.9897; -6.02 + 13.0103 = 6.9903: 10^(6.9897/20), 10^(-6.9903/20).
@@ -103,13 +104,13 @@ TEST_F(CalculateGains, BringsEachSegmentToTheMean) {
 
 TEST_F(CalculateGains, TheLastSegmentReachesAFrameBeyondTheEnd) {
     // 500 frames are ten bins exactly: with the one frame more it is eleven.
-    ASSERT_EQ(0, run(signals::square(0.5, 500, kRate), {}));
+    ASSERT_EQ(0, run(signals::square(0.5, 500, kMillisecondRate), {}));
     EXPECT_THAT(gains(), ElementsAre(testing::Pair(11, testing::DoubleNear(1.0, 1e-3))));
 }
 
 TEST_F(CalculateGains, CuesRoundToBinsHalvesUpwards) {
-    const Signal input =
-        signals::join({signals::square(0.1, 500, kRate), signals::square(0.5, 510, kRate)});
+    const Signal input = signals::join(
+        {signals::square(0.1, 500, kMillisecondRate), signals::square(0.5, 510, kMillisecondRate)});
     for (const auto& [cue, bins] : {std::pair<long long, int>{474, 9}, {475, 10}, {524, 10}}) {
         ASSERT_EQ(0, run(input, {cue}));
         EXPECT_EQ(bins, gains().front().first) << cue;
@@ -118,8 +119,8 @@ TEST_F(CalculateGains, CuesRoundToBinsHalvesUpwards) {
 
 TEST_F(CalculateGains, TheLimitIsSoftAndItsSignDoesNotMatter) {
     // -6 dB and -86 dB: 40 dB from the mean. 24 tanh(40 / 24) = 22.346 dB: gains 13.10 and 0.07635.
-    const Signal input =
-        signals::join({signals::square(0.5, 500, kRate), signals::square(0.00005, 510, kRate)});
+    const Signal input = signals::join({signals::square(0.5, 500, kMillisecondRate),
+                                        signals::square(0.00005, 510, kMillisecondRate)});
     for (const char* limit : {"24", "-24"}) {
         ASSERT_EQ(0, run(input, {500}, {"-l", limit, "-t", "0.00001"}));
         EXPECT_THAT(gains(), ElementsAre(testing::Pair(10, testing::DoubleNear(0.07635, 1e-4)),
@@ -130,9 +131,9 @@ TEST_F(CalculateGains, TheLimitIsSoftAndItsSignDoesNotMatter) {
 }
 
 TEST_F(CalculateGains, ASilentSegmentLeavesTheLastOnesWithoutGains) {
-    const Signal input =
-        signals::join({signals::square(0.5, 500, kRate), signals::silence(500, kRate),
-                       signals::square(0.5, 510, kRate)});
+    const Signal input = signals::join({signals::square(0.5, 500, kMillisecondRate),
+                                        signals::silence(500, kMillisecondRate),
+                                        signals::square(0.5, 510, kMillisecondRate)});
     ASSERT_EQ(0, run(input, {500, 1000}, {"-l", "24"}));
     EXPECT_EQ("-6.02\n-200.00\n-6.02\n", read_text(dir / "levels.txt"));
     // Two levels are read back: the first segment's and the silent one's, which ends at its own
@@ -147,7 +148,7 @@ TEST_F(CalculateGains, FailuresAreLogged) {
         EXPECT_EQ(1, call(calculate_gains::_tmain, words));
         return captured.out();
     };
-    const Signal input = signals::square(0.5, 500, kRate);
+    const Signal input = signals::square(0.5, 500, kMillisecondRate);
     write_sound(dir / "in.wav", input);
     const std::string in = dir / "in.wav";
     const std::string none = dir / "no/file";

@@ -13,15 +13,14 @@
 namespace {
 
 const double kClosedGain = std::pow(10.0, -12.0 / 20.0);  // the default closed gain
-constexpr int kRate = 1000;  // one sample a millisecond; the meter holds 5
 
 /** Loud is 0.5, quiet 0.01; a full meter of them holds 1.25 and 0.0005. */
 Signal loud(long long frames) {
-    return signals::square(0.5, frames, kRate);
+    return signals::square(0.5, frames, kMillisecondRate);
 }
 
 Signal quiet(long long frames) {
-    return signals::square(0.01, frames, kRate);
+    return signals::square(0.01, frames, kMillisecondRate);
 }
 
 /** Thresholds at -20 dB: energy 0.1^2 * 5 = 0.05. Times in ms, that is, samples. */
@@ -187,7 +186,7 @@ TEST(Gate, TheDelayLineHearsWhatTwoReadersHear) {
     for (int round = 0; round < 60; ++round) {
         const int channels = 1 + round % 2;
         const long long frames = 8192 / channels * (round % 4) + random() % 700 + 30;
-        Signal input{kRate, channels, {}};
+        Signal input{kMillisecondRate, channels, {}};
         double level = 0.2;
         for (long long i = 0; i < frames * channels; ++i) {
             level = random() % 60 == 0 ? (random() % 2 == 0 ? 0.3 : 0.01) : level;
@@ -212,7 +211,7 @@ class GateStep : public StepTest {
 };
 
 TEST_F(GateStep, GatesChannelsByThemselvesAndIgnoresTheMeterLength) {
-    const Signal input = signals::stereo(loud(9000), signals::silence(9000, kRate));
+    const Signal input = signals::stereo(loud(9000), signals::silence(9000, kMillisecondRate));
     ASSERT_EQ(0, run(input, {"-k", "0"}));
     EXPECT_EQ(input.samples, read_sound(dir / "out.wav").samples);
     EXPECT_EQ(0.18F, progress.fractions().back());
@@ -239,7 +238,7 @@ TEST_F(GateStep, WhatCannotWorkIsRefused) {
     EXPECT_THAT(err, testing::HasSubstr("sample rate is too low"));
     EXPECT_EQ(1, run(loud(100), {"-x", "0", "-n", "0", "-a", "0"}));
     EXPECT_THAT(err, testing::HasSubstr("attack and release"));
-    EXPECT_EQ(1, run(signals::square(0.5, 100, kRate, 3), {}));
+    EXPECT_EQ(1, run(signals::square(0.5, 100, kMillisecondRate, 3), {}));
     EXPECT_THAT(err, testing::HasSubstr("more than 2 channels"));
 }
 

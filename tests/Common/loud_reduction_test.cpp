@@ -13,14 +13,13 @@ namespace {
 using testing::HasSubstr;
 using Entry = int (*)(int, const char**);
 
-constexpr int kRate = 1000;
 constexpr int kBin = 50;  // frames in a bin of 50 ms
 
 /** One bin of a square wave per level: peak and RMS of a bin are its level. */
 Signal bins(const std::vector<double>& levels) {
     std::vector<Signal> parts;
     for (const double level : levels) {
-        parts.push_back(signals::square(level, kBin, kRate));
+        parts.push_back(signals::square(level, kBin, kMillisecondRate));
     }
     return signals::join(parts);
 }
@@ -95,7 +94,7 @@ TEST_F(LoudReduction, AStereoBinIsAsLoudAsItsLouderChannel) {
     // Left: one bin at 0.4 among bins of 0.2; right silent. Bins' RMS 0.2 and 0.4, not halved in
     // power; mean over all samples sqrt((9 * .04 + .16) / 20) = 0.161245, 3 dB above: 0.227765.
     const Signal left = bins({.2, .2, .2, .4, .2, .2, .2, .2, .2, .2});
-    const Signal input = signals::stereo(left, signals::silence(left.frames(), kRate));
+    const Signal input = signals::stereo(left, signals::silence(left.frames(), kMillisecondRate));
     ASSERT_EQ(0, run(reduce_loud::_tmain, input, {"-r", "0"}));
     // The loud bin is brought to 0.227765, against 0.2 of the others: then it is the largest peak.
     EXPECT_NEAR(1.0, output.samples[2 * (3 * kBin + 20)], 1e-12);
@@ -113,7 +112,7 @@ TEST_F(LoudReduction, InAShortLastBinTheRampStopsShortOfItsWall) {
     // The last bin holds 10 frames and is the loud one's neighbour: it starts at the gain g of the
     // loud bin's wall and climbs by fiftieths of 1 - g, not by tenths.
     Signal input = bins({.1, .1, .1, .1, .1, .1, .1, .1, .5});
-    input = signals::join({input, signals::square(0.1, 10, kRate)});
+    input = signals::join({input, signals::square(0.1, 10, kMillisecondRate)});
     ASSERT_EQ(0, run(reduce_loud::_tmain, input, {"-r", "0"}));
     const double scale = output.samples[0] / 0.1;
     const double g = output.samples[9 * kBin] / 0.1 / scale;
@@ -130,9 +129,9 @@ TEST_F(LoudReduction, FailuresAreReportedWhereTheStepReports) {
     EXPECT_EQ(file + " is silent\n", out);
     EXPECT_FALSE(file_exists(dir / "out.wav"));
 
-    EXPECT_EQ(1, run(reduce_loud::_tmain, signals::silence(0, kRate)));
+    EXPECT_EQ(1, run(reduce_loud::_tmain, signals::silence(0, kMillisecondRate)));
     EXPECT_EQ(file + " is silent\n", out);
-    EXPECT_EQ(1, run(reduce_loud_peak::_tmain, signals::square(.5, 100, kRate, 3)));
+    EXPECT_EQ(1, run(reduce_loud_peak::_tmain, signals::square(.5, 100, kMillisecondRate, 3)));
     EXPECT_EQ("reduce_loud_peak: cannot process more than 2 channels; " + file + " has 3\n", err);
     for (const char* bin_ms : {"0", "-50"}) {
         EXPECT_EQ(1, run(reduce_loud::_tmain, bins({.5}), {"-s", bin_ms}));

@@ -24,7 +24,7 @@ using testing::HasSubstr;
 
 namespace {
 
-constexpr int kRate = 16000;
+constexpr int kSpeechRate = 16000;
 constexpr const char* kXml = "<?xml version=\"1.0\"?><BWFXML><PROJECT>Tälk</PROJECT></BWFXML>";
 constexpr int kPictureBytes = 300000;  // more than libsndfile's header buffer holds
 
@@ -70,7 +70,7 @@ struct CloseSound {
 using Sound = std::unique_ptr<SNDFILE, CloseSound>;
 
 Sound create(const std::string& path, int format) {
-    SF_INFO info{0, kRate, 1, format, 0, 0};
+    SF_INFO info{0, kSpeechRate, 1, format, 0, 0};
     return Sound(sf_open(path.c_str(), SFM_WRITE, &info));
 }
 
@@ -80,7 +80,7 @@ Sound open(const std::string& path) {
 }
 
 void write_talk(const Sound& file) {
-    const Signal signal = signals::speech(4, kRate);
+    const Signal signal = signals::speech(4, kSpeechRate);
     sf_write_double(file.get(), signal.samples.data(), sf_count_t(signal.samples.size()));
 }
 
@@ -220,7 +220,7 @@ TEST(Metadata, WithoutMeasuringTheBroadcastLoudnessIsNotSet) {
 
 TEST(Metadata, Wave64ChunksComeAlong) {
     const TempDir dir;
-    write_sound(dir / "a.w64", signals::speech(4, kRate), SF_FORMAT_W64 | SF_FORMAT_PCM_16);
+    write_sound(dir / "a.w64", signals::speech(4, kSpeechRate), SF_FORMAT_W64 | SF_FORMAT_PCM_16);
     // A chunk is a 16-byte name, a 64-bit size that counts these 24 bytes, and fills 8 bytes.
     const std::string chunk =
         "bext" + std::string(12, '\x11') + le32(24 + 5) + le32(0) + "words" + std::string(3, '\0');

@@ -15,6 +15,9 @@ struct Signal {
     long long frames() const { return static_cast<long long>(samples.size()) / channels; }
 };
 
+/** Hz: a frame lasts a millisecond, and a bin of 50 ms holds 50. */
+constexpr int kMillisecondRate = 1000;
+
 namespace signals {
 
 /** Every frame holds f(frame) in all channels. */
