@@ -257,7 +257,7 @@ int run(const Settings& settings) {
     const auto start = Clock::now();
     WorkList work = work_list(settings);
     const std::size_t count = work.files.size() + work.others.size();
-    check_facts_paths(settings, work.files, count > 1);
+    check_facts_paths(settings, work.files, count);
     for (const FileFacts& facts : work.others) {
         tell_finished(settings, facts, Files::Several, screen, lines);
     }

@@ -31,7 +31,7 @@ int merge(const Settings& settings) {
         found.add(path);
     }
     found.sort();
-    check_facts_paths(settings, {}, found.size() > 1);
+    check_facts_paths(settings, {}, found.size());
     Screen screen(settings);
     JsonLines lines(settings);
     ResultFiles results(settings, found.size());

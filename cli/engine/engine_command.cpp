@@ -153,7 +153,7 @@ class Delivery {
             chmod(staged_->path().c_str(), status.st_mode & 0777);  // no more open than the input
         }
         staged_->sync();
-        staged_->commit(true);
+        staged_->commit(cli::Existing::Replace);
         // It is to be moved: nothing of it stays among kept files.
         fs::remove(final_file, ignored);
     }

@@ -224,7 +224,7 @@ std::vector<PlannedFile> plan_outputs(const Settings& settings,
 
 void check_facts_paths(const Settings& settings,
                        const std::vector<PlannedFile>& files,
-                       bool several) {
+                       std::size_t inputs) {
     Resolver resolver;
     const auto check = [&](const char* option, const std::string& path, const char* start) {
         if (path.empty()) {
@@ -247,7 +247,7 @@ void check_facts_paths(const Settings& settings,
         }
     };
     std::error_code ignored;
-    if (several && fs::is_regular_file(settings.report, ignored)) {
+    if (inputs > 1 && fs::is_regular_file(settings.report, ignored)) {
         throw UsageError(fmt::format("--report {} is a file; for several inputs it names a folder",
                                      settings.report));
     }

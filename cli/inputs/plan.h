@@ -41,11 +41,11 @@ void probe_places(std::vector<PlannedFile>& plan);
 
 /**
  * Refuses a report or JSON file that would take the place of an input, of an output, or of a file
- * that this program did not write, or a report that is no folder though there are several inputs.
- * Throws UsageError.
+ * that this program did not write, or a report that is no folder though there are several inputs
+ * (`inputs` of them, found or merged). Throws UsageError.
  */
 void check_facts_paths(const Settings& settings,
                        const std::vector<PlannedFile>& files,
-                       bool several);
+                       std::size_t inputs);
 
 }  // namespace cli

@@ -45,13 +45,13 @@ std::array<double, kFields> field_values(const Loudness* loudness) {
 
 void put_loudness(Bytes& chunk, const Loudness* loudness) {
     std::array<double, kFields> values = field_values(loudness);
-    if (loudness &&
-        get_number(chunk, kLoudness + std::size_t{2} * kMomentary, 2, false) != kNotSet) {
+    if (loudness && get_number(chunk, kLoudness + std::size_t{2} * kMomentary, 2,
+                               ByteOrder::Little) != kNotSet) {
         values[kMomentary] = loudness->greatest_momentary_lufs;
     }
     for (std::size_t i = 0; i < kFields; ++i) {
         const bool known = std::isfinite(values[i]) && std::fabs(values[i]) < 320;
-        put_number(chunk, kLoudness + 2 * i, 2, false,
+        put_number(chunk, kLoudness + 2 * i, 2, ByteOrder::Little,
                    known ? static_cast<std::uint64_t>(std::llround(values[i] * 100)) : kNotSet);
     }
 }
@@ -99,7 +99,7 @@ void add_history(Bytes& chunk, const std::string& audio) {
 
 Bytes with_new_loudness(Bytes chunk, const LoudnessSource& loudness, const std::string& audio) {
     if (chunk.size() >= kLoudness + std::size_t{2} * kFields &&
-        get_number(chunk, kVersion, 2, false) >= 2) {
+        get_number(chunk, kVersion, 2, ByteOrder::Little) >= 2) {
         put_loudness(chunk, loudness());
     }
     if (chunk.size() >= kHistory) {

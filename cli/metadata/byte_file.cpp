@@ -50,18 +50,19 @@ void ByteFile::fail() const {
     throw std::system_error(errno, std::generic_category(), path_);
 }
 
-std::uint64_t get_number(const Bytes& bytes, std::size_t at, std::size_t count, bool big_endian) {
+std::uint64_t get_number(const Bytes& bytes, std::size_t at, std::size_t count, ByteOrder order) {
     std::uint64_t value = 0;
     for (std::size_t i = 0; i < count; ++i) {
-        value = value << 8 | bytes[at + (big_endian ? i : count - 1 - i)];
+        value = value << 8 | bytes[at + (order == ByteOrder::Big ? i : count - 1 - i)];
     }
     return value;
 }
 
 void put_number(
-    Bytes& bytes, std::size_t at, std::size_t count, bool big_endian, std::uint64_t value) {
+    Bytes& bytes, std::size_t at, std::size_t count, ByteOrder order, std::uint64_t value) {
     for (std::size_t i = 0; i < count; ++i, value >>= 8) {
-        bytes[at + (big_endian ? count - 1 - i : i)] = static_cast<unsigned char>(value & 0xFF);
+        bytes[at + (order == ByteOrder::Big ? count - 1 - i : i)] =
+            static_cast<unsigned char>(value & 0xFF);
     }
 }
 

@@ -42,9 +42,12 @@ class ByteFile {
     std::unique_ptr<FILE, Closer> file_;
 };
 
-/** An unsigned number of `count` bytes. */
-std::uint64_t get_number(const Bytes& bytes, std::size_t at, std::size_t count, bool big_endian);
+/** Which byte of a number stands first: the one that counts least, or most. */
+enum class ByteOrder { Little, Big };
+
+/** An unsigned number of `count` bytes (at most 8), all of which `bytes` must have. */
+std::uint64_t get_number(const Bytes& bytes, std::size_t at, std::size_t count, ByteOrder order);
 void put_number(
-    Bytes& bytes, std::size_t at, std::size_t count, bool big_endian, std::uint64_t value);
+    Bytes& bytes, std::size_t at, std::size_t count, ByteOrder order, std::uint64_t value);
 
 }  // namespace cli

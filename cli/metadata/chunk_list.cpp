@@ -13,7 +13,7 @@ std::vector<Chunk> chunks_of(ByteFile& file, const Layout& layout) {
         Chunk chunk;
         chunk.id.assign(header.begin(),
                         header.begin() + static_cast<std::ptrdiff_t>(layout.id_bytes));
-        chunk.size = get_number(header, layout.id_bytes, layout.size_bytes, layout.big_endian);
+        chunk.size = get_number(header, layout.id_bytes, layout.size_bytes, layout.byte_order);
         chunk.offset = at + layout.header_bytes();
         if (layout.size_counts_header) {
             if (chunk.size < layout.header_bytes()) {
@@ -22,7 +22,7 @@ std::vector<Chunk> chunks_of(ByteFile& file, const Layout& layout) {
             chunk.size -= layout.header_bytes();
         }
         if (chunk.name() == "ds64" && chunk.size >= 24) {
-            long_data = get_number(file.read(chunk.offset, 24), 8, 8, false);
+            long_data = get_number(file.read(chunk.offset, 24), 8, 8, ByteOrder::Little);
         }
         // The audio's true size stands in ds64, which comes before it.
         if (layout.kind == Container::Rf64 && chunk.name() == "data" && chunk.size == kUnknown32) {

@@ -54,12 +54,12 @@ void ChunkWriter::finish() {
     switch (layout_.kind) {
         case Container::Rf64:
             // All ones here send the reader to ds64: RIFF size, data size, samples (EBU Tech 3306).
-            put_number(opening, 4, 4, false, kUnknown32);
-            put_number(long_sizes_, 0, 8, false, written_ - 8);
-            put_number(long_sizes_, 8, 8, false, audio_bytes_);
+            put_number(opening, 4, 4, ByteOrder::Little, kUnknown32);
+            put_number(long_sizes_, 0, 8, ByteOrder::Little, written_ - 8);
+            put_number(long_sizes_, 8, 8, ByteOrder::Little, audio_bytes_);
             break;
         case Container::Wave64:
-            put_number(opening, kGuidBytes, 8, false, written_);
+            put_number(opening, kGuidBytes, 8, ByteOrder::Little, written_);
             break;
         case Container::Caf:
             return;
@@ -67,7 +67,7 @@ void ChunkWriter::finish() {
             if (written_ - 8 > kUnknown32) {
                 throw std::runtime_error("audio and metadata exceed 4 GiB, the container's limit");
             }
-            put_number(opening, 4, 4, layout_.big_endian, written_ - 8);
+            put_number(opening, 4, 4, layout_.byte_order, written_ - 8);
     }
     ByteFile again(path_, "r+b");
     again.write(opening);
@@ -84,7 +84,7 @@ void ChunkWriter::header(const Bytes& id, std::uint64_t size) {
     const std::uint64_t total = size + (layout_.size_counts_header ? layout_.header_bytes() : 0);
     // Of RF64's audio: its true size stands in ds64.
     const bool too_long = layout_.size_bytes == 4 && total > kUnknown32;
-    put_number(bytes, layout_.id_bytes, layout_.size_bytes, layout_.big_endian,
+    put_number(bytes, layout_.id_bytes, layout_.size_bytes, layout_.byte_order,
                too_long ? kUnknown32 : total);
     file_.write(bytes);
     written_ += bytes.size();

@@ -73,7 +73,7 @@ bool copy_chunks(const std::string& metadata_from,
     const Layout layout = layout_of(audio_file);
     // A chunk's numbers have the byte order of its container: between two kinds nothing is copied.
     if (layout.kind == Container::None || layout.kind != old_layout.kind ||
-        layout.big_endian != old_layout.big_endian) {
+        layout.byte_order != old_layout.byte_order) {
         return false;
     }
 

@@ -18,7 +18,7 @@ enum class Container { None, Wave, Rf64, Wave64, Aiff, Caf };
 /** How the chunks of a container are laid out. */
 struct Layout {
     Container kind = Container::None;
-    bool big_endian = false;
+    ByteOrder byte_order = ByteOrder::Little;
     Bytes opening;  // the file's first bytes, up to the first chunk
     std::size_t id_bytes = 4;
     std::size_t size_bytes = 4;

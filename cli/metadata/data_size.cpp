@@ -28,7 +28,7 @@ bool goes_on(ByteFile& file, const Layout& layout, std::uint64_t at, std::uint64
     }
     const Bytes header = file.read(at, layout.header_bytes());
     const std::uint64_t size =
-        get_number(header, layout.id_bytes, layout.size_bytes, layout.big_endian);
+        get_number(header, layout.id_bytes, layout.size_bytes, layout.byte_order);
     const bool name = std::all_of(header.begin(), header.begin() + 4,
                                   [](unsigned char c) { return c >= 0x20 && c < 0x7F; });
     const bool zeros =
@@ -44,8 +44,8 @@ DataSize compare_au_size(ByteFile& file, std::uint64_t end) {
     if (header.size() < kHeaderBytes || !std::equal(header.begin(), header.begin() + 4, ".snd")) {
         return result;
     }
-    const std::uint64_t offset = get_number(header, 4, 4, true);
-    result.promised = get_number(header, 8, 4, true);
+    const std::uint64_t offset = get_number(header, 4, 4, ByteOrder::Big);
+    result.promised = get_number(header, 8, 4, ByteOrder::Big);
     result.there = end > offset ? end - offset : 0;
     if (result.promised < kOpenSize32 && result.promised > result.there) {
         result.kind = DataSize::Kind::Short;
@@ -104,7 +104,7 @@ void write_with_data_size(const std::string& from, const std::string& to) {
         ByteFile out(to, "wb");
         copy_bytes(file, 0, chunk.offset - layout.size_bytes, out);
         Bytes field(layout.size_bytes);
-        put_number(field, 0, layout.size_bytes, layout.big_endian, size);
+        put_number(field, 0, layout.size_bytes, layout.byte_order, size);
         out.write(field);
         copy_bytes(file, chunk.offset, end, out);
         out.close();

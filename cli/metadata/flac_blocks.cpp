@@ -63,7 +63,7 @@ FlacFile read_blocks(ByteFile& file) {
             throw std::runtime_error("the metadata of a FLAC file are cut short");
         }
         last = header[0] & kLastBlock;
-        const auto size = static_cast<std::size_t>(get_number(header, 1, 3, true));
+        const auto size = static_cast<std::size_t>(get_number(header, 1, 3, ByteOrder::Big));
         flac.blocks.push_back({static_cast<unsigned char>(header[0] & ~kLastBlock),
                                file.read(at + kHeaderBytes, size)});
         if (flac.blocks.back().content.size() < size) {
@@ -82,13 +82,13 @@ FlacFile read_blocks(ByteFile& file) {
 Bytes new_seek_table(const Bytes& old_table, ByteFile& file, const FlacFile& flac) {
     const Bytes* info = flac.content(kStreamInfo);
     const std::uint64_t block_samples =
-        info && info->size() >= 4 ? get_number(*info, 0, 2, true) : 0;
+        info && info->size() >= 4 ? get_number(*info, 0, 2, ByteOrder::Big) : 0;
     const std::vector<FlacFrame> frames =
         flac_frames(file, flac.frames_begin, flac.stream.end, block_samples);
     Bytes table;
     const FlacFrame* last = nullptr;
     for (std::size_t at = 0; at + kSeekPointBytes <= old_table.size(); at += kSeekPointBytes) {
-        const std::uint64_t sample = get_number(old_table, at, 8, true);
+        const std::uint64_t sample = get_number(old_table, at, 8, ByteOrder::Big);
         const auto after = std::upper_bound(
             frames.begin(), frames.end(), sample,
             [](std::uint64_t value, const FlacFrame& frame) { return value < frame.first_sample; });
@@ -97,9 +97,9 @@ Bytes new_seek_table(const Bytes& old_table, ByteFile& file, const FlacFile& fla
         }
         last = &*(after - 1);
         Bytes point(kSeekPointBytes);
-        put_number(point, 0, 8, true, last->first_sample);
-        put_number(point, 8, 8, true, last->offset);
-        put_number(point, 16, 2, true, block_samples);
+        put_number(point, 0, 8, ByteOrder::Big, last->first_sample);
+        put_number(point, 8, 8, ByteOrder::Big, last->offset);
+        put_number(point, 16, 2, ByteOrder::Big, block_samples);
         table.insert(table.end(), point.begin(), point.end());
     }
     while (table.size() + kSeekPointBytes <= old_table.size()) {
@@ -148,7 +148,7 @@ void copy_flac_blocks(const std::string& metadata_from,
         // The last block says so itself: which one it is may differ from the old file.
         header[0] =
             static_cast<unsigned char>(block.type | (&block == &blocks.back() ? kLastBlock : 0));
-        put_number(header, 1, 3, true, block.content.size());
+        put_number(header, 1, 3, ByteOrder::Big, block.content.size());
         out.write(header);
         out.write(block.content);
     }

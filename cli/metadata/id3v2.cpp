@@ -94,8 +94,9 @@ class TagBody {
         }
         if (version_ > 2 && (flags_ & kExtendedHeader) && bytes_.size() >= 10) {
             // Version 2.3 does not count the four bytes of the size itself.
-            extended_ = static_cast<std::size_t>(version_ == 3 ? get_number(bytes_, 0, 4, true) + 4
-                                                               : get_synchsafe(bytes_, 0));
+            extended_ = static_cast<std::size_t>(version_ == 3
+                                                     ? get_number(bytes_, 0, 4, ByteOrder::Big) + 4
+                                                     : get_synchsafe(bytes_, 0));
         }
     }
 
@@ -147,9 +148,9 @@ class TagBody {
     // Sizes are plain in version 2.3 and synchsafe in 2.4, but there are writers that mix them up.
     std::uint64_t frame_size(std::size_t at, std::size_t header) const {
         if (version_ == 2) {
-            return get_number(bytes_, at + 3, 3, true);
+            return get_number(bytes_, at + 3, 3, ByteOrder::Big);
         }
-        const std::uint64_t plain = get_number(bytes_, at + 4, 4, true);
+        const std::uint64_t plain = get_number(bytes_, at + 4, 4, ByteOrder::Big);
         const bool may_be_safe = (plain & 0x80808080u) == 0;
         const std::uint64_t safe = may_be_safe ? get_synchsafe(bytes_, at + 4) : plain;
         const std::uint64_t stated = version_ == 3 ? plain : safe;
@@ -218,7 +219,7 @@ class TagBody {
     // Version 2.3 tells the padding's size in its extended header.
     void grow_padding(std::size_t by) {
         if (version_ == 3 && extended_ >= 10) {
-            put_number(bytes_, 6, 4, true, get_number(bytes_, 6, 4, true) + by);
+            put_number(bytes_, 6, 4, ByteOrder::Big, get_number(bytes_, 6, 4, ByteOrder::Big) + by);
         }
     }
 
@@ -230,7 +231,7 @@ class TagBody {
             return sum.checksum();
         };
         if (version_ == 3 && extended_ >= 14 && (bytes_[4] & 0x80)) {
-            put_number(bytes_, 10, 4, true, crc(frames_end_));
+            put_number(bytes_, 10, 4, ByteOrder::Big, crc(frames_end_));
         }
         if (version_ == 4 && extended_ >= 12 && (bytes_[5] & 0x20)) {
             const std::size_t at = bytes_[5] & 0x40 ? 7 : 6;  // after the "update" flag's size

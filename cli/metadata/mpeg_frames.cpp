@@ -69,11 +69,11 @@ std::optional<std::uint64_t> told_count(const Bytes& frame, const MpegFrame& hea
     const std::size_t at = kFrameHeaderBytes + header.side_info_bytes();
     if (has(at, "Xing") || has(at, "Info")) {
         // Flags say which fields follow; the count is the first of them.
-        const bool counted = get_number(frame, at + 4, 4, true) & 1;
-        return counted ? get_number(frame, at + 8, 4, true) : 0;
+        const bool counted = get_number(frame, at + 4, 4, ByteOrder::Big) & 1;
+        return counted ? get_number(frame, at + 8, 4, ByteOrder::Big) : 0;
     }
     if (has(kVbriAt, "VBRI")) {
-        return get_number(frame, kVbriAt + 14, 4, true);
+        return get_number(frame, kVbriAt + 14, 4, ByteOrder::Big);
     }
     return std::nullopt;
 }
@@ -152,8 +152,8 @@ void write_with_frame_count(const std::string& from,
     info.resize(frame.bytes, 0);
     std::copy_n("Info", 4, info.begin() + static_cast<std::ptrdiff_t>(mark));
     // Of the fields only the count: players take the rest from the frames.
-    put_number(info, mark + 4, 4, true, 1);
-    put_number(info, mark + 8, 4, true, stream.frames);
+    put_number(info, mark + 4, 4, ByteOrder::Big, 1);
+    put_number(info, mark + 8, 4, ByteOrder::Big, stream.frames);
     ByteFile out(to, "wb");
     out.write(info);
     copy_bytes(file, begin, audio.end, out);

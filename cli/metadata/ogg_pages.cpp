@@ -46,7 +46,7 @@ std::uint32_t ogg_serial(const std::string& path) {
     if (page.empty()) {
         throw std::runtime_error("an Ogg file is empty");
     }
-    return static_cast<std::uint32_t>(get_number(page, kSerialAt, 4, false));
+    return static_cast<std::uint32_t>(get_number(page, kSerialAt, 4, ByteOrder::Little));
 }
 
 bool ogg_ends_whole(const std::string& path) {
@@ -69,12 +69,12 @@ void set_ogg_serial(const std::string& path, std::uint32_t serial) {
     ByteFile file(path, "r+b");
     std::uint64_t at = 0;
     for (Bytes page; !(page = read_page(file, at)).empty(); at += page.size()) {
-        put_number(page, kSerialAt, 4, false, serial);
-        put_number(page, kChecksumAt, 4, false, 0);
+        put_number(page, kSerialAt, 4, ByteOrder::Little, serial);
+        put_number(page, kChecksumAt, 4, ByteOrder::Little, 0);
         // The polynomial of Ethernet's sum, but unreflected and from 0: no standard one.
         boost::crc_optimal<32, 0x04C11DB7, 0, 0, false, false> sum;
         sum.process_bytes(page.data(), page.size());
-        put_number(page, kChecksumAt, 4, false, sum.checksum());
+        put_number(page, kChecksumAt, 4, ByteOrder::Little, sum.checksum());
         file.read(at, 0);  // moves there
         file.write(page);
     }

@@ -46,8 +46,8 @@ std::uint64_t tag_before(ByteFile& file, std::uint64_t end) {
     }
     const Bytes ape = last(kApeHeaderBytes);
     if (begins(ape, "APETAGEX")) {
-        const bool header = get_number(ape, 20, 4, false) & kApeHasHeader;
-        const std::uint64_t length = get_number(ape, 12, 4, false);
+        const bool header = get_number(ape, 20, 4, ByteOrder::Little) & kApeHasHeader;
+        const std::uint64_t length = get_number(ape, 12, 4, ByteOrder::Little);
         return length < kApeHeaderBytes ? 0 : length + (header ? kApeHeaderBytes : 0);
     }
     const Bytes lyrics = last(kLyrics3FooterBytes);
@@ -68,14 +68,15 @@ Bytes ape_without_gains(const Bytes& tag) {
     Bytes items;
     std::uint64_t count = 0;
     std::size_t at = start;
-    for (std::uint64_t left = get_number(tag, footer + 16, 4, false); left > 0; --left) {
+    for (std::uint64_t left = get_number(tag, footer + 16, 4, ByteOrder::Little); left > 0;
+         --left) {
         if (at + 8 >= footer) {
             return tag;
         }
         const auto key = tag.begin() + static_cast<std::ptrdiff_t>(at) + 8;
         const auto key_end = std::find(key, tag.begin() + static_cast<std::ptrdiff_t>(footer), 0);
-        const std::uint64_t length =
-            8 + static_cast<std::uint64_t>(key_end - key) + 1 + get_number(tag, at, 4, false);
+        const std::uint64_t length = 8 + static_cast<std::uint64_t>(key_end - key) + 1 +
+                                     get_number(tag, at, 4, ByteOrder::Little);
         if (length > footer - at) {
             return tag;
         }
@@ -89,8 +90,8 @@ Bytes ape_without_gains(const Bytes& tag) {
     const auto frame = [&](std::size_t from) {
         Bytes bytes(tag.begin() + static_cast<std::ptrdiff_t>(from),
                     tag.begin() + static_cast<std::ptrdiff_t>(from + kApeHeaderBytes));
-        put_number(bytes, 12, 4, false, items.size() + kApeHeaderBytes);
-        put_number(bytes, 16, 4, false, count);
+        put_number(bytes, 12, 4, ByteOrder::Little, items.size() + kApeHeaderBytes);
+        put_number(bytes, 16, 4, ByteOrder::Little, count);
         return bytes;
     };
     Bytes result = start ? frame(0) : Bytes();

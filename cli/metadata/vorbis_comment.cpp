@@ -27,7 +27,7 @@ class Reader {
             return std::nullopt;
         }
         at_ += kLengthBytes;
-        return get_number(bytes_, at_ - kLengthBytes, kLengthBytes, false);
+        return get_number(bytes_, at_ - kLengthBytes, kLengthBytes, ByteOrder::Little);
     }
 
     std::optional<Bytes> text() {
@@ -49,7 +49,7 @@ class Reader {
 
 void append_number(Bytes& to, std::uint64_t value) {
     to.resize(to.size() + kLengthBytes);
-    put_number(to, to.size() - kLengthBytes, kLengthBytes, false, value);
+    put_number(to, to.size() - kLengthBytes, kLengthBytes, ByteOrder::Little, value);
 }
 
 void append_text(Bytes& to, const Bytes& text) {

@@ -186,8 +186,8 @@ void StagedOutput::take_time_of(const std::string& other) {
     }
 }
 
-void StagedOutput::commit(bool replace) {
-    if (!replace) {
+void StagedOutput::commit(Existing existing) {
+    if (existing == Existing::Keep) {
         // A new link fails where a rename would replace.
         if (link(path_.c_str(), destination_.c_str()) == 0) {
             unlink(path_.c_str());
@@ -280,7 +280,7 @@ void StagedText::commit() {
     flush();
     require_on_disk(file_->get(), destination_);
     if (staged_) {
-        staged_->commit(true);
+        staged_->commit(Existing::Replace);
     }
 }
 

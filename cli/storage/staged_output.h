@@ -8,6 +8,9 @@
 
 namespace cli {
 
+/** What becomes of a file that bears an output's name already. */
+enum class Existing { Keep, Replace };
+
 /**
  * An output on its way: a hidden, locked file beside the destination that takes the destination's
  * name when it is complete. Without commit() it is removed.
@@ -48,10 +51,10 @@ class StagedOutput {
     void sync();
 
     /**
-     * Renames it, synced before, to the destination. Unless `replace`, a destination that exists is
-     * kept and std::system_error (EEXIST) thrown.
+     * Renames it, synced before, to the destination. With Existing::Keep a destination that exists
+     * stays and std::system_error (EEXIST) is thrown.
      */
-    void commit(bool replace);
+    void commit(Existing existing);
 
   private:
     std::string destination_;

@@ -40,9 +40,9 @@ struct Work {
     const Job& job;
     OutputClaim& claim;
     FileFacts facts = {};
-    FileState input = {};  // when the work began
-    bool replace = false;  // an output that is there
-    bool over = false;     // the other stages have nothing to do
+    FileState input = {};                // when the work began
+    Existing existing = Existing::Keep;  // an output that is there by then
+    bool over = false;                   // the other stages have nothing to do
     std::unique_ptr<Carrier> carrier = nullptr;
     std::vector<std::string> engine_inputs = {};
     // Of each engine input; empty: the engine handed it back.
@@ -66,12 +66,15 @@ void claim(Work& work) {
     work.facts.outcome = Outcome::Planned;
     work.over =
         !work.claim.take(job.output, job.new_folder, job.wait ? WhenTaken::Wait : WhenTaken::Leave);
-    work.replace = job.options.replace || job.options.redo_changed;
+    work.existing =
+        job.options.replace || job.options.redo_changed ? Existing::Replace : Existing::Keep;
     if (work.over || job.options.replace || state_of(job.output) == job.found) {
         return;
     }
     const Judgement judgement = UpToDate(key_of(job.options)).judge_new(job.input, job.output);
-    work.replace = job.options.redo_changed && judgement.standing == Standing::Changed;
+    work.existing = job.options.redo_changed && judgement.standing == Standing::Changed
+                        ? Existing::Replace
+                        : Existing::Keep;
     if (judgement.standing == Standing::UpToDate) {
         work.facts = facts_of(judgement, job.input, job.output);
         work.over = true;
@@ -277,7 +280,7 @@ void place(Work& work) {
         record.output_state = state_of(staged.path());
         record.facts = work.facts;
         work.claim.record(to_line(record));  // before the output takes its name: see record.cpp
-        staged.commit(work.replace);
+        staged.commit(work.existing);
     } catch (const std::system_error& error) {
         if (error.code() != std::errc::file_exists) {
             throw;

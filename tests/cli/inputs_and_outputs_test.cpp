@@ -182,24 +182,25 @@ TEST_F(Files, ReportsAndJsonReplaceOnlyTheirOwnKind) {
     const std::string page = make("old.html", kReportStart);
     const std::string facts = make("old.json", "{}");
     found({"x.wav"});
-    const auto refused = [&](const std::string& report, const std::string& json, bool several) {
+    const auto refused = [&](const std::string& report, const std::string& json,
+                             std::size_t inputs) {
         Settings settings;
         settings.report = report;
         settings.json = json;
         try {
-            check_facts_paths(settings, plan_outputs(settings, result_.files), several);
+            check_facts_paths(settings, plan_outputs(settings, result_.files), inputs);
             return false;
         } catch (const UsageError&) {
             return true;
         }
     };
-    EXPECT_FALSE(refused(page, facts, false));
-    EXPECT_FALSE(refused(dir_ / "new.html", "-", false));
-    EXPECT_TRUE(refused(page, "", true)) << "several inputs need a folder";
-    EXPECT_TRUE(refused(other, "", false));
-    EXPECT_TRUE(refused("", other, false));
-    EXPECT_TRUE(refused(x, "", false));
-    EXPECT_TRUE(refused("", dir_ / "x-leveled.wav", false));
+    EXPECT_FALSE(refused(page, facts, 1));
+    EXPECT_FALSE(refused(dir_ / "new.html", "-", 1));
+    EXPECT_TRUE(refused(page, "", 2)) << "several inputs need a folder";
+    EXPECT_TRUE(refused(other, "", 1));
+    EXPECT_TRUE(refused("", other, 1));
+    EXPECT_TRUE(refused(x, "", 1));
+    EXPECT_TRUE(refused("", dir_ / "x-leveled.wav", 1));
 }
 
 TEST_F(Files, AnOutputAppearsWholeOrNotAtAll) {
@@ -210,9 +211,9 @@ TEST_F(Files, AnOutputAppearsWholeOrNotAtAll) {
         staged.fill_from(source);
         EXPECT_EQ(read_text(target), "old");
         if (force) {
-            staged.commit(true);
+            staged.commit(Existing::Replace);
         } else {
-            EXPECT_THROW(staged.commit(false), std::system_error);
+            EXPECT_THROW(staged.commit(Existing::Keep), std::system_error);
         }
     }
     EXPECT_EQ(read_text(target), "new");
