@@ -22,7 +22,7 @@
 namespace {
 
 /** Measured: see docs/scale.md. */
-constexpr double kCpuSecondsPerHour = 14.4;
+constexpr double kCpuSecondsPerHour = 8.5;
 constexpr double kBytesPerHour = 635e6;
 constexpr double kSecondsPerFile = 0.011;
 constexpr double kStartSeconds = 5;      // of a task: scheduler, plan, check of what is done
