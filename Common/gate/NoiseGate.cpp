@@ -223,12 +223,18 @@ bool is_busy(eStateType state) {
 
 /** An open channel rests while its energy is not below this, */
 inline double CNoiseGate::least_to_rest(const Gain& gain) const {
-    return gain.state == kOpen ? args_.release_energy : -kNever;
+    if (gain.state == kOpen) {
+        return args_.release_energy;
+    }
+    return -kNever;
 }
 
 /** and a closed one while the energy ahead is not above that. */
 inline double CNoiseGate::most_to_rest(const Gain& gain) const {
-    return gain.state == kClosed ? args_.attack_energy : kNever;
+    if (gain.state == kClosed) {
+        return args_.attack_energy;
+    }
+    return kNever;
 }
 
 /**

@@ -190,7 +190,8 @@ class FileMeter {
 
   private:
     void read_block() {
-        const long long most = static_cast<long long>(block_.size()) / file_.channels();
+        const long long most =
+            static_cast<long long>(block_.size()) / std::max(file_.channels(), 1);
         const long long got =
             source_.read(block_.data(), std::min<long long>(frames_ - done_, most));
         if (got <= 0) {
