@@ -32,7 +32,9 @@ bool is_plain_number(const char* word, std::size_t length, double& value) {
     const std::from_chars_result result = std::from_chars(word, word + length, value);
     return result.ec == std::errc() && result.ptr == word + length;
 #else
-    static_cast<void>(word), static_cast<void>(length), static_cast<void>(value);
+    static_cast<void>(word);
+    static_cast<void>(length);
+    static_cast<void>(value);
     return false;
 #endif
 }
