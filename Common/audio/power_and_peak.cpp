@@ -7,9 +7,11 @@
 
 #include "Common/audio/wide_loops.h"
 
+namespace {
+
 // Eight sums and peaks side by side, which do not wait for each other.
 QUORVANE_WIDE_LOOP
-void add_power_and_peak(const double* samples, long long count, double& squares, double& peak) {
+void add_wide(const double* samples, long long count, double& squares, double& peak) {
     constexpr int kTogether = 8;
     double sums[kTogether] = {};
     double peaks[kTogether] = {};
@@ -28,4 +30,10 @@ void add_power_and_peak(const double* samples, long long count, double& squares,
     }
     squares += std::accumulate(std::begin(sums), std::end(sums), 0.0);
     peak = std::max(peak, *std::max_element(std::begin(peaks), std::end(peaks)));
+}
+
+}  // namespace
+
+void add_power_and_peak(const double* samples, long long count, double& squares, double& peak) {
+    add_wide(samples, count, squares, peak);
 }

@@ -9,10 +9,12 @@
 
 namespace cli {
 
+namespace {
+
 // Floats without their sign compare like the integers of their bits, which processors compare side
 // by side. Infinity lies above all numbers there, and above it what is no number.
 QUORVANE_WIDE_LOOP
-float peak_of(const float* samples, std::size_t count) {
+float wide_peak_of(const float* samples, std::size_t count) {
     std::int32_t peak = 0;
     for (std::size_t i = 0; i < count; ++i) {
         std::int32_t bits = 0;
@@ -27,7 +29,7 @@ float peak_of(const float* samples, std::size_t count) {
 
 // Eight sums side by side, which do not wait for each other.
 QUORVANE_WIDE_LOOP
-double sum_of_squares(const float* samples, std::size_t count) {
+double wide_sum_of_squares(const float* samples, std::size_t count) {
     constexpr std::size_t kSums = 8;
     double sums[kSums] = {};
     std::size_t i = 0;
@@ -41,6 +43,16 @@ double sum_of_squares(const float* samples, std::size_t count) {
         sums[0] += static_cast<double>(samples[i]) * static_cast<double>(samples[i]);
     }
     return std::accumulate(std::begin(sums), std::end(sums), 0.0);
+}
+
+}  // namespace
+
+float peak_of(const float* samples, std::size_t count) {
+    return wide_peak_of(samples, count);
+}
+
+double sum_of_squares(const float* samples, std::size_t count) {
+    return wide_sum_of_squares(samples, count);
 }
 
 }  // namespace cli
