@@ -62,7 +62,7 @@ TEST_F(BatchClass, FilesAreAddedAndCancelledFromAnotherThreadWhileItRuns) {
     heard_.on_progress = [&] { batch.cancel(1); };
     auto ended = std::async(std::launch::async, [&] { batch.run(); });
     const std::size_t first = batch.add(talk("a.wav", 1), dir_ / "out/a.wav");
-    const std::size_t running = batch.add(talk("b.wav", 400), dir_ / "out/b.wav");
+    const std::size_t running = batch.add(talk("b.wav", 1200), dir_ / "out/b.wav");
     const std::size_t waiting = batch.add(dir_ / "a.wav", dir_ / "out/c.wav");
     const std::size_t last = batch.add(dir_ / "a.wav", "");
     batch.cancel(waiting);
@@ -83,7 +83,7 @@ TEST_F(BatchClass, StopEndsWhatRunsAndWhatWaits) {
     for (const Batch::Stop how : {Batch::Stop::CleanUp, Batch::Stop::Now}) {
         heard_ = {};
         Batch batch(1, {}, heard_);
-        batch.add(talk("b.wav", 400), dir_ / "out/b.wav");
+        batch.add(talk("b.wav", 1200), dir_ / "out/b.wav");
         batch.add(dir_ / "b.wav", dir_ / "out/c.wav");
         heard_.on_progress = [&] { batch.stop(how); };
         batch.run();

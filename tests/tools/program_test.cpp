@@ -69,15 +69,16 @@ TEST_F(Program, RunsAtTheSameTimeDoNotMeet) {
 }
 
 TEST_F(Program, ASignalEndsTheRunAndLeavesNothing) {
-    write_sound(in, signals::speech(240.0, 44100, 2), kWav16);
+    write_sound(in, signals::speech(480.0, 44100, 2), kWav16);
     for (const char* signal : {"INT", "TERM"}) {
-        // Wait until the first step has begun to write, so that the signal meets a run in progress.
-        // It yields to the shell that looks, so that a busy machine makes the run longer.
-        const ProgramResult run =
-            run_program(command(in, out, "", "nice -n 10 " QUORVANE) + " & pid=$!; until ls " +
-                        temporary.path() +
-                        "/*/_0* >/dev/null 2>&1 || ! kill -0 $pid; do sleep 0.02; done; kill -" +
-                        signal + " $pid; wait $pid");
+        // Wait until the first step has its file without a name, so that the signal meets a run in
+        // progress. It yields to the shell that looks, so that a busy machine makes the run longer.
+        const ProgramResult run = run_program(
+            command(in, out, "", "nice -n 10 " QUORVANE) +
+            " & pid=$!; until ls -l /proc/$pid/fd 2>/dev/null | grep -q _scratch_ || ls " +
+            temporary.path() +
+            "/*/_0* >/dev/null 2>&1 || ! kill -0 $pid; do sleep 0.02; done; kill -" + signal +
+            " $pid; wait $pid");
         EXPECT_EQ(3, run.status) << run.err;
         EXPECT_EQ(in + ": cancelled\n", run.err);
         EXPECT_THAT(temporary.entries(), IsEmpty());
