@@ -19,6 +19,17 @@ void set_data_size(const std::string& path, std::uint32_t size) {
     write_text(path, file);
 }
 
+/**
+ * Makes talk.wav in the folder, 8 s at 16 kHz, and from it what the shell is told; returns words
+ * that go there.
+ */
+std::string made_in(const TempDir& dir, const std::string& make) {
+    write_sound(dir / "talk.wav", signals::speech(8, 16000), kWav16);
+    const std::string in_folder = "cd " + dir.path() + " && ";
+    EXPECT_EQ(0, run_program(in_folder + make).status);
+    return in_folder;
+}
+
 // 16 kHz, 8 s: 128000 frames; MP3 frames of that rate have 576 samples.
 TEST(Lengths, WhatIsThereIsLeveledAndADifferenceIsTold) {
     struct Row {
@@ -48,9 +59,7 @@ TEST(Lengths, WhatIsThereIsLeveledAndADifferenceIsTold) {
     for (const Row& row : rows) {
         SCOPED_TRACE(row.make);
         const TempDir dir;
-        write_sound(dir / "talk.wav", signals::speech(8, 16000), kWav16);
-        const std::string in_folder = "cd " + dir.path() + " && ";
-        ASSERT_EQ(0, run_program(in_folder + row.make).status);
+        const std::string in_folder = made_in(dir, row.make);
         const ProgramResult result = run_program(in_folder + QUORVANE " -o out" +
                                                  strchr(row.input, '.') + " --json - " + row.input);
         ASSERT_EQ(0, result.status) << result.err;
@@ -115,9 +124,7 @@ TEST(Lengths, TheEnginesCommandTellsOfThemToo) {
     for (const Row& row : rows) {
         SCOPED_TRACE(row.make);
         const TempDir dir;
-        write_sound(dir / "talk.wav", signals::speech(8, 16000), kWav16);
-        const std::string in_folder = "cd " + dir.path() + " && ";
-        ASSERT_EQ(0, run_program(in_folder + row.make).status);
+        const std::string in_folder = made_in(dir, row.make);
         const ProgramResult result = run_program(in_folder + QUORVANE " --input-file " + row.input +
                                                  " --output-file out" + strchr(row.input, '.'));
         EXPECT_EQ(row.status, result.status) << result.err;
