@@ -9,6 +9,11 @@
 
 namespace stream {
 
+// Bytes of a piece that is read ahead or written behind, and pieces of such a lane: few calls, and
+// both directions together stay in a processor's second cache.
+constexpr long long kPieceBytes = 1LL << 17;
+constexpr int kPieces = 8;
+
 /*
  * A second thread that reads ahead and writes behind while the first one computes, where a
  * processor is free for it.

@@ -5,34 +5,31 @@
 
 namespace {
 
-// Few calls, and pieces of both directions together stay in a processor's second cache.
-constexpr long long kPieceBytes = 1LL << 17;
-constexpr int kPieces = 8;
 constexpr int kWorthwhilePieces = 4;  // less than that is read before another thread is awake
 
 }  // namespace
 
 bool ReadAhead::is_worthwhile(std::size_t frame_bytes, long long frames) {
     return stream::HelperThread::is_used() &&
-           frames > kWorthwhilePieces * kPieceBytes / static_cast<long long>(frame_bytes);
+           frames > kWorthwhilePieces * stream::kPieceBytes / static_cast<long long>(frame_bytes);
 }
 
 ReadAhead::ReadAhead(Fetch fetch, std::size_t frame_bytes, long long frames)
     : fetch_(std::move(fetch)),
       frame_bytes_(frame_bytes),
-      piece_frames_(std::max(1LL, kPieceBytes / static_cast<long long>(frame_bytes))),
+      piece_frames_(std::max(1LL, stream::kPieceBytes / static_cast<long long>(frame_bytes))),
       left_(frames),
-      pieces_(kPieces),
+      pieces_(stream::kPieces),
       to_fetch_(frames),
-      lane_([this] { fetch_piece(); }, kPieces) {
-    for (int i = 0; i < kPieces; ++i) {
+      lane_([this] { fetch_piece(); }, stream::kPieces) {
+    for (int i = 0; i < stream::kPieces; ++i) {
         lane_.add();
     }
 }
 
 /** The lane's work. Behind a short piece there is nothing. */
 void ReadAhead::fetch_piece() {
-    Piece& piece = pieces_[static_cast<std::size_t>(fetching_++ % kPieces)];
+    Piece& piece = pieces_[static_cast<std::size_t>(fetching_++ % stream::kPieces)];
     const long long wanted = std::min(piece_frames_, to_fetch_);
     piece.fetched = {0, ""};
     if (wanted > 0) {
@@ -45,7 +42,7 @@ void ReadAhead::fetch_piece() {
 ReadAhead::Span ReadAhead::next(long long most_frames) {
     for (;;) {
         lane_.finish(current_ + 1);
-        Piece& piece = pieces_[static_cast<std::size_t>(current_ % kPieces)];
+        Piece& piece = pieces_[static_cast<std::size_t>(current_ % stream::kPieces)];
         const long long frames = std::min(most_frames, piece.fetched.frames - taken_);
         if (frames > 0) {
             unsigned char* const bytes =

@@ -17,9 +17,6 @@
 
 namespace {
 
-// Few calls, and pieces of both directions together stay in a processor's second cache.
-constexpr long long kPieceBytes = 1LL << 17;
-constexpr int kPieces = 8;
 constexpr long long kRiderSamples = 65536;
 
 /** The file took less than it was given: ends the work on it. */
@@ -110,11 +107,11 @@ SoundWriter::SoundWriter(const SoundHandle& handle,
       piece_frames_(piece_frames),
       on_failure_(std::move(on_failure)),
       codec_(SampleCodec::of(handle.get())),
-      pieces_(stream::HelperThread::is_used() ? kPieces : 1),
-      lane_([this] { write_piece(); }, kPieces) {
+      pieces_(stream::HelperThread::is_used() ? stream::kPieces : 1),
+      lane_([this] { write_piece(); }, stream::kPieces) {
     if (codec_.is_plain()) {
         frame_bytes_ = static_cast<long long>(codec_.bytes()) * channels;
-        piece_capacity_ = std::max(1LL, kPieceBytes / frame_bytes_);
+        piece_capacity_ = std::max(1LL, stream::kPieceBytes / frame_bytes_);
         rider_ = stream::Riders::instance().take_along(path);
     }
 }
