@@ -19,9 +19,9 @@ namespace cli {
 namespace {
 
 // Offsets in the chunk, bytes.
-constexpr std::size_t kVersion = 346;
-constexpr std::size_t kLoudness = 412;
-constexpr std::size_t kHistory = 602;
+constexpr std::size_t kVersionPlace = 346;
+constexpr std::size_t kLoudnessPlace = 412;
+constexpr std::size_t kHistoryPlace = 602;
 constexpr std::uint64_t kNotSet = 0x7FFF;
 
 enum Field { kIntegrated, kRange, kTruePeak, kMomentary, kShortTerm, kFields };
@@ -45,13 +45,13 @@ std::array<double, kFields> field_values(const Loudness* loudness) {
 
 void put_loudness(Bytes& chunk, const Loudness* loudness) {
     std::array<double, kFields> values = field_values(loudness);
-    if (loudness && get_number(chunk, kLoudness + std::size_t{2} * kMomentary, 2,
+    if (loudness && get_number(chunk, kLoudnessPlace + std::size_t{2} * kMomentary, 2,
                                ByteOrder::Little) != kNotSet) {
         values[kMomentary] = loudness->greatest_momentary_lufs;
     }
     for (std::size_t i = 0; i < kFields; ++i) {
         const bool known = std::isfinite(values[i]) && std::fabs(values[i]) < 320;
-        put_number(chunk, kLoudness + 2 * i, 2, ByteOrder::Little,
+        put_number(chunk, kLoudnessPlace + 2 * i, 2, ByteOrder::Little,
                    known ? static_cast<std::uint64_t>(std::llround(values[i] * 100)) : kNotSet);
     }
 }
@@ -84,10 +84,10 @@ void add_history(Bytes& chunk, const std::string& audio) {
         "A={},F={},{}M={},T=quorvane {}, leveled\r\n", bits ? "PCM" : "", file.samplerate(),
         bits ? fmt::format("W={},", bits) : "", file.channels() == 1 ? "mono" : "stereo", kVersion);
     // Zeros fill the history up; the new line follows its last one.
-    while (chunk.size() > kHistory && chunk.back() == 0) {
+    while (chunk.size() > kHistoryPlace && chunk.back() == 0) {
         chunk.pop_back();
     }
-    if (chunk.size() > kHistory && chunk.back() != '\n') {
+    if (chunk.size() > kHistoryPlace && chunk.back() != '\n') {
         chunk.insert(chunk.end(), {'\r', '\n'});
     }
     chunk.insert(chunk.end(), line.begin(), line.end());
@@ -98,11 +98,11 @@ void add_history(Bytes& chunk, const std::string& audio) {
 }  // namespace
 
 Bytes with_new_loudness(Bytes chunk, const LoudnessSource& loudness, const std::string& audio) {
-    if (chunk.size() >= kLoudness + std::size_t{2} * kFields &&
-        get_number(chunk, kVersion, 2, ByteOrder::Little) >= 2) {
+    if (chunk.size() >= kLoudnessPlace + std::size_t{2} * kFields &&
+        get_number(chunk, kVersionPlace, 2, ByteOrder::Little) >= 2) {
         put_loudness(chunk, loudness());
     }
-    if (chunk.size() >= kHistory) {
+    if (chunk.size() >= kHistoryPlace) {
         add_history(chunk, audio);
     }
     return chunk;

@@ -16,6 +16,7 @@
 #include <cstring>
 #include <memory>
 
+#include "Common/version.h"
 #include "tests/support/fixtures.h"
 #include "tests/support/signals.h"
 
@@ -196,7 +197,8 @@ TEST(Metadata, EveryWavChunkComesAlong) {
         EXPECT_LT(bext.max_momentary_loudness, bext.loudness_value + 900);
         EXPECT_THAT(get_chunk(output, "bext"),
                     AllOf(HasSubstr("A=ANALOGUE,M=mono,T=a deck\r\n"),
-                          HasSubstr("\r\nA=PCM,F=16000,W=16,M=mono,T=quorvane")));
+                          HasSubstr(std::string("\r\nA=PCM,F=16000,W=16,M=mono,T=quorvane ") +
+                                    kVersion + ", leveled")));
 
         if (container != SF_FORMAT_WAV) {
             continue;
