@@ -3,6 +3,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 /*
@@ -10,7 +11,8 @@
  * 100 ms. libebur128 is right as well, and the tests hold this against it, but it takes most of the
  * time of leveling a file: it filters one channel after the other with a recursion of the fourth
  * order, and sums each window of a curve anew. Here two channels stand side by side, two recursions
- * of the second order overlap, and no sample is squared twice.
+ * of the second order overlap, and no sample is squared twice. A recursion waits for itself all the
+ * same, so that a long run of samples is filtered as two, whose halves stand in one vector.
  */
 
 namespace cli {
@@ -30,6 +32,20 @@ class KWeighting {
     double energy(const float* samples, std::size_t frames);
     double energy(const double* samples, std::size_t frames);
 
+    /** Two runs of frames at once, each with filters of its own; of one or two channels. */
+    struct Energies {
+        double first, second;
+    };
+
+    static Energies energies(KWeighting& first,
+                             const float* samples_of_first,
+                             KWeighting& second,
+                             const float* samples_of_second,
+                             std::size_t frames);
+
+    /** The same filters as they are before the first sample. */
+    KWeighting fresh() const;
+
     /** y0 = b0 x0 + b1 x1 + b2 x2 - a1 y1 - a2 y2, where 1 and 2 are frames ago. */
     struct Biquad {
         double b0, b1, b2, a1, a2;
@@ -41,10 +57,12 @@ class KWeighting {
   private:
     using Pair = std::array<double, 2>;  // one value for each of two neighbouring channels
 
-    /** What the filters remember of two channels: their inputs and outputs, one and two frames ago.
+    /**
+     * What the filters remember of two channels: the shelf's input one and two frames ago, what it
+     * gave to the high-pass, and that one's output.
      */
     struct Memory {
-        Pair x1{}, x2{}, y1{}, y2{}, z1{}, z2{};
+        std::array<Pair, 6> values{};
         Pair weights{};
     };
 
@@ -60,18 +78,76 @@ class KWeighting {
 };
 
 /**
+ * Sorts the energies of a recording's frames into stretches of 100 ms and between cuts. Frames come
+ * in runs that end at every border of either.
+ */
+class EnergyLedger {
+  public:
+    /** cuts, ascending, each once, outlive the ledger. begin: the frame that is added first. */
+    EnergyLedger(std::int64_t stretch_frames,
+                 const std::vector<std::int64_t>& cuts,
+                 std::int64_t begin);
+
+    /** The frames up to the next border: the most that may be added at once. */
+    std::int64_t frames_to_border() const;
+
+    void add(double energy, std::int64_t frames);
+
+    /** The entries of a ledger that began where this one ends. */
+    void append(const EnergyLedger& next);
+
+    /** Of each whole stretch. */
+    const std::vector<double>& stretches() const { return stretches_; }
+
+    /** The first one lies before the first cut. */
+    const std::vector<double>& between_cuts() const { return between_cuts_; }
+
+    std::int64_t end() const { return end_; }
+
+  private:
+    std::size_t next_cut() const { return cuts_before_ + between_cuts_.size() - 1; }
+
+    std::int64_t stretch_frames_;
+    const std::vector<std::int64_t>* cuts_;
+    std::int64_t end_;
+    std::size_t cuts_before_;  // at the first frame or before it
+    std::vector<double> between_cuts_;
+    double stretch_ = 0;  // the one under way
+    std::vector<double> stretches_;
+};
+
+/**
  * Integrated loudness and loudness range of a recording, and its loudness in windows that are known
  * before. Channels have the weights that BS.1770-4 gives to left, right, centre, LFE (none) and the
  * two surrounds; further ones have none.
  */
 class LoudnessMeter {
   public:
-    /** cuts: the frames at which the windows begin or end, ascending, each once. */
-    LoudnessMeter(int channels, int sample_rate_hz, std::vector<std::int64_t> cuts = {});
+    /**
+     * cuts: the frames at which the windows begin or end, ascending, each once. begin: the frame of
+     * the recording that is added first.
+     */
+    LoudnessMeter(int channels,
+                  int sample_rate_hz,
+                  std::vector<std::int64_t> cuts = {},
+                  std::int64_t begin = 0);
 
-    /** The next frames, interleaved, full scale 1.0. */
+    /**
+     * Frames before the first, which leave the filters as the recording up to there would have:
+     * what they keep of anything after a quarter of a second is below the rounding.
+     */
+    template <class Sample>
+    void settle(const Sample* samples, std::size_t frames);
+
+    /**
+     * The next frames, interleaved, full scale 1.0. Runs of floats that last seconds take half as
+     * long as many short ones.
+     */
     template <class Sample>
     void add(const Sample* samples, std::size_t frames);
+
+    /** What a meter of the same recording and cuts has measured that began where this one ends. */
+    void append(const LoudnessMeter& next);
 
     /**
      * LUFS: the mean of the blocks of 400 ms, one each 100 ms, that are neither below -70 LUFS nor
@@ -88,6 +164,9 @@ class LoudnessMeter {
     /** LUFS: the greatest of all blocks of 400 ms. Minus infinity for silence. */
     double greatest_momentary_lufs() const;
 
+    /** Frames of a stretch of 100 ms. */
+    static std::int64_t stretch_frames(int sample_rate_hz);
+
     /** Frames of a block of 400 ms, which is a whole number of stretches of 100 ms. */
     static std::int64_t block_frames(int sample_rate_hz);
 
@@ -98,20 +177,15 @@ class LoudnessMeter {
     double window_lufs(std::int64_t begin, std::int64_t end) const;
 
   private:
-    void finish_tenth();
+    std::vector<double> powers(std::size_t stretches, std::size_t step) const;
+    std::size_t add_halves(const float* samples, std::size_t frames);
 
     std::size_t channels_;
+    std::size_t settle_frames_;
     KWeighting weighting_;
-    std::int64_t tenth_frames_;
-    std::int64_t done_ = 0;
-    std::vector<std::int64_t> cuts_;
-    std::vector<double> between_cuts_;   // energies; the first one lies before the first cut
-    double tenth_ = 0;                   // energy of the 100 ms under way
-    std::vector<double> tenths_;         // of the last 3 s, in a ring
-    std::int64_t finished_ = 0;          // 100 ms stretches
-    double greatest_block_ = 0;          // power
-    std::vector<double> blocks_;         // power of each 400 ms above the absolute gate
-    std::vector<double> short_windows_;  // power of each 3 s above it
+    std::int64_t stretch_frames_;
+    std::shared_ptr<const std::vector<std::int64_t>> cuts_;
+    EnergyLedger ledger_;
 };
 
 }  // namespace cli

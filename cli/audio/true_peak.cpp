@@ -29,6 +29,14 @@ void interpolate(const float* piece, const float* weights, std::size_t taps, flo
     }
 }
 
+/** One channel's samples out of the interleaved ones. */
+template <std::size_t kChannels>
+void take_every(const float* samples, std::size_t frames, float* to) {
+    for (std::size_t i = 0; i < frames; ++i) {
+        to[i] = samples[i * kChannels];
+    }
+}
+
 /** libebur128's choice of how many values it puts in the place of one. */
 std::size_t factor_for(int sample_rate_hz) {
     return sample_rate_hz < 96000 ? 4 : sample_rate_hz < 192000 ? 2 : 1;
@@ -69,12 +77,21 @@ void TruePeakMeter::add(const float* samples, std::size_t frames) {
         Line& line = lines_[channel];
         line.samples.resize(memory_ + frames + kPieceFrames);
         float* const to = line.samples.data() + memory_;
-        for (std::size_t i = 0; i < frames; ++i) {
-            to[i] = samples[i * lines_.size() + channel];
+        if (lines_.size() == 2) {
+            take_every<2>(samples + channel, frames, to);
+        } else {
+            for (std::size_t i = 0; i < frames; ++i) {
+                to[i] = samples[i * lines_.size() + channel];
+            }
         }
         look_at(line, frames);
         std::copy_n(line.samples.data() + frames, memory_, line.samples.data());
     }
+}
+
+void TruePeakMeter::append(const TruePeakMeter& later) {
+    sample_peak_ = std::max(sample_peak_, later.sample_peak_);
+    true_peak_ = std::max(true_peak_, later.true_peak_);
 }
 
 void TruePeakMeter::look_at(Line& line, std::size_t frames) {

@@ -24,6 +24,9 @@ class TruePeakMeter {
     /** The next frames, interleaved. */
     void add(const float* samples, std::size_t frames);
 
+    /** What a meter of frames that come later has found. */
+    void append(const TruePeakMeter& later);
+
     /** Both linear, over all channels. The true peak is never below the sample peak. */
     double sample_peak() const { return static_cast<double>(sample_peak_); }
 

@@ -125,7 +125,7 @@ void Publisher::advance(double fraction_of_pass) {
 }
 
 Loudness Publisher::measured(const std::string& path) {
-    Loudness loudness = measure(path, [this](double done) { advance(done); });
+    Loudness loudness = measure(path, [this](double done) { advance(done); }).loudness;
     ++passes_;
     return loudness;
 }

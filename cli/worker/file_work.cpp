@@ -108,7 +108,7 @@ void wait_for_measurement(Work& work) {
 
 /** Measures beside what comes next, for which a processor has to be free. */
 std::future<Loudness> measure_meanwhile(const std::string& file) {
-    return std::async(std::launch::async, [file] { return measure(file, [](double) {}); });
+    return std::async(std::launch::async, [file] { return measure(file, [](double) {}).loudness; });
 }
 
 void measure_before(Work& work) {
@@ -116,7 +116,7 @@ void measure_before(Work& work) {
     if (work.job.spare_processor && !work.job.output.empty()) {
         work.before = measure_meanwhile(file);
     } else {
-        take_measurement(work, measure(file, work.progress));
+        take_measurement(work, measure(file, work.progress).loudness);
     }
 }
 
@@ -181,7 +181,7 @@ void measure_after(Work& work) {
     if (work.job.spare_processor) {
         work.after = measure_meanwhile(file);
     } else {
-        work.facts.after = measure(file, work.progress);
+        work.facts.after = measure(file, work.progress).loudness;
     }
 }
 
@@ -212,7 +212,7 @@ void publish_audio(Work& work) {
     }
     if (sounds[0].empty()) {
         work.audio = work.carrier->encode(sounds, work.progress);
-        work.facts.after = measure(work.carrier->readable(work.audio), [](double) {});
+        work.facts.after = measure(work.carrier->readable(work.audio), [](double) {}).loudness;
         return;
     }
     const auto encode_and_read = [&](const std::string& audio) {

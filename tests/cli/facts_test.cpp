@@ -4,6 +4,7 @@
 #include <cmath>
 #include <filesystem>
 
+#include "cli/audio/loudness_meter.h"
 #include "cli/audio/measure.h"
 #include "cli/engine/passages.h"
 #include "cli/facts/destinations.h"
@@ -26,7 +27,7 @@ constexpr double kSilence = -std::numeric_limits<double>::infinity();
 Loudness measured(const Signal& signal) {
     const TempDir dir;
     write_sound(dir / "x.wav", signal, kWavFloat);
-    return measure(dir / "x.wav", [](double) {});
+    return measure(dir / "x.wav", [](double) {}).loudness;
 }
 
 TEST(Measure, ASineHasItsKnownLoudness) {
@@ -69,6 +70,36 @@ TEST(Measure, SilenceAndShortFilesAreMeasured) {
     EXPECT_EQ(measured(signals::silence(48000, 48000)).true_peak_dbtp, kSilence);
     EXPECT_THAT(measured(signals::sine(0.5, 1000, 0.01, 48000)).rms_dbfs, DoubleNear(-9.03, 0.01));
     EXPECT_THROW(measure("/no/such.wav", [](double) {}), std::runtime_error);
+}
+
+// Files of more than half a minute are measured in two halves, here in the middle of the sound.
+TEST(Measure, HalvesGiveTheWholeOneAfterTheOtherAndSideBySide) {
+    for (const int channels : {1, 2}) {
+        Signal signal = signals::join({signals::silence(17 * 16000, 16000, channels),
+                                       signals::sine(0.5, 1000, 8, 16000, channels),
+                                       signals::silence(16 * 16000 + 7, 16000, channels)});
+        signal.samples[static_cast<std::size_t>(22 * 16000 * channels)] = 0.75;
+        const TempDir dir;
+        const std::string file = dir / "x.wav";
+        write_sound(file, signal, kWavFloat);
+        const Measurement whole = measure(file, [](double) {});
+        EXPECT_THAT(whole.loudness.head_s, DoubleNear(17.0, 1e-9));
+        EXPECT_THAT(whole.loudness.tail_s, DoubleNear(16.0, 1e-9));
+        EXPECT_THAT(whole.loudness.sample_peak_dbfs, DoubleNear(20 * std::log10(0.75), 1e-6));
+        EXPECT_GE(whole.loudness.true_peak_dbtp, whole.loudness.sample_peak_dbfs);
+        LoudnessMeter plain(channels, 16000);
+        plain.add(signal.samples.data(),
+                  signal.samples.size() / static_cast<std::size_t>(channels));
+        EXPECT_THAT(whole.loudness.integrated_lufs, DoubleNear(plain.integrated_lufs(), 1e-6));
+        EXPECT_EQ(whole.scan.frames, 41 * 16000 + 7);
+        EXPECT_THAT(whole.scan.peak, DoubleNear(0.75, 1e-9));
+        for (const Beside beside : {Beside::kWork, Beside::kWait}) {
+            const Measurement again = measure_meanwhile(file, beside).get();
+            EXPECT_EQ(again.loudness.integrated_lufs, whole.loudness.integrated_lufs);
+            EXPECT_EQ(again.loudness.rms_dbfs, whole.loudness.rms_dbfs);
+            EXPECT_EQ(again.loudness.short_term_lufs.values, whole.loudness.short_term_lufs.values);
+        }
+    }
 }
 
 TEST(Passages, WhatTheEngineFoundIsShownInSecondsAndDecibels) {

@@ -72,19 +72,19 @@ Signal recording(double seconds, int rate, int channels, unsigned seed) {
     std::mt19937 random(seed);
     std::normal_distribution<double> noise;
     double level = 0;
-    return {
-        rate, channels, [&] {
-            std::vector<double> samples;
-            const auto count =
-                static_cast<std::size_t>(seconds * rate) * static_cast<std::size_t>(channels);
-            for (std::size_t i = 0; i < count; ++i) {
-                if (i % static_cast<std::size_t>(rate) == 0) {
-                    level = random() % 4 == 0 ? 0 : std::pow(10, -double(random() % 60) / 20);
+    return {rate, channels, [&] {
+                std::vector<double> samples;
+                const auto count =
+                    static_cast<std::size_t>(seconds * rate) * static_cast<std::size_t>(channels);
+                for (std::size_t i = 0; i < count; ++i) {
+                    if (i % static_cast<std::size_t>(rate) == 0) {
+                        level = random() % 4 == 0 ? 0 : std::pow(10, -double(random() % 60) / 20);
+                    }
+                    const double sample = 0.1 * noise(random) + 0.2 * std::sin(double(i) / 40);
+                    samples.push_back(static_cast<float>(level * sample));
                 }
-                samples.push_back(level * (0.1 * noise(random) + 0.2 * std::sin(double(i) / 40)));
-            }
-            return samples;
-        }()};
+                return samples;
+            }()};
 }
 
 void compare(const Signal& signal, unsigned seed) {
@@ -112,21 +112,39 @@ void compare(const Signal& signal, unsigned seed) {
     std::sort(cuts.begin(), cuts.end());
     cuts.erase(std::unique(cuts.begin(), cuts.end()), cuts.end());
 
-    LoudnessMeter meter(signal.channels, signal.sample_rate_hz, cuts);
+    const std::vector<float> floats(signal.samples.begin(), signal.samples.end());
+    const auto at = [&](std::int64_t frame) { return floats.data() + frame * signal.channels; };
+    LoudnessMeter in_pieces(signal.channels, signal.sample_rate_hz, cuts);
     for (std::int64_t done = 0; done < frames;) {
         const std::int64_t here = std::min<std::int64_t>(frames - done, random() % 30011);
-        meter.add(signal.samples.data() + done * signal.channels, static_cast<std::size_t>(here));
+        in_pieces.add(signal.samples.data() + done * signal.channels,
+                      static_cast<std::size_t>(here));
         done += here;
     }
+    LoudnessMeter at_once(signal.channels, signal.sample_rate_hz, cuts);
+    at_once.add(floats.data(), floats.size() / static_cast<std::size_t>(signal.channels));
+    const std::int64_t part = random() % frames;
+    const std::int64_t settling = std::min<std::int64_t>(part, signal.sample_rate_hz / 4);
+    LoudnessMeter in_parts(signal.channels, signal.sample_rate_hz, cuts);
+    in_parts.add(floats.data(), static_cast<std::size_t>(part));
+    LoudnessMeter rest(signal.channels, signal.sample_rate_hz, cuts, part);
+    rest.settle(at(part - settling), static_cast<std::size_t>(settling));
+    rest.add(at(part), static_cast<std::size_t>(frames - part));
+    in_parts.append(rest);
+
     Library library(signal);
     for (const Window& window : windows) {
         SCOPED_TRACE(testing::Message() << window.ms << " ms before frame " << window.end);
-        expect_level(library.window(signal, window.end, window.ms),
-                     meter.window_lufs(window.end - length(window), window.end));
+        const double expected = library.window(signal, window.end, window.ms);
+        for (const LoudnessMeter* meter : {&in_pieces, &at_once, &in_parts}) {
+            expect_level(expected, meter->window_lufs(window.end - length(window), window.end));
+        }
     }
     library.add(signal, frames);
-    expect_level(library.integrated(), meter.integrated_lufs());
-    EXPECT_NEAR(library.range(), meter.range_lu(), 1e-6);
+    for (const LoudnessMeter* meter : {&in_pieces, &at_once, &in_parts}) {
+        expect_level(library.integrated(), meter->integrated_lufs());
+        EXPECT_NEAR(library.range(), meter->range_lu(), 1e-6);
+    }
 }
 
 TEST(LoudnessMeter, AgreesWithTheLibraryAtEveryRateAndLength) {

@@ -182,7 +182,7 @@ TEST_F(Publish, EachDestinationIsMetByWhatIsWritten) {
                             DoubleNear(destination.target(channels), 0.11));
                 EXPECT_THAT(to_db(true_peak_of(result.path)),
                             Le(destination.peak_limit_db + kPeakTolerance));
-                EXPECT_EQ(measure(result.path, [](double) {}).true_peak_dbtp,
+                EXPECT_EQ(measure(result.path, [](double) {}).loudness.true_peak_dbtp,
                           result.after.true_peak_dbtp);
             }
         }
