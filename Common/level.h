@@ -67,7 +67,9 @@ void levelHideIntermediates(int hide);
  * Where a run that hides its intermediate files puts the finished audio, if that is plain PCM or
  * floats: open is called when the last step is about to write, and returns a descriptor of an empty
  * file, open for reading and writing and the caller's own, or -1 for a temporary file as else. No
- * file then stands at the path that moveFinalFile is given. A null function ends this.
+ * file then stands at the path that moveFinalFile is given. WAV and AIFF may begin further on, at
+ * the descriptor's position; the bytes before it are the caller's to fill. A null function ends
+ * this.
  */
 typedef int (*LevelOpenFinal)(void* context);
 void levelSetFinalFile(LevelOpenFinal open, void* context);

@@ -25,8 +25,9 @@ int make_file(const std::string& base) {
     return file;
 }
 
-int reopen(int file) {
-    return file == -1 || ::lseek(file, 0, SEEK_SET) == -1 ? -1 : ::fcntl(file, F_DUPFD_CLOEXEC, 0);
+int reopen(int file, off_t begin) {
+    return file == -1 || ::lseek(file, begin, SEEK_SET) == -1 ? -1
+                                                              : ::fcntl(file, F_DUPFD_CLOEXEC, 0);
 }
 
 }  // namespace
@@ -43,9 +44,11 @@ void ScratchSounds::hold(const std::string& path, const std::string& base) {
 
 bool ScratchSounds::hold_in(const std::string& path, int descriptor) {
     let_go(path);
-    const int file = descriptor == -1 ? -1 : ::fcntl(descriptor, F_DUPFD_CLOEXEC, 0);
+    const off_t begin = descriptor == -1 ? -1 : ::lseek(descriptor, 0, SEEK_CUR);
+    const int file = begin == -1 ? -1 : ::fcntl(descriptor, F_DUPFD_CLOEXEC, 0);
     if (file != -1) {
         held_[path].file = file;
+        held_[path].begin = begin;
     }
     return file != -1;
 }
@@ -88,7 +91,10 @@ int ScratchSounds::open_for_writing(const std::string& path) {
     } else if (file == -1) {
         file = make_file(found->second.base);
     }
-    const int descriptor = reopen(file);
+    const off_t begin = found->second.begin;
+    // Behind other bytes the library writes at the end of the file, wherever it is opened.
+    const bool ends = begin == 0 || (file != -1 && ::ftruncate(file, begin) == 0);
+    const int descriptor = ends ? reopen(file, begin) : -1;
     if (descriptor == -1) {
         let_go(path);
     }
@@ -96,7 +102,7 @@ int ScratchSounds::open_for_writing(const std::string& path) {
 }
 
 int ScratchSounds::open_for_reading(const std::string& path) const {
-    return has(path) ? reopen(held_.at(path).file) : -1;
+    return has(path) ? reopen(held_.at(path).file, held_.at(path).begin) : -1;
 }
 
 void ScratchSounds::trim(int descriptor) {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <map>
 #include <string>
 #include <vector>
@@ -27,8 +29,11 @@ class ScratchSounds {
      * for as long as they have one. */
     void hold(const std::string& path, const std::string& base);
 
-    /** The path stands for this open file, whose descriptor stays the caller's; false where that is
-     * not possible. */
+    /**
+     * The path stands for what comes behind the position of this open file, whose descriptor stays
+     * the caller's; false where that is not possible. Anywhere but at its beginning libsndfile
+     * takes WAV and AIFF alone.
+     */
     bool hold_in(const std::string& path, int descriptor);
 
     /** Whether a held path leads to a file. */
@@ -44,7 +49,7 @@ class ScratchSounds {
     void clear();
 
     /**
-     * A descriptor of a held file at its beginning, which the caller closes, or -1: the path is not
+     * A descriptor of a held file where it begins, which the caller closes, or -1: the path is not
      * held, or no file could be made, and it stands for itself from now on.
      */
     int open_for_writing(const std::string& path);
@@ -57,6 +62,7 @@ class ScratchSounds {
     struct Held {
         std::string base;
         int file = -1;
+        off_t begin = 0;  // bytes, in front of which another's stand
     };
 
     ScratchSounds() = default;

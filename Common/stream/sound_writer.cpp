@@ -53,10 +53,10 @@ bool keeps_length(int format) {
  * file's size, and finds nothing wrong with that when it reads the file. Larger files have other
  * containers.
  */
-bool tells_its_size(int file, off_t bytes) {
+bool tells_its_size(int file, off_t begin, off_t bytes) {
     constexpr std::size_t kHeadBytes = 8;
     unsigned char head[kHeadBytes];
-    if (::pread(file, head, kHeadBytes, 0) != static_cast<ssize_t>(kHeadBytes)) {
+    if (::pread(file, head, kHeadBytes, begin) != static_cast<ssize_t>(kHeadBytes)) {
         return false;
     }
     const std::string name(head, head + 4);
@@ -87,11 +87,12 @@ bool is_whole(const std::string& path, long long frames) {
         return true;
     }
     const Descriptor bytes = held != -1 ? Descriptor(held) : Descriptor(path, O_RDONLY | O_CLOEXEC);
+    const off_t begin = held != -1 ? ::lseek(held, 0, SEEK_CUR) : 0;  // of a file in another
     SF_INFO info;
     const SoundHandle file = open_sound_for_reading(path, info);
     return bytes.is_open() && ::fstat(bytes.get(), &status) == 0 && file && info.frames >= frames &&
            (info.frames <= frames + 1 || !keeps_length(info.format)) &&
-           !was_left_open(file.get()) && tells_its_size(bytes.get(), status.st_size);
+           !was_left_open(file.get()) && tells_its_size(bytes.get(), begin, status.st_size - begin);
 }
 
 }  // namespace

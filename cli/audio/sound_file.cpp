@@ -1,6 +1,13 @@
 #include "cli/audio/sound_file.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
 #include <stdexcept>
+
+#include "Common/files/descriptor.h"
 
 namespace cli {
 namespace {
@@ -22,6 +29,15 @@ SndfileHandle open_to_read(const std::string& path) {
 
 SndfileHandle open_to_write(const std::string& path, int format, int channels, int sample_rate_hz) {
     return checked(SndfileHandle(path, SFM_WRITE, format, channels, sample_rate_hz));
+}
+
+SndfileHandle open_behind(const std::string& path, std::uint64_t bytes) {
+    const Descriptor file(path, O_RDONLY | O_CLOEXEC);
+    if (!file.is_open() || lseek(file.get(), static_cast<off_t>(bytes), SEEK_SET) == -1) {
+        throw std::runtime_error(std::strerror(errno));
+    }
+    constexpr bool kCloses = true;
+    return checked(SndfileHandle(fcntl(file.get(), F_DUPFD_CLOEXEC, 0), kCloses));
 }
 
 void fail_read(const SoundHandle& handle, const std::string& /*path*/) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <sndfile.hh>
 #include <string>
 
@@ -13,6 +14,9 @@ namespace cli {
  */
 SndfileHandle open_to_read(const std::string& path);
 SndfileHandle open_to_write(const std::string& path, int format, int channels, int sample_rate_hz);
+
+/** Opens a WAV or AIFF file that stands behind so many other bytes. Throws as the others do. */
+SndfileHandle open_behind(const std::string& path, std::uint64_t bytes);
 
 /**
  * For a source that cannot be read on: throws std::runtime_error with the library's reason alone,

@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <stdexcept>
 
+#include "Common/files/whole_file.h"
 #include "Common/level.h"
 #include "cli/engine/hooks.h"
 #include "cli/engine/passages.h"
@@ -24,6 +25,11 @@ int on_progress(void* context, float fraction) {
     return 0;
 }
 
+/** The one way in for the engine, which takes a C function and its context. */
+int open_place(void* run) {
+    return static_cast<const EngineRun*>(run)->open_place();
+}
+
 int level(const EngineRun& run, std::function<void(double)> progress) {
     std::vector<std::string> words = {"", "--input-file", run.input, "--output-file", run.output};
     words.insert(words.end(), run.tuning.begin(), run.tuning.end());
@@ -36,6 +42,7 @@ int level(const EngineRun& run, std::function<void(double)> progress) {
     levelCollectFindings(1);
     levelHideIntermediates(1);
     levelLowerTarget(1);
+    levelSetFinalFile(run.open_place ? open_place : nullptr, const_cast<EngineRun*>(&run));
     return levelMain(static_cast<int>(words.size()), argv.data(), "", &on_progress, &progress);
 }
 
@@ -48,6 +55,14 @@ void require_room(const std::string& scratch) {
             fmt::format("the disk with the temporary files, {}, is full",
                         fs::path(scratch).parent_path().parent_path().string()));
     }
+}
+
+/** The first cause, without the names of files that nobody knows. */
+std::string reason_of(const LevelOutcome& outcome, const EngineRun& run) {
+    std::string reason = outcome.reason;
+    const std::string place = "the output";  // what the engine calls it
+    const std::size_t at = outcome.output_failure != 0 ? reason.find(place) : std::string::npos;
+    return at == std::string::npos ? reason : reason.replace(at, place.size(), run.place_name);
 }
 
 /** What the user should know of the level, or nothing. */
@@ -66,16 +81,25 @@ std::string level_note(const LevelFindings& found) {
 EngineResult run_engine(const EngineRun& run, const std::function<void(double)>& progress) {
     const PrivateDirectory intermediates(run.scratch + "/engine");
     hooks::use_temporary_directory(intermediates.path());
+    EngineResult result;
+    hooks::deliver_with([&](const std::string& final_file, const std::string& output) {
+        result.in_place = !fs::exists(final_file);
+        if (!result.in_place) {
+            move_whole(final_file, output);
+        }
+    });
     const int status = level(run, progress);
+    hooks::deliver_with(nullptr);
     const LevelOutcome& outcome = *levelOutcome();
     if (status != 0) {
-        require_room(run.scratch);
-        throw std::runtime_error(outcome.reason);
+        if (outcome.output_failure == 0) {
+            require_room(run.scratch);
+        }
+        throw std::runtime_error(reason_of(outcome, run));
     }
     if (hooks::delivery() == hooks::kFailed) {
         throw std::runtime_error(hooks::delivery_failure());
     }
-    EngineResult result;
     result.leveled = outcome.kind == kLevelLeveled;
     result.cause = outcome.reason;
     if (result.leveled) {

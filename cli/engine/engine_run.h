@@ -15,11 +15,17 @@ struct EngineRun {
     std::string output;
     std::string scratch;              // a directory for what the engine keeps while it works
     std::vector<std::string> tuning;  // options for the engine, "--name=value"
+    // Opens the place that the leveled audio is for, an empty file, when the last step comes to it;
+    // -1 for none, and nothing is thrown. Without it, and for what cannot be written there at once,
+    // the output is written.
+    std::function<int()> open_place = nullptr;
+    std::string place_name = {};  // in what is told of a failure there
 };
 
 /** What a run that did not fail did. */
 struct EngineResult {
     bool leveled = false;              // else the output is the input's copy
+    bool in_place = false;             // it was written where open_place led, and is no file else
     std::string cause;                 // of the copy
     std::optional<Leveling> leveling;  // what the steps found
     std::string note;                  // what the user should know of the level

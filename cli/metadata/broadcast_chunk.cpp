@@ -7,7 +7,6 @@
 #include <limits>
 
 #include "Common/version.h"
-#include "cli/audio/sound_file.h"
 
 /*
  * The loudness fields of a version 2 broadcast chunk are hundredths of LUFS, LU and dBTP, 0x7FFF
@@ -77,8 +76,7 @@ int sample_bits(int format) {
 }
 
 /** "A=PCM,F=48000,W=24,M=stereo,T=quorvane 3.0.0, leveled". */
-void add_history(Bytes& chunk, const std::string& audio) {
-    const SndfileHandle file = open_to_read(audio);
+void add_history(Bytes& chunk, const SndfileHandle& file) {
     const int bits = sample_bits(file.format());
     const std::string line = fmt::format(
         "A={},F={},{}M={},T=quorvane {}, leveled\r\n", bits ? "PCM" : "", file.samplerate(),
@@ -97,9 +95,13 @@ void add_history(Bytes& chunk, const std::string& audio) {
 
 }  // namespace
 
-Bytes with_new_loudness(Bytes chunk, const LoudnessSource& loudness, const std::string& audio) {
-    if (chunk.size() >= kLoudnessPlace + std::size_t{2} * kFields &&
-        get_number(chunk, kVersionPlace, 2, ByteOrder::Little) >= 2) {
+bool tells_loudness(const Bytes& chunk) {
+    return chunk.size() >= kLoudnessPlace + std::size_t{2} * kFields &&
+           get_number(chunk, kVersionPlace, 2, ByteOrder::Little) >= 2;
+}
+
+Bytes with_new_loudness(Bytes chunk, const LoudnessSource& loudness, const SndfileHandle& audio) {
+    if (tells_loudness(chunk)) {
         put_loudness(chunk, loudness());
     }
     if (chunk.size() >= kHistoryPlace) {

@@ -1,12 +1,13 @@
 #include "cli/metadata/byte_file.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <system_error>
 
 namespace cli {
 
-ByteFile::ByteFile(const std::string& path, const char* mode)
-    : path_(path), file_(fopen(path.c_str(), mode)) {
+ByteFile::ByteFile(const std::string& path, const char* mode, std::uint64_t begin)
+    : path_(path), file_(fopen(path.c_str(), mode)), begin_(begin) {
     if (!file_) {
         fail();
     }
@@ -17,12 +18,13 @@ std::uint64_t ByteFile::size() {
     if (fseeko(file_.get(), 0, SEEK_END) != 0) {
         fail();
     }
-    return static_cast<std::uint64_t>(ftello(file_.get()));
+    const auto end = static_cast<std::uint64_t>(ftello(file_.get()));
+    return end - std::min(begin_, end);
 }
 
 Bytes ByteFile::read(std::uint64_t offset, std::size_t count) {
     Bytes bytes(count);
-    if (fseeko(file_.get(), static_cast<off_t>(offset), SEEK_SET) != 0) {
+    if (fseeko(file_.get(), static_cast<off_t>(begin_ + offset), SEEK_SET) != 0) {
         fail();
     }
     // Fewer at the end of the file: the caller sees it by the length.
@@ -48,6 +50,17 @@ void ByteFile::close() {
 
 void ByteFile::fail() const {
     throw std::system_error(errno, std::generic_category(), path_);
+}
+
+void copy_from(const std::string& path, std::uint64_t offset, const std::string& to) {
+    ByteFile from(path, "rb", offset);
+    ByteFile copy(to, "wb");
+    Bytes block;
+    for (std::uint64_t done = 0; !(block = from.read(done, kFileBlock)).empty();) {
+        copy.write(block);
+        done += block.size();
+    }
+    copy.close();
 }
 
 std::uint64_t get_number(const Bytes& bytes, std::size_t at, std::size_t count, ByteOrder order) {

@@ -17,8 +17,11 @@ constexpr std::size_t kFileBlock = 1 << 20;
 /** A file read and written as bytes at offsets. Every call throws std::system_error on failure. */
 class ByteFile {
   public:
-    /** `mode` as for fopen, with "b". */
-    ByteFile(const std::string& path, const char* mode);
+    /**
+     * `mode` as for fopen, with "b". The bytes before `begin` are another's: offsets and the size
+     * leave them out.
+     */
+    ByteFile(const std::string& path, const char* mode, std::uint64_t begin = 0);
 
     std::uint64_t size();
 
@@ -40,7 +43,11 @@ class ByteFile {
 
     std::string path_;
     std::unique_ptr<FILE, Closer> file_;
+    std::uint64_t begin_;
 };
+
+/** Copies a file from an offset on. Throws std::system_error. */
+void copy_from(const std::string& path, std::uint64_t offset, const std::string& to);
 
 /** Which byte of a number stands first: the one that counts least, or most. */
 enum class ByteOrder { Little, Big };

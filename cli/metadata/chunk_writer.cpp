@@ -10,8 +10,8 @@
  */
 
 namespace cli {
-ChunkWriter::ChunkWriter(const Layout& layout, const std::string& path)
-    : layout_(layout), path_(path), file_(path, "wb") {
+ChunkWriter::ChunkWriter(const Layout& layout, const std::string& path, Old old)
+    : layout_(layout), path_(path), file_(path, old == Old::kReplaced ? "wb" : "r+b") {
     file_.write(layout.opening);
     written_ = layout.opening.size();
 }
@@ -41,6 +41,16 @@ void ChunkWriter::copy(const Chunk& chunk, ByteFile& from) {
         file_.write(block);
         done += block.size();
     }
+    end(chunk);
+}
+
+void ChunkWriter::leave(const Chunk& chunk) {
+    header(chunk.id, chunk.size);
+    file_.read(written_ + chunk.size, 0);  // moves there
+    end(chunk);
+}
+
+void ChunkWriter::end(const Chunk& chunk) {
     written_ += chunk.size;
     if (is_audio(chunk)) {
         audio_bytes_ = chunk.size;

@@ -13,8 +13,11 @@ namespace cli {
  */
 class ChunkWriter {
   public:
+    /** What becomes of a file that is there. */
+    enum class Old { kReplaced, kFilledIn };
+
     /** `layout` outlives the writer. */
-    ChunkWriter(const Layout& layout, const std::string& path);
+    ChunkWriter(const Layout& layout, const std::string& path, Old old = Old::kReplaced);
 
     /** Room for the sizes that do not fit 32 bits; filled in by finish(). */
     void reserve_long_sizes(const Bytes& content);
@@ -24,6 +27,9 @@ class ChunkWriter {
     /** Throws std::runtime_error when the other file ends before the chunk does. */
     void copy(const Chunk& chunk, ByteFile& from);
 
+    /** A chunk whose content stands in its place already: writes what belongs around it. */
+    void leave(const Chunk& chunk);
+
     /**
      * Closes the file and puts the sizes into its beginning. Throws std::runtime_error when they
      * do not fit the container.
@@ -32,6 +38,7 @@ class ChunkWriter {
 
   private:
     void header(const Bytes& id, std::uint64_t size);
+    void end(const Chunk& chunk);
     void pad();
 
     const Layout& layout_;

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstdint>
+#include <optional>
 #include <string>
 
 #include "cli/facts/run_facts.h"
@@ -27,5 +29,21 @@ bool copy_chunks(const std::string& metadata_from,
                  const std::string& audio_from,
                  const std::string& to,
                  const LoudnessSource& loudness);
+
+/**
+ * The same result can be made of the audio file itself where room was left before its first byte:
+ * the bytes that the metadata in front of the audio will take, if the audio is written in its
+ * input's encoding. None where the result has to be put together from two files: a `bext` chunk has
+ * fields for a loudness that is not known yet, or libsndfile writes the container only at the
+ * beginning of a file.
+ */
+std::optional<std::uint64_t> room_for_chunks(const std::string& metadata_from);
+
+/**
+ * Makes the result of copy_chunks of a file whose audio, as libsndfile wrote it, stands behind so
+ * much room. Returns false, with nothing written, where the room is not what it takes or the file
+ * holds more than audio. Throws as copy_chunks does.
+ */
+bool add_chunks(const std::string& metadata_from, const std::string& to, std::uint64_t room);
 
 }  // namespace cli

@@ -1,10 +1,13 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "cli/audio/scan.h"
 #include "cli/facts/run_facts.h"
 #include "cli/worker/job.h"
 
@@ -56,6 +59,19 @@ class Carrier {
                                const std::function<void(double)>& progress) = 0;
 
     /**
+     * Where the leveled audio of the one engine input needs nothing but complete() to be the
+     * output: the bytes to be left free in front of it. Then the engine may write it to the
+     * output's place.
+     */
+    virtual std::optional<std::uint64_t> room_in_place() { return std::nullopt; }
+
+    /**
+     * Puts the input's metadata around leveled audio that stands behind so much room. False, with
+     * nothing written, where the result has to be put together from both after all.
+     */
+    virtual bool complete(const std::string& /*leveled*/, std::uint64_t /*room*/) { return false; }
+
+    /**
      * The complete result: the encoded audio with the input's metadata. It is written to `to`, an
      * empty file that keeps its place and its owner, where that spares a copy; the path of what is
      * complete is returned. `after` gives the loudness of the new audio for the fields that tell
@@ -65,8 +81,11 @@ class Carrier {
                                      const LoudnessSource& after,
                                      const std::string& to) = 0;
 
-    /** Compares the complete result with the input: throws FileError, or adds notes. */
-    virtual void check(const std::string& complete, FileFacts& facts) = 0;
+    /**
+     * Compares the complete result with the input: throws FileError, or adds notes. `known` is what
+     * a reading of its audio has given, null where nobody has read it yet.
+     */
+    virtual void check(const std::string& complete, const Scan* known, FileFacts& facts) = 0;
 };
 
 /**

@@ -1,12 +1,14 @@
 #include "cli/worker/file_work.h"
 
 #include <fmt/format.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <exception>
 #include <filesystem>
 #include <future>
 #include <memory>
+#include <optional>
 #include <string>
 #include <system_error>
 #include <vector>
@@ -20,6 +22,7 @@
 #include "cli/engine/output_gate.h"
 #include "cli/facts/destinations.h"
 #include "cli/facts/file_error.h"
+#include "cli/metadata/byte_file.h"
 #include "cli/publish/publish.h"
 #include "cli/storage/staged_output.h"
 #include "cli/worker/carrier.h"
@@ -36,6 +39,12 @@ namespace fs = std::filesystem;
 
 namespace {
 
+/** What a second thread makes of the input. */
+struct InputReading {
+    Loudness loudness;
+    std::string hash;
+};
+
 struct Work {
     const Job& job;
     OutputClaim& claim;
@@ -49,9 +58,13 @@ struct Work {
     std::vector<std::string> leveled = {};
     std::string audio = "";  // the newest form of the leveled audio; at the end the complete file
     bool changed = true;     // false: the engine handed every input back
-    std::future<Loudness> before = {};               // on its way, while the engine works
-    std::future<Loudness> after = {};                // on its way, while the output is written
+    std::future<InputReading> before = {};           // on its way, while the engine works
+    std::future<Measurement> after = {};             // on its way, while the output is written
+    std::string heard_in = "";                       // the file that `after` is of
+    std::optional<Scan> heard = {};                  // what it holds
     std::unique_ptr<StagedOutput> staged = nullptr;  // the output, until it gets its name
+    std::string input_hash = "";
+    std::string output_hash = "";
     std::function<void(double)> progress = nullptr;  // of the stage, 0 to 1
 };
 
@@ -102,19 +115,20 @@ void take_measurement(Work& work, const Loudness& before) {
 /** Waits for a measurement under way and throws what went wrong with it. */
 void wait_for_measurement(Work& work) {
     if (work.before.valid()) {
-        take_measurement(work, work.before.get());
+        const InputReading reading = work.before.get();
+        take_measurement(work, reading.loudness);
+        work.input_hash = reading.hash;
     }
 }
 
-/** Measures beside what comes next, for which a processor has to be free. */
-std::future<Loudness> measure_meanwhile(const std::string& file) {
-    return std::async(std::launch::async, [file] { return measure(file, [](double) {}).loudness; });
-}
-
+/** Beside the engine's first steps, which need one processor alone, where there are two. */
 void measure_before(Work& work) {
     const std::string file = work.carrier->readable(work.job.input);
     if (work.job.spare_processor && !work.job.output.empty()) {
-        work.before = measure_meanwhile(file);
+        work.before = std::async(std::launch::async, [file, input = work.job.input] {
+            const Loudness loudness = measure(file, [](double) {}).loudness;
+            return InputReading{loudness, content_hash(input)};
+        });
     } else {
         take_measurement(work, measure(file, work.progress).loudness);
     }
@@ -128,19 +142,70 @@ void prepare(Work& work) {
     work.engine_inputs = work.carrier->engine_inputs();
 }
 
+/** The hidden file at the output's place, empty. */
+void make_staged(Work& work) {
+    work.staged = std::make_unique<StagedOutput>(work.job.output);
+    work.staged->keep_private();
+}
+
+/**
+ * For the engine's last step: the descriptor of the output's place behind so much room. What is
+ * wrong with the place, stage() will meet again and tell.
+ */
+int open_place(Work& work, std::uint64_t room) {
+    try {
+        make_staged(work);
+        const int file = work.staged->descriptor();
+        return lseek(file, static_cast<off_t>(room), SEEK_SET) == -1 ? -1 : file;
+    } catch (const std::exception&) {
+        return -1;
+    }
+}
+
+/** Calls write, which may throw for the hidden file: nobody knows that one. */
+template <class Write>
+void tell_of_output(Work& work, const Write& write) {
+    try {
+        write();
+    } catch (const std::system_error& error) {
+        const bool staged =
+            work.staged && std::string(error.what()).rfind(work.staged->path(), 0) == 0;
+        throw staged ? std::system_error(error.code(), work.job.output) : error;
+    }
+}
+
+/** Makes the output of leveled audio at its place, or else takes it away from there. */
+void complete(Work& work, std::uint64_t room, const std::string& leveled) {
+    const std::string& path = work.staged->path();
+    if (!work.carrier->complete(path, room)) {
+        copy_from(path, room, leveled);
+        work.staged.reset();
+    }
+}
+
 /** Takes one of the file's sounds through the engine; the facts tell of the first. */
 void level_sound(Work& work, std::size_t index) {
     const std::string& input = work.engine_inputs[index];
     const std::string name = index == 0 ? "/leveled" : fmt::format("/leveled{}", index + 1);
-    const EngineRun run{input, work.job.scratch + name + fs::path(input).extension().string(),
-                        work.job.scratch, work.job.options.tuning};
+    EngineRun run{input, work.job.scratch + name + fs::path(input).extension().string(),
+                  work.job.scratch, work.job.options.tuning};
+    const bool is_output = work.engine_inputs.size() == 1 && work.job.options.destination.empty();
+    const auto room = is_output ? work.carrier->room_in_place() : std::nullopt;
+    if (room) {
+        run.open_place = [&] { return open_place(work, *room); };
+        run.place_name = work.job.output;
+    }
     const auto count = static_cast<double>(work.engine_inputs.size());
     const EngineResult result = run_engine(
         run, [&](double done) { work.progress((static_cast<double>(index) + done) / count); });
-    if (result.leveled) {
-        require_sound_output(input, run.output);
+    if (result.in_place) {
+        tell_of_output(work, [&] { complete(work, *room, run.output); });
     }
-    work.leveled.push_back(result.leveled ? run.output : "");
+    const std::string& leveled = result.in_place && work.staged ? work.staged->path() : run.output;
+    if (result.leveled) {
+        require_sound_output(input, leveled);
+    }
+    work.leveled.push_back(result.leveled ? leveled : "");
     work.changed = work.changed || result.leveled;
     if (!result.note.empty()) {
         work.facts.notes.push_back(work.engine_inputs.size() == 1
@@ -176,19 +241,25 @@ void encode(Work& work) {
     work.audio = work.carrier->encode(work.leveled, work.progress);
 }
 
+void take_measurement_after(Work& work, const Measurement& after) {
+    work.facts.after = after.loudness;
+    work.heard = after.scan;
+}
+
 void measure_after(Work& work) {
     const std::string file = work.carrier->readable(work.audio);
+    work.heard_in = file;
     if (work.job.spare_processor) {
-        work.after = measure_meanwhile(file);
+        work.after = measure_meanwhile(file, Beside::kWait);
     } else {
-        work.facts.after = measure(file, work.progress).loudness;
+        take_measurement_after(work, measure(file, work.progress));
     }
 }
 
 /** The loudness of the new audio, null where it is not to be measured. */
 const Loudness* loudness_after(Work& work) {
     if (work.after.valid()) {
-        work.facts.after = work.after.get();
+        take_measurement_after(work, work.after.get());
     }
     return work.facts.after ? &*work.facts.after : nullptr;
 }
@@ -226,40 +297,51 @@ void publish_audio(Work& work) {
     work.facts.publishing = published.facts;
 }
 
-/** Writes the output, whole but without its name, at its place. */
-void stage(Work& work) {
-    work.staged = std::make_unique<StagedOutput>(work.job.output);
+/** Puts the output together at its place from the audio and the input's metadata. */
+void put_together(Work& work) {
+    make_staged(work);
     const std::string& path = work.staged->path();
-    work.staged->keep_private();
     if (work.changed) {
-        try {
-            work.audio = work.carrier->add_metadata(
-                work.audio, [&] { return loudness_after(work); }, path);
-        } catch (const std::system_error& error) {
-            // Nobody knows the hidden file.
-            const bool staged = std::string(error.what()).rfind(path, 0) == 0;
-            throw staged ? std::system_error(error.code(), work.job.output) : error;
-        }
+        work.audio = work.carrier->add_metadata(
+            work.audio, [&] { return loudness_after(work); }, path);
     }
     if (work.audio != path) {
         work.staged->fill_from(work.audio);
     }
+}
+
+/** Writes the output, whole but without its name, at its place, unless it stands there. */
+void stage(Work& work) {
+    if (!work.staged || work.audio != work.staged->path()) {
+        tell_of_output(work, [&] { put_together(work); });
+    }
     work.staged->start_sync();  // the last look at it comes first
 }
 
-void check_result(Work& work) {
-    work.carrier->check(work.staged->path(), work.facts);
+/** Reads input and output through: the disk may be at work on the output meanwhile. */
+void hash_contents(Work& work) {
+    work.output_hash = content_hash(work.staged->path());
+    if (work.input_hash.empty()) {
+        work.input_hash = content_hash(work.job.input);
+    }
 }
 
-/** Reads input and output through: the disk may be at work on the output meanwhile. */
+/** A reading of the audio serves for the output where both are one file. */
+void check_result(Work& work) {
+    loudness_after(work);
+    const std::string& path = work.staged->path();
+    work.carrier->check(path, work.heard && work.heard_in == path ? &*work.heard : nullptr,
+                        work.facts);
+}
+
 DoneRecord record_of(const Work& work) {
     const Job& job = work.job;
     DoneRecord record;
     record.output = fs::path(job.output).filename().string();
-    record.output_hash = content_hash(work.staged->path());
+    record.output_hash = work.output_hash;
     record.input = job.input;
     record.input_state = work.input;
-    record.input_hash = content_hash(job.input);
+    record.input_hash = work.input_hash;
     record.options = key_of(job.options);
     return record;
 }
@@ -339,6 +421,7 @@ constexpr Stage kStages[] = {
     {encode, has_none, 0.88, 0.85},
     {measure_after, has_none_and_measures, 0.97, 0.97},
     {stage, levels, 0.97, 0.97},
+    {hash_contents, levels, 0.97, 0.97},
     {check_result, changed, 0.97, 0.97},
     {place, levels, 1.0, 1.0},
 };

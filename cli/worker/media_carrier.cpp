@@ -169,7 +169,7 @@ void MediaCarrier::check_sound(std::size_t index) const {
 }
 
 // Whether the result is what it should be is asked of its own packets, decoded once more.
-void MediaCarrier::check(const std::string& complete, FileFacts& facts) {
+void MediaCarrier::check(const std::string& complete, const Scan* /*known*/, FileFacts& facts) {
     if (after_.empty()) {
         decode_result(complete);
     }

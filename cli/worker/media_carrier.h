@@ -30,7 +30,7 @@ class MediaCarrier : public Carrier {
     std::string add_metadata(const std::string& encoded,
                              const LoudnessSource& after,
                              const std::string& to) override;
-    void check(const std::string& complete, FileFacts& facts) override;
+    void check(const std::string& complete, const Scan* known, FileFacts& facts) override;
 
   private:
     std::string gapless() const;

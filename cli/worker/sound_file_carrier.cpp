@@ -187,6 +187,14 @@ std::string SoundFileCarrier::encode(const std::vector<std::string>& leveled,
     return encoded;
 }
 
+std::optional<std::uint64_t> SoundFileCarrier::room_in_place() {
+    return decoded_.empty() ? room_for_chunks(source_) : std::nullopt;
+}
+
+bool SoundFileCarrier::complete(const std::string& leveled, std::uint64_t room) {
+    return add_chunks(source_, leveled, room);
+}
+
 std::string SoundFileCarrier::add_metadata(const std::string& encoded,
                                            const LoudnessSource& after,
                                            const std::string& to) {
@@ -200,14 +208,15 @@ std::string SoundFileCarrier::add_metadata(const std::string& encoded,
     return done ? complete : encoded;
 }
 
-void SoundFileCarrier::check(const std::string& complete, FileFacts& facts) {
+void SoundFileCarrier::check(const std::string& complete, const Scan* known, FileFacts& facts) {
     const SndfileHandle after = open_to_read(complete);
     if (after.samplerate() != info_.samplerate || after.channels() != info_.channels ||
         (after.format() & SF_FORMAT_TYPEMASK) != (info_.format & SF_FORMAT_TYPEMASK) ||
         (!may_change_depth(job_.options.tuning) && after.format() != info_.format)) {
         throw FileError("the leveled file does not have the format of its input");
     }
-    const Scan result = scan(complete);
+    const Scan result =
+        known != nullptr && known->frames == after.frames() ? *known : scan(complete);
     if (!result.finite) {
         throw FileError("the leveled file holds samples that are no numbers");
     }

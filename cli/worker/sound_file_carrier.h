@@ -27,10 +27,12 @@ class SoundFileCarrier : public Carrier {
     std::vector<std::string> engine_inputs() override;
     std::string encode(const std::vector<std::string>& leveled,
                        const std::function<void(double)>& progress) override;
+    std::optional<std::uint64_t> room_in_place() override;
+    bool complete(const std::string& leveled, std::uint64_t room) override;
     std::string add_metadata(const std::string& encoded,
                              const LoudnessSource& after,
                              const std::string& to) override;
-    void check(const std::string& complete, FileFacts& facts) override;
+    void check(const std::string& complete, const Scan* known, FileFacts& facts) override;
 
   private:
     std::string in_scratch(const char* name) const;

@@ -487,29 +487,44 @@ TEST_F(Level, HiddenIntermediatesChangeNothingThatCanBeSeen) {
     }
 }
 
-int open_file(void* path) {
-    return ::open(static_cast<const char*>(path), O_RDWR | O_CREAT | O_EXCL, 0600);
+struct Lent {
+    std::string path;
+    off_t begin;
+};
+
+int open_file(void* context) {
+    const Lent& lent = *static_cast<const Lent*>(context);
+    const int file = ::open(lent.path.c_str(), O_RDWR | O_CREAT | O_EXCL, 0600);
+    EXPECT_EQ(lent.begin, ::lseek(file, lent.begin, SEEK_SET));
+    return file;
 }
 
 TEST_F(Level, AFinalFileThatWasLentGetsTheSameBytesAndIsMeasured) {
-    const std::string lent = dir / "lent";
     levelHideIntermediates(1);
-    for (const int format : {kWav16, kWavFloat, SF_FORMAT_AIFF | SF_FORMAT_PCM_24,
-                             SF_FORMAT_FLAC | SF_FORMAT_PCM_16}) {
-        SCOPED_TRACE(testing::Message() << std::hex << format);
+    const std::pair<int, off_t> cases[] = {{kWav16, 0},
+                                           {kWavFloat, 0},
+                                           {SF_FORMAT_AIFF | SF_FORMAT_PCM_24, 0},
+                                           {SF_FORMAT_FLAC | SF_FORMAT_PCM_16, 0},
+                                           {kWav16, 1001},
+                                           {kWavFloat, 8},
+                                           {SF_FORMAT_AIFF | SF_FORMAT_PCM_24, 70000}};
+    for (const auto& [format, begin] : cases) {
+        SCOPED_TRACE(testing::Message() << std::hex << format << " behind " << begin);
         ASSERT_EQ(0, run(signals::speech(12.0, 16000, 2), format));
         const std::string moved = read_text(out);
         const Signal leveled = read_sound(out);
         std::filesystem::remove(out);
 
+        Lent lent{dir / "lent", begin};
         levelCollectFindings(1);
-        levelSetFinalFile(open_file, const_cast<char*>(lent.c_str()));
+        levelSetFinalFile(open_file, &lent);
         EXPECT_EQ(0, run_file());
         levelSetFinalFile(nullptr, nullptr);
         const bool plain = (format & SF_FORMAT_TYPEMASK) != SF_FORMAT_FLAC;
-        EXPECT_EQ(plain, file_exists(lent));
+        EXPECT_EQ(plain, file_exists(lent.path));
         EXPECT_EQ(plain, !file_exists(out));
-        EXPECT_TRUE(moved == read_text(plain ? lent : out));
+        EXPECT_TRUE(moved ==
+                    read_text(plain ? lent.path : out).substr(static_cast<std::size_t>(begin)));
 
         const LevelFindings found = *levelFindings();
         levelCollectFindings(0);
@@ -521,7 +536,7 @@ TEST_F(Level, AFinalFileThatWasLentGetsTheSameBytesAndIsMeasured) {
                 std::hypot(rms_of(leveled, 0, frames, 0), rms_of(leveled, 0, frames, 1)) / M_SQRT2,
                 found.output_rms, 1e-12);
         }
-        std::filesystem::remove(lent);
+        std::filesystem::remove(lent.path);
     }
     levelHideIntermediates(0);
     EXPECT_THAT(temporary.entries(), IsEmpty());

@@ -12,11 +12,13 @@
 #include <taglib/wavfile.h>
 #include <taglib/xiphcomment.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <memory>
 
 #include "Common/version.h"
+#include "cli/metadata/chunks.h"
 #include "tests/support/fixtures.h"
 #include "tests/support/signals.h"
 
@@ -218,6 +220,120 @@ TEST(Metadata, WithoutMeasuringTheBroadcastLoudnessIsNotSet) {
     const std::string bext = get_chunk(level(dir, "a.wav", "--no-measure"), "bext");
     ASSERT_GT(bext.size(), 422u);
     EXPECT_EQ(bext.substr(412, 4), "\xFF\x7F\xFF\x7F");
+}
+
+std::string be32(uint32_t value) {
+    std::string bytes = le32(value);
+    std::reverse(bytes.begin(), bytes.end());
+    return bytes;
+}
+
+/** Chunks of RIFF and of AIFF, padded to an even size. */
+std::string riff_chunk(const std::string& id, const std::string& content) {
+    return id + le32(static_cast<unsigned>(content.size())) + content +
+           std::string(content.size() % 2, '\0');
+}
+
+std::string aiff_chunk(const std::string& id, const std::string& content) {
+    return id + be32(static_cast<unsigned>(content.size())) + content +
+           std::string(content.size() % 2, '\0');
+}
+
+/** Some seconds of sound with chunks put in front of the audio, in WAV and AIFF, and at the end. */
+void write_with_chunks(const std::string& path,
+                       int format,
+                       const std::string& front,
+                       const std::string& end) {
+    {
+        const Sound file = create(path, format);
+        write_talk(file);
+        const short sample = 77;
+        sf_write_short(file.get(), &sample, 1);  // an odd number of them
+    }
+    std::string text = read_text(path);
+    if (!front.empty() || !end.empty()) {
+        const bool aiff = (format & SF_FORMAT_TYPEMASK) == SF_FORMAT_AIFF;
+        text.insert(text.find(aiff ? "SSND" : "data"), front);
+        text += end;
+        const auto size = static_cast<unsigned>(text.size() - 8);
+        text.replace(4, 4, aiff ? be32(size) : le32(size));
+    }
+    write_text(path, text);
+}
+
+std::string broadcast_chunk(char version, const std::string& history = "") {
+    std::string content(602, '\0');
+    content[346] = version;
+    return riff_chunk("bext", content + history);
+}
+
+TEST(Metadata, AResultMadeWhereTheAudioStandsIsTheOneThatIsPutTogether) {
+    const std::string odd = riff_chunk("iXML", "<a/>x");
+    const std::string notes = riff_chunk("LIST", "INFO" + riff_chunk("INAM", "Talk"));
+
+    struct Case {
+        const char* name;
+        int format;
+        std::string front, end;
+    };
+
+    const Case cases[] = {
+        {"plain.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_U8, "", ""},
+        {"behind.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_U8, "", notes + odd},
+        {"front.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_24, notes + odd + broadcast_chunk(1), ""},
+        {"both.wav", SF_FORMAT_WAV | SF_FORMAT_FLOAT, odd + riff_chunk("JUNK", "xyz"), notes},
+        {"end.wav", SF_FORMAT_WAVEX | SF_FORMAT_PCM_16, notes, broadcast_chunk(0)},
+        {"both.aiff", SF_FORMAT_AIFF | SF_FORMAT_PCM_24, aiff_chunk("NAME", "Talk."),
+         aiff_chunk("ANNO", "Odd") + aiff_chunk("AUTH", "Me")},
+        {"plain.rf64", SF_FORMAT_RF64 | SF_FORMAT_PCM_16, "", ""},
+        {"plain.w64", SF_FORMAT_W64 | SF_FORMAT_PCM_16, "", ""},
+        {"plain.caf", SF_FORMAT_CAF | SF_FORMAT_PCM_16, "", ""}};
+    const TempDir dir;
+    const auto no_loudness = []() -> const cli::Loudness* { return nullptr; };
+    for (const Case& one : cases) {
+        SCOPED_TRACE(one.name);
+        const std::string input = dir / one.name;
+        const std::string audio = dir / "audio";
+        write_with_chunks(input, one.format, one.front, one.end);
+        write_with_chunks(audio, one.format, "", "");
+        ASSERT_TRUE(cli::copy_chunks(input, audio, dir / "together", no_loudness));
+        const auto room = cli::room_for_chunks(input);
+        ASSERT_TRUE(room);
+        EXPECT_EQ(*room > 0, !one.front.empty());
+        const std::string placed = dir / "placed";
+        write_text(placed, std::string(*room, 'r') + read_text(audio));
+        EXPECT_TRUE(cli::add_chunks(input, placed, *room));
+        EXPECT_TRUE(read_text(placed) == read_text(dir / "together"));
+        if (one.front.empty()) {
+            continue;
+        }
+        // What the input has grown to meanwhile is not what room was left for.
+        write_with_chunks(input, one.format, one.front + one.front, one.end);
+        const std::string untouched = std::string(*room, 'r') + read_text(audio);
+        write_text(placed, untouched);
+        EXPECT_FALSE(cli::add_chunks(input, placed, *room));
+        EXPECT_TRUE(read_text(placed) == untouched);
+    }
+    // Its loudness is known when the audio has been measured.
+    write_with_chunks(dir / "loud.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, "", broadcast_chunk(2));
+    EXPECT_FALSE(cli::room_for_chunks(dir / "loud.wav"));
+    write_with_chunks(dir / "a.flac", SF_FORMAT_FLAC | SF_FORMAT_PCM_16, "", "");
+    EXPECT_FALSE(cli::room_for_chunks(dir / "a.flac"));
+}
+
+// The coding history tells another depth than the input's, in more letters than room was left for.
+TEST(Metadata, AnotherDepthIsToldThoughItTakesMoreRoom) {
+    const TempDir dir;
+    // Of odd and even length, since a chunk of odd size is filled up.
+    for (const std::string history : {"A=ANALOGUE\r\n", "A=ANALOGS\r\n"}) {
+        write_with_chunks(dir / "a.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_U8,
+                          broadcast_chunk(1, history), "");
+        ASSERT_EQ(run_program(QUORVANE " --force --bit-depth 16 " + dir / "a.wav").status, 0);
+        const std::string output = dir / "a-leveled.wav";
+        EXPECT_EQ(sound_info(output).format, SF_FORMAT_WAV | SF_FORMAT_PCM_16);
+        EXPECT_EQ(sound_info(output).frames, sound_info(dir / "a.wav").frames);
+        EXPECT_THAT(get_chunk(output, "bext"), HasSubstr(history + "A=PCM,F=16000,W=16,M=mono"));
+    }
 }
 
 TEST(Metadata, Wave64ChunksComeAlong) {

@@ -5,7 +5,10 @@
 #include <sndfile.h>
 
 #include <array>
+#include <cstdint>
 #include <exception>
+#include <fstream>
+#include <iterator>
 #include <string>
 
 #include "cli/metadata/chunks.h"
@@ -40,6 +43,19 @@ void write_sound(const std::string& path, int format) {
     sf_close(file);
 }
 
+/** Behind the room that the fuzzed file asks for, where that is not all of the memory. */
+void add_in_place(const std::string& from, const std::string& audio, std::uint64_t room) {
+    constexpr std::uint64_t kMostRoom = 1 << 20;
+    if (room > kMostRoom) {
+        return;
+    }
+    std::ifstream file(audio, std::ios::binary);
+    const std::string bytes(std::istreambuf_iterator<char>(file), {});
+    const std::string placed = audio + ".placed";
+    std::ofstream(placed, std::ios::binary) << std::string(room, '\0') << bytes;
+    cli::add_chunks(from, placed, room);
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -55,6 +71,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         const std::string to = fuzz::folder() + "to" + kind.extension;
         if (!cli::copy_chunks(from, audio, to, [] { return nullptr; })) {
             cli::copy_tags(from, audio, to, kind.format);
+        }
+        if (const auto room = cli::room_for_chunks(from)) {
+            add_in_place(from, audio, *room);
         }
     } catch (const std::exception&) {  // NOLINT(bugprone-empty-catch): a clean refusal
     }
