@@ -56,10 +56,10 @@ constexpr std::size_t kValues = 6;  // that the filters remember of a channel
 
 /** Two runs of frames, and what stands for each channel of the first and then of the second. */
 struct TwoRuns {
-    const float* first;
-    const float* second;
-    std::size_t frames;
-    double memory[kValues][2 * kLanes];
+    const float* first = nullptr;
+    const float* second = nullptr;
+    std::size_t frames = 0;
+    double memory[kValues][2 * kLanes] = {};
     double sums[2 * kLanes] = {};
 };
 

@@ -96,8 +96,9 @@ void add_history(Bytes& chunk, const SndfileHandle& file) {
 }  // namespace
 
 bool tells_loudness(const Bytes& chunk) {
-    return chunk.size() >= kLoudnessPlace + std::size_t{2} * kFields &&
-           get_number(chunk, kVersionPlace, 2, ByteOrder::Little) >= 2;
+    constexpr std::size_t kFieldBytes = 2;
+    constexpr std::size_t kEnd = kLoudnessPlace + kFieldBytes * kFields;
+    return chunk.size() >= kEnd && get_number(chunk, kVersionPlace, 2, ByteOrder::Little) >= 2;
 }
 
 Bytes with_new_loudness(Bytes chunk, const LoudnessSource& loudness, const SndfileHandle& audio) {

@@ -81,7 +81,7 @@ Signal recording(double seconds, int rate, int channels, unsigned seed) {
                         level = random() % 4 == 0 ? 0 : std::pow(10, -double(random() % 60) / 20);
                     }
                     const double sample = 0.1 * noise(random) + 0.2 * std::sin(double(i) / 40);
-                    samples.push_back(static_cast<float>(level * sample));
+                    samples.push_back(static_cast<double>(static_cast<float>(level * sample)));
                 }
                 return samples;
             }()};
