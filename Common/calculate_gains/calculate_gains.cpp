@@ -6,6 +6,7 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "Common/calculate_gains/CalcRMS.h"
 #include "Common/calculate_gains/CommandLine.h"
@@ -15,16 +16,16 @@
 #include "Common/reporting/log.h"
 #include "Common/reporting/progress.h"
 #include "Common/ss_util.h"
-#include "Common/stream/pump.h"
 #include "Common/stream/sound_source.h"
+#include "Common/stream/stretches.h"
 #include "Common/units.h"
 
 /*
- * From segments to gains. The audio is read once from front to back, segment by segment, each up to
- * the wall nearest to the next cue. A segment's level is taken through a gate (CalcRMS.h), so that
- * pauses do not make a voice seem quieter than it is. The mean of the levels, in dB, is the
- * recording's own average: every segment is brought towards it, and where the recording as a whole
- * ends up is the last step's business.
+ * From segments to gains. The audio is read once, segment by segment, each up to the wall nearest
+ * to the next cue. A segment's level is taken through a gate (CalcRMS.h), so that pauses do not
+ * make a voice seem quieter than it is. The mean of the levels, in dB, is the recording's own
+ * average: every segment is brought towards it, and where the recording as a whole ends up is the
+ * last step's business.
  *
  * Levels travel through the levels file and not in memory: they are read back with the two decimals
  * that were written, and the gains follow from those. Around the mean a gain is the whole
@@ -60,7 +61,7 @@ class Operation {
   private:
     int level_segments(SeriesWriter& rms_file);
     void require_other_files() const;
-    double measure_next(long long samples);
+    std::vector<double> levels_of(const CueList& cues);
     void require_cues_inside(const CueList& cues) const;
     int measure(const CueList& cues, SeriesWriter& rms_file, Levels& levels);
     int write_gains(const CueList& cues, const Levels& levels);
@@ -68,7 +69,7 @@ class Operation {
 
     const CCLArgs& args_;
     CProgress progress_;
-    std::unique_ptr<stream::Source> input_;
+    std::unique_ptr<SoundSource> input_;
     int bin_frames_ = 0;
     std::uint32_t buffer_length_ = 0;  // samples
 };
@@ -93,7 +94,6 @@ int Operation::execute() {
     buffer_length_ =
         (static_cast<std::uint32_t>(buffer_frames) + 1) * static_cast<std::uint32_t>(info.channels);
     require_other_files();
-    input_->announce(stream::kToTheEnd);  // all segments together: most are short
     SeriesWriter rms_file(args_.rms_file, Notation::kFixed, 5, 2);
     if (!rms_file.is_open()) {
         return log_failure(kSource, __LINE__, "error opening RMS file " + args_.rms_file);
@@ -102,7 +102,7 @@ int Operation::execute() {
         return level_segments(rms_file);
     }
     // Without cues there is nothing to level against: the levels file is made, and stays empty.
-    measure_next(info.channels * info.frames);
+    CalcRMS_GW(*input_, info.channels * info.frames, buffer_length_, args_.noise_threshold);
     const std::string problem = rms_file.close();
     return problem.empty() ? 0 : log_failure(kSource, __LINE__, problem, reporting::Kind::kSystem);
 }
@@ -130,10 +130,6 @@ void Operation::require_other_files() const {
     }
 }
 
-double Operation::measure_next(long long samples) {
-    return CalcRMS_GW(*input_, samples, buffer_length_, args_.noise_threshold);
-}
-
 /** A cue beyond the recording would ask for gains without end. */
 void Operation::require_cues_inside(const CueList& cues) const {
     for (const long long frame : cues.frames) {
@@ -144,13 +140,30 @@ void Operation::require_cues_inside(const CueList& cues) const {
     }
 }
 
-int Operation::measure(const CueList& cues, SeriesWriter& rms_file, Levels& levels) {
+/** The gated RMS of each segment, linear. */
+std::vector<double> Operation::levels_of(const CueList& cues) {
+    const SF_INFO& info = input_->info();
+    std::vector<GatedMeter> meters(
+        cues.frames.size() + 1, GatedMeter(info.channels, buffer_length_, args_.noise_threshold));
+    std::vector<stream::Stretch> stretches;
     long long start = 0;
-    for (std::size_t cue = 0; cue <= cues.frames.size(); ++cue) {
+    for (std::size_t cue = 0; cue < meters.size(); ++cue) {
         const bool last = cue == cues.frames.size();
-        const long long end =
-            last ? input_->info().frames : nearest_wall(cues.frames[cue], bin_frames_);
-        const double level = measure_next(input_->info().channels * (end - start));
+        const long long end = last ? info.frames : nearest_wall(cues.frames[cue], bin_frames_);
+        stretches.push_back({end - start, &meters[cue]});
+        start = end;
+    }
+    stream::pump_stretches(*input_, stretches);
+    std::vector<double> levels;
+    levels.reserve(meters.size());
+    for (const GatedMeter& meter : meters) {
+        levels.push_back(meter.rms());
+    }
+    return levels;
+}
+
+int Operation::measure(const CueList& cues, SeriesWriter& rms_file, Levels& levels) {
+    for (const double level : levels_of(cues)) {
         double level_db = kSilence_db;
         if (level > 0.0) {
             level_db = linear_to_db(level);
@@ -159,7 +172,6 @@ int Operation::measure(const CueList& cues, SeriesWriter& rms_file, Levels& leve
         }
         ++levels.segments;
         rms_file.write(level_db);
-        start = end;
     }
     const std::string problem = rms_file.close();
     return problem.empty() ? 0 : log_failure(kSource, __LINE__, problem, reporting::Kind::kSystem);

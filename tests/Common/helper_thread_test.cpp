@@ -21,6 +21,7 @@
 #include "Common/stream/read_ahead.h"
 #include "Common/stream/sound_source.h"
 #include "Common/stream/sound_writer.h"
+#include "Common/stream/stretches.h"
 #include "tests/support/arrays.h"
 #include "tests/support/fixtures.h"
 
@@ -203,6 +204,80 @@ TEST(HelperThread, TwoPartsAtATimeGiveTheFileThatOneAtATimeGives) {
         EXPECT_NE(std::string::npos, alone.find(row.text));
         EXPECT_EQ(row.text.empty(), held_alone > 0);
         EXPECT_EQ(held_alone, held_helped);
+    }
+}
+
+/** What the receivers of stretches got, or what was thrown. */
+std::vector<std::vector<double>> stretched(const std::string& path,
+                                           const std::vector<long long>& lengths,
+                                           std::string& failure) {
+    SF_INFO info{};
+    const SoundHandle input = open_sound_for_reading(path, info);
+    SoundSource source(input, path, info);
+    std::vector<Collector> collectors(lengths.size(), Collector(info.channels));
+    std::vector<stream::Stretch> stretches;
+    for (std::size_t i = 0; i < lengths.size(); ++i) {
+        stretches.push_back({lengths[i], &collectors[i]});
+    }
+    failure.clear();
+    try {
+        stream::pump_stretches(source, stretches);
+    } catch (const std::runtime_error& error) {
+        failure = error.what();
+    }
+    std::vector<std::vector<double>> taken;
+    for (const Collector& collector : collectors) {
+        EXPECT_EQ(failure.empty() ? 1 : collector.ends, collector.ends);
+        taken.push_back(collector.samples);
+    }
+    return taken;
+}
+
+TEST(HelperThread, StretchesGetTheirFramesInOrderSideBySideOrNot) {
+    const TempDir folder;
+    const std::string path = folder / "in";
+    const Signal input = signals::speech(11, 44100, 2);
+    Signal broken = input;
+    broken.samples[2 * 100000] = broken.samples[2 * 400000] = std::nan("");
+
+    const struct {
+        const Signal& signal;
+        int format;
+        std::vector<long long> lengths;
+        std::string text;  // part of what is thrown
+    } rows[] = {{input, kWav16, {441, 90000, 0, -7, 1, 150001, 60000, 99999, 9}, ""},
+                {input, kWav16, {485100}, ""},
+                {input, kWav16, {3, 480000, 3}, ""},
+                {input, kWav16, {200000, 300000, 5}, ""},          // more than there is,
+                {input, kWav16, {200000, 200000, 300000, 5}, ""},  // from a stretch on
+                {input, kWav16, {700000, 5, 700000}, ""},
+                {input, SF_FORMAT_WAV | SF_FORMAT_ULAW, {441, 90000, 150000, 5}, ""},
+                {broken, kWavFloat, {90000, 200000, 195100}, "the sample in frame 100000 is not"}};
+
+    for (const auto& row : rows) {
+        SCOPED_TRACE(testing::Message() << std::hex << row.format << ", " << row.lengths.size());
+        write_sound(path, row.signal, row.format);
+        HelperThread::use(false);
+        std::string failure_alone;
+        const auto alone = stretched(path, row.lengths, failure_alone);
+        HelperThread::use(true);
+        std::string failure_helped;
+        const auto helped = stretched(path, row.lengths, failure_helped);
+        HelperThread::use(std::thread::hardware_concurrency() > 1);
+        EXPECT_EQ(failure_alone, failure_helped);
+        EXPECT_NE(std::string::npos, failure_alone.find(row.text));
+        if (!row.text.empty()) {
+            continue;
+        }
+        EXPECT_TRUE(alone == helped);
+        const Signal written = read_sound(path);
+        auto at = written.samples.begin();
+        for (std::size_t i = 0; i < row.lengths.size(); ++i) {
+            const auto end = at + std::min<std::ptrdiff_t>(2 * std::max(row.lengths[i], 0LL),
+                                                           written.samples.end() - at);
+            EXPECT_TRUE(helped[i] == std::vector<double>(at, end)) << "stretch " << i;
+            at = end;
+        }
     }
 }
 
