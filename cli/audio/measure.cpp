@@ -97,12 +97,13 @@ SF_INFO info_of(const SndfileHandle& file) {
  */
 class HalfMeter {
   public:
-    /** From the frame `begin` to before `end`. */
-    HalfMeter(const std::string& path,
+    /** From the frame `begin` to before `end` of an open file, which is nobody else's. */
+    HalfMeter(const SndfileHandle& file,
+              const std::string& path,
               std::int64_t begin,
               std::int64_t end,
               const std::vector<std::int64_t>& cuts)
-        : file_(open_to_read(path)),
+        : file_(file),
           channels_(static_cast<std::size_t>(file_.channels())),
           done_(begin),
           end_(end),
@@ -116,7 +117,9 @@ class HalfMeter {
           bytes_(static_cast<std::size_t>(
               source_.gives_bytes() ? kReadFrames * source_.frame_bytes() : 0)),
           samples_(kPieceFrames * channels_),
-          block_(static_cast<std::size_t>(kBlockSeconds * file_.samplerate()) * channels_) {}
+          block_(
+              static_cast<std::size_t>(std::min(kBlockSeconds * file_.samplerate(), end - begin)) *
+              channels_) {}
 
     /** progress is called with the frames that were read. */
     void run(const std::function<void(std::int64_t)>& progress) {
@@ -241,9 +244,9 @@ class FileMeter {
           last_moment_(last_moment(file_.frames(), file_.samplerate())),
           cuts_(cuts_of(windows_, last_moment_)),
           middle_(middle_of(file_)),
-          whole_(path, 0, middle_, cuts_) {
+          whole_(file_, path, 0, middle_, cuts_) {
         if (middle_ < file_.frames()) {
-            second_.emplace(path, middle_, file_.frames(), cuts_);
+            second_.emplace(open_to_read(path), path, middle_, file_.frames(), cuts_);
         }
     }
 
