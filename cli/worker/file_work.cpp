@@ -177,7 +177,9 @@ void tell_of_output(Work& work, const Write& write) {
 /** Makes the output of leveled audio at its place, or else takes it away from there. */
 void complete(Work& work, std::uint64_t room, const std::string& leveled) {
     const std::string& path = work.staged->path();
-    if (!work.carrier->complete(path, room)) {
+    if (work.carrier->complete(path, room)) {
+        work.staged->start_sync();  // the readings of it come first
+    } else {
         copy_from(path, room, leveled);
         work.staged.reset();
     }
@@ -314,8 +316,8 @@ void put_together(Work& work) {
 void stage(Work& work) {
     if (!work.staged || work.audio != work.staged->path()) {
         tell_of_output(work, [&] { put_together(work); });
+        work.staged->start_sync();
     }
-    work.staged->start_sync();  // the last look at it comes first
 }
 
 /** Reads input and output through: the disk may be at work on the output meanwhile. */
