@@ -4,6 +4,7 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -11,7 +12,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <functional>
-#include <optional>
 #include <string>
 #include <system_error>
 #include <thread>
@@ -55,29 +55,32 @@ void write_line(const std::string& line) {
     }
 }
 
-/** At most so many bytes, less at the pipe's end; stops after a byte that equals `last`. */
-std::string read_job_bytes(std::size_t count, std::optional<char> last = std::nullopt) {
+/** So many bytes, fewer at the pipe's end. */
+std::string read_job_bytes(std::size_t count) {
     std::string bytes;
-    char c = 0;
+    char block[1 << 12];
     while (bytes.size() < count) {
-        const ssize_t got = read(kJobDescriptor, &c, 1);
-        if (got < 0 && errno == EINTR) {
-            continue;
-        }
-        if (got != 1) {
+        const ssize_t got =
+            read(kJobDescriptor, block, std::min(sizeof block, count - bytes.size()));
+        if (got == 0 || (got < 0 && errno != EINTR)) {
             break;
         }
-        if (c == last) {
-            break;
-        }
-        bytes += c;
+        bytes.append(block, got > 0 ? static_cast<std::size_t>(got) : 0);
     }
     return bytes;
 }
 
+/** Its length comes in a line before it; not a byte more is read, since the pipe is watched. */
 Job read_job() {
     constexpr std::size_t kMostDigits = 9;
-    const std::string digits = read_job_bytes(kMostDigits, '\n');
+    std::string digits;
+    while (digits.size() < kMostDigits) {
+        const std::string digit = read_job_bytes(1);
+        if (digit.empty() || digit == "\n") {
+            break;
+        }
+        digits += digit;
+    }
     return nlohmann::json::from_cbor(read_job_bytes(std::strtoul(digits.c_str(), nullptr, 10)))
         .get<Job>();
 }
