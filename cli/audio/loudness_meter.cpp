@@ -67,23 +67,19 @@ struct TwoRuns {
 typedef double Four __attribute__((vector_size(2 * kLanes * sizeof(double))));      // NOLINT
 typedef float FourFloats __attribute__((vector_size(2 * kLanes * sizeof(float))));  // NOLINT
 
-/** As KWeighting::filter, each lane like the two there. next sets the samples of a frame. */
-template <class Lanes, class Next>
-__attribute__((always_inline)) inline void filter_runs(const KWeighting::Biquad& shelf,
-                                                       const KWeighting::Biquad& high_pass,
-                                                       TwoRuns& runs,
-                                                       const Next& next) {
-    const KWeighting::Biquad s = shelf;
-    const KWeighting::Biquad h = high_pass;
-    Lanes values[kValues];
-    for (std::size_t value = 0; value < kValues; ++value) {
-        std::memcpy(&values[value], runs.memory[value], sizeof(Lanes));
-    }
-    auto [x1, x2, y1, y2, z1, z2] = values;
-    Lanes sum = {};
-    for (std::size_t frame = 0; frame < runs.frames; ++frame) {
-        Lanes x;
-        next(frame, x);
+/**
+ * Both filters on the way through some frames, a lane for each run and channel. Of a frame's sums
+ * only the last subtraction waits for the frame before, so that the processor works on several
+ * frames and on both filters at once.
+ */
+template <class Lanes>
+struct Filtering {
+    const KWeighting::Biquad s;  // the shelf
+    const KWeighting::Biquad h;  // the high-pass
+    Lanes x1, x2, y1, y2, z1, z2;
+    Lanes sum;  // of squares
+
+    __attribute__((always_inline)) void take(const Lanes& x) {
         const Lanes y = (s.b0 * x + s.b1 * x1 + s.b2 * x2 - s.a2 * y2) - s.a1 * y1;
         const Lanes z = (y + h.b1 * y1 + y2 - h.a2 * z2) - h.a1 * z1;
         sum += z * z;
@@ -91,11 +87,31 @@ __attribute__((always_inline)) inline void filter_runs(const KWeighting::Biquad&
         y2 = y1, y1 = y;
         z2 = z1, z1 = z;
     }
-    const Lanes left[kValues] = {x1, x2, y1, y2, z1, z2};
+};
+
+/** next sets the samples of a frame. */
+template <class Lanes, class Next>
+__attribute__((always_inline)) inline void filter_runs(const KWeighting::Biquad& shelf,
+                                                       const KWeighting::Biquad& high_pass,
+                                                       TwoRuns& runs,
+                                                       const Next& next) {
+    Lanes values[kValues];
+    for (std::size_t value = 0; value < kValues; ++value) {
+        std::memcpy(&values[value], runs.memory[value], sizeof(Lanes));
+    }
+    Filtering<Lanes> filters{shelf,     high_pass, values[0], values[1], values[2],
+                             values[3], values[4], values[5], {}};
+    for (std::size_t frame = 0; frame < runs.frames; ++frame) {
+        Lanes x;
+        next(frame, x);
+        filters.take(x);
+    }
+    const Lanes left[kValues] = {filters.x1, filters.x2, filters.y1,
+                                 filters.y2, filters.z1, filters.z2};
     for (std::size_t value = 0; value < kValues; ++value) {
         std::memcpy(runs.memory[value], &left[value], sizeof(Lanes));
     }
-    std::memcpy(runs.sums, &sum, sizeof sum);
+    std::memcpy(runs.sums, &filters.sum, sizeof filters.sum);
 }
 
 QUORVANE_WIDE_LOOP void filter_mono_runs(const KWeighting::Biquad& shelf,
@@ -196,32 +212,23 @@ KWeighting::KWeighting(int channels, int sample_rate_hz)
 
 /**
  * Frames of two channels, or of one with silence beside it, that are kStride samples apart (0:
- * channels_). Of the sums only the last subtraction waits for the frame before, so that the
- * processor works on several frames and on both filters at once.
+ * channels_).
  */
 template <std::size_t kStride, class Sample>
 double KWeighting::filter(Memory& memory, const Sample* samples, std::size_t frames) const {
     const std::size_t stride = kStride == 0 ? channels_ : kStride;
     const bool both = kStride == kLanes || memory.weights[1] != 0;
-    const Biquad s = shelf_;
-    const Biquad h = high_pass_;
-    Vector x1 = load(memory.values[0]), x2 = load(memory.values[1]);
-    Vector y1 = load(memory.values[2]), y2 = load(memory.values[3]);
-    Vector z1 = load(memory.values[4]), z2 = load(memory.values[5]);
-    Vector sum = {};
+    auto& values = memory.values;
+    Filtering<Vector> filters{shelf_,          high_pass_,      load(values[0]),
+                              load(values[1]), load(values[2]), load(values[3]),
+                              load(values[4]), load(values[5]), {}};
     for (const Sample* at = samples; at != samples + frames * stride; at += stride) {
-        const Vector x = {static_cast<double>(at[0]), both ? static_cast<double>(at[1]) : 0.0};
-        const Vector y = (s.b0 * x + s.b1 * x1 + s.b2 * x2 - s.a2 * y2) - s.a1 * y1;
-        const Vector z = (y + h.b1 * y1 + y2 - h.a2 * z2) - h.a1 * z1;
-        sum += z * z;
-        x2 = x1, x1 = x;
-        y2 = y1, y1 = y;
-        z2 = z1, z1 = z;
+        filters.take(Vector{static_cast<double>(at[0]), both ? static_cast<double>(at[1]) : 0.0});
     }
-    store(x1, memory.values[0]), store(x2, memory.values[1]);
-    store(y1, memory.values[2]), store(y2, memory.values[3]);
-    store(z1, memory.values[4]), store(z2, memory.values[5]);
-    return memory.weights[0] * sum[0] + memory.weights[1] * sum[1];
+    store(filters.x1, values[0]), store(filters.x2, values[1]);
+    store(filters.y1, values[2]), store(filters.y2, values[3]);
+    store(filters.z1, values[4]), store(filters.z2, values[5]);
+    return memory.weights[0] * filters.sum[0] + memory.weights[1] * filters.sum[1];
 }
 
 template <class Sample>

@@ -28,7 +28,7 @@ constexpr double kMostPoints = 1000;
 constexpr long long kReadFrames = 16384;  // at a time from the file
 constexpr std::size_t kPieceFrames = 1024;
 constexpr std::int64_t kBlockSeconds = 4;   // that the loudness meter takes as two runs
-constexpr std::int64_t kSettleSeconds = 1;  // twice what the loudness meter's filters need
+constexpr std::int64_t kSettleSeconds = 1;  // four times what the loudness meter's filters need
 constexpr std::int64_t kLeastHalfSeconds = 15;
 
 double amplitude_to_db(double amplitude) {
