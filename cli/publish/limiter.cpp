@@ -3,12 +3,14 @@
 #include <algorithm>
 #include <cmath>
 
+#include "cli/audio/portable_math.h"
+
 /*
  * From peaks to gains: each frame asks for the gain that brings its peak to the ceiling. The least
- * one of a window ahead is held, so that the gain is down before the peak comes; a one-pole release
- * lets it up again. Two moving means in a row round the corners: a step becomes a smooth S, which
- * adds no clicks, and since the window is as long as both means together, no peak is missed. The
- * samples wait in a delay line for as long.
+ * one of a window ahead is held, so that the gain is down before the peak comes; a release in two
+ * stages lets it up again. Two moving means in a row round the corners: a step becomes a smooth S,
+ * which adds no clicks, and since the window is as long as both means together, no peak is missed.
+ * The samples wait in a delay line for as long.
  *
  * The means run in integers. A running sum of doubles would drift, and after an hour the gain of a
  * silent stretch would not be 1 any more.
@@ -23,6 +25,11 @@ constexpr double kFixedPoint = 1099511627776.0;  // 2^40 steps between 0 and 1
 /** At least one: a window of nothing has no least value. */
 std::size_t frames_in(double seconds, int sample_rate_hz) {
     return std::max<std::size_t>(1, static_cast<std::size_t>(seconds * sample_rate_hz));
+}
+
+/** The share of its way that a recursion of the first order goes in a frame. */
+double share_a_frame(double time_constant_s, int sample_rate_hz) {
+    return 1 - portable_exp(-1 / (time_constant_s * sample_rate_hz));
 }
 
 }  // namespace
@@ -90,7 +97,9 @@ TruePeakLimiter::TruePeakLimiter(int channels, int sample_rate_hz, double gain, 
     : channels_(static_cast<std::size_t>(channels)),
       gain_(gain),
       ceiling_(ceiling),
-      release_(1 - std::exp(-1 / (kReleaseSeconds * sample_rate_hz))),
+      sustain_(share_a_frame(kSustainSeconds, sample_rate_hz)),
+      quick_release_(share_a_frame(kQuickReleaseSeconds, sample_rate_hz)),
+      release_(share_a_frame(kReleaseSeconds, sample_rate_hz)),
       attack_frames_(frames_in(kAttackSeconds / 2, sample_rate_hz)),
       // The means reach 2 (attack_frames_ - 1) frames back, and the frame itself has to be inside.
       latency_frames_(TruePeakFinder::kLatency + 2 * attack_frames_ - 1),
@@ -113,8 +122,10 @@ double TruePeakLimiter::next_gain(double peak) {
         frames_at_rest_ = 0;
     }
     const double least = held_.next(wanted);
-    released_ = std::min(least, released_ + release_ * (1 - released_));
+    sustained_ += (least < sustained_ ? sustain_ : release_) * (least - sustained_);
+    released_ = std::min(least, released_ + quick_release_ * std::max(0.0, sustained_ - released_));
     if (released_ > kAlmostOne && least == 1) {
+        sustained_ = 1;
         released_ = 1;
     }
     return second_mean_.next(first_mean_.next(released_));

@@ -83,9 +83,19 @@ class MovingMean {
  * over the look-ahead and over kHoldSeconds, longer than a period of a low voice, so that the gain
  * does not flutter within a vowel; from there it recovers exponentially (the release of D.
  * Giannoulis, M. Massberg and J. D. Reiss, "Digital Dynamic Range Compressor Design", JAES 60
- * (2012)); and two moving means over the look-ahead make the attack smooth. As each mean is over
- * values that were held at or below what the frame needs, the ceiling holds exactly (P. Hamalainen,
- * "Smoothing of the control signal without clipped output in digital peak limiters", DAFx 2002).
+ * (2012)); and two moving means over the look-ahead make the attack smooth.
+ *
+ * How fast it recovers depends on how long the reduction lasted, by two time constants in series
+ * (G. W. McNally, "Dynamic Range Control of Digital Audio Signals", JAES 32 (1984); D. Giannoulis,
+ * M. Massberg and J. D. Reiss, "Parameter Automation in a Dynamic Range Compressor", JAES 61
+ * (2013)). A second, slow gain follows the reduction with kSustainSeconds and recovers with
+ * kReleaseSeconds; the gain itself goes back to the slow one with kQuickReleaseSeconds. A click
+ * hardly moves the slow gain, so the ducking ends with it; after a loud word the slow gain has
+ * arrived at the reduction, and the recovery is as slow as it has to be not to be heard as pumping.
+ *
+ * As each mean is over values that were held at or below what the frame needs, the ceiling holds
+ * exactly (P. Hamalainen, "Smoothing of the control signal without clipped output in digital peak
+ * limiters", DAFx 2002).
  *
  * What comes out is aligned with what went in to the frame: the latency is taken off at the start,
  * and finish() gives the frames that are still inside. Memory is constant.
@@ -94,7 +104,10 @@ class TruePeakLimiter {
   public:
     static constexpr double kAttackSeconds = 0.005;
     static constexpr double kHoldSeconds = 0.012;
-    static constexpr double kReleaseSeconds = 0.150;  // to 1 - 1/e of the way
+    // Time constants: to 1 - 1/e of the way.
+    static constexpr double kSustainSeconds = 0.150;
+    static constexpr double kQuickReleaseSeconds = 0.015;
+    static constexpr double kReleaseSeconds = 0.150;
 
     /** The gain and the ceiling are linear. */
     TruePeakLimiter(int channels, int sample_rate_hz, double gain, double ceiling);
@@ -111,13 +124,17 @@ class TruePeakLimiter {
     std::size_t channels_;
     double gain_;
     double ceiling_;
-    double release_;  // the share of the way back to 1 that a frame goes
+    // The shares of the way that a frame goes.
+    double sustain_;
+    double quick_release_;
+    double release_;
     std::size_t attack_frames_;
     std::size_t latency_frames_;
     TruePeakFinder finder_;
     SlidingMinimum held_;
     MovingMean first_mean_;
     MovingMean second_mean_;
+    double sustained_ = 1;
     double released_ = 1;
     double needed_before_ = 1;
     std::size_t frames_to_rest_;  // after so many frames without need every gain inside is 1

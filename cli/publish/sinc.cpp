@@ -3,6 +3,8 @@
 #include <cmath>
 #include <numeric>
 
+#include "cli/audio/portable_math.h"
+
 namespace cli {
 namespace {
 
@@ -32,8 +34,8 @@ std::vector<double> sinc_weights(double fraction, std::size_t taps, double cutof
             std::fabs(across) < 1
                 ? bessel_i0(kBeta * std::sqrt(1 - across * across)) / bessel_i0(kBeta)
                 : 0;
-        const double angle = kPi * cutoff * t;
-        weights.push_back(window * (t == 0 ? 1 : std::sin(angle) / angle));
+        const double turns = cutoff * t;
+        weights.push_back(window * (t == 0 ? 1 : portable_sin_pi(turns) / (kPi * turns)));
     }
     const double sum = std::accumulate(weights.begin(), weights.end(), 0.0);
     for (double& weight : weights) {

@@ -5,12 +5,14 @@
 #include <cmath>
 
 #include "cli/audio/measure.h"
+#include "cli/audio/portable_math.h"
 #include "cli/audio/sound_file.h"
 #include "cli/publish/limiter.h"
 #include "cli/publish/true_peak.h"
 #include "tests/support/fixtures.h"
 #include "tests/support/signals.h"
 
+using testing::AllOf;
 using testing::DoubleNear;
 using testing::Each;
 using testing::Ge;
@@ -121,6 +123,38 @@ TEST(Limiter, TheCeilingHoldsAndTheGainMovesSmoothly) {
     EXPECT_THAT(steepest, Le(1.0 / 110));
 }
 
+/** Milliseconds from the end of a burst of so many seconds until the gain is within 1 dB of 1. */
+double recovery_ms(double burst_s, double burst_amplitude) {
+    constexpr int kRate = 48000;
+    constexpr long long kBegin = kRate;
+    const auto end = kBegin + static_cast<long long>(burst_s * kRate);
+    const Signal tone = signals::sine(0.25, 1000, 5, kRate);
+    Signal signal = tone;
+    for (long long i = kBegin; i < end; ++i) {
+        signal.samples[static_cast<std::size_t>(i)] *= burst_amplitude / 0.25;
+    }
+    const std::vector<double> out = limited(signal, 1, 0.5, 4096);
+    long long last = end;
+    for (auto i = static_cast<std::size_t>(end); i < out.size(); ++i) {
+        const bool reduced = std::fabs(out[i]) < std::fabs(signal.samples[i]) / 1.122;
+        last = reduced ? static_cast<long long>(i) : last;
+    }
+    return static_cast<double>(last - end) * 1000 / kRate;
+}
+
+TEST(Limiter, RecoversAtOnceFromAClickAndSlowlyFromALoudWord) {
+    // From a reduction of 6 dB, 0.5, to 1 dB, 0.891, a recursion takes ln(0.5 / 0.109) = 1.52 of
+    // its time constants: 23 ms of the quick release, 228 ms of the slow one, behind hold and
+    // attack.
+    for (double click_s : {0.001, 0.002, 0.005, 0.01}) {
+        EXPECT_THAT(recovery_ms(click_s, 1), Le(55)) << click_s;
+    }
+    EXPECT_THAT(recovery_ms(0.002, 2), Le(80)) << "12 dB";
+    // After 0.4 s the slow gain is within e^-2.7 = 7 % of the reduction.
+    EXPECT_THAT(recovery_ms(0.4, 1), AllOf(Ge(215), Le(260)));
+    EXPECT_THAT(recovery_ms(2, 1), AllOf(Ge(228), Le(260)));
+}
+
 TEST(Limiter, ChannelsStayTogether) {
     const Signal loud = signals::sine(1, 300, 1);
     Signal quiet = loud;
@@ -131,6 +165,16 @@ TEST(Limiter, ChannelsStayTogether) {
     for (std::size_t i = 0; i < out.size(); i += 2) {
         ASSERT_THAT(out[i + 1], DoubleNear(0.1 * out[i], 1e-12));
     }
+}
+
+TEST(PortableMath, AgreesWithTheLibrary) {
+    for (double x : {-30.0, -1.0, -0.3466, -1e-9, 0.0, 0.2, 1.0, 7.7, 300.0}) {
+        EXPECT_THAT(portable_exp(x) / std::exp(x), DoubleNear(1, 1e-14)) << x;
+    }
+    for (double x : {-3.75, -1.5, -1.0, -0.25, 0.0, 0.1, 0.5, 0.999, 2.5, 1001.3}) {
+        EXPECT_THAT(portable_sin_pi(x), DoubleNear(std::sin(std::acos(-1.0) * x), 1e-12)) << x;
+    }
+    EXPECT_THAT(portable_amplitude(-20), DoubleNear(0.1, 1e-16));
 }
 
 TEST(Limiter, TellsHowMuchItTookForHowLong) {
