@@ -68,8 +68,8 @@ void ResultLines::take(const std::string& line, std::size_t file, std::int64_t o
     }
     const FileFacts facts = facts_from_json(nlohmann::ordered_json::parse(line));
     planned_ = planned_ || (file == 0 && facts.outcome == Outcome::Planned);
-    const Entry entry{facts.input, facts.outcome, file, offset,
-                      static_cast<std::int64_t>(line.size())};
+    const Entry entry{facts.input, facts.output, facts.outcome,
+                      file,        offset,       static_cast<std::int64_t>(line.size())};
     const auto [at, first] = entry_of_.emplace(facts.input, entries_.size());
     if (first) {
         entries_.push_back(entry);

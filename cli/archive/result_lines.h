@@ -27,6 +27,11 @@ class ResultLines {
     /** The facts of an input. Throws std::system_error when its line cannot be read again. */
     FileFacts facts(std::size_t index) const;
 
+    /** The paths of an input and of its output ("": none), known without its line. */
+    const std::string& input(std::size_t index) const { return entries_[index].input; }
+
+    const std::string& output(std::size_t index) const { return entries_[index].output; }
+
     void sort();
 
     /** Lines that were no whole JSON object, as a killed run leaves one, and their file. */
@@ -35,6 +40,7 @@ class ResultLines {
   private:
     struct Entry {
         std::string input;
+        std::string output;
         Outcome outcome;
         std::size_t file;
         std::int64_t offset;

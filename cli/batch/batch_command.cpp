@@ -252,12 +252,12 @@ int tell_plan(const Settings& settings,
 
 /** The whole run; returns the exit status. */
 int run(const Settings& settings) {
-    Screen screen(settings);
-    JsonLines lines(settings);
     const auto start = Clock::now();
     WorkList work = work_list(settings);
     const std::size_t count = work.files.size() + work.others.size();
-    check_facts_paths(settings, work.files, count);
+    check_facts_paths(settings, count);
+    Screen screen(settings);  // opens the log, so what the run writes is checked by now
+    JsonLines lines(settings);
     for (const FileFacts& facts : work.others) {
         tell_finished(settings, facts, Files::Several, screen, lines);
     }

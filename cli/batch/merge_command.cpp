@@ -10,6 +10,7 @@
 #include "cli/batch/batch_command.h"
 #include "cli/batch/results.h"
 #include "cli/inputs/plan.h"
+#include "cli/inputs/run_file_check.h"
 #include "cli/options/settings.h"
 #include "cli/report/result_files.h"
 #include "cli/terminal/screen.h"
@@ -25,13 +26,27 @@
 namespace cli {
 namespace {
 
+/** What the merged runs read and wrote: nothing of it may be written to now. */
+std::vector<PlannedFile> recordings(const ResultLines& found) {
+    std::vector<PlannedFile> files;
+    for (std::size_t i = 0; i < found.size(); ++i) {
+        for (const std::string& path : {found.input(i), found.output(i)}) {
+            if (!path.empty()) {
+                files.push_back({path, {}, "made by an earlier run", {}});
+            }
+        }
+    }
+    return files;
+}
+
 int merge(const Settings& settings) {
     ResultLines found;
     for (const std::string& path : settings.paths) {
         found.add(path);
     }
     found.sort();
-    check_facts_paths(settings, {}, found.size());
+    check_run_files(settings, recordings(found), settings.paths);
+    check_facts_paths(settings, found.size());
     Screen screen(settings);
     JsonLines lines(settings);
     ResultFiles results(settings, found.size());

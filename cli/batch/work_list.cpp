@@ -13,6 +13,7 @@
 #include "cli/archive/shards.h"
 #include "cli/archive/up_to_date.h"
 #include "cli/inputs/find_files.h"
+#include "cli/inputs/run_file_check.h"
 
 /*
  * Which files a run is about, and what is known of each before it is looked into: from where it
@@ -36,6 +37,15 @@ std::vector<FileFacts> facts_about(const std::vector<SearchProblem>& problems, O
     return failures;
 }
 
+/** A log that is made under a missing input's name would be the next run's input. */
+void check_missing(const Settings& settings, const std::vector<FileFacts>& missing) {
+    std::vector<PlannedFile> files;
+    for (const FileFacts& facts : missing) {
+        files.push_back({facts.input, {}, {}, {}});
+    }
+    check_run_files(settings, files);
+}
+
 /** From the PATHs of the command line and of a list. */
 WorkList search(const Settings& settings) {
     std::vector<std::string> paths = settings.paths;
@@ -48,6 +58,7 @@ WorkList search(const Settings& settings) {
         find_files(paths, settings.suffix, settings.suffix.empty() ? settings.output_dir : "");
     WorkList work{plan_outputs(settings, found.files), found.unsupported,
                   facts_about(found.problems, Outcome::Failed)};
+    check_missing(settings, work.others);
     const auto links = facts_about(found.passed_over, Outcome::Skipped);
     work.others.insert(work.others.end(), links.begin(), links.end());
     for (PlannedFile& file : work.files) {
@@ -57,9 +68,11 @@ WorkList search(const Settings& settings) {
 }
 
 /** The lines of a dry run's JSON. What it did not find has been told, and is left out. */
-WorkList read_plan(const std::string& path) {
+WorkList read_plan(const Settings& settings) {
+    const std::string& path = settings.plan;
     std::ifstream in(path, std::ios::binary);
-    if (!in) {
+    // A folder opens and fails at the first byte.
+    if (!in || (in.peek() == std::ifstream::traits_type::eof() && in.bad())) {
         throw UsageError(fmt::format("--plan {} cannot be read: {}", path, std::strerror(errno)));
     }
     WorkList work;
@@ -73,6 +86,8 @@ WorkList read_plan(const std::string& path) {
             throw UsageError(fmt::format("--plan {} is not the JSON of a dry run", path));
         }
     }
+    check_outputs(work.files);
+    check_run_files(settings, work.files);
     return work;
 }
 
@@ -138,7 +153,7 @@ void judge_outputs(const Settings& settings, WorkList& work) {
 }  // namespace
 
 WorkList work_list(const Settings& settings) {
-    WorkList work = settings.plan.empty() ? search(settings) : read_plan(settings.plan);
+    WorkList work = settings.plan.empty() ? search(settings) : read_plan(settings);
     take_shard(settings.shard, work);
     if (!settings.analyze) {
         judge_outputs(settings, work);

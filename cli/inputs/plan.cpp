@@ -1,59 +1,27 @@
 #include "cli/inputs/plan.h"
 
 #include <fmt/format.h>
-#include <sys/stat.h>
 
+#include <algorithm>
 #include <fstream>
-#include <map>
 #include <unordered_map>
 #include <utility>
 
 #include "cli/audio/audio_formats.h"
+#include "cli/inputs/run_file_check.h"
 #include "cli/report/html.h"
+#include "cli/storage/run_files.h"
 
 /*
- * Paths are compared in three ways, each for its purpose. Resolved, with all links followed: would
- * two outputs be one file? Placed, with only the folder's links followed: is this file the very
- * name under which another one's output goes? And by device and inode: are two names one file,
- * through whatever links? The last is what keeps an input from being written, and is one look-up
- * for each output.
+ * Paths are compared in two ways here. Resolved, with all links followed: would two outputs be one
+ * file? Placed, with only the folder's links followed: is this file the very name under which
+ * another one's output goes? What keeps an input from being written is check_run_files.
  */
 
 namespace cli {
 namespace fs = std::filesystem;
 
 namespace {
-
-/** One spelling for every way to write a path that may not exist yet. */
-std::string resolved(const fs::path& path) {
-    std::error_code error;
-    const fs::path result = fs::weakly_canonical(fs::absolute(path), error);
-    return (error ? fs::absolute(path).lexically_normal() : result).string();
-}
-
-/** The same of many files, most of which share their folders: a folder is resolved once. */
-class Resolver {
-  public:
-    std::string resolved(const std::string& path) {
-        std::error_code error;
-        return fs::is_symlink(path, error) ? cli::resolved(path) : placed(path);
-    }
-
-    /** Of a name that may be a link: the link itself, not what it leads to. */
-    std::string placed(const std::string& path) {
-        const std::size_t slash = path.rfind('/');
-        const std::string folder = slash == std::string::npos ? "." : path.substr(0, slash + 1);
-        const auto [known, is_new] = folders_.emplace(folder, "");
-        if (is_new) {
-            known->second = fs::path(cli::resolved(folder)) / "";
-        }
-        return known->second.string() +
-               (slash == std::string::npos ? path : path.substr(slash + 1));
-    }
-
-  private:
-    std::map<std::string, fs::path> folders_;
-};
 
 bool same_file(const fs::path& one, const fs::path& other) {
     std::error_code error;
@@ -107,6 +75,14 @@ bool begins_with(const fs::path& path, const std::string& words) {
     return in.gcount() == 0 || start == words;
 }
 
+/** By its first bytes: a recording has null bytes in its header, a log has none. */
+bool is_text(const fs::path& path) {
+    char start[512];
+    std::ifstream in(path, std::ios::binary);
+    in.read(start, sizeof start);
+    return std::find(start, start + in.gcount(), '\0') == start + in.gcount();
+}
+
 /** Whether the name ends in the suffix and a file without it stands beside. */
 bool is_beside_its_original(const fs::path& path, const std::string& suffix) {
     const std::string stem = path.stem().string();
@@ -122,7 +98,7 @@ bool is_beside_its_original(const fs::path& path, const std::string& suffix) {
 /** By place in `files`, why a file is an output and no input of this run; empty for inputs. */
 std::vector<std::string> outputs_among(const Settings& settings,
                                        const std::vector<FoundFile>& files,
-                                       Resolver& resolver) {
+                                       PathResolver& resolver) {
     std::vector<std::string> reasons(files.size());
     if (settings.analyze || !settings.output.empty()) {
         return reasons;
@@ -143,30 +119,11 @@ std::vector<std::string> outputs_among(const Settings& settings,
     return reasons;
 }
 
-/** A hard link makes one file of an output and an input under two names. */
-void refuse_linked_inputs(const std::vector<PlannedFile>& plan) {
-    using Identity = std::pair<dev_t, ino_t>;
-    const auto identity = [](const fs::path& path, struct stat& status) {
-        return stat(path.c_str(), &status) == 0 ? Identity{status.st_dev, status.st_ino}
-                                                : Identity{};
-    };
-
-    struct stat status {};
-
-    std::map<Identity, const PlannedFile*> inputs;
-    for (const PlannedFile& planned : plan) {
-        if (const Identity file = identity(planned.input, status); file != Identity{}) {
-            inputs.emplace(file, &planned);
-        }
-    }
-    for (const PlannedFile& planned : plan) {
-        const Identity file =
-            planned.output.empty() ? Identity{} : identity(planned.output, status);
-        const auto found = file == Identity{} ? inputs.end() : inputs.find(file);
-        if (found != inputs.end()) {
-            throw UsageError(fmt::format("the output {} is the same file as the input {}",
-                                         planned.output, found->second->input));
-        }
+void require_regular(const fs::path& output) {
+    std::error_code error;
+    if (fs::exists(output, error) && !fs::is_regular_file(output, error)) {
+        throw UsageError(
+            fmt::format("the output {} exists and is no regular file", output.string()));
     }
 }
 
@@ -174,18 +131,12 @@ void refuse_linked_inputs(const std::vector<PlannedFile>& plan) {
 PlannedFile plan_one(const FoundFile& file,
                      const fs::path& output,
                      const std::string& resolved_output,
-                     Resolver& resolver) {
-    std::error_code error;
-    const bool exists = fs::exists(output, error);
-    if (resolved_output == resolver.resolved(file.path) ||
-        (exists && same_file(output, file.path))) {
+                     PathResolver& resolver) {
+    if (resolved_output == resolver.resolved(file.path) || same_file(output, file.path)) {
         throw UsageError(
             fmt::format("the output {} is an input; inputs are never written", output.string()));
     }
-    if (exists && !fs::is_regular_file(output, error)) {
-        throw UsageError(
-            fmt::format("the output {} exists and is no regular file", output.string()));
-    }
+    require_regular(output);
     return {file.path, output.string(), {}, {}};
 }
 
@@ -194,7 +145,7 @@ PlannedFile plan_one(const FoundFile& file,
 std::vector<PlannedFile> plan_outputs(const Settings& settings,
                                       const std::vector<FoundFile>& files) {
     check_single_output(settings, files);
-    Resolver resolver;
+    PathResolver resolver;
     const std::vector<std::string> reasons = outputs_among(settings, files, resolver);
     std::vector<PlannedFile> plan;
     std::vector<PlannedFile> passed_over;
@@ -217,30 +168,30 @@ std::vector<PlannedFile> plan_outputs(const Settings& settings,
         }
         plan.push_back(plan_one(file, output, other->first, resolver));
     }
-    refuse_linked_inputs(plan);
     plan.insert(plan.end(), passed_over.begin(), passed_over.end());
+    check_run_files(settings, plan);
     return plan;
 }
 
-void check_facts_paths(const Settings& settings,
-                       const std::vector<PlannedFile>& files,
-                       std::size_t inputs) {
-    Resolver resolver;
+void check_outputs(const std::vector<PlannedFile>& files) {
+    for (const PlannedFile& file : files) {
+        const std::string from = lower_extension(file.input);
+        if (!file.output.empty() && !same_container(from, lower_extension(file.output))) {
+            throw UsageError(fmt::format(
+                "the output {} keeps the format of its input {}, so its name must end in .{}",
+                file.output, file.input, from));
+        }
+        if (!file.output.empty()) {
+            require_regular(file.output);
+        }
+    }
+}
+
+void check_facts_paths(const Settings& settings, std::size_t inputs) {
     const auto check = [&](const char* option, const std::string& path, const char* start) {
-        if (path.empty()) {
-            return;
-        }
         std::error_code ignored;
-        const std::string place = resolved(path);
-        const bool exists = fs::exists(path, ignored);
-        for (const PlannedFile& file : files) {
-            if (place == resolver.resolved(file.input) || (exists && same_file(path, file.input)) ||
-                (!file.output.empty() && place == resolver.resolved(file.output))) {
-                throw UsageError(
-                    fmt::format("--{} {} is one of the audio files of this run", option, path));
-            }
-        }
-        if (fs::is_regular_file(path, ignored) && !settings.force && !begins_with(path, start)) {
+        if (!path.empty() && fs::is_regular_file(path, ignored) && !settings.force &&
+            !begins_with(path, start)) {
             throw UsageError(fmt::format(
                 "--{} {} exists and does not look like such a file (--force replaces it)", option,
                 path));
@@ -255,16 +206,18 @@ void check_facts_paths(const Settings& settings,
     if (fs::is_directory(settings.report, ignored)) {
         check("report", settings.report + "/index.html", kReportStart);
     }
-    if (settings.json_on_standard_output()) {
-        return;
+    if (!settings.json_on_standard_output()) {
+        check("json", settings.json, "{");
     }
-    check("json", settings.json, "{");
-    if (!settings.json.empty() && fs::is_directory(settings.json, ignored)) {
-        throw UsageError(fmt::format("--json {} is a folder", settings.json));
+    for (const auto& [option, path] : {std::pair("json", settings.json), {"log", settings.log}}) {
+        if (!path.empty() && fs::is_directory(path, ignored)) {
+            throw UsageError(fmt::format("--{} {} is a folder", option, path));
+        }
     }
-    if (!settings.json.empty() && !settings.report.empty() &&
-        resolved(settings.json) == resolved(settings.report)) {
-        throw UsageError("--json and --report name the same file");
+    if (fs::is_regular_file(settings.log, ignored) && !is_text(settings.log)) {
+        throw UsageError(fmt::format(
+            "--log {} exists and is not a text file, so nothing is appended; name another file",
+            settings.log));
     }
 }
 

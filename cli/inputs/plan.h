@@ -27,7 +27,7 @@ struct PlannedFile {
 /**
  * Names the output of every input. A file that is the output of another one, or bears the suffix
  * beside its original, is skipped, so that a pattern may be given a second time. Throws UsageError
- * when two inputs would write one output, an output is an input, or --output does not fit.
+ * when two inputs would write one output, --output does not fit, or check_run_files refuses.
  */
 std::vector<PlannedFile> plan_outputs(const Settings& settings,
                                       const std::vector<FoundFile>& files);
@@ -40,12 +40,16 @@ std::vector<PlannedFile> plan_outputs(const Settings& settings,
 void probe_places(std::vector<PlannedFile>& plan);
 
 /**
- * Refuses a report or JSON file that would take the place of an input, of an output, or of a file
- * that this program did not write, or a report that is no folder though there are several inputs
+ * Refuses outputs that cannot be made: a name that another kind of file would have, or a folder.
+ * For the lines of a plan, which plan_outputs did not name. Throws UsageError.
+ */
+void check_outputs(const std::vector<PlannedFile>& files);
+
+/**
+ * Refuses a report or JSON file that would take the place of a file that this program did not
+ * write, a log that is no text, or a report that is no folder though there are several inputs
  * (`inputs` of them, found or merged). Throws UsageError.
  */
-void check_facts_paths(const Settings& settings,
-                       const std::vector<PlannedFile>& files,
-                       std::size_t inputs);
+void check_facts_paths(const Settings& settings, std::size_t inputs);
 
 }  // namespace cli

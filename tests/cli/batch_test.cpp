@@ -5,6 +5,7 @@
 #include <sys/xattr.h>
 #endif
 
+#include <boost/algorithm/string/replace.hpp>
 #include <chrono>
 #include <filesystem>
 #include <functional>
@@ -302,6 +303,30 @@ TEST_F(Batch, WrongUsageIsStatus2BeforeAnyWork) {
     EXPECT_EQ(run("--%original_token%x a.wav").status, 2) << "the parser's own placeholder";
     EXPECT_EQ(run("--help").status, 0);
     EXPECT_EQ(run("--version").out, "quorvane 3.0.0\n");
+}
+
+TEST_F(Batch, APlanAndALogPassTheChecksOfACommandLine) {
+    talk("in/a.wav", 1);
+    talk("in/b.wav", 1);
+    ASSERT_EQ(0, run("-n in --json plan").status);
+    const std::string plan = read_text(dir_ / "plan");
+    const std::string original = read_text(dir_ / "in/a.wav");
+    const auto with_output = [&](const std::string& from, const std::string& to) {
+        return boost::replace_all_copy(plan, "in/" + from + "-leveled.wav", "in/" + to);
+    };
+    write_text(dir_ / "self", with_output("a", "a.wav"));
+    write_text(dir_ / "other", with_output("b", "a.wav"));
+    write_text(dir_ / "twice", with_output("b", "a-leveled.wav"));
+    write_text(dir_ / "kind", with_output("b", "b.flac"));
+    for (const char* words :
+         {"-f --plan self", "-f --plan other", "-f --plan twice", "-f --plan kind", "-f --plan in",
+          "-f --plan plan --json plan", "--plan plan --shard 1/2 --log in/a.wav",
+          "in --log in/a.wav", "in/b.wav --log in/a.wav", "merge plan --log in/a.wav"}) {
+        EXPECT_EQ(2, run(words).status) << words;
+    }
+    EXPECT_EQ(original, read_text(dir_ / "in/a.wav"));
+    EXPECT_EQ(plan, read_text(dir_ / "plan"));
+    EXPECT_THAT(names_in("in"), ElementsAre("a.wav", "b.wav"));
 }
 
 TEST_F(Batch, CopiesAreSaidWithTheirReason) {

@@ -1,9 +1,11 @@
 #include <gmock/gmock.h>
 
+#include <boost/algorithm/string/replace.hpp>
 #include <filesystem>
 
 #include "cli/inputs/find_files.h"
 #include "cli/inputs/plan.h"
+#include "cli/inputs/run_file_check.h"
 #include "cli/report/html.h"
 #include "cli/storage/staged_output.h"
 #include "tests/support/fixtures.h"
@@ -188,7 +190,8 @@ TEST_F(Files, ReportsAndJsonReplaceOnlyTheirOwnKind) {
         settings.report = report;
         settings.json = json;
         try {
-            check_facts_paths(settings, plan_outputs(settings, result_.files), inputs);
+            plan_outputs(settings, result_.files);
+            check_facts_paths(settings, inputs);
             return false;
         } catch (const UsageError&) {
             return true;
@@ -201,6 +204,110 @@ TEST_F(Files, ReportsAndJsonReplaceOnlyTheirOwnKind) {
     EXPECT_TRUE(refused("", other, 1));
     EXPECT_TRUE(refused(x, "", 1));
     EXPECT_TRUE(refused("", dir_ / "x-leveled.wav", 1));
+    const auto log_refused = [&](const std::string& name) {
+        Settings settings;
+        settings.log = dir_ / name;
+        try {
+            check_facts_paths(settings, 1);
+            return false;
+        } catch (const UsageError&) {
+            return true;
+        }
+    };
+    make("foreign.wav", std::string("RIFF\0\0\0\0WAVE", 12));
+    EXPECT_FALSE(log_refused("letter.txt") || log_refused("new.log"));
+    EXPECT_TRUE(log_refused("foreign.wav"));
+    EXPECT_TRUE(log_refused("."));
+}
+
+// Two inputs with their outputs, a skipped recording, and whatever the row adds.
+class RunFilesOf : public Files {
+  protected:
+    RunFilesOf() {
+        for (const char* name : {"a.wav", "b.wav", "old-leveled.wav", "list", "options", "plan"}) {
+            make(name);
+        }
+        fs::create_symlink("a.wav", dir_ / "link");
+        fs::create_hard_link(dir_ / "a.wav", dir_ / "hard");
+        fs::create_symlink("a-leveled.wav", dir_ / "dangling");
+        fs::create_directory(dir_ / "pages");
+        make("pages/b.wav.html");
+        settings_.files_from = dir_ / "list";
+        settings_.plan = dir_ / "plan";
+        settings_.tuning = {"--bin-size=50", "--options-file=" + dir_ / "options"};
+        files_ = {{dir_ / "a.wav", dir_ / "a-leveled.wav", {}, {}},
+                  {dir_ / "b.wav", dir_ / "b-leveled.wav", {}, {}},
+                  {dir_ / "missing.wav", {}, {}, {}},
+                  {dir_ / "old-leveled.wav", {}, "is an output", {}}};
+    }
+
+    // The refusal without this folder's name, or "".
+    std::string refusal(const std::vector<std::string>& results = {}) {
+        try {
+            check_run_files(settings_, files_, results);
+            return "";
+        } catch (const UsageError& error) {
+            return boost::replace_all_copy<std::string>(error.what(), dir_.path() + "/", "");
+        }
+    }
+
+    Settings settings_;
+    std::vector<PlannedFile> files_;
+};
+
+TEST_F(RunFilesOf, NothingThatIsWrittenIsAnotherFileOfTheRun) {
+    EXPECT_EQ("", refusal());
+    const std::pair<const char*, const char*> rows[] = {
+        {"a.wav", "the input a.wav; what a run reads is never written to"},
+        {"./pages/../a.wav", "the input a.wav"},
+        {"link", "the input a.wav"},
+        {"hard", "the input a.wav"},
+        {"missing.wav", "the input missing.wav"},
+        {"old-leveled.wav", "the recording old-leveled.wav"},
+        {"b-leveled.wav", "the output b-leveled.wav; each needs a file of its own"},
+        {"dangling", "the output a-leveled.wav"},
+        {"list", "--files-from list"},
+        {"options", "--options-file options"},
+        {"plan", "--plan plan"},
+        {"results", "the results results"}};
+    for (auto option : {&Settings::log, &Settings::json, &Settings::report}) {
+        for (const auto& [path, other] : rows) {
+            settings_.*option = dir_ / path;
+            EXPECT_THAT(refusal({dir_ / "results"}),
+                        HasSubstr(std::string(path) + " is the same file as " + other));
+        }
+        settings_.*option = "";
+    }
+    settings_.log = dir_ / ".quorvane.jsonl";
+    EXPECT_THAT(refusal(), HasSubstr("the record .quorvane.jsonl is the same file as --log"));
+    settings_.log = settings_.json = "/dev/null";
+    EXPECT_EQ("", refusal()) << "devices hold nothing that is lost";
+    settings_.log = settings_.json = dir_ / "new";
+    EXPECT_THAT(refusal(), HasSubstr("--json new is the same file as --log new"));
+    settings_.json = "-";
+    EXPECT_EQ("", refusal());
+    settings_.report = dir_ / "pages";
+    EXPECT_EQ("", refusal());
+    files_.push_back({dir_ / "pages/b.wav.html", {}, {}, {}});
+    EXPECT_THAT(refusal(), HasSubstr("--report would write its pages where the input"));
+}
+
+TEST_F(RunFilesOf, NoOutputIsAnInputOrAnotherOutput) {
+    const auto with_output = [&](const char* output) {
+        files_[0].output = dir_ / output;
+        return refusal();
+    };
+    for (const char* output : {"a.wav", "b.wav", "link", "hard", "list", "missing.wav"}) {
+        EXPECT_THAT(with_output(output), HasSubstr("is the same file as")) << output;
+    }
+    EXPECT_THAT(with_output("b-leveled.wav"), HasSubstr("the same file as the output"));
+    // Who saves space by links may have made one file of two equal outputs.
+    make("b-leveled.wav");
+    fs::create_hard_link(dir_ / "b-leveled.wav", dir_ / "same-leveled.wav");
+    EXPECT_EQ("", with_output("same-leveled.wav"));
+    EXPECT_EQ("", with_output("old-leveled.wav")) << "skipped as the output of another";
+    fs::create_hard_link(dir_ / "b.wav", dir_ / ".quorvane.jsonl");
+    EXPECT_THAT(refusal(), HasSubstr("the record .quorvane.jsonl is the same file as the input"));
 }
 
 TEST_F(Files, AnOutputAppearsWholeOrNotAtAll) {

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "cli/inputs/plan.h"
+#include "cli/options/settings.h"
+
+namespace cli {
+
+/**
+ * Compares every file that the run will write (outputs, records, log, JSON, report, and where the
+ * standard streams go) with every file that it reads (inputs, lists, plan, options file, and the
+ * `results` that a merge reads) and with each other. Call it with the files of the whole run,
+ * before anything is opened for writing. Throws UsageError that names the two files which are one.
+ */
+void check_run_files(const Settings& settings,
+                     const std::vector<PlannedFile>& files,
+                     const std::vector<std::string>& results = {});
+
+}  // namespace cli
