@@ -35,6 +35,7 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 constexpr const char* kStart = "{\"output\":\"";
+constexpr const char* kForWord = "for=";
 constexpr std::size_t kIndexedBytes = 1 << 20;
 constexpr std::int64_t kEndBytes = 1 << 20;
 
@@ -145,10 +146,23 @@ std::string options_key(const std::vector<std::string>& tuning,
         key += fmt::format("stream={} codec={} ", audio_stream, audio_codec);
     }
     if (!destination.empty()) {
-        key += fmt::format("for={} ", destination);
+        key += fmt::format("{}{} ", kForWord, destination);
     }
     // The measured loudness goes into the broadcast chunk of the files that have one.
     return key + (measure ? "measured" : "unmeasured");
+}
+
+// It is the last word but one.
+std::string destination_in(const std::string& options) {
+    const std::size_t last = options.rfind(' ');
+    if (last == std::string::npos || last == 0) {
+        return "";
+    }
+    const std::size_t before = options.rfind(' ', last - 1);
+    const std::size_t begin = before == std::string::npos ? 0 : before + 1;
+    const std::string word = options.substr(begin, last - begin);
+    const std::size_t prefix = std::strlen(kForWord);
+    return word.compare(0, prefix, kForWord) == 0 ? word.substr(prefix) : "";
 }
 
 std::string record_path(const std::string& output) {

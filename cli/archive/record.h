@@ -65,6 +65,9 @@ std::string options_key(const std::vector<std::string>& tuning,
                         const std::string& audio_codec = "",
                         const std::string& destination = "");
 
+/** The word of the destination in a key that options_key() made, "" where there is none. */
+std::string destination_in(const std::string& options);
+
 /** The file that holds the records of all outputs in a folder. */
 constexpr const char* kRecordName = ".quorvane.jsonl";
 std::string record_path(const std::string& output);

@@ -44,12 +44,15 @@ void ResultLines::add(const std::string& path) {
         throw UsageError(fmt::format("{} is not the JSON of a run", path));
     }
     std::int64_t offset = 0;
+    std::size_t number = 0;
     std::size_t broken = 0;
+    std::size_t first_broken = 0;
     for (std::string line; std::getline(in, line);) {
+        ++number;
         try {
             take(line, files_.size() - 1, offset);
         } catch (const nlohmann::json::exception&) {
-            ++broken;
+            first_broken = broken++ == 0 ? number : first_broken;
         }
         offset += static_cast<std::int64_t>(line.size()) + 1;
     }
@@ -57,8 +60,10 @@ void ResultLines::add(const std::string& path) {
         throw std::system_error(errno, std::generic_category(), path);
     }
     if (broken != 0) {
-        notes_.push_back(fmt::format("{}: {} cut short and left out", path,
-                                     broken == 1 ? "a line was" : "several lines were"));
+        problems_.push_back(fmt::format(
+            "{}: line {}{} is not a whole result, so what it reported is unknown; repeat that run "
+            "and leave this file out of the merge",
+            path, first_broken, broken == 1 ? "" : fmt::format(" (the first of {})", broken)));
     }
 }
 

@@ -34,8 +34,11 @@ class ResultLines {
 
     void sort();
 
-    /** Lines that were no whole JSON object, as a killed run leaves one, and their file. */
-    const std::vector<std::string>& notes() const { return notes_; }
+    /**
+     * A sentence for each file with lines that are no whole result, as a killed run leaves one:
+     * what they reported is unknown.
+     */
+    const std::vector<std::string>& problems() const { return problems_; }
 
   private:
     struct Entry {
@@ -52,7 +55,7 @@ class ResultLines {
     std::vector<std::string> files_;
     std::vector<Entry> entries_;
     std::unordered_map<std::string, std::size_t> entry_of_;
-    std::vector<std::string> notes_;
+    std::vector<std::string> problems_;
     bool planned_ = false;
 };
 

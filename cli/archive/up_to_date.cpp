@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <optional>
 #include <system_error>
@@ -76,12 +77,35 @@ Judgement UpToDate::judge(const std::string& input, const std::string& output) {
             return judgement;
         }
     }
+    return judge_unknown(output, there.state(), records);
+}
+
+Judgement UpToDate::judge_unknown(const std::string& output,
+                                  const FileState& state,
+                                  const std::vector<DoneRecord>& records) const {
+    Judgement judgement;
+    judgement.output_state = state;
     judgement.standing = Standing::NotOurs;
-    judgement.cause = fmt::format(
-        records.empty() ? "{} exists, and no record tells that it was made from this input "
-                          "(--force replaces it)"
-                        : "{} exists, but was changed after it was leveled (--force replaces it)",
-        output);
+    if (records.empty()) {
+        judgement.cause = fmt::format(
+            "{} exists, and no record tells that it was made from this input "
+            "(--force replaces it)",
+            output);
+    } else if (proof_ == Proof::SizeAndTime) {
+        judgement.cause = fmt::format(
+            "{} exists, but was changed after it was leveled (--force replaces it)", output);
+    } else {
+        const bool silently =
+            std::any_of(records.begin(), records.end(),
+                        [&](const DoneRecord& record) { return record.output_state == state; });
+        judgement.standing = Standing::Damaged;
+        judgement.cause = fmt::format(
+            silently ? "the content of {} is not what was recorded, though its size and time are; "
+                       "the disk may lose data (--force levels it again)"
+                     : "{} was damaged or edited after it was leveled: its content is not what was "
+                       "recorded (--force levels it again)",
+            output);
+    }
     return judgement;
 }
 
@@ -98,8 +122,17 @@ Judgement UpToDate::judge_record(const DoneRecord& record, const std::string& in
     Judgement judgement;
     judgement.standing = Standing::Changed;
     constexpr const char* kRedo = "(--redo-changed levels it anew)";
-    if (!Comparison(input, proof_).is(record.input_state, record.input_hash)) {
-        judgement.cause = fmt::format("the input changed since it was leveled {}", kRedo);
+    Comparison source(input, proof_);
+    const std::string destination = destination_in(options_);
+    if (!source.is(record.input_state, record.input_hash)) {
+        const bool silently = source.state() == record.input_state;
+        judgement.standing = silently ? Standing::Damaged : Standing::Changed;
+        judgement.cause =
+            silently ? "the content of the input is not what was recorded, though its size and "
+                       "time are; the disk may lose data (its output is whole)"
+                     : fmt::format("the input changed since it was leveled {}", kRedo);
+    } else if (!destination.empty() && destination_in(record.options) != destination) {
+        judgement.standing = Standing::Outdated;
     } else if (record.options != options_) {
         judgement.cause = fmt::format("it was leveled with other options {}", kRedo);
     } else if (record.arithmetic != kArithmeticVersion) {

@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "cli/archive/record.h"
 
@@ -11,13 +12,15 @@ namespace cli {
 enum class Standing {
     Missing,   // to be made
     UpToDate,  // there, whole, and made from this input with these options and this arithmetic
+    Outdated,  // ours and whole, but made for no destination or another one than is asked for
     Changed,   // ours and whole, but the input, the options or the arithmetic changed since
+    Damaged,   // of Proof::Content: the output's or the input's content is not the recorded one
     NotOurs    // there, but no record vouches for it
 };
 
 struct Judgement {
     Standing standing = Standing::Missing;
-    std::string cause;       // of Changed and NotOurs, for the user
+    std::string cause;       // of Changed, Damaged and NotOurs, for the user
     FileState output_state;  // as it was found
     FileFacts facts;         // of UpToDate: what was found out when it was made, without curves
 };
@@ -50,6 +53,11 @@ class UpToDate {
 
   private:
     Judgement judge_record(const DoneRecord& record, const std::string& input) const;
+
+    /** Of an output that no record fits. */
+    Judgement judge_unknown(const std::string& output,
+                            const FileState& state,
+                            const std::vector<DoneRecord>& records) const;
 
     std::string options_;
     Proof proof_;

@@ -188,6 +188,7 @@ void Batch::start(const Entry& entry) {
     job.scratch = fmt::format("{}{}", scratch_.path(), entry.index);
     job.options = options_;
     job.options.replace = entry.existing == Existing::Replace;
+    job.options.redo_changed = options_.redo_changed || entry.existing == Existing::Renew;
     {
         const std::lock_guard<std::mutex> lock(mutex_);
         // Fewer files than processors: this worker may use a second one.

@@ -76,8 +76,11 @@ class Batch {
      */
     std::size_t add(const std::string& input, const std::string& output);
 
-    /** The same, for this file's output whatever the options say of one that exists. */
-    enum class Existing { Keep, Replace };
+    /**
+     * The same, for this file's output whatever the options say of one that exists. Renew replaces
+     * an output of ours that is still as it was found.
+     */
+    enum class Existing { Keep, Renew, Replace };
     std::size_t add(const std::string& input, const std::string& output, Existing existing);
 
     /** The same of an output that was looked at before: how it was found. */

@@ -92,7 +92,9 @@ class ShownBatch : public BatchObserver {
             if (!plan_[i].known) {
                 places_.push_back(i);
                 batch_.add(plan_[i].input, plan_[i].output,
-                           settings_.force ? Batch::Existing::Replace : Batch::Existing::Keep,
+                           settings_.force  ? Batch::Existing::Replace
+                           : plan_[i].renew ? Batch::Existing::Renew
+                                            : Batch::Existing::Keep,
                            plan_[i].found);
             }
         }
@@ -191,7 +193,7 @@ class ShownBatch : public BatchObserver {
         files_[place].ended = true;
         finished_weight_ += files_[place].weight;
         ++finished_;
-        failures_ += facts.outcome == Outcome::Failed ? 1 : 0;
+        failures_ += is_failure(facts.outcome) ? 1 : 0;
         tell_finished(settings_, facts, files_.size() == 1 ? Files::One : Files::Several, screen_,
                       lines_);
         results_.add(place, facts);
@@ -246,6 +248,7 @@ int tell_plan(const Settings& settings,
     }
     screen.line(fmt::format("{}; {} of audio to work on", counts(results.files()),
                             clock_text(checked.audio_s)));
+    print_unsupported(work.unsupported, screen);
     results.commit();
     return status_of(settings, results, lines, screen);
 }
@@ -267,9 +270,7 @@ int run(const Settings& settings) {
         screen.error(fmt::format("note: {}", note));
     }
     if (settings.dry_run) {
-        const int status = tell_plan(settings, work, checked, screen, lines);
-        print_unsupported(work.unsupported, screen);
-        return status;
+        return tell_plan(settings, work, checked, screen, lines);
     }
     remove_stale_scratch_directories();
     ResultFiles results(settings, count);

@@ -20,7 +20,8 @@
 /*
  * Many runs told as one: their lines of JSON are read, sorted as one run would have had them, and
  * go through the same words, tables and files. A file that one run planned and none worked on
- * counts as unfinished: a task that was lost must not look like success.
+ * counts as unfinished, and a line that cannot be read makes the merge a failure: a task that was
+ * lost must not look like success.
  */
 
 namespace cli {
@@ -59,22 +60,26 @@ int merge(const Settings& settings) {
         }
         // Work, not waiting: the runs were side by side.
         work_s += facts.elapsed_s;
-        if (facts.outcome == Outcome::Failed) {
+        if (is_failure(facts.outcome)) {
             screen.error(finished_line(facts, screen));
         }
         lines.write(facts);
         results.add(i, std::move(facts));
     }
-    for (const std::string& note : found.notes()) {
-        screen.line(fmt::format("note: {}", printable(note)));
-    }
     tell_results(settings, results, work_s, 0, screen);
+    for (const std::string& problem : found.problems()) {
+        screen.error(fmt::format("quorvane: {}", printable(problem)));
+    }
+    if (found.size() == 0) {
+        screen.error("quorvane: there are no results in what was named");
+    }
     const int status = status_of(settings, results, lines, screen);
     const auto& files = results.files();
     const bool unfinished = std::any_of(files.begin(), files.end(), [](const FileFacts& facts) {
         return facts.outcome == Outcome::Interrupted;
     });
-    return unfinished ? kSomeFailed : status;
+    const bool incomplete = unfinished || !found.problems().empty() || found.size() == 0;
+    return incomplete ? kSomeFailed : status;
 }
 
 }  // namespace

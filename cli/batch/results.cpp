@@ -43,7 +43,7 @@ void tell_finished(const Settings& settings,
                    Files files,
                    Screen& screen,
                    JsonLines& lines) {
-    if (facts.outcome == Outcome::Failed) {
+    if (is_failure(facts.outcome)) {
         screen.error(finished_line(facts, screen));
         // One file has room for its verdict; of many each gets a line.
     } else if (facts.outcome != Outcome::Interrupted && facts.before && files == Files::One) {
@@ -93,19 +93,38 @@ int status_of(const Settings& settings,
         screen.error(fmt::format("quorvane: the JSON facts could not be written: {}",
                                  std::strerror(lines.error())));
     }
+    const std::vector<std::string> lost = screen.problems();
+    for (const std::string& problem : lost) {
+        screen.error(fmt::format("quorvane: {}", printable(problem)));
+    }
     const auto& files = results.files();
     const bool failed = std::any_of(files.begin(), files.end(), [](const FileFacts& facts) {
-        return facts.outcome == Outcome::Failed;
+        return is_failure(facts.outcome);
     });
-    if (failed || lines.error() != 0 || !results.problems().empty()) {
+    if (failed || lines.error() != 0 || !results.problems().empty() || !lost.empty()) {
         return kSomeFailed;
     }
-    // What was not measured was skipped or planned: it cannot miss a destination.
+    // What was not measured was skipped or planned. Only an output that was kept, whatever it is,
+    // then misses a destination.
     const bool ready = std::all_of(files.begin(), files.end(), [&](const FileFacts& facts) {
-        return !facts.before || is_ready(facts, settings.destinations);
+        const bool kept = facts.outcome == Outcome::Skipped && !facts.output.empty();
+        return facts.before ? is_ready(facts, settings.destinations) : !kept;
     });
     return ready || settings.destinations.empty() ? kAllDone : kNotReady;
 }
+
+namespace {
+
+/** Prints an answer. Returns the exit status: a full device must not look like success. */
+int print_answer(const std::string& text) {
+    if (fwrite(text.data(), 1, text.size(), stdout) == text.size() && fflush(stdout) == 0) {
+        return kAllDone;
+    }
+    fprintf(stderr, "quorvane: the standard output cannot be written: %s\n", std::strerror(errno));
+    return kSomeFailed;
+}
+
+}  // namespace
 
 int run_command(int argc, const char* const* argv, const std::function<int(const Settings&)>& run) {
     // For the widths of signs on the screen; numbers keep their decimal point.
@@ -113,12 +132,10 @@ int run_command(int argc, const char* const* argv, const std::function<int(const
     try {
         const Settings settings = parse_command_line(argc, argv);
         if (settings.help) {
-            fputs(help_text().c_str(), stdout);
-            return kAllDone;
+            return print_answer(help_text());
         }
         if (settings.version) {
-            puts((std::string("quorvane ") + kVersion).c_str());
-            return kAllDone;
+            return print_answer(fmt::format("quorvane {}\n", kVersion));
         }
         return run(settings);
     } catch (const UsageError& error) {

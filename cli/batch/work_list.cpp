@@ -113,11 +113,13 @@ void take_shard(const Shard& shard, WorkList& work) {
     }
 }
 
-std::shared_ptr<FileFacts> skipped(const PlannedFile& file, const std::string& cause) {
+std::shared_ptr<FileFacts> left_alone(const PlannedFile& file,
+                                      Outcome outcome,
+                                      const std::string& cause) {
     auto facts = std::make_shared<FileFacts>();
     facts->input = file.input;
     facts->output = file.output;
-    facts->outcome = Outcome::Skipped;
+    facts->outcome = outcome;
     facts->cause = cause;
     return facts;
 }
@@ -133,18 +135,21 @@ void judge_outputs(const Settings& settings, WorkList& work) {
                         settings.verify ? Proof::Content : Proof::SizeAndTime);
     for (PlannedFile& file : work.files) {
         if (!file.skip.empty()) {
-            file.known = skipped(file, file.skip);
+            file.known = left_alone(file, Outcome::Skipped, file.skip);
         } else if (settings.force) {
             file.found = state_of(file.output);
         } else {
             const Judgement judgement = up_to_date.judge(file.input, file.output);
             file.found = judgement.output_state;
-            const bool redo = settings.redo_changed && judgement.standing == Standing::Changed;
+            file.renew = judgement.standing == Standing::Outdated ||
+                         (settings.redo_changed && judgement.standing == Standing::Changed);
             if (judgement.standing == Standing::UpToDate) {
                 file.known =
                     std::make_shared<FileFacts>(facts_of(judgement, file.input, file.output));
-            } else if (judgement.standing != Standing::Missing && !redo) {
-                file.known = skipped(file, judgement.cause);
+            } else if (judgement.standing == Standing::Damaged) {
+                file.known = left_alone(file, Outcome::Damaged, judgement.cause);
+            } else if (judgement.standing != Standing::Missing && !file.renew) {
+                file.known = left_alone(file, Outcome::Skipped, judgement.cause);
             }
         }
     }

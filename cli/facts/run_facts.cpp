@@ -20,11 +20,24 @@ constexpr double kSilence = -std::numeric_limits<double>::infinity();
 /** The words of "status": programs read them, so that they stay. */
 const std::map<Outcome, const char*>& outcome_names() {
     static const std::map<Outcome, const char*> names = {
-        {Outcome::Leveled, "leveled"},   {Outcome::Copied, "copied"},
-        {Outcome::Analyzed, "analyzed"}, {Outcome::UpToDate, "up-to-date"},
-        {Outcome::Skipped, "skipped"},   {Outcome::Planned, "planned"},
-        {Outcome::Failed, "failed"},     {Outcome::Interrupted, "interrupted"}};
+        {Outcome::Leveled, "leveled"},        {Outcome::Copied, "copied"},
+        {Outcome::Analyzed, "analyzed"},      {Outcome::UpToDate, "up-to-date"},
+        {Outcome::Skipped, "skipped"},        {Outcome::Planned, "planned"},
+        {Outcome::Failed, "failed"},          {Outcome::Damaged, "damaged"},
+        {Outcome::Interrupted, "interrupted"}};
     return names;
+}
+
+/** The inverse. at() throws for an unknown status, which must not pass for a harmless one. */
+Outcome outcome_back(const Json& status) {
+    static const Json outcomes = [] {
+        Json result;
+        for (const auto& [outcome, name] : outcome_names()) {
+            result[name] = static_cast<int>(outcome);
+        }
+        return result;
+    }();
+    return static_cast<Outcome>(outcomes.at(status.get<std::string>()).get<int>());
 }
 
 /** JSON has no infinity: silence is null. */
@@ -180,6 +193,10 @@ const char* to_text(Outcome outcome) {
     return outcome_names().at(outcome);
 }
 
+bool is_failure(Outcome outcome) {
+    return outcome == Outcome::Failed || outcome == Outcome::Damaged;
+}
+
 Json to_json(const FileFacts& facts, Curves curves) {
     Json json;
     put_path(json, "input", facts.input);
@@ -221,11 +238,7 @@ FileFacts facts_from_json(const Json& json) {
     FileFacts facts;
     facts.input = text_back(json.at("input"));
     facts.output = text_back(json.at("output"));
-    for (const auto& [outcome, name] : outcome_names()) {
-        if (json.at("status") == name) {
-            facts.outcome = outcome;
-        }
-    }
+    facts.outcome = outcome_back(json.at("status"));
     facts.cause = text_back(json.at("cause"));
     facts.notes = json.at("notes").get<std::vector<std::string>>();
     facts.elapsed_s = number_back(json.at("elapsed_s"));

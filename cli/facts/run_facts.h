@@ -79,10 +79,14 @@ enum class Outcome {
     Skipped,      // on purpose; cause says why
     Planned,      // of a dry run: it would be worked on
     Failed,       // cause says why
+    Damaged,      // --verify found a content that is not the recorded one; cause says whose
     Interrupted,  // stopped or never begun
 };
 
 const char* to_text(Outcome outcome);
+
+/** Whether a run with such a file ends with a failure. */
+bool is_failure(Outcome outcome);
 
 /** Of a file whose sound lies in a container with other streams. */
 struct MediaFacts {
@@ -126,7 +130,8 @@ void strip_curves(FileFacts& facts);
 void strip_details(FileFacts& facts);
 
 /**
- * The reverse, for facts that a worker sent. Throws nlohmann::json::exception on a malformed text.
+ * The reverse, for facts that a worker sent. Throws nlohmann::json::exception on a malformed text
+ * and on a status that is not one of ours.
  */
 FileFacts facts_from_json(const nlohmann::ordered_json& json);
 

@@ -22,6 +22,7 @@ struct PlannedFile {
     std::int64_t bytes = 0;                 // size of the input
     FileState found = {};                   // the output, as it was when it was judged
     std::shared_ptr<FileFacts> known = {};  // facts that stand already: there is nothing to do
+    bool renew = false;                     // what was found is ours and is to be replaced
 };
 
 /**

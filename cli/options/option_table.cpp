@@ -28,7 +28,7 @@ std::vector<OptionRow> own_options() {
          "by an earlier arithmetic, and replace the old output"},
         {G::Output, "verify", 0, "", C::None,
          "read what is done already, and what it was made from, and compare contents, where else "
-         "sizes and times are enough"},
+         "sizes and times are enough; a content that is not the recorded one is a failure"},
         {G::Output, "keep-mtime", 0, "", C::None,
          "give the output the modification time of its input"},
 

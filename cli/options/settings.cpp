@@ -308,9 +308,9 @@ std::string help_text() {
         out << "\n" << describe(group);
     }
     out << "\n"
-           "Exit status: 0 all done, 1 a file failed, 2 wrong usage, 4 a file is not ready for "
-           "what\n"
-           "--for names, 130 interrupted.\n";
+           "Exit status: 0 all done, 1 a file failed or is damaged, 2 wrong usage, 4 a file is "
+           "not\n"
+           "ready for what --for names, 130 interrupted.\n";
     return out.str();
 }
 

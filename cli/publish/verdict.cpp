@@ -52,6 +52,8 @@ std::string what_happened(const FileFacts& facts) {
     switch (facts.outcome) {
         case Outcome::Failed:
             return fmt::format("Nothing was written{}.", because);
+        case Outcome::Damaged:
+            return fmt::format("Damaged{}.", because);
         case Outcome::Skipped:
             return fmt::format("Skipped{}.", because);
         case Outcome::Interrupted:
@@ -172,8 +174,7 @@ std::string readiness(const FileFacts& facts, const std::vector<std::string>& as
 
 std::string verdict(const FileFacts& facts, const std::vector<std::string>& asked) {
     std::string text = what_happened(facts);
-    if (measured(facts) && facts.outcome != Outcome::Failed &&
-        facts.outcome != Outcome::Interrupted) {
+    if (measured(facts) && !is_failure(facts.outcome) && facts.outcome != Outcome::Interrupted) {
         text += " " + readiness(facts, asked);
     }
     return text;

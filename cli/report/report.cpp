@@ -66,6 +66,8 @@ std::string outcome_text(const FileFacts& facts) {
             return "planned";
         case Outcome::Failed:
             return "failed";
+        case Outcome::Damaged:
+            return "damaged";
         case Outcome::Interrupted:
             return "not finished";
     }
@@ -86,7 +88,7 @@ std::string heading(const FileFacts& facts, const ReportOptions& options) {
     text += fmt::format("<p class=\"soft\">{}, {} Hz, {}, {}</p>\n", escape_html(facts.format),
                         facts.sample_rate_hz, channels_text(facts.channels),
                         clock_text(facts.duration_s()));
-    if (!facts.output.empty() && facts.outcome != Outcome::Failed) {
+    if (!facts.output.empty() && !is_failure(facts.outcome)) {
         text += fmt::format("<p class=\"soft\">Written to {}</p>\n", escape_html(facts.output));
     }
     if (!facts.cause.empty()) {
@@ -293,7 +295,7 @@ std::string destination_cell(const FileFacts& facts, const Destination& destinat
 std::string result_cell(const FileFacts& facts) {
     const bool fine = facts.outcome == Outcome::Leveled || facts.outcome == Outcome::Analyzed ||
                       facts.outcome == Outcome::UpToDate;
-    const char* color = fine ? "met" : facts.outcome == Outcome::Failed ? "off" : "soft";
+    const char* color = fine ? "met" : is_failure(facts.outcome) ? "off" : "soft";
     std::string result = fmt::format("<span class=\"{}\">{}</span>", color, outcome_text(facts));
     if (!facts.cause.empty()) {
         result += fmt::format("<br><span class=\"soft\">{}</span>", escape_html(facts.cause));

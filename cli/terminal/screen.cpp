@@ -80,7 +80,8 @@ std::string without_colors(const std::string& text) {
 
 }  // namespace
 
-Screen::Screen(const Settings& settings) : quiet_(settings.quiet), log_(nullptr, fclose) {
+Screen::Screen(const Settings& settings)
+    : quiet_(settings.quiet), log_(nullptr, fclose), log_path_(settings.log) {
     if (!settings.log.empty()) {
         // Lines of several runs may go to one file: each is written in one piece, at its end.
         log_.reset(fopen(settings.log.c_str(), "ae"));
@@ -107,12 +108,26 @@ std::string Screen::paint(const std::string& text, const char* code) const {
     return color_ ? fmt::format("\x1b[{}m{}\x1b[0m", code, text) : text;
 }
 
-void Screen::write_out(FILE* to, const std::string& text) const {
-    fwrite(text.data(), 1, text.size(), to);
-    fflush(to);
+std::vector<std::string> Screen::problems() const {
+    std::vector<std::string> problems;
+    if (log_error_ != 0) {
+        problems.push_back(
+            fmt::format("the log {} cannot be written: {}", log_path_, strerror(log_error_)));
+    }
+    if (out_error_ != 0 && out_error_ != EPIPE) {
+        problems.push_back(
+            fmt::format("the standard output cannot be written: {}", strerror(out_error_)));
+    }
+    return problems;
 }
 
-void Screen::log(const std::string& text) const {
+/** Returns 0, or the error as errno has it. */
+int Screen::write_out(FILE* to, const std::string& text) {
+    const bool written = fwrite(text.data(), 1, text.size(), to) == text.size() && fflush(to) == 0;
+    return written ? 0 : errno;
+}
+
+void Screen::log(const std::string& text) {
     if (!log_) {
         return;
     }
@@ -127,7 +142,8 @@ void Screen::log(const std::string& text) const {
     for (std::string line; std::getline(in, line);) {
         lines += line.empty() ? "" : time + without_colors(line) + "\n";
     }
-    write_out(log_.get(), lines);
+    const int error = write_out(log_.get(), lines);
+    log_error_ = log_error_ != 0 ? log_error_ : error;
 }
 
 void Screen::line(const std::string& text) {
@@ -136,7 +152,8 @@ void Screen::line(const std::string& text) {
         return;
     }
     clear();
-    write_out(out_, text + "\n");
+    const int error = write_out(out_, text + "\n");
+    out_error_ = out_error_ != 0 ? out_error_ : error;
 }
 
 void Screen::error(const std::string& text) {

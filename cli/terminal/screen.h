@@ -54,12 +54,18 @@ class Screen {
 
     std::size_t columns() const;  // of the lines that stay
 
+    /**
+     * Why lines were lost, a sentence for the log and one for the standard output; empty when none
+     * was. A reader that left, such as head, loses nothing.
+     */
+    std::vector<std::string> problems() const;
+
     /** The text in the color, if colors are wanted: "31" red, "32" green, "33" yellow, "1" bold. */
     std::string paint(const std::string& text, const char* code) const;
 
   private:
-    void write_out(FILE* to, const std::string& text) const;
-    void log(const std::string& text) const;
+    static int write_out(FILE* to, const std::string& text);
+    void log(const std::string& text);
 
     bool quiet_;
     bool color_;
@@ -67,6 +73,9 @@ class Screen {
     FILE* out_;
     bool out_is_terminal_;
     std::unique_ptr<FILE, int (*)(FILE*)> log_;
+    std::string log_path_;
+    int log_error_ = 0;  // of the first line that was lost
+    int out_error_ = 0;
     std::vector<std::size_t> drawn_widths_;
     std::chrono::steady_clock::time_point drawn_at_{};
 };

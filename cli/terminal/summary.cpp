@@ -254,6 +254,7 @@ std::string counts(const std::vector<FileFacts>& files) {
     add(Outcome::Skipped, "skipped");
     add(Outcome::Planned, "to be done");
     add(Outcome::Failed, "failed");
+    add(Outcome::Damaged, "damaged");
     add(Outcome::Interrupted, "not finished");
     return parts.empty() ? "nothing to do" : boost::algorithm::join(parts, ", ");
 }
@@ -286,6 +287,9 @@ std::string finished_line(const FileFacts& facts, const Screen& screen) {
                                printable(facts.cause));
         case Outcome::Failed:
             return fmt::format("{} {}: {}", screen.paint("failed", "31"), input,
+                               printable(facts.cause));
+        case Outcome::Damaged:
+            return fmt::format("{} {}: {}", screen.paint("damaged", "31"), input,
                                printable(facts.cause));
         case Outcome::Interrupted:
             return fmt::format("{} {}", screen.paint("not finished", "33"), input);

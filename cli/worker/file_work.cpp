@@ -85,9 +85,9 @@ void claim(Work& work) {
         return;
     }
     const Judgement judgement = UpToDate(key_of(job.options)).judge_new(job.input, job.output);
-    work.existing = job.options.redo_changed && judgement.standing == Standing::Changed
-                        ? Existing::Replace
-                        : Existing::Keep;
+    const bool renew = judgement.standing == Standing::Outdated ||
+                       (job.options.redo_changed && judgement.standing == Standing::Changed);
+    work.existing = renew ? Existing::Replace : Existing::Keep;
     if (judgement.standing == Standing::UpToDate) {
         work.facts = facts_of(judgement, job.input, job.output);
         work.over = true;

@@ -104,6 +104,7 @@ QString finished_text(const cli::FileFacts& facts) {
         case Outcome::Skipped:
             return begun(cause);
         case Outcome::Failed:
+        case Outcome::Damaged:  // of --verify, which the window does not make
             return Words::tr("Failed: %1").arg(cause);
         case Outcome::Interrupted:
             return Words::tr("Cancelled");
@@ -193,6 +194,7 @@ void Counts::add(Outcome outcome) {
         case Outcome::Planned:
             break;
         case Outcome::Failed:
+        case Outcome::Damaged:
             ++failed;
             break;
         case Outcome::Interrupted:

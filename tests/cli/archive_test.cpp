@@ -119,8 +119,18 @@ TEST_F(Archive, AnOutputIsJudgedByWhatItWasMadeFrom) {
     write_text(dir_ / "out.wav", "outpuT");
     fs::last_write_time(dir_ / "out.wav", time);
     EXPECT_EQ(Standing::UpToDate, judge().standing);
-    EXPECT_EQ(Standing::NotOurs, judge("o", "out.wav", Proof::Content).standing);
+    EXPECT_EQ(Standing::Damaged, judge("o", "out.wav", Proof::Content).standing);
+    touch("out.wav");
+    EXPECT_EQ(Standing::NotOurs, judge().standing);
+    EXPECT_EQ(Standing::Damaged, judge("o", "out.wav", Proof::Content).standing);
     fs::remove(dir_ / "out.wav");
+    place("out.wav", "output", "o");
+    const auto input_time = fs::last_write_time(dir_ / "in.wav");
+    write_text(dir_ / "in.wav", "INPUt");
+    fs::last_write_time(dir_ / "in.wav", input_time);
+    EXPECT_EQ(Standing::UpToDate, judge().standing);
+    EXPECT_THAT(judge("o", "out.wav", Proof::Content).cause, HasSubstr("content of the input"));
+    EXPECT_EQ(Standing::Damaged, judge("o", "out.wav", Proof::Content).standing);
 
     // The folder goes elsewhere with its record.
     place("out.wav", "output", "o");
@@ -195,6 +205,32 @@ TEST_F(Archive, OptionsCountByWhatTheyMean) {
     write_text(dir_ / "two", "segment-tolerance=3\n");
     EXPECT_EQ(key("one"), key("two"));
     EXPECT_NE(options_key({}, true), options_key({}, false));
+    EXPECT_EQ("podcast", destination_in(options_key({"--x=1"}, true, 2, "aac", "podcast")));
+    EXPECT_EQ("", destination_in(options_key({"--x=1"}, false, 2, "aac")));
+    EXPECT_EQ("", destination_in(options_key({}, true)));
+}
+
+TEST_F(Archive, AnOutputOfOursForAnotherPlaceIsToBeMadeAgain) {
+    write_text(dir_ / "in.wav", "input");
+    const auto key = [](const char* place, const char* option = "--x=1") {
+        return options_key({option}, true, 0, "", place);
+    };
+
+    const struct {
+        std::string made, asked;
+        Standing standing;
+    } rows[] = {{key(""), key("podcast"), Standing::Outdated},
+                {key("atsc"), key("podcast"), Standing::Outdated},
+                {key("podcast"), key("podcast"), Standing::UpToDate},
+                {key("podcast"), key(""), Standing::Changed},
+                {key("podcast"), key("podcast", "--x=2"), Standing::Changed}};
+
+    for (const auto& row : rows) {
+        place("out.wav", "output", row.made);
+        EXPECT_EQ(row.standing, judge(row.asked).standing) << row.made << " " << row.asked;
+    }
+    write_text(dir_ / "out.wav", "edited");
+    EXPECT_EQ(Standing::NotOurs, judge(key("atsc")).standing);
 }
 
 TEST_F(Archive, ListsHoldAnyName) {
@@ -236,7 +272,12 @@ TEST_F(Archive, TheLastWordOfManyRunsCounts) {
         text += facts.input + " " + to_text(facts.outcome) + " " + facts.cause + "; ";
     }
     EXPECT_EQ("z failed second; a leveled first; b up-to-date second; c planned plan; ", text);
-    EXPECT_EQ(3u, merged.notes().size());
+    ASSERT_EQ(3u, merged.problems().size());
+    EXPECT_THAT(merged.problems()[0], HasSubstr("plan: line 5 is not a whole result"));
+    EXPECT_THROW(facts_from_json(nlohmann::ordered_json::parse(
+                     R"({"input":"a","output":null,"status":"done","cause":null})")),
+                 nlohmann::json::exception)
+        << "an unknown status";
 }
 
 }  // namespace

@@ -10,12 +10,10 @@
 #include <filesystem>
 #include <functional>
 #include <future>
-#include <nlohmann/json.hpp>
 #include <thread>
 
 #include "cli/archive/output_claim.h"
-#include "tests/support/fixtures.h"
-#include "tests/support/signals.h"
+#include "tests/support/batch_run.h"
 
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -36,54 +34,8 @@ bool soon(const std::function<bool()>& condition) {
     return false;
 }
 
-class Batch : public testing::Test {
+class Batch : public BatchRun {
   protected:
-    Batch() {
-        fs::create_directory(dir_ / "tmp");
-        setenv("TMPDIR", (dir_ / "tmp").c_str(), 1);
-    }
-
-    ~Batch() override {
-        EXPECT_THAT(names_in("tmp"), IsEmpty()) << "temporary files were left";
-        unsetenv("TMPDIR");
-    }
-
-    void talk(const std::string& name, double seconds = 4, int format = kWav16) {
-        fs::create_directories(fs::path(dir_ / name).parent_path());
-        write_sound(dir_ / name, signals::speech(seconds, 16000), format);
-    }
-
-    ProgramResult run(const std::string& words) {
-        return run_program("cd '" + dir_.path() + "' && " QUORVANE " " + words);
-    }
-
-    std::vector<std::string> names_in(const std::string& folder) const {
-        std::vector<std::string> names;
-        for (const auto& entry : fs::directory_iterator(dir_ / folder)) {
-            names.push_back(entry.path().filename().string());
-        }
-        std::sort(names.begin(), names.end());
-        return names;
-    }
-
-    // Without the record of what is done.
-    std::vector<std::string> outputs_in(const std::string& folder) const {
-        std::vector<std::string> names = names_in(folder);
-        names.erase(std::remove(names.begin(), names.end(), ".quorvane.jsonl"), names.end());
-        return names;
-    }
-
-    // Facts of a run, by input.
-    static std::map<std::string, Json> facts(const std::string& lines) {
-        std::map<std::string, Json> result;
-        std::istringstream in(lines);
-        for (std::string line; std::getline(in, line);) {
-            const Json json = Json::parse(line);
-            result[json["input"]] = json;
-        }
-        return result;
-    }
-
     static bool runs(pid_t pid) {
         const std::string status = "/proc/" + std::to_string(pid) + "/status";
         return run_program("grep '^State:.[^Z]' " + status).status == 0;
@@ -108,7 +60,6 @@ class Batch : public testing::Test {
         ASSERT_EQ(2u, workers_.size());
     }
 
-    TempDir dir_;
     pid_t parent_ = -1;
     std::vector<pid_t> workers_;
     std::future<ProgramResult> ended_;

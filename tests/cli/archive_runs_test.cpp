@@ -1,0 +1,101 @@
+#include "tests/support/batch_run.h"
+
+using testing::HasSubstr;
+using testing::Not;
+
+namespace {
+
+namespace fs = std::filesystem;
+
+/** Runs over folders in which earlier runs have left outputs and results. */
+class ArchiveRuns : public BatchRun {
+  protected:
+    // Another byte in the middle, at the same size and time.
+    void rot(const std::string& name) {
+        const auto time = fs::last_write_time(dir_ / name);
+        std::string bytes = read_text(dir_ / name);
+        bytes[bytes.size() / 2] = static_cast<char>(bytes[bytes.size() / 2] ^ 1);
+        write_text(dir_ / name, bytes);
+        fs::last_write_time(dir_ / name, time);
+    }
+
+    std::string status_in(const std::string& words, const std::string& input) {
+        return facts(run("--json - " + words).out).at(input)["status"];
+    }
+};
+
+TEST_F(ArchiveRuns, AContentThatIsNotTheRecordedOneIsDamageAndAFailure) {
+    talk("in/a.wav");
+    talk("in/b.wav");
+    ASSERT_EQ(0, run("-q in").status);
+    EXPECT_EQ(0, run("-q --verify in").status);
+    rot("in/a-leveled.wav");
+    rot("in/b.wav");
+    EXPECT_EQ(0, run("in").status) << "size and time are as they were";
+    const ProgramResult result = run("-q --verify in");
+    EXPECT_EQ(1, result.status);
+    EXPECT_THAT(result.err, HasSubstr("damaged in/a.wav: the content of in/a-leveled.wav"));
+    EXPECT_THAT(result.err, HasSubstr("damaged in/b.wav: the content of the input"));
+    EXPECT_EQ("damaged", status_in("--verify in", "in/a.wav"));
+    EXPECT_EQ("damaged", status_in("--verify --redo-changed in", "in/a.wav"));
+    EXPECT_THAT(run("--verify in").out, HasSubstr("2 damaged in"));
+}
+
+TEST_F(ArchiveRuns, ADestinationRenewsWhatIsOursAndReportsWhatItKept) {
+    talk("in/a.wav");
+    const auto destination = [&](const std::string& words) {
+        return facts(run("--json - " + words).out)["in/a.wav"]["publishing"]["destination"];
+    };
+    ASSERT_EQ(0, run("-q in").status);
+    EXPECT_EQ("podcast", destination("--for podcast in"));
+    EXPECT_EQ("atsc", destination("--for atsc in"));
+    EXPECT_EQ("up-to-date", status_in("--for atsc in", "in/a.wav"));
+    EXPECT_EQ("skipped", status_in("in", "in/a.wav"));
+    EXPECT_EQ(0, run("in").status);
+
+    write_text(dir_ / "in/a-leveled.wav", "mine");
+    const ProgramResult kept = run("--for podcast in");
+    EXPECT_EQ(4, kept.status);
+    EXPECT_THAT(kept.out, HasSubstr("a-leveled.wav exists, but was changed after"));
+    EXPECT_EQ("mine", read_text(dir_ / "in/a-leveled.wav"));
+}
+
+TEST_F(ArchiveRuns, ResultsThatAreNotWholeMakeTheMergeAFailure) {
+    talk("in/a.wav");
+    ASSERT_EQ(0, run("-q --no-curves --json one in").status);
+    const std::string line = read_text(dir_ / "one");
+    std::string unknown = line;
+    unknown.replace(unknown.find("\"leveled\""), 9, "\"done\"");
+    const std::pair<std::string, const char*> rows[] = {
+        {"{garbage\n", "two: line 1 is not a whole result"},
+        {line.substr(0, line.size() / 2), "two: line 1 is not a whole result"},
+        {line + line.substr(0, 20) + "\n{", "two: line 2 (the first of 2) is not a whole result"},
+        {unknown, "two: line 1 is not a whole result"},
+        {"{}\n", "two: line 1 is not a whole result"}};
+    for (const auto& [text, cause] : rows) {
+        write_text(dir_ / "two", text);
+        const ProgramResult merged = run("merge -q one two");
+        EXPECT_EQ(1, merged.status) << text;
+        EXPECT_THAT(merged.err, HasSubstr(cause));
+    }
+    write_text(dir_ / "two", "");
+    EXPECT_EQ(0, run("merge -q one two").status) << "a task that was killed before its first file";
+    EXPECT_EQ(1, run("merge -q two").status);
+}
+
+TEST_F(ArchiveRuns, WordsThatCannotBeWrittenAreAFailure) {
+    talk("a.wav");
+    ASSERT_EQ(0, run("-q --json one a.wav").status);
+    for (const char* words :
+         {"--help", "--version", "--analyze a.wav", "merge one", "a.wav", "-n a.wav"}) {
+        const ProgramResult full = run(words + std::string(" >/dev/full"));
+        EXPECT_EQ(1, full.status) << words;
+        EXPECT_THAT(full.err, HasSubstr("standard output cannot be written: No space left"));
+    }
+    const ProgramResult logged = run("-q --log /dev/full a.wav");
+    EXPECT_EQ(1, logged.status);
+    EXPECT_THAT(logged.err, HasSubstr("the log /dev/full cannot be written: No space left"));
+    EXPECT_THAT(run("-f a.wav | true").err, Not(HasSubstr("written"))) << "a reader that left";
+}
+
+}  // namespace
