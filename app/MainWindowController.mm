@@ -151,13 +151,10 @@ static const NSTimeInterval kCompletionPauseSeconds = 2.5;
 
 // On the engine's thread.
 - (void)onItemFinished:(NSNotification *)notification {
-    NSDictionary *item = [notification object];
-    NSString *reason = [item objectForKey:QuorvaneFailureReasonKey];
-    if (!reason) {
+    NSString *failure = [[notification object] objectForKey:QuorvaneFailureReasonKey];
+    if (!failure) {
         return;
     }
-    NSString *failure =
-        [NSString stringWithFormat:@"%@: %@", [item objectForKey:QuorvaneInputPathKey], reason];
     dispatch_async(dispatch_get_main_queue(), ^{
         [_failures addObject:failure];
     });
@@ -168,11 +165,17 @@ static const NSTimeInterval kCompletionPauseSeconds = 2.5;
     dispatch_async(dispatch_get_main_queue(), ^{
         const double wanted =
             [[NSUserDefaults standardUserDefaults] doubleForKey:@"CompletionPause"];
-        [NSTimer scheduledTimerWithTimeInterval:wanted > 0 ? wanted : kCompletionPauseSeconds
-                                         target:self
-                                       selector:@selector(handleCompletion:)
-                                       userInfo:nil
-                                        repeats:NO];
+        NSTimer *pause =
+            [NSTimer timerWithTimeInterval:wanted > 0 ? wanted : kCompletionPauseSeconds
+                                    target:self
+                                  selector:@selector(handleCompletion:)
+                                  userInfo:nil
+                                   repeats:NO];
+        // A panel that no one answers must not hold up the end of the batch.
+        for (NSString *mode in
+             @[ NSDefaultRunLoopMode, NSModalPanelRunLoopMode, NSEventTrackingRunLoopMode ]) {
+            [[NSRunLoop mainRunLoop] addTimer:pause forMode:mode];
+        }
         [self presentFailures];
     });
 }

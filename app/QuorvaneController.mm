@@ -2,6 +2,7 @@
 
 #import <AppKit/AppKit.h>
 #include <fcntl.h>
+#include <sndfile.h>
 #include <sys/file.h>
 #include <unistd.h>
 
@@ -127,9 +128,24 @@ int reportProgress(void *context, float fraction) {
     return 0;
 }
 
-NSString *nonEmpty(const std::string &text) {
-    NSString *string = [NSString stringWithUTF8String:text.c_str()];
-    return [string length] > 0 ? string : @"Unknown error.";
+// The sentence that the user reads about a file without an output.
+NSString *failureSentence(NSDictionary *item, const char *reason) {
+    NSString *name = [item objectForKey:QuorvaneInputFilenameKey];
+    const char *path = [[item objectForKey:QuorvaneInputPathKey] UTF8String] ?: "";
+    const int file = open(path, O_RDONLY | O_CLOEXEC);
+    if (file < 0) {
+        return [NSString stringWithFormat:@"%@ cannot be opened: %s.", name, strerror(errno)];
+    }
+    close(file);
+    SF_INFO info = {};
+    SNDFILE *sound = sf_open(path, SFM_READ, &info);
+    if (!sound) {
+        return [NSString stringWithFormat:@"%@ is not an audio file that can be read.", name];
+    }
+    sf_close(sound);
+    NSString *cause = [NSString stringWithUTF8String:reason];
+    return
+        [NSString stringWithFormat:@"%@: %@", name, [cause length] > 0 ? cause : @"Unknown error."];
 }
 
 void levelItem(NSMutableDictionary *item) {
@@ -151,11 +167,12 @@ void levelItem(NSMutableDictionary *item) {
         if (result == kCancelled) {
             discardLeftIntermediates();
         } else if (result != 0) {
-            [item setObject:nonEmpty(levelOutcome()->reason) forKey:QuorvaneFailureReasonKey];
+            [item setObject:failureSentence(item, levelOutcome()->reason)
+                     forKey:QuorvaneFailureReasonKey];
         }
     } catch (const std::exception &error) {
         outcome = QuorvaneFailedNotification;
-        [item setObject:nonEmpty(error.what()) forKey:QuorvaneFailureReasonKey];
+        [item setObject:failureSentence(item, error.what()) forKey:QuorvaneFailureReasonKey];
     }
     [item setObject:outcome == QuorvaneFailedNotification ? @"failed" : @"completed"
              forKey:QuorvaneProcessStateKey];

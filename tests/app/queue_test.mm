@@ -10,6 +10,7 @@
 #include <stdexcept>
 
 #import "tests/app/support.h"
+#include "tests/support/signals.h"
 
 namespace {
 
@@ -121,27 +122,29 @@ TEST_F(Queue, OutputComesFromOptionsAndSuffixAndASavePanelEvenIfCancelled) {
 }
 
 TEST_F(Queue, OnlyAnExceptionFailsAnItemAndTheQueueGoesOn) {
-    engine.run = [](const Arguments &arguments, auto...) {
-        if (arguments[2] == "/throws.wav") {
+    write("text.wav");
+    write_sound(path("throws.wav"), signals::sine(0.5, 1000.0, 0.1));
+    engine.run = [this](const Arguments &arguments, auto...) {
+        if (arguments[2] == path("throws.wav")) {
             throw std::runtime_error("out of luck");
         }
-        if (arguments[2] == "/noise.wav") {
+        if (arguments[2] == path("text.wav")) {
             engine.discards = 0;  // of what an earlier test left
         }
-        engine.reason = "It is no audio file.";
-        return arguments[2] == "/cancelled.wav" ? 3 : 1;
+        return arguments[2] == path("cancelled.wav") ? 3 : 1;
     };
-    for (const char *input : {"/noise.wav", "/throws.wav", "/cancelled.wav"}) {
-        addTo("/out.wav", input);
+    for (const char *input : {"text.wav", "throws.wav", "cancelled.wav"}) {
+        addTo("/out.wav", path(input));
     }
     NSUserNotificationCenter *center = [NSUserNotificationCenter defaultUserNotificationCenter];
     [center deliverNotification:[[[NSUserNotification alloc] init] autorelease]];
     finish();
     EXPECT_EQ(delivered(), 0u);
-    const char *const rows[][3] = {{"quorvaneCompleted", "completed", "It is no audio file."},
-                                   {"quorvaneFailed", "failed", "out of luck"},
-                                   {"quorvaneCompleted", "completed", ""},
-                                   {"quorvaneQueueCompleted", "completed", ""}};
+    const char *const rows[][3] = {
+        {"quorvaneCompleted", "completed", "text.wav is not an audio file that can be read."},
+        {"quorvaneFailed", "failed", "throws.wav: out of luck"},
+        {"quorvaneCompleted", "completed", ""},
+        {"quorvaneQueueCompleted", "completed", ""}};
     for (int i = 0; i < 4; ++i) {
         EXPECT_EQ(posted()[i].name, rows[i][0]);
         EXPECT_EQ(posted()[i].value(QuorvaneProcessStateKey), rows[i][1]);

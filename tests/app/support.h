@@ -42,6 +42,10 @@ struct Desktop {
     }
 
     std::vector<std::string> errors;  // "description|suggestion"
+
+    // Set: error panels are AppKit's own, and OK is clicked once this is true, or after a minute.
+    std::function<bool()> clickOK;
+
     std::string opened;               // by the workspace, which has no viewer
 };
 

@@ -13,6 +13,7 @@
 #import "app/ProgressView.h"
 #import "app/QuorvaneController.h"
 #import "tests/app/support.h"
+#include "tests/support/signals.h"
 
 namespace {
 
@@ -126,16 +127,30 @@ TEST_F(Views, BatchNumbersItsFilesAndReturnsToTheDropZone) {
 
 TEST_F(Views, FailuresAreToldInWordsAndABatchThatArrivesMeanwhileComesAfterThisOne) {
     engine.run = [](const TestEngine::Arguments &arguments, auto...) {
-        engine.reason = "Could not find it";
+        engine.reason = "the disk is full";
         return arguments[2] == "/good.wav" ? 0 : 1;
     };
     desktop.whileOpen = [this] { [window handleDroppedInputs:@[ @"/good.wav" ]]; };
-    [window handleDroppedInputs:@[ @"/gone.wav", @"/lost.wav" ]];
+    write_sound(path("talk.wav"), signals::sine(0.5, 1000.0, 0.1));
+    [window handleDroppedInputs:@[ @"/gone.wav", string(path("talk.wav")) ]];
     ASSERT_TRUE(spinUntil([] { return delivered() == 2; }));
     EXPECT_EQ(engine.calls.back()[2], "/good.wav");
     ASSERT_EQ(desktop.errors.size(), 1u);
-    EXPECT_EQ(desktop.errors[0], "2 files could not be leveled.|/gone.wav: Could not find it\n"
-                                 "/lost.wav: Could not find it");
+    EXPECT_EQ(desktop.errors[0], "2 files could not be leveled.|"
+                                 "gone.wav cannot be opened: No such file or directory.\n"
+                                 "talk.wav: the disk is full");
+}
+
+TEST_F(Views, AFailurePanelThatStaysOpenDoesNotHoldUpTheEndOfTheBatch) {
+    engine.run = [](auto...) { return 1; };
+    bool ended = false;
+    desktop.clickOK = [&] { return ended = shown() == "InputView" && delivered() == 1; };
+    [window handleDroppedInputs:@[ string(write("bad.wav")) ]];
+    ASSERT_TRUE(spinUntil([] { return !desktop.errors.empty(); }));
+    spin(0.1);
+    EXPECT_TRUE(ended) << "the pause did not end while the panel was open";
+    EXPECT_EQ(desktop.errors[0],
+              "One file could not be leveled.|bad.wav is not an audio file that can be read.");
 }
 
 TEST_F(Views, BatchEndsWithAPauseAndANoticeUnlessTheDefaultSaysNo) {
