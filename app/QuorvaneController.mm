@@ -12,6 +12,7 @@
 #include <condition_variable>
 #include <cstring>
 #include <exception>
+#include <filesystem>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -228,6 +229,13 @@ NSString *askForOutputPath(NSString *folder, NSString *filename) {
     return [folder stringByAppendingPathComponent:filename];
 }
 
+// Throws std::filesystem::filesystem_error.
+void removeFileOrLink(const std::filesystem::path &path) {
+    if (std::filesystem::symlink_status(path).type() != std::filesystem::file_type::directory) {
+        std::filesystem::remove(path);
+    }
+}
+
 }  // namespace
 
 char *copyTemporaryDirectory(void) {
@@ -236,11 +244,13 @@ char *copyTemporaryDirectory(void) {
     }
 }
 
-// One step removes what is there and puts the new file in its place, so that no moment and no error
-// leaves neither.
+// A file or a link at the destination is removed first. A folder stays, and the move fails. Where
+// NSFileManager would copy to another volume under the final name, move_whole copies under another
+// name and renames, so no half-written output appears.
 void moveFinalFile(const char *source, const char *destination) {
     @autoreleasepool {
         try {
+            removeFileOrLink(destination);
             move_whole(source, destination);
         } catch (const std::exception &error) {
             leftIntermediates = false;

@@ -173,12 +173,39 @@ TEST_F(Queue, WaitsWhileAnotherProcessUsesTheTemporaryDirectory) {
 
 using Hooks = AppTest;
 
+TEST_F(Hooks, FinalFileReplacesAFileOrALinkAndNeverAFolder) {
+    write("folder/keep", "kept");
+    write("linked.wav", "kept");
+    write("old.wav", "old and longer");
+    std::filesystem::create_symlink(path("folder"), path("to-folder.wav"));
+    std::filesystem::create_symlink(path("linked.wav"), path("to-file.wav"));
+    std::filesystem::create_symlink("nowhere", path("to-nothing.wav"));
+    std::filesystem::create_directory(path("empty.wav"));
+    for (const char *name : {"old.wav", "to-folder.wav", "to-file.wav", "to-nothing.wav"}) {
+        SCOPED_TRACE(name);
+        moveFinalFile(write("_final.wav", "new").c_str(), path(name).c_str());
+        EXPECT_TRUE(std::filesystem::is_regular_file(std::filesystem::symlink_status(path(name))));
+        EXPECT_EQ(read_text(path(name)), "new");
+    }
+    EXPECT_EQ(read_text(path("folder/keep")), "kept");
+    EXPECT_EQ(read_text(path("linked.wav")), "kept");
+    spin(0.05);
+    EXPECT_TRUE(desktop.errors.empty());
+    moveFinalFile(write("_final.wav", "new").c_str(), path("empty.wav").c_str());
+    moveFinalFile(path("absent.wav").c_str(), path("old.wav").c_str());
+    ASSERT_TRUE(spinUntil([] { return desktop.errors.size() == 2; }));
+    EXPECT_THAT(desktop.errors[0], testing::HasSubstr("Is a directory"));
+    EXPECT_TRUE(std::filesystem::is_directory(path("empty.wav")));
+    EXPECT_THAT(desktop.errors[1], testing::HasSubstr("cannot move"));
+    EXPECT_FALSE(file_exists(path("old.wav")));  // removed before the move
+}
+
 TEST_F(Hooks, FinalFileReplacesTheOutputOrStaysAndTheErrorNamesFileAndCause) {
     const std::string source = write("_final.wav", "new");
     write("folder.wav/keep", "kept");
     const std::pair<std::string, const char *> rows[] = {
-        {path("folder.wav"), "Is a directory"},          // cannot be removed
-        {"/proc/version", "No such file or directory"},  // nor can this, and nothing put beside it
+        {path("folder.wav"), "Is a directory"},  // is not removed
+        {"/proc/version", "cannot remove"},
         {path("missing/out.wav"), "No such file or directory"},
     };
     for (const auto &[destination, cause] : rows) {
