@@ -74,11 +74,16 @@ std::string quoted_name_in(const std::string& line) {
     return "";
 }
 
+OutputRecord output_record_from(const Json& json) {
+    return {{json.at("output_size"), json.at("output_mtime_ns")}, json.at("output_hash")};
+}
+
 DoneRecord record_from(const Json& json) {
     DoneRecord record;
     record.output = json.at("output");
-    record.output_state = {json.at("output_size"), json.at("output_mtime_ns")};
-    record.output_hash = json.at("output_hash");
+    const OutputRecord made = output_record_from(json);
+    record.output_state = made.state;
+    record.output_hash = made.hash;
     record.input = json.at("input");
     record.input_state = {json.at("input_size"), json.at("input_mtime_ns")};
     record.input_hash = json.at("input_hash");
@@ -209,7 +214,8 @@ void RecordBook::index(std::int64_t offset) {
     }
 }
 
-std::vector<DoneRecord> RecordBook::find(const std::string& name) const {
+// The newest first.
+std::vector<std::string> RecordBook::lines_of(const std::string& name) const {
     const std::string wanted = quoted(name);
     const auto [first, last] = places_.equal_range(name_hash(wanted));
     std::vector<Place> places;
@@ -218,15 +224,36 @@ std::vector<DoneRecord> RecordBook::find(const std::string& name) const {
     }
     std::sort(places.begin(), places.end(),
               [](const Place& a, const Place& b) { return a.offset > b.offset; });
-    std::vector<DoneRecord> records;
+    std::vector<std::string> lines;
     for (const Place& place : places) {
         std::string line(static_cast<std::size_t>(place.bytes), '\0');
-        if (pread(file_, &line[0], line.size(), place.offset) != place.bytes ||
-            quoted_name_in(line) != wanted) {
-            continue;
+        if (pread(file_, &line[0], line.size(), place.offset) == place.bytes &&
+            quoted_name_in(line) == wanted) {
+            lines.push_back(std::move(line));
         }
+    }
+    return lines;
+}
+
+std::vector<DoneRecord> RecordBook::find(const std::string& name) const {
+    std::vector<DoneRecord> records;
+    for (const std::string& line : lines_of(name)) {
         try {
             records.push_back(record_from(Json::parse(line)));
+        } catch (const nlohmann::json::exception&) {
+            // Damaged, or of another version: it vouches for nothing.
+        }
+    }
+    return records;
+}
+
+std::vector<OutputRecord> RecordBook::find_outputs(const std::string& name) const {
+    std::vector<OutputRecord> records;
+    for (const std::string& line : lines_of(name)) {
+        // What is about the output comes first; inside a name the quotes would be escaped.
+        const std::string head = line.substr(0, line.find(",\"input\":")) + "}";
+        try {
+            records.push_back(output_record_from(Json::parse(head)));
         } catch (const nlohmann::json::exception&) {
             // Damaged, or of another version: it vouches for nothing.
         }

@@ -51,6 +51,12 @@ struct DoneRecord {
     FileFacts facts;  // without curves
 };
 
+/** The part of a record that recognises the output. */
+struct OutputRecord {
+    FileState state;
+    std::string hash;
+};
+
 /** The record as a line of JSON, with its line end. */
 std::string to_line(const DoneRecord& record);
 
@@ -90,6 +96,9 @@ class RecordBook {
     /** The records of an output, by its name in the folder, the newest first. */
     std::vector<DoneRecord> find(const std::string& name) const;
 
+    /** The same records without their facts, which are most of the work of reading one. */
+    std::vector<OutputRecord> find_outputs(const std::string& name) const;
+
   private:
     struct Place {
         std::int64_t offset;
@@ -97,6 +106,7 @@ class RecordBook {
     };
 
     void index(std::int64_t offset);
+    std::vector<std::string> lines_of(const std::string& name) const;
 
     int file_;
     std::unordered_multimap<std::uint64_t, Place> places_;  // by the hash of the quoted name

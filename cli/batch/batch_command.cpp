@@ -58,6 +58,13 @@ std::string printable_lines(const std::string& messages) {
     return text;
 }
 
+/** Adds what the plan noted to the facts of a file that was, or would be, worked on. */
+void add_note(const PlannedFile& file, FileFacts& facts) {
+    if (!file.note.empty() && !is_failure(facts.outcome) && facts.outcome != Outcome::Skipped) {
+        facts.notes.push_back(file.note);
+    }
+}
+
 /** Shows a batch on the screen and keeps the facts of its files, in the plan's order. */
 class ShownBatch : public BatchObserver {
   public:
@@ -194,9 +201,11 @@ class ShownBatch : public BatchObserver {
         finished_weight_ += files_[place].weight;
         ++finished_;
         failures_ += is_failure(facts.outcome) ? 1 : 0;
-        tell_finished(settings_, facts, files_.size() == 1 ? Files::One : Files::Several, screen_,
+        FileFacts told = facts;
+        add_note(plan_[place], told);
+        tell_finished(settings_, told, files_.size() == 1 ? Files::One : Files::Several, screen_,
                       lines_);
-        results_.add(place, facts);
+        results_.add(place, std::move(told));
     }
 
     void draw() {
@@ -239,6 +248,7 @@ int tell_plan(const Settings& settings,
               JsonLines& lines) {
     ResultFiles results(settings, work.files.size() + work.others.size());
     for (std::size_t i = 0; i < work.files.size(); ++i) {
+        add_note(work.files[i], *work.files[i].known);
         tell_finished(settings, *work.files[i].known, Files::Several, screen, lines);
         results.add(i, std::move(*work.files[i].known));
         work.files[i].known.reset();

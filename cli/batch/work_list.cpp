@@ -54,8 +54,8 @@ WorkList search(const Settings& settings) {
             settings.files_from, settings.null ? ListSeparator::Null : ListSeparator::LineEnd);
         paths.insert(paths.end(), listed.begin(), listed.end());
     }
-    const FoundFiles found =
-        find_files(paths, settings.suffix, settings.suffix.empty() ? settings.output_dir : "");
+    const OwnOutputs own_outputs = settings.analyze ? OwnOutputs::Take : OwnOutputs::LeaveOut;
+    const FoundFiles found = find_files(paths, {settings.suffix, settings.output_dir, own_outputs});
     WorkList work{plan_outputs(settings, found.files), found.unsupported,
                   facts_about(found.problems, Outcome::Failed)};
     check_missing(settings, work.others);

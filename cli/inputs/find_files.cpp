@@ -7,6 +7,7 @@
 #include <unordered_map>
 #include <utility>
 
+#include "cli/archive/known_outputs.h"
 #include "cli/inputs/file_kind.h"
 #include "cli/storage/path_order.h"
 
@@ -28,50 +29,42 @@ bool ends_with(const std::string& text, const std::string& end) {
 
 class FolderSearch {
   public:
-    FolderSearch(const std::string& suffix, const fs::path& leave_out, FoundFiles& found)
-        : suffix_(suffix), found_(found) {
+    FolderSearch(const SearchRules& rules, FoundFiles& found) : rules_(rules), found_(found) {
         std::error_code ignored;
-        if (!leave_out.empty()) {
-            leave_out_ = fs::weakly_canonical(leave_out, ignored);
+        if (!rules.output_dir.empty()) {
+            output_dir_ = fs::weakly_canonical(rules.output_dir, ignored);
         }
     }
 
     // Folders first and links to folders after them, so that a file which can be reached both ways
     // is found under its own path.
     void search(const fs::path& root) {
+        const std::size_t before = candidates_.size() + found_.problems.size();
+        left_out_outputs_ = false;
         links_.push_back(root);
         while (!links_.empty()) {
             const fs::path next = links_.back();
             links_.pop_back();
             enter(next, root);
         }
+        if (candidates_.size() + found_.problems.size() == before) {
+            found_.problems.push_back(
+                {root, left_out_outputs_
+                           ? "holds only outputs of earlier runs; a file that is named "
+                             "itself is leveled once more"
+                           : "holds no audio file to level"});
+        }
     }
 
-    enum class Link { Yes, No };
-
-    void take(const fs::path& path, const fs::path& below, Link link) {
+    /** A file that is named. */
+    void take(const fs::path& path) {
         std::error_code error;
-        if (const fs::path folder = path.parent_path(); folder != folder_ || !folder_known_) {
-            folder_ = folder;
-            folder_known_ = true;
-            const fs::path named = folder.empty() ? fs::path(".") : folder;
-            real_folder_ = fs::canonical(named, error);
-            own_folder_ = fs::absolute(named, error).lexically_normal() / "" == real_folder_ / "";
-        }
-        const bool is_link = link == Link::Yes;
-        const fs::path real = is_link ? fs::canonical(path, error) : real_folder_ / path.filename();
-        if (error) {
-            found_.problems.push_back({path, error.message()});
-            return;
-        }
-        candidates_.push_back({{path.string(), below.string()},
-                               real.string(),
-                               is_link       ? 2
-                               : own_folder_ ? 0
-                                             : 1});
+        const bool is_link = fs::is_symlink(path, error);
+        const bool is_output = rules_.own_outputs == OwnOutputs::LeaveOut &&
+                               known_.look_up(path.string()) == KnownOutputs::Known::Output;
+        take(path, path.filename(), is_link ? Link::Yes : Link::No,
+             is_output ? "is an output of an earlier run; it was taken because it was named" : "");
     }
-
-    std::size_t count() const { return candidates_.size(); }
 
     // Gives each file once: under its own path before one through a linked folder before a link.
     void finish() {
@@ -92,19 +85,48 @@ class FolderSearch {
     }
 
   private:
+    enum class Link { Yes, No };
+
     struct Candidate {
         FoundFile file;
         std::string real;
         int detour;  // 0: its own path, 1: through a linked folder, 2: a link itself
     };
 
+    void take(const fs::path& path, const fs::path& below, Link link, const char* note = "") {
+        std::error_code error;
+        if (const fs::path folder = path.parent_path(); folder != folder_ || !folder_known_) {
+            folder_ = folder;
+            folder_known_ = true;
+            const fs::path named = folder.empty() ? fs::path(".") : folder;
+            real_folder_ = fs::canonical(named, error);
+            own_folder_ = fs::absolute(named, error).lexically_normal() / "" == real_folder_ / "";
+        }
+        const bool is_link = link == Link::Yes;
+        const fs::path real = is_link ? fs::canonical(path, error) : real_folder_ / path.filename();
+        if (error) {
+            found_.problems.push_back({path, error.message()});
+            return;
+        }
+        candidates_.push_back({{path.string(), below.string(), note},
+                               real.string(),
+                               is_link       ? 2
+                               : own_folder_ ? 0
+                                             : 1});
+    }
+
     void enter(const fs::path& folder, const fs::path& root) {
         std::error_code error;
         const fs::path real = fs::canonical(folder, error);
-        const bool left_out = !leave_out_.empty() && real == leave_out_ && folder != root;
+        const bool left_out =
+            rules_.suffix.empty() && !output_dir_.empty() && real == output_dir_ && folder != root;
         if (!error && (left_out || !entered_.insert(real).second)) {
             return;
         }
+        const bool gets_outputs =
+            !output_dir_.empty() &&
+            std::mismatch(output_dir_.begin(), output_dir_.end(), real.begin(), real.end()).first ==
+                output_dir_.end();
         fs::directory_iterator entries(folder, error);
         if (error) {
             found_.problems.push_back({folder, error.message()});
@@ -121,8 +143,10 @@ class FolderSearch {
             std::error_code unreadable;
             if (entries->is_directory(unreadable)) {
                 (entries->is_symlink(unreadable) ? links_ : folders).push_back(path);
-            } else if (!is_own_output(path)) {
+            } else if (!is_own_output(*entries, gets_outputs)) {
                 sort_out(*entries, files);
+            } else {
+                left_out_outputs_ = true;
             }
         }
         if (error) {
@@ -156,13 +180,26 @@ class FolderSearch {
         }
     }
 
-    bool is_own_output(const fs::path& path) const {
-        return !suffix_.empty() && ends_with(path.stem().string(), suffix_);
+    // An edited output is a recording of its own, except where this run puts its outputs.
+    bool is_own_output(const fs::directory_entry& entry, bool gets_outputs) {
+        const fs::path& path = entry.path();
+        const bool has_suffix =
+            !rules_.suffix.empty() && ends_with(path.stem().string(), rules_.suffix);
+        if (rules_.own_outputs == OwnOutputs::Take || (has_suffix && gets_outputs)) {
+            return has_suffix;
+        }
+        std::error_code error;
+        const fs::path real = entry.is_symlink(error) ? fs::weakly_canonical(path, error) : path;
+        const KnownOutputs::Known known = known_.look_up(real.string());
+        return known == KnownOutputs::Known::Output ||
+               (has_suffix && known == KnownOutputs::Known::No);
     }
 
-    const std::string suffix_;
-    fs::path leave_out_;
+    const SearchRules& rules_;
+    fs::path output_dir_;
+    KnownOutputs known_;
     FoundFiles& found_;
+    bool left_out_outputs_ = false;  // in the folder that is being searched
     std::set<fs::path> entered_;
     std::vector<Candidate> candidates_;
     bool folder_known_ = false;  // of the last file
@@ -174,25 +211,17 @@ class FolderSearch {
 
 }  // namespace
 
-FoundFiles find_files(const std::vector<std::string>& paths,
-                      const std::string& suffix,
-                      const fs::path& leave_out) {
+FoundFiles find_files(const std::vector<std::string>& paths, const SearchRules& rules) {
     FoundFiles found;
-    FolderSearch search(suffix, leave_out, found);
+    FolderSearch search(rules, found);
     for (const std::string& text : paths) {
         const fs::path path = text;
         std::error_code error;
         const fs::file_status status = fs::status(path, error);
         if (fs::is_directory(status)) {
-            const std::size_t before = search.count() + found.problems.size();
             search.search(path);
-            if (search.count() + found.problems.size() == before) {
-                found.problems.push_back({path, "holds no audio file to level"});
-            }
         } else if (fs::is_regular_file(status)) {
-            const bool link = fs::is_symlink(path, error);
-            search.take(path, path.filename(),
-                        link ? FolderSearch::Link::Yes : FolderSearch::Link::No);
+            search.take(path);
         } else if (status.type() == fs::file_type::not_found) {
             found.problems.push_back({path, "does not exist"});
         } else {

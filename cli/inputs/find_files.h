@@ -13,6 +13,7 @@ namespace cli {
 struct FoundFile {
     std::string path;
     std::string below;
+    std::string note = {};  // what the user should know of it, "" for nothing
 };
 
 /** A place that could not be read, and why. */
@@ -28,15 +29,27 @@ struct FoundFiles {
     std::vector<std::filesystem::path> unsupported;  // in searched folders, sorted
 };
 
+/** What a search does with outputs that the records of their folders know. */
+enum class OwnOutputs {
+    LeaveOut,
+    Take,  // as a run that only measures does
+};
+
+struct SearchRules {
+    std::string suffix;                // of outputs
+    std::filesystem::path output_dir;  // empty: outputs go beside their inputs
+    OwnOutputs own_outputs = OwnOutputs::LeaveOut;
+};
+
 /**
  * Finds the inputs behind the paths of a command line. A file that is named is taken whatever its
- * name; a folder is searched with everything below it for sound that can be written back, leaving
- * out hidden entries, names that end in the suffix, and leave_out with what lies below it (empty:
- * nothing). Links to folders are followed, each folder is entered once. A file that is found under
- * its own path and through a link is taken under its own, in whatever order they came.
+ * name, with a note if it is an output of an earlier run; a folder is searched with everything
+ * below it for sound that can be written back. A search leaves out hidden entries, outputs of
+ * earlier runs that are as they were recorded, names that end in the suffix unless a record shows
+ * that they were edited since, and the output folder if outputs have no suffix. Links to folders
+ * are followed, each folder is entered once. A file that is found under its own path and through a
+ * link is taken under its own, in whatever order they came.
  */
-FoundFiles find_files(const std::vector<std::string>& paths,
-                      const std::string& suffix,
-                      const std::filesystem::path& leave_out);
+FoundFiles find_files(const std::vector<std::string>& paths, const SearchRules& rules);
 
 }  // namespace cli

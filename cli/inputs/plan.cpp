@@ -83,16 +83,15 @@ bool is_text(const fs::path& path) {
     return std::find(start, start + in.gcount(), '\0') == start + in.gcount();
 }
 
-/** Whether the name ends in the suffix and a file without it stands beside. */
-bool is_beside_its_original(const fs::path& path, const std::string& suffix) {
+/** The path without the suffix at the end of its name; "" when the name has none. */
+std::string original_of(const fs::path& path, const std::string& suffix) {
     const std::string stem = path.stem().string();
     if (suffix.empty() || stem.size() <= suffix.size() ||
         stem.compare(stem.size() - suffix.size(), suffix.size(), suffix) != 0) {
-        return false;
+        return "";
     }
-    std::error_code error;
     const std::string original = stem.substr(0, stem.size() - suffix.size());
-    return fs::is_regular_file(path.parent_path() / (original + path.extension().string()), error);
+    return (path.parent_path() / (original + path.extension().string())).string();
 }
 
 /** By place in `files`, why a file is an output and no input of this run; empty for inputs. */
@@ -106,11 +105,12 @@ std::vector<std::string> outputs_among(const Settings& settings,
     std::unordered_map<std::string, std::size_t> place_of;
     for (std::size_t i = 0; i < files.size(); ++i) {
         place_of[resolver.placed(files[i].path)] = i;
-        if (is_beside_its_original(files[i].path, settings.suffix)) {
-            reasons[i] = "is an output: it bears the suffix beside its original";
-        }
     }
     for (std::size_t i = 0; i < files.size(); ++i) {
+        const std::string original = original_of(files[i].path, settings.suffix);
+        if (!original.empty() && place_of.count(resolver.placed(original)) != 0) {
+            reasons[i] = "is an output: it bears the suffix beside its original";
+        }
         const auto found = place_of.find(resolver.placed(output_of(settings, files[i]).string()));
         if (found != place_of.end() && found->second != i) {
             reasons[found->second] = "is the output of " + files[i].path;
@@ -167,6 +167,7 @@ std::vector<PlannedFile> plan_outputs(const Settings& settings,
                                          files[other->second].path, file.path, output.string()));
         }
         plan.push_back(plan_one(file, output, other->first, resolver));
+        plan.back().note = file.note;
     }
     plan.insert(plan.end(), passed_over.begin(), passed_over.end());
     check_run_files(settings, plan);

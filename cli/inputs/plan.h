@@ -23,11 +23,12 @@ struct PlannedFile {
     FileState found = {};                   // the output, as it was when it was judged
     std::shared_ptr<FileFacts> known = {};  // facts that stand already: there is nothing to do
     bool renew = false;                     // what was found is ours and is to be replaced
+    std::string note = {};                  // what the user should know of it
 };
 
 /**
  * Names the output of every input. A file that is the output of another one, or bears the suffix
- * beside its original, is skipped, so that a pattern may be given a second time. Throws UsageError
+ * beside another one, is skipped, so that a pattern may be given a second time. Throws UsageError
  * when two inputs would write one output, --output does not fit, or check_run_files refuses.
  */
 std::vector<PlannedFile> plan_outputs(const Settings& settings,

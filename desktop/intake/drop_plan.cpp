@@ -106,7 +106,7 @@ void find_locked_folders(DropPlan& plan) {
 
 DropPlan plan_drop(const std::vector<std::string>& paths, const std::string& output_folder) {
     const cli::Settings settings = settings_for(paths, output_folder);
-    cli::FoundFiles found = cli::find_files(settings.paths, settings.suffix, "");
+    cli::FoundFiles found = cli::find_files(settings.paths, {settings.suffix, ""});
     DropPlan plan;
     std::vector<cli::FoundFile> inputs;
     for (const cli::FoundFile& file : found.files) {

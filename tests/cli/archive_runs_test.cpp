@@ -1,5 +1,6 @@
 #include "tests/support/batch_run.h"
 
+using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::Not;
 
@@ -58,6 +59,45 @@ TEST_F(ArchiveRuns, ADestinationRenewsWhatIsOursAndReportsWhatItKept) {
     EXPECT_EQ(4, kept.status);
     EXPECT_THAT(kept.out, HasSubstr("a-leveled.wav exists, but was changed after"));
     EXPECT_EQ("mine", read_text(dir_ / "in/a-leveled.wav"));
+}
+
+TEST_F(ArchiveRuns, ASearchLeavesOutputsAloneWhateverTheirNames) {
+    talk("in/talk.wav");
+    talk("in/sub/other.wav");
+    ASSERT_EQ(0, run("-q in").status);
+    // The inputs that a dry run would level, by name.
+    const auto inputs = [&](const std::string& words) {
+        std::vector<std::string> names;
+        for (const auto& [input, json] : facts(run("-n --json - " + words).out)) {
+            if (json["status"] == "planned") {
+                names.push_back(input);
+            }
+        }
+        return names;
+    };
+    const auto originals = ElementsAre("in/sub/other.wav", "in/talk.wav");
+    EXPECT_THAT(inputs("--suffix _v2 in"), originals);
+    EXPECT_THAT(inputs("-d out --suffix '' in"), originals);
+
+    ASSERT_EQ(0, run("-q -d in/out --suffix '' in").status);
+    EXPECT_THAT(inputs("-d again in"), originals);
+    EXPECT_THAT(inputs("-d again --suffix '' in"), originals);
+    const ProgramResult only = run("-d again in/out");
+    EXPECT_EQ(1, only.status);
+    EXPECT_THAT(only.err, HasSubstr("in/out: holds only outputs of earlier runs"));
+    EXPECT_EQ(0, run("-q --analyze in/out").status) << "to measure outputs is no second leveling";
+
+    const ProgramResult named = run("-d again --suffix '' in/out/talk.wav in/talk-leveled.wav");
+    EXPECT_EQ(0, named.status) << named.err;
+    EXPECT_THAT(named.out, HasSubstr("note: in/out/talk.wav: is an output of an earlier run"));
+    EXPECT_EQ(2u, outputs_in("again").size());
+
+    talk("in/out/talk.wav", 3);
+    EXPECT_THAT(inputs("-d third in/out"), ElementsAre("in/out/talk.wav")) << "another recording";
+    talk("in/talk-leveled.wav", 3);
+    EXPECT_THAT(run("in").out, HasSubstr("skipped in/talk-leveled.wav: is the output of"));
+    fs::remove(dir_ / "in/talk.wav");
+    EXPECT_THAT(inputs("in"), ElementsAre("in/talk-leveled.wav"));
 }
 
 TEST_F(ArchiveRuns, ResultsThatAreNotWholeMakeTheMergeAFailure) {

@@ -28,12 +28,12 @@ class Files : public testing::Test {
 
     std::vector<std::string> found(const std::vector<std::string>& names = {""},
                                    const std::string& suffix = "-leveled",
-                                   const std::string& leave_out = "") {
+                                   const std::string& output_dir = "") {
         std::vector<std::string> paths;
         for (const std::string& name : names) {
             paths.push_back(dir_ / name);
         }
-        result_ = find_files(paths, suffix, leave_out);
+        result_ = find_files(paths, {suffix, output_dir});
         std::vector<std::string> below;
         for (const FoundFile& file : result_.files) {
             below.push_back(fs::path(file.path).lexically_relative(dir_.path()).string());
