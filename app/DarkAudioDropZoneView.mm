@@ -181,9 +181,11 @@ static NSArray *droppedURLs(id<NSDraggingInfo> sender) {
     [grayColor(_hasValidDragTarget ? 0.15 : 0.1) set];
     NSRectFill([self bounds]);
 
-    NSBezierPath *border = [NSBezierPath bezierPathWithRoundedRect:NSInsetRect([self bounds], 1, 1)
-                                                           xRadius:kCornerRadius
-                                                           yRadius:kCornerRadius];
+    // A line of width 1 in the middle of the outermost pixels covers each of them whole.
+    NSBezierPath *border =
+        [NSBezierPath bezierPathWithRoundedRect:NSInsetRect([self bounds], 0.5, 0.5)
+                                        xRadius:kCornerRadius
+                                        yRadius:kCornerRadius];
     [border setLineDash:kDash count:2 phase:0];
     [[NSColor colorWithDeviceWhite:1.0 alpha:_hasValidDragTarget ? 0.4 : 0.75] set];
     [border stroke];

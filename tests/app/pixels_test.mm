@@ -59,11 +59,12 @@ TEST_F(Pixels, DropZoneLightensUnderAUsableDrag) {
         draw(zone);
         const double fill = highlighted ? 0.15 : 0.1;
         EXPECT_PRED2(near, at(100, 50), (Color{fill, fill, fill}));
-        // The line lies on two rows of pixels, each half covered; dashes of 5, gaps of 3.
-        const double stroke = fill + (1 - fill) * (highlighted ? 0.4 : 0.75) / 2;
+        // The line covers the outermost row of pixels, and only that; dashes of 5, gaps of 3.
+        const double stroke = fill + (1 - fill) * (highlighted ? 0.4 : 0.75);
         int dashed = 0;
         for (int x = 20; x < 180; ++x) {
-            dashed += std::abs(at(x, 98)[0] - stroke) < 0.03 ? 1 : 0;
+            dashed += std::abs(at(x, 99)[0] - stroke) < 0.03 ? 1 : 0;
+            EXPECT_NEAR(at(x, 98)[0], fill, 0.01);
         }
         EXPECT_NEAR(dashed, 160 * 5 / 8, 20);
     }
