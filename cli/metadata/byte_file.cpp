@@ -1,10 +1,17 @@
 #include "cli/metadata/byte_file.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <system_error>
 
 namespace cli {
+namespace {
+
+constexpr std::size_t kFirstBlock = 64;
+
+}  // namespace
 
 ByteFile::ByteFile(const std::string& path, const char* mode, std::uint64_t begin)
     : path_(path), file_(fopen(path.c_str(), mode)), begin_(begin) {
@@ -20,6 +27,43 @@ std::uint64_t ByteFile::size() {
     }
     const auto end = static_cast<std::uint64_t>(ftello(file_.get()));
     return end - std::min(begin_, end);
+}
+
+std::uint64_t ByteFile::end_of_hole(std::uint64_t offset, std::uint64_t end) {
+#ifdef SEEK_DATA
+    const int file = fileno(file_.get());
+    // The stream keeps its own account of where the file stands.
+    const off_t before = lseek(file, 0, SEEK_CUR);
+    const off_t data = lseek(file, static_cast<off_t>(begin_ + offset), SEEK_DATA);
+    const bool all_hole = data < 0 && errno == ENXIO;
+    if (before < 0 || lseek(file, before, SEEK_SET) < 0) {
+        fail();
+    }
+    if (all_hole) {
+        return end;
+    }
+    return data < 0 ? offset : static_cast<std::uint64_t>(data) - begin_;
+#else
+    (void)end;
+    return offset;
+#endif
+}
+
+std::uint64_t ByteFile::end_of_zeros(std::uint64_t offset) {
+    const std::uint64_t end = size();
+    std::size_t count = kFirstBlock;  // most often the first byte decides
+    while (offset < end) {
+        const Bytes block = read(offset, count);
+        const auto other =
+            std::find_if(block.begin(), block.end(), [](unsigned char byte) { return byte != 0; });
+        offset += static_cast<std::uint64_t>(other - block.begin());
+        if (other != block.end() || block.empty()) {
+            return offset;
+        }
+        offset = std::max(offset, end_of_hole(offset, end));
+        count = kFileBlock;
+    }
+    return end;
 }
 
 Bytes ByteFile::read(std::uint64_t offset, std::size_t count) {

@@ -25,6 +25,12 @@ class ByteFile {
 
     std::uint64_t size();
 
+    /**
+     * The offset of the first byte from there on that is not zero; the size where there is none.
+     * Holes of a sparse file are skipped unread.
+     */
+    std::uint64_t end_of_zeros(std::uint64_t offset);
+
     /** As many of the bytes at the offset as the file has; moves there. */
     Bytes read(std::uint64_t offset, std::size_t count);
 
@@ -40,6 +46,7 @@ class ByteFile {
     };
 
     [[noreturn]] void fail() const;
+    std::uint64_t end_of_hole(std::uint64_t offset, std::uint64_t end);
 
     std::string path_;
     std::unique_ptr<FILE, Closer> file_;

@@ -1,8 +1,27 @@
 #include "cli/metadata/chunk_list.h"
 
+#include <fmt/format.h>
+
+#include <algorithm>
 #include <set>
 
+#include "cli/facts/file_error.h"
+
 namespace cli {
+namespace {
+
+constexpr std::size_t kMostChunks = 10000;
+
+}  // namespace
+
+bool is_padding(const Bytes& header) {
+    return std::all_of(header.begin(), header.end(), [](unsigned char byte) { return byte == 0; });
+}
+
+std::uint64_t first_behind_padding(ByteFile& file, const Layout& layout, std::uint64_t at) {
+    const std::uint64_t next = file.end_of_zeros(at);
+    return next - next % layout.alignment;
+}
 
 std::vector<Chunk> chunks_of(ByteFile& file, const Layout& layout) {
     std::vector<Chunk> chunks;
@@ -10,6 +29,17 @@ std::vector<Chunk> chunks_of(ByteFile& file, const Layout& layout) {
     std::uint64_t long_data = 0;
     for (std::uint64_t at = layout.opening.size(); at + layout.header_bytes() <= end;) {
         const Bytes header = file.read(at, layout.header_bytes());
+        if (is_padding(header)) {
+            const std::uint64_t next = first_behind_padding(file, layout, at);
+            at = std::max(next, at + layout.alignment);
+            continue;
+        }
+        if (chunks.size() == kMostChunks) {
+            throw FileError(
+                fmt::format("its container holds more than {} chunks, which no program writes; it "
+                            "may be damaged",
+                            kMostChunks));
+        }
         Chunk chunk;
         chunk.id.assign(header.begin(),
                         header.begin() + static_cast<std::ptrdiff_t>(layout.id_bytes));

@@ -17,7 +17,16 @@ struct Chunk {
     std::string name() const { return std::string(id.begin(), id.begin() + 4); }
 };
 
-/** The chunks up to the first that does not fit the file; only the audio may be cut short. */
+/** True where zeros stand in the place of a chunk's header, as some programs pad their files. */
+bool is_padding(const Bytes& header);
+
+/** The offset, aligned, of the first byte behind a run of zeros. */
+std::uint64_t first_behind_padding(ByteFile& file, const Layout& layout, std::uint64_t at);
+
+/**
+ * The chunks up to the first that does not fit the file; only the audio may be cut short. Runs of
+ * zeros between them are left out. Throws FileError for more chunks than any program writes.
+ */
 std::vector<Chunk> chunks_of(ByteFile& file, const Layout& layout);
 
 /** True for the chunk that holds the samples. */

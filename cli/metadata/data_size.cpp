@@ -20,20 +20,36 @@ namespace {
 constexpr std::uint64_t kOpenSize32 = 0x7FFFF000;
 constexpr std::uint64_t kOpenSize64 = 0x7FFFFFFFFFFFF000;
 
-/** True when a chunk, or no more than padding, begins at the offset. */
-bool goes_on(ByteFile& file, const Layout& layout, std::uint64_t at, std::uint64_t end) {
+constexpr std::uint64_t kDiskBlock = 4096;
+
+enum class Next { Chunk, End, Padding, Other };
+
+/**
+ * What stands behind the offset: a chunk, zeros or not in front of it; the end, but for less than a
+ * header or a disk's block of zeros; more zeros up to the end; or something else.
+ */
+Next what_follows(ByteFile& file, const Layout& layout, std::uint64_t at, std::uint64_t end) {
     at += (layout.alignment - at % layout.alignment) % layout.alignment;
     if (at + layout.header_bytes() > end) {
-        return true;
+        return Next::End;
     }
-    const Bytes header = file.read(at, layout.header_bytes());
+    Bytes header = file.read(at, layout.header_bytes());
+    if (is_padding(header)) {
+        const std::uint64_t begin = at;
+        at = first_behind_padding(file, layout, at);
+        if (at + layout.alignment >= end) {
+            return end - begin > kDiskBlock ? Next::Padding : Next::End;
+        }
+        header = file.read(at, layout.header_bytes());
+        if (header.size() < layout.header_bytes()) {
+            return Next::Other;
+        }
+    }
     const std::uint64_t size =
         get_number(header, layout.id_bytes, layout.size_bytes, layout.byte_order);
     const bool name = std::all_of(header.begin(), header.begin() + 4,
                                   [](unsigned char c) { return c >= 0x20 && c < 0x7F; });
-    const bool zeros =
-        std::all_of(header.begin(), header.end(), [](unsigned char c) { return c == 0; });
-    return (name && size <= end - at) || zeros;
+    return name && size <= end - at ? Next::Chunk : Next::Other;
 }
 
 /** The header of an AU file: mark, offset of the audio, its size; then the coding and the rest. */
@@ -76,11 +92,14 @@ DataSize compare_data_size(const std::string& path) {
         }
         if (chunk.stated > result.there) {
             result.kind = DataSize::Kind::Short;
-        } else if (chunk.stated == 0 && result.there > 0 &&
-                   !goes_on(file, layout, chunk.offset, end)) {
-            result.kind = DataSize::Kind::Zero;
-        } else if (!goes_on(file, layout, chunk.offset + chunk.stated, end)) {
-            result.kind = DataSize::Kind::Trailing;
+            return result;
+        }
+        const Next next = what_follows(file, layout, chunk.offset + chunk.stated, end);
+        if (next == Next::Other) {
+            const bool unset = chunk.stated == 0 && result.there > 0;
+            result.kind = unset ? DataSize::Kind::Zero : DataSize::Kind::Trailing;
+        } else if (next == Next::Padding) {
+            result.kind = DataSize::Kind::Padded;
         }
         return result;
     }

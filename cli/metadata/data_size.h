@@ -14,6 +14,7 @@ struct DataSize {
         Fits,     // or it is another container, or the size is left open as streams do
         Short,    // the file ends before the audio that was promised
         Zero,     // the size was never filled in; audio follows
+        Padded,   // nothing but zeros follows the audio, more than a disk's block
         Trailing  // what follows the audio is neither a chunk nor the end
     };
 

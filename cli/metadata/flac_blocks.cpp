@@ -24,6 +24,7 @@ constexpr std::size_t kMarkBytes = 4;  // "fLaC"
 constexpr std::size_t kHeaderBytes = 4;
 constexpr unsigned char kLastBlock = 0x80;
 constexpr std::size_t kSeekPointBytes = 18;
+constexpr std::uint64_t kMostMetadata = std::uint64_t{256} << 20;  // held in memory
 // A seek point that points nowhere (RFC 9639, section 8.5.1).
 constexpr std::uint64_t kPlaceholder = 0xFFFFFFFFFFFFFFFF;
 
@@ -64,6 +65,10 @@ FlacFile read_blocks(ByteFile& file) {
         }
         last = header[0] & kLastBlock;
         const auto size = static_cast<std::size_t>(get_number(header, 1, 3, ByteOrder::Big));
+        if (at - flac.stream.begin + size > kMostMetadata) {
+            throw std::runtime_error(
+                "the metadata of a FLAC file exceed 256 MB; the file may be damaged");
+        }
         flac.blocks.push_back({static_cast<unsigned char>(header[0] & ~kLastBlock),
                                file.read(at + kHeaderBytes, size)});
         if (flac.blocks.back().content.size() < size) {

@@ -45,6 +45,9 @@ std::string length_note(const DataSize& data) {
         return "";
     }
     const std::uint64_t rest = data.there - data.promised;
+    if (data.kind == DataSize::Kind::Padded) {
+        return fmt::format("{} bytes of zeros behind its audio were left out", rest);
+    }
     const std::string text =
         fmt::format("its header tells of {} bytes of audio, but {} more follow that are no chunk",
                     data.promised, rest);

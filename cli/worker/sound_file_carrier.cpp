@@ -97,6 +97,8 @@ void SoundFileCarrier::repair_header(FileFacts& facts) {
             source_ = in_scratch("repaired");
             write_with_data_size(job_.input, source_);
         }
+    } else if (data.kind == DataSize::Kind::Padded) {
+        facts.notes.push_back(note);
     } else if (!note.empty()) {
         note_damage(facts, note);
     }

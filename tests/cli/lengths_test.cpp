@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <nlohmann/json.hpp>
@@ -96,6 +97,60 @@ TEST(Lengths, ASizeThatWasNeverFilledInCostsNothing) {
     result = run_program(QUORVANE " -f " + dir / "a.wav");
     EXPECT_EQ(1, result.status);
     EXPECT_THAT(result.err, HasSubstr("128000 more follow that are no chunk"));
+}
+
+// What stands behind the audio costs neither memory nor time by its size, and no sound. 256000
+// bytes of audio; a list of one entry for each eight zero bytes would take 640 MB.
+TEST(Lengths, WhatStandsBehindTheAudioIsMeasuredInBytes) {
+    struct Row {
+        const char* make;  // x.wav, from talk.wav
+        int status;
+        const char* words;
+    };
+
+    const Row rows[] = {
+        {"cp talk.wav x.wav; head -c 64M /dev/zero >>x.wav", 0,
+         "67108864 bytes of zeros behind its audio were left out"},
+        {"cp talk.wav x.wav; truncate -s 1G x.wav", 0,
+         "1073485780 bytes of zeros behind its audio were left out"},
+        {"cp talk.wav x.wav; head -c 2048 /dev/zero >>x.wav", 0, ""},
+        {"cp talk.wav x.wav; (head -c 4096 /dev/zero; printf 'note\\4\\0\\0\\0kept') >>x.wav", 0,
+         ""},
+        {"cp talk.wav x.wav; (head -c 40000 /dev/zero; head -c 9 talk.wav | tr R '\\1') >>x.wav", 1,
+         "40009 more follow that are no chunk"},
+        {"cp talk.wav x.wav; yes 'JUNK' | head -c 8000000 | tr '\\n' '\\0' | "
+         "sed 's/JUNK./JUNK\\x00\\x00\\x00\\x00/g' >>x.wav",
+         1, "more than 10000 chunks"},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.make);
+        const TempDir dir;
+        const std::string in_folder = made_in(dir, row.make);
+        const ProgramResult result =
+            run_program(in_folder + "ulimit -v 600000 && " QUORVANE " --json - x.wav");
+        EXPECT_EQ(row.status, result.status) << result.err;
+        EXPECT_THAT(result.out, HasSubstr(row.words));
+        if (row.status == 0) {
+            const auto facts = nlohmann::json::parse(result.out);
+            EXPECT_EQ(128000, facts["frames"]);
+            EXPECT_EQ(row.words[0] == '\0' ? 0u : 1u, facts["notes"].size());
+            const std::string output = read_text(dir / "x-leveled.wav");
+            EXPECT_LT(output.size(), 260000u);
+            EXPECT_EQ(strstr(row.make, "kept") != nullptr, output.find("kept") != output.npos);
+        }
+    }
+}
+
+// A header of size 0, and digital silence where the audio begins.
+TEST(Lengths, SilenceIsNotTakenForPadding) {
+    const TempDir dir;
+    Signal signal = signals::speech(8, 16000);
+    std::fill_n(signal.samples.begin(), 8000, 0.0);
+    write_sound(dir / "a.wav", signal, kWav16);
+    set_data_size(dir / "a.wav", 0);
+    const ProgramResult result = run_program(QUORVANE " --json - " + dir / "a.wav");
+    EXPECT_EQ(0, result.status) << result.err;
+    EXPECT_EQ(128000, nlohmann::json::parse(result.out)["frames"]);
 }
 
 TEST(Lengths, TheEnginesCommandTellsOfThemToo) {
