@@ -15,6 +15,7 @@
 
 #include "cli/archive/output_claim.h"
 #include "cli/facts/file_error.h"
+#include "cli/worker/delivery.h"
 #include "cli/worker/worker_process.h"
 
 /*
@@ -26,7 +27,7 @@
  *
  * A file's worker is a process: a codec that crashes, a limit of the system, or a kill costs one
  * file. Its facts come through a pipe, its messages through another; it has ended when both are
- * closed.
+ * closed, or its process is gone. The output gets its name here, not in the worker.
  */
 
 namespace cli {
@@ -35,6 +36,7 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr int kPollMilliseconds = 200;  // between two ticks
+constexpr std::chrono::milliseconds kRetryClaim{kPollMilliseconds};
 
 }  // namespace
 
@@ -73,7 +75,7 @@ std::size_t Batch::add(const std::string& input,
     {
         const std::lock_guard<std::mutex> lock(mutex_);
         index = added_++;
-        queue_.push_back({index, input, output, existing, found, new_folder});
+        queue_.push_back({index, input, output, existing, found, new_folder, {}});
     }
     wake();
     return index;
@@ -152,6 +154,9 @@ void Batch::take_requests() {
         queue_.erase(first, queue_.end());
     }
     for (Running& running : running_) {
+        if (running.facts.valid()) {
+            continue;  // it has ended; its output is getting its name
+        }
         if (stop > stop_sent_ || cancelled.count(running.entry.index) != 0) {
             // Once for each stage of a stop: a worker that cleans up is not disturbed again.
             running.cancelled = true;
@@ -167,19 +172,29 @@ void Batch::take_requests() {
 void Batch::start_more() {
     while (running_.size() < jobs_) {
         Entry entry;
-        {
-            const std::lock_guard<std::mutex> lock(mutex_);
-            if (stop_.load() != 0 || queue_.empty()) {
-                return;
-            }
-            entry = queue_.front();
-            queue_.pop_front();
+        if (stop_.load() != 0 || !take_entry(entry)) {
+            return;
         }
-        start(entry);
+        start(std::move(entry));
     }
 }
 
-void Batch::start(const Entry& entry) {
+// The first in the queue whose time has come; false when there is none.
+bool Batch::take_entry(Entry& entry) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    const auto now = Clock::now();
+    const auto found = std::find_if(queue_.begin(), queue_.end(), [&](const Entry& waiting) {
+        return waiting.not_before <= now;
+    });
+    if (found == queue_.end()) {
+        return false;
+    }
+    entry = std::move(*found);
+    queue_.erase(found);
+    return true;
+}
+
+void Batch::start(Entry entry) {
     Job job;
     job.input = fs::absolute(entry.input).string();
     if (!entry.output.empty()) {
@@ -194,12 +209,22 @@ void Batch::start(const Entry& entry) {
         // Fewer files than processors: this worker may use a second one.
         job.spare_processor = running_.size() + 1 + queue_.size() < jobs_;
     }
-    job.found = entry.found;
-    job.new_folder = entry.new_folder;
-    job.wait = entry.wait;
     try {
+        auto delivery =
+            std::make_unique<Delivery>(job, OutputPlace{job.output, entry.found, entry.new_folder});
+        const Delivery::Begun begun = delivery->begin();
+        if (begun == Delivery::Begun::Taken) {
+            entry.not_before = Clock::now() + kRetryClaim;
+            const std::lock_guard<std::mutex> lock(mutex_);
+            return queue_.push_back(std::move(entry));
+        }
+        if (begun == Delivery::Begun::Done) {
+            return tell_finished(entry, delivery->facts());
+        }
+        job.part = delivery->part();
         fs::create_directory(job.scratch);
-        running_.push_back({entry, Clock::now(), std::make_unique<WorkerProcess>(job), -1, false});
+        running_.push_back({entry, Clock::now(),
+                            std::make_unique<WorkerProcess>(job, std::move(delivery)), -1, false});
     } catch (const std::exception& error) {
         return end_without_worker(entry, Outcome::Failed, cause_of(error));
     }
@@ -210,12 +235,21 @@ void Batch::wait() {
     // The own pipe first, then two for each worker, in the order of running_.
     std::vector<pollfd> watched = {{wake_[0], POLLIN, 0}};
     for (const Running& running : running_) {
-        watched.push_back({running.worker->events(), POLLIN, 0});
-        watched.push_back({running.worker->output(), POLLIN, 0});
+        const bool ended = running.facts.valid();
+        watched.push_back({ended ? -1 : running.worker->events(), POLLIN, 0});
+        watched.push_back({ended ? -1 : running.worker->output(), POLLIN, 0});
     }
-    // Without a worker nothing changes by itself: sleep until somebody asks for something.
-    if (ended() ||
-        poll(watched.data(), watched.size(), running_.empty() ? -1 : kPollMilliseconds) <= 0) {
+    if (ended()) {
+        return;
+    }
+    // Without a worker, and without an output that another process holds, nothing changes by
+    // itself: sleep until there is a request.
+    bool waits = false;
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        waits = running_.empty() && queue_.empty();
+    }
+    if (poll(watched.data(), watched.size(), waits ? -1 : kPollMilliseconds) <= 0) {
         return;
     }
     drain();
@@ -232,6 +266,9 @@ void Batch::wait() {
 // Forwards only: a second pass over a file must not look like a step back.
 void Batch::tell_progress() {
     for (Running& running : running_) {
+        if (running.facts.valid()) {
+            continue;
+        }
         const double fraction = running.worker->progress();
         if (fraction > running.told_fraction) {
             running.told_fraction = fraction;
@@ -242,40 +279,59 @@ void Batch::tell_progress() {
 
 void Batch::collect() {
     for (std::size_t i = 0; i < running_.size();) {
-        if (!running_[i].worker->at_end()) {
+        Running& running = running_[i];
+        if (!running.facts.valid() && running.worker->at_end()) {
+            begin_to_finish(running);
+        }
+        // Deferred counts as ready, too.
+        if (!running.facts.valid() ||
+            running.facts.wait_for(std::chrono::seconds(0)) == std::future_status::timeout) {
             ++i;
             continue;
         }
-        Running ended = std::move(running_[i]);
+        Running ended = std::move(running);
         running_.erase(running_.begin() + static_cast<std::ptrdiff_t>(i));
         finish(ended);
     }
 }
 
-void Batch::finish(Running& ended) {
-    FileFacts facts = ended.worker->finish();
-    if (facts.outcome == Outcome::Planned && !ended.cancelled) {
-        // Another process holds the output: when the rest is done it may have finished.
-        ended.entry.wait = true;
-        const std::lock_guard<std::mutex> lock(mutex_);
-        return queue_.push_back(ended.entry);
+// An output is synced before it gets its name, which takes the disk some time: other workers are
+// not to wait for it.
+void Batch::begin_to_finish(Running& running) {
+    const auto work = [this, worker = running.worker.get()] {
+        const FileFacts facts = worker->finish();
+        wake();
+        return facts;
+    };
+    try {
+        running.facts = std::async(std::launch::async, work);
+    } catch (const std::system_error&) {  // no thread to be had
+        running.facts = std::async(std::launch::deferred, work);
     }
-    facts.input = ended.entry.input;
-    facts.output = ended.entry.output;
+}
+
+void Batch::finish(Running& ended) {
+    FileFacts facts = ended.facts.get();
     if (facts.elapsed_s == 0) {
         facts.elapsed_s = std::chrono::duration<double>(Clock::now() - ended.started).count();
     }
     // A worker that was told to stop fails in whatever it was doing: that is no failure of the
     // file.
-    if (ended.cancelled &&
-        (facts.outcome == Outcome::Failed || facts.outcome == Outcome::Planned)) {
+    if (ended.cancelled && facts.outcome == Outcome::Failed) {
         facts.outcome = Outcome::Interrupted;
         facts.cause = "stopped";
     }
     if (!ended.worker->messages().empty()) {
         observer_.messages(ended.entry.index, ended.worker->messages());
     }
-    observer_.finished(ended.entry.index, facts);
+    tell_finished(ended.entry, std::move(facts));
+}
+
+// Under the names that the file was added with.
+void Batch::tell_finished(const Entry& entry, FileFacts facts) {
+    facts.input = entry.input;
+    facts.output = entry.output;
+    observer_.finished(entry.index, facts);
 }
 
 void Batch::end_without_worker(const Entry& entry, Outcome outcome, const std::string& cause) {

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstddef>
 #include <deque>
+#include <future>
 #include <memory>
 #include <mutex>
 #include <set>
@@ -117,7 +118,7 @@ class Batch {
         Existing existing{};
         FileState found;
         std::string new_folder;
-        bool wait = false;  // another process was at the output: try again, last of all
+        Clock::time_point not_before;  // another process was at the output: try again then
     };
 
     struct Running {
@@ -126,6 +127,7 @@ class Batch {
         std::unique_ptr<WorkerProcess> worker;
         double told_fraction = 0.0;
         bool cancelled = false;
+        std::future<FileFacts> facts = {};  // valid once the worker has ended
     };
 
     void wake() const;
@@ -133,11 +135,14 @@ class Batch {
     bool ended();
     void take_requests();
     void start_more();
-    void start(const Entry& entry);
+    bool take_entry(Entry& entry);
+    void start(Entry entry);
     void wait();
     void tell_progress();
     void collect();
+    void begin_to_finish(Running& running);
     void finish(Running& ended);
+    void tell_finished(const Entry& entry, FileFacts facts);
     void end_without_worker(const Entry& entry, Outcome outcome, const std::string& cause);
 
     const unsigned jobs_;

@@ -134,6 +134,7 @@ class ShownBatch : public BatchObserver {
 
     void finished(std::size_t index, const FileFacts& facts) override {
         const std::size_t place = places_[index];
+        tell_missing_fences(facts);
         running_.erase(std::remove(running_.begin(), running_.end(), place), running_.end());
         // Files that were cancelled because of it end here as well, and say why.
         const bool had_enough = enough_failures();
@@ -183,6 +184,18 @@ class ShownBatch : public BatchObserver {
     }
 
     File& file(std::size_t index) { return files_[places_[index]]; }
+
+    /** Once in a run: the kernel is the same for all files. */
+    void tell_missing_fences(const FileFacts& facts) {
+        if (settings_.verbose && !facts.unfenced.empty() && !fences_told_) {
+            fences_told_ = true;
+            screen_.line(
+                fmt::format("note: this kernel does not limit the {} of workers; a damaged file "
+                            "that takes over "
+                            "a decoder could reach more than itself",
+                            fmt::join(facts.unfenced, " and ")));
+        }
+    }
 
     bool enough_failures() const {
         return settings_.max_failures != 0 && failures_ >= settings_.max_failures;
@@ -234,6 +247,7 @@ class ShownBatch : public BatchObserver {
     std::vector<std::size_t> places_;   // in the plan, of the batch's files
     std::vector<std::size_t> running_;  // places in the plan
     const Clock::time_point begun_ = Clock::now();
+    bool fences_told_ = false;
     std::size_t finished_ = 0;
     std::size_t failures_ = 0;
     double finished_weight_ = 0;

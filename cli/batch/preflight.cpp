@@ -16,12 +16,13 @@
 #include "cli/archive/output_claim.h"
 #include "cli/storage/staged_output.h"
 #include "cli/terminal/terminal_text.h"
-#include "cli/worker/carrier.h"
+#include "cli/worker/look.h"
 
 /*
  * What can be found out before any work is: files that cannot be read, places that cannot be
  * written to, disks that will be full. It costs a look at each file's header and spares a night
- * that ends with the same error a thousand times. Disks are only warned of: what is free changes
+ * that ends with the same error a thousand times. The headers are read in confined processes, as
+ * all that strangers wrote is. Disks are only warned of: what is free changes
  * meanwhile.
  */
 
@@ -30,8 +31,10 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr int kMostChannels = 2;
 constexpr unsigned kMostThreads = 16;  // opening waits for disks and servers, not for cores
+// Files for one process: its start is worth some ten looks, and its death costs one file.
+constexpr std::size_t kLeastLooks = 8;
+constexpr std::size_t kMostLooks = 64;
 /** What the steps' files take at their peak, in sizes of the input. */
 constexpr std::int64_t kTemporarySizes = 4;
 
@@ -52,39 +55,29 @@ void fail(PlannedFile& file, const FileFacts& known, const std::string& cause) {
     file.known->cause = cause;
 }
 
-/**
- * A codec that crashes on a media file is to cost that file only, and looking at one runs codecs:
- * before real work its worker looks at it. A dry run has nothing to lose and looks here.
- */
-bool left_to_its_worker(const Settings& settings, const Carrier& carrier) {
-    return !settings.dry_run && carrier.decodes();
-}
-
-/** The facts of a file's header, through the same carrier that its worker will use. */
-FileFacts probed(const Settings& settings, PlannedFile& file) {
-    FileFacts facts = facts_at_first(file);
+/** A codec may crash on a media file, and a dry run has no worker that could meet it later. */
+Job look_of(const Settings& settings, const PlannedFile& file) {
     Job job;
     job.input = fs::absolute(file.input).string();
     job.output = file.output.empty() ? "" : fs::absolute(file.output).string();
     job.options.tuning = settings.tuning;
     job.options.strict = settings.strict;
+    job.options.look_inside = settings.dry_run;
     job.options.audio_stream = settings.audio_stream;
     job.options.audio_codec = settings.audio_codec;
-    try {
-        const std::unique_ptr<Carrier> carrier = make_carrier(job);
-        if (left_to_its_worker(settings, *carrier)) {
-            return facts;
-        }
-        carrier->probe(facts);
-        if (!file.output.empty() && facts.channels > kMostChannels) {
-            fail(file, facts,
-                 fmt::format("it has {} channels, at most {} can be leveled", facts.channels,
-                             kMostChannels));
-        }
-    } catch (const std::exception& error) {
-        fail(file, facts, error.what());
+    return job;
+}
+
+/** Takes over what a look found, under the file's own names. */
+FileFacts take_look(PlannedFile& file, FileFacts found) {
+    found.input = file.input;
+    found.output = file.output;
+    found.bytes = file.bytes;
+    if (found.outcome == Outcome::Failed) {
+        fail(file, found, found.cause);
     }
-    return facts;
+    found.outcome = Outcome::Planned;
+    return found;
 }
 
 /** The folder itself or the first one on the way up that is there. */
@@ -173,33 +166,62 @@ void tell_full_temporary_disk(const Settings& settings,
     }
 }
 
+/** Looks into the files at these places, and fills in each one's seconds. */
+void probe_some(const Settings& settings,
+                std::vector<PlannedFile>& files,
+                const std::vector<std::size_t>& places,
+                Keep keep,
+                std::vector<double>& seconds) {
+    std::vector<Job> jobs;
+    for (const std::size_t place : places) {
+        jobs.push_back(look_of(settings, files[place]));
+    }
+    std::vector<FileFacts> found = look_into_all(jobs);
+    for (std::size_t i = 0; i < places.size(); ++i) {
+        PlannedFile& file = files[places[i]];
+        const FileFacts facts = take_look(file, std::move(found[i]));
+        seconds[places[i]] = facts.duration_s();
+        if (keep == Keep::All && !file.known) {
+            file.known = std::make_shared<FileFacts>(facts);
+        }
+    }
+}
+
 /** Looks into all files that are not known yet, several at once. Returns each one's seconds. */
 std::vector<double> probe_all(const Settings& settings,
                               std::vector<PlannedFile>& files,
                               Keep keep) {
-    std::atomic<std::size_t> next{0};  // the first that nobody has taken
+    std::vector<std::size_t> unknown;
+    for (std::size_t i = 0; i < files.size(); ++i) {
+        if (!files[i].known) {
+            unknown.push_back(i);
+        }
+    }
     std::vector<double> seconds(files.size());
-    const auto probe_some = [&] {
-        for (std::size_t i = 0; (i = next++) < files.size();) {
-            if (files[i].known) {
-                continue;
-            }
-            const FileFacts facts = probed(settings, files[i]);
-            seconds[i] = facts.duration_s();
-            if (keep == Keep::All && !files[i].known) {
-                files[i].known = std::make_shared<FileFacts>(facts);
-            }
+    // Of a single file its worker says at once what a look would say.
+    if (unknown.empty() || (unknown.size() == 1 && !settings.dry_run)) {
+        return seconds;
+    }
+    const unsigned threads = std::clamp(2 * std::thread::hardware_concurrency(), 1u, kMostThreads);
+    const std::size_t share = std::clamp(unknown.size() / threads, kLeastLooks, kMostLooks);
+    std::atomic<std::size_t> next{0};  // the first that nobody has taken
+    const auto probe_shares = [&] {
+        for (std::size_t begin = 0; (begin = next.fetch_add(share)) < unknown.size();) {
+            const std::size_t end = std::min(begin + share, unknown.size());
+            probe_some(settings, files,
+                       {unknown.begin() + static_cast<std::ptrdiff_t>(begin),
+                        unknown.begin() + static_cast<std::ptrdiff_t>(end)},
+                       keep, seconds);
         }
     };
     std::vector<std::future<void>> others;  // each waits for its thread when it goes
-    const unsigned count = std::clamp(2 * std::thread::hardware_concurrency(), 1u, kMostThreads);
     try {
-        for (unsigned i = 1; i < count && files.size() > 1; ++i) {
-            others.push_back(std::async(std::launch::async, probe_some));
+        for (std::size_t i = 1; i < threads && i * share < unknown.size(); ++i) {
+            others.push_back(std::async(std::launch::async, probe_shares));
         }
     } catch (const std::system_error&) {  // NOLINT(bugprone-empty-catch): fewer will do
     }
-    probe_some();
+    probe_shares();
     for (std::future<void>& other : others) {
         other.get();
     }

@@ -231,6 +231,9 @@ Json to_json(const FileFacts& facts, Curves curves) {
     if (facts.publishing) {
         json["publishing"] = publishing(*facts.publishing);
     }
+    if (!facts.unfenced.empty()) {
+        json["unfenced"] = facts.unfenced;
+    }
     return json;
 }
 
@@ -265,6 +268,7 @@ FileFacts facts_from_json(const Json& json) {
     if (json.contains("publishing")) {
         facts.publishing = publishing_back(json.at("publishing"));
     }
+    facts.unfenced = json.value("unfenced", std::vector<std::string>{});
     return facts;
 }
 

@@ -114,6 +114,8 @@ struct FileFacts {
     std::optional<Leveling> leveling;
     std::optional<Publishing> publishing;
     std::vector<std::string> notes;  // what the user should know of a file that did not fail
+    // Of "files" and "calls", the fences around the file's worker that the kernel did not give.
+    std::vector<std::string> unfenced;
 
     double duration_s() const {
         return sample_rate_hz ? static_cast<double>(frames) / sample_rate_hz : 0;

@@ -37,7 +37,7 @@ void copy_ogg(const std::string& metadata_from,
               const std::string& audio_from,
               const std::string& to,
               const char* mark) {
-    std::filesystem::copy_file(audio_from, to, std::filesystem::copy_options::overwrite_existing);
+    copy_from(audio_from, 0, to);
     {
         TagStream old_stream(metadata_from, TagStream::For::Reading);
         TagStream stream(to, TagStream::For::Writing);

@@ -102,7 +102,22 @@ void require_name_on_disk(const std::string& path) {
 
 }  // namespace
 
-StagedOutput::StagedOutput(const std::string& destination) : destination_(destination) {
+OutputPart::OutputPart(const std::string& destination, const std::string& part)
+    : destination_(destination),
+      path_(part),
+      file_(open(part.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW)) {
+    if (file_ < 0) {
+        fail(destination_);
+    }
+}
+
+OutputPart::~OutputPart() {
+    if (file_ >= 0) {
+        close(file_);
+    }
+}
+
+StagedOutput::StagedOutput(const std::string& destination) : OutputPart(destination) {
     const fs::path folder = folder_of(destination);
     std::error_code error;
     fs::create_directories(folder, error);
@@ -125,14 +140,29 @@ StagedOutput::~StagedOutput() {
     if (!path_.empty()) {
         unlink(path_.c_str());
     }
-    close(file_);
 }
 
-void StagedOutput::fill_from(const std::string& from) {
+bool StagedOutput::is_in_place() const {
+    struct stat opened {};
+
+    struct stat named {};
+
+    return fstat(file_, &opened) == 0 && lstat(path_.c_str(), &named) == 0 &&
+           opened.st_dev == named.st_dev && opened.st_ino == named.st_ino && opened.st_nlink == 1;
+}
+
+void OutputPart::clear() {
+    if (ftruncate(file_, 0) != 0 || lseek(file_, 0, SEEK_SET) != 0) {
+        fail(destination_);
+    }
+}
+
+void OutputPart::fill_from(const std::string& from) {
     const Descriptor source(from, O_RDONLY);
     if (!source.is_open()) {
         fail(from);
     }
+    clear();
     if (!copy_all(source.get(), file_)) {
         fail(destination_);
     }
@@ -143,11 +173,11 @@ void StagedOutput::keep_private() {
     (void)!fchmod(file_, S_IRUSR | S_IWUSR);
 }
 
-void StagedOutput::start_sync() const {
+void OutputPart::start_sync() const {
     ::start_sync(file_);
 }
 
-void StagedOutput::sync() {
+void OutputPart::sync() {
     require_on_disk(file_, destination_);
 }
 

@@ -11,25 +11,54 @@ namespace cli {
 /** What becomes of a file that bears an output's name already. */
 enum class Existing { Keep, Replace };
 
-/**
- * An output on its way: a hidden, locked file beside the destination that takes the destination's
- * name when it is complete. Without commit() it is removed.
- */
-class StagedOutput {
+/** An unfinished output under its hidden name. Errors name the destination. */
+class OutputPart {
   public:
-    /** Makes the destination's folder and the hidden file. Throws std::system_error. */
-    explicit StagedOutput(const std::string& destination);
-    ~StagedOutput();
-    StagedOutput(const StagedOutput&) = delete;
-    StagedOutput& operator=(const StagedOutput&) = delete;
+    /** Opens a part that another process made. Throws std::system_error. */
+    OutputPart(const std::string& destination, const std::string& part);
+    ~OutputPart();
+    OutputPart(const OutputPart&) = delete;
+    OutputPart& operator=(const OutputPart&) = delete;
 
     const std::string& path() const { return path_; }
 
     /** Of the hidden file, for as long as this lives. */
     int descriptor() const { return file_; }
 
-    /** Copies the file's bytes. Throws std::system_error. */
+    /** Makes it empty. Throws std::system_error. */
+    void clear();
+
+    /** Replaces its content with the file's bytes. Throws std::system_error. */
     void fill_from(const std::string& from);
+
+    /** Has the disk begin with what was written so far. */
+    void start_sync() const;
+
+    /** Syncs it to the disk, whoever wrote it. Throws std::system_error. */
+    void sync();
+
+  protected:
+    explicit OutputPart(const std::string& destination) : destination_(destination) {}
+
+    std::string destination_;
+    std::string path_;
+    int file_ = -1;
+};
+
+/**
+ * An output on its way: a hidden, locked file beside the destination that takes the destination's
+ * name when it is complete. Without commit() it is removed.
+ */
+class StagedOutput : public OutputPart {
+  public:
+    /** Makes the destination's folder and the hidden file. Throws std::system_error. */
+    explicit StagedOutput(const std::string& destination);
+    ~StagedOutput();
+
+    /**
+     * True while the hidden name leads to the file that was made, which no other name leads to.
+     */
+    bool is_in_place() const;
 
     /** Leaves it to its owner alone, for as long as it is written, where the file system can. */
     void keep_private();
@@ -44,22 +73,11 @@ class StagedOutput {
     /** Gives it the modification time of another file. */
     void take_time_of(const std::string& other);
 
-    /** Has the disk begin with what was written so far. */
-    void start_sync() const;
-
-    /** Syncs it to the disk, whoever wrote it. Throws std::system_error. */
-    void sync();
-
     /**
      * Renames it, synced before, to the destination. With Existing::Keep a destination that exists
      * stays and std::system_error (EEXIST) is thrown.
      */
     void commit(Existing existing);
-
-  private:
-    std::string destination_;
-    std::string path_;
-    int file_ = -1;
 };
 
 /**

@@ -1,8 +1,11 @@
 #include "cli/worker/carrier.h"
 
+#include <fmt/format.h>
+
 #include <stdexcept>
 
 #include "cli/audio/sound_file.h"
+#include "cli/facts/file_error.h"
 #include "cli/worker/media_module.h"
 #include "cli/worker/sound_file_carrier.h"
 
@@ -19,6 +22,14 @@ bool libsndfile_reads(const std::string& path) {
 }
 
 }  // namespace
+
+void require_channels(const FileFacts& facts) {
+    constexpr int kMostChannels = 2;
+    if (facts.channels > kMostChannels) {
+        throw FileError(fmt::format("it has {} channels, at most {} can be leveled", facts.channels,
+                                    kMostChannels));
+    }
+}
 
 std::unique_ptr<Carrier> make_carrier(const Job& job) {
     // What libsndfile reads stays with it, and costs nobody the loading of FFmpeg's libraries.

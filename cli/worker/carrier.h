@@ -88,6 +88,9 @@ class Carrier {
     virtual void check(const std::string& complete, const Scan* known, FileFacts& facts) = 0;
 };
 
+/** Throws FileError where probed facts show more channels than can be leveled. */
+void require_channels(const FileFacts& facts);
+
 /**
  * The carrier for the job's input. Throws FileError where libsndfile does not read it and the
  * module for other files cannot be loaded.

@@ -10,19 +10,18 @@
 #include <cstdlib>
 #include <filesystem>
 #include <string>
+#include <vector>
 
 #include "Common/files/descriptor.h"
+#include "cli/worker/call_filter.h"
+#include "cli/worker/media_module.h"
 #include "cli/worker/own_program.h"
 
 #ifdef __linux__
 #include <fcntl.h>
-#include <linux/audit.h>
-#include <linux/filter.h>
-#include <linux/seccomp.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
 
-#include <cstddef>
 #if __has_include(<linux/landlock.h>)
 #include <linux/landlock.h>
 #endif
@@ -31,13 +30,13 @@
 /*
  * Three fences, each of which stands without the others. Resource limits are everywhere. Landlock
  * (Linux 5.19 for what is needed here: renames between folders) fences the files: rights are given
- * to folders and files that exist, everything else is refused with EACCES. A seccomp filter refuses
- * the calls that lead out of the process with EPERM. All are inherited by every thread and cannot
- * be taken back. What a worker does in its whole life costs some forty calls here, a tenth of a
- * millisecond.
+ * to folders and files that exist, everything else is refused with EACCES. A seccomp filter
+ * (call_filter.cpp) allows the system calls of a worker and refuses all others. All are inherited
+ * by every thread and cannot be taken back. What a worker does in its whole life costs some forty
+ * calls here, a tenth of a millisecond.
  *
- * The folder of the output cannot be fenced finer: the output is made there under a hidden name,
- * and rights to a folder hold for all that stands in it.
+ * The output's folder is not open to the worker: its parent makes the part there, an empty file,
+ * and gives it its name in the end.
  */
 
 namespace cli {
@@ -66,6 +65,9 @@ constexpr rlim_t kFileBytesPerInputByte = 10000;
 
 constexpr rlim_t kMostOpenFiles = 256;
 
+// Of processor time, for looks at headers, each of which takes milliseconds.
+constexpr rlim_t kMostLookSeconds = 120;
+
 template <class Resource>
 void lower(Resource resource, rlim_t most) {
     struct rlimit limit {};
@@ -77,16 +79,26 @@ void lower(Resource resource, rlim_t most) {
     }
 }
 
-void limit_resources(const std::string& input) {
+rlim_t size_of(const std::string& path) {
     struct stat status {};
 
-    const rlim_t size = stat(input.c_str(), &status) == 0 ? static_cast<rlim_t>(status.st_size) : 0;
+    return stat(path.c_str(), &status) == 0 ? static_cast<rlim_t>(status.st_size) : 0;
+}
+
+void limit_resources(const std::vector<Job>& jobs) {
+    rlim_t size = 0;
+    for (const Job& job : jobs) {
+        size = std::max(size, size_of(job.input));
+    }
     if (!kSanitized) {  // the sanitizer reserves terabytes of addresses
         lower(RLIMIT_AS, kMostMemory + kMemoryPerInputByte * size);
     }
     signal(SIGXFSZ, SIG_IGN);  // the write fails then, and has its cause told
     lower(RLIMIT_FSIZE, kMostFile + kFileBytesPerInputByte * size);
     lower(RLIMIT_NOFILE, kMostOpenFiles);
+    if (jobs.front().scratch.empty()) {
+        lower(RLIMIT_CPU, kMostLookSeconds);
+    }
 }
 
 #if defined(__linux__) && defined(LANDLOCK_ACCESS_FS_REFER)
@@ -100,6 +112,8 @@ constexpr std::uint64_t kRead =
 constexpr std::uint64_t kFileRights = LANDLOCK_ACCESS_FS_EXECUTE | LANDLOCK_ACCESS_FS_READ_FILE |
                                       LANDLOCK_ACCESS_FS_WRITE_FILE | kTruncate | kDeviceControl;
 constexpr std::uint64_t kRemove = LANDLOCK_ACCESS_FS_REMOVE_FILE | LANDLOCK_ACCESS_FS_REMOVE_DIR;
+constexpr std::uint64_t kFill =
+    LANDLOCK_ACCESS_FS_READ_FILE | LANDLOCK_ACCESS_FS_WRITE_FILE | kTruncate;
 constexpr std::uint64_t kWork = LANDLOCK_ACCESS_FS_READ_FILE | LANDLOCK_ACCESS_FS_READ_DIR |
                                 LANDLOCK_ACCESS_FS_WRITE_FILE | kTruncate | kRemove |
                                 LANDLOCK_ACCESS_FS_MAKE_REG | LANDLOCK_ACCESS_FS_MAKE_DIR |
@@ -138,7 +152,7 @@ class FileFence {
         }
     }
 
-    /** True when the rights to the path stand, or it is not there. */
+    /** True when the rights to the path stand, or it is not there. Links are followed. */
     bool allow(const std::string& path, std::uint64_t rights) {
         const Descriptor at(path, O_PATH);
 
@@ -164,23 +178,6 @@ class FileFence {
     int ruleset_ = -1;
 };
 
-/** The folder above that of the program, where its module is, too; not where that is all there is.
- */
-std::string own_tree() {
-    const fs::path above = fs::path(own_folder()).parent_path();
-    return above.has_relative_path() ? above.string() : "";
-}
-
-/** The nearest folder above a path that is there. */
-std::string existing_folder(const std::string& path) {
-    std::error_code ignored;
-    fs::path at = fs::path(path).parent_path();
-    while (!fs::exists(at, ignored) && at != at.parent_path()) {
-        at = at.parent_path();
-    }
-    return at.string();
-}
-
 bool allow_system(FileFence& fence) {
     bool stands = true;
     for (const char* folder : {"/usr", "/lib", "/lib32", "/lib64", "/etc", "/opt", "/nix", "/gnu",
@@ -198,16 +195,17 @@ bool allow_system(FileFence& fence) {
     return stands;
 }
 
-bool fence_files(const Job& job) {
-    FileFence fence;
-    const std::string own = own_tree();
-    bool stands = fence.exists() && allow_system(fence) && fence.allow(job.input, kRead) &&
-                  (own.empty() || fence.allow(own, kRead));
-    if (!job.output.empty()) {
-        const std::string folder = existing_folder(job.output);
-        const std::string topmost = existing_folder(job.new_folder);  // it may have to go again
-        stands = stands && fence.allow(folder, kWork) &&
-                 (job.new_folder.empty() || fence.allow(topmost, kWork));
+/** The program and its module: what is installed beside them is not ours to read. */
+bool allow_own(FileFence& fence) {
+    const std::string module = media_module_path();
+    return fence.allow(own_program(), kRead) &&
+           (module.empty() || fence.allow(fs::path(module).parent_path().string(), kRead));
+}
+
+bool allow_job(FileFence& fence, const Job& job) {
+    bool stands = fence.allow(job.input, kRead);
+    if (!job.part.empty()) {
+        stands = stands && fence.allow(job.part, kFill);
     }
     if (!job.scratch.empty()) {
         // The last worker of a killed run removes the run's folder, too.
@@ -216,78 +214,20 @@ bool fence_files(const Job& job) {
                  fence.allow(run.string(), kRemove | LANDLOCK_ACCESS_FS_READ_DIR) &&
                  fence.allow(run.parent_path().string(), LANDLOCK_ACCESS_FS_REMOVE_DIR);
     }
+    return stands;
+}
+
+bool fence_files(const std::vector<Job>& jobs) {
+    FileFence fence;
+    const bool stands = fence.exists() && allow_system(fence) && allow_own(fence) &&
+                        std::all_of(jobs.begin(), jobs.end(),
+                                    [&](const Job& job) { return allow_job(fence, job); });
     return stands && fence.close_in();
 }
 
 #else
 
-bool fence_files(const Job& /*job*/) {
-    return false;
-}
-
-#endif
-
-#if defined(__linux__) && (defined(__x86_64__) || defined(__aarch64__))
-
-#ifdef __x86_64__
-constexpr std::uint32_t kArchitecture = AUDIT_ARCH_X86_64;
-constexpr std::uint32_t kFirstOtherCall = 0x40000000;  // those of the x32 ABI
-#else
-constexpr std::uint32_t kArchitecture = AUDIT_ARCH_AARCH64;
-constexpr std::uint32_t kFirstOtherCall = UINT32_MAX;
-#endif
-
-/** What leads out of the process, or around the fences. */
-constexpr std::uint32_t kRefused[] = {SYS_execve,
-                                      SYS_execveat,
-                                      SYS_socket,
-                                      SYS_connect,
-                                      SYS_bind,
-                                      SYS_listen,
-                                      SYS_ptrace,
-                                      SYS_process_vm_readv,
-                                      SYS_process_vm_writev,
-                                      SYS_kill,
-                                      SYS_tkill,
-                                      SYS_rt_sigqueueinfo,
-                                      SYS_io_uring_setup,
-                                      SYS_bpf,
-                                      SYS_perf_event_open,
-                                      SYS_userfaultfd,
-                                      SYS_mount,
-                                      SYS_unshare,
-                                      SYS_setns,
-                                      SYS_keyctl,
-                                      SYS_add_key,
-                                      SYS_request_key,
-                                      SYS_pidfd_send_signal,
-                                      SYS_pidfd_getfd,
-                                      SYS_open_by_handle_at};
-
-bool fence_calls() {
-    constexpr std::size_t kCount = std::size(kRefused);
-    constexpr std::size_t kHead = 4;
-    // Loads the architecture and compares; loads the call's number; then a comparison for each
-    // refused one, which jumps to the last line.
-    sock_filter lines[kHead + 1 + kCount + 2] = {
-        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, arch)),
-        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, kArchitecture, 1, 0),
-        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EPERM),
-        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
-        BPF_JUMP(BPF_JMP | BPF_JGE | BPF_K, kFirstOtherCall, kCount + 1, 0)};
-    for (std::size_t i = 0; i < kCount; ++i) {
-        lines[kHead + 1 + i] = BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, kRefused[i],
-                                        static_cast<std::uint8_t>(kCount - i), 0);
-    }
-    lines[kHead + 1 + kCount] = BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW);
-    lines[kHead + 2 + kCount] = BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EPERM);
-    const sock_fprog program{static_cast<unsigned short>(std::size(lines)), lines};
-    return prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) == 0;
-}
-
-#else
-
-bool fence_calls() {
+bool fence_files(const std::vector<Job>& /*jobs*/) {
     return false;
 }
 
@@ -295,13 +235,13 @@ bool fence_calls() {
 
 }  // namespace
 
-Confined confine(const Job& job) {
-    limit_resources(job.input);
+Confined confine(const std::vector<Job>& jobs) {
+    limit_resources(jobs);
     Confined confined;
 #ifdef __linux__
     if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0) {
-        confined.files = fence_files(job);
-        confined.network = fence_calls();
+        confined.files = fence_files(jobs);
+        confined.calls = fence_calls();
     }
 #endif
     return confined;

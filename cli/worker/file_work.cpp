@@ -16,7 +16,6 @@
 #include "Common/stream/helper_thread.h"
 #include "cli/archive/content_hash.h"
 #include "cli/archive/record.h"
-#include "cli/archive/up_to_date.h"
 #include "cli/audio/measure.h"
 #include "cli/engine/engine_run.h"
 #include "cli/engine/output_gate.h"
@@ -47,59 +46,30 @@ struct InputReading {
 
 struct Work {
     const Job& job;
-    OutputClaim& claim;
     FileFacts facts = {};
-    FileState input = {};                // when the work began
-    Existing existing = Existing::Keep;  // an output that is there by then
-    bool over = false;                   // the other stages have nothing to do
     std::unique_ptr<Carrier> carrier = nullptr;
     std::vector<std::string> engine_inputs = {};
     // Of each engine input; empty: the engine handed it back.
     std::vector<std::string> leveled = {};
     std::string audio = "";  // the newest form of the leveled audio; at the end the complete file
     bool changed = true;     // false: the engine handed every input back
-    std::future<InputReading> before = {};           // on its way, while the engine works
-    std::future<Measurement> after = {};             // on its way, while the output is written
-    std::string heard_in = "";                       // the file that `after` is of
-    std::optional<Scan> heard = {};                  // what it holds
-    std::unique_ptr<StagedOutput> staged = nullptr;  // the output, until it gets its name
+    std::future<InputReading> before = {};       // on its way, while the engine works
+    std::future<Measurement> after = {};         // on its way, while the output is written
+    std::string heard_in = "";                   // the file that `after` is of
+    std::optional<Scan> heard = {};              // what it holds
+    std::unique_ptr<OutputPart> part = nullptr;  // the output, before it gets its name
     std::string input_hash = "";
     std::string output_hash = "";
     std::function<void(double)> progress = nullptr;  // of the stage, 0 to 1
 };
 
-std::string key_of(const JobOptions& options) {
-    return options_key(options.tuning, options.measure, options.audio_stream, options.audio_codec,
-                       options.destination);
-}
-
-/** With the claim in hand it is certain whether another process has made the output meanwhile. */
-void claim(Work& work) {
-    const Job& job = work.job;
-    work.facts.outcome = Outcome::Planned;
-    work.over =
-        !work.claim.take(job.output, job.new_folder, job.wait ? WhenTaken::Wait : WhenTaken::Leave);
-    work.existing =
-        job.options.replace || job.options.redo_changed ? Existing::Replace : Existing::Keep;
-    if (work.over || job.options.replace || state_of(job.output) == job.found) {
-        return;
-    }
-    const Judgement judgement = UpToDate(key_of(job.options)).judge_new(job.input, job.output);
-    const bool renew = judgement.standing == Standing::Outdated ||
-                       (job.options.redo_changed && judgement.standing == Standing::Changed);
-    work.existing = renew ? Existing::Replace : Existing::Keep;
-    if (judgement.standing == Standing::UpToDate) {
-        work.facts = facts_of(judgement, job.input, job.output);
-        work.over = true;
-    }
-}
-
 void probe(Work& work) {
     work.facts.outcome = Outcome::Analyzed;
-    work.input = state_of(work.job.input);
-
     work.carrier = make_carrier(work.job);
     work.carrier->probe(work.facts);
+    if (!work.job.output.empty()) {
+        require_channels(work.facts);
+    }
 }
 
 void take_measurement(Work& work, const Loudness& before) {
@@ -143,9 +113,9 @@ void prepare(Work& work) {
 }
 
 /** The hidden file at the output's place, empty. */
-void make_staged(Work& work) {
-    work.staged = std::make_unique<StagedOutput>(work.job.output);
-    work.staged->keep_private();
+void open_part(Work& work) {
+    work.part = std::make_unique<OutputPart>(work.job.output, work.job.part);
+    work.part->clear();
 }
 
 /**
@@ -154,8 +124,8 @@ void make_staged(Work& work) {
  */
 int open_place(Work& work, std::uint64_t room) {
     try {
-        make_staged(work);
-        const int file = work.staged->descriptor();
+        open_part(work);
+        const int file = work.part->descriptor();
         return lseek(file, static_cast<off_t>(room), SEEK_SET) == -1 ? -1 : file;
     } catch (const std::exception&) {
         return -1;
@@ -168,20 +138,19 @@ void tell_of_output(Work& work, const Write& write) {
     try {
         write();
     } catch (const std::system_error& error) {
-        const bool staged =
-            work.staged && std::string(error.what()).rfind(work.staged->path(), 0) == 0;
-        throw staged ? std::system_error(error.code(), work.job.output) : error;
+        const bool hidden = std::string(error.what()).rfind(work.job.part, 0) == 0;
+        throw hidden ? std::system_error(error.code(), work.job.output) : error;
     }
 }
 
 /** Makes the output of leveled audio at its place, or else takes it away from there. */
 void complete(Work& work, std::uint64_t room, const std::string& leveled) {
-    const std::string& path = work.staged->path();
+    const std::string& path = work.part->path();
     if (work.carrier->complete(path, room)) {
-        work.staged->start_sync();  // the readings of it come first
+        work.part->start_sync();  // the readings of it come first
     } else {
         copy_from(path, room, leveled);
-        work.staged.reset();
+        work.part.reset();
     }
 }
 
@@ -203,7 +172,7 @@ void level_sound(Work& work, std::size_t index) {
     if (result.in_place) {
         tell_of_output(work, [&] { complete(work, *room, run.output); });
     }
-    const std::string& leveled = result.in_place && work.staged ? work.staged->path() : run.output;
+    const std::string& leveled = result.in_place && work.part ? work.part->path() : run.output;
     if (result.leveled) {
         require_sound_output(input, leveled);
     }
@@ -301,28 +270,28 @@ void publish_audio(Work& work) {
 
 /** Puts the output together at its place from the audio and the input's metadata. */
 void put_together(Work& work) {
-    make_staged(work);
-    const std::string& path = work.staged->path();
+    open_part(work);
+    const std::string& path = work.part->path();
     if (work.changed) {
         work.audio = work.carrier->add_metadata(
             work.audio, [&] { return loudness_after(work); }, path);
     }
     if (work.audio != path) {
-        work.staged->fill_from(work.audio);
+        work.part->fill_from(work.audio);
     }
 }
 
 /** Writes the output, whole but without its name, at its place, unless it stands there. */
 void stage(Work& work) {
-    if (!work.staged || work.audio != work.staged->path()) {
+    if (!work.part || work.audio != work.part->path()) {
         tell_of_output(work, [&] { put_together(work); });
-        work.staged->start_sync();
+        work.part->start_sync();
     }
 }
 
 /** Reads input and output through: the disk may be at work on the output meanwhile. */
 void hash_contents(Work& work) {
-    work.output_hash = content_hash(work.staged->path());
+    work.output_hash = content_hash(work.part->path());
     if (work.input_hash.empty()) {
         work.input_hash = content_hash(work.job.input);
     }
@@ -331,46 +300,15 @@ void hash_contents(Work& work) {
 /** A reading of the audio serves for the output where both are one file. */
 void check_result(Work& work) {
     loudness_after(work);
-    const std::string& path = work.staged->path();
+    const std::string& path = work.part->path();
     work.carrier->check(path, work.heard && work.heard_in == path ? &*work.heard : nullptr,
                         work.facts);
 }
 
-DoneRecord record_of(const Work& work) {
-    const Job& job = work.job;
-    DoneRecord record;
-    record.output = fs::path(job.output).filename().string();
-    record.output_hash = work.output_hash;
-    record.input = job.input;
-    record.input_state = work.input;
-    record.input_hash = work.input_hash;
-    record.options = key_of(job.options);
-    return record;
-}
-
-void place(Work& work) {
-    StagedOutput& staged = *work.staged;
-    staged.take_protection_of(work.job.input);
-    if (work.job.options.keep_mtime) {
-        staged.take_time_of(work.job.input);
-    }
-    DoneRecord record = record_of(work);
-    staged.sync();
+/** Has the content on the disk; the parent gives it its protection and its name. */
+void hand_over(Work& work) {
+    work.part->sync();
     loudness_after(work);
-    if (state_of(work.job.input) != work.input) {
-        throw FileError("it was changed while it was worked on, so nothing was written");
-    }
-    try {
-        record.output_state = state_of(staged.path());
-        record.facts = work.facts;
-        work.claim.record(to_line(record));  // before the output takes its name: see record.cpp
-        staged.commit(work.existing);
-    } catch (const std::system_error& error) {
-        if (error.code() != std::errc::file_exists) {
-            throw;
-        }
-        throw FileError("the output came to exist meanwhile and was kept");
-    }
 }
 
 bool always(const Work& /*work*/) {
@@ -413,7 +351,6 @@ struct Stage {
 };
 
 constexpr Stage kStages[] = {
-    {claim, levels, 0.0, 0.0},
     {probe, always, 0.0, 0.0},
     {decode, decodes, 0.0, 0.05},
     {measure_before, measures, 0.10, 0.14},
@@ -425,13 +362,13 @@ constexpr Stage kStages[] = {
     {stage, levels, 0.97, 0.97},
     {hash_contents, levels, 0.97, 0.97},
     {check_result, changed, 0.97, 0.97},
-    {place, levels, 1.0, 1.0},
+    {hand_over, levels, 1.0, 1.0},
 };
 
 void run_stages(Work& work, const std::function<void(double)>& progress) {
     double from = 0;
     for (const Stage& stage : kStages) {
-        if (work.over || !stage.wanted(work)) {
+        if (!stage.wanted(work)) {
             continue;
         }
         const bool whole = work.carrier && work.carrier->decodes();
@@ -445,24 +382,22 @@ void run_stages(Work& work, const std::function<void(double)>& progress) {
 
 }  // namespace
 
-FileFacts work_on(const Job& job, OutputClaim& claim, const std::function<void(double)>& progress) {
+WorkResult work_on(const Job& job, const std::function<void(double)>& progress) {
     const auto start = std::chrono::steady_clock::now();
-    Work work{job, claim};
+    Work work{job};
     work.facts.input = job.input;
     work.facts.output = job.output;
+    std::int64_t bytes = 0;
     try {
         run_stages(work, progress);
+        bytes = job.output.empty() ? 0 : state_of(job.part).size;
     } catch (const std::exception& error) {
         work.facts.outcome = Outcome::Failed;
         work.facts.cause = cause_of(error);
     }
-    work.staged.reset();  // else the folder that was made for it could not go
-    claim.release();
     const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start;
-    if (work.facts.outcome != Outcome::UpToDate) {
-        work.facts.elapsed_s = elapsed.count();
-    }
-    return work.facts;
+    work.facts.elapsed_s = elapsed.count();
+    return {work.facts, work.input_hash, work.output_hash, bytes};
 }
 
 }  // namespace cli

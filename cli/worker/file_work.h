@@ -2,18 +2,15 @@
 
 #include <functional>
 
-#include "cli/archive/output_claim.h"
-#include "cli/facts/run_facts.h"
 #include "cli/worker/job.h"
 
 namespace cli {
 
 /**
- * Does all the work on one file, in the order of a list of stages, and tells what became of it: a
- * failure is an outcome, nothing is thrown. progress is called with 0 to 1. While it works it has
- * the claim to the output; where another process has it and the job is not to wait, the outcome is
- * Planned.
+ * Does all the work on one file, in the order of a list of stages, up to the complete content of
+ * the output in the job's part. A failure is an outcome; nothing is thrown. progress is called with
+ * 0 to 1.
  */
-FileFacts work_on(const Job& job, OutputClaim& claim, const std::function<void(double)>& progress);
+WorkResult work_on(const Job& job, const std::function<void(double)>& progress);
 
 }  // namespace cli

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
@@ -15,10 +16,11 @@ struct JobOptions {
     bool replace = false;             // an output that exists, whatever it is
     bool redo_changed = false;        // replace an output of ours whose input or options changed
     bool keep_mtime = false;
-    bool strict = false;      // a damaged input fails
-    int audio_stream = 0;     // counted from 1; 0: the default one, below 0: all
-    std::string audio_codec;  // empty: the source's
-    std::string destination;  // what the output is for, a word of --for; empty: nothing
+    bool strict = false;       // a damaged input fails
+    bool look_inside = false;  // a look also runs the decoders that a format's header needs
+    int audio_stream = 0;      // counted from 1; 0: the default one, below 0: all
+    std::string audio_codec;   // empty: the source's
+    std::string destination;   // what the output is for, a word of --for; empty: nothing
 };
 
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(JobOptions,
@@ -28,6 +30,7 @@ NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(JobOptions,
                                    redo_changed,
                                    keep_mtime,
                                    strict,
+                                   look_inside,
                                    audio_stream,
                                    audio_codec,
                                    destination)
@@ -35,26 +38,38 @@ NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(JobOptions,
 /** What a worker process is told to do with one file. Paths are absolute. */
 struct Job {
     std::string input;
-    std::string output;  // empty: measure only
+    std::string output;  // the final name, which the parent gives; empty: measure only
+    std::string part;    // an empty file that exists, for the output's content
     // A directory of its own, which exists. Empty: the file is only to be looked at, as a run does
     // before it begins; nothing is decoded then and nothing written.
     std::string scratch;
     bool spare_processor = false;  // one is free for reading ahead and measuring meanwhile
     JobOptions options;
-    FileState found;         // the output as the plan found it; when that changed, others were here
-    std::string new_folder;  // missing_folder() of the output when the run began
-    bool wait = false;       // for another process that is at the same output, else leave it
 };
 
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(
-    Job, input, output, scratch, spare_processor, options, found, new_folder, wait)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Job, input, output, part, scratch, spare_processor, options)
+
+/** What a worker made of its job: the facts, and what the record of the output needs. */
+struct WorkResult {
+    FileFacts facts;
+    std::string input_hash;
+    std::string output_hash;
+    std::int64_t output_bytes = 0;  // in the part
+};
+
+nlohmann::ordered_json to_json(const WorkResult& result);
+
+/** Throws nlohmann::json::exception on a malformed text. */
+WorkResult work_result_from_json(const nlohmann::ordered_json& json);
 
 /**
- * How a worker is started: the program with kWorkerWord alone. It reads its job from
- * kJobDescriptor: the size in bytes as decimal digits, a line end, and the job as CBOR. It writes
- * its events, one JSON object per line, to kEventDescriptor: {"progress": 0.25} and at the end
- * {"facts": {...}}. When the job's pipe closes, its parent is gone and the worker removes its files
- * and ends.
+ * How a worker is started: the program with kWorkerWord alone. It reads its jobs from
+ * kJobDescriptor: the size in bytes as decimal digits, a line end, and an array of jobs as CBOR;
+ * one job to work on, or one or more without a scratch directory to look at. It writes its events,
+ * one JSON object per line, to kEventDescriptor: {"progress": 0.25} and at the end the WorkResult;
+ * or, for each look, {"look": PLACE, "facts": {...}}. It ends with status 1 where the outcome of
+ * the work is Failed, else with 0. When the job's pipe closes, its parent is gone and the worker
+ * removes its scratch directory and ends.
  */
 constexpr const char* kWorkerWord = "--quorvane-worker";
 constexpr int kJobDescriptor = 3;

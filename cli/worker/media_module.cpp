@@ -57,10 +57,9 @@ void require_room(const std::string& module) {
 }
 
 const MediaModule& load() {
-    const std::string folder = own_folder();
-    const std::string path = (fs::path(folder) / kPlace).lexically_normal().string();
-    if (folder.empty()) {
-        fail(path, "cannot be looked for: the system does not tell where this program lies");
+    const std::string path = media_module_path();
+    if (path.empty()) {
+        fail(kPlace, "cannot be looked for: the system does not tell where this program lies");
     }
     require_room(path);
     // It stays loaded to the end: what it made may be in use as long.
@@ -80,6 +79,11 @@ const MediaModule& load() {
 }
 
 }  // namespace
+
+std::string media_module_path() {
+    const std::string folder = own_folder();
+    return folder.empty() ? "" : (fs::path(folder) / kPlace).lexically_normal().string();
+}
 
 const MediaModule& media_module() {
     static const MediaModule& module = load();

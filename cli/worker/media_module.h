@@ -26,6 +26,9 @@ struct MediaModule {
 
 constexpr const char* kMediaModuleEntry = "quorvane_media_module";
 
+/** Where the module lies; empty where the system does not say where this program does. */
+std::string media_module_path();
+
 /**
  * Loads the module, once in a process; may be called from several threads. Throws FileError with
  * the module's path and the cause where it cannot be loaded or belongs to another version.

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 #include <poll.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -15,16 +16,18 @@
 #include <string>
 #include <system_error>
 #include <thread>
+#include <vector>
 
 #include "cli/facts/run_facts.h"
 #include "cli/storage/scratch.h"
-#include "cli/storage/staged_output.h"
 #include "cli/worker/confinement.h"
 #include "cli/worker/file_work.h"
 #include "cli/worker/job.h"
+#include "cli/worker/look.h"
 
 #ifdef __linux__
 #include <sys/prctl.h>
+#include <sys/syscall.h>
 #endif
 
 /*
@@ -70,8 +73,8 @@ std::string read_job_bytes(std::size_t count) {
     return bytes;
 }
 
-/** Its length comes in a line before it; not a byte more is read, since the pipe is watched. */
-Job read_job() {
+/** Their length comes in a line before them; not a byte more is read: the pipe is watched. */
+std::vector<Job> read_jobs() {
     constexpr std::size_t kMostDigits = 9;
     std::string digits;
     while (digits.size() < kMostDigits) {
@@ -82,7 +85,7 @@ Job read_job() {
         digits += digit;
     }
     return nlohmann::json::from_cbor(read_job_bytes(std::strtoul(digits.c_str(), nullptr, 10)))
-        .get<Job>();
+        .get<std::vector<Job>>();
 }
 
 void ask_to_stop(int) {
@@ -104,29 +107,28 @@ void remove_for_good(const std::string& folder) {
 
 /**
  * Waits for a signal or for the end of the parent, then removes the job's files and ends the
- * process. What the other thread writes meanwhile fails, as its folder is gone.
+ * process. What the other thread writes meanwhile fails, as its folder is gone. The part belongs to
+ * the parent, or to the next run.
  */
-void watch(const Job& job, OutputClaim& claim, pid_t parent) {
+void watch(const std::string& scratch, pid_t parent) {
     pollfd watched[2] = {{kJobDescriptor, POLLIN, 0}, {g_stop_pipe[0], POLLIN, 0}};
     while (poll(watched, 2, -1) < 0 && errno == EINTR) {
     }
-    remove_for_good(job.scratch);
-    std::error_code ignored;
-    // The last worker of a killed run also clears the folder around it. The death of the parent
-    // shows in the end of the job's pipe; or first in another parent, while a worker that was just
-    // being started still holds the other end of that pipe.
-    const fs::path run = fs::path(job.scratch).parent_path();
-    bool others = !watched[0].revents && getppid() == parent;
-    for (const auto& entry : fs::directory_iterator(run, ignored)) {
-        others = others || entry.is_directory(ignored);
+    if (!scratch.empty()) {
+        remove_for_good(scratch);
+        std::error_code ignored;
+        // The last worker of a killed run also clears the folder around it. The death of the parent
+        // shows in the end of the job's pipe; or first in another parent, while a worker that was
+        // just being started still holds the other end of that pipe.
+        const fs::path run = fs::path(scratch).parent_path();
+        bool others = !watched[0].revents && getppid() == parent;
+        for (const auto& entry : fs::directory_iterator(run, ignored)) {
+            others = others || entry.is_directory(ignored);
+        }
+        if (!others) {
+            remove_for_good(run.string());
+        }
     }
-    if (!others) {
-        remove_for_good(run.string());
-    }
-    if (!job.output.empty()) {
-        remove_own_parts(job.output);
-    }
-    claim.release();
     _exit(128 + SIGTERM);
 }
 
@@ -145,6 +147,62 @@ class ProgressEvents {
     int last_percent_ = -1;
 };
 
+/** What came with the program's start and is not one of the streams or pipes. */
+void close_unused_descriptors() {
+    constexpr unsigned kFirst = kEventDescriptor + 1;
+#if defined(__linux__) && defined(SYS_close_range)
+    if (syscall(SYS_close_range, kFirst, ~0U, 0) == 0) {
+        return;
+    }
+#endif
+    struct rlimit limit {};
+
+    constexpr rlim_t kMost = 1 << 16;
+    getrlimit(RLIMIT_NOFILE, &limit);
+    for (rlim_t number = kFirst; number < std::min(limit.rlim_cur, kMost); ++number) {
+        close(static_cast<int>(number));
+    }
+}
+
+void set_up_signals() {
+    struct sigaction stop {};
+
+    stop.sa_handler = ask_to_stop;
+    sigaction(SIGTERM, &stop, nullptr);
+    signal(SIGINT, SIG_IGN);  // the terminal sends it to all; the parent decides
+    signal(SIGPIPE, SIG_IGN);
+}
+
+std::vector<std::string> missing_fences(const Confined& confined) {
+    std::vector<std::string> missing;
+    if (!confined.files) {
+        missing.push_back("files");
+    }
+    if (!confined.calls) {
+        missing.push_back("calls");
+    }
+    return missing;
+}
+
+/** Returns the process's status. */
+int work_on_one(const Job& job, const std::vector<std::string>& unfenced) {
+    WorkResult result = work_on(job, ProgressEvents());
+    result.facts.unfenced = unfenced;
+    fflush(nullptr);
+    remove_tree(job.scratch);  // not left to the parent, which may be killed any moment
+    write_line(dump(to_json(result)));
+    return result.facts.outcome == Outcome::Failed ? 1 : 0;
+}
+
+void look_at_each(const std::vector<Job>& jobs, const std::vector<std::string>& unfenced) {
+    for (std::size_t i = 0; i < jobs.size(); ++i) {
+        FileFacts facts = look_into(jobs[i]);
+        facts.unfenced = unfenced;
+        write_line(dump({{"look", i}, {"facts", to_json(facts)}}));
+    }
+    fflush(nullptr);
+}
+
 }  // namespace
 
 int worker_main() {
@@ -153,34 +211,34 @@ int worker_main() {
     prctl(PR_SET_PDEATHSIG, SIGTERM);
     prctl(PR_SET_NAME, "quorvane");  // else its name is that of the link it was started by
 #endif
+    close_unused_descriptors();
     if (pipe(g_stop_pipe) != 0) {
         return 1;
     }
+    set_up_signals();
 
-    struct sigaction stop {};
-
-    stop.sa_handler = ask_to_stop;
-    sigaction(SIGTERM, &stop, nullptr);
-    signal(SIGINT, SIG_IGN);  // the terminal sends it to all; the parent decides
-    signal(SIGPIPE, SIG_IGN);
-
-    static Job job;  // they outlive the thread that watches
-    static OutputClaim claim;
+    static std::vector<Job> jobs;  // they outlive the thread that watches
     try {
-        job = read_job();
+        jobs = read_jobs();
     } catch (const nlohmann::json::exception&) {
         return 1;  // the parent is gone or not ours
     }
-    confine(job);
-    std::thread(watch, std::cref(job), std::ref(claim), parent).detach();
-    const FileFacts facts = work_on(job, claim, ProgressEvents());
-    fflush(nullptr);
-    remove_tree(job.scratch);  // not left to the parent, which may be killed any moment
-    write_line(dump({{"facts", to_json(facts)}}));
+    if (jobs.empty()) {
+        return 1;
+    }
+    const std::vector<std::string> unfenced = missing_fences(confine(jobs));
+    const bool looks = jobs.front().scratch.empty();
+    std::thread(watch, std::cref(jobs.front().scratch), parent).detach();
+    int status = 0;
+    if (looks) {
+        look_at_each(jobs, unfenced);
+    } else {
+        status = work_on_one(jobs.front(), unfenced);
+    }
     while (getppid() != parent) {
         pause();  // the other thread clears up what the parent has left, and ends the process
     }
-    return facts.outcome == Outcome::Failed ? 1 : 0;
+    return status;
 }
 
 }  // namespace cli

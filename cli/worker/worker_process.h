@@ -1,65 +1,62 @@
 #pragma once
 
-#include <sys/types.h>
-
+#include <memory>
 #include <optional>
 #include <string>
 
 #include "cli/facts/run_facts.h"
+#include "cli/worker/child_process.h"
+#include "cli/worker/delivery.h"
 #include "cli/worker/job.h"
 
 namespace cli {
 
 /**
- * The parent's side of one worker. Call it from the main thread only: a worker ends with the thread
- * that started it.
+ * The parent's side of the work on one file: the worker, and what becomes of its output. Start it
+ * from the thread that waits for it: a worker ends with the thread that started it.
  */
 class WorkerProcess {
   public:
-    /** Starts the worker. Throws std::system_error. */
-    explicit WorkerProcess(const Job& job);
-    ~WorkerProcess();
-    WorkerProcess(const WorkerProcess&) = delete;
-    WorkerProcess& operator=(const WorkerProcess&) = delete;
+    /**
+     * Starts the worker. The delivery has begun, and the job writes into its part. Throws
+     * std::system_error.
+     */
+    WorkerProcess(const Job& job, std::unique_ptr<Delivery> delivery);
 
     /** Descriptors to poll for reading; -1 once at their end. */
-    int events() const { return events_; }
+    int events() const { return process_.events(); }
 
-    int output() const { return output_; }
+    int output() const { return process_.output(); }
 
     /** Read what is there without waiting. */
     void read_events();
-    void read_output();
+
+    void read_output() { process_.read_output(); }
 
     double progress() const { return progress_; }
 
-    bool at_end() const { return events_ < 0 && output_ < 0; }
+    bool at_end() { return process_.at_end(); }
 
-    void send_signal(int signal) const;
+    void send_signal(int signal) const { process_.send_signal(signal); }
 
     /**
-     * Waits for the process and tells what became of the file. A worker that died is a failure with
-     * its cause. Call once, at the end.
+     * Waits for the process, delivers the output and returns what became of the file. A worker that
+     * died, or whose answer does not fit its job, its output or its end, is a failure with its
+     * cause. Call once, at the end, from any thread; it waits for the disk.
      */
     FileFacts finish();
 
     /** What the engine wrote to its output and error streams, without progress. */
-    const std::string& messages() const { return messages_; }
+    const std::string& messages() const { return process_.messages(); }
 
   private:
-    void clear_up() const;
-    void take_event(const std::string& line);
+    std::string contradiction(const WorkResult& result);
 
     Job job_;
-    pid_t pid_ = -1;
-    int job_end_ = -1;  // held open: its end tells the worker that we are gone
-    int not_told_ = 0;  // why the job could not be written to it, an errno
-    int events_ = -1;
-    int output_ = -1;
-    std::string event_text_;
-    std::string messages_;
+    std::unique_ptr<Delivery> delivery_;
+    ChildProcess process_;
     double progress_ = 0;
-    std::optional<FileFacts> facts_;
+    std::optional<WorkResult> result_;
 };
 
 }  // namespace cli

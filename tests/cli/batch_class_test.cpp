@@ -2,6 +2,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <functional>
 #include <future>
@@ -93,12 +95,80 @@ TEST_F(BatchClass, StopEndsWhatRunsAndWhatWaits) {
     }
 }
 
+/** A worker that breaks the rules, by the name of how it does. */
+int bad_worker(const std::string& how) {
+    const auto report = [](const char* status, std::int64_t bytes) {
+        FileFacts facts;
+        facts.outcome = Outcome::Leveled;
+        auto event = to_json(WorkResult{facts, "", "", bytes});
+        event["facts"]["status"] = status;
+        const std::string line = event.dump() + "\n";
+        (void)!write(kEventDescriptor, line.data(), line.size());
+    };
+    if (how == "line") {
+        const std::string block(1 << 20, 'x');
+        for (int i = 0; i < 300 && write(kEventDescriptor, block.data(), block.size()) > 0; ++i) {
+        }
+        report("leveled", 0);
+    } else if (how == "planned") {
+        report("planned", 0);
+    } else if (how == "nothing") {
+        report("leveled", 0);
+    } else if (how == "size") {
+        report("leveled", 1000);
+    } else if (how == "status") {
+        report("copied", 0);
+        return 3;
+    } else if (how == "words") {
+        (void)!write(kEventDescriptor, "leveled\n[1]\n{\"facts\": 1}\n", 26);
+    } else if (how == "child" && fork() == 0) {
+        while (access(getenv("GO_ON"), F_OK) == 0) {  // holds both pipes
+            usleep(10000);
+        }
+    }
+    return 0;
+}
+
+// Nothing of what a worker says is taken on trust, and none of it keeps the batch.
+TEST_F(BatchClass, AWorkerThatBreaksTheRulesIsAFailureOfItsFile) {
+    const std::string go_on = dir_ / "go-on";
+    write_text(go_on, "");
+    setenv("GO_ON", go_on.c_str(), 1);
+    talk("a.wav", 1);
+    const std::pair<const char*, const char*> rows[] = {
+        {"line", "sent more than 16 MB without a line end"},
+        {"planned", "answered \"planned\", which does not fit its job"},
+        {"nothing", "reported an output of 0 bytes, but 0 bytes are there"},
+        {"size", "reported an output of 1000 bytes, but 0 bytes are there"},
+        {"status", "reported \"copied\", but ended with status 3"},
+        {"words", "ended with status 0 and no result"},
+        {"child", "ended with status 0 and no result"},
+    };
+    for (const auto& [how, cause] : rows) {
+        SCOPED_TRACE(how);
+        setenv("BAD_WORKER", how, 1);
+        heard_ = {};
+        Batch batch(1, {}, heard_);
+        batch.add(dir_ / "a.wav", dir_ / "out/a.wav");
+        batch.close();
+        batch.run();
+        EXPECT_EQ(Outcome::Failed, heard_.outcome(0));
+        EXPECT_THAT(heard_.facts_[0].cause, testing::HasSubstr(cause));
+        EXPECT_FALSE(file_exists(dir_ / "out")) << "left behind";
+    }
+    unsetenv("BAD_WORKER");
+    unlink(go_on.c_str());
+}
+
 }  // namespace
 }  // namespace cli
 
 /** The workers are this program itself. */
 int main(int argc, char** argv) {
     if (argc == 2 && std::strcmp(argv[1], cli::kWorkerWord) == 0) {
+        if (const char* how = getenv("BAD_WORKER")) {
+            return cli::bad_worker(how);
+        }
         (void)!nice(10);  // they yield to the test that stops them in mid-file
         return cli::worker_main();
     }

@@ -10,10 +10,10 @@
 #include <iterator>
 #include <string>
 
-#include "cli/archive/output_claim.h"
 #include "cli/archive/record.h"
 #include "cli/facts/run_facts.h"
 #include "cli/worker/carrier.h"
+#include "cli/worker/delivery.h"
 #include "cli/worker/file_work.h"
 #include "cli/worker/media_module.h"
 #include "tests/fuzz/fuzz_support.h"
@@ -57,14 +57,20 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     job.output = (out / "out.bin").string();
     job.scratch = scratch.string();
     job.options.audio_stream = size % 2 == 0 ? 0 : -1;
-    job.found = cli::state_of(job.output);
-    cli::OutputClaim claim;
-    const cli::FileFacts facts = cli::work_on(job, claim, [](double /*done*/) {});
+    cli::Delivery delivery(job, {job.output, cli::state_of(job.output), ""});
+    require(delivery.begin() == cli::Delivery::Begun::Ready);
+    job.part = delivery.part();
+    const cli::WorkResult result = cli::work_on(job, [](double /*done*/) {});
+    const cli::FileFacts& facts = result.facts;
+    if (facts.outcome != cli::Outcome::Failed) {
+        delivery.deliver(result);
+    }
 
     require(holds(job.input, data, size));
     require(fs::exists(job.output) == (facts.outcome != cli::Outcome::Failed));
     for (const fs::directory_entry& entry : fs::directory_iterator(out)) {
-        require(entry.path() == job.output || entry.path() == cli::record_path(job.output));
+        require(entry.path() == job.output || entry.path() == job.part ||
+                entry.path() == cli::record_path(job.output));
     }
     require(facts.outcome != cli::Outcome::Failed || !facts.cause.empty());
     if (facts.outcome == cli::Outcome::Leveled) {

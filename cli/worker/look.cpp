@@ -1,0 +1,100 @@
+#include "cli/worker/look.h"
+
+#include <poll.h>
+
+#include <exception>
+#include <memory>
+
+#include "cli/facts/file_error.h"
+#include "cli/worker/carrier.h"
+#include "cli/worker/child_process.h"
+
+/*
+ * One process looks at many files: its start costs more than a look. It answers in the order of the
+ * jobs, so the first job without an answer is the one at which it died.
+ */
+
+namespace cli {
+namespace {
+
+FileFacts facts_at_first(const Job& job) {
+    FileFacts facts;
+    facts.input = job.input;
+    facts.output = job.output;
+    facts.outcome = Outcome::Planned;
+    return facts;
+}
+
+FileFacts failed(const Job& job, const std::string& cause) {
+    FileFacts facts = facts_at_first(job);
+    facts.outcome = Outcome::Failed;
+    facts.cause = cause;
+    return facts;
+}
+
+/** Adds the answers of one process for the jobs behind those of `found`; at least one. */
+void look_on(const std::vector<Job>& jobs, std::vector<FileFacts>& found) {
+    const std::size_t done = found.size();
+    ChildProcess process({jobs.begin() + static_cast<std::ptrdiff_t>(done), jobs.end()});
+    const auto take = [&](const nlohmann::ordered_json& event) {
+        // One answer for each job, in their order: anything else is no answer.
+        if (found.size() < jobs.size() && event.at("look") == found.size() - done) {
+            found.push_back(facts_from_json(event.at("facts")));
+        }
+    };
+    for (;;) {
+        const bool ended = process.at_end();
+        process.read_events(take);
+        process.read_output();
+        if (ended) {
+            break;
+        }
+        constexpr int kMilliseconds = 200;  // a process that ended may have left its pipes open
+        pollfd watched[2] = {{process.events(), POLLIN, 0}, {process.output(), POLLIN, 0}};
+        poll(watched, 2, kMilliseconds);
+    }
+    if (found.size() < jobs.size()) {
+        found.push_back(failed(jobs[found.size()], process.cause_of_end()));
+    }
+}
+
+}  // namespace
+
+FileFacts look_into(const Job& job) {
+    FileFacts facts = facts_at_first(job);
+    try {
+        const std::unique_ptr<Carrier> carrier = make_carrier(job);
+        if (carrier->decodes() && !job.options.look_inside) {
+            return facts;
+        }
+        carrier->probe(facts);
+        if (!job.output.empty()) {
+            require_channels(facts);
+        }
+    } catch (const std::exception& error) {
+        facts.outcome = Outcome::Failed;
+        facts.cause = cause_of(error);
+    }
+    return facts;
+}
+
+std::vector<FileFacts> look_into_all(const std::vector<Job>& jobs) {
+    std::vector<FileFacts> found;
+    while (found.size() < jobs.size()) {
+        const std::size_t before = found.size();
+        try {
+            look_on(jobs, found);
+        } catch (const std::exception& error) {
+            if (found.size() == before) {
+                found.push_back(failed(jobs[before], cause_of(error)));
+            }
+        }
+    }
+    for (std::size_t i = 0; i < jobs.size(); ++i) {
+        found[i].input = jobs[i].input;
+        found[i].output = jobs[i].output;
+    }
+    return found;
+}
+
+}  // namespace cli
