@@ -24,6 +24,7 @@
 #include "cli/facts/file_error.h"
 #include "cli/metadata/length_notes.h"
 #include "cli/storage/private_directory.h"
+#include "cli/storage/run_files.h"
 #include "cli/storage/scratch.h"
 #include "cli/storage/staged_output.h"
 #include "cli/terminal/terminal_text.h"
@@ -35,8 +36,34 @@ namespace {
 constexpr int kFailure = 1;
 constexpr unsigned kLongestStop_s = 10;
 
+/** A file of another kind cannot be read a second time, and must not be replaced. */
+void require_regular(const std::string& path, const char* reason) {
+    boost::system::error_code ignored;
+    const fs::file_type type = fs::status(path, ignored).type();
+    const bool is_other = type != fs::file_not_found && type != fs::status_error &&
+                          type != fs::regular_file && type != fs::directory_file;
+    if (is_other) {
+        throw std::runtime_error(path + ": is a pipe or a device; " + reason);
+    }
+}
+
+/** The output may be named by an options file that is a pipe, and is only known at the end then. */
+void require_other_files(const EngineWords& words, const std::string& output) {
+    boost::system::error_code ignored;
+    if (fs::equivalent(words.input, output, ignored)) {
+        throw std::runtime_error(output + ": the output would replace the input");
+    }
+    cli::RunFiles files;
+    files.add(cli::FileUse::Read, "the input", words.input);
+    if (!words.options_file.empty()) {
+        files.add(cli::FileUse::Read, "the options file", words.options_file);
+    }
+    files.add(cli::FileUse::Output, "the output", output);
+}
+
 /** Better now than after an hour's work. */
-void require_writable_output(const std::string& input, const std::string& output) {
+void require_writable_output(const EngineWords& words) {
+    const std::string& output = words.output;
     const fs::path folder = fs::absolute(output).parent_path();
     boost::system::error_code ignored;
     if (!fs::is_directory(folder, ignored)) {
@@ -48,9 +75,8 @@ void require_writable_output(const std::string& input, const std::string& output
     if (fs::is_directory(output, ignored)) {
         throw std::runtime_error(output + ": is a folder");
     }
-    if (fs::equivalent(input, output, ignored)) {
-        throw std::runtime_error(output + ": the output would replace the input");
-    }
+    require_regular(output, "the output has to be a file");
+    require_other_files(words, output);
 }
 
 /** Lines, each without what could drive the terminal that shows it. */
@@ -117,8 +143,11 @@ void set_up_signals() {
  */
 class Delivery {
   public:
-    Delivery(std::string input, std::string output)
-        : input_(std::move(input)), output_(std::move(output)), before_(cli::state_of(input_)) {}
+    explicit Delivery(const EngineWords& words)
+        : words_(words),
+          input_(words.input),
+          output_(words.output),
+          before_(cli::state_of(input_)) {}
 
     /** The hidden file's descriptor, or -1: then the end of the run will say why. */
     int open() {
@@ -144,6 +173,7 @@ class Delivery {
                 "it was changed while it was worked on, so nothing was written");
         }
         if (is_copied) {
+            require_other_files(words_, output);
             output_ = output;
             stage();
             staged_->fill_from(final_file);
@@ -166,6 +196,7 @@ class Delivery {
         }
     }
 
+    const EngineWords& words_;
     std::string input_;
     std::string output_;
     cli::FileState before_;
@@ -261,8 +292,9 @@ int tell(const EngineWords& words, int result, const HeldWords& held) {
 /** What needs no work comes first: a wrong path must not be found after an hour. */
 int run(std::vector<std::string> arguments) {
     EngineWords words = read_engine_words(std::move(arguments));
+    require_regular(words.input, "a recording is read more than once, so copy it to a file first");
     if (!words.output.empty()) {
-        require_writable_output(words.input, words.output);
+        require_writable_output(words);
         cli::remove_stale_parts(words.output);
     }
     set_up_signals();
@@ -277,7 +309,7 @@ int run(std::vector<std::string> arguments) {
     }
     HeldWords held{own ? own->path() : kept->path(), ""};
     hooks::use_temporary_directory(held.directory);
-    Delivery delivery(words.input, words.output);
+    Delivery delivery(words);
     hooks::deliver_with([&](const std::string& final_file, const std::string& output) {
         delivery.deliver(final_file, output);
     });

@@ -1,8 +1,13 @@
 #include "cli/engine/engine_words.h"
 
 #include <algorithm>
+#include <boost/filesystem.hpp>
 #include <boost/program_options.hpp>
+#include <fstream>
 #include <stdexcept>
+
+#include "Common/CommandLine.h"
+#include "Common/step/option_errors.h"
 
 namespace po = boost::program_options;
 
@@ -38,17 +43,43 @@ void drop_empty_input_before_help(std::vector<std::string>& words) {
     }
 }
 
-void find_paths(EngineWords& found) {
+/** All options of the engine, so that a name that is cut short means here what it means there. */
+po::options_description describe(EngineWords& found) {
     po::options_description known;
     known.add_options()("input-file", po::value<std::string>(&found.input));
     known.add_options()("output-file", po::value<std::string>(&found.output));
+    known.add_options()("options-file,o", po::value<std::string>(&found.options_file));
+    known.add_options()("bit-depth,b", po::value<std::string>());
+    known.add_options()("help,h", "")("version", "");
+    int count = 0;
+    const TuningOption* options = tuning_options(count);
+    for (int i = 0; i < count; ++i) {
+        known.add_options()(options[i].names, po::value<std::string>());
+    }
+    return known;
+}
+
+/** A pipe gives its lines once, and they are for the engine. */
+bool can_be_read_twice(const std::string& path) {
+    boost::system::error_code ignored;
+    return boost::filesystem::is_regular_file(path, ignored);
+}
+
+/** An options file may name the output, too. */
+void find_paths(EngineWords& found) {
+    const po::options_description known = describe(found);
     try {
         po::variables_map values;
         po::store(po::command_line_parser({found.words.begin() + 1, found.words.end()})
                       .options(known)
-                      .allow_unregistered()
                       .run(),
                   values);
+        const std::string path =
+            values.count("options-file") != 0 ? values["options-file"].as<std::string>() : "";
+        std::ifstream file;
+        if (can_be_read_twice(path) && open_options_file(path, file)) {
+            po::store(po::parse_config_file(file, known), values);
+        }
         po::notify(values);
     } catch (const po::error&) {  // its text is the engine's to tell
     }

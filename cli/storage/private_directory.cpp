@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <stdexcept>
 
 #include "cli/storage/scratch.h"
@@ -41,7 +42,7 @@ std::string make_own_directory() {
 }
 
 std::string make_kept_directory(const std::string& path) {
-    fs::create_directories(path);
+    std::filesystem::create_directories(path);  // Boost's refuses "." in some versions
     const std::string kept = fs::absolute(path).string();
     return kept.back() == '/' ? kept : kept + '/';
 }

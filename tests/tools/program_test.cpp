@@ -133,6 +133,29 @@ TEST_F(Program, AnOutputThatCannotBeIsRefusedBeforeTheWork) {
         EXPECT_EQ(1, run.status);
         EXPECT_THAT(run.err, HasSubstr(row.output + ": " + row.reason));
     }
+    write_text(dir / "options", "bin-size=50\noutput-file=" + dir / "options\n");
+    write_text(dir / "over", "output-file=" + in + "\n");
+    const std::string options = read_text(dir / "options");
+    const std::string base = "TMPDIR=" + temporary.path() + " " QUORVANE " --input-file " + in;
+    for (const std::string& words :
+         {" --output-file " + dir / "options" + " --options-file " + dir / "options",
+          " --output-file " + dir / "options" + " -o" + dir / "options",
+          " --options=" + dir / "options", " --options-file=" + dir / "over",
+          " --options-file /dev/stdin <" + dir / "over",
+          " --options-file <(cat " + dir / "over" + ")"}) {
+        const ProgramResult run = run_program("bash -c '" + base + words + "'");
+        EXPECT_EQ(1, run.status) << words;
+        EXPECT_THAT(run.err, testing::AnyOf(HasSubstr("is the same file as the options file"),
+                                            HasSubstr("the output would replace the input")))
+            << words;
+    }
+    EXPECT_EQ(options, read_text(dir / "options"));
+    ASSERT_EQ(
+        0,
+        run_program("rm " + dir / "o*" + " " + dir / "over" + "; mkfifo " + dir / "pipe").status);
+    EXPECT_THAT(run_program(command(dir / "pipe", out)).err, HasSubstr("is a pipe or a device"));
+    EXPECT_THAT(run_program(command(in, dir / "pipe")).err, HasSubstr("is a pipe or a device"));
+    ASSERT_EQ(0, run_program("rm " + dir / "pipe").status);
     const ProgramResult onto_itself = run_program(command(in, dir.path() + "/./in.wav"));
     EXPECT_EQ(1, onto_itself.status);
     EXPECT_THAT(onto_itself.err, HasSubstr("the output would replace the input"));
@@ -191,6 +214,9 @@ TEST_F(Program, KeepsIntermediatesWhereItIsTold) {
     EXPECT_FALSE(file_exists(dir / "new/kept/_final.wav"));
     EXPECT_THAT(temporary.entries(), IsEmpty());
     EXPECT_EQ(1, run_program(command(in, out, "--keep-intermediates")).status);
+    const std::string here = "cd " + dir / "new" + " && " + command(in, out);
+    EXPECT_EQ(0, run_program(here + "--keep-intermediates .").status);
+    EXPECT_TRUE(file_exists(dir / "new/_04.wav"));
 }
 
 TEST_F(Program, HelpAndVersionAreTheEngines) {
