@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <charconv>
 #include <cmath>
 #include <limits>
 #include <map>
@@ -53,6 +55,16 @@ double number_back(const Json& json) {
     return json.is_null() ? kSilence : json.get<double>();
 }
 
+/** The same of what is in dB or a unit of that size. */
+double level_back(const Json& json) {
+    constexpr double kMost_db = 1000;  // 64-bit floats hold no more than ±6000 dB, sound ±200
+    const double level = number_back(json);
+    if (level > kMost_db || (level < -kMost_db && level != kSilence)) {
+        throw FactsError(fmt::format("{} dB is no level of a recording", level));
+    }
+    return level;
+}
+
 /** An empty text is null in JSON. */
 std::string text_back(const Json& json) {
     return json.is_null() ? std::string() : json.get<std::string>();
@@ -75,7 +87,7 @@ Curve curve_back(const Json& parent, const char* name) {
     const Json& json = parent.at(name);
     Curve result{json.at("step_s"), {}};
     for (const Json& value : json.at("values")) {
-        result.values.push_back(number_back(value));
+        result.values.push_back(level_back(value));
     }
     return result;
 }
@@ -97,10 +109,10 @@ Json loudness(const Loudness& from, Curves curves) {
 }
 
 Loudness loudness_back(const Json& json) {
-    return {number_back(json.at("integrated_lufs")), number_back(json.at("range_lu")),
-            number_back(json.at("true_peak_dbtp")),  number_back(json.at("sample_peak_dbfs")),
-            number_back(json.at("rms_dbfs")),        number_back(json.at("pauses_dbfs")),
-            number_back(json.at("head_s")),          number_back(json.at("tail_s")),
+    return {level_back(json.at("integrated_lufs")), level_back(json.at("range_lu")),
+            level_back(json.at("true_peak_dbtp")),  level_back(json.at("sample_peak_dbfs")),
+            level_back(json.at("rms_dbfs")),        level_back(json.at("pauses_dbfs")),
+            number_back(json.at("head_s")),         number_back(json.at("tail_s")),
             curve_back(json, "short_term_lufs")};
 }
 
@@ -125,14 +137,14 @@ Json leveling(const Leveling& from, Curves curves) {
 
 Leveling leveling_back(const Json& json) {
     Leveling result;
-    result.mean_gain_db = number_back(json.at("mean_gain_db"));
-    result.least_gain_db = number_back(json.at("least_gain_db"));
-    result.greatest_gain_db = number_back(json.at("greatest_gain_db"));
+    result.mean_gain_db = level_back(json.at("mean_gain_db"));
+    result.least_gain_db = level_back(json.at("least_gain_db"));
+    result.greatest_gain_db = level_back(json.at("greatest_gain_db"));
     result.gain_db = curve_back(json, "gain_db");
     for (const Json& passage : json.at("passages")) {
         result.passages.push_back(
             {number_back(passage.at("from_s")), number_back(passage.at("to_s")),
-             number_back(passage.at("level_db")), number_back(passage.at("gain_db"))});
+             level_back(passage.at("level_db")), level_back(passage.at("gain_db"))});
     }
     return result;
 }
@@ -157,6 +169,31 @@ void put_path(Json& json, const std::string& name, const std::string& path) {
     }
 }
 
+/** The inverse of put_path. */
+std::string path_back(const Json& json, const std::string& name) {
+    const auto bytes = json.find(name + "_bytes");
+    if (bytes == json.end()) {
+        return text_back(json.at(name));
+    }
+    const auto text = bytes->get<std::string>();
+    std::string path;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        if (text[i] != '%') {
+            path += text[i];
+            continue;
+        }
+        unsigned byte = 0;
+        const char* const end = text.data() + std::min(i + 3, text.size());
+        const auto read = std::from_chars(text.data() + i + 1, end, byte, 16);
+        if (read.ec != std::errc() || read.ptr != text.data() + i + 3) {
+            throw FactsError(name + "_bytes holds a % that no two hexadecimal digits follow");
+        }
+        path += static_cast<char>(byte);
+        i += 2;
+    }
+    return path;
+}
+
 Json publishing(const Publishing& from) {
     return {{"destination", from.destination},
             {"gain_db", number(from.gain_db)},
@@ -168,9 +205,9 @@ Json publishing(const Publishing& from) {
 
 Publishing publishing_back(const Json& json) {
     return {json.at("destination"),
-            number_back(json.at("gain_db")),
-            number_back(json.at("ceiling_dbtp")),
-            number_back(json.at("most_limiting_db")),
+            level_back(json.at("gain_db")),
+            level_back(json.at("ceiling_dbtp")),
+            level_back(json.at("most_limiting_db")),
             number_back(json.at("limited_share")),
             json.at("held_back")};
 }
@@ -239,8 +276,8 @@ Json to_json(const FileFacts& facts, Curves curves) {
 
 FileFacts facts_from_json(const Json& json) {
     FileFacts facts;
-    facts.input = text_back(json.at("input"));
-    facts.output = text_back(json.at("output"));
+    facts.input = path_back(json, "input");
+    facts.output = path_back(json, "output");
     facts.outcome = outcome_back(json.at("status"));
     facts.cause = text_back(json.at("cause"));
     facts.notes = json.at("notes").get<std::vector<std::string>>();

@@ -131,9 +131,15 @@ nlohmann::ordered_json to_json(const FileFacts& facts, Curves curves = Curves::T
 void strip_curves(FileFacts& facts);
 void strip_details(FileFacts& facts);
 
+/** Facts that no run has written, such as a level of 5000 dB. */
+class FactsError : public nlohmann::json::exception {
+  public:
+    explicit FactsError(const std::string& what) : nlohmann::json::exception(0, what.c_str()) {}
+};
+
 /**
- * The reverse, for facts that a worker sent. Throws nlohmann::json::exception on a malformed text
- * and on a status that is not one of ours.
+ * The reverse, for facts that a worker sent or a file holds. Throws nlohmann::json::exception on a
+ * malformed text and on a status that is not one of ours, FactsError on impossible levels.
  */
 FileFacts facts_from_json(const nlohmann::ordered_json& json);
 

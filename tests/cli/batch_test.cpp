@@ -357,6 +357,19 @@ TEST_F(Batch, NamesMayHoldAnyBytes) {
     EXPECT_EQ("s/lat%E9in.wav", all.at("s/lat\uFFFDin.wav")["input_bytes"]);
     EXPECT_FALSE(all.at("s/-dash.wav").contains("input_bytes"));
     EXPECT_EQ(run_program("cd '" + dir_ / "s" + "' && " QUORVANE " -f -- -dash.wav").status, 0);
+
+    // Their JSON is read back as well: in it these two names differ in their bytes only.
+    talk("t/\xe8.wav", 1);
+    talk("t/\xe9.wav", 1);
+    EXPECT_EQ(0, run("-n t --json plan").status);
+    EXPECT_EQ(0, run("--plan plan --shard 0/2 --json 0.jsonl").status);
+    EXPECT_EQ(0, run("--plan plan --shard 1/2 --json 1.jsonl").status);
+    EXPECT_TRUE(file_exists(dir_ / "t/\xe8-leveled.wav") &&
+                file_exists(dir_ / "t/\xe9-leveled.wav"));
+    EXPECT_THAT(run("merge plan 0.jsonl 1.jsonl").out, HasSubstr("2 leveled"));
+    write_text(dir_ / "t/\xe8.wav", "nothing to hear");
+    EXPECT_EQ(1, run("-f t --json again.jsonl").status);
+    EXPECT_EQ(1, run("merge 0.jsonl 1.jsonl again.jsonl").status);
 }
 
 TEST_F(Batch, AKilledWorkerCostsItsFileOnly) {

@@ -211,6 +211,25 @@ TEST(Facts, JsonGivesThemBack) {
     EXPECT_EQ(facts_from_json(to_json(FileFacts{})).before, std::nullopt);
 }
 
+TEST(Facts, WhatNoRunHasWrittenIsRefused) {
+    FileFacts facts;
+    facts.input = "100% \xe9.wav";
+    facts.before.emplace();
+    auto json = nlohmann::ordered_json::parse(dump(to_json(facts)));
+    EXPECT_EQ(facts.input, facts_from_json(json).input);
+    for (const char* wrong : {"%", "%4", "%4x", "%-1", "x%"}) {
+        json["input_bytes"] = wrong;
+        EXPECT_THROW(facts_from_json(json), FactsError) << wrong;
+    }
+    json.erase("input_bytes");
+    for (const double level : {1e300, 1000.5, -1001.0}) {
+        json["before"]["rms_dbfs"] = level;
+        EXPECT_THROW(facts_from_json(json), nlohmann::json::exception) << level;
+    }
+    json["before"]["rms_dbfs"] = nullptr;
+    EXPECT_EQ(kSilence, facts_from_json(json).before->rms_dbfs);
+}
+
 TEST(Report, APageStandsAloneAndStaysSmall) {
     const std::string page = report_page(an_hour());
     EXPECT_THAT(page.size(), Lt(1000000u));
