@@ -7,6 +7,7 @@
 #include <cctype>
 #include <cmath>
 #include <filesystem>
+#include <fstream>
 #include <set>
 #include <utility>
 
@@ -253,17 +254,29 @@ std::string footer() {
            kVersion + ".</footer>\n";
 }
 
+/** A file that no report has written keeps its name, and the page gets another one. */
+bool is_foreign(const fs::path& page) {
+    std::ifstream in(page, std::ios::binary);
+    const std::string start = kReportStart;
+    std::string text(start.size(), '\0');
+    in.read(&text[0], static_cast<std::streamsize>(text.size()));
+    return in.gcount() > 0 && text != start;
+}
+
 /**
  * The page's name in the report's folder: the file's own, each once. The end of what is too long
  * for a file name is cut.
  */
-std::string page_name(const FileFacts& facts, std::set<std::string>& taken) {
+std::string page_name(const fs::path& folder,
+                      const FileFacts& facts,
+                      std::set<std::string>& taken) {
     constexpr std::size_t kMostBytes = 200;
     std::string base = name_of(facts);
     base.resize(std::min(base.size(), kMostBytes));
     std::string name = base + ".html";
     // Lower case, since a file system may hold "A.html" and "a.html" for one.
-    for (int n = 2; !taken.insert(boost::to_lower_copy(name)).second; ++n) {
+    for (int n = 2; !taken.insert(boost::to_lower_copy(name)).second || is_foreign(folder / name);
+         ++n) {
         name = fmt::format("{}-{}.html", base, n);
     }
     return name;
@@ -392,7 +405,13 @@ std::string report_page(const FileFacts& facts, const ReportOptions& options) {
 ReportWriter::ReportWriter(const std::string& path, std::size_t count, ReportOptions options)
     : path_(path),
       options_(std::move(options)),
-      folder_(count != 1 || path.back() == '/' || fs::is_directory(path)) {}
+      folder_(count != 1 || path.back() == '/' || fs::is_directory(path)) {
+    if (folder_) {
+        remove_stale_parts_ending(path, ".html");
+    } else {
+        remove_stale_parts(path);
+    }
+}
 
 void ReportWriter::add(const FileFacts& facts) {
     // A page that is written whole or not at all: a reader who reloads meets no half of one.
@@ -401,7 +420,7 @@ void ReportWriter::add(const FileFacts& facts) {
     }
     std::string page;
     if (facts.before) {
-        page = page_name(facts, taken_);
+        page = page_name(path_, facts, taken_);
         write_whole_text((path_ / page).string(), page_of(facts, options_, Place::InFolder));
     }
     rows_ += index_row(facts, page, options_);

@@ -33,8 +33,10 @@ constexpr const char* kReport = "report";
 ResultFiles::ResultFiles(const Settings& settings, std::size_t count)
     : settings_(settings), files_(count), there_(count) {
     if (!settings.json.empty() && !settings.json_on_standard_output()) {
-        attempt(json_, kJson, problems_,
-                [&] { json_ = std::make_unique<StagedText>(settings.json); });
+        attempt(json_, kJson, problems_, [&] {
+            remove_stale_parts(settings.json);
+            json_ = std::make_unique<StagedText>(settings.json);
+        });
     }
     if (!settings.report.empty()) {
         attempt(report_, kReport, problems_, [&] {

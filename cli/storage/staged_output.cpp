@@ -11,6 +11,7 @@
 #include <sys/xattr.h>
 #endif
 
+#include <boost/algorithm/string/predicate.hpp>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -60,6 +61,30 @@ std::vector<fs::path> parts(const fs::path& folder, const std::string& prefix) {
         }
     }
     return found;
+}
+
+/**
+ * Removes the parts in a folder that no living process writes, of those targets whose part_prefix
+ * is wanted.
+ */
+template <class Wanted>
+void sweep(const fs::path& folder, const Wanted& wanted) {
+    for (const fs::path& part : parts(folder, ".")) {
+        const std::string name = part.filename().string();
+        const std::size_t word = name.rfind(kPartWord);
+        if (word == std::string::npos || !wanted(name.substr(0, word + std::strlen(kPartWord)))) {
+            continue;
+        }
+        const int file = open(part.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+        if (file < 0) {
+            continue;
+        }
+        // Its writer would hold the lock.
+        if (try_lock(file)) {
+            unlink(part.c_str());
+        }
+        close(file);
+    }
 }
 
 /** What the file systems on both sides allow; the rest is left out. */
@@ -247,24 +272,14 @@ void remove_stale_parts(const std::string& folder, const std::set<std::string>& 
     for (const std::string& output : outputs) {
         prefixes.insert(part_prefix(output));
     }
-    for (const fs::path& part : parts(folder, ".")) {
-        const std::string name = part.filename().string();
-        // ".talk-leveled.wav" and what follows the part's word: only outputs of this run are swept.
-        const std::size_t word = name.rfind(kPartWord);
-        if (word == std::string::npos ||
-            prefixes.count(name.substr(0, word + std::strlen(kPartWord))) == 0) {
-            continue;
-        }
-        const int file = open(part.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
-        if (file < 0) {
-            continue;
-        }
-        // Nobody writes it any more. Who does holds the lock.
-        if (try_lock(file)) {
-            unlink(part.c_str());
-        }
-        close(file);
-    }
+    // ".talk-leveled.wav" and what follows the part's word: only outputs of this run are swept.
+    sweep(folder, [&](const std::string& prefix) { return prefixes.count(prefix) != 0; });
+}
+
+void remove_stale_parts_ending(const std::string& folder, const std::string& end) {
+    sweep(folder, [&](const std::string& prefix) {
+        return boost::algorithm::ends_with(prefix, end + kPartWord);
+    });
 }
 
 void remove_own_parts(const std::string& destination) {

@@ -92,6 +92,9 @@ void remove_stale_parts(const std::string& destination);
  */
 void remove_stale_parts(const std::string& folder, const std::set<std::string>& outputs);
 
+/** The same of all outputs in a folder whose names end so, for a run that cannot know the names. */
+void remove_stale_parts_ending(const std::string& folder, const std::string& end);
+
 /**
  * Removes what this process has not yet committed, locked or not: for a process that is about to
  * end.

@@ -7,6 +7,7 @@
 #include "cli/inputs/plan.h"
 #include "cli/inputs/run_file_check.h"
 #include "cli/report/html.h"
+#include "cli/report/result_files.h"
 #include "cli/storage/staged_output.h"
 #include "tests/support/fixtures.h"
 
@@ -336,6 +337,42 @@ TEST_F(Files, OnlyAbandonedPartsAreSweptUp) {
     EXPECT_TRUE(file_exists(living.path())) << "it is locked by its writer";
     EXPECT_FALSE(file_exists(dir_ / ".talk.wav.quorvane-999-00000000.part"));
     EXPECT_TRUE(file_exists(dir_ / ".other.wav.quorvane-999-00000000.part"));
+}
+
+TEST_F(Files, KilledRunsLeaveNoPartsOfJsonAndReports) {
+    Settings settings;
+    settings.json = dir_ / "facts.jsonl";
+    settings.report = dir_ / "pages";
+    const StagedOutput living(dir_ / "pages/index.html");
+    const std::string left = make("pages/.notes.txt.quorvane-999-00000000.part");
+    make("pages/.old.wav.html.quorvane-999-00000000.part");
+    make(".facts.jsonl.quorvane-999-00000000.part");
+    make("pages/talk.wav.html", "somebody's own page");
+    {
+        ResultFiles results(settings, 2);
+        FileFacts facts;
+        facts.input = "talk.wav";
+        facts.before.emplace();
+        results.add(0, facts);
+        facts.input = "other.wav";
+        results.add(1, facts);
+        results.commit();
+        EXPECT_THAT(results.problems(), testing::IsEmpty());
+    }
+    std::vector<std::string> names;
+    for (const auto& entry : fs::directory_iterator(dir_ / "pages")) {
+        names.push_back(entry.path());
+    }
+    EXPECT_THAT(names, testing::UnorderedElementsAre(living.path(), left, dir_ / "pages/index.html",
+                                                     dir_ / "pages/talk.wav.html",
+                                                     dir_ / "pages/talk.wav-2.html",
+                                                     dir_ / "pages/other.wav.html"));
+    EXPECT_EQ("somebody's own page", read_text(dir_ / "pages/talk.wav.html"));
+    EXPECT_FALSE(file_exists(dir_ / ".facts.jsonl.quorvane-999-00000000.part"));
+    settings.report = dir_ / "one.html";
+    make(".one.html.quorvane-999-00000000.part");
+    { const ResultFiles results(settings, 1); }
+    EXPECT_FALSE(file_exists(dir_ / ".one.html.quorvane-999-00000000.part"));
 }
 
 }  // namespace
