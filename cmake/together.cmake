@@ -1,6 +1,7 @@
-# For builds that only check: compiles the sources of a room as one, so that the headers they share are
-# read, instantiated and analysed once. What ships compiles each source by itself, and so shows an
-# include that is missing.
+# Compiles the sources of a room as one, so that the headers they share are read, instantiated and
+# analysed once: for clang-tidy and for the quick build of script/level and script/app, whose programs
+# write the same bytes. What ships compiles each source by itself, and so shows an include that is
+# missing.
 
 # The rooms of the engine that are not a step's. Steps are small and include the same headers: they go
 # together, as do the rooms of the window, where every source includes most of Qt's headers.
