@@ -7,6 +7,7 @@
 #include <fstream>
 #include <iostream>
 
+#include "cli/archive/bounded_lines.h"
 #include "cli/options/settings.h"
 
 namespace cli {
@@ -25,7 +26,16 @@ std::vector<std::string> read_file_list(const std::string& path, ListSeparator s
     }
     std::vector<std::string> paths;
     const char end = separator == ListSeparator::Null ? '\0' : '\n';
-    for (std::string line; std::getline(in, line, end);) {
+    constexpr std::size_t kMostPathBytes = 1 << 16;  // systems allow 4096
+    BoundedLines lines(in, kMostPathBytes, end);
+    for (std::string line; lines.next(line);) {
+        if (lines.too_long()) {
+            throw UsageError(fmt::format(
+                "--files-from {}: what begins at byte {} is too long for a path{}", path,
+                lines.offset(),
+                separator == ListSeparator::Null ? "; --null expects null bytes between PATHs"
+                                                 : ""));
+        }
         if (!line.empty()) {
             paths.push_back(line);
         }

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstdint>
 #include <filesystem>
+#include <stdexcept>
 #include <system_error>
 
 #include "Common/files/descriptor.h"
@@ -97,6 +98,9 @@ bool OutputClaim::take(const std::string& output, const std::string& new_folder,
     new_folder_ = new_folder;
     path_ = path;
     for (;;) {
+        if (const std::string problem = record_problem(path); !problem.empty()) {
+            throw std::runtime_error(problem);
+        }
         file_ = open(path.c_str(), O_RDWR | O_CREAT | O_APPEND | O_NOFOLLOW | O_CLOEXEC, 0666);
         if (file_ < 0) {
             fail(path);

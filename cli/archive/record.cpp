@@ -38,6 +38,8 @@ constexpr const char* kStart = "{\"output\":\"";
 constexpr const char* kForWord = "for=";
 constexpr std::size_t kIndexedBytes = 1 << 20;
 constexpr std::int64_t kEndBytes = 1 << 20;
+/** The facts of a recording of 100 hours with a passage a minute take less than 1 MB. */
+constexpr std::size_t kMostLineBytes = 16 << 20;
 
 std::int64_t nanoseconds(const timespec& time) {
     return static_cast<std::int64_t>(time.tv_sec) * 1'000'000'000 + time.tv_nsec;
@@ -175,10 +177,26 @@ std::string record_path(const std::string& output) {
     return ((folder.empty() ? fs::path(".") : folder) / kRecordName).string();
 }
 
+std::string record_problem(const std::string& path) {
+    struct stat status {};
+
+    if (lstat(path.c_str(), &status) != 0 || S_ISREG(status.st_mode)) {
+        return "";
+    }
+    return fmt::format(
+        "{} is {}, and what is done is recorded in a regular file of that name; move it away", path,
+        S_ISLNK(status.st_mode)   ? "a link"
+        : S_ISDIR(status.st_mode) ? "a folder"
+                                  : "a pipe or a device");
+}
+
 RecordBook::RecordBook(const std::string& path, Part part)
-    : file_(open(path.c_str(), O_RDONLY | O_CLOEXEC)) {
-    if (file_ >= 0) {
-        const off_t size = part == Part::End ? lseek(file_, 0, SEEK_END) : 0;
+    // Without waiting: a pipe of that name would wait for its writer.
+    : file_(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK)) {
+    struct stat status {};
+
+    if (file_ >= 0 && fstat(file_, &status) == 0 && S_ISREG(status.st_mode)) {
+        const off_t size = part == Part::End ? status.st_size : 0;
         index(std::max<std::int64_t>(0, size - kEndBytes));
     }
 }
@@ -199,18 +217,25 @@ void RecordBook::index(std::int64_t offset) {
         if (got <= 0) {
             return;  // a line without an end is one that somebody is writing, or could not
         }
-        text.append(block.data(), static_cast<std::size_t>(got));
         std::size_t begin = 0;
-        for (std::size_t end = 0; (end = text.find('\n', begin)) != std::string::npos;) {
+        std::size_t from = text.size();  // what was there before holds no line end
+        text.append(block.data(), static_cast<std::size_t>(got));
+        for (std::size_t end = 0; (end = text.find('\n', from)) != std::string::npos;) {
             const std::string name = quoted_name_in(text.substr(begin, end - begin));
             if (!name.empty()) {
                 places_.emplace(name_hash(name), Place{offset + static_cast<std::int64_t>(begin),
                                                        static_cast<std::int64_t>(end - begin)});
             }
-            begin = end + 1;
+            begin = from = end + 1;
         }
         text.erase(0, begin);
         offset += static_cast<std::int64_t>(begin);
+        if (text.size() > kMostLineBytes) {
+            // No record is that long. What is left of it up to its end is passed over as well,
+            // since it does not begin like one.
+            offset += static_cast<std::int64_t>(text.size());
+            text.clear();
+        }
     }
 }
 

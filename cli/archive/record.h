@@ -78,6 +78,9 @@ std::string destination_in(const std::string& options);
 constexpr const char* kRecordName = ".quorvane.jsonl";
 std::string record_path(const std::string& output);
 
+/** Why nothing can be recorded at the path, "" when something can: a link, a pipe, a folder. */
+std::string record_problem(const std::string& path);
+
 /**
  * The records of one folder. Only the place of each line is kept, so that a folder of 100,000
  * outputs costs some 15 MB; a line is parsed when it is asked for.

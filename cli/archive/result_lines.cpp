@@ -4,9 +4,11 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <filesystem>
 #include <fstream>
 #include <system_error>
 
+#include "cli/archive/bounded_lines.h"
 #include "cli/options/settings.h"
 #include "cli/storage/path_order.h"
 
@@ -34,6 +36,10 @@ bool says_more(Outcome later, Outcome earlier) {
 }  // namespace
 
 void ResultLines::add(const std::string& path) {
+    if (std::filesystem::is_fifo(path)) {
+        throw UsageError(
+            fmt::format("{} is a pipe, and results are read twice; save them to a file", path));
+    }
     std::ifstream in(path, std::ios::binary);
     if (!in) {
         throw std::system_error(errno, std::generic_category(), path);
@@ -43,18 +49,20 @@ void ResultLines::add(const std::string& path) {
     if (const int first = in.peek(); first != '{' && first != std::ifstream::traits_type::eof()) {
         throw UsageError(fmt::format("{} is not the JSON of a run", path));
     }
-    std::int64_t offset = 0;
     std::size_t number = 0;
     std::size_t broken = 0;
     std::size_t first_broken = 0;
-    for (std::string line; std::getline(in, line);) {
+    BoundedLines lines(in, kMostJsonLineBytes);
+    for (std::string line; lines.next(line);) {
         ++number;
         try {
-            take(line, files_.size() - 1, offset);
+            if (lines.too_long()) {
+                throw FactsError("too long for the facts of a file");
+            }
+            take(line, files_.size() - 1, lines.offset());
         } catch (const nlohmann::json::exception&) {
             first_broken = broken++ == 0 ? number : first_broken;
         }
-        offset += static_cast<std::int64_t>(line.size()) + 1;
     }
     if (in.bad()) {
         throw std::system_error(errno, std::generic_category(), path);

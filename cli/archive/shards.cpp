@@ -16,7 +16,8 @@ std::vector<std::size_t> cut_shards(const std::vector<ShardItem>& items, std::si
     });
     using Load = std::pair<std::int64_t, std::size_t>;  // bytes so far, shard
     std::priority_queue<Load, std::vector<Load>, std::greater<>> loads;
-    for (std::size_t shard = 0; shard < count; ++shard) {
+    // An item goes to an empty shard while there is one, so shards beyond their number stay empty.
+    for (std::size_t shard = 0; shard < std::min(count, items.size()); ++shard) {
         loads.push({0, shard});
     }
     std::vector<std::size_t> shard_of(items.size());

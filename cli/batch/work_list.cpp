@@ -9,6 +9,7 @@
 #include <string>
 #include <utility>
 
+#include "cli/archive/bounded_lines.h"
 #include "cli/archive/file_list.h"
 #include "cli/archive/shards.h"
 #include "cli/archive/up_to_date.h"
@@ -76,7 +77,8 @@ WorkList read_plan(const Settings& settings) {
         throw UsageError(fmt::format("--plan {} cannot be read: {}", path, std::strerror(errno)));
     }
     WorkList work;
-    for (std::string line; std::getline(in, line);) {
+    BoundedLines lines(in, kMostJsonLineBytes);
+    for (std::string line; lines.next(line);) {
         try {
             const FileFacts facts = facts_from_json(nlohmann::ordered_json::parse(line));
             if (facts.outcome != Outcome::Failed || !facts.output.empty()) {

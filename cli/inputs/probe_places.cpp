@@ -8,6 +8,7 @@
 #include <map>
 
 #include "Common/files/descriptor.h"
+#include "cli/archive/record.h"
 #include "cli/inputs/plan.h"
 
 /*
@@ -61,7 +62,11 @@ struct Place {
 };
 
 Place look_at(const fs::path& folder) {
-    return {folder_problem(folder), pathconf(nearest_existing(folder).c_str(), _PC_NAME_MAX)};
+    std::string problem = folder_problem(folder);
+    if (problem.empty()) {
+        problem = record_problem((folder / kRecordName).string());
+    }
+    return {problem, pathconf(nearest_existing(folder).c_str(), _PC_NAME_MAX)};
 }
 
 std::string name_problem(const fs::path& output, long most) {

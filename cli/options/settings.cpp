@@ -26,6 +26,7 @@ namespace po = boost::program_options;
 namespace {
 
 constexpr unsigned kMostJobs = 256;  // a worker each, with pipes and memory of its own
+constexpr std::size_t kMostShards = 1'000'000;
 constexpr std::size_t kMostFailures = 1'000'000'000;
 constexpr unsigned kHelpWidth = 90;      // columns
 constexpr unsigned kHelpTextWidth = 48;  // of these, what is left for the explanations at least
@@ -94,6 +95,10 @@ Shard parse_shard(const std::string& text) {
         !read_number(text.substr(slash + 1), shard.count) || shard.index >= shard.count) {
         throw UsageError(fmt::format(
             "--shard takes I/N with I from 0 to N-1, such as 0/4 to 3/4, not '{}'", text));
+    }
+    if (shard.count > kMostShards) {
+        throw UsageError(
+            fmt::format("--shard {}: the work is cut into {} parts at most", text, kMostShards));
     }
     return shard;
 }

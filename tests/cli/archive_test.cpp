@@ -1,9 +1,13 @@
 #include <gmock/gmock.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <filesystem>
 #include <numeric>
+#include <sstream>
 
+#include "cli/archive/bounded_lines.h"
 #include "cli/archive/content_hash.h"
 #include "cli/archive/file_list.h"
 #include "cli/archive/output_claim.h"
@@ -38,6 +42,7 @@ TEST(Shards, AreTheWholeInAnyOrderAndBalanced) {
     const auto [least, most] = std::minmax_element(loads.begin(), loads.end());
     EXPECT_LE(*most - *least, largest);
 
+    EXPECT_EQ(cut_shards(items, 501), cut_shards(items, 4'000'000'000)) << "one item each";
     std::vector<ShardItem> reversed(items.rbegin(), items.rend());
     std::vector<std::size_t> again = cut_shards(reversed, 7);
     std::reverse(again.begin(), again.end());
@@ -52,7 +57,8 @@ TEST(Shards, TheWordIsReadStrictly) {
     };
     EXPECT_EQ(3u, parse_shard("3/40").index);
     EXPECT_EQ(40u, parse_shard("3/40").count);
-    for (const char* wrong : {"", "3", "4/4", "0/0", "-1/4", "1/4x", "1/", "/4", "1 /4"}) {
+    for (const char* wrong :
+         {"", "3", "4/4", "0/0", "-1/4", "1/4x", "1/", "/4", "1 /4", "0/4000000000"}) {
         EXPECT_THROW(parse_shard(wrong), UsageError) << wrong;
     }
 }
@@ -157,6 +163,55 @@ TEST_F(Archive, TornAndDamagedLinesSpoilNoOther) {
     place("n\xe9w\n\".wav", "other", "o");
     EXPECT_EQ(Standing::UpToDate, judge().standing);
     EXPECT_EQ(Standing::UpToDate, judge("o", "n\xe9w\n\".wav").standing);
+}
+
+TEST_F(Archive, ARecordIsARegularFileOrNone) {
+    write_text(dir_ / "in.wav", "input");
+    write_text(dir_ / "out.wav", "output");
+    write_text(dir_ / "elsewhere", "");
+    const std::string record = dir_ / kRecordName;
+    EXPECT_EQ("", record_problem(record));
+    const auto expect_refused = [&](const char* kind) {
+        EXPECT_THAT(record_problem(record), HasSubstr(kind));
+        EXPECT_EQ(Standing::NotOurs, judge().standing) << "and nothing waits for a writer";
+        OutputClaim claim;
+        EXPECT_THROW(claim.take(dir_ / "out.wav", "", WhenTaken::Leave), std::runtime_error);
+        fs::remove(record);
+    };
+    ASSERT_EQ(0, mkfifo(record.c_str(), 0600));
+    expect_refused("is a pipe");
+    fs::create_symlink("elsewhere", record);
+    expect_refused("is a link");
+    fs::create_directory(record);
+    expect_refused("is a folder");
+    EXPECT_EQ("", read_text(dir_ / "elsewhere"));
+}
+
+TEST_F(Archive, WhatHasNoLineEndsNeedsNoMemory) {
+    write_text(dir_ / "in.wav", "input");
+    write_text(dir_ / kRecordName, "");
+    constexpr std::uintmax_t kHole = std::uintmax_t{400} << 20;
+    fs::resize_file(dir_ / kRecordName, kHole);
+    const auto most_kb = [] {
+        struct rusage usage {};
+
+        getrusage(RUSAGE_SELF, &usage);
+        return usage.ru_maxrss;
+    };
+    const long before_kb = most_kb();
+    place("out.wav", "output", "o");
+    EXPECT_EQ(Standing::UpToDate, judge().standing);
+    EXPECT_LT(most_kb() - before_kb, 100'000);
+
+    std::istringstream text("one\ntoo long\n\nlast");
+    BoundedLines lines(text, 4);
+    std::string all;
+    for (std::string line; lines.next(line);) {
+        all += std::to_string(lines.offset()) + (lines.too_long() ? "!" : "=" + line) + " ";
+    }
+    EXPECT_EQ("0=one 4! 13= 14=last ", all);
+    write_text(dir_ / "list", std::string(100'000, 'x'));
+    EXPECT_THROW(read_file_list(dir_ / "list", ListSeparator::Null), UsageError);
 }
 
 TEST_F(Archive, ANewOutputIsFoundAtTheEndOfALongBook) {
