@@ -19,6 +19,7 @@
 #include "cli/inputs/plan.h"
 #include "cli/options/settings.h"
 #include "cli/report/result_files.h"
+#include "cli/storage/open_files.h"
 #include "cli/storage/scratch.h"
 #include "cli/terminal/screen.h"
 #include "cli/terminal/summary.h"
@@ -277,6 +278,13 @@ int tell_plan(const Settings& settings,
     return status_of(settings, results, lines, screen);
 }
 
+/** How many files this process has open at a time at most. */
+std::size_t open_files(const Settings& settings, std::size_t files) {
+    constexpr std::size_t kOwn = 32;       // streams, log, JSON, report, locks, looks at headers
+    constexpr std::size_t kForWorker = 3;  // its pipes
+    return kOwn + kForWorker * std::min<std::size_t>(settings.jobs, files);
+}
+
 /** The whole run; returns the exit status. */
 int run(const Settings& settings) {
     const auto start = Clock::now();
@@ -288,6 +296,7 @@ int run(const Settings& settings) {
     for (const FileFacts& facts : work.others) {
         tell_finished(settings, facts, Files::Several, screen, lines);
     }
+    require_open_files(open_files(settings, work.files.size()));
     const Preflight checked =
         preflight(settings, work.files, settings.dry_run ? Keep::All : Keep::Failures);
     for (const std::string& note : checked.notes) {

@@ -23,6 +23,7 @@
 #include "cli/engine/output_gate.h"
 #include "cli/facts/file_error.h"
 #include "cli/metadata/length_notes.h"
+#include "cli/storage/open_files.h"
 #include "cli/storage/private_directory.h"
 #include "cli/storage/run_files.h"
 #include "cli/storage/scratch.h"
@@ -35,6 +36,7 @@ namespace {
 
 constexpr int kFailure = 1;
 constexpr unsigned kLongestStop_s = 10;
+constexpr std::size_t kOpenFiles = 24;  // standard streams, input, output, intermediates, locks
 
 /** A file of another kind cannot be read a second time, and must not be replaced. */
 void require_regular(const std::string& path, const char* reason) {
@@ -297,6 +299,7 @@ int run(std::vector<std::string> arguments) {
         require_writable_output(words);
         cli::remove_stale_parts(words.output);
     }
+    cli::require_open_files(kOpenFiles);
     set_up_signals();
     cli::remove_stale_scratch_directories();
     std::optional<cli::ScratchDirectory> own;

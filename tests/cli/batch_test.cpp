@@ -282,6 +282,51 @@ TEST_F(Batch, APlanAndALogPassTheChecksOfACommandLine) {
     EXPECT_THAT(names_in("in"), ElementsAre("a.wav", "b.wav"));
 }
 
+TEST_F(Batch, ALimitOnOpenFilesIsNamed) {
+    talk("a.wav", 1);
+    const std::string limited = "cd " + dir_.path() + " && ulimit -n 8 && " QUORVANE;
+    for (const char* words : {" a.wav", " --input-file a.wav --output-file b.wav"}) {
+        const ProgramResult result = run_program(limited + words);
+        EXPECT_EQ(1, result.status) << words;
+        EXPECT_THAT(result.err, HasSubstr("only 8 files may be open at a time")) << words;
+    }
+    EXPECT_EQ(0, run_program("cd " + dir_.path() + " && ulimit -Sn 8 && " QUORVANE " a.wav").status)
+        << "the limit can be raised";
+}
+
+// Hands a job's words to bash at once, a task after the other.
+TEST_F(Batch, AJobArrayTakesAnyPathAndRefusesGroupedForce) {
+    talk("in/@/a.wav", 1);
+    talk("in/@/-qf.wav", 1);
+    fs::create_directory(dir_ / "bin");
+    write_text(dir_ / "bin/sbatch",
+               "#!/bin/bash\n"
+               "for word; do case $word in --array=*) last=${word##*-};"
+               " last=${last%%%*};; esac; done\n"
+               "for ((i = 0; i <= ${last:-0}; ++i)); do\n"
+               "  SLURM_ARRAY_JOB_ID=1 SLURM_ARRAY_TASK_ID=$i bash \"${!#}\" >>\"$(dirname "
+               "\"${!#}\")/summary.txt\" 2>&1\n"
+               "done; echo 1\n");
+    fs::permissions(dir_ / "bin/sbatch", fs::perms::owner_all);
+    const auto slurm = [&](const std::string& words) {
+        return run_program("cd " + dir_.path() + " && PATH=" + dir_ / "bin" +
+                           ":$(dirname " QUORVANE "):$PATH " RECORDINGS
+                           "/../../script/quorvane-slurm --work w@/x " +
+                           words);
+    };
+    for (const char* words :
+         {"-qf in", "-vnq in", "-f in", "--force in", "-j4 in", "--json=- in"}) {
+        EXPECT_EQ(2, slurm(words).status) << words;
+    }
+    const ProgramResult result =
+        slurm("--wait --json=- -vd out/@/x --shards 2 -- in/@/-qf.wav in/@/a.wav");
+    EXPECT_EQ(0, result.status) << result.err;
+    EXPECT_THAT(outputs_in("out/@/x"), ElementsAre("-qf-leveled.wav", "a-leveled.wav"));
+    const auto all = facts(result.out);  // nothing but JSON
+    EXPECT_EQ("leveled", all.at("in/@/a.wav")["status"]);
+    EXPECT_EQ(2u, all.size());
+}
+
 TEST_F(Batch, CopiesAreSaidWithTheirReason) {
     fs::create_directory(dir_ / "s");
     const auto flat = [](long long) { return 0.25; };
