@@ -10,6 +10,11 @@ int copy_file(std::string from, std::string to) {
     try {
         boost::system::error_code ignored;
         if (!boost::filesystem::equivalent(from, to, ignored)) {
+            // A file is replaced whole by the renaming; an empty folder has to go before it.
+            if (boost::filesystem::symlink_status(to, ignored).type() ==
+                boost::filesystem::directory_file) {
+                boost::filesystem::remove(to);
+            }
             copy_whole(from, to);
         }
     } catch (const std::runtime_error& failure) {

@@ -57,6 +57,19 @@ TEST(WholeFile, AMoveAcrossFileSystemsArrivesWhole) {
     boost::filesystem::remove_all(other);
 }
 
+TEST(CopyFile, ReplacesAnEmptyFolderAndNoOther) {
+    const TempDir dir;
+    write_text(dir / "file", "content");
+    boost::filesystem::create_directory(dir / "folder");
+    EXPECT_EQ(0, copy_file(dir / "file", dir / "folder"));
+    EXPECT_EQ("content", read_text(dir / "folder"));
+    boost::filesystem::create_directories(dir / "full/inner");
+    const CapturedOutput captured;
+    EXPECT_EQ(1, copy_file(dir / "file", dir / "full"));
+    EXPECT_THAT(captured.err(), HasSubstr(dir / "full"));
+    EXPECT_TRUE(file_exists(dir / "full/inner"));
+}
+
 TEST(CopyFile, LeavesAFileCopiedOntoItselfAlone) {
     const TempDir dir;
     write_text(dir / "file", "content");
