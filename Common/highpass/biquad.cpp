@@ -15,7 +15,6 @@
  *
  * A^2 is the linear gain of the peaking and shelf types at the centre or on the shelf.
  */
-namespace highpass {
 
 namespace {
 constexpr double kTwoPi = 6.283185307179586;
@@ -93,5 +92,3 @@ bool BiQuad_new(int type, double dbGain, double freq, double srate, double bandw
     *b = {s.b0 / s.a0, s.b1 / s.a0, s.b2 / s.a0, s.a1 / s.a0, s.a2 / s.a0, 0.0, 0.0, 0.0, 0.0};
     return true;
 }
-
-}  // namespace highpass

@@ -1,6 +1,6 @@
 #pragma once
 
-namespace highpass {
+/* One filter section is of use outside the step, too: it belongs to no namespace. */
 
 /** One second-order section: its coefficients, divided by a0, and its last two inputs and outputs.
  */
@@ -40,4 +40,16 @@ inline double BiQuad(double sample, biquad* b) {
     return result;
 }
 
+namespace highpass {
+using ::biquad;
+using ::BiQuad;
+using ::BiQuad_new;
+using ::FilterType;
+using ::kBandPass;
+using ::kHighPass;
+using ::kHighShelf;
+using ::kLowPass;
+using ::kLowShelf;
+using ::kNotch;
+using ::kPeaking;
 }  // namespace highpass

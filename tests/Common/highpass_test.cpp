@@ -12,10 +12,6 @@
 
 namespace {
 
-using highpass::BiQuad;
-using highpass::biquad;
-using highpass::BiQuad_new;
-
 /** Gain of a filter for a sine, once the start has died away. */
 double gain_at(int type, double db, double corner_hz, double bandwidth, double frequency_hz) {
     biquad filter;
