@@ -3,10 +3,11 @@
 #ifdef __linux__
 #include <sched.h>
 #endif
+#include <pthread.h>
 
 #include <algorithm>
 #include <atomic>
-#include <system_error>
+#include <exception>
 #include <utility>
 
 namespace stream {
@@ -34,8 +35,23 @@ std::atomic<bool>& used() {
 }  // namespace
 
 HelperThread& HelperThread::instance() {
-    static HelperThread helper;
-    return helper;
+    // Never destroyed: at the end of a forked child a destructor would wait for a thread that only
+    // the parent has. A child forgets the parent's, mutex and sleepers included.
+    static std::atomic<HelperThread*> helper{nullptr};
+    static const int registered =
+        pthread_atfork(nullptr, nullptr, [] { helper.store(nullptr, std::memory_order_release); });
+    static_cast<void>(registered);
+    static std::mutex making;
+    HelperThread* found = helper.load(std::memory_order_acquire);
+    if (found == nullptr) {
+        const std::lock_guard<std::mutex> lock(making);
+        found = helper.load(std::memory_order_acquire);
+        if (found == nullptr) {
+            found = new HelperThread;
+            helper.store(found, std::memory_order_release);
+        }
+    }
+    return *found;
 }
 
 void HelperThread::use(bool use) {
@@ -46,23 +62,12 @@ bool HelperThread::is_used() {
     return used();
 }
 
-HelperThread::~HelperThread() {
-    {
-        const std::lock_guard<std::mutex> lock(mutex_);
-        end_ = true;
-    }
-    work_.notify_all();
-    if (thread_.joinable()) {
-        thread_.join();
-    }
-}
-
 /** False when there is nobody to help: the owners then find their pieces undone and do them. */
 bool HelperThread::start_thread() {
     if (!thread_.joinable() && used()) {
         try {
             thread_ = std::thread(&HelperThread::work, this);
-        } catch (const std::system_error&) {
+        } catch (const std::exception&) {  // no thread, or no memory for one
             used() = false;
         }
     }
@@ -83,12 +88,12 @@ HelperThread::Lane* HelperThread::fullest_lane() {
 
 void HelperThread::work() {
     std::unique_lock<std::mutex> lock(mutex_);
-    while (!end_) {
+    for (;;) {
         if (Lane* const lane = fullest_lane()) {
             lane->do_piece(lock);
         } else {
             asleep_ = true;
-            work_.wait(lock, [this] { return end_ || !asleep_; });
+            work_.wait(lock, [this] { return !asleep_; });
         }
     }
 }
@@ -104,7 +109,10 @@ HelperThread::Lane::~Lane() {
     drop();
     HelperThread& helper = instance();
     const std::lock_guard<std::mutex> lock(helper.mutex_);
-    helper.lanes_.erase(std::find(helper.lanes_.begin(), helper.lanes_.end(), this));
+    const auto found = std::find(helper.lanes_.begin(), helper.lanes_.end(), this);
+    if (found != helper.lanes_.end()) {  // not so in the child of a fork in the middle of a run
+        helper.lanes_.erase(found);
+    }
 }
 
 void HelperThread::Lane::add() {

@@ -27,7 +27,10 @@ constexpr int kPieces = 8;
  */
 class HelperThread {
   public:
-    /** One for the process. */
+    /**
+     * One for the process, which lives until the process ends: its thread sleeps then. A child that
+     * a program forks has no such thread and gets an instance of its own.
+     */
     static HelperThread& instance();
 
     /** With false, the threads that call do everything themselves. Default: with more than one
@@ -35,7 +38,7 @@ class HelperThread {
     static void use(bool use);
     static bool is_used();
 
-    ~HelperThread();
+    ~HelperThread() = delete;
     HelperThread(const HelperThread&) = delete;
     HelperThread& operator=(const HelperThread&) = delete;
 
@@ -93,7 +96,6 @@ class HelperThread {
     std::vector<Lane*> lanes_;
     std::thread thread_;
     bool asleep_ = false;
-    bool end_ = false;
 };
 
 }  // namespace stream

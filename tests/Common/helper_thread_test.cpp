@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 #include <sys/resource.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
@@ -231,6 +232,31 @@ std::vector<std::vector<double>> stretched(const std::string& path,
         taken.push_back(collector.samples);
     }
     return taken;
+}
+
+/** Pieces that are certain to have been done by both threads once. */
+void work_with_helper() {
+    std::atomic<int> done{0};
+    HelperThread::Lane lane([&] { ++done; }, 2);
+    for (int i = 0; i < 4; ++i) {
+        lane.add();
+    }
+    lane.finish(4);
+    EXPECT_EQ(4, done);
+}
+
+TEST(HelperThread, AForkedChildEndsAndHasAHelperOfItsOwn) {
+    const Helped helped(true);
+    work_with_helper();
+    // This forks, and exit destroys static objects. The alarm ends a child that waits for a thread
+    // of its parent's.
+    EXPECT_EXIT(
+        {
+            alarm(60);
+            work_with_helper();
+            exit(0);
+        },
+        testing::ExitedWithCode(0), "");
 }
 
 TEST(HelperThread, StretchesGetTheirFramesInOrderSideBySideOrNot) {
