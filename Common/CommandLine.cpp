@@ -95,6 +95,9 @@ const TuningOption kTuningOptions[] = {
     {"bin-size,s", &options::bin_size, "50", "bin size (ms)"},
 };
 
+constexpr const char* kUnknownFailure =
+    "Exception of unknown type occured while parsing command line";
+
 /** Writes what is wrong with the command line, which is then also the run's first cause. */
 void say(const std::string& problem) {
     reporting::say_failure(reporting::Kind::kOther, problem);
@@ -215,11 +218,13 @@ int CCLArgs::GetArgs(int argc, char** argv) {
     } catch (const ss_empty_command_line_error&) {
         say("error: no arguments; try --help");
     } catch (const std::bad_alloc&) {
-        throw;  // nothing is wrong with the command line
+        // Nothing is wrong with the command line: the cause is another one than what is written.
+        reporting::note_failure(reporting::Kind::kSystem, "there is not enough memory");
+        say(kUnknownFailure);
     } catch (std::exception& failure) {
         say("error: " + text_of_option_error(failure));
     } catch (...) {
-        say("Exception of unknown type occured while parsing command line");
+        say(kUnknownFailure);
     }
     return 1;
 }

@@ -49,16 +49,14 @@ int run(int argc, char** argv, LevelProgress progress, void* context) {
     record.set_input(args.input_file);
     if (parsed != 0) {
         // The help and the version end here as well, and are no refusal.
-        if (reporting::first_failure().kind != reporting::Kind::kNone) {
+        if (reporting::first_failure().kind == reporting::Kind::kSystem) {
+            record.fail(0, Intermediates());
+        } else if (reporting::first_failure().kind != reporting::Kind::kNone) {
             record.refuse();
         }
         return kFailure;
     }
-    const int result = Run(args).go();
-    if (kShowDuration) {
-        ShowDuration(gStart);
-    }
-    return result;
+    return Run(args).go();
 }
 
 }  // namespace
@@ -71,10 +69,13 @@ int levelMain(int argc,
     const CLocale locale;  // numbers have a decimal point in all text files and options
     OutcomeRecord& record = OutcomeRecord::instance();
     record.begin_run();
+    take_run_asked();  // of a run that ended in another way
     try {
         return run(argc, argv, progress, callbackContext);
     } catch (const ss_cancel_exception&) {
-        gCancelled = 1;
+        if (!take_run_asked()) {
+            set_cancelled(true);
+        }
         record.cancel();
         return kCancelled;
     } catch (const std::exception&) {
@@ -85,11 +86,15 @@ int levelMain(int argc,
 }
 
 void levelRequestCancel(void) {
-    gCancelled = 1;
+    request_cancel();
 }
 
 void levelClearCancel(void) {
-    gCancelled = 0;
+    set_cancelled(false);
+}
+
+void levelAskToCancel(LevelAsksToCancel asks, void* context) {
+    ask_before_going_on(asks, context);
 }
 
 void levelKeepIntermediates(int keep) {
@@ -107,6 +112,13 @@ void levelHideIntermediates(int hide) {
 void levelSetFinalFile(LevelOpenFinal open, void* context) {
     Run::write_final_into(open == nullptr ? std::function<int()>()
                                           : [open, context] { return open(context); });
+}
+
+void levelSetCopy(LevelCopy copy, void* context) {
+    Run::copy_by(copy == nullptr ? Run::Copy()
+                                 : [copy, context](const std::string& from, const std::string& to) {
+                                       return copy(context, from.c_str(), to.c_str());
+                                   });
 }
 
 void levelLowerTarget(int lower) {

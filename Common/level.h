@@ -32,7 +32,8 @@ typedef int (*LevelProgress)(void* context, float fraction);
  *
  * Returns
  *   0  the leveled file (or, for an input too short, constant or refused by the loud-peak step, a
- *      copy of the input) is at OUT, or was handed to moveFinalFile;
+ *      copy of the input) is at OUT, or was handed to moveFinalFile. Both may be worth nothing: a
+ *      damaged input is leveled as far as it can be read. levelOutcome reports that;
  *   1  the run failed, the reason has been written to the standard output or error stream;
  *   3  the run was cancelled.
  * A C++ exception that is not a std::exception passes through to the caller.
@@ -42,10 +43,18 @@ int levelMain(
 
 /*
  * Asks the running and every later levelMain of this process to end with result 3, until
- * levelClearCancel is called. Both may be called from any thread and from a signal handler.
+ * levelClearCancel is called, which also clears gCancelled. Both may be called from any thread and
+ * from a signal handler.
  */
 void levelRequestCancel(void);
 void levelClearCancel(void);
+
+/*
+ * For a run of its own: asks is called often, on the thread that runs levelMain. When it returns
+ * non-zero the run ends with result 3, and later ones are not concerned. A null function ends this.
+ */
+typedef int (*LevelAsksToCancel)(void* context);
+void levelAskToCancel(LevelAsksToCancel asks, void* context);
 
 /*
  * Removes what the last run of this process left of its intermediate files: a failed or cancelled
@@ -75,6 +84,14 @@ typedef int (*LevelOpenFinal)(void* context);
 void levelSetFinalFile(LevelOpenFinal open, void* context);
 
 /*
+ * How later runs copy an input that cannot be leveled to the output: copy is called in place of the
+ * engine's own copy, when levelOutcome has what came of the run. It returns 0, or the run fails. A
+ * null function ends this.
+ */
+typedef int (*LevelCopy)(void* context, const char* input, const char* output);
+void levelSetCopy(LevelCopy copy, void* context);
+
+/*
  * With lower other than 0, later runs deliver no level that ran away: where the peaks leave the
  * target level out of reach, or a sample would pass full scale, the last step takes 0.5 dB off its
  * target until both fit. levelFindings tells by how much.
@@ -83,7 +100,8 @@ void levelLowerTarget(int lower);
 
 /*
  * What came of the last levelMain of this process; its kind is kLevelNotRun before the first. Ask
- * on the thread that ran it. See outcome.h for who owns what and for how long.
+ * on the thread that ran it, afterwards or in moveFinalFile. See outcome.h for who owns what and
+ * for how long.
  */
 const LevelOutcome* levelOutcome(void);
 

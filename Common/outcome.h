@@ -18,23 +18,48 @@ extern "C" {
 /* NOLINTBEGIN(modernize-use-using): C reads this, too. */
 
 typedef enum LevelOutcomeKind {
-    kLevelNotRun,         /* no run yet, or the command line asked for the help or the version */
-    kLevelLeveled,        /* the finished file was handed to moveFinalFile */
-    kLevelCopiedTooShort, /* copied: shorter than 0.05 s */
-    kLevelCopiedConstant, /* copied: every sample of a channel has the same value */
-    kLevelCopiedQuiet,    /* copied: nothing is above the noise floor of the loud-peak step */
+    kLevelNotRun,           /* no run yet, or the command line asked for the help or the version */
+    kLevelLeveled,          /* the finished file was handed to moveFinalFile */
+    kLevelCopiedTooShort,   /* copied: shorter than 0.05 s */
+    kLevelCopiedConstant,   /* copied: every sample of a channel has the same value */
+    kLevelCopiedQuiet,      /* copied: nothing is above the noise floor of the loud-peak step */
+    kLevelCopiedStepFailed, /* copied: the loud-peak step failed in any other way */
     kLevelFailed,
     kLevelWrongUsage, /* the command line was refused */
     kLevelCancelled
 } LevelOutcomeKind;
 
+/* Why a result may be bad though the run returned 0. */
+typedef enum LevelDefect {
+    kLevelNoDefect,
+    kLevelFramesMissing, /* a sound file gave fewer frames than its header promises */
+    kLevelNotFinite,     /* samples that are infinite or not numbers were copied or passed on */
+    kLevelOtherDefect    /* defect_reason says what */
+} LevelDefect;
+
 typedef struct LevelOutcome {
     LevelOutcomeKind kind;
-    int failed_step;    /* kLevelFailed: 1 to 10, or 0 when no step was under way */
-    int system_failure; /* kLevelFailed: 1 when a file or memory failed, not what was given */
+    int failed_step;    /* kLevelFailed, kLevelCopiedStepFailed: 1 to 10, 0 for none of them */
+    int system_failure; /* likewise: 1 when a file or memory failed, not what was given */
     int output_failure; /* and 1 when that was the file that levelSetFinalFile gave */
     const char* cause;  /* failed or copied: a line that names the input and the first cause */
     const char* reason; /* the same without the input's name, to be put behind it */
+
+    /*
+     * The first thing that a step went on after. The engine delivers or copies all the same: a
+     * caller that does not want such a result refuses it.
+     */
+    LevelDefect defect;
+    const char* defect_reason; /* one line, to be put behind the input's name */
+    int defect_by_system;      /* 1: the system failed; the same file may be good another time */
+    /*
+     * Of a file that gave fewer frames than its header says, else -1. An MPEG stream's header may
+     * have an estimate only, and one without a length has the largest number: without an error of
+     * the library such a file has no defect.
+     */
+    long long frames_promised;
+    long long frames_read;
+    const char* library_text; /* kLevelFramesMissing: the sound library's error text, or "" */
 } LevelOutcome;
 
 /* A stretch of steady loudness, as the segmentation found it. */

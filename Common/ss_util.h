@@ -26,7 +26,7 @@ class ss_alloc_error : public ss_error {
 class ss_empty_command_line_error : public ss_error {};
 
 /**
- * An error that reports itself though no handler for ss_error takes it. Whoever handles
+ * An error that can report itself though no handler for ss_error takes it. The handler for
  * std::exception asks for this interface, and so needs to know no step's errors.
  */
 class self_reporting : public virtual std::exception {

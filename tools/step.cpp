@@ -1,9 +1,11 @@
 /*
  * quorvane-step: runs one step of the engine by itself, for people who debug it. Each gets its
  * words as they are, with its own name in front, as the driver would call it; so its parser, its
- * messages and its files are those of a whole run. What a step returns becomes the exit status.
+ * messages and its files are those of a whole run. What a step returns becomes the exit status, but
+ * for two things: a step that went on after a defect of its input ends with 1, and help with 0.
  */
 
+#include <algorithm>
 #include <boost/lexical_cast.hpp>
 #include <boost/program_options.hpp>
 #include <cstdio>
@@ -18,6 +20,7 @@
 
 #include "Common/CommandLine.h"
 #include "Common/apply_gains/ag_common.h"
+#include "Common/calc_rms/CommandLine.h"
 #include "Common/calc_rms/calc_rms.h"
 #include "Common/calculate_gains/calculate_gains.h"
 #include "Common/files/same_file.h"
@@ -26,7 +29,9 @@
 #include "Common/normalize/normalize.h"
 #include "Common/reduce_loud/reduce_loud.h"
 #include "Common/reduce_loud_peak/reduce_loud_peak.h"
+#include "Common/reporting/failure.h"
 #include "Common/reporting/run_state.h"
+#include "Common/segment/CommandLine.h"
 #include "Common/segment/segment.h"
 #include "Common/smooth_gains/smooth_gains.h"
 #include "Common/step/failure.h"
@@ -100,18 +105,26 @@ int run_segment(int argc, const char** argv) {
     return result;
 }
 
-/** Sets the tuning values of the segmentation. Throws boost::program_options::error. */
-void set_segment_options(int count, const char* const* words) {
+/** The tuning values of the segmentation. */
+boost::program_options::options_description segment_options() {
     namespace po = boost::program_options;
     int known = 0;
     const TuningOption* tuning = tuning_options(known);
-    po::options_description options;
+    po::options_description options("wrap_segment");
     for (int k = 0; k < known; ++k) {
         const std::string name = tuning[k].names;
         if (name.compare(0, 8, "segment-") == 0) {
-            options.add_options()(tuning[k].names, po::value<std::string>(tuning[k].value));
+            options.add_options()(tuning[k].names, po::value<std::string>(tuning[k].value),
+                                  tuning[k].help);
         }
     }
+    return options;
+}
+
+/** Sets them. Throws boost::program_options::error. */
+void set_segment_options(int count, const char* const* words) {
+    namespace po = boost::program_options;
+    const po::options_description options = segment_options();
     po::variables_map values;
     const std::vector<std::string> words_left(words, words + count);
     po::store(po::command_line_parser(words_left)
@@ -142,19 +155,97 @@ int run_apply_gains(int argc, const char** argv) {
     return 0;
 }
 
-const std::map<std::string, Entry> kSteps = {
-    {"highpass", run_highpass},
-    {"gate", gate::_tmain},
-    {"reduce_loud_peak", reduce_loud_peak::_tmain},
-    {"reduce_loud", reduce_loud::_tmain},
-    {"calc_rms", calc_rms::_tmain},
-    {"segment", run_segment},
-    {"wrap_segment", run_wrap_segment},
-    {"calculate_gains", calculate_gains::_tmain},
-    {"smooth_gains", smooth_gains::_tmain},
-    {"apply_gains", run_apply_gains},
-    {"normalize", normalize::_tmain},
+struct Step {
+    Entry run;
+    Entry help;  // shows the step's options; null: run does, when it is asked for help
 };
+
+/** Without the level that run_highpass prints. */
+int show_highpass_help(int argc, const char** argv) {
+    return static_cast<int>(highpass::_tmain(argc, argv));
+}
+
+int show_calc_rms_help(int argc, const char** argv) {
+    return calc_rms::CCLArgs().GetArgs(argc, argv);
+}
+
+int show_segment_help(int argc, const char** argv) {
+    return segment::CCLArgs().GetArgs(argc, argv);
+}
+
+int show_wrap_segment_help(int /*argc*/, const char** /*argv*/) {
+    std::cout << "wrap_segment RMS_FILE CUE_FILE QUIET_DELTA SAMPLE_RATE BIN_SECONDS [options]\n"
+              << segment_options();
+    return 0;
+}
+
+int show_apply_gains_help(int /*argc*/, const char** /*argv*/) {
+    std::cout << "apply_gains BLOCK_MS SMOOTHED_FILE IN_AUDIO OUT_AUDIO\n"
+                 "  BLOCK_MS is the length of a block in milliseconds; there are no options.\n";
+    return 0;
+}
+
+const std::map<std::string, Step> kSteps = {
+    {"highpass", {run_highpass, show_highpass_help}},
+    {"gate", {gate::_tmain, nullptr}},
+    {"reduce_loud_peak", {reduce_loud_peak::_tmain, nullptr}},
+    {"reduce_loud", {reduce_loud::_tmain, nullptr}},
+    {"calc_rms", {calc_rms::_tmain, show_calc_rms_help}},
+    {"segment", {run_segment, show_segment_help}},
+    {"wrap_segment", {run_wrap_segment, show_wrap_segment_help}},
+    {"calculate_gains", {calculate_gains::_tmain, nullptr}},
+    {"smooth_gains", {smooth_gains::_tmain, nullptr}},
+    {"apply_gains", {run_apply_gains, show_apply_gains_help}},
+    {"normalize", {normalize::_tmain, nullptr}},
+};
+
+/** Whether a word asks for the step's options. "-h" may also be an option's value. */
+bool asks_for_help(const std::vector<const char*>& words) {
+    return std::any_of(words.begin(), words.end(),
+                       [](const char* word) { return std::string(word) == "--help"; }) ||
+           (words.size() == 1 && std::string(words.front()) == "-h");
+}
+
+int show_help(const Step& step, const char* name) {
+    const char* words[] = {name, "--help", nullptr};
+    (step.help ? step.help : step.run)(2, words);
+    std::fflush(stdout);
+    return 0;
+}
+
+/** All that was printed, to say nothing twice. */
+std::string printed;
+
+void print(void* /*context*/, const reporting::Words& words) {
+    printed += words.text;
+    (words.stream == reporting::Stream::kError ? std::cerr : std::cout) << words.text << std::flush;
+}
+
+/** Prints a cause unless the step has done so. */
+void print_cause(const std::string& cause) {
+    if (!cause.empty() && printed.find(cause) == std::string::npos) {
+        std::cerr << "quorvane-step: " << cause << std::endl;
+    }
+}
+
+/** The step's status, after the causes that it noted and did not print. */
+int run_step(const Step& step, int argc, const char** argv) {
+    int result = 1;
+    try {
+        result = step.run(argc, argv);
+        std::fflush(stdout);
+    } catch (const std::exception&) {
+        report_current_failure();
+        std::cerr << std::endl;
+    }
+    if (result != 0) {
+        print_cause(reporting::first_failure().text);
+    }
+    // The step went on, but its output must not be taken for a good one.
+    print_cause(reporting::first_defect().text);
+    const bool has_defect = reporting::first_defect().kind != reporting::DefectKind::kNone;
+    return result == 0 && has_defect ? 1 : result;
+}
 
 }  // namespace
 
@@ -167,15 +258,11 @@ int main(int argc, char** argv) {
         return usage(std::string("there is no step ") + argv[1]);
     }
     std::vector<const char*> arguments(argv + 1, argv + argc);
+    if (asks_for_help({argv + 2, argv + argc})) {
+        return show_help(step->second, argv[1]);
+    }
     arguments.push_back(nullptr);
     gProgressThunk = ignore_progress;
-    try {
-        const int result = step->second(argc - 1, arguments.data());
-        std::fflush(stdout);
-        return result;
-    } catch (const std::exception&) {
-        report_current_failure();
-        std::cerr << std::endl;
-        return 1;
-    }
+    reporting::set_message_sink(print, nullptr);
+    return run_step(step->second, argc - 1, arguments.data());
 }

@@ -12,6 +12,7 @@
 #include "Common/bins/walls.h"
 #include "Common/files/same_file.h"
 #include "Common/files/series.h"
+#include "Common/reporting/failure.h"
 #include "Common/stream/pump.h"
 #include "Common/stream/sound_source.h"
 #include "Common/stream/sound_writer.h"
@@ -138,6 +139,13 @@ std::vector<double> scaled_by(std::vector<double> gains, double peak) {
     return gains;
 }
 
+void note_defect(const std::string& text) {
+    reporting::Defect defect;
+    defect.kind = reporting::DefectKind::kOther;
+    defect.text = text;
+    reporting::note_defect(defect);
+}
+
 }  // namespace
 
 // NOLINTBEGIN(performance-unnecessary-value-param): the paths are values in the step's contract.
@@ -146,7 +154,11 @@ void ApplyGains(int blockMilliseconds,
                 std::string inputPath,
                 std::string outputPath) {
     // NOLINTEND(performance-unnecessary-value-param)
-    std::vector<double> gains = read_series(gainsPath);
+    std::string problem;
+    std::vector<double> gains = read_series(gainsPath, &problem);
+    if (!problem.empty()) {
+        note_defect(problem);
+    }
     gains.push_back(0.0);
     require_other_file(gainsPath, outputPath);
     require_other_file(inputPath, outputPath);
@@ -154,20 +166,26 @@ void ApplyGains(int blockMilliseconds,
     const OutputSoundFile output_file(outputPath, input_file);
     const SF_INFO info = input_file.info();
     const int block_frames = ms_to_frames(blockMilliseconds, info.samplerate);
-    if (block_frames < 1) {
+    if (block_frames < 0) {
         throw std::runtime_error(inputPath + ": a block of " + std::to_string(blockMilliseconds) +
                                  " ms is shorter than a frame");
     }
-    SoundWriter output(output_file.handle(), outputPath, info.channels, block_frames, fail_write);
+    SoundWriter output(output_file.handle(), outputPath, info.channels, std::max(1, block_frames),
+                       fail_write);
     const BinGrid blocks{block_frames, static_cast<int>(gains.size()) - 1,
                          static_cast<int>(gains.size())};
     // No gains, no audio: an output that holds a header alone is what has always come of it.
-    if (blocks.bins == 0) {
+    if (blocks.bins == 0 || block_frames == 0) {
+        if (block_frames == 0) {
+            note_defect(inputPath + ": a block of " + std::to_string(blockMilliseconds) +
+                        " ms is shorter than a frame, so nothing was leveled");
+        }
         output.end();
         return;
     }
     const long long frames = static_cast<long long>(blocks.bins) * block_frames;
-    SoundSource input(input_file.handle(), inputPath, info, fail_read);
+    SoundSource input(input_file.handle(), inputPath, info, fail_read,
+                      SoundSource::FailWhen::kNothingWasRead);
     const double peak = ramped_peak(input, blocks, gains.data());
     const std::vector<double> walls = scaled_by(std::move(gains), peak);
     MeasuredRecordings::instance().forget(inputPath);

@@ -12,7 +12,8 @@ namespace apply_gains {
  * output holds no audio.
  *
  * blockMilliseconds: length of a block, which in frames is truncated.
- * Throws printable_err, and std::runtime_error for blocks shorter than a frame.
+ * Blocks shorter than a frame give no audio either, which is noted as a defect. Throws
+ * printable_err, and std::runtime_error for a negative block length or an output that is an input.
  */
 void ApplyGains(int blockMilliseconds,
                 std::string gainsPath,

@@ -90,7 +90,7 @@ void SoundFile::OpenRead() {
 void SoundFile::OpenWrite() {
     handle_ = open_sound_for_writing(path_, info_);
     if (!handle_) {
-        reporting::say_failure(reporting::Kind::kSystem, path_ + ": " + sound_open_reason());
+        reporting::note_failure(reporting::Kind::kSystem, path_ + ": " + sound_open_reason());
         throw std::runtime_error("error opening sound file \"" + path_ + "\"");
     }
     SetNormalization(normalize_);
@@ -219,8 +219,8 @@ long long SoundFile::ReadShort(short* samples, long long items) {
 
 long long SoundFile::CheckWritten(long long written, long long asked) {
     if (written != asked) {
-        reporting::say_failure(reporting::Kind::kSystem,
-                               path_ + ": " + GetSndFileStrError(handle_.get()));
+        reporting::note_failure(reporting::Kind::kSystem,
+                                path_ + ": " + GetSndFileStrError(handle_.get()));
         throw std::runtime_error("error writing to " + path_);
     }
     return asked;

@@ -4,15 +4,18 @@
 #include <limits>
 #include <stdexcept>
 
+#include "Common/reporting/failure.h"
+
 FiniteGuard::FiniteGuard(const std::string& path, const SF_INFO& info, long long first_frame)
     : path_(path), channels_(info.channels), samples_seen_(first_frame * info.channels) {
     const int encoding = info.format & SF_FORMAT_SUBMASK;
     needed_ = encoding == SF_FORMAT_FLOAT || encoding == SF_FORMAT_DOUBLE;
 }
 
-void FiniteGuard::check(const double* samples, long long count) {
+/** Where the first such sample is and which kind it is, "" without any. */
+std::string FiniteGuard::find(const double* samples, long long count) const {
     if (!needed_) {
-        return;
+        return "";
     }
     // Without a branch first, since all of it is finite nearly always; then where it was. Not a
     // number compares false with everything, hence the negation.
@@ -20,15 +23,31 @@ void FiniteGuard::check(const double* samples, long long count) {
     for (long long i = 0; i < count; ++i) {
         found |= static_cast<int>(!(std::fabs(samples[i]) <= std::numeric_limits<double>::max()));
     }
-    if (found != 0) {
-        for (long long i = 0; i < count; ++i) {
-            if (!std::isfinite(samples[i])) {
-                throw std::runtime_error(
-                    path_ + ": the sample in frame " +
-                    std::to_string((samples_seen_ + i) / channels_) +
-                    (std::isnan(samples[i]) ? " is not a number" : " is infinite"));
-            }
+    for (long long i = 0; found != 0 && i < count; ++i) {
+        if (!std::isfinite(samples[i])) {
+            return path_ + ": the sample in frame " +
+                   std::to_string((samples_seen_ + i) / channels_) +
+                   (std::isnan(samples[i]) ? " is not a number" : " is infinite");
         }
+    }
+    return "";
+}
+
+void FiniteGuard::check(const double* samples, long long count) {
+    const std::string problem = find(samples, count);
+    if (!problem.empty()) {
+        throw std::runtime_error(problem);
+    }
+    samples_seen_ += count;
+}
+
+void FiniteGuard::note(const double* samples, long long count) {
+    const std::string problem = find(samples, count);
+    if (!problem.empty()) {
+        reporting::Defect defect;
+        defect.kind = reporting::DefectKind::kNotFinite;
+        defect.text = problem;
+        reporting::note_defect(defect);
     }
     samples_seen_ += count;
 }

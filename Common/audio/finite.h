@@ -22,10 +22,15 @@ class FiniteGuard {
      */
     void check(const double* samples, long long count);
 
+    /** The same, but notes the first such sample as a defect and never throws for it. */
+    void note(const double* samples, long long count);
+
     /** Whether the file can hold such samples at all. */
     bool needed() const { return needed_; }
 
   private:
+    std::string find(const double* samples, long long count) const;
+
     std::string path_;
     int channels_;
     bool needed_;

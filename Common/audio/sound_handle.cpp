@@ -7,7 +7,8 @@
 
 namespace {
 
-std::string open_reason;
+thread_local std::string open_reason;
+thread_local std::string write_reason;
 
 /**
  * Opening succeeds, too, where a part of the header could not be read or written: the library then
@@ -103,8 +104,21 @@ SoundHandle open_sound_for_writing(const std::string& path, SF_INFO& info) {
     return !handle || !has_peaks || leave_out_peaks(handle) ? handle : SoundHandle();
 }
 
+bool promises_length(const SF_INFO& info) {
+    constexpr sf_count_t kMostFrames = sf_count_t{1} << 48;  // 186 years at 48 kHz
+    return info.frames < kMostFrames && (info.format & SF_FORMAT_TYPEMASK) != SF_FORMAT_MPEG;
+}
+
 const std::string& sound_open_reason() {
     return open_reason;
+}
+
+void keep_sound_write_reason(const std::string& reason) {
+    write_reason = reason;
+}
+
+const std::string& sound_write_reason() {
+    return write_reason;
 }
 
 int close_sound(SoundHandle& handle) {

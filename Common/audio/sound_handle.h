@@ -15,8 +15,21 @@ using SoundHandle = boost::shared_ptr<SNDFILE>;
 SoundHandle open_sound_for_reading(const std::string& path, SF_INFO& info);
 SoundHandle open_sound_for_writing(const std::string& path, SF_INFO& info);
 
+/**
+ * Whether a header's number of frames is a promise. One without a length gives the library's
+ * largest number, and an MPEG stream without a count of its frames has an estimate.
+ */
+bool promises_length(const SF_INFO& info);
+
 /** Why the last opening failed, "" when it did not. */
 const std::string& sound_open_reason();
+
+/**
+ * Why the last write fell short, for errors that carry only file and counts. What noticed it keeps
+ * the reason while the file is still open.
+ */
+void keep_sound_write_reason(const std::string& reason);
+const std::string& sound_write_reason();
 
 /**
  * Closes a file at once, whoever else still owns the handle: nobody may use it any more. Returns

@@ -37,14 +37,16 @@ inline double take_mean_rms(
 /**
  * Measures every bin of a source from its position on, or takes what was measured when the source
  * was written, and returns the mean RMS of those above the noise floor. Throws the step's
- * ss_sf_unexpected_eof when the source ends early.
+ * ss_sf_unexpected_eof when the source ends early. source_path: for the message of an allocation
+ * that fails.
  */
 template <class Step, class RmsRule>
 double measure_bins(stream::Source& source,
                     const BinGrid& grid,
                     double noise_floor,
                     boost::scoped_array<CBin>& bins,
-                    progress_range::Range range) {
+                    progress_range::Range range,
+                    const char* source_path) {
     MeasuredRecordings& recordings = MeasuredRecordings::instance();
     long long frames = source.info().frames;
     MeasuredBins* const measured =
@@ -57,7 +59,7 @@ double measure_bins(stream::Source& source,
         pace.finish();
     } else {
         BinMeter<RmsRule> meter(source.name(), source.info().channels, grid, bins.get());
-        stream::pump(source, meter, grid.pace(range));
+        stream::pump(source, meter, grid.pace(range), stream::kToTheEnd, {"pBinData", source_path});
         if (!meter.complete()) {
             throw step_errors::sf_unexpected_eof<Step>(source.name());
         }

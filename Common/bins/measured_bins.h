@@ -107,14 +107,16 @@ void MeasuredRecordings::expect(const std::string& path, const SF_INFO& info, in
     if (bins < 1 || bins > kMostBins) {
         return;
     }
-    auto measured = std::make_shared<MeasuredBins>();
-    measured->kind = RmsRule::kKind;
-    measured->grid = {bin_frames, static_cast<int>(bins), static_cast<int>(bins) + 1};
-    measured->channels = info.channels;
-    measured->frames = info.frames;
-    measured->bins.reset(new (std::nothrow) CBin[static_cast<std::size_t>(bins)]);
-    if (measured->bins) {
+    try {
+        auto measured = std::make_shared<MeasuredBins>();
+        measured->kind = RmsRule::kKind;
+        measured->grid = {bin_frames, static_cast<int>(bins), static_cast<int>(bins) + 1};
+        measured->channels = info.channels;
+        measured->frames = info.frames;
+        measured->bins.reset(new CBin[static_cast<std::size_t>(bins)]);
         measured_[path] = measured;
         stream::Riders::instance().seat(path, std::make_unique<Rider<RmsRule>>(measured));
+    } catch (const std::bad_alloc&) {
+        forget(path);  // the reader measures by itself
     }
 }

@@ -118,7 +118,9 @@ int _tmain(int argc, const char** argv) {
         return log_failure(kSource, __LINE__,
                            "A bin of " + args.input_file + " is shorter than a frame");
     }
-    require_other_file(args.input_file, args.output_file);
+    if (is_same_file(args.input_file, args.output_file)) {
+        return log_failure(kSource, __LINE__, overwritten_input_text(args.output_file));
+    }
     // Columns of equal width, with twelve decimals: later steps' thresholds see those.
     SeriesWriter output(args.output_file, Notation::kFixed, 14, 12);
     if (!output.is_open()) {
@@ -133,7 +135,8 @@ int _tmain(int argc, const char** argv) {
     } else {
         SoundSource input(handle, args.input_file, info);
         LevelWriter levels(info.channels, bin, output);
-        stream::pump(input, levels, pace);
+        stream::pump(input, levels, pace, stream::kToTheEnd,
+                     {"pBinData", kSource, stream::NotFinite::kNoteAsDefect});
     }
     const std::string problem = output.close();
     return problem.empty() ? 0 : log_failure(kSource, __LINE__, problem, reporting::Kind::kSystem);

@@ -41,7 +41,8 @@ double CalcRMS_GW(stream::Source& source,
                   double noiseThreshold) {
     const int channels = source.info().channels;
     GatedMeter meter(channels, bufferLength, noiseThreshold);
-    stream::pump(source, meter, nSamples / channels);
+    stream::pump(source, meter, nSamples / channels,
+                 {"pBufStart", "Common/calculate_gains/CalcRMS"});
     return meter.rms();
 }
 

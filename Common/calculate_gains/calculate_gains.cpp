@@ -1,10 +1,12 @@
 #include "Common/calculate_gains/calculate_gains.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <fstream>
+#include <locale>
 #include <memory>
-#include <stdexcept>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -41,6 +43,8 @@ namespace {
 
 constexpr const char* kSource = "Common/calculate_gains/calculate_gains";
 constexpr double kSilence_db = -200.0;
+constexpr double kMostBufferFrames = 1e9;      // 8 GB for one channel
+constexpr long long kMostBinsOutside = 72000;  // an hour of 50 ms
 
 /** What the measuring pass found. */
 struct Levels {
@@ -60,9 +64,10 @@ class Operation {
 
   private:
     int level_segments(SeriesWriter& rms_file);
-    void require_other_files() const;
+    int settle_buffer_length(const SF_INFO& info);
+    int look_for_own_inputs() const;
     std::vector<double> levels_of(const CueList& cues);
-    void require_cues_inside(const CueList& cues) const;
+    void bound_cues(CueList& cues) const;
     int measure(const CueList& cues, SeriesWriter& rms_file, Levels& levels);
     int write_gains(const CueList& cues, const Levels& levels);
     double gain_of(double level_db, double mean_db) const;
@@ -82,18 +87,13 @@ int Operation::execute() {
     }
     input_.reset(new SoundSource(handle, args_.wave_file, info));
     bin_frames_ = ms_to_frames(args_.bin_size_ms, info.samplerate);
-    const double buffer_frames = info.samplerate * args_.buffer_length_s;
     if (bin_frames_ < 1) {
         return log_failure(kSource, __LINE__,
                            "error: a bin of " + args_.wave_file + " is shorter than a frame");
     }
-    if (!(buffer_frames >= 0.0 && buffer_frames < 1e9)) {
-        return log_failure(kSource, __LINE__, "error: the circular buffer length is out of range");
+    if (settle_buffer_length(info) != 0 || look_for_own_inputs() != 0) {
+        return 1;
     }
-    // One frame more than the length says: truncation must not make the memory shorter than asked.
-    buffer_length_ =
-        (static_cast<std::uint32_t>(buffer_frames) + 1) * static_cast<std::uint32_t>(info.channels);
-    require_other_files();
     SeriesWriter rms_file(args_.rms_file, Notation::kFixed, 5, 2);
     if (!rms_file.is_open()) {
         return log_failure(kSource, __LINE__, "error opening RMS file " + args_.rms_file);
@@ -110,10 +110,14 @@ int Operation::execute() {
 /** Measures the segments between the cues and writes a gain for each bin. Returns 0 or 1. */
 int Operation::level_segments(SeriesWriter& rms_file) {
     CueList cues;
-    if (!read_cue_list(args_.cue_list_file, cues)) {
+    std::string problem;
+    if (!read_cue_list(args_.cue_list_file, cues, &problem)) {
         return log_failure(kSource, __LINE__, "error opening cue list file " + args_.cue_list_file);
     }
-    require_cues_inside(cues);
+    if (!problem.empty()) {
+        return log_failure(kSource, __LINE__, problem, reporting::Kind::kSystem);
+    }
+    bound_cues(cues);
     Levels levels;
     if (measure(cues, rms_file, levels) != 0 || write_gains(cues, levels) != 0) {
         return 1;
@@ -122,30 +126,67 @@ int Operation::level_segments(SeriesWriter& rms_file) {
     return 0;
 }
 
-/** Neither output may be one of the inputs. */
-void Operation::require_other_files() const {
-    for (const std::string& output : {args_.rms_file, args_.gains_file}) {
-        require_other_file(args_.wave_file, output);
-        require_other_file(args_.cue_list_file, output);
+/**
+ * The gate's memory in samples. One frame more than the length says: truncation must not make the
+ * memory shorter than asked. A length just below 0 is truncated to 0. A longer negative one is, as
+ * a count without a sign, larger than any memory, and so are the positive ones refused here.
+ */
+int Operation::settle_buffer_length(const SF_INFO& info) {
+    const double frames = std::trunc(info.samplerate * args_.buffer_length_s) + 1.0;
+    if (frames == 0.0 || std::isnan(frames)) {
+        return log_failure(kSource, __LINE__, "error: the circular buffer length is out of range");
     }
+    if (frames < 0.0 || frames > kMostBufferFrames) {
+        fail_allocation("pBufStart", std::bad_alloc().what(), kSource, __LINE__);
+    }
+    buffer_length_ = static_cast<std::uint32_t>(frames) * static_cast<std::uint32_t>(info.channels);
+    return 0;
 }
 
-/** A cue beyond the recording would ask for gains without end. */
-void Operation::require_cues_inside(const CueList& cues) const {
-    for (const long long frame : cues.frames) {
-        if (frame < 0 || frame > input_->info().frames) {
-            throw std::runtime_error(args_.cue_list_file + ": the cue at frame " +
-                                     std::to_string(frame) + " lies outside " + args_.wave_file);
+/** Returns 1 after a message when an output is one of the inputs. */
+int Operation::look_for_own_inputs() const {
+    for (const std::string& output : {args_.rms_file, args_.gains_file}) {
+        for (const std::string& input : {args_.wave_file, args_.cue_list_file}) {
+            if (is_same_file(input, output)) {
+                return log_failure(kSource, __LINE__, overwritten_input_text(output));
+            }
         }
+    }
+    return 0;
+}
+
+/**
+ * Cues outside the recording are taken as they are, up to so many bins before its beginning and
+ * behind its end: farther ones would ask for gains without end.
+ */
+void Operation::bound_cues(CueList& cues) const {
+    const long long frames = input_->info().frames;
+    const long long margin = kMostBinsOutside * bin_frames_;
+    for (long long& frame : cues.frames) {
+        if (frame >= 0 && frame <= frames) {
+            continue;
+        }
+        reporting::Defect defect;
+        defect.kind = reporting::DefectKind::kOther;
+        defect.text = args_.cue_list_file + ": the cue at frame " + std::to_string(frame) +
+                      " lies outside " + args_.wave_file;
+        reporting::note_defect(defect);
+        frame = std::max(-margin, std::min(frame, frames + margin));
     }
 }
 
 /** The gated RMS of each segment, linear. */
 std::vector<double> Operation::levels_of(const CueList& cues) {
     const SF_INFO& info = input_->info();
-    std::vector<GatedMeter> meters(
-        cues.frames.size() + 1, GatedMeter(info.channels, buffer_length_, args_.noise_threshold));
+    std::vector<GatedMeter> meters;
     std::vector<stream::Stretch> stretches;
+    try {
+        meters.assign(cues.frames.size() + 1,
+                      GatedMeter(info.channels, buffer_length_, args_.noise_threshold));
+        stretches.reserve(meters.size());
+    } catch (const std::bad_alloc& failure) {
+        fail_allocation("pBufStart", failure.what(), kSource, __LINE__);
+    }
     long long start = 0;
     for (std::size_t cue = 0; cue < meters.size(); ++cue) {
         const bool last = cue == cues.frames.size();
@@ -179,10 +220,13 @@ int Operation::measure(const CueList& cues, SeriesWriter& rms_file, Levels& leve
 
 int Operation::write_gains(const CueList& cues, const Levels& levels) {
     std::ifstream rms(args_.rms_file);
+    std::ofstream gains;
+    rms.imbue(std::locale::classic());
+    gains.imbue(std::locale::classic());
     if (!rms) {
         return log_failure(kSource, __LINE__, "error opening RMS file " + args_.rms_file);
     }
-    std::ofstream gains(args_.gains_file);
+    gains.open(args_.gains_file);
     if (!gains) {
         return log_failure(kSource, __LINE__, "error opening gains file " + args_.gains_file);
     }

@@ -9,7 +9,8 @@ namespace calculate_gains {
  * sample above the gate), and the gains, a line per bin, linear with six significant digits.
  *
  * A segment of -200 is left out of the mean and of the count of levels read back; the gains of as
- * many segments at the end of the file are then missing.
+ * many segments at the end of the file are then missing. A cue outside the recording counts as it
+ * stands, up to an hour of usual bins from it, and is noted as a defect.
  *
  * Returns 0, or 1 after logging what is wrong. Throws ss_alloc_error.
  */

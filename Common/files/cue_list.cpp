@@ -4,6 +4,7 @@
 #include <fstream>
 #include <istream>
 #include <limits>
+#include <locale>
 
 #include "Common/files/series.h"
 
@@ -29,14 +30,16 @@ void skip_lines(std::istream& file, int count) {
 }  // namespace
 
 void write_cue_list(std::ostream& file, const CueList& cues) {
+    file.imbue(std::locale::classic());
     file << kHeader << cues.sample_rate_hz << "\n";
     for (const long long frame : cues.frames) {
         file << frame << "\n0\n\n\n\n";
     }
 }
 
-bool read_cue_list(const std::string& path, CueList& cues) {
+bool read_cue_list(const std::string& path, CueList& cues, std::string* problem) {
     std::ifstream file(path);
+    file.imbue(std::locale::classic());
     if (!file.is_open()) {
         return false;
     }
@@ -50,11 +53,14 @@ bool read_cue_list(const std::string& path, CueList& cues) {
         cues.frames.push_back(frame);
         skip_lines(file, kLinesAfterPosition);
     }
-    require_readable(file, path);
+    if (problem != nullptr) {
+        *problem = read_problem(file, path);
+    }
     return true;
 }
 
 long long nearest_wall(long long frame, int bin_frames) {
-    const long long beyond_wall = frame % bin_frames;
+    const long long rest = frame % bin_frames;
+    const long long beyond_wall = rest < 0 ? rest + bin_frames : rest;
     return frame - beyond_wall + (2 * beyond_wall >= bin_frames ? bin_frames : 0);
 }

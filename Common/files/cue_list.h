@@ -25,12 +25,11 @@ struct CueList {
 void write_cue_list(std::ostream& file, const CueList& cues);
 
 /**
- * Reads a list; false when the file cannot be opened. An odd header leaves the rate at 0. Throws
- * std::runtime_error for a file that opens and cannot be read.
+ * Reads a list; false when the file cannot be opened. An odd header leaves the rate at 0. A file
+ * that opens and cannot be read to its end gives the cues in front, and problem, unless it is null,
+ * receives path and cause; else "".
  */
-bool read_cue_list(const std::string& path, CueList& cues);
+bool read_cue_list(const std::string& path, CueList& cues, std::string* problem = nullptr);
 
-/** The wall between bins of bin_frames frames that lies nearest to a frame, from 0 on; halves go
- * upwards.
- */
+/** The wall between bins of bin_frames frames that lies nearest to a frame; halves go upwards. */
 long long nearest_wall(long long frame, int bin_frames);

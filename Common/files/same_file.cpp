@@ -12,8 +12,12 @@ bool is_same_file(const std::string& first, const std::string& second) {
            one.st_dev == other.st_dev && one.st_ino == other.st_ino;
 }
 
+std::string overwritten_input_text(const std::string& output) {
+    return output + ": is the input and would be overwritten";
+}
+
 void require_other_file(const std::string& input, const std::string& output) {
     if (is_same_file(input, output)) {
-        throw std::runtime_error(output + ": is the input and would be overwritten");
+        throw std::runtime_error(overwritten_input_text(output));
     }
 }

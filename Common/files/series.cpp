@@ -2,23 +2,24 @@
 
 #include <cerrno>
 #include <cstring>
-#include <stdexcept>
+#include <locale>
 
-void require_readable(const std::istream& file, const std::string& path) {
-    if (file.bad()) {
-        throw std::runtime_error("error reading from " + path + ": " + std::strerror(errno));
-    }
+std::string read_problem(const std::istream& file, const std::string& path) {
+    return file.bad() ? "error reading from " + path + ": " + std::strerror(errno) : "";
 }
 
-std::vector<double> read_series(const std::string& path) {
+std::vector<double> read_series(const std::string& path, std::string* problem) {
     std::ifstream file(path);
+    file.imbue(std::locale::classic());
     std::vector<double> values;
     errno = 0;
     // Up to the end or to the first word that is no number, which is an end like any other.
     for (double value = 0.0; read_number(file, value);) {
         values.push_back(value);
     }
-    require_readable(file, path);
+    if (problem != nullptr) {
+        *problem = read_problem(file, path);
+    }
     return values;
 }
 

@@ -8,13 +8,13 @@
 
 /**
  * The numbers of a text file, separated by white space, up to the first word that is none. A file
- * that cannot be opened gives no numbers; one that opens and cannot be read throws
- * std::runtime_error.
+ * that cannot be opened gives no numbers. One that opens and cannot be read to its end gives those
+ * in front, and problem, unless it is null, receives path and cause; else "".
  */
-std::vector<double> read_series(const std::string& path);
+std::vector<double> read_series(const std::string& path, std::string* problem = nullptr);
 
-/** Throws std::runtime_error naming path and cause when a text file has had a read error. */
-void require_readable(const std::istream& file, const std::string& path);
+/** "" or, when a text file has had a read error: "error reading from PATH: CAUSE". */
+std::string read_problem(const std::istream& file, const std::string& path);
 
 /**
  * Writes a text file of one number per line. A full disk may show only when the last lines leave

@@ -4,7 +4,6 @@
 #include <memory>
 
 #include "Common/audio/scratch_sounds.h"
-#include "Common/files/same_file.h"
 #include "Common/gate/CommandLine.h"
 #include "Common/gate/NoiseGate.h"
 #include "Common/reporting/failure.h"
@@ -40,7 +39,8 @@ void require_usable(const GateArgs& args) {
 }
 
 [[noreturn]] void fail_gate_write(const WriteFailure& failure) {
-    throw ss_sf_write_error(failure.path, failure.expected, failure.written, failure.reason);
+    keep_sound_write_reason(failure.reason);
+    throw ss_sf_write_error(failure.path, failure.expected, failure.written);
 }
 
 /**
@@ -76,7 +76,7 @@ int gate_tmain(int argc, const char** argv) {
     if (info.channels > 2) {
         throw ss_sf_too_many_channels_error(args.sound_file_in, info.channels);
     }
-    require_other_file(args.sound_file_in, args.sound_file_out);
+    step_errors::require_other_file<Step>(args.sound_file_in, args.sound_file_out);
     SF_INFO output_info = info;
     SoundHandle output = open_sound_for_writing(args.sound_file_out, output_info);
     if (!output) {

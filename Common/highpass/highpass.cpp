@@ -6,7 +6,6 @@
 #include <string>
 
 #include "Common/audio/SoundFile.h"
-#include "Common/files/same_file.h"
 #include "Common/highpass/CommandLine.h"
 #include "Common/highpass/Filter.h"
 #include "Common/highpass/biquad.h"
@@ -42,7 +41,7 @@ bool build_filter(const HighpassArgs& args, int sample_rate_hz, biquad* filter) 
 
 /** What the writer calls after a short write: an error that the driver reports, not the step. */
 [[noreturn]] void fail_filter_write(const WriteFailure& failure) {
-    reporting::say_failure(reporting::Kind::kSystem, failure.path + ": " + failure.reason);
+    reporting::note_failure(reporting::Kind::kSystem, failure.path + ": " + failure.reason);
     throw std::runtime_error("error writing to " + failure.path);
 }
 
@@ -82,7 +81,7 @@ double highpass_tmain(int argc, const char** argv) {
     if (info.channels > 2) {
         throw ss_sf_too_many_channels_error(args.sound_file_in, info.channels);
     }
-    require_other_file(args.sound_file_in, args.sound_file_out);
+    step_errors::require_other_file<Step>(args.sound_file_in, args.sound_file_out);
     // The output is made before the settings are converted: what is wrong with them leaves it
     // empty.
     const SoundFile output_file(args.sound_file_out, input_file);

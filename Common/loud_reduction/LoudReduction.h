@@ -10,7 +10,6 @@
 #include "Common/bins/fail_write.h"
 #include "Common/bins/measure.h"
 #include "Common/bins/walls.h"
-#include "Common/files/same_file.h"
 #include "Common/loud_reduction/LoudReductionArgs.h"
 #include "Common/reporting/findings.h"
 #include "Common/ss_util.h"
@@ -68,7 +67,7 @@ class LoudReduction {
         if (info.channels > 2) {
             throw step_errors::sf_too_many_channels_error<Step>(args_.sound_file_in, info.channels);
         }
-        require_other_file(args_.sound_file_in, args_.sound_file_out);
+        step_errors::require_other_file<Step>(args_.sound_file_in, args_.sound_file_out);
         input_.reset(new SoundSource(handle, args_.sound_file_in, info));
         grid_ = make_bin_grid<Step>(info, args_.bin_size_ms);
         allocate(pBin, static_cast<std::size_t>(grid_.bins), "pBin", Rule::kSource);
@@ -94,7 +93,7 @@ class LoudReduction {
     /** Measures every bin; returns the mean RMS of those above the noise floor, 0 without any. */
     double InitializeBinArray() {
         return measure_bins<Step, typename Rule::RmsRule>(*input_, grid_, noise_floor_, pBin,
-                                                          Rule::kMeasure);
+                                                          Rule::kMeasure, Rule::kSource);
     }
 
     void InitializeGains(double g) { std::fill_n(pWallGains.get(), grid_.walls, g); }
@@ -164,9 +163,9 @@ class LoudReduction {
         }
         SoundWriter writer(output, args_.sound_file_out, output_info.channels, grid_.bin_frames,
                            fail_write<Step>);
-        stream::pump_parts(*input_, writer,
-                           wall_ramps(output_info.channels, grid_, pWallGains.get()),
-                           grid_.pace(Rule::kApply));
+        stream::pump_parts(
+            *input_, writer, wall_ramps(output_info.channels, grid_, pWallGains.get()),
+            grid_.pace(Rule::kApply), stream::kToTheEnd, {"pBinData", Rule::kSource});
     }
 
   private:

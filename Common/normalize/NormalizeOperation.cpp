@@ -11,7 +11,6 @@
 #include "Common/bins/measure.h"
 #include "Common/bins/peak.h"
 #include "Common/bins/walls.h"
-#include "Common/files/same_file.h"
 #include "Common/normalize/MainIterationLoop.h"
 #include "Common/normalize/normalize.h"
 #include "Common/reporting/log.h"
@@ -70,7 +69,7 @@ void NormalizeOperation::Execute() {
     if (info.channels > 2) {
         throw ss_sf_too_many_channels_error(args_.sound_file_in, info.channels);
     }
-    require_other_file(args_.sound_file_in, args_.sound_file_out);
+    step_errors::require_other_file<Step>(args_.sound_file_in, args_.sound_file_out);
     // Opened for writing only after the fit: a recording that cannot be leveled makes no output.
     input_.reset(new SoundSource(handle, args_.sound_file_in, info));
     grid_ = make_bin_grid<Step>(info, args_.bin_size_ms);
@@ -122,7 +121,7 @@ bool NormalizeOperation::surely_above_full_scale() const {
 double NormalizeOperation::InitializeBinArray() {
     allocate(pBin, static_cast<std::size_t>(grid_.bins), "pBin", kSource);
     return measure_bins<Step, RmsOfLouderChannel>(*input_, grid_, noise_floor_, pBin,
-                                                  progress_range::kNormalizeMeasure);
+                                                  progress_range::kNormalizeMeasure, kSource);
 }
 
 void NormalizeOperation::ApplyGains() {
@@ -148,7 +147,8 @@ void NormalizeOperation::ApplyGains() {
     };
     const bool again = above_full_scale_ > 0;  // progress does not go back for it
     stream::pump_parts(*input_, writer, holds || miss_ != Miss::kStand ? held_ramps : ramps,
-                       grid_.pace(again ? progress_range::kDone : progress_range::kNormalizeApply));
+                       grid_.pace(again ? progress_range::kDone : progress_range::kNormalizeApply),
+                       stream::kToTheEnd, {"pBinData", kSource});
     above_full_scale_ = held;
     result_.held_samples = holds ? above_full_scale_ : 0;
 }

@@ -8,8 +8,10 @@ namespace {
 
 // Of the process, like the run that they belong to.
 Failure failure;
+Defect defect;
 MessageSink sink = nullptr;
 void* sink_context = nullptr;
+int quiet = 0;  // how many ask for it
 
 /** The cause may have several lines, which are written one by one; line ends do not count. */
 bool is_part_of_cause(const std::string& text) {
@@ -34,6 +36,20 @@ void forget_failure() {
     failure = Failure();
 }
 
+void note_defect(const Defect& noted) {
+    if (defect.kind == DefectKind::kNone) {
+        defect = noted;
+    }
+}
+
+const Defect& first_defect() {
+    return defect;
+}
+
+void forget_defect() {
+    defect = Defect();
+}
+
 void say_failure(Kind kind, const std::string& text) {
     note_failure(kind, text);
     write_words(Stream::kError, text + "\n");
@@ -44,7 +60,18 @@ void set_message_sink(MessageSink new_sink, void* context) {
     sink_context = context;
 }
 
+Quiet::Quiet() {
+    ++quiet;
+}
+
+Quiet::~Quiet() {
+    --quiet;
+}
+
 void write_words(Stream stream, const std::string& text) {
+    if (quiet > 0) {
+        return;
+    }
     if (sink != nullptr) {
         sink(sink_context, {stream, is_part_of_cause(text), text});
     } else {

@@ -32,6 +32,36 @@ const Failure& first_failure();
 
 void forget_failure();
 
+/** Why a run's result may be bad although every step went on and returned success. */
+enum class DefectKind {
+    kNone,
+    kFramesMissing,  // a sound file gave fewer frames than its header promises
+    kNotFinite,      // a sample or a gain that is infinite or not a number went through
+    kOther           // a file that could not be written, a cue outside the recording
+};
+
+/**
+ * What a careful caller must know before it uses the result. Steps go on with what they have and
+ * report it here; to refuse the result is the caller's decision.
+ */
+struct Defect {
+    DefectKind kind = DefectKind::kNone;
+    std::string text;          // names the file
+    bool is_systems = false;   // the system failed: the same file may be read whole another time
+    long long promised = -1;   // frames by the header, maybe an estimate
+    long long read = -1;       // frames
+    std::string library_text;  // the sound library's own words, "" without an error of its
+};
+
+/** Keeps the first defect of a run; one of the kind kNone only until another comes. */
+void note_defect(const Defect& defect);
+
+/** The first that was noted; its kind is kNone when none was. */
+const Defect& first_defect();
+
+/** At the beginning of a run. Steps of one run share its defects. */
+void forget_defect();
+
 /** Writes text and a line end to the standard error stream, flushes, and notes it as a failure. */
 void say_failure(Kind kind, const std::string& text);
 
@@ -48,6 +78,15 @@ struct Words {
 };
 
 using MessageSink = void (*)(void* context, const Words& words);
+
+/** While it lives, words are not written; failures are still noted. */
+class Quiet {
+  public:
+    Quiet();
+    ~Quiet();
+    Quiet(const Quiet&) = delete;
+    Quiet& operator=(const Quiet&) = delete;
+};
 
 /** Takes all later words instead of the standard streams; null gives them back. */
 void set_message_sink(MessageSink sink, void* context);

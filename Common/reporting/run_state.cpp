@@ -6,10 +6,51 @@
 ProgressThunk gProgressThunk = nullptr;
 void* gProcessorPtr = nullptr;
 unsigned long gStart = 0;
-std::atomic<int> gCancelled{0};
+int gCancelled = 0;
+
+namespace {
+
+// Apart from gCancelled, which only the driver sets. A signal handler may write it.
+int requested = 0;
+
+AsksToCancel asks = nullptr;
+void* asks_context = nullptr;
+bool run_asked = false;
+
+static_assert(__atomic_always_lock_free(sizeof(int), nullptr),
+              "a signal handler must not meet a lock");
+
+}  // namespace
 
 void check_cancelled() {
-    if (gCancelled != 0) {
+    if (__atomic_load_n(&gCancelled, __ATOMIC_RELAXED) != 0 ||
+        __atomic_load_n(&requested, __ATOMIC_RELAXED) != 0) {
         throw ss_cancel_exception();
     }
+    if (asks != nullptr && asks(asks_context) != 0) {
+        run_asked = true;
+        throw ss_cancel_exception();
+    }
+}
+
+void request_cancel() {
+    __atomic_store_n(&requested, 1, __ATOMIC_RELAXED);
+}
+
+void set_cancelled(bool cancelled) {
+    __atomic_store_n(&gCancelled, cancelled ? 1 : 0, __ATOMIC_RELAXED);
+    if (!cancelled) {
+        __atomic_store_n(&requested, 0, __ATOMIC_RELAXED);
+    }
+}
+
+void ask_before_going_on(AsksToCancel new_asks, void* context) {
+    asks = new_asks;
+    asks_context = context;
+}
+
+bool take_run_asked() {
+    const bool asked = run_asked;
+    run_asked = false;
+    return asked;
 }

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <atomic>
-
 /*
  * What a run shares with its steps: set by the driver at its entry, read by every progress display
  * and every cancel check. The steps know nothing else of the run that they are part of.
@@ -15,11 +13,11 @@ extern void* gProcessorPtr;           // its context
 extern unsigned long gStart;          // processor clock at entry, with kShowDuration
 
 /**
- * Non-zero: end as soon as possible. Another thread or a signal handler may set it at any moment,
- * so it is an atomic one that needs no lock.
+ * Non-zero: this run and all later ones of the process end as soon as possible. The driver sets it
+ * when it catches a cancellation that the run did not ask for itself. Others may set it at any
+ * moment; the engine's check points read it with an atomic load.
  */
-extern std::atomic<int> gCancelled;
-static_assert(std::atomic<int>::is_always_lock_free, "a signal handler must not meet a lock");
+extern int gCancelled;
 
 constexpr bool kShowDuration = false;      // print settings and elapsed times
 constexpr bool kSkipConditioning = false;  // level the input as it is, without steps 1 to 4

@@ -8,13 +8,13 @@
 #include <boost/thread/mutex.hpp>
 #include <cstdio>
 #include <cstdlib>
+#include <new>
 #include <stdexcept>
 #include <utility>
 #include <vector>
 
 #include "Common/apply_gains/ag_common.h"
 #include "Common/audio/SoundFile.h"
-#include "Common/audio/finite.h"
 #include "Common/audio/is_constant.h"
 #include "Common/audio/sample_codec.h"
 #include "Common/audio/scratch_sounds.h"
@@ -34,6 +34,7 @@
 #include "Common/run/argv.h"
 #include "Common/run/constants.h"
 #include "Common/run/free_space.h"
+#include "Common/run/input_look.h"
 #include "Common/run/outcome_record.h"
 #include "Common/smooth_gains/smooth_gains.h"
 #include "Common/ss_util.h"
@@ -62,10 +63,16 @@ constexpr double kGateBelowLevel_db = 18.0;  // the gate's threshold stands this
 constexpr double kHighestGateThreshold_db = -40.0;
 constexpr double kQuietDelta_db = -12.0;  // bins this far below the mean take no part in step 6
 
-bool keeping_intermediates = false;
-bool hiding_intermediates = false;
-bool lowering_target = false;
-std::function<int()> open_final;
+/** What callers set for all later runs. */
+struct Settings {
+    bool keep_intermediates = false;
+    bool hide_intermediates = false;
+    bool lower_target = false;
+    std::function<int()> open_final;
+    Run::Copy copy = copy_file;
+};
+
+Settings settings;
 Intermediates last_intermediates;
 boost::mutex temporary_directory_mutex;
 
@@ -74,36 +81,8 @@ int call_step(int (*entry)(int, const char**), std::initializer_list<std::string
     return entry(arguments.argc(), arguments.argv());
 }
 
-/** For the copies that are made without a look at every sample. */
-void refuse_non_finite_samples(SoundFile& file, const SF_INFO& info) {
-    constexpr int kBlockFrames = 8192;
-    FiniteGuard guard(file.path(), info);
-    if (!guard.needed()) {
-        return;
-    }
-    std::vector<double> block(static_cast<std::size_t>(kBlockFrames) * info.channels);
-    sf_seek(file.handle().get(), 0, SEEK_SET);
-    for (long long frames = 0; (frames = file.ReadDoubleFrames(block.data(), kBlockFrames)) > 0;) {
-        guard.check(block.data(), frames * info.channels);
-    }
-}
-
-/** Whether the first frame is all zero: a constant recording is then silent. */
-bool begins_with_zero(SoundFile& file, const SF_INFO& info) {
-    std::vector<double> frame(static_cast<std::size_t>(info.channels));
-    sf_seek(file.handle().get(), 0, SEEK_SET);
-    file.ReadDoubleFrames(frame.data(), 1);
-    return std::all_of(frame.begin(), frame.end(), [](double sample) { return sample == 0.0; });
-}
-
-/** Refuses, before any work, a format that the library reads but does not write. */
-void require_writable_format(const std::string& path, SF_INFO info, int bit_depth) {
-    if (bit_depth != 0) {
-        info.format = normalize::output_format(info.format, bit_depth);
-    }
-    if (info.channels <= 2 && sf_format_check(&info) == SF_FALSE) {
-        throw std::runtime_error(path + ": cannot write the format " + format_name(info.format));
-    }
+bool hides_intermediates() {
+    return settings.hide_intermediates && !settings.keep_intermediates;
 }
 
 /** What the names of the intermediate files begin with; input_stem serves where there is no "/". */
@@ -144,19 +123,23 @@ struct Run::EndOfRun {
 };
 
 void Run::keep_intermediates(bool keep) {
-    keeping_intermediates = keep;
+    settings.keep_intermediates = keep;
 }
 
 void Run::hide_intermediates(bool hide) {
-    hiding_intermediates = hide;
+    settings.hide_intermediates = hide;
 }
 
 void Run::write_final_into(std::function<int()> open) {
-    open_final = std::move(open);
+    settings.open_final = std::move(open);
+}
+
+void Run::copy_by(Copy copy) {
+    settings.copy = copy ? std::move(copy) : Copy(copy_file);
 }
 
 void Run::lower_target(bool lower) {
-    lowering_target = lower;
+    settings.lower_target = lower;
 }
 
 Run::~Run() {
@@ -188,7 +171,6 @@ int Run::go() {
         smooth_gain_curve();
         apply_gain_curve();
         normalize_and_deliver();
-        record.succeed(kLevelLeveled);
         return kSuccess;
     } catch (const EndOfRun& end) {
         if (end.result == kFailure) {
@@ -223,11 +205,12 @@ void Run::look_at_input() {
 
     const double duration_s = static_cast<double>(info_.frames) / info_.samplerate;
     if (duration_s < kShortestInput_s) {
-        refuse_non_finite_samples(input, info_);
+        note_odd_samples(input, info_, info_.frames);
         copy_input(kLevelCopiedTooShort, "shorter than 0.05 s");
     }
     if (is_constant(input, info_)) {
-        refuse_non_finite_samples(input, info_);
+        note_frames_missing(input, info_);
+        note_odd_samples(input, info_, 1);  // all others are the same
         copy_input(kLevelCopiedConstant,
                    begins_with_zero(input, info_) ? "silent" : "every sample is the same");
     }
@@ -235,7 +218,7 @@ void Run::look_at_input() {
         if (normalize_into(args_.input_file, args_.output_file) != 0) {
             fail(229, "error in normalization step");
         }
-        OutcomeRecord::instance().succeed(kLevelLeveled);
+        succeed(kLevelLeveled);
         throw EndOfRun{kSuccess};
     }
     require_writable_format(args_.input_file, info_, args_.bit_depth);
@@ -249,7 +232,7 @@ void Run::prepare_intermediates() {
     }
     const std::string base = temporary_base(args_.input_file.substr(0, dot));
     intermediates_ = Intermediates(base, args_.input_file.substr(dot));
-    require_free_space(args_.input_file, base);
+    require_free_space(args_.input_file);
     intermediates_.require_apart(args_.input_file, args_.output_file);
 }
 
@@ -314,17 +297,15 @@ void Run::reduce_peaks() {
                    options::peak__attack, "--release", options::peak__release, "--noise-floor",
                    options::peak__noise_floor, "--bin-size", options::peak__bin_size, "--verbosity",
                    options::peak__verbosity, gated, without_peaks});
-    // A file that cannot be read or written says nothing about the recording: that is a failure.
-    require_step(446, result == 0 || reporting::first_failure().kind != reporting::Kind::kSystem);
     if (result != 0) {
+        check_cancelled();
         log_msg(kSource, 446,
                 "Step 3 did not complete successfully, will copy input to output and bail");
-        copy_input(kLevelCopiedQuiet,
-                   reporting::first_failure().kind == reporting::Kind::kNothingToLevel
-                       ? "nothing in it is louder than the noise floor of " +
-                             options::peak__noise_floor + " dB"
-                       : "its loud peaks could not be reduced: " +
-                             intermediates_.without_paths(reporting::first_failure().text));
+        if (reporting::first_failure().kind == reporting::Kind::kNothingToLevel) {
+            copy_input(kLevelCopiedQuiet, "nothing in it is louder than the noise floor of " +
+                                              options::peak__noise_floor + " dB");
+        }
+        copy_input_after_failure();
     }
     done_with({gated});
 }
@@ -411,7 +392,11 @@ void Run::normalize_and_deliver() {
     require_step(707, normalize_into(leveled, final_file) == 0);
     done_with({leveled});
     require_step(724, ScratchSounds::instance().has(final_file) || fs::exists(final_file));
+    succeed(kLevelLeveled);  // the platform may ask what it gets
     moveFinalFile(final_file.c_str(), args_.output_file.c_str());
+    if (kShowDuration) {
+        ShowDuration(gStart);
+    }
 }
 
 /**
@@ -422,8 +407,8 @@ int Run::lend_final_file(const std::string& final_file) {
     const int format = args_.bit_depth == 0
                            ? info_.format
                            : normalize::output_format(info_.format, args_.bit_depth);
-    const bool wanted = hiding_intermediates && !keeping_intermediates && open_final;
-    const int lent = wanted && SampleCodec::is_plain_in(format) ? open_final() : -1;
+    const bool wanted = hides_intermediates() && settings.open_final;
+    const int lent = wanted && SampleCodec::is_plain_in(format) ? settings.open_final() : -1;
     if (!ScratchSounds::instance().hold_in(final_file, lent)) {
         return -1;
     }
@@ -439,7 +424,7 @@ int Run::normalize_into(const std::string& from, const std::string& to) {
     normalize::FitResult fit;
     const int result = normalize::run_normalize(
         words.argc(), words.argv(), fit,
-        lowering_target ? normalize::Miss::kLowerTarget : normalize::Miss::kStand);
+        settings.lower_target ? normalize::Miss::kLowerTarget : normalize::Miss::kStand);
     if (result == 0) {
         LevelFindings& found = findings();
         found.normalize_level_db = fit.level_db;
@@ -468,9 +453,12 @@ std::string Run::add_output(Intermediate output) {
     std::string file = path(output);
     temp_files_.add(file);
     remove_old(file);
-    if (hiding_intermediates && !keeping_intermediates && Intermediates::is_audio(output)) {
-        ScratchSounds::instance().hold(file, intermediates_.base());
-        measure_as_written(output);
+    if (hides_intermediates() && Intermediates::is_audio(output)) {
+        try {
+            ScratchSounds::instance().hold(file, intermediates_.base());
+            measure_as_written(output);
+        } catch (const std::bad_alloc&) {  // NOLINT(bugprone-empty-catch): works without both
+        }
     }
     return file;
 }
@@ -498,7 +486,7 @@ void Run::done_with(std::initializer_list<std::string> paths) {
     for (const std::string& file : paths) {
         temp_files_.markForDeletion(file);
     }
-    if (!keeping_intermediates) {
+    if (!settings.keep_intermediates) {
         temp_files_.deleteMarked();
         for (const std::string& file : paths) {
             ScratchSounds::instance().let_go(file);
@@ -522,14 +510,27 @@ void Run::fail(int mark, const std::string& message) {
     throw EndOfRun{kFailure};
 }
 
-/** Ends the run with the input as the output. The copy may fail too. */
+/** Ends the run with the input as the output. */
 void Run::copy_input(LevelOutcomeKind kind, const std::string& reason) {
     CProgress(progress_range::kDone.low, progress_range::kDone.high).show(1.0);
+    succeed(kind, reason);
+    make_copy();
+}
+
+void Run::copy_input_after_failure() {
+    CProgress(progress_range::kDone.low, progress_range::kDone.high).show(1.0);
+    OutcomeRecord::instance().copy_after_failure(step_, intermediates_);
+    make_copy();
+}
+
+/** The copy may fail, too: then that is what came of the run. */
+void Run::make_copy() {
     reporting::forget_failure();
     step_ = 0;
-    if (copy_file(args_.input_file, args_.output_file) != 0) {
-        throw EndOfRun{kFailure};
-    }
+    throw EndOfRun{settings.copy(args_.input_file, args_.output_file) == 0 ? kSuccess : kFailure};
+}
+
+void Run::succeed(LevelOutcomeKind kind, const std::string& reason) {
     OutcomeRecord::instance().succeed(kind, reason);
-    throw EndOfRun{kSuccess};
+    OutcomeRecord::instance().report_defect(intermediates_);
 }

@@ -19,10 +19,10 @@ enum Result { kSuccess = 0, kFailure = 1, kCancelled = 3 };
  * One run over one file: looks at the input, lets the ten steps work in their order, each on the
  * file that the one before wrote, and hands the last file to the platform.
  *
- * Three inputs are copied instead: shorter than 0.05 s, constant, and one in which the loud-peak
- * step finds nothing above its noise floor. A step that fails ends the run, and then the
- * intermediate files stay; otherwise each is removed when no later step reads it. What came of the
- * run is told to the OutcomeRecord.
+ * Three inputs are copied instead: shorter than 0.05 s, constant, and one on which the loud-peak
+ * step fails, usually since nothing is above its noise floor. Any other step that fails ends the
+ * run, and then the intermediate files stay; otherwise each is removed when no later step reads it.
+ * The result, and what a caller may not want to accept of it, goes to the OutcomeRecord.
  */
 class Run {
   public:
@@ -46,6 +46,10 @@ class Run {
 
     /** What levelSetFinalFile sets: the descriptor for the finished audio, or -1. */
     static void write_final_into(std::function<int()> open);
+
+    /** What levelSetCopy sets: copies an input to the output and returns 0, or 1. */
+    using Copy = std::function<int(const std::string& from, const std::string& to)>;
+    static void copy_by(Copy copy);
 
     /** With true, all later runs lower a target level that the recording has no room for. */
     static void lower_target(bool lower);
@@ -76,6 +80,9 @@ class Run {
     void require_step(int mark, bool success);
     [[noreturn]] static void fail(int mark, const std::string& message);
     [[noreturn]] void copy_input(LevelOutcomeKind kind, const std::string& reason);
+    [[noreturn]] void copy_input_after_failure();
+    [[noreturn]] void make_copy();
+    void succeed(LevelOutcomeKind kind, const std::string& reason = "");
 
     std::string path(Intermediate file) const { return intermediates_.path(file); }
 

@@ -3,8 +3,7 @@
 #include <string>
 
 /**
- * Throws std::runtime_error unless there is room for the intermediate files of an input: three
- * times its size, both on the volume of "/" and on the one of the temporary directory (base: a path
- * in it). Of a directory that cannot be asked the first step will tell.
+ * Throws std::runtime_error unless the volume of "/" has room for the intermediate files of an
+ * input: three times its size. Callers that know more of the temporary directory look there, too.
  */
-void require_free_space(const std::string& input, const std::string& base);
+void require_free_space(const std::string& input);

@@ -36,6 +36,7 @@ OutcomeRecord& OutcomeRecord::instance() {
 
 void OutcomeRecord::begin_run() {
     reporting::forget_failure();
+    reporting::forget_defect();
     forget_findings();
     passages_ = {};
     gain_runs_ = {};
@@ -50,13 +51,51 @@ void OutcomeRecord::begin_run() {
  * making for somebody (a decoded copy) puts the name that the user knows before it.
  */
 void OutcomeRecord::set(LevelOutcomeKind kind, const std::string& text) {
-    const std::string prefix = input_ + ": ";
-    const bool begins_with_input = !input_.empty() && text.compare(0, prefix.size(), prefix) == 0;
     const bool names_input = !input_.empty() && text.find(input_) != std::string::npos;
-    reason_ =
-        replace_all(begins_with_input ? text.substr(prefix.size()) : text, input_, "the recording");
-    cause_ = names_input || input_.empty() || text.empty() ? text : prefix + text;
-    outcome_ = {kind, 0, 0, 0, cause_.c_str(), reason_.c_str()};
+    reason_ = reason_of(text);
+    cause_ = names_input || input_.empty() || text.empty() ? text : input_ + ": " + text;
+    outcome_ = {kind, 0, 0, 0, cause_.c_str(), reason_.c_str(), kLevelNoDefect, "", 0, -1, -1, ""};
+}
+
+bool OutcomeRecord::begins_with_input(const std::string& text) const {
+    const std::string prefix = input_ + ": ";
+    return !input_.empty() && text.compare(0, prefix.size(), prefix) == 0;
+}
+
+std::string OutcomeRecord::reason_of(const std::string& text) const {
+    const std::size_t prefix = begins_with_input(text) ? input_.size() + 2 : 0;
+    return replace_all(text.substr(prefix), input_, "the recording");
+}
+
+/** The input itself may have an intermediate file's name, which then stays in front. */
+std::string OutcomeRecord::without_paths(const std::string& text,
+                                         const Intermediates& intermediates) const {
+    const std::size_t prefix = begins_with_input(text) ? input_.size() + 2 : 0;
+    return text.substr(0, prefix) + intermediates.without_paths(text.substr(prefix));
+}
+
+void OutcomeRecord::report_defect(const Intermediates& intermediates) {
+    const reporting::Defect& defect = reporting::first_defect();
+    outcome_.frames_promised = defect.promised;
+    outcome_.frames_read = defect.read;
+    switch (defect.kind) {
+        case reporting::DefectKind::kNone:
+            return;
+        case reporting::DefectKind::kFramesMissing:
+            outcome_.defect = kLevelFramesMissing;
+            break;
+        case reporting::DefectKind::kNotFinite:
+            outcome_.defect = kLevelNotFinite;
+            break;
+        case reporting::DefectKind::kOther:
+            outcome_.defect = kLevelOtherDefect;
+            break;
+    }
+    defect_reason_ = reason_of(without_paths(joined_lines(defect.text), intermediates));
+    library_text_ = joined_lines(defect.library_text);
+    outcome_.defect_reason = defect_reason_.c_str();
+    outcome_.defect_by_system = defect.is_systems ? 1 : 0;
+    outcome_.library_text = library_text_.c_str();
 }
 
 void OutcomeRecord::succeed(LevelOutcomeKind kind, const std::string& reason) {
@@ -79,15 +118,22 @@ void OutcomeRecord::fail(int step, const Intermediates& intermediates) {
         text = step > 0 ? "step " + std::to_string(step) + " failed and did not say why"
                         : "the engine failed and did not say why";
     }
-    // The input itself may have an intermediate file's name.
-    const std::string prefix = input_ + ": ";
-    const bool begins_with_input = text.compare(0, prefix.size(), prefix) == 0;
-    set(kLevelFailed, begins_with_input
-                          ? prefix + intermediates.without_paths(text.substr(prefix.size()))
-                          : intermediates.without_paths(text));
+    // A step that fails on what an earlier one could not read whole has the earlier cause, too.
+    const reporting::Defect& defect = reporting::first_defect();
+    if (defect.kind != reporting::DefectKind::kNone &&
+        text.find(joined_lines(defect.text)) == std::string::npos) {
+        text = joined_lines(defect.text) + "; then: " + text;
+    }
+    set(kLevelFailed, without_paths(text, intermediates));
     outcome_.failed_step = step;
-    outcome_.system_failure = failure.kind == reporting::Kind::kSystem ? 1 : 0;
+    outcome_.system_failure = failure.kind == reporting::Kind::kSystem || defect.is_systems ? 1 : 0;
     outcome_.output_failure = intermediates.tells_of_lent_final(text) ? 1 : 0;
+    report_defect(intermediates);
+}
+
+void OutcomeRecord::copy_after_failure(int step, const Intermediates& intermediates) {
+    fail(step, intermediates);
+    outcome_.kind = kLevelCopiedStepFailed;
 }
 
 void OutcomeRecord::collect_passages(const std::string& cues,

@@ -24,6 +24,9 @@ class OutcomeRecord {
     /** The run was a success of this kind; reason says why an input was copied. */
     void succeed(LevelOutcomeKind kind, const std::string& reason = "");
 
+    /** A step's failure for which the input is copied; the cause is the failure noted first. */
+    void copy_after_failure(int step, const Intermediates& intermediates);
+
     void cancel();
 
     /** The command line was wrong, as the failure says that was noted first. */
@@ -51,13 +54,21 @@ class OutcomeRecord {
     /** What was found, or null when nobody asked for it. */
     const LevelFindings* findings();
 
+    /** Adds the first defect that was noted; words replace the intermediate files' paths. */
+    void report_defect(const Intermediates& intermediates);
+
   private:
     void set(LevelOutcomeKind kind, const std::string& text);
+    bool begins_with_input(const std::string& text) const;
+    std::string reason_of(const std::string& text) const;
+    std::string without_paths(const std::string& text, const Intermediates& intermediates) const;
 
-    LevelOutcome outcome_{kLevelNotRun, 0, 0, 0, "", ""};
+    LevelOutcome outcome_{kLevelNotRun, 0, 0, 0, "", "", kLevelNoDefect, "", 0, -1, -1, ""};
     std::string input_;
     std::string cause_;
     std::string reason_;
+    std::string defect_reason_;
+    std::string library_text_;
     bool collecting_ = false;
     std::vector<LevelPassage> passages_;
 

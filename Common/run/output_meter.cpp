@@ -1,6 +1,7 @@
 #include "Common/run/output_meter.h"
 
 #include <cmath>
+#include <new>
 #include <utility>
 
 #include "Common/audio/power_and_peak.h"
@@ -36,8 +37,13 @@ class OutputMeter::Rider : public stream::Receiver {
 
 void OutputMeter::ride_to(const std::string& path, int channels, int descriptor) {
     channels_ = channels;
-    measured_ = std::make_shared<Measured>();
-    stream::Riders::instance().seat(path, std::make_unique<Rider>(measured_, channels, descriptor));
+    try {
+        measured_ = std::make_shared<Measured>();
+        stream::Riders::instance().seat(path,
+                                        std::make_unique<Rider>(measured_, channels, descriptor));
+    } catch (const std::bad_alloc&) {
+        measured_.reset();  // not measured, then
+    }
 }
 
 void OutputMeter::tell(LevelFindings& found) const {

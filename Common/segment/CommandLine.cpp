@@ -11,7 +11,7 @@ constexpr const char* kSource = "Common/segment/CommandLine";
 }
 
 int CCLArgs::GetArgs(int argc, const char** argv) {
-    StepOptions parser("segment", options_file, StepOptions::kMayBeMissing);
+    StepOptions parser("segment", options_file, StepOptions::kMayFailToOpen);
     parser.option("max-breakpoints,m", max_breakpoints, "maximum number of breakpoints (0=no max)")
         .option("min-segment-length,s", min_segment_length, "minimum segment length")
         .option("chunk-size,k", chunk_size, "chunk size for processing in pieces (0=no chunking)")

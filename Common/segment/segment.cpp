@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <istream>
 #include <limits>
+#include <locale>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -193,6 +194,7 @@ int Chunks::write_fit(const CCostCalculatorSD& calculator, std::uint16_t start, 
     // The text is the same for all values of the segment.
     std::ostringstream line;
     line.copyfmt(fit_);
+    line.imbue(std::locale::classic());
     line << calculator.GetFitValue(start, end) << "\n";
     const std::string text = line.str();
     for (int i = start; i <= end; ++i) {
@@ -235,6 +237,7 @@ int segment_tmain(int argc,
         return parsed;
     }
     std::istringstream values(input);
+    values.imbue(std::locale::classic());
     if (!fFit.good()) {
         return log_failure(kSource, __LINE__, "Error opening fFit for output");
     }

@@ -103,8 +103,10 @@ int smooth_file(const Args& args) {
         return log_failure(kSource, __LINE__, "error: no gains in " + args.input_file);
     }
     if (!std::all_of(gains.begin(), gains.end(), [](double g) { return std::isfinite(g); })) {
-        return log_failure(kSource, __LINE__,
-                           "error: a gain in " + args.input_file + " is not a finite number");
+        reporting::Defect defect;
+        defect.kind = reporting::DefectKind::kNotFinite;
+        defect.text = "a gain in " + args.input_file + " is not a finite number";
+        reporting::note_defect(defect);
     }
     require_other_file(args.input_file, args.output_file);
     // The counts of the passes are 32 bits wide: 2^32 bins of 50 ms are seven years.
@@ -176,8 +178,6 @@ int _tmain(int argc, const char** argv) {
     try {
         Args args;
         return parse(argc, argv, args) != 0 ? 1 : smooth_file(args);
-    } catch (const std::bad_alloc&) {
-        throw;
     } catch (const std::exception& failure) {
         return log_failure(kSource, __LINE__, std::string("error: ") + failure.what());
     } catch (...) {

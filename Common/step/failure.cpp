@@ -21,6 +21,15 @@ reporting::Kind kind_of(const std::exception& failure) {
     return is_systems ? reporting::Kind::kSystem : reporting::Kind::kOther;
 }
 
+template <class Error>
+void note_and_write_what(const Error& failure) {
+    {
+        const reporting::Quiet quiet;
+        failure.report();
+    }
+    reporting::write_words(reporting::Stream::kError, failure.what());
+}
+
 }  // namespace
 
 void report_current_failure() {
@@ -28,13 +37,14 @@ void report_current_failure() {
         throw;
     } catch (const ss_cancel_exception&) {
         throw;
-        // Ahead of the next: an error whose base is private reports itself through this one alone.
-    } catch (const self_reporting& failure) {
-        failure.report();
     } catch (const ss_error& failure) {
         failure.report();
+        // These have no handler of their own: what is written is their what(), what they would
+        // report is the cause that the outcome has.
+    } catch (const self_reporting& failure) {
+        note_and_write_what(failure);
     } catch (const printable_err& failure) {
-        failure.report();
+        note_and_write_what(failure);
     } catch (std::exception& failure) {
         const std::string text = text_of_option_error(failure);
         // What is printed stays the exception's own text; the cause is put into words for people.

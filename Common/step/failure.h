@@ -1,8 +1,10 @@
 #pragma once
 
 /**
- * Inside a handler, writes the message of the exception that is being handled: an engine error
- * reports itself, any other std::exception's text goes to the standard error stream. What is no
+ * Inside a handler, notes the failure that is being handled and writes a message: an ss_error
+ * reports itself, of any other std::exception the what() goes to the standard error stream, without
+ * a line end. Errors outside the ss_error family say little there; reporting::first_failure has
+ * their cause. What is no
  * std::exception, and a cancellation, is thrown again.
  */
 void report_current_failure();

@@ -3,6 +3,7 @@
 #include <string>
 
 #include "Common/audio/sound_handle.h"
+#include "Common/files/same_file.h"
 #include "Common/reporting/log.h"
 #include "Common/ss_util.h"
 
@@ -12,6 +13,10 @@
  *
  *     struct Step : step_errors::ToStandardError { static constexpr const char* kName = "gate"; };
  *     using ss_sf_open_error = step_errors::sf_open_error<Step>;
+ *
+ * The names are aliases, which cannot be declared ahead: include the step's header. Classes of the
+ * step's own would not do, since what the steps share (bins, loops, writers) throws these
+ * templates, and a handler for the step's name must take that very type.
  *
  * A Step has kName and, from one of the two bases below, where its messages go.
  */
@@ -155,12 +160,13 @@ class sf_seek_error : public sf_io_error<Step> {
 template <class Step>
 class sf_write_error : private sf_io_error<Step>, public self_reporting {
   public:
-    /** reason: the library's, asked for while the file is still open. */
-    sf_write_error(const std::string& file,
-                   long long expected,
-                   long long written,
-                   const std::string& reason)
-        : sf_io_error<Step>(file), expected_(expected), written_(written), reason_(reason) {}
+    /** expected, written: samples. The library's reason is the one kept last, see sound_handle.h.
+     */
+    sf_write_error(const std::string& file, long long expected, long long written)
+        : sf_io_error<Step>(file),
+          expected_(expected),
+          written_(written),
+          reason_(sound_write_reason().empty() ? sf_strerror(nullptr) : sound_write_reason()) {}
 
     void report() const override {
         say_file_failure<Step>(__LINE__, "Error writing to " + this->file_ +
@@ -211,5 +217,26 @@ class sf_input_silent_error : public sf_format_error<Step> {
         say<Step>(51, this->file_ + " is silent");
     }
 };
+
+/** The output is the input. Found before the output is opened, which would empty it. */
+template <class Step>
+class same_file_error : public file_error<Step> {
+  public:
+    using file_error<Step>::file_error;
+
+    void report() const override {
+        const std::string text = overwritten_input_text(this->file_);
+        reporting::note_failure(reporting::Kind::kOther, text);
+        say<Step>(__LINE__, text);
+    }
+};
+
+/** To be called before the output is opened. Throws same_file_error. */
+template <class Step>
+void require_other_file(const std::string& input, const std::string& output) {
+    if (is_same_file(input, output)) {
+        throw same_file_error<Step>(output);
+    }
+}
 
 }  // namespace step_errors

@@ -1,8 +1,11 @@
 #include "Common/step/step_options.h"
 
-#include <boost/filesystem.hpp>
+#include <algorithm>
+#include <boost/lexical_cast.hpp>
 #include <exception>
 #include <fstream>
+#include <locale>
+#include <vector>
 
 #include "Common/reporting/failure.h"
 #include "Common/step/option_errors.h"
@@ -37,6 +40,53 @@ StepOptions::StepOptions(const std::string& caption, const std::string& help_tex
     visible_.add_options()("help,h", help_text.c_str());
 }
 
+namespace {
+
+/** A number whose text has a decimal point, whatever the C++ library's global locale has. */
+struct Decimal {
+    double value;
+};
+
+/** As the option library converts a double, which takes that locale's decimal point. */
+double to_double(std::string text) {
+    const char point = std::use_facet<std::numpunct<char>>(std::locale()).decimal_point();
+    if (point != '.') {
+        if (text.find(point) != std::string::npos) {
+            throw boost::bad_lexical_cast();
+        }
+        std::replace(text.begin(), text.end(), '.', point);
+    }
+    return boost::lexical_cast<double>(text);
+}
+
+/** The option library finds this by its name. */
+void validate(boost::any& value, const std::vector<std::string>& words, Decimal* /*type*/, int) {
+    po::validators::check_first_occurrence(value);
+    const std::string& text = po::validators::get_single_string(words);
+    try {
+        value = Decimal{to_double(text)};
+    } catch (const boost::bad_lexical_cast&) {
+        throw po::invalid_option_value(text);
+    }
+}
+
+po::typed_value<Decimal>* decimal_value(double& field) {
+    return po::value<Decimal>()->notifier([&field](const Decimal& given) { field = given.value; });
+}
+
+}  // namespace
+
+StepOptions& StepOptions::option(const char* names, double& field, const char* help) {
+    visible_.add_options()(names, decimal_value(field)->default_value(Decimal{field}, shown(field)),
+                           help);
+    return *this;
+}
+
+StepOptions& StepOptions::optional(const char* names, double& field, const char* help) {
+    visible_.add_options()(names, decimal_value(field), help);
+    return *this;
+}
+
 StepOptions& StepOptions::positional(const char* name, std::string& field, const char* help) {
     hidden_.add_options()(name, po::value<std::string>(&field), help);
     return also_positional(name);
@@ -66,8 +116,9 @@ ParseResult StepOptions::parse(int argc, const char* const* argv) {
 ParseResult StepOptions::parse_or_failure(int argc, const char* const* argv) {
     try {
         return parse_throwing(argc, argv);
-    } catch (const std::bad_alloc&) {
-        throw;  // nothing is wrong with the options
+    } catch (const std::bad_alloc& failure) {
+        reporting::note_failure(reporting::Kind::kSystem, "there is not enough memory");
+        return {ParseResult::kFailed, failure_prefix_ + failure.what()};
     } catch (std::exception& failure) {
         return {ParseResult::kFailed, failure_prefix_ + text_of_option_error(failure)};
     } catch (...) {
@@ -89,11 +140,9 @@ ParseResult StepOptions::parse_throwing(int argc, const char* const* argv) {
     if (options_file_rule_ != kNone && values_.count("options-file") != 0) {
         const std::string path = values_["options-file"].as<std::string>();
         std::ifstream file;
-        boost::system::error_code ignored;
         if (open_options_file(path, file)) {
             po::store(po::parse_config_file(file, all), values_);
-            // One that may be missing must still be readable where it is there.
-        } else if (options_file_rule_ == kMustOpen || boost::filesystem::exists(path, ignored)) {
+        } else if (options_file_rule_ == kMustOpen) {
             return {ParseResult::kUnreadableOptionsFile, "error opening " + path};
         }
     }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <boost/program_options.hpp>
+#include <locale>
 #include <sstream>
 #include <string>
 
@@ -28,7 +29,7 @@ struct ParseResult {
 class StepOptions {
   public:
     /** What is made of the option's file: with kNone there is no such option. */
-    enum OptionsFile { kMustOpen, kMayBeMissing, kNone };
+    enum OptionsFile { kMustOpen, kMayFailToOpen, kNone };
 
     /** caption: above the group in the help. options_file receives the path that was given. */
     StepOptions(const std::string& caption,
@@ -41,13 +42,13 @@ class StepOptions {
     /** names: "long" or "long,l". help: one line. The field must live until the last parse. */
     template <class T>
     StepOptions& option(const char* names, T& field, const char* help) {
-        std::ostringstream shown;
-        shown << field;
         visible_.add_options()(
-            names, boost::program_options::value<T>(&field)->default_value(field, shown.str()),
+            names, boost::program_options::value<T>(&field)->default_value(field, shown(field)),
             help);
         return *this;
     }
+
+    StepOptions& option(const char* names, double& field, const char* help);
 
     /** An option that leaves its field alone when it is absent, and shows no default. */
     template <class T>
@@ -55,6 +56,8 @@ class StepOptions {
         visible_.add_options()(names, boost::program_options::value<T>(&field), help);
         return *this;
     }
+
+    StepOptions& optional(const char* names, double& field, const char* help);
 
     /** A hidden option that also takes the next positional argument. */
     StepOptions& positional(const char* name, std::string& field, const char* help);
@@ -78,6 +81,14 @@ class StepOptions {
     StepOptions& failure_texts(const std::string& prefix, const std::string& unknown);
 
   private:
+    template <class T>
+    static std::string shown(const T& value) {
+        std::ostringstream text;
+        text.imbue(std::locale::classic());
+        text << value;
+        return text.str();
+    }
+
     ParseResult parse_or_failure(int argc, const char* const* argv);
     ParseResult parse_throwing(int argc, const char* const* argv);
 

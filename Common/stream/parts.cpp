@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <array>
 #include <cstddef>
+#include <memory>
+#include <new>
 #include <vector>
 
 #include "Common/audio/finite.h"
@@ -44,7 +46,16 @@ class Encoder : public Receiver {
 class TwoAtATime {
   public:
     TwoAtATime(SoundSource& source, SoundWriter& writer, const Part& part, long long block_frames)
-        : source_(source), writer_(writer), part_(part), block_frames_(block_frames) {}
+        : source_(source), writer_(writer), part_(part), block_frames_(block_frames) {
+        // All at once: nothing may fail for want of memory once the first block has been read.
+        for (Block& block : ring_) {
+            block.in.resize(static_cast<std::size_t>(block_frames * source.frame_bytes()));
+            block.out.reserve(static_cast<std::size_t>(block_frames * writer.frame_bytes()));
+        }
+        for (std::vector<double>& samples : samples_) {
+            samples.resize(static_cast<std::size_t>(block_frames * source.info().channels));
+        }
+    }
 
     void go(Pace& pace, long long most_frames) {
         source_.announce(most_frames);
@@ -54,7 +65,6 @@ class TwoAtATime {
             }
             Block& block = ring_[static_cast<std::size_t>(begun_ % kBlocks)];
             block.first_frame = source_.position();
-            block.in.resize(static_cast<std::size_t>(block_frames_ * source_.frame_bytes()));
             block.frames = source_.read_bytes(block.in.data(), std::min(left, block_frames_));
             if (block.frames == 0) {
                 break;
@@ -89,8 +99,7 @@ class TwoAtATime {
     void make_next(std::size_t lane) {
         Block& block = ring_[static_cast<std::size_t>(
             (next_[lane]++ * kLanes + static_cast<long long>(lane)) % kBlocks)];
-        thread_local std::vector<double> samples;
-        samples.resize(static_cast<std::size_t>(block_frames_ * source_.info().channels));
+        std::vector<double>& samples = samples_[lane];
         source_.decode(block.in.data(), samples.data(), block.frames);
         FiniteGuard(source_.name(), source_.info(), block.first_frame)
             .check(samples.data(), block.frames * source_.info().channels);
@@ -104,6 +113,7 @@ class TwoAtATime {
     const Part& part_;
     const long long block_frames_;
     std::array<Block, kBlocks> ring_;
+    std::array<std::vector<double>, kLanes> samples_;  // of the block that a lane is at
     std::array<long long, kLanes> next_{};
     long long begun_ = 0;    // blocks
     long long written_ = 0;  // handed to the writer
@@ -137,17 +147,25 @@ void pump_parts(SoundSource& source,
                 SoundWriter& writer,
                 const Part& part,
                 Pace&& pace,
-                long long most_frames) {
+                long long most_frames,
+                const LoopStyle& style) {
     const long long block_frames = block_frames_for(source.info().channels, pace.unit_frames());
     const long long expected = std::min(most_frames, source.info().frames - source.position());
     if (HelperThread::is_used() && source.gives_bytes() && writer.takes_bytes() &&
         expected > kBlocks * block_frames) {
-        TwoAtATime(source, writer, part, block_frames).go(pace, most_frames);
-        pace.finish();
-    } else {
-        InTurn in_turn(source.position(), writer, part);
-        pump(source, in_turn, pace, most_frames);
+        std::unique_ptr<TwoAtATime> two;
+        try {
+            two = std::make_unique<TwoAtATime>(source, writer, part, block_frames);
+        } catch (const std::bad_alloc&) {  // NOLINT(bugprone-empty-catch): one at a time needs less
+        }
+        if (two) {
+            two->go(pace, most_frames);
+            pace.finish();
+            return;
+        }
     }
+    InTurn in_turn(source.position(), writer, part);
+    pump(source, in_turn, pace, most_frames, style);
 }
 
 }  // namespace stream

@@ -27,6 +27,7 @@ void pump_parts(SoundSource& source,
                 SoundWriter& writer,
                 const Part& part,
                 Pace&& pace,
-                long long most_frames = kToTheEnd);
+                long long most_frames = kToTheEnd,
+                const LoopStyle& style = LoopStyle());
 
 }  // namespace stream

@@ -34,12 +34,12 @@ void run(Source& source,
          Receiver& receiver,
          long long most_frames,
          long long unit_frames,
+         const LoopStyle& style,
          const Advance& advance) {
     const int channels = source.info().channels;
     const long long block_frames = block_frames_for(channels, unit_frames);
     boost::scoped_array<double> block;
-    allocate(block, static_cast<std::size_t>(block_frames * channels), "block",
-             "Common/stream/pump");
+    allocate(block, static_cast<std::size_t>(block_frames * channels), style.array, style.source);
     // Looked at here once for all steps: a single NaN would spread through every sum and filter.
     FiniteGuard guard(source.name(), source.info(), source.position());
     source.announce(most_frames);
@@ -49,7 +49,11 @@ void run(Source& source,
             break;
         }
         check_cancelled();
-        guard.check(block.get(), frames * channels);
+        if (style.not_finite == NotFinite::kRefuse) {
+            guard.check(block.get(), frames * channels);
+        } else {
+            guard.note(block.get(), frames * channels);
+        }
         receiver.take(block.get(), frames);
         advance(frames);
         left -= frames;
@@ -85,18 +89,23 @@ void Pace::finish() {
     }
 }
 
-void pump(Source& source, Receiver& receiver, Pace& pace, long long most_frames) {
-    run(source, receiver, most_frames, pace.unit_frames(),
+void pump(
+    Source& source, Receiver& receiver, Pace& pace, long long most_frames, const LoopStyle& style) {
+    run(source, receiver, most_frames, pace.unit_frames(), style,
         [&pace](long long frames) { pace.advance(frames); });
     pace.finish();
 }
 
-void pump(Source& source, Receiver& receiver, Pace&& pace, long long most_frames) {
-    pump(source, receiver, pace, most_frames);
+void pump(Source& source,
+          Receiver& receiver,
+          Pace&& pace,
+          long long most_frames,
+          const LoopStyle& style) {
+    pump(source, receiver, pace, most_frames, style);
 }
 
-void pump(Source& source, Receiver& receiver, long long most_frames) {
-    run(source, receiver, most_frames, 1, [](long long) {});
+void pump(Source& source, Receiver& receiver, long long most_frames, const LoopStyle& style) {
+    run(source, receiver, most_frames, 1, style, [](long long) {});
 }
 
 }  // namespace stream

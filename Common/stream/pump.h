@@ -53,16 +53,38 @@ long long block_frames_for(int channels, long long unit_frames);
 
 constexpr long long kToTheEnd = std::numeric_limits<long long>::max();
 
+/** What a loop does with samples that are infinite or not numbers. */
+enum class NotFinite { kRefuse, kNoteAsDefect };
+
+/** How a step wants its loop. */
+struct LoopStyle {
+    // In the message when the block cannot be allocated: array and source file.
+    const char* array = "block";
+    const char* source = "Common/stream/pump";
+    NotFinite not_finite = NotFinite::kRefuse;
+};
+
 /**
  * Reads a source from its position on, most_frames at most, hands every block to the receiver and
  * tells it the end. A block is large and holds whole units of the pace. Throws std::runtime_error
- * naming source and frame for a sample that is not finite, ss_cancel_exception, and what source and
- * receiver throw.
+ * naming source and frame for a sample that is not finite, ss_cancel_exception, ss_alloc_error, and
+ * what source and receiver throw.
  */
-void pump(Source& source, Receiver& receiver, Pace& pace, long long most_frames = kToTheEnd);
-void pump(Source& source, Receiver& receiver, Pace&& pace, long long most_frames = kToTheEnd);
+void pump(Source& source,
+          Receiver& receiver,
+          Pace& pace,
+          long long most_frames = kToTheEnd,
+          const LoopStyle& style = LoopStyle());
+void pump(Source& source,
+          Receiver& receiver,
+          Pace&& pace,
+          long long most_frames = kToTheEnd,
+          const LoopStyle& style = LoopStyle());
 
 /** The same without progress. */
-void pump(Source& source, Receiver& receiver, long long most_frames);
+void pump(Source& source,
+          Receiver& receiver,
+          long long most_frames,
+          const LoopStyle& style = LoopStyle());
 
 }  // namespace stream

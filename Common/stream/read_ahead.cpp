@@ -22,6 +22,10 @@ ReadAhead::ReadAhead(Fetch fetch, std::size_t frame_bytes, long long frames)
       pieces_(stream::kPieces),
       to_fetch_(frames),
       lane_([this] { fetch_piece(); }, stream::kPieces) {
+    // All at once: a piece that is due must not fail for want of memory.
+    for (Piece& piece : pieces_) {
+        piece.bytes.resize(static_cast<std::size_t>(piece_frames_) * frame_bytes_);
+    }
     for (int i = 0; i < stream::kPieces; ++i) {
         lane_.add();
     }
@@ -33,7 +37,6 @@ void ReadAhead::fetch_piece() {
     const long long wanted = std::min(piece_frames_, to_fetch_);
     piece.fetched = {0, ""};
     if (wanted > 0) {
-        piece.bytes.resize(static_cast<std::size_t>(piece_frames_) * frame_bytes_);
         piece.fetched = fetch_(piece.bytes.data(), wanted);
         to_fetch_ = piece.fetched.frames == wanted ? to_fetch_ - wanted : 0;
     }

@@ -31,7 +31,7 @@ class ReadAhead {
     /** Whether there is a processor for it, and work. */
     static bool is_worthwhile(std::size_t frame_bytes, long long frames);
 
-    /** frames: the most that are fetched. */
+    /** frames: the most that are fetched. Throws std::bad_alloc without room for the pieces. */
     ReadAhead(Fetch fetch, std::size_t frame_bytes, long long frames);
 
     /**

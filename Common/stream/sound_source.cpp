@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <limits>
+#include <new>
 #include <stdexcept>
 #include <utility>
 #include <vector>
@@ -21,11 +22,13 @@ namespace {
 SoundSource::SoundSource(const SoundHandle& handle,
                          const std::string& path,
                          const SF_INFO& info,
-                         Failure failure)
+                         Failure failure,
+                         FailWhen fail_when)
     : handle_(handle),
       path_(path),
       info_(info),
       failure_(std::move(failure)),
+      fail_when_(fail_when),
       codec_(SampleCodec::of(handle.get())),
       frame_bytes_(static_cast<std::size_t>(info.channels) *
                    (codec_.is_plain() ? codec_.bytes() : sizeof(double))) {}
@@ -48,7 +51,7 @@ long long SoundSource::read_ahead(long long frames, const Take& take) {
 long long SoundSource::read(double* samples, long long frames) {
     if (!ahead_ || ahead_->is_used_up()) {
         const long long count = read_now(samples, frames);
-        return pass_on(count, error());
+        return pass_on(count, problem_);
     }
     const long long count = read_ahead(frames, [&](const ReadAhead::Span& span, long long before) {
         decode(span.bytes, samples + before * info_.channels, span.frames);
@@ -59,7 +62,7 @@ long long SoundSource::read(double* samples, long long frames) {
 long long SoundSource::read_bytes(unsigned char* bytes, long long frames) {
     if (!ahead_ || ahead_->is_used_up()) {
         const long long count = fetch(bytes, frames);
-        return pass_on(count, error());
+        return pass_on(count, problem_);
     }
     const long long count = read_ahead(frames, [&](const ReadAhead::Span& span, long long before) {
         std::memcpy(bytes + static_cast<std::size_t>(before) * frame_bytes_, span.bytes,
@@ -68,45 +71,97 @@ long long SoundSource::read_bytes(unsigned char* bytes, long long frames) {
     return pass_on(count, ahead_->problem());
 }
 
-/** Counts what was read, unless there should have been more. */
+/** Counts what was read. A device that fails looks like the end of the file but for the problem. */
 long long SoundSource::pass_on(long long count, const std::string& problem) {
-    // A device that fails looks like the end of the file but for this.
-    if (!problem.empty()) {
-        if (failure_) {
-            failure_(handle_, path_);
-        }
-        fail_read(path_ + ": cannot be read from frame " + std::to_string(position_ + count) +
-                  " on: " + problem);
+    if (!problem.empty() && failure_ &&
+        (fail_when_ == FailWhen::kAnyReadHasAnError || count == 0)) {
+        failure_(handle_, path_);
     }
     position_ += count;
+    if (!failure_ && (!problem.empty() || count == 0)) {
+        note_missing_frames(problem);
+    }
     return count;
+}
+
+void SoundSource::note_missing_frames(const std::string& problem) const {
+    if (problem.empty() && position_ >= info_.frames) {
+        return;
+    }
+    const bool promises = promises_length(info_);
+    reporting::Defect defect;
+    defect.promised = info_.frames;
+    defect.read = position_;
+    if (problem.empty() && !promises) {
+        reporting::note_defect(defect);  // the counts alone: an estimate is no promise
+        return;
+    }
+    defect.kind = reporting::DefectKind::kFramesMissing;
+    defect.text = problem.empty()
+                      ? path_ + ": ends after " + std::to_string(position_) + " of " +
+                            std::to_string(info_.frames) + " frames; the file may be damaged"
+                      : path_ + ": cannot be read from frame " + std::to_string(position_) +
+                            " on: " + problem;
+    defect.is_systems = problem_is_systems_;
+    defect.library_text = problem;
+    reporting::note_defect(defect);
+    if (!problem.empty()) {
+        reporting::note_failure(reporting::Kind::kSystem, defect.text);
+    }
 }
 
 void SoundSource::announce(long long frames) {
     const long long expected = std::min(frames, info_.frames - position_);
     if (ReadAhead::is_worthwhile(frame_bytes_, expected) && (!ahead_ || ahead_->is_used_up())) {
         ahead_.reset();  // what it holds is not needed beside the next one's
-        ahead_ = std::make_unique<ReadAhead>(
-            [this](unsigned char* bytes, long long some) {
-                const long long count = fetch(bytes, some);
-                return ReadAhead::Fetched{count, error()};
-            },
-            frame_bytes_, frames);
+        try {
+            ahead_ = std::make_unique<ReadAhead>(
+                [this](unsigned char* bytes, long long some) {
+                    const long long count = fetch(bytes, some);
+                    return ReadAhead::Fetched{count, problem_};
+                },
+                frame_bytes_, frames);
+        } catch (const std::bad_alloc&) {
+            ahead_.reset();  // without its buffers every read waits for the file
+        }
     }
 }
 
-std::string SoundSource::error() const {
-    return sf_error(handle_.get()) == SF_ERR_NO_ERROR ? "" : sf_strerror(handle_.get());
+/** Keeps the first error of a fetch: the library forgets it with the next call. */
+void SoundSource::keep_error() {
+    const int error = sf_error(handle_.get());
+    if (error != SF_ERR_NO_ERROR && problem_.empty()) {
+        problem_ = sf_strerror(handle_.get());
+        problem_is_systems_ = error == SF_ERR_SYSTEM;
+    }
 }
 
 /** In one go where the samples are plain: the library would fetch them 8 KB at a time. */
 long long SoundSource::fetch(unsigned char* bytes, long long frames) {
+    problem_.clear();
+    problem_is_systems_ = false;
     if (!codec_.is_plain()) {
-        return sf_readf_double(handle_.get(), reinterpret_cast<double*>(bytes), frames);
+        return fetch_doubles(reinterpret_cast<double*>(bytes), frames);
     }
     // A file that was cut off in the middle of a frame gives the whole ones before it.
     const long long frame_bytes = static_cast<long long>(frame_bytes_);
-    return sf_read_raw(handle_.get(), bytes, frames * frame_bytes) / frame_bytes;
+    const long long count = sf_read_raw(handle_.get(), bytes, frames * frame_bytes) / frame_bytes;
+    keep_error();
+    return count;
+}
+
+/** A decoder that stumbles may go on with the next call: only a call that gives nothing ends it. */
+long long SoundSource::fetch_doubles(double* samples, long long frames) {
+    const bool goes_on = !failure_ || fail_when_ == FailWhen::kNothingWasRead;
+    long long done = 0;
+    for (bool more = true; more;) {
+        const long long count =
+            sf_readf_double(handle_.get(), samples + done * info_.channels, frames - done);
+        done += count;
+        more = goes_on && count > 0 && done < frames && sf_error(handle_.get()) != SF_ERR_NO_ERROR;
+        keep_error();
+    }
+    return done;
 }
 
 void SoundSource::decode(unsigned char* bytes, double* samples, long long frames) const {
@@ -120,7 +175,7 @@ void SoundSource::decode(unsigned char* bytes, double* samples, long long frames
 
 long long SoundSource::read_now(double* samples, long long frames) {
     if (!codec_.is_plain()) {
-        return sf_readf_double(handle_.get(), samples, frames);
+        return fetch(reinterpret_cast<unsigned char*>(samples), frames);
     }
     // Grows to the largest block that is asked for, once.
     bytes_.resize(std::max(bytes_.size(), static_cast<std::size_t>(frames) * frame_bytes_));

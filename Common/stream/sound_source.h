@@ -11,19 +11,26 @@
 #include "Common/stream/stream.h"
 
 /**
- * An open sound file as a source. The library's error is looked at after every read: a block that
- * could not be read whole is an error and never the end of a shorter recording.
+ * An open sound file as a source. The library's error is looked at after every read. Without a
+ * failure of the owner's own, a damaged file gives the frames that can be read, and what is missing
+ * is noted as a defect (reporting/failure.h).
  */
 class SoundSource : public stream::Source {
   public:
     /** Throws what a step throws for a file that cannot be read; the handle still has the cause. */
     using Failure = std::function<void(const SoundHandle& handle, const std::string& path)>;
 
-    /** Without a failure of the step's own, std::runtime_error names file, frame and cause. */
+    /** When a failure of the owner's own is thrown. */
+    enum class FailWhen {
+        kAnyReadHasAnError,  // a block that could not be read whole is not delivered
+        kNothingWasRead      // frames in front of the damage are delivered
+    };
+
     SoundSource(const SoundHandle& handle,
                 const std::string& path,
                 const SF_INFO& info,
-                Failure failure = Failure());
+                Failure failure = Failure(),
+                FailWhen fail_when = FailWhen::kAnyReadHasAnError);
 
     const std::string& name() const override { return path_; }
 
@@ -54,20 +61,26 @@ class SoundSource : public stream::Source {
 
   private:
     long long fetch(unsigned char* bytes, long long frames);
+    long long fetch_doubles(double* samples, long long frames);
     long long read_now(double* samples, long long frames);
     template <class Take>
     long long read_ahead(long long frames, const Take& take);
     long long pass_on(long long count, const std::string& problem);
-    std::string error() const;
+    void note_missing_frames(const std::string& problem) const;
+    void keep_error();
 
     SoundHandle handle_;
     std::string path_;
     SF_INFO info_;
     Failure failure_;
+    FailWhen fail_when_;
     SampleCodec codec_;
     std::size_t frame_bytes_;  // of what is fetched: as in the file, doubles where that is encoded
     std::vector<unsigned char> bytes_;
     long long position_ = 0;
+    // Of the last fetch, which may run on the helper thread.
+    std::string problem_;
+    bool problem_is_systems_ = false;
     std::unique_ptr<ReadAhead> ahead_;  // the last member: it waits before the others go
 };
 

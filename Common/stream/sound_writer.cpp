@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <cstring>
 #include <limits>
+#include <new>
 #include <string>
 #include <utility>
 
@@ -188,7 +189,11 @@ void SoundWriter::write_piece() {
         throw ShortWrite();  // no piece may follow
     }
     if (rider_) {
-        tell_rider(writing);
+        try {
+            tell_rider(writing);
+        } catch (const std::bad_alloc&) {
+            rider_.reset();  // without its end it counts for nothing; the file is what matters
+        }
     }
 }
 

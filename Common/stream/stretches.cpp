@@ -4,6 +4,8 @@
 #include <array>
 #include <cstddef>
 #include <exception>
+#include <memory>
+#include <new>
 #include <numeric>
 #include <stdexcept>
 
@@ -41,7 +43,13 @@ class Half {
           stretch_(begin),
           end_(end),
           position_(position),
-          block_frames_(block_frames_for(source.info().channels, 1)) {}
+          block_frames_(block_frames_for(source.info().channels, 1)),
+          samples_(static_cast<std::size_t>(block_frames_ * source.info().channels)) {
+        // All at once: nothing may fail for want of memory once the first block has been read.
+        for (Block& block : ring_) {
+            block.bytes.resize(static_cast<std::size_t>(block_frames_ * source.frame_bytes()));
+        }
+    }
 
     /** Reads the next block and has it taken; false at the end of the half. */
     bool read_next() {
@@ -58,7 +66,6 @@ class Half {
         Block& block = ring_[static_cast<std::size_t>(read_ % kBlocks)];
         block.receiver = stretch_->receiver;
         block.first_frame = position_;
-        block.bytes.resize(static_cast<std::size_t>(block_frames_ * source_.frame_bytes()));
         if (!source_.seek(position_)) {
             throw std::runtime_error(source_.name() + ": cannot be read from frame " +
                                      std::to_string(position_) + " on");
@@ -89,12 +96,10 @@ class Half {
     /** The lane's work. */
     void take_next() {
         Block& block = ring_[static_cast<std::size_t>(taken_++ % kBlocks)];
-        thread_local std::vector<double> samples;
-        samples.resize(static_cast<std::size_t>(block_frames_ * source_.info().channels));
-        source_.decode(block.bytes.data(), samples.data(), block.frames);
+        source_.decode(block.bytes.data(), samples_.data(), block.frames);
         FiniteGuard(source_.name(), source_.info(), block.first_frame)
-            .check(samples.data(), block.frames * source_.info().channels);
-        block.receiver->take(samples.data(), block.frames);
+            .check(samples_.data(), block.frames * source_.info().channels);
+        block.receiver->take(samples_.data(), block.frames);
     }
 
     SoundSource& source_;
@@ -103,6 +108,7 @@ class Half {
     long long read_of_stretch_ = 0;  // frames
     long long position_;
     const long long block_frames_;
+    std::vector<double> samples_;  // of the block that the lane is at
     std::array<Block, kBlocks> ring_;
     long long read_ = 0;                                   // blocks
     long long taken_ = 0;                                  // of these
@@ -155,17 +161,24 @@ void pump_stretches(SoundSource& source, const std::vector<Stretch>& stretches) 
         for (; middle != stretches.end() && 2 * before < frames; ++middle) {
             before += std::max(middle->frames, 0LL);
         }
-        Half first(source, stretches.begin(), middle, position);
-        Half second(source, middle, stretches.end(), position + before);
-        take_side_by_side(first, second);
-        for (const Stretch& stretch : stretches) {
-            stretch.receiver->end();
+        std::unique_ptr<Half> first;
+        std::unique_ptr<Half> second;
+        try {
+            first = std::make_unique<Half>(source, stretches.begin(), middle, position);
+            second = std::make_unique<Half>(source, middle, stretches.end(), position + before);
+        } catch (const std::bad_alloc&) {  // NOLINT(bugprone-empty-catch): in turn needs less
         }
-    } else {
-        source.announce(kToTheEnd);  // all together: most are short
-        for (const Stretch& stretch : stretches) {
-            pump(source, *stretch.receiver, stretch.frames);
+        if (second) {
+            take_side_by_side(*first, *second);
+            for (const Stretch& stretch : stretches) {
+                stretch.receiver->end();
+            }
+            return;
         }
+    }
+    source.announce(kToTheEnd);  // all together: most are short
+    for (const Stretch& stretch : stretches) {
+        pump(source, *stretch.receiver, stretch.frames);
     }
 }
 

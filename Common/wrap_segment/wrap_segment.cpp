@@ -2,9 +2,12 @@
 
 #include <boost/iostreams/device/null.hpp>
 #include <boost/iostreams/stream.hpp>
+#include <cerrno>
 #include <cstddef>
+#include <cstring>
 #include <fstream>
 #include <iterator>
+#include <locale>
 #include <sstream>
 #include <vector>
 
@@ -82,6 +85,7 @@ int find_breakpoints(const std::string& levels, std::vector<std::size_t>& breakp
     // Nobody here needs the fitted levels.
     boost::iostreams::stream<boost::iostreams::null_sink> fit{boost::iostreams::null_sink()};
     std::stringstream breaks;
+    breaks.imbue(std::locale::classic());
     const int result =
         segment::_tmain(static_cast<int>(std::size(argv)), argv, levels, fit, breaks);
     // Also after a failure: what was written before it is of no harm, the caller looks at the
@@ -92,11 +96,19 @@ int find_breakpoints(const std::string& levels, std::vector<std::size_t>& breakp
     return result;
 }
 
-/** Returns 0, or 1 after a message: a list that did not get to the disk whole is a failure. */
+/**
+ * Returns 0, or 1 after a message: a list that did not get to the disk whole is a failure. One that
+ * cannot be opened is not: the next step misses it.
+ */
 int write_cues(const std::string& path, const CueList& cues) {
     std::ofstream file(path);
     if (!file) {
-        return log_failure(kSource, __LINE__, "error opening cue list file " + path);
+        reporting::Defect defect;
+        defect.kind = reporting::DefectKind::kOther;
+        defect.text = "the cue list " + path + " cannot be written: " + std::strerror(errno);
+        defect.is_systems = true;
+        reporting::note_defect(defect);
+        return 0;
     }
     write_cue_list(file, cues);
     const std::string problem = close_text(file, path);
@@ -117,8 +129,14 @@ int wrap_segment(std::string rmsFile,
     if (quietDelta > 0.0) {
         return log_failure(kSource, __LINE__, "error: quiet_delta must be negative");
     }
-    require_other_file(rmsFile, cueListFile);
-    const std::vector<double> levels_db = read_series(rmsFile);
+    if (is_same_file(rmsFile, cueListFile)) {
+        return log_failure(kSource, __LINE__, overwritten_input_text(cueListFile));
+    }
+    std::string problem;
+    const std::vector<double> levels_db = read_series(rmsFile, &problem);
+    if (!problem.empty()) {
+        return log_failure(kSource, __LINE__, problem, reporting::Kind::kSystem);
+    }
     if (levels_db.empty()) {
         return log_failure(kSource, __LINE__, "error: no levels in " + rmsFile);
     }

@@ -11,7 +11,8 @@ namespace wrap_segment {
  * writes them as a cue list. label and segmentOptionsFile are not used.
  *
  * quietDelta: dB, at most 0. sampleRate: Hz. binSeconds: length of a bin.
- * Returns 0, or 1 after logging what is wrong.
+ * Returns 0, or 1 after logging what is wrong. A cue list that cannot be opened is noted as a
+ * defect and gives 0.
  */
 int wrap_segment(std::string rmsFile,
                  std::string label,

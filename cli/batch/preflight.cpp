@@ -14,6 +14,7 @@
 #include <thread>
 
 #include "cli/archive/output_claim.h"
+#include "cli/engine/temporary_room.h"
 #include "cli/storage/staged_output.h"
 #include "cli/terminal/terminal_text.h"
 #include "cli/worker/look.h"
@@ -35,8 +36,6 @@ constexpr unsigned kMostThreads = 16;  // opening waits for disks and servers, n
 // Files for one process: its start is worth some ten looks, and its death costs one file.
 constexpr std::size_t kLeastLooks = 8;
 constexpr std::size_t kMostLooks = 64;
-/** What the steps' files take at their peak, in sizes of the input. */
-constexpr std::int64_t kTemporarySizes = 4;
 
 /** What the plan knows of a file. */
 FileFacts facts_at_first(const PlannedFile& file) {
@@ -153,12 +152,13 @@ void tell_full_temporary_disk(const Settings& settings,
     const std::size_t together = std::min<std::size_t>(settings.jobs, sizes.size());
     const auto last = sizes.begin() + static_cast<std::ptrdiff_t>(together);
     std::partial_sort(sizes.begin(), last, sizes.end(), std::greater<>());
-    std::int64_t bytes = 0;
-    std::for_each(sizes.begin(), last, [&](std::int64_t size) { bytes += size * kTemporarySizes; });
+    double bytes = 0;
+    std::for_each(sizes.begin(), last,
+                  [&](std::int64_t size) { bytes += static_cast<double>(size) * kTemporarySizes; });
     std::error_code error;
     const fs::path folder = fs::temp_directory_path(error);
     const auto free = error ? 0 : fs::space(folder, error).available;
-    if (!error && free < static_cast<std::uintmax_t>(bytes)) {
+    if (!error && static_cast<double>(free) < bytes) {
         notes.push_back(fmt::format(
             "the temporary files need up to {}, but the disk with {} has {} left (TMPDIR names "
             "another folder, a smaller --jobs needs less)",

@@ -16,11 +16,14 @@
 #include <utility>
 #include <vector>
 
+#include "Common/files/copy_file.h"
 #include "Common/level.h"
 #include "cli/archive/record.h"
 #include "cli/engine/engine_words.h"
 #include "cli/engine/hooks.h"
 #include "cli/engine/output_gate.h"
+#include "cli/engine/refusal.h"
+#include "cli/engine/temporary_room.h"
 #include "cli/facts/file_error.h"
 #include "cli/metadata/length_notes.h"
 #include "cli/storage/open_files.h"
@@ -164,8 +167,18 @@ class Delivery {
         }
     }
 
+    /** Runs where the engine has an input to copy. Returns 0, or 1 when the copy failed. */
+    int copy(const std::string& from, const std::string& to) {
+        // Refused: the end of the run says why.
+        return cli::refusal_of(*levelOutcome()).empty() ? copy_file(from, to) : 0;
+    }
+
     /** Runs where the engine hands its last file over. */
     void deliver(const std::string& final_file, const std::string& output) {
+        const std::string refusal = cli::refusal_of(*levelOutcome());
+        if (!refusal.empty()) {
+            throw std::runtime_error(refusal);
+        }
         boost::system::error_code ignored;
         const bool is_copied = fs::exists(final_file, ignored) || !staged_;
         cli::length_note(input_);  // for its refusals
@@ -207,6 +220,10 @@ class Delivery {
 
 int open_final(void* delivery) {
     return static_cast<Delivery*>(delivery)->open();
+}
+
+int copy_input(void* delivery, const char* input, const char* output) {
+    return static_cast<Delivery*>(delivery)->copy(input, output);
 }
 
 int level(EngineWords& words, HeldWords& held) {
@@ -285,6 +302,14 @@ int tell(const EngineWords& words, int result, const HeldWords& held) {
                       << std::endl;
             return result;
         default:
+            if (!cli::refusal_of(outcome).empty()) {
+                std::cerr << input << ": not leveled: "
+                          << cli::printable(outcome.defect != kLevelNoDefect
+                                                ? outcome.defect_reason
+                                                : cause_of(outcome, words, held))
+                          << std::endl;
+                return kFailure;
+            }
             std::cout << input << ": copied unchanged, " << output << ": " << outcome.reason
                       << length_note(words.input) << std::endl;
             return result;
@@ -317,6 +342,15 @@ int run(std::vector<std::string> arguments) {
         delivery.deliver(final_file, output);
     });
     levelSetFinalFile(open_final, &delivery);
+    levelSetCopy(copy_input, &delivery);
+    try {
+        cli::require_temporary_room(words.input,
+                                    fs::path(held.directory).parent_path().parent_path().string());
+    } catch (const std::runtime_error& failure) {
+        std::cerr << cli::printable(words.input)
+                  << ": not leveled: " << cli::printable(failure.what()) << std::endl;
+        return kFailure;
+    }
     const int result = level(words, held);
     return tell(words, result, held);
 }

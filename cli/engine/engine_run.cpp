@@ -9,6 +9,8 @@
 #include "Common/level.h"
 #include "cli/engine/hooks.h"
 #include "cli/engine/passages.h"
+#include "cli/engine/refusal.h"
+#include "cli/engine/temporary_room.h"
 #include "cli/facts/file_error.h"
 #include "cli/storage/private_directory.h"
 
@@ -88,6 +90,7 @@ EngineResult run_engine(const EngineRun& run, const std::function<void(double)>&
             move_whole(final_file, output);
         }
     });
+    require_temporary_room(run.input, fs::path(run.scratch).parent_path().string());
     const int status = level(run, progress);
     hooks::deliver_with(nullptr);
     const LevelOutcome& outcome = *levelOutcome();
@@ -96,6 +99,10 @@ EngineResult run_engine(const EngineRun& run, const std::function<void(double)>&
             require_room(run.scratch);
         }
         throw std::runtime_error(reason_of(outcome, run));
+    }
+    const std::string refusal = refusal_of(outcome);
+    if (!refusal.empty()) {
+        throw std::runtime_error(refusal);
     }
     if (hooks::delivery() == hooks::kFailed) {
         throw std::runtime_error(hooks::delivery_failure());

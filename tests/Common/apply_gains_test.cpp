@@ -1,7 +1,9 @@
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "Common/apply_gains/ag_common.h"
 #include "Common/audio/frame_file.h"
+#include "Common/reporting/failure.h"
 #include "tests/support/fixtures.h"
 #include "tests/support/signals.h"
 
@@ -63,8 +65,14 @@ TEST_F(ApplyGains, SilenceStaysSilence) {
     EXPECT_EQ(input.samples, run(input, "1\n1\n").samples);
 }
 
+TEST_F(ApplyGains, BlocksShorterThanAFrameGiveNoAudioAndADefect) {
+    reporting::forget_defect();
+    EXPECT_EQ(0, run(signals::square(0.5, 100, 10), "1\n").frames());
+    EXPECT_THAT(reporting::first_defect().text, testing::HasSubstr("shorter than a frame"));
+    reporting::forget_defect();
+}
+
 TEST_F(ApplyGains, FailuresAreThrown) {
-    EXPECT_THROW(run(signals::square(0.5, 100, 10), "1\n"), std::runtime_error);
     EXPECT_THROW(apply_gains::ApplyGains(50, dir / "gains.txt", dir / "none", dir / "out.wav"),
                  sf_open_input_err);
     EXPECT_THROW(apply_gains::ApplyGains(50, dir / "gains.txt", dir / "in.wav", dir / "no/out.wav"),

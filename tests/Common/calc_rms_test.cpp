@@ -3,6 +3,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <limits>
+
+#include "Common/reporting/failure.h"
 #include "tests/support/signals.h"
 #include "tests/support/step_test.h"
 
@@ -52,6 +55,18 @@ TEST_F(CalcRms, TheBinLengthWrapsAt32Bits) {
     // 100000 ms * 44100 Hz = 4410000000, less 2^32 = 115032704: bins of 115032 samples.
     EXPECT_EQ("-200.000000000000\n-200.000000000000\n",
               run(signals::silence(115033), {"-s", "100000"}));
+}
+
+TEST_F(CalcRms, ASampleThatIsNoNumberIsMeasuredAsADefect) {
+    Signal input = signals::square(0.1, 150, kMillisecondRate);
+    input.samples[70] = std::numeric_limits<double>::quiet_NaN();
+    input.samples[120] = std::numeric_limits<double>::infinity();
+    reporting::forget_defect();
+    EXPECT_EQ("-20.000000000000\n           nan\n           inf\n", run(input));
+    EXPECT_EQ(0, result);
+    EXPECT_EQ(dir / "in.wav: the sample in frame 70 is not a number",
+              reporting::first_defect().text);
+    reporting::forget_defect();
 }
 
 TEST_F(CalcRms, FailuresAreSaid) {

@@ -8,6 +8,7 @@
 
 #include "Common/calculate_gains/CalcRMS.h"
 #include "Common/files/series.h"
+#include "Common/reporting/failure.h"
 #include "tests/support/signals.h"
 #include "tests/support/step_test.h"
 
@@ -142,6 +143,36 @@ TEST_F(CalculateGains, ASilentSegmentLeavesTheLastOnesWithoutGains) {
                                      testing::Pair(10, testing::DoubleNear(15.849, 1e-3))));
 }
 
+TEST_F(CalculateGains, ABufferLengthJustBelowZeroIsTruncatedToZero) {
+    const Signal input = signals::square(0.5, 500, kMillisecondRate);
+    ASSERT_EQ(0, run(input, {}, {"-b", "0"}));
+    const std::string gains_file = read_text(dir / "gains.txt");
+    ASSERT_EQ(0, run(input, {}, {"-b", "-0.0009"}));
+    EXPECT_EQ(gains_file, read_text(dir / "gains.txt"));
+}
+
+TEST_F(CalculateGains, CuesOutsideTheRecordingCountAsTheyStandWithinBounds) {
+    const Signal input = signals::square(0.5, 500, kMillisecondRate);
+
+    struct Row {
+        std::vector<long long> cues;
+        std::size_t gains;
+    };
+
+    // Both segments of the first row have gains to its cue: 20 bins, though the recording has 10.
+    // An hour of bins is the bound.
+    const Row rows[] = {
+        {{1000}, 20}, {{4000000000000000000}, 72010}, {{-4000000000000000000}, 0}, {{250, -30}, 5}};
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.cues.front());
+        reporting::forget_defect();
+        EXPECT_EQ(0, run(input, row.cues));
+        EXPECT_EQ(row.gains, read_series(dir / "gains.txt").size());
+        EXPECT_THAT(reporting::first_defect().text, testing::HasSubstr("lies outside"));
+    }
+    reporting::forget_defect();
+}
+
 TEST_F(CalculateGains, FailuresAreLogged) {
     const auto attempt = [](const std::vector<std::string>& words) {
         const CapturedOutput captured;
@@ -161,8 +192,16 @@ TEST_F(CalculateGains, FailuresAreLogged) {
     EXPECT_THAT(attempt({"calculate_gains"}), testing::HasSubstr("wave file"));
     EXPECT_EQ(1, run(input, {}, {"-s", "0"}));
     EXPECT_THAT(out, testing::HasSubstr("shorter than a frame"));
-    EXPECT_EQ(1, run(input, {}, {"-b", "-1"}));
+    EXPECT_EQ(1, run(input, {}, {"-b", "-0.001"})) << "a memory of no sample";
     EXPECT_THAT(out, testing::HasSubstr("out of range"));
+    for (const char* length : {"-1", "1e9", "1e300"}) {
+        EXPECT_EQ(1, run(input, {}, {"-b", length}));
+        EXPECT_THAT(out, testing::MatchesRegex("Error in allocating memory for pBufStart: .* "
+                                               "\\(line [0-9]+\\)\nOut of memory.\n"));
+    }
+    EXPECT_EQ(
+        1, call(calculate_gains::_tmain, {"calculate_gains", in, dir.path(), dir / "g", dir / "r"}))
+        << "a folder in place of the cue list";
 }
 
 }  // namespace

@@ -32,7 +32,7 @@ std::string handler_of(const std::function<void()>& function) {
 }
 
 TEST(StepErrors, AShortWriteOfTheGatePassesItsFamilyAndEndsAsAStdException) {
-    const auto fail = [] { throw gate::ss_sf_write_error("out.wav", 8192, 100, "full"); };
+    const auto fail = [] { throw gate::ss_sf_write_error("out.wav", 8192, 100); };
     EXPECT_EQ("second", (handler_of<gate::ss_sf_io_error, std::exception>(fail)));
     EXPECT_EQ("second", (handler_of<ss_error, std::exception>(fail)));
     EXPECT_EQ("first", (handler_of<gate::ss_sf_write_error, std::exception>(fail)));
@@ -86,14 +86,32 @@ INSTANTIATE_TEST_SUITE_P(
                    "Error reading f\nExpected more samples\nThe sound file may be corrupt\n"},
         MessageRow{"loud eof", [] { throw reduce_loud::ss_sf_unexpected_eof("f"); },
                    "Error reading f\nExpected more samples\nThe sound file may be corrupt\n", ""},
-        MessageRow{"gate write", [] { throw gate::ss_sf_write_error("f", 8, 3, "full"); }, "",
-                   "Error writing to f\nExpected to write 8, instead wrote 3\nfull\n"},
+        MessageRow{"gate write", [] { throw gate::ss_sf_write_error("f", 8, 3); }, "",
+                   "std::exception"},
+        MessageRow{"frame file", [] { throw incompatible_frames_err(); }, "", "std::exception"},
         MessageRow{"highpass channels",
                    [] { throw highpass::ss_sf_too_many_channels_error("f", 3); }, "",
                    "highpass: cannot process more than 2 channels; f has 3\n"},
         MessageRow{"peak silent", [] { throw reduce_loud_peak::ss_sf_input_silent_error("f"); }, "",
                    "f is silent\n"},
         MessageRow{"other", [] { throw std::runtime_error("what"); }, "", "what"}));
+
+TEST(StepErrors, WhatAGenericHandlerDoesNotWriteIsTheCause) {
+    const CapturedOutput captured;
+    reporting::forget_failure();
+    keep_sound_write_reason("full");
+    try {
+        throw gate::ss_sf_write_error("f", 8, 3);
+    } catch (const gate::ss_sf_write_error& error) {
+        report_current_failure();
+        EXPECT_EQ("Error writing to f\nExpected to write 8, instead wrote 3\nfull",
+                  reporting::first_failure().text);
+        error.report();
+    }
+    EXPECT_EQ("std::exceptionError writing to f\nExpected to write 8, instead wrote 3\nfull\n",
+              captured.err());
+    reporting::forget_failure();
+}
 
 TEST(StepErrors, AnOpenErrorAddsTheLibrarysReason) {
     const CapturedOutput captured;

@@ -10,11 +10,14 @@
 #include <cstdio>
 #include <filesystem>
 #include <limits>
+#include <locale>
 #include <sstream>
 #include <thread>
+#include <type_traits>
 
 #include "Common/gate/gate.h"
 #include "Common/highpass/highpass.h"
+#include "Common/reporting/run_state.h"
 #include "cli/engine/hooks.h"
 #include "tests/support/fixtures.h"
 #include "tests/support/signals.h"
@@ -60,6 +63,10 @@ class Level : public testing::Test {
             levelRequestCancel();
         }
         return 0;
+    }
+
+    static int has_progress(void* context) {
+        return static_cast<Level*>(context)->fractions.empty() ? 0 : 1;
     }
 
     TempDir temporary;
@@ -216,11 +223,6 @@ TEST_F(Level, AWrongInputFailsBeforeAnyTemporaryFile) {
     EXPECT_EQ(1, run(signals::speech(1.0), kWav16, {"--bit-depth", "8"}));
     EXPECT_EQ(in + ": cannot write the format WAV (Microsoft)/Signed 8 bit PCM", errors);
 
-    Signal broken = signals::silence(1000);
-    broken.samples[999] = std::numeric_limits<double>::infinity();
-    EXPECT_EQ(1, run(broken, kWavFloat)) << "not even copied";
-    EXPECT_EQ(in + ": the sample in frame 999 is infinite", errors);
-
     EXPECT_THAT(temporary.entries(), IsEmpty());
     EXPECT_FALSE(file_exists(out));
 }
@@ -330,16 +332,113 @@ TEST_F(Level, TheOutcomeTellsWhatHappenedAndTheFirstCause) {
     EXPECT_STREQ("Could not find the recording", levelOutcome()->reason);
 }
 
-TEST_F(Level, OnlyItsOwnReasonsMakeStep3CopyTheInput) {
+TEST_F(Level, WhateverFailsInStep3MakesItCopyTheInputAndReportTheCause) {
     std::filesystem::create_directory(temporary / "_03.wav");  // cannot be opened for writing
-    EXPECT_EQ(1, run(signals::speech(2.0, 8000)));
-    EXPECT_EQ("Step 3 did not complete successfully\n", messages);
-    EXPECT_FALSE(file_exists(out));
-    EXPECT_EQ(kLevelFailed, levelOutcome()->kind);
+    EXPECT_EQ(0, run(signals::speech(2.0, 8000)));
+    EXPECT_EQ("Step 3 did not complete successfully, will copy input to output and bail\n",
+              messages);
+    EXPECT_EQ(read_text(in), read_text(out));
+    EXPECT_EQ(kLevelCopiedStepFailed, levelOutcome()->kind);
     EXPECT_EQ(3, levelOutcome()->failed_step);
     EXPECT_EQ(1, levelOutcome()->system_failure);
     EXPECT_THAT(levelOutcome()->reason, HasSubstr("the temporary file of step 3"));
     EXPECT_THAT(levelOutcome()->cause, testing::Not(HasSubstr(temporary.path())));
+}
+
+TEST_F(Level, ADamagedInputIsLeveledAsFarAsItCanBeReadAndReported) {
+    in = dir / "in.flac";
+    out = dir / "out.flac";
+    write_sound(in, signals::speech(12.0, 16000), SF_FORMAT_FLAC | SF_FORMAT_PCM_16);
+    const std::string whole = read_text(in);
+    write_text(in, whole.substr(0, whole.size() / 2));
+    ASSERT_EQ(0, run_file());
+    const LevelOutcome& outcome = *levelOutcome();
+    EXPECT_EQ(kLevelLeveled, outcome.kind);
+    EXPECT_EQ(kLevelFramesMissing, outcome.defect);
+    EXPECT_EQ(192000, outcome.frames_promised);
+    EXPECT_EQ(sound_info(out).frames, outcome.frames_read);
+    EXPECT_GT(outcome.frames_read, 60000);
+    EXPECT_LT(outcome.frames_read, 130000);
+    EXPECT_STRNE("", outcome.library_text);
+    EXPECT_THAT(outcome.defect_reason, HasSubstr(outcome.library_text));
+    EXPECT_THAT(outcome.defect_reason, testing::StartsWith("cannot be read from frame "));
+    EXPECT_EQ(0, outcome.defect_by_system);
+
+    write_text(in, whole);
+    ASSERT_EQ(0, run_file());
+    EXPECT_EQ(kLevelNoDefect, levelOutcome()->defect) << "of the run before";
+    EXPECT_EQ(192000, sound_info(out).frames);
+}
+
+TEST_F(Level, ACopyOfSamplesThatAreNoNumbersIsReported) {
+    struct Row {
+        const char* name;
+        Signal signal;
+        LevelOutcomeKind kind;
+        const char* reason;
+    };
+
+    Signal shortest = signals::silence(1000);
+    shortest.samples[999] = std::nan("");
+    const double infinity = std::numeric_limits<double>::infinity();
+    const Row rows[] = {
+        {"short", shortest, kLevelCopiedTooShort, "the sample in frame 999 is not a number"},
+        {"constant", signals::from([&](long long) { return infinity; }, 9000), kLevelCopiedConstant,
+         "the sample in frame 0 is infinite"}};
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        EXPECT_EQ(0, run(row.signal, kWavFloat));
+        EXPECT_EQ("", messages + errors);
+        EXPECT_EQ(read_text(in), read_text(out));
+        EXPECT_EQ(row.kind, levelOutcome()->kind);
+        EXPECT_EQ(kLevelNotFinite, levelOutcome()->defect);
+        EXPECT_STREQ(row.reason, levelOutcome()->defect_reason);
+    }
+}
+
+TEST_F(Level, ACallerMayMakeTheCopyItself) {
+    struct Copied {
+        std::string words;
+        int result;
+    } copied{"", 0};
+
+    levelSetCopy(
+        [](void* context, const char* from, const char* to) {
+            auto& made = *static_cast<Copied*>(context);
+            made.words = std::string(from) + " " + to + " " + levelOutcome()->reason;
+            return made.result;
+        },
+        &copied);
+    EXPECT_EQ(0, run(signals::silence(9000)));
+    EXPECT_EQ(in + " " + out + " silent", copied.words);
+    EXPECT_FALSE(file_exists(out));
+    copied.result = 1;
+    EXPECT_EQ(1, run_file());
+    EXPECT_EQ(kLevelFailed, levelOutcome()->kind);
+    levelSetCopy(nullptr, nullptr);
+    EXPECT_EQ(0, run_file());
+    EXPECT_TRUE(file_exists(out));
+}
+
+/** A decimal comma and points between thousands. */
+class Comma : public std::numpunct<char> {
+    char do_decimal_point() const override { return ','; }
+
+    char do_thousands_sep() const override { return '.'; }
+
+    std::string do_grouping() const override { return "\3"; }
+};
+
+TEST_F(Level, TheCallersLanguageDoesNotChangeTheFile) {
+    const std::vector<std::string> options{"--segment-tolerance", "2.5", "--reduce-loud-level-diff",
+                                           "3.5"};
+    ASSERT_EQ(0, run(signals::speech(12.0, 16000), kWav16, options));
+    const std::string plain = read_text(out);
+    const std::locale before = std::locale::global(std::locale(std::locale::classic(), new Comma));
+    const int result = run_file(options);
+    std::locale::global(before);
+    EXPECT_EQ(0, result) << messages << errors;
+    EXPECT_TRUE(plain == read_text(out));
 }
 
 TEST_F(Level, FindingsAreWhatTheStepsWrote) {
@@ -447,6 +546,23 @@ TEST_F(Level, CancellingEndsTheRunAndEveryLaterOneUntilCleared) {
     }
     EXPECT_EQ(0, run_file());
     EXPECT_TRUE(file_exists(out));
+}
+
+TEST_F(Level, ARunThatItsOwnCallerCancelsLeavesTheOthersAlone) {
+    write_sound(in, signals::speech(3.0), kWav16);
+    levelAskToCancel(has_progress, this);
+    EXPECT_EQ(3, run_file());
+    EXPECT_EQ(kLevelCancelled, levelOutcome()->kind);
+    EXPECT_EQ(0, gCancelled);
+    levelAskToCancel(nullptr, nullptr);
+    EXPECT_EQ(0, run_file());
+
+    levelRequestCancel();
+    EXPECT_EQ(3, run_file());
+    EXPECT_EQ(1, gCancelled) << "a caught cancellation of all runs";
+    levelClearCancel();
+    EXPECT_EQ(0, gCancelled);
+    static_assert(std::is_same_v<decltype(gCancelled), int>);
 }
 
 TEST_F(Level, HiddenIntermediatesChangeNothingThatCanBeSeen) {
@@ -586,8 +702,8 @@ TEST_F(Level, WithoutATemporaryDirectoryTheRunFails) {
     EXPECT_EQ("There is no directory for temporary files.", errors);
     hooks::use_temporary_directory("/no/such/folder/");
     EXPECT_EQ(1, run_file());
-    EXPECT_THAT(errors, HasSubstr("/no/such/folder/_01.wav"));
-    EXPECT_THAT(errors, HasSubstr("No such file or directory"));
+    EXPECT_EQ("error opening sound file \"/no/such/folder/_01.wav\"", errors);
+    EXPECT_THAT(levelOutcome()->reason, HasSubstr("No such file or directory"));
 }
 
 }  // namespace

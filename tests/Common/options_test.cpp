@@ -1,5 +1,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cstring>
 
 #include "Common/CommandLine.h"
 #include "Common/gate/CommandLine.h"
@@ -176,6 +181,16 @@ TEST(SegmentOptions, NeedALimitOrATolerance) {
     EXPECT_THAT(captured.out(), HasSubstr("Error in command line: "));
     EXPECT_EQ(0, call(parse_segment, {"segment", "-t", "3", "-o", "/no/file"}));
     EXPECT_EQ(3.0, args.tolerance);
+    // A socket is there and cannot be opened.
+    const TempDir dir;
+    const int file = socket(AF_UNIX, SOCK_STREAM, 0);
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    std::strncpy(address.sun_path, (dir / "s").c_str(), sizeof address.sun_path - 1);
+    ASSERT_EQ(0, bind(file, reinterpret_cast<sockaddr*>(&address), sizeof address));
+    EXPECT_EQ(0, call(parse_segment, {"segment", "-t", "4", "-o", dir / "s"}));
+    EXPECT_EQ(4.0, args.tolerance);
+    close(file);
 }
 
 TEST(SegmentOptions, TheMostBreakpointsAreWhatTheChunkHasRoomFor) {

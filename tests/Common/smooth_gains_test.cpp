@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "Common/reporting/failure.h"
 #include "tests/support/step_test.h"
 
 namespace {
@@ -63,11 +64,18 @@ TEST_F(SmoothGains, ALineOfMoreThan255CharactersEndsTheSeries) {
     EXPECT_EQ("1\n", run("1\n" + longest + " \n3\n", {"-a", "1", "-b", "1"}));
 }
 
+TEST_F(SmoothGains, AGainThatIsNoFiniteNumberIsPassedOnAsADefect) {
+    reporting::forget_defect();
+    EXPECT_EQ("1\nnan\ninf\n", run("1\nnan\ninf\n", {"-a", "1", "-b", "1"}));
+    EXPECT_EQ(0, result);
+    EXPECT_EQ(reporting::DefectKind::kNotFinite, reporting::first_defect().kind);
+    EXPECT_THAT(reporting::first_defect().text, testing::HasSubstr(dir / "gains.txt"));
+    reporting::forget_defect();
+}
+
 TEST_F(SmoothGains, FailuresAreLogged) {
     run("0\n\n", {});
     EXPECT_EQ("error: no gains in " + dir / "gains.txt" + "\n", out);
-    run("1\nnan\n", {});
-    EXPECT_THAT(out, testing::HasSubstr("not a finite number"));
     run("1\n", {"-a", "0"});
     EXPECT_EQ("error: an attack must be at least 1\n", out);
     run("1\n", {"-b", "x"});

@@ -206,7 +206,7 @@ TEST_F(SoundEnds, WhatRodeAlongHasMeasuredWhatAReaderWouldMeasure) {
                                                            400, info));
 }
 
-TEST_F(SoundEnds, ABrokenBlockIsAFailureAndNoEnd) {
+TEST_F(SoundEnds, ADamagedFileGivesWhatCanBeReadAndADefect) {
     const std::string path = dir / "in.flac";
     write_sound(path, signals::speech(5.0, 16000), SF_FORMAT_FLAC | SF_FORMAT_PCM_16);
     std::string bytes = read_text(path);
@@ -216,8 +216,23 @@ TEST_F(SoundEnds, ABrokenBlockIsAFailureAndNoEnd) {
     const SoundHandle handle = open_sound_for_reading(path, info);
     SoundSource source(handle, path, info);
     Collector output;
-    EXPECT_THAT(text_of([&] { stream::pump(source, output, stream::kToTheEnd); }),
-                HasSubstr(path + ": cannot be read from frame "));
+    reporting::forget_defect();
+    stream::pump(source, output, stream::kToTheEnd);
+    const reporting::Defect defect = reporting::first_defect();
+    reporting::forget_defect();
+    EXPECT_EQ(reporting::DefectKind::kFramesMissing, defect.kind);
+    EXPECT_THAT(defect.text, HasSubstr(path + ": cannot be read from frame "));
+    EXPECT_EQ(80000, defect.promised);
+    EXPECT_LT(defect.read, 80000);
+    EXPECT_GT(output.samples.size(), 30000U) << "all in front of the damage";
+    EXPECT_LT(output.samples.size(), 80000U);
+
+    const auto fail = [](const SoundHandle&, const std::string&) {
+        throw std::runtime_error("a reader that wants all");
+    };
+    SoundSource strict(open_sound_for_reading(path, info), path, info, fail);
+    EXPECT_EQ("a reader that wants all",
+              text_of([&] { stream::pump(strict, output, stream::kToTheEnd); }));
 }
 
 TEST_F(SoundEnds, BytesBehindTheSamplesMakeTheLibraryZeroTheRest) {

@@ -3,7 +3,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <filesystem>
+
 #include "Common/CommandLine.h"
+#include "Common/reporting/failure.h"
 #include "tests/support/fixtures.h"
 
 namespace {
@@ -75,6 +78,15 @@ TEST_F(WrapSegment, TheThresholdFollowsTheMeanAmplitude) {
     EXPECT_EQ(kHeader + "44100\n", read_text(dir / "cues.clt"));
     ASSERT_EQ(0, run({{50, "0"}, {50, "-16"}}));
     EXPECT_NE(kHeader + "44100\n", read_text(dir / "cues.clt"));
+}
+
+TEST_F(WrapSegment, ACueListThatCannotBeOpenedIsADefect) {
+    std::filesystem::create_directory(dir / "cues.clt");
+    reporting::forget_defect();
+    EXPECT_EQ(0, run({{50, "-20"}}));
+    EXPECT_EQ("", messages);
+    EXPECT_THAT(reporting::first_defect().text, testing::HasSubstr(dir / "cues.clt"));
+    reporting::forget_defect();
 }
 
 TEST_F(WrapSegment, FailuresAreLoggedAndEndTheStep) {

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 
 #include "tests/support/fixtures.h"
 #include "tests/support/signals.h"
@@ -174,6 +175,51 @@ TEST_F(Program, ACutOffInputIsLeveledAsFarAsItGoesOrRefused) {
         EXPECT_EQ(1, run.status) << bytes;
         EXPECT_THAT(run.err, HasSubstr(in)) << bytes;
         EXPECT_FALSE(file_exists(dir / "none.wav")) << bytes;
+    }
+}
+
+TEST_F(Program, ARecordingThatCannotBeReadWholeIsRefusedAndTheOldOutputStays) {
+    const std::string damaged = dir / "in.flac";
+    const std::string output = dir / "out.flac";
+    write_sound(damaged, signals::speech(12.0, 16000), SF_FORMAT_FLAC | SF_FORMAT_PCM_16);
+    write_text(damaged, read_text(damaged).substr(0, 60000));
+    const std::string loud = dir / "short.wav";
+    Signal infinite = signals::silence(1000);
+    infinite.samples[999] = std::numeric_limits<double>::infinity();
+    write_sound(loud, infinite, kWavFloat);
+
+    struct Row {
+        std::string input;
+        std::string reason;
+    };
+
+    for (const Row& row : {Row{damaged, "not leveled: cannot be read from frame "},
+                           Row{loud, "not leveled: the sample in frame 999 is infinite"}}) {
+        write_text(output, "old");
+        const ProgramResult run = run_program(command(row.input, output));
+        EXPECT_EQ(1, run.status) << row.input;
+        EXPECT_THAT(run.err, HasSubstr(row.input + ": " + row.reason));
+        EXPECT_EQ("", run.out);
+        EXPECT_EQ("old", read_text(output));
+    }
+    const ProgramResult step =
+        run_program(std::string(QUORVANE_STEP) + " highpass " + damaged + " " + dir / "1.flac");
+    EXPECT_EQ(1, step.status);
+    EXPECT_THAT(step.err, HasSubstr(damaged + ": cannot be read from frame "));
+    EXPECT_GT(sound_info(dir / "1.flac").frames, 10000) << "the step went on";
+}
+
+TEST_F(Program, EveryStepShowsItsOptions) {
+    const ProgramResult list = run_program(std::string(QUORVANE_STEP));
+    EXPECT_EQ(2, list.status);
+    for (const char* step :
+         {"highpass", "gate", "reduce_loud_peak", "reduce_loud", "calc_rms", "segment",
+          "wrap_segment", "calculate_gains", "smooth_gains", "apply_gains", "normalize"}) {
+        const ProgramResult help = run_program(std::string(QUORVANE_STEP) + " " + step + " --help");
+        EXPECT_EQ(0, help.status) << step;
+        EXPECT_THAT(help.out, HasSubstr(step));
+        EXPECT_EQ("", help.err) << step;
+        EXPECT_THAT(list.err, HasSubstr(step));
     }
 }
 
