@@ -46,7 +46,7 @@ struct Desktop {
     // Set: error panels are AppKit's own, and OK is clicked once this is true, or after a minute.
     std::function<bool()> clickOK;
 
-    std::string opened;               // by the workspace, which has no viewer
+    std::string opened;  // by the workspace, which has no viewer
 };
 
 extern Desktop desktop;
