@@ -36,7 +36,7 @@ FileState state_of(const std::string& path);
  * The version of the arithmetic. It is raised whenever the samples of any output change, and every
  * recording of an archive then counts as changed.
  */
-constexpr int kArithmeticVersion = 1;
+constexpr int kArithmeticVersion = 2;
 
 /** That one output was made: from what, with what, and what came out. */
 struct DoneRecord {

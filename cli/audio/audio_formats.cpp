@@ -72,6 +72,12 @@ bool same_container(const std::string& extension, const std::string& other) {
     return (one->second & SF_FORMAT_TYPEMASK) == (two->second & SF_FORMAT_TYPEMASK);
 }
 
+bool is_packed_lossless(int format) {
+    const int coding = format & SF_FORMAT_SUBMASK;
+    return (format & SF_FORMAT_TYPEMASK) == SF_FORMAT_FLAC ||
+           (coding >= SF_FORMAT_ALAC_16 && coding <= SF_FORMAT_ALAC_32);
+}
+
 bool is_lossy(int format) {
     switch (format & SF_FORMAT_SUBMASK) {
         // Linear samples and lossless codings; FLAC's are among them by their bits.

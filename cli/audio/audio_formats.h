@@ -20,4 +20,7 @@ bool same_container(const std::string& extension, const std::string& other);
  */
 bool is_lossy(int format);
 
+/** True when samples in this libsndfile format are packed without loss, so that they can break. */
+bool is_packed_lossless(int format);
+
 }  // namespace cli

@@ -25,12 +25,14 @@
 namespace cli {
 namespace {
 
-constexpr sf_count_t kBlockFrames = 65536;
+// Small: a block with an error in it is lost as a whole.
+constexpr sf_count_t kBlockFrames = 4096;
 constexpr double kRiffLimit = 4.2e9;  // bytes; 32-bit sizes end at 2^32, the header needs some
 
 /** Every frame of one file into another, as floats. */
 Decoded copy_samples(SndfileHandle& from, SndfileHandle& to) {
     Decoded result;
+    result.sample_rate_hz = from.samplerate();
     std::vector<float> buffer(static_cast<std::size_t>(kBlockFrames) *
                               static_cast<std::size_t>(from.channels()));
     for (;;) {

@@ -3,12 +3,16 @@
 #include <cstdint>
 #include <string>
 
+#include "cli/facts/loss.h"
+
 namespace cli {
 
 /** How far a file could be decoded. */
 struct Decoded {
-    std::int64_t frames = 0;
-    std::string error;  // what ended it before the end of the file; empty when nothing did
+    std::int64_t frames = 0;  // with the silence that stands for gaps
+    std::string error;        // what ended it before the end of the file; empty when nothing did
+    Loss loss;                // as far as the decoder knows
+    int sample_rate_hz = 0;   // Opus has no rate of its own, and decoders choose
 };
 
 /**

@@ -47,6 +47,16 @@ bool is_known_length(std::int64_t frames) {
     return frames >= 0 && frames < kMostFrames;
 }
 
+bool reads_through(const std::string& path) {
+    SndfileHandle file = open_to_read(path);
+    std::vector<float> block(kBlockSamples * static_cast<std::size_t>(file.channels()));
+    std::int64_t frames = 0;
+    for (sf_count_t got = 0; (got = file.readf(block.data(), kBlockSamples)) > 0;) {
+        frames += got;
+    }
+    return file.error() == SF_ERR_NO_ERROR && frames == file.frames();
+}
+
 bool last_frame_is_there(const std::string& path) {
     SndfileHandle file = open_to_read(path);
     if (!is_known_length(file.frames())) {

@@ -24,6 +24,9 @@ Scan scan(const std::string& path);
 /** True when a number of frames from a header can be one at all. */
 bool is_known_length(std::int64_t frames);
 
+/** True when every frame that the header promises can be decoded. */
+bool reads_through(const std::string& path);
+
 /** True when the last frame that the header promises can be decoded. */
 bool last_frame_is_there(const std::string& path);
 

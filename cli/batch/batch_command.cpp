@@ -176,6 +176,7 @@ class ShownBatch : public BatchObserver {
         options.redo_changed = settings.redo_changed;
         options.keep_mtime = settings.keep_mtime;
         options.strict = settings.strict;
+        options.salvage = settings.salvage;
         options.audio_stream = settings.audio_stream;
         options.audio_codec = settings.audio_codec;
         if (!settings.destinations.empty() && !settings.analyze) {

@@ -62,6 +62,7 @@ Job look_of(const Settings& settings, const PlannedFile& file) {
     job.options.tuning = settings.tuning;
     job.options.strict = settings.strict;
     job.options.look_inside = settings.dry_run;
+    job.options.salvage = settings.salvage;
     job.options.audio_stream = settings.audio_stream;
     job.options.audio_codec = settings.audio_codec;
     return job;

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <atomic>
 #include <cstdio>
 #include <mutex>
 #include <new>
@@ -11,11 +12,13 @@ namespace {
 
 std::mutex g_log_lock;
 std::string g_last_error;
+std::atomic<std::int64_t> g_errors{0};
 
 void take_log_line(void* source, int level, const char* format, va_list values) {
     if (level > AV_LOG_ERROR) {
         return;
     }
+    ++g_errors;
     char line[512];
     int prefix = 0;
     av_log_format_line(source, level, format, values, line, sizeof line, &prefix);
@@ -74,6 +77,10 @@ int check(int code, const char* doing) {
         throw FileError(fmt::format("{}: {}", doing, reason(code)));
     }
     return code;
+}
+
+std::int64_t logged_errors() {
+    return g_errors;
 }
 
 void keep_log() {

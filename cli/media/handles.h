@@ -96,6 +96,9 @@ std::string reason(int code);
 /** Throws FileError, "doing: reason", when the code is an error. Returns the code. */
 int check(int code, const char* doing);
 
+/** How many errors the libraries have logged: some go on behind damage and only log it. */
+std::int64_t logged_errors();
+
 /**
  * Sends the libraries' errors to the standard error stream and remembers the last one for reason().
  * Warnings are dropped: most are about files that play well.

@@ -39,16 +39,34 @@ Container mp4_container(const AVFormatContext& context) {
 }
 
 Container container_of(const MediaInput& input) {
-    static const std::map<std::string, Container> containers = {
-        {"asf", {"asf", "ASF"}},        {"avi", {"avi", "AVI"}},         {"aac", {"adts", "ADTS"}},
-        {"ac3", {"ac3", "AC-3"}},       {"eac3", {"eac3", "E-AC-3"}},    {"wv", {"wv", "WavPack"}},
-        {"tta", {"tta", "True Audio"}}, {"ape", {"", "Monkey's Audio"}}, {"dsf", {"", "DSF"}}};
+    static const std::map<std::string, Container> containers = {{"asf", {"asf", "ASF"}},
+                                                                {"avi", {"avi", "AVI"}},
+                                                                {"aac", {"adts", "ADTS"}},
+                                                                {"ac3", {"ac3", "AC-3"}},
+                                                                {"eac3", {"eac3", "E-AC-3"}},
+                                                                {"wv", {"wv", "WavPack"}},
+                                                                {"tta", {"tta", "True Audio"}},
+                                                                {"ape", {"", "Monkey's Audio"}},
+                                                                {"dsf", {"", "DSF"}},
+                                                                {"wav", {"wav", "WAV"}},
+                                                                {"w64", {"w64", "Wave64"}},
+                                                                {"aiff", {"aiff", "AIFF"}},
+                                                                {"flac", {"flac", "FLAC"}},
+                                                                {"ogg", {"ogg", "Ogg"}},
+                                                                {"mp3", {"mp3", "MP3"}},
+                                                                {"caf", {"caf", "CAF"}},
+                                                                {"au", {"au", "AU"}}};
     if (input.demuxer() == "mov") {
         return mp4_container(input.context());
     }
     if (input.demuxer() == "matroska") {
         const bool webm = input.layout().doctype == "webm";
         return webm ? Container{"webm", "WebM"} : Container{"matroska", "Matroska"};
+    }
+    const AVFormatContext& context = input.context();
+    if (input.demuxer() == "mp3" && context.nb_streams > 0 &&
+        context.streams[0]->codecpar->codec_id == AV_CODEC_ID_MP2) {
+        return {"mp2", "MPEG audio, layer II"};
     }
     return containers.at(input.demuxer());
 }
@@ -170,7 +188,7 @@ const AVCodec* find_encoder(const std::string& name) {
 }  // namespace
 
 MediaFile probe_media(const std::string& path, const SoundChoice& choice) {
-    const MediaInput input(path);
+    MediaInput input(path);
     const AVFormatContext& context = input.context();
     const Container container = container_of(input);
     MediaFile file;

@@ -14,6 +14,7 @@
 
 extern "C" {
 #include <libavutil/avstring.h>
+#include <libavutil/intreadwrite.h>
 }
 
 namespace cli::media {
@@ -28,11 +29,12 @@ constexpr std::int64_t kMostBoxes = 1 << 20;
 constexpr std::size_t kMostPieceBytes = 32 << 20;
 constexpr std::size_t kPieceBytesPerByte = 50;
 
-/** Demuxers whose files hold all that they tell of. */
-constexpr const char* kContainers = "mov,matroska,asf,avi,aac,ac3,eac3,wv,tta,ape,dsf";
-
-/** Those of what libsndfile reads. */
+/** Demuxers of what libsndfile reads. */
 constexpr const char* kSoundFiles = "wav,w64,aiff,flac,ogg,mp3,caf,au,sds,nistsphere,ircam,voc";
+
+/** Demuxers whose files hold all that they refer to. */
+constexpr const char* kReadable =
+    "mov,matroska,asf,avi,aac,ac3,eac3,wv,tta,ape,dsf,wav,w64,aiff,flac,ogg,mp3,caf,au";
 
 int read_file(void* file, std::uint8_t* bytes, int count) {
     for (;;) {
@@ -141,6 +143,25 @@ bool is_media(const std::string& path) {
     }
 }
 
+bool can_serve(const std::string& path) {
+    try {
+        keep_log();
+        const FileIo io(path);
+        const AVInputFormat* format = nullptr;
+        const int score = with_memory(
+            [&] { return av_probe_input_buffer2(io.context(), &format, "", nullptr, 0, 0); });
+        if (score < 0 || !format) {
+            return false;
+        }
+        const std::string name = first_name(*format);
+        const bool is_sound_file = av_match_list(name.c_str(), kSoundFiles, ',') > 0;
+        return !is_sound_file ||
+               (score > AVPROBE_SCORE_EXTENSION && av_match_list(name.c_str(), kReadable, ',') > 0);
+    } catch (const std::system_error&) {
+        return false;
+    }
+}
+
 MediaInput::MediaInput(const std::string& path) : io_(path) {
     keep_log();
     const AVInputFormat* format = probe_format(io_);
@@ -148,7 +169,7 @@ MediaInput::MediaInput(const std::string& path) : io_(path) {
         throw FileError("cannot be read as audio: its format is not known");
     }
     demuxer_ = first_name(*format);
-    if (av_match_list(demuxer_.c_str(), kContainers, ',') <= 0) {
+    if (av_match_list(demuxer_.c_str(), kReadable, ',') <= 0) {
         throw FileError(fmt::format("its format ({}) is not supported", format->long_name));
     }
 
@@ -160,7 +181,7 @@ MediaInput::MediaInput(const std::string& path) : io_(path) {
     context->io_open = refuse_to_open;
     context->max_streams = static_cast<int>(kMostStreams);
     Options options;
-    options.set("format_whitelist", kContainers);
+    options.set("format_whitelist", kReadable);
     options.set("protocol_whitelist", "");
     options.set("enable_drefs", "0");
     options.set("use_absolute_path", "0");
@@ -181,15 +202,25 @@ MediaInput::MediaInput(const std::string& path) : io_(path) {
     }
 }
 
-bool MediaInput::read(AVPacket& packet) const {
-    const int code = with_memory([&] { return av_read_frame(context_.get(), &packet); });
-    if (code == AVERROR_EOF) {
+bool MediaInput::read(AVPacket& packet) {
+    constexpr int kMostErrors = 100;  // in a row
+    int code = 0;
+    for (int errors = 0; errors < kMostErrors; ++errors) {
+        code = with_memory([&] { return av_read_frame(context_.get(), &packet); });
+        if (code >= 0 || code == AVERROR_EOF) {
+            break;
+        }
+        // What the system reports is no damage.
+        const int error = io_.context()->error;
+        check(error == AVERROR_EOF ? 0 : error, "it cannot be read");
+        ++read_errors_;
+    }
+    if (code < 0) {
         // Some demuxers take a failed read for the end.
         const int error = io_.context()->error;
         check(error == AVERROR_EOF ? 0 : error, "it cannot be read");
         return false;
     }
-    check(code, "it is damaged");
     if (av_packet_get_side_data(&packet, AV_PKT_DATA_ENCRYPTION_INFO, nullptr)) {
         throw FileError(kEncrypted);
     }
@@ -205,14 +236,43 @@ Layout MediaInput::layout() const {
     if (demuxer_ == "mov") {
         return mp4_layout();
     }
+    if (demuxer_ == "asf") {
+        return asf_layout();
+    }
     Layout layout;
     std::array<char, 64> head{};
-    if (demuxer_ == "matroska" && pread(io_.descriptor(), head.data(), head.size(), 0) > 0) {
+    const bool is_read = pread(io_.descriptor(), head.data(), head.size(), 0) > 0;
+    layout.is_rf64 = is_read && demuxer_ == "wav" && std::string(head.data(), 4) == "RF64";
+    if (demuxer_ == "matroska" && is_read) {
         // The DocType element: its identity, one byte of length, the text.
         constexpr char kDocType[] = {'\x42', '\x82'};
         const auto at = std::search(head.begin(), head.end() - 12, kDocType, kDocType + 2);
         if (at != head.end() - 12) {
             layout.doctype.assign(at + 3, at + 3 + std::min(at[2] & 0x7f, 8));
+        }
+    }
+    return layout;
+}
+
+// The properties of the file: 16 bytes of identity, size (8), file (16), bytes (8), date (8),
+// packets (8), time to play (8, in 100 ns) and to send (8), and the time before the sound (8, ms).
+Layout MediaInput::asf_layout() const {
+    static constexpr std::uint8_t kProperties[] = {0xA1, 0xDC, 0xAB, 0x8C, 0x47, 0xA9, 0xCF, 0x11,
+                                                   0x8E, 0xE4, 0x00, 0xC0, 0x0C, 0x20, 0x53, 0x65};
+    constexpr std::ptrdiff_t kPlayAt = 64;
+    constexpr std::ptrdiff_t kPrerollAt = 80;
+    Layout layout;
+    std::array<std::uint8_t, 1 << 16> head{};
+    const ssize_t got = pread(io_.descriptor(), head.data(), head.size(), 0);
+    const std::uint8_t* const begin = head.data();
+    const std::uint8_t* const end = begin + std::max<ssize_t>(got, 0);
+    const std::uint8_t* const at =
+        std::search(begin, end, std::begin(kProperties), std::end(kProperties));
+    if (end - at >= kPrerollAt + 8) {
+        const auto play = static_cast<std::int64_t>(AV_RL64(at + kPlayAt));
+        const auto preroll = static_cast<std::int64_t>(AV_RL64(at + kPrerollAt));
+        if (play > 0 && play < INT64_MAX / 100 && preroll >= 0 && preroll < INT32_MAX) {
+            layout.length_ns = std::max<std::int64_t>(play * 100 - preroll * 1000000, 0);
         }
     }
     return layout;

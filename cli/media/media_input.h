@@ -6,11 +6,13 @@
 
 namespace cli::media {
 
-/** How an MP4 or QuickTime file lays out its parts. */
+/** What the libraries do not report of a file: how MP4 lays out its parts, how long ASF is. */
 struct Layout {
     std::string doctype;         // of Matroska: "matroska" or "webm"
     bool index_first = false;    // the index (moov) stands before the media data
     std::int64_t fragments = 0;  // moof boxes
+    bool is_rf64 = false;
+    std::int64_t length_ns = 0;  // of ASF, as its header states it; 0: not stated
 };
 
 constexpr const char* kEncrypted = "it is encrypted (copy protected), so its sound cannot be read";
@@ -65,18 +67,26 @@ class MediaInput {
         }
     }
 
-    /** The next packet; false at the end. Throws FileError when the file is damaged. */
-    bool read(AVPacket& packet) const;
+    /**
+     * The next packet that can be read; false at the end, or where damage leaves no more. Throws
+     * FileError when the system cannot read the file, or it is encrypted.
+     */
+    bool read(AVPacket& packet);
+
+    /** Times that damage kept read() from the next packet. */
+    std::int64_t read_errors() const { return read_errors_; }
 
     /** How much of the file's bytes has been read, 0 to 1. */
     double fraction_read() const;
 
   private:
     Layout mp4_layout() const;
+    Layout asf_layout() const;
 
     FileIo io_;
     InputContext context_;
     std::string demuxer_;
+    std::int64_t read_errors_ = 0;
 };
 
 /**
@@ -84,5 +94,11 @@ class MediaInput {
  * that libsndfile reads.
  */
 bool is_media(const std::string& path);
+
+/**
+ * True when MediaInput reads such files: media, and formats of libsndfile's too where their content
+ * shows more than a weak likeness.
+ */
+bool can_serve(const std::string& path);
 
 }  // namespace cli::media

@@ -415,6 +415,10 @@ class Remuxer {
     }
 
     void set_muxer_options(Options& options) const {
+        if (file_.demuxer == "wav") {
+            options.set("write_bext", "1");
+            options.set("rf64", file_.layout.is_rf64 ? "always" : "auto");
+        }
         if (file_.demuxer != "mov") {
             return;
         }

@@ -133,6 +133,16 @@ std::uint64_t front_bytes(ChunkFile& old, const SndfileHandle& audio) {
     return counter.bytes();
 }
 
+/** A PEAK chunk whose time of writing, its second number of 32 bits, is 0. */
+Bytes without_time(Bytes peak) {
+    constexpr std::size_t kTimeAt = 4;
+    constexpr std::size_t kTimeBytes = 4;
+    if (peak.size() >= kTimeAt + kTimeBytes) {
+        std::fill_n(peak.begin() + kTimeAt, kTimeBytes, static_cast<unsigned char>(0));
+    }
+    return peak;
+}
+
 /** One file out of two, chunk by chunk; take_audio writes the one that holds the samples. */
 void put_together(ChunkFile& old,
                   ChunkFile& leveled,
@@ -147,6 +157,9 @@ void put_together(ChunkFile& old,
         } else if (is_audio(chunk)) {
             std::for_each(old.chunks.begin(), old_audio, copy_metadata);
             take_audio(chunk);
+        } else if (chunk.name() == "PEAK") {
+            writer.add(chunk.id, without_time(leveled.file.read(
+                                     chunk.offset, static_cast<std::size_t>(chunk.size))));
         } else if (describes_samples(chunk)) {
             writer.copy(chunk, leveled.file);
         }

@@ -1,7 +1,10 @@
 #include "cli/metadata/ogg_pages.h"
 
+#include <algorithm>
 #include <boost/crc.hpp>
 #include <cstring>
+#include <iterator>
+#include <map>
 #include <numeric>
 #include <stdexcept>
 
@@ -15,6 +18,7 @@ namespace {
 constexpr std::size_t kFlagsAt = 5;
 constexpr unsigned char kLastPage = 4;
 constexpr std::size_t kSerialAt = 14;
+constexpr std::size_t kNumberAt = 18;
 constexpr std::size_t kChecksumAt = 22;
 constexpr std::size_t kSegmentsAt = 26;
 constexpr std::size_t kPageHeaderBytes = 27;
@@ -38,7 +42,87 @@ Bytes read_page(ByteFile& file, std::uint64_t at) {
     return file.read(at, length);
 }
 
+/** The page's check sum, for which its own field counts as zeros. */
+std::uint32_t checksum_of(Bytes page) {
+    put_number(page, kChecksumAt, 4, ByteOrder::Little, 0);
+    // The polynomial of Ethernet's sum, but unreflected and from 0: no standard one.
+    boost::crc_optimal<32, 0x04C11DB7, 0, 0, false, false> sum;
+    sum.process_bytes(page.data(), page.size());
+    return sum.checksum();
+}
+
+/** Where the next page may begin; the file's end where none does. */
+std::uint64_t find_mark(ByteFile& file, std::uint64_t at, std::uint64_t end) {
+    constexpr char kMark[] = {'O', 'g', 'g', 'S'};
+    while (at + sizeof kMark <= end) {
+        const Bytes block = file.read(at, kFileBlock);
+        const auto found =
+            std::search(block.begin(), block.end(), std::begin(kMark), std::end(kMark));
+        if (found != block.end()) {
+            return at + static_cast<std::uint64_t>(found - block.begin());
+        }
+        at += block.size() - (sizeof kMark - 1);  // a mark may lie across the border
+    }
+    return end;
+}
+
+/** Goes over the pages of a file and compares sums and numbers. */
+class PageCheck {
+  public:
+    explicit PageCheck(const std::string& path) : file_(path, "rb"), end_(file_.size()) {}
+
+    OggState run() {
+        std::uint64_t at = 0;
+        while (at < end_) {
+            at = step(at);
+        }
+        return state_;
+    }
+
+  private:
+    std::uint64_t step(std::uint64_t at) {
+        const std::size_t length = page_length(file_, at);
+        if (length > end_ - at) {
+            state_.is_marked_as_end = false;
+            const std::uint64_t next = find_mark(file_, at + 1, end_);
+            state_.is_damaged = state_.is_damaged || next < end_;
+            return next;
+        }
+        const Bytes page = length == 0 ? Bytes() : file_.read(at, length);
+        if (length == 0 ||
+            checksum_of(page) != get_number(page, kChecksumAt, 4, ByteOrder::Little)) {
+            state_.is_damaged = true;
+            state_.is_marked_as_end = false;
+            return find_mark(file_, at + 1, end_);
+        }
+        take(page);
+        return at + length;
+    }
+
+    void take(const Bytes& page) {
+        constexpr unsigned char kFirstPage = 2;
+        const std::uint64_t stream = get_number(page, kSerialAt, 4, ByteOrder::Little);
+        const std::uint64_t number = get_number(page, kNumberAt, 4, ByteOrder::Little);
+        const auto expected = next_.find(stream);
+        if (expected != next_.end() && expected->second != number &&
+            !(page[kFlagsAt] & kFirstPage)) {
+            state_.is_damaged = true;
+        }
+        next_[stream] = number + 1;
+        state_.is_marked_as_end = (page[kFlagsAt] & kLastPage) != 0;
+    }
+
+    ByteFile file_;
+    std::uint64_t end_;
+    OggState state_;
+    std::map<std::uint64_t, std::uint64_t> next_;  // page numbers, by the stream's serial number
+};
+
 }  // namespace
+
+OggState check_ogg_pages(const std::string& path) {
+    return PageCheck(path).run();
+}
 
 std::uint32_t ogg_serial(const std::string& path) {
     ByteFile file(path, "rb");
@@ -70,11 +154,7 @@ void set_ogg_serial(const std::string& path, std::uint32_t serial) {
     std::uint64_t at = 0;
     for (Bytes page; !(page = read_page(file, at)).empty(); at += page.size()) {
         put_number(page, kSerialAt, 4, ByteOrder::Little, serial);
-        put_number(page, kChecksumAt, 4, ByteOrder::Little, 0);
-        // The polynomial of Ethernet's sum, but unreflected and from 0: no standard one.
-        boost::crc_optimal<32, 0x04C11DB7, 0, 0, false, false> sum;
-        sum.process_bytes(page.data(), page.size());
-        put_number(page, kChecksumAt, 4, ByteOrder::Little, sum.checksum());
+        put_number(page, kChecksumAt, 4, ByteOrder::Little, checksum_of(page));
         file.read(at, 0);  // moves there
         file.write(page);
     }

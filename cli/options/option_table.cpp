@@ -47,8 +47,10 @@ std::vector<OptionRow> own_options() {
         {G::Work, "jobs", 'j', "N", C::None,
          "files worked on at the same time (default: the number of cores)"},
         {G::Work, "strict", 0, "", C::None,
-         "fail a file that is cut short or damaged, where else what is there is leveled with a "
-         "note"},
+         "fail every file that is cut short or damaged, also one that has lost less than 5 % and "
+         "would be leveled with a note"},
+        {G::Work, "salvage", 0, "", C::None,
+         "level what is left of a damaged file that has lost 5 % or more, which fails otherwise"},
         {G::Work, "files-from", 0, "FILE", C::File,
          "take the PATHs that FILE lists, one a line; - is the standard input"},
         {G::Work, "null", '0', "", C::None, "with --files-from: a null byte ends each PATH"},

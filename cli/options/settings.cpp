@@ -152,6 +152,7 @@ void refuse_contradictions(const Settings& settings) {
     refuse(settings.suffix.find('/') != std::string::npos, "--suffix may not hold a '/'");
     refuse(settings.suffix.empty() && settings.output_dir.empty() && settings.output.empty(),
            "an empty --suffix needs --output-dir, else the output would be the input");
+    refuse(settings.strict && settings.salvage, "--strict and --salvage exclude each other");
     refuse(settings.quiet && settings.verbose, "--quiet and --verbose exclude each other");
     refuse(settings.analyze && !settings.measure, "--analyze and --no-measure exclude each other");
     refuse(settings.analyze && !settings.output.empty(),
@@ -261,6 +262,7 @@ void read_switches(const Words& words, Settings& settings) {
     settings.force = words.given("force");
     settings.keep_mtime = words.given("keep-mtime");
     settings.strict = words.given("strict");
+    settings.salvage = words.given("salvage");
     settings.dry_run = words.given("dry-run");
     settings.analyze = words.given("analyze");
     settings.measure = !words.given("no-measure");

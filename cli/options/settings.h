@@ -47,7 +47,8 @@ struct Settings {
     bool redo_changed = false;              // replace the outputs of inputs that changed
     bool verify = false;                    // what is done already by content, not size and time
     bool keep_mtime = false;                // the output gets the input's modification time
-    bool strict = false;                    // an input that is cut short fails
+    bool strict = false;                    // an input that is cut short or damaged fails
+    bool salvage = false;                   // it is leveled however much of it is lost
     int audio_stream = 0;                   // of a media file, counted from 1; 0: the default one
     std::string audio_codec;                // for a media file's new sound; empty: the source's
     bool dry_run = false;                   // tell, and touch nothing

@@ -2,7 +2,9 @@
 
 #include <fmt/format.h>
 
+#include <filesystem>
 #include <stdexcept>
+#include <system_error>
 
 #include "cli/audio/sound_file.h"
 #include "cli/facts/file_error.h"
@@ -12,12 +14,29 @@
 namespace cli {
 namespace {
 
-bool libsndfile_reads(const std::string& path) {
+/** Whether libsndfile reads the job's input and, where an output is wanted, writes such files. */
+bool libsndfile_serves(const Job& job) {
     try {
-        open_to_read(path);
-        return true;
+        const SndfileHandle file = open_to_read(job.input);
+        SF_INFO info{};
+        info.format = file.format();
+        info.channels = file.channels();
+        info.samplerate = file.samplerate();
+        // It claims to write layers I and II, too.
+        const int coding = info.format & SF_FORMAT_SUBMASK;
+        const bool is_written = sf_format_check(&info) && coding != SF_FORMAT_MPEG_LAYER_I &&
+                                coding != SF_FORMAT_MPEG_LAYER_II;
+        return job.output.empty() || is_written;
     } catch (const std::runtime_error&) {
         return false;
+    }
+}
+
+void refuse_empty(const std::string& path) {
+    std::error_code error;
+    if (std::filesystem::is_regular_file(path, error) &&
+        std::filesystem::file_size(path, error) == 0 && !error) {
+        throw FileError("is empty: it has no bytes");
     }
 }
 
@@ -33,7 +52,8 @@ void require_channels(const FileFacts& facts) {
 
 std::unique_ptr<Carrier> make_carrier(const Job& job) {
     // What libsndfile reads stays with it, and costs nobody the loading of FFmpeg's libraries.
-    if (!libsndfile_reads(job.input) && media_module().is_media(job.input)) {
+    refuse_empty(job.input);
+    if (!libsndfile_serves(job) && media_module().can_serve(job.input)) {
         return media_module().make_carrier(job);
     }
     return std::make_unique<SoundFileCarrier>(job);

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "cli/archive/record.h"
+#include "cli/facts/loss.h"
 
 namespace cli {
 
@@ -17,11 +18,20 @@ struct JobOptions {
     bool redo_changed = false;        // replace an output of ours whose input or options changed
     bool keep_mtime = false;
     bool strict = false;       // a damaged input fails
+    bool salvage = false;      // a damaged input is leveled however much of it is lost
     bool look_inside = false;  // a look also runs the decoders that a format's header needs
     int audio_stream = 0;      // counted from 1; 0: the default one, below 0: all
     std::string audio_codec;   // empty: the source's
     std::string destination;   // what the output is for, a word of --for; empty: nothing
 };
+
+/** How much of an input may be lost. A measurement alone puts nothing in its place. */
+inline LossLimit loss_limit(const JobOptions& options, bool levels) {
+    if (options.strict) {
+        return LossLimit::None;
+    }
+    return options.salvage || !levels ? LossLimit::Any : LossLimit::Small;
+}
 
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(JobOptions,
                                    tuning,
@@ -30,6 +40,7 @@ NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(JobOptions,
                                    redo_changed,
                                    keep_mtime,
                                    strict,
+                                   salvage,
                                    look_inside,
                                    audio_stream,
                                    audio_codec,

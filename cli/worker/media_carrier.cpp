@@ -65,19 +65,33 @@ void MediaCarrier::decode(FileFacts& facts, const std::function<void(double)>& p
         const auto done = static_cast<double>(before_.size());
         before_.push_back(media::decode_sound(
             job_.input, sound, to, [&](double fraction) { progress((done + fraction) / count); }));
-        if (before_.back().lost_packets > 0) {
-            notes_.push_back(fmt::format("{} damaged packets of its sound could not be decoded",
-                                         before_.back().lost_packets));
-        }
     }
     const media::DecodedSound& first = before_.front();
     facts.sample_rate_hz = first.sample_rate_hz;
     facts.channels = first.channels;
     facts.frames = first.frames;
     facts.media->bit_rate_bps = first.bit_rate;
+    for (const media::DecodedSound& sound : before_) {
+        judge(sound, facts);
+    }
     facts.notes.insert(facts.notes.end(), notes_.begin(), notes_.end());
     notes_.clear();
     progress(kAllDone);
+}
+
+void MediaCarrier::judge(const media::DecodedSound& sound, FileFacts& facts) const {
+    const LossLimit limit = loss_limit(job_.options, !job_.output.empty());
+    FileFacts own;
+    own.sample_rate_hz = sound.sample_rate_hz;
+    own.frames = sound.frames;
+    judge_loss(sound.loss, limit, own);
+    if (own.notes.empty() && (sound.lost_packets > 0 || sound.read_errors > 0)) {
+        own.notes.push_back("is damaged, and how much of its sound that cost is not known");
+        if (limit == LossLimit::None) {
+            throw FileError(own.notes.front());
+        }
+    }
+    facts.notes.insert(facts.notes.end(), own.notes.begin(), own.notes.end());
 }
 
 std::string MediaCarrier::readable(const std::string& file) {

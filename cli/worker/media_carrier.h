@@ -35,6 +35,7 @@ class MediaCarrier : public Carrier {
   private:
     std::string gapless() const;
     void describe(FileFacts& facts) const;
+    void judge(const media::DecodedSound& sound, FileFacts& facts) const;
     void decode_result(const std::string& complete);
     void check_sound(std::size_t index) const;
 

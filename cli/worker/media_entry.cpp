@@ -1,4 +1,5 @@
 #include "Common/version.h"
+#include "cli/media/decode.h"
 #include "cli/media/media_input.h"
 #include "cli/worker/media_carrier.h"
 #include "cli/worker/media_module.h"
@@ -17,6 +18,7 @@ extern "C" const cli::MediaModule* quorvane_media_module();
 
 const cli::MediaModule* quorvane_media_module() {
     static constexpr cli::MediaModule kModule = {kVersion, cli::media::is_media,
-                                                 make_media_carrier};
+                                                 cli::media::can_serve, make_media_carrier,
+                                                 cli::media::decode_damaged};
     return &kModule;
 }

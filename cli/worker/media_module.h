@@ -3,6 +3,7 @@
 #include <memory>
 #include <string>
 
+#include "cli/audio/recode.h"
 #include "cli/worker/carrier.h"
 #include "cli/worker/job.h"
 
@@ -21,7 +22,10 @@ namespace cli {
 struct MediaModule {
     const char* version;  // kVersion of its build; first, so that it can be read in any other's
     bool (*is_media)(const std::string& path);  // see cli/media/media_input.h
+    bool (*can_serve)(const std::string& path);
     std::unique_ptr<Carrier> (*make_carrier)(const Job& job);
+    Decoded (*decode_damaged)(const std::string& path,
+                              const std::string& to);  // cli/media/decode.h
 };
 
 constexpr const char* kMediaModuleEntry = "quorvane_media_module";

@@ -13,7 +13,6 @@
 #include <system_error>
 
 #include "cli/audio/audio_formats.h"
-#include "cli/audio/recode.h"
 #include "cli/audio/scan.h"
 #include "cli/audio/sound_file.h"
 #include "cli/facts/file_error.h"
@@ -21,8 +20,10 @@
 #include "cli/metadata/data_size.h"
 #include "cli/metadata/length_notes.h"
 #include "cli/metadata/mpeg_frames.h"
+#include "cli/metadata/mpeg_writer.h"
 #include "cli/metadata/ogg_pages.h"
 #include "cli/metadata/tags.h"
+#include "cli/worker/media_module.h"
 
 /*
  * What a header says of the length is compared with what is there before libsndfile is asked, since
@@ -66,6 +67,45 @@ std::string format_name(int format) {
                        minor.name ? minor.name : "unknown coding");
 }
 
+/** Where the stream's holes lie in what a decoder makes of it. */
+Loss loss_of(const MpegStream& stream) {
+    const std::int64_t samples = stream.samples_per_frame;
+    const std::int64_t left_out = stream.trim ? stream.trim->delay + kMpegDecoderDelay : 0;
+    Loss loss;
+    std::int64_t at = -left_out;
+    const auto lose = [&](std::uint64_t frames) {
+        const std::int64_t end = at + static_cast<std::int64_t>(frames) * samples;
+        const std::int64_t begin = std::max<std::int64_t>(at, 0);
+        loss.add(begin, end - begin);
+        at = end;
+    };
+    for (const MpegRun& run : stream.runs) {
+        lose(run.lost);
+        if (run.cut_off) {
+            lose(run.frames);
+        } else {
+            at += static_cast<std::int64_t>(run.frames) * samples;
+        }
+    }
+    loss.missing = static_cast<std::int64_t>(stream.missing) * samples;
+    return loss;
+}
+
+/** What the header promises beyond the frames that are there. */
+std::int64_t missing_frames(const DataSize& data, std::int64_t frames) {
+    if (frames == 0 || data.there == 0) {
+        return 0;
+    }
+    const auto there = static_cast<std::uint64_t>(frames);
+    // Whole bytes a frame, or blocks of several frames.
+    const std::uint64_t promised =
+        data.there >= there ? data.promised / (data.there / there)
+                            : static_cast<std::uint64_t>(static_cast<double>(there) /
+                                                         static_cast<double>(data.there) *
+                                                         static_cast<double>(data.promised));
+    return promised > there ? static_cast<std::int64_t>(promised - there) : 0;
+}
+
 /** An options file may set the depth too; what it holds is the engine's to read. */
 bool may_change_depth(const std::vector<std::string>& tuning) {
     return std::any_of(tuning.begin(), tuning.end(), [](const std::string& word) {
@@ -89,37 +129,48 @@ void SoundFileCarrier::note_damage(FileFacts& facts, const std::string& text) co
 // Before libsndfile believes it: sizes of 0 and counts that are missing cost speech.
 void SoundFileCarrier::repair_header(FileFacts& facts) {
     source_ = job_.input;
-    const DataSize data = compare_data_size(job_.input);
-    const std::string note = length_note(data);
-    if (data.kind == DataSize::Kind::Zero) {
+    data_ = compare_data_size(job_.input);
+    const std::string note = length_note(data_);
+    if (data_.kind == DataSize::Kind::Zero) {
         note_damage(facts, note + "; all that follows was taken");
         if (!only_looks()) {
             source_ = in_scratch("repaired");
             write_with_data_size(job_.input, source_);
         }
-    } else if (data.kind == DataSize::Kind::Padded) {
+    } else if (data_.kind == DataSize::Kind::Padded) {
         facts.notes.push_back(note);
-    } else if (!note.empty()) {
+    } else if (data_.kind != DataSize::Kind::Short && !note.empty()) {
         note_damage(facts, note);
+    }
+}
+
+void SoundFileCarrier::repair_mpeg() {
+    const auto stream = count_mpeg_frames(source_);
+    if (!stream) {
+        return;
+    }
+    loss_ = loss_of(*stream);
+    const bool is_exact = stream->told && *stream->told == stream->frames && stream->trim &&
+                          stream->trim->padding >= kMpegDecoderDelay;
+    if (loss_.frames() > 0 || !is_exact) {
+        source_ = in_scratch("counted");
+        write_repaired_mpeg(job_.input, *stream, source_);
     }
 }
 
 void SoundFileCarrier::read_info(FileFacts& facts) {
     SndfileHandle file = readable_input(source_);
-    if ((file.format() & SF_FORMAT_TYPEMASK) == SF_FORMAT_MPEG && !only_looks()) {
-        const auto stream = count_mpeg_frames(source_);
-        const std::string note = stream ? length_note(*stream) : "";
-        if (!note.empty()) {
-            note_damage(facts, note);
-        }
-        if (stream && (!stream->told || *stream->told != stream->frames)) {
-            source_ = in_scratch("counted");
-            write_with_frame_count(job_.input, *stream, source_);
-            file = readable_input(source_);
-        }
+    const int container = file.format() & SF_FORMAT_TYPEMASK;
+    if (container == SF_FORMAT_MPEG && !only_looks()) {
+        repair_mpeg();
+        file = readable_input(source_);
     }
-    if ((file.format() & SF_FORMAT_TYPEMASK) == SF_FORMAT_OGG && !ogg_ends_whole(source_)) {
-        note_damage(facts, kOggCutShort);
+    if (container == SF_FORMAT_OGG && !only_looks()) {
+        const OggState state = check_ogg_pages(source_);
+        is_damaged_ = state.is_damaged;
+        if (!state.is_marked_as_end) {
+            note_damage(facts, kOggCutShort);
+        }
     }
     info_.format = file.format();
     info_.channels = file.channels();
@@ -131,17 +182,51 @@ void SoundFileCarrier::read_info(FileFacts& facts) {
     facts.frames = info_.frames;
 }
 
+bool SoundFileCarrier::must_be_decoded() {
+    is_damaged_ = is_damaged_ || !last_frame_is_there(source_) ||
+                  (is_packed_lossless(info_.format) && !reads_through(source_));
+    return is_damaged_ || (is_lossy(info_.format) && !job_.output.empty());
+}
+
+// libsndfile stops at the first damage; FFmpeg's decoders go on behind it.
+Decoded SoundFileCarrier::decode_damaged(const Decoded& readable) {
+    const std::string to = job_.scratch + "/recovered.wav";
+    try {
+        Decoded recovered = media_module().decode_damaged(source_, to);
+        if (recovered.frames * readable.sample_rate_hz >=
+            readable.frames * recovered.sample_rate_hz) {
+            decoded_ = to;
+            return recovered;
+        }
+    } catch (const std::runtime_error&) {
+        // What libsndfile could read is left; the caller reports the loss.
+    }
+    return readable;
+}
+
 void SoundFileCarrier::decode_source(FileFacts& facts) {
     decoded_ = job_.scratch + "/decoded.wav";
-    const Decoded decoded = decode_to_float(source_, decoded_);
-    if (decoded.frames < info_.frames || !decoded.error.empty()) {
-        std::string text = fmt::format("is cut short or damaged: {:.2f} s could be decoded",
-                                       static_cast<double>(decoded.frames) / info_.samplerate);
-        if (info_.frames > 0) {
-            text +=
-                fmt::format(" of {:.2f} s", static_cast<double>(info_.frames) / info_.samplerate);
-        }
-        note_damage(facts, decoded.error.empty() ? text : text + ": " + decoded.error);
+    Decoded decoded = decode_to_float(source_, decoded_);
+    if (is_damaged_ || decoded.frames < info_.frames || !decoded.error.empty()) {
+        decoded = decode_damaged(decoded);
+    }
+    if (decoded.sample_rate_hz != info_.samplerate) {
+        info_.frames = info_.frames * decoded.sample_rate_hz / info_.samplerate;
+        info_.samplerate = decoded.sample_rate_hz;
+        facts.sample_rate_hz = info_.samplerate;
+    }
+    if (decoded.frames == 0 && info_.frames > 0) {
+        throw FileError(decoded.error.empty() ? "nothing of it can be decoded" : decoded.error);
+    }
+    for (const Gap& gap : decoded.loss.gaps) {
+        loss_.add(gap.at, gap.frames);
+    }
+    loss_.missing +=
+        std::max<std::int64_t>(0, std::max(decoded.loss.missing, info_.frames - decoded.frames));
+    if (info_.frames == 0 && !decoded.error.empty()) {
+        note_damage(facts, fmt::format("is cut short or damaged: {:.2f} s could be decoded: {}",
+                                       static_cast<double>(decoded.frames) / info_.samplerate,
+                                       decoded.error));
     }
     info_.frames = decoded.frames;
     facts.frames = decoded.frames;
@@ -160,12 +245,16 @@ void SoundFileCarrier::probe(FileFacts& facts) {
         throw FileError("its name has no extension, which the engine needs");
     }
     if (!only_looks()) {
-        if ((levels && is_lossy(info_.format)) || !last_frame_is_there(source_)) {
+        if (must_be_decoded()) {
             decode_source(facts);
         }
     } else if (!is_lossy(info_.format) && info_.frames > 0 && !last_frame_is_there(source_)) {
         note_damage(facts, "is cut short or damaged");
     }
+    if (data_.kind == DataSize::Kind::Short) {
+        loss_.missing = std::max(loss_.missing, missing_frames(data_, info_.frames));
+    }
+    judge_loss(loss_, loss_limit(job_.options, levels), facts);
 }
 
 std::string SoundFileCarrier::readable(const std::string& file) {
@@ -186,6 +275,11 @@ std::string SoundFileCarrier::encode(const std::vector<std::string>& leveled,
     }
     std::string encoded = in_scratch("encoded");
     encode_like(leveled.front(), source_, encoded);
+    if ((info_.format & SF_FORMAT_TYPEMASK) == SF_FORMAT_MPEG) {
+        const std::string bare = encoded;
+        encoded = in_scratch("measured");
+        write_mpeg_with_length(bare, open_to_read(leveled.front()).frames(), encoded);
+    }
     return encoded;
 }
 

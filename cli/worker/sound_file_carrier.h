@@ -4,6 +4,9 @@
 
 #include <string>
 
+#include "cli/audio/recode.h"
+#include "cli/facts/loss.h"
+#include "cli/metadata/data_size.h"
 #include "cli/worker/carrier.h"
 
 namespace cli {
@@ -13,8 +16,9 @@ namespace cli {
  * ones, and lossless ones that are cut short or do not tell their length, are decoded to float
  * samples and encoded once.
  *
- * No length in a header is believed: what is there is compared with it, all of it is leveled, and a
- * difference is a note, or with the job's `strict` a failure.
+ * No length in a header is believed: what is there is compared with it, and what is lost of the
+ * sound, in holes or at the end, is judged by the job's limit (cli/facts/loss.h). Where libsndfile
+ * gives up at damage, FFmpeg's decoders go on behind it.
  */
 class SoundFileCarrier : public Carrier {
   public:
@@ -38,7 +42,10 @@ class SoundFileCarrier : public Carrier {
     std::string in_scratch(const char* name) const;
     void note_damage(FileFacts& facts, const std::string& text) const;
     void repair_header(FileFacts& facts);
+    void repair_mpeg();
     void read_info(FileFacts& facts);
+    bool must_be_decoded();
+    Decoded decode_damaged(const Decoded& readable);
     void decode_source(FileFacts& facts);
 
     /** Whether the headers alone are wanted: a job without a scratch directory writes nothing. */
@@ -47,7 +54,10 @@ class SoundFileCarrier : public Carrier {
     const Job& job_;
     std::string source_;   // the input, or its copy in scratch with a true header
     std::string decoded_;  // the decoded source; empty where it need not be decoded
+    DataSize data_;        // what the header promises
     SF_INFO info_{};       // of the input, with the frames that are there
+    Loss loss_;            // of its sound
+    bool is_damaged_ = false;
 };
 
 }  // namespace cli
