@@ -281,9 +281,12 @@ int tell_plan(const Settings& settings,
 
 /** How many files this process has open at a time at most. */
 std::size_t open_files(const Settings& settings, std::size_t files) {
-    constexpr std::size_t kOwn = 32;       // streams, log, JSON, report, locks, looks at headers
+    constexpr std::size_t kOwn = 32;       // streams, log, JSON, report, locks
     constexpr std::size_t kForWorker = 3;  // its pipes
-    return kOwn + kForWorker * std::min<std::size_t>(settings.jobs, files);
+    constexpr std::size_t kForLook = 6;    // both ends of them, while many are started at once
+    constexpr std::size_t kMostLooks = 16;
+    return kOwn + std::max(kForWorker * std::min<std::size_t>(settings.jobs, files),
+                           kForLook * std::min(kMostLooks, files));
 }
 
 /** The whole run; returns the exit status. */
