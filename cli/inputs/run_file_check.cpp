@@ -45,9 +45,10 @@ std::vector<NamedFile> read_files(const Settings& settings) {
             {"--options-file", options_file_in(settings.tuning)}};
 }
 
-/** The records of all folders that get outputs. */
+/** The records of all folders that get outputs, each once however its folder is spelled. */
 std::set<std::string> records_of(const std::vector<PlannedFile>& files) {
     std::set<std::string> paths;
+    PathResolver resolver;
     std::string last;
     for (const PlannedFile& file : files) {
         if (file.output.empty()) {
@@ -55,7 +56,7 @@ std::set<std::string> records_of(const std::vector<PlannedFile>& files) {
         }
         std::string path = record_path(file.output);
         if (path != last) {
-            paths.insert(path);
+            paths.insert(resolver.placed(path));
             last = std::move(path);
         }
     }

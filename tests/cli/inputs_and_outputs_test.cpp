@@ -289,6 +289,8 @@ TEST_F(RunFilesOf, NothingThatIsWrittenIsAnotherFileOfTheRun) {
     EXPECT_EQ("", refusal());
     settings_.report = dir_ / "pages";
     EXPECT_EQ("", refusal());
+    files_.push_back({dir_ / "c.wav", dir_ / "pages/../c-leveled.wav", {}, {}});
+    EXPECT_EQ("", refusal()) << "one record of a folder that is spelled in two ways";
     files_.push_back({dir_ / "pages/b.wav.html", {}, {}, {}});
     EXPECT_THAT(refusal(), HasSubstr("--report would write its pages where the input"));
 }
