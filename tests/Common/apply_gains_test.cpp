@@ -73,6 +73,7 @@ TEST_F(ApplyGains, BlocksShorterThanAFrameGiveNoAudioAndADefect) {
 }
 
 TEST_F(ApplyGains, FailuresAreThrown) {
+    run(signals::square(0.5, 100, kMillisecondRate), "1\n");
     run(signals::silence(100, kMillisecondRate), "1\n");
     EXPECT_THROW(apply_gains::ApplyGains(50, dir / "gains.txt", dir / "none", dir / "out.wav"),
                  sf_open_input_err);
