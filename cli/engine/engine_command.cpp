@@ -344,8 +344,9 @@ int run(std::vector<std::string> arguments) {
     levelSetFinalFile(open_final, &delivery);
     levelSetCopy(copy_input, &delivery);
     try {
+        const fs::path directory = fs::path(held.directory).parent_path();
         cli::require_temporary_room(words.input,
-                                    fs::path(held.directory).parent_path().parent_path().string());
+                                    (own ? directory.parent_path() : directory).string());
     } catch (const std::runtime_error& failure) {
         std::cerr << cli::printable(words.input)
                   << ": not leveled: " << cli::printable(failure.what()) << std::endl;
