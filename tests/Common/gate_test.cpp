@@ -3,7 +3,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
+#include <optional>
 #include <random>
 
 #include "Common/gate/NoiseGate.h"
@@ -113,69 +115,92 @@ TEST(Gate, APauseShorterThanTheHoldPassesUntouched) {
               gains(signals::join({loud(100), quiet(12), loud(100)}), {100, 100, 10, 0}));
 }
 
+/** The gate's states for one channel, from the energies at the sample and ahead of it. */
+class PlainGate {
+  public:
+    PlainGate(const gate::GateArgs& args, double start_energy)
+        : args_(args),
+          state_(start_energy > args.attack_energy ? kOpen : kClosed),
+          gain_(state_ == kOpen ? args.open_gain : args.closed_gain) {}
+
+    double gain(double now, double ahead) {
+        const double range = args_.open_gain - args_.closed_gain;
+        const bool ends = now < args_.release_energy;
+        if (state_ == kOpen && ends) {
+            state_ = kHolding;
+            held_ = 0;
+        } else if ((state_ == kClosed || state_ == kClosing) && ahead > args_.attack_energy) {
+            state_ = kOpening;
+        } else if (state_ == kOpening && ahead < args_.release_energy) {
+            state_ = kClosing;
+        } else if (state_ == kOpening) {
+            gain_ = std::min(gain_ + range / args_.attack_samples, args_.open_gain);
+            state_ = gain_ == args_.open_gain ? kOpen : kOpening;
+        } else if (state_ == kClosing) {
+            gain_ = std::max(gain_ - range / args_.release_samples, args_.closed_gain);
+            state_ = gain_ == args_.closed_gain ? kClosed : kClosing;
+        } else if (state_ == kHolding && now > args_.release_energy) {
+            state_ = kOpen;
+        } else if (state_ == kHolding && held_++ >= args_.hold_samples) {
+            state_ = kClosing;
+        }
+        return gain_;
+    }
+
+  private:
+    const gate::GateArgs& args_;
+
+    enum { kOpen, kClosed, kOpening, kClosing, kHolding } state_;
+
+    double gain_;
+    int held_ = 0;
+};
+
 /**
- * The look-ahead as two readers see it, one of them ahead, that each read a buffer of 8192 samples
- * at a time and leave in it what a short read does not reach: the energies come from plain sums.
+ * What the reader ahead finds for each sample: it reads a buffer of `block` samples at a time and
+ * leaves in it what a short read does not reach, or zeroes. Empty where it is at the end.
  */
+std::vector<std::optional<double>> samples_ahead(const Signal& input,
+                                                 long long distance,
+                                                 long long block,
+                                                 bool zeroes) {
+    const long long samples = static_cast<long long>(input.samples.size());
+    std::vector<double> buffer(static_cast<std::size_t>(block), 0.0);
+    std::vector<std::optional<double>> found;
+    for (long long from = 0; from < samples; from += block) {
+        const long long first = std::min(from + distance, samples);
+        const long long there = std::min(block, samples - first);
+        std::copy_n(input.samples.begin() + first, there, buffer.begin());
+        if (zeroes) {
+            std::fill(buffer.begin() + there, buffer.end(), 0.0);
+        }
+        for (long long i = 0; i < std::min(block, samples - from); ++i) {
+            found.push_back(there > 0 ? std::optional(buffer[static_cast<std::size_t>(i)])
+                                      : std::nullopt);
+        }
+    }
+    return found;
+}
+
+/** The gate with two readers, one of them ahead; the energies come from plain sums. */
 std::vector<double> with_two_readers(const Signal& input, const Settings& settings, bool zeroes) {
     const gate::GateArgs args = settings.args(ArraySource(input).info());
-    const long long channels = input.channels;
-    const long long block = 8192 - 8192 % channels;
-    const long long samples = static_cast<long long>(input.samples.size());
+    const auto channels = static_cast<std::size_t>(input.channels);
+    const auto ahead_of = samples_ahead(input, args.anticipate_samples * input.channels,
+                                        8192 - 8192 % input.channels, zeroes);
     std::vector<double> output = input.samples;
-    for (long long channel = 0; channel < channels; ++channel) {
-        std::vector<double> buffer(static_cast<std::size_t>(block), 0.0);
-        gate::CLevelMeter current(args.meter_samples);
-        gate::CLevelMeter ahead(args.meter_samples);
+    for (std::size_t channel = 0; channel < channels; ++channel) {
         std::vector<double> start;
         for (int i = 0; i < args.meter_samples; ++i) {
-            start.push_back(input.samples[static_cast<std::size_t>(i * channels + channel)]);
+            start.push_back(input.samples[static_cast<std::size_t>(i) * channels + channel]);
         }
-        bool open = current.initialize(start.data()) > args.attack_energy;
+        gate::CLevelMeter current(args.meter_samples);
+        gate::CLevelMeter ahead(args.meter_samples);
+        PlainGate plain(args, current.initialize(start.data()));
         ahead.initialize(start.data());
-        double gain = open ? args.open_gain : args.closed_gain;
-
-        enum { kOpen, kClosed, kOpening, kClosing, kHolding } state = open ? kOpen : kClosed;
-
-        int held = 0;
-        for (long long from = 0; from < samples; from += block) {
-            const long long first = from + args.anticipate_samples * channels;
-            const long long there = std::max(0LL, std::min(block, samples - first));
-            std::copy_n(input.samples.begin() + std::min(first, samples), there, buffer.begin());
-            if (zeroes) {
-                std::fill(buffer.begin() + there, buffer.end(), 0.0);
-            }
-            for (long long i = channel; i < std::min(block, samples - from); i += channels) {
-                double& sample = output[static_cast<std::size_t>(from + i)];
-                const double now = current.update(sample);
-                const double then =
-                    there > 0 ? ahead.update(buffer[static_cast<std::size_t>(i)]) : now;
-                if (state == kOpen && now < args.release_energy) {
-                    state = kHolding;
-                    held = 0;
-                } else if ((state == kClosed || state == kClosing) && then > args.attack_energy) {
-                    state = kOpening;
-                } else if (state == kOpening && then < args.release_energy) {
-                    state = kClosing;
-                } else if (state == kOpening) {
-                    gain += (args.open_gain - args.closed_gain) / args.attack_samples;
-                    if (gain >= args.open_gain) {
-                        gain = args.open_gain;
-                        state = kOpen;
-                    }
-                } else if (state == kClosing) {
-                    gain -= (args.open_gain - args.closed_gain) / args.release_samples;
-                    if (gain <= args.closed_gain) {
-                        gain = args.closed_gain;
-                        state = kClosed;
-                    }
-                } else if (state == kHolding && now > args.release_energy) {
-                    state = kOpen;
-                } else if (state == kHolding && held++ >= args.hold_samples) {
-                    state = kClosing;
-                }
-                sample *= gain;
-            }
+        for (std::size_t i = channel; i < output.size(); i += channels) {
+            const double now = current.update(output[i]);
+            output[i] *= plain.gain(now, ahead_of[i] ? ahead.update(*ahead_of[i]) : now);
         }
     }
     return output;
