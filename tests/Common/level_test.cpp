@@ -19,6 +19,7 @@
 #include "Common/highpass/highpass.h"
 #include "Common/reporting/run_state.h"
 #include "cli/engine/hooks.h"
+#include "tests/support/engine_switches.h"
 #include "tests/support/fixtures.h"
 #include "tests/support/signals.h"
 
@@ -31,8 +32,6 @@ using testing::IsEmpty;
 class Level : public testing::Test {
   protected:
     Level() { hooks::use_temporary_directory(temporary.path() + "/"); }
-
-    ~Level() override { levelClearCancel(); }
 
     int run(const Signal& input,
             int format = kWav16,
@@ -69,6 +68,7 @@ class Level : public testing::Test {
         return static_cast<Level*>(context)->fractions.empty() ? 0 : 1;
     }
 
+    const EngineSwitches switches;
     TempDir temporary;
     TempDir dir;
     std::string in = dir / "in.wav";
@@ -468,7 +468,6 @@ TEST_F(Level, FindingsAreWhatTheStepsWrote) {
         begin = found->passages[i].end_frame;
     }
     EXPECT_EQ(found->frames, begin);
-    levelKeepIntermediates(0);
     levelCollectFindings(0);
     EXPECT_EQ(nullptr, levelFindings());
 }
@@ -654,7 +653,6 @@ TEST_F(Level, AFinalFileThatWasLentGetsTheSameBytesAndIsMeasured) {
         }
         std::filesystem::remove(lent.path);
     }
-    levelHideIntermediates(0);
     EXPECT_THAT(temporary.entries(), IsEmpty());
 }
 
@@ -666,8 +664,6 @@ TEST_F(Level, AFinalFileThatCannotTakeItIsCalledTheOutput) {
     levelHideIntermediates(1);
     levelSetFinalFile(open_full_disk, nullptr);
     EXPECT_EQ(1, run(signals::speech(12.0, 16000, 2)));
-    levelSetFinalFile(nullptr, nullptr);
-    levelHideIntermediates(0);
     EXPECT_EQ(10, levelOutcome()->failed_step);
     EXPECT_EQ(1, levelOutcome()->output_failure);
     EXPECT_THAT(levelOutcome()->reason, HasSubstr("the output"));
@@ -677,6 +673,7 @@ TEST_F(Level, AFinalFileThatCannotTakeItIsCalledTheOutput) {
 
 TEST_F(Level, TheGateThresholdStands18dBBelowTheLevelAndAt40dBAtTheMost) {
     levelKeepIntermediates(1);
+    levelCollectFindings(1);
     for (const double scale : {1.0, 0.05}) {
         Signal input = signals::speech(4.0, 8000);
         for (double& sample : input.samples) {
@@ -685,6 +682,8 @@ TEST_F(Level, TheGateThresholdStands18dBBelowTheLevelAndAt40dBAtTheMost) {
         ASSERT_EQ(0, run(input));
         const double level_db = call(highpass::_tmain, {"highpass", in, dir / "1.wav"});
         EXPECT_EQ(scale < 1.0, level_db < -22.0) << "one file for each side of the limit";
+        EXPECT_NEAR(scale < 1.0 ? level_db - 18.0 : -40.0, levelFindings()->gate_threshold_db,
+                    0.05);
         char threshold[32];
         std::snprintf(threshold, sizeof threshold, "%.1f", std::min(level_db - 18.0, -40.0));
         ASSERT_EQ(0, call(gate::_tmain,
@@ -693,7 +692,16 @@ TEST_F(Level, TheGateThresholdStands18dBBelowTheLevelAndAt40dBAtTheMost) {
                            "750", "-d", "250", "-k", "250"}));
         EXPECT_EQ(read_text(dir / "2.wav"), read_text(temporary / "_02.wav"));
     }
-    levelKeepIntermediates(0);
+}
+
+TEST_F(Level, TheDiskMustHaveThreeTimesTheInputFree) {
+    // Two fifths of what is free, without taking it: a hole behind the audio.
+    write_sound(in, signals::speech(1.0, 8000), kWav16);
+    const std::uintmax_t free = std::filesystem::space("/").available;
+    ASSERT_EQ(0, truncate(in.c_str(), static_cast<off_t>(free / 5 * 2)));
+    EXPECT_EQ(1, run_file());
+    EXPECT_EQ("Insufficient disk space for temporary files.", messages + errors);
+    EXPECT_THAT(temporary.entries(), IsEmpty());
 }
 
 TEST_F(Level, WithoutATemporaryDirectoryTheRunFails) {

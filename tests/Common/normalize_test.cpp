@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 
 #include "Common/normalize/MainIterationLoop.h"
@@ -134,6 +135,26 @@ TEST_F(Normalize, SaysWhatCameOfTheFit) {
     const normalize::FitResult missed = fit_of("6", kWavDouble);
     EXPECT_FALSE(missed.within_tolerance);
     EXPECT_NEAR(-7.0, missed.error_db, 0.1);
+}
+
+TEST_F(Normalize, APeakAtTheLowerEndOfARampDoesNotLowerTheTarget) {
+    // The gain of 6.3 falls to 0.891 / 0.9 in bin 9, ahead of the peak of 0.9 in bin 10. Bin 9 is
+    // silent but for its last sample, 0.2, and so is not limited: 0.2 * 0.99 is no peak, although
+    // 0.2 * 6.3 would be one.
+    constexpr std::ptrdiff_t kBinFrames = 2205;
+    Signal input = signals::square(0.02, 40 * kBinFrames);
+    std::fill_n(input.samples.begin() + 9 * kBinFrames, kBinFrames - 1, 0.0);
+    input.samples[10 * kBinFrames - 1] = 0.2;
+    input.samples[10 * kBinFrames + 1000] = 0.9;
+    write_sound(dir / "in.wav", input, kWav16);
+    normalize::FitResult fit;
+    const auto entry = [&fit](int argc, const char** argv) {
+        return normalize::run_normalize(argc, argv, fit, normalize::Miss::kLowerTarget);
+    };
+    EXPECT_EQ(0, run_step(entry, {"normalize", dir / "in.wav", dir / "out.wav"},
+                          {"--attack", "0", "--release", "0"}));
+    EXPECT_EQ(0, fit.held_samples);
+    EXPECT_EQ(0.0, fit.lowered_by_db);
 }
 
 TEST_F(Normalize, OneBinEndsAtGainOne) {

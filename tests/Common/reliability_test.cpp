@@ -9,6 +9,7 @@
 #include "Common/stream/helper_thread.h"
 #include "Common/stream/pump.h"
 #include "cli/engine/hooks.h"
+#include "tests/support/engine_switches.h"
 #include "tests/support/fixtures.h"
 #include "tests/support/signals.h"
 
@@ -25,11 +26,6 @@ class Reliability : public testing::Test {
         levelCollectFindings(1);
     }
 
-    ~Reliability() override {
-        levelLowerTarget(0);
-        levelCollectFindings(0);
-    }
-
     Signal level(const Signal& input, int format = kWav16) {
         write_sound(in, input, format);
         const int result = call(
@@ -41,6 +37,7 @@ class Reliability : public testing::Test {
         return read_sound(out);
     }
 
+    const EngineSwitches switches;
     TempDir temporary;
     TempDir dir;
     std::string in = dir / "in.wav";

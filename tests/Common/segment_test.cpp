@@ -8,11 +8,13 @@
 #include <random>
 #include <sstream>
 
+#include "Common/reporting/cancel.h"
 #include "Common/segment/CommandLine.h"
 #include "Common/segment/MakeCalculator.h"
 #include "Common/segment/coverings.h"
 #include "Common/segment/search_kernel.h"
 #include "Common/segment/segment_util.h"
+#include "tests/support/engine_switches.h"
 #include "tests/support/fixtures.h"
 
 namespace {
@@ -245,6 +247,18 @@ std::vector<std::vector<double>> telling_series(int n) {
         series[7][i] = 1e-155 * stair;      // squares are below the least normal number
     }
     return series;
+}
+
+TEST(Segment, ACancelEndsTheSearchOfAChunk) {
+    constexpr std::uint16_t kCount = 300;
+    std::istringstream text(text_of(std::vector<double>(kCount, 0.5)));
+    const segment::CCostCalculatorSSD0 costs(&text, "values", kCount, 1,
+                                             new segment::SumCostCombiner);
+    segment::Coverings coverings(kCount, 2);
+    coverings.begin(costs, *costs.kernels().begin());
+    const EngineSwitches switches;
+    levelRequestCancel();
+    EXPECT_THROW(coverings.search_more(2), ss_cancel_exception);
 }
 
 TEST(SearchKernel, EveryWidthFindsTheBitsOfThePlainStep) {

@@ -170,6 +170,18 @@ TEST_F(SoundEnds, AFileThatIsNotWholeOnDiskIsAFailure) {
     EXPECT_EQ(dir / "cut.wav" + ": the file on disk is not whole", text_of([&] { cut.end(); }));
 }
 
+TEST_F(SoundEnds, AFileWithMoreThanAPadFrameTooManyIsAFailure) {
+    for (const std::size_t frames : {10001U, 10002U}) {
+        SoundWriter written = writer(dir / "out.wav");
+        written.take(samples.data(), 10000);
+        write_sound(dir / "longer.wav", {8000, 1, std::vector<double>(frames, 0.25)}, kWav16);
+        std::filesystem::rename(dir / "longer.wav", dir / "out.wav");
+        EXPECT_EQ(frames == 10001 ? "nothing thrown"
+                                  : dir / "out.wav" + ": the file on disk is not whole",
+                  text_of([&] { written.end(); }));
+    }
+}
+
 TEST_F(SoundEnds, WhatRodeAlongHasMeasuredWhatAReaderWouldMeasure) {
     const Signal input = signals::speech(5.0, 16000, 2);
     const BinGrid grid{800, 100, 101};
