@@ -24,6 +24,7 @@
 #include "cli/terminal/screen.h"
 #include "cli/terminal/summary.h"
 #include "cli/terminal/terminal_text.h"
+#include "cli/worker/look.h"
 
 /*
  * The order of a run: read the command line, find the files, name their outputs, look whether all
@@ -262,7 +263,7 @@ int tell_plan(const Settings& settings,
               const Preflight& checked,
               Screen& screen,
               JsonLines& lines) {
-    ResultFiles results(settings, work.files.size() + work.others.size());
+    ResultFiles results(settings, work.files.size() + work.others.size(), listening_part_of);
     for (std::size_t i = 0; i < work.files.size(); ++i) {
         add_note(work.files[i], *work.files[i].known);
         tell_finished(settings, *work.files[i].known, Files::Several, screen, lines);
@@ -310,7 +311,7 @@ int run(const Settings& settings) {
         return tell_plan(settings, work, checked, screen, lines);
     }
     remove_stale_scratch_directories();
-    ResultFiles results(settings, count);
+    ResultFiles results(settings, count, listening_part_of);
     ShownBatch batch(settings, work.files, results, screen, lines);
     batch.run();
     for (std::size_t i = 0; i < work.others.size(); ++i) {

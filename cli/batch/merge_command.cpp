@@ -16,6 +16,7 @@
 #include "cli/terminal/screen.h"
 #include "cli/terminal/summary.h"
 #include "cli/terminal/terminal_text.h"
+#include "cli/worker/look.h"
 
 /*
  * Many runs told as one: their lines of JSON are read, sorted as one run would have had them, and
@@ -50,7 +51,7 @@ int merge(const Settings& settings) {
     check_facts_paths(settings, found.size());
     Screen screen(settings);
     JsonLines lines(settings);
-    ResultFiles results(settings, found.size());
+    ResultFiles results(settings, found.size(), listening_part_of);
     double work_s = 0;
     for (std::size_t i = 0; i < found.size(); ++i) {
         FileFacts facts = found.facts(i);

@@ -16,7 +16,6 @@
 #include "cli/publish/verdict.h"
 #include "cli/report/heard.h"
 #include "cli/report/html.h"
-#include "cli/report/listen.h"
 #include "cli/report/report_chart.h"
 #include "cli/storage/staged_output.h"
 #include "cli/terminal/summary.h"
@@ -362,8 +361,8 @@ std::string page_of(const FileFacts& facts, const ReportOptions& options, Place 
                            : "";
     body += heading(facts, options);
     if (facts.before) {
-        if (options.listen) {
-            body += listening_part(facts);
+        if (options.listening_part) {
+            body += options.listening_part(facts);
         }
         if (facts.duration_s() > 0) {
             body += "<h2>Over time</h2>\n" + loudness_figure(facts);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <filesystem>
+#include <functional>
 #include <set>
 #include <string>
 #include <vector>
@@ -12,7 +13,8 @@ namespace cli {
 /** What a report shows beyond the facts. */
 struct ReportOptions {
     std::vector<std::string> destinations;  // words of --for that were asked for
-    bool listen = false;                    // excerpts to listen to
+    // Gives the part of a page with excerpts to listen to, "" for none; null: no page has one.
+    std::function<std::string(const FileFacts&)> listening_part = nullptr;
 };
 
 /**

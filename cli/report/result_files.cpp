@@ -30,7 +30,9 @@ constexpr const char* kReport = "report";
 
 }  // namespace
 
-ResultFiles::ResultFiles(const Settings& settings, std::size_t count)
+ResultFiles::ResultFiles(const Settings& settings,
+                         std::size_t count,
+                         const std::function<std::string(const FileFacts&)>& listening_part)
     : settings_(settings), files_(count), there_(count) {
     if (!settings.json.empty() && !settings.json_on_standard_output()) {
         attempt(json_, kJson, problems_, [&] {
@@ -41,7 +43,8 @@ ResultFiles::ResultFiles(const Settings& settings, std::size_t count)
     if (!settings.report.empty()) {
         attempt(report_, kReport, problems_, [&] {
             report_ = std::make_unique<ReportWriter>(
-                settings.report, count, ReportOptions{settings.destinations, settings.listen});
+                settings.report, count,
+                ReportOptions{settings.destinations, settings.listen ? listening_part : nullptr});
         });
     }
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -18,8 +19,13 @@ namespace cli {
  */
 class ResultFiles {
   public:
-    /** count: how many files there will be. */
-    ResultFiles(const Settings& settings, std::size_t count);
+    /**
+     * count: how many files there will be. listening_part: see ReportOptions; for those settings
+     * that ask for it.
+     */
+    ResultFiles(const Settings& settings,
+                std::size_t count,
+                const std::function<std::string(const FileFacts&)>& listening_part);
     ~ResultFiles();
     ResultFiles(const ResultFiles&) = delete;
     ResultFiles& operator=(const ResultFiles&) = delete;

@@ -204,6 +204,9 @@ bool allow_own(FileFence& fence) {
 
 bool allow_job(FileFence& fence, const Job& job) {
     bool stands = fence.allow(job.input, kRead);
+    if (!job.excerpts_for.empty()) {
+        stands = stands && fence.allow(job.output, kRead);
+    }
     if (!job.part.empty()) {
         stands = stands && fence.allow(job.part, kFill);
     }

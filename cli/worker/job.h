@@ -56,9 +56,12 @@ struct Job {
     std::string scratch;
     bool spare_processor = false;  // one is free for reading ahead and measuring meanwhile
     JobOptions options;
+    // Of a look: the facts of input and output as JSON, whose excerpts are wanted; empty: none.
+    std::string excerpts_for;
 };
 
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Job, input, output, part, scratch, spare_processor, options)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(
+    Job, input, output, part, scratch, spare_processor, options, excerpts_for)
 
 /** What a worker made of its job: the facts, and what the record of the output needs. */
 struct WorkResult {
@@ -78,9 +81,9 @@ WorkResult work_result_from_json(const nlohmann::ordered_json& json);
  * kJobDescriptor: the size in bytes as decimal digits, a line end, and an array of jobs as CBOR;
  * one job to work on, or one or more without a scratch directory to look at. It writes its events,
  * one JSON object per line, to kEventDescriptor: {"progress": 0.25} and at the end the WorkResult;
- * or, for each look, {"look": PLACE, "facts": {...}}. It ends with status 1 where the outcome of
- * the work is Failed, else with 0. When the job's pipe closes, its parent is gone and the worker
- * removes its scratch directory and ends.
+ * or, for each look, {"look": PLACE, "facts": {...}}, or "text" for excerpts. It ends with status 1
+ * where the outcome of the work is Failed, else with 0. When the job's pipe closes, its parent is
+ * gone and the worker removes its scratch directory and ends.
  */
 constexpr const char* kWorkerWord = "--quorvane-worker";
 constexpr int kJobDescriptor = 3;

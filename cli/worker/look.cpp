@@ -3,9 +3,12 @@
 #include <poll.h>
 
 #include <exception>
+#include <filesystem>
+#include <functional>
 #include <memory>
 
 #include "cli/facts/file_error.h"
+#include "cli/report/listen.h"
 #include "cli/worker/carrier.h"
 #include "cli/worker/child_process.h"
 
@@ -15,6 +18,8 @@
  */
 
 namespace cli {
+namespace fs = std::filesystem;
+
 namespace {
 
 FileFacts facts_at_first(const Job& job) {
@@ -32,27 +37,33 @@ FileFacts failed(const Job& job, const std::string& cause) {
     return facts;
 }
 
-/** Adds the answers of one process for the jobs behind those of `found`; at least one. */
-void look_on(const std::vector<Job>& jobs, std::vector<FileFacts>& found) {
-    const std::size_t done = found.size();
-    ChildProcess process({jobs.begin() + static_cast<std::ptrdiff_t>(done), jobs.end()});
-    const auto take = [&](const nlohmann::ordered_json& event) {
-        // One answer for each job, in their order: anything else is no answer.
-        if (found.size() < jobs.size() && event.at("look") == found.size() - done) {
-            found.push_back(facts_from_json(event.at("facts")));
-        }
-    };
+using Event = nlohmann::ordered_json;
+
+/** Reads all that the process sends. */
+void follow(ChildProcess& process, const std::function<void(const Event&)>& take) {
     for (;;) {
         const bool ended = process.at_end();
         process.read_events(take);
         process.read_output();
         if (ended) {
-            break;
+            return;
         }
         constexpr int kMilliseconds = 200;  // a process that ended may have left its pipes open
         pollfd watched[2] = {{process.events(), POLLIN, 0}, {process.output(), POLLIN, 0}};
         poll(watched, 2, kMilliseconds);
     }
+}
+
+/** Adds the answers of one process for the jobs behind those of `found`; at least one. */
+void look_on(const std::vector<Job>& jobs, std::vector<FileFacts>& found) {
+    const std::size_t done = found.size();
+    ChildProcess process({jobs.begin() + static_cast<std::ptrdiff_t>(done), jobs.end()});
+    follow(process, [&](const Event& event) {
+        // One answer for each job, in their order: anything else is no answer.
+        if (found.size() < jobs.size() && event.at("look") == found.size() - done) {
+            found.push_back(facts_from_json(event.at("facts")));
+        }
+    });
     if (found.size() < jobs.size()) {
         found.push_back(failed(jobs[found.size()], process.cause_of_end()));
     }
@@ -95,6 +106,31 @@ std::vector<FileFacts> look_into_all(const std::vector<Job>& jobs) {
         found[i].output = jobs[i].output;
     }
     return found;
+}
+
+std::string excerpts_of(const Job& job) {
+    FileFacts facts = facts_from_json(Event::parse(job.excerpts_for));
+    facts.input = job.input;  // JSON's text may have lost bytes of the names
+    facts.output = job.output;
+    return listening_part(facts);
+}
+
+std::string listening_part_of(const FileFacts& facts) {
+    if (facts.outcome != Outcome::Leveled) {
+        return "";
+    }
+    Job job;
+    job.input = fs::absolute(facts.input).string();
+    job.output = fs::absolute(facts.output).string();
+    job.excerpts_for = dump(to_json(facts));
+    std::string text;
+    try {
+        ChildProcess process({job});
+        follow(process, [&](const Event& event) { text = event.at("text").get<std::string>(); });
+    } catch (const std::exception&) {
+        return "";  // a page is not worth less without it
+    }
+    return text;
 }
 
 }  // namespace cli

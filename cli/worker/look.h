@@ -1,5 +1,6 @@
 #pragma once
 
+#include <string>
 #include <vector>
 
 #include "cli/facts/run_facts.h"
@@ -20,5 +21,11 @@ FileFacts look_into(const Job& job);
  * with its cause, and the others get a new one. Call it from a thread that waits for it.
  */
 std::vector<FileFacts> look_into_all(const std::vector<Job>& jobs);
+
+/** For a worker: the part of a page with excerpts that the job asks for. */
+std::string excerpts_of(const Job& job);
+
+/** listening_part() of the facts, made in a confined process; "" where there is nothing to hear. */
+std::string listening_part_of(const FileFacts& facts);
 
 }  // namespace cli

@@ -196,6 +196,10 @@ int work_on_one(const Job& job, const std::vector<std::string>& unfenced) {
 
 void look_at_each(const std::vector<Job>& jobs, const std::vector<std::string>& unfenced) {
     for (std::size_t i = 0; i < jobs.size(); ++i) {
+        if (!jobs[i].excerpts_for.empty()) {
+            write_line(dump({{"look", i}, {"text", excerpts_of(jobs[i])}}));
+            continue;
+        }
         FileFacts facts = look_into(jobs[i]);
         facts.unfenced = unfenced;
         write_line(dump({{"look", i}, {"facts", to_json(facts)}}));

@@ -110,6 +110,21 @@ TEST(Fence, AHeaderThatEndsAProcessCostsItsFile) {
     }
 }
 
+// A report cuts excerpts from outputs, which bear their names by then.
+TEST(Fence, ExcerptsAreCutInAWorker) {
+    const TempDir dir;
+    write_text(dir / "other.txt", "");
+    write_sound(dir / "talk.wav", signals::speech(4, 16000), kWav16);
+    for (const bool crashes : {false, true}) {
+        const ProgramResult result = run_inside(dir, crashes ? "INSIDE_CRASH=-leveled.wav" : "",
+                                                "-f --report page.html talk.wav");
+        EXPECT_EQ(0, result.status) << result.err;
+        const std::string page = read_text(dir / "page.html");
+        EXPECT_THAT(page, HasSubstr("Over time"));
+        EXPECT_EQ(crashes, page.find("data:audio/ogg") == page.npos);
+    }
+}
+
 TEST(Fence, AKernelWithoutFencesIsReported) {
     const TempDir dir;
     write_text(dir / "other.txt", "");
