@@ -178,7 +178,7 @@ int parse(CCLArgs& args, int argc, char** argv) {
         return 1;
     }
     if (values.count("version") != 0) {
-        show(reporting::Stream::kOutput, kVersion);
+        show(reporting::Stream::kOutput, kEngineVersion);
         return 1;
     }
     if (values.count("help") != 0) {

@@ -1,4 +1,10 @@
 #pragma once
 
-/** The version of the whole program. The build reads it from this line. */
-constexpr const char* kVersion = "3.0.0";
+/**
+ * The version of the whole program: packages, `quorvane --version`, JSON, reports and manual pages.
+ * The build reads it from this line.
+ */
+constexpr const char* kVersion = "4.0.0";
+
+/** The version that the engine's own command line shows; it stands for the engine's arithmetic. */
+constexpr const char* kEngineVersion = "3.0.0";

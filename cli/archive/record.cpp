@@ -41,6 +41,11 @@ constexpr std::int64_t kEndBytes = 1 << 20;
 /** The facts of a recording of 100 hours with a passage a minute take less than 1 MB. */
 constexpr std::size_t kMostLineBytes = 16 << 20;
 
+// Versions of the arithmetic. The plain one is that of version 3.0 of the program.
+constexpr int kPlain = 1;
+constexpr int kPrepared = 3;
+constexpr int kPublished = 3;  // gain and limiter of a destination, on either way
+
 std::int64_t nanoseconds(const timespec& time) {
     return static_cast<std::int64_t>(time.tv_sec) * 1'000'000'000 + time.tv_nsec;
 }
@@ -90,7 +95,7 @@ DoneRecord record_from(const Json& json) {
     record.input_state = {json.at("input_size"), json.at("input_mtime_ns")};
     record.input_hash = json.at("input_hash");
     record.options = json.at("options");
-    record.arithmetic = json.at("arithmetic");
+    record.arithmetic = {json.value("way", ""), json.at("arithmetic")};
     record.facts = facts_from_json(json.at("facts"));
     return record;
 }
@@ -118,6 +123,13 @@ FileState state_of(const std::string& path) {
 #endif
 }
 
+Arithmetic arithmetic_of(Way way, const std::string& destination) {
+    if (way == Way::Plain) {
+        return {"plain", destination.empty() ? kPlain : kPublished};
+    }
+    return {"prepared", kPrepared};
+}
+
 std::string to_line(const DoneRecord& record) {
     FileFacts facts = record.facts;
     strip_curves(facts);
@@ -131,7 +143,8 @@ std::string to_line(const DoneRecord& record) {
     json["input_mtime_ns"] = record.input_state.mtime_ns;
     json["input_hash"] = record.input_hash;
     json["options"] = record.options;
-    json["arithmetic"] = record.arithmetic;
+    json["arithmetic"] = record.arithmetic.version;
+    json["way"] = record.arithmetic.way;
     json["done"] = now_text();
     json["facts"] = to_json(facts);
     return dump(json) + "\n";

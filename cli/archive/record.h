@@ -32,11 +32,24 @@ NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(FileState, size, mtime_ns)
 /** Follows links. What cannot be looked at counts as not there. */
 FileState state_of(const std::string& path);
 
+/** How the samples of an output are computed. */
+enum class Way {
+    Prepared,  // as people get it by default
+    Plain      // by the engine alone, with --plain
+};
+
 /**
- * The version of the arithmetic. It is raised whenever the samples of any output change, and every
- * recording of an archive then counts as changed.
+ * What the samples of an output depend on besides the input and the options. A version is raised
+ * whenever the samples of any output of its way change; outputs of earlier versions are kept, and
+ * reported, until they are redone.
  */
-constexpr int kArithmeticVersion = 2;
+struct Arithmetic {
+    std::string way;  // "prepared", "plain"; empty in records of version 3.0, which knew one way
+    int version = 0;
+};
+
+/** Of an output that is made now. The destination is a word of --for, empty without one. */
+Arithmetic arithmetic_of(Way way, const std::string& destination = "");
 
 /** That one output was made: from what, with what, and what came out. */
 struct DoneRecord {
@@ -47,7 +60,7 @@ struct DoneRecord {
     FileState input_state;
     std::string input_hash;
     std::string options;  // options_key()
-    int arithmetic = kArithmeticVersion;
+    Arithmetic arithmetic = arithmetic_of(Way::Prepared);
     FileFacts facts;  // without curves
 };
 

@@ -57,6 +57,10 @@ FileFacts facts_of(const Judgement& judgement,
     return facts;
 }
 
+bool is_redone(Standing standing) {
+    return standing == Standing::Changed || standing == Standing::Earlier;
+}
+
 Judgement UpToDate::judge(const std::string& input, const std::string& output) {
     Judgement judgement;
     Comparison there(output, proof_);
@@ -124,6 +128,7 @@ Judgement UpToDate::judge_record(const DoneRecord& record, const std::string& in
     constexpr const char* kRedo = "(--redo-changed levels it anew)";
     Comparison source(input, proof_);
     const std::string destination = destination_in(options_);
+    const bool same_way = record.arithmetic.way.empty() || record.arithmetic.way == arithmetic_.way;
     if (!source.is(record.input_state, record.input_hash)) {
         const bool silently = source.state() == record.input_state;
         judgement.standing = silently ? Standing::Damaged : Standing::Changed;
@@ -133,11 +138,17 @@ Judgement UpToDate::judge_record(const DoneRecord& record, const std::string& in
                      : fmt::format("the input changed since it was leveled {}", kRedo);
     } else if (!destination.empty() && destination_in(record.options) != destination) {
         judgement.standing = Standing::Outdated;
-    } else if (record.options != options_) {
+    } else if (record.options != options_ || !same_way) {
         judgement.cause = fmt::format("it was leveled with other options {}", kRedo);
-    } else if (record.arithmetic != kArithmeticVersion) {
+    } else if (record.arithmetic.version < arithmetic_.version) {
+        judgement.standing = Standing::Earlier;
         judgement.cause =
-            fmt::format("it was leveled by another version of the arithmetic {}", kRedo);
+            "it was leveled by an earlier version of the arithmetic "
+            "(--redo-changed levels it again)";
+    } else if (record.arithmetic.version > arithmetic_.version) {
+        judgement.cause =
+            "it was leveled by a later version of the program "
+            "(--redo-changed levels it with this one)";
     } else {
         judgement.standing = Standing::UpToDate;
         judgement.facts = record.facts;

@@ -13,20 +13,24 @@ enum class Standing {
     Missing,   // to be made
     UpToDate,  // there, whole, and made from this input with these options and this arithmetic
     Outdated,  // ours and whole, but made for no destination or another one than is asked for
-    Changed,   // ours and whole, but the input, the options or the arithmetic changed since
+    Changed,   // ours and whole, but the input or the options changed since
+    Earlier,   // made from this input with these options, by an earlier version of the arithmetic
     Damaged,   // of Proof::Content: the output's or the input's content is not the recorded one
     NotOurs    // there, but no record vouches for it
 };
 
 struct Judgement {
     Standing standing = Standing::Missing;
-    std::string cause;       // of Changed, Damaged and NotOurs, for the user
+    std::string cause;       // of Changed, Earlier, Damaged and NotOurs, for the user
     FileState output_state;  // as it was found
     FileFacts facts;         // of UpToDate: what was found out when it was made, without curves
 };
 
 /** The facts of a file whose output is up to date. */
 FileFacts facts_of(const Judgement& judgement, const std::string& input, const std::string& output);
+
+/** Whether --redo-changed replaces such an output. */
+bool is_redone(Standing standing);
 
 /** What it takes to believe that a file is as it was recorded. */
 enum class Proof {
@@ -42,9 +46,11 @@ enum class Proof {
  */
 class UpToDate {
   public:
-    /** options: options_key() of this run. */
-    explicit UpToDate(std::string options, Proof proof = Proof::SizeAndTime)
-        : options_(std::move(options)), proof_(proof) {}
+    /** options: options_key() of this run. arithmetic: that of the outputs it would make. */
+    explicit UpToDate(std::string options,
+                      Proof proof = Proof::SizeAndTime,
+                      Arithmetic arithmetic = arithmetic_of(Way::Prepared))
+        : options_(std::move(options)), proof_(proof), arithmetic_(std::move(arithmetic)) {}
 
     Judgement judge(const std::string& input, const std::string& output);
 
@@ -61,6 +67,7 @@ class UpToDate {
 
     std::string options_;
     Proof proof_;
+    Arithmetic arithmetic_;
     std::string book_path_;
     std::unique_ptr<RecordBook> book_;
 };

@@ -176,6 +176,7 @@ class ShownBatch : public BatchObserver {
         options.replace = settings.force;
         options.redo_changed = settings.redo_changed;
         options.keep_mtime = settings.keep_mtime;
+        options.plain = settings.plain;
         options.strict = settings.strict;
         options.salvage = settings.salvage;
         options.audio_stream = settings.audio_stream;
@@ -273,6 +274,7 @@ int tell_plan(const Settings& settings,
     for (std::size_t i = 0; i < work.others.size(); ++i) {
         results.add(work.files.size() + i, work.others[i]);
     }
+    print_earlier(results.files(), screen);
     screen.line(fmt::format("{}; {} of audio to work on", counts(results.files()),
                             clock_text(checked.audio_s)));
     print_unsupported(work.unsupported, screen);

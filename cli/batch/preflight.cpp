@@ -60,6 +60,7 @@ Job look_of(const Settings& settings, const PlannedFile& file) {
     job.input = fs::absolute(file.input).string();
     job.output = file.output.empty() ? "" : fs::absolute(file.output).string();
     job.options.tuning = settings.tuning;
+    job.options.plain = settings.plain;
     job.options.strict = settings.strict;
     job.options.look_inside = settings.dry_run;
     job.options.salvage = settings.salvage;

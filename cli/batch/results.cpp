@@ -45,6 +45,8 @@ void tell_finished(const Settings& settings,
                    JsonLines& lines) {
     if (is_failure(facts.outcome)) {
         screen.error(finished_line(facts, screen));
+    } else if (facts.earlier_arithmetic) {
+        // The summary counts these in one line: after an update that may be a whole archive.
         // One file has room for its verdict; of many each gets a line.
     } else if (facts.outcome != Outcome::Interrupted && facts.before && files == Files::One) {
         screen.line(printable(verdict(facts, settings.destinations)));

@@ -134,7 +134,8 @@ void judge_outputs(const Settings& settings, WorkList& work) {
         settings.destinations.empty() || settings.analyze ? "" : settings.destinations.front();
     UpToDate up_to_date(options_key(settings.tuning, settings.measure, settings.audio_stream,
                                     settings.audio_codec, destination),
-                        settings.verify ? Proof::Content : Proof::SizeAndTime);
+                        settings.verify ? Proof::Content : Proof::SizeAndTime,
+                        arithmetic_of(settings.plain ? Way::Plain : Way::Prepared, destination));
     for (PlannedFile& file : work.files) {
         if (!file.skip.empty()) {
             file.known = left_alone(file, Outcome::Skipped, file.skip);
@@ -144,7 +145,7 @@ void judge_outputs(const Settings& settings, WorkList& work) {
             const Judgement judgement = up_to_date.judge(file.input, file.output);
             file.found = judgement.output_state;
             file.renew = judgement.standing == Standing::Outdated ||
-                         (settings.redo_changed && judgement.standing == Standing::Changed);
+                         (settings.redo_changed && is_redone(judgement.standing));
             if (judgement.standing == Standing::UpToDate) {
                 file.known =
                     std::make_shared<FileFacts>(facts_of(judgement, file.input, file.output));
@@ -152,6 +153,7 @@ void judge_outputs(const Settings& settings, WorkList& work) {
                 file.known = left_alone(file, Outcome::Damaged, judgement.cause);
             } else if (judgement.standing != Standing::Missing && !file.renew) {
                 file.known = left_alone(file, Outcome::Skipped, judgement.cause);
+                file.known->earlier_arithmetic = judgement.standing == Standing::Earlier;
             }
         }
     }

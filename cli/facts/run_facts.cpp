@@ -240,6 +240,9 @@ Json to_json(const FileFacts& facts, Curves curves) {
     put_path(json, "output", facts.output);
     json["status"] = to_text(facts.outcome);
     json["cause"] = facts.cause.empty() ? Json(nullptr) : Json(facts.cause);
+    if (facts.earlier_arithmetic) {
+        json["earlier_arithmetic"] = true;
+    }
     json["notes"] = facts.notes;
     json["elapsed_s"] = number(facts.elapsed_s);
     if (facts.bytes) {
@@ -280,6 +283,7 @@ FileFacts facts_from_json(const Json& json) {
     facts.output = path_back(json, "output");
     facts.outcome = outcome_back(json.at("status"));
     facts.cause = text_back(json.at("cause"));
+    facts.earlier_arithmetic = json.value("earlier_arithmetic", false);
     facts.notes = json.at("notes").get<std::vector<std::string>>();
     facts.elapsed_s = number_back(json.at("elapsed_s"));
     facts.bytes = json.value("bytes", std::int64_t{0});

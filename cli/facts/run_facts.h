@@ -102,6 +102,8 @@ struct FileFacts {
     std::string output;  // empty when nothing is written
     Outcome outcome = Outcome::Interrupted;
     std::string cause;
+    // Skipped, because an earlier version's arithmetic made the output, which is kept.
+    bool earlier_arithmetic = false;
     std::string format;  // as libsndfile names it, "WAV (Microsoft), Signed 16 bit PCM"
     std::optional<MediaFacts> media;
     int sample_rate_hz = 0;

@@ -75,7 +75,7 @@ int sample_bits(int format) {
     }
 }
 
-/** "A=PCM,F=48000,W=24,M=stereo,T=quorvane 3.0.0, leveled". */
+/** "A=PCM,F=48000,W=24,M=stereo,T=quorvane 4.0.0, leveled". */
 void add_history(Bytes& chunk, const SndfileHandle& file) {
     const int bits = sample_bits(file.format());
     const std::string line = fmt::format(

@@ -44,6 +44,9 @@ std::vector<OptionRow> own_options() {
          "(or "
          "apple), spotify, youtube, broadcast, atsc, audiobook; with --analyze only check, also "
          "several (podcast,spotify)"},
+        {G::Work, "plain", 0, "", C::None,
+         "level by the engine alone, which gives the samples of version 3.0: without preparation "
+         "and without dither"},
         {G::Work, "jobs", 'j', "N", C::None,
          "files worked on at the same time (default: the number of cores)"},
         {G::Work, "strict", 0, "", C::None,

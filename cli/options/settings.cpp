@@ -261,6 +261,7 @@ void read_switches(const Words& words, Settings& settings) {
     settings.curves = words.given("no-curves") ? Curves::Omit : Curves::Tell;
     settings.force = words.given("force");
     settings.keep_mtime = words.given("keep-mtime");
+    settings.plain = words.given("plain");
     settings.strict = words.given("strict");
     settings.salvage = words.given("salvage");
     settings.dry_run = words.given("dry-run");

@@ -47,6 +47,7 @@ struct Settings {
     bool redo_changed = false;              // replace the outputs of inputs that changed
     bool verify = false;                    // what is done already by content, not size and time
     bool keep_mtime = false;                // the output gets the input's modification time
+    bool plain = false;                     // the engine's result as it is
     bool strict = false;                    // an input that is cut short or damaged fails
     bool salvage = false;                   // it is leveled however much of it is lost
     int audio_stream = 0;                   // of a media file, counted from 1; 0: the default one

@@ -303,7 +303,21 @@ void print_summary(const std::vector<FileFacts>& files, double elapsed_s, Screen
     print_interrupted(files, screen);
 }
 
+void print_earlier(const std::vector<FileFacts>& files, Screen& screen) {
+    const auto earlier = std::count_if(files.begin(), files.end(), [](const FileFacts& facts) {
+        return facts.earlier_arithmetic;
+    });
+    if (earlier) {
+        screen.line(fmt::format(
+            "{} output{} made by an earlier version of the arithmetic {} kept (--redo-changed "
+            "levels {} again; --plain is the arithmetic of 3.0)",
+            earlier, earlier == 1 ? "" : "s", earlier == 1 ? "was" : "were",
+            earlier == 1 ? "it" : "them"));
+    }
+}
+
 void print_notes(const std::vector<FileFacts>& files, Screen& screen) {
+    print_earlier(files, screen);
     for (const FileFacts& facts : files) {
         for (const std::string& note : facts.notes) {
             screen.line(fmt::format("note: {}: {}", printable(facts.input), printable(note)));

@@ -38,8 +38,11 @@ std::string counts(const std::vector<FileFacts>& files);
  */
 void print_summary(const std::vector<FileFacts>& files, double elapsed_s, Screen& screen);
 
-/** "note: talk.mp4: ...", for each note of each file. */
+/** print_earlier(), then "note: talk.mp4: ...", for each note of each file. */
 void print_notes(const std::vector<FileFacts>& files, Screen& screen);
+
+/** The number of outputs that are kept though an earlier arithmetic made them; nothing for none. */
+void print_earlier(const std::vector<FileFacts>& files, Screen& screen);
 
 /** "2 files not supported: a.flv, b.amr"; nothing for none. */
 void print_unsupported(const std::vector<std::filesystem::path>& files, Screen& screen);

@@ -30,6 +30,10 @@ std::string key_of(const JobOptions& options) {
                        options.destination);
 }
 
+Arithmetic arithmetic_for(const JobOptions& options) {
+    return arithmetic_of(options.plain ? Way::Plain : Way::Prepared, options.destination);
+}
+
 /** Throws FileError unless the part is the file that the worker reported. */
 void require_reported(const StagedOutput& part, const WorkResult& result) {
     struct stat status {};
@@ -69,9 +73,10 @@ Delivery::Begun Delivery::begin() {
 
 // With the claim in hand it is certain whether another process has made the output meanwhile.
 bool Delivery::was_made_meanwhile() {
-    const Judgement judgement = UpToDate(key_of(options_)).judge_new(input_, place_.output);
+    UpToDate up_to_date(key_of(options_), Proof::SizeAndTime, arithmetic_for(options_));
+    const Judgement judgement = up_to_date.judge_new(input_, place_.output);
     const bool renew = judgement.standing == Standing::Outdated ||
-                       (options_.redo_changed && judgement.standing == Standing::Changed);
+                       (options_.redo_changed && is_redone(judgement.standing));
     existing_ = renew ? Existing::Replace : Existing::Keep;
     if (judgement.standing != Standing::UpToDate) {
         return false;
@@ -88,6 +93,7 @@ DoneRecord Delivery::record_of(const WorkResult& result) const {
     record.input_state = input_state_;
     record.input_hash = result.input_hash;
     record.options = key_of(options_);
+    record.arithmetic = arithmetic_for(options_);
     record.facts = result.facts;
     record.facts.elapsed_s = 0;  // it and the fences belong to the run, not to the output
     record.facts.unfenced.clear();

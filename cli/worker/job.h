@@ -17,6 +17,7 @@ struct JobOptions {
     bool replace = false;             // an output that exists, whatever it is
     bool redo_changed = false;        // replace an output of ours whose input or options changed
     bool keep_mtime = false;
+    bool plain = false;        // the engine's result as it is: see Way::Plain
     bool strict = false;       // a damaged input fails
     bool salvage = false;      // a damaged input is leveled however much of it is lost
     bool look_inside = false;  // a look also runs the decoders that a format's header needs
@@ -39,6 +40,7 @@ NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(JobOptions,
                                    replace,
                                    redo_changed,
                                    keep_mtime,
+                                   plain,
                                    strict,
                                    salvage,
                                    look_inside,

@@ -146,6 +146,49 @@ TEST_F(Archive, AnOutputIsJudgedByWhatItWasMadeFrom) {
     EXPECT_EQ(Standing::UpToDate, judge("o", "moved/out.wav").standing);
 }
 
+TEST_F(Archive, RecordsOfVersion3CountForPlainRunsAlone) {
+    write_text(dir_ / "in.wav", "input");
+    write_text(dir_ / "out.wav", "output");
+    // A line as version 3.0 wrote it, on another day: the contents decide.
+    write_text(dir_ / kRecordName,
+               R"({"output":"out.wav","output_size":6,"output_mtime_ns":1,"output_hash":")" +
+                   content_hash(dir_ / "out.wav") +
+                   R"(","input":"/in.wav","input_size":5,"input_mtime_ns":1,"input_hash":")" +
+                   content_hash(dir_ / "in.wav") +
+                   R"(","options":"o","arithmetic":1,"done":"2026-11-21T05:21:00Z","facts":)"
+                   R"({"input":"/in.wav","output":"/out.wav","status":"leveled","cause":null,)"
+                   R"("notes":[],"elapsed_s":0.5}})"
+                   "\n");
+
+    struct Row {
+        const char* name;
+        Arithmetic arithmetic;
+        const char* options;
+        Standing expected;
+    };
+
+    const Row rows[] = {
+        {"plain", arithmetic_of(Way::Plain), "o", Standing::UpToDate},
+        {"prepared", arithmetic_of(Way::Prepared), "o", Standing::Earlier},
+        {"plain for a destination", arithmetic_of(Way::Plain, "podcast"), "o", Standing::Earlier},
+        {"other options", arithmetic_of(Way::Plain), "p", Standing::Changed},
+        {"other options, prepared", arithmetic_of(Way::Prepared), "p", Standing::Changed},
+        {"an older program", {"prepared", 0}, "o", Standing::Changed},
+    };
+    const auto judged = [&](const Row& row) {
+        return UpToDate(row.options, Proof::SizeAndTime, row.arithmetic)
+            .judge(dir_ / "in.wav", dir_ / "out.wav")
+            .standing;
+    };
+    for (const Row& row : rows) {
+        EXPECT_EQ(row.expected, judged(row)) << row.name;
+    }
+    // A record of this version knows its way: the other one is another option, and not earlier.
+    place("out.wav", "output", "o");
+    EXPECT_EQ(Standing::UpToDate, judged(rows[1]));
+    EXPECT_EQ(Standing::Changed, judged(rows[0]));
+}
+
 TEST_F(Archive, ALineForAnOutputThatNeverCameVouchesForNothing) {
     write_text(dir_ / "in.wav", "input");
     place("out.wav", "old", "o");

@@ -18,6 +18,7 @@
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::Not;
 
 namespace {
 
@@ -138,6 +139,40 @@ TEST_F(Batch, ASecondRunDoesOnlyWhatChanged) {
     EXPECT_EQ(before["leveling"]["passages"], after["leveling"]["passages"]);
 }
 
+TEST_F(Batch, OutputsOfVersion3AreKeptAndCountedInOneLine) {
+    talk("in/a.wav");
+    talk("in/b.wav", 3);
+    ASSERT_EQ(0, run("--plain -d out in").status);
+    // What version 3.0 wrote had no way.
+    std::string records = read_text(dir_ / "out/.quorvane.jsonl");
+    const std::string way = "\"way\":\"plain\",";
+    for (int i = 0; i < 2; ++i) {
+        ASSERT_THAT(records, HasSubstr(way));
+        records.erase(records.find(way), way.size());
+    }
+    write_text(dir_ / "out/.quorvane.jsonl", records);
+    const std::string output = read_text(dir_ / "out/a-leveled.wav");
+
+    EXPECT_THAT(run("--plain -d out in").out, HasSubstr("2 up to date"));
+    const std::string line = "2 outputs made by an earlier version of the arithmetic were kept";
+    for (const char* words : {"-d out in --json facts.jsonl", "-n -d out in", "-q -d out in"}) {
+        const ProgramResult result = run(words);
+        EXPECT_EQ(0, result.status) << words;
+        EXPECT_THAT(result.out, Not(HasSubstr("skipped in/a.wav"))) << words;
+        if (words[1] != 'q') {
+            EXPECT_THAT(result.out, HasSubstr(line)) << words;
+        }
+    }
+    EXPECT_EQ(output, read_text(dir_ / "out/a-leveled.wav"));
+    EXPECT_TRUE(facts(read_text(dir_ / "facts.jsonl")).at("in/a.wav")["earlier_arithmetic"]);
+    EXPECT_THAT(run("merge facts.jsonl").out, HasSubstr(line));
+    EXPECT_THAT(run("-d out in/a.wav").out, HasSubstr("1 output made by an earlier version"));
+
+    EXPECT_THAT(run("-d out in --redo-changed").out, HasSubstr("2 leveled in"));
+    EXPECT_THAT(run("-d out in").out, HasSubstr("2 up to date"));
+    EXPECT_THAT(run("--plain -d out in").out, HasSubstr("leveled with other options"));
+}
+
 TEST_F(Batch, ShardsOfAPlanAreMergedIntoWhatASingleRunTells) {
     for (int i = 0; i < 5; ++i) {
         talk("in/" + std::to_string(i) + ".wav", 1 + i);
@@ -255,7 +290,7 @@ TEST_F(Batch, WrongUsageIsStatus2BeforeAnyWork) {
     EXPECT_EQ(run("--for a.wav").status, 2) << "no long option is guessed";
     EXPECT_EQ(run("--%original_token%x a.wav").status, 2) << "the parser's own placeholder";
     EXPECT_EQ(run("--help").status, 0);
-    EXPECT_EQ(run("--version").out, "quorvane 3.0.0\n");
+    EXPECT_EQ(run("--version").out, "quorvane 4.0.0\n");
 }
 
 TEST_F(Batch, APlanAndALogPassTheChecksOfACommandLine) {
