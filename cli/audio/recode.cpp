@@ -12,6 +12,7 @@
 #include <utility>
 #include <vector>
 
+#include "cli/audio/dither.h"
 #include "cli/audio/sound_file.h"
 #include "cli/audio/tag_stream.h"
 
@@ -45,6 +46,38 @@ Decoded copy_samples(SndfileHandle& from, SndfileHandle& to) {
         }
         result.frames += got;
     }
+    if (from.error()) {
+        result.error = from.strError();
+    }
+    return result;
+}
+
+/** The same into integers of up to 16 bits. source: what the file was made from. */
+Decoded copy_dithered(SndfileHandle& from, SndfileHandle& source, SndfileHandle& to) {
+    Decoded result;
+    Dither dither(to.channels(), to.samplerate(), dithered_bits(to.format()));
+    const auto samples =
+        static_cast<std::size_t>(kBlockFrames) * static_cast<std::size_t>(from.channels());
+    std::vector<double> block(samples);
+    std::vector<double> source_block(samples);
+    std::vector<std::int16_t> ready;
+    const auto write = [&] {
+        const auto count = static_cast<sf_count_t>(ready.size());
+        if (to.write(ready.data(), count) != count) {
+            throw std::runtime_error(to.strError());
+        }
+        ready.clear();
+    };
+    for (sf_count_t got = 0; (got = from.readf(block.data(), kBlockFrames)) > 0;) {
+        // A source that is shorter is cut off: what lies behind its end is not known as silence.
+        std::fill(source_block.begin(), source_block.end(), 1.0);
+        source.readf(source_block.data(), got);
+        dither.process(block.data(), source_block.data(), static_cast<std::size_t>(got), ready);
+        write();
+        result.frames += got;
+    }
+    dither.finish(ready);
+    write();
     if (from.error()) {
         result.error = from.strError();
     }
@@ -137,13 +170,17 @@ Decoded decode_to_float(const std::string& from, const std::string& to) {
     return decoded;
 }
 
-void encode_like(const std::string& from, const std::string& like, const std::string& to) {
+void encode_like(const std::string& from,
+                 const std::string& like,
+                 const std::string& to,
+                 Quantization quantization) {
     SndfileHandle in = open_to_read(from);
-    const SndfileHandle model = open_to_read(like);
+    SndfileHandle model = open_to_read(like);
     SndfileHandle out = open_to_write(to, model.format(), in.channels(), in.samplerate());
     out.command(SFC_SET_CLIPPING, nullptr, SF_TRUE);
     set_bit_rate(out, bit_rate_of(like, static_cast<double>(model.frames()) / model.samplerate()));
-    const Decoded copied = copy_samples(in, out);
+    const bool dithered = quantization == Quantization::kDithered && dithered_bits(out.format());
+    const Decoded copied = dithered ? copy_dithered(in, model, out) : copy_samples(in, out);
     if (!copied.error.empty()) {
         throw std::runtime_error(copied.error);
     }

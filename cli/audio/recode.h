@@ -22,10 +22,19 @@ struct Decoded {
  */
 Decoded decode_to_float(const std::string& from, const std::string& to);
 
+/** How samples become integers of up to 16 bits. */
+enum class Quantization {
+    kDithered,  // see Dither; the silence is that of the file that is encoded like
+    kRounded    // to the nearest
+};
+
 /**
  * Encodes a file like another one: its format, and for Ogg Vorbis, Opus and MP3 a bit rate that is
  * not below that of `like`. Throws std::runtime_error with the cause.
  */
-void encode_like(const std::string& from, const std::string& like, const std::string& to);
+void encode_like(const std::string& from,
+                 const std::string& like,
+                 const std::string& to,
+                 Quantization quantization);
 
 }  // namespace cli

@@ -13,6 +13,7 @@
 #include <system_error>
 
 #include "cli/audio/audio_formats.h"
+#include "cli/audio/dither.h"
 #include "cli/audio/scan.h"
 #include "cli/audio/sound_file.h"
 #include "cli/facts/file_error.h"
@@ -31,8 +32,9 @@
  * directory then stands for the input: a WAV file whose size was never filled in, an MP3 stream
  * without a count of its frames. The input itself is only ever read.
  *
- * A file that must be decoded is decoded once, to float samples that keep what lies above full
- * scale; the measurement, the engine and the comparison of lengths work on these.
+ * A file that must be decoded, or is to be quantised once only, is decoded to float samples that
+ * keep what lies above full scale; the measurement, the engine, what renders for a destination and
+ * the comparison of lengths work on these.
  */
 
 namespace cli {
@@ -185,7 +187,7 @@ void SoundFileCarrier::read_info(FileFacts& facts) {
 bool SoundFileCarrier::must_be_decoded() {
     is_damaged_ = is_damaged_ || !last_frame_is_there(source_) ||
                   (is_packed_lossless(info_.format) && !reads_through(source_));
-    return is_damaged_ || (is_lossy(info_.format) && !job_.output.empty());
+    return is_damaged_ || (!job_.output.empty() && (is_lossy(info_.format) || is_quantized_once()));
 }
 
 // libsndfile stops at the first damage; FFmpeg's decoders go on behind it.
@@ -232,6 +234,13 @@ void SoundFileCarrier::decode_source(FileFacts& facts) {
     facts.frames = decoded.frames;
 }
 
+// The rounding of 16 bits in each of the engine's steps would add up. With a destination the audio
+// is rendered after the engine; without one the engine's result is the output.
+bool SoundFileCarrier::is_quantized_once() const {
+    return !job_.options.plain && !job_.options.destination.empty() &&
+           dithered_bits(info_.format) != 0 && !may_change_depth(job_.options.tuning);
+}
+
 void SoundFileCarrier::probe(FileFacts& facts) {
     repair_header(facts);
     read_info(facts);
@@ -274,7 +283,8 @@ std::string SoundFileCarrier::encode(const std::vector<std::string>& leveled,
         return leveled.front();
     }
     std::string encoded = in_scratch("encoded");
-    encode_like(leveled.front(), source_, encoded);
+    encode_like(leveled.front(), source_, encoded,
+                job_.options.plain ? Quantization::kRounded : Quantization::kDithered);
     if ((info_.format & SF_FORMAT_TYPEMASK) == SF_FORMAT_MPEG) {
         const std::string bare = encoded;
         encoded = in_scratch("measured");

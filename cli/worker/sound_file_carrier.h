@@ -48,6 +48,9 @@ class SoundFileCarrier : public Carrier {
     Decoded decode_damaged(const Decoded& readable);
     void decode_source(FileFacts& facts);
 
+    /** Whether the file is worked on in floats and dithered at the end. */
+    bool is_quantized_once() const;
+
     /** Whether the headers alone are wanted: a job without a scratch directory writes nothing. */
     bool only_looks() const { return job_.scratch.empty(); }
 

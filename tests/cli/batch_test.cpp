@@ -7,6 +7,7 @@
 
 #include <boost/algorithm/string/replace.hpp>
 #include <chrono>
+#include <cmath>
 #include <filesystem>
 #include <functional>
 #include <future>
@@ -15,6 +16,7 @@
 #include "cli/archive/output_claim.h"
 #include "tests/support/batch_run.h"
 
+using testing::Each;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -171,6 +173,31 @@ TEST_F(Batch, OutputsOfVersion3AreKeptAndCountedInOneLine) {
     EXPECT_THAT(run("-d out in --redo-changed").out, HasSubstr("2 leveled in"));
     EXPECT_THAT(run("-d out in").out, HasSubstr("2 up to date"));
     EXPECT_THAT(run("--plain -d out in").out, HasSubstr("leveled with other options"));
+}
+
+TEST_F(Batch, ForADestination16BitsAreDitheredOnceAndFromFloats) {
+    // A faint tone goes on between loud bursts, which end in a second of digital silence.
+    Signal signal = signals::join({signals::speech(8, 16000), signals::silence(16000, 16000)});
+    for (std::size_t i = 0; i < 8 * 16000; ++i) {
+        const double noise = 3.2e-5 * std::sin(0.9 * static_cast<double>(i));
+        signal.samples[i] = std::rint((signal.samples[i] * 0.5 + noise) * 32768) / 32768;
+    }
+    fs::create_directory(dir_ / "in");
+    write_sound(dir_ / "in/a.wav", signal, kWav16);
+    write_sound(dir_ / "in/b.wav", signal, kWavFloat);
+    ASSERT_EQ(0, run("--for podcast -d out in").status);
+    const std::vector<double> dithered = read_sound(dir_ / "out/a-leveled.wav").samples;
+    const std::vector<double> exact = read_sound(dir_ / "out/b-leveled.wav").samples;
+    ASSERT_EQ(exact.size(), dithered.size());
+    double error = 0;
+    for (std::size_t i = 0; i < exact.size(); ++i) {
+        error += (dithered[i] - exact[i]) * (dithered[i] - exact[i]);
+    }
+    EXPECT_LE(10 * std::log10(error / static_cast<double>(exact.size())), -96);
+    EXPECT_THAT(std::vector<double>(dithered.end() - 15000, dithered.end()), Each(0));
+
+    ASSERT_EQ(0, run("--for podcast -d again in/a.wav").status);
+    EXPECT_EQ(read_text(dir_ / "out/a-leveled.wav"), read_text(dir_ / "again/a-leveled.wav"));
 }
 
 TEST_F(Batch, ShardsOfAPlanAreMergedIntoWhatASingleRunTells) {

@@ -1,0 +1,110 @@
+#include "cli/audio/dither.h"
+
+#include <sndfile.h>
+
+#include <algorithm>
+#include <cmath>
+
+/*
+ * Whether a frame lies in a long silence is known only when the silence has lasted long enough, so
+ * frames wait for that time less one frame. A silence that becomes long enough with frame n began
+ * silence_frames_ - 1 before it, with the frame that is written next.
+ */
+
+namespace cli {
+namespace {
+
+constexpr int kMostBits = 16;
+constexpr double kHalf = 4294967296.0;  // 2^32, the values of half a random number
+
+/** SplitMix64's mixing of a counter into a random number. */
+std::uint64_t mixed(std::uint64_t counter) {
+    std::uint64_t value = counter * 0x9E3779B97F4A7C15;
+    value = (value ^ (value >> 30)) * 0xBF58476D1CE4E5B9;
+    value = (value ^ (value >> 27)) * 0x94D049BB133111EB;
+    return value ^ (value >> 31);
+}
+
+/** Triangular between -1 and 1: the difference of two uniform values. */
+double triangular(std::uint64_t random) {
+    const auto first = static_cast<double>(random >> 32);
+    const auto second = static_cast<double>(random & 0xFFFFFFFF);
+    return (first - second) / kHalf;
+}
+
+}  // namespace
+
+int dithered_bits(int format) {
+    switch (format & SF_FORMAT_SUBMASK) {
+        case SF_FORMAT_PCM_S8:
+        case SF_FORMAT_PCM_U8:
+            return 8;
+        case SF_FORMAT_PCM_16:
+        case SF_FORMAT_ALAC_16:
+            return kMostBits;
+        default:
+            return 0;
+    }
+}
+
+Dither::Dither(int channels, int sample_rate_hz, int bits)
+    : channels_(static_cast<std::size_t>(channels)),
+      full_scale_(std::ldexp(1.0, bits - 1)),
+      shift_(kMostBits - bits),
+      silence_frames_(
+          std::max<std::size_t>(1, static_cast<std::size_t>(kSilenceSeconds * sample_rate_hz))) {
+    for (std::size_t i = 0; i < channels_.size(); ++i) {
+        channels_[i].key = mixed(i + 1);
+    }
+}
+
+void Dither::follow_silence(const double* frame) {
+    ++taken_;
+    for (std::size_t i = 0; i < channels_.size(); ++i) {
+        Channel& channel = channels_[i];
+        channel.silent_run = frame[i] == 0 ? channel.silent_run + 1 : 0;
+        if (channel.silent_run >= silence_frames_) {
+            channel.silent_end = taken_;
+        }
+    }
+}
+
+void Dither::write_frame(const double* frame, std::vector<std::int16_t>& out) {
+    for (std::size_t i = 0; i < channels_.size(); ++i) {
+        const Channel& channel = channels_[i];
+        const double steps = frame[i] * full_scale_;
+        const bool silent = given_ < channel.silent_end && std::floor(steps + 0.5) == 0;
+        const double noise = silent ? 0 : triangular(mixed(channel.key + given_));
+        const double rounded =
+            std::clamp(std::floor(steps + noise + 0.5), -full_scale_, full_scale_ - 1);
+        out.push_back(static_cast<std::int16_t>(static_cast<int>(rounded) * (1 << shift_)));
+    }
+    ++given_;
+}
+
+void Dither::process(const double* samples,
+                     const double* source,
+                     std::size_t frames,
+                     std::vector<std::int16_t>& out) {
+    const std::size_t channels = channels_.size();
+    waiting_.insert(waiting_.end(), samples, samples + frames * channels);
+    std::size_t written = 0;
+    for (std::size_t frame = 0; frame < frames; ++frame) {
+        follow_silence(source + frame * channels);
+        if (taken_ >= given_ + silence_frames_) {
+            write_frame(waiting_.data() + written * channels, out);
+            ++written;
+        }
+    }
+    waiting_.erase(waiting_.begin(),
+                   waiting_.begin() + static_cast<std::ptrdiff_t>(written * channels));
+}
+
+void Dither::finish(std::vector<std::int16_t>& out) {
+    for (std::size_t at = 0; at < waiting_.size(); at += channels_.size()) {
+        write_frame(waiting_.data() + at, out);
+    }
+    waiting_.clear();
+}
+
+}  // namespace cli
