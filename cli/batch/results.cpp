@@ -107,9 +107,10 @@ int status_of(const Settings& settings,
         return kSomeFailed;
     }
     // What was not measured was skipped or planned. Only an output that was kept, whatever it is,
-    // then misses a destination.
+    // then misses a destination; not one that an earlier arithmetic made for it.
     const bool ready = std::all_of(files.begin(), files.end(), [&](const FileFacts& facts) {
-        const bool kept = facts.outcome == Outcome::Skipped && !facts.output.empty();
+        const bool kept =
+            facts.outcome == Outcome::Skipped && !facts.output.empty() && !facts.earlier_arithmetic;
         return facts.before ? is_ready(facts, settings.destinations) : !kept;
     });
     return ready || settings.destinations.empty() ? kAllDone : kNotReady;

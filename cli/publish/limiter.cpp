@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 #include "cli/audio/portable_math.h"
 
@@ -20,6 +21,7 @@ namespace cli {
 namespace {
 
 constexpr double kAlmostOne = 1 - 1e-6;  // a gain above it, 0.00001 dB, counts as no reduction
+constexpr double kStepsADb = 10000;
 constexpr double kFixedPoint = 1099511627776.0;  // 2^40 steps between 0 and 1
 
 /** At least one: a window of nothing has no least value. */
@@ -39,7 +41,8 @@ void Reductions::add(double gain) {
     if (gain >= kAlmostOne) {
         return;
     }
-    const double reduction = -20 * std::log10(gain);
+    // Rounded, so that the last bit of the library's logarithm decides nothing.
+    const double reduction = std::rint(-20 * std::log10(gain) * kStepsADb) / kStepsADb;
     most_db_ = std::max(most_db_, reduction);
     ++counts_[std::min(kSteps - 1, static_cast<std::size_t>(reduction / kStepDb))];
 }
@@ -93,17 +96,22 @@ double MovingMean::next(double value) {
     return static_cast<double>(sum_) / (kFixedPoint * static_cast<double>(ring_.size()));
 }
 
-TruePeakLimiter::TruePeakLimiter(int channels, int sample_rate_hz, double gain, double ceiling)
+TruePeakLimiter::TruePeakLimiter(
+    int channels, int sample_rate_hz, double gain, double ceiling, std::vector<double> lowered)
     : channels_(static_cast<std::size_t>(channels)),
       gain_(gain),
       ceiling_(ceiling),
+      lowered_(std::move(lowered)),
+      block_frames_(peak_block_frames(sample_rate_hz)),
       sustain_(share_a_frame(kSustainSeconds, sample_rate_hz)),
       quick_release_(share_a_frame(kQuickReleaseSeconds, sample_rate_hz)),
       release_(share_a_frame(kReleaseSeconds, sample_rate_hz)),
       attack_frames_(frames_in(kAttackSeconds / 2, sample_rate_hz)),
       // The means reach 2 (attack_frames_ - 1) frames back, and the frame itself has to be inside.
       latency_frames_(TruePeakFinder::kLatency + 2 * attack_frames_ - 1),
-      finder_(channels, ceiling),
+      finder_(channels,
+              lowered_.empty() ? ceiling
+                               : ceiling * *std::min_element(lowered_.begin(), lowered_.end())),
       held_(2 * attack_frames_ + frames_in(kHoldSeconds, sample_rate_hz)),
       first_mean_(attack_frames_),
       second_mean_(attack_frames_),
@@ -113,9 +121,15 @@ TruePeakLimiter::TruePeakLimiter(int channels, int sample_rate_hz, double gain, 
       frames_to_drop_(latency_frames_),
       delayed_(latency_frames_ * channels_, 0.0) {}
 
-double TruePeakLimiter::next_gain(double peak) {
+double TruePeakLimiter::ceiling_at(std::uint64_t frame) const {
+    const std::uint64_t block = frame / block_frames_;
+    return block < lowered_.size() ? ceiling_ * lowered_[static_cast<std::size_t>(block)]
+                                   : ceiling_;
+}
+
+double TruePeakLimiter::next_gain(double peak, double ceiling) {
     // A peak between two frames asks for the gain in both.
-    const double needed = peak > ceiling_ ? ceiling_ / peak : 1;
+    const double needed = peak > ceiling ? ceiling / peak : 1;
     const double wanted = std::min(needed, needed_before_);
     needed_before_ = needed;
     if (wanted < 1) {
@@ -140,14 +154,17 @@ void TruePeakLimiter::process(const double* samples, std::size_t frames, std::ve
     }
     peaks_.resize(frames);
     finder_.find(delayed_.data() + kept, frames, peaks_.data());
-    for (std::size_t frame = 0; frame < frames; ++frame) {
-        if (frames_at_rest_ >= frames_to_rest_ && peaks_[frame] <= ceiling_) {
+    constexpr std::uint64_t kLatency = TruePeakFinder::kLatency;
+    for (std::size_t frame = 0; frame < frames; ++frame, ++found_) {
+        const double ceiling =
+            lowered_.empty() ? ceiling_ : ceiling_at(std::max(found_, kLatency) - kLatency);
+        if (frames_at_rest_ >= frames_to_rest_ && peaks_[frame] <= ceiling) {
             // Nothing to limit, now or lately: the samples go out as they are.
             reductions_.add_untouched(frame >= frames_to_drop_ ? 1 : 0);
             continue;
         }
         ++frames_at_rest_;
-        const double gain = next_gain(peaks_[frame]);
+        const double gain = next_gain(peaks_[frame], ceiling);
         if (frame >= frames_to_drop_) {
             reductions_.add(gain);
         }

@@ -109,8 +109,15 @@ class TruePeakLimiter {
     static constexpr double kQuickReleaseSeconds = 0.015;
     static constexpr double kReleaseSeconds = 0.150;
 
-    /** The gain and the ceiling are linear. */
-    TruePeakLimiter(int channels, int sample_rate_hz, double gain, double ceiling);
+    /**
+     * The gain and the ceiling are linear. `lowered`: for each block of peak_block_frames() a
+     * factor up to 1 by which its ceiling is lower; 1 behind the last.
+     */
+    TruePeakLimiter(int channels,
+                    int sample_rate_hz,
+                    double gain,
+                    double ceiling,
+                    std::vector<double> lowered = {});
 
     /** Appends what is ready to `out`: as many frames as went in, less those of the latency. */
     void process(const double* samples, std::size_t frames, std::vector<double>& out);
@@ -119,11 +126,15 @@ class TruePeakLimiter {
     const Reductions& reductions() const { return reductions_; }
 
   private:
-    double next_gain(double peak);
+    double ceiling_at(std::uint64_t frame) const;
+    double next_gain(double peak, double ceiling);
 
     std::size_t channels_;
     double gain_;
     double ceiling_;
+    std::vector<double> lowered_;
+    std::size_t block_frames_;
+    std::uint64_t found_ = 0;  // frames that the finder has told of, and those of its latency
     // The shares of the way that a frame goes.
     double sustain_;
     double quick_release_;

@@ -101,31 +101,64 @@ void TruePeakFinder::find_channel(std::size_t channel, std::size_t frames, doubl
     }
 }
 
-double true_peak_of(const std::string& path) {
+namespace {
+
+/** Gives every run of peaks of a file, the last ones too, and the finder to `take`. */
+template <class Take>
+void read_peaks(const std::string& path, double unnoticed, const Take& take) {
     constexpr sf_count_t kBlockFrames = 65536;
     SndfileHandle file = open_to_read(path);
     const auto channels = static_cast<std::size_t>(file.channels());
-    TruePeakFinder finder(file.channels(), 0);
+    TruePeakFinder finder(file.channels(), unnoticed);
     std::vector<double> samples(static_cast<std::size_t>(kBlockFrames) * channels);
     std::vector<double> peaks(static_cast<std::size_t>(kBlockFrames));
-    double greatest = 0;
-    // Only what exceeds the greatest so far is looked at closely.
-    const auto take = [&](std::size_t frames) {
+    const auto find = [&](std::size_t frames) {
         finder.find(samples.data(), frames, peaks.data());
-        greatest = std::max(
-            greatest,
-            *std::max_element(peaks.begin(), peaks.begin() + static_cast<std::ptrdiff_t>(frames)));
-        finder.set_unnoticed(greatest);
+        take(peaks.data(), frames, finder, file.samplerate());
     };
     for (sf_count_t got = 0; (got = file.readf(samples.data(), kBlockFrames)) > 0;) {
-        take(static_cast<std::size_t>(got));
+        find(static_cast<std::size_t>(got));
     }
     if (file.error()) {
         throw std::runtime_error(file.strError());
     }
     std::fill(samples.begin(), samples.end(), 0.0);
-    take(TruePeakFinder::kLatency);  // the last frames are told by now
+    find(TruePeakFinder::kLatency);  // the last frames are told by now
+}
+
+}  // namespace
+
+double true_peak_of(const std::string& path) {
+    double greatest = 0;
+    read_peaks(path, 0, [&](const double* peaks, std::size_t frames, TruePeakFinder& finder, int) {
+        // Only what exceeds the greatest so far is looked at closely.
+        greatest = std::max(greatest, *std::max_element(peaks, peaks + frames));
+        finder.set_unnoticed(greatest);
+    });
     return greatest;
+}
+
+std::size_t peak_block_frames(int sample_rate_hz) {
+    return std::max<std::size_t>(1, static_cast<std::size_t>(kPeakBlockSeconds * sample_rate_hz));
+}
+
+std::vector<double> block_peaks_of(const std::string& path, double unnoticed) {
+    std::vector<double> blocks;
+    std::size_t frame = 0;  // of the finder's output, which comes kLatency frames late
+    read_peaks(path, unnoticed,
+               [&](const double* peaks, std::size_t frames, TruePeakFinder&, int sample_rate_hz) {
+                   const std::size_t block_frames = peak_block_frames(sample_rate_hz);
+                   for (std::size_t i = 0; i < frames; ++i, ++frame) {
+                       const std::size_t block =
+                           (std::max(frame, TruePeakFinder::kLatency) - TruePeakFinder::kLatency) /
+                           block_frames;
+                       if (block >= blocks.size()) {
+                           blocks.resize(block + 1);
+                       }
+                       blocks[block] = std::max(blocks[block], peaks[i]);
+                   }
+               });
+    return blocks;
 }
 
 }  // namespace cli

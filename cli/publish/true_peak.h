@@ -55,4 +55,14 @@ class TruePeakFinder {
 /** The true peak of a whole audio file, linear. Throws std::runtime_error with the cause. */
 double true_peak_of(const std::string& path);
 
+/** Peaks over time are told block by block; the frames of one at a sample rate. */
+constexpr double kPeakBlockSeconds = 0.05;
+std::size_t peak_block_frames(int sample_rate_hz);
+
+/**
+ * The true peak of each block of an audio file, linear. Peaks up to `unnoticed` may be told as 0,
+ * which spares most of the work. Throws std::runtime_error with the cause.
+ */
+std::vector<double> block_peaks_of(const std::string& path, double unnoticed);
+
 }  // namespace cli

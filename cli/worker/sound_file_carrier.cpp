@@ -23,6 +23,7 @@
 #include "cli/metadata/mpeg_frames.h"
 #include "cli/metadata/mpeg_writer.h"
 #include "cli/metadata/ogg_pages.h"
+#include "cli/metadata/opus_head.h"
 #include "cli/metadata/tags.h"
 #include "cli/worker/media_module.h"
 
@@ -41,6 +42,8 @@ namespace cli {
 namespace fs = std::filesystem;
 
 namespace {
+
+constexpr int kOpusRateHz = 48000;
 
 // Bounds of the last look at an output: what lies beyond them was not leveled but spoilt.
 constexpr double kMostPeak = 1.0 + 1e-6;  // linear
@@ -268,9 +271,19 @@ void SoundFileCarrier::probe(FileFacts& facts) {
 
 std::string SoundFileCarrier::readable(const std::string& file) {
     if (file != job_.input) {
-        return file;
+        return full_rate(file);
     }
     return decoded_.empty() ? source_ : decoded_;
+}
+
+std::string SoundFileCarrier::full_rate(const std::string& result) const {
+    const bool is_opus = (info_.format & SF_FORMAT_SUBMASK) == SF_FORMAT_OPUS;
+    if (!is_opus || info_.samplerate == kOpusRateHz) {
+        return result;
+    }
+    std::string copy = in_scratch("full-rate");
+    write_opus_at_full_rate(result, copy);
+    return copy;
 }
 
 std::vector<std::string> SoundFileCarrier::engine_inputs() {

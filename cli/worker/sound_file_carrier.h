@@ -48,6 +48,9 @@ class SoundFileCarrier : public Carrier {
     Decoded decode_damaged(const Decoded& readable);
     void decode_source(FileFacts& facts);
 
+    /** The result as players decode it; see write_opus_at_full_rate. */
+    std::string full_rate(const std::string& result) const;
+
     /** Whether the file is worked on in floats and dithered at the end. */
     bool is_quantized_once() const;
 

@@ -8,6 +8,7 @@
 #include "cli/audio/portable_math.h"
 #include "cli/audio/sound_file.h"
 #include "cli/publish/limiter.h"
+#include "cli/publish/local_ceilings.h"
 #include "cli/publish/true_peak.h"
 #include "tests/support/fixtures.h"
 #include "tests/support/signals.h"
@@ -192,6 +193,43 @@ TEST(Limiter, TellsHowMuchItTookForHowLong) {
     EXPECT_THAT(limiter.reductions().exceeded_by(0.75), DoubleNear(0, 0.1));
 }
 
+TEST(LocalCeilings, AreLoweredWhereCodingAddedAndBesideIt) {
+    LocalCeilings ceilings(0, 0);  // limit and ceiling 1
+    EXPECT_TRUE(ceilings.factors().empty());
+    // Block 2 was rendered at 0.9 and coded at 1.2: 0.1 dB below the limit would have been
+    // 0.98855 / 1.2 = 0.82379 of what was rendered, in it and in its neighbours.
+    ceilings.lower({0.5, 0.5, 1.2, 0.98, 0.5, 0.5}, {0.5, 0.6, 0.9, 0.8, 0.5, 0.5});
+    const double expected[] = {1, 0.49427, 0.74141, 0.65903, 1, 1};
+    for (std::size_t i = 0; i < std::size(expected); ++i) {
+        EXPECT_THAT(ceilings.factors()[i], DoubleNear(expected[i], 1e-5)) << i;
+    }
+    EXPECT_THAT(ceilings.lowest_db(), DoubleNear(to_db(0.74141), 1e-4));
+    // The second time 0.2 dB are asked for, and block 3 is no longer low enough.
+    ceilings.lower({0.5, 0.5, 0.9, 0.98, 0.5, 0.5}, {0.5, 0.5, 0.74, 0.65, 0.5, 0.5});
+    EXPECT_THAT(ceilings.factors()[3], DoubleNear(0.65 * 0.97724 / 0.98, 1e-5));
+    EXPECT_THAT(ceilings.factors()[4], DoubleNear(0.5 * 0.97724 / 0.98, 1e-5));
+}
+
+TEST(Limiter, KeepsALoweredCeilingWhereItIsAndOnlyThere) {
+    const Signal sine = signals::sine(1, 500, 2, 16000);
+    std::vector<double> lowered(20, 1.0);  // of 50 ms
+    lowered[10] = 0.5;
+    TruePeakLimiter limiter(1, 16000, 1, 0.8, lowered);
+    std::vector<double> out;
+    limiter.process(sine.samples.data(), sine.samples.size(), out);
+    limiter.finish(out);
+    const auto peak = [&](std::size_t from, std::size_t to) {
+        double greatest = 0;
+        for (std::size_t i = from; i < to; ++i) {
+            greatest = std::max(greatest, std::fabs(out[i]));
+        }
+        return greatest;
+    };
+    EXPECT_THAT(peak(8000, 8800), Le(0.4));
+    EXPECT_THAT(peak(0, 7800), DoubleNear(0.8, 0.001));
+    EXPECT_THAT(peak(16000, 32000), DoubleNear(0.8, 0.001));
+}
+
 class Publish : public testing::Test {
   protected:
     Published published(const char* word, const Signal& signal, int format, double gain = 1) {
@@ -294,6 +332,31 @@ TEST_F(Publish, AnEncoderThatAddsToPeaksGetsALowerCeiling) {
     EXPECT_EQ(dir_ / "coded", result.path);
     EXPECT_THAT(result.facts.ceiling_dbtp, Le(-1.5));
     EXPECT_TRUE(check_destination(*find_destination("spotify"), result.after, 1).met());
+}
+
+TEST_F(Publish, WhatAnEncoderAddsAtOnePlaceIsTakenThereAlone) {
+    constexpr std::size_t kBegin = 32000;
+    constexpr std::size_t kEnd = 35200;
+    encode_ = [&](const std::string& rendered) {
+        Signal coded = read_sound(rendered);
+        for (std::size_t i = kBegin; i < kEnd; ++i) {
+            coded.samples[i] *= 1.4;
+        }
+        write_sound(dir_ / "coded", coded, kWavFloat);
+        return dir_ / "coded";
+    };
+    Signal clicking = signals::speech(8, 16000);
+    for (std::size_t i = 8000; i < clicking.samples.size(); i += 16000) {
+        clicking.samples[i] = 2;
+    }
+    clicking.samples[(kBegin + kEnd) / 2] = 2;
+    const Published result = published("spotify", clicking, kWavFloat);
+    EXPECT_THAT(result.after.integrated_lufs, DoubleNear(-14, 0.1));
+    EXPECT_THAT(to_db(true_peak_of(result.path)), Le(-1 + kPeakTolerance));
+    Signal elsewhere = read_sound(result.path);
+    std::fill(elsewhere.samples.begin() + kBegin - 2400, elsewhere.samples.begin() + kEnd + 2400,
+              0.0);
+    EXPECT_THAT(to_db(found_peak(elsewhere, 4096)), Ge(-1.3)) << "the rest keeps its ceiling";
 }
 
 }  // namespace
