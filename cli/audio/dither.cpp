@@ -14,7 +14,6 @@
 namespace cli {
 namespace {
 
-constexpr int kMostBits = 16;
 constexpr double kHalf = 4294967296.0;  // 2^32, the values of half a random number
 
 /** SplitMix64's mixing of a counter into a random number. */
@@ -41,7 +40,7 @@ int dithered_bits(int format) {
             return 8;
         case SF_FORMAT_PCM_16:
         case SF_FORMAT_ALAC_16:
-            return kMostBits;
+            return kMostDitheredBits;
         default:
             return 0;
     }
@@ -50,7 +49,7 @@ int dithered_bits(int format) {
 Dither::Dither(int channels, int sample_rate_hz, int bits)
     : channels_(static_cast<std::size_t>(channels)),
       full_scale_(std::ldexp(1.0, bits - 1)),
-      shift_(kMostBits - bits),
+      shift_(kMostDitheredBits - bits),
       silence_frames_(
           std::max<std::size_t>(1, static_cast<std::size_t>(kSilenceSeconds * sample_rate_hz))) {
     for (std::size_t i = 0; i < channels_.size(); ++i) {

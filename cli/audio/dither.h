@@ -6,6 +6,9 @@
 
 namespace cli {
 
+/** Integers of more bits need no dither. */
+constexpr int kMostDitheredBits = 16;
+
 /**
  * The bits of an integer format (libsndfile's number of it) that needs dither: up to 16. 0 for all
  * other formats: the rounding of 24 bits lies below any microphone's noise.

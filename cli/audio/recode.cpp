@@ -53,9 +53,9 @@ Decoded copy_samples(SndfileHandle& from, SndfileHandle& to) {
 }
 
 /** The same into integers of up to 16 bits. source: what the file was made from. */
-Decoded copy_dithered(SndfileHandle& from, SndfileHandle& source, SndfileHandle& to) {
+Decoded copy_dithered(SndfileHandle& from, SndfileHandle& source, SndfileHandle& to, int bits) {
     Decoded result;
-    Dither dither(to.channels(), to.samplerate(), dithered_bits(to.format()));
+    Dither dither(to.channels(), to.samplerate(), bits);
     const auto samples =
         static_cast<std::size_t>(kBlockFrames) * static_cast<std::size_t>(from.channels());
     std::vector<double> block(samples);
@@ -179,8 +179,23 @@ void encode_like(const std::string& from,
     SndfileHandle out = open_to_write(to, model.format(), in.channels(), in.samplerate());
     out.command(SFC_SET_CLIPPING, nullptr, SF_TRUE);
     set_bit_rate(out, bit_rate_of(like, static_cast<double>(model.frames()) / model.samplerate()));
-    const bool dithered = quantization == Quantization::kDithered && dithered_bits(out.format());
-    const Decoded copied = dithered ? copy_dithered(in, model, out) : copy_samples(in, out);
+    const int bits = quantization == Quantization::kDithered ? dithered_bits(out.format()) : 0;
+    const Decoded copied = bits ? copy_dithered(in, model, out, bits) : copy_samples(in, out);
+    if (!copied.error.empty()) {
+        throw std::runtime_error(copied.error);
+    }
+}
+
+void write_dithered(const std::string& from,
+                    const std::string& source,
+                    const std::string& to,
+                    int bits) {
+    SndfileHandle in = open_to_read(from);
+    SndfileHandle model = open_to_read(source);
+    SndfileHandle out =
+        open_to_write(to, SF_FORMAT_RF64 | SF_FORMAT_PCM_16, in.channels(), in.samplerate());
+    out.command(SFC_RF64_AUTO_DOWNGRADE, nullptr, SF_TRUE);
+    const Decoded copied = copy_dithered(in, model, out, bits);
     if (!copied.error.empty()) {
         throw std::runtime_error(copied.error);
     }

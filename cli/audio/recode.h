@@ -37,4 +37,14 @@ void encode_like(const std::string& from,
                  const std::string& to,
                  Quantization quantization);
 
+/**
+ * Writes a file's samples as integers of up to 16 bits with dither, in the upper bits of a 16-bit
+ * WAV file (RF64 beyond 4 GiB). source: what they were made from, for its silence. Throws
+ * std::runtime_error with the cause.
+ */
+void write_dithered(const std::string& from,
+                    const std::string& source,
+                    const std::string& to,
+                    int bits);
+
 }  // namespace cli

@@ -6,6 +6,8 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include "cli/audio/dither.h"
+#include "cli/audio/recode.h"
 #include "cli/media/remux.h"
 #include "cli/metadata/media_tags.h"
 
@@ -110,6 +112,18 @@ std::vector<std::string> MediaCarrier::engine_inputs() {
     return files;
 }
 
+// A codec of integers is given integers: what its encoder would round has dither already.
+std::string MediaCarrier::quantized(std::size_t index, const std::string& leveled) const {
+    const media::Sound& sound = file_.sounds[index];
+    if (job_.options.plain || !job_.options.audio_codec.empty() || !sound.lossless ||
+        sound.bits > kMostDitheredBits) {
+        return leveled;
+    }
+    std::string to = fmt::format("{}/quantized{}.wav", job_.scratch, sound.number);
+    write_dithered(leveled, before_[index].file, to, sound.bits);
+    return to;
+}
+
 std::string MediaCarrier::encode(const std::vector<std::string>& leveled,
                                  const std::function<void(double)>& progress) {
     std::vector<media::NewSound> sounds;
@@ -117,7 +131,8 @@ std::string MediaCarrier::encode(const std::vector<std::string>& leveled,
     for (std::size_t i = 0; i < leveled.size(); ++i) {
         leveled_.push_back(!leveled[i].empty());
         if (leveled_[i]) {
-            sounds.push_back({file_.sounds[i], job_.options.audio_codec, leveled[i], &before_[i]});
+            sounds.push_back(
+                {file_.sounds[i], job_.options.audio_codec, quantized(i, leveled[i]), &before_[i]});
         } else {
             notes_.push_back(
                 fmt::format("audio stream {} was copied unchanged", file_.sounds[i].number));

@@ -34,6 +34,7 @@ class MediaCarrier : public Carrier {
 
   private:
     std::string gapless() const;
+    std::string quantized(std::size_t index, const std::string& leveled) const;
     void describe(FileFacts& facts) const;
     void judge(const media::DecodedSound& sound, FileFacts& facts) const;
     void decode_result(const std::string& complete);
