@@ -45,6 +45,14 @@ class Comparison {
     std::optional<std::string> hash_;
 };
 
+bool is_same_path(const std::string& one, const std::string& other) {
+    const auto plain = [](const std::string& path) {
+        return std::filesystem::absolute(path).lexically_normal();
+    };
+    std::error_code error;
+    return plain(one) == plain(other) || std::filesystem::equivalent(one, other, error);
+}
+
 }  // namespace
 
 FileFacts facts_of(const Judgement& judgement,
@@ -130,12 +138,22 @@ Judgement UpToDate::judge_record(const DoneRecord& record, const std::string& in
     const std::string destination = destination_in(options_);
     const bool same_way = record.arithmetic.way.empty() || record.arithmetic.way == arithmetic_.way;
     if (!source.is(record.input_state, record.input_hash)) {
-        const bool silently = source.state() == record.input_state;
-        judgement.standing = silently ? Standing::Damaged : Standing::Changed;
-        judgement.cause =
-            silently ? "the content of the input is not what was recorded, though its size and "
-                       "time are; the disk may lose data (its output is whole)"
-                     : fmt::format("the input changed since it was leveled {}", kRedo);
+        if (source.state() == record.input_state) {
+            judgement.standing = Standing::Damaged;
+            judgement.cause =
+                "the content of the input is not what was recorded, though its size and "
+                "time are; the disk may lose data (its output is whole)";
+        } else if (is_same_path(record.input, input)) {
+            const bool grown = source.state().size > record.input_state.size;
+            judgement.standing = grown ? Standing::Outdated : Standing::Changed;
+            judgement.cause = fmt::format("the input changed since it was leveled {}", kRedo);
+        } else if (state_of(record.input).exists()) {
+            judgement.standing = Standing::NotOurs;
+            judgement.cause = fmt::format(
+                "its output's name is that of another one, leveled from {}", record.input);
+        } else {  // the archive has moved
+            judgement.cause = fmt::format("the input changed since it was leveled {}", kRedo);
+        }
     } else if (!destination.empty() && destination_in(record.options) != destination) {
         judgement.standing = Standing::Outdated;
     } else if (record.options != options_ || !same_way) {

@@ -12,7 +12,8 @@ namespace cli {
 enum class Standing {
     Missing,   // to be made
     UpToDate,  // there, whole, and made from this input with these options and this arithmetic
-    Outdated,  // ours and whole, but made for no destination or another one than is asked for
+    Outdated,  // ours and whole, but made from a smaller state of this very input, as of one that
+               // was still being copied, or for no destination or another one than is asked for
     Changed,   // ours and whole, but the input or the options changed since
     Earlier,   // made from this input with these options, by an earlier version of the arithmetic
     Damaged,   // of Proof::Content: the output's or the input's content is not the recorded one

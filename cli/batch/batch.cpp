@@ -223,7 +223,7 @@ void Batch::start(Entry entry) {
         }
         job.part = delivery->part();
         fs::create_directory(job.scratch);
-        running_.push_back({entry, Clock::now(),
+        running_.push_back({entry, state_of(entry.input), Clock::now(),
                             std::make_unique<WorkerProcess>(job, std::move(delivery)), -1, false});
     } catch (const std::exception& error) {
         return end_without_worker(entry, Outcome::Failed, cause_of(error));
@@ -320,6 +320,13 @@ void Batch::finish(Running& ended) {
     if (ended.cancelled && facts.outcome == Outcome::Failed) {
         facts.outcome = Outcome::Interrupted;
         facts.cause = "stopped";
+    }
+    // An error that comes of a file in the making is no fault of the file, and a measurement of it
+    // is none of the whole. Of an output the worker looks before it gives it its name.
+    if ((facts.outcome == Outcome::Failed || facts.outcome == Outcome::Analyzed) &&
+        ended.input.exists() && state_of(ended.entry.input) != ended.input) {
+        facts.outcome = Outcome::Failed;
+        facts.cause = kChangedWhileRead;
     }
     if (!ended.worker->messages().empty()) {
         observer_.messages(ended.entry.index, ended.worker->messages());

@@ -102,7 +102,9 @@ class Batch {
      */
     void stop(Stop how);
 
-    /** No file will be added any more: run() returns when all are finished. */
+    /**
+     * run() returns when all files are finished. More may be added after that, for another run().
+     */
     void close();
 
     /** Works on the files until the batch is closed or stopped and none is left. */
@@ -123,6 +125,7 @@ class Batch {
 
     struct Running {
         Entry entry;
+        FileState input;  // as it was when the worker started
         Clock::time_point started;
         std::unique_ptr<WorkerProcess> worker;
         double told_fraction = 0.0;

@@ -13,6 +13,7 @@
 #include "cli/batch/batch.h"
 #include "cli/batch/preflight.h"
 #include "cli/batch/results.h"
+#include "cli/batch/settling.h"
 #include "cli/batch/stop_signals.h"
 #include "cli/batch/work_list.h"
 #include "cli/facts/run_facts.h"
@@ -71,7 +72,7 @@ void add_note(const PlannedFile& file, FileFacts& facts) {
 class ShownBatch : public BatchObserver {
   public:
     ShownBatch(const Settings& settings,
-               const std::vector<PlannedFile>& plan,
+               std::vector<PlannedFile>& plan,
                ResultFiles& results,
                Screen& screen,
                JsonLines& lines)
@@ -90,26 +91,12 @@ class ShownBatch : public BatchObserver {
         }
     }
 
-    /** Tells what is known already, then works, then tells what was never begun. */
+    /** Reports what is known already, then works, then reports what was never begun. */
     void run() {
-        for (std::size_t i = 0; i < plan_.size(); ++i) {
-            if (plan_[i].known) {
-                end(i, *plan_[i].known);
-            }
+        work_through();
+        if (settle()) {
+            work_through();
         }
-        for (std::size_t i = 0; i < plan_.size() && !enough_failures(); ++i) {
-            if (!plan_[i].known) {
-                places_.push_back(i);
-                batch_.add(plan_[i].input, plan_[i].output,
-                           settings_.force  ? Batch::Existing::Replace
-                           : plan_[i].renew ? Batch::Existing::Renew
-                                            : Batch::Existing::Keep,
-                           plan_[i].found);
-            }
-        }
-        batch_.close();
-        batch_.run();
-        screen_.clear();
         for (std::size_t i = 0; i < plan_.size(); ++i) {
             if (!files_[i].ended) {
                 end(i, never_begun(plan_[i]));
@@ -187,6 +174,79 @@ class ShownBatch : public BatchObserver {
         return options;
     }
 
+    /** Works on all files that are not at their end and have settled. */
+    void work_through() {
+        for (std::size_t i = 0; i < plan_.size(); ++i) {
+            if (plan_[i].known && !files_[i].ended) {
+                end(i, *plan_[i].known);
+            }
+        }
+        for (std::size_t i = 0; i < plan_.size() && !enough_failures(); ++i) {
+            const PlannedFile& planned = plan_[i];
+            if (!planned.settling && !files_[i].ended) {
+                places_.push_back(i);
+                batch_.add(planned.input, planned.output,
+                           settings_.force ? Batch::Existing::Replace
+                           : planned.renew ? Batch::Existing::Renew
+                                           : Batch::Existing::Keep,
+                           planned.found);
+            }
+        }
+        batch_.close();
+        batch_.run();
+        screen_.clear();
+    }
+
+    /**
+     * Waits for the files that changed a moment ago and looks into them. Returns whether there is
+     * something left to do.
+     */
+    bool settle() {
+        std::vector<std::size_t> places;
+        std::vector<std::string> inputs;
+        for (std::size_t i = 0; i < plan_.size(); ++i) {
+            if (plan_[i].settling) {
+                places.push_back(i);
+                inputs.push_back(plan_[i].input);
+            }
+        }
+        if (places.empty() || signal() != 0 || enough_failures()) {
+            return false;
+        }
+        screen_.line(fmt::format(
+            "waiting up to a minute for {}{}, changed less than {:g} s ago",
+            printable(inputs.front()),
+            inputs.size() == 1 ? std::string() : fmt::format(" and {} more", inputs.size() - 1),
+            settings_.settle_s));
+        const std::vector<bool> young =
+            wait_until_settled(inputs, settings_.settle_s, [this] { return signal() != 0; });
+        look_into(places, young);
+        return signal() == 0;
+    }
+
+    /** What is done for all other files before the work begins. */
+    void look_into(const std::vector<std::size_t>& places, const std::vector<bool>& young) {
+        std::vector<PlannedFile> settled;
+        for (std::size_t i = 0; i < places.size(); ++i) {
+            PlannedFile& file = plan_[places[i]];
+            file.settling = false;
+            file.bytes = state_of(file.input).size;
+            if (young[i]) {
+                FileFacts facts = never_begun(file);
+                facts.outcome = Outcome::Failed;
+                facts.cause =
+                    "it is still being changed; give the same command again once it is complete";
+                file.known = std::make_shared<FileFacts>(facts);
+            }
+            settled.push_back(file);
+        }
+        judge_outputs(settings_, settled);
+        preflight(settings_, settled, Keep::Failures);
+        for (std::size_t i = 0; i < places.size(); ++i) {
+            plan_[places[i]] = std::move(settled[i]);
+        }
+    }
+
     File& file(std::size_t index) { return files_[places_[index]]; }
 
     /** Once in a run: the kernel is the same for all files. */
@@ -241,7 +301,7 @@ class ShownBatch : public BatchObserver {
     }
 
     const Settings& settings_;
-    const std::vector<PlannedFile>& plan_;
+    std::vector<PlannedFile>& plan_;
     ResultFiles& results_;
     Screen& screen_;
     JsonLines& lines_;

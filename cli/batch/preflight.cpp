@@ -195,7 +195,7 @@ std::vector<double> probe_all(const Settings& settings,
                               Keep keep) {
     std::vector<std::size_t> unknown;
     for (std::size_t i = 0; i < files.size(); ++i) {
-        if (!files[i].known) {
+        if (!files[i].known && !files[i].settling) {
             unknown.push_back(i);
         }
     }
@@ -245,8 +245,8 @@ Preflight preflight(const Settings& settings, std::vector<PlannedFile>& files, K
     std::vector<std::int64_t> sizes;
     for (std::size_t i = 0; i < files.size(); ++i) {
         PlannedFile& file = files[i];
-        const auto to_do = [&] { return !file.known || file.known->outcome == Outcome::Planned; };
-        if (!to_do()) {
+        const bool to_do = !file.known || file.known->outcome == Outcome::Planned;
+        if (!to_do || file.settling) {
             continue;
         }
         ++result.to_do;

@@ -13,6 +13,7 @@
 #include "cli/archive/file_list.h"
 #include "cli/archive/shards.h"
 #include "cli/archive/up_to_date.h"
+#include "cli/batch/settling.h"
 #include "cli/inputs/find_files.h"
 #include "cli/inputs/run_file_check.h"
 
@@ -63,7 +64,10 @@ WorkList search(const Settings& settings) {
     const auto links = facts_about(found.passed_over, Outcome::Skipped);
     work.others.insert(work.others.end(), links.begin(), links.end());
     for (PlannedFile& file : work.files) {
-        file.bytes = state_of(file.input).size;
+        const FileState input = state_of(file.input);
+        file.bytes = input.size;
+        file.settling = file.searched && file.skip.empty() && !settings.dry_run &&
+                        is_young(input, settings.settle_s);
     }
     return work;
 }
@@ -126,17 +130,22 @@ std::shared_ptr<FileFacts> left_alone(const PlannedFile& file,
     return facts;
 }
 
-/**
- * Fills in what is done or skipped before any work, and the state in which each output was found.
- */
-void judge_outputs(const Settings& settings, WorkList& work) {
+}  // namespace
+
+void judge_outputs(const Settings& settings, std::vector<PlannedFile>& files) {
+    if (settings.analyze) {
+        return;
+    }
     const std::string destination =
         settings.destinations.empty() || settings.analyze ? "" : settings.destinations.front();
     UpToDate up_to_date(options_key(settings.tuning, settings.measure, settings.audio_stream,
                                     settings.audio_codec, destination),
                         settings.verify ? Proof::Content : Proof::SizeAndTime,
                         arithmetic_of(settings.plain ? Way::Plain : Way::Prepared, destination));
-    for (PlannedFile& file : work.files) {
+    for (PlannedFile& file : files) {
+        if (file.settling || file.known) {
+            continue;
+        }
         if (!file.skip.empty()) {
             file.known = left_alone(file, Outcome::Skipped, file.skip);
         } else if (settings.force) {
@@ -159,14 +168,10 @@ void judge_outputs(const Settings& settings, WorkList& work) {
     }
 }
 
-}  // namespace
-
 WorkList work_list(const Settings& settings) {
     WorkList work = settings.plan.empty() ? search(settings) : read_plan(settings);
     take_shard(settings.shard, work);
-    if (!settings.analyze) {
-        judge_outputs(settings, work);
-    }
+    judge_outputs(settings, work.files);
     return work;
 }
 

@@ -17,9 +17,14 @@ struct WorkList {
 };
 
 /**
+ * Looks which outputs are up to date: those files, and those that are to be left alone, get their
+ * facts in PlannedFile::known.
+ */
+void judge_outputs(const Settings& settings, std::vector<PlannedFile>& files);
+
+/**
  * Finds the inputs, or reads them from the plan of a dry run, takes this run's shard of them, and
- * looks which outputs are up to date: those files, and those that are to be left alone, have their
- * facts in PlannedFile::known. Throws UsageError.
+ * judges their outputs, except of files that still have to settle. Throws UsageError.
  */
 WorkList work_list(const Settings& settings);
 

@@ -7,6 +7,11 @@
 
 namespace cli {
 
+/** The cause of a file whose size or time at the end is not that of the beginning. */
+constexpr const char* kChangedWhileRead =
+    "it was changed while it was read, so nothing was written; give the same command again once it "
+    "is complete";
+
 /** An error that is the file's, told to the user as it stands. */
 class FileError : public std::runtime_error {
   public:

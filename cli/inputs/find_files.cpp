@@ -62,8 +62,11 @@ class FolderSearch {
         const bool is_link = fs::is_symlink(path, error);
         const bool is_output = rules_.own_outputs == OwnOutputs::LeaveOut &&
                                known_.look_up(path.string()) == KnownOutputs::Known::Output;
-        take(path, path.filename(), is_link ? Link::Yes : Link::No,
-             is_output ? "is an output of an earlier run; it was taken because it was named" : "");
+        FoundFile file{path.string(), path.filename().string()};
+        if (is_output) {
+            file.note = "is an output of an earlier run; it was taken because it was named";
+        }
+        take(file, path, is_link ? Link::Yes : Link::No);
     }
 
     // Gives each file once: under its own path before one through a linked folder before a link.
@@ -77,7 +80,12 @@ class FolderSearch {
                 taken.emplace(std::move(candidate.real), found_.files.size());
             if (is_new) {
                 found_.files.push_back(std::move(candidate.file));
-            } else if (candidate.detour == 2) {
+                continue;
+            }
+            if (candidate.file.origin == FoundFile::Origin::Named) {
+                found_.files[first->second].origin = FoundFile::Origin::Named;
+            }
+            if (candidate.detour == 2) {
                 found_.passed_over.push_back(
                     {candidate.file.path, "is a link to " + found_.files[first->second].path});
             }
@@ -93,7 +101,7 @@ class FolderSearch {
         int detour;  // 0: its own path, 1: through a linked folder, 2: a link itself
     };
 
-    void take(const fs::path& path, const fs::path& below, Link link, const char* note = "") {
+    void take(const FoundFile& file, const fs::path& path, Link link) {
         std::error_code error;
         if (const fs::path folder = path.parent_path(); folder != folder_ || !folder_known_) {
             folder_ = folder;
@@ -108,11 +116,7 @@ class FolderSearch {
             found_.problems.push_back({path, error.message()});
             return;
         }
-        candidates_.push_back({{path.string(), below.string(), note},
-                               real.string(),
-                               is_link       ? 2
-                               : own_folder_ ? 0
-                                             : 1});
+        candidates_.push_back({file, real.string(), is_link ? 2 : own_folder_ ? 0 : 1});
     }
 
     void enter(const fs::path& folder, const fs::path& root) {
@@ -154,8 +158,10 @@ class FolderSearch {
         }
         for (const fs::directory_entry& file : files) {
             std::error_code unreadable;
-            take(file.path(), file.path().lexically_relative(root),
-                 file.is_symlink(unreadable) ? Link::Yes : Link::No);
+            const fs::path& path = file.path();
+            take({path.string(), path.lexically_relative(root).string(), "",
+                  FoundFile::Origin::Searched},
+                 path, file.is_symlink(unreadable) ? Link::Yes : Link::No);
         }
         for (const fs::path& path : folders) {
             enter(path, root);

@@ -11,9 +11,12 @@ namespace cli {
  * command line, its name alone).
  */
 struct FoundFile {
+    enum class Origin { Named, Searched };
+
     std::string path;
     std::string below;
     std::string note = {};  // what the user should know of it, "" for nothing
+    Origin origin = Origin::Named;
 };
 
 /** A place that could not be read, and why. */

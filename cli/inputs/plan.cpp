@@ -154,6 +154,7 @@ std::vector<PlannedFile> plan_outputs(const Settings& settings,
         const FoundFile& file = files[i];
         if (settings.analyze) {
             plan.push_back({file.path, {}, {}, {}});
+            plan.back().searched = file.origin == FoundFile::Origin::Searched;
             continue;
         }
         if (!reasons[i].empty()) {
@@ -168,6 +169,7 @@ std::vector<PlannedFile> plan_outputs(const Settings& settings,
         }
         plan.push_back(plan_one(file, output, other->first, resolver));
         plan.back().note = file.note;
+        plan.back().searched = file.origin == FoundFile::Origin::Searched;
     }
     plan.insert(plan.end(), passed_over.begin(), passed_over.end());
     check_run_files(settings, plan);

@@ -24,6 +24,8 @@ struct PlannedFile {
     std::shared_ptr<FileFacts> known = {};  // facts that stand already: there is nothing to do
     bool renew = false;                     // what was found is ours and is to be replaced
     std::string note = {};                  // what the user should know of it
+    bool searched = false;                  // found in a folder; else it was named
+    bool settling = false;  // it changed a moment ago: it is not looked into before the others end
 };
 
 /**

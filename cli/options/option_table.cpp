@@ -64,6 +64,9 @@ std::vector<OptionRow> own_options() {
          "work on part I (0 to N-1) of N of about equal size; the N together are the whole"},
         {G::Work, "max-failures", 0, "N", C::None,
          "begin no more files after N have failed (default: go on)"},
+        {G::Work, "settle", 0, "SECONDS", C::None,
+         "of what a folder search finds, leave files that changed less than SECONDS ago (0 to 60, "
+         "default: 2) for the end, and wait for them up to a minute; 0 waits for none"},
         {G::Work, "dry-run", 'n', "", C::None, "say what would be read and written; touch nothing"},
         {G::Work, "analyze", 0, "", C::None,
          "only measure: print the loudness table, write no audio"},

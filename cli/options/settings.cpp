@@ -103,6 +103,18 @@ Shard parse_shard(const std::string& text) {
     return shard;
 }
 
+double parse_settle(const std::string& text) {
+    constexpr double kMostSeconds = 60;  // as long as a run waits
+    double seconds = 0;
+    const bool decimal = text.find_first_not_of("0123456789.") == std::string::npos;
+    if (!decimal || !boost::conversion::try_lexical_convert(text, seconds) ||
+        seconds > kMostSeconds) {
+        throw UsageError(
+            fmt::format("--settle takes seconds from 0 to {}, not '{}'", kMostSeconds, text));
+    }
+    return seconds;
+}
+
 int parse_audio_stream(const std::string& text) {
     int number = 0;
     if (text == "all") {
@@ -245,6 +257,9 @@ void read_amounts(const Words& words, Settings& settings) {
     if (words.given("max-failures")) {
         settings.max_failures =
             parse_number("max-failures", words.value("max-failures"), kMostFailures);
+    }
+    if (words.given("settle")) {
+        settings.settle_s = parse_settle(words.value("settle"));
     }
     if (words.given("shard")) {
         settings.shard = parse_shard(words.value("shard"));

@@ -62,6 +62,7 @@ struct Settings {
     Curves curves = Curves::Tell;
     std::string log;               // empty: none
     std::size_t max_failures = 0;  // 0: any number
+    double settle_s = 2;           // what a search finds is left alone for so long after a change
     bool quiet = false;            // errors only
     bool verbose = false;          // the engine's messages as well
     When color = When::Auto;

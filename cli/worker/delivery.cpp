@@ -110,7 +110,7 @@ void Delivery::deliver(const WorkResult& result) {
     DoneRecord record = record_of(result);
     staged.sync();
     if (state_of(input_) != input_state_) {
-        throw FileError("it was changed while it was worked on, so nothing was written");
+        throw FileError(kChangedWhileRead);
     }
     try {
         record.output_state = state_of(staged.path());

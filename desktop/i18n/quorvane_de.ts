@@ -68,8 +68,8 @@
         <translation>die Datei ist beschädigt</translation>
     </message>
     <message>
-        <source>it was changed while it was worked on, so nothing was written</source>
-        <translation>die Datei wurde währenddessen geändert, deshalb wurde nichts geschrieben</translation>
+        <source>it was changed while it was read, so nothing was written; give the same command again once it is complete</source>
+        <translation>die Datei wurde währenddessen geändert, deshalb wurde nichts geschrieben; ist sie vollständig, dann bitte erneut versuchen</translation>
     </message>
     <message>
         <source>Permission denied</source>

@@ -43,7 +43,9 @@ struct Words {
     QT_TRANSLATE_NOOP("Cause", "has no sound"),
     QT_TRANSLATE_NOOP("Cause", "its sound cannot be decoded"),
     QT_TRANSLATE_NOOP("Cause", "it is damaged"),
-    QT_TRANSLATE_NOOP("Cause", "it was changed while it was worked on, so nothing was written"),
+    QT_TRANSLATE_NOOP("Cause",
+                      "it was changed while it was read, so nothing was written; give the same "
+                      "command again once it is complete"),
     QT_TRANSLATE_NOOP("Cause", "Permission denied"),
     QT_TRANSLATE_NOOP("Cause", "No space left on device"),
     QT_TRANSLATE_NOOP("Cause", "Insufficient disk space for temporary files."),

@@ -1,3 +1,7 @@
+#include <chrono>
+#include <future>
+#include <thread>
+
 #include "tests/support/batch_run.h"
 
 using testing::ElementsAre;
@@ -98,6 +102,50 @@ TEST_F(ArchiveRuns, ASearchLeavesOutputsAloneWhateverTheirNames) {
     EXPECT_THAT(run("in").out, HasSubstr("skipped in/talk-leveled.wav: is the output of"));
     fs::remove(dir_ / "in/talk.wav");
     EXPECT_THAT(inputs("in"), ElementsAre("in/talk-leveled.wav"));
+}
+
+TEST_F(ArchiveRuns, AnInputThatHasGrownIsLeveledAgainUnasked) {
+    talk("in/a.wav", 2);
+    ASSERT_EQ(0, run("-q -d out in").status);
+    talk("in/a.wav", 4);
+    EXPECT_EQ("leveled", status_in("-d out in", "in/a.wav"));
+    EXPECT_EQ(64000, sound_info(dir_ / "out/a-leveled.wav").frames);
+    talk("in/a.wav", 3);
+    EXPECT_EQ("skipped", status_in("-d out in", "in/a.wav")) << "smaller is no half copy";
+
+    // Another recording, however large, is no later state of the first.
+    talk("other/a.wav", 6);
+    EXPECT_EQ("skipped", status_in("-d out other", "other/a.wav"));
+    EXPECT_EQ("skipped", status_in("-d out --redo-changed other", "other/a.wav"));
+    EXPECT_THAT(run("-d out other").out, HasSubstr("leveled from"));
+    // One that was edited is nobody's to replace.
+    write_text(dir_ / "out/a-leveled.wav", "mine");
+    talk("in/a.wav", 5);
+    EXPECT_EQ("skipped", status_in("-d out in", "in/a.wav"));
+    EXPECT_EQ("mine", read_text(dir_ / "out/a-leveled.wav"));
+}
+
+TEST_F(ArchiveRuns, ASearchWaitsForFilesThatHaveJustChanged) {
+    using Clock = fs::file_time_type::clock;
+    for (const char* name : {"in/new.wav", "in/old.wav", "in/ahead.wav", "named.wav"}) {
+        talk(name);
+    }
+    fs::last_write_time(dir_ / "in/old.wav", Clock::now() - std::chrono::hours(1));
+    fs::last_write_time(dir_ / "in/ahead.wav", Clock::now() + std::chrono::hours(1));
+    auto ended = std::async(std::launch::async, [this] {
+        return run_program("cd " + dir_.path() +
+                           " && " QUORVANE " --settle 60 --log log -d out named.wav in");
+    });
+    // It says so when the others are at their end. A minute later it would give up.
+    const std::string wait = "waiting up to a minute for in/new.wav, changed less than 60 s ago";
+    while (!file_exists(dir_ / "log") || read_text(dir_ / "log").find(wait) == std::string::npos) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    EXPECT_EQ(3u, outputs_in("out").size());
+    talk("in/new.wav", 5);
+    fs::last_write_time(dir_ / "in/new.wav", Clock::now() - std::chrono::hours(1));
+    EXPECT_EQ(0, ended.get().status);
+    EXPECT_EQ(80000, sound_info(dir_ / "out/new-leveled.wav").frames);
 }
 
 TEST_F(ArchiveRuns, ResultsThatAreNotWholeMakeTheMergeAFailure) {

@@ -52,7 +52,8 @@ class Batch : public BatchRun {
         }
         ended_ = std::async(std::launch::async, [this] {
             return run_program("cd " + dir_.path() +
-                               " && echo $$ >pid && exec nice -n 10 " QUORVANE " -j2 -d out in");
+                               " && echo $$ >pid && exec nice -n 10 " QUORVANE_AT_ONCE
+                               "-j2 -d out in");
         });
         ASSERT_TRUE(soon([&] {
             return run_program("find " + dir_ / "tmp" + " -name engine | wc -l").out == "2\n";
@@ -488,6 +489,15 @@ TEST_F(Batch, AKilledWorkerCostsItsFileOnly) {
     EXPECT_THAT(result.err, HasSubstr("was ended by signal 9"));
 }
 
+TEST_F(Batch, AFileThatChangesWhileItIsReadGetsNoOutput) {
+    ASSERT_NO_FATAL_FAILURE(start_long_batch());
+    write_text(dir_ / "in/a.wav", read_text(dir_ / "in/a.wav") + "more");
+    const ProgramResult result = ended_.get();
+    EXPECT_EQ(result.status, 1);
+    EXPECT_THAT(result.err, HasSubstr("failed in/a.wav: it was changed while it was read"));
+    EXPECT_THAT(outputs_in("out"), ElementsAre("b-leveled.wav"));
+}
+
 TEST_F(Batch, NothingOutlivesAKilledParent) {
     ASSERT_NO_FATAL_FAILURE(start_long_batch());
     kill(parent_, SIGKILL);
@@ -561,7 +571,7 @@ TEST_F(Batch, ALimitOnFileSizeFailsWithoutLeavings) {
     talk("s/b.wav", 2);
     // 1 MB, in blocks of 512 or 1024 bytes: a.wav has 1.9 MB.
     const ProgramResult result =
-        run_program("cd '" + dir_.path() + "' && ulimit -f 1024 && " QUORVANE " -d out s");
+        run_program("cd '" + dir_.path() + "' && ulimit -f 1024 && " QUORVANE_AT_ONCE "-d out s");
     EXPECT_EQ(result.status, 1);
     EXPECT_THAT(outputs_in("out"), ElementsAre("b-leveled.wav"));
 }

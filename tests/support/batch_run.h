@@ -14,6 +14,9 @@
 #include "tests/support/fixtures.h"
 #include "tests/support/signals.h"
 
+/** The program, which does not wait for recordings that a test has just made. */
+#define QUORVANE_AT_ONCE QUORVANE " --settle 0 "
+
 /** Runs the program on recordings in a folder of its own, and reads what it reported. */
 class BatchRun : public testing::Test {
   protected:
@@ -33,7 +36,10 @@ class BatchRun : public testing::Test {
     }
 
     ProgramResult run(const std::string& words) {
-        return run_program("cd '" + dir_.path() + "' && " QUORVANE " " + words);
+        const bool takes_options =
+            words.rfind("merge", 0) != 0 && words.find("--input-file") == std::string::npos;
+        return run_program("cd '" + dir_.path() + "' && " +
+                           (takes_options ? QUORVANE_AT_ONCE : QUORVANE " ") + words);
     }
 
     std::vector<std::string> names_in(const std::string& folder) const {
