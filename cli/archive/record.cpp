@@ -110,6 +110,14 @@ bool operator!=(const FileState& one, const FileState& other) {
     return !(one == other);
 }
 
+bool is_same_path(const std::string& one, const std::string& other) {
+    const auto plain = [](const std::string& path) {
+        return fs::absolute(path).lexically_normal();
+    };
+    std::error_code error;
+    return plain(one) == plain(other) || fs::equivalent(one, other, error);
+}
+
 FileState state_of(const std::string& path) {
     struct stat status {};
 

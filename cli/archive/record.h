@@ -29,6 +29,9 @@ bool operator!=(const FileState& one, const FileState& other);
 
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(FileState, size, mtime_ns)
 
+/** Whether two paths lead to one file, which need not exist. */
+bool is_same_path(const std::string& one, const std::string& other);
+
 /** Follows links. What cannot be looked at counts as not there. */
 FileState state_of(const std::string& path);
 

@@ -45,14 +45,6 @@ class Comparison {
     std::optional<std::string> hash_;
 };
 
-bool is_same_path(const std::string& one, const std::string& other) {
-    const auto plain = [](const std::string& path) {
-        return std::filesystem::absolute(path).lexically_normal();
-    };
-    std::error_code error;
-    return plain(one) == plain(other) || std::filesystem::equivalent(one, other, error);
-}
-
 }  // namespace
 
 FileFacts facts_of(const Judgement& judgement,
@@ -150,7 +142,9 @@ Judgement UpToDate::judge_record(const DoneRecord& record, const std::string& in
         } else if (state_of(record.input).exists()) {
             judgement.standing = Standing::NotOurs;
             judgement.cause = fmt::format(
-                "its output's name is that of another one, leveled from {}", record.input);
+                "its output's name is that of another one, leveled from {}; --keep-top or another "
+                "--output-dir gives each a place of its own",
+                record.input);
         } else {  // the archive has moved
             judgement.cause = fmt::format("the input changed since it was leveled {}", kRedo);
         }

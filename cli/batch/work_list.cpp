@@ -14,6 +14,7 @@
 #include "cli/archive/shards.h"
 #include "cli/archive/up_to_date.h"
 #include "cli/batch/settling.h"
+#include "cli/inputs/earlier_places.h"
 #include "cli/inputs/find_files.h"
 #include "cli/inputs/run_file_check.h"
 
@@ -57,7 +58,9 @@ WorkList search(const Settings& settings) {
         paths.insert(paths.end(), listed.begin(), listed.end());
     }
     const OwnOutputs own_outputs = settings.analyze ? OwnOutputs::Take : OwnOutputs::LeaveOut;
-    const FoundFiles found = find_files(paths, {settings.suffix, settings.output_dir, own_outputs});
+    FoundFiles found = find_files(paths, {settings.suffix, settings.output_dir, own_outputs,
+                                          settings.keep_top ? Top::Keep : Top::Drop});
+    keep_earlier_places(settings, found.files);
     WorkList work{plan_outputs(settings, found.files), found.unsupported,
                   facts_about(found.problems, Outcome::Failed)};
     check_missing(settings, work.others);
@@ -66,8 +69,8 @@ WorkList search(const Settings& settings) {
     for (PlannedFile& file : work.files) {
         const FileState input = state_of(file.input);
         file.bytes = input.size;
-        file.settling = file.searched && file.skip.empty() && !settings.dry_run &&
-                        is_young(input, settings.settle_s);
+        file.settling = file.searched && file.skip.empty() && file.problem.empty() &&
+                        !settings.dry_run && is_young(input, settings.settle_s);
     }
     return work;
 }

@@ -27,6 +27,15 @@ bool ends_with(const std::string& text, const std::string& end) {
            text.compare(text.size() - end.size(), end.size(), end) == 0;
 }
 
+/** The last part of a folder's path; of "." and ".." that of the folder they mean. */
+fs::path name_of(const fs::path& folder) {
+    std::error_code error;
+    const fs::path name =
+        folder.has_filename() ? folder.filename() : folder.parent_path().filename();
+    return name.empty() || name == "." || name == ".." ? fs::canonical(folder, error).filename()
+                                                       : name;
+}
+
 class FolderSearch {
   public:
     FolderSearch(const SearchRules& rules, FoundFiles& found) : rules_(rules), found_(found) {
@@ -62,7 +71,10 @@ class FolderSearch {
         const bool is_link = fs::is_symlink(path, error);
         const bool is_output = rules_.own_outputs == OwnOutputs::LeaveOut &&
                                known_.look_up(path.string()) == KnownOutputs::Known::Output;
-        FoundFile file{path.string(), path.filename().string()};
+        const fs::path folder = path.parent_path();
+        const bool keeps_folder = rules_.top == Top::Keep && !folder.empty() && folder != ".";
+        FoundFile file{path.string(),
+                       ((keeps_folder ? name_of(folder) : fs::path()) / path.filename()).string()};
         if (is_output) {
             file.note = "is an output of an earlier run; it was taken because it was named";
         }
@@ -156,10 +168,11 @@ class FolderSearch {
         if (error) {
             found_.problems.push_back({folder, error.message()});
         }
+        const fs::path top = rules_.top == Top::Keep ? name_of(root) : fs::path();
         for (const fs::directory_entry& file : files) {
             std::error_code unreadable;
             const fs::path& path = file.path();
-            take({path.string(), path.lexically_relative(root).string(), "",
+            take({path.string(), (top / path.lexically_relative(root)).string(), "",
                   FoundFile::Origin::Searched},
                  path, file.is_symlink(unreadable) ? Link::Yes : Link::No);
         }

@@ -38,10 +38,14 @@ enum class OwnOutputs {
     Take,  // as a run that only measures does
 };
 
+/** Whether FoundFile::below begins with the name of the PATH, or of a named file's folder. */
+enum class Top { Drop, Keep };
+
 struct SearchRules {
     std::string suffix;                // of outputs
     std::filesystem::path output_dir;  // empty: outputs go beside their inputs
     OwnOutputs own_outputs = OwnOutputs::LeaveOut;
+    Top top = Top::Drop;
 };
 
 /**

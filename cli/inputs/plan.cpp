@@ -32,16 +32,6 @@ fs::path with_suffix(const fs::path& name, const std::string& suffix) {
     return name.parent_path() / (name.stem().string() + suffix + name.extension().string());
 }
 
-fs::path output_of(const Settings& settings, const FoundFile& file) {
-    if (!settings.output.empty()) {
-        return settings.output;
-    }
-    if (!settings.output_dir.empty()) {
-        return fs::path(settings.output_dir) / with_suffix(file.below, settings.suffix);
-    }
-    return with_suffix(file.path, settings.suffix);
-}
-
 void check_single_output(const Settings& settings, const std::vector<FoundFile>& files) {
     if (settings.output.empty()) {
         return;
@@ -140,7 +130,34 @@ PlannedFile plan_one(const FoundFile& file,
     return {file.path, output.string(), {}, {}};
 }
 
+/** Two inputs of one output: neither is worked on, as each might be the one that is meant. */
+void report_clash(const Settings& settings,
+                  const std::string& output,
+                  PlannedFile& one,
+                  PlannedFile& other) {
+    for (PlannedFile* file : {&one, &other}) {
+        const std::string& second = file == &one ? other.input : one.input;
+        file->problem = fmt::format(
+            "its output {} would be that of {} too; {}", output, second,
+            settings.keep_top || settings.output_dir.empty()
+                ? "level them in runs of their own, with another --output-dir each"
+                : fmt::format("--keep-top keeps the name of each PATH as a folder below {}",
+                              settings.output_dir));
+        file->output.clear();
+    }
+}
+
 }  // namespace
+
+fs::path output_of(const Settings& settings, const FoundFile& file) {
+    if (!settings.output.empty()) {
+        return settings.output;
+    }
+    if (!settings.output_dir.empty()) {
+        return fs::path(settings.output_dir) / with_suffix(file.below, settings.suffix);
+    }
+    return with_suffix(file.path, settings.suffix);
+}
 
 std::vector<PlannedFile> plan_outputs(const Settings& settings,
                                       const std::vector<FoundFile>& files) {
@@ -149,7 +166,7 @@ std::vector<PlannedFile> plan_outputs(const Settings& settings,
     const std::vector<std::string> reasons = outputs_among(settings, files, resolver);
     std::vector<PlannedFile> plan;
     std::vector<PlannedFile> passed_over;
-    std::unordered_map<std::string, std::size_t> input_of;  // place in files
+    std::unordered_map<std::string, std::size_t> place_of;  // in the plan, of an output
     for (std::size_t i = 0; i < files.size(); ++i) {
         const FoundFile& file = files[i];
         if (settings.analyze) {
@@ -162,12 +179,12 @@ std::vector<PlannedFile> plan_outputs(const Settings& settings,
             continue;
         }
         const fs::path output = output_of(settings, file);
-        const auto [other, first] = input_of.emplace(resolver.resolved(output.string()), i);
-        if (!first) {
-            throw UsageError(fmt::format("{} and {} would both be written to {}",
-                                         files[other->second].path, file.path, output.string()));
-        }
+        const auto [other, first] =
+            place_of.emplace(resolver.resolved(output.string()), plan.size());
         plan.push_back(plan_one(file, output, other->first, resolver));
+        if (!first) {
+            report_clash(settings, output.string(), plan[other->second], plan.back());
+        }
         plan.back().note = file.note;
         plan.back().searched = file.origin == FoundFile::Origin::Searched;
     }

@@ -28,10 +28,14 @@ struct PlannedFile {
     bool settling = false;  // it changed a moment ago: it is not looked into before the others end
 };
 
+/** The output of a file, as its place and the options name it. */
+std::filesystem::path output_of(const Settings& settings, const FoundFile& file);
+
 /**
  * Names the output of every input. A file that is the output of another one, or bears the suffix
- * beside another one, is skipped, so that a pattern may be given a second time. Throws UsageError
- * when two inputs would write one output, --output does not fit, or check_run_files refuses.
+ * beside another one, is skipped, so that a pattern may be given a second time. Inputs that
+ * would write one output get a `problem` each. Throws UsageError when --output does not fit, or
+ * check_run_files refuses.
  */
 std::vector<PlannedFile> plan_outputs(const Settings& settings,
                                       const std::vector<FoundFile>& files);

@@ -87,7 +87,7 @@ std::string input_problem(const fs::path& input) {
 void probe_places(std::vector<PlannedFile>& plan) {
     std::map<std::string, Place> folders;
     for (PlannedFile& file : plan) {
-        if (!file.skip.empty() || file.known || file.settling) {
+        if (!file.skip.empty() || file.known || file.settling || !file.problem.empty()) {
             continue;
         }
         file.problem = input_problem(file.input);

@@ -22,6 +22,9 @@ std::vector<OptionRow> own_options() {
         {G::Output, "output", 'o', "FILE", C::File, "name of the output, for exactly one input"},
         {G::Output, "output-dir", 'd', "DIR", C::Directory,
          "write below DIR, keeping the folders below each PATH"},
+        {G::Output, "keep-top", 0, "", C::None,
+         "with --output-dir: keep the name of each PATH, of a file that of its folder, as a folder "
+         "below DIR"},
         {G::Output, "force", 'f', "", C::None, "replace outputs that exist, whatever they are"},
         {G::Output, "redo-changed", 0, "", C::None,
          "level anew what was leveled from an earlier state of its input, with other options or "

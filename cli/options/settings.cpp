@@ -161,6 +161,7 @@ void refuse_contradictions(const Settings& settings) {
     refuse(settings.force && settings.verify, "--force and --verify exclude each other");
     refuse(!settings.output.empty() && !settings.output_dir.empty(),
            "--output and --output-dir exclude each other");
+    refuse(settings.keep_top && settings.output_dir.empty(), "--keep-top belongs to --output-dir");
     refuse(settings.suffix.find('/') != std::string::npos, "--suffix may not hold a '/'");
     refuse(settings.suffix.empty() && settings.output_dir.empty() && settings.output.empty(),
            "an empty --suffix needs --output-dir, else the output would be the input");
@@ -275,6 +276,7 @@ void read_switches(const Words& words, Settings& settings) {
     settings.verify = words.given("verify");
     settings.curves = words.given("no-curves") ? Curves::Omit : Curves::Tell;
     settings.force = words.given("force");
+    settings.keep_top = words.given("keep-top");
     settings.keep_mtime = words.given("keep-mtime");
     settings.plain = words.given("plain");
     settings.strict = words.given("strict");

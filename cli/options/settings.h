@@ -43,6 +43,7 @@ struct Settings {
     std::string output;                     // empty: named by the suffix
     std::string output_dir;                 // empty: beside the input
     unsigned jobs = 1;                      // files worked on at the same time
+    bool keep_top = false;                  // each PATH's name is a folder in output_dir
     bool force = false;                     // replace outputs that exist
     bool redo_changed = false;              // replace the outputs of inputs that changed
     bool verify = false;                    // what is done already by content, not size and time

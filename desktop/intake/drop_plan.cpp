@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <stdexcept>
 
@@ -77,19 +78,24 @@ std::vector<cli::PlannedFile> outputs_of(const cli::Settings& settings,
                                          const std::vector<cli::FoundFile>& files,
                                          std::vector<DropFile>& refused) {
     try {
-        return cli::plan_outputs(settings, files);
-    } catch (const cli::UsageError&) {
-        std::vector<cli::PlannedFile> plan;
-        for (const cli::FoundFile& file : files) {
-            try {
-                const auto one = cli::plan_outputs(settings, {file});
-                plan.insert(plan.end(), one.begin(), one.end());
-            } catch (const cli::UsageError& error) {
-                refused.push_back({file.path, "", Existing::Nothing, error.what(), ""});
-            }
+        auto plan = cli::plan_outputs(settings, files);
+        const bool clash = std::any_of(
+            plan.begin(), plan.end(), [](const auto& planned) { return !planned.problem.empty(); });
+        if (!clash) {
+            return plan;
         }
-        return plan;
+    } catch (const cli::UsageError&) {  // NOLINT(bugprone-empty-catch): each by itself, then
     }
+    std::vector<cli::PlannedFile> plan;
+    for (const cli::FoundFile& file : files) {
+        try {
+            const auto one = cli::plan_outputs(settings, {file});
+            plan.insert(plan.end(), one.begin(), one.end());
+        } catch (const cli::UsageError& error) {
+            refused.push_back({file.path, "", Existing::Nothing, error.what(), ""});
+        }
+    }
+    return plan;
 }
 
 void find_locked_folders(DropPlan& plan) {

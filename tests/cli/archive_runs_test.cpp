@@ -148,6 +148,45 @@ TEST_F(ArchiveRuns, ASearchWaitsForFilesThatHaveJustChanged) {
     EXPECT_EQ(80000, sound_info(dir_ / "out/new-leveled.wav").frames);
 }
 
+TEST_F(ArchiveRuns, FilesWhoseOutputsClashCostThemselvesOnly) {
+    for (const char* name : {"x/a.wav", "y/a.wav", "y/b.wav"}) {
+        talk(name, 1);
+    }
+    const ProgramResult result = run("-d out x y");
+    EXPECT_EQ(1, result.status);
+    for (const char* line :
+         {"failed x/a.wav: its output out/a-leveled.wav would be that of y/a.wav",
+          "failed y/a.wav: its output out/a-leveled.wav would be that of x/a.wav",
+          "--keep-top keeps the name of each PATH as a folder below out"}) {
+        EXPECT_THAT(result.err, HasSubstr(line));
+    }
+    EXPECT_THAT(outputs_in("out"), ElementsAre("b-leveled.wav"));
+
+    EXPECT_EQ(0, run("-q -d top --keep-top x/ ./y").status);
+    EXPECT_THAT(outputs_in("top"), ElementsAre("x", "y"));
+    EXPECT_EQ(0, run("-q -d named --keep-top x/a.wav y/a.wav").status);
+    EXPECT_TRUE(file_exists(dir_ / "named/y/a-leveled.wav"));
+}
+
+TEST_F(ArchiveRuns, AnOutputStaysWhereAnEarlierRunPutIt) {
+    talk("tree/Band 1/s.wav", 1);
+    talk("tree/Band 1/t.wav", 1);
+    ASSERT_EQ(0, run("-q -d out tree").status);
+    for (const char* words : {"'tree/Band 1'", "--keep-top tree", "'tree/Band 1/s.wav'", "tree"}) {
+        EXPECT_EQ("up-to-date", status_in(std::string("-d out ") + words, "tree/Band 1/s.wav"));
+    }
+    EXPECT_THAT(outputs_in("out"), ElementsAre("Band 1"));
+    talk("tree/Band 1/s.wav", 2);
+    EXPECT_EQ(0, run("-q -d out 'tree/Band 1'").status);
+    EXPECT_EQ(32000, sound_info(dir_ / "out/Band 1/s-leveled.wav").frames);
+    // A recording of the same name from elsewhere is another one.
+    talk("s.wav", 1);
+    EXPECT_EQ(0, run("-q -d out s.wav").status);
+    EXPECT_TRUE(file_exists(dir_ / "out/s-leveled.wav"));
+    EXPECT_EQ(0, run("-q -f -d out 'tree/Band 1/t.wav'").status);
+    EXPECT_TRUE(file_exists(dir_ / "out/t-leveled.wav")) << "as the command line says";
+}
+
 TEST_F(ArchiveRuns, ResultsThatAreNotWholeMakeTheMergeAFailure) {
     talk("in/a.wav");
     ASSERT_EQ(0, run("-q --no-curves --json one in").status);
