@@ -176,6 +176,12 @@ class ShownBatch : public BatchObserver {
 
     /** Works on all files that are not at their end and have settled. */
     void work_through() {
+        shared_ = {};
+        for (std::size_t i = 0; i < plan_.size(); ++i) {
+            if (plan_[i].known && !files_[i].ended) {
+                shared_.add(*plan_[i].known);
+            }
+        }
         for (std::size_t i = 0; i < plan_.size(); ++i) {
             if (plan_[i].known && !files_[i].ended) {
                 end(i, *plan_[i].known);
@@ -280,8 +286,12 @@ class ShownBatch : public BatchObserver {
         failures_ += is_failure(facts.outcome) ? 1 : 0;
         FileFacts told = facts;
         add_note(plan_[place], told);
-        tell_finished(settings_, told, files_.size() == 1 ? Files::One : Files::Several, screen_,
-                      lines_);
+        if (shared_.report(told, screen_)) {
+            lines_.write(told);
+        } else {
+            tell_finished(settings_, told, files_.size() == 1 ? Files::One : Files::Several,
+                          screen_, lines_);
+        }
         results_.add(place, std::move(told));
     }
 
@@ -305,6 +315,7 @@ class ShownBatch : public BatchObserver {
     ResultFiles& results_;
     Screen& screen_;
     JsonLines& lines_;
+    SharedFailures shared_;
     Batch batch_;
     StopSignals signals_;
     std::vector<File> files_;
@@ -325,9 +336,17 @@ int tell_plan(const Settings& settings,
               Screen& screen,
               JsonLines& lines) {
     ResultFiles results(settings, work.files.size() + work.others.size(), listening_part_of);
+    SharedFailures shared;
+    for (const PlannedFile& file : work.files) {
+        shared.add(*file.known);
+    }
     for (std::size_t i = 0; i < work.files.size(); ++i) {
         add_note(work.files[i], *work.files[i].known);
-        tell_finished(settings, *work.files[i].known, Files::Several, screen, lines);
+        if (shared.report(*work.files[i].known, screen)) {
+            lines.write(*work.files[i].known);
+        } else {
+            tell_finished(settings, *work.files[i].known, Files::Several, screen, lines);
+        }
         results.add(i, std::move(*work.files[i].known));
         work.files[i].known.reset();
     }
@@ -337,6 +356,7 @@ int tell_plan(const Settings& settings,
     print_earlier(results.files(), screen);
     screen.line(fmt::format("{}; {} of audio to work on", counts(results.files()),
                             clock_text(checked.audio_s)));
+    print_failures(results.files(), screen);
     print_unsupported(work.unsupported, screen);
     results.commit();
     return status_of(settings, results, lines, screen);

@@ -61,11 +61,17 @@ int merge(const Settings& settings) {
         }
         // Work, not waiting: the runs were side by side.
         work_s += facts.elapsed_s;
-        if (is_failure(facts.outcome)) {
-            screen.error(finished_line(facts, screen));
-        }
         lines.write(facts);
         results.add(i, std::move(facts));
+    }
+    SharedFailures shared;
+    for (const FileFacts& facts : results.files()) {
+        shared.add(facts);
+    }
+    for (const FileFacts& facts : results.files()) {
+        if (is_failure(facts.outcome) && !shared.report(facts, screen)) {
+            screen.error(finished_line(facts, screen));
+        }
     }
     tell_results(settings, results, work_s, 0, screen);
     for (const std::string& problem : found.problems()) {

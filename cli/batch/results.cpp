@@ -8,11 +8,13 @@
 #include <cstdio>
 #include <cstring>
 #include <exception>
+#include <system_error>
 
 #include "Common/version.h"
 #include "cli/batch/batch_command.h"
 #include "cli/facts/file_error.h"
 #include "cli/publish/verdict.h"
+#include "cli/storage/staged_output.h"
 #include "cli/terminal/summary.h"
 #include "cli/terminal/terminal_text.h"
 
@@ -36,6 +38,23 @@ void JsonLines::write(const FileFacts& facts) {
 int JsonLines::error() const {
     // A reader such as head has had enough: that is its right, and no failure.
     return error_ == EPIPE ? 0 : error_;
+}
+
+void SharedFailures::add(const FileFacts& facts) {
+    if (is_failure(facts.outcome) && is_folder_cause(facts.cause)) {
+        ++count_of_[facts.cause];
+    }
+}
+
+bool SharedFailures::report(const FileFacts& facts, Screen& screen) {
+    const auto shared = count_of_.find(facts.cause);
+    if (!is_failure(facts.outcome) || shared == count_of_.end() || shared->second < 2) {
+        return false;
+    }
+    if (reported_.insert(facts.cause).second) {
+        screen.error(shared_failure_line(shared->second, facts, screen));
+    }
+    return true;
 }
 
 void tell_finished(const Settings& settings,
@@ -84,6 +103,41 @@ void tell_results(
     }
 }
 
+namespace {
+
+/** False when a path is left out or the list cannot be written, which is reported. */
+bool write_failed_list(const Settings& settings,
+                       const std::vector<FileFacts>& files,
+                       Screen& screen) {
+    const char end = settings.null ? '\0' : '\n';
+    std::string list;
+    bool complete = true;
+    for (const FileFacts& facts : files) {
+        if (!is_failure(facts.outcome)) {
+            continue;
+        }
+        if (facts.input.find(end) != std::string::npos) {
+            screen.error(
+                fmt::format("quorvane: --failed {} leaves out {}, whose name holds a line end; "
+                            "--null writes it",
+                            printable(settings.failed), printable(facts.input)));
+            complete = false;
+        } else {
+            list += facts.input + end;
+        }
+    }
+    try {
+        write_whole_text(settings.failed, list);
+    } catch (const std::system_error& error) {
+        screen.error(fmt::format("quorvane: the list --failed {} cannot be written: {}",
+                                 printable(settings.failed), error.code().message()));
+        complete = false;
+    }
+    return complete;
+}
+
+}  // namespace
+
 int status_of(const Settings& settings,
               const ResultFiles& results,
               const JsonLines& lines,
@@ -95,6 +149,8 @@ int status_of(const Settings& settings,
         screen.error(fmt::format("quorvane: the JSON facts could not be written: {}",
                                  std::strerror(lines.error())));
     }
+    const bool listed =
+        settings.failed.empty() || write_failed_list(settings, results.files(), screen);
     const std::vector<std::string> lost = screen.problems();
     for (const std::string& problem : lost) {
         screen.error(fmt::format("quorvane: {}", printable(problem)));
@@ -103,7 +159,7 @@ int status_of(const Settings& settings,
     const bool failed = std::any_of(files.begin(), files.end(), [](const FileFacts& facts) {
         return is_failure(facts.outcome);
     });
-    if (failed || lines.error() != 0 || !results.problems().empty() || !lost.empty()) {
+    if (failed || lines.error() != 0 || !results.problems().empty() || !lost.empty() || !listed) {
         return kSomeFailed;
     }
     // What was not measured was skipped or planned. Only an output that was kept, whatever it is,

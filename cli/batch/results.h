@@ -1,6 +1,9 @@
 #pragma once
 
 #include <functional>
+#include <map>
+#include <set>
+#include <string>
 
 #include "cli/facts/run_facts.h"
 #include "cli/options/settings.h"
@@ -26,6 +29,20 @@ class JsonLines {
     int error_ = 0;
 };
 
+/** Failures that many files share, those of a folder, are reported in one line. */
+class SharedFailures {
+  public:
+    /** Counts a failure that is known before it is reported. */
+    void add(const FileFacts& facts);
+
+    /** True when the failure is shared. Its line is printed for the first of the files. */
+    bool report(const FileFacts& facts, Screen& screen);
+
+  private:
+    std::map<std::string, std::size_t> count_of_;  // by cause
+    std::set<std::string> reported_;
+};
+
 /** How many files a run has. */
 enum class Files { One, Several };
 
@@ -47,8 +64,9 @@ void tell_results(
     const Settings& settings, ResultFiles& results, double elapsed_s, int signal, Screen& screen);
 
 /**
- * The exit status of a run that is over: kSomeFailed when a file failed, or the facts could not be
- * written, which is told here; kNotReady when a file is not what a destination asks for.
+ * Writes the list of failed inputs, if there is to be one, and returns the exit status of a run
+ * that is over: kSomeFailed when a file failed, or the facts could not be written, which is told
+ * here; kNotReady when a file is not what a destination asks for.
  */
 int status_of(const Settings& settings,
               const ResultFiles& results,

@@ -12,6 +12,20 @@ constexpr const char* kChangedWhileRead =
     "it was changed while it was read, so nothing was written; give the same command again once it "
     "is complete";
 
+/**
+ * Why no output can be made in a folder. It is the same for all files with an output there, so that
+ * a run reports it once.
+ */
+inline std::string folder_cause(const std::string& folder, const std::string& reason) {
+    return "the folder " + folder + " cannot be written: " + reason +
+           " (-d DIR writes to another folder)";
+}
+
+inline bool is_folder_cause(const std::string& cause) {
+    return cause.rfind("the folder ", 0) == 0 &&
+           cause.find(" cannot be written: ") != std::string::npos;
+}
+
 /** An error that is the file's, told to the user as it stands. */
 class FileError : public std::runtime_error {
   public:

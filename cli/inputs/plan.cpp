@@ -229,7 +229,8 @@ void check_facts_paths(const Settings& settings, std::size_t inputs) {
     if (!settings.json_on_standard_output()) {
         check("json", settings.json, "{");
     }
-    for (const auto& [option, path] : {std::pair("json", settings.json), {"log", settings.log}}) {
+    for (const auto& [option, path] :
+         {std::pair("json", settings.json), {"log", settings.log}, {"failed", settings.failed}}) {
         if (!path.empty() && fs::is_directory(path, ignored)) {
             throw UsageError(fmt::format("--{} {} is a folder", option, path));
         }

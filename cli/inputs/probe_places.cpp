@@ -9,6 +9,7 @@
 
 #include "Common/files/descriptor.h"
 #include "cli/archive/record.h"
+#include "cli/facts/file_error.h"
 #include "cli/inputs/plan.h"
 
 /*
@@ -38,8 +39,7 @@ fs::path nearest_existing(fs::path folder) {
 std::string folder_problem(const fs::path& folder) {
     const fs::path existing = nearest_existing(folder);
     const auto because = [&](int error) {
-        return fmt::format("the folder {} cannot be written: {}", existing.string(),
-                           std::strerror(error));
+        return folder_cause(existing.string(), std::strerror(error));
     };
     std::error_code error;
     if (!fs::is_directory(existing, error)) {

@@ -24,8 +24,10 @@ std::string file_in(const std::string& place) {
 
 /** What a run writes besides outputs and records: an option that names one more is added here. */
 std::vector<NamedFile> written_files(const Settings& settings) {
-    return {
-        {"--log", settings.log}, {"--json", file_in(settings.json)}, {"--report", settings.report}};
+    return {{"--failed", settings.failed},
+            {"--log", settings.log},
+            {"--json", file_in(settings.json)},
+            {"--report", settings.report}};
 }
 
 std::string options_file_in(const std::vector<std::string>& tuning) {

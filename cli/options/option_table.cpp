@@ -59,7 +59,8 @@ std::vector<OptionRow> own_options() {
          "level what is left of a damaged file that has lost 5 % or more, which fails otherwise"},
         {G::Work, "files-from", 0, "FILE", C::File,
          "take the PATHs that FILE lists, one a line; - is the standard input"},
-        {G::Work, "null", '0', "", C::None, "with --files-from: a null byte ends each PATH"},
+        {G::Work, "null", '0', "", C::None,
+         "with --files-from and --failed: a null byte ends each PATH"},
         {G::Work, "plan", 0, "FILE", C::File,
          "work on what the JSON of a dry run lists (--dry-run --json FILE); PATHs are not "
          "searched"},
@@ -83,6 +84,8 @@ std::vector<OptionRow> own_options() {
          "write the facts as JSON, one object per line and file; - is the standard output"},
         {G::Facts, "no-curves", 0, "", C::None,
          "leave the curves over time, most of its size, out of the JSON"},
+        {G::Facts, "failed", 0, "FILE", C::File,
+         "write the inputs that failed to FILE, as --files-from reads them (with --null as well)"},
         {G::Facts, "log", 0, "FILE", C::File, "append every line, with its time, to FILE"},
 
         {G::Display, "quiet", 'q', "", C::None, "print errors only"},

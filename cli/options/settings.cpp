@@ -155,7 +155,9 @@ void refuse_contradictions(const Settings& settings) {
     };
     refuse(settings.paths.empty() && settings.files_from.empty() && settings.plan.empty(),
            "name at least one file or folder");
-    refuse(settings.null && settings.files_from.empty(), "--null belongs to --files-from");
+    refuse(settings.null && settings.files_from.empty() && settings.failed.empty(),
+           "--null belongs to --files-from and --failed");
+    refuse(settings.failed == "-", "--failed names a file, not the standard output");
     refuse(settings.force && settings.redo_changed,
            "--force and --redo-changed exclude each other");
     refuse(settings.force && settings.verify, "--force and --verify exclude each other");
@@ -247,6 +249,7 @@ void read_places(const Words& words, Settings& settings) {
     words.read("files-from", settings.files_from);
     words.read("plan", settings.plan);
     words.read("log", settings.log);
+    words.read("failed", settings.failed);
     settings.null = words.given("null");
 }
 

@@ -36,7 +36,7 @@ struct Shard {
 struct Settings {
     std::vector<std::string> paths;  // files and folders, as named
     std::string files_from;          // a list of more paths; "-" is the standard input
-    bool null = false;               // its separator is a null byte
+    bool null = false;               // its separator, and that of `failed`, is a null byte
     std::string plan;                // the JSON of a dry run, instead of paths
     Shard shard;
     std::string suffix = "-leveled";
@@ -62,6 +62,7 @@ struct Settings {
     std::string json;                       // file, "-" for the standard output; empty: none
     Curves curves = Curves::Tell;
     std::string log;               // empty: none
+    std::string failed;            // a list of the inputs that failed; empty: none
     std::size_t max_failures = 0;  // 0: any number
     double settle_s = 2;           // what a search finds is left alone for so long after a change
     bool quiet = false;            // errors only

@@ -6,7 +6,11 @@
 #include <boost/algorithm/string/join.hpp>
 #include <cmath>
 #include <functional>
+#include <iterator>
+#include <map>
+#include <utility>
 
+#include "cli/facts/file_error.h"
 #include "cli/terminal/terminal_text.h"
 
 /*
@@ -299,6 +303,7 @@ std::string finished_line(const FileFacts& facts, const Screen& screen) {
 
 void print_summary(const std::vector<FileFacts>& files, double elapsed_s, Screen& screen) {
     screen.line(fmt::format("{} in {}", counts(files), clock_text(elapsed_s)));
+    print_failures(files, screen);
     print_notes(files, screen);
     print_interrupted(files, screen);
 }
@@ -316,11 +321,84 @@ void print_earlier(const std::vector<FileFacts>& files, Screen& screen) {
     }
 }
 
+std::string shared_failure_line(std::size_t count, const FileFacts& first, const Screen& screen) {
+    return fmt::format("{} {} files, the first {}: {}", screen.paint("failed", "31"), count,
+                       printable(first.input), printable(first.cause));
+}
+
+void print_failures(const std::vector<FileFacts>& files, Screen& screen) {
+    constexpr std::size_t kMostListed = 20;
+    std::map<std::string, std::size_t> sharing;  // by the cause of a folder
+    for (const FileFacts& facts : files) {
+        if (is_failure(facts.outcome) && is_folder_cause(facts.cause)) {
+            ++sharing[facts.cause];
+        }
+    }
+    std::size_t lines = 0;
+    std::size_t others = 0;
+    for (const FileFacts& facts : files) {
+        std::size_t count = is_failure(facts.outcome) ? 1 : 0;
+        if (const auto shared = sharing.find(facts.cause); count != 0 && shared != sharing.end()) {
+            count = std::exchange(shared->second, 0);
+        }
+        if (count == 0) {
+            continue;
+        }
+        if (++lines > kMostListed) {
+            others += count;
+        } else {
+            screen.line(count == 1 ? finished_line(facts, screen)
+                                   : shared_failure_line(count, facts, screen));
+        }
+    }
+    if (others != 0) {
+        screen.line(fmt::format("failed {} more (--failed FILE lists them all)", others));
+    }
+}
+
+namespace {
+
+/** Notes that differ in their numbers only are of one kind. */
+std::string kind_of(const std::string& note) {
+    std::string kind;
+    std::copy_if(note.begin(), note.end(), std::back_inserter(kind),
+                 [](char c) { return c < '0' || c > '9'; });
+    return kind;
+}
+
+}  // namespace
+
 void print_notes(const std::vector<FileFacts>& files, Screen& screen) {
     print_earlier(files, screen);
+    constexpr std::size_t kMostOfAKind = 3;
+
+    struct Kind {
+        std::size_t count = 0;
+        std::vector<std::string> lines;  // of the first ones
+    };
+
+    std::vector<Kind> kinds;
+    std::map<std::string, std::size_t> place_of;
     for (const FileFacts& facts : files) {
         for (const std::string& note : facts.notes) {
-            screen.line(fmt::format("note: {}: {}", printable(facts.input), printable(note)));
+            const auto [at, is_new] = place_of.emplace(kind_of(note), kinds.size());
+            if (is_new) {
+                kinds.emplace_back();
+            }
+            Kind& kind = kinds[at->second];
+            if (++kind.count <= kMostOfAKind) {
+                kind.lines.push_back(
+                    fmt::format("note: {}: {}", printable(facts.input), printable(note)));
+            }
+        }
+    }
+    for (const Kind& kind : kinds) {
+        for (const std::string& line : kind.lines) {
+            screen.line(line);
+        }
+        if (const std::size_t others = kind.count - kind.lines.size(); others != 0) {
+            screen.line(fmt::format("note: the same of {} more file{} (--json lists them all)",
+                                    others, others == 1 ? "" : "s"));
         }
     }
 }

@@ -33,12 +33,24 @@ std::string finished_line(const FileFacts& facts, const Screen& screen);
 std::string counts(const std::vector<FileFacts>& files);
 
 /**
- * The counts of a run, "3 leveled, 1 failed in 0:12", then the notes, and the files that an
- * interrupt left unfinished with the way to go on.
+ * The counts of a run, "3 leveled, 1 failed in 0:12", then the failures, the notes, and the files
+ * that an interrupt left unfinished with the way to go on.
  */
 void print_summary(const std::vector<FileFacts>& files, double elapsed_s, Screen& screen);
 
-/** print_earlier(), then "note: talk.mp4: ...", for each note of each file. */
+/**
+ * The first failures, each on a line, and the number of the others. Files whose folder cannot be
+ * written share a line.
+ */
+void print_failures(const std::vector<FileFacts>& files, Screen& screen);
+
+/** "306 files, the first talk.wav: ...", for files that fail for one cause of their folder. */
+std::string shared_failure_line(std::size_t count, const FileFacts& first, const Screen& screen);
+
+/**
+ * print_earlier(), then "note: talk.mp4: ...", for the first notes of each kind, and the number of
+ * the others.
+ */
 void print_notes(const std::vector<FileFacts>& files, Screen& screen);
 
 /** The number of outputs that are kept though an earlier arithmetic made them; nothing for none. */

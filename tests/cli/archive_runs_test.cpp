@@ -187,6 +187,59 @@ TEST_F(ArchiveRuns, AnOutputStaysWhereAnEarlierRunPutIt) {
     EXPECT_TRUE(file_exists(dir_ / "out/t-leveled.wav")) << "as the command line says";
 }
 
+TEST_F(ArchiveRuns, FailuresAreListedAtTheEndAndInAFile) {
+    talk("in/good.wav", 1);
+    for (int i = 10; i < 35; ++i) {
+        write_text(dir_ / ("in/" + std::to_string(i) + ".wav"), "nothing to hear");
+    }
+    ProgramResult result = run("--failed list in nowhere.wav");
+    EXPECT_EQ(1, result.status);
+    // After the counts: twenty of them, and the rest as a number.
+    const std::string end = result.out.substr(result.out.find("1 leveled, 26 failed in"));
+    EXPECT_THAT(end, HasSubstr("\nfailed in/10.wav: cannot be read as audio"));
+    EXPECT_THAT(end, HasSubstr("\nfailed in/29.wav: "));
+    EXPECT_THAT(end, Not(HasSubstr("in/30.wav")));
+    EXPECT_THAT(end, HasSubstr("\nfailed 6 more (--failed FILE lists them all)\n"));
+    const std::string list = read_text(dir_ / "list");
+    EXPECT_EQ("in/10.wav\nin/11.wav\n", list.substr(0, 20));
+    EXPECT_EQ("nowhere.wav\n", list.substr(list.size() - 12));
+
+    for (int i = 10; i < 35; ++i) {
+        talk("in/" + std::to_string(i) + ".wav", 0.5);
+    }
+    result = run("-q --files-from list --failed again");
+    EXPECT_EQ(1, result.status);
+    EXPECT_EQ("nowhere.wav\n", read_text(dir_ / "again"));
+    EXPECT_EQ(27u + 26u, names_in("in").size()) << "26 recordings, their outputs and the record";
+
+    write_text(dir_ / "new\nline.wav", "");
+    EXPECT_THAT(run("-q --failed again new*.wav").err, HasSubstr("--null writes it"));
+    EXPECT_EQ(1, run("-q -0 --failed again new*.wav").status);
+    EXPECT_EQ(std::string("new\nline.wav\0", 13), read_text(dir_ / "again"));
+    for (const char* words : {"--failed in/good.wav in/good.wav", "--failed - in/good.wav",
+                              "--failed list --json list in/good.wav", "-0 in/good.wav"}) {
+        EXPECT_EQ(2, run(words).status) << words;
+    }
+    EXPECT_THAT(run("-q --failed /dev/full nowhere.wav").err,
+                HasSubstr("the list --failed /dev/full cannot be written"));
+}
+
+TEST_F(ArchiveRuns, AFolderThatCannotBeWrittenIsOneLine) {
+    talk("in/sub/good.wav", 1);
+    for (int i = 0; i < 5; ++i) {
+        talk("in/" + std::to_string(i) + ".wav", 1);
+    }
+    write_text(dir_ / "file", "");
+    for (const char* option : {"-n ", "", "--json - "}) {
+        const ProgramResult result = run(option + std::string("-d file in"));
+        EXPECT_EQ(1, result.status);
+        const std::string line = "failed 6 files, the first in/0.wav: the folder ";
+        EXPECT_THAT(result.err, HasSubstr(line));
+        EXPECT_THAT(result.err, HasSubstr("(-d DIR writes to another folder)"));
+        EXPECT_THAT(result.err, Not(HasSubstr("failed in/"))) << "one line for all";
+    }
+}
+
 TEST_F(ArchiveRuns, ResultsThatAreNotWholeMakeTheMergeAFailure) {
     talk("in/a.wav");
     ASSERT_EQ(0, run("-q --no-curves --json one in").status);

@@ -2,10 +2,12 @@
 
 #include <clocale>
 #include <cmath>
+#include <sstream>
 
 #include "cli/terminal/screen.h"
 #include "cli/terminal/summary.h"
 #include "cli/terminal/terminal_text.h"
+#include "tests/support/fixtures.h"
 
 using testing::HasSubstr;
 using testing::Not;
@@ -16,6 +18,8 @@ namespace {
 class Terminal : public testing::Test {
   protected:
     Terminal() { setlocale(LC_CTYPE, "C.UTF-8"); }
+
+    TempDir dir_;
 };
 
 TEST_F(Terminal, TextFitsItsColumnsWhateverItsLetters) {
@@ -77,6 +81,31 @@ TEST_F(Terminal, TheTableFitsAndNamesEachFileBelowTheSharedFolder) {
     }
     EXPECT_EQ(loudness_table({FileFacts{}}, 100), "");
     EXPECT_EQ(decimal(-0.04), "0.0");
+}
+
+TEST_F(Terminal, NotesOfAKindAreCounted) {
+    std::vector<FileFacts> files(6);
+    for (std::size_t i = 0; i < files.size(); ++i) {
+        files[i].input = std::string(1, static_cast<char>('a' + i));
+        files[i].notes = {"has peaks of +" + std::to_string(i) + ".5 dBFS"};
+    }
+    files[1].notes.push_back("another note");
+    Settings settings;
+    settings.log = dir_ / "log";
+    {
+        Screen screen(settings);
+        print_notes(files, screen);
+    }
+    std::string text;
+    std::istringstream lines(read_text(dir_ / "log"));
+    for (std::string line; std::getline(lines, line);) {
+        text += line.substr(line.find(' ') + 1) + "\n";  // without the time
+    }
+    EXPECT_EQ(
+        "note: a: has peaks of +0.5 dBFS\nnote: b: has peaks of +1.5 dBFS\n"
+        "note: c: has peaks of +2.5 dBFS\nnote: the same of 3 more files (--json lists them all)\n"
+        "note: b: another note\n",
+        text);
 }
 
 }  // namespace
