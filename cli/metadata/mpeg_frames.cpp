@@ -144,7 +144,7 @@ class FrameWalk {
         return std::nullopt;
     }
 
-    /** Behind ID3 tags that somebody left between two recordings; the same place without any. */
+    /** The place behind ID3 tags between two joined recordings; the same place without any. */
     std::uint64_t behind_tags(std::uint64_t at) {
         constexpr std::size_t kId3v1Bytes = 128;
         const Bytes start = file_.read(at, kId3HeaderBytes);

@@ -188,9 +188,12 @@ void SoundFileCarrier::read_info(FileFacts& facts) {
 }
 
 bool SoundFileCarrier::must_be_decoded() {
+    if (is_lossy(info_.format) && !job_.output.empty()) {
+        return true;  // which shows damage, too
+    }
     is_damaged_ = is_damaged_ || !last_frame_is_there(source_) ||
                   (is_packed_lossless(info_.format) && !reads_through(source_));
-    return is_damaged_ || (!job_.output.empty() && (is_lossy(info_.format) || is_quantized_once()));
+    return is_damaged_ || (!job_.output.empty() && is_quantized_once());
 }
 
 // libsndfile stops at the first damage; FFmpeg's decoders go on behind it.

@@ -49,7 +49,7 @@ double likeness_at_end(const std::vector<float>& a,
 }
 
 /** The cause and the notes of a run with --json. */
-std::string told(const ProgramResult& result) {
+std::string messages_of(const ProgramResult& result) {
     const auto facts = nlohmann::json::parse(result.out);
     return facts["cause"].dump() + facts["notes"].dump();
 }
@@ -157,7 +157,7 @@ TEST(Damage, CostsWhatIsLostAndNoMore) {
         EXPECT_EQ(1, run_program(QUORVANE " -q -f --strict " + input).status);
         const ProgramResult result = run_program(QUORVANE " -q -f --no-curves --json - " + input);
         ASSERT_EQ(0, result.status) << result.err;
-        EXPECT_THAT(told(result), HasSubstr("silence from "));
+        EXPECT_THAT(messages_of(result), HasSubstr("silence from "));
         const std::vector<float> after = decoded(leveled_name(input));
         EXPECT_EQ(whole.size(), after.size());
         EXPECT_GT(likeness_at_end(whole, after, 3 * 16000), 0.9);
@@ -202,11 +202,11 @@ TEST(Damage, AboveAShareItFailsUnlessSalvaged) {
         const std::string words = QUORVANE " -q -f --no-curves --json - ";
         ProgramResult result = run_program(words + made / row.input);
         EXPECT_EQ(row.status, result.status) << result.err;
-        EXPECT_THAT(told(result), HasSubstr(row.words));
+        EXPECT_THAT(messages_of(result), HasSubstr(row.words));
         EXPECT_EQ(row.status == 0, file_exists(leveled_name(made / row.input)));
         result = run_program(words + "--salvage " + made / row.input);
         EXPECT_EQ(0, result.status) << result.err;
-        EXPECT_THAT(told(result), HasSubstr(row.words));
+        EXPECT_THAT(messages_of(result), HasSubstr(row.words));
         EXPECT_EQ(1, run_program(words + "--strict " + made / row.input).status);
     }
 }
