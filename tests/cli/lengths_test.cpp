@@ -43,7 +43,8 @@ TEST(Lengths, WhatIsThereIsLeveledAndADifferenceIsTold) {
 
     const Row rows[] = {
         {"cp talk.wav x.wav", "x.wav", 8, 8, ""},
-        {"head -c 100044 talk.wav >x.wav", "x.wav", 3.125, 3.125, "cut short or damaged: 4.88 s of 8.00 s"},
+        {"head -c 100044 talk.wav >x.wav", "x.wav", 3.125, 3.125,
+         "cut short or damaged: 4.88 s of 8.00 s"},
         {"sndfile-convert talk.wav y.au; head -c 100024 y.au >x.au", "x.au", 3.125, 3.126,
          "cut short or damaged: 4.8"},
         {"ffmpeg -v error -i talk.wav -f wav - | cat >x.wav", "x.wav", 8, 8, ""},
