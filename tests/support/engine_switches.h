@@ -10,6 +10,8 @@ struct EngineSwitches {
 
     ~EngineSwitches() {
         levelClearCancel();
+        levelAskToCancel(nullptr, nullptr);
+        levelSetCopy(nullptr, nullptr);
         levelKeepIntermediates(0);
         levelHideIntermediates(0);
         levelSetFinalFile(nullptr, nullptr);
