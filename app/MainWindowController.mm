@@ -186,8 +186,8 @@ static const NSTimeInterval kCompletionPauseSeconds = 2.5;
         return;
     }
     NSString *description =
-        count == 1 ? @"One file could not be leveled."
-                   : [NSString stringWithFormat:@"%u files could not be leveled.", unsigned(count)];
+        count == 1 ? @"One file has a problem."
+                   : [NSString stringWithFormat:@"%u files have problems.", unsigned(count)];
     NSError *error = errorWithText(description, shortList(_failures));
     [_failures removeAllObjects];
     presentErrorOnMainQueue(error);

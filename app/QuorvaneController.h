@@ -24,7 +24,7 @@ extern NSString *const QuorvaneProcessStateKey;  // "queued", "running", "comple
 extern NSString *const QuorvaneBatchIndexKey;    // from 1
 extern NSString *const QuorvaneBatchTotalKey;
 extern NSString *const QuorvaneBatchUUIDKey;      // shared by the items of a batch
-extern NSString *const QuorvaneFailureReasonKey;  // a sentence: why there is no output
+extern NSString *const QuorvaneFailureReasonKey;  // a sentence: what is wrong with the output, or why there is none
 
 // Runs the leveling engine for one item after the other on a serial queue of its own.
 //

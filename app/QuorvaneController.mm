@@ -149,6 +149,20 @@ NSString *failureSentence(NSDictionary *item, const char *reason) {
         [NSString stringWithFormat:@"%@: %@", name, [cause length] > 0 ? cause : @"Unknown error."];
 }
 
+// Nil for a result without a defect. A run goes on behind damage and the item is completed, but the
+// user has to know what is missing.
+NSString *defectSentence(NSDictionary *item) {
+    const LevelOutcome *outcome = levelOutcome();
+    const bool unleveled = outcome->kind == kLevelCopiedStepFailed;
+    if (!unleveled && outcome->defect == kLevelNoDefect) {
+        return nil;
+    }
+    const char *reason = unleveled ? outcome->reason : outcome->defect_reason;
+    return [NSString stringWithFormat:@"%@ was %@ %s", [item objectForKey:QuorvaneInputFilenameKey],
+                                      unleveled ? @"copied and not leveled:" : @"leveled, but",
+                                      reason];
+}
+
 void levelItem(NSMutableDictionary *item) {
     std::string line[] = {
         "", "--input-file", [[item objectForKey:QuorvaneInputPathKey] UTF8String] ?: "",
@@ -170,6 +184,8 @@ void levelItem(NSMutableDictionary *item) {
         } else if (result != 0) {
             [item setObject:failureSentence(item, levelOutcome()->reason)
                      forKey:QuorvaneFailureReasonKey];
+        } else if (NSString *sentence = defectSentence(item)) {
+            [item setObject:sentence forKey:QuorvaneFailureReasonKey];
         }
     } catch (const std::exception &error) {
         outcome = QuorvaneFailedNotification;

@@ -19,6 +19,7 @@ struct TestEngine {
     using Arguments = std::vector<std::string>;
     std::function<int(const Arguments &, LevelProgress, NSMutableDictionary *)> run;
     std::string reason;  // of the last run's outcome
+    std::string defect;  // likewise; empty: none
     std::vector<Arguments> calls;
     int discards = 0;  // of what a run left
 };

@@ -29,6 +29,8 @@ void levelClearCancel(void) {}
 const LevelOutcome *levelOutcome(void) {
     static LevelOutcome outcome;
     outcome.reason = engine.reason.c_str();
+    outcome.defect = engine.defect.empty() ? kLevelNoDefect : kLevelFramesMissing;
+    outcome.defect_reason = engine.defect.c_str();
     return &outcome;
 }
 

@@ -136,9 +136,19 @@ TEST_F(Views, FailuresAreToldInWordsAndABatchThatArrivesMeanwhileComesAfterThisO
     ASSERT_TRUE(spinUntil([] { return delivered() == 2; }));
     EXPECT_EQ(engine.calls.back()[2], "/good.wav");
     ASSERT_EQ(desktop.errors.size(), 1u);
-    EXPECT_EQ(desktop.errors[0], "2 files could not be leveled.|"
+    EXPECT_EQ(desktop.errors[0], "2 files have problems.|"
                                  "gone.wav cannot be opened: No such file or directory.\n"
                                  "talk.wav: the disk is full");
+}
+
+TEST_F(Views, AResultWithADefectIsReportedThoughTheItemIsCompleted) {
+    engine.defect = "ends after 100 of 200 frames";
+    engine.run = [](auto...) { return 0; };
+    [window handleDroppedInputs:@[ @"/cut.wav" ]];
+    ASSERT_TRUE(spinUntil([] { return delivered() == 1; }));
+    ASSERT_EQ(desktop.errors.size(), 1u);
+    EXPECT_EQ(desktop.errors[0], "One file has a problem.|"
+                                 "cut.wav was leveled, but ends after 100 of 200 frames");
 }
 
 TEST_F(Views, AFailurePanelThatStaysOpenDoesNotHoldUpTheEndOfTheBatch) {
@@ -150,7 +160,7 @@ TEST_F(Views, AFailurePanelThatStaysOpenDoesNotHoldUpTheEndOfTheBatch) {
     spin(0.1);
     EXPECT_TRUE(ended) << "the pause did not end while the panel was open";
     EXPECT_EQ(desktop.errors[0],
-              "One file could not be leveled.|bad.wav is not an audio file that can be read.");
+              "One file has a problem.|bad.wav is not an audio file that can be read.");
 }
 
 TEST_F(Views, BatchEndsWithAPauseAndANoticeUnlessTheDefaultSaysNo) {

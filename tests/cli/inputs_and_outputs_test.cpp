@@ -346,8 +346,9 @@ TEST_F(Files, KilledRunsLeaveNoPartsOfJsonAndReports) {
     make("pages/.old.wav.html.quorvane-999-00000000.part");
     make(".facts.jsonl.quorvane-999-00000000.part");
     make("pages/talk.wav.html", "somebody's own page");
+    const auto no_excerpts = [](const FileFacts&) { return std::string(); };
     {
-        ResultFiles results(settings, 2);
+        ResultFiles results(settings, 2, no_excerpts);
         FileFacts facts;
         facts.input = "talk.wav";
         facts.before.emplace();
@@ -369,7 +370,7 @@ TEST_F(Files, KilledRunsLeaveNoPartsOfJsonAndReports) {
     EXPECT_FALSE(file_exists(dir_ / ".facts.jsonl.quorvane-999-00000000.part"));
     settings.report = dir_ / "one.html";
     make(".one.html.quorvane-999-00000000.part");
-    { const ResultFiles results(settings, 1); }
+    { const ResultFiles results(settings, 1, no_excerpts); }
     EXPECT_FALSE(file_exists(dir_ / ".one.html.quorvane-999-00000000.part"));
 }
 
