@@ -99,7 +99,9 @@ class ShownBatch : public BatchObserver {
         }
         for (std::size_t i = 0; i < plan_.size(); ++i) {
             if (!files_[i].ended) {
-                end(i, never_begun(plan_[i]));
+                FileFacts facts = never_begun(plan_[i]);
+                facts.cause = signal() != 0 ? "stopped" : facts.cause;
+                end(i, facts);
             }
         }
     }
