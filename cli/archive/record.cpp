@@ -111,10 +111,10 @@ bool operator!=(const FileState& one, const FileState& other) {
 }
 
 bool is_same_path(const std::string& one, const std::string& other) {
-    const auto plain = [](const std::string& path) {
-        return fs::absolute(path).lexically_normal();
-    };
     std::error_code error;
+    const auto plain = [&error](const std::string& path) {
+        return fs::absolute(path, error).lexically_normal();
+    };
     return plain(one) == plain(other) || fs::equivalent(one, other, error);
 }
 

@@ -52,8 +52,11 @@ void require_channels(const FileFacts& facts) {
 
 std::unique_ptr<Carrier> make_carrier(const Job& job) {
     // What libsndfile reads stays with it, and costs nobody the loading of FFmpeg's libraries.
+    // A read error of the disk looks to it like an unknown format, and the other way gives other
+    // bytes: only a second refusal counts.
     refuse_empty(job.input);
-    if (!libsndfile_serves(job) && media_module().can_serve(job.input)) {
+    const bool is_served = libsndfile_serves(job) || libsndfile_serves(job);
+    if (!is_served && media_module().can_serve(job.input)) {
         return media_module().make_carrier(job);
     }
     return std::make_unique<SoundFileCarrier>(job);
