@@ -35,10 +35,11 @@ class ResultLines {
     void sort();
 
     /**
-     * A sentence for each file with lines that are no whole result, as a killed run leaves one:
-     * what they reported is unknown.
+     * A sentence for each file with lines that are no whole result: what they reported is unknown.
+     * A line that is cut off, as a killed run leaves one, is none of them where a later file has
+     * the result of the same input.
      */
-    const std::vector<std::string>& problems() const { return problems_; }
+    std::vector<std::string> problems() const;
 
   private:
     struct Entry {
@@ -50,12 +51,17 @@ class ResultLines {
         std::int64_t bytes;
     };
 
+    struct Problem {
+        std::string text;
+        std::string cut_input;  // whose later result solves the problem; "": none does
+    };
+
     void take(const std::string& line, std::size_t file, std::int64_t offset);
 
     std::vector<std::string> files_;
     std::vector<Entry> entries_;
     std::unordered_map<std::string, std::size_t> entry_of_;
-    std::vector<std::string> problems_;
+    std::vector<Problem> problems_;
     bool planned_ = false;
 };
 

@@ -263,6 +263,35 @@ TEST_F(ArchiveRuns, ResultsThatAreNotWholeMakeTheMergeAFailure) {
     EXPECT_EQ(1, run("merge -q two").status);
 }
 
+TEST_F(ArchiveRuns, ALaterResultTakesThePlaceOfACutLine) {
+    talk("in/a.wav");
+    talk("in/b.wav");
+    ASSERT_EQ(0, run("-q -n --json plan in").status);
+    ASSERT_EQ(0, run("-q --json all in").status);
+    const std::string all = read_text(dir_ / "all");
+    const std::string second = all.substr(all.find('\n') + 1);
+    const std::string half = second.substr(0, second.size() / 2);
+
+    const struct {
+        std::string text;
+        const char* files;
+        int status;
+    } rows[] = {{half, "plan cut all", 0},
+                {all.substr(0, all.size() - 1), "plan cut", 0},
+                {half, "plan all cut", 1},  // what is unknown came last
+                {half, "cut plan", 1},
+                {half + "\n" + all, "plan cut all", 0},
+                {half + half, "plan cut all", 1},
+                {second.substr(0, second.find("in/b.wav")), "plan cut all", 1},
+                {"{\n" + half, "plan cut all", 1}};
+
+    for (const auto& row : rows) {
+        write_text(dir_ / "cut", row.text);
+        EXPECT_EQ(row.status, run(std::string("merge -q ") + row.files).status)
+            << row.files << ": " << row.text.size() << " bytes";
+    }
+}
+
 TEST_F(ArchiveRuns, WordsThatCannotBeWrittenAreAFailure) {
     talk("a.wav");
     ASSERT_EQ(0, run("-q --json one a.wav").status);
