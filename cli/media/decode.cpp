@@ -26,6 +26,8 @@ constexpr std::int64_t kLongestHoleNs = 600LL * 1000000000;  // where no length 
 constexpr std::int64_t kMissingNs = 1000000000;
 constexpr std::int64_t kMissingOfDamagedNs = 100000000;
 constexpr std::size_t kSilentFrames = 65536;  // at a time
+// FFmpeg has it as a macro, AV_TIME_BASE_Q, that is C and no C++.
+constexpr AVRational kFileClock = {1, AV_TIME_BASE};
 
 /** Which pauses in the times of a sound stand for lost data. */
 enum class Pauses { Kept, AreDamage };
@@ -233,7 +235,7 @@ class SoundDecoder {
         if (context.duration > 0 && (context.nb_streams == 1 || input_.read_errors() > 0)) {
             const std::int64_t start =
                 context.start_time == AV_NOPTS_VALUE ? 0 : context.start_time;
-            return av_rescale_q(start + context.duration, AV_TIME_BASE_Q, kNanoseconds);
+            return av_rescale_q(start + context.duration, kFileClock, kNanoseconds);
         }
         return std::nullopt;
     }
