@@ -18,6 +18,8 @@
 #include <initializer_list>
 #include <vector>
 
+#include "cli/worker/sanitized.h"
+
 /*
  * A list of what is allowed, not of what is refused: a call that a later kernel brings is refused
  * too. Calls that open or remove files by their names are in it, since the file fence judges those;
@@ -289,6 +291,9 @@ bool fence_calls() {
     CallFilter filter;
     for (const std::uint32_t call : kAllowed) {
         filter.allow(call);
+    }
+    if (kSanitized) {
+        filter.allow(SYS_pipe2);  // a sanitizer looks through a pipe whether an address can be read
     }
     filter.allow_threads();
     filter.allow_own_limits();

@@ -16,6 +16,7 @@
 #include "cli/worker/call_filter.h"
 #include "cli/worker/media_module.h"
 #include "cli/worker/own_program.h"
+#include "cli/worker/sanitized.h"
 
 #ifdef __linux__
 #include <fcntl.h>
@@ -43,14 +44,6 @@ namespace cli {
 namespace fs = std::filesystem;
 
 namespace {
-
-#if defined(__SANITIZE_ADDRESS__)
-constexpr bool kSanitized = true;
-#elif defined(__has_feature)
-constexpr bool kSanitized = __has_feature(address_sanitizer);
-#else
-constexpr bool kSanitized = false;
-#endif
 
 constexpr rlim_t kGiB = rlim_t{1} << 30;
 
