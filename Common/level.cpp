@@ -121,6 +121,10 @@ void levelSetCopy(LevelCopy copy, void* context) {
                                    });
 }
 
+void levelEndFlatRamps(int end) {
+    Run::end_flat_ramps(end != 0);
+}
+
 void levelLowerTarget(int lower) {
     Run::lower_target(lower != 0);
 }

@@ -99,6 +99,13 @@ void levelSetCopy(LevelCopy copy, void* context);
 void levelLowerTarget(int lower);
 
 /*
+ * With end other than 0, a rise of the gain curve that is nothing but rounding ends at once, where
+ * it leads. Otherwise such a ramp of height 0 lasts its two seconds like any other, and a real rise
+ * that follows within them has to wait.
+ */
+void levelEndFlatRamps(int end);
+
+/*
  * What came of the last levelMain of this process; its kind is kLevelNotRun before the first. Ask
  * on the thread that ran it, afterwards or in moveFinalFile. See outcome.h for who owns what and
  * for how long.

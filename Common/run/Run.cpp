@@ -68,6 +68,7 @@ struct Settings {
     bool keep_intermediates = false;
     bool hide_intermediates = false;
     bool lower_target = false;
+    bool end_flat_ramps = false;
     std::function<int()> open_final;
     Run::Copy copy = copy_file;
 };
@@ -140,6 +141,10 @@ void Run::copy_by(Copy copy) {
 
 void Run::lower_target(bool lower) {
     settings.lower_target = lower;
+}
+
+void Run::end_flat_ramps(bool end) {
+    settings.end_flat_ramps = end;
 }
 
 Run::~Run() {
@@ -356,8 +361,10 @@ void Run::calculate_segment_gains() {
 void Run::smooth_gain_curve() {
     const std::string smoothed = begin_step(8, Intermediate::kSmoothedGains);
     const std::string gains = path(Intermediate::kGains);
-    require_step(630, call_step(smooth_gains::_tmain,
-                                {"smooth_gains", "-a", "40", "-b", "2", gains, smoothed}) == 0);
+    Argv words{"smooth_gains", "-a", "40", "-b", "2", gains, smoothed};
+    const auto flat = settings.end_flat_ramps ? smooth_gains::FlatRamp::kEndAtTarget
+                                              : smooth_gains::FlatRamp::kLast;
+    require_step(630, smooth_gains::run_smooth_gains(words.argc(), words.argv(), flat) == 0);
     OutcomeRecord::instance().collect_gain_curve(smoothed);
     done_with({path(Intermediate::kSegmentLevels), gains});
 }

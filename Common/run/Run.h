@@ -54,6 +54,9 @@ class Run {
     /** With true, all later runs lower a target level that the recording has no room for. */
     static void lower_target(bool lower);
 
+    /** What levelEndFlatRamps sets. */
+    static void end_flat_ramps(bool end);
+
     /** Removes what the last run left of its intermediate files. */
     static void discard_intermediates();
 

@@ -27,6 +27,10 @@ namespace {
 
 constexpr const char* kSource = "Common/smooth_gains/smooth_gains";
 
+// Relative height of a rise that is rounding: gains are read with six digits, and a ramp of 40
+// steps gathers no more than 1e-14.
+constexpr double kFlat = 1e-9;
+
 struct Args {
     int attack_increasing = 10;  // both in values of the series
     int attack_decreasing = 2;
@@ -90,7 +94,7 @@ int write_gains(const std::string& path, const std::vector<double>& gains) {
     return problem.empty() ? 0 : log_failure(kSource, __LINE__, problem, reporting::Kind::kSystem);
 }
 
-int smooth_file(const Args& args) {
+int smooth_file(const Args& args, FlatRamp flat) {
     std::ifstream file(args.input_file);
     if (!file) {
         return log_failure(kSource, __LINE__, "Error opening " + args.input_file);
@@ -113,13 +117,13 @@ int smooth_file(const Args& args) {
     const unsigned int n = static_cast<unsigned int>(gains.size());
     std::vector<double> forward(n);
     std::vector<double> backward(n);
-    if (SmoothGains1(gains.data(), forward.data(), n, args.attack_increasing) != 0) {
+    if (SmoothGains1(gains.data(), forward.data(), n, args.attack_increasing, flat) != 0) {
         return log_failure(kSource, __LINE__, "Error in SmoothGains1()");
     }
     // On reversed time a fall is a rise: its ramp then ends where the drop is, and so begins
     // before.
     ReverseArray(gains.data(), n);
-    SmoothGains1(gains.data(), backward.data(), n, args.attack_decreasing);
+    SmoothGains1(gains.data(), backward.data(), n, args.attack_decreasing, flat);
     for (unsigned int i = 0; i < n; ++i) {
         forward[i] = std::min(forward[i], backward[n - 1 - i]);
     }
@@ -128,9 +132,12 @@ int smooth_file(const Args& args) {
 
 }  // namespace
 
-int SmoothGains1(const double* in, double* out, unsigned int count, int attack) {
+int SmoothGains1(const double* in, double* out, unsigned int count, int attack, FlatRamp flat) {
     enum { kIdle, kRamping } state = kIdle;
 
+    const auto is_rise = [flat](double from, double to) {
+        return to > from && (flat == FlatRamp::kLast || to - from > kFlat * from);
+    };
     double running = in[0];
     double step = 0.0;
     int remaining = 0;
@@ -140,7 +147,7 @@ int SmoothGains1(const double* in, double* out, unsigned int count, int attack) 
             // A rise sets its step once. While it lasts, a higher gain does not make it steeper; a
             // gain below the ramp ends it at once, and the next rise starts from there.
             case kIdle:
-                if (in[i] > running && attack != 1) {
+                if (is_rise(running, in[i]) && attack != 1) {
                     step = (in[i] - running) / attack;
                     running += step;
                     // The first of the attack steps has been taken.
@@ -175,9 +182,13 @@ void ReverseArray(double* values, unsigned long count) {
 }
 
 int _tmain(int argc, const char** argv) {
+    return run_smooth_gains(argc, argv, FlatRamp::kLast);
+}
+
+int run_smooth_gains(int argc, const char** argv, FlatRamp flat) {
     try {
         Args args;
-        return parse(argc, argv, args) != 0 ? 1 : smooth_file(args);
+        return parse(argc, argv, args) != 0 ? 1 : smooth_file(args, flat);
     } catch (const std::exception& failure) {
         return log_failure(kSource, __LINE__, std::string("error: ") + failure.what());
     } catch (...) {

@@ -4,11 +4,21 @@
 namespace smooth_gains {
 
 /**
+ * What becomes of a rise that is rounding alone: a ramp leaves the curve a few units of the last
+ * place below its target, and the next value would start another one.
+ */
+enum class FlatRamp {
+    kLast,        // it takes its time, and a rise that follows meanwhile waits for its end
+    kEndAtTarget  // the curve is set to its target at once
+};
+
+/**
  * One pass over count gains: rises take attack values, falls are immediate. A ramp reaches the
  * value that started it in exactly attack steps, never passes the current input and is not aimed
  * anew. attack: at least 1, which copies the input. Returns 0, or 1 on an internal fault.
  */
-int SmoothGains1(const double* in, double* out, unsigned int count, int attack);
+int SmoothGains1(
+    const double* in, double* out, unsigned int count, int attack, FlatRamp flat = FlatRamp::kLast);
 
 void ReverseArray(double* values, unsigned long count);
 
@@ -18,5 +28,8 @@ void ReverseArray(double* values, unsigned long count);
  * gain per line, its exact decimal value. Returns 0, or 1 after logging what is wrong.
  */
 int _tmain(int argc, const char** argv);
+
+/** The same, where flat ramps are to end. */
+int run_smooth_gains(int argc, const char** argv, FlatRamp flat);
 
 }  // namespace smooth_gains

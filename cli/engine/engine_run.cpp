@@ -44,6 +44,7 @@ int level(const EngineRun& run, std::function<void(double)> progress) {
     levelCollectFindings(1);
     levelHideIntermediates(1);
     levelLowerTarget(1);
+    levelEndFlatRamps(run.ramps == Ramps::EndAtTarget ? 1 : 0);
     levelSetFinalFile(run.open_place ? open_place : nullptr, const_cast<EngineRun*>(&run));
     return levelMain(static_cast<int>(words.size()), argv.data(), "", &on_progress, &progress);
 }

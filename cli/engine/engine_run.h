@@ -9,6 +9,9 @@
 
 namespace cli {
 
+/** How the gain curve treats a rise that is nothing but rounding: see levelEndFlatRamps. */
+enum class Ramps { AsTheyAre, EndAtTarget };
+
 /** One run of the engine over one file. */
 struct EngineRun {
     std::string input;
@@ -20,6 +23,7 @@ struct EngineRun {
     // the output is written.
     std::function<int()> open_place = nullptr;
     std::string place_name = {};  // in what is told of a failure there
+    Ramps ramps = Ramps::AsTheyAre;
 };
 
 /** What a run that did not fail did. */

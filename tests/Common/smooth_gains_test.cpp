@@ -58,6 +58,22 @@ TEST_F(SmoothGains, RisesAndFallsTakeTheirTime) {
     }
 }
 
+// A ramp of tenths ends 1e-16 below its target: what is left of the rise must not hold back the
+// next.
+TEST_F(SmoothGains, ARiseThatIsRoundingMayEndAtOnce) {
+    const std::vector<double> gains = {0.1, 0.9, 0.9, 0.9, 0.9, 2, 2, 2, 2, 2};
+    std::vector<double> kept(gains.size());
+    std::vector<double> ended(gains.size());
+    const auto count = static_cast<unsigned int>(gains.size());
+    smooth_gains::SmoothGains1(gains.data(), kept.data(), count, 3);
+    smooth_gains::SmoothGains1(gains.data(), ended.data(), count, 3,
+                               smooth_gains::FlatRamp::kEndAtTarget);
+    EXPECT_LT(kept[3], 0.9);
+    EXPECT_EQ(0.9, ended[4]);
+    EXPECT_NEAR(2, ended[7], 1e-12);
+    EXPECT_LT(kept[7], 1.6);
+}
+
 TEST_F(SmoothGains, ALineOfMoreThan255CharactersEndsTheSeries) {
     const std::string longest = "2" + std::string(254, ' ');
     EXPECT_EQ("1\n2\n3\n", run("1\n" + longest + "\n3\n", {"-a", "1", "-b", "1"}));
