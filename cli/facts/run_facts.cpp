@@ -194,6 +194,28 @@ std::string path_back(const Json& json, const std::string& name) {
     return path;
 }
 
+Json preparation(const Preparation& from) {
+    return {{"raised_db", number(from.raised_db)},
+            {"steep_high_pass", from.steep_high_pass},
+            {"pauses", from.pauses},
+            {"pauses_s", number(from.pauses_s)},
+            {"phrases", from.phrases},
+            {"even", from.even},
+            {"background_under_speech_db", number(from.background_under_speech_db)},
+            {"dithered", from.dithered}};
+}
+
+Preparation preparation_back(const Json& json) {
+    return {number_back(json.at("raised_db")),
+            json.at("steep_high_pass"),
+            json.at("pauses"),
+            number_back(json.at("pauses_s")),
+            json.at("phrases"),
+            json.at("even"),
+            number_back(json.at("background_under_speech_db")),
+            json.at("dithered")};
+}
+
 Json publishing(const Publishing& from) {
     return {{"destination", from.destination},
             {"gain_db", number(from.gain_db)},
@@ -268,6 +290,9 @@ Json to_json(const FileFacts& facts, Curves curves) {
     if (facts.leveling) {
         json["leveling"] = leveling(*facts.leveling, curves);
     }
+    if (facts.preparation) {
+        json["preparation"] = preparation(*facts.preparation);
+    }
     if (facts.publishing) {
         json["publishing"] = publishing(*facts.publishing);
     }
@@ -305,6 +330,9 @@ FileFacts facts_from_json(const Json& json) {
     }
     if (json.contains("leveling")) {
         facts.leveling = leveling_back(json.at("leveling"));
+    }
+    if (json.contains("preparation")) {
+        facts.preparation = preparation_back(json.at("preparation"));
     }
     if (json.contains("publishing")) {
         facts.publishing = publishing_back(json.at("publishing"));

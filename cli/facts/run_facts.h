@@ -61,6 +61,18 @@ struct Leveling {
     std::vector<Passage> passages;
 };
 
+/** What was done around the engine, so that it could judge the recording. */
+struct Preparation {
+    double raised_db = 0;          // before leveling, to a fixed peak; below 0: lowered
+    bool steep_high_pass = false;  // rumble louder than the voices was taken out
+    int pauses = 0;                // long ones that were kept down
+    double pauses_s = 0;           // all of them together
+    int phrases = 0;               // that got a gain each; 0: the engine's curve or one gain
+    bool even = false;             // it was even already: one constant gain
+    double background_under_speech_db = 0;  // what fills the gaps, under the quietest phrase
+    bool dithered = false;                  // in the one quantisation at the end
+};
+
 /** What brought a leveled file to the destination it is for, in dB. */
 struct Publishing {
     std::string destination;      // its word: "podcast"
@@ -114,6 +126,7 @@ struct FileFacts {
     std::optional<Loudness> before;
     std::optional<Loudness> after;
     std::optional<Leveling> leveling;
+    std::optional<Preparation> preparation;  // none where the engine worked alone
     std::optional<Publishing> publishing;
     std::vector<std::string> notes;  // what the user should know of a file that did not fail
     // Of "files" and "calls", the fences around the file's worker that the kernel did not give.

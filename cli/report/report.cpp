@@ -13,6 +13,7 @@
 
 #include "Common/version.h"
 #include "cli/facts/destinations.h"
+#include "cli/facts/preparation_words.h"
 #include "cli/publish/verdict.h"
 #include "cli/report/heard.h"
 #include "cli/report/html.h"
@@ -97,6 +98,14 @@ std::string heading(const FileFacts& facts, const ReportOptions& options) {
     }
     for (const std::string& note : facts.notes) {
         text += fmt::format("<p class=\"banner\">{}</p>\n", escape_html(note));
+    }
+    if (facts.preparation) {
+        std::string done;
+        for (const std::string& words : words_of(*facts.preparation, Telling::Everything)) {
+            done += (done.empty() ? "" : "; ") + words;
+        }
+        text +=
+            done.empty() ? "" : fmt::format("<p class=\"soft\">Done: {}.</p>\n", escape_html(done));
     }
     return text;
 }

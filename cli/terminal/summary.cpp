@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "cli/facts/file_error.h"
+#include "cli/facts/preparation_words.h"
 #include "cli/terminal/terminal_text.h"
 
 /*
@@ -379,16 +380,24 @@ void print_notes(const std::vector<FileFacts>& files, Screen& screen) {
 
     std::vector<Kind> kinds;
     std::map<std::string, std::size_t> place_of;
+    const auto add = [&](const FileFacts& facts, const std::string& note) {
+        const auto [at, is_new] = place_of.emplace(kind_of(note), kinds.size());
+        if (is_new) {
+            kinds.emplace_back();
+        }
+        Kind& kind = kinds[at->second];
+        if (++kind.count <= kMostOfAKind) {
+            kind.lines.push_back(
+                fmt::format("note: {}: {}", printable(facts.input), printable(note)));
+        }
+    };
     for (const FileFacts& facts : files) {
         for (const std::string& note : facts.notes) {
-            const auto [at, is_new] = place_of.emplace(kind_of(note), kinds.size());
-            if (is_new) {
-                kinds.emplace_back();
-            }
-            Kind& kind = kinds[at->second];
-            if (++kind.count <= kMostOfAKind) {
-                kind.lines.push_back(
-                    fmt::format("note: {}: {}", printable(facts.input), printable(note)));
+            add(facts, note);
+        }
+        if (facts.preparation && facts.outcome == Outcome::Leveled) {
+            for (const std::string& words : words_of(*facts.preparation, Telling::Notable)) {
+                add(facts, words);
             }
         }
     }

@@ -25,6 +25,7 @@
 #include "cli/publish/publish.h"
 #include "cli/storage/staged_output.h"
 #include "cli/worker/carrier.h"
+#include "leveling/preparation/preparation.h"
 
 /*
  * The work on one file is a list of stages, kStages, each a function that takes what the ones
@@ -154,26 +155,43 @@ void complete(Work& work, std::uint64_t room, const std::string& leveled) {
     }
 }
 
-/** Takes one of the file's sounds through the engine; the facts tell of the first. */
+using leveling::PreparedResult;
+using leveling::PreparedRun;
+
+/** The engine's result as it is. */
+PreparedResult level_plainly(const PreparedRun& run,
+                             const std::string& place_name,
+                             const std::function<void(double)>& progress) {
+    EngineRun engine{run.recording, run.output,     run.scratch,
+                     run.tuning,    run.open_place, place_name};
+    const EngineResult result = run_engine(engine, progress);
+    return {result.leveled,  result.in_place, result.cause,
+            result.leveling, std::nullopt,    result.note};
+}
+
+/** Takes one of the file's sounds through the leveling; the facts tell of the first. */
 void level_sound(Work& work, std::size_t index) {
     const std::string& input = work.engine_inputs[index];
     const std::string name = index == 0 ? "/leveled" : fmt::format("/leveled{}", index + 1);
-    EngineRun run{input, work.job.scratch + name + fs::path(input).extension().string(),
-                  work.job.scratch, work.job.options.tuning};
+    PreparedRun run{input, work.job.scratch + name + fs::path(input).extension().string(), 0,
+                    work.job.scratch, work.job.options.tuning};
     const bool is_output = work.engine_inputs.size() == 1 && work.job.options.destination.empty();
     const auto room = is_output ? work.carrier->room_in_place() : std::nullopt;
     if (room) {
         run.open_place = [&] { return open_place(work, *room); };
-        run.place_name = work.job.output;
     }
     const auto count = static_cast<double>(work.engine_inputs.size());
-    const EngineResult result = run_engine(
-        run, [&](double done) { work.progress((static_cast<double>(index) + done) / count); });
+    const auto progress = [&](double done) {
+        work.progress((static_cast<double>(index) + done) / count);
+    };
+    const PreparedResult result = work.job.options.plain
+                                      ? level_plainly(run, work.job.output, progress)
+                                      : level_prepared(run, progress);
     if (result.in_place) {
         tell_of_output(work, [&] { complete(work, *room, run.output); });
     }
     const std::string& leveled = result.in_place && work.part ? work.part->path() : run.output;
-    if (result.leveled) {
+    if (result.leveled && work.job.options.plain) {
         require_sound_output(input, leveled);
     }
     work.leveled.push_back(result.leveled ? leveled : "");
@@ -185,6 +203,7 @@ void level_sound(Work& work, std::size_t index) {
     }
     if (index == 0) {
         work.facts.leveling = result.leveling;
+        work.facts.preparation = result.preparation;
         work.facts.cause = result.cause;
     }
 }

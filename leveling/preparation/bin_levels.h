@@ -1,0 +1,73 @@
+#pragma once
+
+#include <vector>
+
+#include "Common/stream/stream.h"
+#include "leveling/preparation/sections.h"
+
+namespace leveling {
+
+constexpr int kBin_ms = 50;  // the engine's bins
+constexpr double kBin_s = 0.05;
+
+/** What one reading of a recording tells of each bin of 50 ms. Levels in dB, rounded to 1e-4. */
+struct BinLevels {
+    std::vector<float> speech_db;  // power from 150 to 5000 Hz, of both channels together
+    std::vector<float> low_db;     // power below 120 Hz, likewise
+    // K-weighted power (ITU-R BS.1770) behind the high-pass, of both channels together: what is
+    // heard.
+    std::vector<float> weighted_db;
+    std::vector<float> peak;  // largest absolute sample of any channel behind the high-pass, linear
+
+    long long count() const { return static_cast<long long>(speech_db.size()); }
+};
+
+/**
+ * Measures the bins of a recording of one or two channels. Speech has most of its power, and nearly
+ * all that tells words apart, between 150 and 5000 Hz (N. R. French and J. C. Steinberg, "Factors
+ * governing the intelligibility of speech sounds", JASA 19 (1947)); rumble and hiss lie outside.
+ */
+class LevelAnalyser : public stream::Receiver {
+  public:
+    /** high_pass: what will take the rumble out of the recording. */
+    LevelAnalyser(int channels, int sample_rate_hz, const std::vector<Section>& high_pass);
+
+    void take(double* samples, long long frames) override;
+    void end() override;
+
+    /** Of a bin, as the engine counts. */
+    long long bin_frames() const { return bin_frames_; }
+
+    /** Whether every sample of a channel is the same. */
+    bool is_constant() const;
+
+    /** Of the whole recording, before the high-pass. */
+    double peak() const { return peak_; }
+
+    BinLevels& levels() { return levels_; }
+
+  private:
+    template <int Channels>
+    void measure(const double* samples, const double* passed, long long frames);
+    void finish_bin();
+
+    int channels_;
+    long long bin_frames_;
+    std::vector<PairFilter>
+        filters_;  // two for speech, one for what lies below it, one for weighting
+    FilterChain high_pass_;
+    std::vector<double> passed_;
+    Pair speech_ = {0, 0};
+    Pair low_ = {0, 0};
+    Pair weighted_ = {0, 0};
+    Pair highest_ = {0, 0};
+    Pair raw_highest_ = {0, 0};
+    bool has_first_ = false;
+    Pair first_ = {0, 0};
+    Pair farthest_ = {0, 0};  // from the first sample, squared
+    long long frames_in_bin_ = 0;
+    double peak_ = 0;
+    BinLevels levels_;
+};
+
+}  // namespace leveling

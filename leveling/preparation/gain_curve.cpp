@@ -1,0 +1,207 @@
+#include "leveling/preparation/gain_curve.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <utility>
+
+#include "leveling/preparation/levels.h"
+
+namespace leveling {
+namespace {
+
+constexpr double kMostAround_db = 24;  // of a phrase's gain from the middle one
+
+// In bins of 50 ms, for gaps.
+constexpr long long kRamp = 5;
+constexpr long long kHold = 5;      // before a gap sinks
+constexpr double kSink_db = 0.8;    // a bin
+constexpr double kReturn_db = 2.4;  // a bin
+constexpr double kDeepest_db = 6;
+constexpr double kUnderSpeech_db = 18;  // a background that may sink
+
+constexpr double kAttack_db = 6;     // a bin, before a peak
+constexpr double kRelease_db = 1.5;  // a bin, behind it
+
+double middle_of(std::vector<double> values) {
+    const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
+    std::nth_element(values.begin(), middle, values.end());
+    return *middle;
+}
+
+std::vector<double> gains_of(const Phrases& phrases, double speech_db) {
+    std::vector<double> gains;
+    for (const Phrase& phrase : phrases.phrases) {
+        gains.push_back(speech_db - phrase.level_db);
+    }
+    const double middle = middle_of(gains);
+    for (double& gain : gains) {
+        gain = std::clamp(gain, middle - kMostAround_db, middle + kMostAround_db);
+    }
+    return gains;
+}
+
+class Curve {
+  public:
+    Curve(const BinLevels& levels, const Phrases& phrases, const CurveGoal& goal)
+        : levels_(levels),
+          phrases_(phrases.phrases),
+          goal_(goal),
+          gains_(gains_of(phrases, goal.speech_db)),
+          mean_(mean_gain()),
+          curve_(levels.speech_db.size()) {}
+
+    void fill_phrases() {
+        for (std::size_t i = 0; i < phrases_.size(); ++i) {
+            fill(phrases_[i].bins, gains_[i]);
+        }
+    }
+
+    /** Between phrases, and before the first and behind the last. */
+    void fill_gaps(const std::vector<Stretch>& pauses) {
+        const auto count = static_cast<long long>(curve_.size());
+        fill({0, phrases_.front().bins.begin}, gains_.front());
+        fill({phrases_.back().bins.end, count}, gains_.back());
+        for (std::size_t i = 0; i + 1 < phrases_.size(); ++i) {
+            const Stretch gap{phrases_[i].bins.end, phrases_[i + 1].bins.begin};
+            fill(gap, gains_[i]);
+            ramp({std::max(gap.begin, gap.end - kRamp), gap.end}, gains_[i], gains_[i + 1]);
+        }
+        for (const Stretch& pause : pauses) {
+            lower_pause(pause);
+        }
+    }
+
+    /** Lets the background between words sink, in the gaps of phrases as between them. */
+    void sink_gaps(const std::vector<bool>& words) {
+        const auto count = static_cast<long long>(words.size());
+        for (long long i = 0; i < count; ++i) {
+            Stretch gap{i, i};
+            while (gap.end < count && !words[static_cast<std::size_t>(gap.end)]) {
+                ++gap.end;
+            }
+            if (gap.length() > 0) {
+                sink(gap);
+                i = gap.end;
+            }
+        }
+    }
+
+    /** In dB, so that a peak's ramps are straight lines beside it. */
+    void limit() {
+        const auto count = static_cast<long long>(curve_.size());
+        std::vector<double> excess(curve_.size());
+        for (std::size_t i = 0; i < curve_.size(); ++i) {
+            // The curve is a straight line from bin to bin: a bin's peak may have its neighbour's.
+            const double gain =
+                std::max({at(i), at(i > 0 ? i - 1 : i), at(std::min(i + 1, curve_.size() - 1))});
+            const double over =
+                gain + level_of_amplitude(static_cast<double>(levels_.peak[i])) - goal_.ceiling_db;
+            for (std::size_t j = i > 0 ? i - 1 : 0; j <= std::min(i + 1, curve_.size() - 1); ++j) {
+                excess[j] = std::max(excess[j], over);
+            }
+        }
+        for (long long i = 1; i < count; ++i) {
+            auto& here = excess[static_cast<std::size_t>(i)];
+            here = std::max(here, excess[static_cast<std::size_t>(i - 1)] - kRelease_db);
+        }
+        for (long long i = count - 2; i >= 0; --i) {
+            auto& here = excess[static_cast<std::size_t>(i)];
+            here = std::max(here, excess[static_cast<std::size_t>(i + 1)] - kAttack_db);
+        }
+        for (std::size_t i = 0; i < curve_.size(); ++i) {
+            curve_[i] -= static_cast<float>(excess[i]);
+        }
+    }
+
+    std::vector<float> take() { return std::move(curve_); }
+
+  private:
+    double at(std::size_t bin) const { return static_cast<double>(curve_[bin]); }
+
+    double mean_gain() const {
+        double sum = 0;
+        double seconds = 0;
+        for (std::size_t i = 0; i < gains_.size(); ++i) {
+            const auto length = static_cast<double>(phrases_[i].bins.length());
+            sum += gains_[i] * length;
+            seconds += length;
+        }
+        return sum / seconds;
+    }
+
+    void fill(Stretch range, double gain) {
+        for (long long i = range.begin; i < range.end; ++i) {
+            curve_[static_cast<std::size_t>(i)] = static_cast<float>(gain);
+        }
+    }
+
+    void ramp(Stretch range, double from, double to) {
+        const auto steps = static_cast<double>(range.length() + 1);
+        for (long long i = range.begin; i < range.end; ++i) {
+            const double way = static_cast<double>(i - range.begin + 1) / steps;
+            curve_[static_cast<std::size_t>(i)] = static_cast<float>(from + (to - from) * way);
+        }
+    }
+
+    /** A pause's gain is at most that of its neighbours and the mean. */
+    void lower_pause(const Stretch& pause) {
+        const auto count = static_cast<long long>(curve_.size());
+        const double before =
+            pause.begin > 0 ? at(static_cast<std::size_t>(pause.begin - 1)) : mean_;
+        const double after = pause.end < count ? at(static_cast<std::size_t>(pause.end)) : mean_;
+        const double least = std::min({before, after, mean_});
+        fill(pause, least);
+        const long long length = std::min(kRamp, pause.length() / 2);
+        if (pause.begin > 0) {
+            ramp({pause.begin, pause.begin + length}, before, least);
+        }
+        if (pause.end < count) {
+            ramp({pause.end - length, pause.end}, least, after);
+        }
+    }
+
+    void sink(const Stretch& gap) {
+        const auto count = static_cast<long long>(curve_.size());
+        for (long long i = gap.begin; i < gap.end; ++i) {
+            const auto bin = static_cast<std::size_t>(i);
+            const double under =
+                goal_.speech_db - at(bin) - static_cast<double>(levels_.weighted_db[bin]);
+            if (under < kUnderSpeech_db) {
+                continue;
+            }
+            const double since =
+                gap.begin > 0
+                    ? kSink_db * static_cast<double>(std::max(0LL, i - gap.begin - kHold + 1))
+                    : kDeepest_db;
+            const double until =
+                gap.end < count ? kReturn_db * static_cast<double>(gap.end - i - 1) : kDeepest_db;
+            curve_[bin] -= static_cast<float>(std::min({kDeepest_db, since, until}));
+        }
+    }
+
+    const BinLevels& levels_;
+    const std::vector<Phrase>& phrases_;
+    CurveGoal goal_;
+    std::vector<double> gains_;
+    double mean_;
+    std::vector<float> curve_;
+};
+
+}  // namespace
+
+std::vector<float> gain_curve(const BinLevels& levels,
+                              const Phrases& phrases,
+                              const std::vector<Stretch>& pauses,
+                              const CurveGoal& goal) {
+    if (phrases.phrases.empty()) {
+        return std::vector<float>(levels.speech_db.size(), 0.0F);
+    }
+    Curve curve(levels, phrases, goal);
+    curve.fill_phrases();
+    curve.fill_gaps(pauses);
+    curve.sink_gaps(phrases.words);
+    curve.limit();
+    return curve.take();
+}
+
+}  // namespace leveling

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <vector>
+
+#include "leveling/preparation/bin_levels.h"
+#include "leveling/preparation/phrases.h"
+
+namespace leveling {
+
+/** What a gain curve is made for. */
+struct CurveGoal {
+    double speech_db = 0;   // the level of every phrase
+    double ceiling_db = 0;  // that no sample may pass
+};
+
+/**
+ * One gain per phrase, in dB, one value for the middle of each bin: constant in a phrase, moved in
+ * the quarter second before the next one begins. In long pauses it is no larger than on either side
+ * and than on average; there and in long gaps it sinks by up to 6 dB where the background is far
+ * under the speech, as a gate does. Where a peak would pass the ceiling, the gain is lower for as
+ * long as that takes and a fifth of a second behind.
+ */
+std::vector<float> gain_curve(const BinLevels& levels,
+                              const Phrases& phrases,
+                              const std::vector<Stretch>& pauses,
+                              const CurveGoal& goal);
+
+}  // namespace leveling

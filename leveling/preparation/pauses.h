@@ -1,0 +1,50 @@
+#pragma once
+
+#include <vector>
+
+#include "leveling/preparation/bin_levels.h"
+
+namespace leveling {
+
+/** From `begin` to before `end`, in bins or frames. */
+struct Stretch {
+    long long begin = 0;
+    long long end = 0;
+
+    long long length() const { return end - begin; }
+};
+
+/**
+ * In which bins somebody may be speaking. Syllables follow each other 2 to 8 times a second (T.
+ * Houtgast and H. J. M. Steeneken, "The modulation transfer function in room acoustics", Acustica
+ * 28 (1973)), so that the level of speech rises and falls by many dB within each second, and the
+ * level of room tone, hum and hiss does not: a bin is speech where, within half a second of it, the
+ * 90th percentile of the levels is 6 dB and more above the 20th, or where the gaps between words
+ * are 8 dB under the median. Unlike a threshold this keeps a whisper.
+ *
+ * levels_db: of bins of 50 ms.
+ */
+std::vector<bool> find_speech(const std::vector<float>& levels_db);
+
+/**
+ * The pauses of three seconds and more that have to be kept from the engine, which would take them
+ * for quiet speech: stretches of bins without speech that are 6 dB and more under the speech beside
+ * them. Half a second at each end beside speech is left out of them.
+ */
+std::vector<Stretch> find_pauses(const BinLevels& levels, const std::vector<bool>& speech);
+
+/**
+ * The mean level of the speech in a range of bins, dB: of the power of bins with speech, without
+ * those 10 dB under the mean of all of them (the relative gate of ITU-R BS.1770). kSilence_db where
+ * there is none.
+ */
+double speech_level(const std::vector<float>& levels_db,
+                    const std::vector<bool>& speech,
+                    Stretch range);
+
+/** The bins that speech_level counts. */
+std::vector<bool> loud_speech(const std::vector<float>& levels_db,
+                              const std::vector<bool>& speech,
+                              Stretch range);
+
+}  // namespace leveling

@@ -1,0 +1,199 @@
+#include "leveling/preparation/phrases.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <limits>
+
+#include "leveling/preparation/levels.h"
+
+namespace leveling {
+namespace {
+
+// In bins of 50 ms.
+constexpr long long kNear = 20;     // to each side: the loudest syllable of a sentence is in it
+constexpr long long kFar = 80;      // to each side: more than the longest gap that is no pause
+constexpr long long kLongest = 30;  // a unit
+constexpr long long kShortest = 4;  // what is shorter belongs to the unit before, if that is near
+constexpr long long kNearUnit = 6;
+constexpr long long kHalfRamp = 2;  // the gain moves around the quietest place
+
+constexpr double kUnderNear_db = 12;  // a word's bin is not further under the loudest near it
+// Reverberation flattens speech until find_speech takes it for noise; but it is as loud as speech.
+constexpr double kUnderFar_db = 10;
+constexpr double kPhraseCost = 15;       // dB^2 s
+constexpr std::size_t kMostUnits = 400;  // of a phrase: minutes, so that time grows with the length
+
+double power_at(const std::vector<float>& levels_db, long long bin) {
+    return power_of_level(static_cast<double>(levels_db[static_cast<std::size_t>(bin)]));
+}
+
+/** Levels of the power over three bins. */
+std::vector<float> smoothed(const std::vector<float>& levels_db) {
+    const auto count = static_cast<long long>(levels_db.size());
+    std::vector<double> powers(levels_db.size());
+    for (long long i = 0; i < count; ++i) {
+        powers[static_cast<std::size_t>(i)] = power_at(levels_db, i);
+    }
+    std::vector<float> result(levels_db.size());
+    for (long long i = 0; i < count; ++i) {
+        const double before = i > 0 ? powers[static_cast<std::size_t>(i - 1)] : 0;
+        const double after = i + 1 < count ? powers[static_cast<std::size_t>(i + 1)] : 0;
+        result[static_cast<std::size_t>(i)] = static_cast<float>(
+            level_of_power((before + powers[static_cast<std::size_t>(i)] + after) / 3));
+    }
+    return result;
+}
+
+/** The largest value within so many bins to each side. */
+std::vector<float> largest_around(const std::vector<float>& values, long long reach) {
+    const auto count = static_cast<long long>(values.size());
+    std::vector<float> result(values.size());
+    for (long long i = 0; i < count; ++i) {
+        result[static_cast<std::size_t>(i)] =
+            *std::max_element(values.begin() + std::max(0LL, i - reach),
+                              values.begin() + std::min(count, i + reach + 1));
+    }
+    return result;
+}
+
+std::vector<bool> find_words(const std::vector<float>& levels_db,
+                             const std::vector<float>& smooth_db,
+                             const std::vector<bool>& speech,
+                             const std::vector<Stretch>& pauses) {
+    const std::vector<float> near_db = largest_around(smooth_db, kNear);
+    const std::vector<float> far_db = largest_around(smooth_db, kFar);
+    std::vector<bool> words(levels_db.size());
+    for (std::size_t i = 0; i < words.size(); ++i) {
+        const auto level = static_cast<double>(smooth_db[i]);
+        const bool is_voice = speech[i] || level > static_cast<double>(far_db[i]) - kUnderFar_db;
+        words[i] = is_voice && level > kSilence_db &&
+                   level > static_cast<double>(near_db[i]) - kUnderNear_db;
+    }
+    for (const Stretch& pause : pauses) {
+        std::fill(words.begin() + pause.begin, words.begin() + pause.end, false);
+    }
+    return words;
+}
+
+/** Cuts a run of words where it is quietest until no part is too long. */
+void add_units(Stretch run, const std::vector<float>& smooth_db, std::vector<Stretch>& units) {
+    if (!units.empty() && run.length() < kShortest && run.begin - units.back().end < kNearUnit) {
+        units.back().end = run.end;
+        return;
+    }
+    while (run.length() > kLongest + kNearUnit) {
+        const auto from = smooth_db.begin() + run.begin + kLongest / 2;
+        const auto to = smooth_db.begin() + std::min(run.end - kNearUnit, run.begin + kLongest);
+        const long long cut = std::min_element(from, to) - smooth_db.begin();
+        units.push_back({run.begin, cut});
+        run.begin = cut;
+    }
+    units.push_back(run);
+}
+
+std::vector<Stretch> units_of(const std::vector<bool>& words, const std::vector<float>& smooth_db) {
+    std::vector<Stretch> units;
+    const auto count = static_cast<long long>(words.size());
+    for (long long i = 0; i < count; ++i) {
+        Stretch run{i, i};
+        while (run.end < count && words[static_cast<std::size_t>(run.end)]) {
+            ++run.end;
+        }
+        if (run.length() > 0) {
+            add_units(run, smooth_db, units);
+            i = run.end;
+        }
+    }
+    return units;
+}
+
+/** Sums that grow unit by unit, so that a difference of two is that of all units between. */
+struct Sums {
+    double seconds = 0;
+    double level = 0;   // times seconds
+    double square = 0;  // of the level, times seconds
+};
+
+/** What it costs to take the units between for one phrase. */
+double cost_of(const Sums& before, const Sums& after) {
+    const double seconds = after.seconds - before.seconds;
+    const double level = after.level - before.level;
+    return seconds > 0 ? after.square - before.square - level * level / seconds : 0;
+}
+
+std::vector<Sums> sums_of(const std::vector<Stretch>& units,
+                          const std::vector<float>& levels_db,
+                          const std::vector<bool>& words) {
+    std::vector<Sums> sums(1);
+    for (const Stretch& unit : units) {
+        const double level = speech_level(levels_db, words, unit);
+        const std::vector<bool> loud = loud_speech(levels_db, words, unit);
+        const double seconds =
+            kBin_s * static_cast<double>(std::count(loud.begin(), loud.end(), true));
+        const Sums& last = sums.back();
+        sums.push_back({last.seconds + seconds, last.level + seconds * level,
+                        last.square + seconds * level * level});
+    }
+    return sums;
+}
+
+/** The first unit of each phrase of the cheapest partition, in order. */
+std::vector<std::size_t> cheapest_partition(const std::vector<Sums>& sums) {
+    const std::size_t count = sums.size() - 1;
+    std::vector<double> least(count + 1, std::numeric_limits<double>::infinity());
+    std::vector<std::size_t> start(count + 1, 0);
+    least[0] = 0;
+    for (std::size_t end = 1; end <= count; ++end) {
+        for (std::size_t begin = end > kMostUnits ? end - kMostUnits : 0; begin < end; ++begin) {
+            const double cost = least[begin] + cost_of(sums[begin], sums[end]) + kPhraseCost;
+            if (cost < least[end]) {
+                least[end] = cost;
+                start[end] = begin;
+            }
+        }
+    }
+    std::vector<std::size_t> starts;
+    for (std::size_t end = count; end > 0; end = start[end]) {
+        starts.push_back(start[end]);
+    }
+    std::reverse(starts.begin(), starts.end());
+    return starts;
+}
+
+/**
+ * Moves the beginning of each phrase to the quietest place of the gap before it: the first words of
+ * a quiet voice are far under a loud one just before, and are not found as words.
+ */
+void begin_in_gaps(std::vector<Phrase>& phrases, const std::vector<float>& smooth_db) {
+    for (std::size_t i = 1; i < phrases.size(); ++i) {
+        Stretch& bins = phrases[i].bins;
+        const long long from = std::max(phrases[i - 1].bins.end, bins.begin - kNear);
+        if (from < bins.begin) {
+            const auto quietest =
+                std::min_element(smooth_db.begin() + from, smooth_db.begin() + bins.begin);
+            bins.begin = std::min(quietest - smooth_db.begin() + kHalfRamp, bins.begin);
+        }
+    }
+}
+
+}  // namespace
+
+Phrases find_phrases(const std::vector<float>& levels_db,
+                     const std::vector<bool>& speech,
+                     const std::vector<Stretch>& pauses) {
+    Phrases result;
+    const std::vector<float> smooth_db = smoothed(levels_db);
+    result.words = find_words(levels_db, smooth_db, speech, pauses);
+    const std::vector<Stretch> units = units_of(result.words, smooth_db);
+    const std::vector<Sums> sums = sums_of(units, levels_db, result.words);
+    const std::vector<std::size_t> starts = cheapest_partition(sums);
+    for (std::size_t i = 0; i < starts.size(); ++i) {
+        const std::size_t end = i + 1 < starts.size() ? starts[i + 1] : units.size();
+        const Stretch bins{units[starts[i]].begin, units[end - 1].end};
+        result.phrases.push_back({bins, speech_level(levels_db, result.words, bins)});
+    }
+    begin_in_gaps(result.phrases, smooth_db);
+    return result;
+}
+
+}  // namespace leveling

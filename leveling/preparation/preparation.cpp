@@ -1,0 +1,359 @@
+#include "leveling/preparation/preparation.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <stdexcept>
+#include <utility>
+
+#include "Common/level.h"
+#include "Common/stream/pump.h"
+#include "cli/audio/portable_math.h"
+#include "cli/engine/engine_run.h"
+#include "cli/engine/output_gate.h"
+#include "leveling/preparation/bin_levels.h"
+#include "leveling/preparation/engine_copy.h"
+#include "leveling/preparation/evenness.h"
+#include "leveling/preparation/gain_curve.h"
+#include "leveling/preparation/levels.h"
+#include "leveling/preparation/pauses.h"
+#include "leveling/preparation/phrases.h"
+#include "leveling/preparation/rendering.h"
+#include "leveling/preparation/sound_files.h"
+#include "leveling/preparation/timeline.h"
+
+namespace leveling {
+namespace {
+
+constexpr int kMostChannels = 2;
+// Below full scale, for what the engine's high-pass adds to a peak before it clips.
+constexpr double kPeak_db = -3;
+constexpr double kNoiseRaise_db = 30;  // what has to be raised so far and holds no speech is noise
+// Lows this near the speech are no part of a voice, and the engine's 12 dB an octave leaves them.
+constexpr double kLowsUnderSpeech_db = 3;
+constexpr double kSteepFrom_hz = 110;
+// The engine's own high-pass: 62.5 Hz, two octaves wide.
+constexpr double kEngineHighPass_hz = 62.5;
+constexpr double kEngineHighPassQuality = 2.0 / 3;
+// Reverberation fills the gaps, so that turns differ less than the engine's 3.5 asks for.
+constexpr const char* kTolerance = "--segment-tolerance=2.5";
+constexpr double kCeiling_db = -1;  // the engine's
+// How a recording is judged that has been leveled.
+constexpr double kAsEven_db = 0.1;
+// The engine also evens out what one speaker says louder and softer, which is no fault.
+constexpr double kNatural_db = 1.0;
+constexpr double kEvenSpan_db = 2;
+constexpr double kShortOfTarget_db = 1;  // what its peaks may keep from the level of others
+
+// Where the stages end on the progress bar.
+constexpr double kAnalysed = 0.08;
+constexpr double kCopied = 0.18;
+constexpr double kEngineDone = 0.90;
+
+/** The part of the progress bar that a stage has. */
+std::function<void(double)> part_of(const std::function<void(double)>& progress,
+                                    double from,
+                                    double to) {
+    return [&progress, from, to](double done) { progress(from + (to - from) * done); };
+}
+
+BinLevels levels_of(const std::string& path, const std::vector<Section>& high_pass_sections) {
+    InputFile file(path);
+    LevelAnalyser analyser(file.info().channels, file.info().samplerate, high_pass_sections);
+    stream::pump(file.source(), analyser, stream::kToTheEnd);
+    return std::move(analyser.levels());
+}
+
+/** An options file may set it too; what it holds is the engine's to read. */
+bool sets_tolerance(const std::vector<std::string>& tuning) {
+    return std::any_of(tuning.begin(), tuning.end(), [](const std::string& word) {
+        return word.rfind("--segment-tolerance", 0) == 0 || word.rfind("--options-file", 0) == 0;
+    });
+}
+
+/** Bins to frames; the last one may be short. */
+std::vector<Stretch> in_frames(const std::vector<Stretch>& bins,
+                               long long bin_frames,
+                               long long frames) {
+    std::vector<Stretch> result;
+    for (const Stretch& stretch : bins) {
+        result.push_back({stretch.begin * bin_frames, std::min(stretch.end * bin_frames, frames)});
+    }
+    return result;
+}
+
+/** One recording on its way. */
+class Preparation {
+  public:
+    Preparation(const PreparedRun& run, const std::function<void(double)>& progress)
+        : run_(run), progress_(progress) {}
+
+    PreparedResult go();
+
+  private:
+    void analyse();
+    bool is_noise() const;
+    void choose_high_pass();
+    void write_copy();
+    bool run_the_engine();
+    void judge();
+    void judge_evenness(double target_db, bool is_as_even);
+    std::vector<double> pause_gains() const;
+    int output_format() const;
+    OutputFile open_output();
+    void put_together();
+    void render_engine(OutputFile& out, const std::function<void(double)>& progress) const;
+    void tell_of_pauses();
+    void tell_of_phrases();
+
+    const PreparedRun& run_;
+    const std::function<void(double)>& progress_;
+    PreparedResult result_;
+    cli::Preparation facts_;
+    SF_INFO info_{};
+    long long bin_frames_ = 0;
+    BinLevels levels_;
+    std::vector<bool> speech_;
+    std::vector<Stretch> pauses_;  // in bins
+    double peak_ = 0;
+    double gain_ = 1;
+    std::vector<Section> steep_;
+    std::vector<Section> high_pass_;  // all that takes rumble out
+    BinLevels after_;                 // of the copy, as the engine made it
+    enum class Way { kEngine, kPhrases, kOneGain } way_ = Way::kEngine;
+    Phrases phrases_;
+    std::vector<float> curve_db_;
+    double one_gain_db_ = 0;
+    std::optional<Timeline> timeline_;
+    std::string copy_;
+    std::string leveled_copy_;
+};
+
+PreparedResult Preparation::go() {
+    analyse();
+    if (is_noise()) {
+        result_.cause = "nothing in it stands out of its background noise";
+        return result_;
+    }
+    choose_high_pass();
+    write_copy();
+    if (run_the_engine()) {
+        judge();
+        put_together();
+        result_.preparation = facts_;
+    }
+    return result_;
+}
+
+void Preparation::analyse() {
+    InputFile file(run_.recording);
+    info_ = file.info();
+    if (info_.channels > kMostChannels) {
+        throw std::runtime_error("it has " + std::to_string(info_.channels) +
+                                 " channels, at most 2 can be leveled");
+    }
+    high_pass_ = {high_pass(kEngineHighPass_hz, kEngineHighPassQuality, info_.samplerate)};
+    LevelAnalyser analyser(info_.channels, info_.samplerate, high_pass_);
+    stream::pump(file.source(), analyser, stream::kToTheEnd);
+    bin_frames_ = analyser.bin_frames();
+    peak_ = analyser.peak();
+    levels_ = std::move(analyser.levels());
+    speech_ = find_speech(levels_.speech_db);
+    if (analyser.is_constant()) {
+        // What a filter makes of its first sample is no speech.
+        speech_.assign(speech_.size(), false);
+    }
+    pauses_ = find_pauses(levels_, speech_);
+    timeline_.emplace(info_.frames, in_frames(pauses_, bin_frames_, info_.frames));
+    facts_.raised_db = peak_ > 0 ? kPeak_db - level_of_amplitude(peak_) : 0;
+    gain_ = peak_ > 0 ? cli::portable_amplitude(facts_.raised_db) : 1;
+    progress_(kAnalysed);
+}
+
+/** A hiss that was recorded with nothing before the microphone. */
+bool Preparation::is_noise() const {
+    return facts_.raised_db > kNoiseRaise_db &&
+           std::none_of(speech_.begin(), speech_.end(), [](bool speech) { return speech; });
+}
+
+void Preparation::choose_high_pass() {
+    const Stretch whole{0, levels_.count()};
+    const double speech_db = speech_level(levels_.speech_db, speech_, whole);
+    const double low_db = speech_level(levels_.low_db, speech_, whole);
+    if (speech_db > kSilence_db && low_db > speech_db - kLowsUnderSpeech_db) {
+        steep_ = steep_high_pass(kSteepFrom_hz, info_.samplerate);
+        facts_.steep_high_pass = true;
+        high_pass_.insert(high_pass_.begin(), steep_.begin(), steep_.end());
+        BinLevels without_lows = levels_of(run_.recording, high_pass_);
+        levels_.weighted_db = std::move(without_lows.weighted_db);
+        levels_.peak = std::move(without_lows.peak);
+    }
+}
+
+void Preparation::write_copy() {
+    copy_ = run_.scratch + "/prepared.wav";
+    write_engine_copy(run_.recording, *timeline_, gain_, steep_, copy_,
+                      part_of(progress_, kAnalysed, kCopied));
+}
+
+/** False where it finds nothing to level. */
+bool Preparation::run_the_engine() {
+    leveled_copy_ = run_.scratch + "/prepared-leveled.wav";
+    cli::EngineRun engine{copy_, leveled_copy_, run_.scratch, run_.tuning};
+    if (!sets_tolerance(run_.tuning)) {
+        engine.tuning.emplace_back(kTolerance);
+    }
+    engine.ramps = cli::Ramps::EndAtTarget;
+    const cli::EngineResult result = run_engine(engine, part_of(progress_, kCopied, kEngineDone));
+    result_.leveled = result.leveled;
+    result_.cause = result.cause;
+    result_.note = result.note;
+    if (result.leveled) {
+        cli::require_sound_output(copy_, leveled_copy_);
+        result_.leveling = result.leveling;
+    }
+    return result.leveled;
+}
+
+/**
+ * Chooses what becomes the output. One gain for each phrase leaves the sound inside a phrase as it
+ * is, which the engine's curve does not; so it is taken wherever it is as even. And a recording
+ * that is as even as that already gets one gain.
+ */
+void Preparation::judge() {
+    after_ = levels_of(leveled_copy_, {});
+    phrases_ = find_phrases(levels_.weighted_db, speech_, pauses_);
+    if (phrases_.phrases.empty()) {
+        return;
+    }
+    facts_.background_under_speech_db = background_under(phrases_, levels_.weighted_db, pauses_);
+    const Stretch whole{0, static_cast<long long>(after_.weighted_db.size())};
+    const double target_db =
+        speech_level(after_.weighted_db, std::vector<bool>(after_.weighted_db.size(), true), whole);
+    curve_db_ = gain_curve(levels_, phrases_, pauses_, {target_db, kCeiling_db});
+    const std::vector<float> before = without_pauses(levels_.weighted_db, pauses_);
+    std::vector<float> phrased = without_pauses(curve_db_, pauses_);
+    std::transform(before.begin(), before.end(), phrased.begin(), phrased.begin(),
+                   [](float level_db, float gain_db) { return level_db + gain_db; });
+    const double engine = unevenness(after_.weighted_db);
+    if (unevenness(phrased) <= engine + kNatural_db) {
+        way_ = Way::kPhrases;
+    }
+    judge_evenness(target_db, unevenness(before) <= unevenness(phrased) + kAsEven_db);
+}
+
+/** Whether it was even before: then no gain that moves, and no filter, makes it better. */
+void Preparation::judge_evenness(double target_db, bool is_as_even) {
+    const double speech_db =
+        speech_level(levels_.weighted_db, phrases_.words, {0, levels_.count()});
+    const double room_db = kCeiling_db - level_of_amplitude(peak_);
+    double least_db = phrases_.phrases.front().level_db;
+    double most_db = least_db;
+    for (const Phrase& phrase : phrases_.phrases) {
+        least_db = std::min(least_db, phrase.level_db);
+        most_db = std::max(most_db, phrase.level_db);
+    }
+    one_gain_db_ = target_db - speech_db;
+    if (is_as_even && most_db - least_db < kEvenSpan_db &&
+        one_gain_db_ < room_db + kShortOfTarget_db) {
+        one_gain_db_ = std::min(one_gain_db_, room_db);
+        way_ = Way::kOneGain;
+        facts_.even = true;
+    }
+}
+
+/**
+ * A pause gets no more gain than the speech on either side of it, and no more than speech gets on
+ * average, so that it never comes up against the voices.
+ */
+std::vector<double> Preparation::pause_gains() const {
+    const SpeechGains gains(levels_.speech_db, after_.speech_db, speech_, pauses_);
+    std::vector<double> result;
+    for (const Stretch& pause : pauses_) {
+        const double gain_db = std::min(gains.beside(pause), gains.mean());
+        const auto peak =
+            *std::max_element(levels_.peak.begin() + pause.begin, levels_.peak.begin() + pause.end);
+        const double room_db = kCeiling_db - level_of_amplitude(static_cast<double>(peak));
+        result.push_back(cli::portable_amplitude(std::min(gain_db, room_db)));
+    }
+    return result;
+}
+
+/** The recording's, in the bit depth that the tuning asks for. */
+int Preparation::output_format() const {
+    const int format = run_.format != 0 ? run_.format : info_.format;
+    // The engine has taken the depth from its options, which may be a file, and refused wrong ones.
+    const int encoding = InputFile(leveled_copy_).info().format & SF_FORMAT_SUBMASK;
+    return encoding == SF_FORMAT_FLOAT ? format : (format & ~SF_FORMAT_SUBMASK) | encoding;
+}
+
+OutputFile Preparation::open_output() {
+    const int format = output_format();
+    const int place = run_.open_place ? run_.open_place() : -1;
+    const off_t begin = place == -1 ? -1 : lseek(place, 0, SEEK_CUR);
+    // Behind other bytes the library writes at the end of the file, wherever it is opened.
+    if (begin > 0 && ftruncate(place, begin) != 0) {
+        return {run_.output, format, info_.channels, info_.samplerate};
+    }
+    result_.in_place = place != -1;
+    if (result_.in_place) {
+        return {place, format, info_.channels, info_.samplerate};
+    }
+    return {run_.output, format, info_.channels, info_.samplerate};
+}
+
+void Preparation::put_together() {
+    const auto progress = part_of(progress_, kEngineDone, 1);
+    tell_of_pauses();
+    OutputFile out = open_output();
+    facts_.dithered = out.is_dithered();
+    if (way_ != Way::kEngine) {
+        result_.note.clear();  // of a level that is not used
+    }
+    if (way_ == Way::kOneGain) {
+        facts_.pauses = 0;
+        facts_.pauses_s = 0;
+        render_with_one_gain(run_.recording, cli::portable_amplitude(one_gain_db_), out, progress);
+    } else if (way_ == Way::kPhrases) {
+        facts_.phrases = static_cast<int>(phrases_.phrases.size());
+        tell_of_phrases();
+        render_with_curve(run_.recording, high_pass_, curve_db_, bin_frames_, out, progress);
+    } else {
+        render_engine(out, progress);
+    }
+    unlink(copy_.c_str());
+    unlink(leveled_copy_.c_str());
+}
+
+void Preparation::render_engine(OutputFile& out,
+                                const std::function<void(double)>& progress) const {
+    Rendering rendering{run_.recording, leveled_copy_, {}, high_pass_};
+    if (!pauses_.empty()) {
+        rendering.pause_gains = pause_gains();
+    }
+    render(rendering, *timeline_, out, progress);
+}
+
+/** The passages are the phrases, and the curve is theirs; both less the mean gain of the speech. */
+void Preparation::tell_of_phrases() {
+    result_.leveling = leveling_of_phrases(phrases_, curve_db_);
+}
+
+/** The passages and the gain curve are of the copy: they move to the recording's time. */
+void Preparation::tell_of_pauses() {
+    facts_.pauses = static_cast<int>(pauses_.size());
+    for (const Stretch& pause : timeline_->left_out()) {
+        facts_.pauses_s += static_cast<double>(pause.length()) / info_.samplerate;
+    }
+    if (result_.leveling && !pauses_.empty()) {
+        move_to_recording(*result_.leveling, *timeline_, info_.samplerate);
+    }
+}
+
+}  // namespace
+
+PreparedResult level_prepared(const PreparedRun& run, const std::function<void(double)>& progress) {
+    return Preparation(run, progress).go();
+}
+
+}  // namespace leveling

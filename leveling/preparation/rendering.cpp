@@ -1,0 +1,223 @@
+#include "leveling/preparation/rendering.h"
+
+#include <algorithm>
+#include <stdexcept>
+
+#include "Common/units.h"
+#include "cli/audio/portable_math.h"
+
+namespace leveling {
+namespace {
+
+constexpr long long kBlockFrames = 16384;
+constexpr int kFade_ms = 300;
+constexpr int kSettle_ms = 300;  // that the high-pass hears before its output counts
+
+enum class Part {
+    kLeveled,  // as the engine made it
+    kSettle,   // likewise, while the high-pass settles
+    kFadeOut,  // from the engine's to the pause
+    kPause,
+    kFadeIn
+};
+
+struct Span {
+    Part part;
+    long long begin;
+    long long end;
+    double gain;  // of the pause
+};
+
+/** The recording cut into spans, in order and without a gap. */
+std::vector<Span> spans_of(const Timeline& timeline,
+                           const std::vector<double>& gains,
+                           int rate_hz) {
+    const long long fade = ms_to_frames(kFade_ms, rate_hz);
+    const long long settle = ms_to_frames(kSettle_ms, rate_hz);
+    std::vector<Span> spans;
+    const auto add = [&](Part part, long long begin, long long end, double gain) {
+        if (end > begin) {
+            spans.push_back({part, begin, end, gain});
+        }
+    };
+    std::size_t pause = 0;
+    const std::vector<Stretch>& left_out = timeline.left_out();
+    for (long long at = 0; at < timeline.frames();) {
+        const long long end = pause < left_out.size() ? left_out[pause].begin : timeline.frames();
+        // Leveled audio from here to the end, with a fade at each side where a pause is.
+        const long long room = (end - at) / 2;
+        const long long fade_in = pause > 0 ? std::min(fade, room) : 0;
+        const long long fade_out = pause < left_out.size() ? std::min(fade, room) : 0;
+        const long long fading = end - fade_out;
+        const long long settling = fade_out > 0 ? std::max(at + fade_in, fading - settle) : fading;
+        add(Part::kFadeIn, at, at + fade_in, pause > 0 ? gains[pause - 1] : 0);
+        add(Part::kLeveled, at + fade_in, settling, 0);
+        add(Part::kSettle, settling, fading, 0);
+        if (pause == left_out.size()) {
+            break;
+        }
+        add(Part::kFadeOut, fading, end, gains[pause]);
+        add(Part::kPause, end, left_out[pause].end, gains[pause]);
+        at = left_out[pause].end;
+        ++pause;
+    }
+    return spans;
+}
+
+/** Reads whole blocks and refuses files that end early. */
+void read_all(InputFile& file, double* samples, long long frames) {
+    if (file.source().read(samples, frames) != frames) {
+        throw std::runtime_error("ends early; the file may be damaged");
+    }
+}
+
+class Renderer {
+  public:
+    Renderer(const Rendering& rendering, OutputFile& out)
+        : recording_(rendering.recording),
+          leveled_(rendering.leveled),
+          channels_(recording_.info().channels),
+          filter_(rendering.high_pass, recording_.info().channels),
+          out_(out),
+          original_(static_cast<std::size_t>(kBlockFrames * channels_)),
+          pause_(original_.size()),
+          result_(original_.size()) {
+        recording_.source().announce(recording_.info().frames);
+        leveled_.source().announce(leveled_.info().frames);
+    }
+
+    void render(const Span& span) {
+        for (long long at = span.begin; at < span.end;) {
+            const long long frames = std::min(kBlockFrames, span.end - at);
+            render_block(span, at, frames);
+            at += frames;
+        }
+    }
+
+  private:
+    void render_block(const Span& span, long long at, long long frames) {
+        read_all(recording_, original_.data(), frames);
+        if (span.part != Part::kPause) {
+            read_all(leveled_, result_.data(), frames);
+        }
+        if (span.part == Part::kLeveled) {
+            is_settled_ = false;
+        } else {
+            filter(frames);
+            mix(span, at, frames);
+        }
+        out_.take(result_.data(), original_.data(), frames);
+    }
+
+    void filter(long long frames) {
+        if (!is_settled_) {
+            filter_.reset();
+            is_settled_ = true;
+        }
+        std::copy_n(original_.begin(), frames * channels_, pause_.begin());
+        filter_.process(pause_.data(), frames);
+    }
+
+    void mix(const Span& span, long long at, long long frames) {
+        if (span.part == Part::kSettle) {
+            return;
+        }
+        const auto length = static_cast<double>(span.end - span.begin);
+        for (long long i = 0; i < frames; ++i) {
+            const double way = (static_cast<double>(at - span.begin + i) + 0.5) / length;
+            const double share = span.part == Part::kPause     ? 1
+                                 : span.part == Part::kFadeOut ? way
+                                                               : 1 - way;
+            for (long long s = i * channels_; s < (i + 1) * channels_; ++s) {
+                const double leveled = span.part == Part::kPause ? 0 : result_[s];
+                result_[s] = leveled * (1 - share) + pause_[s] * span.gain * share;
+            }
+        }
+    }
+
+    InputFile recording_;
+    InputFile leveled_;
+    long long channels_;
+    FilterChain filter_;
+    bool is_settled_ = false;
+    OutputFile& out_;
+    std::vector<double> original_;
+    std::vector<double> pause_;
+    std::vector<double> result_;
+};
+
+}  // namespace
+
+void render(const Rendering& rendering,
+            const Timeline& timeline,
+            OutputFile& out,
+            const std::function<void(double)>& progress) {
+    Renderer renderer(rendering, out);
+    const int rate_hz = InputFile(rendering.recording).info().samplerate;
+    for (const Span& span : spans_of(timeline, rendering.pause_gains, rate_hz)) {
+        renderer.render(span);
+        progress(static_cast<double>(span.end) / static_cast<double>(timeline.frames()));
+    }
+    out.finish();
+}
+
+void render_with_curve(const std::string& recording,
+                       const std::vector<Section>& high_pass,
+                       const std::vector<float>& curve_db,
+                       long long bin_frames,
+                       OutputFile& out,
+                       const std::function<void(double)>& progress) {
+    InputFile in(recording);
+    in.source().announce(in.info().frames);
+    const auto channels = static_cast<std::size_t>(in.info().channels);
+    const long long middle = bin_frames / 2;
+    FilterChain filter(high_pass, in.info().channels);
+    std::vector<double> original(static_cast<std::size_t>(bin_frames) * channels);
+    std::vector<double> result(original.size());
+    double before = cli::portable_amplitude(static_cast<double>(curve_db.front()));
+    // From the middle of one bin to that of the next; the first piece ends in the first middle.
+    for (std::size_t bin = 0; bin <= curve_db.size(); ++bin) {
+        const long long frames = in.source().read(original.data(), bin == 0 ? middle : bin_frames);
+        if (frames <= 0) {
+            break;
+        }
+        const double after = cli::portable_amplitude(
+            static_cast<double>(curve_db[std::min(bin, curve_db.size() - 1)]));
+        std::copy_n(original.begin(), static_cast<std::size_t>(frames) * channels, result.begin());
+        filter.process(result.data(), frames);
+        const double step = bin == 0 ? 0 : (after - before) / static_cast<double>(bin_frames);
+        double gain = before;
+        for (std::size_t i = 0; i < static_cast<std::size_t>(frames) * channels; i += channels) {
+            for (std::size_t channel = 0; channel < channels; ++channel) {
+                result[i + channel] *= gain;
+            }
+            gain += step;
+        }
+        before = after;
+        out.take(result.data(), original.data(), frames);
+        progress(static_cast<double>(bin) / static_cast<double>(curve_db.size()));
+    }
+    out.finish();
+}
+
+void render_with_one_gain(const std::string& recording,
+                          double gain,
+                          OutputFile& out,
+                          const std::function<void(double)>& progress) {
+    InputFile in(recording);
+    const auto channels = static_cast<std::size_t>(in.info().channels);
+    std::vector<double> original(static_cast<std::size_t>(kBlockFrames) * channels);
+    std::vector<double> result(original.size());
+    double done = 0;
+    for (long long frames = 0; (frames = in.source().read(original.data(), kBlockFrames)) > 0;) {
+        const auto count = static_cast<std::size_t>(frames) * channels;
+        std::transform(original.begin(), original.begin() + static_cast<std::ptrdiff_t>(count),
+                       result.begin(), [gain](double sample) { return sample * gain; });
+        out.take(result.data(), original.data(), frames);
+        done += static_cast<double>(frames);
+        progress(done / static_cast<double>(in.info().frames));
+    }
+    out.finish();
+}
+
+}  // namespace leveling

@@ -1,0 +1,81 @@
+#include "leveling/preparation/sound_files.h"
+
+#include <stdexcept>
+
+#include "cli/audio/sound_file.h"
+
+namespace leveling {
+namespace {
+
+SF_INFO info_of(const SndfileHandle& file) {
+    SF_INFO info{};
+    info.frames = file.frames();
+    info.samplerate = file.samplerate();
+    info.channels = file.channels();
+    info.format = file.format();
+    return info;
+}
+
+std::optional<cli::Dither> dither_for(int format, int channels, int sample_rate_hz) {
+    const int bits = cli::dithered_bits(format);
+    return bits > 0 ? std::optional<cli::Dither>(std::in_place, channels, sample_rate_hz, bits)
+                    : std::nullopt;
+}
+
+}  // namespace
+
+InputFile::InputFile(const std::string& path)
+    : file_(cli::open_to_read(path)),
+      info_(info_of(file_)),
+      source_(std::make_unique<SoundSource>(
+          SoundHandle(file_.rawHandle(), [](SNDFILE* /*kept by file_*/) {}),
+          path,
+          info_,
+          cli::fail_read)) {}
+
+OutputFile::OutputFile(const std::string& path, int format, int channels, int sample_rate_hz)
+    : file_(cli::open_to_write(path, format, channels, sample_rate_hz)),
+      dither_(dither_for(format, channels, sample_rate_hz)) {
+    // A sample that rounds above full scale would wrap in integer formats.
+    file_.command(SFC_SET_CLIPPING, nullptr, SF_TRUE);
+}
+
+OutputFile::OutputFile(int descriptor, int format, int channels, int sample_rate_hz)
+    : file_(descriptor, false, SFM_WRITE, format, channels, sample_rate_hz),
+      dither_(dither_for(format, channels, sample_rate_hz)) {
+    if (!file_.rawHandle() || file_.error()) {
+        throw std::runtime_error(sf_strerror(file_.rawHandle()));
+    }
+    file_.command(SFC_SET_CLIPPING, nullptr, SF_TRUE);
+}
+
+void OutputFile::take(const double* samples, const double* recording, long long frames) {
+    frames_ += frames;
+    if (dither_) {
+        dither_->process(samples, recording, static_cast<std::size_t>(frames), ready_);
+        write_ready();
+    } else if (file_.writef(samples, frames) != frames) {
+        throw std::runtime_error(file_.strError());
+    }
+}
+
+void OutputFile::write_ready() {
+    const auto count = static_cast<sf_count_t>(ready_.size());
+    if (file_.write(ready_.data(), count) != count) {
+        throw std::runtime_error(file_.strError());
+    }
+    ready_.clear();
+}
+
+void OutputFile::finish() {
+    if (dither_) {
+        dither_->finish(ready_);
+        write_ready();
+    }
+    const int error = sf_close(file_.takeOwnership());
+    if (error != 0) {
+        throw std::runtime_error(sf_error_number(error));
+    }
+}
+
+}  // namespace leveling

@@ -1,0 +1,262 @@
+#include "leveling/preparation/preparation.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "leveling/preparation/gain_curve.h"
+#include "leveling/preparation/levels.h"
+#include "leveling/preparation/phrases.h"
+#include "leveling/preparation/timeline.h"
+#include "tests/support/fixtures.h"
+#include "tests/support/signals.h"
+
+namespace {
+
+using leveling::BinLevels;
+using leveling::find_pauses;
+using leveling::find_phrases;
+using leveling::find_speech;
+using leveling::Phrases;
+using leveling::Stretch;
+
+/** So many bins of syllables, five a second, that fall 20 dB from each to the next. */
+void add_speech(std::vector<float>& levels_db, long long bins, float level_db) {
+    for (long long i = 0; i < bins; ++i) {
+        levels_db.push_back(level_db - static_cast<float>(i % 4 == 3 ? 20 : i % 4 * 2));
+    }
+}
+
+void add_tone(std::vector<float>& levels_db, long long bins, float level_db) {
+    for (long long i = 0; i < bins; ++i) {
+        levels_db.push_back(level_db + static_cast<float>(i % 3) * 0.4F);
+    }
+}
+
+BinLevels bins_of(const std::vector<float>& levels_db, float peak = 0.01F) {
+    return {levels_db, std::vector<float>(levels_db.size(), -90), levels_db,
+            std::vector<float>(levels_db.size(), peak)};
+}
+
+TEST(Levels, AreThoseOfTheLibraryRoundedToATenThousandth) {
+    for (const double power : {1.0, 0.5, 2.0, 1e-4, 3.7e-9, 0.70710678, 123.456}) {
+        EXPECT_NEAR(10 * std::log10(power), leveling::level_of_power(power), 0.51e-4) << power;
+        EXPECT_NEAR(power, leveling::power_of_level(10 * std::log10(power)), power * 1e-9);
+    }
+    EXPECT_EQ(-10.0, leveling::level_of_power(0.1));
+    EXPECT_EQ(leveling::kSilence_db, leveling::level_of_power(0));
+}
+
+TEST(Pauses, AreLongSteadyAndUnderTheSpeechBesideThem) {
+    struct Row {
+        const char* name;
+        float speech_db;
+        float tone_db;
+        long long bins;
+        std::size_t pauses;
+    };
+
+    const Row rows[] = {
+        {"four seconds of room tone", -25, -50, 80, 1},
+        {"two seconds", -25, -50, 40, 0},
+        {"a whisper keeps its pauses", -60, -75, 80, 1},
+        {"steady music as loud as the voice", -25, -28, 80, 0},
+        {"digital silence", -25, -200, 80, 1},
+    };
+    for (const Row& row : rows) {
+        std::vector<float> levels;
+        add_speech(levels, 100, row.speech_db);
+        add_tone(levels, row.bins, row.tone_db);
+        add_speech(levels, 100, row.speech_db);
+        const auto pauses = find_pauses(bins_of(levels), find_speech(levels));
+        ASSERT_EQ(row.pauses, pauses.size()) << row.name;
+        for (const Stretch& pause : pauses) {
+            // What is near speech stays with it, half a second and a bin at most.
+            EXPECT_THAT(pause.begin - 100, testing::AllOf(testing::Ge(0), testing::Le(11)));
+            EXPECT_THAT(100 + row.bins - pause.end,
+                        testing::AllOf(testing::Ge(0), testing::Le(11)));
+        }
+    }
+}
+
+TEST(Pauses, BesideAQuietVoiceAreNotTakenForOneAndTheVoiceIsKept) {
+    std::vector<float> levels;
+    add_speech(levels, 100, -22);
+    add_speech(levels, 100, -40);
+    add_tone(levels, 100, -60);
+    const auto pauses = find_pauses(bins_of(levels), find_speech(levels));
+    ASSERT_EQ(1U, pauses.size());
+    EXPECT_GE(pauses[0].begin, 200);
+    EXPECT_EQ(300, pauses[0].end);
+}
+
+TEST(Phrases, ChangeWithTheVoiceAndNotWithAWord) {
+    struct Row {
+        const char* name;
+        float second_db;
+        long long bins;
+        std::size_t phrases;
+    };
+
+    // 60 bins of words beside 160 at another level: 2.2 s x (difference in dB)^2 against 12 twice.
+    const Row rows[] = {{"another voice", -34, 60, 3},
+                        {"the same voice", -25.5, 60, 1},
+                        {"a loud word", -20, 5, 1}};
+    for (const Row& row : rows) {
+        std::vector<float> levels;
+        add_speech(levels, 80, -25);
+        add_tone(levels, 8, -60);
+        add_speech(levels, row.bins, row.second_db);
+        add_tone(levels, 8, -60);
+        add_speech(levels, 80, -25);
+        const Phrases found = find_phrases(levels, find_speech(levels), {});
+        EXPECT_EQ(row.phrases, found.phrases.size()) << row.name;
+    }
+}
+
+/** A loud and a quiet phrase, a pause, and the quiet one again. */
+struct Talk {
+    std::vector<float> levels;
+    std::vector<Stretch> pauses;
+    Phrases phrases;
+
+    Talk() {
+        add_speech(levels, 100, -20);
+        add_tone(levels, 12, -60);
+        add_speech(levels, 100, -34);
+        add_tone(levels, 200, -55);
+        add_speech(levels, 100, -34);
+        const auto speech = find_speech(levels);
+        pauses = find_pauses(bins_of(levels), speech);
+        phrases = find_phrases(levels, speech, pauses);
+    }
+};
+
+TEST(GainCurve, IsConstantInAPhraseAndNeverLargerInAPause) {
+    const Talk talk;
+    ASSERT_EQ(1U, talk.pauses.size());
+    const auto curve =
+        leveling::gain_curve(bins_of(talk.levels), talk.phrases, talk.pauses, {-18, -1});
+    // The voices are 14 dB apart, and so are the gains, each from its phrase's first word on.
+    EXPECT_FLOAT_EQ(curve[0], curve[99]);
+    EXPECT_NEAR(14, curve[112] - curve[50], 0.2);
+    EXPECT_FLOAT_EQ(curve[112], curve[200]);
+    for (long long i = talk.pauses[0].begin + 5; i < talk.pauses[0].end - 5; ++i) {
+        EXPECT_LT(curve[static_cast<std::size_t>(i)], curve[150]) << i;
+    }
+    // At most the mean gain of the phrases.
+    EXPECT_LT(curve[300], (curve[50] + 2 * curve[150]) / 3 + 0.5F);
+}
+
+TEST(GainCurve, LetsNoPeakPassTheCeiling) {
+    const Talk talk;
+    BinLevels bins = bins_of(talk.levels, 0.05F);
+    bins.peak[150] = 0.9F;
+    const auto curve = leveling::gain_curve(bins, talk.phrases, talk.pauses, {-18, -1});
+    for (std::size_t i = 149; i <= 151; ++i) {
+        EXPECT_LE(static_cast<double>(curve[i]) + 20 * std::log10(0.9), -1 + 1e-3) << i;
+    }
+    const auto free =
+        leveling::gain_curve(bins_of(talk.levels, 0.05F), talk.phrases, talk.pauses, {-18, -1});
+    EXPECT_FLOAT_EQ(free[140], curve[140]);  // the ramp before it is short
+    EXPECT_FLOAT_EQ(free[190], curve[190]);
+}
+
+TEST(Timeline, FindsTheFramesOfTheCopyInTheRecording) {
+    const leveling::Timeline timeline(1000, {{0, 100}, {300, 500}, {900, 1000}});
+    EXPECT_EQ(600, timeline.kept_frames());
+    EXPECT_EQ(100, timeline.in_recording(0));
+    EXPECT_EQ(299, timeline.in_recording(199));
+    EXPECT_EQ(500, timeline.in_recording(200));
+    EXPECT_EQ(1000, timeline.in_recording(600));
+}
+
+class PreparedRun : public testing::Test {
+  protected:
+    leveling::PreparedResult level(const Signal& signal, int format) {
+        write_sound(dir / "in.wav", signal, format);
+        leveling::PreparedRun run{dir / "in.wav", dir / "out.wav", 0, dir.path(), {}};
+        const auto result = level_prepared(run, [](double) {});
+        out = result.leveled ? read_sound(dir / "out.wav") : Signal{};
+        return result;
+    }
+
+    /** Two voices 10 dB apart, with ten seconds of room tone or silence between them. */
+    static Signal talk(double tone, double gain) {
+        Signal first = signals::speech(20, 16000);
+        Signal second = signals::speech(20, 16000);
+        unsigned seed = 1;
+        const auto noise = [&](long long) {
+            seed = seed * 1664525U + 1013904223U;
+            return tone * (static_cast<double>(seed) / 2147483648.0 - 1);
+        };
+        for (double& sample : second.samples) {
+            sample *= 0.3;
+        }
+        Signal all = signals::join({first, signals::from(noise, 160000, 16000), second});
+        for (double& sample : all.samples) {
+            sample *= gain;
+        }
+        return all;
+    }
+
+    TempDir dir;
+    Signal out;
+};
+
+TEST_F(PreparedRun, GivesTheSameWhateverTheGainOfTheInput) {
+    level(talk(0.002, 1), kWavFloat);
+    const Signal loud = out;
+    const auto result = level(talk(0.002, 0.004), kWavFloat);
+    ASSERT_EQ(loud.samples.size(), out.samples.size());
+    EXPECT_GT(result.preparation->raised_db, 40);
+    double error = 0;
+    for (std::size_t i = 0; i < out.samples.size(); ++i) {
+        error = std::max(error, std::fabs(out.samples[i] - loud.samples[i]));
+    }
+    EXPECT_LT(error, 1e-3);
+}
+
+TEST_F(PreparedRun, KeepsAPauseDownAndDigitalSilenceSilent) {
+    const auto level_of = [](const Signal& signal, double from_s, double to_s) {
+        return 20 * std::log10(rms_of(signal, static_cast<long long>(from_s * 16000),
+                                      static_cast<long long>(to_s * 16000)));
+    };
+    const Signal in = talk(0.005, 1);
+    const auto result = level(in, kWav16);
+    EXPECT_GE(result.preparation->pauses, 1);
+    EXPECT_TRUE(result.preparation->dithered);
+    const double speech_gain = level_of(out, 0, 20) - level_of(in, 0, 20);
+    EXPECT_LT(level_of(out, 22, 28) - level_of(in, 22, 28),
+              speech_gain + 6);  // the quieter voices get 16 dB more
+
+    level(talk(0, 1), kWav16);
+    EXPECT_EQ(0, rms_of(out, 21 * 16000, 29 * 16000));
+}
+
+TEST_F(PreparedRun, LeavesWhatIsEvenAloneButForOneGain) {
+    level(talk(0.002, 1), kWavFloat);
+    const Signal once = out;
+    const auto result = level(once, kWavFloat);
+    EXPECT_TRUE(result.preparation->even);
+    const double gain = out.samples[20000] / once.samples[20000];
+    for (std::size_t i = 0; i < out.samples.size(); i += 997) {
+        EXPECT_NEAR(once.samples[i] * gain, out.samples[i], 1e-6) << i;
+    }
+}
+
+TEST_F(PreparedRun, CopiesAFaintHissWithoutSpeech) {
+    unsigned seed = 1;
+    const Signal hiss = signals::from(
+        [&](long long) {
+            seed = seed * 1664525U + 1013904223U;
+            return 1e-4 * (static_cast<double>(seed) / 2147483648.0 - 1);
+        },
+        160000, 16000);
+    const auto result = level(hiss, kWavFloat);
+    EXPECT_FALSE(result.leveled);
+    EXPECT_THAT(result.cause, testing::HasSubstr("background noise"));
+}
+
+}  // namespace
