@@ -4,6 +4,8 @@
 #include <stdexcept>
 #include <utility>
 
+#include "Common/files/same_file.h"
+
 namespace fs = boost::filesystem;
 
 namespace {
@@ -31,11 +33,11 @@ constexpr Name kNames[] = {
 };
 
 /** One file, now or once both are written: by path, by device and inode, or through links. */
-bool is_same_file(const std::string& a, const std::string& b) {
-    boost::system::error_code ignored;
-    if (a == b || fs::equivalent(a, b, ignored)) {
+bool will_be_same_file(const std::string& a, const std::string& b) {
+    if (a == b || is_same_file(a, b)) {
         return true;
     }
+    boost::system::error_code ignored;
     const fs::path plain = fs::weakly_canonical(a, ignored);
     return !plain.empty() && plain == fs::weakly_canonical(b, ignored);
 }
@@ -87,8 +89,8 @@ std::string Intermediates::without_paths(std::string text) const {
 void Intermediates::require_apart(const std::string& input, const std::string& output) const {
     for (const Name& name : kNames) {
         const std::string path = this->path(name.file);
-        const bool over_input = is_same_file(input, path);
-        if (over_input || is_same_file(output, path)) {
+        const bool over_input = will_be_same_file(input, path);
+        if (over_input || will_be_same_file(output, path)) {
             throw std::runtime_error(input + ": step " + std::to_string(name.step) +
                                      " would write its temporary file over " +
                                      (over_input ? "it" : "the output " + output) +
