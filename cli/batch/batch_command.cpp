@@ -295,6 +295,7 @@ class ShownBatch : public BatchObserver {
                           screen_, lines_);
         }
         results_.add(place, std::move(told));
+        plan_[place] = {};  // an archive has many files, and the results hold what is known of each
     }
 
     void draw() {
@@ -331,13 +332,26 @@ class ShownBatch : public BatchObserver {
     double all_weight_ = 0;
 };
 
+/** Moves what was not worked on behind the results of the files. */
+void add_others(WorkList& work, ResultFiles& results) {
+    std::size_t index = work.files.size();
+    for (SearchProblem& problem : work.missing) {
+        results.add(index++, facts_of(std::move(problem), Outcome::Failed));
+    }
+    for (SearchProblem& link : work.passed_over) {
+        results.add(index++, facts_of(std::move(link), Outcome::Skipped));
+    }
+    work.missing = {};
+    work.passed_over = {};
+}
+
 /** What a dry run tells: every file, then the whole. */
 int tell_plan(const Settings& settings,
               WorkList& work,
               const Preflight& checked,
               Screen& screen,
               JsonLines& lines) {
-    ResultFiles results(settings, work.files.size() + work.others.size(), listening_part_of);
+    ResultFiles results(settings, work.size(), listening_part_of);
     SharedFailures shared;
     for (const PlannedFile& file : work.files) {
         shared.add(*file.known);
@@ -352,9 +366,7 @@ int tell_plan(const Settings& settings,
         results.add(i, std::move(*work.files[i].known));
         work.files[i].known.reset();
     }
-    for (std::size_t i = 0; i < work.others.size(); ++i) {
-        results.add(work.files.size() + i, work.others[i]);
-    }
+    add_others(work, results);
     print_earlier(results.files(), screen);
     screen.line(fmt::format("{}; {} of audio to work on", counts(results.files()),
                             clock_text(checked.audio_s)));
@@ -378,12 +390,15 @@ std::size_t open_files(const Settings& settings, std::size_t files) {
 int run(const Settings& settings) {
     const auto start = Clock::now();
     WorkList work = work_list(settings);
-    const std::size_t count = work.files.size() + work.others.size();
+    const std::size_t count = work.size();
     check_facts_paths(settings, count);
     Screen screen(settings);  // opens the log, so what the run writes is checked by now
     JsonLines lines(settings);
-    for (const FileFacts& facts : work.others) {
-        tell_finished(settings, facts, Files::Several, screen, lines);
+    for (const SearchProblem& problem : work.missing) {
+        tell_finished(settings, facts_of(problem, Outcome::Failed), Files::Several, screen, lines);
+    }
+    for (const SearchProblem& link : work.passed_over) {
+        tell_finished(settings, facts_of(link, Outcome::Skipped), Files::Several, screen, lines);
     }
     require_open_files(open_files(settings, work.files.size()));
     const Preflight checked =
@@ -398,9 +413,7 @@ int run(const Settings& settings) {
     ResultFiles results(settings, count, listening_part_of);
     ShownBatch batch(settings, work.files, results, screen, lines);
     batch.run();
-    for (std::size_t i = 0; i < work.others.size(); ++i) {
-        results.add(work.files.size() + i, work.others[i]);
-    }
+    add_others(work, results);
     tell_results(settings, results, seconds_since(start), batch.signal(), screen);
     print_unsupported(work.unsupported, screen);
     const int status = status_of(settings, results, lines, screen);

@@ -81,7 +81,7 @@ void tell_finished(const Settings& settings,
 
 void tell_results(
     const Settings& settings, ResultFiles& results, double elapsed_s, int signal, Screen& screen) {
-    const std::vector<FileFacts>& files = results.files();
+    const FactsList& files = results.files();
     if (settings.measure && files.size() > 1) {
         screen.line("\n" + printable(verdict(files, settings.destinations)));
     }
@@ -106,28 +106,26 @@ void tell_results(
 namespace {
 
 /** False when a path is left out or the list cannot be written, which is reported. */
-bool write_failed_list(const Settings& settings,
-                       const std::vector<FileFacts>& files,
-                       Screen& screen) {
+bool write_failed_list(const Settings& settings, const FactsList& files, Screen& screen) {
     const char end = settings.null ? '\0' : '\n';
-    std::string list;
     bool complete = true;
-    for (const FileFacts& facts : files) {
-        if (!is_failure(facts.outcome)) {
-            continue;
-        }
-        if (facts.input.find(end) != std::string::npos) {
-            screen.error(
-                fmt::format("quorvane: --failed {} leaves out {}, whose name holds a line end; "
-                            "--null writes it",
-                            printable(settings.failed), printable(facts.input)));
-            complete = false;
-        } else {
-            list += facts.input + end;
-        }
-    }
     try {
-        write_whole_text(settings.failed, list);
+        StagedText list(settings.failed);
+        for (const FileFacts& facts : files) {
+            if (!is_failure(facts.outcome)) {
+                continue;
+            }
+            if (facts.input.find(end) != std::string::npos) {
+                screen.error(
+                    fmt::format("quorvane: --failed {} leaves out {}, whose name holds a line end; "
+                                "--null writes it",
+                                printable(settings.failed), printable(facts.input)));
+                complete = false;
+            } else {
+                list.add(facts.input + end);
+            }
+        }
+        list.commit();
     } catch (const std::system_error& error) {
         screen.error(fmt::format("quorvane: the list --failed {} cannot be written: {}",
                                  printable(settings.failed), error.code().message()));

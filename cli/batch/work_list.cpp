@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cstring>
 #include <fstream>
+#include <iterator>
 #include <set>
 #include <string>
 #include <utility>
@@ -27,45 +28,23 @@
 namespace cli {
 namespace {
 
-/** A search's findings as results, so that they are told and counted like files. */
-std::vector<FileFacts> facts_about(const std::vector<SearchProblem>& problems, Outcome outcome) {
-    std::vector<FileFacts> failures;
-    for (const SearchProblem& problem : problems) {
-        FileFacts facts;
-        facts.input = problem.path.string();
-        facts.outcome = outcome;
-        facts.cause = problem.cause;
-        failures.push_back(facts);
-    }
-    return failures;
-}
-
-/** A log that is made under a missing input's name would be the next run's input. */
-void check_missing(const Settings& settings, const std::vector<FileFacts>& missing) {
-    std::vector<PlannedFile> files;
-    for (const FileFacts& facts : missing) {
-        files.push_back({facts.input, {}, {}, {}});
-    }
-    check_run_files(settings, files);
-}
-
 /** From the PATHs of the command line and of a list. */
 WorkList search(const Settings& settings) {
     std::vector<std::string> paths = settings.paths;
     if (!settings.files_from.empty()) {
-        const auto listed = read_file_list(
-            settings.files_from, settings.null ? ListSeparator::Null : ListSeparator::LineEnd);
-        paths.insert(paths.end(), listed.begin(), listed.end());
+        auto listed = read_file_list(settings.files_from,
+                                     settings.null ? ListSeparator::Null : ListSeparator::LineEnd);
+        paths.insert(paths.end(), std::make_move_iterator(listed.begin()),
+                     std::make_move_iterator(listed.end()));
     }
     const OwnOutputs own_outputs = settings.analyze ? OwnOutputs::Take : OwnOutputs::LeaveOut;
-    FoundFiles found = find_files(paths, {settings.suffix, settings.output_dir, own_outputs,
-                                          settings.keep_top ? Top::Keep : Top::Drop});
+    FoundFiles found =
+        find_files(std::move(paths), {settings.suffix, settings.output_dir, own_outputs,
+                                      settings.keep_top ? Top::Keep : Top::Drop});
     keep_earlier_places(settings, found.files);
-    WorkList work{plan_outputs(settings, found.files), found.unsupported,
-                  facts_about(found.problems, Outcome::Failed)};
-    check_missing(settings, work.others);
-    const auto links = facts_about(found.passed_over, Outcome::Skipped);
-    work.others.insert(work.others.end(), links.begin(), links.end());
+    WorkList work{plan_outputs(settings, found.files), std::move(found.unsupported),
+                  std::move(found.problems), std::move(found.passed_over)};
+    check_missing_inputs(settings, work.missing);
     for (PlannedFile& file : work.files) {
         const FileState input = state_of(file.input);
         file.bytes = input.size;
@@ -118,7 +97,8 @@ void take_shard(const Shard& shard, WorkList& work) {
     work.files = std::move(mine);
     // Each is told of once.
     if (shard.index != 0) {
-        work.others.clear();
+        work.missing.clear();
+        work.passed_over.clear();
     }
 }
 
@@ -134,6 +114,14 @@ std::shared_ptr<FileFacts> left_alone(const PlannedFile& file,
 }
 
 }  // namespace
+
+FileFacts facts_of(SearchProblem problem, Outcome outcome) {
+    FileFacts facts;
+    facts.input = std::move(problem.path);
+    facts.outcome = outcome;
+    facts.cause = std::move(problem.cause);
+    return facts;
+}
 
 void judge_outputs(const Settings& settings, std::vector<PlannedFile>& files) {
     if (settings.analyze) {

@@ -1,9 +1,11 @@
 #pragma once
 
+#include <cstddef>
 #include <filesystem>
 #include <vector>
 
 #include "cli/facts/run_facts.h"
+#include "cli/inputs/find_files.h"
 #include "cli/inputs/plan.h"
 #include "cli/options/settings.h"
 
@@ -11,10 +13,16 @@ namespace cli {
 
 /** What a command line asks to be done. */
 struct WorkList {
+    std::size_t size() const { return files.size() + missing.size() + passed_over.size(); }
+
     std::vector<PlannedFile> files;                  // in the order of their paths, or of the plan
     std::vector<std::filesystem::path> unsupported;  // as found_files() tells them
-    std::vector<FileFacts> others;  // what was named and is not there, or is there twice
+    std::vector<SearchProblem> missing;              // what was named and is not there
+    std::vector<SearchProblem> passed_over;          // links to files that are there themselves
 };
+
+/** As facts, so that they are reported and counted like files. */
+FileFacts facts_of(SearchProblem problem, Outcome outcome);
 
 /**
  * Looks which outputs are up to date: those files, and those that are to be left alone, get their

@@ -58,10 +58,10 @@ class FolderSearch {
         }
         if (candidates_.size() + found_.problems.size() == before) {
             found_.problems.push_back(
-                {root, left_out_outputs_
-                           ? "holds only outputs of earlier runs; a file that is named "
-                             "itself is leveled once more"
-                           : "holds no audio file to level"});
+                {root.string(), left_out_outputs_
+                                    ? "holds only outputs of earlier runs; a file that is named "
+                                      "itself is leveled once more"
+                                    : "holds no audio file to level"});
         }
     }
 
@@ -125,7 +125,7 @@ class FolderSearch {
         const bool is_link = link == Link::Yes;
         const fs::path real = is_link ? fs::canonical(path, error) : real_folder_ / path.filename();
         if (error) {
-            found_.problems.push_back({path, error.message()});
+            found_.problems.push_back({path.string(), error.message()});
             return;
         }
         candidates_.push_back({file, real.string(), is_link ? 2 : own_folder_ ? 0 : 1});
@@ -145,7 +145,7 @@ class FolderSearch {
                 output_dir_.end();
         fs::directory_iterator entries(folder, error);
         if (error) {
-            found_.problems.push_back({folder, error.message()});
+            found_.problems.push_back({folder.string(), error.message()});
             return;
         }
         std::vector<fs::path> folders;
@@ -166,7 +166,7 @@ class FolderSearch {
             }
         }
         if (error) {
-            found_.problems.push_back({folder, error.message()});
+            found_.problems.push_back({folder.string(), error.message()});
         }
         const fs::path top = rules_.top == Top::Keep ? name_of(root) : fs::path();
         for (const fs::directory_entry& file : files) {
@@ -191,7 +191,8 @@ class FolderSearch {
         }
         const FileKind kind = file_kind(path);
         if (kind == FileKind::Wanted && lost) {
-            found_.problems.push_back({path, "cannot be followed: the link leads nowhere"});
+            found_.problems.push_back(
+                {path.string(), "cannot be followed: the link leads nowhere"});
         } else if (kind == FileKind::Wanted) {
             files.push_back(entry);
         } else if (kind == FileKind::Unsupported) {
@@ -230,10 +231,10 @@ class FolderSearch {
 
 }  // namespace
 
-FoundFiles find_files(const std::vector<std::string>& paths, const SearchRules& rules) {
+FoundFiles find_files(std::vector<std::string> paths, const SearchRules& rules) {
     FoundFiles found;
     FolderSearch search(rules, found);
-    for (const std::string& text : paths) {
+    for (std::string& text : paths) {
         const fs::path path = text;
         std::error_code error;
         const fs::file_status status = fs::status(path, error);
@@ -242,9 +243,10 @@ FoundFiles find_files(const std::vector<std::string>& paths, const SearchRules& 
         } else if (fs::is_regular_file(status)) {
             search.take(path);
         } else if (status.type() == fs::file_type::not_found) {
-            found.problems.push_back({path, "does not exist"});
+            found.problems.push_back({std::move(text), "does not exist"});
         } else {
-            found.problems.push_back({path, error ? error.message() : "is not a file or folder"});
+            found.problems.push_back(
+                {std::move(text), error ? error.message() : "is not a file or folder"});
         }
     }
     search.finish();

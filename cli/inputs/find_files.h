@@ -19,9 +19,9 @@ struct FoundFile {
     Origin origin = Origin::Named;
 };
 
-/** A place that could not be read, and why. */
+/** A place that could not be read, and why. There may be a million of them. */
 struct SearchProblem {
-    std::filesystem::path path;
+    std::string path;
     std::string cause;
 };
 
@@ -57,6 +57,6 @@ struct SearchRules {
  * are followed, each folder is entered once. A file that is found under its own path and through a
  * link is taken under its own, in whatever order they came.
  */
-FoundFiles find_files(const std::vector<std::string>& paths, const SearchRules& rules);
+FoundFiles find_files(std::vector<std::string> paths, const SearchRules& rules);
 
 }  // namespace cli

@@ -73,6 +73,20 @@ void add_all(RunFiles& all, FileUse use, const std::vector<NamedFile>& files) {
     }
 }
 
+/** All that the settings name. The lists must outlive `all`. */
+void add_named_files(RunFiles& all,
+                     const Settings& settings,
+                     const std::vector<NamedFile>& written,
+                     const std::vector<NamedFile>& read) {
+    if (!settings.report.empty()) {
+        all.add_page_folder("--report", settings.report);
+    }
+    all.add_stream("the standard output", STDOUT_FILENO);
+    all.add_stream("the error output", STDERR_FILENO);
+    add_all(all, FileUse::Written, written);
+    add_all(all, FileUse::Read, read);
+}
+
 }  // namespace
 
 void check_run_files(const Settings& settings,
@@ -83,13 +97,7 @@ void check_run_files(const Settings& settings,
     const std::set<std::string> records = records_of(files);
     RunFiles all;
     try {
-        if (!settings.report.empty()) {
-            all.add_page_folder("--report", settings.report);
-        }
-        all.add_stream("the standard output", STDOUT_FILENO);
-        all.add_stream("the error output", STDERR_FILENO);
-        add_all(all, FileUse::Written, written);
-        add_all(all, FileUse::Read, read);
+        add_named_files(all, settings, written, read);
         for (const std::string& record : records) {
             all.add(FileUse::Written, "the record", record);
         }
@@ -108,6 +116,20 @@ void check_run_files(const Settings& settings,
             if (!file.skip.empty()) {
                 all.add(FileUse::Skipped, "the recording", file.input);
             }
+        }
+    } catch (const FileClash& clash) {
+        throw UsageError(clash.what());
+    }
+}
+
+void check_missing_inputs(const Settings& settings, const std::vector<SearchProblem>& missing) {
+    const std::vector<NamedFile> written = written_files(settings);
+    const std::vector<NamedFile> read = read_files(settings);
+    RunFiles all;
+    try {
+        add_named_files(all, settings, written, read);
+        for (const SearchProblem& problem : missing) {
+            all.check_read("the input", problem.path);
         }
     } catch (const FileClash& clash) {
         throw UsageError(clash.what());

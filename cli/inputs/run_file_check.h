@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "cli/inputs/find_files.h"
 #include "cli/inputs/plan.h"
 #include "cli/options/settings.h"
 
@@ -17,5 +18,11 @@ namespace cli {
 void check_run_files(const Settings& settings,
                      const std::vector<PlannedFile>& files,
                      const std::vector<std::string>& results = {});
+
+/**
+ * Refuses a log, or another file that the run writes, under the name of an input that is missing:
+ * it would be the next run's input. Throws UsageError.
+ */
+void check_missing_inputs(const Settings& settings, const std::vector<SearchProblem>& missing);
 
 }  // namespace cli

@@ -180,9 +180,9 @@ std::string verdict(const FileFacts& facts, const std::vector<std::string>& aske
     return text;
 }
 
-std::string verdict(const std::vector<FileFacts>& files, const std::vector<std::string>& asked) {
+std::string verdict(const FactsList& files, const std::vector<std::string>& asked) {
     if (files.size() == 1) {
-        return verdict(files.front(), asked);
+        return verdict(*files.begin(), asked);
     }
     long before = 0;
     long after = 0;

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "cli/facts/destinations.h"
+#include "cli/facts/facts_list.h"
 #include "cli/facts/run_facts.h"
 
 namespace cli {
@@ -28,7 +29,7 @@ std::string readiness(const FileFacts& facts, const std::vector<std::string>& as
 std::string verdict(const FileFacts& facts, const std::vector<std::string>& asked);
 
 /** The same for all files of a run. */
-std::string verdict(const std::vector<FileFacts>& files, const std::vector<std::string>& asked);
+std::string verdict(const FactsList& files, const std::vector<std::string>& asked);
 
 /**
  * The facts as a program reads them: with the program's name and version, the verdict, and how the

@@ -382,7 +382,7 @@ std::string page_of(const FileFacts& facts, const ReportOptions& options, Place 
 }
 
 /** rows: one for each of the files, made while they finished. */
-std::string index_page(const std::vector<FileFacts>& files,
+std::string index_page(const FactsList& files,
                        const std::string& rows,
                        const ReportOptions& options) {
     std::string columns;
@@ -433,8 +433,9 @@ void ReportWriter::add(const FileFacts& facts) {
     }
     rows_ += index_row(facts, page, options_);
     // Curves are megabytes for a long recording; they are on its page now and in no one's memory.
-    files_.push_back(facts);
-    strip_details(files_.back());
+    FileFacts kept = facts;
+    strip_details(kept);
+    files_.push_back(std::move(kept));
 }
 
 std::string ReportWriter::finish() {

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "cli/facts/facts_list.h"
 #include "cli/facts/run_facts.h"
 
 namespace cli {
@@ -39,7 +40,7 @@ class ReportWriter {
     bool folder_;
     std::set<std::string> taken_ = {"index.html"};  // names of pages, lower case
     std::string rows_;
-    std::vector<FileFacts> files_;  // for the verdict, without curves and passages
+    FactsList files_;  // for the verdict, without curves and passages
 };
 
 /** The same of a run whose facts are all there. Returns the path of the page to open first. */

@@ -56,7 +56,7 @@ void ResultFiles::add(std::size_t index, FileFacts facts) {
     if (!json_ && !report_) {
         strip_details(facts);
     }
-    files_[index] = std::move(facts);
+    files_.set(index, std::move(facts));
     there_[index] = true;
     for (; next_ < files_.size() && there_[next_]; ++next_) {
         write(next_);
@@ -65,7 +65,7 @@ void ResultFiles::add(std::size_t index, FileFacts facts) {
 
 void ResultFiles::write(std::size_t index) {
     // A writer that has failed is gone by now: the other one goes on.
-    FileFacts& facts = files_[index];
+    FileFacts facts = files_.take(index);
     if (report_) {
         attempt(report_, kReport, problems_, [&] { report_->add(facts); });
     }
@@ -76,6 +76,7 @@ void ResultFiles::write(std::size_t index) {
         });
     }
     strip_details(facts);
+    files_.set(index, std::move(facts));
 }
 
 std::string ResultFiles::commit() {

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "cli/facts/facts_list.h"
 #include "cli/facts/run_facts.h"
 #include "cli/options/settings.h"
 #include "cli/report/report.h"
@@ -34,7 +35,7 @@ class ResultFiles {
     void add(std::size_t index, FileFacts facts);
 
     /** The facts of all files, in the order of the inputs, without curves and passages. */
-    const std::vector<FileFacts>& files() const { return files_; }
+    const FactsList& files() const { return files_; }
 
     /** Gives both files their names. Returns the page to open first, or "". Never throws. */
     std::string commit();
@@ -46,7 +47,7 @@ class ResultFiles {
     void write(std::size_t index);
 
     const Settings& settings_;
-    std::vector<FileFacts> files_;
+    FactsList files_;
     std::vector<bool> there_;
     std::size_t next_ = 0;  // the first that is not written
     std::unique_ptr<StagedText> json_;

@@ -99,6 +99,28 @@ void RunFiles::add(FileUse use, const char* name, const std::string& path) {
     }
 }
 
+void RunFiles::check_read(const char* name, const std::string& path) {
+    struct stat status {};
+
+    const Entry entry{FileUse::Read, name, &path};
+    const bool exists = stat(path.c_str(), &status) == 0;
+    if (exists && !S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode)) {
+        return;
+    }
+    refuse_page(entry);
+    const Entry* other = nullptr;
+    if (exists) {
+        const auto found = by_identity_.find({status.st_dev, status.st_ino});
+        other = found == by_identity_.end() ? nullptr : &found->second;
+    } else {
+        const auto found = by_place_.find(resolver_.resolved(path));
+        other = found == by_place_.end() ? nullptr : &found->second;
+    }
+    if (other && !may_share(entry.use, other->use)) {
+        clash(entry, *other);
+    }
+}
+
 void RunFiles::add(const Entry& entry, const Identity& identity) {
     const auto [other, is_new] = by_identity_.emplace(identity, entry);
     if (is_new) {

@@ -57,6 +57,12 @@ class RunFiles {
     void add(FileUse use, const char* name, const std::string& path);
 
     /**
+     * Throws FileClash when a file that is only read is one that was added to be written. Unlike
+     * add(), this keeps nothing, so that a million files take no memory.
+     */
+    void check_read(const char* name, const std::string& path);
+
+    /**
      * A folder in which the run writes pages named *.html; which ones is only known as they are
      * written. Call it before the other files are added.
      */

@@ -8,6 +8,7 @@
 #include <functional>
 #include <iterator>
 #include <map>
+#include <optional>
 #include <utility>
 
 #include "cli/facts/file_error.h"
@@ -54,7 +55,7 @@ Value of(double Leveling::*field) {
 }
 
 /** Where no file has an after, nothing was leveled: single numbers, and more of them. */
-std::vector<Column> columns_for(const std::vector<FileFacts>& files) {
+std::vector<Column> columns_for(const FactsList& files) {
     const auto before = &FileFacts::before;
     const auto after = &FileFacts::after;
     const bool analyzed = std::none_of(
@@ -93,7 +94,7 @@ std::string trimmed(std::string line) {
 }
 
 /** A line for each file. shared: bytes at the start of every path that are not shown. */
-std::string wide_table(const std::vector<FileFacts>& files,
+std::string wide_table(const FactsList& files,
                        const std::vector<Column>& columns,
                        std::size_t name_columns,
                        std::size_t number_columns,
@@ -128,15 +129,15 @@ std::string wide_table(const std::vector<FileFacts>& files,
 }
 
 /** How much of the paths is a folder that all of them share. */
-std::size_t shared_folder(const std::vector<FileFacts>& files) {
+std::size_t shared_folder(const FactsList& files) {
     std::size_t shared = std::string::npos;
-    const std::string* first = nullptr;
+    std::optional<std::string> first;
     for (const FileFacts& facts : files) {
         if (!facts.before) {
             continue;
         }
         if (!first) {
-            first = &facts.input;
+            first = facts.input;
         }
         std::size_t same = 0;
         const std::size_t most = std::min({shared, first->size(), facts.input.size()});
@@ -151,7 +152,7 @@ std::size_t shared_folder(const std::vector<FileFacts>& files) {
 }
 
 /** A few lines for each file, for a terminal in which the table has no room. */
-std::string narrow_table(const std::vector<FileFacts>& files, std::size_t columns) {
+std::string narrow_table(const FactsList& files, std::size_t columns) {
     constexpr std::size_t kIndent = 2;
     std::string table;
     const auto add = [&](const char* title, const std::string& values, const char* unit) {
@@ -182,7 +183,7 @@ std::string narrow_table(const std::vector<FileFacts>& files, std::size_t column
 }
 
 /** The first files that were not finished, and how to go on. */
-void print_interrupted(const std::vector<FileFacts>& files, Screen& screen) {
+void print_interrupted(const FactsList& files, Screen& screen) {
     constexpr std::size_t kMostNamed = 10;
     std::size_t interrupted = 0;
     for (const FileFacts& facts : files) {
@@ -213,7 +214,7 @@ std::string gain_text(const Leveling& leveling) {
                        leveling.least_gain_db, leveling.greatest_gain_db);
 }
 
-std::string loudness_table(const std::vector<FileFacts>& files, std::size_t columns) {
+std::string loudness_table(const FactsList& files, std::size_t columns) {
     const std::size_t shared = shared_folder(files);
     std::size_t longest = 0;
     for (const FileFacts& facts : files) {
@@ -241,14 +242,15 @@ std::string loudness_table(const std::vector<FileFacts>& files, std::size_t colu
                       shared);
 }
 
-std::string counts(const std::vector<FileFacts>& files) {
+std::string counts(const FactsList& files) {
     // What did not happen is not mentioned.
+    std::map<Outcome, std::size_t> count_of;
+    for (const FileFacts& facts : files) {
+        ++count_of[facts.outcome];
+    }
     std::vector<std::string> parts;
     const auto add = [&](Outcome outcome, const char* text) {
-        const auto count = std::count_if(files.begin(), files.end(), [&](const FileFacts& facts) {
-            return facts.outcome == outcome;
-        });
-        if (count) {
+        if (const std::size_t count = count_of[outcome]; count != 0) {
             parts.push_back(fmt::format("{} {}", count, text));
         }
     };
@@ -302,14 +304,14 @@ std::string finished_line(const FileFacts& facts, const Screen& screen) {
     return "";
 }
 
-void print_summary(const std::vector<FileFacts>& files, double elapsed_s, Screen& screen) {
+void print_summary(const FactsList& files, double elapsed_s, Screen& screen) {
     screen.line(fmt::format("{} in {}", counts(files), clock_text(elapsed_s)));
     print_failures(files, screen);
     print_notes(files, screen);
     print_interrupted(files, screen);
 }
 
-void print_earlier(const std::vector<FileFacts>& files, Screen& screen) {
+void print_earlier(const FactsList& files, Screen& screen) {
     const auto earlier = std::count_if(files.begin(), files.end(), [](const FileFacts& facts) {
         return facts.earlier_arithmetic;
     });
@@ -327,7 +329,7 @@ std::string shared_failure_line(std::size_t count, const FileFacts& first, const
                        printable(first.input), printable(first.cause));
 }
 
-void print_failures(const std::vector<FileFacts>& files, Screen& screen) {
+void print_failures(const FactsList& files, Screen& screen) {
     constexpr std::size_t kMostListed = 20;
     std::map<std::string, std::size_t> sharing;  // by the cause of a folder
     for (const FileFacts& facts : files) {
@@ -369,7 +371,7 @@ std::string kind_of(const std::string& note) {
 
 }  // namespace
 
-void print_notes(const std::vector<FileFacts>& files, Screen& screen) {
+void print_notes(const FactsList& files, Screen& screen) {
     print_earlier(files, screen);
     constexpr std::size_t kMostOfAKind = 3;
 

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "cli/facts/facts_list.h"
 #include "cli/facts/run_facts.h"
 #include "cli/terminal/screen.h"
 
@@ -24,25 +25,25 @@ std::string gain_text(const Leveling& leveling);
  * The loudness table, as wide as the columns allow; below 79 columns each file gets a few
  * lines of its own. Empty when nothing was measured.
  */
-std::string loudness_table(const std::vector<FileFacts>& files, std::size_t columns);
+std::string loudness_table(const FactsList& files, std::size_t columns);
 
 /** The line for a file that just finished. */
 std::string finished_line(const FileFacts& facts, const Screen& screen);
 
 /** "3 leveled, 1 failed". */
-std::string counts(const std::vector<FileFacts>& files);
+std::string counts(const FactsList& files);
 
 /**
  * The counts of a run, "3 leveled, 1 failed in 0:12", then the failures, the notes, and the files
  * that an interrupt left unfinished with the way to go on.
  */
-void print_summary(const std::vector<FileFacts>& files, double elapsed_s, Screen& screen);
+void print_summary(const FactsList& files, double elapsed_s, Screen& screen);
 
 /**
  * The first failures, each on a line, and the number of the others. Files whose folder cannot be
  * written share a line.
  */
-void print_failures(const std::vector<FileFacts>& files, Screen& screen);
+void print_failures(const FactsList& files, Screen& screen);
 
 /** "306 files, the first talk.wav: ...", for files that fail for one cause of their folder. */
 std::string shared_failure_line(std::size_t count, const FileFacts& first, const Screen& screen);
@@ -51,10 +52,10 @@ std::string shared_failure_line(std::size_t count, const FileFacts& first, const
  * print_earlier(), then "note: talk.mp4: ...", for the first notes of each kind, and the number of
  * the others.
  */
-void print_notes(const std::vector<FileFacts>& files, Screen& screen);
+void print_notes(const FactsList& files, Screen& screen);
 
 /** The number of outputs that are kept though an earlier arithmetic made them; nothing for none. */
-void print_earlier(const std::vector<FileFacts>& files, Screen& screen);
+void print_earlier(const FactsList& files, Screen& screen);
 
 /** "2 files not supported: a.flv, b.amr"; nothing for none. */
 void print_unsupported(const std::vector<std::filesystem::path>& files, Screen& screen);

@@ -140,7 +140,7 @@ DropPlan plan_drop(const std::vector<std::string>& paths, const std::string& out
         plan.files.push_back({path.string(), "", Existing::Nothing, "", "not supported"});
     }
     for (const cli::SearchProblem& problem : found.problems) {
-        plan.files.push_back({problem.path.string(), "", Existing::Nothing, problem.cause, ""});
+        plan.files.push_back({problem.path, "", Existing::Nothing, problem.cause, ""});
     }
     find_locked_folders(plan);
     return plan;

@@ -343,6 +343,21 @@ TEST_F(Batch, APlanAndALogPassTheChecksOfACommandLine) {
     EXPECT_THAT(names_in("in"), ElementsAre("a.wav", "b.wav"));
 }
 
+// What a run keeps of an input that is not there has to be small: a list may hold a million.
+TEST_F(Batch, ManyMissingNamesTakeLittleMemory) {
+    run_program("cd " + dir_.path() + " && seq -f 'no/such/file/%08.0f.wav' 200000 >names");
+    const ProgramResult result =
+        run_program("cd " + dir_.path() +
+                    " && ulimit -v 200000 && " QUORVANE
+                    " --files-from names --failed failed --json all.jsonl 2>messages");
+    EXPECT_EQ(1, result.status) << read_text(dir_ / "messages").substr(0, 1000);
+    EXPECT_THAT(result.out, HasSubstr("\n200000 failed in "));
+    EXPECT_THAT(result.out, HasSubstr("\nfailed 199980 more (--failed FILE lists them all)\n"));
+    EXPECT_TRUE(read_text(dir_ / "names") == read_text(dir_ / "failed"));
+    EXPECT_EQ("200000\n", run_program("wc -l <" + dir_ / "all.jsonl").out);
+    EXPECT_EQ("200000\n", run_program("wc -l <" + dir_ / "messages").out);
+}
+
 TEST_F(Batch, ALimitOnOpenFilesIsNamed) {
     talk("a.wav", 1);
     const std::string limited = "cd " + dir_.path() + " && ulimit -n 8 && " QUORVANE;

@@ -8,6 +8,7 @@
 #include "cli/audio/measure.h"
 #include "cli/engine/passages.h"
 #include "cli/facts/destinations.h"
+#include "cli/facts/facts_list.h"
 #include "cli/facts/run_facts.h"
 #include "cli/publish/verdict.h"
 #include "cli/report/heard.h"
@@ -318,6 +319,35 @@ TEST(Report, SeveralFilesGetAnIndexThatNamesTheFailedOnes) {
     EXPECT_THAT(index, HasSubstr("href=\"%3Cb%3E%221%22%20%26%20%272%27.wav-2.html\""));
     for (const std::string& page : pages) {
         EXPECT_EQ(page != "index.html", page.rfind("<b>\"1\" & '2'.wav", 0) == 0) << page;
+    }
+}
+
+TEST(FactsList, GivesBackWhatItWasGiven) {
+    std::vector<FileFacts> files(6);
+    files[0].input = "missing.wav";
+    files[0].outcome = Outcome::Failed;
+    files[0].cause = "does not exist";
+    files[1] = files[0];
+    files[1].input = "also-missing.wav";
+    files[2].outcome = Outcome::Skipped;
+    files[3].bytes = 5;
+    files[4].before.emplace();
+    files[5].notes = {"a note"};
+    FactsList list(files.size() + 1);
+    for (std::size_t i = 0; i < files.size(); ++i) {
+        list.set(i, files[i]);
+    }
+    files.emplace_back();  // one that was never set
+    std::vector<std::string> kept;
+    for (const FileFacts& facts : list) {
+        kept.push_back(dump(to_json(facts)));
+    }
+    ASSERT_EQ(files.size(), kept.size());
+    for (std::size_t i = 0; i < files.size(); ++i) {
+        const std::string expected = dump(to_json(files[i]));
+        EXPECT_EQ(expected, kept[i]);
+        EXPECT_EQ(expected, dump(to_json(list.take(i))));
+        EXPECT_EQ(dump(to_json(FileFacts{})), dump(to_json(list.take(i)))) << "it was given away";
     }
 }
 

@@ -65,8 +65,8 @@ FileFacts measured(const std::string& input, double lufs) {
 }
 
 TEST_F(Terminal, TheTableFitsAndNamesEachFileBelowTheSharedFolder) {
-    const std::vector<FileFacts> files = {measured("season/one/a.wav", -27.44),
-                                          measured("season/two/b.wav", -HUGE_VAL)};
+    const FactsList files = {measured("season/one/a.wav", -27.44),
+                             measured("season/two/b.wav", -HUGE_VAL)};
     const std::string wide = loudness_table(files, 100);
     EXPECT_THAT(wide, HasSubstr("\none/a.wav "));
     EXPECT_THAT(wide, HasSubstr("-27.4"));
@@ -84,12 +84,16 @@ TEST_F(Terminal, TheTableFitsAndNamesEachFileBelowTheSharedFolder) {
 }
 
 TEST_F(Terminal, NotesOfAKindAreCounted) {
-    std::vector<FileFacts> files(6);
-    for (std::size_t i = 0; i < files.size(); ++i) {
-        files[i].input = std::string(1, static_cast<char>('a' + i));
-        files[i].notes = {"has peaks of +" + std::to_string(i) + ".5 dBFS"};
+    FactsList files;
+    for (std::size_t i = 0; i < 6; ++i) {
+        FileFacts facts;
+        facts.input = std::string(1, static_cast<char>('a' + i));
+        facts.notes = {"has peaks of +" + std::to_string(i) + ".5 dBFS"};
+        if (i == 1) {
+            facts.notes.push_back("another note");
+        }
+        files.push_back(facts);
     }
-    files[1].notes.push_back("another note");
     Settings settings;
     settings.log = dir_ / "log";
     {
