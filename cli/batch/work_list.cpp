@@ -54,6 +54,19 @@ WorkList search(const Settings& settings) {
     return work;
 }
 
+/** What a line of a plan asks for; it may come from a run with other options. */
+PlannedFile planned_again(const Settings& settings, const FileFacts& facts) {
+    PlannedFile file;
+    file.input = facts.input;
+    file.output = settings.analyze ? "" : facts.output;
+    file.bytes = facts.bytes;
+    // With an output it was skipped because of what is there, and that is judged again.
+    if (facts.outcome == Outcome::Skipped && facts.output.empty()) {
+        file.skip = facts.cause.empty() ? "the plan skips it" : facts.cause;
+    }
+    return file;
+}
+
 /** The lines of a dry run's JSON. What it did not find has been told, and is left out. */
 WorkList read_plan(const Settings& settings) {
     const std::string& path = settings.plan;
@@ -68,7 +81,7 @@ WorkList read_plan(const Settings& settings) {
         try {
             const FileFacts facts = facts_from_json(nlohmann::ordered_json::parse(line));
             if (facts.outcome != Outcome::Failed || !facts.output.empty()) {
-                work.files.push_back({facts.input, facts.output, {}, {}, facts.bytes, {}, nullptr});
+                work.files.push_back(planned_again(settings, facts));
             }
         } catch (const nlohmann::json::exception&) {
             throw UsageError(fmt::format("--plan {} is not the JSON of a dry run", path));
@@ -124,11 +137,8 @@ FileFacts facts_of(SearchProblem problem, Outcome outcome) {
 }
 
 void judge_outputs(const Settings& settings, std::vector<PlannedFile>& files) {
-    if (settings.analyze) {
-        return;
-    }
     const std::string destination =
-        settings.destinations.empty() || settings.analyze ? "" : settings.destinations.front();
+        settings.destinations.empty() ? "" : settings.destinations.front();
     UpToDate up_to_date(options_key(settings.tuning, settings.measure, settings.audio_stream,
                                     settings.audio_codec, destination),
                         settings.verify ? Proof::Content : Proof::SizeAndTime,
@@ -139,6 +149,8 @@ void judge_outputs(const Settings& settings, std::vector<PlannedFile>& files) {
         }
         if (!file.skip.empty()) {
             file.known = left_alone(file, Outcome::Skipped, file.skip);
+        } else if (settings.analyze) {
+            continue;  // there is no output
         } else if (settings.force) {
             file.found = state_of(file.output);
         } else {

@@ -343,6 +343,27 @@ TEST_F(Batch, APlanAndALogPassTheChecksOfACommandLine) {
     EXPECT_THAT(names_in("in"), ElementsAre("a.wav", "b.wav"));
 }
 
+TEST_F(Batch, APlanKeepsWhatItSkipsAndWritesNothingWhereItIsOnlyMeasured) {
+    talk("in/a.wav", 1);
+    talk("in/b.wav", 1);
+    // Is the output of another input, for the run in which both are named.
+    talk("in/a-leveled.wav", 1);
+    fs::create_symlink("b.wav", dir_ / "in/link.wav");
+    ASSERT_EQ(0, run("-n in in/a-leveled.wav --json plan").status);
+    const ProgramResult measured = run("--analyze --plan plan");
+    EXPECT_EQ(0, measured.status) << measured.err;
+    EXPECT_THAT(measured.out, HasSubstr("2 measured, 2 skipped"));
+    EXPECT_THAT(names_in("in"), ElementsAre("a-leveled.wav", "a.wav", "b.wav", "link.wav"));
+    ASSERT_EQ(0, run("-n -d out in in/a-leveled.wav --json plan").status);
+    const ProgramResult leveled = run("--plan plan --json done");
+    EXPECT_EQ(0, leveled.status) << leveled.err;
+    EXPECT_THAT(names_in("out"), ElementsAre(".quorvane.jsonl", "a-leveled.wav", "b-leveled.wav"));
+    auto done = facts(read_text(dir_ / "done"));
+    EXPECT_EQ("skipped", done.at("in/link.wav").at("status"));
+    EXPECT_THAT(done.at("in/link.wav").at("cause"), HasSubstr("is a link to "));
+    EXPECT_EQ("skipped", done.at("in/a-leveled.wav").at("status"));
+}
+
 // What a run keeps of an input that is not there has to be small: a list may hold a million.
 TEST_F(Batch, ManyMissingNamesTakeLittleMemory) {
     run_program("cd " + dir_.path() + " && seq -f 'no/such/file/%08.0f.wav' 200000 >names");
