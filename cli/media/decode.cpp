@@ -10,6 +10,7 @@
 
 #include "cli/audio/sound_file.h"
 #include "cli/media/bare_frames.h"
+#include "cli/media/gapless.h"
 
 namespace cli::media {
 namespace {
@@ -49,6 +50,7 @@ class SoundDecoder {
           stream_(input_.stream(sound.stream)),
           length_ns_(input_.layout().length_ns),
           pauses_(pauses),
+          gapless_(gapless_of(input_, stream_)),
           is_bare_(BareFrames::are_in(input_.demuxer()) && has_holes(path, input_.demuxer())) {
         input_.read_only([&](int index) { return index == sound_.stream; });
         const AVCodec* decoder = avcodec_find_decoder(sound.codec);
@@ -88,6 +90,11 @@ class SoundDecoder {
     }
 
   private:
+    /** Its demuxer drops damaged data without a word; nothing else makes pauses there. */
+    bool is_lone_asf() const {
+        return input_.demuxer() == "asf" && input_.context().nb_streams == 1;
+    }
+
     /** Those whose encoders always write them, and rightly. */
     static bool has_reliable_checksums(AVCodecID codec) {
         return codec == AV_CODEC_ID_FLAC || codec == AV_CODEC_ID_AC3 || codec == AV_CODEC_ID_EAC3 ||
@@ -168,10 +175,16 @@ class SoundDecoder {
             result_.timeline.add(0, 0);
             write_silence(lost_frames_ * frame.nb_samples);
         } else if (frame.best_effort_timestamp != AV_NOPTS_VALUE) {
+            const std::int64_t delay_ns =
+                gapless_ ? result_.timeline.nanoseconds(gapless_->delay) : 0;
             const std::int64_t time_ns =
-                av_rescale_q(frame.best_effort_timestamp, stream_.time_base, kNanoseconds);
+                av_rescale_q(frame.best_effort_timestamp, stream_.time_base, kNanoseconds) -
+                delay_ns;
             fill_hole(time_ns);
             mark(time_ns);
+            if (is_lone_asf()) {
+                pauses_ = Pauses::AreDamage;
+            }
         }
         lost_frames_ = 0;
         av_frame_move_ref(held_.get(), &frame);
@@ -261,7 +274,8 @@ class SoundDecoder {
     void finish() {
         int count = held_->nb_samples;
         const AVRational clock = stream_.time_base;
-        if (clock.num == 1 && clock.den >= kLeastFineClock && duration_of(*held_) > 0) {
+        if (!gapless_ && clock.num == 1 && clock.den >= kLeastFineClock &&
+            duration_of(*held_) > 0) {
             const std::int64_t told =
                 av_rescale_q(duration_of(*held_), clock, {1, result_.sample_rate_hz});
             count = static_cast<int>(std::min<std::int64_t>(count, told));
@@ -306,6 +320,10 @@ class SoundDecoder {
 
     void write_held(int count) {
         const AVFrame& frame = *held_;
+        if (gapless_) {
+            count =
+                static_cast<int>(std::min<std::int64_t>(count, gapless_->frames - result_.frames));
+        }
         if (count <= 0) {
             return;
         }
@@ -336,7 +354,8 @@ class SoundDecoder {
     const AVStream& stream_;
     std::int64_t length_ns_;  // that the container states and the libraries do not report
     Pauses pauses_;
-    bool is_bare_;  // a stream without times that has holes
+    std::optional<Gapless> gapless_;  // where the demuxer leaves that to its caller
+    bool is_bare_;                    // a stream without times that has holes
     CodecContext codec_;
     Frame frame_ = make_frame();
     Frame held_ = make_frame();  // the last one, not yet written

@@ -27,7 +27,7 @@ namespace {
 /** Tags that tell of the old file's sound or bytes. */
 bool is_stale(const std::string& name) {
     static const std::set<std::string> names = {"major_brand", "minor_version", "compatible_brands",
-                                                "iTunSMPB", "DURATION"};
+                                                "iTunSMPB",    "iTunNORM",      "DURATION"};
     return names.count(name) != 0 || av_strncasecmp(name.c_str(), "replaygain_", 11) == 0 ||
            av_strncasecmp(name.c_str(), "r128_", 5) == 0;
 }

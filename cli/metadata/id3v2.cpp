@@ -105,7 +105,7 @@ class TagBody {
         std::vector<Frame> gains;
         frames_end_ = extended_;
         for (Frame frame; read_frame(frames_end_, frame); frames_end_ = frame.end()) {
-            if (is_gain(frame)) {
+            if (is_stale(frame)) {
                 gains.push_back(frame);
             }
         }
@@ -174,17 +174,24 @@ class TagBody {
         return true;
     }
 
-    bool is_gain(const Frame& frame) const {
+    bool is_stale(const Frame& frame) const {
         // Relative volume in all versions, its experimental forms and ReplayGain's own frame.
         static const std::set<std::string> gains = {"RVA2", "RVAD", "XRVA", "RGAD", "RVA"};
         if (gains.count(frame.id) != 0) {
             return true;
         }
-        return (frame.id == "TXXX" || frame.id == "TXX") && is_player_gain(description(frame));
+        const bool is_text = frame.id == "TXXX" || frame.id == "TXX";
+        const bool is_comment = frame.id == "COMM" || frame.id == "COM";
+        constexpr std::size_t kLanguageBytes = 3;
+        const std::string name = is_text      ? description(frame, 0)
+                                 : is_comment ? description(frame, kLanguageBytes)
+                                              : "";
+        return is_player_gain(name) || name == "iTunSMPB";
     }
 
-    // Of a user's text frame, its letters beyond ASCII left out; empty where it cannot be read.
-    std::string description(const Frame& frame) const {
+    // Of a user's text frame or a comment, behind bytes that it skips; its letters beyond ASCII
+    // left out; empty where it cannot be read.
+    std::string description(const Frame& frame, std::size_t skipped) const {
         std::size_t at = frame.at + frame.header;
         if (version_ == 3) {
             if (frame.format_flags & 0xC0) {  // compressed or encrypted
@@ -203,7 +210,7 @@ class TagBody {
         }
         const bool wide = bytes_[at] == 1 || bytes_[at] == 2;
         const std::size_t step = wide ? 2 : 1;
-        for (++at; at + step <= frame.end(); at += step) {
+        for (at += 1 + skipped; at + step <= frame.end(); at += step) {
             // One of two bytes is zero for every ASCII letter, in either order.
             const unsigned code = wide ? bytes_[at] | bytes_[at + 1] : bytes_[at];
             if (code == 0) {

@@ -17,6 +17,7 @@
 #include "cli/audio/scan.h"
 #include "cli/audio/sound_file.h"
 #include "cli/facts/file_error.h"
+#include "cli/metadata/adpcm_blocks.h"
 #include "cli/metadata/chunks.h"
 #include "cli/metadata/data_size.h"
 #include "cli/metadata/length_notes.h"
@@ -103,11 +104,13 @@ std::int64_t missing_frames(const DataSize& data, std::int64_t frames) {
     }
     const auto there = static_cast<std::uint64_t>(frames);
     // Whole bytes a frame, or blocks of several frames.
+    const std::uint64_t frame_bytes = data.there / there;
+    const bool is_whole = frame_bytes > 0 && data.there % there < frame_bytes;
     const std::uint64_t promised =
-        data.there >= there ? data.promised / (data.there / there)
-                            : static_cast<std::uint64_t>(static_cast<double>(there) /
-                                                         static_cast<double>(data.there) *
-                                                         static_cast<double>(data.promised));
+        is_whole ? data.promised / frame_bytes
+                 : static_cast<std::uint64_t>(static_cast<double>(there) /
+                                              static_cast<double>(data.there) *
+                                              static_cast<double>(data.promised));
     return promised > there ? static_cast<std::int64_t>(promised - there) : 0;
 }
 
@@ -163,11 +166,30 @@ void SoundFileCarrier::repair_mpeg() {
     }
 }
 
+void SoundFileCarrier::repair_adpcm() {
+    const auto stream = check_adpcm_blocks(source_);
+    if (!stream || !stream->is_damaged()) {
+        return;
+    }
+    loss_ = stream->loss();
+    if (stream->is_complete()) {
+        data_.kind = DataSize::Kind::Fits;  // bytes were removed in the middle
+    }
+    const std::string damaged = source_;
+    source_ = in_scratch("silenced");
+    write_repaired_adpcm(damaged, *stream, source_);
+}
+
 void SoundFileCarrier::read_info(FileFacts& facts) {
     SndfileHandle file = readable_input(source_);
     const int container = file.format() & SF_FORMAT_TYPEMASK;
     if (container == SF_FORMAT_MPEG && !only_looks()) {
         repair_mpeg();
+        file = readable_input(source_);
+    }
+    const int coding = file.format() & SF_FORMAT_SUBMASK;
+    if ((coding == SF_FORMAT_IMA_ADPCM || coding == SF_FORMAT_MS_ADPCM) && !only_looks()) {
+        repair_adpcm();
         file = readable_input(source_);
     }
     if (container == SF_FORMAT_OGG && !only_looks()) {

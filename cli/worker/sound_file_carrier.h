@@ -43,6 +43,7 @@ class SoundFileCarrier : public Carrier {
     void note_damage(FileFacts& facts, const std::string& text) const;
     void repair_header(FileFacts& facts);
     void repair_mpeg();
+    void repair_adpcm();
     void read_info(FileFacts& facts);
     bool must_be_decoded();
     Decoded decode_damaged(const Decoded& readable);

@@ -1,4 +1,5 @@
 #include <gmock/gmock.h>
+#include <taglib/mp4file.h>
 
 #include <cmath>
 #include <cstdint>
@@ -146,6 +147,12 @@ TEST(Damage, CostsWhatIsLostAndNoMore) {
         {"ffmpeg -v error -i talk.wav x.ac3", "x.ac3", "insert", 0.4},
         {"ffmpeg -v error -i talk.wav x.aac", "x.aac", "insert", 0.4},
         {"ffmpeg -v error -i talk.wav -movflags +faststart x.m4a", "x.m4a", "zeros", 0.4},
+        {"ffmpeg -v error -i talk.wav -c:a wmav2 -b:a 128k x.wma", "x.wma", "zeros", 0.4},
+        {"ffmpeg -v error -i talk.wav -c:a adpcm_ima_wav x.wav", "x.wav", "insert", 0.4},
+        {"ffmpeg -v error -i talk.wav -c:a adpcm_ima_wav x.wav", "x.wav", "delete", 0.4},
+        {"ffmpeg -v error -i talk.wav -c:a adpcm_ms x.wav", "x.wav", "zeros", 0.4},
+        {"ffmpeg -v error -i talk.wav -c:a adpcm_ms x.wav", "x.wav", "insert", 0.4},
+        {"sndfile-convert -ms-adpcm talk.wav x.wav", "x.wav", "delete", 0.4},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(std::string(row.make) + ", " + row.damage);
@@ -209,6 +216,34 @@ TEST(Damage, AboveAShareItFailsUnlessSalvaged) {
         EXPECT_THAT(messages_of(result), HasSubstr(row.words));
         EXPECT_EQ(1, run_program(words + "--strict " + made / row.input).status);
     }
+}
+
+// Only the tag says which samples are heard: the edit list is renamed, which takes it away.
+TEST(Gapless, ATagWithoutAnEditListGivesLengthAndPosition) {
+    const Made made("ffmpeg -v error -i talk.wav x.m4a");
+    const std::string edited = made / "x.m4a";
+    std::string bytes = read_text(edited);
+    const std::size_t at = bytes.find("edts");
+    ASSERT_NE(std::string::npos, at);
+    bytes.replace(at, 4, "free");
+    const std::string tagged = made / "y.m4a";
+    write_text(tagged, bytes);
+    const std::string kName = "----:com.apple.iTunes:iTunSMPB";
+    {
+        // 8 s at 16 kHz are 128000 = 0x1F400 samples, 125 blocks, behind one of the encoder.
+        TagLib::MP4::File file(tagged.c_str());
+        file.tag()->setItem(kName,
+                            TagLib::StringList(" 00000000 00000400 00000000 000000000001F400"));
+        ASSERT_TRUE(file.save());
+    }
+    for (const std::string& input : {edited, tagged}) {
+        ASSERT_EQ(0, run_program(QUORVANE " -q " + input).status);
+    }
+    EXPECT_EQ(decoded(leveled_name(edited)), decoded(leveled_name(tagged)));
+    EXPECT_EQ(128000U, decoded(leveled_name(tagged)).size());
+    TagLib::MP4::File file(leveled_name(tagged).c_str());
+    EXPECT_THAT(file.tag()->item(kName).toStringList().toString().to8Bit(),
+                HasSubstr(" 00000000 00000400 00000000 000000000001F400 "));
 }
 
 TEST(OddFiles, WhatOneLibraryCannotOpenGoesToTheOther) {

@@ -45,9 +45,12 @@ TEST(Id3v2, OnlyGainFramesGoWhateverTheVersion) {
     const std::string gain = "\0replaygain_track_gain\0-3"s;
     const std::string wide = "\1\xFF\xFER\0E\0P\0L\0A\0Y\0G\0A\0I\0N\0_\0X\0\0\0-\0"s;
     const std::string text = "\0"s + std::string(199, 't');  // its size differs in both versions
-    const std::string gain3 = frame("TXXX", plain, gain) + frame("TXXX", plain, wide);
+    const std::string trim = "\0engiTunSMPB\0 00000000 00000210"s;  // of the old encoder
+    const std::string note = "\0engA comment\0iTunSMPB"s;
+    const std::string gain3 =
+        frame("TXXX", plain, gain) + frame("TXXX", plain, wide) + frame("COMM", plain, trim);
     const std::string gain4 = frame("TXXX", synchsafe, gain) + frame("RVA2", synchsafe, wide);
-    const std::string title3 = frame("TIT2", plain, text);
+    const std::string title3 = frame("TIT2", plain, text) + frame("COMM", plain, note);
     // Read as a size of version 2.4, this one ends on a zero, as if the padding began there.
     const std::string zeros3 = frame("PRIV", plain, std::string(300, '\0'));
     const std::string title4 =
