@@ -31,6 +31,12 @@ double triangular(std::uint64_t random) {
     return (first - second) / kHalf;
 }
 
+/** floor, without a call into the library, for what is not far under the least sample. */
+double rounded_down(double steps) {
+    constexpr long long kUp = 1 << 16;  // what is cut off towards 0 is then cut off downwards
+    return static_cast<double>(static_cast<long long>(steps + kUp) - kUp);
+}
+
 }  // namespace
 
 int dithered_bits(int format) {
@@ -68,15 +74,15 @@ void Dither::follow_silence(const double* frame) {
     }
 }
 
-void Dither::write_frame(const double* frame, std::vector<std::int16_t>& out) {
+void Dither::write_frame(const double* frame, std::int16_t* to) {
     for (std::size_t i = 0; i < channels_.size(); ++i) {
         const Channel& channel = channels_[i];
         const double steps = frame[i] * full_scale_;
-        const bool silent = given_ < channel.silent_end && std::floor(steps + 0.5) == 0;
+        const bool silent = given_ < channel.silent_end && rounded_down(steps + 0.5) == 0;
         const double noise = silent ? 0 : triangular(mixed(channel.key + given_));
         const double rounded =
-            std::clamp(std::floor(steps + noise + 0.5), -full_scale_, full_scale_ - 1);
-        out.push_back(static_cast<std::int16_t>(static_cast<int>(rounded) * (1 << shift_)));
+            rounded_down(std::clamp(steps + noise + 0.5, -full_scale_, full_scale_ - 1));
+        to[i] = static_cast<std::int16_t>(static_cast<int>(rounded) * (1 << shift_));
     }
     ++given_;
 }
@@ -87,21 +93,27 @@ void Dither::process(const double* samples,
                      std::vector<std::int16_t>& out) {
     const std::size_t channels = channels_.size();
     waiting_.insert(waiting_.end(), samples, samples + frames * channels);
+    const std::size_t begin = out.size();
+    out.resize(begin + waiting_.size());
     std::size_t written = 0;
     for (std::size_t frame = 0; frame < frames; ++frame) {
         follow_silence(source + frame * channels);
         if (taken_ >= given_ + silence_frames_) {
-            write_frame(waiting_.data() + written * channels, out);
+            write_frame(waiting_.data() + written * channels,
+                        out.data() + begin + written * channels);
             ++written;
         }
     }
+    out.resize(begin + written * channels);
     waiting_.erase(waiting_.begin(),
                    waiting_.begin() + static_cast<std::ptrdiff_t>(written * channels));
 }
 
 void Dither::finish(std::vector<std::int16_t>& out) {
+    const std::size_t begin = out.size();
+    out.resize(begin + waiting_.size());
     for (std::size_t at = 0; at < waiting_.size(); at += channels_.size()) {
-        write_frame(waiting_.data() + at, out);
+        write_frame(waiting_.data() + at, out.data() + begin + at);
     }
     waiting_.clear();
 }

@@ -57,7 +57,7 @@ class Dither {
     };
 
     void follow_silence(const double* frame);
-    void write_frame(const double* frame, std::vector<std::int16_t>& out);
+    void write_frame(const double* frame, std::int16_t* to);
 
     std::vector<Channel> channels_;
     double full_scale_;  // in steps

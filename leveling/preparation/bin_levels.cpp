@@ -115,6 +115,8 @@ void LevelAnalyser::finish_bin() {
     levels_.low_db.push_back(static_cast<float>(level_of_power((low_[0] + low_[1]) / frames)));
     levels_.weighted_db.push_back(
         static_cast<float>(level_of_power((weighted_[0] + weighted_[1]) / frames)));
+    levels_.louder_db.push_back(
+        static_cast<float>(level_of_power(std::max(weighted_[0], weighted_[1]) / frames)));
     levels_.peak.push_back(static_cast<float>(std::sqrt(highest)));
     peak_ = std::max(peak_, std::sqrt(std::max(raw_highest_[0], raw_highest_[1])));
     speech_ = low_ = weighted_ = highest_ = raw_highest_ = Pair{0, 0};

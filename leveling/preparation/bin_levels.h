@@ -17,6 +17,7 @@ struct BinLevels {
     // K-weighted power (ITU-R BS.1770) behind the high-pass, of both channels together: what is
     // heard.
     std::vector<float> weighted_db;
+    std::vector<float> louder_db;  // the same of the louder channel alone: the level is set by it
     std::vector<float> peak;  // largest absolute sample of any channel behind the high-pass, linear
 
     long long count() const { return static_cast<long long>(speech_db.size()); }

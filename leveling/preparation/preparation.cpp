@@ -37,9 +37,15 @@ constexpr double kEngineHighPass_hz = 62.5;
 constexpr double kEngineHighPassQuality = 2.0 / 3;
 // Reverberation fills the gaps, so that turns differ less than the engine's 3.5 asks for.
 constexpr const char* kTolerance = "--segment-tolerance=2.5";
-constexpr double kCeiling_db = -1;  // the engine's
+// The engine's ceiling and target.
+constexpr double kCeiling_db = -1;
+constexpr double kTarget_db = -18;
+constexpr double kWordsAboveTarget_db = 1.2;  // without the gaps that the target counts
+constexpr int kLevelRounds = 3;               // peaks that are held take loudness away
 // How a recording is judged that has been leveled.
 constexpr double kAsEven_db = 0.1;
+constexpr double kEvenEnough_db = 1.5;  // what one voice does by itself
+constexpr long kLeastWords = 40;        // bins; with fewer there is no telling
 // The engine also evens out what one speaker says louder and softer, which is no fault.
 constexpr double kNatural_db = 1.0;
 constexpr double kEvenSpan_db = 2;
@@ -62,6 +68,12 @@ BinLevels levels_of(const std::string& path, const std::vector<Section>& high_pa
     LevelAnalyser analyser(file.info().channels, file.info().samplerate, high_pass_sections);
     stream::pump(file.source(), analyser, stream::kToTheEnd);
     return std::move(analyser.levels());
+}
+
+/** Whether somebody tunes the engine, whose curve it then is. The bit depth is no tuning. */
+bool sets_engine(const std::vector<std::string>& tuning) {
+    return std::any_of(tuning.begin(), tuning.end(),
+                       [](const std::string& word) { return word.rfind("--bit-depth", 0) != 0; });
 }
 
 /** An options file may set it too; what it holds is the engine's to read. */
@@ -97,7 +109,10 @@ class Preparation {
     void write_copy();
     bool run_the_engine();
     void judge();
-    void judge_evenness(double target_db, bool is_as_even);
+    void judge_evenness(double target_db);
+    bool needs_no_engine();
+    std::vector<float> phrased() const;
+    double level_with(const std::vector<float>& gain_db) const;
     std::vector<double> pause_gains() const;
     int output_format() const;
     OutputFile open_output();
@@ -136,12 +151,17 @@ PreparedResult Preparation::go() {
         return result_;
     }
     choose_high_pass();
-    write_copy();
-    if (run_the_engine()) {
+    if (needs_no_engine()) {
+        result_.leveled = true;
+    } else {
+        write_copy();
+        if (!run_the_engine()) {
+            return result_;
+        }
         judge();
-        put_together();
-        result_.preparation = facts_;
     }
+    put_together();
+    result_.preparation = facts_;
     return result_;
 }
 
@@ -186,6 +206,7 @@ void Preparation::choose_high_pass() {
         high_pass_.insert(high_pass_.begin(), steep_.begin(), steep_.end());
         BinLevels without_lows = levels_of(run_.recording, high_pass_);
         levels_.weighted_db = std::move(without_lows.weighted_db);
+        levels_.louder_db = std::move(without_lows.louder_db);
         levels_.peak = std::move(without_lows.peak);
     }
 }
@@ -222,28 +243,69 @@ bool Preparation::run_the_engine() {
  */
 void Preparation::judge() {
     after_ = levels_of(leveled_copy_, {});
-    phrases_ = find_phrases(levels_.weighted_db, speech_, pauses_);
-    if (phrases_.phrases.empty()) {
+    if (phrases_.phrases.empty() || sets_engine(run_.tuning)) {
         return;
     }
-    facts_.background_under_speech_db = background_under(phrases_, levels_.weighted_db, pauses_);
     const Stretch whole{0, static_cast<long long>(after_.weighted_db.size())};
     const double target_db =
         speech_level(after_.weighted_db, std::vector<bool>(after_.weighted_db.size(), true), whole);
     curve_db_ = gain_curve(levels_, phrases_, pauses_, {target_db, kCeiling_db});
-    const std::vector<float> before = without_pauses(levels_.weighted_db, pauses_);
-    std::vector<float> phrased = without_pauses(curve_db_, pauses_);
-    std::transform(before.begin(), before.end(), phrased.begin(), phrased.begin(),
-                   [](float level_db, float gain_db) { return level_db + gain_db; });
-    const double engine = unevenness(after_.weighted_db);
-    if (unevenness(phrased) <= engine + kNatural_db) {
+    if (unevenness(phrased()) <= unevenness(after_.weighted_db) + kNatural_db) {
         way_ = Way::kPhrases;
     }
-    judge_evenness(target_db, unevenness(before) <= unevenness(phrased) + kAsEven_db);
+    judge_evenness(target_db);
+}
+
+/** The levels of the bins outside of pauses as one gain per phrase leaves them. */
+std::vector<float> Preparation::phrased() const {
+    const std::vector<float> before = without_pauses(levels_.weighted_db, pauses_);
+    std::vector<float> result = without_pauses(curve_db_, pauses_);
+    std::transform(before.begin(), before.end(), result.begin(), result.begin(),
+                   [](float level_db, float gain_db) { return level_db + gain_db; });
+    return result;
+}
+
+/**
+ * Whether one gain per phrase is so even that the engine could add nothing. Its level is then set
+ * on its words: as loud as the engine's target, in the channel where they are louder.
+ */
+bool Preparation::needs_no_engine() {
+    phrases_ = find_phrases(levels_.weighted_db, speech_, pauses_);
+    if (phrases_.phrases.empty()) {
+        return false;
+    }
+    facts_.background_under_speech_db = background_under(phrases_, levels_.weighted_db, pauses_);
+    const auto words = std::count(phrases_.words.begin(), phrases_.words.end(), true);
+    if (words < kLeastWords || !run_.tuning.empty()) {
+        return false;
+    }
+    constexpr double kWords_db = kTarget_db + kWordsAboveTarget_db;
+    double goal_db = kWords_db;
+    for (int round = 0; round < kLevelRounds; ++round) {
+        curve_db_ = gain_curve(levels_, phrases_, pauses_, {goal_db, kCeiling_db});
+        goal_db += kWords_db - level_with(curve_db_);
+    }
+    curve_db_ = gain_curve(levels_, phrases_, pauses_, {goal_db, kCeiling_db});
+    if (unevenness(phrased()) > kEvenEnough_db) {
+        return false;
+    }
+    way_ = Way::kPhrases;
+    judge_evenness(goal_db);
+    return true;
+}
+
+/** The level of the words behind a gain, of the louder channel of each bin, dB. */
+double Preparation::level_with(const std::vector<float>& gain_db) const {
+    std::vector<float> result = levels_.louder_db;
+    std::transform(result.begin(), result.end(), gain_db.begin(), result.begin(),
+                   [](float level_db, float gain) { return level_db + gain; });
+    return speech_level(result, phrases_.words, {0, levels_.count()});
 }
 
 /** Whether it was even before: then no gain that moves, and no filter, makes it better. */
-void Preparation::judge_evenness(double target_db, bool is_as_even) {
+void Preparation::judge_evenness(double target_db) {
+    const bool is_as_even = unevenness(without_pauses(levels_.weighted_db, pauses_)) <=
+                            unevenness(phrased()) + kAsEven_db;
     const double speech_db =
         speech_level(levels_.weighted_db, phrases_.words, {0, levels_.count()});
     const double room_db = kCeiling_db - level_of_amplitude(peak_);
@@ -283,6 +345,9 @@ std::vector<double> Preparation::pause_gains() const {
 int Preparation::output_format() const {
     const int format = run_.format != 0 ? run_.format : info_.format;
     // The engine has taken the depth from its options, which may be a file, and refused wrong ones.
+    if (leveled_copy_.empty()) {
+        return format;
+    }
     const int encoding = InputFile(leveled_copy_).info().format & SF_FORMAT_SUBMASK;
     return encoding == SF_FORMAT_FLOAT ? format : (format & ~SF_FORMAT_SUBMASK) | encoding;
 }
@@ -321,8 +386,10 @@ void Preparation::put_together() {
     } else {
         render_engine(out, progress);
     }
-    unlink(copy_.c_str());
-    unlink(leveled_copy_.c_str());
+    if (!copy_.empty()) {
+        unlink(copy_.c_str());
+        unlink(leveled_copy_.c_str());
+    }
 }
 
 void Preparation::render_engine(OutputFile& out,

@@ -35,7 +35,7 @@ void add_tone(std::vector<float>& levels_db, long long bins, float level_db) {
 }
 
 BinLevels bins_of(const std::vector<float>& levels_db, float peak = 0.01F) {
-    return {levels_db, std::vector<float>(levels_db.size(), -90), levels_db,
+    return {levels_db, std::vector<float>(levels_db.size(), -90), levels_db, levels_db,
             std::vector<float>(levels_db.size(), peak)};
 }
 
