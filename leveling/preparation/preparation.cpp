@@ -219,7 +219,7 @@ void Preparation::write_copy() {
 
 /** False where it finds nothing to level. */
 bool Preparation::run_the_engine() {
-    leveled_copy_ = run_.scratch + "/prepared-leveled.wav";
+    leveled_copy_ = run_.scratch + "/leveled-copy.wav";
     cli::EngineRun engine{copy_, leveled_copy_, run_.scratch, run_.tuning};
     if (!sets_tolerance(run_.tuning)) {
         engine.tuning.emplace_back(kTolerance);
