@@ -54,7 +54,7 @@ struct Defect {
 };
 
 /** Keeps the first defect of a run; one of the kind kNone only until another comes. */
-void note_defect(const Defect& defect);
+void note_defect(const Defect& noted);
 
 /** The first that was noted; its kind is kNone when none was. */
 const Defect& first_defect();

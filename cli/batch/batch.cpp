@@ -299,7 +299,7 @@ void Batch::collect() {
 // not to wait for it.
 void Batch::begin_to_finish(Running& running) {
     const auto work = [this, worker = running.worker.get()] {
-        const FileFacts facts = worker->finish();
+        FileFacts facts = worker->finish();
         wake();
         return facts;
     };

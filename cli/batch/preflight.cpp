@@ -175,6 +175,7 @@ void probe_some(const Settings& settings,
                 Keep keep,
                 std::vector<double>& seconds) {
     std::vector<Job> jobs;
+    jobs.reserve(places.size());
     for (const std::size_t place : places) {
         jobs.push_back(look_of(settings, files[place]));
     }

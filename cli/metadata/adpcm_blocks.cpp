@@ -187,8 +187,8 @@ class Checker {
         const double distance =
             (static_cast<double>(next) - static_cast<double>(at)) / static_cast<double>(bytes_);
         const double by_distance = std::max(holds_change ? 0.0 : 1.0, std::round(distance));
-        const auto follow = static_cast<double>((end_ - next) / bytes_);
-        const double by_count = static_cast<double>(blocks_ - count_) - follow;
+        const std::uint64_t follow = (end_ - next) / bytes_;  // whole blocks
+        const double by_count = static_cast<double>(blocks_ - count_) - static_cast<double>(follow);
         const bool counts =
             holds_change && by_count >= 0 && std::abs(by_count - by_distance) <= kNear;
         return static_cast<std::uint64_t>(counts ? by_count : by_distance);

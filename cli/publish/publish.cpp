@@ -357,7 +357,7 @@ Published Publisher::search(const std::string& to, const Encode& encode) {
     std::optional<Best> best;
     solve();
     for (int deliveries = 1;; ++deliveries) {
-        const Published result = deliver(to, encode);
+        Published result = deliver(to, encode);
         if (delivered(result)) {
             return result;
         }

@@ -54,6 +54,8 @@ class StagedOutput : public OutputPart {
     /** Makes the destination's folder and the hidden file. Throws std::system_error. */
     explicit StagedOutput(const std::string& destination);
     ~StagedOutput();
+    StagedOutput(const StagedOutput&) = delete;
+    StagedOutput& operator=(const StagedOutput&) = delete;
 
     /**
      * True while the hidden name leads to the file that was made, which no other name leads to.

@@ -43,9 +43,11 @@ struct Words {
     QT_TRANSLATE_NOOP("Cause", "has no sound"),
     QT_TRANSLATE_NOOP("Cause", "its sound cannot be decoded"),
     QT_TRANSLATE_NOOP("Cause", "it is damaged"),
+    // NOLINTBEGIN(bugprone-suspicious-missing-comma): one sentence in two lines
     QT_TRANSLATE_NOOP("Cause",
                       "it was changed while it was read, so nothing was written; give the same "
                       "command again once it is complete"),
+    // NOLINTEND(bugprone-suspicious-missing-comma)
     QT_TRANSLATE_NOOP("Cause", "Permission denied"),
     QT_TRANSLATE_NOOP("Cause", "No space left on device"),
     QT_TRANSLATE_NOOP("Cause", "Insufficient disk space for temporary files."),
