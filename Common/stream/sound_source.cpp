@@ -78,7 +78,8 @@ long long SoundSource::pass_on(long long count, const std::string& problem) {
         failure_(handle_, path_);
     }
     position_ += count;
-    // What is not thrown has to be noted: the frames in front of a read error look like a short file.
+    // What is not thrown has to be noted: the frames in front of a read error look like a short
+    // file.
     if (!problem.empty() || (!failure_ && count == 0)) {
         note_missing_frames(problem);
     }
