@@ -17,7 +17,7 @@
 #include <utility>
 #include <vector>
 
-#include "cli/archive/shards.h"
+#include "leveling/archive/shards.h"
 
 namespace {
 
@@ -119,14 +119,14 @@ int main(int argc, char** argv) {
 
     std::mt19937_64 random(1);
     std::lognormal_distribution<double> length_h(-0.693, 0.8);
-    std::vector<cli::ShardItem> items;
+    std::vector<quorvane::ShardItem> items;
     for (double all = 0; all < hours;) {
         const double length = length_h(random);
         items.push_back({fmt::format("{:09}", items.size()),
                          static_cast<std::int64_t>(length * kBytesPerHour)});
         all += length;
     }
-    const std::vector<std::size_t> shard_of = cli::cut_shards(items, count);
+    const std::vector<std::size_t> shard_of = quorvane::cut_shards(items, count);
     std::vector<std::vector<double>> shards(count);
     double work_s = 0;
     for (std::size_t i = 0; i < items.size(); ++i) {

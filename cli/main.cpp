@@ -7,11 +7,11 @@
 #include <malloc.h>
 #endif
 
-#include "cli/batch/batch_command.h"
-#include "cli/batch/merge_command.h"
-#include "cli/engine/engine_command.h"
-#include "cli/worker/job.h"
-#include "cli/worker/worker.h"
+#include "cli/commands/batch_command.h"
+#include "cli/commands/engine_command.h"
+#include "cli/commands/merge_command.h"
+#include "leveling/worker/job.h"
+#include "leveling/worker/worker.h"
 
 namespace {
 
@@ -58,12 +58,12 @@ void return_large_arrays() {
 int main(int argc, char** argv) {
     keep_standard_numbers_taken();
     return_large_arrays();
-    if (argc == 2 && std::strcmp(argv[1], cli::kWorkerWord) == 0) {
-        return cli::worker_main();
+    if (argc == 2 && std::strcmp(argv[1], quorvane::kWorkerWord) == 0) {
+        return quorvane::worker_main();
     }
-    if (argc > 1 && std::strcmp(argv[1], cli::kMergeWord) == 0) {
-        return cli::merge_main(argc, argv);
+    if (argc > 1 && std::strcmp(argv[1], quorvane::kMergeWord) == 0) {
+        return quorvane::merge_main(argc, argv);
     }
     return names_engine_input(argc, argv) ? run_engine_command(argc, argv)
-                                          : cli::batch_main(argc, argv);
+                                          : quorvane::batch_main(argc, argv);
 }

@@ -12,14 +12,14 @@
 #include <vector>
 
 #include "Common/version.h"
-#include "cli/worker/job.h"
-#include "cli/worker/worker.h"
 #include "desktop/intake/paths.h"
 #include "desktop/system/appearance.h"
 #include "desktop/system/end_signals.h"
 #include "desktop/system/names.h"
 #include "desktop/system/single_instance.h"
 #include "desktop/view/main_window.h"
+#include "leveling/worker/job.h"
+#include "leveling/worker/worker.h"
 
 namespace {
 
@@ -100,8 +100,8 @@ int show_window(int argc, char** argv) {
 
 int main(int argc, char** argv) {
     // The batch starts its workers from this very program. They have no window and load no theme.
-    if (argc == 2 && std::strcmp(argv[1], cli::kWorkerWord) == 0) {
-        return cli::worker_main();
+    if (argc == 2 && std::strcmp(argv[1], quorvane::kWorkerWord) == 0) {
+        return quorvane::worker_main();
     }
     return show_window(argc, argv);
 }

@@ -6,8 +6,8 @@
 #include <boost/algorithm/string/replace.hpp>
 #include <vector>
 
-#include "cli/audio/audio_formats.h"
 #include "cli/options/option_table.h"
+#include "leveling/audio/audio_formats.h"
 
 /*
  * The completions offer for a path what the program takes: folders and audio files that can be
@@ -15,7 +15,7 @@
  * at the "=", which the function puts together again; zsh and fish do that by themselves.
  */
 
-namespace cli {
+namespace quorvane {
 namespace {
 
 using boost::algorithm::replace_all_copy;
@@ -174,4 +174,4 @@ std::string fish_completion() {
     return text;
 }
 
-}  // namespace cli
+}  // namespace quorvane

@@ -2,7 +2,7 @@
 
 #include <string>
 
-namespace cli {
+namespace quorvane {
 
 /** The option table as the manual page's list and as the completions of three shells. */
 std::string man_options();
@@ -10,4 +10,4 @@ std::string bash_completion();
 std::string zsh_completion();
 std::string fish_completion();
 
-}  // namespace cli
+}  // namespace quorvane

@@ -1,14 +1,14 @@
 #include "cli/options/option_table.h"
 
 #include "Common/CommandLine.h"
-#include "cli/facts/destinations.h"
+#include "leveling/facts/destinations.h"
 
 /*
  * The rows of this program stand here; those of the engine come from the engine's own table, so
  * that a tuning option, its help and its default are written down once.
  */
 
-namespace cli {
+namespace quorvane {
 
 namespace {
 
@@ -182,4 +182,4 @@ std::vector<const char*> choices(Completion completion) {
     }
 }
 
-}  // namespace cli
+}  // namespace quorvane

@@ -8,7 +8,7 @@
  * and the completions of three shells have it. A test compares them.
  */
 
-namespace cli {
+namespace quorvane {
 
 enum class OptionGroup { Output, Work, Facts, Display, Tuning, Other };
 
@@ -37,4 +37,4 @@ const std::vector<OptionGroup>& option_groups();
 /** The words that a shell offers for a value, empty when there is no fixed list. */
 std::vector<const char*> choices(Completion completion);
 
-}  // namespace cli
+}  // namespace quorvane

@@ -11,8 +11,8 @@
 #include <thread>
 
 #include "Common/step/option_errors.h"
-#include "cli/facts/destinations.h"
 #include "cli/options/option_table.h"
+#include "leveling/facts/destinations.h"
 
 /*
  * Each option is a string to the parser, and what it means is checked here, so that a wrong value
@@ -20,7 +20,7 @@
  * resolved by a silent rule: a typing error must not cost a file.
  */
 
-namespace cli {
+namespace quorvane {
 namespace po = boost::program_options;
 
 namespace {
@@ -342,4 +342,4 @@ std::string help_text() {
     return out.str();
 }
 
-}  // namespace cli
+}  // namespace quorvane

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "cli/facts/run_facts.h"
+#include "leveling/facts/run_facts.h"
 
 /*
  * Settings are what was asked for, read once and checked for contradictions; nobody else looks at
@@ -13,7 +13,7 @@
  * which knows their types and says what is wrong with them.
  */
 
-namespace cli {
+namespace quorvane {
 
 /** As Settings::audio_stream: every one. */
 constexpr int kEveryAudioStream = -1;
@@ -81,4 +81,4 @@ Settings parse_command_line(int argc, const char* const* argv);
 
 std::string help_text();
 
-}  // namespace cli
+}  // namespace quorvane

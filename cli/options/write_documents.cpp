@@ -43,12 +43,12 @@ int main(int argc, char** argv) {
     page << in.rdbuf();
     std::string text = page.str();
     if (!fill_in(text, "@VERSION@", kVersion) ||
-        !fill_in(text, "@OPTIONS@\n", cli::man_options())) {
+        !fill_in(text, "@OPTIONS@\n", quorvane::man_options())) {
         fprintf(stderr, "write_documents: %s has no place for version or options\n", argv[1]);
         return 1;
     }
-    const bool written = write(argv[2], text) && write(argv[3], cli::bash_completion()) &&
-                         write(argv[4], cli::zsh_completion()) &&
-                         write(argv[5], cli::fish_completion());
+    const bool written = write(argv[2], text) && write(argv[3], quorvane::bash_completion()) &&
+                         write(argv[4], quorvane::zsh_completion()) &&
+                         write(argv[5], quorvane::fish_completion());
     return written ? 0 : 1;
 }

@@ -20,7 +20,7 @@
  * more than it wrote when the terminal became narrower meanwhile, and all below is wiped.
  */
 
-namespace cli {
+namespace quorvane {
 namespace {
 
 constexpr std::size_t kPlainColumns = 100;  // where there is no terminal
@@ -236,4 +236,4 @@ std::string bar_line(const Screen::Bar& bar, std::size_t columns, bool unicode) 
     return fit(name, name_columns) + " " + drawn_bar(fraction, bar_columns, unicode) + end;
 }
 
-}  // namespace cli
+}  // namespace quorvane

@@ -15,7 +15,7 @@
  * pipe.
  */
 
-namespace cli {
+namespace quorvane {
 
 /**
  * What the user sees of a run: lines that stay on the standard output, errors on the error stream,
@@ -83,4 +83,4 @@ class Screen {
 /** The bar's line in so many columns, never wider: name, bar, per cent, time left, as they fit. */
 std::string bar_line(const Screen::Bar& bar, std::size_t columns, bool unicode);
 
-}  // namespace cli
+}  // namespace quorvane

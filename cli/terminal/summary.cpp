@@ -11,9 +11,9 @@
 #include <optional>
 #include <utility>
 
-#include "cli/facts/file_error.h"
-#include "cli/facts/preparation_words.h"
 #include "cli/terminal/terminal_text.h"
+#include "leveling/facts/file_error.h"
+#include "leveling/facts/preparation_words.h"
 
 /*
  * The table takes the width it is given: its columns shrink from pairs with air to pairs without,
@@ -21,7 +21,7 @@
  * least.
  */
 
-namespace cli {
+namespace quorvane {
 namespace {
 
 // Widths, in columns of the terminal.
@@ -426,4 +426,4 @@ void print_unsupported(const std::vector<std::filesystem::path>& files, Screen& 
                             files.size() == 1 ? "" : "s", names));
 }
 
-}  // namespace cli
+}  // namespace quorvane

@@ -4,16 +4,16 @@
 #include <string>
 #include <vector>
 
-#include "cli/facts/facts_list.h"
-#include "cli/facts/run_facts.h"
 #include "cli/terminal/screen.h"
+#include "leveling/facts/facts_list.h"
+#include "leveling/facts/run_facts.h"
 
 /*
  * What a run has to say in words: a line for each file as it ends, the table of loudness, and the
  * counts with the notes. Every name that came from outside goes through printable().
  */
 
-namespace cli {
+namespace quorvane {
 
 /** "-18.4"; a silence is "-inf". */
 std::string decimal(double value);
@@ -60,4 +60,4 @@ void print_earlier(const FactsList& files, Screen& screen);
 /** "2 files not supported: a.flv, b.amr"; nothing for none. */
 void print_unsupported(const std::vector<std::filesystem::path>& files, Screen& screen);
 
-}  // namespace cli
+}  // namespace quorvane

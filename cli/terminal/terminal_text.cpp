@@ -15,7 +15,7 @@
  * than it is.
  */
 
-namespace cli {
+namespace quorvane {
 namespace {
 
 struct Glyph {
@@ -124,4 +124,4 @@ std::string clock_text(double seconds) {
     return fmt::format("{}:{:02}", total / 60, total % 60);
 }
 
-}  // namespace cli
+}  // namespace quorvane

@@ -2,7 +2,7 @@
 
 #include <string>
 
-namespace cli {
+namespace quorvane {
 
 /** Columns that the text takes on a terminal (UTF-8; wide characters count 2). */
 std::size_t display_width(const std::string& text);
@@ -19,4 +19,4 @@ std::string fit(const std::string& text, std::size_t columns);
 /** "0:07", "12:34", "1:02:03". */
 std::string clock_text(double seconds);
 
-}  // namespace cli
+}  // namespace quorvane

@@ -7,11 +7,11 @@
 #include <filesystem>
 #include <stdexcept>
 
-#include "cli/archive/up_to_date.h"
-#include "cli/inputs/file_kind.h"
-#include "cli/inputs/find_files.h"
-#include "cli/inputs/plan.h"
 #include "cli/options/settings.h"
+#include "leveling/archive/up_to_date.h"
+#include "leveling/inputs/file_kind.h"
+#include "leveling/inputs/find_files.h"
+#include "leveling/inputs/plan.h"
 
 namespace desktop {
 namespace fs = std::filesystem;
@@ -19,7 +19,7 @@ namespace fs = std::filesystem;
 namespace {
 
 /** The command line's settings for the paths; --force, as the window asks about what exists. */
-cli::Settings settings_for(const std::vector<std::string>& paths, const std::string& folder) {
+quorvane::Settings settings_for(const std::vector<std::string>& paths, const std::string& folder) {
     std::vector<const char*> words = {"quorvane", "--force"};
     if (!folder.empty()) {
         words.insert(words.end(), {"--output-dir", folder.c_str()});
@@ -28,7 +28,7 @@ cli::Settings settings_for(const std::vector<std::string>& paths, const std::str
     for (const std::string& path : paths) {
         words.push_back(path.c_str());
     }
-    return cli::parse_command_line(static_cast<int>(words.size()), words.data());
+    return quorvane::parse_command_line(static_cast<int>(words.size()), words.data());
 }
 
 /**
@@ -38,20 +38,20 @@ cli::Settings settings_for(const std::vector<std::string>& paths, const std::str
  * crash without harm.
  */
 bool worth_a_row(const fs::path& path) {
-    return cli::file_kind(path) != cli::FileKind::Other;
+    return quorvane::file_kind(path) != quorvane::FileKind::Other;
 }
 
-void look_at_output(cli::UpToDate& up_to_date, DropFile& file) {
+void look_at_output(quorvane::UpToDate& up_to_date, DropFile& file) {
     std::error_code error;
     if (!fs::exists(fs::symlink_status(file.output, error))) {
         return;
     }
-    const cli::Judgement judgement = up_to_date.judge(file.input, file.output);
+    const quorvane::Judgement judgement = up_to_date.judge(file.input, file.output);
     file.existing = Existing::Other;
-    if (judgement.standing == cli::Standing::UpToDate) {
+    if (judgement.standing == quorvane::Standing::UpToDate) {
         file.existing = Existing::UpToDate;
-        file.facts =
-            std::make_shared<cli::FileFacts>(cli::facts_of(judgement, file.input, file.output));
+        file.facts = std::make_shared<quorvane::FileFacts>(
+            quorvane::facts_of(judgement, file.input, file.output));
     }
 }
 
@@ -74,24 +74,24 @@ bool can_write_in(const fs::path& folder) {
  * The outputs of all files at once; where that is refused, of each by itself, so that one file's
  * trouble stays its own.
  */
-std::vector<cli::PlannedFile> outputs_of(const cli::Settings& settings,
-                                         const std::vector<cli::FoundFile>& files,
-                                         std::vector<DropFile>& refused) {
+std::vector<quorvane::PlannedFile> outputs_of(const quorvane::Settings& settings,
+                                              const std::vector<quorvane::FoundFile>& files,
+                                              std::vector<DropFile>& refused) {
     try {
-        auto plan = cli::plan_outputs(settings, files);
+        auto plan = quorvane::plan_outputs(settings, files);
         const bool clash = std::any_of(
             plan.begin(), plan.end(), [](const auto& planned) { return !planned.problem.empty(); });
         if (!clash) {
             return plan;
         }
-    } catch (const cli::UsageError&) {  // NOLINT(bugprone-empty-catch): each by itself, then
+    } catch (const quorvane::UsageError&) {  // NOLINT(bugprone-empty-catch): each by itself, then
     }
-    std::vector<cli::PlannedFile> plan;
-    for (const cli::FoundFile& file : files) {
+    std::vector<quorvane::PlannedFile> plan;
+    for (const quorvane::FoundFile& file : files) {
         try {
-            const auto one = cli::plan_outputs(settings, {file});
+            const auto one = quorvane::plan_outputs(settings, {file});
             plan.insert(plan.end(), one.begin(), one.end());
-        } catch (const cli::UsageError& error) {
+        } catch (const quorvane::UsageError& error) {
             refused.push_back({file.path, "", Existing::Nothing, error.what(), ""});
         }
     }
@@ -111,20 +111,20 @@ void find_locked_folders(DropPlan& plan) {
 }  // namespace
 
 DropPlan plan_drop(const std::vector<std::string>& paths, const std::string& output_folder) {
-    const cli::Settings settings = settings_for(paths, output_folder);
-    cli::FoundFiles found = cli::find_files(settings.paths, {settings.suffix, ""});
+    const quorvane::Settings settings = settings_for(paths, output_folder);
+    quorvane::FoundFiles found = quorvane::find_files(settings.paths, {settings.suffix, ""});
     DropPlan plan;
-    std::vector<cli::FoundFile> inputs;
-    for (const cli::FoundFile& file : found.files) {
+    std::vector<quorvane::FoundFile> inputs;
+    for (const quorvane::FoundFile& file : found.files) {
         if (worth_a_row(file.path)) {
             inputs.push_back(file);
         } else {
             plan.not_audio.push_back(file.path);
         }
     }
-    cli::UpToDate up_to_date(cli::options_key(settings.tuning, settings.measure));
+    quorvane::UpToDate up_to_date(quorvane::options_key(settings.tuning, settings.measure));
     std::set<std::string> taken;
-    for (const cli::PlannedFile& planned : outputs_of(settings, inputs, plan.files)) {
+    for (const quorvane::PlannedFile& planned : outputs_of(settings, inputs, plan.files)) {
         DropFile file{planned.input, planned.output, Existing::Nothing, "", planned.skip};
         // Recordings of one name from several folders meet where the outputs go to one folder.
         if (!taken.insert(file.output).second) {
@@ -139,7 +139,7 @@ DropPlan plan_drop(const std::vector<std::string>& paths, const std::string& out
     for (const fs::path& path : found.unsupported) {
         plan.files.push_back({path.string(), "", Existing::Nothing, "", "not supported"});
     }
-    for (const cli::SearchProblem& problem : found.problems) {
+    for (const quorvane::SearchProblem& problem : found.problems) {
         plan.files.push_back({problem.path, "", Existing::Nothing, problem.cause, ""});
     }
     find_locked_folders(plan);

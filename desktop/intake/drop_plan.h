@@ -6,14 +6,14 @@
 #include <string>
 #include <vector>
 
-#include "cli/facts/run_facts.h"
+#include "leveling/facts/run_facts.h"
 
 namespace desktop {
 
 /** How an input's output stands before anything is done. */
 enum class Existing {
     Nothing,   // there is no output yet
-    UpToDate,  // whole, and made from this input as a drop makes it now: see cli/archive
+    UpToDate,  // whole, and made from this input as a drop makes it now: see leveling/archive
     Other      // something else, or made from another state of the input or with other options
 };
 
@@ -24,7 +24,7 @@ struct DropFile {
     Existing existing = Existing::Nothing;
     std::string failure;  // why nothing can be done with it; empty: it can
     std::string passed;   // why it is passed over on purpose; empty: it is not
-    std::shared_ptr<cli::FileFacts> facts = {};  // of UpToDate: found out when it was made
+    std::shared_ptr<quorvane::FileFacts> facts = {};  // of UpToDate: found out when it was made
 };
 
 /** What a drop comes to. */

@@ -136,7 +136,7 @@ void FileList::set_fraction(Id id, double fraction) {
     }
 }
 
-void FileList::set_finished(Id id, const cli::FileFacts& facts) {
+void FileList::set_finished(Id id, const quorvane::FileFacts& facts) {
     if (Row* row = change(id)) {
         row->state = State::Finished;
         row->facts = facts;

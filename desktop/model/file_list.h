@@ -54,7 +54,7 @@ class FileList : public QAbstractListModel {
     void restart(Id id, const std::string& output);
     void set_running(Id id);
     void set_fraction(Id id, double fraction);
-    void set_finished(Id id, const cli::FileFacts& facts);
+    void set_finished(Id id, const quorvane::FileFacts& facts);
 
   private:
     struct Entry {

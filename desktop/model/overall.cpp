@@ -16,7 +16,7 @@ void Overall::add(double weight) {
     ++files_;
 }
 
-void Overall::add_finished(cli::Outcome outcome) {
+void Overall::add_finished(quorvane::Outcome outcome) {
     ++files_;
     counts_.add(outcome);
 }
@@ -25,7 +25,7 @@ void Overall::progressed(double weight, double from, double to) {
     done_weight_ += weight * (to - from);
 }
 
-void Overall::finished(double weight, double from, cli::Outcome outcome) {
+void Overall::finished(double weight, double from, quorvane::Outcome outcome) {
     progressed(weight, from, 1);
     counts_.add(outcome);
 }

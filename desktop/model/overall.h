@@ -21,11 +21,11 @@ class Overall {
     void add(double weight);
 
     /** A file that is at its end without any work: it weighs nothing, but it is told. */
-    void add_finished(cli::Outcome outcome);
+    void add_finished(quorvane::Outcome outcome);
 
     /** The file's share went from one fraction to another. */
     void progressed(double weight, double from, double to);
-    void finished(double weight, double from, cli::Outcome outcome);
+    void finished(double weight, double from, quorvane::Outcome outcome);
 
     double fraction() const { return all_weight_ > 0 ? done_weight_ / all_weight_ : 0; }
 

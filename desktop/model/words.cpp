@@ -17,7 +17,7 @@
 namespace desktop {
 namespace {
 
-using cli::Outcome;
+using quorvane::Outcome;
 
 /** The texts of this file stand in one context of the translations. */
 struct Words {
@@ -56,7 +56,7 @@ struct Words {
 /**
  * A cause is told from the outside in, "cannot be read: Permission denied": each part by itself.
  */
-QString cause_text(const cli::FileFacts& facts) {
+QString cause_text(const quorvane::FileFacts& facts) {
     const QString colon = QStringLiteral(": ");
     QStringList parts = QString::fromStdString(facts.cause).split(colon);
     for (QString& part : parts) {
@@ -75,9 +75,9 @@ QString figure(double value) {
 }
 
 /** "−23.1 → −18.0", or one number where nothing was leveled; empty where nothing was measured. */
-QString from_to(const std::optional<cli::Loudness>& before,
-                const std::optional<cli::Loudness>& after,
-                double cli::Loudness::*field) {
+QString from_to(const std::optional<quorvane::Loudness>& before,
+                const std::optional<quorvane::Loudness>& after,
+                double quorvane::Loudness::*field) {
     if (!before) {
         return {};
     }
@@ -91,7 +91,7 @@ QString begun(const QString& words) {
 }
 
 /** One line, for the row: the rest of the notes stands in the tool tip. */
-QString finished_text(const cli::FileFacts& facts) {
+QString finished_text(const quorvane::FileFacts& facts) {
     const QString cause = cause_text(facts);
     switch (facts.outcome) {
         case Outcome::Leveled:
@@ -137,12 +137,12 @@ QString state_text(const Row& row) {
 
 QString loudness_text(const Row& row) {
     const QString text =
-        from_to(row.facts.before, row.facts.after, &cli::Loudness::integrated_lufs);
+        from_to(row.facts.before, row.facts.after, &quorvane::Loudness::integrated_lufs);
     return text.isEmpty() ? text : text + QStringLiteral(" LUFS");
 }
 
 QString range_text(const Row& row) {
-    const QString text = from_to(row.facts.before, row.facts.after, &cli::Loudness::range_lu);
+    const QString text = from_to(row.facts.before, row.facts.after, &quorvane::Loudness::range_lu);
     return text.isEmpty() ? text : Words::tr("Range %1 LU").arg(text);
 }
 

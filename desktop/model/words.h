@@ -36,7 +36,7 @@ struct Counts {
     int failed = 0;
     int cancelled = 0;
 
-    void add(cli::Outcome outcome);
+    void add(quorvane::Outcome outcome);
 
     int all() const { return leveled + copied + up_to_date + skipped + failed + cancelled; }
 };

@@ -11,7 +11,7 @@
 
 namespace desktop {
 
-using cli::Outcome;
+using quorvane::Outcome;
 
 namespace {
 
@@ -102,7 +102,7 @@ void Session::accept(const Accepted& accepted) {
 
 /** A row that is at its end without any work: the batch never hears of the file. */
 void Session::finish_unworked(FileList::Id id, Outcome outcome, const std::string& cause) {
-    cli::FileFacts facts;
+    quorvane::FileFacts facts;
     facts.input = files_.row(id)->input;
     facts.output = files_.row(id)->output;
     facts.outcome = outcome;
@@ -130,7 +130,7 @@ void Session::show_progress() {
     Q_EMIT changed();
 }
 
-void Session::on_finished(FileList::Id id, const cli::FileFacts& facts) {
+void Session::on_finished(FileList::Id id, const quorvane::FileFacts& facts) {
     progress_.erase(id);  // its whole share is counted here
     if (const Row* row = files_.row(id)) {
         overall_.finished(row->weight, row->fraction, facts.outcome);

@@ -75,10 +75,10 @@ class Session : public QObject {
     void on_accepted(const std::vector<Accepted>& files);
     void accept(const Accepted& accepted);
     FileList::Id place(const DropFile& file);
-    void finish_unworked(FileList::Id id, cli::Outcome outcome, const std::string& cause);
+    void finish_unworked(FileList::Id id, quorvane::Outcome outcome, const std::string& cause);
     void on_progressed(FileList::Id id, double fraction);
     void show_progress();
-    void on_finished(FileList::Id id, const cli::FileFacts& facts);
+    void on_finished(FileList::Id id, const quorvane::FileFacts& facts);
     void on_ended();
     void begin_if_idle();
 

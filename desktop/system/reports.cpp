@@ -6,11 +6,11 @@
 #include <QStandardPaths>
 #include <system_error>
 
-#include "cli/report/report.h"
+#include "leveling/report/report.h"
 
 namespace desktop {
 
-std::string write_cached_report(const std::vector<cli::FileFacts>& files) {
+std::string write_cached_report(const std::vector<quorvane::FileFacts>& files) {
     // A browser may have one open still; nobody looks for last month's in a cache.
     constexpr int kDaysKept = 30;
     const QDir reports(QStandardPaths::writableLocation(QStandardPaths::CacheLocation) +
@@ -27,7 +27,7 @@ std::string write_cached_report(const std::vector<cli::FileFacts>& files) {
     if (!QDir().mkpath(folder)) {
         throw std::system_error(errno, std::generic_category(), folder.toStdString());
     }
-    return cli::write_report(folder.toStdString(), files);
+    return quorvane::write_report(folder.toStdString(), files);
 }
 
 }  // namespace desktop

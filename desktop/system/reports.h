@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "cli/facts/run_facts.h"
+#include "leveling/facts/run_facts.h"
 
 namespace desktop {
 
@@ -11,6 +11,6 @@ namespace desktop {
  * Writes the HTML report about the files to a place of its own in the user's cache and returns the
  * page to open. Throws std::exception.
  */
-std::string write_cached_report(const std::vector<cli::FileFacts>& files);
+std::string write_cached_report(const std::vector<quorvane::FileFacts>& files);
 
 }  // namespace desktop

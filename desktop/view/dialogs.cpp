@@ -5,8 +5,8 @@
 #include <QFileDialog>
 #include <QPushButton>
 
-#include "cli/inputs/file_kind.h"
 #include "desktop/intake/paths.h"
+#include "leveling/inputs/file_kind.h"
 
 namespace desktop {
 namespace {
@@ -29,7 +29,7 @@ std::vector<std::string> local_paths(const QStringList& names) {
 /** Names are all that a file dialog can choose by; "All files" is for the rest. */
 QString audio_filter() {
     QStringList patterns;
-    for (const std::string& extension : cli::wanted_extensions()) {
+    for (const std::string& extension : quorvane::wanted_extensions()) {
         patterns.append(QStringLiteral("*.") + QString::fromStdString(extension));
         // Recorders write TALK.WAV, and a dialog may tell cases apart.
         patterns.append(patterns.last().toUpper());

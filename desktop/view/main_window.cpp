@@ -448,7 +448,7 @@ void MainWindow::on_row_button(FileList::Id id) {
 }
 
 void MainWindow::report() {
-    std::vector<cli::FileFacts> facts;
+    std::vector<quorvane::FileFacts> facts;
     const std::vector<FileList::Id> ids = chosen();
     FileList& files = session_.files();
     // Of the selected files, or of all: those that were measured, in the list's order.

@@ -107,10 +107,11 @@ void paint_ring_of(QPainter& painter, const Row& row, const QRect& place, const 
         return;
     }
     // Cancelled is no failure: a cross in a pale ring, without the alarming color.
-    const bool cancelled = row.facts.outcome == cli::Outcome::Interrupted;
-    const QColor color = row.failed()                                 ? failure_color(palette)
-                         : row.facts.outcome == cli::Outcome::Leveled ? done
-                                                                      : soft_text_color(palette);
+    const bool cancelled = row.facts.outcome == quorvane::Outcome::Interrupted;
+    const QColor color = row.failed() ? failure_color(palette)
+                         : row.facts.outcome == quorvane::Outcome::Leveled
+                             ? done
+                             : soft_text_color(palette);
     paint_ring(painter, place, kRingWidth, 1, track, cancelled ? track : color);
     paint_mark(painter, place, row.failed() || cancelled ? Mark::Cross : Mark::Check, 2.5, color);
 }

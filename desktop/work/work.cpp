@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "cli/options/settings.h"
-#include "cli/storage/scratch.h"
+#include "leveling/storage/scratch.h"
 
 /*
  * The command line's batch on a thread of its own, for as long as there is something to do. Between
@@ -21,9 +21,9 @@ namespace {
 constexpr auto kLongestCleanUp = std::chrono::seconds(5);
 
 /** What the command line takes when nothing is said. */
-cli::Settings usual_settings() {
+quorvane::Settings usual_settings() {
     const char* const words[] = {"quorvane", "--", "."};
-    return cli::parse_command_line(3, words);
+    return quorvane::parse_command_line(3, words);
 }
 
 }  // namespace
@@ -35,7 +35,7 @@ cli::Settings usual_settings() {
  * translate between the two. Only the main thread touches them; the batch's thread posts its
  * numbers there as they are.
  */
-class Work::Run : public cli::BatchObserver {
+class Work::Run : public quorvane::BatchObserver {
   public:
     explicit Run(Work& work) : Run(work, usual_settings()) {}
 
@@ -43,7 +43,7 @@ class Work::Run : public cli::BatchObserver {
         batch_.close();
         // Only where it was told to stop: a run that ends by itself may take as long as it needs.
         if (ended_.wait_for(kLongestCleanUp) != std::future_status::ready && stopped_) {
-            batch_.stop(cli::Batch::Stop::Now);
+            batch_.stop(quorvane::Batch::Stop::Now);
         }
         thread_.join();
     }
@@ -72,7 +72,7 @@ class Work::Run : public cli::BatchObserver {
 
     void stop() {
         stopped_ = true;
-        batch_.stop(cli::Batch::Stop::CleanUp);
+        batch_.stop(quorvane::Batch::Stop::CleanUp);
     }
 
     bool all_finished() const { return unfinished_ == 0; }
@@ -86,7 +86,7 @@ class Work::Run : public cli::BatchObserver {
         on_main([this, index, fraction] { Q_EMIT work_.progressed(ids_[index], fraction); });
     }
 
-    void finished(std::size_t index, const cli::FileFacts& facts) override {
+    void finished(std::size_t index, const quorvane::FileFacts& facts) override {
         on_main([this, index, facts] {
             --unfinished_;
             Q_EMIT work_.finished(ids_[index], facts);
@@ -98,20 +98,20 @@ class Work::Run : public cli::BatchObserver {
 
   private:
     /** Each file says for itself whether its output may be replaced. */
-    static cli::JobOptions options_of(const cli::Settings& settings) {
-        cli::JobOptions options;
+    static quorvane::JobOptions options_of(const quorvane::Settings& settings) {
+        quorvane::JobOptions options;
         options.tuning = settings.tuning;
         options.measure = settings.measure;
         options.keep_mtime = settings.keep_mtime;
         return options;
     }
 
-    Run(Work& work, const cli::Settings& settings)
+    Run(Work& work, const quorvane::Settings& settings)
         : work_(work), batch_(settings.jobs, options_of(settings), *this) {
         std::promise<void> ended;
         ended_ = ended.get_future();
         thread_ = std::thread([this, ended = std::move(ended)]() mutable {
-            cli::remove_stale_scratch_directories();
+            quorvane::remove_stale_scratch_directories();
             batch_.run();
             ended.set_value();
         });
@@ -129,7 +129,7 @@ class Work::Run : public cli::BatchObserver {
     std::unordered_map<std::size_t, std::size_t> index_of_;  // the last one of each id
     std::size_t unfinished_ = 0;
     bool stopped_ = false;
-    cli::Batch batch_;
+    quorvane::Batch batch_;
     std::thread thread_;
     std::future<void> ended_;
 };

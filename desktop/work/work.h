@@ -5,7 +5,7 @@
 #include <string>
 #include <thread>
 
-#include "cli/batch/batch.h"
+#include "leveling/batch/batch.h"
 
 namespace desktop {
 
@@ -24,7 +24,7 @@ class Work : public QObject {
     explicit Work(QObject* parent = nullptr);
     ~Work() override;  // stops what runs
 
-    using Existing = cli::Batch::Existing;
+    using Existing = quorvane::Batch::Existing;
 
     /** Queues a file. Throws std::runtime_error when no private directory can be made. */
     void add(std::size_t id,
@@ -43,7 +43,7 @@ class Work : public QObject {
   Q_SIGNALS:
     void started(std::size_t id);
     void progressed(std::size_t id, double fraction);
-    void finished(std::size_t id, const cli::FileFacts& facts);
+    void finished(std::size_t id, const quorvane::FileFacts& facts);
 
     /** The last file is finished. */
     void ended();

@@ -4,10 +4,10 @@
 #include <cmath>
 
 #include "Common/units.h"
-#include "cli/audio/portable_math.h"
+#include "leveling/audio/portable_math.h"
 #include "leveling/preparation/levels.h"
 
-namespace leveling {
+namespace quorvane {
 namespace {
 
 constexpr double kSpeechFrom_hz = 150;
@@ -23,7 +23,7 @@ Section head_shelf(int sample_rate_hz) {
     constexpr double kHigh = 1.584864701130855;    // 10^(3.999843853973347 / 20)
     constexpr double kMiddle = 1.258720930232562;  // that to the power of 0.4996667741545416
     const double turns = kCorner_hz / sample_rate_hz;
-    const double k = cli::portable_sin_pi(turns) / cli::portable_sin_pi(turns + 0.5);
+    const double k = quorvane::portable_sin_pi(turns) / quorvane::portable_sin_pi(turns + 0.5);
     const double a0 = 1 + k / kShelfQuality + k * k;
     return {(kHigh + kMiddle * k / kShelfQuality + k * k) / a0, 2 * (k * k - kHigh) / a0,
             (kHigh - kMiddle * k / kShelfQuality + k * k) / a0, 2 * (k * k - 1) / a0,
@@ -136,4 +136,4 @@ void LevelAnalyser::end() {
     }
 }
 
-}  // namespace leveling
+}  // namespace quorvane

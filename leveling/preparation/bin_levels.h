@@ -5,7 +5,7 @@
 #include "Common/stream/stream.h"
 #include "leveling/preparation/sections.h"
 
-namespace leveling {
+namespace quorvane {
 
 constexpr int kBin_ms = 50;  // the engine's bins
 constexpr double kBin_s = 0.05;
@@ -71,4 +71,4 @@ class LevelAnalyser : public stream::Receiver {
     BinLevels levels_;
 };
 
-}  // namespace leveling
+}  // namespace quorvane

@@ -6,7 +6,7 @@
 #include "Common/stream/sound_writer.h"
 #include "leveling/preparation/sound_files.h"
 
-namespace leveling {
+namespace quorvane {
 namespace {
 
 constexpr double kRiffLimit = 4.2e9;  // bytes; 32-bit sizes end at 2^32, the header needs some
@@ -80,4 +80,4 @@ void write_engine_copy(const std::string& recording,
     writer.end();
 }
 
-}  // namespace leveling
+}  // namespace quorvane

@@ -7,7 +7,7 @@
 #include "leveling/preparation/sections.h"
 #include "leveling/preparation/timeline.h"
 
-namespace leveling {
+namespace quorvane {
 
 /**
  * Writes what the engine gets of a recording: the frames that the timeline keeps, times a gain,
@@ -21,4 +21,4 @@ void write_engine_copy(const std::string& recording,
                        const std::string& to,
                        const std::function<void(double)>& progress);
 
-}  // namespace leveling
+}  // namespace quorvane

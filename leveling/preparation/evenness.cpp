@@ -6,7 +6,7 @@
 
 #include "leveling/preparation/levels.h"
 
-namespace leveling {
+namespace quorvane {
 namespace {
 
 constexpr std::size_t kNeighbourhood = 60;  // bins with speech: three seconds
@@ -116,7 +116,7 @@ double unevenness(const std::vector<float>& levels_db) {
     return count > 1 ? std::sqrt(std::max(0.0, squares / count - mean * mean)) : 0;
 }
 
-cli::Leveling leveling_of_phrases(const Phrases& phrases, const std::vector<float>& curve_db) {
+quorvane::Leveling leveling_of_phrases(const Phrases& phrases, const std::vector<float>& curve_db) {
     double sum = 0;
     double count = 0;
     for (std::size_t i = 0; i < curve_db.size(); ++i) {
@@ -124,7 +124,7 @@ cli::Leveling leveling_of_phrases(const Phrases& phrases, const std::vector<floa
         count += phrases.words[i] ? 1 : 0;
     }
     const double mean = count > 0 ? sum / count : 0;
-    cli::Leveling leveling;
+    quorvane::Leveling leveling;
     for (const Phrase& phrase : phrases.phrases) {
         const auto middle = static_cast<std::size_t>((phrase.bins.begin + phrase.bins.end) / 2);
         leveling.passages.push_back({static_cast<double>(phrase.bins.begin) * kBin_s,
@@ -143,20 +143,20 @@ cli::Leveling leveling_of_phrases(const Phrases& phrases, const std::vector<floa
     return leveling;
 }
 
-void move_to_recording(cli::Leveling& leveling, const Timeline& timeline, int sample_rate_hz) {
+void move_to_recording(quorvane::Leveling& leveling, const Timeline& timeline, int sample_rate_hz) {
     const double rate = sample_rate_hz;
     const auto moved = [&](double time_s) { return timeline.in_recording(time_s * rate) / rate; };
-    for (cli::Passage& passage : leveling.passages) {
+    for (quorvane::Passage& passage : leveling.passages) {
         passage.from_s = moved(passage.from_s);
         passage.to_s = moved(passage.to_s);
     }
-    cli::Curve& curve = leveling.gain_db;
+    quorvane::Curve& curve = leveling.gain_db;
     if (curve.values.empty()) {
         return;
     }
     // As many points over a longer time: each has the value of the copy's last point before it.
     const auto points = static_cast<double>(curve.values.size());
-    cli::Curve longer{static_cast<double>(timeline.frames()) / rate / points, {}};
+    quorvane::Curve longer{static_cast<double>(timeline.frames()) / rate / points, {}};
     std::size_t at = 0;
     for (std::size_t i = 0; i < curve.values.size(); ++i) {
         const double time_s = static_cast<double>(i) * longer.step_s;
@@ -169,4 +169,4 @@ void move_to_recording(cli::Leveling& leveling, const Timeline& timeline, int sa
     curve = longer;
 }
 
-}  // namespace leveling
+}  // namespace quorvane

@@ -2,11 +2,11 @@
 
 #include <vector>
 
-#include "cli/facts/run_facts.h"
+#include "leveling/facts/run_facts.h"
 #include "leveling/preparation/phrases.h"
 #include "leveling/preparation/timeline.h"
 
-namespace leveling {
+namespace quorvane {
 
 /** The gains that leveling gave to speech, in dB, from the levels before and after. */
 class SpeechGains {
@@ -57,9 +57,9 @@ std::vector<float> without_pauses(const std::vector<float>& levels_db,
  * What the results tell of a gain for each phrase: passages and a curve of at most 1,200 points,
  * both relative to the mean gain of the words.
  */
-cli::Leveling leveling_of_phrases(const Phrases& phrases, const std::vector<float>& curve_db);
+quorvane::Leveling leveling_of_phrases(const Phrases& phrases, const std::vector<float>& curve_db);
 
 /** Moves times and the curve of what was found in the copy to the recording's time. */
-void move_to_recording(cli::Leveling& leveling, const Timeline& timeline, int sample_rate_hz);
+void move_to_recording(quorvane::Leveling& leveling, const Timeline& timeline, int sample_rate_hz);
 
-}  // namespace leveling
+}  // namespace quorvane

@@ -6,7 +6,7 @@
 
 #include "leveling/preparation/levels.h"
 
-namespace leveling {
+namespace quorvane {
 namespace {
 
 constexpr double kMostAround_db = 24;  // of a phrase's gain from the middle one
@@ -204,4 +204,4 @@ std::vector<float> gain_curve(const BinLevels& levels,
     return curve.take();
 }
 
-}  // namespace leveling
+}  // namespace quorvane

@@ -5,7 +5,7 @@
 #include "leveling/preparation/bin_levels.h"
 #include "leveling/preparation/phrases.h"
 
-namespace leveling {
+namespace quorvane {
 
 /** What a gain curve is made for. */
 struct CurveGoal {
@@ -25,4 +25,4 @@ std::vector<float> gain_curve(const BinLevels& levels,
                               const std::vector<Stretch>& pauses,
                               const CurveGoal& goal);
 
-}  // namespace leveling
+}  // namespace quorvane

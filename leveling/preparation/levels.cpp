@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <cmath>
 
-#include "cli/audio/portable_math.h"
+#include "leveling/audio/portable_math.h"
 
-namespace leveling {
+namespace quorvane {
 namespace {
 
 constexpr double kLeastPower = 1e-20;
@@ -46,7 +46,7 @@ double level_of_amplitude(double amplitude) {
 }
 
 double power_of_level(double db) {
-    return cli::portable_amplitude(2 * db);
+    return quorvane::portable_amplitude(2 * db);
 }
 
-}  // namespace leveling
+}  // namespace quorvane

@@ -1,6 +1,6 @@
 #pragma once
 
-namespace leveling {
+namespace quorvane {
 
 /*
  * Levels that decisions are taken on. They come from additions, multiplications and divisions
@@ -18,4 +18,4 @@ double level_of_amplitude(double amplitude);
 /** The power of a level: 10^(db/10). */
 double power_of_level(double db);
 
-}  // namespace leveling
+}  // namespace quorvane

@@ -6,7 +6,7 @@
 
 #include "leveling/preparation/levels.h"
 
-namespace leveling {
+namespace quorvane {
 namespace {
 
 constexpr long long kHalfWindow = 10;  // bins: half a second to each side
@@ -142,4 +142,4 @@ std::vector<Stretch> find_pauses(const BinLevels& levels, const std::vector<bool
     return pauses;
 }
 
-}  // namespace leveling
+}  // namespace quorvane

@@ -4,7 +4,7 @@
 
 #include "leveling/preparation/bin_levels.h"
 
-namespace leveling {
+namespace quorvane {
 
 /** From `begin` to before `end`, in bins or frames. */
 struct Stretch {
@@ -47,4 +47,4 @@ std::vector<bool> loud_speech(const std::vector<float>& levels_db,
                               const std::vector<bool>& speech,
                               Stretch range);
 
-}  // namespace leveling
+}  // namespace quorvane

@@ -6,7 +6,7 @@
 
 #include "leveling/preparation/levels.h"
 
-namespace leveling {
+namespace quorvane {
 namespace {
 
 // In bins of 50 ms.
@@ -196,4 +196,4 @@ Phrases find_phrases(const std::vector<float>& levels_db,
     return result;
 }
 
-}  // namespace leveling
+}  // namespace quorvane

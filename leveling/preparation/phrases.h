@@ -4,7 +4,7 @@
 
 #include "leveling/preparation/pauses.h"
 
-namespace leveling {
+namespace quorvane {
 
 /** A run of speech that gets one gain. */
 struct Phrase {
@@ -34,4 +34,4 @@ Phrases find_phrases(const std::vector<float>& levels_db,
                      const std::vector<bool>& speech,
                      const std::vector<Stretch>& pauses);
 
-}  // namespace leveling
+}  // namespace quorvane

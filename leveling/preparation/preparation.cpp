@@ -8,9 +8,9 @@
 
 #include "Common/level.h"
 #include "Common/stream/pump.h"
-#include "cli/audio/portable_math.h"
-#include "cli/engine/engine_run.h"
-#include "cli/engine/output_gate.h"
+#include "leveling/audio/portable_math.h"
+#include "leveling/engine/engine_run.h"
+#include "leveling/engine/output_gate.h"
 #include "leveling/preparation/bin_levels.h"
 #include "leveling/preparation/engine_copy.h"
 #include "leveling/preparation/evenness.h"
@@ -22,7 +22,7 @@
 #include "leveling/preparation/sound_files.h"
 #include "leveling/preparation/timeline.h"
 
-namespace leveling {
+namespace quorvane {
 namespace {
 
 constexpr int kMostChannels = 2;
@@ -95,9 +95,9 @@ std::vector<Stretch> in_frames(const std::vector<Stretch>& bins,
 }
 
 /** One recording on its way. */
-class Preparation {
+class PreparationRun {
   public:
-    Preparation(const PreparedRun& run, const std::function<void(double)>& progress)
+    PreparationRun(const PreparedRun& run, const std::function<void(double)>& progress)
         : run_(run), progress_(progress) {}
 
     PreparedResult go();
@@ -124,7 +124,7 @@ class Preparation {
     const PreparedRun& run_;
     const std::function<void(double)>& progress_;
     PreparedResult result_;
-    cli::Preparation facts_;
+    Preparation facts_;
     SF_INFO info_{};
     long long bin_frames_ = 0;
     BinLevels levels_;
@@ -144,7 +144,7 @@ class Preparation {
     std::string leveled_copy_;
 };
 
-PreparedResult Preparation::go() {
+PreparedResult PreparationRun::go() {
     analyse();
     if (is_noise()) {
         result_.cause = "nothing in it stands out of its background noise";
@@ -165,7 +165,7 @@ PreparedResult Preparation::go() {
     return result_;
 }
 
-void Preparation::analyse() {
+void PreparationRun::analyse() {
     InputFile file(run_.recording);
     info_ = file.info();
     if (info_.channels > kMostChannels) {
@@ -186,17 +186,17 @@ void Preparation::analyse() {
     pauses_ = find_pauses(levels_, speech_);
     timeline_.emplace(info_.frames, in_frames(pauses_, bin_frames_, info_.frames));
     facts_.raised_db = peak_ > 0 ? kPeak_db - level_of_amplitude(peak_) : 0;
-    gain_ = peak_ > 0 ? cli::portable_amplitude(facts_.raised_db) : 1;
+    gain_ = peak_ > 0 ? quorvane::portable_amplitude(facts_.raised_db) : 1;
     progress_(kAnalysed);
 }
 
 /** A hiss that was recorded with nothing before the microphone. */
-bool Preparation::is_noise() const {
+bool PreparationRun::is_noise() const {
     return facts_.raised_db > kNoiseRaise_db &&
            std::none_of(speech_.begin(), speech_.end(), [](bool speech) { return speech; });
 }
 
-void Preparation::choose_high_pass() {
+void PreparationRun::choose_high_pass() {
     const Stretch whole{0, levels_.count()};
     const double speech_db = speech_level(levels_.speech_db, speech_, whole);
     const double low_db = speech_level(levels_.low_db, speech_, whole);
@@ -211,26 +211,27 @@ void Preparation::choose_high_pass() {
     }
 }
 
-void Preparation::write_copy() {
+void PreparationRun::write_copy() {
     copy_ = run_.scratch + "/prepared.wav";
     write_engine_copy(run_.recording, *timeline_, gain_, steep_, copy_,
                       part_of(progress_, kAnalysed, kCopied));
 }
 
 /** False where it finds nothing to level. */
-bool Preparation::run_the_engine() {
+bool PreparationRun::run_the_engine() {
     leveled_copy_ = run_.scratch + "/leveled-copy.wav";
-    cli::EngineRun engine{copy_, leveled_copy_, run_.scratch, run_.tuning};
+    quorvane::EngineRun engine{copy_, leveled_copy_, run_.scratch, run_.tuning};
     if (!sets_tolerance(run_.tuning)) {
         engine.tuning.emplace_back(kTolerance);
     }
-    engine.ramps = cli::Ramps::EndAtTarget;
-    const cli::EngineResult result = run_engine(engine, part_of(progress_, kCopied, kEngineDone));
+    engine.ramps = quorvane::Ramps::EndAtTarget;
+    const quorvane::EngineResult result =
+        run_engine(engine, part_of(progress_, kCopied, kEngineDone));
     result_.leveled = result.leveled;
     result_.cause = result.cause;
     result_.note = result.note;
     if (result.leveled) {
-        cli::require_sound_output(copy_, leveled_copy_);
+        quorvane::require_sound_output(copy_, leveled_copy_);
         result_.leveling = result.leveling;
     }
     return result.leveled;
@@ -241,7 +242,7 @@ bool Preparation::run_the_engine() {
  * is, which the engine's curve does not; so it is taken wherever it is as even. And a recording
  * that is as even as that already gets one gain.
  */
-void Preparation::judge() {
+void PreparationRun::judge() {
     after_ = levels_of(leveled_copy_, {});
     if (phrases_.phrases.empty() || sets_engine(run_.tuning)) {
         return;
@@ -257,7 +258,7 @@ void Preparation::judge() {
 }
 
 /** The levels of the bins outside of pauses as one gain per phrase leaves them. */
-std::vector<float> Preparation::phrased() const {
+std::vector<float> PreparationRun::phrased() const {
     const std::vector<float> before = without_pauses(levels_.weighted_db, pauses_);
     std::vector<float> result = without_pauses(curve_db_, pauses_);
     std::transform(before.begin(), before.end(), result.begin(), result.begin(),
@@ -269,7 +270,7 @@ std::vector<float> Preparation::phrased() const {
  * Whether one gain per phrase is so even that the engine could add nothing. Its level is then set
  * on its words: as loud as the engine's target, in the channel where they are louder.
  */
-bool Preparation::needs_no_engine() {
+bool PreparationRun::needs_no_engine() {
     phrases_ = find_phrases(levels_.weighted_db, speech_, pauses_);
     if (phrases_.phrases.empty()) {
         return false;
@@ -295,7 +296,7 @@ bool Preparation::needs_no_engine() {
 }
 
 /** The level of the words behind a gain, of the louder channel of each bin, dB. */
-double Preparation::level_with(const std::vector<float>& gain_db) const {
+double PreparationRun::level_with(const std::vector<float>& gain_db) const {
     std::vector<float> result = levels_.louder_db;
     std::transform(result.begin(), result.end(), gain_db.begin(), result.begin(),
                    [](float level_db, float gain) { return level_db + gain; });
@@ -303,7 +304,7 @@ double Preparation::level_with(const std::vector<float>& gain_db) const {
 }
 
 /** Whether it was even before: then no gain that moves, and no filter, makes it better. */
-void Preparation::judge_evenness(double target_db) {
+void PreparationRun::judge_evenness(double target_db) {
     const bool is_as_even = unevenness(without_pauses(levels_.weighted_db, pauses_)) <=
                             unevenness(phrased()) + kAsEven_db;
     const double speech_db =
@@ -328,7 +329,7 @@ void Preparation::judge_evenness(double target_db) {
  * A pause gets no more gain than the speech on either side of it, and no more than speech gets on
  * average, so that it never comes up against the voices.
  */
-std::vector<double> Preparation::pause_gains() const {
+std::vector<double> PreparationRun::pause_gains() const {
     const SpeechGains gains(levels_.speech_db, after_.speech_db, speech_, pauses_);
     std::vector<double> result;
     for (const Stretch& pause : pauses_) {
@@ -336,13 +337,13 @@ std::vector<double> Preparation::pause_gains() const {
         const auto peak =
             *std::max_element(levels_.peak.begin() + pause.begin, levels_.peak.begin() + pause.end);
         const double room_db = kCeiling_db - level_of_amplitude(static_cast<double>(peak));
-        result.push_back(cli::portable_amplitude(std::min(gain_db, room_db)));
+        result.push_back(quorvane::portable_amplitude(std::min(gain_db, room_db)));
     }
     return result;
 }
 
 /** The recording's, in the bit depth that the tuning asks for. */
-int Preparation::output_format() const {
+int PreparationRun::output_format() const {
     const int format = run_.format != 0 ? run_.format : info_.format;
     // The engine has taken the depth from its options, which may be a file, and refused wrong ones.
     if (leveled_copy_.empty()) {
@@ -352,7 +353,7 @@ int Preparation::output_format() const {
     return encoding == SF_FORMAT_FLOAT ? format : (format & ~SF_FORMAT_SUBMASK) | encoding;
 }
 
-OutputFile Preparation::open_output() {
+OutputFile PreparationRun::open_output() {
     const int format = output_format();
     const int place = run_.open_place ? run_.open_place() : -1;
     const off_t begin = place == -1 ? -1 : lseek(place, 0, SEEK_CUR);
@@ -367,7 +368,7 @@ OutputFile Preparation::open_output() {
     return {run_.output, format, info_.channels, info_.samplerate};
 }
 
-void Preparation::put_together() {
+void PreparationRun::put_together() {
     const auto progress = part_of(progress_, kEngineDone, 1);
     tell_of_pauses();
     OutputFile out = open_output();
@@ -378,7 +379,8 @@ void Preparation::put_together() {
     if (way_ == Way::kOneGain) {
         facts_.pauses = 0;
         facts_.pauses_s = 0;
-        render_with_one_gain(run_.recording, cli::portable_amplitude(one_gain_db_), out, progress);
+        render_with_one_gain(run_.recording, quorvane::portable_amplitude(one_gain_db_), out,
+                             progress);
     } else if (way_ == Way::kPhrases) {
         facts_.phrases = static_cast<int>(phrases_.phrases.size());
         tell_of_phrases();
@@ -392,8 +394,8 @@ void Preparation::put_together() {
     }
 }
 
-void Preparation::render_engine(OutputFile& out,
-                                const std::function<void(double)>& progress) const {
+void PreparationRun::render_engine(OutputFile& out,
+                                   const std::function<void(double)>& progress) const {
     Rendering rendering{run_.recording, leveled_copy_, {}, high_pass_};
     if (!pauses_.empty()) {
         rendering.pause_gains = pause_gains();
@@ -402,12 +404,12 @@ void Preparation::render_engine(OutputFile& out,
 }
 
 /** The passages are the phrases, and the curve is theirs; both less the mean gain of the speech. */
-void Preparation::tell_of_phrases() {
+void PreparationRun::tell_of_phrases() {
     result_.leveling = leveling_of_phrases(phrases_, curve_db_);
 }
 
 /** The passages and the gain curve are of the copy: they move to the recording's time. */
-void Preparation::tell_of_pauses() {
+void PreparationRun::tell_of_pauses() {
     facts_.pauses = static_cast<int>(pauses_.size());
     for (const Stretch& pause : timeline_->left_out()) {
         facts_.pauses_s += static_cast<double>(pause.length()) / info_.samplerate;
@@ -420,7 +422,7 @@ void Preparation::tell_of_pauses() {
 }  // namespace
 
 PreparedResult level_prepared(const PreparedRun& run, const std::function<void(double)>& progress) {
-    return Preparation(run, progress).go();
+    return PreparationRun(run, progress).go();
 }
 
-}  // namespace leveling
+}  // namespace quorvane

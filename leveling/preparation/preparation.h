@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "cli/facts/run_facts.h"
+#include "leveling/facts/run_facts.h"
 
 /*
  * What stands around the engine when people level a file. The engine judges a recording by levels
@@ -14,7 +14,7 @@
  * without the long pauses, as floats. What it makes of that is put together with the pauses again,
  * and quantised once.
  */
-namespace leveling {
+namespace quorvane {
 
 /** One recording to be leveled. */
 struct PreparedRun {
@@ -30,11 +30,11 @@ struct PreparedRun {
 
 /** What became of it. */
 struct PreparedResult {
-    bool leveled = false;                   // else there is no output: the recording stays as it is
-    bool in_place = false;                  // the output is where open_place led
-    std::string cause;                      // why it stays
-    std::optional<cli::Leveling> leveling;  // in the recording's time
-    std::optional<cli::Preparation> preparation;
+    bool leveled = false;   // else there is no output: the recording stays as it is
+    bool in_place = false;  // the output is where open_place led
+    std::string cause;      // why it stays
+    std::optional<quorvane::Leveling> leveling;  // in the recording's time
+    std::optional<quorvane::Preparation> preparation;
     std::string note;  // what the user should know of the level
 };
 
@@ -44,4 +44,4 @@ struct PreparedResult {
  */
 PreparedResult level_prepared(const PreparedRun& run, const std::function<void(double)>& progress);
 
-}  // namespace leveling
+}  // namespace quorvane

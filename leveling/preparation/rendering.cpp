@@ -4,9 +4,9 @@
 #include <stdexcept>
 
 #include "Common/units.h"
-#include "cli/audio/portable_math.h"
+#include "leveling/audio/portable_math.h"
 
-namespace leveling {
+namespace quorvane {
 namespace {
 
 constexpr long long kBlockFrames = 16384;
@@ -174,14 +174,14 @@ void render_with_curve(const std::string& recording,
     FilterChain filter(high_pass, in.info().channels);
     std::vector<double> original(static_cast<std::size_t>(bin_frames) * channels);
     std::vector<double> result(original.size());
-    double before = cli::portable_amplitude(static_cast<double>(curve_db.front()));
+    double before = quorvane::portable_amplitude(static_cast<double>(curve_db.front()));
     // From the middle of one bin to that of the next; the first piece ends in the first middle.
     for (std::size_t bin = 0; bin <= curve_db.size(); ++bin) {
         const long long frames = in.source().read(original.data(), bin == 0 ? middle : bin_frames);
         if (frames <= 0) {
             break;
         }
-        const double after = cli::portable_amplitude(
+        const double after = quorvane::portable_amplitude(
             static_cast<double>(curve_db[std::min(bin, curve_db.size() - 1)]));
         std::copy_n(original.begin(), static_cast<std::size_t>(frames) * channels, result.begin());
         filter.process(result.data(), frames);
@@ -220,4 +220,4 @@ void render_with_one_gain(const std::string& recording,
     out.finish();
 }
 
-}  // namespace leveling
+}  // namespace quorvane

@@ -8,7 +8,7 @@
 #include "leveling/preparation/sound_files.h"
 #include "leveling/preparation/timeline.h"
 
-namespace leveling {
+namespace quorvane {
 
 /** What becomes the output: the leveled copy, and between its parts the recording itself. */
 struct Rendering {
@@ -45,4 +45,4 @@ void render_with_one_gain(const std::string& recording,
                           OutputFile& out,
                           const std::function<void(double)>& progress);
 
-}  // namespace leveling
+}  // namespace quorvane

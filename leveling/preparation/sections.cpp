@@ -1,8 +1,8 @@
 #include "leveling/preparation/sections.h"
 
-#include "cli/audio/portable_math.h"
+#include "leveling/audio/portable_math.h"
 
-namespace leveling {
+namespace quorvane {
 namespace {
 
 constexpr double kLeastState = 1e-30;
@@ -19,7 +19,7 @@ struct Angle {
 
 Angle angle_of(double corner_hz, int sample_rate_hz) {
     const double turns = 2 * corner_hz / sample_rate_hz;  // in units of pi
-    return {cli::portable_sin_pi(turns), cli::portable_sin_pi(turns + 0.5)};
+    return {quorvane::portable_sin_pi(turns), quorvane::portable_sin_pi(turns + 0.5)};
 }
 
 }  // namespace
@@ -92,4 +92,4 @@ void FilterChain::process(double* samples, long long frames) {
     }
 }
 
-}  // namespace leveling
+}  // namespace quorvane

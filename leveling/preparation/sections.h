@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <vector>
 
-namespace leveling {
+namespace quorvane {
 
 /** Coefficients of a second-order section, divided by a0. */
 struct Section {
@@ -67,4 +67,4 @@ class FilterChain {
     int channels_;
 };
 
-}  // namespace leveling
+}  // namespace quorvane

@@ -2,9 +2,9 @@
 
 #include <stdexcept>
 
-#include "cli/audio/sound_file.h"
+#include "leveling/audio/sound_file.h"
 
-namespace leveling {
+namespace quorvane {
 namespace {
 
 SF_INFO info_of(const SndfileHandle& file) {
@@ -16,25 +16,25 @@ SF_INFO info_of(const SndfileHandle& file) {
     return info;
 }
 
-std::optional<cli::Dither> dither_for(int format, int channels, int sample_rate_hz) {
-    const int bits = cli::dithered_bits(format);
-    return bits > 0 ? std::optional<cli::Dither>(std::in_place, channels, sample_rate_hz, bits)
+std::optional<quorvane::Dither> dither_for(int format, int channels, int sample_rate_hz) {
+    const int bits = quorvane::dithered_bits(format);
+    return bits > 0 ? std::optional<quorvane::Dither>(std::in_place, channels, sample_rate_hz, bits)
                     : std::nullopt;
 }
 
 }  // namespace
 
 InputFile::InputFile(const std::string& path)
-    : file_(cli::open_to_read(path)),
+    : file_(quorvane::open_to_read(path)),
       info_(info_of(file_)),
       source_(std::make_unique<SoundSource>(
           SoundHandle(file_.rawHandle(), [](SNDFILE* /*kept by file_*/) {}),
           path,
           info_,
-          cli::fail_read)) {}
+          quorvane::fail_read)) {}
 
 OutputFile::OutputFile(const std::string& path, int format, int channels, int sample_rate_hz)
-    : file_(cli::open_to_write(path, format, channels, sample_rate_hz)),
+    : file_(quorvane::open_to_write(path, format, channels, sample_rate_hz)),
       dither_(dither_for(format, channels, sample_rate_hz)) {
     // A sample that rounds above full scale would wrap in integer formats.
     file_.command(SFC_SET_CLIPPING, nullptr, SF_TRUE);
@@ -78,4 +78,4 @@ void OutputFile::finish() {
     }
 }
 
-}  // namespace leveling
+}  // namespace quorvane

@@ -8,9 +8,9 @@
 #include <vector>
 
 #include "Common/stream/sound_source.h"
-#include "cli/audio/dither.h"
+#include "leveling/audio/dither.h"
 
-namespace leveling {
+namespace quorvane {
 
 /** An audio file that is read as a source. Errors are the library's reasons, without a name. */
 class InputFile {
@@ -53,8 +53,8 @@ class OutputFile {
 
     SndfileHandle file_;
     long long frames_ = 0;
-    std::optional<cli::Dither> dither_;
+    std::optional<quorvane::Dither> dither_;
     std::vector<std::int16_t> ready_;
 };
 
-}  // namespace leveling
+}  // namespace quorvane

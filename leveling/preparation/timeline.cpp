@@ -2,7 +2,7 @@
 
 #include <utility>
 
-namespace leveling {
+namespace quorvane {
 
 Timeline::Timeline(long long frames, std::vector<Stretch> left_out)
     : frames_(frames), left_out_(std::move(left_out)) {
@@ -38,4 +38,4 @@ double Timeline::in_recording(double copy_frame) const {
     return static_cast<double>(frames_);
 }
 
-}  // namespace leveling
+}  // namespace quorvane

@@ -4,7 +4,7 @@
 
 #include "leveling/preparation/pauses.h"
 
-namespace leveling {
+namespace quorvane {
 
 /**
  * How a recording and its shortened copy belong together: the stretches, in frames, that the copy
@@ -34,4 +34,4 @@ class Timeline {
     std::vector<Stretch> kept_;
 };
 
-}  // namespace leveling
+}  // namespace quorvane

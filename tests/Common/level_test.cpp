@@ -18,7 +18,7 @@
 #include "Common/gate/gate.h"
 #include "Common/highpass/highpass.h"
 #include "Common/reporting/run_state.h"
-#include "cli/engine/hooks.h"
+#include "leveling/engine/hooks.h"
 #include "tests/support/engine_switches.h"
 #include "tests/support/fixtures.h"
 #include "tests/support/signals.h"

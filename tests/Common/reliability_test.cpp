@@ -8,7 +8,7 @@
 #include "Common/normalize/normalize.h"
 #include "Common/stream/helper_thread.h"
 #include "Common/stream/pump.h"
-#include "cli/engine/hooks.h"
+#include "leveling/engine/hooks.h"
 #include "tests/support/engine_switches.h"
 #include "tests/support/fixtures.h"
 #include "tests/support/signals.h"

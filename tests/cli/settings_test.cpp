@@ -8,7 +8,7 @@
 using testing::ElementsAre;
 using testing::HasSubstr;
 
-namespace cli {
+namespace quorvane {
 namespace {
 
 Settings parse(std::vector<const char*> words) {
@@ -74,4 +74,4 @@ TEST(OptionTable, EveryDocumentNamesEveryOption) {
 }
 
 }  // namespace
-}  // namespace cli
+}  // namespace quorvane

@@ -12,7 +12,7 @@
 using testing::HasSubstr;
 using testing::Not;
 
-namespace cli {
+namespace quorvane {
 namespace {
 
 class Terminal : public testing::Test {
@@ -113,4 +113,4 @@ TEST_F(Terminal, NotesOfAKindAreCounted) {
 }
 
 }  // namespace
-}  // namespace cli
+}  // namespace quorvane

@@ -6,8 +6,8 @@
 #include <cstring>
 #include <memory>
 
-#include "cli/worker/job.h"
-#include "cli/worker/worker.h"
+#include "leveling/worker/job.h"
+#include "leveling/worker/worker.h"
 #include "tests/desktop/support.h"
 
 std::unique_ptr<QObject> new_plan_test();
@@ -15,10 +15,10 @@ std::unique_ptr<QObject> new_session_test();
 std::unique_ptr<QObject> new_window_test();
 
 int main(int argc, char** argv) {
-    if (argc == 2 && std::strcmp(argv[1], cli::kWorkerWord) == 0) {
+    if (argc == 2 && std::strcmp(argv[1], quorvane::kWorkerWord) == 0) {
         HeldWorkers::wait();
         (void)!nice(10);  // it yields to the test that stops it in mid-file
-        return cli::worker_main();
+        return quorvane::worker_main();
     }
     QApplication application(argc, argv);
     QStringList words = QApplication::arguments();

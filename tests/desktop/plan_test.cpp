@@ -4,12 +4,12 @@
 #include <filesystem>
 #include <memory>
 
-#include "cli/archive/output_claim.h"
-#include "cli/archive/record.h"
-#include "cli/inputs/file_kind.h"
 #include "desktop/intake/drop_plan.h"
 #include "desktop/intake/paths.h"
 #include "desktop/model/overall.h"
+#include "leveling/archive/output_claim.h"
+#include "leveling/archive/record.h"
+#include "leveling/inputs/file_kind.h"
 #include "tests/desktop/support.h"
 
 namespace fs = std::filesystem;
@@ -42,15 +42,15 @@ void PlanTest::drags_keep_every_byte_of_a_path() {
 static void leveled_before(const TempDir& folder, const std::string& input) {
     const std::string output = input.substr(0, input.size() - 4) + "-leveled.wav";
     write_text(folder / output, "leveled");
-    cli::DoneRecord record;
+    quorvane::DoneRecord record;
     record.output = output;
-    record.output_state = cli::state_of(folder / output);
-    record.input_state = cli::state_of(folder / input);
-    record.options = cli::options_key({}, true);
-    record.facts.outcome = cli::Outcome::Leveled;
-    cli::OutputClaim claim;
-    QVERIFY(claim.take(folder / output, "", cli::WhenTaken::Leave));
-    claim.record(cli::to_line(record));
+    record.output_state = quorvane::state_of(folder / output);
+    record.input_state = quorvane::state_of(folder / input);
+    record.options = quorvane::options_key({}, true);
+    record.facts.outcome = quorvane::Outcome::Leveled;
+    quorvane::OutputClaim claim;
+    QVERIFY(claim.take(folder / output, "", quorvane::WhenTaken::Leave));
+    claim.record(quorvane::to_line(record));
 }
 
 void PlanTest::outputs_are_looked_at_before_anything_is_done() {
@@ -116,7 +116,7 @@ void PlanTest::time_left_follows_the_pace() {
     desktop::Overall overall;
     overall.add(100);
     overall.add(300);
-    overall.finished(100, 0, cli::Outcome::Leveled);
+    overall.finished(100, 0, quorvane::Outcome::Leveled);
     overall.progressed(300, 0, 0.5);
     QCOMPARE(overall.fraction(), 0.625);       // (100 + 150) / 400
     QCOMPARE(*overall.seconds_left(10), 6.0);  // 10 s for 0.625 leaves 10 * 0.375 / 0.625
@@ -128,7 +128,7 @@ void PlanTest::the_desktop_entry_names_what_is_opened() {
     const QString types = QString::fromStdString(read_text(DESKTOP_ENTRY)).section("MimeType=", 1);
     const QStringList offered = types.section('\n', 0, 0).split(';');
     QVERIFY(offered.contains("audio/x-wav"));
-    for (const std::string& extension : cli::wanted_extensions()) {
+    for (const std::string& extension : quorvane::wanted_extensions()) {
         const QString name = "talk." + QString::fromStdString(extension);
         const QList<QMimeType> known = QMimeDatabase().mimeTypesForFileName(name);
         const bool named = std::any_of(known.begin(), known.end(), [&](const QMimeType& type) {

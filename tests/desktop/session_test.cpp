@@ -9,10 +9,10 @@
 #include "tests/desktop/support.h"
 
 namespace fs = std::filesystem;
-using cli::Outcome;
 using desktop::ExistingChoice;
 using desktop::Session;
 using desktop::State;
+using quorvane::Outcome;
 
 class SessionTest : public QObject {
     Q_OBJECT
@@ -59,7 +59,7 @@ void SessionTest::a_drop_ends_as_the_command_line_does() {
     session.take({folder / "a.wav"});
     QTRY_VERIFY_WITH_TIMEOUT(at_rest(session), kLongestMs);
     QCOMPARE(session.files().rowCount(), 3);
-    QCOMPARE(session.files().at(0).facts.outcome, cli::Outcome::UpToDate);
+    QCOMPARE(session.files().at(0).facts.outcome, quorvane::Outcome::UpToDate);
     QVERIFY(session.files().at(0).facts.after);
     QCOMPARE(session.overall().counts().up_to_date, 1);
     QCOMPARE(questions.asked_existing, 0);

@@ -139,7 +139,7 @@ void WindowTest::keys_cancel_and_remove() {
     QTest::keyClick(&window, Qt::Key_Escape);
     QTRY_VERIFY_WITH_TIMEOUT(at_rest(window.session()), kLongestMs);
     for (int i = 0; i < files.rowCount(); ++i) {
-        QCOMPARE(files.at(i).facts.outcome, cli::Outcome::Interrupted);
+        QCOMPARE(files.at(i).facts.outcome, quorvane::Outcome::Interrupted);
     }
     list->setCurrentIndex(files.index(0));
     QVERIFY(!action(window, "Play")->isEnabled() && action(window, "Try Again")->isEnabled());
@@ -273,13 +273,13 @@ void WindowTest::german_says_it_all() {
     QVERIFY(german.load("quorvane_de", TRANSLATIONS));
     QApplication::installTranslator(&german);
     desktop::Counts counts;
-    counts.add(cli::Outcome::Leveled);
-    counts.add(cli::Outcome::Failed);
+    counts.add(quorvane::Outcome::Leveled);
+    counts.add(quorvane::Outcome::Failed);
     QCOMPARE(desktop::counts_text(counts), QString::fromUtf8("1 ausgeglichen, 1 fehlgeschlagen"));
     QCOMPARE(desktop::time_left_text(61), QString::fromUtf8("noch 2 Minuten"));
     desktop::Row broken;
     broken.state = State::Finished;
-    broken.facts.outcome = cli::Outcome::Failed;
+    broken.facts.outcome = quorvane::Outcome::Failed;
     broken.facts.cause = "cannot be read as audio: Format not recognised.";
     QCOMPARE(desktop::state_text(broken),
              QStringLiteral("Fehlgeschlagen: kann nicht als Audio gelesen werden: "

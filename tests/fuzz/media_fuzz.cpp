@@ -10,18 +10,18 @@
 #include <iterator>
 #include <string>
 
-#include "cli/archive/record.h"
-#include "cli/facts/run_facts.h"
-#include "cli/worker/carrier.h"
-#include "cli/worker/delivery.h"
-#include "cli/worker/file_work.h"
-#include "cli/worker/media_module.h"
+#include "leveling/archive/record.h"
+#include "leveling/facts/run_facts.h"
+#include "leveling/worker/carrier.h"
+#include "leveling/worker/delivery.h"
+#include "leveling/worker/file_work.h"
+#include "leveling/worker/media_module.h"
 #include "tests/fuzz/fuzz_support.h"
 
-extern "C" const cli::MediaModule* quorvane_media_module();
+extern "C" const quorvane::MediaModule* quorvane_media_module();
 
 /** In place of the one that loads a shared object. */
-const cli::MediaModule& cli::media_module() {
+const quorvane::MediaModule& quorvane::media_module() {
     return *quorvane_media_module();
 }
 
@@ -52,32 +52,32 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         fs::remove_all(folder);
         fs::create_directory(folder);
     }
-    cli::Job job;
+    quorvane::Job job;
     job.input = fuzz::file("in.bin", data, size);
     job.output = (out / "out.bin").string();
     job.scratch = scratch.string();
     job.options.audio_stream = size % 2 == 0 ? 0 : -1;
-    cli::Delivery delivery(job, {job.output, cli::state_of(job.output), ""});
-    require(delivery.begin() == cli::Delivery::Begun::Ready);
+    quorvane::Delivery delivery(job, {job.output, quorvane::state_of(job.output), ""});
+    require(delivery.begin() == quorvane::Delivery::Begun::Ready);
     job.part = delivery.part();
-    const cli::WorkResult result = cli::work_on(job, [](double /*done*/) {});
-    const cli::FileFacts& facts = result.facts;
-    if (facts.outcome != cli::Outcome::Failed) {
+    const quorvane::WorkResult result = quorvane::work_on(job, [](double /*done*/) {});
+    const quorvane::FileFacts& facts = result.facts;
+    if (facts.outcome != quorvane::Outcome::Failed) {
         delivery.deliver(result);
     }
 
     require(holds(job.input, data, size));
-    require(fs::exists(job.output) == (facts.outcome != cli::Outcome::Failed));
+    require(fs::exists(job.output) == (facts.outcome != quorvane::Outcome::Failed));
     for (const fs::directory_entry& entry : fs::directory_iterator(out)) {
         require(entry.path() == job.output || entry.path() == job.part ||
-                entry.path() == cli::record_path(job.output));
+                entry.path() == quorvane::record_path(job.output));
     }
-    require(facts.outcome != cli::Outcome::Failed || !facts.cause.empty());
-    if (facts.outcome == cli::Outcome::Leveled) {
-        cli::FileFacts again;
+    require(facts.outcome != quorvane::Outcome::Failed || !facts.cause.empty());
+    if (facts.outcome == quorvane::Outcome::Leveled) {
+        quorvane::FileFacts again;
         job.input = job.output;
         job.output.clear();
-        cli::make_carrier(job)->probe(again);
+        quorvane::make_carrier(job)->probe(again);
     }
     return 0;
 }

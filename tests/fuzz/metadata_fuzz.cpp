@@ -11,8 +11,8 @@
 #include <iterator>
 #include <string>
 
-#include "cli/metadata/chunks.h"
-#include "cli/metadata/tags.h"
+#include "leveling/metadata/chunks.h"
+#include "leveling/metadata/tags.h"
 #include "tests/fuzz/fuzz_support.h"
 
 namespace {
@@ -53,7 +53,7 @@ void add_in_place(const std::string& from, const std::string& audio, std::uint64
     const std::string bytes(std::istreambuf_iterator<char>(file), {});
     const std::string placed = audio + ".placed";
     std::ofstream(placed, std::ios::binary) << std::string(room, '\0') << bytes;
-    cli::add_chunks(from, placed, room);
+    quorvane::add_chunks(from, placed, room);
 }
 
 }  // namespace
@@ -69,10 +69,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     write_sound(audio, kind.format);
     try {
         const std::string to = fuzz::folder() + "to" + kind.extension;
-        if (!cli::copy_chunks(from, audio, to, [] { return nullptr; })) {
-            cli::copy_tags(from, audio, to, kind.format);
+        if (!quorvane::copy_chunks(from, audio, to, [] { return nullptr; })) {
+            quorvane::copy_tags(from, audio, to, kind.format);
         }
-        if (const auto room = cli::room_for_chunks(from)) {
+        if (const auto room = quorvane::room_for_chunks(from)) {
             add_in_place(from, audio, *room);
         }
     } catch (const std::exception&) {  // NOLINT(bugprone-empty-catch): a clean refusal

@@ -35,7 +35,7 @@ void parse_engine(int argc, const char** argv) {
 }
 
 void parse_command(int argc, const char** argv) {
-    cli::parse_command_line(argc, argv);
+    quorvane::parse_command_line(argc, argv);
 }
 
 }  // namespace

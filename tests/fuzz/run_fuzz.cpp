@@ -9,7 +9,7 @@
 #include <string>
 
 #include "Common/level.h"
-#include "cli/engine/hooks.h"
+#include "leveling/engine/hooks.h"
 #include "tests/fuzz/fuzz_support.h"
 
 namespace {

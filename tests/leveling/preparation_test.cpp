@@ -14,12 +14,12 @@
 
 namespace {
 
-using leveling::BinLevels;
-using leveling::find_pauses;
-using leveling::find_phrases;
-using leveling::find_speech;
-using leveling::Phrases;
-using leveling::Stretch;
+using quorvane::BinLevels;
+using quorvane::find_pauses;
+using quorvane::find_phrases;
+using quorvane::find_speech;
+using quorvane::Phrases;
+using quorvane::Stretch;
 
 /** So many bins of syllables, five a second, that fall 20 dB from each to the next. */
 void add_speech(std::vector<float>& levels_db, long long bins, float level_db) {
@@ -41,11 +41,11 @@ BinLevels bins_of(const std::vector<float>& levels_db, float peak = 0.01F) {
 
 TEST(Levels, AreThoseOfTheLibraryRoundedToATenThousandth) {
     for (const double power : {1.0, 0.5, 2.0, 1e-4, 3.7e-9, 0.70710678, 123.456}) {
-        EXPECT_NEAR(10 * std::log10(power), leveling::level_of_power(power), 0.51e-4) << power;
-        EXPECT_NEAR(power, leveling::power_of_level(10 * std::log10(power)), power * 1e-9);
+        EXPECT_NEAR(10 * std::log10(power), quorvane::level_of_power(power), 0.51e-4) << power;
+        EXPECT_NEAR(power, quorvane::power_of_level(10 * std::log10(power)), power * 1e-9);
     }
-    EXPECT_EQ(-10.0, leveling::level_of_power(0.1));
-    EXPECT_EQ(leveling::kSilence_db, leveling::level_of_power(0));
+    EXPECT_EQ(-10.0, quorvane::level_of_power(0.1));
+    EXPECT_EQ(quorvane::kSilence_db, quorvane::level_of_power(0));
 }
 
 TEST(Pauses, AreLongSteadyAndUnderTheSpeechBesideThem) {
@@ -137,7 +137,7 @@ TEST(GainCurve, IsConstantInAPhraseAndNeverLargerInAPause) {
     const Talk talk;
     ASSERT_EQ(1U, talk.pauses.size());
     const auto curve =
-        leveling::gain_curve(bins_of(talk.levels), talk.phrases, talk.pauses, {-18, -1});
+        quorvane::gain_curve(bins_of(talk.levels), talk.phrases, talk.pauses, {-18, -1});
     // The voices are 14 dB apart, and so are the gains, each from its phrase's first word on.
     EXPECT_FLOAT_EQ(curve[0], curve[99]);
     EXPECT_NEAR(14, curve[112] - curve[50], 0.2);
@@ -153,18 +153,18 @@ TEST(GainCurve, LetsNoPeakPassTheCeiling) {
     const Talk talk;
     BinLevels bins = bins_of(talk.levels, 0.05F);
     bins.peak[150] = 0.9F;
-    const auto curve = leveling::gain_curve(bins, talk.phrases, talk.pauses, {-18, -1});
+    const auto curve = quorvane::gain_curve(bins, talk.phrases, talk.pauses, {-18, -1});
     for (std::size_t i = 149; i <= 151; ++i) {
         EXPECT_LE(static_cast<double>(curve[i]) + 20 * std::log10(0.9), -1 + 1e-3) << i;
     }
     const auto free =
-        leveling::gain_curve(bins_of(talk.levels, 0.05F), talk.phrases, talk.pauses, {-18, -1});
+        quorvane::gain_curve(bins_of(talk.levels, 0.05F), talk.phrases, talk.pauses, {-18, -1});
     EXPECT_FLOAT_EQ(free[140], curve[140]);  // the ramp before it is short
     EXPECT_FLOAT_EQ(free[190], curve[190]);
 }
 
 TEST(Timeline, FindsTheFramesOfTheCopyInTheRecording) {
-    const leveling::Timeline timeline(1000, {{0, 100}, {300, 500}, {900, 1000}});
+    const quorvane::Timeline timeline(1000, {{0, 100}, {300, 500}, {900, 1000}});
     EXPECT_EQ(600, timeline.kept_frames());
     EXPECT_EQ(100, timeline.in_recording(0));
     EXPECT_EQ(299, timeline.in_recording(199));
@@ -174,9 +174,9 @@ TEST(Timeline, FindsTheFramesOfTheCopyInTheRecording) {
 
 class PreparedRun : public testing::Test {
   protected:
-    leveling::PreparedResult level(const Signal& signal, int format) {
+    quorvane::PreparedResult level(const Signal& signal, int format) {
         write_sound(dir / "in.wav", signal, format);
-        leveling::PreparedRun run{dir / "in.wav", dir / "out.wav", 0, dir.path(), {}};
+        quorvane::PreparedRun run{dir / "in.wav", dir / "out.wav", 0, dir.path(), {}};
         const auto result = level_prepared(run, [](double) {});
         out = result.leveled ? read_sound(dir / "out.wav") : Signal{};
         return result;

@@ -1,8 +1,0 @@
-#pragma once
-
-namespace cli {
-
-/** The worker process: takes one job (see job.h) and returns the exit status. */
-int worker_main();
-
-}  // namespace cli

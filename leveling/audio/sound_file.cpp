@@ -1,0 +1,47 @@
+#include "leveling/audio/sound_file.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <stdexcept>
+
+#include "Common/files/descriptor.h"
+
+namespace quorvane {
+namespace {
+
+SndfileHandle checked(SndfileHandle file) {
+    // A file that the library could not ask for its kind counts as a pipe, and opens. A null handle
+    // is one without memory for it, too.
+    if (!file.rawHandle() || file.error() == SF_ERR_SYSTEM) {
+        throw std::runtime_error(sf_strerror(file.rawHandle()));
+    }
+    return file;
+}
+
+}  // namespace
+
+SndfileHandle open_to_read(const std::string& path) {
+    return checked(SndfileHandle(path));
+}
+
+SndfileHandle open_to_write(const std::string& path, int format, int channels, int sample_rate_hz) {
+    return checked(SndfileHandle(path, SFM_WRITE, format, channels, sample_rate_hz));
+}
+
+SndfileHandle open_behind(const std::string& path, std::uint64_t bytes) {
+    const Descriptor file(path, O_RDONLY | O_CLOEXEC);
+    if (!file.is_open() || lseek(file.get(), static_cast<off_t>(bytes), SEEK_SET) == -1) {
+        throw std::runtime_error(std::strerror(errno));
+    }
+    constexpr bool kCloses = true;
+    return checked(SndfileHandle(fcntl(file.get(), F_DUPFD_CLOEXEC, 0), kCloses));
+}
+
+void fail_read(const SoundHandle& handle, const std::string& /*path*/) {
+    throw std::runtime_error(sf_strerror(handle.get()));
+}
+
+}  // namespace quorvane

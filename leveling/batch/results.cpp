@@ -1,0 +1,207 @@
+#include "leveling/batch/results.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <clocale>
+#include <cstdio>
+#include <cstring>
+#include <exception>
+#include <system_error>
+
+#include "Common/version.h"
+#include "cli/commands/batch_command.h"
+#include "cli/terminal/summary.h"
+#include "cli/terminal/terminal_text.h"
+#include "leveling/facts/file_error.h"
+#include "leveling/publish/verdict.h"
+#include "leveling/storage/staged_output.h"
+
+/*
+ * What a run says, and with which status it ends. The screen, the JSON and the report hear of every
+ * file in one place each, so that no outcome is told in one and forgotten in another.
+ */
+
+namespace quorvane {
+
+void JsonLines::write(const FileFacts& facts) {
+    if (wanted_ && error_ == 0) {
+        const std::string line =
+            dump(facts_document(facts, settings_.destinations, settings_.curves)) + "\n";
+        const bool written =
+            fwrite(line.data(), 1, line.size(), stdout) == line.size() && fflush(stdout) == 0;
+        error_ = written ? 0 : errno;
+    }
+}
+
+int JsonLines::error() const {
+    // A reader such as head has had enough: that is its right, and no failure.
+    return error_ == EPIPE ? 0 : error_;
+}
+
+void SharedFailures::add(const FileFacts& facts) {
+    if (is_failure(facts.outcome) && is_folder_cause(facts.cause)) {
+        ++count_of_[facts.cause];
+    }
+}
+
+bool SharedFailures::report(const FileFacts& facts, Screen& screen) {
+    const auto shared = count_of_.find(facts.cause);
+    if (!is_failure(facts.outcome) || shared == count_of_.end() || shared->second < 2) {
+        return false;
+    }
+    if (reported_.insert(facts.cause).second) {
+        screen.error(shared_failure_line(shared->second, facts, screen));
+    }
+    return true;
+}
+
+void tell_finished(const Settings& settings,
+                   const FileFacts& facts,
+                   Files files,
+                   Screen& screen,
+                   JsonLines& lines) {
+    if (is_failure(facts.outcome)) {
+        screen.error(finished_line(facts, screen));
+    } else if (facts.earlier_arithmetic) {
+        // The summary counts these in one line: after an update that may be a whole archive.
+        // One file has room for its verdict; of many each gets a line.
+    } else if (facts.outcome != Outcome::Interrupted && facts.before && files == Files::One) {
+        screen.line(printable(verdict(facts, settings.destinations)));
+        screen.line(finished_line(facts, screen));
+    } else if (facts.outcome != Outcome::Interrupted) {
+        screen.line(finished_line(facts, screen) +
+                    (settings.destinations.empty() || !facts.before
+                         ? std::string()
+                         : ". " + readiness(facts, settings.destinations)));
+    }
+    lines.write(facts);
+}
+
+void tell_results(
+    const Settings& settings, ResultFiles& results, double elapsed_s, int signal, Screen& screen) {
+    const FactsList& files = results.files();
+    if (settings.measure && files.size() > 1) {
+        screen.line("\n" + printable(verdict(files, settings.destinations)));
+    }
+    if (!settings.quiet) {
+        const std::string table = loudness_table(files, screen.columns());
+        if (!table.empty()) {
+            screen.line("\n" + table);
+        }
+    }
+    // A single file's line has said it all, unless it was interrupted.
+    if (files.size() != 1 || signal != 0) {
+        print_summary(files, elapsed_s, screen);
+    } else {
+        print_notes(files, screen);
+    }
+    const std::string page = results.commit();
+    if (!page.empty()) {
+        screen.line(fmt::format("report: {}", printable(page)));
+    }
+}
+
+namespace {
+
+/** False when a path is left out or the list cannot be written, which is reported. */
+bool write_failed_list(const Settings& settings, const FactsList& files, Screen& screen) {
+    const char end = settings.null ? '\0' : '\n';
+    bool complete = true;
+    try {
+        StagedText list(settings.failed);
+        for (const FileFacts& facts : files) {
+            if (!is_failure(facts.outcome)) {
+                continue;
+            }
+            if (facts.input.find(end) != std::string::npos) {
+                screen.error(
+                    fmt::format("quorvane: --failed {} leaves out {}, whose name holds a line end; "
+                                "--null writes it",
+                                printable(settings.failed), printable(facts.input)));
+                complete = false;
+            } else {
+                list.add(facts.input + end);
+            }
+        }
+        list.commit();
+    } catch (const std::system_error& error) {
+        screen.error(fmt::format("quorvane: the list --failed {} cannot be written: {}",
+                                 printable(settings.failed), error.code().message()));
+        complete = false;
+    }
+    return complete;
+}
+
+}  // namespace
+
+int status_of(const Settings& settings,
+              const ResultFiles& results,
+              const JsonLines& lines,
+              Screen& screen) {
+    for (const std::string& problem : results.problems()) {
+        screen.error(fmt::format("quorvane: {}", printable(problem)));
+    }
+    if (lines.error() != 0) {
+        screen.error(fmt::format("quorvane: the JSON facts could not be written: {}",
+                                 std::strerror(lines.error())));
+    }
+    const bool listed =
+        settings.failed.empty() || write_failed_list(settings, results.files(), screen);
+    const std::vector<std::string> lost = screen.problems();
+    for (const std::string& problem : lost) {
+        screen.error(fmt::format("quorvane: {}", printable(problem)));
+    }
+    const auto& files = results.files();
+    const bool failed = std::any_of(files.begin(), files.end(), [](const FileFacts& facts) {
+        return is_failure(facts.outcome);
+    });
+    if (failed || lines.error() != 0 || !results.problems().empty() || !lost.empty() || !listed) {
+        return kSomeFailed;
+    }
+    // What was not measured was skipped or planned. Only an output that was kept, whatever it is,
+    // then misses a destination; not one that an earlier arithmetic made for it.
+    const bool ready = std::all_of(files.begin(), files.end(), [&](const FileFacts& facts) {
+        const bool kept =
+            facts.outcome == Outcome::Skipped && !facts.output.empty() && !facts.earlier_arithmetic;
+        return facts.before ? is_ready(facts, settings.destinations) : !kept;
+    });
+    return ready || settings.destinations.empty() ? kAllDone : kNotReady;
+}
+
+namespace {
+
+/** Prints an answer. Returns the exit status: a full device must not look like success. */
+int print_answer(const std::string& text) {
+    if (fwrite(text.data(), 1, text.size(), stdout) == text.size() && fflush(stdout) == 0) {
+        return kAllDone;
+    }
+    fprintf(stderr, "quorvane: the standard output cannot be written: %s\n", std::strerror(errno));
+    return kSomeFailed;
+}
+
+}  // namespace
+
+int run_command(int argc, const char* const* argv, const std::function<int(const Settings&)>& run) {
+    // For the widths of signs on the screen; numbers keep their decimal point.
+    setlocale(LC_CTYPE, "");
+    try {
+        const Settings settings = parse_command_line(argc, argv);
+        if (settings.help) {
+            return print_answer(help_text());
+        }
+        if (settings.version) {
+            return print_answer(fmt::format("quorvane {}\n", kVersion));
+        }
+        return run(settings);
+    } catch (const UsageError& error) {
+        fprintf(stderr, "quorvane: %s\nTry 'quorvane --help'.\n", printable(error.what()).c_str());
+        return kWrongUsage;
+    } catch (const std::exception& error) {
+        fprintf(stderr, "quorvane: %s\n", printable(cause_of(error)).c_str());
+        return kSomeFailed;
+    }
+}
+
+}  // namespace quorvane

@@ -1,0 +1,181 @@
+#include "leveling/batch/work_list.h"
+
+#include <fmt/format.h>
+
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <set>
+#include <string>
+#include <utility>
+
+#include "leveling/archive/bounded_lines.h"
+#include "leveling/archive/file_list.h"
+#include "leveling/archive/shards.h"
+#include "leveling/archive/up_to_date.h"
+#include "leveling/batch/settling.h"
+#include "leveling/inputs/earlier_places.h"
+#include "leveling/inputs/find_files.h"
+#include "leveling/inputs/run_file_check.h"
+
+/*
+ * Which files a run is about, and what is known of each before it is looked into: from where it
+ * came, where its output goes, whether that is there already and still right. All of it is cheap, a
+ * few looks at names and times for each file, since a run over an archive repeats it every night.
+ */
+
+namespace quorvane {
+namespace {
+
+/** From the PATHs of the command line and of a list. */
+WorkList search(const Settings& settings) {
+    std::vector<std::string> paths = settings.paths;
+    if (!settings.files_from.empty()) {
+        auto listed = read_file_list(settings.files_from,
+                                     settings.null ? ListSeparator::Null : ListSeparator::LineEnd);
+        paths.insert(paths.end(), std::make_move_iterator(listed.begin()),
+                     std::make_move_iterator(listed.end()));
+    }
+    const OwnOutputs own_outputs = settings.analyze ? OwnOutputs::Take : OwnOutputs::LeaveOut;
+    FoundFiles found =
+        find_files(std::move(paths), {settings.suffix, settings.output_dir, own_outputs,
+                                      settings.keep_top ? Top::Keep : Top::Drop});
+    keep_earlier_places(settings, found.files);
+    WorkList work{plan_outputs(settings, found.files), std::move(found.unsupported),
+                  std::move(found.problems), std::move(found.passed_over)};
+    check_missing_inputs(settings, work.missing);
+    for (PlannedFile& file : work.files) {
+        const FileState input = state_of(file.input);
+        file.bytes = input.size;
+        file.settling = file.searched && file.skip.empty() && file.problem.empty() &&
+                        !settings.dry_run && is_young(input, settings.settle_s);
+    }
+    return work;
+}
+
+/** What a line of a plan asks for; it may come from a run with other options. */
+PlannedFile planned_again(const Settings& settings, const FileFacts& facts) {
+    PlannedFile file;
+    file.input = facts.input;
+    file.output = settings.analyze ? "" : facts.output;
+    file.bytes = facts.bytes;
+    // With an output it was skipped because of what is there, and that is judged again.
+    if (facts.outcome == Outcome::Skipped && facts.output.empty()) {
+        file.skip = facts.cause.empty() ? "the plan skips it" : facts.cause;
+    }
+    return file;
+}
+
+/** The lines of a dry run's JSON. What it did not find has been told, and is left out. */
+WorkList read_plan(const Settings& settings) {
+    const std::string& path = settings.plan;
+    std::ifstream in(path, std::ios::binary);
+    // A folder opens and fails at the first byte.
+    if (!in || (in.peek() == std::ifstream::traits_type::eof() && in.bad())) {
+        throw UsageError(fmt::format("--plan {} cannot be read: {}", path, std::strerror(errno)));
+    }
+    WorkList work;
+    BoundedLines lines(in, kMostJsonLineBytes);
+    for (std::string line; lines.next(line);) {
+        try {
+            const FileFacts facts = facts_from_json(nlohmann::ordered_json::parse(line));
+            if (facts.outcome != Outcome::Failed || !facts.output.empty()) {
+                work.files.push_back(planned_again(settings, facts));
+            }
+        } catch (const nlohmann::json::exception&) {
+            throw UsageError(fmt::format("--plan {} is not the JSON of a dry run", path));
+        }
+    }
+    check_outputs(work.files);
+    check_run_files(settings, work.files);
+    return work;
+}
+
+void take_shard(const Shard& shard, WorkList& work) {
+    if (shard.count == 1) {
+        return;
+    }
+    std::vector<ShardItem> items;
+    for (const PlannedFile& file : work.files) {
+        items.push_back({file.input, file.bytes});
+    }
+    const std::vector<std::size_t> shard_of = cut_shards(items, shard.count);
+    std::vector<PlannedFile> mine;
+    for (std::size_t i = 0; i < work.files.size(); ++i) {
+        if (shard_of[i] == shard.index) {
+            mine.push_back(std::move(work.files[i]));
+        }
+    }
+    work.files = std::move(mine);
+    // Each is told of once.
+    if (shard.index != 0) {
+        work.missing.clear();
+        work.passed_over.clear();
+    }
+}
+
+std::shared_ptr<FileFacts> left_alone(const PlannedFile& file,
+                                      Outcome outcome,
+                                      const std::string& cause) {
+    auto facts = std::make_shared<FileFacts>();
+    facts->input = file.input;
+    facts->output = file.output;
+    facts->outcome = outcome;
+    facts->cause = cause;
+    return facts;
+}
+
+}  // namespace
+
+FileFacts facts_of(SearchProblem problem, Outcome outcome) {
+    FileFacts facts;
+    facts.input = std::move(problem.path);
+    facts.outcome = outcome;
+    facts.cause = std::move(problem.cause);
+    return facts;
+}
+
+void judge_outputs(const Settings& settings, std::vector<PlannedFile>& files) {
+    const std::string destination =
+        settings.destinations.empty() ? "" : settings.destinations.front();
+    UpToDate up_to_date(options_key(settings.tuning, settings.measure, settings.audio_stream,
+                                    settings.audio_codec, destination),
+                        settings.verify ? Proof::Content : Proof::SizeAndTime,
+                        arithmetic_of(settings.plain ? Way::Plain : Way::Prepared, destination));
+    for (PlannedFile& file : files) {
+        if (file.settling || file.known) {
+            continue;
+        }
+        if (!file.skip.empty()) {
+            file.known = left_alone(file, Outcome::Skipped, file.skip);
+        } else if (settings.analyze) {
+            continue;  // there is no output
+        } else if (settings.force) {
+            file.found = state_of(file.output);
+        } else {
+            const Judgement judgement = up_to_date.judge(file.input, file.output);
+            file.found = judgement.output_state;
+            file.renew = judgement.standing == Standing::Outdated ||
+                         (settings.redo_changed && is_redone(judgement.standing));
+            if (judgement.standing == Standing::UpToDate) {
+                file.known =
+                    std::make_shared<FileFacts>(facts_of(judgement, file.input, file.output));
+            } else if (judgement.standing == Standing::Damaged) {
+                file.known = left_alone(file, Outcome::Damaged, judgement.cause);
+            } else if (judgement.standing != Standing::Missing && !file.renew) {
+                file.known = left_alone(file, Outcome::Skipped, judgement.cause);
+                file.known->earlier_arithmetic = judgement.standing == Standing::Earlier;
+            }
+        }
+    }
+}
+
+WorkList work_list(const Settings& settings) {
+    WorkList work = settings.plan.empty() ? search(settings) : read_plan(settings);
+    take_shard(settings.shard, work);
+    judge_outputs(settings, work.files);
+    return work;
+}
+
+}  // namespace quorvane

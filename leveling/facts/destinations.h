@@ -1,0 +1,85 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "leveling/facts/run_facts.h"
+
+namespace quorvane {
+
+/** Which of a file's levels a destination asks for. */
+enum class LevelKind { Loudness, Rms };
+
+/**
+ * What one place of publication asks of a file.
+ *
+ * The sources of the numbers: Apple, "Podcasts: Audio requirements"; the loudness normalisation
+ * pages of Spotify and YouTube; EBU R 128 (2023); ATSC A/85 (2013); ACX, "Audio submission
+ * requirements".
+ */
+struct Destination {
+    std::string word;  // as --for takes it
+    std::string name;  // as people know it
+    LevelKind kind = LevelKind::Loudness;
+    double mono_target = 0;    // LUFS, or dB RMS: what a file made for it aims at
+    double other_target = 0;   // the same with two channels or more
+    double lower_by = 0;       // what may be missing to the target, dB
+    double higher_by = 0;      // what may be above it, dB
+    double peak_limit_db = 0;  // true peak in dBTP, with an RMS level the sample peak in dBFS
+    std::optional<double> noise_floor_db;  // the most that pauses may have, dB RMS
+    bool room_tone = false;  // at both ends; told, but neither made nor counted as a miss
+
+    double target(int channels) const { return channels == 1 ? mono_target : other_target; }
+
+    /** The file's level that the target is compared with. */
+    double level_of(const Loudness& loudness) const;
+
+    /** "−16 LUFS ±0.5, true peak up to −1 dBTP" */
+    std::string asks(int channels) const;
+};
+
+/** All of them, in the order they are shown. */
+const std::vector<Destination>& destinations();
+
+/** The one of that word; "apple" is the podcast. Null when there is none. */
+const Destination* find_destination(const std::string& word);
+
+/** The words that --for takes, without second names. */
+std::vector<std::string> destination_words();
+
+/**
+ * Limiting beyond this is heard as pumping and dullness, so a gain that needs it on more than
+ * kMostLimitedShare of the time is not given.
+ */
+constexpr double kMostLimitingDb = 6;
+constexpr double kMostLimitedShare = 0.01;
+
+/** What a peak may read above a limit: the accuracy that limiting keeps, dB. */
+constexpr double kPeakTolerance = 0.02;
+
+/** One thing that a file lacks. */
+struct Miss {
+    std::string what;   // "loudness", "true peak", "peak", "level", "noise floor"
+    double by = 0;      // signed: how far above (+) or below (-) what is asked; infinite: silent
+    std::string unit;   // "LU" or "dB"
+    std::string words;  // "2.4 LU too quiet"
+};
+
+/** How a file stands to one destination. */
+struct DestinationCheck {
+    const Destination* destination = nullptr;
+    std::vector<Miss> misses;
+    std::vector<std::string> remarks;  // what else is asked for there and not found
+
+    bool met() const { return misses.empty(); }
+
+    /** "2.4 LU too quiet, true peak 0.6 dB too high" */
+    std::string words() const;
+};
+
+DestinationCheck check_destination(const Destination& destination,
+                                   const Loudness& loudness,
+                                   int channels);
+
+}  // namespace quorvane

@@ -1,0 +1,92 @@
+#include "leveling/media/handles.h"
+
+#include <fmt/format.h>
+
+#include <atomic>
+#include <cstdio>
+#include <mutex>
+#include <new>
+
+namespace quorvane::media {
+namespace {
+
+std::mutex g_log_lock;
+std::string g_last_error;
+std::atomic<std::int64_t> g_errors{0};
+
+void take_log_line(void* source, int level, const char* format, va_list values) {
+    if (level > AV_LOG_ERROR) {
+        return;
+    }
+    ++g_errors;
+    char line[512];
+    int prefix = 0;
+    av_log_format_line(source, level, format, values, line, sizeof line, &prefix);
+    fprintf(stderr, "%s", line);
+    // The same text without the name and address of the object that it is about.
+    prefix = 0;
+    av_log_format_line(nullptr, level, format, values, line, sizeof line, &prefix);
+    const std::lock_guard<std::mutex> guard(g_log_lock);
+    g_last_error = line;
+    while (!g_last_error.empty() && (g_last_error.back() == '\n' || g_last_error.back() == '.')) {
+        g_last_error.pop_back();
+    }
+}
+
+}  // namespace
+
+void set_entry(AVDictionary** entries, const char* name, const char* value) {
+    if (av_dict_set(entries, name, value, 0) < 0) {
+        throw std::bad_alloc();
+    }
+}
+
+CodecContext make_codec(const AVCodec& codec) {
+    CodecContext context(avcodec_alloc_context3(&codec));
+    if (!context) {
+        throw std::bad_alloc();
+    }
+    return context;
+}
+
+Frame make_frame() {
+    Frame frame(av_frame_alloc());
+    if (!frame) {
+        throw std::bad_alloc();
+    }
+    return frame;
+}
+
+Packet make_packet() {
+    Packet packet(av_packet_alloc());
+    if (!packet) {
+        throw std::bad_alloc();
+    }
+    return packet;
+}
+
+std::string reason(int code) {
+    char text[AV_ERROR_MAX_STRING_SIZE] = "";
+    av_strerror(code, text, sizeof text);
+    const std::lock_guard<std::mutex> guard(g_log_lock);
+    return g_last_error.empty() ? std::string(text) : fmt::format("{} ({})", text, g_last_error);
+}
+
+int check(int code, const char* doing) {
+    if (code < 0) {
+        throw FileError(fmt::format("{}: {}", doing, reason(code)));
+    }
+    return code;
+}
+
+std::int64_t logged_errors() {
+    return g_errors;
+}
+
+void keep_log() {
+    av_log_set_callback(take_log_line);
+    const std::lock_guard<std::mutex> guard(g_log_lock);
+    g_last_error.clear();
+}
+
+}  // namespace quorvane::media

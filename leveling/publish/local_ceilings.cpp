@@ -1,0 +1,41 @@
+#include "leveling/publish/local_ceilings.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+
+#include "leveling/audio/portable_math.h"
+
+namespace quorvane {
+namespace {
+
+constexpr double kRoomDb = 0.1;  // below the limit, for each call
+/** What is rendered lower than this share of the limit counts as that high. */
+constexpr double kLeastRendered = 0.25;
+
+}  // namespace
+
+LocalCeilings::LocalCeilings(double limit_db, double ceiling_db)
+    : limit_(portable_amplitude(limit_db)),
+      ceiling_(portable_amplitude(ceiling_db)),
+      lowest_db_(ceiling_db) {}
+
+void LocalCeilings::lower(const std::vector<double>& coded, const std::vector<double>& rendered) {
+    const double wanted = limit_ * portable_amplitude(-kRoomDb * ++calls_);
+    factors_.resize(std::max({factors_.size(), coded.size(), rendered.size()}), 1.0);
+    for (std::size_t block = 0; block < coded.size(); ++block) {
+        if (coded[block] <= wanted) {
+            continue;
+        }
+        const std::size_t begin = block - std::min<std::size_t>(block, 1);
+        const std::size_t end = std::min(block + 2, factors_.size());
+        for (std::size_t at = begin; at < end; ++at) {
+            const double peak =
+                std::max(at < rendered.size() ? rendered[at] : 0, limit_ * kLeastRendered);
+            factors_[at] = std::min(factors_[at], peak / ceiling_ * (wanted / coded[block]));
+        }
+        lowest_db_ = std::min(lowest_db_, 20 * std::log10(factors_[block] * ceiling_));
+    }
+}
+
+}  // namespace quorvane

@@ -1,0 +1,392 @@
+#include "leveling/publish/publish.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <optional>
+#include <stdexcept>
+#include <utility>
+#include <vector>
+
+#include "leveling/audio/loudness_meter.h"
+#include "leveling/audio/measure.h"
+#include "leveling/audio/portable_math.h"
+#include "leveling/audio/sound_file.h"
+#include "leveling/publish/limiter.h"
+#include "leveling/publish/local_ceilings.h"
+#include "leveling/publish/true_peak.h"
+
+/*
+ * Gain and limiting hang together: more gain means more limiting, and that takes loudness away
+ * again. So the gain is searched for, by trials that run the limiter over the whole file but keep
+ * only the level: the secant through the last two trials gives the next one. What was found is
+ * written, encoded as the file has to be, and measured as anybody would measure it. A codec adds
+ * peaks of its own. Where they pass the limit, the ceiling is lowered, and only there: lowered for
+ * the whole file it would cost loudness, which more limiting would have to bring back. The aim is
+ * corrected by what is missing to the level or exceeds it, and all of it is done again, a few times
+ * at most; the best delivery counts.
+ *
+ * Where the target would need more limiting than is sound, the gain stays at the most that does
+ * not.
+ */
+
+namespace quorvane {
+namespace {
+
+constexpr sf_count_t kBlockFrames = 16384;
+constexpr int kMostTrials = 6;  // for one ceiling
+constexpr int kMostDeliveries = 10;
+constexpr double kTrialAccuracy = 0.05;    // dB
+constexpr double kDeliveryAccuracy = 0.1;  // dB; a tenth is what is shown
+constexpr double kCeilingMargin = 0.01;    // dB below the limit, for the rounding of samples
+constexpr double kLeastRise = 0.3;     // of the level, dB a dB of gain: below it the limiter rules
+constexpr double kMostStep = 6;        // dB from one trial to the next
+constexpr double kUnnoticed = 0.25;    // of the limit: what no codec raises above it
+constexpr double kStepsADb = 10000;    // to which levels and gains are rounded
+constexpr double kRoomAtEdge = 0.3;    // dB kept from the edges of what an audiobook may have
+constexpr double kExpectedPasses = 5;  // for the progress
+
+/** So that the last bit of the library's logarithm decides nothing. Infinite stays. */
+double rounded(double db) {
+    return std::rint(db * kStepsADb) / kStepsADb;
+}
+
+/** Whether a delivery is nearer to what is wanted than another: the limit of the peak comes first.
+ */
+struct Distance {
+    double excess_db;  // of the peak above the limit
+    double off_db;     // of the level, without its sign
+
+    bool holds() const { return excess_db <= kPeakTolerance; }
+
+    bool operator<(const Distance& other) const {
+        if (holds() != other.holds()) {
+            return holds();
+        }
+        return holds() ? off_db < other.off_db : excess_db < other.excess_db;
+    }
+};
+
+/** The level that a destination asks for, and nothing else: a trial has to be cheap. */
+class LevelMeter {
+  public:
+    LevelMeter(LevelKind kind, const SndfileHandle& file)
+        : kind_(kind),
+          channels_(static_cast<std::size_t>(file.channels())),
+          meter_(file.channels(), file.samplerate()) {}
+
+    /** Interleaved, whole frames. */
+    void add(const std::vector<double>& samples) {
+        if (kind_ == LevelKind::Loudness) {
+            meter_.add(samples.data(), samples.size() / channels_);
+            return;
+        }
+        for (double sample : samples) {
+            squares_ += sample * sample;
+        }
+        count_ += static_cast<double>(samples.size());
+    }
+
+    double level_db() const {
+        if (kind_ == LevelKind::Rms) {
+            return rounded(10 * std::log10(squares_ / std::max(count_, 1.0)));
+        }
+        return rounded(meter_.integrated_lufs());
+    }
+
+  private:
+    LevelKind kind_;
+    std::size_t channels_;
+    LoudnessMeter meter_;
+    // For an RMS target.
+    double squares_ = 0;
+    double count_ = 0;
+};
+
+/** What came out of one run of gain and limiter over the file. */
+struct Trial {
+    double level_db = 0;
+    Reductions reductions;
+};
+
+bool is_too_hard(const Trial& trial) {
+    return trial.reductions.share_above(kMostLimitingDb) > kMostLimitedShare;
+}
+
+class Publisher {
+  public:
+    Publisher(const Destination& destination,
+              std::string from,
+              const std::function<void(double)>& progress)
+        : destination_(destination), from_(std::move(from)), progress_(progress) {}
+
+    Published run(const std::string& to, const Encode& encode);
+
+  private:
+    Trial try_out(double gain_db, SndfileHandle* out);
+    void solve();
+    double aim() const;
+    bool fits_as_it_is();
+    double find_peaks(const std::string& path, const Loudness& measured);
+    Trial render(const std::string& to);
+    Published deliver(const std::string& to, const Encode& encode);
+    Published search(const std::string& to, const Encode& encode);
+    Loudness measured(const std::string& path);
+    void advance(double fraction_of_pass);
+    void learn_from(const Published& result, const std::string& rendered);
+    bool is_silent() const;
+    bool delivered(const Published& result);
+
+    const Destination& destination_;
+    std::string from_;
+    const std::function<void(double)>& progress_;
+    double passes_ = 0;
+    int channels_ = 0;
+    Loudness before_;
+    double aim_db_ = 0;      // the level that a trial has to have
+    double ceiling_db_ = 0;  // of the limiter
+    double gain_db_ = 0;
+    double most_gain_db_ = std::numeric_limits<double>::infinity();  // that is sound
+    bool held_back_ = false;
+    std::optional<LocalCeilings> ceilings_ = {};
+    std::vector<double> peaks_ = {};  // of the blocks of the file that was read last, linear
+    double rise_ = 1;                 // of the level with the gain, dB a dB
+    Distance miss_ = {};              // of the last delivery
+};
+
+/** Nobody knows how many passes there will be: the last percent waits for the end. */
+void Publisher::advance(double fraction_of_pass) {
+    progress_(std::min(0.99, (passes_ + fraction_of_pass) / kExpectedPasses));
+}
+
+Loudness Publisher::measured(const std::string& path) {
+    Loudness loudness = measure(path, [this](double done) { advance(done); }).loudness;
+    ++passes_;
+    return loudness;
+}
+
+/**
+ * Keeps the peaks of the file's blocks and gives that of the whole, in dB over the limit: the
+ * stricter reading of two meters, ours and that of the measurement.
+ */
+double Publisher::find_peaks(const std::string& path, const Loudness& measured) {
+    const double limit = portable_amplitude(destination_.peak_limit_db);
+    peaks_ = block_peaks_of(path, limit * kUnnoticed);
+    const double greatest = *std::max_element(peaks_.begin(), peaks_.end());
+    const double ours = rounded(20 * std::log10(greatest / limit));
+    const double theirs = rounded(measured.true_peak_dbtp - destination_.peak_limit_db);
+    if (theirs > ours && theirs > 0 && greatest > 0) {
+        // Which block it was, only our meter knows.
+        const double factor = portable_amplitude(theirs) * limit / greatest;
+        for (double& peak : peaks_) {
+            peak *= factor;
+        }
+    }
+    return std::max(ours, theirs);
+}
+
+/** Runs gain and limiter over the file, and writes what comes out where there is a file for it. */
+Trial Publisher::try_out(double gain_db, SndfileHandle* out) {
+    SndfileHandle in = open_to_read(from_);
+    LevelMeter meter(destination_.kind, in);
+    TruePeakLimiter limiter(channels_, in.samplerate(), portable_amplitude(gain_db),
+                            portable_amplitude(ceiling_db_), ceilings_->factors());
+    std::vector<double> block(static_cast<std::size_t>(kBlockFrames) *
+                              static_cast<std::size_t>(channels_));
+    std::vector<double> ready;
+    const auto pass_on = [&] {
+        meter.add(ready);
+        const auto count = static_cast<sf_count_t>(ready.size());
+        if (out && out->write(ready.data(), count) != count) {
+            throw std::runtime_error(out->strError());
+        }
+        ready.clear();
+    };
+    double done = 0;
+    for (sf_count_t got = 0; (got = in.readf(block.data(), kBlockFrames)) > 0;) {
+        limiter.process(block.data(), static_cast<std::size_t>(got), ready);
+        pass_on();
+        done += static_cast<double>(got);
+        advance(done / static_cast<double>(in.frames()));
+    }
+    if (in.error()) {
+        throw std::runtime_error(in.strError());
+    }
+    limiter.finish(ready);
+    pass_on();
+    ++passes_;
+    return {meter.level_db(), limiter.reductions()};
+}
+
+/** The level to aim at: the target, or below it where that keeps the pauses quiet enough. */
+double Publisher::aim() const {
+    const double target = destination_.target(channels_);
+    if (!destination_.noise_floor_db) {
+        return target;
+    }
+    // A gain moves voice and pauses together: their distance says which level the pauses allow.
+    const double quiet_enough = destination_.level_of(before_) + *destination_.noise_floor_db -
+                                before_.pauses_dbfs - kRoomAtEdge;
+    const double lowest = target - destination_.lower_by + kRoomAtEdge;
+    return quiet_enough >= lowest ? std::min(target, quiet_enough) : target;
+}
+
+/** Finds the gain that brings the level to the aim under the ceiling, or the most that is sound. */
+void Publisher::solve() {
+    // Without limiting, gain and level move together: the one point that needs no trial.
+    const double idle_gain = ceiling_db_ - before_.true_peak_dbtp - kDeliveryAccuracy;
+    double gain = aim_db_ - destination_.level_of(before_);
+    double known_gain = std::min(idle_gain, gain);
+    double known_level = destination_.level_of(before_) + known_gain;
+    held_back_ = false;
+    most_gain_db_ = std::numeric_limits<double>::infinity();
+    for (int trials = 0; gain > idle_gain && trials < kMostTrials; ++trials) {
+        gain = rounded(std::min(gain, most_gain_db_));
+        const Trial trial = try_out(gain, nullptr);
+        // Too much of it is limited too hard: back by as much as the limiter was overdriven.
+        if (is_too_hard(trial)) {
+            most_gain_db_ =
+                gain - (trial.reductions.exceeded_by(kMostLimitedShare) - kMostLimitingDb);
+            gain = most_gain_db_;
+            continue;
+        }
+        const double lacking = aim_db_ - trial.level_db;
+        held_back_ = lacking > kTrialAccuracy && gain >= most_gain_db_;
+        if (std::fabs(lacking) <= kTrialAccuracy || held_back_) {
+            break;
+        }
+        // By how much the level rises with the gain, here: below 1 where the limiter works.
+        rise_ = (trial.level_db - known_level) / (gain - known_gain);
+        known_gain = gain;
+        known_level = trial.level_db;
+        gain += rise_ > 0 ? std::clamp(lacking / rise_, -kMostStep, kMostStep) : lacking;
+    }
+    gain_db_ = rounded(std::min(gain, most_gain_db_));
+}
+
+bool Publisher::is_silent() const {
+    return !std::isfinite(destination_.level_of(before_));
+}
+
+/** Silence has no level that a gain could change. */
+bool Publisher::fits_as_it_is() {
+    return is_silent() ||
+           (std::fabs(destination_.level_of(before_) - aim_db_) <= kDeliveryAccuracy &&
+            find_peaks(from_, before_) <= kPeakTolerance);
+}
+
+/** Whether what was written keeps the limit and has the level, as far as that can be had. */
+bool Publisher::delivered(const Published& result) {
+    miss_ = {find_peaks(result.path, result.after),
+             std::fabs(rounded(aim() - destination_.level_of(result.after)))};
+    return miss_.holds() && (miss_.off_db <= kDeliveryAccuracy || held_back_);
+}
+
+/** Lowers the ceiling where the delivered peaks are above the limit, and corrects the level. */
+void Publisher::learn_from(const Published& result, const std::string& rendered) {
+    if (!miss_.holds()) {
+        const double limit = portable_amplitude(destination_.peak_limit_db);
+        ceilings_->lower(peaks_, block_peaks_of(rendered, limit * kUnnoticed));
+    }
+    if (!held_back_) {
+        // The coding changes the level by about the same each time: that is aimed at as well.
+        const double lacking = rounded(aim() - destination_.level_of(result.after));
+        aim_db_ += lacking;
+        gain_db_ = rounded(gain_db_ + lacking / std::clamp(rise_, kLeastRise, 1.0));
+    }
+}
+
+Trial Publisher::render(const std::string& to) {
+    const SndfileHandle in = open_to_read(from_);
+    SndfileHandle out = open_to_write(to, in.format(), channels_, in.samplerate());
+    // A sample that rounds above full scale would wrap in integer formats.
+    out.command(SFC_SET_CLIPPING, nullptr, SF_TRUE);
+    return try_out(gain_db_, &out);
+}
+
+/** Renders, encodes and measures with the gain and the ceilings that were found. */
+Published Publisher::deliver(const std::string& to, const Encode& encode) {
+    Trial written = render(to);
+    if (is_too_hard(written) && !held_back_) {
+        solve();
+        written = render(to);
+    }
+    Published result;
+    result.path = encode(to);
+    result.after = measured(result.path);
+    result.facts = {destination_.word,
+                    gain_db_,
+                    ceilings_->lowest_db(),
+                    written.reductions.most_db(),
+                    written.reductions.share_above(kMostLimitingDb),
+                    held_back_};
+    return result;
+}
+
+Published Publisher::run(const std::string& to, const Encode& encode) {
+    channels_ = open_to_read(from_).channels();
+    before_ = measured(from_);
+    aim_db_ = aim();
+    ceiling_db_ = destination_.peak_limit_db - kCeilingMargin;
+    ceilings_.emplace(destination_.peak_limit_db, ceiling_db_);
+
+    Published result;
+    result.facts.destination = destination_.word;
+    if (fits_as_it_is()) {
+        // Nothing to change, but for a lossy format the encoder has its say.
+        result.path = encode(from_);
+        result.after = result.path == from_ ? before_ : measured(result.path);
+        result.facts.ceiling_dbtp = ceiling_db_;
+        if (is_silent() || delivered(result)) {
+            return result;
+        }
+        learn_from(result, from_);
+    }
+    return search(to, encode);
+}
+
+/** Delivers until it is right, or the best of some deliveries once more. */
+Published Publisher::search(const std::string& to, const Encode& encode) {
+    struct Best {
+        Distance miss;
+        double gain_db;
+        bool held_back;
+        LocalCeilings ceilings;
+    };
+
+    std::optional<Best> best;
+    solve();
+    for (int deliveries = 1;; ++deliveries) {
+        Published result = deliver(to, encode);
+        if (delivered(result)) {
+            return result;
+        }
+        const bool better = !best || miss_ < best->miss;
+        if (better) {
+            best = Best{miss_, gain_db_, held_back_, *ceilings_};
+        }
+        if (deliveries == kMostDeliveries) {
+            if (better) {
+                return result;
+            }
+            break;
+        }
+        learn_from(result, to);
+    }
+    gain_db_ = best->gain_db;
+    held_back_ = best->held_back;
+    ceilings_ = best->ceilings;
+    return deliver(to, encode);
+}
+
+}  // namespace
+
+Published publish(const Destination& destination,
+                  const std::string& from,
+                  const std::string& to,
+                  const Encode& encode,
+                  const std::function<void(double)>& progress) {
+    return Publisher(destination, from, progress).run(to, encode);
+}
+
+}  // namespace quorvane

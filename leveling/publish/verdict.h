@@ -1,0 +1,42 @@
+#pragma once
+
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "leveling/facts/destinations.h"
+#include "leveling/facts/facts_list.h"
+#include "leveling/facts/run_facts.h"
+
+namespace quorvane {
+
+/** The file's check for one destination: of the output, or of the input when only measured. */
+DestinationCheck check_file(const Destination& destination, const FileFacts& facts);
+
+/** True when the file was measured and is what every word of `asked` names. */
+bool is_ready(const FileFacts& facts, const std::vector<std::string>& asked);
+
+/**
+ * What the user can do about a check that is not met: "--for podcast", or why nothing in the
+ * program mends it.
+ */
+std::string remedy(const DestinationCheck& check, const FileFacts& facts);
+
+/** "Ready for podcast: no, 2.4 LU too quiet." Without words asked for: where it may go as it is. */
+std::string readiness(const FileFacts& facts, const std::vector<std::string>& asked);
+
+/** What became of the file in one or two plain sentences, for somebody who sees this first. */
+std::string verdict(const FileFacts& facts, const std::vector<std::string>& asked);
+
+/** The same for all files of a run. */
+std::string verdict(const FactsList& files, const std::vector<std::string>& asked);
+
+/**
+ * The facts as a program reads them: with the program's name and version, the verdict, and how the
+ * file stands to each destination.
+ */
+nlohmann::ordered_json facts_document(const FileFacts& facts,
+                                      const std::vector<std::string>& asked,
+                                      Curves curves = Curves::Tell);
+
+}  // namespace quorvane

@@ -1,0 +1,93 @@
+#include "leveling/report/result_files.h"
+
+#include <fmt/format.h>
+
+#include <exception>
+#include <utility>
+
+#include "leveling/publish/verdict.h"
+
+namespace quorvane {
+namespace {
+
+/** Runs one of the two writers; when it fails, it is told of and dropped. */
+template <class Writer, class Work>
+void attempt(std::unique_ptr<Writer>& writer,
+             const char* what,
+             std::vector<std::string>& problems,
+             const Work& work) {
+    try {
+        work();
+    } catch (const std::exception& error) {
+        writer.reset();
+        problems.push_back(fmt::format("the {} could not be written: {}", what, error.what()));
+    }
+}
+
+// As the messages name them.
+constexpr const char* kJson = "JSON file";
+constexpr const char* kReport = "report";
+
+}  // namespace
+
+ResultFiles::ResultFiles(const Settings& settings,
+                         std::size_t count,
+                         const std::function<std::string(const FileFacts&)>& listening_part)
+    : settings_(settings), files_(count), there_(count) {
+    if (!settings.json.empty() && !settings.json_on_standard_output()) {
+        attempt(json_, kJson, problems_, [&] {
+            remove_stale_parts(settings.json);
+            json_ = std::make_unique<StagedText>(settings.json);
+        });
+    }
+    if (!settings.report.empty()) {
+        attempt(report_, kReport, problems_, [&] {
+            report_ = std::make_unique<ReportWriter>(
+                settings.report, count,
+                ReportOptions{settings.destinations, settings.listen ? listening_part : nullptr});
+        });
+    }
+}
+
+ResultFiles::~ResultFiles() = default;
+
+void ResultFiles::add(std::size_t index, FileFacts facts) {
+    // Curves and passages are kept for whoever writes them; nobody else needs them.
+    if (!json_ && !report_) {
+        strip_details(facts);
+    }
+    files_.set(index, std::move(facts));
+    there_[index] = true;
+    for (; next_ < files_.size() && there_[next_]; ++next_) {
+        write(next_);
+    }
+}
+
+void ResultFiles::write(std::size_t index) {
+    // A writer that has failed is gone by now: the other one goes on.
+    FileFacts facts = files_.take(index);
+    if (report_) {
+        attempt(report_, kReport, problems_, [&] { report_->add(facts); });
+    }
+    if (json_) {
+        attempt(json_, kJson, problems_, [&] {
+            json_->add(dump(facts_document(facts, settings_.destinations, settings_.curves)) +
+                       "\n");
+        });
+    }
+    strip_details(facts);
+    files_.set(index, std::move(facts));
+}
+
+std::string ResultFiles::commit() {
+    std::string page;
+    if (report_) {
+        attempt(report_, kReport, problems_, [&] { page = report_->finish(); });
+    }
+    if (json_) {
+        attempt(json_, kJson, problems_, [&] { json_->commit(); });
+    }
+    return page;
+}
+
+}  // namespace quorvane

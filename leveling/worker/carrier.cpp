@@ -1,0 +1,65 @@
+#include "leveling/worker/carrier.h"
+
+#include <fmt/format.h>
+
+#include <filesystem>
+#include <stdexcept>
+#include <system_error>
+
+#include "leveling/audio/sound_file.h"
+#include "leveling/facts/file_error.h"
+#include "leveling/worker/media_module.h"
+#include "leveling/worker/sound_file_carrier.h"
+
+namespace quorvane {
+namespace {
+
+/** Whether libsndfile reads the job's input and, where an output is wanted, writes such files. */
+bool libsndfile_serves(const Job& job) {
+    try {
+        const SndfileHandle file = open_to_read(job.input);
+        SF_INFO info{};
+        info.format = file.format();
+        info.channels = file.channels();
+        info.samplerate = file.samplerate();
+        // It claims to write layers I and II, too.
+        const int coding = info.format & SF_FORMAT_SUBMASK;
+        const bool is_written = sf_format_check(&info) && coding != SF_FORMAT_MPEG_LAYER_I &&
+                                coding != SF_FORMAT_MPEG_LAYER_II;
+        return job.output.empty() || is_written;
+    } catch (const std::runtime_error&) {
+        return false;
+    }
+}
+
+void refuse_empty(const std::string& path) {
+    std::error_code error;
+    if (std::filesystem::is_regular_file(path, error) &&
+        std::filesystem::file_size(path, error) == 0 && !error) {
+        throw FileError("is empty: it has no bytes");
+    }
+}
+
+}  // namespace
+
+void require_channels(const FileFacts& facts) {
+    constexpr int kMostChannels = 2;
+    if (facts.channels > kMostChannels) {
+        throw FileError(fmt::format("it has {} channels, at most {} can be leveled", facts.channels,
+                                    kMostChannels));
+    }
+}
+
+std::unique_ptr<Carrier> make_carrier(const Job& job) {
+    // What libsndfile reads stays with it, and costs nobody the loading of FFmpeg's libraries.
+    // A read error of the disk looks to it like an unknown format, and the other way gives other
+    // bytes: only a second refusal counts.
+    refuse_empty(job.input);
+    const bool is_served = libsndfile_serves(job) || libsndfile_serves(job);
+    if (!is_served && media_module().can_serve(job.input)) {
+        return media_module().make_carrier(job);
+    }
+    return std::make_unique<SoundFileCarrier>(job);
+}
+
+}  // namespace quorvane

@@ -1,0 +1,420 @@
+#include "leveling/worker/file_work.h"
+
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <exception>
+#include <filesystem>
+#include <future>
+#include <memory>
+#include <optional>
+#include <string>
+#include <system_error>
+#include <vector>
+
+#include "Common/stream/helper_thread.h"
+#include "leveling/archive/content_hash.h"
+#include "leveling/archive/record.h"
+#include "leveling/audio/measure.h"
+#include "leveling/engine/engine_run.h"
+#include "leveling/engine/output_gate.h"
+#include "leveling/facts/destinations.h"
+#include "leveling/facts/file_error.h"
+#include "leveling/metadata/byte_file.h"
+#include "leveling/preparation/preparation.h"
+#include "leveling/publish/publish.h"
+#include "leveling/storage/staged_output.h"
+#include "leveling/worker/carrier.h"
+
+/*
+ * The work on one file is a list of stages, kStages, each a function that takes what the ones
+ * before it left in Work. What depends on the kind of file is asked of its Carrier; a stage that
+ * has nothing to do for a job is left out by its condition. A new stage is a function and a line in
+ * the list.
+ */
+
+namespace quorvane {
+namespace fs = std::filesystem;
+
+namespace {
+
+/** What a second thread makes of the input. */
+struct InputReading {
+    Loudness loudness;
+    std::string hash;
+};
+
+struct Work {
+    const Job& job;
+    FileFacts facts = {};
+    std::unique_ptr<Carrier> carrier = nullptr;
+    std::vector<std::string> engine_inputs = {};
+    // Of each engine input; empty: the engine handed it back.
+    std::vector<std::string> leveled = {};
+    std::string audio = "";  // the newest form of the leveled audio; at the end the complete file
+    bool changed = true;     // false: the engine handed every input back
+    std::future<InputReading> before = {};       // on its way, while the engine works
+    std::future<Measurement> after = {};         // on its way, while the output is written
+    std::string heard_in = "";                   // the file that `after` is of
+    std::optional<Scan> heard = {};              // what it holds
+    std::unique_ptr<OutputPart> part = nullptr;  // the output, before it gets its name
+    std::string input_hash = "";
+    std::string output_hash = "";
+    std::function<void(double)> progress = nullptr;  // of the stage, 0 to 1
+};
+
+void probe(Work& work) {
+    work.facts.outcome = Outcome::Analyzed;
+    work.carrier = make_carrier(work.job);
+    work.carrier->probe(work.facts);
+    if (!work.job.output.empty()) {
+        require_channels(work.facts);
+    }
+}
+
+void take_measurement(Work& work, const Loudness& before) {
+    work.facts.before = before;
+    if (before.sample_peak_dbfs > 0 && !work.job.output.empty()) {
+        work.facts.notes.push_back(
+            fmt::format("has peaks of {:+.1f} dBFS; what lies above 0 dBFS is cut off before "
+                        "leveling",
+                        before.sample_peak_dbfs));
+    }
+}
+
+/** Waits for a measurement under way and throws what went wrong with it. */
+void wait_for_measurement(Work& work) {
+    if (work.before.valid()) {
+        const InputReading reading = work.before.get();
+        take_measurement(work, reading.loudness);
+        work.input_hash = reading.hash;
+    }
+}
+
+/** Beside the engine's first steps, which need one processor alone, where there are two. */
+void measure_before(Work& work) {
+    const std::string file = work.carrier->readable(work.job.input);
+    if (work.job.spare_processor && !work.job.output.empty()) {
+        work.before = std::async(std::launch::async, [file, input = work.job.input] {
+            const Loudness loudness = measure(file, [](double) {}).loudness;
+            return InputReading{loudness, content_hash(input)};
+        });
+    } else {
+        take_measurement(work, measure(file, work.progress).loudness);
+    }
+}
+
+void decode(Work& work) {
+    work.carrier->decode(work.facts, work.progress);
+}
+
+void prepare(Work& work) {
+    work.engine_inputs = work.carrier->engine_inputs();
+}
+
+/** The hidden file at the output's place, empty. */
+void open_part(Work& work) {
+    work.part = std::make_unique<OutputPart>(work.job.output, work.job.part);
+    work.part->clear();
+}
+
+/**
+ * For the engine's last step: the descriptor of the output's place behind so much room. What is
+ * wrong with the place, stage() will meet again and tell.
+ */
+int open_place(Work& work, std::uint64_t room) {
+    try {
+        open_part(work);
+        const int file = work.part->descriptor();
+        return lseek(file, static_cast<off_t>(room), SEEK_SET) == -1 ? -1 : file;
+    } catch (const std::exception&) {
+        return -1;
+    }
+}
+
+/** Calls write, which may throw for the hidden file: nobody knows that one. */
+template <class Write>
+void tell_of_output(Work& work, const Write& write) {
+    try {
+        write();
+    } catch (const std::system_error& error) {
+        const bool hidden = std::string(error.what()).rfind(work.job.part, 0) == 0;
+        throw hidden ? std::system_error(error.code(), work.job.output) : error;
+    }
+}
+
+/** Makes the output of leveled audio at its place, or else takes it away from there. */
+void complete(Work& work, std::uint64_t room, const std::string& leveled) {
+    const std::string& path = work.part->path();
+    if (work.carrier->complete(path, room)) {
+        work.part->start_sync();  // the readings of it come first
+    } else {
+        copy_from(path, room, leveled);
+        work.part.reset();
+    }
+}
+
+
+/** The engine's result as it is. */
+PreparedResult level_plainly(const PreparedRun& run,
+                             const std::string& place_name,
+                             const std::function<void(double)>& progress) {
+    EngineRun engine{run.recording, run.output,     run.scratch,
+                     run.tuning,    run.open_place, place_name};
+    const EngineResult result = run_engine(engine, progress);
+    return {result.leveled,  result.in_place, result.cause,
+            result.leveling, std::nullopt,    result.note};
+}
+
+/** Takes one of the file's sounds through the leveling; the facts tell of the first. */
+void level_sound(Work& work, std::size_t index) {
+    const std::string& input = work.engine_inputs[index];
+    const std::string name = index == 0 ? "/leveled" : fmt::format("/leveled{}", index + 1);
+    PreparedRun run{input, work.job.scratch + name + fs::path(input).extension().string(), 0,
+                    work.job.scratch, work.job.options.tuning};
+    const bool is_output = work.engine_inputs.size() == 1 && work.job.options.destination.empty();
+    const auto room = is_output ? work.carrier->room_in_place() : std::nullopt;
+    if (room) {
+        run.open_place = [&] { return open_place(work, *room); };
+    }
+    const auto count = static_cast<double>(work.engine_inputs.size());
+    const auto progress = [&](double done) {
+        work.progress((static_cast<double>(index) + done) / count);
+    };
+    const PreparedResult result = work.job.options.plain
+                                      ? level_plainly(run, work.job.output, progress)
+                                      : level_prepared(run, progress);
+    if (result.in_place) {
+        tell_of_output(work, [&] { complete(work, *room, run.output); });
+    }
+    const std::string& leveled = result.in_place && work.part ? work.part->path() : run.output;
+    if (result.leveled && work.job.options.plain) {
+        require_sound_output(input, leveled);
+    }
+    work.leveled.push_back(result.leveled ? leveled : "");
+    work.changed = work.changed || result.leveled;
+    if (!result.note.empty()) {
+        work.facts.notes.push_back(work.engine_inputs.size() == 1
+                                       ? result.note
+                                       : fmt::format("sound {}: {}", index + 1, result.note));
+    }
+    if (index == 0) {
+        work.facts.leveling = result.leveling;
+        work.facts.preparation = result.preparation;
+        work.facts.cause = result.cause;
+    }
+}
+
+void level(Work& work) {
+    stream::HelperThread::use(work.job.spare_processor);
+    work.changed = false;
+    try {
+        for (std::size_t i = 0; i < work.engine_inputs.size(); ++i) {
+            level_sound(work, i);
+        }
+    } catch (...) {
+        wait_for_measurement(work);  // a file that cannot be read through is the cause to tell
+        throw;
+    }
+    wait_for_measurement(work);
+    work.facts.outcome = work.changed ? Outcome::Leveled : Outcome::Copied;
+    if (!work.changed) {
+        work.audio = work.job.input;
+        work.facts.after = work.facts.before;
+    }
+}
+
+void encode(Work& work) {
+    work.audio = work.carrier->encode(work.leveled, work.progress);
+}
+
+void take_measurement_after(Work& work, const Measurement& after) {
+    work.facts.after = after.loudness;
+    work.heard = after.scan;
+}
+
+void measure_after(Work& work) {
+    const std::string file = work.carrier->readable(work.audio);
+    work.heard_in = file;
+    if (work.job.spare_processor) {
+        work.after = measure_meanwhile(file, Beside::kWait);
+    } else {
+        take_measurement_after(work, measure(file, work.progress));
+    }
+}
+
+/** The loudness of the new audio, null where it is not to be measured. */
+const Loudness* loudness_after(Work& work) {
+    if (work.after.valid()) {
+        take_measurement_after(work, work.after.get());
+    }
+    return work.facts.after ? &*work.facts.after : nullptr;
+}
+
+/**
+ * Brings the leveled audio to its destination. The file's first sound is encoded and measured as
+ * often as that takes; others, which the facts do not tell of, before they are encoded.
+ */
+void publish_audio(Work& work) {
+    const Destination& destination = *find_destination(work.job.options.destination);
+    std::vector<std::string> sounds = work.leveled;
+    const auto rendered = [&](std::size_t index) {
+        return fmt::format("{}/published{}{}", work.job.scratch, index + 1,
+                           fs::path(sounds[index]).extension().string());
+    };
+    for (std::size_t i = 1; i < sounds.size(); ++i) {
+        if (!sounds[i].empty()) {
+            const auto as_it_is = [](const std::string& audio) { return audio; };
+            sounds[i] = publish(destination, sounds[i], rendered(i), as_it_is, [](double) {}).path;
+        }
+    }
+    if (sounds[0].empty()) {
+        work.audio = work.carrier->encode(sounds, work.progress);
+        work.facts.after = measure(work.carrier->readable(work.audio), [](double) {}).loudness;
+        return;
+    }
+    const auto encode_and_read = [&](const std::string& audio) {
+        sounds[0] = audio;
+        work.audio = work.carrier->encode(sounds, [](double) {});
+        return work.carrier->readable(work.audio);
+    };
+    const Published published =
+        publish(destination, work.leveled[0], rendered(0), encode_and_read, work.progress);
+    work.facts.after = published.after;
+    work.facts.publishing = published.facts;
+}
+
+/** Puts the output together at its place from the audio and the input's metadata. */
+void put_together(Work& work) {
+    open_part(work);
+    const std::string& path = work.part->path();
+    if (work.changed) {
+        work.audio = work.carrier->add_metadata(
+            work.audio, [&] { return loudness_after(work); }, path);
+    }
+    if (work.audio != path) {
+        work.part->fill_from(work.audio);
+    }
+}
+
+/** Writes the output, whole but without its name, at its place, unless it stands there. */
+void stage(Work& work) {
+    if (!work.part || work.audio != work.part->path()) {
+        tell_of_output(work, [&] { put_together(work); });
+        work.part->start_sync();
+    }
+}
+
+/** Reads input and output through: the disk may be at work on the output meanwhile. */
+void hash_contents(Work& work) {
+    work.output_hash = content_hash(work.part->path());
+    if (work.input_hash.empty()) {
+        work.input_hash = content_hash(work.job.input);
+    }
+}
+
+/** A reading of the audio serves for the output where both are one file. */
+void check_result(Work& work) {
+    loudness_after(work);
+    const std::string& path = work.part->path();
+    work.carrier->check(path, work.heard && work.heard_in == path ? &*work.heard : nullptr,
+                        work.facts);
+}
+
+/** Has the content on the disk; the parent gives it its protection and its name. */
+void hand_over(Work& work) {
+    work.part->sync();
+    loudness_after(work);
+}
+
+bool always(const Work& /*work*/) {
+    return true;
+}
+
+bool measures(const Work& work) {
+    return work.job.options.measure;
+}
+
+bool levels(const Work& work) {
+    return !work.job.output.empty();
+}
+
+bool decodes(const Work& work) {
+    return work.carrier->decodes() && (levels(work) || measures(work));
+}
+
+bool changed(const Work& work) {
+    return levels(work) && work.changed;
+}
+
+bool has_destination(const Work& work) {
+    return changed(work) && !work.job.options.destination.empty();
+}
+
+bool has_none(const Work& work) {
+    return changed(work) && work.job.options.destination.empty();
+}
+
+bool has_none_and_measures(const Work& work) {
+    return has_none(work) && measures(work);
+}
+
+struct Stage {
+    void (*run)(Work&);
+    bool (*wanted)(const Work&);
+    double until;          // where on the file's progress bar it ends
+    double until_decoded;  // the same for a file that is decoded and encoded as a whole
+};
+
+constexpr Stage kStages[] = {
+    {probe, always, 0.0, 0.0},
+    {decode, decodes, 0.0, 0.05},
+    {measure_before, measures, 0.10, 0.14},
+    {prepare, levels, 0.10, 0.14},
+    {level, levels, 0.88, 0.70},
+    {publish_audio, has_destination, 0.97, 0.97},
+    {encode, has_none, 0.88, 0.85},
+    {measure_after, has_none_and_measures, 0.97, 0.97},
+    {stage, levels, 0.97, 0.97},
+    {hash_contents, levels, 0.97, 0.97},
+    {check_result, changed, 0.97, 0.97},
+    {hand_over, levels, 1.0, 1.0},
+};
+
+void run_stages(Work& work, const std::function<void(double)>& progress) {
+    double from = 0;
+    for (const Stage& stage : kStages) {
+        if (!stage.wanted(work)) {
+            continue;
+        }
+        const bool whole = work.carrier && work.carrier->decodes();
+        const double until = whole ? stage.until_decoded : stage.until;
+        work.progress = [&, from](double done) { progress(from + (until - from) * done); };
+        stage.run(work);
+        progress(until);
+        from = until;
+    }
+}
+
+}  // namespace
+
+WorkResult work_on(const Job& job, const std::function<void(double)>& progress) {
+    const auto start = std::chrono::steady_clock::now();
+    Work work{job};
+    work.facts.input = job.input;
+    work.facts.output = job.output;
+    std::int64_t bytes = 0;
+    try {
+        run_stages(work, progress);
+        bytes = job.output.empty() ? 0 : state_of(job.part).size;
+    } catch (const std::exception& error) {
+        work.facts.outcome = Outcome::Failed;
+        work.facts.cause = cause_of(error);
+    }
+    const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start;
+    work.facts.elapsed_s = elapsed.count();
+    return {work.facts, work.input_hash, work.output_hash, bytes};
+}
+
+}  // namespace quorvane

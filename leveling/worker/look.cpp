@@ -1,0 +1,136 @@
+#include "leveling/worker/look.h"
+
+#include <poll.h>
+
+#include <exception>
+#include <filesystem>
+#include <functional>
+#include <memory>
+
+#include "leveling/facts/file_error.h"
+#include "leveling/report/listen.h"
+#include "leveling/worker/carrier.h"
+#include "leveling/worker/child_process.h"
+
+/*
+ * One process looks at many files: its start costs more than a look. It answers in the order of the
+ * jobs, so the first job without an answer is the one at which it died.
+ */
+
+namespace quorvane {
+namespace fs = std::filesystem;
+
+namespace {
+
+FileFacts facts_at_first(const Job& job) {
+    FileFacts facts;
+    facts.input = job.input;
+    facts.output = job.output;
+    facts.outcome = Outcome::Planned;
+    return facts;
+}
+
+FileFacts failed(const Job& job, const std::string& cause) {
+    FileFacts facts = facts_at_first(job);
+    facts.outcome = Outcome::Failed;
+    facts.cause = cause;
+    return facts;
+}
+
+using Event = nlohmann::ordered_json;
+
+/** Reads all that the process sends. */
+void follow(ChildProcess& process, const std::function<void(const Event&)>& take) {
+    for (;;) {
+        const bool ended = process.at_end();
+        process.read_events(take);
+        process.read_output();
+        if (ended) {
+            return;
+        }
+        constexpr int kMilliseconds = 200;  // a process that ended may have left its pipes open
+        pollfd watched[2] = {{process.events(), POLLIN, 0}, {process.output(), POLLIN, 0}};
+        poll(watched, 2, kMilliseconds);
+    }
+}
+
+/** Adds the answers of one process for the jobs behind those of `found`; at least one. */
+void look_on(const std::vector<Job>& jobs, std::vector<FileFacts>& found) {
+    const std::size_t done = found.size();
+    ChildProcess process({jobs.begin() + static_cast<std::ptrdiff_t>(done), jobs.end()});
+    follow(process, [&](const Event& event) {
+        // One answer for each job, in their order: anything else is no answer.
+        if (found.size() < jobs.size() && event.at("look") == found.size() - done) {
+            found.push_back(facts_from_json(event.at("facts")));
+        }
+    });
+    if (found.size() < jobs.size()) {
+        found.push_back(failed(jobs[found.size()], process.cause_of_end()));
+    }
+}
+
+}  // namespace
+
+FileFacts look_into(const Job& job) {
+    FileFacts facts = facts_at_first(job);
+    try {
+        const std::unique_ptr<Carrier> carrier = make_carrier(job);
+        if (carrier->decodes() && !job.options.look_inside) {
+            return facts;
+        }
+        carrier->probe(facts);
+        if (!job.output.empty()) {
+            require_channels(facts);
+        }
+    } catch (const std::exception& error) {
+        facts.outcome = Outcome::Failed;
+        facts.cause = cause_of(error);
+    }
+    return facts;
+}
+
+std::vector<FileFacts> look_into_all(const std::vector<Job>& jobs) {
+    std::vector<FileFacts> found;
+    while (found.size() < jobs.size()) {
+        const std::size_t before = found.size();
+        try {
+            look_on(jobs, found);
+        } catch (const std::exception& error) {
+            if (found.size() == before) {
+                found.push_back(failed(jobs[before], cause_of(error)));
+            }
+        }
+    }
+    for (std::size_t i = 0; i < jobs.size(); ++i) {
+        found[i].input = jobs[i].input;
+        found[i].output = jobs[i].output;
+    }
+    return found;
+}
+
+std::string excerpts_of(const Job& job) {
+    FileFacts facts = facts_from_json(Event::parse(job.excerpts_for));
+    facts.input = job.input;  // JSON's text may have lost bytes of the names
+    facts.output = job.output;
+    return listening_part(facts);
+}
+
+std::string listening_part_of(const FileFacts& facts) {
+    if (facts.outcome != Outcome::Leveled) {
+        return "";
+    }
+    Job job;
+    job.input = fs::absolute(facts.input).string();
+    job.output = fs::absolute(facts.output).string();
+    job.excerpts_for = dump(to_json(facts));
+    std::string text;
+    try {
+        ChildProcess process({job});
+        follow(process, [&](const Event& event) { text = event.at("text").get<std::string>(); });
+    } catch (const std::exception&) {
+        return "";  // a page is not worth less without it
+    }
+    return text;
+}
+
+}  // namespace quorvane
