@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "cli/commands/results.h"
 #include "cli/options/settings.h"
 #include "cli/terminal/screen.h"
 #include "cli/terminal/summary.h"
@@ -16,7 +17,6 @@
 #include "leveling/archive/shards.h"
 #include "leveling/batch/batch.h"
 #include "leveling/batch/preflight.h"
-#include "leveling/batch/results.h"
 #include "leveling/batch/settling.h"
 #include "leveling/batch/stop_signals.h"
 #include "leveling/batch/work_list.h"

@@ -7,12 +7,12 @@
 #include <utility>
 
 #include "cli/commands/batch_command.h"
+#include "cli/commands/results.h"
 #include "cli/options/settings.h"
 #include "cli/terminal/screen.h"
 #include "cli/terminal/summary.h"
 #include "cli/terminal/terminal_text.h"
 #include "leveling/archive/result_lines.h"
-#include "leveling/batch/results.h"
 #include "leveling/inputs/plan.h"
 #include "leveling/inputs/run_file_check.h"
 #include "leveling/report/result_files.h"

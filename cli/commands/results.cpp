@@ -1,4 +1,4 @@
-#include "leveling/batch/results.h"
+#include "cli/commands/results.h"
 
 #include <fmt/format.h>
 
