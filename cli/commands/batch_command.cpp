@@ -13,7 +13,6 @@
 #include "cli/options/settings.h"
 #include "cli/terminal/screen.h"
 #include "cli/terminal/summary.h"
-#include "cli/terminal/terminal_text.h"
 #include "leveling/archive/shards.h"
 #include "leveling/batch/batch.h"
 #include "leveling/batch/preflight.h"
@@ -25,6 +24,7 @@
 #include "leveling/report/result_files.h"
 #include "leveling/storage/open_files.h"
 #include "leveling/storage/scratch.h"
+#include "leveling/words/text.h"
 #include "leveling/worker/look.h"
 
 /*
@@ -81,7 +81,7 @@ class ShownBatch : public BatchObserver {
           results_(results),
           screen_(screen),
           lines_(lines),
-          batch_(settings.jobs, job_options(settings), *this),
+          batch_(settings.jobs, options_of(settings), *this),
           signals_(batch_),
           files_(plan.size()) {
         for (std::size_t i = 0; i < plan.size(); ++i) {
@@ -157,21 +157,11 @@ class ShownBatch : public BatchObserver {
         Clock::time_point started;
     };
 
-    /** What a worker has to know; the rest of the settings is about the batch. */
-    static JobOptions job_options(const Settings& settings) {
-        JobOptions options;
-        options.tuning = settings.tuning;
-        options.measure = settings.measure;
-        options.replace = settings.force;
-        options.redo_changed = settings.redo_changed;
-        options.keep_mtime = settings.keep_mtime;
-        options.plain = settings.plain;
-        options.strict = settings.strict;
-        options.salvage = settings.salvage;
-        options.audio_stream = settings.audio_stream;
-        options.audio_codec = settings.audio_codec;
-        if (!settings.destinations.empty() && !settings.analyze) {
-            options.destination = settings.destinations.front();
+    /** A file that is only measured is made for no destination. */
+    static JobOptions options_of(const Settings& settings) {
+        JobOptions options = job_options(settings);
+        if (settings.analyze) {
+            options.destination.clear();
         }
         return options;
     }

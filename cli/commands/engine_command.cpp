@@ -19,7 +19,6 @@
 #include "Common/files/copy_file.h"
 #include "Common/level.h"
 #include "cli/commands/engine_words.h"
-#include "cli/terminal/terminal_text.h"
 #include "leveling/archive/record.h"
 #include "leveling/engine/hooks.h"
 #include "leveling/engine/output_gate.h"
@@ -32,6 +31,7 @@
 #include "leveling/storage/run_files.h"
 #include "leveling/storage/scratch.h"
 #include "leveling/storage/staged_output.h"
+#include "leveling/words/text.h"
 
 namespace fs = boost::filesystem;
 

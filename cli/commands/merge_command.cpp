@@ -11,11 +11,11 @@
 #include "cli/options/settings.h"
 #include "cli/terminal/screen.h"
 #include "cli/terminal/summary.h"
-#include "cli/terminal/terminal_text.h"
 #include "leveling/archive/result_lines.h"
 #include "leveling/inputs/plan.h"
 #include "leveling/inputs/run_file_check.h"
 #include "leveling/report/result_files.h"
+#include "leveling/words/text.h"
 #include "leveling/worker/look.h"
 
 /*

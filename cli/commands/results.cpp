@@ -13,10 +13,10 @@
 #include "Common/version.h"
 #include "cli/commands/batch_command.h"
 #include "cli/terminal/summary.h"
-#include "cli/terminal/terminal_text.h"
 #include "leveling/facts/file_error.h"
 #include "leveling/publish/verdict.h"
 #include "leveling/storage/staged_output.h"
+#include "leveling/words/text.h"
 
 /*
  * What a run says, and with which status it ends. The screen, the JSON and the report hear of every

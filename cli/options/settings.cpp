@@ -8,7 +8,6 @@
 #include <boost/lexical_cast.hpp>
 #include <boost/program_options.hpp>
 #include <sstream>
-#include <thread>
 
 #include "Common/step/option_errors.h"
 #include "cli/options/option_table.h"
@@ -25,7 +24,6 @@ namespace po = boost::program_options;
 
 namespace {
 
-constexpr unsigned kMostJobs = 256;  // a worker each, with pipes and memory of its own
 constexpr std::size_t kMostShards = 1'000'000;
 constexpr std::size_t kMostFailures = 1'000'000'000;
 constexpr unsigned kHelpWidth = 90;      // columns
@@ -255,9 +253,9 @@ void read_places(const Words& words, Settings& settings) {
 
 /** How much of it is done, and how much at once. */
 void read_amounts(const Words& words, Settings& settings) {
-    settings.jobs = static_cast<unsigned>(
-        words.given("jobs") ? parse_number("jobs", words.value("jobs"), kMostJobs)
-                            : std::clamp(std::thread::hardware_concurrency(), 1u, kMostJobs));
+    if (words.given("jobs")) {
+        settings.jobs = static_cast<unsigned>(parse_number("jobs", words.value("jobs"), kMostJobs));
+    }
     if (words.given("max-failures")) {
         settings.max_failures =
             parse_number("max-failures", words.value("max-failures"), kMostFailures);

@@ -13,7 +13,7 @@
 #include <ctime>
 #include <sstream>
 
-#include "cli/terminal/terminal_text.h"
+#include "leveling/words/text.h"
 
 /*
  * Bars are redrawn in place: the cursor goes up by the rows that the last drawing took, which is

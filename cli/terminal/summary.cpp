@@ -4,16 +4,16 @@
 
 #include <algorithm>
 #include <boost/algorithm/string/join.hpp>
-#include <cmath>
 #include <functional>
 #include <iterator>
 #include <map>
 #include <optional>
 #include <utility>
 
-#include "cli/terminal/terminal_text.h"
 #include "leveling/facts/file_error.h"
 #include "leveling/facts/preparation_words.h"
+#include "leveling/words/levels.h"
+#include "leveling/words/text.h"
 
 /*
  * The table takes the width it is given: its columns shrink from pairs with air to pairs without,
@@ -200,19 +200,6 @@ void print_interrupted(const FactsList& files, Screen& screen) {
 }
 
 }  // namespace
-
-std::string decimal(double value) {
-    if (!std::isfinite(value)) {
-        return "-inf";
-    }
-    // No "-0.0" for what rounds to nothing.
-    return fmt::format("{:.1f}", std::fabs(value) < 0.05 ? 0.0 : value);
-}
-
-std::string gain_text(const Leveling& leveling) {
-    return fmt::format("{:+.1f} ({:+.1f} to {:+.1f})", leveling.mean_gain_db,
-                       leveling.least_gain_db, leveling.greatest_gain_db);
-}
 
 std::string loudness_table(const FactsList& files, std::size_t columns) {
     const std::size_t shared = shared_folder(files);

@@ -15,12 +15,6 @@
 
 namespace quorvane {
 
-/** "-18.4"; a silence is "-inf". */
-std::string decimal(double value);
-
-/** "+2.1 (-3.0 to +6.4)": the mean gain in dB, the least and the greatest. */
-std::string gain_text(const Leveling& leveling);
-
 /**
  * The loudness table, as wide as the columns allow; below 79 columns each file gets a few
  * lines of its own. Empty when nothing was measured.

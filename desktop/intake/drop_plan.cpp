@@ -7,28 +7,24 @@
 #include <filesystem>
 #include <stdexcept>
 
-#include "cli/options/settings.h"
 #include "leveling/archive/up_to_date.h"
 #include "leveling/inputs/file_kind.h"
 #include "leveling/inputs/find_files.h"
 #include "leveling/inputs/plan.h"
+#include "leveling/inputs/run_file_check.h"
+#include "leveling/request/request.h"
 
 namespace desktop {
 namespace fs = std::filesystem;
 
 namespace {
 
-/** The command line's settings for the paths; --force, as the window asks about what exists. */
-quorvane::Settings settings_for(const std::vector<std::string>& paths, const std::string& folder) {
-    std::vector<const char*> words = {"quorvane", "--force"};
-    if (!folder.empty()) {
-        words.insert(words.end(), {"--output-dir", folder.c_str()});
-    }
-    words.push_back("--");
-    for (const std::string& path : paths) {
-        words.push_back(path.c_str());
-    }
-    return quorvane::parse_command_line(static_cast<int>(words.size()), words.data());
+/** A drop as the command line would level it. */
+quorvane::Request request_for(const std::vector<std::string>& paths, const std::string& folder) {
+    quorvane::Request request;
+    request.paths = paths;
+    request.output_dir = folder;
+    return request;
 }
 
 /**
@@ -70,15 +66,23 @@ bool can_write_in(const fs::path& folder) {
     return true;
 }
 
+/** Throws UsageError where an output cannot be made or would be another file of the drop. */
+std::vector<quorvane::PlannedFile> checked_outputs(const quorvane::Request& request,
+                                                   const std::vector<quorvane::FoundFile>& files) {
+    std::vector<quorvane::PlannedFile> plan = quorvane::plan_outputs(request, files);
+    quorvane::check_run_files(request, plan);
+    return plan;
+}
+
 /**
  * The outputs of all files at once; where that is refused, of each by itself, so that one file's
  * trouble stays its own.
  */
-std::vector<quorvane::PlannedFile> outputs_of(const quorvane::Settings& settings,
+std::vector<quorvane::PlannedFile> outputs_of(const quorvane::Request& request,
                                               const std::vector<quorvane::FoundFile>& files,
                                               std::vector<DropFile>& refused) {
     try {
-        auto plan = quorvane::plan_outputs(settings, files);
+        auto plan = checked_outputs(request, files);
         const bool clash = std::any_of(
             plan.begin(), plan.end(), [](const auto& planned) { return !planned.problem.empty(); });
         if (!clash) {
@@ -89,7 +93,7 @@ std::vector<quorvane::PlannedFile> outputs_of(const quorvane::Settings& settings
     std::vector<quorvane::PlannedFile> plan;
     for (const quorvane::FoundFile& file : files) {
         try {
-            const auto one = quorvane::plan_outputs(settings, {file});
+            const auto one = checked_outputs(request, {file});
             plan.insert(plan.end(), one.begin(), one.end());
         } catch (const quorvane::UsageError& error) {
             refused.push_back({file.path, "", Existing::Nothing, error.what(), ""});
@@ -111,8 +115,8 @@ void find_locked_folders(DropPlan& plan) {
 }  // namespace
 
 DropPlan plan_drop(const std::vector<std::string>& paths, const std::string& output_folder) {
-    const quorvane::Settings settings = settings_for(paths, output_folder);
-    quorvane::FoundFiles found = quorvane::find_files(settings.paths, {settings.suffix, ""});
+    const quorvane::Request request = request_for(paths, output_folder);
+    quorvane::FoundFiles found = quorvane::find_files(request.paths, {request.suffix, ""});
     DropPlan plan;
     std::vector<quorvane::FoundFile> inputs;
     for (const quorvane::FoundFile& file : found.files) {
@@ -122,9 +126,9 @@ DropPlan plan_drop(const std::vector<std::string>& paths, const std::string& out
             plan.not_audio.push_back(file.path);
         }
     }
-    quorvane::UpToDate up_to_date(quorvane::options_key(settings.tuning, settings.measure));
+    quorvane::UpToDate up_to_date(quorvane::options_key(request.tuning, request.measure));
     std::set<std::string> taken;
-    for (const quorvane::PlannedFile& planned : outputs_of(settings, inputs, plan.files)) {
+    for (const quorvane::PlannedFile& planned : outputs_of(request, inputs, plan.files)) {
         DropFile file{planned.input, planned.output, Existing::Nothing, "", planned.skip};
         // Recordings of one name from several folders meet where the outputs go to one folder.
         if (!taken.insert(file.output).second) {

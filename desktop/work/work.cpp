@@ -5,7 +5,7 @@
 #include <unordered_map>
 #include <vector>
 
-#include "cli/options/settings.h"
+#include "leveling/request/request.h"
 #include "leveling/storage/scratch.h"
 
 /*
@@ -20,12 +20,6 @@ namespace {
 // gone, say) must not keep the window's process for ever.
 constexpr auto kLongestCleanUp = std::chrono::seconds(5);
 
-/** What the command line takes when nothing is said. */
-quorvane::Settings usual_settings() {
-    const char* const words[] = {"quorvane", "--", "."};
-    return quorvane::parse_command_line(3, words);
-}
-
 }  // namespace
 
 /**
@@ -37,7 +31,7 @@ quorvane::Settings usual_settings() {
  */
 class Work::Run : public quorvane::BatchObserver {
   public:
-    explicit Run(Work& work) : Run(work, usual_settings()) {}
+    explicit Run(Work& work) : Run(work, quorvane::Request()) {}
 
     ~Run() override {
         batch_.close();
@@ -98,16 +92,8 @@ class Work::Run : public quorvane::BatchObserver {
 
   private:
     /** Each file says for itself whether its output may be replaced. */
-    static quorvane::JobOptions options_of(const quorvane::Settings& settings) {
-        quorvane::JobOptions options;
-        options.tuning = settings.tuning;
-        options.measure = settings.measure;
-        options.keep_mtime = settings.keep_mtime;
-        return options;
-    }
-
-    Run(Work& work, const quorvane::Settings& settings)
-        : work_(work), batch_(settings.jobs, options_of(settings), *this) {
+    Run(Work& work, const quorvane::Request& request)
+        : work_(work), batch_(request.jobs, quorvane::job_options(request), *this) {
         std::promise<void> ended;
         ended_ = ended.get_future();
         thread_ = std::thread([this, ended = std::move(ended)]() mutable {

@@ -7,8 +7,8 @@
 #include <fstream>
 #include <iostream>
 
-#include "cli/options/settings.h"
 #include "leveling/archive/bounded_lines.h"
+#include "leveling/request/request.h"
 
 namespace quorvane {
 

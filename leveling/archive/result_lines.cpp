@@ -8,8 +8,8 @@
 #include <fstream>
 #include <system_error>
 
-#include "cli/options/settings.h"
 #include "leveling/archive/bounded_lines.h"
+#include "leveling/request/request.h"
 #include "leveling/storage/path_order.h"
 
 namespace quorvane {

@@ -13,10 +13,10 @@
 #include <system_error>
 #include <thread>
 
-#include "cli/terminal/terminal_text.h"
 #include "leveling/archive/output_claim.h"
 #include "leveling/engine/temporary_room.h"
 #include "leveling/storage/staged_output.h"
+#include "leveling/words/text.h"
 #include "leveling/worker/look.h"
 
 /*
@@ -55,17 +55,12 @@ void fail(PlannedFile& file, const FileFacts& known, const std::string& cause) {
 }
 
 /** A codec may crash on a media file, and a dry run has no worker that could meet it later. */
-Job look_of(const Settings& settings, const PlannedFile& file) {
+Job look_of(const Request& request, const PlannedFile& file) {
     Job job;
     job.input = fs::absolute(file.input).string();
     job.output = file.output.empty() ? "" : fs::absolute(file.output).string();
-    job.options.tuning = settings.tuning;
-    job.options.plain = settings.plain;
-    job.options.strict = settings.strict;
-    job.options.look_inside = settings.dry_run;
-    job.options.salvage = settings.salvage;
-    job.options.audio_stream = settings.audio_stream;
-    job.options.audio_codec = settings.audio_codec;
+    job.options = job_options(request);
+    job.options.look_inside = request.dry_run;
     return job;
 }
 
@@ -148,10 +143,10 @@ class OutputFolders {
 };
 
 /** At worst the largest files are worked on together, as many as there are jobs. */
-void tell_full_temporary_disk(const Settings& settings,
+void tell_full_temporary_disk(const Request& request,
                               std::vector<std::int64_t> sizes,
                               std::vector<std::string>& notes) {
-    const std::size_t together = std::min<std::size_t>(settings.jobs, sizes.size());
+    const std::size_t together = std::min<std::size_t>(request.jobs, sizes.size());
     const auto last = sizes.begin() + static_cast<std::ptrdiff_t>(together);
     std::partial_sort(sizes.begin(), last, sizes.end(), std::greater<>());
     double bytes = 0;
@@ -169,7 +164,7 @@ void tell_full_temporary_disk(const Settings& settings,
 }
 
 /** Looks into the files at these places, and fills in each one's seconds. */
-void probe_some(const Settings& settings,
+void probe_some(const Request& request,
                 std::vector<PlannedFile>& files,
                 const std::vector<std::size_t>& places,
                 Keep keep,
@@ -177,7 +172,7 @@ void probe_some(const Settings& settings,
     std::vector<Job> jobs;
     jobs.reserve(places.size());
     for (const std::size_t place : places) {
-        jobs.push_back(look_of(settings, files[place]));
+        jobs.push_back(look_of(request, files[place]));
     }
     std::vector<FileFacts> found = look_into_all(jobs);
     for (std::size_t i = 0; i < places.size(); ++i) {
@@ -191,9 +186,7 @@ void probe_some(const Settings& settings,
 }
 
 /** Looks into all files that are not known yet, several at once. Returns each one's seconds. */
-std::vector<double> probe_all(const Settings& settings,
-                              std::vector<PlannedFile>& files,
-                              Keep keep) {
+std::vector<double> probe_all(const Request& request, std::vector<PlannedFile>& files, Keep keep) {
     std::vector<std::size_t> unknown;
     for (std::size_t i = 0; i < files.size(); ++i) {
         if (!files[i].known && !files[i].settling) {
@@ -202,7 +195,7 @@ std::vector<double> probe_all(const Settings& settings,
     }
     std::vector<double> seconds(files.size());
     // Of a single file its worker says at once what a look would say.
-    if (unknown.empty() || (unknown.size() == 1 && !settings.dry_run)) {
+    if (unknown.empty() || (unknown.size() == 1 && !request.dry_run)) {
         return seconds;
     }
     const unsigned threads = std::clamp(2 * std::thread::hardware_concurrency(), 1u, kMostThreads);
@@ -211,7 +204,7 @@ std::vector<double> probe_all(const Settings& settings,
     const auto probe_shares = [&] {
         for (std::size_t begin = 0; (begin = next.fetch_add(share)) < unknown.size();) {
             const std::size_t end = std::min(begin + share, unknown.size());
-            probe_some(settings, files,
+            probe_some(request, files,
                        {unknown.begin() + static_cast<std::ptrdiff_t>(begin),
                         unknown.begin() + static_cast<std::ptrdiff_t>(end)},
                        keep, seconds);
@@ -233,14 +226,14 @@ std::vector<double> probe_all(const Settings& settings,
 
 }  // namespace
 
-Preflight preflight(const Settings& settings, std::vector<PlannedFile>& files, Keep keep) {
+Preflight preflight(const Request& request, std::vector<PlannedFile>& files, Keep keep) {
     probe_places(files);
     for (PlannedFile& file : files) {
         if (!file.problem.empty() && !file.known) {
             fail(file, facts_at_first(file), file.problem);
         }
     }
-    const std::vector<double> seconds = probe_all(settings, files, keep);
+    const std::vector<double> seconds = probe_all(request, files, keep);
     Preflight result;
     OutputFolders folders;
     std::vector<std::int64_t> sizes;
@@ -258,8 +251,8 @@ Preflight preflight(const Settings& settings, std::vector<PlannedFile>& files, K
         }
     }
     folders.tell_full_disks(result.notes);
-    tell_full_temporary_disk(settings, sizes, result.notes);
-    if (!settings.dry_run) {
+    tell_full_temporary_disk(request, sizes, result.notes);
+    if (!request.dry_run) {
         folders.remove_stale();
     }
     return result;

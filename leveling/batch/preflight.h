@@ -4,9 +4,9 @@
 #include <string>
 #include <vector>
 
-#include "cli/options/settings.h"
 #include "leveling/facts/run_facts.h"
 #include "leveling/inputs/plan.h"
+#include "leveling/request/request.h"
 
 namespace quorvane {
 
@@ -24,6 +24,6 @@ struct Preflight {
  * the outcome Planned, as a dry run tells them.
  */
 enum class Keep { Failures, All };
-Preflight preflight(const Settings& settings, std::vector<PlannedFile>& files, Keep keep);
+Preflight preflight(const Request& request, std::vector<PlannedFile>& files, Keep keep);
 
 }  // namespace quorvane

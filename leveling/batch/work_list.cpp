@@ -29,36 +29,41 @@ namespace quorvane {
 namespace {
 
 /** From the PATHs of the command line and of a list. */
-WorkList search(const Settings& settings) {
-    std::vector<std::string> paths = settings.paths;
-    if (!settings.files_from.empty()) {
-        auto listed = read_file_list(settings.files_from,
-                                     settings.null ? ListSeparator::Null : ListSeparator::LineEnd);
+WorkList search(const Request& request) {
+    std::vector<std::string> paths = request.paths;
+    if (!request.files_from.empty()) {
+        auto listed = read_file_list(request.files_from,
+                                     request.null ? ListSeparator::Null : ListSeparator::LineEnd);
         paths.insert(paths.end(), std::make_move_iterator(listed.begin()),
                      std::make_move_iterator(listed.end()));
     }
-    const OwnOutputs own_outputs = settings.analyze ? OwnOutputs::Take : OwnOutputs::LeaveOut;
+    const OwnOutputs own_outputs = request.analyze ? OwnOutputs::Take : OwnOutputs::LeaveOut;
     FoundFiles found =
-        find_files(std::move(paths), {settings.suffix, settings.output_dir, own_outputs,
-                                      settings.keep_top ? Top::Keep : Top::Drop});
-    keep_earlier_places(settings, found.files);
-    WorkList work{plan_outputs(settings, found.files), std::move(found.unsupported),
-                  std::move(found.problems), std::move(found.passed_over)};
-    check_missing_inputs(settings, work.missing);
+        find_files(std::move(paths), {request.suffix, request.output_dir, own_outputs,
+                                      request.keep_top ? Top::Keep : Top::Drop});
+    // A replaced output goes to the place that this run means, wherever an earlier one put it.
+    if (!request.analyze && !request.force) {
+        keep_earlier_places(request, found.files);
+    }
+    WorkList work{
+        request.analyze ? plan_measurements(found.files) : plan_outputs(request, found.files),
+        std::move(found.unsupported), std::move(found.problems), std::move(found.passed_over)};
+    check_run_files(request, work.files);
+    check_missing_inputs(request, work.missing);
     for (PlannedFile& file : work.files) {
         const FileState input = state_of(file.input);
         file.bytes = input.size;
         file.settling = file.searched && file.skip.empty() && file.problem.empty() &&
-                        !settings.dry_run && is_young(input, settings.settle_s);
+                        !request.dry_run && is_young(input, request.settle_s);
     }
     return work;
 }
 
 /** What a line of a plan asks for; it may come from a run with other options. */
-PlannedFile planned_again(const Settings& settings, const FileFacts& facts) {
+PlannedFile planned_again(const Request& request, const FileFacts& facts) {
     PlannedFile file;
     file.input = facts.input;
-    file.output = settings.analyze ? "" : facts.output;
+    file.output = request.analyze ? "" : facts.output;
     file.bytes = facts.bytes;
     // With an output it was skipped because of what is there, and that is judged again.
     if (facts.outcome == Outcome::Skipped && facts.output.empty()) {
@@ -68,8 +73,8 @@ PlannedFile planned_again(const Settings& settings, const FileFacts& facts) {
 }
 
 /** The lines of a dry run's JSON. What it did not find has been told, and is left out. */
-WorkList read_plan(const Settings& settings) {
-    const std::string& path = settings.plan;
+WorkList read_plan(const Request& request) {
+    const std::string& path = request.plan;
     std::ifstream in(path, std::ios::binary);
     // A folder opens and fails at the first byte.
     if (!in || (in.peek() == std::ifstream::traits_type::eof() && in.bad())) {
@@ -81,14 +86,14 @@ WorkList read_plan(const Settings& settings) {
         try {
             const FileFacts facts = facts_from_json(nlohmann::ordered_json::parse(line));
             if (facts.outcome != Outcome::Failed || !facts.output.empty()) {
-                work.files.push_back(planned_again(settings, facts));
+                work.files.push_back(planned_again(request, facts));
             }
         } catch (const nlohmann::json::exception&) {
             throw UsageError(fmt::format("--plan {} is not the JSON of a dry run", path));
         }
     }
     check_outputs(work.files);
-    check_run_files(settings, work.files);
+    check_run_files(request, work.files);
     return work;
 }
 
@@ -136,28 +141,28 @@ FileFacts facts_of(SearchProblem problem, Outcome outcome) {
     return facts;
 }
 
-void judge_outputs(const Settings& settings, std::vector<PlannedFile>& files) {
+void judge_outputs(const Request& request, std::vector<PlannedFile>& files) {
     const std::string destination =
-        settings.destinations.empty() ? "" : settings.destinations.front();
-    UpToDate up_to_date(options_key(settings.tuning, settings.measure, settings.audio_stream,
-                                    settings.audio_codec, destination),
-                        settings.verify ? Proof::Content : Proof::SizeAndTime,
-                        arithmetic_of(settings.plain ? Way::Plain : Way::Prepared, destination));
+        request.destinations.empty() ? "" : request.destinations.front();
+    UpToDate up_to_date(options_key(request.tuning, request.measure, request.audio_stream,
+                                    request.audio_codec, destination),
+                        request.verify ? Proof::Content : Proof::SizeAndTime,
+                        arithmetic_of(request.plain ? Way::Plain : Way::Prepared, destination));
     for (PlannedFile& file : files) {
         if (file.settling || file.known) {
             continue;
         }
         if (!file.skip.empty()) {
             file.known = left_alone(file, Outcome::Skipped, file.skip);
-        } else if (settings.analyze) {
+        } else if (request.analyze) {
             continue;  // there is no output
-        } else if (settings.force) {
+        } else if (request.force) {
             file.found = state_of(file.output);
         } else {
             const Judgement judgement = up_to_date.judge(file.input, file.output);
             file.found = judgement.output_state;
             file.renew = judgement.standing == Standing::Outdated ||
-                         (settings.redo_changed && is_redone(judgement.standing));
+                         (request.redo_changed && is_redone(judgement.standing));
             if (judgement.standing == Standing::UpToDate) {
                 file.known =
                     std::make_shared<FileFacts>(facts_of(judgement, file.input, file.output));
@@ -171,10 +176,10 @@ void judge_outputs(const Settings& settings, std::vector<PlannedFile>& files) {
     }
 }
 
-WorkList work_list(const Settings& settings) {
-    WorkList work = settings.plan.empty() ? search(settings) : read_plan(settings);
-    take_shard(settings.shard, work);
-    judge_outputs(settings, work.files);
+WorkList work_list(const Request& request) {
+    WorkList work = request.plan.empty() ? search(request) : read_plan(request);
+    take_shard(request.shard, work);
+    judge_outputs(request, work.files);
     return work;
 }
 

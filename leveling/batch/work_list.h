@@ -4,10 +4,10 @@
 #include <filesystem>
 #include <vector>
 
-#include "cli/options/settings.h"
 #include "leveling/facts/run_facts.h"
 #include "leveling/inputs/find_files.h"
 #include "leveling/inputs/plan.h"
+#include "leveling/request/request.h"
 
 namespace quorvane {
 
@@ -28,12 +28,12 @@ FileFacts facts_of(SearchProblem problem, Outcome outcome);
  * Looks which outputs are up to date: those files, and those that are to be left alone, get their
  * facts in PlannedFile::known.
  */
-void judge_outputs(const Settings& settings, std::vector<PlannedFile>& files);
+void judge_outputs(const Request& request, std::vector<PlannedFile>& files);
 
 /**
  * Finds the inputs, or reads them from the plan of a dry run, takes this run's shard of them, and
  * judges their outputs, except of files that still have to settle. Throws UsageError.
  */
-WorkList work_list(const Settings& settings);
+WorkList work_list(const Request& request);
 
 }  // namespace quorvane

@@ -23,7 +23,7 @@ namespace {
 
 class EarlierPlaces {
   public:
-    explicit EarlierPlaces(const Settings& settings) : settings_(settings) {}
+    explicit EarlierPlaces(const OutputNames& names) : names_(names) {}
 
     /** Where below the output folder the file's output stands, "" for nowhere. */
     std::string find(const FoundFile& file) {
@@ -46,7 +46,7 @@ class EarlierPlaces {
   private:
     bool is_output_of(const FoundFile& candidate) {
         std::error_code error;
-        const fs::path output = output_of(settings_, candidate);
+        const fs::path output = output_of(names_, candidate);
         const std::string record = record_path(output.string());
         const auto [known, is_new] = has_record_.emplace(record, false);
         if (is_new) {
@@ -63,7 +63,7 @@ class EarlierPlaces {
         return !records.empty() && is_same_path(records.front().input, candidate.path);
     }
 
-    const Settings& settings_;
+    const OutputNames& names_;
     std::map<std::string, bool> has_record_;
     std::string book_path_;  // of the last folder
     std::unique_ptr<RecordBook> book_;
@@ -71,14 +71,14 @@ class EarlierPlaces {
 
 }  // namespace
 
-void keep_earlier_places(const Settings& settings, std::vector<FoundFile>& files) {
-    if (settings.output_dir.empty() || settings.analyze || settings.force) {
+void keep_earlier_places(const OutputNames& names, std::vector<FoundFile>& files) {
+    if (names.output_dir.empty()) {
         return;
     }
-    EarlierPlaces places(settings);
+    EarlierPlaces places(names);
     for (FoundFile& file : files) {
         std::error_code error;
-        if (fs::exists(output_of(settings, file), error)) {
+        if (fs::exists(output_of(names, file), error)) {
             continue;
         }
         if (std::string below = places.find(file); !below.empty()) {

@@ -8,7 +8,6 @@
 #include <utility>
 
 #include "leveling/audio/audio_formats.h"
-#include "leveling/inputs/run_file_check.h"
 #include "leveling/report/html.h"
 #include "leveling/storage/run_files.h"
 
@@ -32,8 +31,8 @@ fs::path with_suffix(const fs::path& name, const std::string& suffix) {
     return name.parent_path() / (name.stem().string() + suffix + name.extension().string());
 }
 
-void check_single_output(const Settings& settings, const std::vector<FoundFile>& files) {
-    if (settings.output.empty()) {
+void check_single_output(const OutputNames& names, const std::vector<FoundFile>& files) {
+    if (names.output.empty()) {
         return;
     }
     if (files.size() > 1) {
@@ -41,19 +40,19 @@ void check_single_output(const Settings& settings, const std::vector<FoundFile>&
             fmt::format("--output names one file, but there are {} inputs", files.size()));
     }
     std::error_code ignored;
-    if (fs::is_directory(settings.output, ignored)) {
+    if (fs::is_directory(names.output, ignored)) {
         throw UsageError(fmt::format("--output {} is a folder; --output-dir writes into a folder",
-                                     settings.output));
+                                     names.output));
     }
     if (files.empty()) {
         return;
     }
     const std::string from = lower_extension(files.front().path);
-    const std::string to = lower_extension(settings.output);
+    const std::string to = lower_extension(names.output);
     if (!same_container(from, to)) {
         throw UsageError(fmt::format(
             "--output {}: the output keeps the format of its input, so its name must end in .{}",
-            settings.output, from));
+            names.output, from));
     }
 }
 
@@ -85,11 +84,11 @@ std::string original_of(const fs::path& path, const std::string& suffix) {
 }
 
 /** By place in `files`, why a file is an output and no input of this run; empty for inputs. */
-std::vector<std::string> outputs_among(const Settings& settings,
+std::vector<std::string> outputs_among(const OutputNames& names,
                                        const std::vector<FoundFile>& files,
                                        PathResolver& resolver) {
     std::vector<std::string> reasons(files.size());
-    if (settings.analyze || !settings.output.empty()) {
+    if (!names.output.empty()) {
         return reasons;
     }
     std::unordered_map<std::string, std::size_t> place_of;
@@ -97,11 +96,11 @@ std::vector<std::string> outputs_among(const Settings& settings,
         place_of[resolver.placed(files[i].path)] = i;
     }
     for (std::size_t i = 0; i < files.size(); ++i) {
-        const std::string original = original_of(files[i].path, settings.suffix);
+        const std::string original = original_of(files[i].path, names.suffix);
         if (!original.empty() && place_of.count(resolver.placed(original)) != 0) {
             reasons[i] = "is an output: it bears the suffix beside its original";
         }
-        const auto found = place_of.find(resolver.placed(output_of(settings, files[i]).string()));
+        const auto found = place_of.find(resolver.placed(output_of(names, files[i]).string()));
         if (found != place_of.end() && found->second != i) {
             reasons[found->second] = "is the output of " + files[i].path;
         }
@@ -131,7 +130,7 @@ PlannedFile plan_one(const FoundFile& file,
 }
 
 /** Two inputs of one output: neither is worked on, as each might be the one that is meant. */
-void report_clash(const Settings& settings,
+void report_clash(const OutputNames& names,
                   const std::string& output,
                   PlannedFile& one,
                   PlannedFile& other) {
@@ -139,57 +138,60 @@ void report_clash(const Settings& settings,
         const std::string& second = file == &one ? other.input : one.input;
         file->problem = fmt::format(
             "its output {} would be that of {} too; {}", output, second,
-            settings.keep_top || settings.output_dir.empty()
+            names.keep_top || names.output_dir.empty()
                 ? "level them in runs of their own, with another --output-dir each"
                 : fmt::format("--keep-top keeps the name of each PATH as a folder below {}",
-                              settings.output_dir));
+                              names.output_dir));
         file->output.clear();
     }
 }
 
 }  // namespace
 
-fs::path output_of(const Settings& settings, const FoundFile& file) {
-    if (!settings.output.empty()) {
-        return settings.output;
+fs::path output_of(const OutputNames& names, const FoundFile& file) {
+    if (!names.output.empty()) {
+        return names.output;
     }
-    if (!settings.output_dir.empty()) {
-        return fs::path(settings.output_dir) / with_suffix(file.below, settings.suffix);
+    if (!names.output_dir.empty()) {
+        return fs::path(names.output_dir) / with_suffix(file.below, names.suffix);
     }
-    return with_suffix(file.path, settings.suffix);
+    return with_suffix(file.path, names.suffix);
 }
 
-std::vector<PlannedFile> plan_outputs(const Settings& settings,
+std::vector<PlannedFile> plan_outputs(const OutputNames& names,
                                       const std::vector<FoundFile>& files) {
-    check_single_output(settings, files);
+    check_single_output(names, files);
     PathResolver resolver;
-    const std::vector<std::string> reasons = outputs_among(settings, files, resolver);
+    const std::vector<std::string> reasons = outputs_among(names, files, resolver);
     std::vector<PlannedFile> plan;
     std::vector<PlannedFile> passed_over;
     std::unordered_map<std::string, std::size_t> place_of;  // in the plan, of an output
     for (std::size_t i = 0; i < files.size(); ++i) {
         const FoundFile& file = files[i];
-        if (settings.analyze) {
-            plan.push_back({file.path, {}, {}, {}});
-            plan.back().searched = file.origin == FoundFile::Origin::Searched;
-            continue;
-        }
         if (!reasons[i].empty()) {
             passed_over.push_back({file.path, {}, reasons[i], {}});
             continue;
         }
-        const fs::path output = output_of(settings, file);
+        const fs::path output = output_of(names, file);
         const auto [other, first] =
             place_of.emplace(resolver.resolved(output.string()), plan.size());
         plan.push_back(plan_one(file, output, other->first, resolver));
         if (!first) {
-            report_clash(settings, output.string(), plan[other->second], plan.back());
+            report_clash(names, output.string(), plan[other->second], plan.back());
         }
         plan.back().note = file.note;
         plan.back().searched = file.origin == FoundFile::Origin::Searched;
     }
     plan.insert(plan.end(), passed_over.begin(), passed_over.end());
-    check_run_files(settings, plan);
+    return plan;
+}
+
+std::vector<PlannedFile> plan_measurements(const std::vector<FoundFile>& files) {
+    std::vector<PlannedFile> plan;
+    for (const FoundFile& file : files) {
+        plan.push_back({file.path, {}, {}, {}});
+        plan.back().searched = file.origin == FoundFile::Origin::Searched;
+    }
     return plan;
 }
 
@@ -207,10 +209,10 @@ void check_outputs(const std::vector<PlannedFile>& files) {
     }
 }
 
-void check_facts_paths(const Settings& settings, std::size_t inputs) {
+void check_facts_paths(const Request& request, std::size_t inputs) {
     const auto check = [&](const char* option, const std::string& path, const char* start) {
         std::error_code ignored;
-        if (!path.empty() && fs::is_regular_file(path, ignored) && !settings.force &&
+        if (!path.empty() && fs::is_regular_file(path, ignored) && !request.force &&
             !begins_with(path, start)) {
             throw UsageError(fmt::format(
                 "--{} {} exists and does not look like such a file (--force replaces it)", option,
@@ -218,27 +220,27 @@ void check_facts_paths(const Settings& settings, std::size_t inputs) {
         }
     };
     std::error_code ignored;
-    if (inputs > 1 && fs::is_regular_file(settings.report, ignored)) {
+    if (inputs > 1 && fs::is_regular_file(request.report, ignored)) {
         throw UsageError(fmt::format("--report {} is a file; for several inputs it names a folder",
-                                     settings.report));
+                                     request.report));
     }
-    check("report", settings.report, kReportStart);
-    if (fs::is_directory(settings.report, ignored)) {
-        check("report", settings.report + "/index.html", kReportStart);
+    check("report", request.report, kReportStart);
+    if (fs::is_directory(request.report, ignored)) {
+        check("report", request.report + "/index.html", kReportStart);
     }
-    if (!settings.json_on_standard_output()) {
-        check("json", settings.json, "{");
+    if (!request.json_on_standard_output()) {
+        check("json", request.json, "{");
     }
     for (const auto& [option, path] :
-         {std::pair("json", settings.json), {"log", settings.log}, {"failed", settings.failed}}) {
+         {std::pair("json", request.json), {"log", request.log}, {"failed", request.failed}}) {
         if (!path.empty() && fs::is_directory(path, ignored)) {
             throw UsageError(fmt::format("--{} {} is a folder", option, path));
         }
     }
-    if (fs::is_regular_file(settings.log, ignored) && !is_text(settings.log)) {
+    if (fs::is_regular_file(request.log, ignored) && !is_text(request.log)) {
         throw UsageError(fmt::format(
             "--log {} exists and is not a text file, so nothing is appended; name another file",
-            settings.log));
+            request.log));
     }
 }
 

@@ -6,10 +6,10 @@
 #include <string>
 #include <vector>
 
-#include "cli/options/settings.h"
 #include "leveling/archive/record.h"
 #include "leveling/facts/run_facts.h"
 #include "leveling/inputs/find_files.h"
+#include "leveling/request/request.h"
 
 namespace quorvane {
 
@@ -28,17 +28,20 @@ struct PlannedFile {
     bool settling = false;  // it changed a moment ago: it is not looked into before the others end
 };
 
-/** The output of a file, as its place and the options name it. */
-std::filesystem::path output_of(const Settings& settings, const FoundFile& file);
+/** The output of a file, as its place and the names ask for it. */
+std::filesystem::path output_of(const OutputNames& names, const FoundFile& file);
 
 /**
  * Names the output of every input. A file that is the output of another one, or bears the suffix
  * beside another one, is skipped, so that a pattern may be given a second time. Inputs that
- * would write one output get a `problem` each. Throws UsageError when --output does not fit, or
- * check_run_files refuses.
+ * would write one output get a `problem` each. Throws UsageError when OutputNames::output does not
+ * fit. check_run_files must accept the plan before anything is written.
  */
-std::vector<PlannedFile> plan_outputs(const Settings& settings,
+std::vector<PlannedFile> plan_outputs(const OutputNames& names,
                                       const std::vector<FoundFile>& files);
+
+/** A plan that measures every input and writes no audio. */
+std::vector<PlannedFile> plan_measurements(const std::vector<FoundFile>& files);
 
 /**
  * Looks at every file that is to be worked on before any work is done: whether its input can be
@@ -58,6 +61,6 @@ void check_outputs(const std::vector<PlannedFile>& files);
  * write, a log that is no text, or a report that is no folder though there are several inputs
  * (`inputs` of them, found or merged). Throws UsageError.
  */
-void check_facts_paths(const Settings& settings, std::size_t inputs);
+void check_facts_paths(const Request& request, std::size_t inputs);
 
 }  // namespace quorvane

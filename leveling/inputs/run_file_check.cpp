@@ -23,11 +23,11 @@ std::string file_in(const std::string& place) {
 }
 
 /** What a run writes besides outputs and records: an option that names one more is added here. */
-std::vector<NamedFile> written_files(const Settings& settings) {
-    return {{"--failed", settings.failed},
-            {"--log", settings.log},
-            {"--json", file_in(settings.json)},
-            {"--report", settings.report}};
+std::vector<NamedFile> written_files(const Request& request) {
+    return {{"--failed", request.failed},
+            {"--log", request.log},
+            {"--json", file_in(request.json)},
+            {"--report", request.report}};
 }
 
 std::string options_file_in(const std::vector<std::string>& tuning) {
@@ -41,10 +41,10 @@ std::string options_file_in(const std::vector<std::string>& tuning) {
 }
 
 /** What a run reads besides its recordings. */
-std::vector<NamedFile> read_files(const Settings& settings) {
-    return {{"--files-from", file_in(settings.files_from)},
-            {"--plan", settings.plan},
-            {"--options-file", options_file_in(settings.tuning)}};
+std::vector<NamedFile> read_files(const Request& request) {
+    return {{"--files-from", file_in(request.files_from)},
+            {"--plan", request.plan},
+            {"--options-file", options_file_in(request.tuning)}};
 }
 
 /** The records of all folders that get outputs, each once however its folder is spelled. */
@@ -73,13 +73,13 @@ void add_all(RunFiles& all, FileUse use, const std::vector<NamedFile>& files) {
     }
 }
 
-/** All that the settings name. The lists must outlive `all`. */
+/** All that the request name. The lists must outlive `all`. */
 void add_named_files(RunFiles& all,
-                     const Settings& settings,
+                     const Request& request,
                      const std::vector<NamedFile>& written,
                      const std::vector<NamedFile>& read) {
-    if (!settings.report.empty()) {
-        all.add_page_folder("--report", settings.report);
+    if (!request.report.empty()) {
+        all.add_page_folder("--report", request.report);
     }
     all.add_stream("the standard output", STDOUT_FILENO);
     all.add_stream("the error output", STDERR_FILENO);
@@ -89,15 +89,15 @@ void add_named_files(RunFiles& all,
 
 }  // namespace
 
-void check_run_files(const Settings& settings,
+void check_run_files(const Request& request,
                      const std::vector<PlannedFile>& files,
                      const std::vector<std::string>& results) {
-    const std::vector<NamedFile> written = written_files(settings);
-    const std::vector<NamedFile> read = read_files(settings);
+    const std::vector<NamedFile> written = written_files(request);
+    const std::vector<NamedFile> read = read_files(request);
     const std::set<std::string> records = records_of(files);
     RunFiles all;
     try {
-        add_named_files(all, settings, written, read);
+        add_named_files(all, request, written, read);
         for (const std::string& record : records) {
             all.add(FileUse::Written, "the record", record);
         }
@@ -122,12 +122,12 @@ void check_run_files(const Settings& settings,
     }
 }
 
-void check_missing_inputs(const Settings& settings, const std::vector<SearchProblem>& missing) {
-    const std::vector<NamedFile> written = written_files(settings);
-    const std::vector<NamedFile> read = read_files(settings);
+void check_missing_inputs(const Request& request, const std::vector<SearchProblem>& missing) {
+    const std::vector<NamedFile> written = written_files(request);
+    const std::vector<NamedFile> read = read_files(request);
     RunFiles all;
     try {
-        add_named_files(all, settings, written, read);
+        add_named_files(all, request, written, read);
         for (const SearchProblem& problem : missing) {
             all.check_read("the input", problem.path);
         }

@@ -3,9 +3,9 @@
 #include <string>
 #include <vector>
 
-#include "cli/options/settings.h"
 #include "leveling/inputs/find_files.h"
 #include "leveling/inputs/plan.h"
+#include "leveling/request/request.h"
 
 namespace quorvane {
 
@@ -15,7 +15,7 @@ namespace quorvane {
  * `results` that a merge reads) and with each other. Call it with the files of the whole run,
  * before anything is opened for writing. Throws UsageError that names the two files which are one.
  */
-void check_run_files(const Settings& settings,
+void check_run_files(const Request& request,
                      const std::vector<PlannedFile>& files,
                      const std::vector<std::string>& results = {});
 
@@ -23,6 +23,6 @@ void check_run_files(const Settings& settings,
  * Refuses a log, or another file that the run writes, under the name of an input that is missing:
  * it would be the next run's input. Throws UsageError.
  */
-void check_missing_inputs(const Settings& settings, const std::vector<SearchProblem>& missing);
+void check_missing_inputs(const Request& request, const std::vector<SearchProblem>& missing);
 
 }  // namespace quorvane

@@ -2,7 +2,7 @@
 
 #include <fmt/format.h>
 
-#include "cli/terminal/terminal_text.h"
+#include "leveling/words/text.h"
 
 namespace quorvane {
 namespace {

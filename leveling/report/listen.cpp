@@ -10,11 +10,11 @@
 #include <stdexcept>
 #include <vector>
 
-#include "cli/terminal/terminal_text.h"
 #include "leveling/audio/loudness_meter.h"
 #include "leveling/audio/sound_file.h"
 #include "leveling/publish/sinc.h"
 #include "leveling/report/heard.h"
+#include "leveling/words/text.h"
 
 /*
  * Thirty seconds of before and after, side by side in the page, so that everybody hears what the

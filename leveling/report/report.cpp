@@ -12,8 +12,6 @@
 #include <utility>
 
 #include "Common/version.h"
-#include "cli/terminal/summary.h"
-#include "cli/terminal/terminal_text.h"
 #include "leveling/facts/destinations.h"
 #include "leveling/facts/preparation_words.h"
 #include "leveling/publish/verdict.h"
@@ -21,6 +19,8 @@
 #include "leveling/report/html.h"
 #include "leveling/report/report_chart.h"
 #include "leveling/storage/staged_output.h"
+#include "leveling/words/levels.h"
+#include "leveling/words/text.h"
 
 namespace quorvane {
 namespace fs = std::filesystem;

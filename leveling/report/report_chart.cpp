@@ -6,9 +6,9 @@
 #include <cmath>
 #include <vector>
 
-#include "cli/terminal/summary.h"
-#include "cli/terminal/terminal_text.h"
 #include "leveling/report/heard.h"
+#include "leveling/words/levels.h"
+#include "leveling/words/text.h"
 
 /*
  * The figures are SVG in units of their own, 1000 by 100, stretched to whatever size the page gives

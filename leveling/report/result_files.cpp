@@ -30,21 +30,21 @@ constexpr const char* kReport = "report";
 
 }  // namespace
 
-ResultFiles::ResultFiles(const Settings& settings,
+ResultFiles::ResultFiles(const Request& request,
                          std::size_t count,
                          const std::function<std::string(const FileFacts&)>& listening_part)
-    : settings_(settings), files_(count), there_(count) {
-    if (!settings.json.empty() && !settings.json_on_standard_output()) {
+    : request_(request), files_(count), there_(count) {
+    if (!request.json.empty() && !request.json_on_standard_output()) {
         attempt(json_, kJson, problems_, [&] {
-            remove_stale_parts(settings.json);
-            json_ = std::make_unique<StagedText>(settings.json);
+            remove_stale_parts(request.json);
+            json_ = std::make_unique<StagedText>(request.json);
         });
     }
-    if (!settings.report.empty()) {
+    if (!request.report.empty()) {
         attempt(report_, kReport, problems_, [&] {
             report_ = std::make_unique<ReportWriter>(
-                settings.report, count,
-                ReportOptions{settings.destinations, settings.listen ? listening_part : nullptr});
+                request.report, count,
+                ReportOptions{request.destinations, request.listen ? listening_part : nullptr});
         });
     }
 }
@@ -71,8 +71,7 @@ void ResultFiles::write(std::size_t index) {
     }
     if (json_) {
         attempt(json_, kJson, problems_, [&] {
-            json_->add(dump(facts_document(facts, settings_.destinations, settings_.curves)) +
-                       "\n");
+            json_->add(dump(facts_document(facts, request_.destinations, request_.curves)) + "\n");
         });
     }
     strip_details(facts);

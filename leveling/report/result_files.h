@@ -5,10 +5,10 @@
 #include <string>
 #include <vector>
 
-#include "cli/options/settings.h"
 #include "leveling/facts/facts_list.h"
 #include "leveling/facts/run_facts.h"
 #include "leveling/report/report.h"
+#include "leveling/request/request.h"
 #include "leveling/storage/staged_output.h"
 
 namespace quorvane {
@@ -21,10 +21,10 @@ namespace quorvane {
 class ResultFiles {
   public:
     /**
-     * count: how many files there will be. listening_part: see ReportOptions; for those settings
-     * that ask for it.
+     * count: how many files there will be. listening_part: see ReportOptions; for
+     * requests that ask for it. The request must outlive this.
      */
-    ResultFiles(const Settings& settings,
+    ResultFiles(const Request& request,
                 std::size_t count,
                 const std::function<std::string(const FileFacts&)>& listening_part);
     ~ResultFiles();
@@ -46,7 +46,7 @@ class ResultFiles {
   private:
     void write(std::size_t index);
 
-    const Settings& settings_;
+    const Request& request_;
     FactsList files_;
     std::vector<bool> there_;
     std::size_t next_ = 0;  // the first that is not written

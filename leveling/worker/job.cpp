@@ -2,6 +2,22 @@
 
 namespace quorvane {
 
+JobOptions job_options(const FileWork& work) {
+    JobOptions options;
+    options.tuning = work.tuning;
+    options.measure = work.measure;
+    options.replace = work.force;
+    options.redo_changed = work.redo_changed;
+    options.keep_mtime = work.keep_mtime;
+    options.plain = work.plain;
+    options.strict = work.strict;
+    options.salvage = work.salvage;
+    options.audio_stream = work.audio_stream;
+    options.audio_codec = work.audio_codec;
+    options.destination = work.destinations.empty() ? "" : work.destinations.front();
+    return options;
+}
+
 nlohmann::ordered_json to_json(const WorkResult& result) {
     return {{"facts", to_json(result.facts)},
             {"input_hash", result.input_hash},

@@ -7,6 +7,7 @@
 
 #include "leveling/archive/record.h"
 #include "leveling/facts/loss.h"
+#include "leveling/request/request.h"
 
 namespace quorvane {
 
@@ -25,6 +26,9 @@ struct JobOptions {
     std::string audio_codec;   // empty: the source's
     std::string destination;   // what the output is for, a word of --for; empty: nothing
 };
+
+/** What a worker has to know of the request; the first of its destinations. */
+JobOptions job_options(const FileWork& work);
 
 /** How much of an input may be lost. A measurement alone puts nothing in its place. */
 inline LossLimit loss_limit(const JobOptions& options, bool levels) {

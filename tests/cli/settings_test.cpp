@@ -27,6 +27,19 @@ TEST(Settings, TuningOptionsReachTheEngineAsGiven) {
     EXPECT_EQ(settings.suffix, "") << "empty is a value";
 }
 
+TEST(Settings, TheShardIsReadStrictly) {
+    const auto parse_shard = [](const std::string& word) {
+        const std::string option = "--shard=" + word;
+        return parse({option.c_str(), "in.wav"}).shard;
+    };
+    EXPECT_EQ(3u, parse_shard("3/40").index);
+    EXPECT_EQ(40u, parse_shard("3/40").count);
+    for (const char* wrong :
+         {"", "3", "4/4", "0/0", "-1/4", "1/4x", "1/", "/4", "1 /4", "0/4000000000"}) {
+        EXPECT_THROW(parse_shard(wrong), UsageError) << wrong;
+    }
+}
+
 TEST(Settings, WrongUsageNamesTheOption) {
     struct Row {
         std::vector<const char*> words;

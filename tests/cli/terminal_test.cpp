@@ -6,7 +6,8 @@
 
 #include "cli/terminal/screen.h"
 #include "cli/terminal/summary.h"
-#include "cli/terminal/terminal_text.h"
+#include "leveling/words/levels.h"
+#include "leveling/words/text.h"
 #include "tests/support/fixtures.h"
 
 using testing::HasSubstr;

@@ -15,7 +15,7 @@
 #include "leveling/archive/result_lines.h"
 #include "leveling/archive/shards.h"
 #include "leveling/archive/up_to_date.h"
-#include "cli/options/settings.h"
+#include "leveling/request/request.h"
 #include "tests/support/fixtures.h"
 
 using testing::ElementsAre;
@@ -47,20 +47,6 @@ TEST(Shards, AreTheWholeInAnyOrderAndBalanced) {
     std::vector<std::size_t> again = cut_shards(reversed, 7);
     std::reverse(again.begin(), again.end());
     EXPECT_EQ(shard_of, again);
-}
-
-TEST(Shards, TheWordIsReadStrictly) {
-    const auto parse_shard = [](const std::string& word) {
-        const std::string option = "--shard=" + word;
-        const char* argv[] = {"quorvane", option.c_str(), "in.wav"};
-        return parse_command_line(3, argv).shard;
-    };
-    EXPECT_EQ(3u, parse_shard("3/40").index);
-    EXPECT_EQ(40u, parse_shard("3/40").count);
-    for (const char* wrong :
-         {"", "3", "4/4", "0/0", "-1/4", "1/4x", "1/", "/4", "1 /4", "0/4000000000"}) {
-        EXPECT_THROW(parse_shard(wrong), UsageError) << wrong;
-    }
 }
 
 class Archive : public testing::Test {

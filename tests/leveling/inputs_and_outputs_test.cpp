@@ -43,11 +43,13 @@ class Files : public testing::Test {
     }
 
     // The output of each input below the folder, or the refusal.
-    std::string planned(const Settings& settings, const std::vector<std::string>& names = {""}) {
-        found(names, settings.suffix);
+    std::string planned(const Request& request, const std::vector<std::string>& names = {""}) {
+        found(names, request.suffix);
         std::string text;
         try {
-            for (const PlannedFile& file : plan_outputs(settings, result_.files)) {
+            const std::vector<PlannedFile> plan = plan_outputs(request, result_.files);
+            check_run_files(request, plan);
+            for (const PlannedFile& file : plan) {
                 text += (file.skip.empty() ? "" : "skip ") +
                         fs::path(file.output).lexically_relative(dir_.path()).string() + " ";
             }
@@ -124,14 +126,14 @@ TEST_F(Files, OutputsStandBesideTheInputsOrBelowTheFolder) {
     make("season/a/x.wav");
     make("season/y.tar.flac");
     EXPECT_EQ(planned({}), "season/a/x-leveled.wav season/y.tar-leveled.flac ");
-    Settings settings;
-    settings.output_dir = dir_ / "out";
-    settings.suffix = "";
-    EXPECT_EQ(planned(settings, {"season"}), "out/a/x.wav out/y.tar.flac ");
+    Request request;
+    request.output_dir = dir_ / "out";
+    request.suffix = "";
+    EXPECT_EQ(planned(request, {"season"}), "out/a/x.wav out/y.tar.flac ");
     make("out/a/x.wav");
-    EXPECT_EQ(planned(settings, {"season"}), "out/a/x.wav out/y.tar.flac ");
-    settings.force = true;
-    EXPECT_EQ(planned(settings, {"season"}), "out/a/x.wav out/y.tar.flac ");
+    EXPECT_EQ(planned(request, {"season"}), "out/a/x.wav out/y.tar.flac ");
+    request.force = true;
+    EXPECT_EQ(planned(request, {"season"}), "out/a/x.wav out/y.tar.flac ");
 }
 
 TEST_F(Files, OutputsThatCannotBeAreRefusedBeforeAnyWork) {
@@ -141,7 +143,7 @@ TEST_F(Files, OutputsThatCannotBeAreRefusedBeforeAnyWork) {
     fs::create_hard_link(x, dir_ / "hard.wav");
     fs::create_symlink("x.wav", dir_ / "soft.wav");
     fs::create_directory(dir_ / "folder.wav");
-    Settings named;
+    Request named;
     named.force = true;
     const auto planned_as = [&](const char* output) {
         named.output = dir_ / output;
@@ -162,7 +164,7 @@ TEST_F(Files, OutputsAmongTheInputsArePassedOver) {
     }
     const std::vector<std::string> all = {"a.wav", "a-leveled.wav", "b-leveled.wav"};
     EXPECT_EQ("a-leveled.wav b-leveled-leveled.wav skip  ", planned({}, all));
-    Settings into;
+    Request into;
     into.output_dir = dir_ / "out";
     EXPECT_EQ("out/a-leveled.wav out/b-leveled-leveled.wav skip  ", planned(into, all));
     into.suffix = "";
@@ -171,7 +173,7 @@ TEST_F(Files, OutputsAmongTheInputsArePassedOver) {
     // A link that leads to an input is no output of its own.
     fs::remove(dir_ / "a-leveled.wav");
     fs::create_symlink("b-leveled.wav", dir_ / "a-leveled.wav");
-    EXPECT_THAT(planned(Settings(), {"a.wav", "b-leveled.wav"}),
+    EXPECT_THAT(planned(Request(), {"a.wav", "b-leveled.wav"}),
                 HasSubstr("same file as the input"));
 }
 
@@ -183,12 +185,12 @@ TEST_F(Files, ReportsAndJsonReplaceOnlyTheirOwnKind) {
     found({"x.wav"});
     const auto refused = [&](const std::string& report, const std::string& json,
                              std::size_t inputs) {
-        Settings settings;
-        settings.report = report;
-        settings.json = json;
+        Request request;
+        request.report = report;
+        request.json = json;
         try {
-            plan_outputs(settings, result_.files);
-            check_facts_paths(settings, inputs);
+            check_run_files(request, plan_outputs(request, result_.files));
+            check_facts_paths(request, inputs);
             return false;
         } catch (const UsageError&) {
             return true;
@@ -202,10 +204,10 @@ TEST_F(Files, ReportsAndJsonReplaceOnlyTheirOwnKind) {
     EXPECT_TRUE(refused(x, "", 1));
     EXPECT_TRUE(refused("", dir_ / "x-leveled.wav", 1));
     const auto log_refused = [&](const std::string& name) {
-        Settings settings;
-        settings.log = dir_ / name;
+        Request request;
+        request.log = dir_ / name;
         try {
-            check_facts_paths(settings, 1);
+            check_facts_paths(request, 1);
             return false;
         } catch (const UsageError&) {
             return true;
@@ -229,9 +231,9 @@ class RunFilesOf : public Files {
         fs::create_symlink("a-leveled.wav", dir_ / "dangling");
         fs::create_directory(dir_ / "pages");
         make("pages/b.wav.html");
-        settings_.files_from = dir_ / "list";
-        settings_.plan = dir_ / "plan";
-        settings_.tuning = {"--bin-size=50", "--options-file=" + dir_ / "options"};
+        request_.files_from = dir_ / "list";
+        request_.plan = dir_ / "plan";
+        request_.tuning = {"--bin-size=50", "--options-file=" + dir_ / "options"};
         files_ = {{dir_ / "a.wav", dir_ / "a-leveled.wav", {}, {}},
                   {dir_ / "b.wav", dir_ / "b-leveled.wav", {}, {}},
                   {dir_ / "missing.wav", {}, {}, {}},
@@ -241,14 +243,14 @@ class RunFilesOf : public Files {
     // The refusal without this folder's name, or "".
     std::string refusal(const std::vector<std::string>& results = {}) {
         try {
-            check_run_files(settings_, files_, results);
+            check_run_files(request_, files_, results);
             return "";
         } catch (const UsageError& error) {
             return boost::replace_all_copy<std::string>(error.what(), dir_.path() + "/", "");
         }
     }
 
-    Settings settings_;
+    Request request_;
     std::vector<PlannedFile> files_;
 };
 
@@ -267,23 +269,23 @@ TEST_F(RunFilesOf, NothingThatIsWrittenIsAnotherFileOfTheRun) {
         {"options", "--options-file options"},
         {"plan", "--plan plan"},
         {"results", "the results results"}};
-    for (auto option : {&Settings::log, &Settings::json, &Settings::report}) {
+    for (auto option : {&Request::log, &Request::json, &Request::report}) {
         for (const auto& [path, other] : rows) {
-            settings_.*option = dir_ / path;
+            request_.*option = dir_ / path;
             EXPECT_THAT(refusal({dir_ / "results"}),
                         HasSubstr(std::string(path) + " is the same file as " + other));
         }
-        settings_.*option = "";
+        request_.*option = "";
     }
-    settings_.log = dir_ / ".quorvane.jsonl";
+    request_.log = dir_ / ".quorvane.jsonl";
     EXPECT_THAT(refusal(), HasSubstr("the record .quorvane.jsonl is the same file as --log"));
-    settings_.log = settings_.json = "/dev/null";
+    request_.log = request_.json = "/dev/null";
     EXPECT_EQ("", refusal()) << "devices hold nothing that is lost";
-    settings_.log = settings_.json = dir_ / "new";
+    request_.log = request_.json = dir_ / "new";
     EXPECT_THAT(refusal(), HasSubstr("--json new is the same file as --log new"));
-    settings_.json = "-";
+    request_.json = "-";
     EXPECT_EQ("", refusal());
-    settings_.report = dir_ / "pages";
+    request_.report = dir_ / "pages";
     EXPECT_EQ("", refusal());
     files_.push_back({dir_ / "c.wav", dir_ / "pages/../c-leveled.wav", {}, {}});
     EXPECT_EQ("", refusal()) << "one record of a folder that is spelled in two ways";
@@ -338,9 +340,9 @@ TEST_F(Files, OnlyAbandonedPartsAreSweptUp) {
 }
 
 TEST_F(Files, KilledRunsLeaveNoPartsOfJsonAndReports) {
-    Settings settings;
-    settings.json = dir_ / "facts.jsonl";
-    settings.report = dir_ / "pages";
+    Request request;
+    request.json = dir_ / "facts.jsonl";
+    request.report = dir_ / "pages";
     const StagedOutput living(dir_ / "pages/index.html");
     const std::string left = make("pages/.notes.txt.quorvane-999-00000000.part");
     make("pages/.old.wav.html.quorvane-999-00000000.part");
@@ -348,7 +350,7 @@ TEST_F(Files, KilledRunsLeaveNoPartsOfJsonAndReports) {
     make("pages/talk.wav.html", "somebody's own page");
     const auto no_excerpts = [](const FileFacts&) { return std::string(); };
     {
-        ResultFiles results(settings, 2, no_excerpts);
+        ResultFiles results(request, 2, no_excerpts);
         FileFacts facts;
         facts.input = "talk.wav";
         facts.before.emplace();
@@ -368,9 +370,9 @@ TEST_F(Files, KilledRunsLeaveNoPartsOfJsonAndReports) {
                                                      dir_ / "pages/other.wav.html"));
     EXPECT_EQ("somebody's own page", read_text(dir_ / "pages/talk.wav.html"));
     EXPECT_FALSE(file_exists(dir_ / ".facts.jsonl.quorvane-999-00000000.part"));
-    settings.report = dir_ / "one.html";
+    request.report = dir_ / "one.html";
     make(".one.html.quorvane-999-00000000.part");
-    { const ResultFiles results(settings, 1, no_excerpts); }
+    { const ResultFiles results(request, 1, no_excerpts); }
     EXPECT_FALSE(file_exists(dir_ / ".one.html.quorvane-999-00000000.part"));
 }
 

@@ -1,4 +1,4 @@
-#include "cli/terminal/terminal_text.h"
+#include "leveling/words/text.h"
 
 #include <fmt/format.h>
 #include <wchar.h>
