@@ -4,20 +4,15 @@
 
 #include <algorithm>
 #include <charconv>
-#include <cmath>
-#include <limits>
 #include <map>
 
-/*
- * Levels are rounded to thousandths on their way into JSON. What has no level, silence, is null
- * there and minus infinity here.
- */
+#include "leveling/facts/finding_json.h"
+#include "leveling/facts/json_numbers.h"
 
 namespace quorvane {
 namespace {
 
 using Json = nlohmann::ordered_json;
-constexpr double kSilence = -std::numeric_limits<double>::infinity();
 
 /** The words of "status": programs read them, so that they stay. */
 const std::map<Outcome, const char*>& outcome_names() {
@@ -40,29 +35,6 @@ Outcome outcome_back(const Json& status) {
         return result;
     }();
     return static_cast<Outcome>(outcomes.at(status.get<std::string>()).get<int>());
-}
-
-/** JSON has no infinity: silence is null. */
-Json number(double value) {
-    if (!std::isfinite(value)) {
-        return nullptr;
-    }
-    return std::round(value * 1000) / 1000;
-}
-
-/** The inverse of number(), up to the rounding. */
-double number_back(const Json& json) {
-    return json.is_null() ? kSilence : json.get<double>();
-}
-
-/** The same of what is in dB or a unit of that size. */
-double level_back(const Json& json) {
-    constexpr double kMost_db = 1000;  // 64-bit floats hold no more than ±6000 dB, sound ±200
-    const double level = number_back(json);
-    if (level > kMost_db || (level < -kMost_db && level != kSilence)) {
-        throw FactsError(fmt::format("{} dB is no level of a recording", level));
-    }
-    return level;
 }
 
 /** An empty text is null in JSON. */
@@ -296,6 +268,12 @@ Json to_json(const FileFacts& facts, Curves curves) {
     if (facts.publishing) {
         json["publishing"] = publishing(*facts.publishing);
     }
+    if (facts.speech) {
+        json["speech"] = to_json(*facts.speech);
+    }
+    if (!facts.findings.empty()) {
+        json["findings"] = to_json(facts.findings);
+    }
     if (!facts.unfenced.empty()) {
         json["unfenced"] = facts.unfenced;
     }
@@ -337,6 +315,12 @@ FileFacts facts_from_json(const Json& json) {
     if (json.contains("publishing")) {
         facts.publishing = publishing_back(json.at("publishing"));
     }
+    if (json.contains("speech")) {
+        facts.speech = speech_from_json(json.at("speech"));
+    }
+    if (json.contains("findings")) {
+        facts.findings = findings_from_json(json.at("findings"));
+    }
     facts.unfenced = json.value("unfenced", std::vector<std::string>{});
     return facts;
 }
@@ -356,6 +340,12 @@ void strip_details(FileFacts& facts) {
     strip_curves(facts);
     if (facts.leveling) {
         facts.leveling->passages = {};
+    }
+    if (facts.speech) {
+        facts.speech->passages = {};
+    }
+    for (Finding& finding : facts.findings) {
+        finding.places = {};
     }
 }
 

@@ -7,6 +7,9 @@
 #include <string>
 #include <vector>
 
+#include "leveling/facts/finding.h"
+#include "leveling/facts/json_numbers.h"
+
 /*
  * The facts about a file are plain data: the worker fills them in, they travel to the parent as
  * JSON, and the table, the report and the JSON lines show them. Nothing here knows how they came
@@ -128,7 +131,9 @@ struct FileFacts {
     std::optional<Leveling> leveling;
     std::optional<Preparation> preparation;  // none where the engine worked alone
     std::optional<Publishing> publishing;
-    std::vector<std::string> notes;  // what the user should know of a file that did not fail
+    std::optional<SpeechLevels> speech;  // of a file that was measured
+    std::vector<Finding> findings;       // the gravest first
+    std::vector<std::string> notes;      // what the user should know of a file that did not fail
     // Of "files" and "calls", the fences around the file's worker that the kernel did not give.
     std::vector<std::string> unfenced;
 
@@ -142,15 +147,9 @@ enum class Curves { Tell, Omit };
 
 nlohmann::ordered_json to_json(const FileFacts& facts, Curves curves = Curves::Tell);
 
-/** Drops the curves; strip_details drops the passages as well. */
+/** Drops the curves; strip_details drops passages and places as well. */
 void strip_curves(FileFacts& facts);
 void strip_details(FileFacts& facts);
-
-/** Facts that no run has written, such as a level of 5000 dB. */
-class FactsError : public nlohmann::json::exception {
-  public:
-    explicit FactsError(const std::string& what) : nlohmann::json::exception(0, what.c_str()) {}
-};
 
 /**
  * The reverse, for facts that a worker sent or a file holds. Throws nlohmann::json::exception on a

@@ -206,9 +206,15 @@ TEST(Facts, JsonGivesThemBack) {
     FileFacts facts = an_hour();
     facts.notes = {"a note"};
     facts.cause = "why \xff not";
+    facts.speech =
+        SpeechLevels{SpeechState::Measured, 12.5, 1, {{1, 2, -30, kSilence}}, 0, kSilence};
+    facts.findings = {{"hum", Severity::Warning, 12.3, "dB", {{0.5, 2}}, "50 Hz"}};
     const FileFacts back = facts_from_json(nlohmann::ordered_json::parse(dump(to_json(facts))));
     EXPECT_EQ(dump(to_json(back)), dump(to_json(facts)));
     EXPECT_EQ(back.before->short_term_lufs.values[500], kSilence);
+    ASSERT_EQ(back.findings.size(), 1u);
+    EXPECT_EQ(back.findings[0].severity, Severity::Warning);
+    EXPECT_EQ(back.speech->passages[0].after_db, kSilence);
     EXPECT_EQ(facts_from_json(to_json(FileFacts{})).before, std::nullopt);
 }
 
@@ -226,6 +232,14 @@ TEST(Facts, WhatNoRunHasWrittenIsRefused) {
     for (const double level : {1e300, 1000.5, -1001.0}) {
         json["before"]["rms_dbfs"] = level;
         EXPECT_THROW(facts_from_json(json), nlohmann::json::exception) << level;
+    }
+    facts.findings = {{"hum", Severity::Warning, 12.3, "dB", {}, "50 Hz"}};
+    const auto findings = to_json(facts);
+    for (const auto& [name, wrong] : std::vector<std::pair<std::string, std::string>>{
+             {"code", "<hum>"}, {"severity", "grave"}, {"detail", std::string(41, 'x')}}) {
+        auto changed = findings;
+        changed["findings"][0][name] = wrong;
+        EXPECT_THROW(facts_from_json(changed), FactsError) << name;
     }
     json["before"]["rms_dbfs"] = nullptr;
     EXPECT_EQ(kSilence, facts_from_json(json).before->rms_dbfs);
