@@ -9,8 +9,6 @@
 #include <QStyle>
 #include <QTimer>
 
-#include "desktop/view/flat_style.h"
-
 /*
  * Light or dark, as the desktop has it. Qt 6.4 does not ask; the settings portal of the free
  * desktops answers on D-Bus, and tells when it changes. Where Qt has a platform theme of its own
@@ -49,6 +47,10 @@ bool desktop_has_its_own_palette() {
 }
 
 }  // namespace
+
+bool takes_flat_style() {
+    return QApplication::style()->name().compare(QLatin1String("fusion"), Qt::CaseInsensitive) == 0;
+}
 
 Appearance::Appearance(QObject* parent) : QObject(parent) {
     if (desktop_has_its_own_palette()) {

@@ -6,6 +6,9 @@
 
 namespace desktop {
 
+/** False where the desktop has a style of its own for Qt programs, as Plasma has. */
+bool takes_flat_style();
+
 /**
  * Follows the desktop's wish for dark or light, also while the window is open: the settings portal
  * tells it. Where the desktop has a palette of its own for Qt, that palette stays.

@@ -1,7 +1,5 @@
 #include "desktop/view/flat_style.h"
 
-#include <QApplication>
-#include <QStyle>
 #include <utility>
 
 #include "desktop/view/colors.h"
@@ -48,10 +46,6 @@ QProgressBar::chunk { background: @done; border-radius: 3px; }
 )";
 
 }  // namespace
-
-bool takes_flat_style() {
-    return QApplication::style()->name().compare(QLatin1String("fusion"), Qt::CaseInsensitive) == 0;
-}
 
 QString flat_style(const QPalette& palette, const QColor& focus) {
     // Shades are shares of the text's color, which makes them right on light and on dark grounds.

@@ -16,6 +16,7 @@
 
 #include "desktop/intake/paths.h"
 #include "desktop/model/words.h"
+#include "desktop/system/appearance.h"
 #include "desktop/system/open.h"
 #include "desktop/system/reports.h"
 #include "desktop/view/flat_style.h"
