@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <iostream>
+#include <utility>
 
 #include "Common/files/numbers.h"
 #include "Common/reporting/log.h"
@@ -10,11 +11,21 @@ namespace segment {
 
 namespace {
 constexpr const char* kSource = "Common/segment/segment_util";
+thread_local AssertionHandler assertion_handler = nullptr;
+}  // namespace
+
+AssertionHandler set_assertion_handler(AssertionHandler handler) {
+    return std::exchange(assertion_handler, handler);
 }
 
 // A broken rule of the search is a fault of the program and not of a recording: going on would
-// write gains that nobody can trust. So the process ends, in a release build as well.
+// write gains that nobody can trust. So the process ends, in a release build as well. A library's
+// host must survive: its handler ends the run by an exception. A handler that returns changes
+// nothing.
 void assertion_failed(const char* condition) {
+    if (assertion_handler != nullptr) {
+        assertion_handler(condition);
+    }
     std::cerr << "Assertion failed: " << condition << std::endl;
     std::abort();
 }

@@ -7,7 +7,16 @@
 
 namespace segment {
 
-/** A broken assumption of the engine ends the process, in every build. */
+/** Throws, or ends the process by itself: the search cannot go on. */
+using AssertionHandler = void (*)(const char* condition);
+
+/**
+ * Sets what a broken assumption of the engine calls on this thread, and returns what it called
+ * before. Null, the default: the process ends by abort.
+ */
+AssertionHandler set_assertion_handler(AssertionHandler handler);
+
+/** A broken assumption of the engine ends the process, in every build, unless a handler throws. */
 [[noreturn]] void assertion_failed(const char* condition);
 
 inline void require(bool holds, const char* condition) {
