@@ -1,6 +1,9 @@
 #include "Common/audio/sound_handle.h"
 
+#include <sys/stat.h>
+
 #include <cstring>
+#include <mutex>
 
 #include "Common/audio/sample_codec.h"
 #include "Common/audio/scratch_sounds.h"
@@ -38,9 +41,19 @@ struct CloseSound {
     }
 };
 
+// The library keeps the reason of a failed opening in one place for the whole process, and every
+// opening clears it.
+std::mutex opening;
+
+/** Whether opening waits for another program, which must not hold up the other threads. */
+bool may_wait(const std::string& path) {
+    struct stat status = {};
+    return ::stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode);
+}
+
 /** The descriptor of a scratch file of this path, or -1. */
 int open_scratch(const std::string& path, int mode, int format) {
-    ScratchSounds& scratch = ScratchSounds::instance();
+    ScratchSounds& scratch = ScratchSounds::of_this_thread();
     if (mode == SFM_READ) {
         return scratch.open_for_reading(path);
     }
@@ -54,11 +67,18 @@ int open_scratch(const std::string& path, int mode, int format) {
 SoundHandle open_sound(const std::string& path, int mode, SF_INFO& info) {
     open_reason = "";
     const int scratch = open_scratch(path, mode, info.format);
+    std::unique_lock<std::mutex> lock(opening, std::defer_lock);
+    if (scratch != -1 || !may_wait(path)) {
+        lock.lock();
+    }
     SNDFILE* file = scratch == -1 ? sf_open(path.c_str(), mode, &info)
                                   : sf_open_fd(scratch, mode, &info, SF_TRUE);
     if (file == nullptr) {
         open_reason = sf_strerror(nullptr);
         return SoundHandle();
+    }
+    if (lock.owns_lock()) {
+        lock.unlock();
     }
     const SoundHandle handle(file, CloseSound{mode == SFM_WRITE ? scratch : -1});
     return has_no_error(handle) ? handle : SoundHandle();
