@@ -20,80 +20,56 @@ namespace po = boost::program_options;
  * refused by the step that it is for, when that step's turn comes.
  */
 
-// The values at the program's start. What the option table below does not name never changes: those
-// values are constants that travel as text, like all the others, so that the steps see no
+// The values at the start of each thread. What the option table below does not name never changes:
+// those values are constants that travel as text, like all the others, so that the steps see no
 // difference.
 namespace options {
-std::string highpass__low = "25.0";
-std::string highpass__high = "100.0";
-std::string highpass__verbosity = "0";
+thread_local std::string highpass__low = "25.0";
+thread_local std::string highpass__high = "100.0";
+thread_local std::string highpass__verbosity = "0";
 
-std::string gate__attenuation_max = "-12.0";
-std::string gate__attenuation_min = "0.0";
-std::string gate__threshold_attack = "-44.0";
-std::string gate__threshold_release = "-44.0";
-std::string gate__attack = "250";
-std::string gate__release = "750";
-std::string gate__hold_time = "250";
-std::string gate__buffer_size = "5";
-std::string gate__anticipate_attack = "250";
-std::string gate__verbosity = "0";
+thread_local std::string gate__attenuation_max = "-12.0";
+thread_local std::string gate__attenuation_min = "0.0";
+thread_local std::string gate__threshold_attack = "-44.0";
+thread_local std::string gate__threshold_release = "-44.0";
+thread_local std::string gate__attack = "250";
+thread_local std::string gate__release = "750";
+thread_local std::string gate__hold_time = "250";
+thread_local std::string gate__buffer_size = "5";
+thread_local std::string gate__anticipate_attack = "250";
+thread_local std::string gate__verbosity = "0";
 
-std::string peak__level_diff = "15.0";
-std::string peak__attack = "0";
-std::string peak__release = "0";
-std::string peak__noise_floor = "-44.0";
-std::string peak__bin_size = "50";
-std::string peak__verbosity = "0";
+thread_local std::string peak__level_diff = "15.0";
+thread_local std::string peak__attack = "0";
+thread_local std::string peak__release = "0";
+thread_local std::string peak__noise_floor = "-44.0";
+thread_local std::string peak__bin_size = "50";
+thread_local std::string peak__verbosity = "0";
 
-std::string level_diff = "3.0";
-std::string attack = "0";
-std::string release = "150";
-std::string noise_floor = "-44.0";
-std::string bin_size = "50";
+thread_local std::string level_diff = "3.0";
+thread_local std::string attack = "0";
+thread_local std::string release = "150";
+thread_local std::string noise_floor = "-44.0";
+thread_local std::string bin_size = "50";
 
-std::string noise_threshold = "0.006";
-std::string gain_limit = "24.0";
-std::string gains_file;
-std::string rms_file;
+thread_local std::string noise_threshold = "0.006";
+thread_local std::string gain_limit = "24.0";
+thread_local std::string gains_file;
+thread_local std::string rms_file;
 
-std::string tolerance = "3.5";
-std::string min_segment_length = "20";
-std::string max_breakpoints = "30";
-std::string chunk_size = "2400";
-std::string cost_function = "SSD0";
+thread_local std::string tolerance = "3.5";
+thread_local std::string min_segment_length = "20";
+thread_local std::string max_breakpoints = "30";
+thread_local std::string chunk_size = "2400";
+thread_local std::string cost_function = "SSD0";
 
-std::string normalize__target_level = "-18.0";
+thread_local std::string normalize__target_level = "-18.0";
 }  // namespace options
 
 namespace {
 
 constexpr unsigned kLineLength = 80;         // of the help, in characters
 constexpr unsigned kDescriptionColumn = 40;  // where its explanations begin at the latest
-
-// The order is that of the help. The defaults stand again beside the globals because the option
-// library puts them back with every command line: a value does not outlive the run it was given
-// for.
-const TuningOption kTuningOptions[] = {
-    {"segment-tolerance", &options::tolerance, "3.5", "threshold of fit (0=no threshold)"},
-    {"segment-min-segment-length", &options::min_segment_length, "20", "minimum segment length"},
-    {"segment-max-breakpoints", &options::max_breakpoints, "30",
-     "maximum number of breakpoints (0=no max)"},
-    {"segment-chunk-size", &options::chunk_size, "2400",
-     "chunk size for processing in pieces (0=no chunking)"},
-    {"segment-cost-function", &options::cost_function, "SSD0", "cost function (SSD0, MSD0)"},
-    {"reduce-loud-level-diff", &options::level_diff, "3.0", "maximum level above mean (dB)"},
-    {"reduce-loud-attack", &options::attack, "0", "attack (ms)"},
-    {"reduce-loud-release", &options::release, "150", "release (ms)"},
-    {"reduce-loud-noise-floor", &options::noise_floor, "-44.0", "noise floor (dB)"},
-    {"calc-rms-floor-noise_threshold", &options::noise_threshold, "0.006",
-     "noise threshold (linear)"},
-    {"calc-rms-floor-gains_file", &options::gains_file, "gains_raw.txt", "gains file (out)"},
-    {"calc-rms-floor-rms_file", &options::rms_file, "rms.txt", "RMS file (out)"},
-    {"calc-rms-floor-gain_limit", &options::gain_limit, "24.0",
-     "limit maximum gain to this value (dB)"},
-    {"bin-size,s", &options::bin_size, "50", "bin size (ms)"},
-};
 
 constexpr const char* kUnknownFailure =
     "Exception of unknown type occured while parsing command line";
@@ -118,10 +94,13 @@ std::string text_of(const po::options_description& options) {
 po::options_description describe(CCLArgs& args) {
     po::options_description tuning("level", kLineLength, kDescriptionColumn);
     tuning.add_options()("help,h", "show this help message");
-    for (const TuningOption& option : kTuningOptions) {
+    int count = 0;
+    const TuningOption* const table = tuning_options(count);
+    for (const TuningOption* option = table; option != table + count; ++option) {
         tuning.add_options()(
-            option.names, po::value<std::string>(option.value)->default_value(option.default_text),
-            option.help);
+            option->names,
+            po::value<std::string>(option->value)->default_value(option->default_text),
+            option->help);
     }
     tuning.add_options()("options-file,o", po::value<std::string>(&args.options_file),
                          "options file");
@@ -201,10 +180,33 @@ int parse(CCLArgs& args, int argc, char** argv) {
 
 }  // namespace
 
-// For programs that offer the engine's options as their own.
+// For programs that offer the engine's options as their own, too. The order is that of the help.
+// The defaults stand again beside the globals because the option library puts them back with every
+// command line: a value does not outlive the run it was given for.
 const TuningOption* tuning_options(int& count) {
-    count = static_cast<int>(std::size(kTuningOptions));
-    return kTuningOptions;
+    thread_local const TuningOption table[] = {
+        {"segment-tolerance", &options::tolerance, "3.5", "threshold of fit (0=no threshold)"},
+        {"segment-min-segment-length", &options::min_segment_length, "20",
+         "minimum segment length"},
+        {"segment-max-breakpoints", &options::max_breakpoints, "30",
+         "maximum number of breakpoints (0=no max)"},
+        {"segment-chunk-size", &options::chunk_size, "2400",
+         "chunk size for processing in pieces (0=no chunking)"},
+        {"segment-cost-function", &options::cost_function, "SSD0", "cost function (SSD0, MSD0)"},
+        {"reduce-loud-level-diff", &options::level_diff, "3.0", "maximum level above mean (dB)"},
+        {"reduce-loud-attack", &options::attack, "0", "attack (ms)"},
+        {"reduce-loud-release", &options::release, "150", "release (ms)"},
+        {"reduce-loud-noise-floor", &options::noise_floor, "-44.0", "noise floor (dB)"},
+        {"calc-rms-floor-noise_threshold", &options::noise_threshold, "0.006",
+         "noise threshold (linear)"},
+        {"calc-rms-floor-gains_file", &options::gains_file, "gains_raw.txt", "gains file (out)"},
+        {"calc-rms-floor-rms_file", &options::rms_file, "rms.txt", "RMS file (out)"},
+        {"calc-rms-floor-gain_limit", &options::gain_limit, "24.0",
+         "limit maximum gain to this value (dB)"},
+        {"bin-size,s", &options::bin_size, "50", "bin size (ms)"},
+    };
+    count = static_cast<int>(std::size(table));
+    return table;
 }
 
 bool is_known_bit_depth(int bit_depth) {

@@ -2,55 +2,59 @@
 
 #include <string>
 
-/** Every tuning value of the engine, as the text that the steps' command lines take. */
+/**
+ * Every tuning value of the engine, as the text that the steps' command lines take. Each thread has
+ * its own values: those of the run on it.
+ */
 namespace options {
 // Step 1, high-pass.
-extern std::string highpass__low;        // Hz
-extern std::string highpass__high;       // Hz
-extern std::string highpass__verbosity;  // level
+extern thread_local std::string highpass__low;        // Hz
+extern thread_local std::string highpass__high;       // Hz
+extern thread_local std::string highpass__verbosity;  // level
 
 // Step 2, noise gate.
-extern std::string gate__attenuation_max;    // dB
-extern std::string gate__attenuation_min;    // dB
-extern std::string gate__threshold_attack;   // dB; the driver computes the one that is used
-extern std::string gate__threshold_release;  // dB; likewise
-extern std::string gate__attack;             // ms
-extern std::string gate__release;            // ms
-extern std::string gate__hold_time;          // ms
-extern std::string gate__buffer_size;        // ms
-extern std::string gate__anticipate_attack;  // ms
-extern std::string gate__verbosity;          // level
+extern thread_local std::string gate__attenuation_max;  // dB
+extern thread_local std::string gate__attenuation_min;  // dB
+extern thread_local std::string
+    gate__threshold_attack;  // dB; the driver computes the one that is used
+extern thread_local std::string gate__threshold_release;  // dB; likewise
+extern thread_local std::string gate__attack;             // ms
+extern thread_local std::string gate__release;            // ms
+extern thread_local std::string gate__hold_time;          // ms
+extern thread_local std::string gate__buffer_size;        // ms
+extern thread_local std::string gate__anticipate_attack;  // ms
+extern thread_local std::string gate__verbosity;          // level
 
 // Step 3, loud peaks.
-extern std::string peak__level_diff;   // dB
-extern std::string peak__attack;       // ms
-extern std::string peak__release;      // ms
-extern std::string peak__noise_floor;  // dB
-extern std::string peak__bin_size;     // ms
-extern std::string peak__verbosity;    // level
+extern thread_local std::string peak__level_diff;   // dB
+extern thread_local std::string peak__attack;       // ms
+extern thread_local std::string peak__release;      // ms
+extern thread_local std::string peak__noise_floor;  // dB
+extern thread_local std::string peak__bin_size;     // ms
+extern thread_local std::string peak__verbosity;    // level
 
 // Step 4, loud passages; the bin size is step 7's too.
-extern std::string level_diff;   // dB
-extern std::string attack;       // ms
-extern std::string release;      // ms
-extern std::string noise_floor;  // dB
-extern std::string bin_size;     // ms
+extern thread_local std::string level_diff;   // dB
+extern thread_local std::string attack;       // ms
+extern thread_local std::string release;      // ms
+extern thread_local std::string noise_floor;  // dB
+extern thread_local std::string bin_size;     // ms
 
 // Step 7, gains.
-extern std::string noise_threshold;  // linear
-extern std::string gain_limit;       // dB
-extern std::string gains_file;       // not used: the driver names the file
-extern std::string rms_file;         // likewise
+extern thread_local std::string noise_threshold;  // linear
+extern thread_local std::string gain_limit;       // dB
+extern thread_local std::string gains_file;       // not used: the driver names the file
+extern thread_local std::string rms_file;         // likewise
 
 // Step 6, segmentation.
-extern std::string tolerance;           // dB
-extern std::string min_segment_length;  // bins
-extern std::string max_breakpoints;     // per chunk
-extern std::string chunk_size;          // bins
-extern std::string cost_function;       // SSD0 or MSD0
+extern thread_local std::string tolerance;           // dB
+extern thread_local std::string min_segment_length;  // bins
+extern thread_local std::string max_breakpoints;     // per chunk
+extern thread_local std::string chunk_size;          // bins
+extern thread_local std::string cost_function;       // SSD0 or MSD0
 
 // Step 10, normalisation.
-extern std::string normalize__target_level;  // dB
+extern thread_local std::string normalize__target_level;  // dB
 }  // namespace options
 
 /** The engine's own command line. */
@@ -76,7 +80,10 @@ struct TuningOption {
     const char* help;
 };
 
-/** All of them, in the order in which the help shows them; count receives how many. */
+/**
+ * All of them, in the order in which the help shows them; count receives how many. The values are
+ * those of this thread.
+ */
 const TuningOption* tuning_options(int& count);
 
 /** Whether a bit depth is one that the engine writes. */

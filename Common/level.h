@@ -4,8 +4,13 @@
 /*
  * The leveling engine's public interface, for C and C++.
  *
- * The engine holds process-wide state: one run at a time in a process, on any thread. A program
- * supplies the two functions of platform.h, calls levelMain, and asks levelOutcome what came of it.
+ * levelMain runs a command line. A program supplies the two functions of platform.h, calls it, and
+ * asks levelOutcome for the result. levelRunNew makes a run as an object, with settings, callbacks,
+ * temporary directory, cancellation and outcome of its own; it needs no function of the program.
+ *
+ * A run works on the thread that calls it. Any number of threads can each have a run at a time, as
+ * long as no two runs share a temporary directory or an output. Functions that set something for
+ * later runs of the process can be called on any thread; a run takes a copy as it begins.
  */
 
 #include "Common/outcome.h"
@@ -57,8 +62,9 @@ typedef int (*LevelAsksToCancel)(void* context);
 void levelAskToCancel(LevelAsksToCancel asks, void* context);
 
 /*
- * Removes what the last run of this process left of its intermediate files: a failed or cancelled
- * one leaves what it had written for whoever looks for the fault. To be called between runs.
+ * Removes what the last levelMain of this process to end has left of its intermediate files: a
+ * failed or cancelled one leaves what it had written, to help find the fault. To be called between
+ * runs.
  */
 void levelDiscardIntermediates(void);
 
@@ -106,9 +112,8 @@ void levelLowerTarget(int lower);
 void levelEndFlatRamps(int end);
 
 /*
- * What came of the last levelMain of this process; its kind is kLevelNotRun before the first. Ask
- * on the thread that ran it, afterwards or in moveFinalFile. See outcome.h for who owns what and
- * for how long.
+ * The outcome of the running or last run on this thread; its kind is kLevelNotRun before the first.
+ * Ask afterwards or in a callback of the run. See outcome.h for who owns what and for how long.
  */
 const LevelOutcome* levelOutcome(void);
 
@@ -132,6 +137,78 @@ typedef enum LevelWords {
  */
 typedef void (*LevelMessage)(void* context, LevelWords kind, const char* text);
 void levelSetMessages(LevelMessage messages, void* context);
+
+/*
+ * A run as an object. Set it up, call levelRunFile on any thread, then read the outcome. An object
+ * is for one thread at a time, except for levelRunCancel and levelRunClearCancel, and can be used
+ * again for another file.
+ *
+ * A new run has the yes or no settings of the process (levelKeepIntermediates, levelLowerTarget and
+ * so on) at that moment, and none of its callbacks; what is set here replaces them. It writes
+ * nothing to the standard streams. A broken assertion of the engine fails the run and does not
+ * abort the process.
+ *
+ * levelRunNew returns a null pointer without memory. A null run can be freed.
+ */
+typedef struct LevelRun LevelRun;
+LevelRun* levelRunNew(void);
+void levelRunFree(LevelRun* run);
+
+/*
+ * Adds a word of levelMain's command line, such as "--bit-depth=24". Words are checked when the run
+ * begins. This and the next return 0, or 1 without memory.
+ */
+int levelRunAddOption(LevelRun* run, const char* word);
+
+/* An existing folder, as a path that begins and ends with "/", that no other run uses meanwhile. */
+int levelRunSetTemporaryDirectory(LevelRun* run, const char* path);
+
+/* Null pointers: no progress is shown, and messages are dropped. */
+void levelRunSetProgress(LevelRun* run, LevelProgress progress, void* context);
+void levelRunSetMessages(LevelRun* run, LevelMessage messages, void* context);
+
+/* As levelSetFinalFile and levelSetCopy. */
+void levelRunSetFinalFile(LevelRun* run, LevelOpenFinal open, void* context);
+void levelRunSetCopy(LevelRun* run, LevelCopy copy, void* context);
+
+/*
+ * In place of moveFinalFile: puts the finished file at the output path and returns 0, or the run
+ * fails. Nothing is at finalPath when the callback of levelRunSetFinalFile has opened a file.
+ */
+typedef int (*LevelDeliver)(void* context, const char* finalPath, const char* outputPath);
+void levelRunSetDelivery(LevelRun* run, LevelDeliver deliver, void* context);
+
+typedef enum LevelSwitch {
+    kLevelKeepIntermediates, /* as the functions of these names; 0: off */
+    kLevelHideIntermediates,
+    kLevelLowerTarget,
+    kLevelEndFlatRamps,
+    kLevelCollectFindings,
+    kLevelUseHelperThread /* read ahead and write behind on a second thread; no bit depends on it */
+} LevelSwitch;
+
+void levelRunSwitch(LevelRun* run, LevelSwitch which, int on);
+
+/*
+ * Levels a file on this thread. Results are those of levelMain. Called from a callback of another
+ * run on this thread it returns 1 and levels nothing; a C++ exception that is not a std::exception
+ * passes through from the callback that threw it.
+ */
+int levelRunFile(LevelRun* run, const char* input, const char* output);
+
+/*
+ * Ends this run and its later files with result 3, until it is cleared. For any thread and for
+ * signal handlers. levelRunAskToCancel is as levelAskToCancel; levelRequestCancel ends all runs.
+ */
+void levelRunCancel(LevelRun* run);
+void levelRunClearCancel(LevelRun* run);
+void levelRunAskToCancel(LevelRun* run, LevelAsksToCancel asks, void* context);
+
+/* Of the last levelRunFile, until the next one or levelRunFree. For any thread once it has ended.
+ */
+const LevelOutcome* levelRunOutcome(const LevelRun* run);
+const LevelFindings* levelRunFindings(LevelRun* run);
+void levelRunDiscardIntermediates(LevelRun* run);
 
 /* NOLINTEND(modernize-use-using) */
 

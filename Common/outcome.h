@@ -5,8 +5,9 @@
  * What came of a run, and what its steps found: plain C structures that the engine fills.
  *
  * Everything belongs to the engine: the structures, their texts and their arrays stay as they are
- * until the next call of levelMain in this process begins, and nobody frees them. Texts are never
- * null and hold the bytes of file names as they were given, which need not be UTF-8.
+ * until the next run on this thread begins or the thread ends; those of a run object until its next
+ * file begins or it is freed. The caller frees none of them. Texts are never null and hold the
+ * bytes of file names as they were given, which need not be UTF-8.
  */
 
 #include <stddef.h>

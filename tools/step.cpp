@@ -216,7 +216,7 @@ int show_help(const Step& step, const char* name) {
 /** All that was printed, to say nothing twice. */
 std::string printed;
 
-void print(void* /*context*/, const reporting::Words& words) {
+void print(const reporting::Words& words) {
     printed += words.text;
     (words.stream == reporting::Stream::kError ? std::cerr : std::cout) << words.text << std::flush;
 }
@@ -263,6 +263,6 @@ int main(int argc, char** argv) {
     }
     arguments.push_back(nullptr);
     gProgressThunk = ignore_progress;
-    reporting::set_message_sink(print, nullptr);
+    reporting::set_message_sink(print);
     return run_step(step->second, argc - 1, arguments.data());
 }

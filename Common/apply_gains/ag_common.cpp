@@ -111,7 +111,7 @@ double peak_of_few(SoundSource& input,
 
 /** The largest sample that the gains would give. The input stands anywhere afterwards. */
 double ramped_peak(SoundSource& input, const BinGrid& blocks, const double* gains) {
-    const MeasuredBins* const measured = MeasuredRecordings::instance().find(
+    const MeasuredBins* const measured = MeasuredRecordings::of_this_thread().find(
         input.name(), BinKind::kAllSamples, blocks.bin_frames, input.info());
     const double peak = measured == nullptr ? -1.0 : peak_of_few(input, blocks, gains, *measured);
     if (peak >= 0.0) {
@@ -188,7 +188,7 @@ void ApplyGains(int blockMilliseconds,
                       SoundSource::FailWhen::kNothingWasRead);
     const double peak = ramped_peak(input, blocks, gains.data());
     const std::vector<double> walls = scaled_by(std::move(gains), peak);
-    MeasuredRecordings::instance().forget(inputPath);
+    MeasuredRecordings::of_this_thread().forget(inputPath);
     rewind(input);
     stream::pump_parts(input, output, wall_ramps(info.channels, blocks, walls.data()),
                        blocks.pace(progress_range::kApplyGains), frames);

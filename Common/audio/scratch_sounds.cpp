@@ -32,8 +32,8 @@ int reopen(int file, off_t begin) {
 
 }  // namespace
 
-ScratchSounds& ScratchSounds::instance() {
-    static ScratchSounds sounds;
+ScratchSounds& ScratchSounds::of_this_thread() {
+    thread_local ScratchSounds sounds;
     return sounds;
 }
 
@@ -115,7 +115,7 @@ void ScratchSounds::trim(int descriptor) {
 }
 
 int copy_sound(const std::string& from, const std::string& to) {
-    ScratchSounds& scratch = ScratchSounds::instance();
+    ScratchSounds& scratch = ScratchSounds::of_this_thread();
     if (!scratch.has(from)) {
         scratch.let_go(to);
         return copy_file(from, to);

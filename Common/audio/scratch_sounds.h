@@ -13,12 +13,13 @@
  * ends, however it ends. When a file is let go, its pages are written over by the next one, which
  * spares the system the work of giving up and finding as many anew.
  *
- * Only one handle of a file is open at a time: they share its position. Not for several threads.
+ * Only one handle of a file is open at a time: they share its position. The table belongs to the
+ * run on this thread.
  */
 class ScratchSounds {
   public:
-    /** One for the process. */
-    static ScratchSounds& instance();
+    /** The one of this thread. */
+    static ScratchSounds& of_this_thread();
 
     ScratchSounds(const ScratchSounds&) = delete;
     ScratchSounds& operator=(const ScratchSounds&) = delete;

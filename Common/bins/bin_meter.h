@@ -109,11 +109,12 @@ template <class RmsRule>
 class BinMeter : public stream::Receiver {
   public:
     /**
-     * name: of the recording, for errors. bins receives grid.bins records. As long as the mean of
-     * the bins is not taken, a record's gain is the sum of squares over all its samples.
+     * name: of the recording, for errors. bins receives grid.bins records, whose gains are 1.0, and
+     * squares for each of them the sum of squares over all its samples, channels together.
      */
-    BinMeter(const std::string& name, int channels, const BinGrid& grid, CBin* bins)
-        : name_(name), channels_(channels), grid_(grid), bins_(bins) {}
+    BinMeter(
+        const std::string& name, int channels, const BinGrid& grid, CBin* bins, double* squares)
+        : name_(name), channels_(channels), grid_(grid), bins_(bins), squares_(squares) {}
 
     /** Throws std::runtime_error when a bin's sum of squares is beyond all numbers. */
     void take(double* samples, long long frames) override {
@@ -186,7 +187,8 @@ class BinMeter : public stream::Receiver {
                 std::to_string(static_cast<long long>(done_) * grid_.bin_frames) +
                 " are too large");
         }
-        bins_[done_++] = {sum, sums_.peak, RmsRule::rms(sums_, channels_)};
+        squares_[done_] = sum;
+        bins_[done_++] = {1.0, sums_.peak, RmsRule::rms(sums_, channels_)};
         frames_ += sums_.samples / channels_;
         sums_ = BinSums();
     }
@@ -195,6 +197,7 @@ class BinMeter : public stream::Receiver {
     int channels_;
     BinGrid grid_;
     CBin* bins_;
+    double* squares_;
     int done_ = 0;
     long long frames_ = 0;
     BinSums sums_;

@@ -1,7 +1,7 @@
 #include "Common/bins/measured_bins.h"
 
-MeasuredRecordings& MeasuredRecordings::instance() {
-    static MeasuredRecordings recordings;
+MeasuredRecordings& MeasuredRecordings::of_this_thread() {
+    thread_local MeasuredRecordings recordings;
     return recordings;
 }
 

@@ -27,15 +27,16 @@ struct MeasuredBins {
     BinKind kind{};
     BinGrid grid{};
     int channels = 0;
-    long long frames = 0;            // of the recording
-    boost::scoped_array<CBin> bins;  // grid.bins, their gain the sum of squares: see BinMeter
+    long long frames = 0;                 // of the recording
+    boost::scoped_array<CBin> bins;       // grid.bins, as BinMeter gives them
+    boost::scoped_array<double> squares;  // likewise
     bool complete = false;
 };
 
 class MeasuredRecordings {
   public:
-    /** One table for the process. */
-    static MeasuredRecordings& instance();
+    /** The table of the run on this thread. */
+    static MeasuredRecordings& of_this_thread();
 
     /**
      * Has the recording measured that is going to be written at a path; info gives its sample rate,
@@ -58,7 +59,7 @@ class MeasuredRecordings {
     template <class RmsRule>
     class Rider;
 
-    /** Five hours of 50 ms, 9 MB. Bins of longer recordings are kept by nobody but who uses them.
+    /** Five hours of 50 ms, 12 MB. Bins of longer recordings are kept by nobody but who uses them.
      */
     static constexpr long long kMostBins = 360000;
 
@@ -71,7 +72,11 @@ class MeasuredRecordings::Rider : public stream::Receiver {
   public:
     explicit Rider(std::shared_ptr<MeasuredBins> measured)
         : measured_(std::move(measured)),
-          meter_("", measured_->channels, measured_->grid, measured_->bins.get()) {}
+          meter_("",
+                 measured_->channels,
+                 measured_->grid,
+                 measured_->bins.get(),
+                 measured_->squares.get()) {}
 
     void take(double* samples, long long frames) override {
         frames_ += frames;
@@ -114,8 +119,9 @@ void MeasuredRecordings::expect(const std::string& path, const SF_INFO& info, in
         measured->channels = info.channels;
         measured->frames = info.frames;
         measured->bins.reset(new CBin[static_cast<std::size_t>(bins)]);
+        measured->squares.reset(new double[static_cast<std::size_t>(bins)]);
         measured_[path] = measured;
-        stream::Riders::instance().seat(path, std::make_unique<Rider<RmsRule>>(measured));
+        stream::Riders::of_this_thread().seat(path, std::make_unique<Rider<RmsRule>>(measured));
     } catch (const std::bad_alloc&) {
         forget(path);  // the reader measures by itself
     }

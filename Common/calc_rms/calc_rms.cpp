@@ -128,7 +128,7 @@ int _tmain(int argc, const char** argv) {
     }
     const std::uint32_t bin_frames = bin / static_cast<std::uint32_t>(info.channels);
     stream::Pace pace = pace_of(info, bin_frames);
-    const MeasuredBins* const measured = MeasuredRecordings::instance().find(
+    const MeasuredBins* const measured = MeasuredRecordings::of_this_thread().find(
         args.input_file, BinKind::kAllSamples, static_cast<int>(bin_frames), info);
     if (measured != nullptr) {
         write_levels(*measured, output, pace);

@@ -5,11 +5,13 @@
 /** Ends a cancelled run. Not an ss_error: it passes through the steps' handlers to the driver. */
 class ss_cancel_exception : public std::exception {};
 
-/** Throws ss_cancel_exception while gCancelled is set, a request stands, or the run's caller asks.
+/**
+ * Throws ss_cancel_exception while gCancelled is set, a request stands, or the caller of the run on
+ * this thread asks.
  */
 void check_cancelled();
 
-/** Asks the running and all later runs to end; for any thread and for signal handlers. */
+/** Asks all running and later runs to end; for any thread and for signal handlers. */
 void request_cancel();
 
 /** Sets gCancelled, or clears it together with a request; for the same callers. */
@@ -18,8 +20,8 @@ void set_cancelled(bool cancelled);
 /** Returns non-zero when the run under way, and no other, is to end. */
 using AsksToCancel = int (*)(void* context);
 
-/** Every check point calls asks; null: none does. */
+/** Every check point on this thread calls asks; null: none does. */
 void ask_before_going_on(AsksToCancel asks, void* context);
 
-/** Whether that is why the run ended; the answer is given once. */
+/** Whether that is why the run on this thread ended; the answer is given once. */
 bool take_run_asked();

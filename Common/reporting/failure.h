@@ -1,9 +1,12 @@
 #pragma once
 
+#include <functional>
 #include <string>
+#include <utility>
 
 /*
- * The words of a run, and the first cause of its failure.
+ * The words of a run, and the first cause of its failure. Both belong to the thread that the run is
+ * on; the helper thread of a run reports nothing but exceptions, which the run's thread rethrows.
  *
  * A failure passes through several hands, and each adds its words: the library's text, the step's
  * message, the driver's "Step 1 did not complete successfully". All of it is printed, but a caller
@@ -77,9 +80,9 @@ struct Words {
     const std::string& text;
 };
 
-using MessageSink = void (*)(void* context, const Words& words);
+using MessageSink = std::function<void(const Words& words)>;
 
-/** While it lives, words are not written; failures are still noted. */
+/** While it lives, this thread writes no words; failures are still noted. */
 class Quiet {
   public:
     Quiet();
@@ -88,8 +91,35 @@ class Quiet {
     Quiet& operator=(const Quiet&) = delete;
 };
 
-/** Takes all later words instead of the standard streams; null gives them back. */
-void set_message_sink(MessageSink sink, void* context);
+/**
+ * Takes all later words of the process instead of the standard streams, except for those of threads
+ * that have a sink of their own. An empty function gives them back to the streams.
+ */
+void set_message_sink(MessageSink sink);
+
+/** The sink of the process, which may be empty. */
+MessageSink message_sink();
+
+/** While it lives, this thread's words go to a sink of their own; empty: to the standard streams.
+ */
+class ThreadSink {
+  public:
+    explicit ThreadSink(MessageSink sink);
+    ~ThreadSink();
+    ThreadSink(const ThreadSink&) = delete;
+    ThreadSink& operator=(const ThreadSink&) = delete;
+
+    /** The innermost one of this thread, or null. */
+    static ThreadSink* current();
+
+    void replace(MessageSink sink) { sink_ = std::move(sink); }
+
+    const MessageSink& sink() const { return sink_; }
+
+  private:
+    MessageSink sink_;
+    ThreadSink* outer_;
+};
 
 /** Writes text as it stands to the sink or to the standard stream, and flushes. */
 void write_words(Stream stream, const std::string& text);

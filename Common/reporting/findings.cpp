@@ -3,9 +3,6 @@
 #include <initializer_list>
 #include <limits>
 
-namespace {
-
-/** The state before a run: a number is NaN until its step has found it, so that none looks real. */
 LevelFindings nothing_found() {
     constexpr double kUnknown = std::numeric_limits<double>::quiet_NaN();
     LevelFindings found{};
@@ -22,10 +19,8 @@ LevelFindings nothing_found() {
     return found;
 }
 
-}  // namespace
-
 LevelFindings& findings() {
-    static LevelFindings found = nothing_found();
+    thread_local LevelFindings found = nothing_found();
     return found;
 }
 

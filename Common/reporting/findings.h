@@ -3,10 +3,13 @@
 #include "Common/outcome.h"
 
 /**
- * What the steps of the run under way have found, each number written by the step that knows it.
- * The arrays belong to the driver. Steps that run by themselves write here too; nobody reads it.
+ * What the steps of the run on this thread have found, each number written by the step that knows
+ * it. The arrays belong to the driver. Steps that run by themselves write here too, for no reader.
  */
 LevelFindings& findings();
 
-/** Forgets what an earlier run found. */
+/** The state before a run: numbers are NaN, so that none looks like a result. */
+LevelFindings nothing_found();
+
+/** Forgets what an earlier run on this thread found. */
 void forget_findings();

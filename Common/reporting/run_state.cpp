@@ -3,9 +3,9 @@
 #include "Common/reporting/cancel.h"
 
 // A step that runs by itself finds these values: no callback, not cancelled.
-ProgressThunk gProgressThunk = nullptr;
-void* gProcessorPtr = nullptr;
-unsigned long gStart = 0;
+thread_local ProgressThunk gProgressThunk = nullptr;
+thread_local void* gProcessorPtr = nullptr;
+thread_local unsigned long gStart = 0;
 int gCancelled = 0;
 
 namespace {
@@ -13,9 +13,10 @@ namespace {
 // Apart from gCancelled, which only the driver sets. A signal handler may write it.
 int requested = 0;
 
-AsksToCancel asks = nullptr;
-void* asks_context = nullptr;
-bool run_asked = false;
+// Of the run on this thread.
+thread_local AsksToCancel asks = nullptr;
+thread_local void* asks_context = nullptr;
+thread_local bool run_asked = false;
 
 static_assert(__atomic_always_lock_free(sizeof(int), nullptr),
               "a signal handler must not meet a lock");

@@ -2,18 +2,19 @@
 
 /*
  * What a run shares with its steps: set by the driver at its entry, read by every progress display
- * and every cancel check. The steps know nothing else of the run that they are part of.
+ * and every cancel check. A run uses one thread for its steps, and each thread has its own values,
+ * so several runs can work side by side.
  */
 
 /** A run's progress callback: the context given with it and the fraction done, 0.0 to 1.0. */
 using ProgressThunk = int (*)(void* context, float fraction);
 
-extern ProgressThunk gProgressThunk;  // the caller's progress callback; may be null
-extern void* gProcessorPtr;           // its context
-extern unsigned long gStart;          // processor clock at entry, with kShowDuration
+extern thread_local ProgressThunk gProgressThunk;  // the caller's progress callback; may be null
+extern thread_local void* gProcessorPtr;           // its context
+extern thread_local unsigned long gStart;          // processor clock at entry, with kShowDuration
 
 /**
- * Non-zero: this run and all later ones of the process end as soon as possible. The driver sets it
+ * Non-zero: all running and later runs of the process end as soon as possible. The driver sets it
  * when it catches a cancellation that the run did not ask for itself. Others may set it at any
  * moment; the engine's check points read it with an atomic load.
  */

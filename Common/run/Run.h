@@ -2,15 +2,14 @@
 
 #include <sndfile.h>
 
-#include <functional>
-#include <initializer_list>
 #include <string>
 
 #include "Common/CommandLine.h"
 #include "Common/outcome.h"
-#include "Common/run/intermediates.h"
-#include "Common/run/output_meter.h"
-#include "Common/run/temp_files.h"
+#include "Common/run/run_files.h"
+#include "Common/run/run_settings.h"
+
+class OutcomeRecord;
 
 /** What levelMain returns. */
 enum Result { kSuccess = 0, kFailure = 1, kCancelled = 3 };
@@ -26,10 +25,13 @@ enum Result { kSuccess = 0, kFailure = 1, kCancelled = 3 };
  */
 class Run {
   public:
-    explicit Run(const CCLArgs& args) : args_(args) {}
+    /** All three must live as long as the run. */
+    Run(const CCLArgs& args, const RunSettings& settings, OutcomeRecord& record);
 
     Run(const Run&) = delete;
     Run& operator=(const Run&) = delete;
+
+    /** Leaves the names of the intermediate files with the record. */
     ~Run();
 
     /**
@@ -37,28 +39,6 @@ class Run {
      * exception is reported.
      */
     int go();
-
-    /** With true, all later runs of the process leave their intermediate files where they are. */
-    static void keep_intermediates(bool keep);
-
-    /** With true, all later runs that keep none give intermediate audio no name on the disk. */
-    static void hide_intermediates(bool hide);
-
-    /** What levelSetFinalFile sets: the descriptor for the finished audio, or -1. */
-    static void write_final_into(std::function<int()> open);
-
-    /** What levelSetCopy sets: copies an input to the output and returns 0, or 1. */
-    using Copy = std::function<int(const std::string& from, const std::string& to)>;
-    static void copy_by(Copy copy);
-
-    /** With true, all later runs lower a target level that the recording has no room for. */
-    static void lower_target(bool lower);
-
-    /** What levelEndFlatRamps sets. */
-    static void end_flat_ramps(bool end);
-
-    /** Removes what the last run left of its intermediate files. */
-    static void discard_intermediates();
 
   private:
     struct EndOfRun;
@@ -78,27 +58,25 @@ class Run {
     void apply_gain_curve();
     void normalize_and_deliver();
 
-    int lend_final_file(const std::string& final_file);
     int normalize_into(const std::string& from, const std::string& to);
     void require_step(int mark, bool success);
     [[noreturn]] static void fail(int mark, const std::string& message);
     [[noreturn]] void copy_input(LevelOutcomeKind kind, const std::string& reason);
     [[noreturn]] void copy_input_after_failure();
     [[noreturn]] void make_copy();
+    void deliver(const std::string& final_file);
     void succeed(LevelOutcomeKind kind, const std::string& reason = "");
 
-    std::string path(Intermediate file) const { return intermediates_.path(file); }
-
     std::string begin_step(int step, Intermediate output);
-    std::string add_output(Intermediate output);
-    void measure_as_written(Intermediate output);
-    void done_with(std::initializer_list<std::string> paths);
+
+    // The messages' source and marks are those of the file that this one came from: see log_msg.
+    static constexpr const char* kMessageSource = "Common/level";
 
     const CCLArgs& args_;
-    Intermediates intermediates_;
-    TempFileList temp_files_;
+    const RunSettings& settings_;
+    OutcomeRecord& record_;
+    RunFiles files_;
     SF_INFO info_{};
-    OutputMeter output_meter_;
     std::string conditioned_;
     double filtered_level_db_ = 0.0;
     int step_ = 0;  // the one under way

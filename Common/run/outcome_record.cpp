@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <utility>
 
 #include "Common/files/cue_list.h"
 #include "Common/files/series.h"
@@ -29,9 +30,23 @@ std::string joined_lines(std::string text) {
 
 }  // namespace
 
-OutcomeRecord& OutcomeRecord::instance() {
-    static OutcomeRecord record;
-    return record;
+namespace {
+
+thread_local std::shared_ptr<OutcomeRecord> thread_record;
+
+}  // namespace
+
+OutcomeRecord::OutcomeRecord(Collecting by) : found_(nothing_found()), collecting_by_(by) {}
+
+OutcomeRecord& OutcomeRecord::of_this_thread() {
+    if (!thread_record) {
+        thread_record = std::make_shared<OutcomeRecord>(OutcomeRecord::Collecting::kByProcess);
+    }
+    return *thread_record;
+}
+
+void OutcomeRecord::use_on_this_thread(std::shared_ptr<OutcomeRecord> record) {
+    thread_record = std::move(record);
 }
 
 void OutcomeRecord::begin_run() {
@@ -42,7 +57,14 @@ void OutcomeRecord::begin_run() {
     gain_runs_ = {};
     gains_ = {};
     input_.clear();
+    left_files_.reset();
     set(kLevelNotRun, "");
+    running_ = true;
+}
+
+void OutcomeRecord::end_run() {
+    found_ = ::findings();
+    running_ = false;
 }
 
 /**
@@ -190,10 +212,12 @@ const LevelFindings* OutcomeRecord::findings() {
             gains_.resize(run.end, run.gain);
         }
     }
-    LevelFindings& found = ::findings();
-    found.passage_count = passages_.size();
-    found.passages = passages_.data();
-    found.gain_count = gains_.size();
-    found.gains = gains_.data();
-    return &found;
+    if (running_) {
+        found_ = ::findings();
+    }
+    found_.passage_count = passages_.size();
+    found_.passages = passages_.data();
+    found_.gain_count = gains_.size();
+    found_.gains = gains_.data();
+    return &found_;
 }

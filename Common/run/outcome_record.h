@@ -1,6 +1,8 @@
 #pragma once
 
 #include <cstddef>
+#include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -9,15 +11,30 @@
 #include "Common/run/intermediates.h"
 
 /**
- * The outcome of this process's last run, behind the C interface: it owns the texts and the arrays
- * that the C structures point to.
+ * The outcome of a run, behind the C interface: it owns the texts and the arrays that the C
+ * structures point to. It can be read on any thread once the run has ended.
  */
 class OutcomeRecord {
   public:
-    static OutcomeRecord& instance();
+    /** Who decides whether findings are collected: levelCollectFindings at any time, or the run. */
+    enum class Collecting { kByProcess, kByRun };
 
-    /** Forgets the last run; the next one is for this input. */
+    explicit OutcomeRecord(Collecting by);
+    OutcomeRecord(const OutcomeRecord&) = delete;
+    OutcomeRecord& operator=(const OutcomeRecord&) = delete;
+    ~OutcomeRecord() = default;
+
+    /** The record of the running or last run on this thread; an empty one before the first. */
+    static OutcomeRecord& of_this_thread();
+
+    /** Makes a record the one of this thread until the next call. */
+    static void use_on_this_thread(std::shared_ptr<OutcomeRecord> record);
+
+    /** Clears the record for a run on this thread. */
     void begin_run();
+
+    /** Keeps what the steps have found: from now on the record needs nothing of the thread. */
+    void end_run();
 
     void set_input(const std::string& input) { input_ = input; }
 
@@ -32,6 +49,9 @@ class OutcomeRecord {
     /** The command line was wrong, as the failure says that was noted first. */
     void refuse();
 
+    /** The run could not be started, for this reason. */
+    void refuse_start(const std::string& reason) { set(kLevelWrongUsage, reason); }
+
     /**
      * The run failed: in this step, or with 0 before or after them. The cause is the failure that
      * was noted first, with words in place of the intermediate files' paths.
@@ -42,7 +62,10 @@ class OutcomeRecord {
 
     void collect_findings(bool collect) { collecting_ = collect; }
 
-    bool is_collecting() const { return collecting_; }
+    /** The same, unless that is the run's own decision. */
+    void collect_by_process(bool collect) {
+        collecting_ = collecting_by_ == Collecting::kByProcess ? collect : collecting_;
+    }
 
     /** Reads steps 6 and 7's files; the last passage ends with the recording. */
     void collect_passages(const std::string& cues,
@@ -51,8 +74,14 @@ class OutcomeRecord {
 
     void collect_gain_curve(const std::string& smoothed_gains);
 
-    /** What was found, or null when nobody asked for it. */
+    /** What was found, also while the run is under way; null unless findings are collected. */
     const LevelFindings* findings();
+
+    /** The intermediate files that the run may have left. */
+    void keep_left_files(const Intermediates& files) { left_files_ = files; }
+
+    /** Nothing when the run ended before it could have any. */
+    const std::optional<Intermediates>& left_files() const { return left_files_; }
 
     /** Adds the first defect that was noted; words replace the intermediate files' paths. */
     void report_defect(const Intermediates& intermediates);
@@ -69,6 +98,10 @@ class OutcomeRecord {
     std::string reason_;
     std::string defect_reason_;
     std::string library_text_;
+    std::optional<Intermediates> left_files_;
+    LevelFindings found_;
+    Collecting collecting_by_;
+    bool running_ = false;
     bool collecting_ = false;
     std::vector<LevelPassage> passages_;
 

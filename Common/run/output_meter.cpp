@@ -39,8 +39,8 @@ void OutputMeter::ride_to(const std::string& path, int channels, int descriptor)
     channels_ = channels;
     try {
         measured_ = std::make_shared<Measured>();
-        stream::Riders::instance().seat(path,
-                                        std::make_unique<Rider>(measured_, channels, descriptor));
+        stream::Riders::of_this_thread().seat(
+            path, std::make_unique<Rider>(measured_, channels, descriptor));
     } catch (const std::bad_alloc&) {
         measured_.reset();  // not measured, then
     }

@@ -32,26 +32,54 @@ std::atomic<bool>& used() {
     return value;
 }
 
+// What a thread decided for itself.
+constexpr int kAsTheProcess = -1;
+thread_local int used_here = kAsTheProcess;
+
 }  // namespace
 
-HelperThread& HelperThread::instance() {
-    // Never destroyed: at the end of a forked child a destructor would wait for a thread that only
-    // the parent has. A child forgets the parent's, mutex and sleepers included.
-    static std::atomic<HelperThread*> helper{nullptr};
-    static const int registered =
-        pthread_atfork(nullptr, nullptr, [] { helper.store(nullptr, std::memory_order_release); });
-    static_cast<void>(registered);
-    static std::mutex making;
-    HelperThread* found = helper.load(std::memory_order_acquire);
-    if (found == nullptr) {
-        const std::lock_guard<std::mutex> lock(making);
-        found = helper.load(std::memory_order_acquire);
-        if (found == nullptr) {
-            found = new HelperThread;
-            helper.store(found, std::memory_order_release);
-        }
+/**
+ * Ends the helper with its owner's thread. In the child of a fork the helper has no thread that
+ * could be waited for, and its mutex may be locked for good: it is left alone.
+ */
+struct HelperThread::Owner {
+    HelperThread* helper = nullptr;
+
+    Owner() {
+        static const int registered =
+            pthread_atfork(nullptr, nullptr, [] { current().helper = nullptr; });
+        static_cast<void>(registered);
     }
-    return *found;
+
+    Owner(const Owner&) = delete;
+    Owner& operator=(const Owner&) = delete;
+
+    ~Owner() { delete helper; }
+
+    static Owner& current() {
+        thread_local Owner owner;
+        return owner;
+    }
+};
+
+HelperThread& HelperThread::of_this_thread() {
+    Owner& owner = Owner::current();
+    if (owner.helper == nullptr) {
+        owner.helper = new HelperThread;
+    }
+    return *owner.helper;
+}
+
+HelperThread::~HelperThread() {
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        ends_ = true;
+        asleep_ = false;
+        work_.notify_one();
+    }
+    if (thread_.joinable()) {
+        thread_.join();
+    }
 }
 
 void HelperThread::use(bool use) {
@@ -59,16 +87,24 @@ void HelperThread::use(bool use) {
 }
 
 bool HelperThread::is_used() {
-    return used();
+    return used_here == kAsTheProcess ? used().load() : used_here != 0;
+}
+
+HelperThread::Use::Use(bool use) : before_(used_here) {
+    used_here = use ? 1 : 0;
+}
+
+HelperThread::Use::~Use() {
+    used_here = before_;
 }
 
 /** False when there is nobody to help: the owners then find their pieces undone and do them. */
 bool HelperThread::start_thread() {
-    if (!thread_.joinable() && used()) {
+    if (!thread_.joinable() && is_used() && !failed_) {
         try {
             thread_ = std::thread(&HelperThread::work, this);
         } catch (const std::exception&) {  // no thread, or no memory for one
-            used() = false;
+            failed_ = true;
         }
     }
     return thread_.joinable();
@@ -88,7 +124,7 @@ HelperThread::Lane* HelperThread::fullest_lane() {
 
 void HelperThread::work() {
     std::unique_lock<std::mutex> lock(mutex_);
-    for (;;) {
+    while (!ends_) {
         if (Lane* const lane = fullest_lane()) {
             lane->do_piece(lock);
         } else {
@@ -100,14 +136,14 @@ void HelperThread::work() {
 
 HelperThread::Lane::Lane(std::function<void()> piece, int most_due)
     : piece_(std::move(piece)), enough_(std::max(1, most_due / 2)) {
-    HelperThread& helper = instance();
+    HelperThread& helper = of_this_thread();
     const std::lock_guard<std::mutex> lock(helper.mutex_);
     helper.lanes_.push_back(this);
 }
 
 HelperThread::Lane::~Lane() {
     drop();
-    HelperThread& helper = instance();
+    HelperThread& helper = of_this_thread();
     const std::lock_guard<std::mutex> lock(helper.mutex_);
     const auto found = std::find(helper.lanes_.begin(), helper.lanes_.end(), this);
     if (found != helper.lanes_.end()) {  // not so in the child of a fork in the middle of a run
@@ -116,7 +152,7 @@ HelperThread::Lane::~Lane() {
 }
 
 void HelperThread::Lane::add() {
-    HelperThread& helper = instance();
+    HelperThread& helper = of_this_thread();
     const std::lock_guard<std::mutex> lock(helper.mutex_);
     ++due_;
     if (due_ - done_ >= enough_ && helper.start_thread() && helper.asleep_) {
@@ -145,7 +181,7 @@ void HelperThread::Lane::do_piece(std::unique_lock<std::mutex>& lock) {
 }
 
 void HelperThread::Lane::finish(long long count) {
-    HelperThread& helper = instance();
+    HelperThread& helper = of_this_thread();
     std::unique_lock<std::mutex> lock(helper.mutex_);
     while (!is_reached(count)) {
         if (!running_) {
@@ -165,7 +201,7 @@ void HelperThread::Lane::finish(long long count) {
 }
 
 void HelperThread::Lane::drop() {
-    std::unique_lock<std::mutex> lock(instance().mutex_);
+    std::unique_lock<std::mutex> lock(of_this_thread().mutex_);
     due_ = done_;
     awaited_ = done_ + 1;
     reached_.wait(lock, [this] { return !running_; });

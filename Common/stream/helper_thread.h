@@ -28,17 +28,32 @@ constexpr int kPieces = 8;
 class HelperThread {
   public:
     /**
-     * One for the process, which lives until the process ends: its thread sleeps then. A child that
-     * a program forks has no such thread and gets an instance of its own.
+     * The one of this thread, which ends with it: the pieces of a run are done by the run's thread
+     * or by its own helper, never by another run's. The child of a fork gets a helper of its own.
      */
-    static HelperThread& instance();
+    static HelperThread& of_this_thread();
 
-    /** With false, the threads that call do everything themselves. Default: with more than one
-     * processor, true. */
+    /**
+     * With false, the threads that call do everything themselves. For all threads without a Use of
+     * their own. Default: with more than one processor, true.
+     */
     static void use(bool use);
+
+    /** What holds for this thread. */
     static bool is_used();
 
-    ~HelperThread() = delete;
+    /** While it lives, decides for this thread alone. */
+    class Use {
+      public:
+        explicit Use(bool use);
+        ~Use();
+        Use(const Use&) = delete;
+        Use& operator=(const Use&) = delete;
+
+      private:
+        int before_;
+    };
+
     HelperThread(const HelperThread&) = delete;
     HelperThread& operator=(const HelperThread&) = delete;
 
@@ -85,7 +100,12 @@ class HelperThread {
     };
 
   private:
+    struct Owner;
+
     HelperThread() = default;
+
+    /** Waits for the piece that the thread is at, and leaves the rest. */
+    ~HelperThread();
 
     bool start_thread();
     Lane* fullest_lane();
@@ -96,6 +116,8 @@ class HelperThread {
     std::vector<Lane*> lanes_;
     std::thread thread_;
     bool asleep_ = false;
+    bool ends_ = false;
+    bool failed_ = false;  // no thread could be started
 };
 
 }  // namespace stream

@@ -14,7 +14,7 @@ namespace stream {
 
 namespace {
 
-int block_samples = kBlockSamples;
+thread_local int block_samples = kBlockSamples;
 
 }  // namespace
 

@@ -43,8 +43,8 @@ class Pace {
 constexpr int kBlockSamples = 32768;
 
 /**
- * How much a block holds from now on, a unit of the pace at least. No result depends on it, which
- * tests show with it.
+ * How much a block of this thread holds from now on, a unit of the pace at least. No result depends
+ * on it, which tests show with it.
  */
 void use_block_samples(int samples);
 

@@ -17,9 +17,9 @@ namespace stream {
  */
 class Riders {
   public:
-    /** One table for the process. */
-    static Riders& instance() {
-        static Riders riders;
+    /** The table of the run on this thread. */
+    static Riders& of_this_thread() {
+        thread_local Riders riders;
         return riders;
     }
 

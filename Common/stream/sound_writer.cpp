@@ -81,7 +81,7 @@ bool tells_its_size(int file, off_t begin, off_t bytes) {
  * such.
  */
 bool is_whole(const std::string& path, long long frames) {
-    const int held = ScratchSounds::instance().open_for_reading(path);
+    const int held = ScratchSounds::of_this_thread().open_for_reading(path);
     struct stat status = {};
     if (frames == 0 ||
         (held == -1 && (::stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)))) {
@@ -114,7 +114,7 @@ SoundWriter::SoundWriter(const SoundHandle& handle,
     if (codec_.is_plain()) {
         frame_bytes_ = static_cast<long long>(codec_.bytes()) * channels;
         piece_capacity_ = std::max(1LL, stream::kPieceBytes / frame_bytes_);
-        rider_ = stream::Riders::instance().take_along(path);
+        rider_ = stream::Riders::of_this_thread().take_along(path);
     }
 }
 

@@ -23,16 +23,13 @@ TEST(Failure, TheFirstIsKeptAndItsWordsAreMarkedAsTheCause) {
     } heard;
 
     reporting::forget_failure();
-    reporting::set_message_sink(
-        [](void* context, const reporting::Words& words) {
-            auto& to = *static_cast<Heard*>(context);
-            (words.is_cause ? to.cause : to.others) += words.text;
-        },
-        &heard);
+    reporting::set_message_sink([&](const reporting::Words& words) {
+        (words.is_cause ? heard.cause : heard.others) += words.text;
+    });
     log_msg("Common/test", 1, "reading");
     log_failure("Common/test", 2, "the first", reporting::Kind::kSystem);
     reporting::say_failure(reporting::Kind::kOther, "a later one");
-    reporting::set_message_sink(nullptr, nullptr);
+    reporting::set_message_sink(nullptr);
     EXPECT_EQ("the first", reporting::first_failure().text);
     EXPECT_EQ(reporting::Kind::kSystem, reporting::first_failure().kind);
     EXPECT_EQ("the first\n", heard.cause);

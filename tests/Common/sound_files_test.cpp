@@ -209,7 +209,7 @@ TEST_F(FrameFiles, RefuseFramesOfAnotherChannelCountBeforeWriting) {
 
 TEST(ScratchSounds, HoldWhatARealFileWouldHoldInTheRoomOfTheLastOne) {
     const TempDir folder;
-    ScratchSounds& scratch = ScratchSounds::instance();
+    ScratchSounds& scratch = ScratchSounds::of_this_thread();
     const std::string held = folder / "held.wav";
     const auto write = [&](const std::string& path, const Signal& signal, int format) {
         SF_INFO info{0, signal.sample_rate_hz, signal.channels, format, 0, 0};

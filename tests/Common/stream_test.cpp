@@ -75,9 +75,11 @@ TEST(Links, GiveTheSameBitsHoweverTheFramesAreCut) {
     }
     const auto measure = [&grid](auto rule, ArraySource& source) {
         std::vector<CBin> bins(static_cast<std::size_t>(grid.bins));
-        BinMeter<decltype(rule)> meter("in", 2, grid, bins.data());
+        std::vector<double> squares(bins.size());
+        BinMeter<decltype(rule)> meter("in", 2, grid, bins.data(), squares.data());
         stream::pump(source, meter, stream::kToTheEnd);
-        std::vector<double> found{take_mean_rms(bins.data(), grid, meter.frames(), 2, 0.01)};
+        std::vector<double> found = squares;
+        found.push_back(mean_rms(bins.data(), squares.data(), grid, meter.frames(), 2, 0.01));
         for (const CBin& bin : bins) {
             found.insert(found.end(), {bin.gain, bin.peak, bin.rms});
         }
@@ -189,7 +191,7 @@ TEST_F(SoundEnds, WhatRodeAlongHasMeasuredWhatAReaderWouldMeasure) {
         SCOPED_TRACE(encoding);
         const std::string path = dir / "bins.aiff";
         SF_INFO info{input.frames(), 16000, 2, SF_FORMAT_AIFF | encoding, 0, 0};
-        MeasuredRecordings& recordings = MeasuredRecordings::instance();
+        MeasuredRecordings& recordings = MeasuredRecordings::of_this_thread();
         recordings.expect<RmsOfLouderChannel>(path, info, 50);
         SoundWriter written(open_sound_for_writing(path, info), path, 2, 800,
                             [](const WriteFailure&) { FAIL(); });
@@ -199,23 +201,25 @@ TEST_F(SoundEnds, WhatRodeAlongHasMeasuredWhatAReaderWouldMeasure) {
         const SoundHandle handle = open_sound_for_reading(path, info);
         SoundSource reader(handle, path, info);
         std::vector<CBin> bins(100);
-        BinMeter<RmsOfLouderChannel> meter(path, 2, grid, bins.data());
+        std::vector<double> squares(100);
+        BinMeter<RmsOfLouderChannel> meter(path, 2, grid, bins.data(), squares.data());
         stream::pump(reader, meter, stream::kToTheEnd);
         EXPECT_EQ(nullptr, recordings.find(path, BinKind::kAllSamples, 800, info));
         EXPECT_EQ(nullptr, recordings.find(path, BinKind::kLouderChannel, 801, info));
         const MeasuredBins* found = recordings.find(path, BinKind::kLouderChannel, 800, info);
         ASSERT_NE(nullptr, found);
         EXPECT_EQ(0, std::memcmp(bins.data(), found->bins.get(), bins.size() * sizeof bins[0]));
+        EXPECT_TRUE(std::equal(squares.begin(), squares.end(), found->squares.get()));
         recordings.clear();
     }
     // A recording of another length than was expected leaves its reader to measure.
     SF_INFO info{10001, 8000, 1, kWav16, 0, 0};
-    MeasuredRecordings::instance().expect<RmsOfAllSamples>(dir / "short.wav", info, 50);
+    MeasuredRecordings::of_this_thread().expect<RmsOfAllSamples>(dir / "short.wav", info, 50);
     SoundWriter shorter = writer(dir / "short.wav");
     shorter.take(samples.data(), 10000);
     shorter.end();
-    EXPECT_EQ(nullptr, MeasuredRecordings::instance().find(dir / "short.wav", BinKind::kAllSamples,
-                                                           400, info));
+    EXPECT_EQ(nullptr, MeasuredRecordings::of_this_thread().find(dir / "short.wav",
+                                                                 BinKind::kAllSamples, 400, info));
 }
 
 TEST_F(SoundEnds, ADamagedFileGivesWhatCanBeReadAndADefect) {

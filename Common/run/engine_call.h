@@ -1,0 +1,19 @@
+#pragma once
+
+#include <memory>
+
+class OutcomeRecord;
+struct RunSettings;
+
+/**
+ * Runs the engine's command line on this thread and returns a Result, as levelMain does. The record
+ * becomes the one of this thread and receives the outcome. Several threads can call at a time, each
+ * with a record of its own. What is no std::exception passes to the caller.
+ */
+int call_engine(int argc,
+                char** argv,
+                const RunSettings& settings,
+                const std::shared_ptr<OutcomeRecord>& record);
+
+/** Whether an engine call is under way on this thread: a second one would change its state. */
+bool is_engine_called();

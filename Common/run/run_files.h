@@ -1,0 +1,64 @@
+#pragma once
+
+#include <sndfile.h>
+
+#include <initializer_list>
+#include <string>
+
+#include "Common/outcome.h"
+#include "Common/run/intermediates.h"
+#include "Common/run/output_meter.h"
+#include "Common/run/run_settings.h"
+#include "Common/run/temp_files.h"
+
+/**
+ * The intermediate files of a run: which of them have a name on the disk, what is measured while
+ * they are written, and when they go. What the steps find by the path of a file, its scratch file
+ * and its measured bins, is put there by this class for each step; it belongs to the run's thread.
+ */
+class RunFiles {
+  public:
+    explicit RunFiles(const RunSettings& settings) : settings_(settings) {}
+
+    RunFiles(const RunFiles&) = delete;
+    RunFiles& operator=(const RunFiles&) = delete;
+
+    /** Leaves the files on the disk where they are and clears the tables of the run's thread. */
+    ~RunFiles();
+
+    /**
+     * Where they will stand. Throws std::runtime_error when there is no temporary folder or not
+     * enough room, or when input or output is one of them.
+     */
+    void place(const std::string& input, const std::string& output);
+
+    std::string path(Intermediate file) const { return names_.path(file); }
+
+    const Intermediates& names() const { return names_; }
+
+    /** Makes way for a file that a step is going to write; returns its path. info: the input's. */
+    std::string add(Intermediate file, const SF_INFO& info);
+
+    /** The same for the last file. format: of the output. */
+    std::string add_final(const SF_INFO& info, int format);
+
+    /** Whether a file of this path was written. */
+    bool exists(const std::string& path) const;
+
+    /** Removes the files that no later step reads. */
+    void done_with(std::initializer_list<std::string> paths);
+
+    /** Fills in what was measured while the last file was written. */
+    void measured_output(LevelFindings& found) const { output_meter_.tell(found); }
+
+  private:
+    bool hides() const { return settings_.hide_intermediates && !settings_.keep_intermediates; }
+
+    void measure_as_written(Intermediate file, const SF_INFO& info);
+    int lend_final_file(const std::string& path, int format);
+
+    const RunSettings& settings_;
+    Intermediates names_;
+    TempFileList temp_files_;
+    OutputMeter output_meter_;
+};

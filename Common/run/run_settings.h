@@ -1,0 +1,44 @@
+#pragma once
+
+#include <functional>
+#include <string>
+
+#include "Common/reporting/cancel.h"
+#include "Common/reporting/failure.h"
+#include "Common/reporting/run_state.h"
+
+/** What a caller sets for a run. The run works on a copy, so that it cannot change under way. */
+struct RunSettings {
+    bool keep_intermediates = false;
+    bool hide_intermediates = false;  // no name on the disk for intermediate audio that is not kept
+    bool lower_target = false;        // lower a target level that the recording has no room for
+    bool end_flat_ramps = false;
+    bool collect_findings = false;
+
+    /** A descriptor for the finished audio, or -1. Empty: a temporary file. */
+    std::function<int()> open_final;
+
+    /** Copies an input to the output and returns 0, or 1. Empty: copy_file. */
+    std::function<int(const std::string& from, const std::string& to)> copy;
+
+    /** The folder for intermediate files, with "/" at both ends. "": copyTemporaryDirectory. */
+    std::string temporary_directory;
+
+    /** Puts the finished file in its place and returns 0, or 1. Empty: moveFinalFile. */
+    std::function<int(const std::string& final_file, const std::string& output)> deliver;
+
+    ProgressThunk progress = nullptr;
+    void* progress_context = nullptr;
+
+    AsksToCancel asks_to_cancel = nullptr;
+    void* cancel_context = nullptr;
+
+    /** Takes the run's words. Empty: the standard streams. */
+    reporting::MessageSink messages;
+
+    /** What a broken assumption of the segmentation calls; see segment_util.h. Null: abort. */
+    void (*assertion_failed)(const char* condition) = nullptr;
+
+    enum class Help { kAsProcess, kAlone, kHelped };
+    Help help = Help::kAsProcess;  // whether a second thread reads ahead and writes behind
+};
