@@ -3,11 +3,13 @@
 #include <fmt/format.h>
 
 #include <filesystem>
+#include <iostream>
+#include <memory>
+#include <new>
 #include <stdexcept>
 
 #include "Common/files/whole_file.h"
 #include "Common/level.h"
-#include "leveling/engine/hooks.h"
 #include "leveling/engine/passages.h"
 #include "leveling/engine/refusal.h"
 #include "leveling/engine/temporary_room.h"
@@ -27,26 +29,60 @@ int on_progress(void* context, float fraction) {
     return 0;
 }
 
-/** The one way in for the engine, which takes a C function and its context. */
 int open_place(void* run) {
     return static_cast<const EngineRun*>(run)->open_place();
 }
 
-int level(const EngineRun& run, std::function<void(double)> progress) {
-    std::vector<std::string> words = {"", "--input-file", run.input, "--output-file", run.output};
-    words.insert(words.end(), run.tuning.begin(), run.tuning.end());
-    std::vector<char*> argv;
-    argv.reserve(words.size() + 1);
-    for (std::string& word : words) {
-        argv.push_back(&word[0]);
+/** The process's own output says what a worker said before it ended in an unexpected way. */
+void write_message(void* /*context*/, LevelWords kind, const char* text) {
+    (kind == kLevelWordsOutput ? std::cout : std::cerr) << text << std::flush;
+}
+
+/** What became of the finished file. */
+struct Delivery {
+    bool in_place = false;
+    std::string failure;
+};
+
+/** The engine's outcome stays that of the leveling: where the file could not go is known here. */
+int deliver(void* context, const char* final_file, const char* output) {
+    Delivery& delivery = *static_cast<Delivery*>(context);
+    try {
+        delivery.in_place = !fs::exists(final_file);
+        if (!delivery.in_place) {
+            move_whole(final_file, output);
+        }
+    } catch (const std::runtime_error& failure) {
+        delivery.failure = failure.what();
     }
-    argv.push_back(nullptr);
-    levelCollectFindings(1);
-    levelHideIntermediates(1);
-    levelLowerTarget(1);
-    levelEndFlatRamps(run.ramps == Ramps::EndAtTarget ? 1 : 0);
-    levelSetFinalFile(run.open_place ? open_place : nullptr, const_cast<EngineRun*>(&run));
-    return levelMain(static_cast<int>(words.size()), argv.data(), "", &on_progress, &progress);
+    return 0;
+}
+
+using RunObject = std::unique_ptr<LevelRun, void (*)(LevelRun*)>;
+
+RunObject make_run(const EngineRun& run,
+                   const std::string& intermediates,
+                   std::function<void(double)>& progress,
+                   Delivery& delivery) {
+    RunObject object(levelRunNew(), levelRunFree);
+    bool complete =
+        object && levelRunSetTemporaryDirectory(object.get(), intermediates.c_str()) == 0;
+    for (const std::string& word : run.tuning) {
+        complete = complete && levelRunAddOption(object.get(), word.c_str()) == 0;
+    }
+    if (!complete) {
+        throw std::bad_alloc();
+    }
+    levelRunSwitch(object.get(), kLevelCollectFindings, 1);
+    levelRunSwitch(object.get(), kLevelHideIntermediates, 1);
+    levelRunSwitch(object.get(), kLevelLowerTarget, 1);
+    levelRunSwitch(object.get(), kLevelEndFlatRamps, run.ramps == Ramps::EndAtTarget ? 1 : 0);
+    levelRunSetFinalFile(object.get(), run.open_place ? open_place : nullptr,
+                         const_cast<EngineRun*>(&run));
+    levelRunSetDelivery(object.get(), deliver, &delivery);
+    levelRunSetProgress(object.get(), on_progress, &progress);
+    levelRunSetMessages(object.get(), write_message, nullptr);
+    return object;
 }
 
 /** A file system that says nothing for itself is full where next to nothing is left. */
@@ -83,18 +119,12 @@ std::string level_note(const LevelFindings& found) {
 
 EngineResult run_engine(const EngineRun& run, const std::function<void(double)>& progress) {
     const PrivateDirectory intermediates(run.scratch + "/engine");
-    hooks::use_temporary_directory(intermediates.path());
-    EngineResult result;
-    hooks::deliver_with([&](const std::string& final_file, const std::string& output) {
-        result.in_place = !fs::exists(final_file);
-        if (!result.in_place) {
-            move_whole(final_file, output);
-        }
-    });
+    Delivery delivery;
+    std::function<void(double)> on_fraction = progress;
+    const RunObject object = make_run(run, intermediates.path(), on_fraction, delivery);
     require_temporary_room(run.input, fs::path(run.scratch).parent_path().string());
-    const int status = level(run, progress);
-    hooks::deliver_with(nullptr);
-    const LevelOutcome& outcome = *levelOutcome();
+    const int status = levelRunFile(object.get(), run.input.c_str(), run.output.c_str());
+    const LevelOutcome& outcome = *levelRunOutcome(object.get());
     if (status != 0) {
         if (outcome.output_failure == 0) {
             require_room(run.scratch);
@@ -105,14 +135,17 @@ EngineResult run_engine(const EngineRun& run, const std::function<void(double)>&
     if (!refusal.empty()) {
         throw std::runtime_error(refusal);
     }
-    if (hooks::delivery() == hooks::kFailed) {
-        throw std::runtime_error(hooks::delivery_failure());
+    if (!delivery.failure.empty()) {
+        throw std::runtime_error(delivery.failure);
     }
+    EngineResult result;
+    result.in_place = delivery.in_place;
     result.leveled = outcome.kind == kLevelLeveled;
     result.cause = outcome.reason;
     if (result.leveled) {
-        result.leveling = leveling_of(*levelFindings());
-        result.note = level_note(*levelFindings());
+        const LevelFindings& found = *levelRunFindings(object.get());
+        result.leveling = leveling_of(found);
+        result.note = level_note(found);
     }
     return result;
 }

@@ -9,10 +9,11 @@
 
 namespace {
 
-std::string temporary_directory;
-hooks::Deliver deliver = move_whole;
-hooks::Delivery last_delivery = hooks::kNone;
-std::string last_failure;
+// Of the run on this thread.
+thread_local std::string temporary_directory;
+thread_local hooks::Deliver deliver = move_whole;
+thread_local hooks::Delivery last_delivery = hooks::kNone;
+thread_local std::string last_failure;
 
 }  // namespace
 

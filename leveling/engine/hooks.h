@@ -3,7 +3,10 @@
 #include <functional>
 #include <string>
 
-/** What the engine's two hooks do in a command-line program. */
+/**
+ * What the engine's two hooks do in a command-line program. Each thread sets them for its own calls
+ * of levelMain; run objects do not use them.
+ */
 namespace hooks {
 
 enum Delivery {
