@@ -2,7 +2,10 @@
 
 #include <string>
 
-/** Step 9: multiplies the audio by the smoothed gain curve. */
+/**
+ * Step 9: multiplies the audio by the smoothed gain curve. Where the run has the peaks of the
+ * input's bins from its writing (MeasuredRecordings), the first pass reads few bins only.
+ */
 namespace apply_gains {
 
 /**

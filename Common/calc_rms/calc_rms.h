@@ -1,6 +1,9 @@
 #pragma once
 
-/** Step 5: measures the level of every bin. */
+/**
+ * Step 5: measures the level of every bin. Where the run has the bins of the input from its writing
+ * (MeasuredRecordings), they are taken and the input is not read again.
+ */
 namespace calc_rms {
 
 /**

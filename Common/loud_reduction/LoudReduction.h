@@ -27,7 +27,8 @@
 
 /**
  * Lowers the bins that stand too far above the mean level of a file's bins that are not quiet, then
- * scales the whole so that the loudest peak left reaches full scale.
+ * scales the whole so that the loudest peak left reaches full scale. Where the run has the input's
+ * bins from its writing (MeasuredRecordings), the measuring pass takes them.
  *
  * What differs between the two steps that do this is their Rule:
  *     Step            the step's tag, for its errors

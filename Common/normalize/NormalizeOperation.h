@@ -14,7 +14,8 @@ namespace normalize {
 
 /**
  * One run of the step over one file: a pass that measures the bins, the fit on their figures, and a
- * pass that applies the gains. The audio is read twice and never held.
+ * pass that applies the gains. The audio is read twice and never held; once where the run has its
+ * bins from its writing (MeasuredRecordings).
  *
  * The level that the fit starts from is taken over all samples of both channels, the level that it
  * aims at over each bin's louder channel. The two differ for a recording with one loud side, and

@@ -169,7 +169,7 @@ void Run::deliver(const std::string& final_file) {
     } else if (settings_.deliver(final_file, args_.output_file) != 0) {
         check_cancelled();
         reporting::note_failure(reporting::Kind::kSystem,
-                                args_.output_file + ": the output could not be delivered");
+                                "the output " + args_.output_file + " could not be delivered");
         throw EndOfRun{kFailure};
     }
 }
