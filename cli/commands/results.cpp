@@ -12,7 +12,10 @@
 
 #include "Common/version.h"
 #include "cli/commands/batch_command.h"
+#include "cli/terminal/finding_lines.h"
 #include "cli/terminal/summary.h"
+#include "leveling/advice/explain.h"
+#include "leveling/advice/finding_words.h"
 #include "leveling/facts/file_error.h"
 #include "leveling/publish/verdict.h"
 #include "leveling/storage/staged_output.h"
@@ -57,6 +60,22 @@ bool SharedFailures::report(const FileFacts& facts, Screen& screen) {
     return true;
 }
 
+namespace {
+
+/** What follows a file's line: ". Ready for podcast, but: the right side is silent." */
+std::string standing(const Settings& settings, const FileFacts& facts) {
+    if (!facts.before) {
+        return "";
+    }
+    if (!settings.destinations.empty()) {
+        return ". " + printable(readiness(facts, settings.destinations, Face::CommandLine));
+    }
+    const std::string found = objections_text(facts);
+    return found.empty() ? "" : ". Found: " + printable(found) + ".";
+}
+
+}  // namespace
+
 void tell_finished(const Settings& settings,
                    const FileFacts& facts,
                    Files files,
@@ -68,13 +87,10 @@ void tell_finished(const Settings& settings,
         // The summary counts these in one line: after an update that may be a whole archive.
         // One file has room for its verdict; of many each gets a line.
     } else if (facts.outcome != Outcome::Interrupted && facts.before && files == Files::One) {
-        screen.line(printable(verdict(facts, settings.destinations)));
+        screen.line(printable(verdict(facts, settings.destinations, Face::CommandLine)));
         screen.line(finished_line(facts, screen));
     } else if (facts.outcome != Outcome::Interrupted) {
-        screen.line(finished_line(facts, screen) +
-                    (settings.destinations.empty() || !facts.before
-                         ? std::string()
-                         : ". " + readiness(facts, settings.destinations)));
+        screen.line(finished_line(facts, screen) + standing(settings, facts));
     }
     lines.write(facts);
 }
@@ -83,7 +99,7 @@ void tell_results(
     const Settings& settings, ResultFiles& results, double elapsed_s, int signal, Screen& screen) {
     const FactsList& files = results.files();
     if (settings.measure && files.size() > 1) {
-        screen.line("\n" + printable(verdict(files, settings.destinations)));
+        screen.line("\n" + printable(verdict(files, settings.destinations, Face::CommandLine)));
     }
     if (!settings.quiet) {
         const std::string table = loudness_table(files, screen.columns());
@@ -97,6 +113,7 @@ void tell_results(
     } else {
         print_notes(files, screen);
     }
+    print_findings(files, screen);
     const std::string page = results.commit();
     if (!page.empty()) {
         screen.line(fmt::format("report: {}", printable(page)));
@@ -167,7 +184,11 @@ int status_of(const Settings& settings,
             facts.outcome == Outcome::Skipped && !facts.output.empty() && !facts.earlier_arithmetic;
         return facts.before ? is_ready(facts, settings.destinations) : !kept;
     });
-    return ready || settings.destinations.empty() ? kAllDone : kNotReady;
+    if (!ready && !settings.destinations.empty()) {
+        return kNotReady;
+    }
+    return settings.strict && std::any_of(files.begin(), files.end(), has_problem) ? kNotReady
+                                                                                   : kAllDone;
 }
 
 namespace {
@@ -190,6 +211,9 @@ int run_command(int argc, const char* const* argv, const std::function<int(const
         const Settings settings = parse_command_line(argc, argv);
         if (settings.help) {
             return print_answer(help_text());
+        }
+        if (settings.explain) {
+            return print_answer(explanation(*settings.explain));
         }
         if (settings.version) {
             return print_answer(fmt::format("quorvane {}\n", kVersion));

@@ -1,6 +1,7 @@
 #include "cli/options/option_table.h"
 
 #include "Common/CommandLine.h"
+#include "leveling/advice/advice_table.h"
 #include "leveling/facts/destinations.h"
 
 /*
@@ -44,9 +45,10 @@ std::vector<OptionRow> own_options() {
 
         {G::Work, "for", 0, "DESTINATION", C::Destination,
          "bring the output to what a place asks for, by a gain and a true-peak limiter: podcast "
-         "(or "
-         "apple), spotify, youtube, broadcast, atsc, audiobook; with --analyze only check, also "
-         "several (podcast,spotify)"},
+         "(or apple), spotify, youtube, broadcast, atsc, audiobook, or a target of your own as in "
+         "lufs=-18:tp=-1.5 (-40 to -5 LUFS within 0.5, true peak -20 to 0 dBTP); with --analyze "
+         "only check, also several (podcast,spotify)"},
+        {G::Work, "target", 0, "DESTINATION", C::Destination, "the same as --for"},
         {G::Work, "plain", 0, "", C::None,
          "level by the engine alone, which gives the samples of version 3.0: without preparation "
          "and without dither"},
@@ -54,7 +56,7 @@ std::vector<OptionRow> own_options() {
          "files worked on at the same time (default: the number of cores)"},
         {G::Work, "strict", 0, "", C::None,
          "fail every file that is cut short or damaged, also one that has lost less than 5 % and "
-         "would be leveled with a note"},
+         "would be leveled with a note; end with status 4 where a problem was found"},
         {G::Work, "salvage", 0, "", C::None,
          "level what is left of a damaged file that has lost 5 % or more, which fails otherwise"},
         {G::Work, "files-from", 0, "FILE", C::File,
@@ -93,6 +95,9 @@ std::vector<OptionRow> own_options() {
         {G::Display, "color", 0, "WHEN", C::When, "use colors: auto, always or never"},
         {G::Display, "progress", 0, "WHEN", C::When, "show progress bars: auto, always or never"},
 
+        {G::Other, "explain", 0, "[CODE]", C::Finding,
+         "tell what a finding means, why it matters, what to do now and before the next recording; "
+         "without CODE list all of them"},
         {G::Other, "help", 'h', "", C::None, "show this help and leave"},
         {G::Other, "version", 0, "", C::None, "show the version and leave"},
     };
@@ -176,6 +181,13 @@ std::vector<const char*> choices(Completion completion) {
                 words.push_back(destination.word.c_str());
             }
             return words;
+        }
+        case Completion::Finding: {
+            std::vector<const char*> codes;
+            for (const Advice& advice : advice_table()) {
+                codes.push_back(advice.code);
+            }
+            return codes;
         }
         default:
             return {};

@@ -13,7 +13,7 @@ namespace quorvane {
 enum class OptionGroup { Output, Work, Facts, Display, Tuning, Other };
 
 /** What a shell may offer after the option. */
-enum class Completion { None, File, Directory, When, BitDepth, CostFunction, Destination };
+enum class Completion { None, File, Directory, When, BitDepth, CostFunction, Destination, Finding };
 
 /**
  * One option of the program. The parser, the help, the manual page and the shells' completions are
@@ -23,7 +23,7 @@ struct OptionRow {
     OptionGroup group;
     std::string name;
     char letter;           // 0: none
-    std::string argument;  // empty: takes no value
+    std::string argument;  // empty: takes no value; "[CODE]": one that may be left out
     Completion completion;
     std::string help;
 };

@@ -11,7 +11,10 @@
 
 #include "Common/step/option_errors.h"
 #include "cli/options/option_table.h"
+#include "leveling/advice/advice_table.h"
 #include "leveling/facts/destinations.h"
+#include "leveling/facts/nearest_word.h"
+#include "leveling/facts/own_destination.h"
 
 /*
  * Each option is a string to the parser, and what it means is checked here, so that a wrong value
@@ -40,7 +43,13 @@ po::options_description describe(OptionGroup group) {
         if (row.letter) {
             names += std::string(",") + row.letter;
         }
-        if (!row.argument.empty()) {
+        if (row.argument[0] == '[') {
+            // An argument that may be left out: without "=" it is read as a PATH.
+            description.add_options()(
+                names.c_str(),
+                po::value<std::string>()->implicit_value("")->value_name(row.argument),
+                row.help.c_str());
+        } else if (!row.argument.empty()) {
             description.add_options()(names.c_str(),
                                       po::value<std::string>()->value_name(row.argument),
                                       row.help.c_str());
@@ -125,16 +134,28 @@ int parse_audio_stream(const std::string& text) {
     return number;
 }
 
+/** Throws UsageError that names what is meant instead. */
+[[noreturn]] void refuse_destination(const std::string& word) {
+    if (const std::string problem = own_destination(word).problem; !problem.empty()) {
+        throw UsageError(fmt::format("--for {}: {}", word, problem));
+    }
+    std::vector<std::string> words = destination_words();
+    words.emplace_back("apple");
+    const std::string listed = boost::algorithm::join(words, ", ");
+    words.emplace_back("lufs=-18:tp=-1.5");
+    throw UsageError(fmt::format("--for takes {} or a target such as lufs=-18:tp=-1.5, not '{}'{}",
+                                 listed, word, did_you_mean(word, words)));
+}
+
 /** "podcast,spotify": the destinations' own words, each once. */
 std::vector<std::string> parse_destinations(const std::string& text) {
     std::vector<std::string> given;
     boost::algorithm::split(given, text, [](char c) { return c == ','; });
     std::vector<std::string> words;
     for (const std::string& word : given) {
-        const Destination* destination = find_destination(word);
+        const std::optional<Destination> destination = find_destination(word);
         if (!destination) {
-            throw UsageError(fmt::format("--for takes {} or apple, not '{}'",
-                                         boost::algorithm::join(destination_words(), ", "), word));
+            refuse_destination(word);
         }
         // "apple" is another word for the same place.
         if (std::find(words.begin(), words.end(), destination->word) == words.end()) {
@@ -241,8 +262,13 @@ void read_places(const Words& words, Settings& settings) {
     words.read("output-dir", settings.output_dir);
     words.read("report", settings.report);
     words.read("json", settings.json);
-    if (words.given("for")) {
-        settings.destinations = parse_destinations(words.value("for"));
+    if (words.given("for") && words.given("target")) {
+        throw UsageError("--target is another word for --for: give one of them");
+    }
+    for (const char* name : {"for", "target"}) {
+        if (words.given(name)) {
+            settings.destinations = parse_destinations(words.value(name));
+        }
     }
     words.read("files-from", settings.files_from);
     words.read("plan", settings.plan);
@@ -292,6 +318,25 @@ void read_switches(const Words& words, Settings& settings) {
     settings.progress = parse_when(words.all(), "progress");
 }
 
+/** The code behind --explain, which the parser takes for a PATH; empty: all codes. */
+std::string explained_code(const Words& words) {
+    std::vector<std::string> codes = words.paths();
+    if (const std::string code = words.value("explain"); !code.empty()) {
+        codes.insert(codes.begin(), code);
+    }
+    if (codes.size() > 1) {
+        throw UsageError("--explain takes one CODE");
+    }
+    const std::string code = codes.empty() ? "" : codes.front();
+    if (!code.empty() && !find_advice(code)) {
+        throw UsageError(
+            fmt::format("no finding has the code '{}'{}; --explain without a code "
+                        "lists them all",
+                        code, did_you_mean(code, advice_codes())));
+    }
+    return code;
+}
+
 /** The engine's options, as words for its own parser: what a value means is its affair. */
 std::vector<std::string> tuning_words(const Words& words) {
     std::vector<std::string> tuning;
@@ -310,8 +355,11 @@ Settings parse_command_line(int argc, const char* const* argv) {
     Settings settings;
     settings.help = words.given("help");
     settings.version = words.given("version");
+    if (words.given("explain")) {
+        settings.explain = explained_code(words);
+    }
     // Who asks for help gets it, whatever else the line holds.
-    if (settings.help || settings.version) {
+    if (settings.help || settings.version || settings.explain) {
         return settings;
     }
     read_places(words, settings);
@@ -336,7 +384,7 @@ std::string help_text() {
     out << "\n"
            "Exit status: 0 all done, 1 a file failed or is damaged, 2 wrong usage, 4 a file is "
            "not\n"
-           "ready for what --for names, 130 interrupted.\n";
+           "ready for what --for names or has a problem with --strict, 130 interrupted.\n";
     return out.str();
 }
 

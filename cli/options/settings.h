@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 
 #include "leveling/request/request.h"
@@ -22,6 +23,7 @@ struct Settings : Request {
     When progress = When::Auto;
     bool help = false;
     bool version = false;
+    std::optional<std::string> explain;  // a finding's code; empty: all of them
 };
 
 /** Reads a command line (argv[0] is the program's name). Throws UsageError. */

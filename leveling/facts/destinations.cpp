@@ -7,6 +7,8 @@
 #include <boost/algorithm/string/replace.hpp>
 #include <cmath>
 
+#include "leveling/facts/own_destination.h"
+
 namespace quorvane {
 namespace {
 
@@ -60,15 +62,17 @@ void check_limit(
     }
 }
 
-/** Room tone is a matter of cutting, which no gain mends: a remark, and no miss. */
-void remark_room_tone(const Loudness& loudness, DestinationCheck& check) {
+/** Room tone at both ends is asked for as the levels are, but is a matter of cutting. */
+void check_room_tone(const Loudness& loudness, DestinationCheck& check) {
     for (const RoomTone& tone : kRoomTones) {
         const double seconds = loudness.*tone.seconds;
         if (seconds < tone.least_s - kRoomToneStep / 2 ||
             seconds > tone.most_s + kRoomToneStep / 2) {
-            check.remarks.push_back(
-                fmt::format("{:g} to {:g} s of room tone asked for at the {}, {:.1f} s found",
-                            tone.least_s, tone.most_s, tone.where, seconds));
+            const double by = seconds - (seconds < tone.least_s ? tone.least_s : tone.most_s);
+            check.misses.push_back(
+                {"room tone", by, "s",
+                 fmt::format("{:.1f} s of room tone at the {} instead of {:g} to {:g} s", seconds,
+                             tone.where, tone.least_s, tone.most_s)});
         }
     }
 }
@@ -91,13 +95,13 @@ const std::vector<Destination>& destinations() {
 }
 
 // "apple" is the name by which many know what holds for all podcasts.
-const Destination* find_destination(const std::string& word) {
+std::optional<Destination> find_destination(const std::string& word) {
     for (const Destination& destination : destinations()) {
         if (destination.word == (word == "apple" ? "podcast" : word)) {
-            return &destination;
+            return destination;
         }
     }
-    return nullptr;
+    return own_destination(word).destination;
 }
 
 std::vector<std::string> destination_words() {
@@ -133,13 +137,20 @@ std::string DestinationCheck::words() const {
 
 DestinationCheck check_destination(const Destination& destination,
                                    const Loudness& loudness,
-                                   int channels) {
+                                   int channels,
+                                   double duration_s) {
     DestinationCheck check;
-    check.destination = &destination;
+    check.destination = destination;
     const bool rms = destination.kind == LevelKind::Rms;
     const double level = destination.level_of(loudness);
     if (!std::isfinite(level)) {
-        check.misses.push_back({"loudness", level, rms ? "dB" : "LU", "silent"});
+        const bool too_short =
+            std::isfinite(loudness.sample_peak_dbfs) && duration_s < kLeastMeasured_s;
+        check.misses.push_back(
+            {"loudness", level, rms ? "dB" : "LU",
+             too_short ? fmt::format("too short to measure: needs {:g} s", kLeastMeasured_s)
+             : std::isfinite(loudness.sample_peak_dbfs) ? std::string("too quiet to measure")
+                                                        : std::string("silent")});
         return check;
     }
     check_level(destination, level - destination.target(channels), check);
@@ -151,7 +162,7 @@ DestinationCheck check_destination(const Destination& destination,
         check_limit("noise floor", loudness.pauses_dbfs, *destination.noise_floor_db, 0, check);
     }
     if (destination.room_tone) {
-        remark_room_tone(loudness, check);
+        check_room_tone(loudness, check);
     }
     return check;
 }

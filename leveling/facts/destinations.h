@@ -28,7 +28,7 @@ struct Destination {
     double higher_by = 0;      // what may be above it, dB
     double peak_limit_db = 0;  // true peak in dBTP, with an RMS level the sample peak in dBFS
     std::optional<double> noise_floor_db;  // the most that pauses may have, dB RMS
-    bool room_tone = false;  // at both ends; told, but neither made nor counted as a miss
+    bool room_tone = false;                // at both ends; checked, but not made
 
     double target(int channels) const { return channels == 1 ? mono_target : other_target; }
 
@@ -42,8 +42,11 @@ struct Destination {
 /** All of them, in the order they are shown. */
 const std::vector<Destination>& destinations();
 
-/** The one of that word; "apple" is the podcast. Null when there is none. */
-const Destination* find_destination(const std::string& word);
+/**
+ * The one of that word; "apple" is the podcast, and "lufs=-18:tp=-1.5" a target of one's own: see
+ * own_destination.h. None where the word means nothing.
+ */
+std::optional<Destination> find_destination(const std::string& word);
 
 /** The words that --for takes, without second names. */
 std::vector<std::string> destination_words();
@@ -60,17 +63,16 @@ constexpr double kPeakTolerance = 0.02;
 
 /** One thing that a file lacks. */
 struct Miss {
-    std::string what;   // "loudness", "true peak", "peak", "level", "noise floor"
+    std::string what;   // "loudness", "true peak", "peak", "level", "noise floor", "room tone"
     double by = 0;      // signed: how far above (+) or below (-) what is asked; infinite: silent
-    std::string unit;   // "LU" or "dB"
+    std::string unit;   // "LU", "dB" or "s"
     std::string words;  // "2.4 LU too quiet"
 };
 
 /** How a file stands to one destination. */
 struct DestinationCheck {
-    const Destination* destination = nullptr;
+    Destination destination;
     std::vector<Miss> misses;
-    std::vector<std::string> remarks;  // what else is asked for there and not found
 
     bool met() const { return misses.empty(); }
 
@@ -78,8 +80,13 @@ struct DestinationCheck {
     std::string words() const;
 };
 
+/** What has a peak, but no block of this length, has no loudness yet. Seconds; ITU-R BS.1770. */
+constexpr double kLeastMeasured_s = 0.4;
+
+/** duration_s: of the file, where it is known. */
 DestinationCheck check_destination(const Destination& destination,
                                    const Loudness& loudness,
-                                   int channels);
+                                   int channels,
+                                   double duration_s = kLeastMeasured_s);
 
 }  // namespace quorvane

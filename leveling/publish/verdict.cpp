@@ -7,21 +7,18 @@
 #include <cmath>
 
 #include "Common/version.h"
+#include "leveling/advice/speech_words.h"
 
 /*
  * The sentences that come first, on the screen, in the report and in the JSON: what was done, how
- * even it is, and where it may go. They are made in one place so that all three say the same.
+ * even it is, and where it may go. They are made in one place so that all three say the same. A
+ * destination is answered with yes, "but", or no, and never with two of them.
  */
 
 namespace quorvane {
 namespace {
 
 using Json = nlohmann::ordered_json;
-
-/** Whole loudness units: a tenth of one tells nobody anything. */
-long whole_lu(const Loudness& loudness) {
-    return std::lround(loudness.range_lu);
-}
 
 /** What the file sounds like now; null when nobody measured it. */
 const Loudness* measured(const FileFacts& facts) {
@@ -31,22 +28,7 @@ const Loudness* measured(const FileFacts& facts) {
     return facts.before ? &*facts.before : nullptr;
 }
 
-/** How far the voices lie apart, by the loudness range of EBU Tech 3342. */
-std::string evenness(const FileFacts& facts) {
-    const long before = whole_lu(*facts.before);
-    if (!facts.after) {
-        return before ? fmt::format("The voices are {} LU apart.", before)
-                      : std::string("The loudness is even.");
-    }
-    const long after = whole_lu(*facts.after);
-    if (before == after) {
-        return after ? fmt::format("The voices are {} LU apart, as before.", after)
-                     : std::string("The loudness is even, as before.");
-    }
-    return fmt::format("The voices were {} LU apart; now {}.", before, after);
-}
-
-/** One sentence with its full stop. */
+/** One sentence with its full stop, "" where there is nothing to say. */
 std::string what_happened(const FileFacts& facts) {
     const std::string because = facts.cause.empty() ? "" : ": " + facts.cause;
     switch (facts.outcome) {
@@ -65,21 +47,44 @@ std::string what_happened(const FileFacts& facts) {
         case Outcome::UpToDate:
         case Outcome::Leveled:
         case Outcome::Analyzed:
-            return facts.before ? evenness(facts) : std::string("Leveled; not measured.");
+            return facts.before ? speech_headline(facts) : std::string("Leveled; not measured.");
     }
     return "";
 }
 
-/** "podcast: yes", or no with what is missing and the way to mend it. */
-std::string answer(const DestinationCheck& check, const FileFacts& facts) {
-    std::string text = check.destination->word + ": ";
-    if (check.met()) {
-        text += "yes";
-    } else {
-        text += fmt::format("no, {} ({})", check.words(), remedy(check, facts));
+/** "Not ready for podcast: 2.4 LU too quiet (--for podcast)." */
+std::string refusal_sentence(const DestinationCheck& check, const FileFacts& facts, Face face) {
+    const std::string way = remedy(check, facts, face);
+    return fmt::format("Not ready for {}: {}{}.", check.destination.word, check.words(),
+                       way.empty() ? "" : " (" + way + ")");
+}
+
+/** ", but: the right side is silent", or nothing. */
+std::string but(const FileFacts& facts) {
+    const std::string text = objections_text(facts);
+    return text.empty() ? "" : ", but: " + text;
+}
+
+/** Where the file may go as it is, when nobody asked for a place. */
+std::string offers(const FileFacts& facts, Face face) {
+    std::vector<std::string> words;
+    for (const Destination& destination : destinations()) {
+        if (check_file(destination, facts).met()) {
+            words.push_back(destination.word);
+        }
     }
-    for (const std::string& remark : check.remarks) {
-        text += "; " + remark;
+    const std::string found = objections_text(facts);
+    std::string text;
+    if (!words.empty()) {
+        text = fmt::format("Ready as it is for {}{}.", boost::algorithm::join(words, ", "),
+                           but(facts));
+    } else if (!found.empty()) {
+        text = fmt::format("Found: {}.", found);
+    }
+    // The window has no such choice, and who got a page has no program.
+    if (face == Face::CommandLine) {
+        text += text.empty() ? "" : " ";
+        text += "--for makes it ready for a place, as in --for podcast.";
     }
     return text;
 }
@@ -97,50 +102,93 @@ Json check_document(const DestinationCheck& check, const FileFacts& facts, bool 
     for (const Miss& miss : check.misses) {
         misses.push_back(miss_document(miss));
     }
-    return {{"for", check.destination->word},
-            {"name", check.destination->name},
+    return {{"for", check.destination.word},
+            {"name", check.destination.name},
             {"asked", asked},
-            {"asks", check.destination->asks(facts.channels)},
+            {"asks", check.destination.asks(facts.channels)},
             {"pass", check.met()},
             {"misses", misses},
-            {"remedy", check.met() ? Json() : Json(remedy(check, facts))},
-            {"remarks", check.remarks}};
+            {"remedy", check.met() ? Json() : Json(remedy(check, facts, Face::CommandLine))},
+            {"remarks", Json::array()}};  // programs of version 4.0 read it
 }
 
 bool contains(const std::vector<std::string>& words, const std::string& word) {
     return std::find(words.begin(), words.end(), word) != words.end();
 }
 
+/** The table's destinations, and those of one's own that were asked for. */
+Json checks_document(const FileFacts& facts, const std::vector<std::string>& asked) {
+    Json checks = Json::array();
+    for (const Destination& destination : destinations()) {
+        checks.push_back(check_document(check_file(destination, facts), facts,
+                                        contains(asked, destination.word)));
+    }
+    const std::vector<std::string> known = destination_words();
+    for (const std::string& word : asked) {
+        if (!contains(known, word)) {
+            checks.push_back(
+                check_document(check_file(*find_destination(word), facts), facts, true));
+        }
+    }
+    return checks;
+}
+
+/** "Ready for podcast: 4 of 5 files, 2 of them with a problem or a warning." */
+std::string ready_count(const FactsList& files, const std::string& word) {
+    std::size_t ready = 0;
+    std::size_t but = 0;
+    for (const FileFacts& facts : files) {
+        if (is_ready(facts, {word})) {
+            ++ready;
+            but += objections(facts).empty() ? 0 : 1;
+        }
+    }
+    std::string text = fmt::format("Ready for {}: {} of {} files", word, ready, files.size());
+    if (but != 0) {
+        text += but == ready ? (ready == 1 ? ", but with a problem or a warning"
+                                           : ", but each with a problem or a warning")
+                             : fmt::format(", but {} of them with a problem or a warning", but);
+    }
+    return text + ".";
+}
+
 }  // namespace
 
 DestinationCheck check_file(const Destination& destination, const FileFacts& facts) {
-    return check_destination(destination, *measured(facts), facts.channels);
+    return check_destination(destination, *measured(facts), facts.channels, facts.duration_s());
 }
 
 bool is_ready(const FileFacts& facts, const std::vector<std::string>& asked) {
-    return measured(facts) && std::all_of(asked.begin(), asked.end(), [&](const auto& word) {
+    return measured(facts) && !is_failure(facts.outcome) &&
+           std::all_of(asked.begin(), asked.end(), [&](const auto& word) {
                return check_file(*find_destination(word), facts).met();
            });
 }
 
-std::string remedy(const DestinationCheck& check, const FileFacts& facts) {
+std::string remedy(const DestinationCheck& check, const FileFacts& facts, Face face) {
     const auto misses = [&](const char* what) {
         return std::any_of(check.misses.begin(), check.misses.end(),
                            [&](const Miss& miss) { return miss.what == what; });
     };
-    if (std::any_of(check.misses.begin(), check.misses.end(),
-                    [](const Miss& miss) { return !std::isfinite(miss.by); })) {
-        return "there is nothing to hear";
+    if (std::any_of(check.misses.begin(), check.misses.end(), [](const Miss& miss) {
+            return miss.what == "loudness" && !std::isfinite(miss.by);
+        })) {
+        return std::isfinite(measured(facts)->sample_peak_dbfs) ? "" : "there is nothing to hear";
+    }
+    const bool only_room_tone =
+        std::all_of(check.misses.begin(), check.misses.end(),
+                    [](const Miss& miss) { return miss.what == "room tone"; });
+    if (only_room_tone) {
+        return "add or cut recorded room tone in an editor";
     }
     // Nothing was done for this place yet: asking for it is the way.
-    const std::string& word = check.destination->word;
+    const std::string& word = check.destination.word;
     if (!facts.publishing || facts.publishing->destination != word) {
-        return "--for " + word;
+        return face == Face::CommandLine ? "--for " + word : "";
     }
     // All was done, and it was not enough: the reason is in the recording.
     if (misses("noise floor")) {
-        return "its pauses are too noisy for its speech; no gain mends that, a quieter recording "
-               "or "
+        return "its pauses are too noisy for its speech; no gain helps, a quieter recording or "
                "noise reduction beforehand does";
     }
     if (facts.publishing->held_back) {
@@ -152,75 +200,73 @@ std::string remedy(const DestinationCheck& check, const FileFacts& facts) {
     return "this is as near as it gets";
 }
 
-std::string readiness(const FileFacts& facts, const std::vector<std::string>& asked) {
-    std::vector<std::string> answers;
-    answers.reserve(std::max(asked.size(), destinations().size()));
+std::string readiness(const FileFacts& facts, const std::vector<std::string>& asked, Face face) {
+    if (asked.empty()) {
+        return offers(facts, face);
+    }
+    std::vector<std::string> ready;
+    std::vector<std::string> sentences;
     for (const std::string& word : asked) {
-        answers.push_back(answer(check_file(*find_destination(word), facts), facts));
-    }
-    if (!asked.empty()) {
-        return fmt::format("Ready for {}.", boost::algorithm::join(answers, "; for "));
-    }
-    for (const Destination& destination : destinations()) {
-        if (check_file(destination, facts).met()) {
-            answers.push_back(destination.word);
+        const DestinationCheck check = check_file(*find_destination(word), facts);
+        if (check.met()) {
+            ready.push_back(word);
+        } else {
+            sentences.push_back(refusal_sentence(check, facts, face));
         }
     }
-    const std::string hint = "--for makes it ready for a place, as in --for podcast.";
-    return answers.empty() ? hint
-                           : fmt::format("Ready as it is for {}; {}",
-                                         boost::algorithm::join(answers, ", "), hint);
+    if (!ready.empty()) {
+        sentences.insert(
+            sentences.begin(),
+            fmt::format("Ready for {}{}.", boost::algorithm::join(ready, ", "), but(facts)));
+    } else if (const std::string found = objections_text(facts); !found.empty()) {
+        sentences.push_back(fmt::format("Found as well: {}.", found));
+    }
+    return boost::algorithm::join(sentences, " ");
 }
 
-std::string verdict(const FileFacts& facts, const std::vector<std::string>& asked) {
+std::string verdict(const FileFacts& facts, const std::vector<std::string>& asked, Face face) {
     std::string text = what_happened(facts);
     if (measured(facts) && !is_failure(facts.outcome) && facts.outcome != Outcome::Interrupted) {
-        text += " " + readiness(facts, asked);
+        const std::string where = readiness(facts, asked, face);
+        text += (text.empty() || where.empty() ? "" : " ") + where;
     }
     return text;
 }
 
-std::string verdict(const FactsList& files, const std::vector<std::string>& asked) {
+std::string verdict(const FactsList& files, const std::vector<std::string>& asked, Face face) {
     if (files.size() == 1) {
-        return verdict(*files.begin(), asked);
+        return verdict(*files.begin(), asked, face);
     }
-    long before = 0;
-    long after = 0;
-    std::size_t leveled = 0;
     std::size_t heard = 0;
+    std::size_t objected = 0;
     for (const FileFacts& facts : files) {
-        if (!facts.before) {
-            continue;
-        }
-        ++heard;
-        leveled += facts.after ? 1 : 0;
-        before = std::max(before, whole_lu(*facts.before));
-        after = std::max(after, whole_lu(*measured(facts)));
+        heard += facts.before ? 1 : 0;
+        objected += facts.before && !objections(facts).empty() ? 1 : 0;
     }
-    std::string text =
-        heard == 0 ? fmt::format("Of {} files none was measured.", files.size())
-        : leveled  ? fmt::format("In {} files the voices were up to {} LU apart; now at most {}.",
-                                 heard, before, after)
-                   : fmt::format("In {} files the voices are up to {} LU apart.", heard, before);
+    std::string text = heard == 0 ? fmt::format("None of {} files was measured.", files.size())
+                                  : speech_headline(files);
+    const auto add = [&](const std::string& sentence) {
+        text += (text.empty() ? "" : " ") + sentence;
+    };
+    if (heard == 0) {
+        return text;
+    }
     for (const std::string& word : asked) {
-        const auto ready = std::count_if(files.begin(), files.end(), [&](const FileFacts& facts) {
-            return is_ready(facts, {word});
-        });
-        text += fmt::format(" Ready for {}: {} of {}.", word, ready, files.size());
+        add(ready_count(files, word));
     }
-    return text;
+    if (asked.empty() && objected != 0) {
+        add(fmt::format("{} of {} files {} a problem or a warning.", objected, files.size(),
+                        objected == 1 ? "has" : "have"));
+    }
+    return text.empty() ? fmt::format("{} of {} files measured.", heard, files.size()) : text;
 }
 
 Json facts_document(const FileFacts& facts, const std::vector<std::string>& asked, Curves curves) {
-    Json document = {
-        {"program", "quorvane"}, {"version", kVersion}, {"verdict", verdict(facts, asked)}};
+    Json document = {{"program", "quorvane"},
+                     {"version", kVersion},
+                     {"verdict", verdict(facts, asked, Face::CommandLine)}};
     if (measured(facts)) {
-        Json checks = Json::array();
-        for (const Destination& destination : destinations()) {
-            checks.push_back(check_document(check_file(destination, facts), facts,
-                                            contains(asked, destination.word)));
-        }
-        document["destinations"] = checks;
+        document["destinations"] = checks_document(facts, asked);
     }
     document.update(to_json(facts, curves));
     return document;

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "leveling/advice/finding_words.h"
 #include "leveling/facts/destinations.h"
 #include "leveling/facts/facts_list.h"
 #include "leveling/facts/run_facts.h"
@@ -17,19 +18,23 @@ DestinationCheck check_file(const Destination& destination, const FileFacts& fac
 bool is_ready(const FileFacts& facts, const std::vector<std::string>& asked);
 
 /**
- * What the user can do about a check that is not met: "--for podcast", or why nothing in the
- * program mends it.
+ * What the user can do about a check that is not met: on a command line "--for podcast", or why
+ * nothing in the program helps. Empty where a face has no way to name.
  */
-std::string remedy(const DestinationCheck& check, const FileFacts& facts);
+std::string remedy(const DestinationCheck& check, const FileFacts& facts, Face face);
 
-/** "Ready for podcast: no, 2.4 LU too quiet." Without words asked for: where it may go as it is. */
-std::string readiness(const FileFacts& facts, const std::vector<std::string>& asked);
+/**
+ * One of three: "Ready for podcast.", "Ready for podcast, but: the right side is silent." and "Not
+ * ready for podcast: 2.4 LU too quiet." Without words asked for: where it may go as it is, and what
+ * was found.
+ */
+std::string readiness(const FileFacts& facts, const std::vector<std::string>& asked, Face face);
 
 /** What became of the file in one or two plain sentences, for somebody who sees this first. */
-std::string verdict(const FileFacts& facts, const std::vector<std::string>& asked);
+std::string verdict(const FileFacts& facts, const std::vector<std::string>& asked, Face face);
 
 /** The same for all files of a run. */
-std::string verdict(const FactsList& files, const std::vector<std::string>& asked);
+std::string verdict(const FactsList& files, const std::vector<std::string>& asked, Face face);
 
 /**
  * The facts as a program reads them: with the program's name and version, the verdict, and how the

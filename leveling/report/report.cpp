@@ -84,7 +84,7 @@ std::string verdict_html(const std::string& text, const ReportOptions& options, 
 /** Name, verdict, what kind of file it is, where it went, and whatever went wrong or was odd. */
 std::string heading(const FileFacts& facts, const ReportOptions& options) {
     std::string text = fmt::format("<h1>{}</h1>\n", escape_html(name_of(facts)));
-    text += verdict_html(verdict(facts, options.destinations), options,
+    text += verdict_html(verdict(facts, options.destinations, Face::Page), options,
                          is_ready(facts, options.destinations));
     text += fmt::format("<p class=\"soft\">{}, {} Hz, {}, {}</p>\n", escape_html(facts.format),
                         facts.sample_rate_hz, channels_text(facts.channels),
@@ -178,15 +178,9 @@ std::string standing(const FileFacts& facts, const Destination& destination) {
     const DestinationCheck check = check_file(destination, facts);
     std::string text = "<span class=\"met\">✓ ready</span>";
     if (!check.met()) {
-        const std::string way = remedy(check, facts);
-        text = fmt::format("<span class=\"off\">✗ not yet:</span> {} ", check.words());
-        // What can be typed is set as code.
-        text += way.rfind("--", 0) == 0
-                    ? fmt::format("<span class=\"remedy\">→ <code>{}</code></span>", way)
-                    : fmt::format("<span class=\"soft\">({})</span>", way);
-    }
-    for (const std::string& remark : check.remarks) {
-        text += fmt::format("<br><span class=\"soft\">{}</span>", remark);
+        const std::string way = remedy(check, facts, Face::Page);
+        text = fmt::format("<span class=\"off\">✗ not yet:</span> {}", check.words());
+        text += way.empty() ? "" : fmt::format(" <span class=\"soft\">({})</span>", way);
     }
     return text;
 }
@@ -400,8 +394,8 @@ std::string index_page(const FactsList& files,
         "class=\"n\" scope=\"col\">Leveling gain</th></tr></thead>\n<tbody>\n{}</tbody>\n"
         "</table>\n{}",
         files.size(), files.size() == 1 ? "" : "s",
-        verdict_html(verdict(files, options.destinations), options, ready), columns, rows,
-        footer());
+        verdict_html(verdict(files, options.destinations, Face::Page), options, ready), columns,
+        rows, footer());
 }
 
 }  // namespace

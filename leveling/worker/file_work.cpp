@@ -155,7 +155,6 @@ void complete(Work& work, std::uint64_t room, const std::string& leveled) {
     }
 }
 
-
 /** The engine's result as it is. */
 PreparedResult level_plainly(const PreparedRun& run,
                              const std::string& place_name,
@@ -257,7 +256,7 @@ const Loudness* loudness_after(Work& work) {
  * often as that takes; others, which the facts do not tell of, before they are encoded.
  */
 void publish_audio(Work& work) {
-    const Destination& destination = *find_destination(work.job.options.destination);
+    const Destination destination = *find_destination(work.job.options.destination);
     std::vector<std::string> sounds = work.leveled;
     const auto rendered = [&](std::size_t index) {
         return fmt::format("{}/published{}{}", work.job.scratch, index + 1,

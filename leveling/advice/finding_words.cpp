@@ -1,0 +1,84 @@
+#include "leveling/advice/finding_words.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cmath>
+
+#include "leveling/advice/advice_table.h"
+#include "leveling/words/text.h"
+
+namespace quorvane {
+namespace {
+
+constexpr std::size_t kMostPlaces = 3;  // in a sentence
+
+}  // namespace
+
+std::string clause_of(const Finding& finding) {
+    const Advice* advice = find_advice(finding.code);
+    if (!advice) {
+        // Facts of a later version: its code is all that is known here.
+        return fmt::format("{} ({:g} {})", finding.code, finding.value, finding.unit);
+    }
+    // A value that rounds to nothing has no sign.
+    const double least = 0.5 * std::pow(10, -advice->decimals);
+    const double value = std::fabs(finding.value) < least ? 0 : finding.value;
+    return fmt::format(fmt::runtime(advice->clause),
+                       fmt::arg("value", fmt::format("{:.{}f}", value, advice->decimals)),
+                       fmt::arg("unit", finding.unit), fmt::arg("detail", finding.detail));
+}
+
+std::string sentence_of(const Finding& finding) {
+    std::string text = clause_of(finding);
+    text[0] = static_cast<char>(std::toupper(static_cast<unsigned char>(text[0])));
+    return text + ".";
+}
+
+std::string advice_of(const Finding& finding, Face face) {
+    const Advice* advice = find_advice(finding.code);
+    if (!advice) {
+        return "";
+    }
+    return face == Face::CommandLine ? advice->command_line
+           : face == Face::Window    ? advice->window
+                                     : advice->page;
+}
+
+std::string places_of(const Finding& finding) {
+    std::string text;
+    const std::size_t count = finding.places.size();
+    for (std::size_t i = 0; i < std::min(count, kMostPlaces); ++i) {
+        text += (i == 0 ? "" : ", ") + clock_text(finding.places[i].from_s);
+    }
+    return count > kMostPlaces ? text + fmt::format(" and {} more", count - kMostPlaces) : text;
+}
+
+std::vector<const Finding*> objections(const FileFacts& facts) {
+    std::vector<const Finding*> found;
+    for (const Severity severity : {Severity::Problem, Severity::Warning}) {
+        for (const Finding& finding : facts.findings) {
+            if (finding.severity == severity) {
+                found.push_back(&finding);
+            }
+        }
+    }
+    return found;
+}
+
+bool has_problem(const FileFacts& facts) {
+    return std::any_of(facts.findings.begin(), facts.findings.end(), [](const Finding& finding) {
+        return finding.severity == Severity::Problem;
+    });
+}
+
+std::string objections_text(const FileFacts& facts) {
+    std::string text;
+    for (const Finding* finding : objections(facts)) {
+        text += (text.empty() ? "" : ", ") + clause_of(*finding);
+    }
+    return text;
+}
+
+}  // namespace quorvane
