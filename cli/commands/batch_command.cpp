@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "cli/commands/results.h"
+#include "cli/commands/watch_command.h"
 #include "cli/options/settings.h"
 #include "cli/terminal/screen.h"
 #include "cli/terminal/summary.h"
@@ -378,6 +379,9 @@ std::size_t open_files(const Settings& settings, std::size_t files) {
 
 /** The whole run; returns the exit status. */
 int run(const Settings& settings) {
+    if (!settings.watch.empty()) {
+        return run_watch(settings);
+    }
     const auto start = Clock::now();
     WorkList work = work_list(settings);
     const std::size_t count = work.size();

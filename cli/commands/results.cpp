@@ -29,9 +29,16 @@
 namespace quorvane {
 
 void JsonLines::write(const FileFacts& facts) {
+    write(nlohmann::ordered_json::object(), &facts);
+}
+
+void JsonLines::write(const nlohmann::ordered_json& front, const FileFacts* facts) {
     if (wanted_ && error_ == 0) {
-        const std::string line =
-            dump(facts_document(facts, settings_.destinations, settings_.curves)) + "\n";
+        nlohmann::ordered_json document = front;
+        if (facts) {
+            document.update(facts_document(*facts, settings_.destinations, settings_.curves));
+        }
+        const std::string line = dump(document) + "\n";
         const bool written =
             fwrite(line.data(), 1, line.size(), stdout) == line.size() && fflush(stdout) == 0;
         error_ = written ? 0 : errno;

@@ -20,6 +20,9 @@ class JsonLines {
 
     void write(const FileFacts& facts);
 
+    /** The same with other members in front of the facts, or instead of them. */
+    void write(const nlohmann::ordered_json& front, const FileFacts* facts);
+
     /** Of the first line that could not be written. A reader that left (| head) is none. */
     int error() const;
 

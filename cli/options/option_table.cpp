@@ -78,6 +78,13 @@ std::vector<OptionRow> own_options() {
          "only measure: print the loudness table, write no audio"},
         {G::Work, "no-measure", 0, "", C::None, "skip the loudness measurement before and after"},
 
+        {G::Work, "watch", 0, "DIR", C::Directory,
+         "level the recordings of DIR as they arrive, until SIGTERM or Ctrl-C; SIGHUP opens the "
+         "log again"},
+        {G::Work, "on-done", 0, "PROGRAM", C::File,
+         "with --watch: run PROGRAM for each finished file, without arguments; what became of the "
+         "file is in its environment (QUORVANE_OUTPUT and others)"},
+
         {G::Facts, "report", 0, "PATH", C::File,
          "write an HTML report; for several inputs PATH is a folder with an index page"},
         {G::Facts, "no-listen", 0, "", C::None,
@@ -88,6 +95,8 @@ std::vector<OptionRow> own_options() {
          "leave the curves over time, most of its size, out of the JSON"},
         {G::Facts, "failed", 0, "FILE", C::File,
          "write the inputs that failed to FILE, as --files-from reads them (with --null as well)"},
+        {G::Facts, "metrics", 0, "FILE", C::File,
+         "with --watch: keep counts for monitoring in FILE, as the node exporter reads them"},
         {G::Facts, "log", 0, "FILE", C::File, "append every line, with its time, to FILE"},
 
         {G::Display, "quiet", 'q', "", C::None, "print errors only"},

@@ -172,7 +172,8 @@ void refuse_contradictions(const Settings& settings) {
             throw UsageError(text);
         }
     };
-    refuse(settings.paths.empty() && settings.files_from.empty() && settings.plan.empty(),
+    refuse(settings.paths.empty() && settings.files_from.empty() && settings.plan.empty() &&
+               settings.watch.empty(),
            "name at least one file or folder");
     refuse(settings.null && settings.files_from.empty() && settings.failed.empty(),
            "--null belongs to --files-from and --failed");
@@ -197,6 +198,40 @@ void refuse_contradictions(const Settings& settings) {
            "--for measures what it writes, so it excludes --no-measure");
     refuse(!settings.measure && !settings.report.empty(),
            "--report shows the measurement, so it excludes --no-measure");
+}
+
+/** A watch has no end at which a report or a list could be written, and takes no other files. */
+void refuse_beside_watch(const Settings& settings) {
+    const std::pair<bool, const char*> kBelong[] = {
+        {!settings.on_done.empty(), "--on-done"},
+        {!settings.metrics.empty(), "--metrics"},
+    };
+    const std::pair<bool, const char*> kExcluded[] = {
+        {!settings.paths.empty(), "PATHs"},
+        {!settings.files_from.empty(), "--files-from"},
+        {!settings.plan.empty(), "--plan"},
+        {settings.shard.count > 1, "--shard"},
+        {!settings.output.empty(), "--output"},
+        {!settings.report.empty(), "--report"},
+        {!settings.failed.empty(), "--failed"},
+        {settings.max_failures != 0, "--max-failures"},
+        {settings.dry_run, "--dry-run"},
+        {settings.analyze, "--analyze"},
+        {settings.force, "--force"},
+        {settings.verify, "--verify"},
+        {!settings.json.empty() && !settings.json_on_standard_output(),
+         "--json FILE (but --json -)"},
+    };
+    for (const auto& [given, name] : kBelong) {
+        if (given && settings.watch.empty()) {
+            throw UsageError(fmt::format("{} belongs to --watch", name));
+        }
+    }
+    for (const auto& [given, name] : kExcluded) {
+        if (given && !settings.watch.empty()) {
+            throw UsageError(fmt::format("--watch and {} exclude each other", name));
+        }
+    }
 }
 
 /** The words of a command line, asked for by the options' names. */
@@ -271,6 +306,9 @@ void read_places(const Words& words, Settings& settings) {
         }
     }
     words.read("files-from", settings.files_from);
+    words.read("watch", settings.watch);
+    words.read("on-done", settings.on_done);
+    words.read("metrics", settings.metrics);
     words.read("plan", settings.plan);
     words.read("log", settings.log);
     words.read("failed", settings.failed);
@@ -367,12 +405,14 @@ Settings parse_command_line(int argc, const char* const* argv) {
     read_switches(words, settings);
     settings.tuning = tuning_words(words);
     refuse_contradictions(settings);
+    refuse_beside_watch(settings);
     return settings;
 }
 
 std::string help_text() {
     std::ostringstream out;
     out << "Usage: quorvane [options] PATH...\n"
+           "       quorvane --watch DIR [options]\n"
            "\n"
            "Levels the loudness of spoken-word recordings. A PATH is an audio file or a folder,\n"
            "which is searched with everything below it. talk.wav gives talk-leveled.wav.\n"

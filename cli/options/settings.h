@@ -17,6 +17,9 @@ enum class When { Auto, Always, Never };
 
 /** What a command line asks for: the work, and how it is shown. */
 struct Settings : Request {
+    std::string watch;     // a folder whose files are leveled as they arrive; empty: none
+    std::string on_done;   // a program for each file of a watch; empty: none
+    std::string metrics;   // a file with counts of a watch; empty: none
     bool quiet = false;    // errors only
     bool verbose = false;  // the engine's messages as well
     When color = When::Auto;

@@ -100,6 +100,19 @@ Screen::Screen(const Settings& settings)
     bars_ = !quiet_ && wanted(settings.progress, isatty(STDERR_FILENO) && !dumb);
 }
 
+void Screen::reopen_log() {
+    if (log_path_.empty()) {
+        return;
+    }
+    if (FILE* log = fopen(log_path_.c_str(), "ae")) {
+        log_.reset(log);
+        log_error_ = 0;
+    } else {
+        error(fmt::format("quorvane: --log {} cannot be opened again, the earlier file is used: {}",
+                          log_path_, strerror(errno)));
+    }
+}
+
 std::size_t Screen::columns() const {
     return size_of(out_).ws_col;
 }

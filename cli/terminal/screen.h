@@ -33,6 +33,9 @@ class Screen {
     void line(const std::string& text);
     void error(const std::string& text);
 
+    /** Opens the log again, whose file was renamed meanwhile; the old one stays when it cannot. */
+    void reopen_log();
+
     struct Bar {
         std::string name;
         double fraction;

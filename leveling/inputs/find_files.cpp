@@ -81,6 +81,20 @@ class FolderSearch {
         take(file, path, is_link ? Link::Yes : Link::No);
     }
 
+    /** One file below a searched folder, as a search of that folder would come upon it. */
+    void consider(const fs::path& path, const fs::path& root) {
+        std::error_code error;
+        const fs::path folder = path.parent_path();
+        const fs::path real = fs::canonical(folder, error);
+        const fs::directory_entry entry(path, error);
+        if (error || is_left_out(real, folder, root) || is_own_output(entry, gets_outputs(real))) {
+            return;
+        }
+        std::vector<fs::directory_entry> files;
+        sort_out(entry, files);
+        take_all(files, root);
+    }
+
     // Gives each file once: under its own path before one through a linked folder before a link.
     void finish() {
         std::stable_sort(
@@ -134,15 +148,9 @@ class FolderSearch {
     void enter(const fs::path& folder, const fs::path& root) {
         std::error_code error;
         const fs::path real = fs::canonical(folder, error);
-        const bool left_out =
-            rules_.suffix.empty() && !output_dir_.empty() && real == output_dir_ && folder != root;
-        if (!error && (left_out || !entered_.insert(real).second)) {
+        if (!error && (is_left_out(real, folder, root) || !entered_.insert(real).second)) {
             return;
         }
-        const bool gets_outputs =
-            !output_dir_.empty() &&
-            std::mismatch(output_dir_.begin(), output_dir_.end(), real.begin(), real.end()).first ==
-                output_dir_.end();
         fs::directory_iterator entries(folder, error);
         if (error) {
             found_.problems.push_back({folder.string(), error.message()});
@@ -159,7 +167,7 @@ class FolderSearch {
             std::error_code unreadable;
             if (entries->is_directory(unreadable)) {
                 (entries->is_symlink(unreadable) ? links_ : folders).push_back(path);
-            } else if (!is_own_output(*entries, gets_outputs)) {
+            } else if (!is_own_output(*entries, gets_outputs(real))) {
                 sort_out(*entries, files);
             } else {
                 left_out_outputs_ = true;
@@ -168,6 +176,13 @@ class FolderSearch {
         if (error) {
             found_.problems.push_back({folder.string(), error.message()});
         }
+        take_all(files, root);
+        for (const fs::path& path : folders) {
+            enter(path, root);
+        }
+    }
+
+    void take_all(const std::vector<fs::directory_entry>& files, const fs::path& root) {
         const fs::path top = rules_.top == Top::Keep ? name_of(root) : fs::path();
         for (const fs::directory_entry& file : files) {
             std::error_code unreadable;
@@ -176,9 +191,18 @@ class FolderSearch {
                   FoundFile::Origin::Searched},
                  path, file.is_symlink(unreadable) ? Link::Yes : Link::No);
         }
-        for (const fs::path& path : folders) {
-            enter(path, root);
-        }
+    }
+
+    /** The output folder, where outputs have the names of their inputs. */
+    bool is_left_out(const fs::path& real, const fs::path& folder, const fs::path& root) const {
+        return rules_.suffix.empty() && !output_dir_.empty() && real == output_dir_ &&
+               folder != root;
+    }
+
+    bool gets_outputs(const fs::path& real) const {
+        return !output_dir_.empty() &&
+               std::mismatch(output_dir_.begin(), output_dir_.end(), real.begin(), real.end())
+                       .first == output_dir_.end();
     }
 
     void sort_out(const fs::directory_entry& entry, std::vector<fs::directory_entry>& files) {
@@ -230,6 +254,18 @@ class FolderSearch {
 };
 
 }  // namespace
+
+FoundFiles find_files_below(const std::string& root,
+                            const std::vector<std::string>& paths,
+                            const SearchRules& rules) {
+    FoundFiles found;
+    FolderSearch search(rules, found);
+    for (const std::string& path : paths) {
+        search.consider(path, root);
+    }
+    search.finish();
+    return found;
+}
 
 FoundFiles find_files(std::vector<std::string> paths, const SearchRules& rules) {
     FoundFiles found;

@@ -59,4 +59,13 @@ struct SearchRules {
  */
 FoundFiles find_files(std::vector<std::string> paths, const SearchRules& rules);
 
+/**
+ * Of files somewhere below the folder `root`, those that a search of it would find, as it would
+ * find them. Their folders are not searched. Give the paths in the order of their folders, whose
+ * records are read once for each.
+ */
+FoundFiles find_files_below(const std::string& root,
+                            const std::vector<std::string>& paths,
+                            const SearchRules& rules);
+
 }  // namespace quorvane

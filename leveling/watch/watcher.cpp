@@ -1,0 +1,455 @@
+#include "leveling/watch/watcher.h"
+
+#include <fmt/format.h>
+#include <poll.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+#include <filesystem>
+#include <system_error>
+#include <thread>
+#include <utility>
+
+#include "leveling/storage/staged_output.h"
+
+/*
+ * Two threads. The caller's is in Batch::run(), since workers end with the thread that started
+ * them. The other one sleeps in poll() on the folder, on signals and on a pipe, and owns everything
+ * else: it decides what is begun, and calls the observer. What the batch reports is put on a list
+ * for it. Without a file on its way both sleep without a time limit, so that an idle watch takes no
+ * processor time.
+ *
+ * The batch gets a few files more than it works on at a time. The rest waits here, where a full
+ * disk or a vanished folder can hold it back.
+ */
+
+namespace quorvane {
+namespace fs = std::filesystem;
+
+namespace {
+
+// Files that arrived; they share one look at the records, and others wait for it.
+constexpr std::size_t kLookedAtAtOnce = 500;
+constexpr std::chrono::seconds kStateEvery{1};
+constexpr std::chrono::seconds kLookForRoomEvery{2};
+constexpr std::chrono::seconds kTryWithoutRoomEvery{60};
+constexpr std::chrono::seconds kLookForOutputsEvery{2};
+/** A batch with workers ticks several times a second; one that does not is stuck. */
+constexpr std::chrono::seconds kStuck{30};
+
+/** Whether a file failed for want of room on a disk, by the system's words or ours. */
+bool is_for_want_of_room(const FileFacts& facts) {
+    const auto says = [&](const char* words) {
+        return facts.cause.find(words) != std::string::npos;
+    };
+    return facts.outcome == Outcome::Failed &&
+           (says(std::strerror(ENOSPC)) || says(std::strerror(EDQUOT)) ||
+            says("the temporary files need"));
+}
+
+Batch::Existing existing_of(const WatchRequest& request, const PlannedFile& file) {
+    return request.options.replace ? Batch::Existing::Replace
+           : file.renew            ? Batch::Existing::Renew
+                                   : Batch::Existing::Keep;
+}
+
+/** The output folder, where it is one of the folders that would be watched. */
+std::string left_out_of(const WatchRequest& request) {
+    std::error_code error;
+    return request.output_dir.empty() || fs::equivalent(request.output_dir, request.folder, error)
+               ? ""
+               : request.output_dir;
+}
+
+}  // namespace
+
+Watcher::Watcher(WatchRequest request, WatchObserver& observer)
+    : request_(std::move(request)),
+      observer_(observer),
+      output_mount_(request_.output_dir.empty() ? request_.folder : request_.output_dir),
+      batch_(request_.jobs, request_.options, *this),
+      signals_(batch_),
+      arrivals_(request_.settle_s),
+      watch_(request_.folder,
+             left_out_of(request_),
+             [this](const std::string& path, FolderWatch::Change change) {
+                 const auto now = Clock::now();
+                 switch (change) {
+                     case FolderWatch::Change::Closed:
+                         return arrivals_.complete(path, now);
+                     case FolderWatch::Change::Appeared:
+                         return arrivals_.appeared(path, now);
+                     case FolderWatch::Change::Found:
+                         return arrivals_.found(path, now);
+                     case FolderWatch::Change::Gone:
+                         outputs_.erase(path);
+                         return arrivals_.gone(path);
+                 }
+             }) {
+    metrics_.started = std::time(nullptr);
+    if (!request_.on_done.empty()) {
+        done_program_ =
+            std::make_unique<DoneProgram>(request_.on_done, [this](const std::string& text) {
+                post({Event::Kind::Problem, 0, text});
+            });
+    }
+}
+
+Watcher::~Watcher() = default;
+
+void Watcher::run() {
+    std::exception_ptr error;
+    std::thread thread([&] {
+        try {
+            loop();
+        } catch (...) {
+            error = std::current_exception();
+            batch_.stop(Batch::Stop::CleanUp);
+        }
+    });
+    batch_.run();
+    batch_ended_ = true;
+    signals_.wake();
+    thread.join();
+    if (error) {
+        std::rethrow_exception(error);
+    }
+}
+
+void Watcher::post(Event event) {
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        events_.push_back(std::move(event));
+    }
+    signals_.wake();
+}
+
+void Watcher::started(std::size_t index) {
+    tick();
+    post({Event::Kind::Started, index, ""});
+}
+
+void Watcher::messages(std::size_t index, const std::string& text) {
+    post({Event::Kind::Messages, index, text});
+}
+
+void Watcher::finished(std::size_t index, const FileFacts& facts) {
+    FileFacts kept = facts;
+    strip_curves(kept);
+    post({Event::Kind::Finished, index, "", std::move(kept)});
+}
+
+void Watcher::tick() {
+    last_tick_ = Clock::now().time_since_epoch().count();
+}
+
+void Watcher::loop() {
+    watch_.look();
+    check_folders();
+    manager_.ready(fmt::format("watching {}", request_.folder));
+    while (!batch_ended_) {
+        std::vector<pollfd> polled;
+        sleep(polled);
+        signals_.drain();
+        take_signals();
+        watch_.read(polled.data());
+        take_events();
+        check_folders();
+        if (!told_stop_) {
+            take_arrivals();
+        }
+        tell_state();
+        ping();
+    }
+    take_events();
+    if (done_program_ && signals_.stops() > 1) {
+        if (const std::size_t dropped = done_program_->drop(); dropped > 0) {
+            observer_.problem(fmt::format("--on-done {} was not run for {} finished files",
+                                          request_.on_done, dropped));
+        }
+    }
+    done_program_.reset();
+    take_events();
+    state_told_ = {};
+    state_changed_ = true;
+    tell_state();
+}
+
+/** Sleeps until something happens. polled: what watch_ asked for comes first. */
+void Watcher::sleep(std::vector<pollfd>& polled) const {
+    const auto watched = watch_.descriptors();
+    polled.assign(watched.begin(), watched.end());
+    polled.push_back({signals_.descriptor(), POLLIN, 0});
+    if (poll(polled.data(), polled.size(), milliseconds_to_sleep()) < 0) {
+        for (pollfd& one : polled) {
+            one.revents = 0;  // a signal came; its pipe is read next
+        }
+    }
+}
+
+/** Until the next thing that is to be done at a time; -1: until something happens. */
+int Watcher::milliseconds_to_sleep() const {
+    std::optional<Clock::time_point> next = watch_.next_look();
+    const auto at = [&](Clock::time_point time) { next = next ? std::min(*next, time) : time; };
+    if (!told_stop_ && due_.empty() && arrivals_.next()) {
+        at(*arrivals_.next());
+    }
+    if (without_room_ && !told_stop_) {
+        at(next_try_);
+    }
+    if (outputs_gone_) {
+        at(Clock::now() + kLookForOutputsEvery);
+    }
+    if (state_changed_) {
+        at(state_told_ + kStateEvery);
+    }
+    if (manager_.alive_every()) {
+        at(pinged_ + *manager_.alive_every());
+    }
+    if (!next) {
+        return -1;
+    }
+    using std::chrono::milliseconds;
+    const auto left = std::chrono::ceil<milliseconds>(*next - Clock::now());
+    constexpr milliseconds kLongest{3'600'000};
+    return static_cast<int>(std::clamp(left, milliseconds(0), kLongest).count());
+}
+
+void Watcher::take_signals() {
+    if (signals_.take_hangup()) {
+        manager_.reloading();
+        observer_.reopen();
+        manager_.ready(fmt::format("watching {}", request_.folder));
+    }
+    if (signals_.stops() > 0 && !told_stop_) {
+        told_stop_ = true;
+        manager_.stopping();
+        observer_.stopping(running_);
+    }
+}
+
+void Watcher::take_events() {
+    std::vector<Event> events;
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        events.swap(events_);
+    }
+    for (Event& event : events) {
+        switch (event.kind) {
+            case Event::Kind::Started:
+                ++running_;
+                observer_.started(work_.at(event.index).input);
+                break;
+            case Event::Kind::Messages:
+                observer_.messages(event.text);
+                break;
+            case Event::Kind::Finished:
+                take_finished(event.index, std::move(event.facts));
+                break;
+            case Event::Kind::Problem:
+                observer_.problem(event.text);
+                break;
+        }
+    }
+    state_changed_ = state_changed_ || !events.empty();
+}
+
+void Watcher::take_finished(std::size_t index, FileFacts facts) {
+    const auto place = work_.find(index);
+    const PlannedFile file = std::move(place->second);
+    work_.erase(place);
+    running_ -= running_ > 0 ? 1 : 0;
+    if (is_put_off(file, facts)) {
+        return;
+    }
+    if (without_room_ && facts.outcome != Outcome::Interrupted) {
+        if (without_room_->input != file.input) {
+            queue_.push_front(std::move(*without_room_));
+        }
+        without_room_.reset();
+        observer_.resumed();
+    }
+    report(file, facts);
+}
+
+/** Whether the file failed for a reason that will pass, and is to be taken again. */
+bool Watcher::is_put_off(const PlannedFile& file, const FileFacts& facts) {
+    if (facts.outcome != Outcome::Failed) {
+        return false;
+    }
+    if (is_for_want_of_room(facts)) {
+        const auto now = Clock::now();
+        next_try_ = now + kLookForRoomEvery;
+        if (without_room_ && without_room_->input != file.input) {
+            queue_.push_front(file);
+        } else if (!without_room_) {
+            without_room_ = file;
+            latest_try_ = now + kTryWithoutRoomEvery;
+            observer_.waiting(facts);
+        }
+        return true;
+    }
+    if (!watch_.is_there() || !output_mount_.is_mounted()) {
+        after_return_.push_back(file.input);
+        return true;
+    }
+    if (arrivals_.is_changed(file.input)) {
+        arrivals_.again(file.input, Clock::now());
+        return true;
+    }
+    return false;
+}
+
+void Watcher::report(const PlannedFile& file, const FileFacts& facts) {
+    metrics_.count(facts, std::time(nullptr));
+    state_changed_ = true;
+    const bool made = facts.outcome == Outcome::Leveled || facts.outcome == Outcome::Copied;
+    if (made) {
+        outputs_[file.output] = state_of(file.output);
+    }
+    if (facts.outcome != Outcome::UpToDate) {
+        observer_.finished(facts);
+    }
+    if (done_program_ && (made || facts.outcome == Outcome::Failed)) {
+        done_program_->add(facts);
+    }
+    arrivals_.finished(file.input, Clock::now());
+}
+
+/** Reports folders that went or came back, and what it costs to watch them. */
+void Watcher::check_folders() {
+    const bool outputs_gone = !output_mount_.is_mounted();
+    if (outputs_gone && !outputs_gone_) {
+        observer_.gone(output_mount_.mount_point());
+    }
+    const bool outputs_back = !outputs_gone && outputs_gone_;
+    outputs_gone_ = outputs_gone;
+    const bool changed = told_source_ != watch_.source() || told_why_ != watch_.why_search();
+    if (changed && watch_.source() == FolderWatch::Source::None) {
+        observer_.gone(request_.folder);
+    } else if ((changed || outputs_back) && watch_.source() != FolderWatch::Source::None) {
+        observer_.watching(watch_.why_search());
+        for (const std::string& path : std::exchange(after_return_, {})) {
+            arrivals_.again(path, Clock::now());
+        }
+    }
+    state_changed_ = state_changed_ || changed || outputs_back;
+    told_source_ = watch_.source();
+    told_why_ = watch_.why_search();
+}
+
+void Watcher::take_arrivals() {
+    const auto now = Clock::now();
+    if (due_.empty()) {
+        due_ = arrivals_.take_due(now, kLookedAtAtOnce);
+        state_changed_ = state_changed_ || !due_.empty();
+    }
+    if (outputs_gone_ || watch_.source() == FolderWatch::Source::None) {
+        return;
+    }
+    plan_some();
+    if (!without_room_) {
+        begin_some();
+    } else if (work_.empty() && now >= next_try_) {
+        next_try_ = now + kLookForRoomEvery;
+        if (has_room() || now >= latest_try_) {
+            latest_try_ = now + kTryWithoutRoomEvery;
+            begin(*without_room_);
+        }
+    }
+}
+
+/** Looks at some of the files that arrived: which are to be leveled, and where to. */
+void Watcher::plan_some() {
+    std::vector<std::string> paths;
+    for (const std::string& path : std::exchange(due_, {})) {
+        // Found without a look at the records, which grow with each output.
+        const auto own = outputs_.find(path);
+        if (own == outputs_.end() || own->second != state_of(path)) {
+            paths.push_back(path);
+        }
+    }
+    if (paths.empty()) {
+        return;
+    }
+    for (PlannedFile& file : request_.plan(paths)) {
+        if (file.known) {
+            report(file, *file.known);
+        } else {
+            queue_.push_back(std::move(file));
+        }
+    }
+}
+
+void Watcher::begin_some() {
+    // One for each worker, and one that waits for each.
+    const std::size_t most = 2 * std::size_t{request_.jobs};
+    while (!queue_.empty() && work_.size() < most) {
+        begin(queue_.front());
+        queue_.pop_front();
+    }
+}
+
+void Watcher::begin(const PlannedFile& file) {
+    tick();
+    work_[batch_.add(file.input, file.output, existing_of(request_, file), file.found)] = file;
+}
+
+/** Whether the file that a full disk stopped may go this time. */
+bool Watcher::has_room() const {
+    // Temporary files and the output, in sizes of the input, and something for the small files.
+    constexpr double kSizes = 3;
+    constexpr double kMore = 1 << 20;
+    const double needed = kSizes * static_cast<double>(without_room_->bytes) + kMore;
+    std::error_code error;
+    return free_bytes(without_room_->output) >= needed &&
+           free_bytes(fs::temp_directory_path(error).string()) >= needed;
+}
+
+std::size_t Watcher::queue_length() const {
+    const std::size_t stopped = without_room_ && work_.empty() ? 1 : 0;
+    return arrivals_.size() + due_.size() + queue_.size() + work_.size() + stopped;
+}
+
+/** Writes the metrics and the manager's status, at most once in a while. */
+void Watcher::tell_state() {
+    const auto now = Clock::now();
+    if (!state_changed_ || now - state_told_ < kStateEvery) {
+        return;
+    }
+    state_told_ = now;
+    state_changed_ = false;
+    metrics_.queue = queue_length();
+    metrics_.watching = watch_.source() != FolderWatch::Source::None && !outputs_gone_;
+    metrics_.waiting_for_room = without_room_.has_value();
+    manager_.status(fmt::format("watching {}: {} leveled, {} failed, {} waiting", request_.folder,
+                                metrics_.files[Outcome::Leveled] + metrics_.files[Outcome::Copied],
+                                metrics_.files[Outcome::Failed], metrics_.queue));
+    if (request_.metrics.empty()) {
+        return;
+    }
+    try {
+        write_whole_text(request_.metrics, to_text(metrics_));
+        metrics_failed_ = false;
+    } catch (const std::system_error& error) {
+        if (!std::exchange(metrics_failed_, true)) {
+            observer_.problem(fmt::format("--metrics {} cannot be written: {}", request_.metrics,
+                                          error.code().message()));
+        }
+    }
+}
+
+/** Tells the manager that both threads are well. */
+void Watcher::ping() {
+    const auto now = Clock::now();
+    const auto ticked = Clock::time_point(Clock::duration(last_tick_.load()));
+    if (manager_.alive_every() && now - pinged_ >= *manager_.alive_every() &&
+        (running_ == 0 || now - ticked < kStuck)) {
+        pinged_ = now;
+        manager_.alive();
+    }
+}
+
+}  // namespace quorvane

@@ -1,0 +1,209 @@
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+
+#include <chrono>
+#include <fstream>
+#include <functional>
+#include <thread>
+
+#include "tests/support/batch_run.h"
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+extern char** environ;
+
+namespace {
+
+namespace fs = std::filesystem;
+
+/** The program as it watches a folder, with the files that it writes about that. */
+class WatchRun : public BatchRun {
+  protected:
+    WatchRun() { fs::create_directory(dir_ / "in"); }
+
+    ~WatchRun() override {
+        if (pid_ > 0) {
+            stop(SIGKILL);
+        }
+    }
+
+    void start(const std::string& words = "-d out") {
+        const std::string line = "cd '" + dir_.path() +
+                                 "' && exec " QUORVANE " --watch in --json - --no-measure " +
+                                 words + " >>lines.jsonl 2>>words.txt";
+        std::string shell = "sh";
+        std::string option = "-c";
+        std::string command = line;
+        char* argv[] = {&shell[0], &option[0], &command[0], nullptr};
+        ASSERT_EQ(posix_spawn(&pid_, "/bin/sh", nullptr, nullptr, argv, environ), 0);
+        ++starts_;
+        ASSERT_TRUE(until([&] { return events("watching").size() == starts_; })) << words_text();
+    }
+
+    /** Ends it and returns its status, -signal when a signal ended it. */
+    int stop(int signal) {
+        kill(pid_, signal);
+        int status = 0;
+        waitpid(pid_, &status, 0);
+        pid_ = -1;
+        return WIFSIGNALED(status) ? -WTERMSIG(status) : WEXITSTATUS(status);
+    }
+
+    /** Waits for it; false after a time that no machine needs. */
+    static bool until(const std::function<bool()>& is_so) {
+        const auto latest = std::chrono::steady_clock::now() + std::chrono::minutes(2);
+        while (!is_so()) {
+            if (std::chrono::steady_clock::now() > latest) {
+                return false;
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        }
+        return true;
+    }
+
+    std::vector<nlohmann::json> events(const std::string& name) const {
+        std::vector<nlohmann::json> found;
+        std::ifstream in(dir_ / "lines.jsonl");
+        for (std::string line; std::getline(in, line) && !in.eof();) {
+            auto json = nlohmann::json::parse(line);
+            if (json["event"] == name) {
+                found.push_back(std::move(json));
+            }
+        }
+        return found;
+    }
+
+    bool is_finished(std::size_t count) {
+        return until([&] { return events("finished").size() >= count; });
+    }
+
+    std::string words_text() const { return read_text(dir_ / "words.txt"); }
+
+    pid_t pid_ = -1;
+    std::size_t starts_ = 0;
+};
+
+TEST_F(WatchRun, RecordingsAreLeveledWhenTheyAreCompleteAndOnlyOnce) {
+    talk("in/early.wav", 1);
+    talk("talk.wav", 1);
+    start("-d in/leveled --on-done /bin/true --metrics m.prom");
+    ASSERT_TRUE(is_finished(1)) << "what was there before";
+    fs::create_directories(dir_ / "in/sub/deep");
+    fs::copy_file(dir_ / "talk.wav", dir_ / "in/sub/deep/copied.wav");
+    fs::copy_file(dir_ / "talk.wav", dir_ / "in/.renamed.wav");
+    fs::rename(dir_ / "in/.renamed.wav", dir_ / "in/renamed.wav");
+    write_text(dir_ / "in/notes.txt", "no sound");
+    ASSERT_TRUE(is_finished(3));
+
+    const std::string sound = read_text(dir_ / "talk.wav");
+    std::ofstream slow(dir_ / "in/slow.wav", std::ios::binary);
+    slow.write(sound.data(), 1000).flush();
+    fs::copy_file(dir_ / "talk.wav", dir_ / "in/marker.wav");
+    ASSERT_TRUE(is_finished(4)) << "of another file, meanwhile";
+    EXPECT_FALSE(file_exists(dir_ / "in/leveled/slow-leveled.wav"));
+    slow.write(sound.data() + 1000, static_cast<std::streamsize>(sound.size()) - 1000).flush();
+    slow.close();
+    ASSERT_TRUE(is_finished(5));
+
+    EXPECT_EQ(stop(SIGTERM), 0);
+    EXPECT_THAT(outputs_in("in/leveled"),
+                ElementsAre("early-leveled.wav", "marker-leveled.wav", "renamed-leveled.wav",
+                            "slow-leveled.wav", "sub"));
+    EXPECT_EQ(fs::file_size(dir_ / "in/leveled/slow-leveled.wav"), sound.size());
+    EXPECT_THAT(read_text(dir_ / "m.prom"), HasSubstr("{outcome=\"leveled\"} 5\n"));
+    for (const auto& event : events("finished")) {
+        EXPECT_EQ(event["status"], "leveled") << event;
+    }
+
+    start("-d in/leveled --metrics m.prom");
+    ASSERT_TRUE(until([&] {
+        return read_text(dir_ / "m.prom").find("{outcome=\"up-to-date\"} 5\n") != std::string::npos;
+    })) << "the records say what is done";
+    EXPECT_EQ(stop(SIGINT), 0);
+    EXPECT_EQ(events("finished").size(), 5u);
+}
+
+TEST_F(WatchRun, OutputsBesideTheInputsAreNoInputs) {
+    start("");
+    talk("in/a.wav", 1);
+    ASSERT_TRUE(is_finished(1));
+    talk("in/b.wav", 1);
+    ASSERT_TRUE(is_finished(2));
+    EXPECT_EQ(stop(SIGTERM), 0);
+    EXPECT_THAT(outputs_in("in"), ElementsAre("a-leveled.wav", "a.wav", "b-leveled.wav", "b.wav"));
+}
+
+TEST_F(WatchRun, AKilledWatchGoesOnWhereItWas) {
+    constexpr int kFiles = 30;
+    talk("talk.wav", 1);
+    start("-d out -j 2");
+    for (int i = 0; i < kFiles; ++i) {
+        fs::copy_file(dir_ / "talk.wav", dir_ / ("in/" + std::to_string(i) + ".wav"));
+        if (i % 10 == 9) {
+            ASSERT_TRUE(is_finished(static_cast<std::size_t>(i) / 3));
+            EXPECT_EQ(stop(SIGKILL), -SIGKILL);
+            start("-d out -j 2");
+        }
+    }
+    ASSERT_TRUE(
+        until([&] { return fs::exists(dir_ / "out") && outputs_in("out").size() == kFiles; }));
+    EXPECT_EQ(stop(SIGTERM), 0);
+    std::map<std::string, int> times;
+    for (const auto& event : events("finished")) {
+        EXPECT_EQ(++times[event["input"]], 1) << "leveled twice: " << event["input"];
+    }
+    for (const std::string& name : outputs_in("out")) {  // hidden files would have another size
+        EXPECT_EQ(fs::file_size(dir_ / ("out/" + name)), fs::file_size(dir_ / "talk.wav")) << name;
+    }
+}
+
+TEST_F(WatchRun, SighupOpensTheLogAgain) {
+    start("-d out --log w.log");
+    fs::rename(dir_ / "w.log", dir_ / "old.log");
+    kill(pid_, SIGHUP);
+    ASSERT_TRUE(until([&] { return file_exists(dir_ / "w.log"); }));
+    EXPECT_EQ(stop(SIGTERM), 0);
+    EXPECT_THAT(read_text(dir_ / "old.log"), HasSubstr("watching in"));
+    EXPECT_THAT(read_text(dir_ / "w.log"), HasSubstr("stopped"));
+}
+
+TEST_F(WatchRun, AFailedFileAndAFailedProgramStopNothing) {
+    start("-d out --on-done /bin/false");
+    write_text(dir_ / "in/broken.wav", "RIFF, and nothing that follows");
+    talk("in/good.wav", 1);
+    ASSERT_TRUE(is_finished(2));
+    ASSERT_TRUE(until([&] { return events("problem").size() == 2; }));
+    EXPECT_EQ(stop(SIGTERM), 0);
+    EXPECT_THAT(words_text(), HasSubstr("--on-done /bin/false failed for in/good.wav: it ended "
+                                        "with status 1"));
+    EXPECT_THAT(outputs_in("out"), ElementsAre("good-leveled.wav"));
+}
+
+TEST_F(WatchRun, WrongUsageIsRefused) {
+    struct Row {
+        const char* words;
+        const char* message;
+    };
+
+    write_text(dir_ / "notes.txt", "mine");
+    const Row rows[] = {
+        {"--watch nowhere", "--watch nowhere is not a folder"},
+        {"--watch in talk.wav", "--watch and PATHs exclude each other"},
+        {"--watch in --report r.html", "--watch and --report exclude each other"},
+        {"--watch in --json f.jsonl", "--json FILE"},
+        {"--watch in --on-done notes.txt", "is not a program that can be run"},
+        {"--watch in --metrics notes.txt", "does not look like such a file"},
+        {"--on-done /bin/true in", "--on-done belongs to --watch"},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.words);
+        const ProgramResult result = run(row.words);
+        EXPECT_EQ(result.status, 2);
+        EXPECT_THAT(result.err, HasSubstr(row.message));
+    }
+    EXPECT_EQ(read_text(dir_ / "notes.txt"), "mine");
+}
+
+}  // namespace
