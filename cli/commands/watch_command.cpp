@@ -16,7 +16,6 @@
 #include "cli/commands/batch_command.h"
 #include "cli/commands/results.h"
 #include "cli/terminal/screen.h"
-#include "cli/terminal/terminal_text.h"
 #include "leveling/batch/work_list.h"
 #include "leveling/inputs/earlier_places.h"
 #include "leveling/inputs/find_files.h"
@@ -24,6 +23,7 @@
 #include "leveling/storage/scratch.h"
 #include "leveling/storage/staged_output.h"
 #include "leveling/watch/watcher.h"
+#include "leveling/words/text.h"
 
 /*
  * The watch itself knows no words. Here its events become lines for people and lines of JSON: a
