@@ -75,18 +75,6 @@ double SpeechGains::beside(const Stretch& pause) const {
     return std::min(near_by(pause.begin - 1, -1), near_by(pause.end, 1));
 }
 
-std::vector<float> without_pauses(const std::vector<float>& levels_db,
-                                  const std::vector<Stretch>& pauses) {
-    std::vector<float> result;
-    long long from = 0;
-    for (const Stretch& pause : pauses) {
-        result.insert(result.end(), levels_db.begin() + from, levels_db.begin() + pause.begin);
-        from = pause.end;
-    }
-    result.insert(result.end(), levels_db.begin() + from, levels_db.end());
-    return result;
-}
-
 double background_under(const Phrases& phrases,
                         const std::vector<float>& levels_db,
                         const std::vector<Stretch>& pauses) {

@@ -49,10 +49,6 @@ double background_under(const Phrases& phrases,
                         const std::vector<float>& levels_db,
                         const std::vector<Stretch>& pauses);
 
-/** The values of the bins that are in no pause. */
-std::vector<float> without_pauses(const std::vector<float>& levels_db,
-                                  const std::vector<Stretch>& pauses);
-
 /**
  * What the results tell of a gain for each phrase: passages and a curve of at most 1,200 points,
  * both relative to the mean gain of the words.

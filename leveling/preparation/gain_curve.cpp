@@ -9,7 +9,7 @@
 namespace quorvane {
 namespace {
 
-constexpr double kMostAround_db = 24;  // of a phrase's gain from the middle one
+constexpr double kMostAround_db = 32;  // of a phrase's gain from the middle one
 
 // In bins of 50 ms, for gaps.
 constexpr long long kRamp = 5;
@@ -18,6 +18,9 @@ constexpr double kSink_db = 0.8;    // a bin
 constexpr double kReturn_db = 2.4;  // a bin
 constexpr double kDeepest_db = 6;
 constexpr double kUnderSpeech_db = 18;  // a background that may sink
+
+constexpr int kRounds = 2;            // of making up for what peaks take
+constexpr double kMostMadeUp_db = 2;  // of a phrase
 
 constexpr double kAttack_db = 6;     // a bin, before a peak
 constexpr double kRelease_db = 1.5;  // a bin, behind it
@@ -47,8 +50,28 @@ class Curve {
           phrases_(phrases.phrases),
           goal_(goal),
           gains_(gains_of(phrases, goal.speech_db)),
+          gains_without_peaks_(gains_),
           mean_(mean_gain()),
           curve_(levels.speech_db.size()) {}
+
+    /**
+     * Gives each phrase what its peaks took away from its level, as far as that is little: a turn
+     * with sharp peaks is as loud as its neighbours then.
+     */
+    void make_up(const std::vector<bool>& words) {
+        for (std::size_t i = 0; i < phrases_.size(); ++i) {
+            const Stretch bins = phrases_[i].bins;
+            std::vector<float> level_db(levels_.weighted_db.begin() + bins.begin,
+                                        levels_.weighted_db.begin() + bins.end);
+            const std::vector<bool> own(words.begin() + bins.begin, words.begin() + bins.end);
+            std::transform(level_db.begin(), level_db.end(), curve_.begin() + bins.begin,
+                           level_db.begin(), [](float level, float gain) { return level + gain; });
+            const double now_db = speech_level(level_db, own, {0, bins.length()});
+            const double wanted_db = phrases_[i].level_db + gains_without_peaks_[i];
+            const double most_db = gains_without_peaks_[i] + kMostMadeUp_db;
+            gains_[i] = std::min(gains_[i] + std::max(0.0, wanted_db - now_db), most_db);
+        }
+    }
 
     void fill_phrases() {
         for (std::size_t i = 0; i < phrases_.size(); ++i) {
@@ -183,6 +206,7 @@ class Curve {
     const std::vector<Phrase>& phrases_;
     CurveGoal goal_;
     std::vector<double> gains_;
+    std::vector<double> gains_without_peaks_;
     double mean_;
     std::vector<float> curve_;
 };
@@ -197,10 +221,16 @@ std::vector<float> gain_curve(const BinLevels& levels,
         return std::vector<float>(levels.speech_db.size(), 0.0F);
     }
     Curve curve(levels, phrases, goal);
-    curve.fill_phrases();
-    curve.fill_gaps(pauses);
-    curve.sink_gaps(phrases.words);
-    curve.limit();
+    for (int round = 0;; ++round) {
+        curve.fill_phrases();
+        curve.fill_gaps(pauses);
+        curve.sink_gaps(phrases.words);
+        curve.limit();
+        if (round == kRounds) {
+            break;
+        }
+        curve.make_up(phrases.words);
+    }
     return curve.take();
 }
 

@@ -142,4 +142,16 @@ std::vector<Stretch> find_pauses(const BinLevels& levels, const std::vector<bool
     return pauses;
 }
 
+std::vector<float> without_pauses(const std::vector<float>& levels_db,
+                                  const std::vector<Stretch>& pauses) {
+    std::vector<float> result;
+    long long from = 0;
+    for (const Stretch& pause : pauses) {
+        result.insert(result.end(), levels_db.begin() + from, levels_db.begin() + pause.begin);
+        from = pause.end;
+    }
+    result.insert(result.end(), levels_db.begin() + from, levels_db.end());
+    return result;
+}
+
 }  // namespace quorvane

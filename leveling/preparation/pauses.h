@@ -42,6 +42,10 @@ double speech_level(const std::vector<float>& levels_db,
                     const std::vector<bool>& speech,
                     Stretch range);
 
+/** The values of the bins that are in no pause. */
+std::vector<float> without_pauses(const std::vector<float>& levels_db,
+                                  const std::vector<Stretch>& pauses);
+
 /** The bins that speech_level counts. */
 std::vector<bool> loud_speech(const std::vector<float>& levels_db,
                               const std::vector<bool>& speech,

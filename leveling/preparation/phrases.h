@@ -24,9 +24,10 @@ struct Phrases {
  * Words are bins that stand out of their neighbourhood; gaps between them, and the quietest place
  * of a run longer than 1.5 s, cut the recording into units. Units become phrases where that costs
  * the least: the squared deviations of their levels from their phrase's, times their seconds, and a
- * constant cost for each phrase (optimal partitioning: B. Jackson et al., "An algorithm for optimal
- * partitioning of data on an interval", IEEE Signal Processing Letters 12 (2005)). So two seconds
- * that are 4 dB louder than what is around them are a phrase of their own, and a loud word is not.
+ * cost for each phrase, which is smaller behind a long gap (optimal partitioning: B. Jackson et
+ * al., "An algorithm for optimal partitioning of data on an interval", IEEE Signal Processing
+ * Letters 12 (2005)). So a turn of two seconds that is 3 dB louder than those around it is a phrase
+ * of its own, and a loud word is not.
  *
  * levels_db: K-weighted, of bins of 50 ms. speech: what find_speech found. pauses: left out.
  */
