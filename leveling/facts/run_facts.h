@@ -82,7 +82,7 @@ struct Publishing {
     double gain_db = 0;           // the constant gain before the limiter
     double ceiling_dbtp = 0;      // of the limiter; below the limit where coding adds to peaks
     double most_limiting_db = 0;  // the greatest reduction
-    double limited_share = 0;     // the share of the time, 0 to 1, reduced by more than 6 dB
+    double limited_share = 0;     // of the time, 0 to 1, reduced by over 6 dB, beside coded peaks
     bool held_back = false;       // more gain would have needed unsound limiting
 };
 

@@ -29,6 +29,11 @@ std::size_t frames_in(double seconds, int sample_rate_hz) {
     return std::max<std::size_t>(1, static_cast<std::size_t>(seconds * sample_rate_hz));
 }
 
+/** In dB, rounded so that the last bit of the library's logarithm decides nothing. */
+double reduction_of(double gain) {
+    return gain < kAlmostOne ? std::rint(-20 * std::log10(gain) * kStepsADb) / kStepsADb : 0;
+}
+
 /** The share of its way that a recursion of the first order goes in a frame. */
 double share_a_frame(double time_constant_s, int sample_rate_hz) {
     return 1 - portable_exp(-1 / (time_constant_s * sample_rate_hz));
@@ -36,21 +41,24 @@ double share_a_frame(double time_constant_s, int sample_rate_hz) {
 
 }  // namespace
 
-void Reductions::add(double gain) {
+void Reductions::add(double gain, double lowered) {
     ++frames_;
-    if (gain >= kAlmostOne) {
-        return;
+    least_gain_ = std::min(least_gain_, gain);
+    const double counted = gain / lowered;
+    if (counted < kAlmostOne) {
+        ++counts_[static_cast<std::size_t>(counted * kBins)];
     }
-    // Rounded, so that the last bit of the library's logarithm decides nothing.
-    const double reduction = std::rint(-20 * std::log10(gain) * kStepsADb) / kStepsADb;
-    most_db_ = std::max(most_db_, reduction);
-    ++counts_[std::min(kSteps - 1, static_cast<std::size_t>(reduction / kStepDb))];
+}
+
+double Reductions::most_db() const {
+    return reduction_of(least_gain_);
 }
 
 double Reductions::share_above(double reduction_db) const {
+    const auto end = static_cast<std::size_t>(portable_amplitude(-reduction_db) * kBins);
     std::uint64_t above = 0;
-    for (auto step = static_cast<std::size_t>(reduction_db / kStepDb); step < kSteps; ++step) {
-        above += counts_[step];
+    for (std::size_t bin = 0; bin < std::min(end, kBins); ++bin) {
+        above += counts_[bin];
     }
     return frames_ ? static_cast<double>(above) / static_cast<double>(frames_) : 0;
 }
@@ -58,10 +66,10 @@ double Reductions::share_above(double reduction_db) const {
 double Reductions::exceeded_by(double share) const {
     const double allowed = share * static_cast<double>(frames_);
     std::uint64_t above = 0;
-    for (std::size_t step = kSteps; step-- > 0;) {
-        above += counts_[step];
+    for (std::size_t bin = 0; bin < kBins; ++bin) {
+        above += counts_[bin];
         if (static_cast<double>(above) > allowed) {
-            return static_cast<double>(step + 1) * kStepDb;
+            return reduction_of((static_cast<double>(bin) + 0.5) / kBins);
         }
     }
     return 0;
@@ -121,10 +129,9 @@ TruePeakLimiter::TruePeakLimiter(
       frames_to_drop_(latency_frames_),
       delayed_(latency_frames_ * channels_, 0.0) {}
 
-double TruePeakLimiter::ceiling_at(std::uint64_t frame) const {
+double TruePeakLimiter::lowered_at(std::uint64_t frame) const {
     const std::uint64_t block = frame / block_frames_;
-    return block < lowered_.size() ? ceiling_ * lowered_[static_cast<std::size_t>(block)]
-                                   : ceiling_;
+    return block < lowered_.size() ? lowered_[static_cast<std::size_t>(block)] : 1;
 }
 
 double TruePeakLimiter::next_gain(double peak, double ceiling) {
@@ -156,8 +163,9 @@ void TruePeakLimiter::process(const double* samples, std::size_t frames, std::ve
     finder_.find(delayed_.data() + kept, frames, peaks_.data());
     constexpr std::uint64_t kLatency = TruePeakFinder::kLatency;
     for (std::size_t frame = 0; frame < frames; ++frame, ++found_) {
-        const double ceiling =
-            lowered_.empty() ? ceiling_ : ceiling_at(std::max(found_, kLatency) - kLatency);
+        const double ceiling = lowered_.empty()
+                                   ? ceiling_
+                                   : ceiling_ * lowered_at(std::max(found_, kLatency) - kLatency);
         if (frames_at_rest_ >= frames_to_rest_ && peaks_[frame] <= ceiling) {
             // Nothing to limit, now or lately: the samples go out as they are.
             reductions_.add_untouched(frame >= frames_to_drop_ ? 1 : 0);
@@ -166,7 +174,8 @@ void TruePeakLimiter::process(const double* samples, std::size_t frames, std::ve
         ++frames_at_rest_;
         const double gain = next_gain(peaks_[frame], ceiling);
         if (frame >= frames_to_drop_) {
-            reductions_.add(gain);
+            // The frame that goes out is latency_frames_ older than the one that came in.
+            reductions_.add(gain, lowered_.empty() ? 1 : lowered_at(found_ - latency_frames_));
         }
         for (std::size_t channel = 0; channel < channels_; ++channel) {
             delayed_[frame * channels_ + channel] *= gain;

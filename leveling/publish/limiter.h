@@ -12,14 +12,18 @@ namespace quorvane {
 /** How much a limiter had to take away, frame by frame. */
 class Reductions {
   public:
-    /** One more frame with that gain (linear, 0 to 1). */
-    void add(double gain);
+    /**
+     * One more frame with that gain. `lowered` is the factor by which the ceiling was lower there
+     * than that of the rest: its part of the reduction counts for most_db() alone. Both linear, 0
+     * to 1.
+     */
+    void add(double gain, double lowered = 1);
 
     /** So many frames more that were left as they are. */
     void add_untouched(std::size_t frames) { frames_ += frames; }
 
     /** The greatest reduction, dB. */
-    double most_db() const { return most_db_; }
+    double most_db() const;
 
     /** The share of all frames, 0 to 1, that were reduced by more than so many dB. */
     double share_above(double reduction_db) const;
@@ -28,12 +32,11 @@ class Reductions {
     double exceeded_by(double share) const;
 
   private:
-    static constexpr double kStepDb = 0.05;
-    static constexpr std::size_t kSteps = 1200;  // up to 60 dB
+    static constexpr std::size_t kBins = 4096;  // of linear gains: 0.004 dB wide at -6 dB
 
-    std::array<std::uint64_t, kSteps> counts_{};
+    std::array<std::uint64_t, kBins> counts_{};
     std::uint64_t frames_ = 0;
-    double most_db_ = 0;
+    double least_gain_ = 1;
 };
 
 /**
@@ -126,7 +129,8 @@ class TruePeakLimiter {
     const Reductions& reductions() const { return reductions_; }
 
   private:
-    double ceiling_at(std::uint64_t frame) const;
+    /** The factor of the block that a frame is in, 1 where there is none. */
+    double lowered_at(std::uint64_t frame) const;
     double next_gain(double peak, double ceiling);
 
     std::size_t channels_;

@@ -15,11 +15,12 @@ class LocalCeilings {
     LocalCeilings(double limit_db, double ceiling_db);
 
     /**
-     * Lowers the ceiling in each block whose coded peak is above the limit or near to it, and in
-     * the two beside it, as encoders shift and smear. `coded` and `rendered` are the peaks of the
-     * blocks (block_peaks_of) of the file after and before its coding: the new ceiling is so far
-     * below the rendered peak that the same addition would end below the limit. As a coder's
-     * additions change with every try, each call leaves more room than the one before.
+     * Lowers the ceiling in each block whose coded peak is above the limit or just below it, and in
+     * the two beside it, as encoders shift and smear; there only for what is as high. `coded` and
+     * `rendered` are the peaks of the blocks (block_peaks_of) of the file after and before its
+     * coding: the new ceiling is so far below the rendered peak that the same addition would end
+     * below the limit. As a coder's additions change with every try, each call leaves more room
+     * than the one before.
      */
     void lower(const std::vector<double>& coded, const std::vector<double>& rendered);
 

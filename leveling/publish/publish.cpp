@@ -23,11 +23,12 @@
  * written, encoded as the file has to be, and measured as anybody would measure it. A codec adds
  * peaks of its own. Where they pass the limit, the ceiling is lowered, and only there: lowered for
  * the whole file it would cost loudness, which more limiting would have to bring back. The aim is
- * corrected by what is missing to the level or exceeds it, and all of it is done again, a few times
- * at most; the best delivery counts.
+ * corrected by what the coding adds to the level, the gain is searched for under the new ceilings,
+ * since a trial is cheaper than a coding, and all of it is done again, a few times at most; the
+ * best delivery counts.
  *
  * Where the target would need more limiting than is sound, the gain stays at the most that does
- * not.
+ * not. What the lowered ceilings take away for short moments does not count there.
  */
 
 namespace quorvane {
@@ -41,6 +42,7 @@ constexpr double kDeliveryAccuracy = 0.1;  // dB; a tenth is what is shown
 constexpr double kCeilingMargin = 0.01;    // dB below the limit, for the rounding of samples
 constexpr double kLeastRise = 0.3;     // of the level, dB a dB of gain: below it the limiter rules
 constexpr double kMostStep = 6;        // dB from one trial to the next
+constexpr double kLeastStep = 0.02;    // dB back from a gain that is not sound
 constexpr double kUnnoticed = 0.25;    // of the limit: what no codec raises above it
 constexpr double kStepsADb = 10000;    // to which levels and gains are rounded
 constexpr double kRoomAtEdge = 0.3;    // dB kept from the edges of what an audiobook may have
@@ -109,6 +111,12 @@ struct Trial {
     Reductions reductions;
 };
 
+/** A trial's gain and the level that came of it, both in dB. */
+struct Point {
+    double gain_db;
+    double level_db;
+};
+
 bool is_too_hard(const Trial& trial) {
     return trial.reductions.share_above(kMostLimitingDb) > kMostLimitedShare;
 }
@@ -125,6 +133,7 @@ class Publisher {
   private:
     Trial try_out(double gain_db, SndfileHandle* out);
     void solve();
+    void solve_from(double gain, std::optional<Point> known);
     double aim() const;
     bool fits_as_it_is();
     double find_peaks(const std::string& path, const Loudness& measured);
@@ -151,7 +160,10 @@ class Publisher {
     std::optional<LocalCeilings> ceilings_ = {};
     std::vector<double> peaks_ = {};  // of the blocks of the file that was read last, linear
     double rise_ = 1;                 // of the level with the gain, dB a dB
-    Distance miss_ = {};              // of the last delivery
+    double rendered_db_ = 0;          // the level of what was encoded last
+    double coding_db_ = 0;            // what the codings added to it, all together
+    int codings_ = 0;
+    Distance miss_ = {};  // of the last delivery
 };
 
 /** Nobody knows how many passes there will be: the last percent waits for the end. */
@@ -236,17 +248,25 @@ void Publisher::solve() {
     // Without limiting, gain and level move together: the one point that needs no trial.
     const double idle_gain = ceiling_db_ - before_.true_peak_dbtp - kDeliveryAccuracy;
     double gain = aim_db_ - destination_.level_of(before_);
-    double known_gain = std::min(idle_gain, gain);
-    double known_level = destination_.level_of(before_) + known_gain;
+    const double known_gain = std::min(idle_gain, gain);
+    if (gain <= idle_gain && ceilings_->factors().empty()) {
+        gain_db_ = rounded(gain);
+        return;
+    }
+    solve_from(gain, {{known_gain, destination_.level_of(before_) + known_gain}});
+}
+
+/** The same by trials from a gain on, with the secant through that point first, if there is one. */
+void Publisher::solve_from(double gain, std::optional<Point> known) {
     held_back_ = false;
     most_gain_db_ = std::numeric_limits<double>::infinity();
-    for (int trials = 0; gain > idle_gain && trials < kMostTrials; ++trials) {
+    for (int trials = 0; trials < kMostTrials; ++trials) {
         gain = rounded(std::min(gain, most_gain_db_));
         const Trial trial = try_out(gain, nullptr);
         // Too much of it is limited too hard: back by as much as the limiter was overdriven.
         if (is_too_hard(trial)) {
-            most_gain_db_ =
-                gain - (trial.reductions.exceeded_by(kMostLimitedShare) - kMostLimitingDb);
+            most_gain_db_ = gain - kLeastStep -
+                            (trial.reductions.exceeded_by(kMostLimitedShare) - kMostLimitingDb);
             gain = most_gain_db_;
             continue;
         }
@@ -256,10 +276,12 @@ void Publisher::solve() {
             break;
         }
         // By how much the level rises with the gain, here: below 1 where the limiter works.
-        rise_ = (trial.level_db - known_level) / (gain - known_gain);
-        known_gain = gain;
-        known_level = trial.level_db;
-        gain += rise_ > 0 ? std::clamp(lacking / rise_, -kMostStep, kMostStep) : lacking;
+        if (known && gain != known->gain_db) {
+            rise_ = std::clamp((trial.level_db - known->level_db) / (gain - known->gain_db),
+                               kLeastRise, 1.0);
+        }
+        known = Point{gain, trial.level_db};
+        gain += std::clamp(lacking / rise_, -kMostStep, kMostStep);
     }
     gain_db_ = rounded(std::min(gain, most_gain_db_));
 }
@@ -282,18 +304,20 @@ bool Publisher::delivered(const Published& result) {
     return miss_.holds() && (miss_.off_db <= kDeliveryAccuracy || held_back_);
 }
 
-/** Lowers the ceiling where the delivered peaks are above the limit, and corrects the level. */
+/**
+ * Lowers the ceiling where the delivered peaks are above the limit, and finds the gain under it
+ * that has the level behind the coding.
+ */
 void Publisher::learn_from(const Published& result, const std::string& rendered) {
     if (!miss_.holds()) {
         const double limit = portable_amplitude(destination_.peak_limit_db);
         ceilings_->lower(peaks_, block_peaks_of(rendered, limit * kUnnoticed));
     }
-    if (!held_back_) {
-        // The coding changes the level by about the same each time: that is aimed at as well.
-        const double lacking = rounded(aim() - destination_.level_of(result.after));
-        aim_db_ += lacking;
-        gain_db_ = rounded(gain_db_ + lacking / std::clamp(rise_, kLeastRise, 1.0));
-    }
+    // The coding changes the level by about the same each time.
+    coding_db_ += destination_.level_of(result.after) - rendered_db_;
+    ++codings_;
+    aim_db_ = rounded(aim() - coding_db_ / codings_);
+    solve_from(gain_db_, {});
 }
 
 Trial Publisher::render(const std::string& to) {
@@ -306,11 +330,8 @@ Trial Publisher::render(const std::string& to) {
 
 /** Renders, encodes and measures with the gain and the ceilings that were found. */
 Published Publisher::deliver(const std::string& to, const Encode& encode) {
-    Trial written = render(to);
-    if (is_too_hard(written) && !held_back_) {
-        solve();
-        written = render(to);
-    }
+    const Trial written = render(to);
+    rendered_db_ = written.level_db;
     Published result;
     result.path = encode(to);
     result.after = measured(result.path);
@@ -340,8 +361,11 @@ Published Publisher::run(const std::string& to, const Encode& encode) {
         if (is_silent() || delivered(result)) {
             return result;
         }
+        rendered_db_ = destination_.level_of(before_);
         learn_from(result, from_);
+        return search(to, encode);
     }
+    solve();
     return search(to, encode);
 }
 
@@ -355,7 +379,6 @@ Published Publisher::search(const std::string& to, const Encode& encode) {
     };
 
     std::optional<Best> best;
-    solve();
     for (int deliveries = 1;; ++deliveries) {
         Published result = deliver(to, encode);
         if (delivered(result)) {
