@@ -91,6 +91,8 @@ std::vector<OptionRow> own_options() {
          "leave the excerpts to listen to out of the report"},
         {G::Facts, "json", 0, "PATH", C::File,
          "write the facts as JSON, one object per line and file; - is the standard output"},
+        {G::Facts, "csv", 0, "FILE", C::File,
+         "write a table for spreadsheets, a row per input (RFC 4180, UTF-8)"},
         {G::Facts, "no-curves", 0, "", C::None,
          "leave the curves over time, most of its size, out of the JSON"},
         {G::Facts, "failed", 0, "FILE", C::File,

@@ -178,6 +178,7 @@ void refuse_contradictions(const Settings& settings) {
     refuse(settings.null && settings.files_from.empty() && settings.failed.empty(),
            "--null belongs to --files-from and --failed");
     refuse(settings.failed == "-", "--failed names a file, not the standard output");
+    refuse(settings.csv == "-", "--csv names a file, not the standard output");
     refuse(settings.force && settings.redo_changed,
            "--force and --redo-changed exclude each other");
     refuse(settings.force && settings.verify, "--force and --verify exclude each other");
@@ -214,6 +215,7 @@ void refuse_beside_watch(const Settings& settings) {
         {!settings.output.empty(), "--output"},
         {!settings.report.empty(), "--report"},
         {!settings.failed.empty(), "--failed"},
+        {!settings.csv.empty(), "--csv"},
         {settings.max_failures != 0, "--max-failures"},
         {settings.dry_run, "--dry-run"},
         {settings.analyze, "--analyze"},
@@ -297,6 +299,7 @@ void read_places(const Words& words, Settings& settings) {
     words.read("output-dir", settings.output_dir);
     words.read("report", settings.report);
     words.read("json", settings.json);
+    words.read("csv", settings.csv);
     if (words.given("for") && words.given("target")) {
         throw UsageError("--target is another word for --for: give one of them");
     }

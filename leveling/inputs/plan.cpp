@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "leveling/audio/audio_formats.h"
+#include "leveling/report/csv.h"
 #include "leveling/report/html.h"
 #include "leveling/storage/run_files.h"
 
@@ -231,8 +232,11 @@ void check_facts_paths(const Request& request, std::size_t inputs) {
     if (!request.json_on_standard_output()) {
         check("json", request.json, "{");
     }
-    for (const auto& [option, path] :
-         {std::pair("json", request.json), {"log", request.log}, {"failed", request.failed}}) {
+    check("csv", request.csv, kCsvStart);
+    for (const auto& [option, path] : {std::pair("json", request.json),
+                                       {"csv", request.csv},
+                                       {"log", request.log},
+                                       {"failed", request.failed}}) {
         if (!path.empty() && fs::is_directory(path, ignored)) {
             throw UsageError(fmt::format("--{} {} is a folder", option, path));
         }

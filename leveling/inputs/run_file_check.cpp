@@ -27,6 +27,7 @@ std::vector<NamedFile> written_files(const Request& request) {
     return {{"--failed", request.failed},
             {"--log", request.log},
             {"--json", file_in(request.json)},
+            {"--csv", request.csv},
             {"--report", request.report}};
 }
 

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "leveling/publish/verdict.h"
+#include "leveling/report/csv.h"
 
 namespace quorvane {
 namespace {
@@ -26,6 +27,7 @@ void attempt(std::unique_ptr<Writer>& writer,
 
 // As the messages name them.
 constexpr const char* kJson = "JSON file";
+constexpr const char* kCsv = "CSV file";
 constexpr const char* kReport = "report";
 
 }  // namespace
@@ -38,6 +40,13 @@ ResultFiles::ResultFiles(const Request& request,
         attempt(json_, kJson, problems_, [&] {
             remove_stale_parts(request.json);
             json_ = std::make_unique<StagedText>(request.json);
+        });
+    }
+    if (!request.csv.empty()) {
+        attempt(csv_, kCsv, problems_, [&] {
+            remove_stale_parts(request.csv);
+            csv_ = std::make_unique<StagedText>(request.csv);
+            csv_->add(csv_header());
         });
     }
     if (!request.report.empty()) {
@@ -74,6 +83,9 @@ void ResultFiles::write(std::size_t index) {
             json_->add(dump(facts_document(facts, request_.destinations, request_.curves)) + "\n");
         });
     }
+    if (csv_) {
+        attempt(csv_, kCsv, problems_, [&] { csv_->add(csv_row(facts, request_.destinations)); });
+    }
     strip_details(facts);
     files_.set(index, std::move(facts));
 }
@@ -85,6 +97,9 @@ std::string ResultFiles::commit() {
     }
     if (json_) {
         attempt(json_, kJson, problems_, [&] { json_->commit(); });
+    }
+    if (csv_) {
+        attempt(csv_, kCsv, problems_, [&] { csv_->commit(); });
     }
     return page;
 }

@@ -14,9 +14,10 @@
 namespace quorvane {
 
 /**
- * The JSON file and the report of a run, written file by file while the run goes on, so that the
- * curves of a hundred thousand recordings are never in memory together. Files finish in any order
- * and are written in that of the inputs: what comes early waits. Both take their names at the end.
+ * The JSON file, the CSV file and the report of a run, written file by file while the run goes on,
+ * so that the curves of a hundred thousand recordings are never in memory together. Files finish in
+ * any order and are written in that of the inputs: what comes early waits. All take their names at
+ * the end.
  */
 class ResultFiles {
   public:
@@ -37,10 +38,10 @@ class ResultFiles {
     /** The facts of all files, in the order of the inputs, without curves and passages. */
     const FactsList& files() const { return files_; }
 
-    /** Gives both files their names. Returns the page to open first, or "". Never throws. */
+    /** Gives the files their names. Returns the page to open first, or "". Never throws. */
     std::string commit();
 
-    /** "the JSON file could not be written: ...", once for each of the two. */
+    /** "the JSON file could not be written: ...", once for each of them. */
     const std::vector<std::string>& problems() const { return problems_; }
 
   private:
@@ -51,6 +52,7 @@ class ResultFiles {
     std::vector<bool> there_;
     std::size_t next_ = 0;  // the first that is not written
     std::unique_ptr<StagedText> json_;
+    std::unique_ptr<StagedText> csv_;
     std::unique_ptr<ReportWriter> report_;
     std::vector<std::string> problems_;
 };

@@ -61,6 +61,7 @@ struct ResultPlaces {
     std::string report;  // HTML page or folder
     bool listen = true;  // excerpts in the report
     std::string json;    // file, "-" for the standard output
+    std::string csv;     // a table for spreadsheets
     Curves curves = Curves::Tell;
     std::string log;
     std::string failed;  // a list of the inputs that failed

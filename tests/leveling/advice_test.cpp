@@ -9,6 +9,7 @@
 #include "leveling/facts/nearest_word.h"
 #include "leveling/facts/own_destination.h"
 #include "leveling/publish/verdict.h"
+#include "leveling/report/csv.h"
 
 using namespace quorvane;
 using testing::HasSubstr;
@@ -221,6 +222,50 @@ TEST(OwnDestination, IsReadInItsRangesAndHasOneWord) {
         EXPECT_EQ(problem, own_destination(word).problem);
         EXPECT_FALSE(find_destination(word)) << word;
     }
+}
+
+TEST(Csv, TextIsQuotedAndNoFormula) {
+    const std::pair<const char*, const char*> rows[] = {
+        {"a.wav", "a.wav"},
+        {"", ""},
+        {"a, b.wav", "\"a, b.wav\""},
+        {"a\"b", "\"a\"\"b\""},
+        {"a\nb", "\"a\nb\""},
+        {"=1+1", "'=1+1"},
+        {"+1", "'+1"},
+        {"-1.wav", "'-1.wav"},
+        {"@SUM(A1)", "'@SUM(A1)"},
+        {"=\"x\"", "\"'=\"\"x\"\"\""},
+        {"\tx", "'\tx"},
+        {"\xe9.wav", "\xef\xbf\xbd.wav"},
+        {"a=b", "a=b"},
+    };
+    for (const auto& [text, cell] : rows) {
+        EXPECT_EQ(cell, csv_text(text));
+    }
+}
+
+TEST(Csv, ARowHasACellForEachColumnAndNumbersStayNumbers) {
+    // Stable: programs and spreadsheets refer to these.
+    EXPECT_EQ(0u, csv_header().find("input,output,status,for,ready,verdict,problems,warnings,notes,"
+                                    "cause,remarks,format,duration_s,"));
+    FileFacts facts = a_file(14.2, 1);
+    facts.input = "=x.wav";
+    facts.findings = {kShort, kSilent, kRaised};
+    facts.after->rms_dbfs = kNone;
+    const std::string row = csv_row(facts, {"podcast"});
+    EXPECT_EQ(0u,
+              row.find("'=x.wav,,leveled,podcast,yes,\"Passages of speech were up to 14 dB apart; "
+                       "now within 1 dB. Ready for podcast, but: the right side is silent, it is "
+                       "only 1.0 s long.\",side-silent,short,raised,,,,10,16000,1,8,3,14.2,1,-27,"
+                       "-19.1,0,0,-7,-1.5,-7,-7,-28,,0,0,,,,0\r\n"))
+        << row;
+    EXPECT_EQ("a.wav,,failed,podcast,no,Nothing was written.", [&] {
+        FileFacts failed;
+        failed.input = "a.wav";
+        failed.outcome = Outcome::Failed;
+        return csv_row(failed, {"podcast"}).substr(0, 48);
+    }());
 }
 
 }  // namespace

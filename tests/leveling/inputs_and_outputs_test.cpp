@@ -269,7 +269,7 @@ TEST_F(RunFilesOf, NothingThatIsWrittenIsAnotherFileOfTheRun) {
         {"options", "--options-file options"},
         {"plan", "--plan plan"},
         {"results", "the results results"}};
-    for (auto option : {&Request::log, &Request::json, &Request::report}) {
+    for (auto option : {&Request::log, &Request::json, &Request::csv, &Request::report}) {
         for (const auto& [path, other] : rows) {
             request_.*option = dir_ / path;
             EXPECT_THAT(refusal({dir_ / "results"}),
