@@ -3,6 +3,12 @@
 #include <cmath>
 #include <cstdint>
 
+/** The steps on audio process mono and stereo. */
+constexpr int kMostChannels = 2;
+
+/** The level of silence, and the lowest one that is written: a logarithm of 0 has no number. */
+constexpr double kSilence_db = -200.0;
+
 /** Linear amplitude of a level in dB: 10^(dB/20). */
 inline double db_to_linear(double db) {
     return std::pow(10.0, db / 20.0);

@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "Common/files/whole_file.h"
+#include "Common/result.h"
 #import "app/ErrorPanel.h"
 
 NSString *const QuorvaneProgressNotification = @"quorvaneProgress";
@@ -39,8 +40,6 @@ NSString *const QuorvaneBatchUUIDKey = @"batch_uuid";
 NSString *const QuorvaneFailureReasonKey = @"failure_reason";
 
 namespace {
-
-constexpr int kCancelled = 3;  // levelMain's result
 
 // How long the end of the application waits for the engine to notice that it is cancelled, or for a
 // finished file to be copied to another volume.

@@ -6,6 +6,9 @@
 
 #include "Common/audio/sound_handle.h"
 
+/** Frames that a look through a whole file reads at a time. */
+constexpr long long kLookFrames = 8192;
+
 /**
  * An audio file with a logical span of frames, start (included) to end (excluded), that every read,
  * seek and tell respects. Samples are interleaved; with normalisation on, full scale is -1.0

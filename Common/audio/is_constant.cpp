@@ -6,7 +6,6 @@
 #include "Common/units.h"
 
 bool is_constant(SoundFile& file, SF_INFO info) {
-    constexpr long long kBlockFrames = 8192;
     if (info.frames == 0) {
         return true;
     }
@@ -16,10 +15,10 @@ bool is_constant(SoundFile& file, SF_INFO info) {
     file.ReadDoubleFrames(first.data(), 1);
     file.Seek(0, SEEK_SET);
 
-    std::vector<double> block(kBlockFrames * channels);
-    const long long blocks = ceildiv(info.frames, kBlockFrames);
+    std::vector<double> block(kLookFrames * channels);
+    const long long blocks = ceildiv(info.frames, kLookFrames);
     for (long long b = 0; b < blocks; ++b) {
-        const long long frames = file.ReadDoubleFrames(block.data(), kBlockFrames);
+        const long long frames = file.ReadDoubleFrames(block.data(), kLookFrames);
         for (std::size_t i = 0; i < static_cast<std::size_t>(frames) * channels; i += channels) {
             if (!std::equal(first.begin(), first.end(), block.begin() + static_cast<long>(i))) {
                 return false;

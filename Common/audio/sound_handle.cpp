@@ -147,7 +147,7 @@ int close_sound(SoundHandle& handle) {
     return error;
 }
 
-std::string format_name(int format) {
-    return library_name(SFC_GET_FORMAT_INFO, format & SF_FORMAT_TYPEMASK) + "/" +
+std::string format_name(int format, const char* between) {
+    return library_name(SFC_GET_FORMAT_INFO, format & SF_FORMAT_TYPEMASK) + between +
            library_name(SFC_GET_FORMAT_INFO, format & SF_FORMAT_SUBMASK);
 }

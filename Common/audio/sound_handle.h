@@ -37,6 +37,6 @@ const std::string& sound_write_reason();
  */
 int close_sound(SoundHandle& handle);
 
-/** "WAV (Microsoft)/Signed 16 bit PCM": the library's names of a format's container and encoding.
+/** The library's names of a format's container and encoding: "WAV (Microsoft)/Signed 16 bit PCM".
  */
-std::string format_name(int format);
+std::string format_name(int format, const char* between = "/");

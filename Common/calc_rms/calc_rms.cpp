@@ -19,7 +19,6 @@ namespace calc_rms {
 namespace {
 
 constexpr const char* kSource = "Common/calc_rms/calc_rms";
-constexpr double kSilence_db = -200.0;
 
 /** Whole frames in a bin, as samples. The product is 32 bits wide, without sign, and wraps. */
 std::uint32_t bin_samples(const CCLArgs& args, const SF_INFO& info) {

@@ -42,7 +42,6 @@ namespace calculate_gains {
 namespace {
 
 constexpr const char* kSource = "Common/calculate_gains/calculate_gains";
-constexpr double kSilence_db = -200.0;
 constexpr double kMostBufferFrames = 1e9;      // 8 GB for one channel
 constexpr long long kMostBinsOutside = 72000;  // an hour of 50 ms
 

@@ -157,7 +157,7 @@ void CNoiseGate::start_mono() {
     CLevelMeter ahead(args_.meter_samples);
     initializeMeter(current);
     initializeMeter(ahead);
-    start_gain(current, ahead);
+    start_gain(current);
     meters_ = {PairMeter(current, ahead)};
 }
 
@@ -170,8 +170,8 @@ void CNoiseGate::start_stereo() {
     double right_energy = 0.0;
     initializeMeters(left, right, left_energy, right_energy);
     initializeMeters(left_ahead, right_ahead, left_energy, right_energy);
-    start_gain(left, left_ahead);
-    start_gain(right, right_ahead);
+    start_gain(left);
+    start_gain(right);
     meters_ = {PairMeter(left, right), PairMeter(left_ahead, right_ahead)};
 }
 
@@ -204,9 +204,9 @@ void CNoiseGate::initializeMeters(CLevelMeter& left,
     right_energy = right.initialize(one_channel.data());
 }
 
-void CNoiseGate::start_gain(const CLevelMeter& current, const CLevelMeter& ahead) {
+void CNoiseGate::start_gain(const CLevelMeter& first) {
     // A recording that begins in the middle of a word must not fade in.
-    const bool open = args_.attack_energy < current.level() || args_.attack_energy < ahead.level();
+    const bool open = args_.attack_energy < first.level();
     gains_.push_back({open ? kOpen : kClosed, open ? args_.open_gain : args_.closed_gain, 0});
 }
 

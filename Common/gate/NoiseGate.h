@@ -77,7 +77,7 @@ class CNoiseGate : public stream::Stage {
     void start_mono();
     void start_stereo();
     const double* first_frames() const;
-    void start_gain(const CLevelMeter& current, const CLevelMeter& ahead);
+    void start_gain(const CLevelMeter& first);
     void gate_block(long long frames);
     const double* look_ahead(long long frames, long long& frames_ahead);
     void forget_passed_frames();

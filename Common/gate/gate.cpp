@@ -73,9 +73,7 @@ int gate_tmain(int argc, const char** argv) {
     if (!handle) {
         throw ss_sf_openinput_error(args.sound_file_in);
     }
-    if (info.channels > 2) {
-        throw ss_sf_too_many_channels_error(args.sound_file_in, info.channels);
-    }
+    step_errors::require_known_channels<Step>(args.sound_file_in, info);
     step_errors::require_other_file<Step>(args.sound_file_in, args.sound_file_out);
     SF_INFO output_info = info;
     SoundHandle output = open_sound_for_writing(args.sound_file_out, output_info);

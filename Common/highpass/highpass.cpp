@@ -78,9 +78,7 @@ double highpass_tmain(int argc, const char** argv) {
     SoundFile input_file(args.sound_file_in, true);
     SF_INFO info{};
     input_file.GetInfo(&info);
-    if (info.channels > 2) {
-        throw ss_sf_too_many_channels_error(args.sound_file_in, info.channels);
-    }
+    step_errors::require_known_channels<Step>(args.sound_file_in, info);
     step_errors::require_other_file<Step>(args.sound_file_in, args.sound_file_out);
     // The output is made before the settings are converted: what is wrong with them leaves it
     // empty.

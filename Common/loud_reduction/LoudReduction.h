@@ -65,9 +65,7 @@ class LoudReduction {
         if (!handle) {
             throw step_errors::sf_openinput_error<Step>(args_.sound_file_in);
         }
-        if (info.channels > 2) {
-            throw step_errors::sf_too_many_channels_error<Step>(args_.sound_file_in, info.channels);
-        }
+        step_errors::require_known_channels<Step>(args_.sound_file_in, info);
         step_errors::require_other_file<Step>(args_.sound_file_in, args_.sound_file_out);
         input_.reset(new SoundSource(handle, args_.sound_file_in, info));
         grid_ = make_bin_grid<Step>(info, args_.bin_size_ms);

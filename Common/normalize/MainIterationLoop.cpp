@@ -17,7 +17,6 @@ namespace normalize {
 
 namespace {
 constexpr int kMostIterations = 10;
-constexpr double kNoLevel_db = -200.0;
 }  // namespace
 
 double UpdateXEstimate(double x0, double x1, double y0, double y1, double target) {
@@ -61,7 +60,7 @@ void MainIterationLoop::Go() {
         DumpLoopVars(x0, x1, y0, y1);
         last_error_db_ = y1 - target_level_db_;
         // Without a bin that counts the level stays where it is, and so does the gain.
-        has_level_ = y1 != kNoLevel_db;
+        has_level_ = y1 != kSilence_db;
         last_gain_ = x1;
         const double x2 = UpdateGainEstimate(x0, x1, y0, y1);
         x0 = x1;
@@ -135,7 +134,7 @@ double MainIterationLoop::EstimateOutputLevel_db(double /*gain*/) const {
             ++counted;
         }
     }
-    return counted == 0 || sum == 0.0 ? kNoLevel_db : 10.0 * std::log10(sum / counted);
+    return counted == 0 || sum == 0.0 ? kSilence_db : 10.0 * std::log10(sum / counted);
 }
 
 }  // namespace normalize

@@ -66,9 +66,7 @@ void NormalizeOperation::Execute() {
     if (!handle) {
         throw ss_sf_openinput_error(args_.sound_file_in);
     }
-    if (info.channels > 2) {
-        throw ss_sf_too_many_channels_error(args_.sound_file_in, info.channels);
-    }
+    step_errors::require_known_channels<Step>(args_.sound_file_in, info);
     step_errors::require_other_file<Step>(args_.sound_file_in, args_.sound_file_out);
     // Opened for writing only after the fit: a recording that cannot be leveled makes no output.
     input_.reset(new SoundSource(handle, args_.sound_file_in, info));
@@ -131,8 +129,6 @@ void NormalizeOperation::ApplyGains() {
     const SoundFile file(args_.sound_file_out, &info, true);
     SoundWriter writer(file.handle(), args_.sound_file_out, info.channels, grid_.bin_frames,
                        fail_write<Step>);
-    // Where the target may be lowered, floats are counted, too: a level that ran away is one in any
-    // encoding. Else they go to the writer straight, without the detour.
     const bool holds = !holds_any_level(info.format);
     const auto mode = holds ? FullScaleHold::Mode::kHold : FullScaleHold::Mode::kOnlyCount;
     // Where the target may be lowered, floats are counted, too: a level that ran away is one in any

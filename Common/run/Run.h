@@ -6,13 +6,11 @@
 
 #include "Common/CommandLine.h"
 #include "Common/outcome.h"
+#include "Common/result.h"
 #include "Common/run/run_files.h"
 #include "Common/run/run_settings.h"
 
 class OutcomeRecord;
-
-/** What levelMain returns. */
-enum Result { kSuccess = 0, kFailure = 1, kCancelled = 3 };
 
 /**
  * One run over one file: looks at the input, lets the ten steps work in their order, each on the

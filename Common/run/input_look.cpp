@@ -7,6 +7,7 @@
 #include "Common/audio/finite.h"
 #include "Common/normalize/normalize.h"
 #include "Common/reporting/failure.h"
+#include "Common/units.h"
 
 void note_frames_missing(SoundFile& file, const SF_INFO& info) {
     reporting::Defect defect;
@@ -26,12 +27,11 @@ void note_frames_missing(SoundFile& file, const SF_INFO& info) {
 }
 
 void note_odd_samples(SoundFile& file, const SF_INFO& info, long long frames) {
-    constexpr long long kBlockFrames = 8192;
-    std::vector<double> block(static_cast<std::size_t>(kBlockFrames * info.channels));
+    std::vector<double> block(static_cast<std::size_t>(kLookFrames * info.channels));
     FiniteGuard guard(file.path(), info);
     sf_seek(file.handle().get(), 0, SEEK_SET);
     for (long long left = frames; left > 0;) {
-        const long long read = file.ReadDoubleFrames(block.data(), std::min(left, kBlockFrames));
+        const long long read = file.ReadDoubleFrames(block.data(), std::min(left, kLookFrames));
         if (read <= 0) {
             note_frames_missing(file, info);
             break;
@@ -52,7 +52,7 @@ void require_writable_format(const std::string& path, SF_INFO info, int bit_dept
     if (bit_depth != 0) {
         info.format = normalize::output_format(info.format, bit_depth);
     }
-    if (info.channels <= 2 && sf_format_check(&info) == SF_FALSE) {
+    if (info.channels <= kMostChannels && sf_format_check(&info) == SF_FALSE) {
         throw std::runtime_error(path + ": cannot write the format " + format_name(info.format));
     }
 }

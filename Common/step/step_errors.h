@@ -6,6 +6,7 @@
 #include "Common/files/same_file.h"
 #include "Common/reporting/log.h"
 #include "Common/ss_util.h"
+#include "Common/units.h"
 
 /**
  * The errors of the signal-processing steps. Every step namespace has types of its own, made from
@@ -205,6 +206,14 @@ class sf_too_many_channels_error : public sf_format_error<Step> {
   private:
     int channels_;
 };
+
+/** Throws sf_too_many_channels_error. Call it with the header's facts, before any work. */
+template <class Step>
+void require_known_channels(const std::string& file, const SF_INFO& info) {
+    if (info.channels > kMostChannels) {
+        throw sf_too_many_channels_error<Step>(file, info.channels);
+    }
+}
 
 /** No bin is above the noise floor. Where step 3 finds that, the driver copies the input. */
 template <class Step>

@@ -3,9 +3,9 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <boost/algorithm/string/trim.hpp>
 #include <chrono>
 #include <filesystem>
-#include <sstream>
 #include <utility>
 #include <vector>
 
@@ -50,16 +50,6 @@ using Clock = std::chrono::steady_clock;
 
 double seconds_since(Clock::time_point start) {
     return std::chrono::duration<double>(Clock::now() - start).count();
-}
-
-/** The lines of the text with all control characters but the line ends made visible. */
-std::string printable_lines(const std::string& messages) {
-    std::string text;
-    std::istringstream lines(messages);
-    for (std::string line; std::getline(lines, line);) {
-        text += (text.empty() ? "" : "\n") + printable(line);
-    }
-    return text;
 }
 
 /** Adds what the plan noted to the facts of a file that was, or would be, worked on. */
@@ -120,7 +110,8 @@ class ShownBatch : public BatchObserver {
 
     void messages(std::size_t /*index*/, const std::string& text) override {
         if (settings_.verbose) {
-            screen_.line(printable_lines(text));
+            screen_.line(printable_lines(
+                boost::algorithm::trim_right_copy_if(text, [](char c) { return c == '\n'; })));
         }
     }
 

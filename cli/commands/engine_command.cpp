@@ -18,6 +18,7 @@
 
 #include "Common/files/copy_file.h"
 #include "Common/level.h"
+#include "Common/result.h"
 #include "cli/commands/engine_words.h"
 #include "leveling/archive/record.h"
 #include "leveling/engine/hooks.h"
@@ -37,7 +38,6 @@ namespace fs = boost::filesystem;
 
 namespace {
 
-constexpr int kFailure = 1;
 constexpr unsigned kLongestStop_s = 10;
 constexpr std::size_t kOpenFiles = 24;  // standard streams, input, output, intermediates, locks
 
@@ -84,17 +84,6 @@ void require_writable_output(const EngineWords& words) {
     require_other_files(words, output);
 }
 
-/** Lines, each without what could drive the terminal that shows it. */
-std::string printable_lines(const std::string& text) {
-    std::string shown;
-    for (std::size_t at = 0; at < text.size();) {
-        const std::size_t end = std::min(text.find('\n', at), text.size());
-        shown += quorvane::printable(text.substr(at, end - at)) + (end < text.size() ? "\n" : "");
-        at = end + 1;
-    }
-    return shown;
-}
-
 int show_progress(void* /*context*/, float fraction) {
     std::printf("%3d%%\r", static_cast<int>(std::lround(fraction * 100.0F)));
     std::fflush(stdout);
@@ -116,7 +105,7 @@ void take_words(void* context, LevelWords kind, const char* text) {
     if (kind != kLevelWordsOutput) {
         held.text += text;
     } else if (std::string(text).find(held.directory) == std::string::npos) {
-        std::cout << printable_lines(text) << std::flush;
+        std::cout << quorvane::printable_lines(text) << std::flush;
     }
 }
 
@@ -282,7 +271,7 @@ int tell(const EngineWords& words, int result, const HeldWords& held) {
     switch (outcome.kind) {
         case kLevelNotRun:
         case kLevelWrongUsage:
-            std::cerr << printable_lines(held.text);
+            std::cerr << quorvane::printable_lines(held.text);
             return result;
         case kLevelCancelled:
             std::cerr << input << ": cancelled" << std::endl;

@@ -72,17 +72,6 @@ bool is_still_at(int file, const std::string& path) {
 
 }  // namespace
 
-std::string missing_folder(const std::string& output) {
-    std::error_code error;
-    fs::path missing;
-    fs::path at = fs::absolute(output).parent_path();
-    while (!fs::exists(at, error) && at != at.parent_path()) {
-        missing = at;
-        at = at.parent_path();
-    }
-    return missing.string();
-}
-
 OutputClaim::~OutputClaim() {
     release();
 }

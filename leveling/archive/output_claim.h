@@ -5,11 +5,6 @@
 
 namespace quorvane {
 
-/**
- * The topmost folder that is missing of those that lead to the output, or "": what a run will make.
- */
-std::string missing_folder(const std::string& output);
-
 /** What a process does when another one is at the same output. */
 enum class WhenTaken { Leave, Wait };
 

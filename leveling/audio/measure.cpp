@@ -25,7 +25,6 @@ namespace {
 constexpr double kShortTermSeconds = 3.0;
 constexpr double kLeastStepSeconds = 0.1;
 constexpr double kMostPoints = 1000;
-constexpr long long kReadFrames = 16384;  // at a time from the file
 constexpr std::size_t kPieceFrames = 1024;
 constexpr std::int64_t kBlockSeconds = 4;   // that the loudness meter takes as two runs
 constexpr std::int64_t kSettleSeconds = 1;  // four times what the loudness meter's filters need

@@ -20,6 +20,18 @@ constexpr std::int64_t kMostFrames = std::int64_t{1} << 48;  // 186 years at 48 
 
 }  // namespace
 
+void require_form_of(const SndfileHandle& leveled, int sample_rate_hz, int channels) {
+    if (leveled.samplerate() != sample_rate_hz || leveled.channels() != channels) {
+        throw std::runtime_error("the leveled file does not have the format of its input");
+    }
+}
+
+void require_numbers(const Scan& leveled) {
+    if (!leveled.finite) {
+        throw std::runtime_error("the leveled file holds samples that are no numbers");
+    }
+}
+
 Scan scan(const std::string& path) {
     SF_INFO info{};
     const SoundHandle handle = open_sound_for_reading(path, info);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <sndfile.hh>
 #include <string>
 
 /*
@@ -17,6 +18,19 @@ struct Scan {
     double rms = 0;      // over all samples of all channels, linear
     bool finite = true;  // no sample is infinite or not a number
 };
+
+// Bounds of the last look, linear: what lies beyond them was not leveled but spoilt.
+constexpr double kMostPeak = 1.0 + 1e-6;
+constexpr double kMostLossyPeak = 4.0;  // an encoder moves peaks by a few dB
+// Of the engine alone. It does not limit quiet bins, so that a click in a pause may pass full scale
+// in a float file; by more than this it is no click.
+constexpr double kMostEnginePeak = 2.0;
+
+/** Throws std::runtime_error unless a leveled file has its input's rate and channels. */
+void require_form_of(const SndfileHandle& leveled, int sample_rate_hz, int channels);
+
+/** Throws std::runtime_error where a leveled file has samples that are not numbers. */
+void require_numbers(const Scan& leveled);
 
 /** Decodes all of a file that libsndfile reads. Throws std::runtime_error when it cannot. */
 Scan scan(const std::string& path);

@@ -8,6 +8,9 @@
 
 namespace quorvane {
 
+/** What is read and processed at a time where no result depends on it. */
+constexpr long long kReadFrames = 16384;
+
 /**
  * Opens an audio file. Both throw std::runtime_error with libsndfile's reason. (A handle's own test
  * for truth tells only that it was constructed.)

@@ -13,8 +13,8 @@
 #include <system_error>
 #include <utility>
 
-#include "leveling/archive/output_claim.h"
 #include "leveling/facts/file_error.h"
+#include "leveling/storage/folders.h"
 #include "leveling/worker/delivery.h"
 #include "leveling/worker/worker_process.h"
 

@@ -13,8 +13,8 @@
 #include <system_error>
 #include <thread>
 
-#include "leveling/archive/output_claim.h"
 #include "leveling/engine/temporary_room.h"
+#include "leveling/storage/folders.h"
 #include "leveling/storage/staged_output.h"
 #include "leveling/words/text.h"
 #include "leveling/worker/look.h"
@@ -74,12 +74,6 @@ FileFacts take_look(PlannedFile& file, FileFacts found) {
     }
     found.outcome = Outcome::Planned;
     return found;
-}
-
-/** The folder itself or the first one on the way up that is there. */
-std::string existing_folder(const std::string& folder) {
-    const fs::path missing = missing_folder(folder + "/.");
-    return missing.empty() ? fs::absolute(folder).string() : missing.parent_path().string();
 }
 
 /** Decimal units, as disks are sold and file managers count. */

@@ -16,9 +16,6 @@
 namespace quorvane {
 namespace {
 
-// Quiet bins are not limited, so that a click in a pause may pass the ceiling in a float file. What
-// passes full scale by more than this is no click: the level has run away.
-constexpr double kHighestPeak = 2.0;
 // The target is a level of the louder bins alone, so that the whole stays below it.
 constexpr double kHighestAboveTarget_db = 6.0;
 constexpr double kUsualTarget_db = -18.0;
@@ -62,7 +59,7 @@ void require_no_runaway(const Scan& output) {
     const double target_db = known ? found->target_level_db : kUsualTarget_db;
     // A recording of a single bin has no level that could be fitted: its peak alone sets the gain.
     const bool fitted = !known || found->fit_error_db > -kUnfitted_db;
-    if (output.peak > kHighestPeak ||
+    if (output.peak > kMostEnginePeak ||
         (fitted && output.rms > db_to_linear(target_db + kHighestAboveTarget_db))) {
         throw std::runtime_error(fmt::format(
             "its level ran away, to {:+.1f} dBFS with a peak of {:+.1f} dBFS, so nothing was "
@@ -76,13 +73,9 @@ void require_no_runaway(const Scan& output) {
 void require_sound_output(const std::string& input, const std::string& output) {
     const SndfileHandle before = open_to_read(input);
     const SndfileHandle after = open_to_read(output);
-    if (before.samplerate() != after.samplerate() || before.channels() != after.channels()) {
-        throw std::runtime_error("the leveled file does not have the format of its input");
-    }
+    require_form_of(after, before.samplerate(), before.channels());
     const Scan scanned = scan_of(output, after);
-    if (!scanned.finite) {
-        throw std::runtime_error("the leveled file holds samples that are no numbers");
-    }
+    require_numbers(scanned);
     require_length(tells_length(before, input) ? before.frames() : scan(input).frames,
                    scanned.frames, before.samplerate());
     require_no_runaway(scanned);

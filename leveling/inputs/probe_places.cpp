@@ -11,6 +11,7 @@
 #include "leveling/archive/record.h"
 #include "leveling/facts/file_error.h"
 #include "leveling/inputs/plan.h"
+#include "leveling/storage/folders.h"
 
 /*
  * The questions are asked without a trace on the disk, so that a dry run may ask them too. They
@@ -23,24 +24,10 @@ namespace fs = std::filesystem;
 
 namespace {
 
-/** The folder itself or the nearest one above it that is there. */
-fs::path nearest_existing(fs::path folder) {
-    std::error_code error;
-    for (folder = fs::absolute(folder, error); !fs::exists(folder, error);
-         folder = folder.parent_path()) {
-        if (folder == folder.root_path()) {
-            break;
-        }
-    }
-    return folder;
-}
-
 /** Why no file can be made in the folder; empty when one can. */
 std::string folder_problem(const fs::path& folder) {
-    const fs::path existing = nearest_existing(folder);
-    const auto because = [&](int error) {
-        return folder_cause(existing.string(), std::strerror(error));
-    };
+    const std::string existing = existing_folder(folder.string());
+    const auto because = [&](int error) { return folder_cause(existing, std::strerror(error)); };
     std::error_code error;
     if (!fs::is_directory(existing, error)) {
         return because(error ? error.value() : ENOTDIR);
@@ -66,7 +53,7 @@ Place look_at(const fs::path& folder) {
     if (problem.empty()) {
         problem = record_problem((folder / kRecordName).string());
     }
-    return {problem, pathconf(nearest_existing(folder).c_str(), _PC_NAME_MAX)};
+    return {problem, pathconf(existing_folder(folder.string()).c_str(), _PC_NAME_MAX)};
 }
 
 std::string name_problem(const fs::path& output, long most) {

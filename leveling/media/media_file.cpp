@@ -6,10 +6,11 @@
 #include <array>
 #include <map>
 
+#include "Common/units.h"
+
 namespace quorvane::media {
 namespace {
 
-constexpr int kMostChannels = 2;
 constexpr double kLongestSeconds = 14 * 86400.0;
 constexpr int kPacketsLookedAt = 50;  // for marks of encryption
 

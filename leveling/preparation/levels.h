@@ -1,13 +1,13 @@
 #pragma once
 
+#include "Common/units.h"
+
 namespace quorvane {
 
 /*
  * Levels that decisions are taken on. They come from additions, multiplications and divisions
  * alone, so that every build takes the same decisions, and are rounded to 1e-4 dB.
  */
-
-constexpr double kSilence_db = -200.0;
 
 /** 10 log10 of a power, rounded; kSilence_db at least. */
 double level_of_power(double power);

@@ -8,6 +8,7 @@
 
 #include "Common/level.h"
 #include "Common/stream/pump.h"
+#include "Common/units.h"
 #include "leveling/audio/portable_math.h"
 #include "leveling/engine/engine_run.h"
 #include "leveling/engine/output_gate.h"
@@ -25,7 +26,6 @@
 namespace quorvane {
 namespace {
 
-constexpr int kMostChannels = 2;
 // Below full scale, for what the engine's high-pass adds to a peak before it clips.
 constexpr double kPeak_db = -3;
 constexpr double kNoiseRaise_db = 30;  // what has to be raised so far and holds no speech is noise

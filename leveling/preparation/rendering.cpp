@@ -5,11 +5,11 @@
 
 #include "Common/units.h"
 #include "leveling/audio/portable_math.h"
+#include "leveling/audio/sound_file.h"
 
 namespace quorvane {
 namespace {
 
-constexpr long long kBlockFrames = 16384;
 constexpr int kFade_ms = 300;
 constexpr int kSettle_ms = 300;  // that the high-pass hears before its output counts
 
@@ -79,7 +79,7 @@ class Renderer {
           channels_(recording_.info().channels),
           filter_(rendering.high_pass, recording_.info().channels),
           out_(out),
-          original_(static_cast<std::size_t>(kBlockFrames * channels_)),
+          original_(static_cast<std::size_t>(kReadFrames * channels_)),
           pause_(original_.size()),
           result_(original_.size()) {
         recording_.source().announce(recording_.info().frames);
@@ -88,7 +88,7 @@ class Renderer {
 
     void render(const Span& span) {
         for (long long at = span.begin; at < span.end;) {
-            const long long frames = std::min(kBlockFrames, span.end - at);
+            const long long frames = std::min(kReadFrames, span.end - at);
             render_block(span, at, frames);
             at += frames;
         }
@@ -206,10 +206,10 @@ void render_with_one_gain(const std::string& recording,
                           const std::function<void(double)>& progress) {
     InputFile in(recording);
     const auto channels = static_cast<std::size_t>(in.info().channels);
-    std::vector<double> original(static_cast<std::size_t>(kBlockFrames) * channels);
+    std::vector<double> original(static_cast<std::size_t>(kReadFrames) * channels);
     std::vector<double> result(original.size());
     double done = 0;
-    for (long long frames = 0; (frames = in.source().read(original.data(), kBlockFrames)) > 0;) {
+    for (long long frames = 0; (frames = in.source().read(original.data(), kReadFrames)) > 0;) {
         const auto count = static_cast<std::size_t>(frames) * channels;
         std::transform(original.begin(), original.begin() + static_cast<std::ptrdiff_t>(count),
                        result.begin(), [gain](double sample) { return sample * gain; });

@@ -34,7 +34,6 @@
 namespace quorvane {
 namespace {
 
-constexpr sf_count_t kBlockFrames = 16384;
 constexpr int kMostTrials = 6;  // for one ceiling
 constexpr int kMostDeliveries = 10;
 constexpr double kTrialAccuracy = 0.05;    // dB
@@ -203,7 +202,7 @@ Trial Publisher::try_out(double gain_db, SndfileHandle* out) {
     LevelMeter meter(destination_.kind, in);
     TruePeakLimiter limiter(channels_, in.samplerate(), portable_amplitude(gain_db),
                             portable_amplitude(ceiling_db_), ceilings_->factors());
-    std::vector<double> block(static_cast<std::size_t>(kBlockFrames) *
+    std::vector<double> block(static_cast<std::size_t>(kReadFrames) *
                               static_cast<std::size_t>(channels_));
     std::vector<double> ready;
     const auto pass_on = [&] {
@@ -215,7 +214,7 @@ Trial Publisher::try_out(double gain_db, SndfileHandle* out) {
         ready.clear();
     };
     double done = 0;
-    for (sf_count_t got = 0; (got = in.readf(block.data(), kBlockFrames)) > 0;) {
+    for (sf_count_t got = 0; (got = in.readf(block.data(), kReadFrames)) > 0;) {
         limiter.process(block.data(), static_cast<std::size_t>(got), ready);
         pass_on();
         done += static_cast<double>(got);

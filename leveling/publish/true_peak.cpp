@@ -106,17 +106,16 @@ namespace {
 /** Gives every run of peaks of a file, the last ones too, and the finder to `take`. */
 template <class Take>
 void read_peaks(const std::string& path, double unnoticed, const Take& take) {
-    constexpr sf_count_t kBlockFrames = 65536;
     SndfileHandle file = open_to_read(path);
     const auto channels = static_cast<std::size_t>(file.channels());
     TruePeakFinder finder(file.channels(), unnoticed);
-    std::vector<double> samples(static_cast<std::size_t>(kBlockFrames) * channels);
-    std::vector<double> peaks(static_cast<std::size_t>(kBlockFrames));
+    std::vector<double> samples(static_cast<std::size_t>(kReadFrames) * channels);
+    std::vector<double> peaks(static_cast<std::size_t>(kReadFrames));
     const auto find = [&](std::size_t frames) {
         finder.find(samples.data(), frames, peaks.data());
         take(peaks.data(), frames, finder, file.samplerate());
     };
-    for (sf_count_t got = 0; (got = file.readf(samples.data(), kBlockFrames)) > 0;) {
+    for (sf_count_t got = 0; (got = file.readf(samples.data(), kReadFrames)) > 0;) {
         find(static_cast<std::size_t>(got));
     }
     if (file.error()) {

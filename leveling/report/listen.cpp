@@ -10,6 +10,7 @@
 #include <stdexcept>
 #include <vector>
 
+#include "Common/units.h"
 #include "leveling/audio/loudness_meter.h"
 #include "leveling/audio/sound_file.h"
 #include "leveling/publish/sinc.h"
@@ -223,7 +224,7 @@ q('.player').hidden=false;show()})();
 }  // namespace
 
 std::string listening_part(const FileFacts& facts) {
-    if (facts.outcome != Outcome::Leveled || !facts.leveling || facts.channels > 2) {
+    if (facts.outcome != Outcome::Leveled || !facts.leveling || facts.channels > kMostChannels) {
         return "";
     }
     const double from_s = most_different_s(facts, kSeconds);

@@ -83,6 +83,16 @@ std::string printable(const std::string& text) {
     return result;
 }
 
+std::string printable_lines(const std::string& text) {
+    std::string shown;
+    for (std::size_t at = 0; at < text.size();) {
+        const std::size_t end = std::min(text.find('\n', at), text.size());
+        shown += printable(text.substr(at, end - at)) + (end < text.size() ? "\n" : "");
+        at = end + 1;
+    }
+    return shown;
+}
+
 std::string fit(const std::string& text, std::size_t columns) {
     const std::size_t width = display_width(text);
     if (width <= columns) {

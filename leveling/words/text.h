@@ -13,6 +13,9 @@ std::size_t display_width(const std::string& text);
  */
 std::string printable(const std::string& text);
 
+/** The same with every line end kept. */
+std::string printable_lines(const std::string& text);
+
 /** Exactly so many columns: cut in the middle with "…", or filled with spaces on the right. */
 std::string fit(const std::string& text, std::size_t columns);
 

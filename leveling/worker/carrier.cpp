@@ -6,6 +6,7 @@
 #include <stdexcept>
 #include <system_error>
 
+#include "Common/units.h"
 #include "leveling/audio/sound_file.h"
 #include "leveling/facts/file_error.h"
 #include "leveling/worker/media_module.h"
@@ -43,7 +44,6 @@ void refuse_empty(const std::string& path) {
 }  // namespace
 
 void require_channels(const FileFacts& facts) {
-    constexpr int kMostChannels = 2;
     if (facts.channels > kMostChannels) {
         throw FileError(fmt::format("it has {} channels, at most {} can be leveled", facts.channels,
                                     kMostChannels));

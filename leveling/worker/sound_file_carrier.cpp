@@ -12,6 +12,7 @@
 #include <stdexcept>
 #include <system_error>
 
+#include "Common/audio/sound_handle.h"
 #include "leveling/audio/audio_formats.h"
 #include "leveling/audio/dither.h"
 #include "leveling/audio/scan.h"
@@ -46,9 +47,7 @@ namespace {
 
 constexpr int kOpusRateHz = 48000;
 
-// Bounds of the last look at an output: what lies beyond them was not leveled but spoilt.
-constexpr double kMostPeak = 1.0 + 1e-6;  // linear
-constexpr double kMostLossyPeak = 4.0;    // linear: an encoder moves peaks by a few dB
+// Another bound of the last look at an output; the others are in scan.h.
 constexpr std::int64_t kMostPadding =
     std::int64_t{16} * 1152;  // frames; encoders fill up their blocks
 
@@ -61,16 +60,6 @@ SndfileHandle readable_input(const std::string& path) {
     } catch (const std::runtime_error& error) {
         throw FileError(fmt::format("cannot be read as audio: {}", error.what()));
     }
-}
-
-/** "WAV (Microsoft), Signed 16 bit PCM". */
-std::string format_name(int format) {
-    SF_FORMAT_INFO major{format & SF_FORMAT_TYPEMASK, nullptr, nullptr};
-    SF_FORMAT_INFO minor{format & SF_FORMAT_SUBMASK, nullptr, nullptr};
-    sf_command(nullptr, SFC_GET_FORMAT_INFO, &major, sizeof major);
-    sf_command(nullptr, SFC_GET_FORMAT_INFO, &minor, sizeof minor);
-    return fmt::format("{}, {}", major.name ? major.name : "unknown container",
-                       minor.name ? minor.name : "unknown coding");
 }
 
 /** Where the stream's holes lie in what a decoder makes of it. */
@@ -203,7 +192,7 @@ void SoundFileCarrier::read_info(FileFacts& facts) {
     info_.channels = file.channels();
     info_.samplerate = file.samplerate();
     info_.frames = is_known_length(file.frames()) ? file.frames() : 0;
-    facts.format = format_name(info_.format);
+    facts.format = format_name(info_.format, ", ");
     facts.sample_rate_hz = info_.samplerate;
     facts.channels = info_.channels;
     facts.frames = info_.frames;
@@ -354,16 +343,14 @@ std::string SoundFileCarrier::add_metadata(const std::string& encoded,
 
 void SoundFileCarrier::check(const std::string& complete, const Scan* known, FileFacts& facts) {
     const SndfileHandle after = open_to_read(complete);
-    if (after.samplerate() != info_.samplerate || after.channels() != info_.channels ||
-        (after.format() & SF_FORMAT_TYPEMASK) != (info_.format & SF_FORMAT_TYPEMASK) ||
+    require_form_of(after, info_.samplerate, info_.channels);
+    if ((after.format() & SF_FORMAT_TYPEMASK) != (info_.format & SF_FORMAT_TYPEMASK) ||
         (!may_change_depth(job_.options.tuning) && after.format() != info_.format)) {
         throw FileError("the leveled file does not have the format of its input");
     }
     const Scan result =
         known != nullptr && known->frames == after.frames() ? *known : scan(complete);
-    if (!result.finite) {
-        throw FileError("the leveled file holds samples that are no numbers");
-    }
+    require_numbers(result);
     const bool lossy = is_lossy(info_.format);
     if (result.peak > (lossy ? kMostLossyPeak : kMostPeak)) {
         throw FileError(fmt::format("the leveled file has peaks of {:+.1f} dBFS",
