@@ -9,10 +9,7 @@
 #include <set>
 
 #include "leveling/media/sound_encoder.h"
-
-extern "C" {
-#include <libavutil/avstring.h>
-}
+#include "leveling/media/stream_copy.h"
 
 /*
  * A Remuxer goes through the input's packets once. A stream of the output (Track) is either a copy,
@@ -23,32 +20,6 @@ extern "C" {
 
 namespace quorvane::media {
 namespace {
-
-/** Tags that tell of the old file's sound or bytes. */
-bool is_stale(const std::string& name) {
-    static const std::set<std::string> names = {"major_brand", "minor_version", "compatible_brands",
-                                                "iTunSMPB",    "iTunNORM",      "DURATION"};
-    return names.count(name) != 0 || av_strncasecmp(name.c_str(), "replaygain_", 11) == 0 ||
-           av_strncasecmp(name.c_str(), "r128_", 5) == 0;
-}
-
-/** Tags of a leveled stream that told of its old packets. */
-bool is_statistic(const std::string& name) {
-    const auto starts = [&](const char* text) { return name.rfind(text, 0) == 0; };
-    return starts("BPS") || starts("NUMBER_OF_") || starts("_STATISTICS_") || starts("SOURCE_ID") ||
-           name == "encoder" || name == "ENCODER";
-}
-
-enum class Tags { All, OfNewSound };
-
-void copy_tags(const AVDictionary* from, AVDictionary** to, Tags which) {
-    const AVDictionaryEntry* tag = nullptr;
-    while ((tag = av_dict_get(from, "", tag, AV_DICT_IGNORE_SUFFIX))) {
-        if (!is_stale(tag->key) && (which == Tags::All || !is_statistic(tag->key))) {
-            set_entry(to, tag->key, tag->value);
-        }
-    }
-}
 
 bool has_tag_starting(const AVDictionary* tags, const char* start) {
     return av_dict_get(tags, start, nullptr, AV_DICT_IGNORE_SUFFIX) != nullptr;
@@ -68,41 +39,6 @@ struct Track {
     std::int64_t last_dts = AV_NOPTS_VALUE;
     std::int64_t shift = 0;  // added to its times, in the output's clock
 };
-
-/**
- * Whether this version's Matroska muxer adds the codec delay to the times it is given, as the
- * demuxer takes it off: some do and some do not, so one packet is written to memory.
- */
-bool muxer_adds_codec_delay(const AVCodecParameters& opus) {
-    constexpr std::int64_t kTimeMs = 1000;  // two bytes, 0x03e8
-    AVFormatContext* context = nullptr;
-    check(avformat_alloc_output_context2(&context, nullptr, "matroska", nullptr), "Matroska");
-    const OutputContext trial(context);
-    AVStream* stream = avformat_new_stream(trial.get(), nullptr);
-    if (!stream) {
-        throw std::bad_alloc();
-    }
-    check(avcodec_parameters_copy(stream->codecpar, &opus), "Matroska");
-    check(avio_open_dyn_buf(&trial->pb), "Matroska");
-    const Packet packet = make_packet();
-    check(av_new_packet(packet.get(), 8), "Matroska");
-    std::memset(packet->data, 0, 8);
-    packet->pts = packet->dts = kTimeMs;
-    const bool written = with_memory([&] {
-                             const int code = avformat_write_header(trial.get(), nullptr);
-                             return code < 0 ? code : av_write_frame(trial.get(), packet.get());
-                         }) >= 0 &&
-                         av_write_trailer(trial.get()) >= 0;
-    std::uint8_t* bytes = nullptr;
-    const int size = avio_close_dyn_buf(trial->pb, &bytes);
-    trial->pb = nullptr;
-    // The cluster's timestamp: its identity, the length 2, the value.
-    constexpr std::uint8_t kAsGiven[] = {0xe7, 0x82, 0x03, 0xe8};
-    const bool as_given =
-        std::search(bytes, bytes + size, std::begin(kAsGiven), std::end(kAsGiven)) != bytes + size;
-    av_free(bytes);
-    return written && !as_given;
-}
 
 class Remuxer {
   public:
@@ -233,72 +169,11 @@ class Remuxer {
         }
         const bool essential = stream.codecpar->codec_type == AVMEDIA_TYPE_VIDEO ||
                                stream.codecpar->codec_type == AVMEDIA_TYPE_AUDIO;
-        if (!essential && !is_taken(stream)) {
+        if (!essential && !muxer_takes(file_.muxer, stream)) {
             leave_out(stream);
             return false;
         }
         return true;
-    }
-
-    // Whether the muxer takes the stream is known only when it has tried.
-    bool is_taken(const AVStream& stream) const {
-        if (stream.codecpar->codec_type == AVMEDIA_TYPE_ATTACHMENT) {
-            return file_.muxer == "matroska";
-        }
-        AVFormatContext* context = nullptr;
-        check(avformat_alloc_output_context2(&context, nullptr, file_.muxer.c_str(), nullptr),
-              "it cannot be written");
-        const OutputContext trial(context);
-        trial->strict_std_compliance = FF_COMPLIANCE_EXPERIMENTAL;
-        AVStream* out = avformat_new_stream(trial.get(), nullptr);
-        if (!out) {
-            throw std::bad_alloc();
-        }
-        copy_parameters(stream, *out);
-        if (avio_open_dyn_buf(&trial->pb) < 0) {
-            return false;
-        }
-        const bool taken =
-            with_memory([&] { return avformat_write_header(trial.get(), nullptr); }) >= 0;
-        std::uint8_t* bytes = nullptr;
-        avio_close_dyn_buf(trial->pb, &bytes);
-        av_free(bytes);
-        trial->pb = nullptr;
-        return taken;
-    }
-
-    // The source's tag where the muxer knows it for the codec, or does not know the codec's.
-    void copy_parameters(const AVStream& from, AVStream& to) const {
-        check(avcodec_parameters_copy(to.codecpar, from.codecpar), "it cannot be written");
-        const AVCodecTag* const* tags = output_->oformat->codec_tag;
-        unsigned known = 0;
-        const bool keep = !tags ||
-                          av_codec_get_id(tags, to.codecpar->codec_tag) == to.codecpar->codec_id ||
-                          !av_codec_get_tag2(tags, to.codecpar->codec_id, &known);
-        if (!keep) {
-            to.codecpar->codec_tag = 0;
-        }
-        to.time_base = from.time_base;
-        to.avg_frame_rate = from.avg_frame_rate;
-        to.r_frame_rate = from.r_frame_rate;
-        to.sample_aspect_ratio = from.sample_aspect_ratio;
-    }
-
-    static void copy_side_data(const AVStream& from, AVStream& to) {
-#if LIBAVFORMAT_VERSION_MAJOR < 61
-        // From then on it belongs to the codec parameters.
-        for (int i = 0; i < from.nb_side_data; ++i) {
-            const AVPacketSideData& side = from.side_data[i];
-            std::uint8_t* data = av_stream_new_side_data(&to, side.type, side.size);
-            if (!data) {
-                throw std::bad_alloc();
-            }
-            std::memcpy(data, side.data, side.size);
-        }
-#else
-        (void)from;
-        (void)to;
-#endif
     }
 
     Track& add_track(int index, Tags tags) {
@@ -318,7 +193,7 @@ class Remuxer {
     void add_copy(int index) {
         const AVStream& from = input_.stream(index);
         AVStream& to = *add_track(index, Tags::All).out;
-        copy_parameters(from, to);
+        copy_parameters(from, *output_->oformat, to);
         copy_side_data(from, to);
         // A cover is an attachment of Matroska that the demuxer shows as a video stream.
         const bool picture = (from.disposition & AV_DISPOSITION_ATTACHED_PIC) != 0;
@@ -327,18 +202,6 @@ class Remuxer {
             set_extradata(*to.codecpar, from.attached_pic);
             to.disposition = 0;
         }
-    }
-
-    static void set_extradata(AVCodecParameters& parameters, const AVPacket& packet) {
-        const auto size = static_cast<std::size_t>(packet.size);
-        av_freep(&parameters.extradata);
-        parameters.extradata =
-            static_cast<std::uint8_t*>(av_mallocz(size + AV_INPUT_BUFFER_PADDING_SIZE));
-        if (!parameters.extradata) {
-            throw std::bad_alloc();
-        }
-        std::memcpy(parameters.extradata, packet.data, size);
-        parameters.extradata_size = packet.size;
     }
 
     void add_sound(const NewSound& sound) {
@@ -393,25 +256,7 @@ class Remuxer {
         if (tool && file_.demuxer == "mov") {
             set_entry(&output_->metadata, "encoding_tool", tool->value);
         }
-        auto** chapters =
-            static_cast<AVChapter**>(av_calloc(std::max(1U, from.nb_chapters), sizeof(AVChapter*)));
-        output_->chapters = chapters;
-        for (unsigned i = 0; i < from.nb_chapters; ++i) {
-            AVChapter* chapter =
-                chapters ? static_cast<AVChapter*>(av_mallocz(sizeof(AVChapter))) : nullptr;
-            if (!chapter) {
-                throw std::bad_alloc();
-            }
-            chapters[i] = chapter;
-            chapters[i]->id = from.chapters[i]->id;
-            chapters[i]->time_base = from.chapters[i]->time_base;
-            chapters[i]->start = from.chapters[i]->start;
-            chapters[i]->end = from.chapters[i]->end;
-            output_->nb_chapters = i + 1;
-            if (av_dict_copy(&chapters[i]->metadata, from.chapters[i]->metadata, 0) < 0) {
-                throw std::bad_alloc();
-            }
-        }
+        copy_chapters(from, *output_);
     }
 
     void set_muxer_options(Options& options) const {
