@@ -11,8 +11,7 @@ namespace {
 
 constexpr std::size_t kNeighbourhood = 60;  // bins with speech: three seconds
 constexpr std::size_t kMostPoints = 1200;
-constexpr long long kStretch = 80;  // bins: four seconds
-constexpr float kLoud_db = 12;      // under the loudest of them
+constexpr float kLoud_db = 12;  // under the loudest of them
 constexpr float kNone = std::numeric_limits<float>::quiet_NaN();
 
 }  // namespace
@@ -88,14 +87,14 @@ double background_under(const Phrases& phrases,
     return quietest_db - static_cast<double>(*tenth);
 }
 
-double unevenness(const std::vector<float>& levels_db) {
+double unevenness(const std::vector<float>& levels_db, long long stretch) {
     const std::vector<bool> all(levels_db.size(), true);
     double sum = 0;
     double squares = 0;
     double count = 0;
     const auto bins = static_cast<long long>(levels_db.size());
-    for (long long begin = 0; begin + kStretch <= bins; begin += kStretch) {
-        const double level = speech_level(levels_db, all, {begin, begin + kStretch});
+    for (long long begin = 0; begin + stretch <= bins; begin += stretch) {
+        const double level = speech_level(levels_db, all, {begin, begin + stretch});
         sum += level;
         squares += level * level;
         ++count;

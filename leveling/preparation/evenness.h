@@ -35,11 +35,11 @@ class SpeechGains {
 };
 
 /**
- * How uneven a recording is: the standard deviation, dB, of the levels of its stretches of four
- * seconds, each without what is 10 dB under its mean, pauses left out. 0 where there are fewer than
- * two.
+ * How uneven a recording is: the standard deviation, dB, of the levels of its stretches of so
+ * many bins, each without what is 10 dB under its mean, pauses left out. 0 where there are fewer
+ * than two.
  */
-double unevenness(const std::vector<float>& levels_db);
+double unevenness(const std::vector<float>& levels_db, long long stretch);
 
 /**
  * How far what fills the gaps, the quietest tenth of the bins outside of pauses, is under the

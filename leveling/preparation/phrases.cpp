@@ -108,6 +108,7 @@ bool is_lively(std::vector<float> levels_db) {
  * decay of the words before it and the rise of those behind it are left out.
  */
 void find_hidden_words(Stretch gap,
+                       const std::vector<float>& levels_db,
                        const std::vector<float>& smooth_db,
                        const std::vector<bool>& speech,
                        double least_db,
@@ -121,10 +122,10 @@ void find_hidden_words(Stretch gap,
     while (gap.length() > 1 && level(gap.end - 2) <= level(gap.end - 1)) {
         --gap.end;
     }
-    const std::vector<float> inside(smooth_db.begin() + gap.begin, smooth_db.begin() + gap.end);
-    if (!is_lively(inside)) {
+    if (!is_lively({levels_db.begin() + gap.begin, levels_db.begin() + gap.end})) {
         return;
     }
+    const std::vector<float> inside(smooth_db.begin() + gap.begin, smooth_db.begin() + gap.end);
     const std::vector<float> near_db = largest_around(inside, kNear);
     std::vector<long long> found;
     for (long long i = gap.begin; i < gap.end; ++i) {
@@ -352,7 +353,7 @@ Phrases find_phrases(const std::vector<float>& levels_db,
     result.words = find_words(levels_db, smooth_db, speech, pauses);
     const double least_db = least_level(levels_db, result.words, pauses);
     for (const Stretch& gap : long_gaps(result.words, pauses)) {
-        find_hidden_words(gap, smooth_db, speech, least_db, result.words);
+        find_hidden_words(gap, levels_db, smooth_db, speech, least_db, result.words);
     }
     const std::vector<Stretch> units = units_of(result.words, smooth_db);
     const std::vector<Sums> sums = sums_of(units, levels_db, result.words);

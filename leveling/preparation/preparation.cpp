@@ -49,6 +49,10 @@ constexpr long kLeastWords = 40;        // bins; with fewer there is no telling
 // The engine also evens out what one speaker says louder and softer, which is no fault.
 constexpr double kNatural_db = 1.0;
 constexpr double kEvenSpan_db = 2;
+constexpr long long kStretch = 80;  // bins: four seconds, over which levels are compared
+constexpr long long kShortStretch = 20;
+constexpr long long kLeastStretches = 4;
+constexpr double kMostUneven_db = 2.5;   // of what gets one gain
 constexpr double kShortOfTarget_db = 1;  // what its peaks may keep from the level of others
 
 // Where the stages end on the progress bar.
@@ -104,12 +108,16 @@ class PreparationRun {
 
   private:
     void analyse();
+
+    Stretch all_bins() const { return {0, levels_.count()}; }
+
     bool is_noise() const;
     void choose_high_pass();
     void write_copy();
     bool run_the_engine();
     void judge();
-    void judge_evenness(double target_db);
+    bool has_enough_words() const;
+    void judge_evenness(double one_gain_db);
     bool needs_no_engine();
     std::vector<float> phrased() const;
     double level_with(const std::vector<float>& gain_db) const;
@@ -197,7 +205,7 @@ bool PreparationRun::is_noise() const {
 }
 
 void PreparationRun::choose_high_pass() {
-    const Stretch whole{0, levels_.count()};
+    const Stretch whole = all_bins();
     const double speech_db = speech_level(levels_.speech_db, speech_, whole);
     const double low_db = speech_level(levels_.low_db, speech_, whole);
     if (speech_db > kSilence_db && low_db > speech_db - kLowsUnderSpeech_db) {
@@ -251,10 +259,15 @@ void PreparationRun::judge() {
     const double target_db =
         speech_level(after_.weighted_db, std::vector<bool>(after_.weighted_db.size(), true), whole);
     curve_db_ = gain_curve(levels_, phrases_, pauses_, {target_db, kCeiling_db});
-    if (unevenness(phrased()) <= unevenness(after_.weighted_db) + kNatural_db) {
+    if (has_enough_words() &&
+        unevenness(phrased(), kStretch) <= unevenness(after_.weighted_db, kStretch) + kNatural_db) {
         way_ = Way::kPhrases;
     }
-    judge_evenness(target_db);
+    judge_evenness(target_db - speech_level(levels_.weighted_db, phrases_.words, all_bins()));
+}
+
+bool PreparationRun::has_enough_words() const {
+    return std::count(phrases_.words.begin(), phrases_.words.end(), true) >= kLeastWords;
 }
 
 /** The levels of the bins outside of pauses as one gain per phrase leaves them. */
@@ -276,8 +289,7 @@ bool PreparationRun::needs_no_engine() {
         return false;
     }
     facts_.background_under_speech_db = background_under(phrases_, levels_.weighted_db, pauses_);
-    const auto words = std::count(phrases_.words.begin(), phrases_.words.end(), true);
-    if (words < kLeastWords || !run_.tuning.empty()) {
+    if (!has_enough_words() || !run_.tuning.empty()) {
         return false;
     }
     constexpr double kWords_db = kTarget_db + kWordsAboveTarget_db;
@@ -287,11 +299,11 @@ bool PreparationRun::needs_no_engine() {
         goal_db += kWords_db - level_with(curve_db_);
     }
     curve_db_ = gain_curve(levels_, phrases_, pauses_, {goal_db, kCeiling_db});
-    if (unevenness(phrased()) > kEvenEnough_db) {
+    if (unevenness(phrased(), kStretch) > kEvenEnough_db) {
         return false;
     }
     way_ = Way::kPhrases;
-    judge_evenness(goal_db);
+    judge_evenness(kWords_db - level_with(std::vector<float>(curve_db_.size(), 0.0F)));
     return true;
 }
 
@@ -300,15 +312,21 @@ double PreparationRun::level_with(const std::vector<float>& gain_db) const {
     std::vector<float> result = levels_.louder_db;
     std::transform(result.begin(), result.end(), gain_db.begin(), result.begin(),
                    [](float level_db, float gain) { return level_db + gain; });
-    return speech_level(result, phrases_.words, {0, levels_.count()});
+    return speech_level(result, phrases_.words, all_bins());
 }
 
-/** Whether it was even before: then no gain that moves, and no filter, makes it better. */
-void PreparationRun::judge_evenness(double target_db) {
-    const bool is_as_even = unevenness(without_pauses(levels_.weighted_db, pauses_)) <=
-                            unevenness(phrased()) + kAsEven_db;
-    const double speech_db =
-        speech_level(levels_.weighted_db, phrases_.words, {0, levels_.count()});
+/**
+ * Whether it was even before: then no gain that moves, and no filter, makes it better. Short
+ * recordings are compared in shorter stretches, so that two loud seconds and two quiet ones are not
+ * taken for even because nothing is there to compare them with.
+ */
+void PreparationRun::judge_evenness(double one_gain_db) {
+    const std::vector<float> before = without_pauses(levels_.weighted_db, pauses_);
+    const long long stretch = std::clamp(static_cast<long long>(before.size()) / kLeastStretches,
+                                         kShortStretch, kStretch);
+    const double before_db = unevenness(before, stretch);
+    const bool is_as_even = phrases_.phrases.size() == 1 ||
+                            before_db <= unevenness(phrased(), stretch) + kAsEven_db;
     const double room_db = kCeiling_db - level_of_amplitude(peak_);
     double least_db = phrases_.phrases.front().level_db;
     double most_db = least_db;
@@ -316,10 +334,9 @@ void PreparationRun::judge_evenness(double target_db) {
         least_db = std::min(least_db, phrase.level_db);
         most_db = std::max(most_db, phrase.level_db);
     }
-    one_gain_db_ = target_db - speech_db;
-    if (is_as_even && most_db - least_db < kEvenSpan_db &&
-        one_gain_db_ < room_db + kShortOfTarget_db) {
-        one_gain_db_ = std::min(one_gain_db_, room_db);
+    if (is_as_even && before_db < kMostUneven_db && most_db - least_db < kEvenSpan_db &&
+        one_gain_db < room_db + kShortOfTarget_db) {
+        one_gain_db_ = std::min(one_gain_db, room_db);
         way_ = Way::kOneGain;
         facts_.even = true;
     }
@@ -379,6 +396,8 @@ void PreparationRun::put_together() {
     if (way_ == Way::kOneGain) {
         facts_.pauses = 0;
         facts_.pauses_s = 0;
+        curve_db_.assign(curve_db_.size(), 0.0F);
+        result_.leveling = leveling_of_phrases(phrases_, curve_db_);
         render_with_one_gain(run_.recording, quorvane::portable_amplitude(one_gain_db_), out,
                              progress);
     } else if (way_ == Way::kPhrases) {
