@@ -4,6 +4,7 @@
 #include <cmath>
 #include <limits>
 
+#include "leveling/audio/portable_math.h"
 #include "leveling/preparation/levels.h"
 
 namespace quorvane {
@@ -11,6 +12,11 @@ namespace {
 
 constexpr std::size_t kNeighbourhood = 60;  // bins with speech: three seconds
 constexpr std::size_t kMostPoints = 1200;
+constexpr double kAsEven_db = 0.1;
+constexpr double kMostUneven_db = 3.5;  // what is further apart is no single voice
+constexpr double kEvenSpan_db = 2;      // of the phrases
+constexpr long long kSecond = 20;       // bins
+constexpr long long kShort = 4 * kStretch;
 constexpr float kLoud_db = 12;  // under the loudest of them
 constexpr float kNone = std::numeric_limits<float>::quiet_NaN();
 
@@ -101,6 +107,36 @@ double unevenness(const std::vector<float>& levels_db, long long stretch) {
     }
     const double mean = count > 0 ? sum / count : 0;
     return count > 1 ? std::sqrt(std::max(0.0, squares / count - mean * mean)) : 0;
+}
+
+bool is_even(const std::vector<float>& before_db,
+             const std::vector<float>& phrased_db,
+             const Phrases& phrases) {
+    const bool is_short = static_cast<long long>(before_db.size()) < kShort;
+    const long long stretch = is_short ? kSecond : kStretch;
+    const double uneven_db = unevenness(before_db, stretch);
+    const bool is_as_even =
+        phrases.phrases.size() == 1 || uneven_db <= unevenness(phrased_db, stretch) + kAsEven_db;
+    const auto [least, most] = std::minmax_element(
+        phrases.phrases.begin(), phrases.phrases.end(),
+        [](const Phrase& a, const Phrase& b) { return a.level_db < b.level_db; });
+    return is_as_even && uneven_db < kMostUneven_db &&
+           most->level_db - least->level_db < kEvenSpan_db;
+}
+
+std::vector<double> pause_gains(const SpeechGains& gains,
+                                const std::vector<float>& peaks,
+                                const std::vector<Stretch>& pauses,
+                                double ceiling_db) {
+    std::vector<double> result;
+    for (const Stretch& pause : pauses) {
+        const double gain_db = std::min(gains.beside(pause), gains.mean());
+        const float peak =
+            *std::max_element(peaks.begin() + pause.begin, peaks.begin() + pause.end);
+        const double room_db = ceiling_db - level_of_amplitude(static_cast<double>(peak));
+        result.push_back(quorvane::portable_amplitude(std::min(gain_db, room_db)));
+    }
+    return result;
 }
 
 quorvane::Leveling leveling_of_phrases(const Phrases& phrases, const std::vector<float>& curve_db) {

@@ -35,11 +35,34 @@ class SpeechGains {
 };
 
 /**
- * How uneven a recording is: the standard deviation, dB, of the levels of its stretches of so
- * many bins, each without what is 10 dB under its mean, pauses left out. 0 where there are fewer
- * than two.
+ * The gain of each pause, linear. A pause gets no more gain than the speech on either side of it,
+ * and no more than speech gets on average, so that it never comes up against the voices; and no
+ * peak of it (linear, one for each bin) passes the ceiling.
  */
-double unevenness(const std::vector<float>& levels_db, long long stretch);
+std::vector<double> pause_gains(const SpeechGains& gains,
+                                const std::vector<float>& peaks,
+                                const std::vector<Stretch>& pauses,
+                                double ceiling_db);
+
+/** Four seconds, over which the levels of a recording are compared, in bins. */
+constexpr long long kStretch = 80;
+
+/**
+ * How uneven a recording is: the standard deviation, dB, of the levels of its stretches of so many
+ * bins, each without what is 10 dB under its mean, pauses left out. 0 where there are fewer than
+ * two.
+ */
+double unevenness(const std::vector<float>& levels_db, long long stretch = kStretch);
+
+/**
+ * Whether a recording is as even as one gain for each phrase leaves it. Levels of its bins before
+ * and behind these gains, dB, pauses left out. Short recordings are compared second by second, so
+ * that a loud second and a quiet one are not taken for even because nothing is there to compare
+ * them with.
+ */
+bool is_even(const std::vector<float>& before_db,
+             const std::vector<float>& phrased_db,
+             const Phrases& phrases);
 
 /**
  * How far what fills the gaps, the quietest tenth of the bins outside of pauses, is under the

@@ -43,16 +43,10 @@ constexpr double kTarget_db = -18;
 constexpr double kWordsAboveTarget_db = 1.2;  // without the gaps that the target counts
 constexpr int kLevelRounds = 3;               // peaks that are held take loudness away
 // How a recording is judged that has been leveled.
-constexpr double kAsEven_db = 0.1;
 constexpr double kEvenEnough_db = 1.5;  // what one voice does by itself
 constexpr long kLeastWords = 40;        // bins; with fewer there is no telling
 // The engine also evens out what one speaker says louder and softer, which is no fault.
 constexpr double kNatural_db = 1.0;
-constexpr double kEvenSpan_db = 2;
-constexpr long long kStretch = 80;  // bins: four seconds, over which levels are compared
-constexpr long long kShortStretch = 20;
-constexpr long long kLeastStretches = 4;
-constexpr double kMostUneven_db = 2.5;   // of what gets one gain
 constexpr double kShortOfTarget_db = 1;  // what its peaks may keep from the level of others
 
 // Where the stages end on the progress bar.
@@ -87,17 +81,6 @@ bool sets_tolerance(const std::vector<std::string>& tuning) {
     });
 }
 
-/** Bins to frames; the last one may be short. */
-std::vector<Stretch> in_frames(const std::vector<Stretch>& bins,
-                               long long bin_frames,
-                               long long frames) {
-    std::vector<Stretch> result;
-    for (const Stretch& stretch : bins) {
-        result.push_back({stretch.begin * bin_frames, std::min(stretch.end * bin_frames, frames)});
-    }
-    return result;
-}
-
 /** One recording on its way. */
 class PreparationRun {
   public:
@@ -121,7 +104,6 @@ class PreparationRun {
     bool needs_no_engine();
     std::vector<float> phrased() const;
     double level_with(const std::vector<float>& gain_db) const;
-    std::vector<double> pause_gains() const;
     int output_format() const;
     OutputFile open_output();
     void put_together();
@@ -260,7 +242,7 @@ void PreparationRun::judge() {
         speech_level(after_.weighted_db, std::vector<bool>(after_.weighted_db.size(), true), whole);
     curve_db_ = gain_curve(levels_, phrases_, pauses_, {target_db, kCeiling_db});
     if (has_enough_words() &&
-        unevenness(phrased(), kStretch) <= unevenness(after_.weighted_db, kStretch) + kNatural_db) {
+        unevenness(phrased()) <= unevenness(after_.weighted_db) + kNatural_db) {
         way_ = Way::kPhrases;
     }
     judge_evenness(target_db - speech_level(levels_.weighted_db, phrases_.words, all_bins()));
@@ -299,7 +281,7 @@ bool PreparationRun::needs_no_engine() {
         goal_db += kWords_db - level_with(curve_db_);
     }
     curve_db_ = gain_curve(levels_, phrases_, pauses_, {goal_db, kCeiling_db});
-    if (unevenness(phrased(), kStretch) > kEvenEnough_db) {
+    if (unevenness(phrased()) > kEvenEnough_db) {
         return false;
     }
     way_ = Way::kPhrases;
@@ -315,48 +297,15 @@ double PreparationRun::level_with(const std::vector<float>& gain_db) const {
     return speech_level(result, phrases_.words, all_bins());
 }
 
-/**
- * Whether it was even before: then no gain that moves, and no filter, makes it better. Short
- * recordings are compared in shorter stretches, so that two loud seconds and two quiet ones are not
- * taken for even because nothing is there to compare them with.
- */
+/** Whether it was even before: then no gain that moves, and no filter, makes it better. */
 void PreparationRun::judge_evenness(double one_gain_db) {
-    const std::vector<float> before = without_pauses(levels_.weighted_db, pauses_);
-    const long long stretch = std::clamp(static_cast<long long>(before.size()) / kLeastStretches,
-                                         kShortStretch, kStretch);
-    const double before_db = unevenness(before, stretch);
-    const bool is_as_even = phrases_.phrases.size() == 1 ||
-                            before_db <= unevenness(phrased(), stretch) + kAsEven_db;
     const double room_db = kCeiling_db - level_of_amplitude(peak_);
-    double least_db = phrases_.phrases.front().level_db;
-    double most_db = least_db;
-    for (const Phrase& phrase : phrases_.phrases) {
-        least_db = std::min(least_db, phrase.level_db);
-        most_db = std::max(most_db, phrase.level_db);
-    }
-    if (is_as_even && before_db < kMostUneven_db && most_db - least_db < kEvenSpan_db &&
-        one_gain_db < room_db + kShortOfTarget_db) {
+    const std::vector<float> before = without_pauses(levels_.weighted_db, pauses_);
+    if (is_even(before, phrased(), phrases_) && one_gain_db < room_db + kShortOfTarget_db) {
         one_gain_db_ = std::min(one_gain_db, room_db);
         way_ = Way::kOneGain;
         facts_.even = true;
     }
-}
-
-/**
- * A pause gets no more gain than the speech on either side of it, and no more than speech gets on
- * average, so that it never comes up against the voices.
- */
-std::vector<double> PreparationRun::pause_gains() const {
-    const SpeechGains gains(levels_.speech_db, after_.speech_db, speech_, pauses_);
-    std::vector<double> result;
-    for (const Stretch& pause : pauses_) {
-        const double gain_db = std::min(gains.beside(pause), gains.mean());
-        const auto peak =
-            *std::max_element(levels_.peak.begin() + pause.begin, levels_.peak.begin() + pause.end);
-        const double room_db = kCeiling_db - level_of_amplitude(static_cast<double>(peak));
-        result.push_back(quorvane::portable_amplitude(std::min(gain_db, room_db)));
-    }
-    return result;
 }
 
 /** The recording's, in the bit depth that the tuning asks for. */
@@ -417,7 +366,8 @@ void PreparationRun::render_engine(OutputFile& out,
                                    const std::function<void(double)>& progress) const {
     Rendering rendering{run_.recording, leveled_copy_, {}, high_pass_};
     if (!pauses_.empty()) {
-        rendering.pause_gains = pause_gains();
+        const SpeechGains gains(levels_.speech_db, after_.speech_db, speech_, pauses_);
+        rendering.pause_gains = pause_gains(gains, levels_.peak, pauses_, kCeiling_db);
     }
     render(rendering, *timeline_, out, progress);
 }

@@ -1,5 +1,6 @@
 #include "leveling/preparation/timeline.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace quorvane {
@@ -36,6 +37,16 @@ double Timeline::in_recording(double copy_frame) const {
         left -= length;
     }
     return static_cast<double>(frames_);
+}
+
+std::vector<Stretch> in_frames(const std::vector<Stretch>& bins,
+                               long long bin_frames,
+                               long long frames) {
+    std::vector<Stretch> result;
+    for (const Stretch& stretch : bins) {
+        result.push_back({stretch.begin * bin_frames, std::min(stretch.end * bin_frames, frames)});
+    }
+    return result;
 }
 
 }  // namespace quorvane

@@ -34,4 +34,9 @@ class Timeline {
     std::vector<Stretch> kept_;
 };
 
+/** Bins to frames; the last one may be short. */
+std::vector<Stretch> in_frames(const std::vector<Stretch>& bins,
+                               long long bin_frames,
+                               long long frames);
+
 }  // namespace quorvane
