@@ -29,8 +29,8 @@ constexpr long long kShortestTurn = 14;
 constexpr long long kLeastHidden = 10;  // bins of its words
 constexpr float kLively_db = 8;
 constexpr double kUnderWords_db = 36;    // no voice is further under the others
-constexpr std::size_t kQuietShare = 50;  // one bin in so many is background
-constexpr double kOverBackground_db = 12;
+constexpr std::size_t kQuietShare = 10;  // one bin in so many is background
+constexpr double kOverBackground_db = 15;
 
 // What a phrase costs, dB^2 s. Voices change at pauses more than between two words, where one voice
 // falls by several dB and rises again.

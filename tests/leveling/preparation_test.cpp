@@ -149,6 +149,7 @@ TEST(Phrases, IncludeAShortTurnFarUnderItsNeighbours) {
             add_tone(levels, 3, -95);
         }
         add_speech(levels, 80, -26);
+        add_tone(levels, 20, -95);
         const Phrases found = find_phrases(levels, find_speech(levels), {});
         EXPECT_EQ(row.phrases, found.phrases.size()) << row.name;
     }
