@@ -54,7 +54,7 @@ const std::vector<Advice>& advice_table() {
          "takes it out with its high-pass filter.",
          "", "", "",
          "Try another input, cable or sound card; an input that does this is often faulty."},
-        {"hum", "Mains hum", 1, "mains hum ({detail}) lies {value} dB under the speech",
+        {"hum", "Mains hum", 1, "mains hum ({detail}) lies {against} the speech",
          "A steady tone of the mains, 50 or 60 Hz, and its multiples lie under the voice.",
          "Headphones play it clearly, and where a quiet voice is raised the hum comes up with it.",
          "Take it out with a hum filter first, then level the filtered file.",
@@ -71,7 +71,7 @@ const std::vector<Advice>& advice_table() {
          "Reduce the noise, then level it again.",
          "Come closer to the microphone (a hand's width), turn its gain up, and switch off what "
          "hums or blows in the room."},
-        {"rumble", "Wind or rumble", 1, "wind or rumble is {value} dB against the speech",
+        {"rumble", "Wind or rumble", 1, "wind or rumble lies {against} the speech",
          "Low rumble of wind, handling, steps or traffic lies below the voice.",
          "Large speakers and cars play it as thuds. Leveling takes most of it out with its "
          "high-pass filter.",
@@ -85,7 +85,7 @@ const std::vector<Advice>& advice_table() {
          "Cut them in an editor if they are not meant.",
          "Cut them in an editor if they are not meant.",
          "Cut them in an editor if they are not meant.", "Stop the recorder in breaks."},
-        {"dropouts", "Dropouts", 0, "the sound drops out {value} times",
+        {"dropouts", "Dropouts", 0, "the sound breaks off or jumps at {value} places",
          "The sound stops for a moment or jumps inside speech: data were lost while it was "
          "recorded "
          "or sent.",
@@ -105,7 +105,7 @@ const std::vector<Advice>& advice_table() {
          "Level all microphones of one talk together.",
          "Seat guests further apart, each close to a microphone (a hand's width) that points away "
          "from the others."},
-        {"music-bed", "Music under the voice", 1, "music or sound lies {value} dB under the voice",
+        {"music-bed", "Music under the voice", 1, "music or sound lies {against} the voice",
          "Music or a steady background plays while somebody speaks.",
          "Leveling raises quiet speech and the music with it, so the music may swell and fade with "
          "the voice.",
@@ -113,7 +113,7 @@ const std::vector<Advice>& advice_table() {
          "Level the voice alone and add the music afterwards.",
          "Level the voice alone and add the music afterwards.",
          "Record and level the voice by itself; music comes last."},
-        {"reverberant", "Much room", 2, "the room is very reverberant",
+        {"reverberant", "Much room", 1, "the room is very reverberant ({value} s)",
          "Much of the sound comes from the walls of the room and not from the speaker.",
          "Words blur, in cars and on small speakers most of all. Leveling raises the room together "
          "with quiet words.",
@@ -129,7 +129,7 @@ const std::vector<Advice>& advice_table() {
          "Level the original recording if there is one.",
          "Level the original recording if there is one.",
          "Record and keep WAV or FLAC; make the small file last."},
-        {"short", "Very short", 1, "it is only {value} s long",
+        {"short", "Very short", 1, "the {detail} is only {value} s long",
          "The recording is so short that its loudness says little.",
          "Levels and verdicts come from averages over seconds; of a short clip they may be off.",
          "Join short clips before you level them.", "Join short clips before you level them.",

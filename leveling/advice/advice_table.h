@@ -7,7 +7,7 @@ namespace quorvane {
 
 /**
  * What a finding means to people. The texts are ours and plain: no markup. clause may hold {value},
- * {unit} and {detail}.
+ * {unit}, {detail}, and {against} for a value that is a distance: "12.0 dB under".
  */
 struct Advice {
     const char* code;

@@ -14,6 +14,15 @@ namespace {
 
 constexpr std::size_t kMostPlaces = 3;  // in a sentence
 
+/** So many decimals; what they would show as nothing keeps one digit, and zero has no sign. */
+std::string value_text(double value, int decimals) {
+    if (value == 0) {
+        return "0";
+    }
+    const bool shows = std::fabs(value) >= 0.5 * std::pow(10, -decimals);
+    return shows ? fmt::format("{:.{}f}", value, decimals) : fmt::format("{:.1g}", value);
+}
+
 }  // namespace
 
 std::string clause_of(const Finding& finding) {
@@ -22,12 +31,13 @@ std::string clause_of(const Finding& finding) {
         // Facts of a later version: its code is all that is known here.
         return fmt::format("{} ({:g} {})", finding.code, finding.value, finding.unit);
     }
-    // A value that rounds to nothing has no sign.
-    const double least = 0.5 * std::pow(10, -advice->decimals);
-    const double value = std::fabs(finding.value) < least ? 0 : finding.value;
-    return fmt::format(fmt::runtime(advice->clause),
-                       fmt::arg("value", fmt::format("{:.{}f}", value, advice->decimals)),
-                       fmt::arg("unit", finding.unit), fmt::arg("detail", finding.detail));
+    const std::string value = value_text(finding.value, advice->decimals);
+    return fmt::format(
+        fmt::runtime(advice->clause), fmt::arg("value", value), fmt::arg("unit", finding.unit),
+        fmt::arg("detail", finding.detail),
+        fmt::arg("against",
+                 fmt::format("{} {} {}", value_text(std::fabs(finding.value), advice->decimals),
+                             finding.unit, finding.value < 0 ? "under" : "over")));
 }
 
 std::string sentence_of(const Finding& finding) {
