@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "cli/commands/pipe_command.h"
 #include "cli/commands/results.h"
 #include "cli/commands/watch_command.h"
 #include "cli/options/settings.h"
@@ -372,6 +373,9 @@ std::size_t open_files(const Settings& settings, std::size_t files) {
 int run(const Settings& settings) {
     if (!settings.watch.empty()) {
         return run_watch(settings);
+    }
+    if (is_pipe(settings)) {
+        return run_pipe(settings);
     }
     const auto start = Clock::now();
     WorkList work = work_list(settings);

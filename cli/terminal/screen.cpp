@@ -90,8 +90,9 @@ Screen::Screen(const Settings& settings)
                 fmt::format("--log {} cannot be written: {}", settings.log, strerror(errno)));
         }
     }
-    // JSON has the standard output to itself: another program is reading it.
-    out_ = settings.json_on_standard_output() ? stderr : stdout;
+    // JSON or audio has the standard output to itself: another program is reading it.
+    const bool taken = settings.json_on_standard_output() || settings.output == "-";
+    out_ = taken ? stderr : stdout;
     out_is_terminal_ = isatty(fileno(out_));
     const char* term = getenv("TERM");
     // "dumb" knows no escape sequences; NO_COLOR is the convention of no-color.org.
