@@ -16,6 +16,7 @@
 #include "leveling/archive/shards.h"
 #include "leveling/archive/up_to_date.h"
 #include "leveling/request/request.h"
+#include "leveling/storage/folders.h"
 #include "tests/support/fixtures.h"
 
 using testing::ElementsAre;

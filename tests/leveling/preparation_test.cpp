@@ -1,3 +1,4 @@
+#include "Common/units.h"
 #include "leveling/preparation/preparation.h"
 
 #include <gmock/gmock.h>
@@ -45,7 +46,7 @@ TEST(Levels, AreThoseOfTheLibraryRoundedToATenThousandth) {
         EXPECT_NEAR(power, quorvane::power_of_level(10 * std::log10(power)), power * 1e-9);
     }
     EXPECT_EQ(-10.0, quorvane::level_of_power(0.1));
-    EXPECT_EQ(quorvane::kSilence_db, quorvane::level_of_power(0));
+    EXPECT_EQ(kSilence_db, quorvane::level_of_power(0));
 }
 
 TEST(Pauses, AreLongSteadyAndUnderTheSpeechBesideThem) {
