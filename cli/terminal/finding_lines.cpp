@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "leveling/words/text.h"
 #include "leveling/advice/finding_words.h"
+#include "leveling/words/text.h"
 
 namespace quorvane {
 namespace {

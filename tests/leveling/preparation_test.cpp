@@ -1,4 +1,3 @@
-#include "Common/units.h"
 #include "leveling/preparation/preparation.h"
 
 #include <gmock/gmock.h>
@@ -6,6 +5,7 @@
 
 #include <cmath>
 
+#include "Common/units.h"
 #include "leveling/preparation/gain_curve.h"
 #include "leveling/preparation/levels.h"
 #include "leveling/preparation/phrases.h"
