@@ -8,6 +8,7 @@
 
 #include "cli/options/option_table.h"
 #include "leveling/audio/audio_formats.h"
+#include "leveling/facts/destinations.h"
 
 /*
  * The completions offer for a path what the program takes: folders and audio files that can be
@@ -80,6 +81,22 @@ std::string man_options() {
             }
             text += "\n" + roff(row.help) + ".\n";
         }
+    }
+    return text;
+}
+
+std::string man_destinations() {
+    std::string text;
+    for (const Destination& destination : destinations()) {
+        text += destination.also.empty()
+                    ? fmt::format(".TP\n.B {}\n", destination.word)
+                    : fmt::format(".TP\n.BR {} \" (\" {} )\n", destination.word, destination.also);
+        std::string asks = fmt::format("{}: {}", destination.name, destination.asks(2));
+        if (destination.mono_target != destination.other_target) {
+            asks += "; with one channel " + destination.asks(1);
+        }
+        asks = replace_all_copy(replace_all_copy(asks, "−", "-"), "±", "+-");
+        text += replace_all_copy(roff(asks), "+\\-", "\\(+-") + "\n";
     }
     return text;
 }

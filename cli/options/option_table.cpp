@@ -44,10 +44,12 @@ std::vector<OptionRow> own_options() {
          "was)"},
 
         {G::Work, "for", 0, "DESTINATION", C::Destination,
-         "bring the output to what a place asks for, by a gain and a true-peak limiter: podcast "
-         "(or apple), spotify, youtube, broadcast, atsc, audiobook, or a target of your own as in "
-         "lufs=-18:tp=-1.5 (-40 to -5 LUFS within 0.5, true peak -20 to 0 dBTP); with --analyze "
-         "only check, also several (podcast,spotify)"},
+         "bring the output to what a place asks for, by a gain and a true-peak limiter: " +
+             listed_destinations() +
+             ", or a target of your own as in "
+             "lufs=-18:tp=-1.5 (-40 to -5 LUFS within 0.5, true peak -20 to 0 dBTP); with "
+             "--analyze "
+             "only check, also several (podcast,spotify)"},
         {G::Work, "target", 0, "DESTINATION", C::Destination, "the same as --for"},
         {G::Work, "plain", 0, "", C::None,
          "level by the engine alone, which gives the samples of version 3.0: without preparation "
@@ -186,10 +188,12 @@ std::vector<const char*> choices(Completion completion) {
         case Completion::CostFunction:
             return {"SSD0", "MSD0"};
         case Completion::Destination: {
-            // Not in the table of places, where it would stand twice.
-            std::vector<const char*> words = {"apple"};
+            std::vector<const char*> words;
             for (const Destination& destination : destinations()) {
                 words.push_back(destination.word.c_str());
+                if (!destination.also.empty()) {
+                    words.push_back(destination.also.c_str());
+                }
             }
             return words;
         }

@@ -139,8 +139,7 @@ int parse_audio_stream(const std::string& text) {
     if (const std::string problem = own_destination(word).problem; !problem.empty()) {
         throw UsageError(fmt::format("--for {}: {}", word, problem));
     }
-    std::vector<std::string> words = destination_words();
-    words.emplace_back("apple");
+    std::vector<std::string> words = all_destination_words();
     const std::string listed = boost::algorithm::join(words, ", ");
     words.emplace_back("lufs=-18:tp=-1.5");
     throw UsageError(fmt::format("--for takes {} or a target such as lufs=-18:tp=-1.5, not '{}'{}",
@@ -157,7 +156,7 @@ std::vector<std::string> parse_destinations(const std::string& text) {
         if (!destination) {
             refuse_destination(word);
         }
-        // "apple" is another word for the same place.
+        // A place may have two words.
         if (std::find(words.begin(), words.end(), destination->word) == words.end()) {
             words.push_back(destination->word);
         }

@@ -43,8 +43,9 @@ int main(int argc, char** argv) {
     page << in.rdbuf();
     std::string text = page.str();
     if (!fill_in(text, "@VERSION@", kVersion) ||
-        !fill_in(text, "@OPTIONS@\n", quorvane::man_options())) {
-        fprintf(stderr, "write_documents: %s has no place for version or options\n", argv[1]);
+        !fill_in(text, "@OPTIONS@\n", quorvane::man_options()) ||
+        !fill_in(text, "@DESTINATIONS@\n", quorvane::man_destinations())) {
+        fprintf(stderr, "write_documents: %s lacks a mark that is filled in\n", argv[1]);
         return 1;
     }
     const bool written = write(argv[2], text) && write(argv[3], quorvane::bash_completion()) &&

@@ -82,9 +82,10 @@ void check_room_tone(const Loudness& loudness, DestinationCheck& check) {
 const std::vector<Destination>& destinations() {
     using K = LevelKind;
     // Word, name, kind, targets in mono and else, tolerance below and above (LU or dB), limit of
-    // the peak (dBTP, for RMS dBFS), noise floor (dBFS), room tone; as the places publish them.
+    // the peak (dBTP, for RMS dBFS), noise floor (dBFS), room tone, second word; as the places
+    // publish them.
     static const std::vector<Destination> table = {
-        {"podcast", "Podcasts (Apple)", K::Loudness, -19, -16, 0.5, 0.5, -1, {}, false},
+        {"podcast", "Podcasts (Apple)", K::Loudness, -19, -16, 0.5, 0.5, -1, {}, false, "apple"},
         {"spotify", "Spotify", K::Loudness, -14, -14, 0.5, 0.5, -1, {}, false},
         {"youtube", "YouTube", K::Loudness, -14, -14, 0.5, 0.5, -1, {}, false},
         {"broadcast", "Radio and TV (EBU R 128)", K::Loudness, -23, -23, 0.2, 0.2, -1, {}, false},
@@ -94,10 +95,9 @@ const std::vector<Destination>& destinations() {
     return table;
 }
 
-// "apple" is the name by which many know what holds for all podcasts.
 std::optional<Destination> find_destination(const std::string& word) {
     for (const Destination& destination : destinations()) {
-        if (destination.word == (word == "apple" ? "podcast" : word)) {
+        if (destination.word == word || (!word.empty() && destination.also == word)) {
             return destination;
         }
     }
@@ -110,6 +110,26 @@ std::vector<std::string> destination_words() {
         words.push_back(destination.word);
     }
     return words;
+}
+
+std::vector<std::string> all_destination_words() {
+    std::vector<std::string> words = destination_words();
+    for (const Destination& destination : destinations()) {
+        if (!destination.also.empty()) {
+            words.push_back(destination.also);
+        }
+    }
+    return words;
+}
+
+std::string listed_destinations() {
+    std::vector<std::string> words;
+    for (const Destination& destination : destinations()) {
+        words.push_back(destination.also.empty()
+                            ? destination.word
+                            : fmt::format("{} (or {})", destination.word, destination.also));
+    }
+    return boost::algorithm::join(words, ", ");
 }
 
 double Destination::level_of(const Loudness& loudness) const {

@@ -30,6 +30,8 @@ struct Destination {
     std::optional<double> noise_floor_db;  // the most that pauses may have, dB RMS
     bool room_tone = false;                // at both ends; checked, but not made
 
+    std::string also = {};  // a second word for it that --for takes
+
     double target(int channels) const { return channels == 1 ? mono_target : other_target; }
 
     /** The file's level that the target is compared with. */
@@ -50,6 +52,12 @@ std::optional<Destination> find_destination(const std::string& word);
 
 /** The words that --for takes, without second names. */
 std::vector<std::string> destination_words();
+
+/** The same with the second names after them. */
+std::vector<std::string> all_destination_words();
+
+/** The same in a sentence: "podcast (or apple), spotify". */
+std::string listed_destinations();
 
 /**
  * Limiting beyond this is heard as pumping and dullness, so a gain that needs it on more than

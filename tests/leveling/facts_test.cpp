@@ -142,10 +142,11 @@ Loudness loudness(double lufs, double true_peak, double rms, double pauses) {
 }
 
 TEST(Destinations, EachIsMetOrNamesHowFarOff) {
-    // Podcast, Spotify, YouTube, broadcast, A/85, audiobook; for two channels.
+    const char* const words[] = {"podcast", "spotify", "youtube", "broadcast", "atsc", "audiobook"};
+
     struct Row {
         Loudness loudness;
-        std::vector<std::string> misses;
+        std::vector<std::string> misses;  // by the places above, for two channels
     };
 
     const Row rows[] = {
@@ -170,8 +171,8 @@ TEST(Destinations, EachIsMetOrNamesHowFarOff) {
     for (const Row& row : rows) {
         SCOPED_TRACE(row.loudness.integrated_lufs);
         std::vector<std::string> misses;
-        for (const Destination& destination : destinations()) {
-            misses.push_back(check_destination(destination, row.loudness, 2).words());
+        for (const char* word : words) {
+            misses.push_back(check_destination(*find_destination(word), row.loudness, 2).words());
         }
         EXPECT_EQ(row.misses, misses);
     }
