@@ -119,9 +119,29 @@ def panel_cases(turns, rng):
     yield Recording('one voice', x + noise(rng, len(x) / RATE, -68)[:len(x)], spans)
 
 
+def far_cases(turns, rng, gaps=(20, 30)):
+    """Turns of one to four seconds, far apart: the loud voice hides the short turns of the other."""
+    lengths = (1, 2, 3, 4, 1.5, 2.5)
+    short = {name: [take[int(0.2 * RATE):int((0.2 + seconds) * RATE)]
+                    for take, seconds in zip(takes * len(lengths), lengths)] for name, takes in turns.items()}
+    a, b = speakers_of(turns)[:2]
+    for gap in gaps:
+        x, spans = conversation(short, [a, b] * 6, {a: -18.0, b: -18.0 - gap}, rng.uniform(0.15, 0.6, 12))
+        yield Recording('short turns %d dB apart' % gap, x + noise(rng, len(x) / RATE, -78)[:len(x)], spans)
+
+
+def original_cases(turns, rng):
+    """The takes of each speaker in their own order, a pause between them, the second half 12 dB lower."""
+    for name in speakers_of(turns):
+        count = len(turns[name])
+        one = {name: [take * gain_of(-12 * (2 * i >= count)) for i, take in enumerate(turns[name])]}
+        x, spans = conversation(one, [name] * count, {name: -24.0}, [0.45] * count)
+        yield Recording('reading, %s' % name, x + noise(rng, len(x) / RATE, -70)[:len(x)], spans)
+
+
 def all_cases(turns, seed=1):
     """Every group, its random numbers its own, so that a group alone gives the same recordings."""
     groups = {'pauses': pause_cases, 'levels': level_cases, 'rooms': room_cases, 'rumble': rumble_cases,
-              'bed': bed_cases, 'panel': panel_cases}
+              'bed': bed_cases, 'panel': panel_cases, 'far': far_cases, 'reading': original_cases}
     for number, (name, make) in enumerate(groups.items()):
         yield name, make(turns, np.random.default_rng(seed * 100 + number))
