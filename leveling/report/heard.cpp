@@ -120,6 +120,16 @@ std::vector<Passage> heard_passages(const FileFacts& facts) {
     return passages;
 }
 
+double mean_gain_db(const std::vector<Passage>& passages) {
+    double sum = 0;
+    double time = 0;
+    for (const Passage& passage : passages) {
+        sum += passage.gain_db * seconds(passage);
+        time += seconds(passage);
+    }
+    return time > 0 ? sum / time : 0;
+}
+
 double most_different_s(const FileFacts& facts, double seconds) {
     if (!facts.leveling || facts.leveling->gain_db.step_s <= 0) {
         return 0;

@@ -19,6 +19,12 @@ double final_level_db(const FileFacts& facts);
  */
 std::vector<Passage> heard_passages(const FileFacts& facts);
 
+/**
+ * The mean of the passages' gains over their time, in dB: against it a passage was raised or
+ * lowered, whatever constant gain the whole got.
+ */
+double mean_gain_db(const std::vector<Passage>& passages);
+
 /** Where the gains of a stretch of so many seconds spread most: its start in seconds. */
 double most_different_s(const FileFacts& facts, double seconds);
 

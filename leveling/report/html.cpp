@@ -15,7 +15,7 @@ namespace {
  */
 constexpr const char* kStyle = R"css(
 :root{color-scheme:light dark;--paper:#fff;--panel:#f4f6f8;--ink:#1b2430;--soft:#566272;--line:#d5dbe2;
---before:#6b7686;--after:#0a5fb8;--up:#12876f;--down:#c4641a;--good:#0f7a43;--bad:#b3261e}
+--before:#6b7686;--after:#0a5fb8;--up:#12876f;--down:#a8510f;--good:#0f7a43;--bad:#b3261e}
 @media (prefers-color-scheme:dark){:root{--paper:#12161c;--panel:#1b212a;--ink:#e6ebf1;--soft:#a3afbd;
 --line:#333d4a;--before:#9ba7b5;--after:#63b0ff;--up:#3fc7a8;--down:#f0a05a;--good:#5fd08f;--bad:#ff8a80}}
 *{box-sizing:border-box}
@@ -51,7 +51,18 @@ table{border-collapse:collapse;width:100%;font-size:.92rem}
 th{text-align:left;font-weight:600;color:var(--soft)}
 th,td{padding:6px 10px 6px 0;border-bottom:1px solid var(--line);vertical-align:top}
 td.n,th.n{text-align:right;font-variant-numeric:tabular-nums;white-space:nowrap}
-.files th:first-child{width:34%}
+.files{font-size:.88rem}.files thead th{white-space:nowrap;overflow-wrap:normal;position:sticky;top:0;background:var(--paper)}
+.files thead button{font:inherit;color:inherit;background:none;border:0;padding:4px 0;cursor:pointer}
+.files thead button:hover{text-decoration:underline}.files thead button:focus-visible{outline:3px solid var(--down)}
+.files [aria-sort=ascending] button::after{content:" ▲"}.files [aria-sort=descending] button::after{content:" ▼"}
+.files tbody th{min-width:9em;max-width:24em}.files td{overflow-wrap:normal}.files td.n small,.files thead small{color:var(--soft);font-weight:400}
+.found{color:var(--down)}.tools{display:flex;flex-wrap:wrap;gap:8px 20px;margin:14px 0}.tools[hidden]{display:none}
+.tools input,.tools select{font:inherit;color:inherit;background:var(--panel);border:1px solid var(--line);border-radius:6px;padding:4px 8px}
+.findings{list-style:none;padding:0;margin:0}.findings li{border-left:4px solid var(--before);background:var(--panel);
+padding:8px 14px;margin:0 0 10px;border-radius:0 8px 8px 0}.findings .problem{border-color:var(--bad)}.findings .warning{border-color:var(--down)}
+.findings b{text-transform:uppercase;font-size:.74rem;letter-spacing:.05em;margin-right:6px}.findings .problem b{color:var(--bad)}
+.mark{font:inherit;font-size:.86rem;color:var(--after);background:none;border:1px solid var(--line);border-radius:5px;padding:1px 7px;cursor:pointer}
+.mark:disabled{color:var(--soft);cursor:default}.mark:focus-visible{outline:3px solid var(--down)}
 .met{color:var(--good);font-weight:600}.off{color:var(--bad);font-weight:600}
 .swatch{display:inline-block;width:10px;height:10px;border-radius:2px;margin-right:6px}
 .swatch.up{background:var(--up)}.swatch.down{background:var(--down)}.swatch.none{background:var(--before)}
@@ -64,7 +75,7 @@ summary{cursor:pointer}footer{margin-top:40px;font-size:.84rem;color:var(--soft)
 .verdict{font-size:1.15rem;font-weight:600;margin:10px 0 14px;padding:12px 16px;border-radius:8px;background:var(--panel);
 border-left:4px solid var(--after)}.verdict.ready{border-color:var(--good)}.verdict.missing{border-color:var(--bad)}
 .back{font-size:.9rem;margin:0 0 10px}
-td b,th[scope=row]{color:var(--ink);font-weight:600}.elsewhere td,.elsewhere th[scope=row]{color:var(--soft);font-weight:400;opacity:.75}
+td b,th[scope=row]{color:var(--ink);font-weight:600}.elsewhere td,.elsewhere th[scope=row]{color:var(--soft);font-weight:400}
 .remedy{white-space:nowrap;color:var(--soft)}code{font:.92em ui-monospace,Menlo,Consolas,monospace;background:var(--panel);
 padding:1px 5px;border-radius:4px}
 .player{display:flex;flex-wrap:wrap;align-items:center;gap:10px 16px;background:var(--panel);border-radius:8px;padding:12px 14px}

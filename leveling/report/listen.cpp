@@ -18,20 +18,20 @@
 #include "leveling/words/text.h"
 
 /*
- * Thirty seconds of before and after, side by side in the page, so that everybody hears what the
+ * Twelve seconds of before and after, side by side in the page, so that everybody hears what the
  * numbers say. The louder of two always seems the better one: both are brought to the same
  * loudness, and one switch changes between them at the same moment of the recording. The sound is
- * in the page itself, as text: Opus at 32 kbit/s a channel, about 160 KB for a mono excerpt.
+ * in the page itself, as text: Opus at 32 kbit/s a channel, about 65 KB for a mono excerpt.
  */
 
 namespace quorvane {
 namespace {
 
-constexpr double kSeconds = 30;
+constexpr double kSeconds = 12;
 constexpr double kMostPeak = 0.89;                                // linear, -1 dBFS
 constexpr double kBitsPerSecond = 32000;                          // a channel
 constexpr int kOpusRates[] = {8000, 12000, 16000, 24000, 48000};  // Hz, all that the codec knows
-constexpr std::size_t kResamplerTaps = 48;  // inaudible errors, and cheap for half a minute
+constexpr std::size_t kResamplerTaps = 32;  // inaudible errors, and cheap for some seconds
 
 /** Interleaved samples. */
 struct Clip {
@@ -40,7 +40,7 @@ struct Clip {
     std::vector<double> samples;
 };
 
-/** What there is of the thirty seconds; throws where there is nothing. */
+/** What there is of the twelve seconds; throws where there is nothing. */
 Clip read_clip(const std::string& path, double from_s) {
     SndfileHandle file = open_to_read(path);
     Clip clip{file.samplerate(), file.channels(), {}};
@@ -217,6 +217,8 @@ p.onclick=()=>{a[now].paused?a[now].play():a[now].pause()};
 k.oninput=()=>{a[now].currentTime=k.value;show()};
 s.querySelectorAll('[type=radio]').forEach(r=>r.onchange=()=>{const was=a[now],on=!was.paused;was.pause();
 now=+r.value;a[now].currentTime=was.currentTime;if(on)a[now].play();show()});
+const from=+s.dataset.from;document.querySelectorAll('.mark').forEach(m=>{const at=m.dataset.at-from;
+if(at<0||at>k.max)return;m.disabled=false;m.onclick=()=>{a[now].currentTime=at;a[now].play();show()}});
 q('.player').hidden=false;show()})();
 </script>
 )js";
@@ -247,7 +249,8 @@ std::string listening_part(const FileFacts& facts) {
             label, data);
     };
     return fmt::format(
-        "<section class=\"listen\" aria-labelledby=\"listen\">\n<h2 id=\"listen\">Listen</h2>\n"
+        "<section class=\"listen\" data-from=\"{:.2f}\" aria-labelledby=\"listen\">\n<h2 "
+        "id=\"listen\">Listen</h2>\n"
         "<p class=\"soft\">From {} to {}, where the voices differ most. Both at the same loudness, "
         "so that only the leveling is heard.</p>\n"
         "<div class=\"player\" hidden>\n<button type=\"button\" class=\"play\">Play</button>\n"
@@ -257,8 +260,8 @@ std::string listening_part(const FileFacts& facts) {
         "</label></fieldset>\n"
         "<input type=\"range\" class=\"seek\" min=\"0\" max=\"{:g}\" step=\"0.1\" value=\"0\" "
         "aria-label=\"Position\">\n<output>0:00</output>\n</div>\n{}{}</section>\n{}",
-        clock_text(from_s), clock_text(std::min(facts.duration_s(), from_s + kSeconds)), kSeconds,
-        audio("Before", before), audio("After", after), kScript);
+        from_s, clock_text(from_s), clock_text(std::min(facts.duration_s(), from_s + kSeconds)),
+        kSeconds, audio("Before", before), audio("After", after), kScript);
 }
 
 }  // namespace quorvane

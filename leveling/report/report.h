@@ -18,6 +18,12 @@ struct ReportOptions {
     std::function<std::string(const FileFacts&)> listening_part = nullptr;
 };
 
+/** A row of the index as HTML; rows of a lower rank stand above. */
+struct IndexRow {
+    int rank = 0;
+    std::string html;
+};
+
 /**
  * Writes the report of a run, file by file: for one file a page at the path (or in it, if it is a
  * folder), for several a folder with a page for each measured file and index.html. All throw
@@ -39,7 +45,7 @@ class ReportWriter {
     ReportOptions options_;
     bool folder_;
     std::set<std::string> taken_ = {"index.html"};  // names of pages, lower case
-    std::string rows_;
+    std::vector<IndexRow> rows_;
     FactsList files_;  // for the verdict, without curves and passages
 };
 

@@ -74,17 +74,22 @@ class Plot {
      */
     std::string passages() const {
         std::string spans;
-        for (const Passage& passage : heard_passages(facts_)) {
-            // Stronger color for more gain, full at 24 dB.
-            const double strength = std::min(std::fabs(passage.gain_db) / 24, 1.0);
+        const std::vector<Passage> heard = heard_passages(facts_);
+        const double mean_db = mean_gain_db(heard);
+        for (const Passage& passage : heard) {
+            // Against the rest, not by the constant gain of all: stronger color for more, full at
+            // 12 dB.
+            const double against_db = passage.gain_db - mean_db;
+            const double strength = std::min(std::fabs(against_db) / 12, 1.0);
             spans += fmt::format(
                 "<rect class=\"{}\" x=\"{:.1f}\" y=\"0\" width=\"{:.1f}\" height=\"{}\" "
-                "opacity=\"{:.2f}\"><title>{} to {}: level {} dB, gain {:+.1f} dB</title></rect>\n",
-                gain_class(passage.gain_db), x(passage.from_s),
+                "opacity=\"{:.2f}\"><title>{} to {}: level {} dBFS, gain {:+.1f} dB, against the "
+                "rest {:+.1f} dB</title></rect>\n",
+                gain_class(against_db), x(passage.from_s),
                 // A gap between neighbours of the same color, but never nothing at all.
                 std::max(x(passage.to_s) - x(passage.from_s) - 1, 0.5), kHeight,
                 0.12 + 0.38 * strength, clock_text(passage.from_s), clock_text(passage.to_s),
-                decimal(passage.level_db), passage.gain_db);
+                decimal(passage.level_db), passage.gain_db, against_db + 0.0);
         }
         return spans;
     }
@@ -189,7 +194,7 @@ std::string loudness_figure(const FileFacts& facts) {
         caption += key("after", "after");
     }
     if (facts.leveling) {
-        caption += key("up", "passage raised") + key("down", "passage lowered");
+        caption += key("up", "raised against the rest") + key("down", "lowered against the rest");
     }
     return plot.figure("loudness", "Loudness over time before and after", caption, drawing);
 }

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <string>
+
+#include "leveling/facts/run_facts.h"
+#include "leveling/report/report.h"
+
+/** What a file's page and the index share. */
+
+namespace quorvane {
+
+/** The recording's name without its folders. */
+std::string name_of(const FileFacts& facts);
+
+/** As a reader would say it; the words of the JSON are for programs. */
+std::string outcome_text(const FileFacts& facts);
+
+/** The sentence that comes first, colored by whether all asked for is met. */
+std::string verdict_html(const std::string& text, const ReportOptions& options, bool ready);
+
+/** A level with one decimal. What has none is told in a word instead of an infinity. */
+std::string shown(double value);
+
+/** A change in dB with its sign; what rounds to nothing has none. */
+std::string shown_gain(double value);
+
+/** "problem", "warning", "note" */
+const char* severity_text(Severity severity);
+
+/** Which norms the numbers follow, and which version wrote them, for who compares later. */
+std::string footer();
+
+}  // namespace quorvane
