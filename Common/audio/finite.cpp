@@ -6,6 +6,8 @@
 
 #include "Common/reporting/failure.h"
 
+namespace level_engine {
+
 FiniteGuard::FiniteGuard(const std::string& path, const SF_INFO& info, long long first_frame)
     : path_(path), channels_(info.channels), samples_seen_(first_frame * info.channels) {
     const int encoding = info.format & SF_FORMAT_SUBMASK;
@@ -51,3 +53,5 @@ void FiniteGuard::note(const double* samples, long long count) {
     }
     samples_seen_ += count;
 }
+
+}  // namespace level_engine

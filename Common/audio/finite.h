@@ -4,6 +4,8 @@
 
 #include <string>
 
+namespace level_engine {
+
 /**
  * Refuses NaN and infinite samples. Only float formats can hold them; for all others a check costs
  * nothing.
@@ -36,3 +38,7 @@ class FiniteGuard {
     bool needed_;
     long long samples_seen_;
 };
+
+}  // namespace level_engine
+
+using level_engine::FiniteGuard;

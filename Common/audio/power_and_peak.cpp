@@ -7,6 +7,8 @@
 
 #include "Common/audio/wide_loops.h"
 
+namespace level_engine {
+
 namespace {
 
 // Eight sums and peaks side by side, which do not wait for each other.
@@ -37,3 +39,5 @@ void add_wide(const double* samples, long long count, double& squares, double& p
 void add_power_and_peak(const double* samples, long long count, double& squares, double& peak) {
     add_wide(samples, count, squares, peak);
 }
+
+}  // namespace level_engine

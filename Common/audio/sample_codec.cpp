@@ -11,6 +11,8 @@
 #include <immintrin.h>
 #endif
 
+namespace level_engine {
+
 /*
  * The scales are not the same both ways, and not an oversight: the library writes 1.0 as the
  * largest integer (32767) and reads integers as fractions of the next power of two (32768). A pass
@@ -327,3 +329,5 @@ void SampleCodec::decode(unsigned char* bytes, double* samples, std::size_t coun
             return;
     }
 }
+
+}  // namespace level_engine

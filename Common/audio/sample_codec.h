@@ -4,6 +4,8 @@
 
 #include <cstddef>
 
+namespace level_engine {
+
 /**
  * What libsndfile makes of samples on their way into a file of plain PCM or IEEE floats, and out of
  * it: the same rounding, the same scales (32767 to write 16 bits, 32768 to read them), the same
@@ -46,3 +48,7 @@ class SampleCodec {
     bool swapped_ = false;
     std::size_t bytes_ = 0;
 };
+
+}  // namespace level_engine
+
+using level_engine::SampleCodec;

@@ -12,6 +12,8 @@
 #include "Common/files/descriptor.h"
 #include "Common/reporting/failure.h"
 
+namespace level_engine {
+
 namespace {
 
 /** A file that has no name any more, or -1. */
@@ -133,3 +135,5 @@ int copy_sound(const std::string& from, const std::string& to) {
     }
     return 0;
 }
+
+}  // namespace level_engine

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+namespace level_engine {
+
 /**
  * Sound files between two steps that need no name on the disk. The steps open them by their paths
  * like any other (sound_handle.h looks here first), but a path that is held leads to a file of the
@@ -74,3 +76,8 @@ class ScratchSounds {
 
 /** copy_file for sound files, which may be held: 0, or 1 after saying why not. */
 int copy_sound(const std::string& from, const std::string& to);
+
+}  // namespace level_engine
+
+using level_engine::copy_sound;
+using level_engine::ScratchSounds;

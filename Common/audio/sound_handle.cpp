@@ -8,6 +8,8 @@
 #include "Common/audio/sample_codec.h"
 #include "Common/audio/scratch_sounds.h"
 
+namespace level_engine {
+
 namespace {
 
 thread_local std::string open_reason;
@@ -151,3 +153,5 @@ std::string format_name(int format, const char* between) {
     return library_name(SFC_GET_FORMAT_INFO, format & SF_FORMAT_TYPEMASK) + between +
            library_name(SFC_GET_FORMAT_INFO, format & SF_FORMAT_SUBMASK);
 }
+
+}  // namespace level_engine

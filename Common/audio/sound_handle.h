@@ -5,6 +5,8 @@
 #include <boost/shared_ptr.hpp>
 #include <string>
 
+namespace level_engine {
+
 /** A libsndfile handle that closes its file when the last owner lets go. */
 using SoundHandle = boost::shared_ptr<SNDFILE>;
 
@@ -40,3 +42,15 @@ int close_sound(SoundHandle& handle);
 /** The library's names of a format's container and encoding: "WAV (Microsoft)/Signed 16 bit PCM".
  */
 std::string format_name(int format, const char* between = "/");
+
+}  // namespace level_engine
+
+using level_engine::close_sound;
+using level_engine::format_name;
+using level_engine::keep_sound_write_reason;
+using level_engine::open_sound_for_reading;
+using level_engine::open_sound_for_writing;
+using level_engine::promises_length;
+using level_engine::sound_open_reason;
+using level_engine::sound_write_reason;
+using level_engine::SoundHandle;

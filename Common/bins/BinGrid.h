@@ -9,6 +9,8 @@
 #include "Common/stream/pump.h"
 #include "Common/units.h"
 
+namespace level_engine {
+
 /*
  * Bins and walls. Levels belong to bins: what lies between two points in time. Gains belong to
  * walls, the points themselves: inside a bin the gain runs in a straight line from the wall at its
@@ -55,3 +57,8 @@ BinGrid make_bin_grid(const SF_INFO& info, int bin_ms) {
     }
     return {bin_frames, static_cast<int>(bins), static_cast<int>(bins) + 1};
 }
+
+}  // namespace level_engine
+
+using level_engine::BinGrid;
+using level_engine::make_bin_grid;

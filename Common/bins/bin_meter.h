@@ -10,6 +10,8 @@
 #include "Common/bins/peak.h"
 #include "Common/stream/stream.h"
 
+namespace level_engine {
+
 /*
  * The meter of the measuring passes: peak and RMS of every bin.
  *
@@ -202,3 +204,12 @@ class BinMeter : public stream::Receiver {
     long long frames_ = 0;
     BinSums sums_;
 };
+
+}  // namespace level_engine
+
+using level_engine::BinKind;
+using level_engine::BinMeter;
+using level_engine::BinSums;
+using level_engine::kBinsTogether;
+using level_engine::RmsOfAllSamples;
+using level_engine::RmsOfLouderChannel;

@@ -4,6 +4,8 @@
 #include "Common/step/step_errors.h"
 #include "Common/stream/sound_writer.h"
 
+namespace level_engine {
+
 /**
  * Throws the step's ss_sf_io_error. That error's own message names neither file nor cause, so they
  * are noted here, where both are known.
@@ -14,3 +16,7 @@ template <class Step>
                             "Error writing to " + failure.path + ": " + failure.reason);
     throw step_errors::sf_io_error<Step>(failure.path);
 }
+
+}  // namespace level_engine
+
+using level_engine::fail_write;

@@ -10,6 +10,8 @@
 #include "Common/ss_util.h"
 #include "Common/stream/pump.h"
 
+namespace level_engine {
+
 /*
  * The measuring pass: peak and RMS of every bin, and the mean level of those that are not quiet.
  */
@@ -76,3 +78,8 @@ double measure_bins(stream::Source& source,
     }
     return mean_rms(bins.get(), squares.get(), grid, frames, channels, noise_floor);
 }
+
+}  // namespace level_engine
+
+using level_engine::mean_rms;
+using level_engine::measure_bins;

@@ -1,5 +1,7 @@
 #include "Common/bins/measured_bins.h"
 
+namespace level_engine {
+
 MeasuredRecordings& MeasuredRecordings::of_this_thread() {
     thread_local MeasuredRecordings recordings;
     return recordings;
@@ -19,3 +21,5 @@ MeasuredBins* MeasuredRecordings::find(const std::string& path,
                         measured.channels == info.channels && measured.frames == info.frames;
     return agrees ? &measured : nullptr;
 }
+
+}  // namespace level_engine

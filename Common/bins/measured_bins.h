@@ -16,6 +16,8 @@
 #include "Common/stream/stream.h"
 #include "Common/units.h"
 
+namespace level_engine {
+
 /*
  * Bins that were measured while their recording was written. The meter is the one of the measuring
  * pass, and it takes the samples that a reader of the file would get: a step that finds the bins of
@@ -126,3 +128,8 @@ void MeasuredRecordings::expect(const std::string& path, const SF_INFO& info, in
         forget(path);  // the reader measures by itself
     }
 }
+
+}  // namespace level_engine
+
+using level_engine::MeasuredBins;
+using level_engine::MeasuredRecordings;

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cmath>
 
+namespace level_engine {
+
 /**
  * The largest absolute sample, or peak where none is larger. A maximum does not depend on the order
  * of its terms: a few are kept side by side, which do not wait for each other.
@@ -24,3 +26,7 @@ inline double peak_of(const double* samples, long long count, double peak) {
     }
     return *std::max_element(peaks, peaks + kPeaks);
 }
+
+}  // namespace level_engine
+
+using level_engine::peak_of;

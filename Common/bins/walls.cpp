@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+namespace level_engine {
+
 /*
  * Gain ramps by repeated addition: each sample's gain is the one before plus a step. The product of
  * the step and the sample's index would be closer to the straight line and would need no waiting,
@@ -98,3 +100,5 @@ stream::Part wall_ramps(int channels, const BinGrid& grid, const double* walls) 
         WallRamps(channels, grid.from(bin), walls + bin, end).take(samples, frames);
     };
 }
+
+}  // namespace level_engine

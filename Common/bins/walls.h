@@ -4,6 +4,8 @@
 #include "Common/stream/parts.h"
 #include "Common/stream/stream.h"
 
+namespace level_engine {
+
 /**
  * Applies a gain curve: each bin's gain runs in equal steps from the wall at its start to the wall
  * at its end, the same for all channels. The step is always a bin_frames-th of the way, so in a
@@ -27,3 +29,8 @@ class WallRamps : public stream::Stage {
 
 /** The ramps as parts of a pass: each begins on a wall. */
 stream::Part wall_ramps(int channels, const BinGrid& grid, const double* walls);
+
+}  // namespace level_engine
+
+using level_engine::wall_ramps;
+using level_engine::WallRamps;

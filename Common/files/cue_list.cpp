@@ -8,6 +8,8 @@
 
 #include "Common/files/series.h"
 
+namespace level_engine {
+
 /*
  * A text that other programs open as a list of marks. Behind two lines of header comes the sample
  * rate; a mark is its frame, a "0" for its kind and three empty lines for name and comments.
@@ -64,3 +66,5 @@ long long nearest_wall(long long frame, int bin_frames) {
     const long long beyond_wall = rest < 0 ? rest + bin_frames : rest;
     return frame - beyond_wall + (2 * beyond_wall >= bin_frames ? bin_frames : 0);
 }
+
+}  // namespace level_engine

@@ -4,6 +4,8 @@
 #include <string>
 #include <vector>
 
+namespace level_engine {
+
 /*
  * The cue list: the text file in which the segmentation tells where a new segment begins.
  *
@@ -33,3 +35,10 @@ bool read_cue_list(const std::string& path, CueList& cues, std::string* problem 
 
 /** The wall between bins of bin_frames frames that lies nearest to a frame; halves go upwards. */
 long long nearest_wall(long long frame, int bin_frames);
+
+}  // namespace level_engine
+
+using level_engine::CueList;
+using level_engine::nearest_wall;
+using level_engine::read_cue_list;
+using level_engine::write_cue_list;

@@ -7,6 +7,8 @@
 #include <cerrno>
 #include <vector>
 
+namespace level_engine {
+
 Descriptor::Descriptor(const std::string& path, int flags, mode_t mode)
     : descriptor_(::open(path.c_str(), flags | O_CLOEXEC, mode)) {}
 
@@ -67,3 +69,5 @@ bool sync_folder_of(const std::string& path) {
     const Descriptor folder(parent.empty() ? "." : parent, O_RDONLY | O_DIRECTORY);
     return !folder.is_open() || sync_to_disk(folder.get());
 }
+
+}  // namespace level_engine

@@ -5,6 +5,8 @@
 #include <cstddef>
 #include <string>
 
+namespace level_engine {
+
 /** A file that closes itself. */
 class Descriptor {
   public:
@@ -41,3 +43,12 @@ void start_sync(int descriptor);
 
 /** The same for the folder that a path stands in: only then does its name survive a power cut. */
 bool sync_folder_of(const std::string& path);
+
+}  // namespace level_engine
+
+using level_engine::copy_all;
+using level_engine::Descriptor;
+using level_engine::start_sync;
+using level_engine::sync_folder_of;
+using level_engine::sync_to_disk;
+using level_engine::write_all;

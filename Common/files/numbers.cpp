@@ -8,6 +8,8 @@
 #include <string>
 #include <system_error>
 
+namespace level_engine {
+
 // What a C++ library has that converts floating point numbers, too.
 #ifdef __cpp_lib_to_chars
 #define QUORVANE_FAST_NUMBERS 1
@@ -103,3 +105,5 @@ std::size_t write_number(
     return static_cast<std::size_t>(length);
 #endif
 }
+
+}  // namespace level_engine

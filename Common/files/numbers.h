@@ -3,6 +3,8 @@
 #include <cstddef>
 #include <istream>
 
+namespace level_engine {
+
 /*
  * Numbers as text, at a tenth of what streams and printf take, where the library brings fast
  * conversions. Both directions are exact: the characters are those of printf in the C locale, the
@@ -19,3 +21,9 @@ enum class Notation { kFixed, kGeneral };
  * that are; 0 when they are more than size.
  */
 std::size_t write_number(char* text, std::size_t size, Notation notation, int digits, double value);
+
+}  // namespace level_engine
+
+using level_engine::Notation;
+using level_engine::read_number;
+using level_engine::write_number;

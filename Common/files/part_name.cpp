@@ -9,6 +9,8 @@
 
 namespace fs = boost::filesystem;
 
+namespace level_engine {
+
 namespace {
 
 std::string hexadecimal(unsigned number) {
@@ -37,3 +39,5 @@ std::string part_path(const std::string& target) {
         part_prefix(target) + std::to_string(getpid()) + "-" + hexadecimal(random()) + kPartEnd;
     return (fs::path(target).parent_path() / name).string();
 }
+
+}  // namespace level_engine

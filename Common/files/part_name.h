@@ -2,6 +2,8 @@
 
 #include <string>
 
+namespace level_engine {
+
 /*
  * An output on its way stands beside its target under a hidden name that tells whose it is: who
  * writes it holds a lock on it, so one without a lock was left by a run that was killed.
@@ -18,3 +20,10 @@ std::string part_prefix(const std::string& target);
 
 /** A new path for a part of this process, in the target's folder: prefix, process, random, end. */
 std::string part_path(const std::string& target);
+
+}  // namespace level_engine
+
+using level_engine::kPartEnd;
+using level_engine::kPartWord;
+using level_engine::part_path;
+using level_engine::part_prefix;

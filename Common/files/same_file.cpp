@@ -4,6 +4,8 @@
 
 #include <stdexcept>
 
+namespace level_engine {
+
 bool is_same_file(const std::string& first, const std::string& second) {
     // Device and inode: whatever the paths look like, and through links of both kinds.
     struct stat one = {};
@@ -21,3 +23,5 @@ void require_other_file(const std::string& input, const std::string& output) {
         throw std::runtime_error(overwritten_input_text(output));
     }
 }
+
+}  // namespace level_engine

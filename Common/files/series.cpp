@@ -4,6 +4,8 @@
 #include <cstring>
 #include <locale>
 
+namespace level_engine {
+
 std::string read_problem(const std::istream& file, const std::string& path) {
     return file.bad() ? "error reading from " + path + ": " + std::strerror(errno) : "";
 }
@@ -53,3 +55,5 @@ void SeriesWriter::write(double value) {
 std::string SeriesWriter::close() {
     return close_text(file_, path_);
 }
+
+}  // namespace level_engine

@@ -6,6 +6,8 @@
 
 #include "Common/files/numbers.h"
 
+namespace level_engine {
+
 /**
  * The numbers of a text file, separated by white space, up to the first word that is none. A file
  * that cannot be opened gives no numbers. One that opens and cannot be read to its end gives those
@@ -42,3 +44,10 @@ class SeriesWriter {
 
 /** Closes a text file; the same texts. */
 std::string close_text(std::ofstream& file, const std::string& path);
+
+}  // namespace level_engine
+
+using level_engine::close_text;
+using level_engine::read_problem;
+using level_engine::read_series;
+using level_engine::SeriesWriter;

@@ -13,6 +13,8 @@
 
 namespace fs = boost::filesystem;
 
+namespace level_engine {
+
 namespace {
 
 fs::filesystem_error failure(const char* what, const std::string& from, const std::string& to) {
@@ -91,3 +93,5 @@ void move_whole(const std::string& from, const std::string& to) {
     copy_whole(from, to);
     fs::remove(from);
 }
+
+}  // namespace level_engine

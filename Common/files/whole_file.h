@@ -2,6 +2,8 @@
 
 #include <string>
 
+namespace level_engine {
+
 /*
  * Files that appear under their name whole or not at all. Both throw boost::filesystem
  * filesystem_error (a std::runtime_error) naming the files and the cause, and then leave the source
@@ -13,3 +15,8 @@ void copy_whole(const std::string& from, const std::string& to);
 
 /** Renames from to to; across file systems copies as copy_whole does, then removes from. */
 void move_whole(const std::string& from, const std::string& to);
+
+}  // namespace level_engine
+
+using level_engine::copy_whole;
+using level_engine::move_whole;

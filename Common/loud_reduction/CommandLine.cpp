@@ -4,6 +4,8 @@
 
 #include "Common/units.h"
 
+namespace level_engine {
+
 void add_loud_reduction_options(StepOptions& options, LoudReductionArgs& args) {
     options.option("level_diff,l", args.level_diff_db, "maximum level above mean (dB)")
         .option("attack,a", args.attack_ms, "attack (ms)")
@@ -18,3 +20,5 @@ void show_loud_reduction_args(const LoudReductionArgs& args) {
     std::printf("Level difference:  %.2lfdB (%6.4lf)\n", args.level_diff_db,
                 db_to_linear(args.level_diff_db));
 }
+
+}  // namespace level_engine

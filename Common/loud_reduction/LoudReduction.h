@@ -17,6 +17,8 @@
 #include "Common/stream/sound_writer.h"
 #include "Common/units.h"
 
+namespace level_engine {
+
 /*
  * Two of the ten steps do the same work and differ in what they hold against the threshold: first
  * the peaks of bins, 15 dB above the mean, then their RMS, 3 dB above it. The order matters: a door
@@ -179,3 +181,7 @@ class LoudReduction {
     boost::scoped_array<CBin> pBin;
     boost::scoped_array<double> pWallGains;
 };
+
+}  // namespace level_engine
+
+using level_engine::LoudReduction;

@@ -2,6 +2,8 @@
 
 #include <string>
 
+namespace level_engine {
+
 /** The settings that both loud-reduction steps share; their defaults differ. Levels are in dB. */
 struct LoudReductionArgs {
     double noise_floor_db = 0;
@@ -13,3 +15,7 @@ struct LoudReductionArgs {
     std::string sound_file_out;
     std::string options_file;
 };
+
+}  // namespace level_engine
+
+using level_engine::LoudReductionArgs;

@@ -5,6 +5,8 @@
 /** Ends a cancelled run. Not an ss_error: it passes through the steps' handlers to the driver. */
 class ss_cancel_exception : public std::exception {};
 
+namespace level_engine {
+
 /**
  * Throws ss_cancel_exception while gCancelled is set, a request stands, or the caller of the run on
  * this thread asks.
@@ -25,3 +27,12 @@ void ask_before_going_on(AsksToCancel asks, void* context);
 
 /** Whether that is why the run on this thread ended; the answer is given once. */
 bool take_run_asked();
+
+}  // namespace level_engine
+
+using level_engine::ask_before_going_on;
+using level_engine::AsksToCancel;
+using level_engine::check_cancelled;
+using level_engine::request_cancel;
+using level_engine::set_cancelled;
+using level_engine::take_run_asked;

@@ -3,6 +3,8 @@
 #include <initializer_list>
 #include <limits>
 
+namespace level_engine {
+
 LevelFindings nothing_found() {
     constexpr double kUnknown = std::numeric_limits<double>::quiet_NaN();
     LevelFindings found{};
@@ -27,3 +29,5 @@ LevelFindings& findings() {
 void forget_findings() {
     findings() = nothing_found();
 }
+
+}  // namespace level_engine

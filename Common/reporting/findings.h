@@ -2,6 +2,8 @@
 
 #include "Common/outcome.h"
 
+namespace level_engine {
+
 /**
  * What the steps of the run on this thread have found, each number written by the step that knows
  * it. The arrays belong to the driver. Steps that run by themselves write here too, for no reader.
@@ -13,3 +15,9 @@ LevelFindings nothing_found();
 
 /** Forgets what an earlier run on this thread found. */
 void forget_findings();
+
+}  // namespace level_engine
+
+using level_engine::findings;
+using level_engine::forget_findings;
+using level_engine::nothing_found;

@@ -7,10 +7,10 @@ void log_msg(const std::string& /*source*/, int /*line*/, const std::string& tex
     reporting::write_words(reporting::Stream::kOutput, text + "\n");
 }
 
-int log_failure(const std::string& source,
-                int line,
-                const std::string& text,
-                reporting::Kind kind) {
+int level_engine::log_failure(const std::string& source,
+                              int line,
+                              const std::string& text,
+                              reporting::Kind kind) {
     reporting::note_failure(kind, text);
     log_msg(source, line, text);
     return 1;

@@ -14,11 +14,17 @@
  */
 void log_msg(const std::string& source, int line, const std::string& text);
 
+namespace level_engine {
+
 /** Logs what went wrong, notes it as a failure and returns 1, a step's result for failure. */
 int log_failure(const std::string& source,
                 int line,
                 const std::string& text,
                 reporting::Kind kind = reporting::Kind::kOther);
+
+}  // namespace level_engine
+
+using level_engine::log_failure;
 
 /** Prints the processor time since start (a reading of the processor clock, in ticks). */
 void ShowDuration(unsigned long start);

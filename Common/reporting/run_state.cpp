@@ -8,6 +8,8 @@ thread_local void* gProcessorPtr = nullptr;
 thread_local unsigned long gStart = 0;
 int gCancelled = 0;
 
+namespace level_engine {
+
 namespace {
 
 // Apart from gCancelled, which only the driver sets. A signal handler may write it.
@@ -55,3 +57,5 @@ bool take_run_asked() {
     run_asked = false;
     return asked;
 }
+
+}  // namespace level_engine

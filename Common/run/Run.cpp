@@ -18,6 +18,8 @@
 
 namespace fs = boost::filesystem;
 
+namespace level_engine {
+
 /*
  * The run reads from top to bottom: go() names what happens in its order; run_steps.cpp has a
  * function for each step, RunFiles looks after the files between them.
@@ -178,3 +180,5 @@ void Run::succeed(LevelOutcomeKind kind, const std::string& reason) {
     record_.succeed(kind, reason);
     record_.report_defect(files_.names());
 }
+
+}  // namespace level_engine

@@ -10,6 +10,8 @@
 #include "Common/run/run_files.h"
 #include "Common/run/run_settings.h"
 
+namespace level_engine {
+
 class OutcomeRecord;
 
 /**
@@ -79,3 +81,12 @@ class Run {
     double filtered_level_db_ = 0.0;
     int step_ = 0;  // the one under way
 };
+
+}  // namespace level_engine
+
+using level_engine::kCancelled;
+using level_engine::kFailure;
+using level_engine::kSuccess;
+using level_engine::OutcomeRecord;
+using level_engine::Result;
+using level_engine::Run;

@@ -4,6 +4,8 @@
 #include <string>
 #include <vector>
 
+namespace level_engine {
+
 /** A step's argument vector, which owns its strings. */
 class Argv {
   public:
@@ -26,3 +28,7 @@ class Argv {
     std::vector<std::string> words_;
     std::vector<const char*> pointers_;
 };
+
+}  // namespace level_engine
+
+using level_engine::Argv;

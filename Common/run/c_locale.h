@@ -5,6 +5,8 @@
 #include <xlocale.h>
 #endif
 
+namespace level_engine {
+
 /**
  * While it lives, this thread formats and parses numbers with a decimal point, whatever language
  * the program that holds the engine has set.
@@ -25,3 +27,7 @@ class CLocale {
     locale_t locale_;
     locale_t previous_;
 };
+
+}  // namespace level_engine
+
+using level_engine::CLocale;

@@ -17,6 +17,8 @@
 #include "Common/step/failure.h"
 #include "Common/stream/helper_thread.h"
 
+namespace level_engine {
+
 /*
  * What a call of the engine sets up on its thread and takes down again around a Run.
  */
@@ -112,3 +114,5 @@ int call_engine(int argc,
         return kFailure;
     }
 }
+
+}  // namespace level_engine

@@ -2,6 +2,8 @@
 
 #include <memory>
 
+namespace level_engine {
+
 class OutcomeRecord;
 struct RunSettings;
 
@@ -17,3 +19,10 @@ int call_engine(int argc,
 
 /** Whether an engine call is under way on this thread: a second one would change its state. */
 bool is_engine_called();
+
+}  // namespace level_engine
+
+using level_engine::call_engine;
+using level_engine::is_engine_called;
+using level_engine::OutcomeRecord;
+using level_engine::RunSettings;

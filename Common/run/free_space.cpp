@@ -6,6 +6,8 @@
 
 namespace fs = boost::filesystem;
 
+namespace level_engine {
+
 namespace {
 
 constexpr std::uintmax_t kFactor = 3;  // intermediate files of the input's size that exist at once
@@ -17,3 +19,5 @@ void require_free_space(const std::string& input) {
         throw std::runtime_error("Insufficient disk space for temporary files.");
     }
 }
+
+}  // namespace level_engine

@@ -9,6 +9,8 @@
 #include "Common/reporting/failure.h"
 #include "Common/units.h"
 
+namespace level_engine {
+
 void note_frames_missing(SoundFile& file, const SF_INFO& info) {
     reporting::Defect defect;
     defect.is_systems = sf_error(file.handle().get()) == SF_ERR_SYSTEM;
@@ -56,3 +58,5 @@ void require_writable_format(const std::string& path, SF_INFO info, int bit_dept
         throw std::runtime_error(path + ": cannot write the format " + format_name(info.format));
     }
 }
+
+}  // namespace level_engine

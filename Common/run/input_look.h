@@ -6,6 +6,8 @@
 
 #include "Common/audio/SoundFile.h"
 
+namespace level_engine {
+
 /*
  * What a run finds out about its input before the first step.
  */
@@ -24,3 +26,10 @@ bool begins_with_zero(SoundFile& file, const SF_INFO& info);
  * the output, 0 for the input's encoding.
  */
 void require_writable_format(const std::string& path, SF_INFO info, int bit_depth);
+
+}  // namespace level_engine
+
+using level_engine::begins_with_zero;
+using level_engine::note_frames_missing;
+using level_engine::note_odd_samples;
+using level_engine::require_writable_format;

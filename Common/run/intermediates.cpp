@@ -8,6 +8,8 @@
 
 namespace fs = boost::filesystem;
 
+namespace level_engine {
+
 namespace {
 
 struct Name {
@@ -98,3 +100,5 @@ void Intermediates::require_apart(const std::string& input, const std::string& o
         }
     }
 }
+
+}  // namespace level_engine

@@ -3,6 +3,8 @@
 #include <string>
 #include <vector>
 
+namespace level_engine {
+
 /*
  * The files that pass from step to step. All of a run stand in the platform's directory for
  * temporary files under names that do not depend on the input's, so that what an earlier run left
@@ -63,3 +65,8 @@ class Intermediates {
     std::string extension_;
     bool has_lent_final_ = false;
 };
+
+}  // namespace level_engine
+
+using level_engine::Intermediate;
+using level_engine::Intermediates;

@@ -10,6 +10,8 @@
 #include "Common/run/constants.h"
 #include "Common/units.h"
 
+namespace level_engine {
+
 namespace {
 
 std::string replace_all(std::string text, const std::string& what, const std::string& with) {
@@ -221,3 +223,5 @@ const LevelFindings* OutcomeRecord::findings() {
     found_.gains = gains_.data();
     return &found_;
 }
+
+}  // namespace level_engine

@@ -10,6 +10,8 @@
 #include "Common/reporting/failure.h"
 #include "Common/run/intermediates.h"
 
+namespace level_engine {
+
 /**
  * The outcome of a run, behind the C interface: it owns the texts and the arrays that the C
  * structures point to. It can be read on any thread once the run has ended.
@@ -116,3 +118,7 @@ class OutcomeRecord {
     std::vector<GainRun> gain_runs_;
     std::vector<double> gains_;
 };
+
+}  // namespace level_engine
+
+using level_engine::OutcomeRecord;

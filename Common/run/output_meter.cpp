@@ -9,6 +9,8 @@
 #include "Common/stream/riders.h"
 #include "Common/stream/stream.h"
 
+namespace level_engine {
+
 class OutputMeter::Rider : public stream::Receiver {
   public:
     Rider(std::shared_ptr<Measured> measured, int channels, int descriptor)
@@ -54,3 +56,5 @@ void OutputMeter::tell(LevelFindings& found) const {
             std::sqrt(measured_->squares / static_cast<double>(measured_->frames * channels_));
     }
 }
+
+}  // namespace level_engine

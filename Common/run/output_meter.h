@@ -5,6 +5,8 @@
 
 #include "Common/outcome.h"
 
+namespace level_engine {
+
 /**
  * Measures the finished audio while it is written, as its file gives it back, so that whoever
  * judges it need not read it for that. Files that do not hold plain samples are not measured. A
@@ -34,3 +36,7 @@ class OutputMeter {
     std::shared_ptr<Measured> measured_;
     int channels_ = 0;
 };
+
+}  // namespace level_engine
+
+using level_engine::OutputMeter;

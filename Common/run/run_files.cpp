@@ -20,6 +20,8 @@
 
 namespace fs = boost::filesystem;
 
+namespace level_engine {
+
 namespace {
 
 boost::mutex temporary_directory_mutex;
@@ -142,3 +144,5 @@ void RunFiles::done_with(std::initializer_list<std::string> paths) {
         }
     }
 }
+
+}  // namespace level_engine

@@ -11,6 +11,8 @@
 #include "Common/run/run_settings.h"
 #include "Common/run/temp_files.h"
 
+namespace level_engine {
+
 /**
  * The intermediate files of a run: which of them have a name on the disk, what is measured while
  * they are written, and when they go. What the steps find by the path of a file, its scratch file
@@ -62,3 +64,7 @@ class RunFiles {
     TempFileList temp_files_;
     OutputMeter output_meter_;
 };
+
+}  // namespace level_engine
+
+using level_engine::RunFiles;

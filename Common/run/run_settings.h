@@ -7,6 +7,8 @@
 #include "Common/reporting/failure.h"
 #include "Common/reporting/run_state.h"
 
+namespace level_engine {
+
 /** What a caller sets for a run. The run works on a copy, so that it cannot change under way. */
 struct RunSettings {
     bool keep_intermediates = false;
@@ -42,3 +44,7 @@ struct RunSettings {
     enum class Help { kAsProcess, kAlone, kHelped };
     Help help = Help::kAsProcess;  // whether a second thread reads ahead and writes behind
 };
+
+}  // namespace level_engine
+
+using level_engine::RunSettings;

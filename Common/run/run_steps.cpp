@@ -22,6 +22,8 @@
 #include "Common/smooth_gains/smooth_gains.h"
 #include "Common/wrap_segment/wrap_segment.h"
 
+namespace level_engine {
+
 /*
  * The ten steps of a run, a function each: it builds the step's command line, calls the step and
  * removes the file that no later step reads. Steps exchange files and text alone, so that each can
@@ -234,3 +236,5 @@ int Run::normalize_into(const std::string& from, const std::string& to) {
     }
     return result;
 }
+
+}  // namespace level_engine

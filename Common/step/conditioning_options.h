@@ -6,6 +6,8 @@
 #include "Common/step/step_errors.h"
 #include "Common/step/step_options.h"
 
+namespace level_engine {
+
 /**
  * Parses the command line of a step that turns one sound file into another: declares the two
  * positional sound files, then writes what is wrong, or the help that was asked for, and throws the
@@ -32,3 +34,7 @@ void parse_conditioning_options(StepOptions& options,
         throw step_errors::command_line_error<Step>();
     }
 }
+
+}  // namespace level_engine
+
+using level_engine::parse_conditioning_options;

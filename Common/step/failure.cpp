@@ -11,6 +11,8 @@
 #include "Common/ss_util.h"
 #include "Common/step/option_errors.h"
 
+namespace level_engine {
+
 namespace {
 
 /** Of the exceptions that others throw, those that have a file or memory for their cause. */
@@ -53,3 +55,5 @@ void report_current_failure() {
         reporting::write_words(reporting::Stream::kError, text);
     }
 }
+
+}  // namespace level_engine

@@ -1,5 +1,7 @@
 #pragma once
 
+namespace level_engine {
+
 /**
  * Inside a handler, notes the failure that is being handled and writes a message: an ss_error
  * reports itself, of any other std::exception the what() goes to the standard error stream, without
@@ -8,3 +10,7 @@
  * std::exception, and a cancellation, is thrown again.
  */
 void report_current_failure();
+
+}  // namespace level_engine
+
+using level_engine::report_current_failure;

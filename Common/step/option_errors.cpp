@@ -7,6 +7,8 @@
 
 namespace po = boost::program_options;
 
+namespace level_engine {
+
 namespace {
 
 // For a percent sign while the library works: a character that no text holds.
@@ -44,3 +46,5 @@ bool open_options_file(const std::string& path, std::ifstream& file) {
     file.open(path);
     return file.is_open();
 }
+
+}  // namespace level_engine

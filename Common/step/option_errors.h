@@ -4,6 +4,8 @@
 #include <fstream>
 #include <string>
 
+namespace level_engine {
+
 /**
  * The text of what a command line's parser threw. The option library makes it by putting values
  * into a template for as long as it finds a placeholder, which never ends when a value (a word of
@@ -15,3 +17,8 @@ std::string text_of_option_error(std::exception& failure);
 /** Opens an options file for reading; false when it is missing or no file, a folder for instance.
  */
 bool open_options_file(const std::string& path, std::ifstream& file);
+
+}  // namespace level_engine
+
+using level_engine::open_options_file;
+using level_engine::text_of_option_error;

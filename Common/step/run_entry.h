@@ -2,6 +2,8 @@
 
 #include "Common/ss_util.h"
 
+namespace level_engine {
+
 /** Runs a step's worker; an ss_error reports itself and gives on_error. All others pass on. */
 template <class Result>
 Result run_entry(Result (*worker)(int, const char**),
@@ -15,3 +17,7 @@ Result run_entry(Result (*worker)(int, const char**),
         return on_error;
     }
 }
+
+}  // namespace level_engine
+
+using level_engine::run_entry;

@@ -12,6 +12,8 @@
 
 namespace po = boost::program_options;
 
+namespace level_engine {
+
 /*
  * Two descriptions make a command line: the visible group is what the help shows, the hidden one is
  * parsed with it. Every parse begins with an empty map of values, so that one object can parse
@@ -175,3 +177,5 @@ std::string StepOptions::help() const {
     }
     return text.str();
 }
+
+}  // namespace level_engine

@@ -5,6 +5,8 @@
 #include <sstream>
 #include <string>
 
+namespace level_engine {
+
 /** How a command line was understood. */
 struct ParseResult {
     enum Status { kOk, kHelp, kUnreadableOptionsFile, kFailed };
@@ -102,3 +104,8 @@ class StepOptions {
     boost::program_options::positional_options_description positions_;
     boost::program_options::variables_map values_;
 };
+
+}  // namespace level_engine
+
+using level_engine::ParseResult;
+using level_engine::StepOptions;

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <utility>
 
+namespace level_engine {
+
 namespace {
 
 constexpr int kWorthwhilePieces = 4;  // less than that is read before another thread is awake
@@ -64,3 +66,5 @@ ReadAhead::Span ReadAhead::next(long long most_frames) {
         lane_.add();
     }
 }
+
+}  // namespace level_engine

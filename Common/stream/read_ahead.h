@@ -7,6 +7,8 @@
 
 #include "Common/stream/helper_thread.h"
 
+namespace level_engine {
+
 /**
  * Fetches a recording's frames in large pieces, which the helper thread begins before they are
  * asked for. Frames are bytes here: to decode them is left to the one who takes them, since samples
@@ -67,3 +69,7 @@ class ReadAhead {
     long long fetching_ = 0;           // piece
     stream::HelperThread::Lane lane_;  // the last member: it waits before the others go
 };
+
+}  // namespace level_engine
+
+using level_engine::ReadAhead;

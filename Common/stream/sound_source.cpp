@@ -10,6 +10,8 @@
 
 #include "Common/reporting/failure.h"
 
+namespace level_engine {
+
 namespace {
 
 [[noreturn]] void fail_read(const std::string& text) {
@@ -214,3 +216,5 @@ void rewind(stream::Source& source) {
         fail_read(source.name() + ": cannot be read a second time");
     }
 }
+
+}  // namespace level_engine

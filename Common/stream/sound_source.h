@@ -10,6 +10,8 @@
 #include "Common/stream/read_ahead.h"
 #include "Common/stream/stream.h"
 
+namespace level_engine {
+
 /**
  * An open sound file as a source. The library's error is looked at after every read. Without a
  * failure of the owner's own, a damaged file gives the frames that can be read, and what is missing
@@ -86,3 +88,8 @@ class SoundSource : public stream::Source {
 
 /** Goes back to frame 0 for a second pass. Throws std::runtime_error naming the source. */
 void rewind(stream::Source& source);
+
+}  // namespace level_engine
+
+using level_engine::rewind;
+using level_engine::SoundSource;

@@ -16,6 +16,8 @@
 #include "Common/files/descriptor.h"
 #include "Common/stream/riders.h"
 
+namespace level_engine {
+
 namespace {
 
 constexpr long long kRiderSamples = 65536;
@@ -245,3 +247,5 @@ void SoundWriter::end() {
         rider_->end();
     }
 }
+
+}  // namespace level_engine

@@ -10,6 +10,8 @@
 #include "Common/stream/helper_thread.h"
 #include "Common/stream/stream.h"
 
+namespace level_engine {
+
 /** A sound file that did not take what was written to it. */
 struct WriteFailure {
     SoundHandle handle;  // null once the file is closed
@@ -93,3 +95,8 @@ class SoundWriter : public stream::Receiver {
     std::vector<double> rider_block_;
     stream::HelperThread::Lane lane_;  // the last member: it waits before the others go
 };
+
+}  // namespace level_engine
+
+using level_engine::SoundWriter;
+using level_engine::WriteFailure;
