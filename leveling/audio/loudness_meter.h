@@ -105,6 +105,9 @@ class LoudnessMeter {
     /** LUFS: the greatest of all blocks of 400 ms. Minus infinity for silence. */
     double greatest_momentary_lufs() const;
 
+    /** The mean power of each whole stretch of 100 ms, K-weighted. */
+    std::vector<double> stretch_powers() const { return powers(1, 1); }
+
     /** Frames of a stretch of 100 ms. */
     static std::int64_t stretch_frames(int sample_rate_hz);
 

@@ -101,8 +101,10 @@ class HalfMeter {
               const std::string& path,
               std::int64_t begin,
               std::int64_t end,
-              const std::vector<std::int64_t>& cuts)
+              const std::vector<std::int64_t>& cuts,
+              FrameObserver* observer)
         : file_(file),
+          observer_(observer),
           channels_(static_cast<std::size_t>(file_.channels())),
           done_(begin),
           end_(end),
@@ -123,11 +125,17 @@ class HalfMeter {
     /** progress is called with the frames that were read. */
     void run(const std::function<void(std::int64_t)>& progress) {
         settle();
+        if (observer_ != nullptr) {
+            observer_->begin(file_.channels(), file_.samplerate());
+        }
         while (done_ < end_) {
             const std::size_t frames =
                 read_block(end_, [&](const float* samples, std::size_t count) {
                     power_.add(samples, count * channels_);
                     peaks_.add(samples, count);
+                    if (observer_ != nullptr) {
+                        observer_->add(samples, count);
+                    }
                 });
             loudness_.add(block_.data(), frames);
             progress(static_cast<std::int64_t>(frames));
@@ -214,6 +222,7 @@ class HalfMeter {
     }
 
     SndfileHandle file_;
+    FrameObserver* observer_;
     std::size_t channels_;
     std::int64_t done_;
     std::int64_t end_;
@@ -235,7 +244,7 @@ class HalfMeter {
  */
 class FileMeter {
   public:
-    explicit FileMeter(const std::string& path)
+    explicit FileMeter(const std::string& path, Observers observers = {})
         : file_(open_to_read(path)),
           step_s_(std::max(kLeastStepSeconds,
                            static_cast<double>(file_.frames()) / file_.samplerate() / kMostPoints)),
@@ -243,9 +252,10 @@ class FileMeter {
           last_moment_(last_moment(file_.frames(), file_.samplerate())),
           cuts_(cuts_of(windows_, last_moment_)),
           middle_(middle_of(file_)),
-          whole_(file_, path, 0, middle_, cuts_) {
+          whole_(file_, path, 0, middle_, cuts_, observers.first) {
         if (middle_ < file_.frames()) {
-            second_.emplace(open_to_read(path), path, middle_, file_.frames(), cuts_);
+            second_.emplace(open_to_read(path), path, middle_, file_.frames(), cuts_,
+                            observers.second);
         }
     }
 
@@ -311,6 +321,10 @@ class FileMeter {
         facts.greatest_momentary_lufs =
             std::max(loudness.greatest_momentary_lufs(),
                      loudness.window_lufs(last_moment_.begin, last_moment_.end));
+        facts.powers.step_s =
+            static_cast<double>(LoudnessMeter::stretch_frames(file_.samplerate())) /
+            file_.samplerate();
+        facts.powers.values = loudness.stretch_powers();
         facts.short_term_lufs.step_s = step_s_;
         for (const Window& window : windows_) {
             facts.short_term_lufs.values.push_back(loudness.window_lufs(window.begin, window.end));
@@ -330,8 +344,10 @@ class FileMeter {
 
 }  // namespace
 
-Measurement measure(const std::string& path, const std::function<void(double)>& progress) {
-    return FileMeter(path).run(progress);
+Measurement measure(const std::string& path,
+                    const std::function<void(double)>& progress,
+                    Observers observers) {
+    return FileMeter(path, observers).run(progress);
 }
 
 std::future<Measurement> measure_meanwhile(const std::string& path, Beside beside) {

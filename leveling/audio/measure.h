@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <functional>
 #include <future>
 #include <string>
@@ -15,13 +16,39 @@ struct Measurement {
     Scan scan;  // the peak to single precision
 };
 
+/** Sees the frames of a file, or of one half of it, while they are measured. */
+class FrameObserver {
+  public:
+    FrameObserver() = default;
+    FrameObserver(const FrameObserver&) = delete;
+    FrameObserver& operator=(const FrameObserver&) = delete;
+    virtual ~FrameObserver() = default;
+
+    /** Called once, before the first frame. */
+    virtual void begin(int channels, int sample_rate_hz) = 0;
+
+    /** The next frames, interleaved, full scale 1.0. */
+    virtual void add(const float* samples, std::size_t frames) = 0;
+};
+
+/**
+ * Who sees the frames. A file that is measured in two halves shows the second one, and the first
+ * ends with a tenth of a second then; the second observer does not begin where there is one part.
+ */
+struct Observers {
+    FrameObserver* first = nullptr;
+    FrameObserver* second = nullptr;
+};
+
 /**
  * Measures a whole audio file: integrated loudness, range and true peak after EBU R128, sample
  * peak, RMS, and the loudness over time in windows of 3 s centred on their time, at most about a
  * thousand of them. progress is called with 0 to 1. Throws std::runtime_error, naming the cause,
  * when the file cannot be read.
  */
-Measurement measure(const std::string& path, const std::function<void(double)>& progress);
+Measurement measure(const std::string& path,
+                    const std::function<void(double)>& progress,
+                    Observers observers = {});
 
 /** What the caller's thread does while a measurement is under way. */
 enum class Beside {

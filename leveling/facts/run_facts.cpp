@@ -81,11 +81,17 @@ Json loudness(const Loudness& from, Curves curves) {
 }
 
 Loudness loudness_back(const Json& json) {
-    return {level_back(json.at("integrated_lufs")), level_back(json.at("range_lu")),
-            level_back(json.at("true_peak_dbtp")),  level_back(json.at("sample_peak_dbfs")),
-            level_back(json.at("rms_dbfs")),        level_back(json.at("pauses_dbfs")),
-            number_back(json.at("head_s")),         number_back(json.at("tail_s")),
-            curve_back(json, "short_term_lufs")};
+    return {level_back(json.at("integrated_lufs")),
+            level_back(json.at("range_lu")),
+            level_back(json.at("true_peak_dbtp")),
+            level_back(json.at("sample_peak_dbfs")),
+            level_back(json.at("rms_dbfs")),
+            level_back(json.at("pauses_dbfs")),
+            number_back(json.at("head_s")),
+            number_back(json.at("tail_s")),
+            curve_back(json, "short_term_lufs"),
+            0,
+            {}};
 }
 
 /** Gains in dB, as the engine applied them before the last step. */

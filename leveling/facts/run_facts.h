@@ -39,6 +39,7 @@ struct Loudness {
     double tail_s = 0;       // the quiet after the last sound
     Curve short_term_lufs;
     double greatest_momentary_lufs = 0;  // of 400 ms; for the file's own metadata, not in JSON
+    Curve powers;  // K-weighted, of each tenth of a second; for the levels of speech, not in JSON
 };
 
 /**
