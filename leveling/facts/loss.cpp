@@ -11,6 +11,7 @@ namespace quorvane {
 namespace {
 
 constexpr std::size_t kMostPlaces = 5;  // in a note
+constexpr double kNoticed = 0.01;       // a share that listeners will notice
 
 /** "silence from 1.25 s to 1.30 s, from 4.00 s to 4.10 s and at 3 more places". */
 std::string places_of(const std::vector<Gap>& gaps, double rate_hz) {
@@ -24,6 +25,31 @@ std::string places_of(const std::vector<Gap>& gaps, double rate_hz) {
         text += fmt::format(" and at {} more places", gaps.size() - kMostPlaces);
     }
     return text;
+}
+
+/** The longest gaps, in order of time; what is missing at the end counts as one. */
+std::vector<FindingPlace> longest_gaps(const Loss& loss, const FileFacts& facts) {
+    constexpr std::size_t kMostFindingPlaces = 20;
+    const double rate_hz = std::max(facts.sample_rate_hz, 1);
+    std::vector<FindingPlace> places;
+    for (const Gap& gap : loss.gaps) {
+        places.push_back({static_cast<double>(gap.at) / rate_hz,
+                          static_cast<double>(gap.at + gap.frames) / rate_hz});
+    }
+    if (loss.missing > 0) {
+        const auto frames = static_cast<double>(facts.frames);
+        places.push_back(
+            {frames / rate_hz, (frames + static_cast<double>(loss.missing)) / rate_hz});
+    }
+    std::stable_sort(places.begin(), places.end(),
+                     [](const FindingPlace& one, const FindingPlace& other) {
+                         return one.to_s - one.from_s > other.to_s - other.from_s;
+                     });
+    places.resize(std::min(places.size(), kMostFindingPlaces));
+    std::sort(places.begin(), places.end(), [](const FindingPlace& one, const FindingPlace& other) {
+        return one.from_s < other.from_s;
+    });
+    return places;
 }
 
 }  // namespace
@@ -67,6 +93,8 @@ void judge_loss(const Loss& loss, LossLimit limit, FileFacts& facts) {
         throw FileError(text + "; --salvage levels what is left of it");
     }
     facts.notes.push_back(text);
+    facts.findings.push_back({"damaged", share >= kNoticed ? Severity::Problem : Severity::Warning,
+                              100 * share, "%", longest_gaps(loss, facts), ""});
 }
 
 }  // namespace quorvane

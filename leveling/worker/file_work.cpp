@@ -11,6 +11,7 @@
 #include <optional>
 #include <string>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 #include "Common/stream/helper_thread.h"
@@ -21,6 +22,8 @@
 #include "leveling/engine/output_gate.h"
 #include "leveling/facts/destinations.h"
 #include "leveling/facts/file_error.h"
+#include "leveling/findings/findings.h"
+#include "leveling/findings/profiler.h"
 #include "leveling/metadata/byte_file.h"
 #include "leveling/preparation/preparation.h"
 #include "leveling/publish/publish.h"
@@ -39,9 +42,10 @@ namespace fs = std::filesystem;
 
 namespace {
 
-/** What a second thread makes of the input. */
+/** What reading the input shows; its hash where a second thread read it. */
 struct InputReading {
     Loudness loudness;
+    SoundProfile profile;
     std::string hash;
 };
 
@@ -73,8 +77,20 @@ void probe(Work& work) {
     }
 }
 
-void take_measurement(Work& work, const Loudness& before) {
+InputReading read_input(const std::string& file, const std::function<void(double)>& progress) {
+    Profiler first;
+    Profiler second;
+    InputReading reading;
+    reading.loudness = measure(file, progress, {&first, &second}).loudness;
+    reading.profile = std::move(first.profile());
+    reading.profile.append(second.profile());
+    return reading;
+}
+
+void take_measurement(Work& work, const InputReading& reading) {
+    const Loudness& before = reading.loudness;
     work.facts.before = before;
+    add_findings(reading.profile, work.facts);
     if (before.sample_peak_dbfs > 0 && !work.job.output.empty()) {
         work.facts.notes.push_back(
             fmt::format("has peaks of {:+.1f} dBFS; what lies above 0 dBFS is cut off before "
@@ -87,7 +103,7 @@ void take_measurement(Work& work, const Loudness& before) {
 void wait_for_measurement(Work& work) {
     if (work.before.valid()) {
         const InputReading reading = work.before.get();
-        take_measurement(work, reading.loudness);
+        take_measurement(work, reading);
         work.input_hash = reading.hash;
     }
 }
@@ -97,11 +113,12 @@ void measure_before(Work& work) {
     const std::string file = work.carrier->readable(work.job.input);
     if (work.job.spare_processor && !work.job.output.empty()) {
         work.before = std::async(std::launch::async, [file, input = work.job.input] {
-            const Loudness loudness = measure(file, [](double) {}).loudness;
-            return InputReading{loudness, content_hash(input)};
+            InputReading reading = read_input(file, [](double) {});
+            reading.hash = content_hash(input);
+            return reading;
         });
     } else {
-        take_measurement(work, measure(file, work.progress).loudness);
+        take_measurement(work, read_input(file, work.progress));
     }
 }
 
@@ -406,6 +423,7 @@ WorkResult work_on(const Job& job, const std::function<void(double)>& progress) 
     std::int64_t bytes = 0;
     try {
         run_stages(work, progress);
+        add_results(state_of(job.input).size, work.facts);
         bytes = job.output.empty() ? 0 : state_of(job.part).size;
     } catch (const std::exception& error) {
         work.facts.outcome = Outcome::Failed;

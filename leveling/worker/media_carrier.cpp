@@ -94,6 +94,7 @@ void MediaCarrier::judge(const media::DecodedSound& sound, FileFacts& facts) con
         }
     }
     facts.notes.insert(facts.notes.end(), own.notes.begin(), own.notes.end());
+    facts.findings.insert(facts.findings.end(), own.findings.begin(), own.findings.end());
 }
 
 std::string MediaCarrier::readable(const std::string& file) {
