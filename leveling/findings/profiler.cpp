@@ -2,10 +2,9 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstring>
 
-#include "Common/audio/wide_loops.h"
 #include "leveling/audio/loudness_meter.h"
+#include "leveling/findings/sample_loops.h"
 #include "leveling/preparation/levels.h"
 
 namespace quorvane {
@@ -23,7 +22,6 @@ constexpr float kMostPower = 1e12F;  // what is above is no sound
 
 constexpr float kTonesFrom_hz = 350;
 constexpr float kTonesTo_hz = 3500;
-constexpr std::size_t kAround = 6;  // bins to each side that lines stand out of
 
 constexpr std::array<double, 2> kMains_hz = {50, 60};
 constexpr int kHarmonics = 6;  // what lies above is a buzz, and weak
@@ -38,111 +36,6 @@ constexpr std::size_t kMostBreaks = 20000;
 constexpr double kLongestZeros_s = 0.5;
 constexpr float kLeastJump = 0.05F;
 constexpr float kOverSteps = 8;  // a jump is so much larger than the steps before and behind it
-
-/** What a piece of one channel holds. */
-struct PieceSums {
-    float sum, squares, highest, lowest, step;
-};
-
-/** samples[-1] is read, too. */
-QUORVANE_WIDE_LOOP
-PieceSums sums_of(const float* samples, std::size_t count) {
-    constexpr std::size_t kLanes = 8;
-    float sum[kLanes] = {};
-    float squares[kLanes] = {};
-    float highest[kLanes];
-    float lowest[kLanes];
-    float step[kLanes] = {};
-    for (std::size_t k = 0; k < kLanes; ++k) {
-        highest[k] = samples[0];
-        lowest[k] = samples[0];
-    }
-    const auto take = [&](std::size_t at, std::size_t k) {
-        const float x = samples[at];
-        const float rise = x - samples[at - 1];
-        const float square = rise * rise;
-        sum[k] += x;
-        squares[k] += x * x;
-        highest[k] = x > highest[k] ? x : highest[k];
-        lowest[k] = x < lowest[k] ? x : lowest[k];
-        step[k] = square > step[k] ? square : step[k];
-    };
-    std::size_t i = 0;
-    for (; i + kLanes <= count; i += kLanes) {
-        for (std::size_t k = 0; k < kLanes; ++k) {
-            take(i + k, k);
-        }
-    }
-    for (; i < count; ++i) {
-        take(i, 0);
-    }
-    PieceSums result{0, 0, highest[0], lowest[0], 0};
-    for (std::size_t k = 0; k < kLanes; ++k) {
-        result.sum += sum[k];
-        result.squares += squares[k];
-        result.highest = std::max(result.highest, highest[k]);
-        result.lowest = std::min(result.lowest, lowest[k]);
-        result.step = std::max(result.step, step[k]);
-    }
-    result.step = std::sqrt(result.step);
-    return result;
-}
-
-QUORVANE_WIDE_LOOP
-float product_of(const float* left, const float* right, std::size_t count) {
-    constexpr std::size_t kLanes = 8;
-    float sums[kLanes] = {};
-    std::size_t i = 0;
-    for (; i + kLanes <= count; i += kLanes) {
-        for (std::size_t k = 0; k < kLanes; ++k) {
-            sums[k] += left[i + k] * right[i + k];
-        }
-    }
-    for (; i < count; ++i) {
-        sums[0] += left[i] * right[i];
-    }
-    float result = 0;
-    for (const float sum : sums) {
-        result += sum;
-    }
-    return result;
-}
-
-/**
- * The logarithm to the base of 2, linear between powers of two, plus a constant: the bits of a
- * float as an integer (J. N. Mitchell, "Computer multiplication and division using binary
- * logarithms", IRE Transactions on Electronic Computers 11 (1962)).
- */
-QUORVANE_WIDE_LOOP
-void to_logs(const float* powers, std::size_t count, float* logs) {
-    constexpr float kPerInteger = 1.0F / (1 << 23);
-    for (std::size_t i = 0; i < count; ++i) {
-        std::int32_t bits = 0;
-        std::memcpy(&bits, powers + i, sizeof bits);
-        logs[i] = static_cast<float>(bits) * kPerInteger;
-    }
-}
-
-/** How far each value, from logs[kAround] on, is over the mean of those around it. */
-QUORVANE_WIDE_LOOP
-void take_lines(const float* logs, std::size_t count, float* lines) {
-    constexpr float kShare = 1.0F / (2 * kAround + 1);
-    for (std::size_t i = 0; i < count; ++i) {
-        float sum = 0;
-        for (std::size_t k = 0; k <= 2 * kAround; ++k) {
-            sum += logs[i + k];
-        }
-        lines[i] = logs[i + kAround] - kShare * sum;
-    }
-}
-
-QUORVANE_WIDE_LOOP
-void split(const float* frames, std::size_t count, float* left, float* right) {
-    for (std::size_t i = 0; i < count; ++i) {
-        left[i] = frames[2 * i];
-        right[i] = frames[2 * i + 1];
-    }
-}
 
 float band(const std::vector<float>& power, double from_hz, double to_hz, double bin_hz) {
     const auto from = static_cast<std::size_t>(std::max(1.0, std::ceil(from_hz / bin_hz)));
@@ -248,12 +141,17 @@ void Profiler::finish_tenth() {
             tenth = {};
             std::fill(plane_[c].begin(), plane_[c].end(), 0.0F);
         }
-        const std::vector<float>* from = &one_;
-        one_.assign(plane_[c].begin() + 1, plane_[c].end());
+        const float* samples = plane_[c].data() + 1;
+        std::size_t count = tenth_frames_;
         for (HalfRate& stage : to_middle_[c]) {
             other_.clear();
-            stage.process(from->data(), from->size(), other_);
+            stage.process(samples, count, other_);
             one_.swap(other_);
+            samples = one_.data();
+            count = one_.size();
+        }
+        if (to_middle_[c].empty()) {
+            one_.assign(samples, samples + count);
         }
         middle_[c].insert(middle_[c].end(), one_.begin(), one_.end());
         new_middle_ = one_.size();

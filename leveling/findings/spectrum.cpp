@@ -29,6 +29,13 @@ void combine(const float* a_real,
     }
 }
 
+QUORVANE_WIDE_LOOP
+void weigh(const float* samples, const float* window, std::size_t count, float* to) {
+    for (std::size_t i = 0; i < count; ++i) {
+        to[i] = samples[i] * window[i];
+    }
+}
+
 /** All butterflies of the first factor, whose stride is 1. */
 QUORVANE_WIDE_LOOP
 void combine_first(const float* from_real,
@@ -72,10 +79,8 @@ Spectrum::Spectrum(std::size_t size)
 }
 
 void Spectrum::take(const float* first, const float* second) {
-    for (std::size_t i = 0; i < size_; ++i) {
-        real_[i] = first[i] * window_[i];
-        imaginary_[i] = second[i] * window_[i];
-    }
+    weigh(first, window_.data(), size_, real_.data());
+    weigh(second, window_.data(), size_, imaginary_.data());
     combine_first(real_.data(), imaginary_.data(), cosine_.data(), sine_.data(), size_ / 2,
                   next_real_.data(), next_imaginary_.data());
     real_.swap(next_real_);
