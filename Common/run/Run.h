@@ -84,9 +84,5 @@ class Run {
 
 }  // namespace level_engine
 
-using level_engine::kCancelled;
-using level_engine::kFailure;
-using level_engine::kSuccess;
 using level_engine::OutcomeRecord;
-using level_engine::Result;
 using level_engine::Run;
