@@ -4,6 +4,7 @@
 #include <cmath>
 #include <stdexcept>
 
+#include "Common/audio/wide_loops.h"
 #include "leveling/audio/sound_file.h"
 #include "leveling/publish/sinc.h"
 
@@ -20,6 +21,21 @@ namespace {
 
 /** The parabola rises at most so far above its points for a wave below half the sampling rate. */
 constexpr double kParabolaRise = 1.08;
+
+/** Adds to each of `count` sums the weighted samples from its own on, tap after tap. */
+QUORVANE_WIDE_LOOP void add_weighted(const double* samples,
+                                     const double* weights,
+                                     std::size_t taps,
+                                     std::size_t count,
+                                     double* sums) {
+    for (std::size_t tap = 0; tap < taps; ++tap) {
+        const double weight = weights[tap];
+        const double* from = samples + tap;
+        for (std::size_t i = 0; i < count; ++i) {
+            sums[i] += weight * from[i];
+        }
+    }
+}
 
 /** The height of the vertex where the middle one is the greatest, else that of the middle. */
 double vertex(double before, double middle, double after) {
@@ -82,13 +98,7 @@ void TruePeakFinder::find_channel(std::size_t channel, std::size_t frames, doubl
     const std::size_t count = frames + 2;
     for (std::size_t phase = 0; phase < kPhases; ++phase) {
         std::array<double, kRun + 2> sums{};
-        for (std::size_t tap = 0; tap < kTaps; ++tap) {
-            const double weight = weights_[phase][tap];
-            const double* from = history + tap;
-            for (std::size_t i = 0; i < count; ++i) {
-                sums[i] += weight * from[i];
-            }
-        }
+        add_weighted(history, weights_[phase].data(), kTaps, count, sums.data());
         for (std::size_t i = 0; i < count; ++i) {
             oversampled_[i * kPhases + phase] = std::fabs(sums[i]);
         }
