@@ -183,6 +183,43 @@ Beruht auf Qt, FFmpeg, libsndfile, Boost, TagLib, fmt und JSON for Modern C++.</
     </message>
 </context>
 <context>
+    <name>PreparationText</name>
+    <message>
+        <source>raised by %1 dB before leveling, its noise with it</source>
+        <translation>vor dem Ausgleichen um %1 dB angehoben, das Rauschen mit</translation>
+    </message>
+    <message numerus="yes">
+        <source>%n long pause(s) (%1 min) kept down</source>
+        <translation>
+            <numerusform>%n lange Pause (%1 min) bleibt leise</numerusform>
+            <numerusform>%n lange Pausen (%1 min) bleiben leise</numerusform>
+        </translation>
+    </message>
+    <message>
+        <source>rumble louder than the voices taken out below 110 Hz</source>
+        <translation>Rumpeln unter 110 Hz, das lauter war als die Stimmen, herausgefiltert</translation>
+    </message>
+    <message>
+        <source>its background (music, noise or reverberation) is %1 dB under the quietest voice and comes up with it</source>
+        <translation>der Hintergrund (Musik, Rauschen oder Hall) liegt %1 dB unter der leisesten Stimme und wird mit ihr lauter</translation>
+    </message>
+    <message>
+        <source>even already, so it got one constant gain</source>
+        <translation>schon gleichmäßig, deshalb nur mit einer festen Verstärkung</translation>
+    </message>
+    <message numerus="yes">
+        <source>a gain for each of %n phrase(s)</source>
+        <translation>
+            <numerusform>eine Verstärkung für %n Satzteil</numerusform>
+            <numerusform>je eine Verstärkung für %n Satzteile</numerusform>
+        </translation>
+    </message>
+    <message>
+        <source>dithered once, at the end</source>
+        <translation>einmal gerundet, am Ende, mit Dither</translation>
+    </message>
+</context>
+<context>
     <name>Words</name>
     <message>
         <source>Leveled</source>

@@ -2,6 +2,23 @@
 <!DOCTYPE TS>
 <TS version="2.1" language="en">
     <context>
+        <name>PreparationText</name>
+        <message numerus="yes">
+            <source>%n long pause(s) (%1 min) kept down</source>
+            <translation>
+                <numerusform>%n long pause (%1 min) kept down</numerusform>
+                <numerusform>%n long pauses (%1 min) kept down</numerusform>
+            </translation>
+        </message>
+        <message numerus="yes">
+            <source>a gain for each of %n phrase(s)</source>
+            <translation>
+                <numerusform>a gain for each of %n phrase</numerusform>
+                <numerusform>a gain for each of %n phrases</numerusform>
+            </translation>
+        </message>
+    </context>
+    <context>
         <name>Words</name>
         <message numerus="yes">
             <source>%n minute(s) left</source>

@@ -7,6 +7,7 @@
 #include <optional>
 
 #include "desktop/intake/paths.h"
+#include "desktop/model/preparation_text.h"
 
 /*
  * Facts as sentences, in the language of the window. Causes come from the engine and the workers in
@@ -90,15 +91,28 @@ QString begun(const QString& words) {
     return words.left(1).toUpper() + words.mid(1);
 }
 
+/** The notes of a file, and what was done to it that is done to few. */
+QStringList notes_of(const quorvane::FileFacts& facts, quorvane::Telling telling) {
+    QStringList notes;
+    for (const std::string& note : facts.notes) {
+        notes.append(QString::fromStdString(note));
+    }
+    if (facts.preparation && facts.outcome == Outcome::Leveled) {
+        notes.append(preparation_texts(*facts.preparation, telling));
+    }
+    return notes;
+}
+
 /** One line, for the row: the rest of the notes stands in the tool tip. */
 QString finished_text(const quorvane::FileFacts& facts) {
     const QString cause = cause_text(facts);
     switch (facts.outcome) {
         case Outcome::Leveled:
-        case Outcome::Analyzed:
-            return facts.notes.empty() ? Words::tr("Leveled")
-                                       : Words::tr("Leveled; note: %1")
-                                             .arg(QString::fromStdString(facts.notes.front()));
+        case Outcome::Analyzed: {
+            const QStringList notes = notes_of(facts, quorvane::Telling::Notable);
+            return notes.isEmpty() ? Words::tr("Leveled")
+                                   : Words::tr("Leveled; note: %1").arg(notes.front());
+        }
         case Outcome::Copied:
             return Words::tr("Copied unchanged: %1").arg(cause);
         case Outcome::UpToDate:
@@ -148,9 +162,7 @@ QString range_text(const Row& row) {
 
 QString tool_tip(const Row& row) {
     QStringList lines = {shown_name(row.input), shown_folder(row.input), state_text(row)};
-    for (const std::string& note : row.facts.notes) {
-        lines.append(QString::fromStdString(note));
-    }
+    lines.append(notes_of(row.facts, quorvane::Telling::Everything));
     // A single note stands in the state already.
     lines.removeDuplicates();
     // Plain text: a name may look like HTML.

@@ -284,6 +284,17 @@ void WindowTest::german_says_it_all() {
     QCOMPARE(desktop::state_text(broken),
              QStringLiteral("Fehlgeschlagen: kann nicht als Audio gelesen werden: "
                             "Format nicht erkannt."));
+    desktop::Row leveled;
+    leveled.state = State::Finished;
+    leveled.facts.outcome = quorvane::Outcome::Leveled;
+    leveled.facts.preparation.emplace();
+    leveled.facts.preparation->raised_db = 31.25;
+    leveled.facts.preparation->pauses = 2;
+    leveled.facts.preparation->pauses_s = 65;
+    leveled.facts.preparation->even = true;
+    QVERIFY(desktop::state_text(leveled).contains(QString::fromUtf8("vor dem Ausgleichen um ")));
+    QVERIFY(desktop::tool_tip(leveled).contains("2 lange Pausen (1:05 min) bleiben leise"));
+    QVERIFY(desktop::tool_tip(leveled).contains(QString::fromUtf8("schon gleichmäßig")));
     MainWindow window;
     QVERIFY(window.findChild<desktop::DropView*>()->accessibleName().contains("hierher"));
     QApplication::removeTranslator(&german);
