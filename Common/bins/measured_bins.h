@@ -12,8 +12,8 @@
 
 #include "Common/bins/BinGrid.h"
 #include "Common/bins/bin_meter.h"
-#include "Common/stream/riders.h"
 #include "Common/stream/stream.h"
+#include "Common/stream/write_taps.h"
 #include "Common/units.h"
 
 namespace level_engine {
@@ -59,7 +59,7 @@ class MeasuredRecordings {
 
   private:
     template <class RmsRule>
-    class Rider;
+    class WriteTap;
 
     /** Five hours of 50 ms, 12 MB. Bins of longer recordings are kept by nobody but who uses them.
      */
@@ -70,9 +70,9 @@ class MeasuredRecordings {
 
 /** A meter that tells nobody of a failure: the reader will come upon it and tell. */
 template <class RmsRule>
-class MeasuredRecordings::Rider : public stream::Receiver {
+class MeasuredRecordings::WriteTap : public stream::Receiver {
   public:
-    explicit Rider(std::shared_ptr<MeasuredBins> measured)
+    explicit WriteTap(std::shared_ptr<MeasuredBins> measured)
         : measured_(std::move(measured)),
           meter_("",
                  measured_->channels,
@@ -123,7 +123,8 @@ void MeasuredRecordings::expect(const std::string& path, const SF_INFO& info, in
         measured->bins.reset(new CBin[static_cast<std::size_t>(bins)]);
         measured->squares.reset(new double[static_cast<std::size_t>(bins)]);
         measured_[path] = measured;
-        stream::Riders::of_this_thread().seat(path, std::make_unique<Rider<RmsRule>>(measured));
+        stream::WriteTaps::of_this_thread().attach(path,
+                                                   std::make_unique<WriteTap<RmsRule>>(measured));
     } catch (const std::bad_alloc&) {
         forget(path);  // the reader measures by itself
     }

@@ -6,14 +6,14 @@
 
 #include "Common/audio/power_and_peak.h"
 #include "Common/files/descriptor.h"
-#include "Common/stream/riders.h"
 #include "Common/stream/stream.h"
+#include "Common/stream/write_taps.h"
 
 namespace level_engine {
 
-class OutputMeter::Rider : public stream::Receiver {
+class OutputMeter::WriteTap : public stream::Receiver {
   public:
-    Rider(std::shared_ptr<Measured> measured, int channels, int descriptor)
+    WriteTap(std::shared_ptr<Measured> measured, int channels, int descriptor)
         : measured_(std::move(measured)), channels_(channels), descriptor_(descriptor) {}
 
     void take(double* samples, long long frames) override {
@@ -37,12 +37,12 @@ class OutputMeter::Rider : public stream::Receiver {
     long long unsynced_ = 0;  // samples
 };
 
-void OutputMeter::ride_to(const std::string& path, int channels, int descriptor) {
+void OutputMeter::attach_to(const std::string& path, int channels, int descriptor) {
     channels_ = channels;
     try {
         measured_ = std::make_shared<Measured>();
-        stream::Riders::of_this_thread().seat(
-            path, std::make_unique<Rider>(measured_, channels, descriptor));
+        stream::WriteTaps::of_this_thread().attach(
+            path, std::make_unique<WriteTap>(measured_, channels, descriptor));
     } catch (const std::bad_alloc&) {
         measured_.reset();  // not measured, then
     }

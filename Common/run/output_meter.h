@@ -18,13 +18,13 @@ class OutputMeter {
      * Rides along with the next writing of a file that has so many channels. descriptor: of the
      * file if it is going to be synced, else -1.
      */
-    void ride_to(const std::string& path, int channels, int descriptor);
+    void attach_to(const std::string& path, int channels, int descriptor);
 
     /** Brings in what was measured, if all of the file was. */
     void tell(LevelFindings& found) const;
 
   private:
-    class Rider;
+    class WriteTap;
 
     struct Measured {
         long long frames = 0;

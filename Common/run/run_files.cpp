@@ -16,7 +16,7 @@
 #include "Common/platform.h"
 #include "Common/run/constants.h"
 #include "Common/run/free_space.h"
-#include "Common/stream/riders.h"
+#include "Common/stream/write_taps.h"
 
 namespace fs = boost::filesystem;
 
@@ -61,7 +61,7 @@ void remove_old(const std::string& path) {
 RunFiles::~RunFiles() {
     ScratchSounds::of_this_thread().clear();
     MeasuredRecordings::of_this_thread().clear();
-    stream::Riders::of_this_thread().clear();
+    stream::WriteTaps::of_this_thread().clear();
 }
 
 void RunFiles::place(const std::string& input, const std::string& output) {
@@ -91,7 +91,7 @@ std::string RunFiles::add_final(const SF_INFO& info, int format) {
     ScratchSounds::of_this_thread().drop_room();  // nothing comes after the leveled audio
     const int lent = lend_final_file(path, format);
     if (settings_.collect_findings) {
-        output_meter_.ride_to(path, info.channels, lent);
+        output_meter_.attach_to(path, info.channels, lent);
     }
     return path;
 }

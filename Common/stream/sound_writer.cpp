@@ -14,13 +14,13 @@
 
 #include "Common/audio/scratch_sounds.h"
 #include "Common/files/descriptor.h"
-#include "Common/stream/riders.h"
+#include "Common/stream/write_taps.h"
 
 namespace level_engine {
 
 namespace {
 
-constexpr long long kRiderSamples = 65536;
+constexpr long long kTapSamples = 65536;
 
 /** The file took less than it was given: ends the work on it. */
 struct ShortWrite {};
@@ -116,7 +116,7 @@ SoundWriter::SoundWriter(const SoundHandle& handle,
     if (codec_.is_plain()) {
         frame_bytes_ = static_cast<long long>(codec_.bytes()) * channels;
         piece_capacity_ = std::max(1LL, stream::kPieceBytes / frame_bytes_);
-        rider_ = stream::Riders::of_this_thread().take_along(path);
+        tap_ = stream::WriteTaps::of_this_thread().detach(path);
     }
 }
 
@@ -190,24 +190,24 @@ void SoundWriter::write_piece() {
     if (writing.written < writing.frames) {
         throw ShortWrite();  // no piece may follow
     }
-    if (rider_) {
+    if (tap_) {
         try {
-            tell_rider(writing);
+            feed_tap(writing);
         } catch (const std::bad_alloc&) {
-            rider_.reset();  // without its end it counts for nothing; the file is what matters
+            tap_.reset();  // without its end it counts for nothing; the file is what matters
         }
     }
 }
 
 /** Decodes the piece, whose bytes are in the file by now. */
-void SoundWriter::tell_rider(Piece& piece) {
-    const long long block_frames = kRiderSamples / channels_;
-    rider_block_.resize(kRiderSamples);
+void SoundWriter::feed_tap(Piece& piece) {
+    const long long block_frames = kTapSamples / channels_;
+    tap_block_.resize(kTapSamples);
     for (long long done = 0; done < piece.frames; done += block_frames) {
         const long long frames = std::min(block_frames, piece.frames - done);
-        codec_.decode(piece.bytes.data() + done * frame_bytes_, rider_block_.data(),
+        codec_.decode(piece.bytes.data() + done * frame_bytes_, tap_block_.data(),
                       static_cast<std::size_t>(frames * channels_));
-        rider_->take(rider_block_.data(), frames);
+        tap_->take(tap_block_.data(), frames);
     }
 }
 
@@ -243,8 +243,8 @@ void SoundWriter::end() {
     } else if (!is_whole(path_, frames_)) {
         on_failure_({handle_, path_, samples, samples, "the file on disk is not whole"});
     }
-    if (rider_) {
-        rider_->end();
+    if (tap_) {
+        tap_->end();
     }
 }
 

@@ -69,7 +69,7 @@ class SoundWriter : public stream::Receiver {
     void fill_pieces(long long frames, const Fill& fill);
     void hand_over_piece();
     void write_piece();
-    void tell_rider(Piece& piece);
+    void feed_tap(Piece& piece);
     void finish_pieces(long long count);
     void fail_piece(long long written);
     void check(long long frames, long long written);
@@ -91,8 +91,8 @@ class SoundWriter : public stream::Receiver {
     long long frames_ = 0;          // that have arrived
     // What follows belongs to the lane.
     long long writing_ = 0;  // piece
-    std::unique_ptr<stream::Receiver> rider_;
-    std::vector<double> rider_block_;
+    std::unique_ptr<stream::Receiver> tap_;
+    std::vector<double> tap_block_;
     stream::HelperThread::Lane lane_;  // the last member: it waits before the others go
 };
 
