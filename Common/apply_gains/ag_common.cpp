@@ -40,7 +40,7 @@ class PeakMeter : public stream::Receiver {
   public:
     explicit PeakMeter(int channels) : channels_(channels) {}
 
-    void take(double* samples, long long frames) override {
+    void process(double* samples, long long frames) override {
         peak_ = peak_of(samples, frames * channels_, peak_);
     }
 
@@ -180,7 +180,7 @@ void ApplyGains(int blockMilliseconds,
             note_defect(inputPath + ": a block of " + std::to_string(blockMilliseconds) +
                         " ms is shorter than a frame, so nothing was leveled");
         }
-        output.end();
+        output.finish();
         return;
     }
     const long long frames = static_cast<long long>(blocks.bins) * block_frames;

@@ -119,7 +119,7 @@ class BinMeter : public stream::Receiver {
         : name_(name), channels_(channels), grid_(grid), bins_(bins), squares_(squares) {}
 
     /** Throws std::runtime_error when a bin's sum of squares is beyond all numbers. */
-    void take(double* samples, long long frames) override {
+    void process(double* samples, long long frames) override {
         while (frames > 0 && done_ < grid_.bins) {
             // Side by side as many as the block holds whole, up to four; either way each bin adds
             // the same squares in the same order.
@@ -142,7 +142,7 @@ class BinMeter : public stream::Receiver {
         }
     }
 
-    void end() override {
+    void finish() override {
         if (sums_.samples > 0) {
             close_bin();
         }

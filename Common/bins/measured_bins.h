@@ -80,13 +80,13 @@ class MeasuredRecordings::WriteTap : public stream::Receiver {
                  measured_->bins.get(),
                  measured_->squares.get()) {}
 
-    void take(double* samples, long long frames) override {
+    void process(double* samples, long long frames) override {
         frames_ += frames;
-        failed_ = failed_ || !succeeds([&] { meter_.take(samples, frames); });
+        failed_ = failed_ || !succeeds([&] { meter_.process(samples, frames); });
     }
 
-    void end() override {
-        failed_ = failed_ || !succeeds([&] { meter_.end(); });
+    void finish() override {
+        failed_ = failed_ || !succeeds([&] { meter_.finish(); });
         measured_->complete = !failed_ && meter_.complete() && frames_ == measured_->frames;
     }
 

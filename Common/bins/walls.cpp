@@ -64,7 +64,7 @@ void apply_four_ramps(double* samples, long long frames, const double* walls) {
 WallRamps::WallRamps(int channels, const BinGrid& grid, const double* walls, stream::Receiver& next)
     : Stage(next), channels_(channels), grid_(grid), walls_(walls) {}
 
-void WallRamps::take(double* samples, long long frames) {
+void WallRamps::process(double* samples, long long frames) {
     // A block may begin and end anywhere in a bin: gain_ carries the ramp over from call to call.
     long long done = 0;
     while (done < frames && bin_ < grid_.bins) {
@@ -90,14 +90,14 @@ void WallRamps::take(double* samples, long long frames) {
         }
     }
     if (done > 0) {
-        next().take(samples, done);
+        next().process(samples, done);
     }
 }
 
 stream::Part wall_ramps(int channels, const BinGrid& grid, const double* walls) {
     return [=](stream::Receiver& end, long long first_frame, double* samples, long long frames) {
         const int bin = static_cast<int>(first_frame / grid.bin_frames);
-        WallRamps(channels, grid.from(bin), walls + bin, end).take(samples, frames);
+        WallRamps(channels, grid.from(bin), walls + bin, end).process(samples, frames);
     };
 }
 

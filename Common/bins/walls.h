@@ -16,7 +16,7 @@ class WallRamps : public stream::Stage {
     /** walls: grid.walls gains, linear, kept by the caller. */
     WallRamps(int channels, const BinGrid& grid, const double* walls, stream::Receiver& next);
 
-    void take(double* samples, long long frames) override;
+    void process(double* samples, long long frames) override;
 
   private:
     int channels_;

@@ -47,7 +47,7 @@ class LevelWriter : public stream::Receiver {
     LevelWriter(int channels, long long bin_samples, SeriesWriter& file)
         : channels_(channels), bin_samples_(bin_samples), file_(file) {}
 
-    void take(double* samples, long long frames) override {
+    void process(double* samples, long long frames) override {
         for (long long left = frames * channels_; left > 0;) {
             const long long some = std::min(left, bin_samples_ - count_);
             double sum = sum_;  // a local copy stays in a register
@@ -64,7 +64,7 @@ class LevelWriter : public stream::Receiver {
         }
     }
 
-    void end() override {
+    void finish() override {
         if (count_ > 0) {
             close_bin();
         }

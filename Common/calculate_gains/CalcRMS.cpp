@@ -13,7 +13,7 @@ GatedMeter::GatedMeter(int channels, std::uint32_t bufferLength, double noiseThr
       buffer_length_(bufferLength),
       since_loud_(bufferLength) {}  // as if nothing loud had ever been: the gate begins closed
 
-void GatedMeter::take(double* samples, long long frames) {
+void GatedMeter::process(double* samples, long long frames) {
     double sum = sum_;  // local copies stay in registers
     long long counted = counted_;
     long long since_loud = since_loud_;

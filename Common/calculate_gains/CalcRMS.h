@@ -20,7 +20,7 @@ class GatedMeter : public stream::Receiver {
     /** noiseThreshold: linear. */
     GatedMeter(int channels, std::uint32_t bufferLength, double noiseThreshold);
 
-    void take(double* samples, long long frames) override;
+    void process(double* samples, long long frames) override;
 
     /** Linear, 0 when no sample counted. */
     double rms() const;

@@ -70,7 +70,7 @@ void CNoiseGate::gate_input(void (CNoiseGate::*start)()) {
                  }));
 }
 
-void CNoiseGate::take(double* samples, long long frames) {
+void CNoiseGate::process(double* samples, long long frames) {
     line_.insert(line_.end(), samples, samples + frames * channel_count_);
     received_ += frames;
     if (meters_.empty() && received_ >= args_.meter_samples) {
@@ -84,14 +84,14 @@ void CNoiseGate::take(double* samples, long long frames) {
     }
 }
 
-void CNoiseGate::end() {
+void CNoiseGate::finish() {
     if (meters_.empty()) {
         (this->*start_)();  // the recording is shorter than the meters: let them say so
     }
     while (gated_ < received_) {
         gate_block(std::min(block_frames_, received_ - gated_));
     }
-    Stage::end();
+    Stage::finish();
 }
 
 /** The pointer holds until the next take, which may move the line. */
@@ -124,7 +124,7 @@ void CNoiseGate::gate_block(long long frames) {
                          : gate_stereo<false>(samples, ahead, frames);
     }
     gated_ += frames;
-    next().take(block_.get(), frames);
+    next().process(block_.get(), frames);
 }
 
 /**

@@ -49,8 +49,8 @@ class CNoiseGate : public stream::Stage {
     void exec_stereo();
 
     /** For the loop that exec runs. */
-    void take(double* samples, long long frames) override;
-    void end() override;
+    void process(double* samples, long long frames) override;
+    void finish() override;
 
     /** Fill one meter, or those of the two channels, with the start of the recording. */
     void initializeMeter(CLevelMeter& meter);

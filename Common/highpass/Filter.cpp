@@ -22,7 +22,7 @@ Filter::Filter(const std::string& name, const biquad* filters, int channels, str
 }
 
 /** A section's output waits for its last one; two channels fill each other's waiting time. */
-void Filter::take(double* samples, long long frames) {
+void Filter::process(double* samples, long long frames) {
     biquad left = filters_[0];  // local copies stay in registers
     biquad right = filters_[1];
     double left_sum = sums_[0];
@@ -47,7 +47,7 @@ void Filter::take(double* samples, long long frames) {
                                  ": the high-pass filter overflows; its cutoffs make it "
                                  "unstable, or the samples are too large");
     }
-    next().take(samples, frames);
+    next().process(samples, frames);
 }
 
 double Filter::sum_of_squares() const {

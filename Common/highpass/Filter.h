@@ -17,7 +17,7 @@ class Filter : public stream::Stage {
     Filter(const std::string& name, const biquad* filters, int channels, stream::Receiver& next);
 
     /** Throws std::runtime_error when a sum is no number: an unstable filter ends there. */
-    void take(double* samples, long long frames) override;
+    void process(double* samples, long long frames) override;
 
     /** Of the louder channel. */
     double sum_of_squares() const;

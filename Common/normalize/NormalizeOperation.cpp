@@ -149,13 +149,13 @@ void NormalizeOperation::ApplyGains() {
     result_.held_samples = holds ? above_full_scale_ : 0;
 }
 
-void FullScaleHold::take(double* samples, long long frames) {
+void FullScaleHold::process(double* samples, long long frames) {
     // Nearly every block passes as it is. To look for the largest is several times faster than to
     // count.
     if (peak_of(samples, frames * channels_, 0.0) > 1.0) {
         hold(samples, frames);
     }
-    next().take(samples, frames);
+    next().process(samples, frames);
 }
 
 void FullScaleHold::hold(double* samples, long long frames) {

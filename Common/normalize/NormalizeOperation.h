@@ -68,7 +68,7 @@ class FullScaleHold : public stream::Stage {
     FullScaleHold(int channels, stream::Receiver& next, Mode mode = Mode::kHold)
         : Stage(next), channels_(channels), mode_(mode) {}
 
-    void take(double* samples, long long frames) override;
+    void process(double* samples, long long frames) override;
 
     /** Samples that were, or in the other mode would have been, held. */
     long long held() const { return held_; }

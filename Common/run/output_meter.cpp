@@ -16,7 +16,7 @@ class OutputMeter::WriteTap : public stream::Receiver {
     WriteTap(std::shared_ptr<Measured> measured, int channels, int descriptor)
         : measured_(std::move(measured)), channels_(channels), descriptor_(descriptor) {}
 
-    void take(double* samples, long long frames) override {
+    void process(double* samples, long long frames) override {
         add_power_and_peak(samples, frames * channels_, measured_->squares, measured_->peak);
         measured_->frames += frames;
         unsynced_ += frames * channels_;
@@ -26,7 +26,7 @@ class OutputMeter::WriteTap : public stream::Receiver {
         }
     }
 
-    void end() override { measured_->complete = true; }
+    void finish() override { measured_->complete = true; }
 
   private:
     static constexpr long long kSamplesToSync = 1LL << 22;  // 8 MB of 16 bits

@@ -31,7 +31,7 @@ class Encoder : public Receiver {
     Encoder(const SoundWriter& writer, std::vector<unsigned char>& bytes)
         : writer_(writer), bytes_(bytes) {}
 
-    void take(double* samples, long long frames) override {
+    void process(double* samples, long long frames) override {
         const std::size_t room = bytes_.size();
         bytes_.resize(room + static_cast<std::size_t>(frames * writer_.frame_bytes()));
         writer_.encode(samples, bytes_.data() + room, frames);
@@ -77,7 +77,7 @@ class TwoAtATime {
         while (written_ < begun_) {
             write_oldest();
         }
-        writer_.end();
+        writer_.finish();
     }
 
   private:
@@ -128,12 +128,12 @@ class InTurn : public Receiver {
     InTurn(long long first_frame, Receiver& end, const Part& part)
         : frame_(first_frame), end_(end), part_(part) {}
 
-    void take(double* samples, long long frames) override {
+    void process(double* samples, long long frames) override {
         part_(end_, frame_, samples, frames);
         frame_ += frames;
     }
 
-    void end() override { end_.end(); }
+    void finish() override { end_.finish(); }
 
   private:
     long long frame_;

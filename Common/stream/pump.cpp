@@ -54,12 +54,12 @@ void run(Source& source,
         } else {
             guard.note(block.get(), frames * channels);
         }
-        receiver.take(block.get(), frames);
+        receiver.process(block.get(), frames);
         advance(frames);
         left -= frames;
     }
     // Not on an exception: the step fails then, and its output counts for nothing.
-    receiver.end();
+    receiver.finish();
 }
 
 }  // namespace

@@ -140,7 +140,7 @@ void SoundWriter::fill_pieces(long long frames, const Fill& fill) {
     }
 }
 
-void SoundWriter::take(double* samples, long long frames) {
+void SoundWriter::process(double* samples, long long frames) {
     if (codec_.is_plain()) {
         fill_pieces(frames, [&](unsigned char* bytes, long long first, long long some) {
             encode(samples + first * channels_, bytes, some);
@@ -207,7 +207,7 @@ void SoundWriter::feed_tap(Piece& piece) {
         const long long frames = std::min(block_frames, piece.frames - done);
         codec_.decode(piece.bytes.data() + done * frame_bytes_, tap_block_.data(),
                       static_cast<std::size_t>(frames * channels_));
-        tap_->take(tap_block_.data(), frames);
+        tap_->process(tap_block_.data(), frames);
     }
 }
 
@@ -231,7 +231,7 @@ void SoundWriter::fail_piece(long long written) {
     check(std::min(piece_frames_, taken_ - begin), written - begin);
 }
 
-void SoundWriter::end() {
+void SoundWriter::finish() {
     if (piece(filling_).frames > 0) {
         hand_over_piece();
     }
@@ -244,7 +244,7 @@ void SoundWriter::end() {
         on_failure_({handle_, path_, samples, samples, "the file on disk is not whole"});
     }
     if (tap_) {
-        tap_->end();
+        tap_->finish();
     }
 }
 

@@ -41,8 +41,8 @@ class SoundWriter : public stream::Receiver {
                 long long piece_frames,
                 OnFailure on_failure);
 
-    void take(double* samples, long long frames) override;
-    void end() override;
+    void process(double* samples, long long frames) override;
+    void finish() override;
 
     /** Whether the file holds plain samples, so that it takes bytes. */
     bool takes_bytes() const { return codec_.is_plain(); }

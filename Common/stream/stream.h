@@ -21,10 +21,10 @@ class Receiver {
     virtual ~Receiver() = default;
 
     /** The next frames. The samples are the taker's to change; they are gone after the call. */
-    virtual void take(double* samples, long long frames) = 0;
+    virtual void process(double* samples, long long frames) = 0;
 
     /** No frame will follow. */
-    virtual void end() {}
+    virtual void finish() {}
 };
 
 /** A link that hands on what it makes of the frames. */
@@ -32,7 +32,7 @@ class Stage : public Receiver {
   public:
     explicit Stage(Receiver& next) : next_(next) {}
 
-    void end() override { next_.end(); }
+    void finish() override { next_.finish(); }
 
   protected:
     Receiver& next() { return next_; }
@@ -46,14 +46,14 @@ class Tee : public Stage {
   public:
     Tee(Receiver& aside, Receiver& next) : Stage(next), aside_(aside) {}
 
-    void take(double* samples, long long frames) override {
-        aside_.take(samples, frames);
-        next().take(samples, frames);
+    void process(double* samples, long long frames) override {
+        aside_.process(samples, frames);
+        next().process(samples, frames);
     }
 
-    void end() override {
-        aside_.end();
-        Stage::end();
+    void finish() override {
+        aside_.finish();
+        Stage::finish();
     }
 
   private:

@@ -99,7 +99,7 @@ class Half {
         source_.decode(block.bytes.data(), samples_.data(), block.frames);
         FiniteGuard(source_.name(), source_.info(), block.first_frame)
             .check(samples_.data(), block.frames * source_.info().channels);
-        block.receiver->take(samples_.data(), block.frames);
+        block.receiver->process(samples_.data(), block.frames);
     }
 
     SoundSource& source_;
@@ -171,7 +171,7 @@ void pump_stretches(SoundSource& source, const std::vector<Stretch>& stretches) 
         if (second) {
             take_side_by_side(*first, *second);
             for (const Stretch& stretch : stretches) {
-                stretch.receiver->end();
+                stretch.receiver->finish();
             }
             return;
         }

@@ -84,7 +84,7 @@ void LevelAnalyser::measure(const double* samples, const double* passed, long lo
     farthest_ = farthest;
 }
 
-void LevelAnalyser::take(double* samples, long long frames) {
+void LevelAnalyser::process(double* samples, long long frames) {
     if (!has_first_ && frames > 0) {
         first_ = Pair{samples[0], samples[channels_ - 1]};
         first_[1] = channels_ == 1 ? 0 : first_[1];
@@ -130,7 +130,7 @@ bool LevelAnalyser::is_constant() const {
     return farthest_[0] == 0 && farthest_[1] == 0;
 }
 
-void LevelAnalyser::end() {
+void LevelAnalyser::finish() {
     if (frames_in_bin_ > 0) {
         finish_bin();
     }

@@ -33,8 +33,8 @@ class LevelAnalyser : public stream::Receiver {
     /** high_pass: what will take the rumble out of the recording. */
     LevelAnalyser(int channels, int sample_rate_hz, const std::vector<Section>& high_pass);
 
-    void take(double* samples, long long frames) override;
-    void end() override;
+    void process(double* samples, long long frames) override;
+    void finish() override;
 
     /** Of a bin, as the engine counts. */
     long long bin_frames() const { return bin_frames_; }

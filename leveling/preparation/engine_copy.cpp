@@ -25,17 +25,17 @@ class Raise : public stream::Stage {
           filter_(high_pass, channels),
           count_(count) {}
 
-    void take(double* samples, long long frames) override {
+    void process(double* samples, long long frames) override {
         for (long long i = 0; i < frames * channels_; ++i) {
             samples[i] *= gain_;
         }
         filter_.process(samples, frames);
-        next().take(samples, frames);
+        next().process(samples, frames);
         count_(frames);
     }
 
     /** One of several stretches is over: the file goes on. */
-    void end() override {}
+    void finish() override {}
 
   private:
     double gain_;
@@ -77,7 +77,7 @@ void write_engine_copy(const std::string& recording,
         }
         stream::pump(in.source(), raise, stretch.length());
     }
-    writer.end();
+    writer.finish();
 }
 
 }  // namespace quorvane

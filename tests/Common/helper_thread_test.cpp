@@ -349,9 +349,9 @@ TEST(HelperThread, WritingBehindTellsOfADiskThatIsFull) {
         const SmallFiles limit(100000);
         const auto write = [&] {
             for (int i = 0; i < 4; ++i) {
-                writer.take(samples.data(), static_cast<long long>(samples.size()));
+                writer.process(samples.data(), static_cast<long long>(samples.size()));
             }
-            writer.end();
+            writer.finish();
         };
         EXPECT_THROW(write(), std::runtime_error);
     }

@@ -137,7 +137,7 @@ TEST(FullScaleHold, HoldsWhatAnEncodingWouldWrapAndCounts) {
     std::vector<double> samples{1.0, -1.0, 1.0000001, -7.0, 0.3, 300.0};
     Collector output(2);
     normalize::FullScaleHold hold(2, output);
-    hold.take(samples.data(), 3);
+    hold.process(samples.data(), 3);
     EXPECT_THAT(output.samples, ElementsAre(1.0, -1.0, 1.0, -1.0, 0.3, 1.0));
     EXPECT_EQ(3, hold.held());
 }
@@ -159,28 +159,28 @@ class SoundEnds : public testing::Test {
 
 TEST_F(SoundEnds, AFileThatIsNotWholeOnDiskIsAFailure) {
     SoundWriter whole = writer(dir / "whole.wav");
-    whole.take(samples.data(), 10000);
-    whole.end();
+    whole.process(samples.data(), 10000);
+    whole.finish();
     EXPECT_EQ(10000, sound_info(dir / "whole.wav").frames);
 
     SoundWriter cut = writer(dir / "cut.wav");
-    cut.take(samples.data(), 10000);
+    cut.process(samples.data(), 10000);
     // What is at the path is looked at, whoever has written how much by now.
     std::filesystem::copy_file(dir / "whole.wav", dir / "short.wav");
     ASSERT_EQ(0, truncate((dir / "short.wav").c_str(), 9000));
     std::filesystem::rename(dir / "short.wav", dir / "cut.wav");
-    EXPECT_EQ(dir / "cut.wav" + ": the file on disk is not whole", text_of([&] { cut.end(); }));
+    EXPECT_EQ(dir / "cut.wav" + ": the file on disk is not whole", text_of([&] { cut.finish(); }));
 }
 
 TEST_F(SoundEnds, AFileWithMoreThanAPadFrameTooManyIsAFailure) {
     for (const std::size_t frames : {10001U, 10002U}) {
         SoundWriter written = writer(dir / "out.wav");
-        written.take(samples.data(), 10000);
+        written.process(samples.data(), 10000);
         write_sound(dir / "longer.wav", {8000, 1, std::vector<double>(frames, 0.25)}, kWav16);
         std::filesystem::rename(dir / "longer.wav", dir / "out.wav");
         EXPECT_EQ(frames == 10001 ? "nothing thrown"
                                   : dir / "out.wav" + ": the file on disk is not whole",
-                  text_of([&] { written.end(); }));
+                  text_of([&] { written.finish(); }));
     }
 }
 
@@ -216,8 +216,8 @@ TEST_F(SoundEnds, WhatRodeAlongHasMeasuredWhatAReaderWouldMeasure) {
     SF_INFO info{10001, 8000, 1, kWav16, 0, 0};
     MeasuredRecordings::of_this_thread().expect<RmsOfAllSamples>(dir / "short.wav", info, 50);
     SoundWriter shorter = writer(dir / "short.wav");
-    shorter.take(samples.data(), 10000);
-    shorter.end();
+    shorter.process(samples.data(), 10000);
+    shorter.finish();
     EXPECT_EQ(nullptr, MeasuredRecordings::of_this_thread().find(dir / "short.wav",
                                                                  BinKind::kAllSamples, 400, info));
 }

@@ -58,11 +58,11 @@ class Collector : public stream::Receiver {
   public:
     explicit Collector(int channel_count = 1) : channels(channel_count) {}
 
-    void take(double* block, long long frames) override {
+    void process(double* block, long long frames) override {
         samples.insert(samples.end(), block, block + frames * channels);
     }
 
-    void end() override { ++ends; }
+    void finish() override { ++ends; }
 
     int channels;
     std::vector<double> samples;
