@@ -39,32 +39,32 @@ ScratchSounds& ScratchSounds::of_this_thread() {
     return sounds;
 }
 
-void ScratchSounds::hold(const std::string& path, const std::string& base) {
-    let_go(path);
-    held_[path].base = base;
+void ScratchSounds::reserve(const std::string& path, const std::string& base) {
+    release(path);
+    reserved_[path].base = base;
 }
 
-bool ScratchSounds::hold_in(const std::string& path, int descriptor) {
-    let_go(path);
+bool ScratchSounds::reserve_in(const std::string& path, int descriptor) {
+    release(path);
     const off_t begin = descriptor == -1 ? -1 : ::lseek(descriptor, 0, SEEK_CUR);
     const int file = begin == -1 ? -1 : ::fcntl(descriptor, F_DUPFD_CLOEXEC, 0);
     if (file != -1) {
-        held_[path].file = file;
-        held_[path].begin = begin;
+        reserved_[path].file = file;
+        reserved_[path].begin = begin;
     }
     return file != -1;
 }
 
 bool ScratchSounds::has(const std::string& path) const {
-    const auto found = held_.find(path);
-    return found != held_.end() && found->second.file != -1;
+    const auto found = reserved_.find(path);
+    return found != reserved_.end() && found->second.file != -1;
 }
 
-void ScratchSounds::let_go(const std::string& path) {
+void ScratchSounds::release(const std::string& path) {
     if (has(path)) {
-        room_.push_back(held_[path].file);
+        room_.push_back(reserved_[path].file);
     }
-    held_.erase(path);
+    reserved_.erase(path);
 }
 
 void ScratchSounds::drop_room() {
@@ -75,15 +75,15 @@ void ScratchSounds::drop_room() {
 }
 
 void ScratchSounds::clear() {
-    while (!held_.empty()) {
-        let_go(held_.begin()->first);
+    while (!reserved_.empty()) {
+        release(reserved_.begin()->first);
     }
     drop_room();
 }
 
 int ScratchSounds::open_for_writing(const std::string& path) {
-    const auto found = held_.find(path);
-    if (found == held_.end()) {
+    const auto found = reserved_.find(path);
+    if (found == reserved_.end()) {
         return -1;
     }
     int& file = found->second.file;
@@ -98,13 +98,13 @@ int ScratchSounds::open_for_writing(const std::string& path) {
     const bool ends = begin == 0 || (file != -1 && ::ftruncate(file, begin) == 0);
     const int descriptor = ends ? reopen(file, begin) : -1;
     if (descriptor == -1) {
-        let_go(path);
+        release(path);
     }
     return descriptor;
 }
 
 int ScratchSounds::open_for_reading(const std::string& path) const {
-    return has(path) ? reopen(held_.at(path).file, held_.at(path).begin) : -1;
+    return has(path) ? reopen(reserved_.at(path).file, reserved_.at(path).begin) : -1;
 }
 
 void ScratchSounds::trim(int descriptor) {
@@ -119,7 +119,7 @@ void ScratchSounds::trim(int descriptor) {
 int copy_sound(const std::string& from, const std::string& to) {
     ScratchSounds& scratch = ScratchSounds::of_this_thread();
     if (!scratch.has(from)) {
-        scratch.let_go(to);
+        scratch.release(to);
         return copy_file(from, to);
     }
     const Descriptor input(scratch.open_for_reading(from));

@@ -30,20 +30,20 @@ class ScratchSounds {
 
     /** The path stands for a file here once it is written; base: what the files' names begin with,
      * for as long as they have one. */
-    void hold(const std::string& path, const std::string& base);
+    void reserve(const std::string& path, const std::string& base);
 
     /**
      * The path stands for what comes behind the position of this open file, whose descriptor stays
      * the caller's; false where that is not possible. Anywhere but at its beginning libsndfile
      * takes WAV and AIFF alone.
      */
-    bool hold_in(const std::string& path, int descriptor);
+    bool reserve_in(const std::string& path, int descriptor);
 
     /** Whether a held path leads to a file. */
     bool has(const std::string& path) const;
 
     /** The file is not needed any more; the next one may have its room. */
-    void let_go(const std::string& path);
+    void release(const std::string& path);
 
     /** Gives back the room that no file has at present. */
     void drop_room();
@@ -62,7 +62,7 @@ class ScratchSounds {
     static void trim(int descriptor);
 
   private:
-    struct Held {
+    struct ReservedFile {
         std::string base;
         int file = -1;
         off_t begin = 0;  // bytes, in front of which another's stand
@@ -70,7 +70,7 @@ class ScratchSounds {
 
     ScratchSounds() = default;
 
-    std::map<std::string, Held> held_;
+    std::map<std::string, ReservedFile> reserved_;
     std::vector<int> room_;  // descriptors of files that nobody has
 };
 

@@ -61,7 +61,7 @@ int open_scratch(const std::string& path, int mode, int format) {
     }
     // What an encoder makes may be of any length, and the file's pages are not the next one's.
     if (!SampleCodec::is_plain_in(format)) {
-        scratch.let_go(path);
+        scratch.release(path);
     }
     return scratch.open_for_writing(path);
 }

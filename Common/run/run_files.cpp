@@ -77,7 +77,7 @@ std::string RunFiles::add(Intermediate file, const SF_INFO& info) {
     remove_old(path);
     if (hides() && Intermediates::is_audio(file)) {
         try {
-            ScratchSounds::of_this_thread().hold(path, names_.base());
+            ScratchSounds::of_this_thread().reserve(path, names_.base());
             measure_as_written(file, info);
         } catch (const std::bad_alloc&) {  // NOLINT(bugprone-empty-catch): works without both
         }
@@ -103,7 +103,7 @@ std::string RunFiles::add_final(const SF_INFO& info, int format) {
 int RunFiles::lend_final_file(const std::string& path, int format) {
     const bool wanted = hides() && settings_.open_final;
     const int lent = wanted && SampleCodec::is_plain_in(format) ? settings_.open_final() : -1;
-    if (!ScratchSounds::of_this_thread().hold_in(path, lent)) {
+    if (!ScratchSounds::of_this_thread().reserve_in(path, lent)) {
         return -1;
     }
     names_.lend_final();
@@ -139,7 +139,7 @@ void RunFiles::done_with(std::initializer_list<std::string> paths) {
     if (!settings_.keep_intermediates) {
         temp_files_.deleteMarked();
         for (const std::string& file : paths) {
-            ScratchSounds::of_this_thread().let_go(file);
+            ScratchSounds::of_this_thread().release(file);
             MeasuredRecordings::of_this_thread().forget(file);
         }
     }

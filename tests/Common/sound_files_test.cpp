@@ -225,7 +225,7 @@ TEST(ScratchSounds, HoldWhatARealFileWouldHoldInTheRoomOfTheLastOne) {
         for (const long long frames : {5001LL, 101LL, 0LL}) {
             SCOPED_TRACE(testing::Message() << std::hex << format << " " << std::dec << frames);
             const Signal signal = signals::square(0.5, frames, 8000);
-            scratch.hold(held, folder / "run");
+            scratch.reserve(held, folder / "run");
             write(held, signal, format);
             write(folder / "real.wav", signal, format);
             EXPECT_THAT(folder.entries(), testing::ElementsAre("real.wav"));
@@ -233,16 +233,16 @@ TEST(ScratchSounds, HoldWhatARealFileWouldHoldInTheRoomOfTheLastOne) {
             EXPECT_EQ(0, copy_sound(held, folder / "copy.wav"));
             EXPECT_TRUE(read_text(folder / "real.wav") == read_text(folder / "copy.wav"));
             std::filesystem::remove(folder / "copy.wav");
-            scratch.let_go(held);
+            scratch.release(held);
             EXPECT_FALSE(scratch.has(held));
         }
     }
     // Without a folder for it, and in an encoding of unknown length, a path stands for itself.
-    scratch.hold(held, folder / "none/run");
+    scratch.reserve(held, folder / "none/run");
     scratch.drop_room();
     write(held, signals::square(0.5, 100, 8000), kWav16);
     EXPECT_TRUE(std::filesystem::remove(held));
-    scratch.hold(held, folder / "run");
+    scratch.reserve(held, folder / "run");
     write(held, signals::square(0.5, 100, 8000), SF_FORMAT_WAV | SF_FORMAT_ULAW);
     EXPECT_TRUE(std::filesystem::remove(held));
     EXPECT_FALSE(scratch.has(held));
