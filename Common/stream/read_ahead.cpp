@@ -37,10 +37,10 @@ ReadAhead::ReadAhead(Fetch fetch, std::size_t frame_bytes, long long frames)
 void ReadAhead::fetch_piece() {
     Piece& piece = pieces_[static_cast<std::size_t>(fetching_++ % stream::kPieces)];
     const long long wanted = std::min(piece_frames_, to_fetch_);
-    piece.fetched = {0, ""};
+    piece.result = {0, ""};
     if (wanted > 0) {
-        piece.fetched = fetch_(piece.bytes.data(), wanted);
-        to_fetch_ = piece.fetched.frames == wanted ? to_fetch_ - wanted : 0;
+        piece.result = fetch_(piece.bytes.data(), wanted);
+        to_fetch_ = piece.result.frames == wanted ? to_fetch_ - wanted : 0;
     }
 }
 
@@ -48,7 +48,7 @@ ReadAhead::Span ReadAhead::next(long long most_frames) {
     for (;;) {
         lane_.finish(current_ + 1);
         Piece& piece = pieces_[static_cast<std::size_t>(current_ % stream::kPieces)];
-        const long long frames = std::min(most_frames, piece.fetched.frames - taken_);
+        const long long frames = std::min(most_frames, piece.result.frames - taken_);
         if (frames > 0) {
             unsigned char* const bytes =
                 piece.bytes.data() + static_cast<std::size_t>(taken_) * frame_bytes_;
@@ -56,8 +56,8 @@ ReadAhead::Span ReadAhead::next(long long most_frames) {
             left_ -= frames;
             return {bytes, frames};
         }
-        if (piece.fetched.frames < piece_frames_) {
-            problem_ = piece.fetched.problem;
+        if (piece.result.frames < piece_frames_) {
+            problem_ = piece.result.problem;
             left_ = 0;
             return {nullptr, 0};
         }

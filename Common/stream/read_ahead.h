@@ -16,13 +16,13 @@ namespace level_engine {
  */
 class ReadAhead {
   public:
-    struct Fetched {
+    struct ReadResult {
         long long frames = 0;
         std::string problem;  // why there are no more, "" at the end
     };
 
     /** Puts the next frames at bytes, fewer than asked for at the end. */
-    using Fetch = std::function<Fetched(unsigned char* bytes, long long frames)>;
+    using Fetch = std::function<ReadResult(unsigned char* bytes, long long frames)>;
 
     /** Frames that stand one behind the other. */
     struct Span {
@@ -51,7 +51,7 @@ class ReadAhead {
   private:
     struct Piece {
         std::vector<unsigned char> bytes;
-        Fetched fetched;
+        ReadResult result;
     };
 
     void fetch_piece();

@@ -122,7 +122,7 @@ void SoundSource::announce(long long frames) {
             ahead_ = std::make_unique<ReadAhead>(
                 [this](unsigned char* bytes, long long some) {
                     const long long count = fetch(bytes, some);
-                    return ReadAhead::Fetched{count, problem_};
+                    return ReadAhead::ReadResult{count, problem_};
                 },
                 frame_bytes_, frames);
         } catch (const std::bad_alloc&) {

@@ -85,7 +85,7 @@ std::vector<long long> taken_ahead(long long announced, long long breaks_at, std
             for (; fetched < frames && position < breaks_at; ++fetched, ++position) {
                 std::memcpy(bytes + fetched * sizeof position, &position, sizeof position);
             }
-            return ReadAhead::Fetched{fetched, fetched < frames ? "unreadable" : ""};
+            return ReadAhead::ReadResult{fetched, fetched < frames ? "unreadable" : ""};
         },
         sizeof(long long), announced);
     std::vector<long long> taken;
