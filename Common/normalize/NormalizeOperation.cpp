@@ -52,8 +52,8 @@ bool holds_any_level(int format) {
 
 }  // namespace
 
-NormalizeOperation::NormalizeOperation(const NormalizeArgs& args, Miss miss)
-    : args_(args), miss_(miss) {
+NormalizeOperation::NormalizeOperation(const NormalizeArgs& args, FitFailure on_failure)
+    : args_(args), on_failure_(on_failure) {
     make_negative(args_.peak_output_db, "Warning: Peak must be negative.", __LINE__);
     make_negative(args_.noise_floor_db, "Warning: Specified noise floor was positive.", __LINE__);
     noise_floor_ = db_to_linear(args_.noise_floor_db);
@@ -80,7 +80,8 @@ void NormalizeOperation::Execute() {
     // A try that already misses in the bins' figures is not written: only its successor is.
     for (bool done = false; !done; result_.lowered_by_db += done ? 0.0 : kTargetStep_db) {
         const bool fits = Fit(args_.target_level_db - result_.lowered_by_db);
-        const bool last = miss_ == Miss::kStand || result_.lowered_by_db >= kMostLowering_db;
+        const bool last =
+            on_failure_ == FitFailure::kStand || result_.lowered_by_db >= kMostLowering_db;
         if (last || fits) {
             rewind(*input_);
             ApplyGains();
@@ -142,7 +143,8 @@ void NormalizeOperation::ApplyGains() {
         held += hold.held();
     };
     const bool again = above_full_scale_ > 0;  // progress does not go back for it
-    stream::pump_parts(*input_, writer, holds || miss_ != Miss::kStand ? held_ramps : ramps,
+    stream::pump_parts(*input_, writer,
+                       holds || on_failure_ != FitFailure::kStand ? held_ramps : ramps,
                        grid_.pace(again ? progress_range::kDone : progress_range::kNormalizeApply),
                        stream::kToTheEnd, {"pBinData", kSource});
     above_full_scale_ = held;
@@ -195,8 +197,8 @@ int output_format(int input_format, int bit_depth) {
     return (input_format & SF_FORMAT_TYPEMASK) | encoding;
 }
 
-FitResult Normalize(const NormalizeArgs& args, Miss miss) {
-    NormalizeOperation operation(args, miss);
+FitResult Normalize(const NormalizeArgs& args, FitFailure on_failure) {
+    NormalizeOperation operation(args, on_failure);
     operation.Execute();
     return operation.result();
 }

@@ -24,7 +24,8 @@ namespace normalize {
 class NormalizeOperation {
   public:
     /** Turns a positive noise floor or peak output negative, with a warning. */
-    explicit NormalizeOperation(const NormalizeArgs& args, Miss miss = Miss::kStand);
+    explicit NormalizeOperation(const NormalizeArgs& args,
+                                FitFailure on_failure = FitFailure::kStand);
 
     /** Measures, fits and applies. Throws the step's errors and std::runtime_error. */
     void Execute();
@@ -45,7 +46,7 @@ class NormalizeOperation {
     bool surely_above_full_scale() const;
 
     NormalizeArgs args_;
-    Miss miss_;
+    FitFailure on_failure_;
     double noise_floor_;  // linear
     double peak_output_;  // linear
     std::unique_ptr<SoundSource> input_;
@@ -82,6 +83,6 @@ class FullScaleHold : public stream::Stage {
 };
 
 /** Runs the step over the files that args name; throws as NormalizeOperation::Execute does. */
-FitResult Normalize(const NormalizeArgs& args, Miss miss = Miss::kStand);
+FitResult Normalize(const NormalizeArgs& args, FitFailure on_failure = FitFailure::kStand);
 
 }  // namespace normalize

@@ -10,9 +10,9 @@ int _tmain(int argc, const char** argv) {
     return run_normalize(argc, argv, fit);
 }
 
-int run_normalize(int argc, const char** argv, FitResult& fit, Miss miss) {
+int run_normalize(int argc, const char** argv, FitResult& fit, FitFailure on_failure) {
     try {
-        fit = Normalize(GetArgs(argc, argv), miss);
+        fit = Normalize(GetArgs(argc, argv), on_failure);
         return 0;
     } catch (const ss_error& failure) {
         failure.report();

@@ -37,7 +37,7 @@ struct FitResult {
 };
 
 /** What to do where the peaks leave the target out of reach or a sample would pass full scale. */
-enum class Miss {
+enum class FitFailure {
     kStand,       // the last try stands
     kLowerTarget  // tries again with a target 0.5 dB lower, down to the first that fits
 };
@@ -46,7 +46,10 @@ enum class Miss {
 int _tmain(int argc, const char** argv);
 
 /** The same; fit receives what the step did when it returns 0. */
-int run_normalize(int argc, const char** argv, FitResult& fit, Miss miss = Miss::kStand);
+int run_normalize(int argc,
+                  const char** argv,
+                  FitResult& fit,
+                  FitFailure on_failure = FitFailure::kStand);
 
 using ::ceildiv;
 

@@ -218,9 +218,10 @@ int Run::normalize_into(const std::string& from, const std::string& to) {
         "normalize", "-l", options::normalize__target_level, "-b", std::to_string(args_.bit_depth),
         from,        to};
     normalize::FitResult fit;
-    const int result = normalize::run_normalize(
-        words.argc(), words.argv(), fit,
-        settings_.lower_target ? normalize::Miss::kLowerTarget : normalize::Miss::kStand);
+    const int result =
+        normalize::run_normalize(words.argc(), words.argv(), fit,
+                                 settings_.lower_target ? normalize::FitFailure::kLowerTarget
+                                                        : normalize::FitFailure::kStand);
     if (result == 0) {
         LevelFindings& found = findings();
         found.normalize_level_db = fit.level_db;

@@ -149,7 +149,7 @@ TEST_F(Normalize, APeakAtTheLowerEndOfARampDoesNotLowerTheTarget) {
     write_sound(dir / "in.wav", input, kWav16);
     normalize::FitResult fit;
     const auto entry = [&fit](int argc, const char** argv) {
-        return normalize::run_normalize(argc, argv, fit, normalize::Miss::kLowerTarget);
+        return normalize::run_normalize(argc, argv, fit, normalize::FitFailure::kLowerTarget);
     };
     EXPECT_EQ(0, run_step(entry, {"normalize", dir / "in.wav", dir / "out.wav"},
                           {"--attack", "0", "--release", "0"}));

@@ -95,27 +95,28 @@ TEST_F(Reliability, ALoweredTargetIsTheFirstThatFits) {
         input.samples[i] = 0.9;
     }
     write_sound(in, input);
-    const auto normalize_to = [this](const std::string& target, normalize::Miss miss) {
+    const auto normalize_to = [this](const std::string& target, normalize::FitFailure on_failure) {
         normalize::FitResult fit;
         EXPECT_EQ(0, call(
                          [&](int argc, const char** argv) {
-                             return normalize::run_normalize(argc, argv, fit, miss);
+                             return normalize::run_normalize(argc, argv, fit, on_failure);
                          },
                          {"normalize", "-l", target, in, out}));
         return fit;
     };
-    const normalize::FitResult ran_away = normalize_to("-18", normalize::Miss::kStand);
+    const normalize::FitResult ran_away = normalize_to("-18", normalize::FitFailure::kStand);
     EXPECT_FALSE(ran_away.within_tolerance);
     EXPECT_EQ(-18.0, ran_away.target_db);
 
-    const normalize::FitResult lowered = normalize_to("-18", normalize::Miss::kLowerTarget);
+    const normalize::FitResult lowered = normalize_to("-18", normalize::FitFailure::kLowerTarget);
     const std::string bytes = read_text(out);
     EXPECT_TRUE(lowered.within_tolerance);
     EXPECT_GT(lowered.lowered_by_db, 0.0);
-    normalize_to(std::to_string(lowered.target_db), normalize::Miss::kStand);
+    normalize_to(std::to_string(lowered.target_db), normalize::FitFailure::kStand);
     EXPECT_EQ(bytes, read_text(out));
-    EXPECT_FALSE(normalize_to(std::to_string(lowered.target_db + 0.5), normalize::Miss::kStand)
-                     .within_tolerance);
+    EXPECT_FALSE(
+        normalize_to(std::to_string(lowered.target_db + 0.5), normalize::FitFailure::kStand)
+            .within_tolerance);
 }
 
 /** A recording of two voices that is another one for each seed. */
