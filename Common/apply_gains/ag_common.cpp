@@ -191,7 +191,7 @@ void ApplyGains(int blockMilliseconds,
     MeasuredRecordings::of_this_thread().forget(inputPath);
     rewind(input);
     stream::pump_parts(input, output, wall_ramps(info.channels, blocks, walls.data()),
-                       blocks.pace(progress_range::kApplyGains), frames);
+                       blocks.pacer(progress_range::kApplyGains), frames);
 }
 
 }  // namespace apply_gains

@@ -32,9 +32,9 @@ struct BinGrid {
     BinGrid from(int bin) const { return {bin_frames, bins - bin, walls - bin}; }
 
     /** A pass that shows its progress after each bin: i / (bins - 1), 1.0 for one bin. */
-    stream::Pace pace(progress_range::Range range) const {
+    stream::ProgressPacer pacer(progress_range::Range range) const {
         const int count = bins;
-        return stream::Pace(range, bin_frames, [count](long long bin) {
+        return stream::ProgressPacer(range, bin_frames, [count](long long bin) {
             return count == 1 ? 1.0 : static_cast<double>(bin) / (count - 1);
         });
     }

@@ -64,13 +64,14 @@ double measure_bins(stream::Source& source,
         bins.swap(measured->bins);
         squares.swap(measured->squares);
         recordings.forget(source.name());
-        stream::Pace pace = grid.pace(range);
-        pace.advance(frames);
-        pace.finish();
+        stream::ProgressPacer pacer = grid.pacer(range);
+        pacer.advance(frames);
+        pacer.finish();
     } else {
         allocate(squares, static_cast<std::size_t>(grid.bins), "pBinData", source_path);
         BinMeter<RmsRule> meter(source.name(), channels, grid, bins.get(), squares.get());
-        stream::pump(source, meter, grid.pace(range), stream::kToTheEnd, {"pBinData", source_path});
+        stream::pump(source, meter, grid.pacer(range), stream::kToTheEnd,
+                     {"pBinData", source_path});
         if (!meter.complete()) {
             throw step_errors::sf_unexpected_eof<Step>(source.name());
         }

@@ -85,21 +85,22 @@ class LevelWriter : public stream::Receiver {
 };
 
 /** Writes the levels of bins that were measured when the input was written. */
-void write_levels(const MeasuredBins& measured, SeriesWriter& file, stream::Pace pace) {
+void write_levels(const MeasuredBins& measured, SeriesWriter& file, stream::ProgressPacer pacer) {
     for (int i = 0; i < measured.grid.bins; ++i) {
         write_level(measured.bins[i].rms, file);
     }
-    pace.advance(measured.frames);
-    pace.finish();
+    pacer.advance(measured.frames);
+    pacer.finish();
 }
 
 /** Samples done of all, after each bin; the same fraction in frames. */
-stream::Pace pace_of(const SF_INFO& info, long long bin_frames) {
+stream::ProgressPacer pacer_of(const SF_INFO& info, long long bin_frames) {
     const long long frames = info.frames;
-    return stream::Pace(progress_range::kRms, bin_frames, [frames, bin_frames](long long bin) {
-        return static_cast<double>(std::min(frames, (bin + 1) * bin_frames)) /
-               static_cast<double>(frames);
-    });
+    return stream::ProgressPacer(
+        progress_range::kRms, bin_frames, [frames, bin_frames](long long bin) {
+            return static_cast<double>(std::min(frames, (bin + 1) * bin_frames)) /
+                   static_cast<double>(frames);
+        });
 }
 
 }  // namespace
@@ -126,15 +127,15 @@ int _tmain(int argc, const char** argv) {
         return log_failure(kSource, __LINE__, "Error opening " + args.output_file + " for output");
     }
     const std::uint32_t bin_frames = bin / static_cast<std::uint32_t>(info.channels);
-    stream::Pace pace = pace_of(info, bin_frames);
+    stream::ProgressPacer pacer = pacer_of(info, bin_frames);
     const MeasuredBins* const measured = MeasuredRecordings::of_this_thread().find(
         args.input_file, BinKind::kAllSamples, static_cast<int>(bin_frames), info);
     if (measured != nullptr) {
-        write_levels(*measured, output, pace);
+        write_levels(*measured, output, pacer);
     } else {
         SoundSource input(handle, args.input_file, info);
         LevelWriter levels(info.channels, bin, output);
-        stream::pump(input, levels, pace, stream::kToTheEnd,
+        stream::pump(input, levels, pacer, stream::kToTheEnd,
                      {"pBinData", kSource, stream::NotFinite::kNoteAsDefect});
     }
     const std::string problem = output.close();

@@ -64,10 +64,11 @@ void CNoiseGate::exec_stereo() {
 void CNoiseGate::gate_input(void (CNoiseGate::*start)()) {
     start_ = start;
     const double blocks = static_cast<double>(ceildiv(input_.info().frames, block_frames_));
-    stream::pump(input_, *this,
-                 stream::Pace(progress_range::kGate, block_frames_, [blocks](long long block) {
-                     return static_cast<double>(block + 1) / blocks;
-                 }));
+    stream::pump(
+        input_, *this,
+        stream::ProgressPacer(progress_range::kGate, block_frames_, [blocks](long long block) {
+            return static_cast<double>(block + 1) / blocks;
+        }));
 }
 
 void CNoiseGate::process(double* samples, long long frames) {

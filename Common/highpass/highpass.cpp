@@ -46,12 +46,12 @@ bool build_filter(const HighpassArgs& args, int sample_rate_hz, biquad* filter) 
 }
 
 /** The progress is that of blocks of 8192 samples. */
-stream::Pace pace_of(const SF_INFO& info) {
+stream::ProgressPacer pacer_of(const SF_INFO& info) {
     const long long block_frames = kBlockSamples / info.channels;
     const double blocks = static_cast<double>(ceildiv(info.frames, block_frames));
-    return stream::Pace(progress_range::kHighpass, block_frames, [blocks](long long block) {
-        return static_cast<double>(block + 1) / blocks;
-    });
+    return stream::ProgressPacer(
+        progress_range::kHighpass, block_frames,
+        [blocks](long long block) { return static_cast<double>(block + 1) / blocks; });
 }
 
 /**
@@ -98,9 +98,9 @@ double highpass_tmain(int argc, const char** argv) {
     SoundWriter output(output_file.handle(), args.sound_file_out, info.channels,
                        kBlockSamples / info.channels, fail_filter_write);
     Filter filter(args.sound_file_in, filters, info.channels, output);
-    stream::Pace pace = pace_of(info);
-    stream::pump(input, filter, pace);
-    pace.show(1.0);
+    stream::ProgressPacer pacer = pacer_of(info);
+    stream::pump(input, filter, pacer);
+    pacer.show(1.0);
     return level_db(filter, input);
 }
 

@@ -166,7 +166,7 @@ class LoudReduction {
                            fail_write<Step>);
         stream::pump_parts(
             *input_, writer, wall_ramps(output_info.channels, grid_, pWallGains.get()),
-            grid_.pace(Rule::kApply), stream::kToTheEnd, {"pBinData", Rule::kSource});
+            grid_.pacer(Rule::kApply), stream::kToTheEnd, {"pBinData", Rule::kSource});
     }
 
   private:

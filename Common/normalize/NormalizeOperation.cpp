@@ -145,7 +145,7 @@ void NormalizeOperation::ApplyGains() {
     const bool again = above_full_scale_ > 0;  // progress does not go back for it
     stream::pump_parts(*input_, writer,
                        holds || on_failure_ != FitFailure::kStand ? held_ramps : ramps,
-                       grid_.pace(again ? progress_range::kDone : progress_range::kNormalizeApply),
+                       grid_.pacer(again ? progress_range::kDone : progress_range::kNormalizeApply),
                        stream::kToTheEnd, {"pBinData", kSource});
     above_full_scale_ = held;
     result_.held_samples = holds ? above_full_scale_ : 0;

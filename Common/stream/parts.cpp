@@ -57,7 +57,7 @@ class TwoAtATime {
         }
     }
 
-    void go(Pace& pace, long long most_frames) {
+    void go(ProgressPacer& pacer, long long most_frames) {
         source_.announce(most_frames);
         for (long long left = most_frames; left > 0;) {
             if (begun_ - written_ == kBlocks) {
@@ -72,7 +72,7 @@ class TwoAtATime {
             check_cancelled();
             left -= block.frames;
             lanes_[static_cast<std::size_t>(begun_++ % kLanes)].add();
-            pace.advance(block.frames);
+            pacer.advance(block.frames);
         }
         while (written_ < begun_) {
             write_oldest();
@@ -146,10 +146,10 @@ class InTurn : public Receiver {
 void pump_parts(SoundSource& source,
                 SoundWriter& writer,
                 const Part& part,
-                Pace&& pace,
+                ProgressPacer&& pacer,
                 long long most_frames,
                 const LoopStyle& style) {
-    const long long block_frames = block_frames_for(source.info().channels, pace.unit_frames());
+    const long long block_frames = block_frames_for(source.info().channels, pacer.unit_frames());
     const long long expected = std::min(most_frames, source.info().frames - source.position());
     if (HelperThread::is_used() && source.gives_bytes() && writer.takes_bytes() &&
         expected > kBlocks * block_frames) {
@@ -159,13 +159,13 @@ void pump_parts(SoundSource& source,
         } catch (const std::bad_alloc&) {  // NOLINT(bugprone-empty-catch): one at a time needs less
         }
         if (two) {
-            two->go(pace, most_frames);
-            pace.finish();
+            two->go(pacer, most_frames);
+            pacer.finish();
             return;
         }
     }
     InTurn in_turn(source.position(), writer, part);
-    pump(source, in_turn, pace, most_frames, style);
+    pump(source, in_turn, pacer, most_frames, style);
 }
 
 }  // namespace stream

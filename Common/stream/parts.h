@@ -19,14 +19,14 @@ using Part =
 
 /**
  * Brings a recording through parts into a file: reads most_frames at most from the source's
- * position on, and ends the writer. Parts hold whole units of the pace, the last one but for its
+ * position on, and ends the writer. Parts hold whole units of the pacer, the last one but for its
  * end. Where a processor is free and both files hold plain samples, two parts are made at a time;
  * they are written in their order, so no bit depends on it. Throws what pump throws.
  */
 void pump_parts(SoundSource& source,
                 SoundWriter& writer,
                 const Part& part,
-                Pace&& pace,
+                ProgressPacer&& pacer,
                 long long most_frames = kToTheEnd,
                 const LoopStyle& style = LoopStyle());
 

@@ -68,20 +68,20 @@ void use_block_samples(int samples) {
     block_samples = samples;
 }
 
-Pace::Pace(progress_range::Range range, long long unit_frames, Fraction fraction)
+ProgressPacer::ProgressPacer(progress_range::Range range, long long unit_frames, Fraction fraction)
     : progress_(range.low, range.high), unit_frames_(unit_frames), fraction_(std::move(fraction)) {
     if (kShowDuration) {
         ShowDuration(gStart);
     }
 }
 
-void Pace::advance(long long frames) {
+void ProgressPacer::advance(long long frames) {
     for (frames_ += frames; frames_ >= unit_frames_; frames_ -= unit_frames_) {
         show(fraction_(units_++));
     }
 }
 
-void Pace::finish() {
+void ProgressPacer::finish() {
     // The last unit counts as a whole one, and the step ends at the end of its range.
     if (frames_ > 0) {
         frames_ = 0;
@@ -89,19 +89,22 @@ void Pace::finish() {
     }
 }
 
-void pump(
-    Source& source, Receiver& receiver, Pace& pace, long long most_frames, const LoopStyle& style) {
-    run(source, receiver, most_frames, pace.unit_frames(), style,
-        [&pace](long long frames) { pace.advance(frames); });
-    pace.finish();
+void pump(Source& source,
+          Receiver& receiver,
+          ProgressPacer& pacer,
+          long long most_frames,
+          const LoopStyle& style) {
+    run(source, receiver, most_frames, pacer.unit_frames(), style,
+        [&pacer](long long frames) { pacer.advance(frames); });
+    pacer.finish();
 }
 
 void pump(Source& source,
           Receiver& receiver,
-          Pace&& pace,
+          ProgressPacer&& pacer,
           long long most_frames,
           const LoopStyle& style) {
-    pump(source, receiver, pace, most_frames, style);
+    pump(source, receiver, pacer, most_frames, style);
 }
 
 void pump(Source& source, Receiver& receiver, long long most_frames, const LoopStyle& style) {

@@ -13,12 +13,12 @@ namespace stream {
  * meter or the blocks of a filter; they are shown as if the loop read unit by unit, whatever it
  * reads at a time.
  */
-class Pace {
+class ProgressPacer {
   public:
     using Fraction = std::function<double(long long unit)>;
 
     /** fraction: 0.0 to 1.0 of the step's range after unit 0, 1 and so on. */
-    Pace(progress_range::Range range, long long unit_frames, Fraction fraction);
+    ProgressPacer(progress_range::Range range, long long unit_frames, Fraction fraction);
 
     /** So many frames more are done. */
     void advance(long long frames);
@@ -43,8 +43,8 @@ class Pace {
 constexpr int kBlockSamples = 32768;
 
 /**
- * How much a block of this thread holds from now on, a unit of the pace at least. No result depends
- * on it, which tests show with it.
+ * How much a block of this thread holds from now on, a unit of the pacer at least. No result
+ * depends on it, which tests show with it.
  */
 void use_block_samples(int samples);
 
@@ -66,18 +66,18 @@ struct LoopStyle {
 
 /**
  * Reads a source from its position on, most_frames at most, hands every block to the receiver and
- * tells it the end. A block is large and holds whole units of the pace. Throws std::runtime_error
+ * tells it the end. A block is large and holds whole units of the pacer. Throws std::runtime_error
  * naming source and frame for a sample that is not finite, ss_cancel_exception, ss_alloc_error, and
  * what source and receiver throw.
  */
 void pump(Source& source,
           Receiver& receiver,
-          Pace& pace,
+          ProgressPacer& pacer,
           long long most_frames = kToTheEnd,
           const LoopStyle& style = LoopStyle());
 void pump(Source& source,
           Receiver& receiver,
-          Pace&& pace,
+          ProgressPacer&& pacer,
           long long most_frames = kToTheEnd,
           const LoopStyle& style = LoopStyle());
 

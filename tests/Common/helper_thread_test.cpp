@@ -165,7 +165,7 @@ std::string ramped(const std::string& path, long long& held) {
     SoundHandle output = open_sound_for_writing(folder / "out", info);
     SoundWriter writer(output, folder / "out", info.channels, 1000, [](const WriteFailure&) {});
     try {
-        stream::pump_parts(source, writer, part, grid.pace({0, 100}));
+        stream::pump_parts(source, writer, part, grid.pacer({0, 100}));
     } catch (const std::runtime_error& error) {
         return error.what();
     }

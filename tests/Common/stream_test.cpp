@@ -42,7 +42,7 @@ TEST(Pump, HandsOnEveryFrameOnceAndShowsTheProgressOfTheUnits) {
         Collector meter(2);
         Collector writer(2);
         stream::Tee tee(meter, writer);
-        stream::pump(source, tee, stream::Pace({0, 100}, 30000, [](long long unit) {
+        stream::pump(source, tee, stream::ProgressPacer({0, 100}, 30000, [](long long unit) {
                          return static_cast<double>(unit + 1) / 3;
                      }));
         EXPECT_EQ(input.samples, writer.samples);
