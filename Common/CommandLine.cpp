@@ -79,7 +79,7 @@ void say(const std::string& problem) {
     reporting::say_failure(reporting::Kind::kOther, problem);
 }
 
-/** Writes what was asked for and is no failure. */
+/** Writes requested output (help, version), which is not a failure. */
 void show(reporting::Stream stream, const std::string& text) {
     reporting::write_words(stream, text + "\n");
 }

@@ -79,12 +79,12 @@ void levelKeepIntermediates(int keep);
 void levelHideIntermediates(int hide);
 
 /*
- * Where a run that hides its intermediate files puts the finished audio, if that is plain PCM or
- * floats: open is called when the last step is about to write, and returns a descriptor of an empty
- * file, open for reading and writing and the caller's own, or -1 for a temporary file as else. No
- * file then stands at the path that moveFinalFile is given. WAV and AIFF may begin further on, at
- * the descriptor's position; the bytes before it are the caller's to fill. A null function ends
- * this.
+ * Where a run that hides its intermediate files writes the finished audio, if that is plain PCM or
+ * floats. The last step calls open, which returns a descriptor of an empty file, open for reading
+ * and writing and owned by the caller, or -1 to use a temporary file as usual. With a descriptor no
+ * file exists at the path that moveFinalFile gets. WAV and AIFF may begin at the descriptor's
+ * position; the caller fills the bytes before it. A null function
+ * removes the setting.
  */
 typedef int (*LevelOpenFinal)(void* context);
 void levelSetFinalFile(LevelOpenFinal open, void* context);

@@ -2,9 +2,9 @@
 #define QUORVANE_COMMON_PLATFORM_H
 
 /*
- * What the engine asks of the program that holds it. A run with a temporary directory and a
- * delivery of its own (levelRunNew) asks for neither. Both functions have weak defaults, so that a
- * library can be loaded without them: no directory, and a move whose failure fails the run.
+ * Functions that the host program provides. A run with its own temporary directory and delivery
+ * (levelRunNew) calls neither. Both have weak defaults, so that a library can be loaded without
+ * them: no temporary directory, and a move that fails the run when it fails.
  */
 
 #ifdef __cplusplus

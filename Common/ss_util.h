@@ -26,8 +26,8 @@ class ss_alloc_error : public ss_error {
 class ss_empty_command_line_error : public ss_error {};
 
 /**
- * An error that can report itself though no handler for ss_error takes it. The handler for
- * std::exception asks for this interface, and so needs to know no step's errors.
+ * An error that can report itself though it is not an ss_error. The handler for std::exception
+ * casts to this interface, so it does not depend on any step's error classes.
  */
 class self_reporting : public virtual std::exception {
   public:

@@ -87,7 +87,7 @@ double peak_of_few(SoundSource& input,
     };
     int highest = 0;
     for (int block = 0; block < count; ++block) {
-        // What is no number is read in the order of the blocks.
+        // Values that are not finite need a pass in the blocks' order.
         if (!std::isfinite(bound(block))) {
             return -1.0;
         }

@@ -3,9 +3,9 @@
 namespace level_engine {
 
 /**
- * Adds the squares of so many samples to a sum, and raises a peak to the largest absolute one. The
- * sum's last bits are not those of the samples' order. Where a sample is no number or infinite, the
- * sum is not finite any more.
+ * Adds the squares of count samples to squares and raises peak to the largest absolute sample. It
+ * adds in lanes, so the sum's last bits differ from a sum in the samples' order. A sample that is
+ * NaN or infinite makes the sum not finite.
  */
 void add_power_and_peak(const double* samples, long long count, double& squares, double& peak);
 

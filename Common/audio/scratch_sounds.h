@@ -9,14 +9,14 @@
 namespace level_engine {
 
 /**
- * Sound files between two steps that need no name on the disk. The steps open them by their paths
- * like any other (sound_handle.h looks here first), but a path that is held leads to a file of the
- * run's temporary folder that was unlinked as soon as it was made: it is gone when the process
- * ends, however it ends. When a file is let go, its pages are written over by the next one, which
- * spares the system the work of giving up and finding as many anew.
+ * Sound files between two steps that need no name on the disk. The steps open them by path like
+ * any other file (sound_handle.h looks here first), but a reserved path maps to a file in the run's
+ * temporary folder that was unlinked right after it was created: the system removes it when the
+ * process ends, also after a crash. A released file is overwritten by the next one, so the system
+ * does not have to free its pages and allocate new ones.
  *
- * Only one handle of a file is open at a time: they share its position. The table belongs to the
- * run on this thread.
+ * A file may have only one open handle at a time, since handles share its position. The table
+ * belongs to the run on this thread.
  */
 class ScratchSounds {
   public:
@@ -28,53 +28,53 @@ class ScratchSounds {
 
     ~ScratchSounds() { clear(); }
 
-    /** The path stands for a file here once it is written; base: what the files' names begin with,
-     * for as long as they have one. */
+    /** Maps the path to an unlinked file, which is created when it is first written. base: prefix
+     * of the file's name until it is unlinked. */
     void reserve(const std::string& path, const std::string& base);
 
     /**
-     * The path stands for what comes behind the position of this open file, whose descriptor stays
-     * the caller's; false where that is not possible. Anywhere but at its beginning libsndfile
-     * takes WAV and AIFF alone.
+     * Maps the path to this open file, starting at its current position. The caller keeps its
+     * descriptor. Returns false when the descriptor cannot be duplicated or has no position. Behind
+     * a file's beginning libsndfile supports only WAV and AIFF.
      */
     bool reserve_in(const std::string& path, int descriptor);
 
-    /** Whether a held path leads to a file. */
+    /** Whether the path is reserved and its file exists. */
     bool has(const std::string& path) const;
 
-    /** The file is not needed any more; the next one may have its room. */
+    /** Ends the use of a path; a later file may reuse its pages. */
     void release(const std::string& path);
 
-    /** Gives back the room that no file has at present. */
+    /** Returns the pages of released files to the system. */
     void drop_room();
 
-    /** Holds nothing any more. */
+    /** Releases all paths and their pages. */
     void clear();
 
     /**
-     * A descriptor of a held file where it begins, which the caller closes, or -1: the path is not
-     * held, or no file could be made, and it stands for itself from now on.
+     * Returns a descriptor at the file's beginning, which the caller closes, or -1 when the path is
+     * not reserved or no file could be created; the path then names an ordinary file.
      */
     int open_for_writing(const std::string& path);
     int open_for_reading(const std::string& path) const;
 
-    /** Cuts off what an earlier file left behind the position of a descriptor. */
+    /** Truncates a file at the descriptor's position: a longer file used its pages before. */
     static void trim(int descriptor);
 
   private:
     struct ReservedFile {
         std::string base;
         int file = -1;
-        off_t begin = 0;  // bytes, in front of which another's stand
+        off_t begin = 0;  // offset in bytes; what is before it belongs to the caller
     };
 
     ScratchSounds() = default;
 
     std::map<std::string, ReservedFile> reserved_;
-    std::vector<int> room_;  // descriptors of files that nobody has
+    std::vector<int> room_;  // descriptors of released files, to be reused
 };
 
-/** copy_file for sound files, which may be held: 0, or 1 after saying why not. */
+/** copy_file for sound files and reserved paths: 0, or 1 after reporting the reason. */
 int copy_sound(const std::string& from, const std::string& to);
 
 }  // namespace level_engine

@@ -24,7 +24,7 @@ bool has_no_error(const SoundHandle& handle) {
     return open_reason.empty();
 }
 
-/** sf_close, unless the file was closed before the last owner let go. */
+/** Deleter: sf_close, unless close_sound closed the file earlier. */
 struct CloseSound {
     int written_scratch = -1;  // the descriptor of a file that may have been longer before
     bool closed = false;

@@ -7,7 +7,7 @@
 
 namespace level_engine {
 
-/** A libsndfile handle that closes its file when the last owner lets go. */
+/** A libsndfile handle that closes its file when the last owner releases it. */
 using SoundHandle = boost::shared_ptr<SNDFILE>;
 
 /**
@@ -34,8 +34,8 @@ void keep_sound_write_reason(const std::string& reason);
 const std::string& sound_write_reason();
 
 /**
- * Closes a file at once, whoever else still owns the handle: nobody may use it any more. Returns
- * the library's error number, 0 when all went well.
+ * Closes a file at once, even if the handle has other owners; none may use it afterwards. Returns
+ * libsndfile's error number, 0 on success.
  */
 int close_sound(SoundHandle& handle);
 

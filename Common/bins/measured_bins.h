@@ -19,9 +19,9 @@
 namespace level_engine {
 
 /*
- * Bins that were measured while their recording was written. The meter is the one of the measuring
- * pass, and it takes the samples that a reader of the file would get: a step that finds the bins of
- * its input here has all that it would have read the file for.
+ * Bins that were measured while their recording was written. The meter is that of the measuring
+ * pass and gets the samples as a reader of the file would decode them, so the results are the same
+ * bit for bit. A step that finds the bins of its input here does not have to read the file.
  */
 
 /** The bins of a recording, for one rule and one bin length. */
@@ -41,13 +41,13 @@ class MeasuredRecordings {
     static MeasuredRecordings& of_this_thread();
 
     /**
-     * Has the recording measured that is going to be written at a path; info gives its sample rate,
-     * channels and frames. Where that is not possible, or turns out otherwise, its reader measures.
+     * Attaches a meter to the next file that is written at path; info gives the sample rate,
+     * channels and frames to expect. If that fails, or they differ, the reader measures the file.
      */
     template <class RmsRule>
     void expect(const std::string& path, const SF_INFO& info, int bin_ms);
 
-    /** Null unless there are such bins of the whole recording that info tells of. */
+    /** Null unless such bins of the whole recording that info describes are here. */
     MeasuredBins* find(const std::string& path,
                        BinKind kind,
                        int bin_frames,
@@ -61,14 +61,14 @@ class MeasuredRecordings {
     template <class RmsRule>
     class WriteTap;
 
-    /** Five hours of 50 ms, 12 MB. Bins of longer recordings are kept by nobody but who uses them.
-     */
+    /** Five hours of 50 ms bins, 12 MB. Longer recordings are measured by the step that needs the
+     * bins, which frees them sooner. */
     static constexpr long long kMostBins = 360000;
 
     std::map<std::string, std::shared_ptr<MeasuredBins>> measured_;
 };
 
-/** A meter that tells nobody of a failure: the reader will come upon it and tell. */
+/** A meter that does not report a failure: the file's reader meets the same and reports it. */
 template <class RmsRule>
 class MeasuredRecordings::WriteTap : public stream::Receiver {
   public:

@@ -32,7 +32,7 @@ std::uint32_t bin_samples(const CCLArgs& args, const SF_INFO& info) {
  * The levels file feeds the segmentation, which compares levels of bins: channels are taken
  * together (unlike in the steps that look for loud passages), and every bin gets a line, the quiet
  * ones too, so that a line's number is a bin's number. The sum runs on over the ends of blocks and
- * begins anew with each bin, in the order of the samples.
+ * restarts with each bin, in the order of the samples.
  */
 
 void write_level(double rms, SeriesWriter& file) {

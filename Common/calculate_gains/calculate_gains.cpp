@@ -155,8 +155,8 @@ int Operation::look_for_own_inputs() const {
 }
 
 /**
- * Cues outside the recording are taken as they are, up to so many bins before its beginning and
- * behind its end: farther ones would ask for gains without end.
+ * Moves cues outside the recording to at most kMostBinsOutside bins before its beginning or behind
+ * its end, and reports a defect: every bin up to a cue gets a gain, and memory is limited.
  */
 void Operation::bound_cues(CueList& cues) const {
     const long long frames = input_->info().frames;

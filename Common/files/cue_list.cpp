@@ -47,7 +47,7 @@ bool read_cue_list(const std::string& path, CueList& cues, std::string* problem)
     }
     cues = CueList();
     skip_lines(file, kLinesBeforeRate);
-    // A rate that is no number is read as 0; nobody needs it to find the positions.
+    // A rate that is not a number reads as 0; positions do not depend on it.
     std::string rate;
     std::getline(file, rate);
     cues.sample_rate_hz = std::atoi(rate.c_str());

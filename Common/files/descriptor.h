@@ -33,12 +33,12 @@ bool write_all(int descriptor, const char* bytes, std::size_t count);
 bool copy_all(int from, int to);
 
 /**
- * Has an open file written to the disk; false, with the reason in errno, on an error. What a full
- * disk has to say may come here. Some file systems cannot sync, which is no error.
+ * Waits until an open file is on the disk. Returns false with errno set on an error; some file
+ * systems report a full disk only here. A file system without sync is not an error.
  */
 bool sync_to_disk(int descriptor);
 
-/** Has the disk begin with what was written, so that less is left for sync_to_disk to wait for. */
+/** Starts to write the file to the disk without waiting, so that sync_to_disk waits less. */
 void start_sync(int descriptor);
 
 /** The same for the folder that a path stands in: only then does its name survive a power cut. */

@@ -4,10 +4,10 @@
 
 namespace level_engine {
 
-/** Whether two paths lead to one file, by whatever links. False where one of them is no file. */
+/** Whether two paths name one file, links followed. False when one of them does not exist. */
 bool is_same_file(const std::string& first, const std::string& second);
 
-/** What a step says that would write its output over its input. */
+/** The message of a step that would overwrite its input. */
 std::string overwritten_input_text(const std::string& output);
 
 /**

@@ -15,7 +15,7 @@ std::vector<double> read_series(const std::string& path, std::string* problem) {
     file.imbue(std::locale::classic());
     std::vector<double> values;
     errno = 0;
-    // Up to the end or to the first word that is no number, which is an end like any other.
+    // Reads up to the end or the first word that is not a number, which is not an error.
     for (double value = 0.0; read_number(file, value);) {
         values.push_back(value);
     }

@@ -55,7 +55,7 @@ bool copy_to_disk(const std::string& from, const std::string& to) {
     if (!input.is_open() || ::fstat(input.get(), &status) != 0) {
         return false;
     }
-    // Exclusive: a file or a link that somebody put there first is not written through.
+    // O_EXCL: does not write through a file or link that another program put there first.
     const Descriptor output(to, O_WRONLY | O_CREAT | O_EXCL, status.st_mode & 0777);
     if (!output.is_open()) {
         return false;
@@ -81,8 +81,8 @@ void copy_whole(const std::string& from, const std::string& to) {
 
 void move_whole(const std::string& from, const std::string& to) {
     boost::system::error_code error;
-    // Within a file system a rename is all or nothing; across two there is no such thing, so a copy
-    // is made under another name beside the target, written out, and renamed there.
+    // A rename is atomic within one file system only. Across two, copy to a temporary name beside
+    // the target, sync the copy and rename it.
     fs::rename(from, to, error);
     if (!error) {
         return;

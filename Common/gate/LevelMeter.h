@@ -12,9 +12,9 @@ namespace gate {
  * Running energy (sum of squares) of the last N samples of one channel. Copies share the ring.
  *
  * The sum takes in each new square and gives up the oldest one. In floating point the two do not
- * cancel exactly: after a loud passage a rest of some epsilons of its energy stays, for good, and
- * may be negative. The thresholds stand far above such rests. To sum up the ring anew would give
- * other bits and cost N times as much.
+ * cancel exactly: after a loud passage an error of some epsilons of its energy remains and may be
+ * negative. The thresholds are far above such errors. To sum the whole ring for each sample would
+ * give other bits and cost N times as much.
  */
 class CLevelMeter {
   public:

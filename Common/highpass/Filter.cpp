@@ -41,7 +41,7 @@ void Filter::process(double* samples, long long frames) {
     filters_[1] = right;
     sums_[0] = left_sum;
     sums_[1] = right_sum;
-    // Clipping holds infinity at full scale; what it cannot hold is no number, and that spreads.
+    // Clipping limits infinities to full scale, but NaN passes it and spreads through the filter.
     if (std::isnan(left_sum + right_sum)) {
         throw std::runtime_error(name_ +
                                  ": the high-pass filter overflows; its cutoffs make it "

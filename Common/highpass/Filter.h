@@ -16,7 +16,7 @@ class Filter : public stream::Stage {
     /** name: of the recording, for errors. filters: one per channel, in its state of silence. */
     Filter(const std::string& name, const biquad* filters, int channels, stream::Receiver& next);
 
-    /** Throws std::runtime_error when a sum is no number: an unstable filter ends there. */
+    /** Throws std::runtime_error when a sum is NaN, which an unstable filter leads to. */
     void process(double* samples, long long frames) override;
 
     /** Of the louder channel. */

@@ -31,7 +31,7 @@ class CCLArgs {
     std::string options_file;
 };
 
-/** The settings that a command line asks for; throws like CCLArgs::GetArgs. */
+/** Parses and converts the settings of a command line; throws like CCLArgs::GetArgs. */
 NormalizeArgs GetArgs(int argc, const char** argv);
 
 }  // namespace normalize

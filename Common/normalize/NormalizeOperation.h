@@ -36,11 +36,11 @@ class NormalizeOperation {
     /** Writes the output whole, with the gain running from wall to wall. */
     void ApplyGains();
 
-    /** What came of it. */
+    /** The result of the last Execute. */
     const FitResult& result() const { return result_; }
 
   private:
-    /** Finds the walls for a target; returns whether there is no reason to try a lower one. */
+    /** Finds the walls for a target; false when a lower target should be tried. */
     bool Fit(double target_db);
 
     bool surely_above_full_scale() const;

@@ -11,7 +11,7 @@ namespace {
 // Of the thread, like the run that they belong to.
 thread_local Failure failure;
 thread_local Defect defect;
-thread_local int quiet = 0;  // how many ask for it
+thread_local int quiet = 0;  // number of objects that suppress output
 thread_local ThreadSink* thread_sink = nullptr;
 
 std::mutex process_sink_mutex;

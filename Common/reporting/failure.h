@@ -5,13 +5,13 @@
 #include <utility>
 
 /*
- * The words of a run, and the first cause of its failure. Both belong to the thread that the run is
- * on; the helper thread of a run reports nothing but exceptions, which the run's thread rethrows.
+ * A run's messages and the first cause of its failure. Both belong to the run's thread; the helper
+ * thread of a run reports only exceptions, which the run's thread rethrows.
  *
- * A failure passes through several hands, and each adds its words: the library's text, the step's
- * message, the driver's "Step 1 did not complete successfully". All of it is printed, but a caller
- * who wants to tell somebody needs the first: it is noted here where it is said, with what kind of
- * failure it is, and the driver makes the run's outcome of it.
+ * A failure passes through several layers and each prints a message: the library's text, the
+ * step's message, the driver's "Step 1 did not complete successfully". A user interface needs the
+ * first one, the cause. It is stored here together with its kind when it is printed, and the driver
+ * builds the run's outcome from it.
  */
 namespace reporting {
 
@@ -27,10 +27,10 @@ struct Failure {
     std::string text;  // without a line end at its end
 };
 
-/** Keeps text if it is the first since forget_failure; "" is no cause. */
+/** Stores text if it is the first since forget_failure; ignores "". */
 void note_failure(Kind kind, const std::string& text);
 
-/** The first that was noted; its kind is kNone when none was. */
+/** The first failure that was stored; its kind is kNone when there is none. */
 const Failure& first_failure();
 
 void forget_failure();

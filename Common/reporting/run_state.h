@@ -15,8 +15,8 @@ extern thread_local unsigned long gStart;          // processor clock at entry, 
 
 /**
  * Non-zero: all running and later runs of the process end as soon as possible. The driver sets it
- * when it catches a cancellation that the run did not ask for itself. Others may set it at any
- * moment; the engine's check points read it with an atomic load.
+ * when it catches a cancellation that does not come from the run's own flag. Other code may set it
+ * at any time; the engine's check points read it with an atomic load.
  */
 extern int gCancelled;
 

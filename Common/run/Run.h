@@ -35,8 +35,8 @@ class Run {
     ~Run();
 
     /**
-     * Returns a Result. ss_cancel_exception and what is no std::exception pass on; every other
-     * exception is reported.
+     * Returns a Result. Rethrows ss_cancel_exception and exceptions that are not std::exception;
+     * reports every other exception.
      */
     int go();
 

@@ -74,7 +74,7 @@ int run(int argc, char** argv, const RunSettings& settings, OutcomeRecord& recor
     const int parsed = args.GetArgs(argc, argv);
     record.set_input(args.input_file);
     if (parsed != 0) {
-        // The help and the version end here as well, and are no refusal.
+        // --help and --version end here as well, and are not errors.
         if (reporting::first_failure().kind == reporting::Kind::kSystem) {
             record.fail(0, Intermediates());
         } else if (reporting::first_failure().kind != reporting::Kind::kNone) {

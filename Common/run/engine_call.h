@@ -9,8 +9,8 @@ struct RunSettings;
 
 /**
  * Runs the engine's command line on this thread and returns a Result, as levelMain does. The record
- * becomes the one of this thread and receives the outcome. Several threads can call at a time, each
- * with a record of its own. What is no std::exception passes to the caller.
+ * becomes that of this thread and receives the outcome. Several threads can call at the same time,
+ * each with its own record. Exceptions that are not std::exception reach the caller.
  */
 int call_engine(int argc,
                 char** argv,

@@ -39,10 +39,10 @@ class Intermediates {
     /** What each name begins with. */
     const std::string& base() const { return base_; }
 
-    /** The final file is the caller's own, and stands under no name here. */
+    /** Marks the final file as the caller's own, which has no name here. */
     void lend_final() { has_lent_final_ = true; }
 
-    /** Whether a text tells of the final file, and that is the caller's. */
+    /** Whether a text names the final file and that file is the caller's. */
     bool tells_of_lent_final(const std::string& text) const;
 
     /** Removes those that are there. */

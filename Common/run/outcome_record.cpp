@@ -70,9 +70,9 @@ void OutcomeRecord::end_run() {
 }
 
 /**
- * The input's name stands once in the cause: where the text begins with it, or has it inside, it is
- * not put before it again. The reason has it nowhere: a program that leveled a file of its own
- * making for somebody (a decoded copy) puts the name that the user knows before it.
+ * The cause names the input once: the name is not put in front of a text that contains it. The
+ * reason never names it, so that a program that leveled a temporary copy (a decoded one) can put
+ * the name that the user knows in front.
  */
 void OutcomeRecord::set(LevelOutcomeKind kind, const std::string& text) {
     const bool names_input = !input_.empty() && text.find(input_) != std::string::npos;

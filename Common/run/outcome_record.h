@@ -113,8 +113,8 @@ class OutcomeRecord {
         std::size_t end;
     };
 
-    // Few bins differ from the one before. The last steps need the room that the others would take:
-    // the curve is laid out bin by bin when somebody asks.
+    // Few bins differ from the one before, and the last steps need the memory: the curve is stored
+    // as runs of equal gains and expanded to one value a bin on request.
     std::vector<GainRun> gain_runs_;
     std::vector<double> gains_;
 };

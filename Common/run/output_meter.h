@@ -8,19 +8,19 @@
 namespace level_engine {
 
 /**
- * Measures the finished audio while it is written, as its file gives it back, so that whoever
- * judges it need not read it for that. Files that do not hold plain samples are not measured. A
- * file that is going to be synced is sent to the disk on the way.
+ * Measures the finished audio while it is written, with the samples as a reader of the file would
+ * decode them, so that the check of the output does not have to read it. It measures only files of
+ * plain samples. It starts to write a file that will be synced to the disk as it goes.
  */
 class OutputMeter {
   public:
     /**
-     * Rides along with the next writing of a file that has so many channels. descriptor: of the
-     * file if it is going to be synced, else -1.
+     * Measures the next file that is written at path with this number of channels. descriptor: of
+     * the file if it will be synced, else -1.
      */
     void attach_to(const std::string& path, int channels, int descriptor);
 
-    /** Brings in what was measured, if all of the file was. */
+    /** Copies the measurements to found if the whole file was measured. */
     void tell(LevelFindings& found) const;
 
   private:
@@ -29,7 +29,7 @@ class OutputMeter {
     struct Measured {
         long long frames = 0;
         double peak = 0.0;     // the largest absolute sample
-        double squares = 0.0;  // the sum over all samples; no number where one of them is none
+        double squares = 0.0;  // the sum over all samples; NaN if one of them is NaN
         bool complete = false;
     };
 

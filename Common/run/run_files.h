@@ -29,8 +29,8 @@ class RunFiles {
     ~RunFiles();
 
     /**
-     * Where they will stand. Throws std::runtime_error when there is no temporary folder or not
-     * enough room, or when input or output is one of them.
+     * Chooses the files' paths. Throws std::runtime_error without a temporary folder or enough free
+     * space, or when input or output is one of these paths.
      */
     void place(const std::string& input, const std::string& output);
 

@@ -142,7 +142,7 @@ void Run::measure_levels() {
     require_step(528, call_step(calc_rms::_tmain, {"calc_rms", conditioned_, levels}) == 0);
 }
 
-/** Step 6 finds where the level changes. Its two fixed texts are read by nobody. */
+/** Step 6 finds where the level changes. It ignores its two fixed texts. */
 void Run::find_segments() {
     const std::string cues = begin_step(6, Intermediate::kCues);
     const std::string levels = files_.path(Intermediate::kLevels);

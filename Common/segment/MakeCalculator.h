@@ -10,7 +10,7 @@
 namespace segment {
 
 /**
- * Makes the calculator of each chunk. The search asks for chunks one after another and knows
+ * Makes the calculator of each chunk. The search requests chunks one after another and knows
  * neither the formula nor how costs combine: a new cost function is a class here and a name in
  * segment.cpp.
  */

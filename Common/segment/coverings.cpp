@@ -18,7 +18,7 @@ constexpr double kInfinity = std::numeric_limits<double>::infinity();
 constexpr int kFirstTogether = SearchKernel::kLanes - 1;
 constexpr int kMostTogether = SearchKernel::kMostLanes - 1;
 
-/** Values of j between two looks at whether somebody wants the run to end. */
+/** Values of j between two checks for cancellation. */
 constexpr int kCancelInterval = 8;
 
 int up_to_vectors(int count) {

@@ -177,7 +177,7 @@ QUORVANE_INLINE void mark_needed_blocks(
             for (int lane = group * kLanes; lane < (group + 1) * kLanes; ++lane) {
                 Lanes bound;
                 load(bound, lowest_of(batch, lane) + block);
-                // Not "at most": a bound that is no number says nothing, and the block is needed.
+                // Not "at most": a bound that is NaN decides nothing, so the block is needed.
                 below |= ~(bound + rest > existing[lane]);
             }
             needed |= below & (1LL << group);

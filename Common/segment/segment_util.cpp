@@ -18,10 +18,10 @@ AssertionHandler set_assertion_handler(AssertionHandler handler) {
     return std::exchange(assertion_handler, handler);
 }
 
-// A broken rule of the search is a fault of the program and not of a recording: going on would
-// write gains that nobody can trust. So the process ends, in a release build as well. A library's
-// host must survive: its handler ends the run by an exception. A handler that returns changes
-// nothing.
+// A failed assertion is a fault of the program, not of the recording, and to continue would write
+// wrong gains. So the process ends, in a release build too. A library must not end its host
+// process: its handler throws, which ends only the run. When a handler returns, the process ends as
+// without one.
 void assertion_failed(const char* condition) {
     if (assertion_handler != nullptr) {
         assertion_handler(condition);

@@ -71,7 +71,7 @@ std::vector<double> read_gains(std::istream& file) {
     char line[kLineSize];
     std::vector<double> gains;
     while (file.getline(line, kLineSize)) {
-        // What is no number reads as 0, which no gain can be.
+        // A line that is not a number reads as 0, which is not a valid gain.
         const double gain = std::atof(line);
         if (gain != 0.0) {
             gains.push_back(gain);

@@ -14,8 +14,8 @@ enum class FlatRamp {
 
 /**
  * One pass over count gains: rises take attack values, falls are immediate. A ramp reaches the
- * value that started it in exactly attack steps, never passes the current input and is not aimed
- * anew. attack: at least 1, which copies the input. Returns 0, or 1 on an internal fault.
+ * value that started it in exactly attack steps, never passes the current input and keeps its first
+ * target. attack: at least 1, which copies the input. Returns 0, or 1 on an internal fault.
  */
 int SmoothGains1(
     const double* in, double* out, unsigned int count, int attack, FlatRamp flat = FlatRamp::kLast);

@@ -67,7 +67,7 @@ class command_line_error : public ss_error {
     void report() const override {}
 };
 
-/** Not even a file was named. The command line's other faults are told by its parser. */
+/** The command line names no file. Its parser reports all other faults. */
 template <class Step>
 class empty_command_line_error : public ss_error {
   public:
@@ -103,7 +103,7 @@ class sf_open_error : public sf_io_error<Step> {
     using sf_io_error<Step>::sf_io_error;
 };
 
-/** A file that is missing, is no sound file or may not be read. */
+/** The input is missing, is not a sound file or may not be read. */
 template <class Step>
 class sf_openinput_error : public sf_open_error<Step> {
   public:
@@ -155,8 +155,8 @@ class sf_seek_error : public sf_io_error<Step> {
 };
 
 /**
- * A short write. The i/o error is a private base: a step's handlers for ss_error and for its i/o
- * errors do not match, the error passes on to whoever handles std::exception.
+ * A short write. The I/O error is a private base, so a step's handlers for ss_error and for its I/O
+ * errors do not match: the error reaches the caller's handler for std::exception.
  */
 template <class Step>
 class sf_write_error : private sf_io_error<Step>, public self_reporting {

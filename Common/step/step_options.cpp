@@ -148,7 +148,7 @@ ParseResult StepOptions::parse_throwing(int argc, const char* const* argv) {
             return {ParseResult::kUnreadableOptionsFile, "error opening " + path};
         }
     }
-    // After the file, which may ask for help as well.
+    // After the options file, which may contain "help" too.
     if (values_.count("help") != 0) {
         return {ParseResult::kHelp, help()};
     }

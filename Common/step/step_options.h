@@ -25,12 +25,12 @@ struct ParseResult {
  *         .positional("sound-file-in", args.sound_file_in, "input sound file");
  *     const ParseResult result = options.parse(argc, argv);
  *
- * The default that the help shows, and that stands when the option is absent, is the field's value
- * when it was declared.
+ * The default, which the help shows and which applies when the option is absent, is the field's
+ * value when the option was declared.
  */
 class StepOptions {
   public:
-    /** What is made of the option's file: with kNone there is no such option. */
+    /** How the option for an options file works; kNone: the step has none. */
     enum OptionsFile { kMustOpen, kMayFailToOpen, kNone };
 
     /** caption: above the group in the help. options_file receives the path that was given. */

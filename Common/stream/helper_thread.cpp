@@ -98,7 +98,7 @@ HelperThread::Use::~Use() {
     used_here = before_;
 }
 
-/** False when there is nobody to help: the owners then find their pieces undone and do them. */
+/** False without a thread to help: the owners then do their pieces themselves. */
 bool HelperThread::start_thread() {
     if (!thread_.joinable() && is_used() && !failed_) {
         try {

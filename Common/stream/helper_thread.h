@@ -18,12 +18,12 @@ constexpr int kPieces = 8;
  * A second thread that reads ahead and writes behind while the first one computes, where a
  * processor is free for it.
  *
- * To wake a sleeping thread costs more than most pieces of this work, so nobody waits for a piece
- * that he could do himself. Work stands in lanes. A lane's pieces are done in their order and one
- * at a time, so no bit depends on who does them: the helper thread, or the owner when he needs a
- * piece that nobody has begun. The helper sleeps when nothing is due and is woken when a fair
- * amount is; an owner sleeps only when the helper is at the very piece that he waits for and no
- * other lane has anything to do.
+ * To wake a sleeping thread costs more than most pieces of this work, so a thread does a piece
+ * itself instead of waiting for it. Pieces queue in lanes. A lane's pieces run in order, one at a
+ * time, so the result does not depend on the thread: the helper, or the owner when it needs a piece
+ * that has not started. The helper sleeps when the lanes are empty and is woken when enough pieces
+ * are queued. An owner sleeps only while the helper runs the very piece that it waits for and no
+ * other lane has a piece.
  */
 class HelperThread {
   public:
@@ -57,7 +57,7 @@ class HelperThread {
     HelperThread(const HelperThread&) = delete;
     HelperThread& operator=(const HelperThread&) = delete;
 
-    /** Pieces of work that are done one after the other. All calls are the owner's. */
+    /** A queue of pieces that run one after the other. Only the owner may call it. */
     class Lane {
       public:
         /** piece does the next piece, on either thread. most_due: pieces due at a time. */
@@ -72,12 +72,12 @@ class HelperThread {
         void add();
 
         /**
-         * Returns when so many pieces, counted from the first, are done, which must have been
-         * added; throws what one of them threw. No piece follows one that threw.
+         * Returns when the first count pieces are done; they must have been added. Rethrows what
+         * one of them threw. No piece runs after one that threw.
          */
         void finish(long long count);
 
-        /** Forgets the pieces that nobody has begun; the count begins anew. */
+        /** Drops the pieces that have not started and restarts the count at 0. */
         void drop();
 
       private:

@@ -12,11 +12,11 @@
 #include "Common/stream/helper_thread.h"
 
 /*
- * To decode a block, work on it and encode it is most of a pass. Where nothing is carried over from
- * block to block, both threads do that, each with the doubles in its own cache: what crosses over
- * are the file's bytes. The blocks stand in a ring and go in turn to two lanes; the owner reads
- * into the ring, takes the blocks out in their order and hands their bytes to the writer. He does
- * himself what nobody has begun, so the work divides itself whatever else the helper has to do.
+ * A pass spends most of its time on decoding, processing and encoding blocks. Where blocks do not
+ * depend on each other, both threads do that, each with the doubles in its own cache: they exchange
+ * only the file's bytes. The blocks form a ring and go to two lanes in turn; the owner reads into
+ * the ring, removes the blocks in order and passes their bytes to the writer. It does blocks that
+ * have not started itself, so the load balances whatever else the helper does.
  */
 namespace stream {
 
@@ -25,7 +25,7 @@ namespace {
 constexpr int kLanes = 2;
 constexpr long long kBlocks = 6;  // of the ring: enough that neither thread waits for the other
 
-/** Ends a part's chain in bytes. */
+/** Ends a part's chain: encodes the samples to the file's format. */
 class Encoder : public Receiver {
   public:
     Encoder(const SoundWriter& writer, std::vector<unsigned char>& bytes)
@@ -47,7 +47,7 @@ class TwoAtATime {
   public:
     TwoAtATime(SoundSource& source, SoundWriter& writer, const Part& part, long long block_frames)
         : source_(source), writer_(writer), part_(part), block_frames_(block_frames) {
-        // All at once: nothing may fail for want of memory once the first block has been read.
+        // All at once: no allocation may fail after the first block has been read.
         for (Block& block : ring_) {
             block.in.resize(static_cast<std::size_t>(block_frames * source.frame_bytes()));
             block.out.reserve(static_cast<std::size_t>(block_frames * writer.frame_bytes()));

@@ -9,9 +9,9 @@
 namespace stream {
 
 /**
- * When a loop shows its progress. The fractions of a step belong to units of its own, the bins of a
- * meter or the blocks of a filter; they are shown as if the loop read unit by unit, whatever it
- * reads at a time.
+ * Decides when a loop shows its progress. A step's fractions belong to its units, the bins of a
+ * meter or the blocks of a filter. They are shown as if the loop read unit by unit, whatever its
+ * block size, so the progress of a step stays the same.
  */
 class ProgressPacer {
   public:
@@ -20,10 +20,10 @@ class ProgressPacer {
     /** fraction: 0.0 to 1.0 of the step's range after unit 0, 1 and so on. */
     ProgressPacer(progress_range::Range range, long long unit_frames, Fraction fraction);
 
-    /** So many frames more are done. */
+    /** Counts frames more as done. */
     void advance(long long frames);
 
-    /** There are no more: a unit that is not full is done, too. */
+    /** Counts a last unit that is not full as done. */
     void finish();
 
     /** Throws ss_cancel_exception while the run is cancelled. */
@@ -43,8 +43,8 @@ class ProgressPacer {
 constexpr int kBlockSamples = 32768;
 
 /**
- * How much a block of this thread holds from now on, a unit of the pacer at least. No result
- * depends on it, which tests show with it.
+ * Sets the block size of this thread in samples; a block holds at least one unit of the pacer. No
+ * result depends on it, which the tests check with other sizes.
  */
 void use_block_samples(int samples);
 
@@ -65,10 +65,10 @@ struct LoopStyle {
 };
 
 /**
- * Reads a source from its position on, most_frames at most, hands every block to the receiver and
- * tells it the end. A block is large and holds whole units of the pacer. Throws std::runtime_error
- * naming source and frame for a sample that is not finite, ss_cancel_exception, ss_alloc_error, and
- * what source and receiver throw.
+ * Reads at most most_frames frames from a source's position on, passes each block to the receiver
+ * and calls its finish. A block holds a whole number of the pacer's units. Throws
+ * std::runtime_error that names source and frame for a sample that is not finite,
+ * ss_cancel_exception, ss_alloc_error, and what source and receiver throw.
  */
 void pump(Source& source,
           Receiver& receiver,

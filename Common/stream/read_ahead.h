@@ -18,10 +18,10 @@ class ReadAhead {
   public:
     struct ReadResult {
         long long frames = 0;
-        std::string problem;  // why there are no more, "" at the end
+        std::string problem;  // the read error, "" at the end of the file
     };
 
-    /** Puts the next frames at bytes, fewer than asked for at the end. */
+    /** Writes the next frames to bytes, fewer than requested at the end. */
     using Fetch = std::function<ReadResult(unsigned char* bytes, long long frames)>;
 
     /** Frames that stand one behind the other. */

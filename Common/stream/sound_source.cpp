@@ -97,7 +97,7 @@ void SoundSource::note_missing_frames(const std::string& problem) const {
     defect.promised = info_.frames;
     defect.read = position_;
     if (problem.empty() && !promises) {
-        reporting::note_defect(defect);  // the counts alone: an estimate is no promise
+        reporting::note_defect(defect);  // only the counts: the header gives an estimate
         return;
     }
     defect.kind = reporting::DefectKind::kFramesMissing;

@@ -52,9 +52,9 @@ bool keeps_length(int format) {
 }
 
 /**
- * RIFF and FORM tell how many bytes follow. The library tells a few when it could not ask for the
- * file's size, and finds nothing wrong with that when it reads the file. Larger files have other
- * containers.
+ * Checks the size field of RIFF and FORM (bytes that follow it). libsndfile writes a wrong size
+ * when it cannot determine the file's size on closing, and does not check it on reading. Files
+ * above 4 GB have other containers.
  */
 bool tells_its_size(int file, off_t begin, off_t bytes) {
     constexpr std::size_t kHeadBytes = 8;
@@ -76,11 +76,10 @@ bool tells_its_size(int file, off_t begin, off_t bytes) {
 }
 
 /**
- * The library says nothing of a header that it could not bring up to date when closing: the file on
- * disk is asked how long it is. A device or a pipe has nothing to ask, and some formats without a
- * frame are no file that the library would open. A header that went to the file's end in place of
- * its start makes more than a frame too many; one too many is a pad byte that the library reads as
- * such.
+ * libsndfile does not report a header that it failed to update on closing, so this reads the length
+ * back from the file on disk. A device or a pipe cannot be read back, and in some formats libsndfile
+ * does not open a file without frames. A header written to the file's end instead of its start adds
+ * more than one frame; one frame too many is a pad byte that libsndfile reads as one.
  */
 bool is_whole(const std::string& path, long long frames) {
     const int held = ScratchSounds::of_this_thread().open_for_reading(path);
@@ -121,8 +120,8 @@ SoundWriter::SoundWriter(const SoundHandle& handle,
 }
 
 /**
- * Earlier pieces are on their way to the file while the next one is filled: fill puts so many
- * frames, from one of those that came, at its end.
+ * Fills the next piece while earlier ones are being written. fill(bytes, first, some) writes some
+ * frames to bytes, from frame first of this call on.
  */
 template <class Fill>
 void SoundWriter::fill_pieces(long long frames, const Fill& fill) {
@@ -194,12 +193,12 @@ void SoundWriter::write_piece() {
         try {
             feed_tap(writing);
         } catch (const std::bad_alloc&) {
-            tap_.reset();  // without its end it counts for nothing; the file is what matters
+            tap_.reset();  // a tap without finish counts as incomplete; the file is written anyway
         }
     }
 }
 
-/** Decodes the piece, whose bytes are in the file by now. */
+/** Decodes the piece, whose bytes have been written, and passes it to the tap. */
 void SoundWriter::feed_tap(Piece& piece) {
     const long long block_frames = kTapSamples / channels_;
     tap_block_.resize(kTapSamples);
@@ -211,7 +210,7 @@ void SoundWriter::feed_tap(Piece& piece) {
     }
 }
 
-/** Waits until so many pieces have arrived, and takes back their room. */
+/** Waits until the first count pieces are written, and frees their buffers for reuse. */
 void SoundWriter::finish_pieces(long long count) {
     for (; finished_ < count; ++finished_) {
         Piece& oldest = piece(finished_);
@@ -225,7 +224,7 @@ void SoundWriter::finish_pieces(long long count) {
     }
 }
 
-/** Told as if the frames had come piece_frames at a time, of which this was the first to fail. */
+/** Reports the failure as if frames had been written in groups of piece_frames. */
 void SoundWriter::fail_piece(long long written) {
     const long long begin = written - written % piece_frames_;
     check(std::min(piece_frames_, taken_ - begin), written - begin);

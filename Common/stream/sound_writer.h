@@ -12,7 +12,7 @@
 
 namespace level_engine {
 
-/** A sound file that did not take what was written to it. */
+/** A write to a sound file that failed or was short. */
 struct WriteFailure {
     SoundHandle handle;  // null once the file is closed
     std::string path;
@@ -22,8 +22,8 @@ struct WriteFailure {
 };
 
 /**
- * Ends a chain in a sound file. The end of the recording closes the file; a write, a close or a
- * file on disk that falls short of what was taken is an error.
+ * Ends a chain: writes a sound file. finish closes the file; a short write, a failed close or a
+ * file on disk that is shorter than what was written is an error.
  */
 class SoundWriter : public stream::Receiver {
   public:
@@ -31,9 +31,9 @@ class SoundWriter : public stream::Receiver {
     using OnFailure = std::function<void(const WriteFailure&)>;
 
     /**
-     * piece_frames: how many frames are written at a time, cut anew from what each call brings. An
-     * encoder of a lossy format gives other bits for other pieces; plain samples go in one piece.
-     * No other owner may use the handle after the end.
+     * piece_frames: how many frames are written at a time; each call's frames are split into such
+     * pieces. A lossy encoder gives other bits for other pieces; plain samples ignore this. No
+     * other owner may use the handle after finish.
      */
     SoundWriter(const SoundHandle& handle,
                 const std::string& path,
@@ -44,13 +44,13 @@ class SoundWriter : public stream::Receiver {
     void process(double* samples, long long frames) override;
     void finish() override;
 
-    /** Whether the file holds plain samples, so that it takes bytes. */
+    /** Whether the file holds plain samples, so that take_bytes works. */
     bool takes_bytes() const { return codec_.is_plain(); }
 
-    /** Of a frame in the file, 0 unless it takes bytes. */
+    /** Bytes of a frame in the file, 0 unless takes_bytes. */
     long long frame_bytes() const { return frame_bytes_; }
 
-    /** Samples as they stand in the file. For any thread. */
+    /** Encodes samples to the file's format. May be called from any thread. */
     void encode(const double* samples, unsigned char* bytes, long long frames) const;
 
     /** The next frames, encoded. */
@@ -93,7 +93,7 @@ class SoundWriter : public stream::Receiver {
     long long writing_ = 0;  // piece
     std::unique_ptr<stream::Receiver> tap_;
     std::vector<double> tap_block_;
-    stream::HelperThread::Lane lane_;  // the last member: it waits before the others go
+    stream::HelperThread::Lane lane_;  // last: its destructor waits
 };
 
 }  // namespace level_engine

@@ -15,19 +15,19 @@
  */
 namespace stream {
 
-/** Takes a recording's frames in order. */
+/** Gets a recording's frames in order. */
 class Receiver {
   public:
     virtual ~Receiver() = default;
 
-    /** The next frames. The samples are the taker's to change; they are gone after the call. */
+    /** Gets the next frames. May change the samples, which are valid only during the call. */
     virtual void process(double* samples, long long frames) = 0;
 
-    /** No frame will follow. */
+    /** Called once after the last frame. */
     virtual void finish() {}
 };
 
-/** A link that hands on what it makes of the frames. */
+/** A link that passes changed frames on to the next one. */
 class Stage : public Receiver {
   public:
     explicit Stage(Receiver& next) : next_(next) {}
@@ -41,7 +41,7 @@ class Stage : public Receiver {
     Receiver& next_;
 };
 
-/** Lets a meter ride along: aside sees every block first and must leave the samples alone. */
+/** Passes every block to a meter (aside), which must not change it, and then to the next link. */
 class Tee : public Stage {
   public:
     Tee(Receiver& aside, Receiver& next) : Stage(next), aside_(aside) {}
@@ -65,16 +65,16 @@ class Source {
   public:
     virtual ~Source() = default;
 
-    /** What messages call it: a file's path. */
+    /** The name for messages: a file's path. */
     virtual const std::string& name() const = 0;
 
     /** Frames, sample rate, channels and encoding. */
     virtual const SF_INFO& info() const = 0;
 
-    /** Up to the asked number of frames, 0 at the end. Throws when they cannot be had. */
+    /** Reads up to that many frames, 0 at the end. Throws when they cannot be read. */
     virtual long long read(double* samples, long long frames) = 0;
 
-    /** Says that so many frames, or as many as there are, are going to be read from here on. */
+    /** Announces a read of that many frames, or up to the end, from the position on. */
     virtual void announce(long long /*frames*/) {}
 
     /** Goes to a frame, counted from 0; false when that is not possible. */
@@ -84,8 +84,8 @@ class Source {
     virtual long long position() const = 0;
 
     /**
-     * Whether a read that comes up short at the end fills the rest of the buffer with zeros, or
-     * leaves there what it held. Asked for at the end, since it may move the position.
+     * Whether a short read at the end fills the rest of the buffer with zeros or leaves it
+     * unchanged. Call it only at the end, since it may move the position.
      */
     virtual bool zeroes_past_end() = 0;
 };

@@ -15,11 +15,11 @@
 #include "Common/stream/pump.h"
 
 /*
- * A receiver that sums up waits for its sum before the next sample, and the order of the samples is
- * part of the result, so that a pass over the audio takes as long as its additions one after the
- * other. Two halves of the recording do not wait for each other. The owner reads a block of the
- * first half, then one of the second, and so on; each half has a lane and a short ring of blocks,
- * in bytes, which whoever takes them decodes.
+ * A receiver that sums needs each sum before it can add the next sample, and the order of the
+ * samples is part of the result, so a pass takes as long as its additions one after the other. Two
+ * halves of the recording do not depend on each other. The owner reads a block of the first half,
+ * then one of the second, and so on; each half has a lane and a short ring of blocks, in bytes,
+ * which the thread that processes them decodes.
  */
 namespace stream {
 

@@ -10,10 +10,10 @@
 namespace stream {
 
 /**
- * Receivers that ride along with the writing of a sound file: they take what the next reader of the
- * file is going to get, so that he need not read it for them. Whoever runs the steps seats one for
- * a path; the writer of that path takes it along, if the file holds plain samples. A tap that
- * was told the end has seen all; one that was not is to be forgotten. It must not throw.
+ * Receivers that observe the writing of a sound file, so that the next step does not have to read
+ * the file again: they get the samples as a reader would decode them. The driver attaches a tap to
+ * a path; the writer of that path detaches and feeds it if the file holds plain samples. A tap has
+ * seen the whole file only if its finish was called. It must not throw.
  */
 class WriteTaps {
   public:
@@ -27,7 +27,7 @@ class WriteTaps {
         taps_[path] = std::move(tap);
     }
 
-    /** Null where nobody waits. */
+    /** Removes and returns the path's tap; null when it has none. */
     std::unique_ptr<Receiver> detach(const std::string& path) {
         const auto found = taps_.find(path);
         if (found == taps_.end()) {

@@ -215,7 +215,7 @@ TEST_F(Level, AWrongInputFailsBeforeAnyTemporaryFile) {
     EXPECT_EQ("Could not find extension for input sound file\n", messages);
 
     in = dir / "text.wav";
-    write_text(in, "this is no sound");
+    write_text(in, "not audio");
     EXPECT_EQ(1, run_file());
     EXPECT_THAT(errors, testing::StartsWith("Error opening sound file: " + in + "\nReason: "));
 
@@ -494,7 +494,7 @@ TEST_F(Level, NothingThatStandsAtAnIntermediatesPlaceIsWrittenOver) {
           "/_10.wav";
     refused();
 
-    // What is no input is not written through either: a link is replaced.
+    // A link that is not the input is replaced, not written through.
     out = dir / "out.wav";
     write_text(dir / "precious", "old");
     std::filesystem::create_symlink(dir / "precious", temporary / "_04.wav");

@@ -139,7 +139,7 @@ TEST_F(Normalize, SaysWhatCameOfTheFit) {
 
 TEST_F(Normalize, APeakAtTheLowerEndOfARampDoesNotLowerTheTarget) {
     // The gain of 6.3 falls to 0.891 / 0.9 in bin 9, ahead of the peak of 0.9 in bin 10. Bin 9 is
-    // silent but for its last sample, 0.2, and so is not limited: 0.2 * 0.99 is no peak, although
+    // silent but for its last sample, 0.2, and so is not limited: 0.2 * 0.99 is not a peak, though
     // 0.2 * 6.3 would be one.
     constexpr std::ptrdiff_t kBinFrames = 2205;
     Signal input = signals::square(0.02, 40 * kBinFrames);

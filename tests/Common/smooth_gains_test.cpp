@@ -32,7 +32,7 @@ TEST_F(SmoothGains, RisesAndFallsTakeTheirTime) {
         {"one value", "2\n", {"-a", "4"}, "2\n"},
         {"a rise of 4 in 4", "1\n5\n5\n5\n5\n5\n", {"-a", "4"}, "1\n2\n3\n4\n5\n5\n"},
         // After the ramp to 5 has reached it, the next value starts another towards 9.
-        {"not aimed anew",
+        {"keeps its first target",
          "1\n5\n9\n9\n9\n9\n9\n9\n9\n",
          {"-a", "4", "-b", "1"},
          "1\n2\n3\n4\n5\n6\n7\n8\n9\n"},

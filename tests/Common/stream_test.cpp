@@ -165,7 +165,7 @@ TEST_F(SoundEnds, AFileThatIsNotWholeOnDiskIsAFailure) {
 
     SoundWriter cut = writer(dir / "cut.wav");
     cut.process(samples.data(), 10000);
-    // What is at the path is looked at, whoever has written how much by now.
+    // The check reads the file at the path, whichever program has written it.
     std::filesystem::copy_file(dir / "whole.wav", dir / "short.wav");
     ASSERT_EQ(0, truncate((dir / "short.wav").c_str(), 9000));
     std::filesystem::rename(dir / "short.wav", dir / "cut.wav");
