@@ -170,7 +170,7 @@ static NSArray *droppedURLs(id<NSDraggingInfo> sender) {
     if ([paths count] == 0) {
         return NO;
     }
-    // After this drop, whose source waits for its end: a batch asks for its outputs first.
+    // After this drop, since its source waits for the drop's end and a batch opens save panels first.
     dispatch_async(dispatch_get_main_queue(), ^{
         [mainViewWindowController handleDroppedInputs:paths];
     });

@@ -17,7 +17,7 @@
     ProgressView *_progressViewController;
     IBOutlet FlatButton *aboutButton;
     NSMutableArray *_failures;        // texts, of the batch that runs
-    NSMutableArray *_waitingBatches;  // arrays of paths, while an earlier one asks for its outputs
+    NSMutableArray *_waitingBatches;  // arrays of paths, queued while an earlier batch shows save panels
     BOOL _isQueueing;
 }
 

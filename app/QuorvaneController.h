@@ -35,9 +35,9 @@ extern NSString *const QuorvaneFailureReasonKey;  // a sentence: what is wrong w
     dispatch_queue_t _queue;
 }
 
-// Queues a file and returns its item's "output_uuid". Main thread only: unless the options hold
-// "output_path", a save panel asks for it, and the proposed path serves if the panel is cancelled.
-// The options are copied into the item. A nil path queues an end-of-batch item.
+// Queues a file and returns its item's "output_uuid". Main thread only: without "output_path" in
+// the options it shows a save panel, and uses the proposed path if the panel is cancelled. Copies
+// the options into the item. A nil path queues an end-of-batch item.
 - (NSString *)queueItemAtPath:(NSString *)path options:(NSDictionary *)options;
 
 @end

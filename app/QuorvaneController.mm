@@ -47,9 +47,9 @@ constexpr auto kLongestStop = std::chrono::seconds(30);
 
 std::atomic<bool> stopping{false};
 
-// What a failed run has left stays for whom it may help, until the next file begins or the
-// application ends. A result that could not be put in its place is no such thing: the user was told
-// where it lies. Read and written where no engine call is under way, or by the engine's thread.
+// The intermediate files of a failed run stay for diagnosis until the next file begins or the
+// application ends. They do not include a result that could not be moved to its place: the user got
+// its path. Read and written while no engine call runs, or by the engine's thread.
 bool leftIntermediates = false;
 
 void discardLeftIntermediates() {

@@ -5,7 +5,7 @@
 // Lengths of recordings are log-normal around 30 minutes, with a seed. A failure ends a task after
 // an exponentially distributed time of work; the task is queued again after a delay and goes on
 // with the file that it was at, since what is done is recorded. Beside it stands the same cluster
-// whose tasks begin anew, which is what an array without records would do.
+// whose tasks restart from their first file, as an array without records would.
 
 #include <fmt/format.h>
 
@@ -33,7 +33,7 @@ struct Cluster {
     double failures_per_second;  // of each busy core
 };
 
-enum class AfterFailure { GoOn, BeginAnew };
+enum class AfterFailure { GoOn, Restart };
 
 struct Outcome {
     double seconds = 0;  // until the last task ended
@@ -141,8 +141,8 @@ int main(int argc, char** argv) {
         "{:.0f} hours in {} files, {} shards on {} cores, {} failures per core and day: "
         "at best {:.2f} h\n",
         hours, items.size(), count, cores, per_day, ideal_s / 3600);
-    for (const auto& [name, after] : {std::pair("goes on", AfterFailure::GoOn),
-                                      std::pair("begins anew", AfterFailure::BeginAnew)}) {
+    for (const auto& [name, after] :
+         {std::pair("goes on", AfterFailure::GoOn), std::pair("restarts", AfterFailure::Restart)}) {
         const Outcome outcome = run(shards, {cores, per_day / 86400}, after);
         if (outcome.seconds == 0) {
             fmt::print("  a lost task {}: no end\n", name);

@@ -78,9 +78,9 @@ int run_highpass(int argc, const char** argv) {
 /** The engine of step 6 alone: a series in, its fit and its breakpoints out. */
 int run_segment(int argc, const char** argv) {
     if (argc < 4) {
-        return usage("segment needs three files");
+        return usage("segment needs three file names: VALUES FIT BREAKPOINTS");
     }
-    // Both are written anew: an input under one of these names would be gone.
+    // Both files are overwritten: an input with one of these names would be lost.
     require_other_file(argv[1], argv[2]);
     require_other_file(argv[1], argv[3]);
     std::ifstream values(argv[1]);
@@ -181,7 +181,7 @@ int show_wrap_segment_help(int /*argc*/, const char** /*argv*/) {
 
 int show_apply_gains_help(int /*argc*/, const char** /*argv*/) {
     std::cout << "apply_gains BLOCK_MS SMOOTHED_FILE IN_AUDIO OUT_AUDIO\n"
-                 "  BLOCK_MS is the length of a block in milliseconds; there are no options.\n";
+                 "  BLOCK_MS: length of a block in milliseconds. This step has no options.\n";
     return 0;
 }
 
@@ -199,7 +199,7 @@ const std::map<std::string, Step> kSteps = {
     {"normalize", {normalize::_tmain, nullptr}},
 };
 
-/** Whether a word asks for the step's options. "-h" may also be an option's value. */
+/** Whether the words request the step's help. "-h" may also be an option's value. */
 bool asks_for_help(const std::vector<const char*>& words) {
     return std::any_of(words.begin(), words.end(),
                        [](const char* word) { return std::string(word) == "--help"; }) ||
@@ -251,11 +251,11 @@ int run_step(const Step& step, int argc, const char** argv) {
 
 int main(int argc, char** argv) {
     if (argc < 2) {
-        return usage("which step?");
+        return usage("no step is named");
     }
     const auto step = kSteps.find(argv[1]);
     if (step == kSteps.end()) {
-        return usage(std::string("there is no step ") + argv[1]);
+        return usage(std::string("unknown step: ") + argv[1]);
     }
     std::vector<const char*> arguments(argv + 1, argv + argc);
     if (asks_for_help({argv + 2, argv + argc})) {

@@ -1,10 +1,10 @@
-// What GNUstep's AppKit and Foundation lack or do differently, mended from outside.
+// Replacements for what GNUstep's AppKit and Foundation lack or do differently.
 
 #import <AppKit/AppKit.h>
 #import <objc/runtime.h>
 #include <sys/stat.h>
 
-// Looking a method up may initialise its class, which may ask for the user's defaults.
+// Looking up a method may initialise its class, which may read the user's defaults.
 static void exchange(Class type, SEL one, SEL other) {
     @autoreleasepool {
         method_exchangeImplementations(class_getInstanceMethod(type, one),
@@ -74,7 +74,7 @@ static void exchange(Class type, SEL one, SEL other) {
              @selector(quorvaneResourceValue:forKey:error:));
 }
 
-// The stock one answers nothing. A symbolic link is no folder, wherever it leads.
+// GNUstep's own version sets no value. A symbolic link does not count as a folder.
 - (BOOL)quorvaneResourceValue:(id *)value forKey:(NSString *)key error:(NSError **)error {
     if (![key isEqualToString:NSURLIsDirectoryKey]) {
         return [self quorvaneResourceValue:value forKey:key error:error];

@@ -64,7 +64,7 @@ struct Posted {
     std::string value(NSString *key) const { return item.at(text(key)); }
 };
 
-// A drag of the files at the paths: its pasteboard, all that a drop zone asks for.
+// A drag of the files at the paths: only its pasteboard, which is all a drop zone reads.
 id<NSDraggingInfo> dragOf(const std::vector<std::string> &paths);
 
 // nil takes the default away.

@@ -140,7 +140,7 @@ void SessionTest::cancelled_and_failed_files_can_be_tried_again() {
     QTRY_VERIFY_WITH_TIMEOUT(at_rest(session), kLongestMs);
     QCOMPARE(session.files().at(0).facts.outcome, Outcome::Interrupted);
     QCOMPARE(folder.entries(), std::vector<std::string>{"talk.wav"});
-    QCOMPARE(ended.count(), 0);  // nothing to tell of what the user ended
+    QCOMPARE(ended.count(), 0);  // no notification for a run that the user ended
 
     held.release();
     session.retry({session.files().id_at(0)});

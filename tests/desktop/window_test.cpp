@@ -225,7 +225,8 @@ void WindowTest::every_control_has_a_name() {
             QAccessibleInterface* known =
                 QAccessible::queryAccessibleInterface(const_cast<QWidget*>(child));
             QVERIFY2(!known->text(QAccessible::Name).isEmpty(), child->metaObject()->className());
-            QVERIFY2(known->text(QAccessible::Name) != QString::fromUtf8("☰"), "a sign is no name");
+            QVERIFY2(known->text(QAccessible::Name) != QString::fromUtf8("☰"),
+                     "a symbol does not name the button");
         }
     }
 }

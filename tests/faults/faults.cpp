@@ -10,8 +10,8 @@
  *     FAULT_STATE  a file of kKinds 64-bit counters and, last, of the faults injected, which all
  *                  processes of a run share, so that a fault meets the program or its workers
  *
- * Counting begins with main(), and stops while a library is loaded, whose start is no better than
- * what came before main(). A close that fails has closed, as the kernel's does.
+ * Counting begins with main() and pauses while a library is loaded, since its initialisation, like
+ * code before main(), cannot report errors. A close that fails has closed, as the kernel's does.
  */
 #include <dirent.h>
 #include <dlfcn.h>
@@ -110,7 +110,7 @@ bool fails(Kind kind) {
     return false;
 }
 
-/** For a read or write of so many bytes: -1 to fail, else the bytes to ask for. */
+/** For a read or write of so many bytes: -1 to fail, else the bytes to request. */
 ssize_t allowed(Kind kind, std::size_t bytes) {
     if (!is_hit(kind)) {
         return static_cast<ssize_t>(bytes);

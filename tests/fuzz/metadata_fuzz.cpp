@@ -43,7 +43,7 @@ void write_sound(const std::string& path, int format) {
     sf_close(file);
 }
 
-/** Behind the room that the fuzzed file asks for, where that is not all of the memory. */
+/** Writes behind as much room as the fuzzed file requests, unless that is too much memory. */
 void add_in_place(const std::string& from, const std::string& audio, std::uint64_t room) {
     constexpr std::uint64_t kMostRoom = 1 << 20;
     if (room > kMostRoom) {

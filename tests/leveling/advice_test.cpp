@@ -23,7 +23,7 @@ const Finding kSilent = {"side-silent", Severity::Problem, 60, "dB", {}, "right"
 const Finding kShort = {"short", Severity::Warning, 1, "s", {}, "speech"};
 const Finding kRaised = {"raised", Severity::Note, 24.56, "dB", {}, ""};
 
-/** A mono file at the loudness that podcasts ask for, before and after. */
+/** A mono file at the loudness for podcasts, before and after. */
 FileFacts a_file(double span_before, double span_after) {
     FileFacts facts;
     facts.outcome = Outcome::Leveled;

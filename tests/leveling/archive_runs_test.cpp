@@ -89,7 +89,8 @@ TEST_F(ArchiveRuns, ASearchLeavesOutputsAloneWhateverTheirNames) {
     const ProgramResult only = run("-d again in/out");
     EXPECT_EQ(1, only.status);
     EXPECT_THAT(only.err, HasSubstr("in/out: holds only outputs of earlier runs"));
-    EXPECT_EQ(0, run("-q --analyze in/out").status) << "to measure outputs is no second leveling";
+    EXPECT_EQ(0, run("-q --analyze in/out").status)
+        << "measuring outputs does not level them again";
 
     const ProgramResult named = run("-d again --suffix '' in/out/talk.wav in/talk-leveled.wav");
     EXPECT_EQ(0, named.status) << named.err;
@@ -111,14 +112,15 @@ TEST_F(ArchiveRuns, AnInputThatHasGrownIsLeveledAgainUnasked) {
     EXPECT_EQ("leveled", status_in("-d out in", "in/a.wav"));
     EXPECT_EQ(64000, sound_info(dir_ / "out/a-leveled.wav").frames);
     talk("in/a.wav", 3);
-    EXPECT_EQ("skipped", status_in("-d out in", "in/a.wav")) << "smaller is no half copy";
+    EXPECT_EQ("skipped", status_in("-d out in", "in/a.wav"))
+        << "a smaller file was not made of a partial copy";
 
-    // Another recording, however large, is no later state of the first.
+    // Another recording, however large, is not a later state of the first.
     talk("other/a.wav", 6);
     EXPECT_EQ("skipped", status_in("-d out other", "other/a.wav"));
     EXPECT_EQ("skipped", status_in("-d out --redo-changed other", "other/a.wav"));
     EXPECT_THAT(run("-d out other").out, HasSubstr("leveled from"));
-    // One that was edited is nobody's to replace.
+    // A run never replaces one that was edited.
     write_text(dir_ / "out/a-leveled.wav", "mine");
     talk("in/a.wav", 5);
     EXPECT_EQ("skipped", status_in("-d out in", "in/a.wav"));

@@ -91,7 +91,7 @@ TEST_F(Archive, AnOutputIsJudgedByWhatItWasMadeFrom) {
     EXPECT_EQ(1.5, judge().facts.elapsed_s);
     EXPECT_EQ(Standing::Changed, judge("other").standing);
 
-    // Another time with the same content is no change; the same size with another content is.
+    // A new time with the same content is not a change; other content of the same size is.
     touch("in.wav");
     touch("out.wav");
     EXPECT_EQ(Standing::UpToDate, judge().standing);
@@ -101,7 +101,7 @@ TEST_F(Archive, AnOutputIsJudgedByWhatItWasMadeFrom) {
     EXPECT_THAT(judge().cause, HasSubstr("--redo-changed"));
     write_text(dir_ / "out.wav", "OUTPUT");
     touch("out.wav");
-    EXPECT_EQ(Standing::NotOurs, judge().standing) << "somebody edited it";
+    EXPECT_EQ(Standing::NotOurs, judge().standing) << "it was edited";
     write_text(dir_ / "foreign.wav", "x");
     EXPECT_EQ(Standing::NotOurs, judge("o", "foreign.wav").standing);
 
@@ -275,7 +275,7 @@ TEST_F(Archive, OneAtATimeHasAnOutputAndNothingIsLeftOfAClaimForNothing) {
     ASSERT_TRUE(two.take(dir_ / "new/folder/b.wav", made, WhenTaken::Leave))
         << "its neighbour is free";
     one.release();
-    EXPECT_TRUE(file_exists(dir_ / "new/folder")) << "somebody is at work in it";
+    EXPECT_TRUE(file_exists(dir_ / "new/folder")) << "another claim is in use there";
     two.release();
     EXPECT_THAT(dir_.entries(), IsEmpty());
 }

@@ -259,7 +259,7 @@ TEST_F(Batch, AKilledBatchGoesOnAndTwoAtOnceShareTheWork) {
     }
     write_text(dir_ / "list", list + "in/gone.wav\n");
     const std::string words = " -j 2 -d out --log log --files-from ";
-    // It cannot come to its end before it is killed: somebody else is at one of its outputs.
+    // It cannot end before it is killed: another process has claimed one of its outputs.
     quorvane::OutputClaim claim;
     ASSERT_TRUE(claim.take(dir_ / "out/39-leveled.wav", "", quorvane::WhenTaken::Leave));
     auto killed = std::async(std::launch::async, [&] {
@@ -618,7 +618,7 @@ TEST_F(Batch, WhatAKilledRunLeftIsSweptUp) {
     fs::create_directory(dir_ / "tmp/quorvane-abcdef");
     write_text(dir_ / "tmp/quorvane-abcdef/lock", "");
     write_text(dir_ / "tmp/quorvane-abcdef/_01.wav", "x");
-    // Killed between making and locking it; and somebody's own folder.
+    // Killed between making and locking it; and a folder of the user's own.
     const std::string unlocked = dir_ / "tmp/quorvane-ghijkl";
     const std::string own = dir_ / "tmp/quorvane-season";
     fs::create_directory(unlocked);

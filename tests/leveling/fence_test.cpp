@@ -37,7 +37,7 @@ std::map<std::string, std::string> results_in(const std::string& text) {
     return results;
 }
 
-// A library in a real worker makes each call. Whatever is no exception in this table is refused
+// A library in a real worker makes each call. A call that this table does not allow is refused
 // with EPERM; calls that name files pass the list of calls, and the file fence refuses them.
 TEST(Fence, OnlyTheCallsOfAWorkerAreAllowed) {
     const TempDir dir;

@@ -170,7 +170,7 @@ TEST_F(Files, OutputsAmongTheInputsArePassedOver) {
     into.suffix = "";
     into.force = true;
     EXPECT_EQ("out/a.wav skip  ", planned(into, {"a.wav", "out/a.wav"}));
-    // A link that leads to an input is no output of its own.
+    // A link to an input does not count as an output.
     fs::remove(dir_ / "a-leveled.wav");
     fs::create_symlink("b-leveled.wav", dir_ / "a-leveled.wav");
     EXPECT_THAT(planned(Request(), {"a.wav", "b-leveled.wav"}),
@@ -347,7 +347,7 @@ TEST_F(Files, KilledRunsLeaveNoPartsOfJsonAndReports) {
     const std::string left = make("pages/.notes.txt.quorvane-999-00000000.part");
     make("pages/.old.wav.html.quorvane-999-00000000.part");
     make(".facts.jsonl.quorvane-999-00000000.part");
-    make("pages/talk.wav.html", "somebody's own page");
+    make("pages/talk.wav.html", "a page of the user's");
     const auto no_excerpts = [](const FileFacts&) { return std::string(); };
     {
         ResultFiles results(request, 2, no_excerpts);
@@ -368,7 +368,7 @@ TEST_F(Files, KilledRunsLeaveNoPartsOfJsonAndReports) {
                                                      dir_ / "pages/talk.wav.html",
                                                      dir_ / "pages/talk.wav-2.html",
                                                      dir_ / "pages/other.wav.html"));
-    EXPECT_EQ("somebody's own page", read_text(dir_ / "pages/talk.wav.html"));
+    EXPECT_EQ("a page of the user's", read_text(dir_ / "pages/talk.wav.html"));
     EXPECT_FALSE(file_exists(dir_ / ".facts.jsonl.quorvane-999-00000000.part"));
     request.report = dir_ / "one.html";
     make(".one.html.quorvane-999-00000000.part");

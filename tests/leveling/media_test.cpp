@@ -140,7 +140,7 @@ std::string copied_hashes(const std::string& path) {
         .out;
 }
 
-/** Tags, chapters, dispositions and so on; what tells of the writing program is left out. */
+/** Tags, chapters, dispositions and so on; without the fields that name the writing program. */
 std::set<std::string> facts(const std::string& path) {
     std::istringstream lines(
         run("ffprobe -v error -of flat -show_entries "

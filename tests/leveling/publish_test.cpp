@@ -192,7 +192,7 @@ TEST(Limiter, TellsHowMuchItTookForHowLong) {
     EXPECT_THAT(limiter.reductions().exceeded_by(0.25), DoubleNear(12.04, 0.1));
     EXPECT_THAT(limiter.reductions().exceeded_by(0.75), DoubleNear(0, 0.1));
 
-    Reductions reductions;  // -6.94 dB, of which a lowered ceiling asks for 1.94
+    Reductions reductions;  // -6.94 dB, of which a lowered ceiling causes 1.94
     reductions.add(0.45, 0.8);
     EXPECT_THAT(reductions.most_db(), DoubleNear(6.94, 0.01));
     EXPECT_THAT(reductions.exceeded_by(0), DoubleNear(5.0, 0.01));

@@ -99,7 +99,7 @@ def k_weighting(rate):
 
 
 def voice_band(frequency):
-    """200 to 5000 Hz, where what a high-pass takes away is no change of gain."""
+    """200 to 5000 Hz, where a high-pass filter does not look like a change of gain."""
     f = np.maximum(frequency, 1e-9)
     return 1 / (1 + (200 / f) ** 4) ** 0.5 / (1 + (f / 5000) ** 4) ** 0.5
 

@@ -1,2 +1,2 @@
-// GNUstep's headers ask for this name; the compiler's own header has another one.
+// GNUstep's headers include this name; the compiler's own header has another one.
 #include <Block.h>
