@@ -59,8 +59,8 @@ class MediaInput {
     Layout layout() const;
 
     /** Reads only the packets of the streams for which `wanted` holds. */
-    template <class Wanted>
-    void read_only(Wanted wanted) {
+    template <class Callback>
+    void read_only(Callback wanted) {
         for (unsigned i = 0; i < context_->nb_streams; ++i) {
             const bool take = wanted(static_cast<int>(i));
             context_->streams[i]->discard = take ? AVDISCARD_DEFAULT : AVDISCARD_ALL;

@@ -67,8 +67,8 @@ std::vector<fs::path> parts(const fs::path& folder, const std::string& prefix) {
  * Removes the parts in a folder that no living process writes, of those targets whose part_prefix
  * is wanted.
  */
-template <class Wanted>
-void sweep(const fs::path& folder, const Wanted& wanted) {
+template <class Callback>
+void sweep(const fs::path& folder, const Callback& wanted) {
     for (const fs::path& part : parts(folder, ".")) {
         const std::string name = part.filename().string();
         const std::size_t word = name.rfind(kPartWord);
