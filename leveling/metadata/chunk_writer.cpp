@@ -10,8 +10,10 @@
  */
 
 namespace quorvane {
-ChunkWriter::ChunkWriter(const Layout& layout, const std::string& path, Old old)
-    : layout_(layout), path_(path), file_(path, old == Old::kReplaced ? "wb" : "r+b") {
+ChunkWriter::ChunkWriter(const Layout& layout, const std::string& path, ExistingFile existing)
+    : layout_(layout),
+      path_(path),
+      file_(path, existing == ExistingFile::kReplaced ? "wb" : "r+b") {
     file_.write(layout.opening);
     written_ = layout.opening.size();
 }

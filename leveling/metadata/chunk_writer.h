@@ -14,10 +14,12 @@ namespace quorvane {
 class ChunkWriter {
   public:
     /** What becomes of a file that is there. */
-    enum class Old { kReplaced, kFilledIn };
+    enum class ExistingFile { kReplaced, kFilledIn };
 
     /** `layout` outlives the writer. */
-    ChunkWriter(const Layout& layout, const std::string& path, Old old = Old::kReplaced);
+    ChunkWriter(const Layout& layout,
+                const std::string& path,
+                ExistingFile existing = ExistingFile::kReplaced);
 
     /** Room for the sizes that do not fit 32 bits; filled in by finish(). */
     void reserve_long_sizes(const Bytes& content);

@@ -217,7 +217,7 @@ bool add_chunks(const std::string& metadata_from, const std::string& to, std::ui
         return false;
     }
     const LoudnessSource loudness = [] { return nullptr; };
-    ChunkWriter writer(leveled.layout, to, ChunkWriter::Old::kFilledIn);
+    ChunkWriter writer(leveled.layout, to, ChunkWriter::ExistingFile::kFilledIn);
     put_together(old, leveled, writer, MetadataCopier(old.file, writer, loudness, audio),
                  [&](const Chunk& chunk) { writer.leave(chunk); });
     return true;
