@@ -220,7 +220,7 @@ class Remuxer {
             request.bit_rate = sound.sound.lossless ? 0 : sound.source->bit_rate;
             start_ns = sound.source->timeline.time_of(0);
         }
-        request.lead = lead_for(request.choice.encoder->id, start_ns);
+        request.lead_in = lead_in_for(request.choice.encoder->id, start_ns);
         request.global_header = (output_->oformat->flags & AVFMT_GLOBALHEADER) != 0;
         track.encoder = std::make_unique<SoundEncoder>(request);
         if (sound.source) {
@@ -229,7 +229,7 @@ class Remuxer {
         AVStream& to = *track.out;
         check(avcodec_parameters_from_context(to.codecpar, &track.encoder->context()),
               "it cannot be written");
-        if (request.lead == Lead::LeftOut) {
+        if (request.lead_in == LeadIn::LeftOut) {
             to.codecpar->initial_padding = 0;
         }
         to.time_base = {1, request.sample_rate_hz};
@@ -238,15 +238,15 @@ class Remuxer {
 
     // MP4's edit list begins a track anywhere in its first packets, but not when the track begins
     // late; Matroska's CodecDelay is written for Opus alone; other containers know neither.
-    Lead lead_for(AVCodecID codec, std::int64_t start_ns) const {
+    LeadIn lead_in_for(AVCodecID codec, std::int64_t start_ns) const {
         if (codec == AV_CODEC_ID_WMAV1 || codec == AV_CODEC_ID_WMAV2) {
-            return Lead::Skipped;
+            return LeadIn::Skipped;
         }
         if (file_.demuxer == "mov" && file_.layout.fragments == 0) {
-            return start_ns > 0 ? Lead::LeftOut : Lead::Kept;
+            return start_ns > 0 ? LeadIn::LeftOut : LeadIn::Kept;
         }
-        return file_.demuxer == "matroska" && codec == AV_CODEC_ID_OPUS ? Lead::Kept
-                                                                        : Lead::LeftOut;
+        return file_.demuxer == "matroska" && codec == AV_CODEC_ID_OPUS ? LeadIn::Kept
+                                                                        : LeadIn::LeftOut;
     }
 
     void copy_file_facts() {

@@ -151,7 +151,7 @@ void SoundEncoder::open(std::int64_t bit_rate) {
     } else {
         codec_->bit_rate = bit_rate;
     }
-    if (request_.lead == Lead::LeftOut && encoder.id == AV_CODEC_ID_MP3) {
+    if (request_.lead_in == LeadIn::LeftOut && encoder.id == AV_CODEC_ID_MP3) {
         // The first packet kept may not need the bits of those left out.
         av_opt_set_int(codec_->priv_data, "reservoir", 0, 0);
     }
@@ -180,11 +180,11 @@ int SoundEncoder::frame_size() const {
 
 // How much silence moves the sound's first sample to where decoders begin to play.
 std::int64_t SoundEncoder::silence_before() const {
-    if (variable_frames() || has_free_packets(*codec_) || request_.lead == Lead::Kept) {
+    if (variable_frames() || has_free_packets(*codec_) || request_.lead_in == LeadIn::Kept) {
         return 0;
     }
     const int delay = codec_->initial_padding;
-    if (request_.lead == Lead::Skipped) {
+    if (request_.lead_in == LeadIn::Skipped) {
         return std::max(0, kSkippedBlocks * frame_size() - delay);
     }
     const int over = delay % frame_size();
@@ -331,8 +331,8 @@ std::int64_t SoundEncoder::position_of(const AVPacket& packet) {
 
 bool SoundEncoder::is_left_out(std::int64_t position, std::int64_t length) const {
     // What decoders give out by themselves when they are drained needs no packet.
-    const std::int64_t end = request_.lead == Lead::Skipped ? end_ - frame_size() : end_;
-    if (position >= end || (request_.lead == Lead::LeftOut && position < first_)) {
+    const std::int64_t end = request_.lead_in == LeadIn::Skipped ? end_ - frame_size() : end_;
+    if (position >= end || (request_.lead_in == LeadIn::LeftOut && position < first_)) {
         return true;
     }
     return has_free_packets(*codec_) &&
@@ -372,7 +372,7 @@ void SoundEncoder::set_times(AVPacket& packet, std::int64_t position) {
     // A packet that is not heard begins where the source's did: its own time may lie before the
     // file's start.
     const bool unheard =
-        has_free_packets(*codec_) || (request_.lead == Lead::Skipped && position < first_);
+        has_free_packets(*codec_) || (request_.lead_in == LeadIn::Skipped && position < first_);
     if (!started_ && unheard) {
         packet.pts = packet.dts = std::min(start_ns_, anchors_.front().time_ns);
     }

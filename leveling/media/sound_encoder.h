@@ -14,7 +14,7 @@ namespace quorvane::media {
 /**
  * What becomes of an encoder's first packets, which hold what it puts before the sound (its delay).
  */
-enum class Lead {
+enum class LeadIn {
     Kept,     // the container tells players how much to leave out
     LeftOut,  // it cannot: the first packet kept begins with the sound's first sample
     Skipped,  // the codec's decoders leave out a fixed number of samples by themselves
@@ -33,7 +33,7 @@ class SoundEncoder {
         int channels;
         std::int64_t bit_rate;  // bits per second, for lossy codecs; the nearest legal one is taken
         int bits;               // sample size for lossless codecs, 0: lossy source
-        Lead lead;
+        LeadIn lead_in;
         bool global_header;  // the container holds the codec's header, not the packets
     };
 
