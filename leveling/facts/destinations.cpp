@@ -149,8 +149,8 @@ std::string Destination::asks(int channels) const {
 
 std::string DestinationCheck::words() const {
     std::vector<std::string> parts;
-    for (const Miss& miss : misses) {
-        parts.push_back(miss.words);
+    for (const UnmetRule& rule : misses) {
+        parts.push_back(rule.words);
     }
     return boost::algorithm::join(parts, ", ");
 }

@@ -70,7 +70,7 @@ constexpr double kMostLimitedShare = 0.01;
 constexpr double kPeakTolerance = 0.02;
 
 /** One thing that a file lacks. */
-struct Miss {
+struct UnmetRule {
     std::string what;   // "loudness", "true peak", "peak", "level", "noise floor", "room tone"
     double by = 0;      // signed: how far above (+) or below (-) what is asked; infinite: silent
     std::string unit;   // "LU", "dB" or "s"
@@ -80,7 +80,7 @@ struct Miss {
 /** How a file stands to one destination. */
 struct DestinationCheck {
     Destination destination;
-    std::vector<Miss> misses;
+    std::vector<UnmetRule> misses;
 
     bool met() const { return misses.empty(); }
 

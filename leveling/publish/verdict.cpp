@@ -90,17 +90,17 @@ std::string offers(const FileFacts& facts, Face face) {
 }
 
 /** Thousandths, as all levels in the JSON; null where there is no distance, for silence. */
-Json miss_document(const Miss& miss) {
-    return {{"what", miss.what},
-            {"distance", std::isfinite(miss.by) ? Json(std::round(miss.by * 1000) / 1000) : Json()},
-            {"unit", miss.unit}};
+Json rule_document(const UnmetRule& rule) {
+    return {{"what", rule.what},
+            {"distance", std::isfinite(rule.by) ? Json(std::round(rule.by * 1000) / 1000) : Json()},
+            {"unit", rule.unit}};
 }
 
 /** asked: the place was named by --for. */
 Json check_document(const DestinationCheck& check, const FileFacts& facts, bool asked) {
     Json misses = Json::array();
-    for (const Miss& miss : check.misses) {
-        misses.push_back(miss_document(miss));
+    for (const UnmetRule& rule : check.misses) {
+        misses.push_back(rule_document(rule));
     }
     return {{"for", check.destination.word},
             {"name", check.destination.name},
@@ -168,16 +168,16 @@ bool is_ready(const FileFacts& facts, const std::vector<std::string>& asked) {
 std::string remedy(const DestinationCheck& check, const FileFacts& facts, Face face) {
     const auto misses = [&](const char* what) {
         return std::any_of(check.misses.begin(), check.misses.end(),
-                           [&](const Miss& miss) { return miss.what == what; });
+                           [&](const UnmetRule& rule) { return rule.what == what; });
     };
-    if (std::any_of(check.misses.begin(), check.misses.end(), [](const Miss& miss) {
-            return miss.what == "loudness" && !std::isfinite(miss.by);
+    if (std::any_of(check.misses.begin(), check.misses.end(), [](const UnmetRule& rule) {
+            return rule.what == "loudness" && !std::isfinite(rule.by);
         })) {
         return std::isfinite(measured(facts)->sample_peak_dbfs) ? "" : "there is nothing to hear";
     }
     const bool only_room_tone =
         std::all_of(check.misses.begin(), check.misses.end(),
-                    [](const Miss& miss) { return miss.what == "room tone"; });
+                    [](const UnmetRule& rule) { return rule.what == "room tone"; });
     if (only_room_tone) {
         return "add or cut recorded room tone in an editor";
     }

@@ -318,9 +318,9 @@ TEST_F(Publish, AnAudiobookAimsLowerForQuietPauses) {
     const Published result = published("audiobook", signal, kWavFloat);
     EXPECT_THAT(result.after.pauses_dbfs, Le(-60));
     // The levels are right; room tone is not made.
-    for (const Miss& miss :
+    for (const UnmetRule& rule :
          check_destination(*find_destination("audiobook"), result.after, 1).misses) {
-        EXPECT_EQ("room tone", miss.what);
+        EXPECT_EQ("room tone", rule.what);
     }
 }
 
