@@ -44,7 +44,7 @@ void look_at_output(quorvane::UpToDate& up_to_date, DropFile& file) {
     }
     const quorvane::Judgement judgement = up_to_date.judge(file.input, file.output);
     file.existing = Existing::Other;
-    if (judgement.standing == quorvane::Standing::UpToDate) {
+    if (judgement.state == quorvane::OutputState::UpToDate) {
         file.existing = Existing::UpToDate;
         file.facts = std::make_shared<quorvane::FileFacts>(
             quorvane::facts_of(judgement, file.input, file.output));

@@ -57,8 +57,8 @@ FileFacts facts_of(const Judgement& judgement,
     return facts;
 }
 
-bool is_redone(Standing standing) {
-    return standing == Standing::Changed || standing == Standing::Earlier;
+bool is_redone(OutputState state) {
+    return state == OutputState::Changed || state == OutputState::Earlier;
 }
 
 Judgement UpToDate::judge(const std::string& input, const std::string& output) {
@@ -89,7 +89,7 @@ Judgement UpToDate::judge_unknown(const std::string& output,
                                   const std::vector<DoneRecord>& records) const {
     Judgement judgement;
     judgement.output_state = state;
-    judgement.standing = Standing::NotOurs;
+    judgement.state = OutputState::NotOurs;
     if (records.empty()) {
         judgement.cause = fmt::format(
             "{} exists, and no record tells that it was made from this input "
@@ -102,7 +102,7 @@ Judgement UpToDate::judge_unknown(const std::string& output,
         const bool silently =
             std::any_of(records.begin(), records.end(),
                         [&](const DoneRecord& record) { return record.output_state == state; });
-        judgement.standing = Standing::Damaged;
+        judgement.state = OutputState::Damaged;
         judgement.cause = fmt::format(
             silently ? "the content of {} is not what was recorded, though its size and time are; "
                        "the disk may lose data (--force levels it again)"
@@ -119,28 +119,28 @@ Judgement UpToDate::judge_new(const std::string& input, const std::string& outpu
     book_ = std::make_unique<RecordBook>(book_path_, RecordBook::Part::End);
     const Judgement judgement = judge(input, output);
     book_path_.clear();
-    return judgement.standing == Standing::NotOurs ? judge(input, output) : judgement;
+    return judgement.state == OutputState::NotOurs ? judge(input, output) : judgement;
 }
 
 Judgement UpToDate::judge_record(const DoneRecord& record, const std::string& input) const {
     Judgement judgement;
-    judgement.standing = Standing::Changed;
+    judgement.state = OutputState::Changed;
     constexpr const char* kRedo = "(--redo-changed levels it anew)";
     Comparison source(input, proof_);
     const std::string destination = destination_in(options_);
     const bool same_way = record.arithmetic.way.empty() || record.arithmetic.way == arithmetic_.way;
     if (!source.is(record.input_state, record.input_hash)) {
         if (source.state() == record.input_state) {
-            judgement.standing = Standing::Damaged;
+            judgement.state = OutputState::Damaged;
             judgement.cause =
                 "the content of the input is not what was recorded, though its size and "
                 "time are; the disk may lose data (its output is whole)";
         } else if (is_same_path(record.input, input)) {
             const bool grown = source.state().size > record.input_state.size;
-            judgement.standing = grown ? Standing::Outdated : Standing::Changed;
+            judgement.state = grown ? OutputState::Outdated : OutputState::Changed;
             judgement.cause = fmt::format("the input changed since it was leveled {}", kRedo);
         } else if (state_of(record.input).exists()) {
-            judgement.standing = Standing::NotOurs;
+            judgement.state = OutputState::NotOurs;
             judgement.cause = fmt::format(
                 "its output's name is that of another one, leveled from {}; --keep-top or another "
                 "--output-dir gives each a place of its own",
@@ -149,11 +149,11 @@ Judgement UpToDate::judge_record(const DoneRecord& record, const std::string& in
             judgement.cause = fmt::format("the input changed since it was leveled {}", kRedo);
         }
     } else if (!destination.empty() && destination_in(record.options) != destination) {
-        judgement.standing = Standing::Outdated;
+        judgement.state = OutputState::Outdated;
     } else if (record.options != options_ || !same_way) {
         judgement.cause = fmt::format("it was leveled with other options {}", kRedo);
     } else if (record.arithmetic.version < arithmetic_.version) {
-        judgement.standing = Standing::Earlier;
+        judgement.state = OutputState::Earlier;
         judgement.cause =
             "it was leveled by an earlier version of the arithmetic "
             "(--redo-changed levels it again)";
@@ -162,7 +162,7 @@ Judgement UpToDate::judge_record(const DoneRecord& record, const std::string& in
             "it was leveled by a later version of the program "
             "(--redo-changed levels it with this one)";
     } else {
-        judgement.standing = Standing::UpToDate;
+        judgement.state = OutputState::UpToDate;
         judgement.facts = record.facts;
     }
     return judgement;

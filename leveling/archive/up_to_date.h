@@ -9,7 +9,7 @@
 namespace quorvane {
 
 /** How an output that was planned stands to its input. */
-enum class Standing {
+enum class OutputState {
     Missing,   // to be made
     UpToDate,  // there, whole, and made from this input with these options and this arithmetic
     Outdated,  // ours and whole, but made from a smaller state of this very input, as of one that
@@ -21,7 +21,7 @@ enum class Standing {
 };
 
 struct Judgement {
-    Standing standing = Standing::Missing;
+    OutputState state = OutputState::Missing;
     std::string cause;       // of Changed, Earlier, Damaged and NotOurs, for the user
     FileState output_state;  // as it was found
     FileFacts facts;         // of UpToDate: what was found out when it was made, without curves
@@ -31,7 +31,7 @@ struct Judgement {
 FileFacts facts_of(const Judgement& judgement, const std::string& input, const std::string& output);
 
 /** Whether --redo-changed replaces such an output. */
-bool is_redone(Standing standing);
+bool is_redone(OutputState state);
 
 /** What it takes to believe that a file is as it was recorded. */
 enum class Proof {

@@ -161,16 +161,16 @@ void judge_outputs(const Request& request, std::vector<PlannedFile>& files) {
         } else {
             const Judgement judgement = up_to_date.judge(file.input, file.output);
             file.found = judgement.output_state;
-            file.renew = judgement.standing == Standing::Outdated ||
-                         (request.redo_changed && is_redone(judgement.standing));
-            if (judgement.standing == Standing::UpToDate) {
+            file.renew = judgement.state == OutputState::Outdated ||
+                         (request.redo_changed && is_redone(judgement.state));
+            if (judgement.state == OutputState::UpToDate) {
                 file.known =
                     std::make_shared<FileFacts>(facts_of(judgement, file.input, file.output));
-            } else if (judgement.standing == Standing::Damaged) {
+            } else if (judgement.state == OutputState::Damaged) {
                 file.known = left_alone(file, Outcome::Damaged, judgement.cause);
-            } else if (judgement.standing != Standing::Missing && !file.renew) {
+            } else if (judgement.state != OutputState::Missing && !file.renew) {
                 file.known = left_alone(file, Outcome::Skipped, judgement.cause);
-                file.known->earlier_arithmetic = judgement.standing == Standing::Earlier;
+                file.known->earlier_arithmetic = judgement.state == OutputState::Earlier;
             }
         }
     }

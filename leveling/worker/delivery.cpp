@@ -75,10 +75,10 @@ Delivery::Begun Delivery::begin() {
 bool Delivery::was_made_meanwhile() {
     UpToDate up_to_date(key_of(options_), Proof::SizeAndTime, arithmetic_for(options_));
     const Judgement judgement = up_to_date.judge_new(input_, place_.output);
-    const bool renew = judgement.standing == Standing::Outdated ||
-                       (options_.redo_changed && is_redone(judgement.standing));
+    const bool renew = judgement.state == OutputState::Outdated ||
+                       (options_.redo_changed && is_redone(judgement.state));
     existing_ = renew ? Existing::Replace : Existing::Keep;
-    if (judgement.standing != Standing::UpToDate) {
+    if (judgement.state != OutputState::UpToDate) {
         return false;
     }
     facts_ = facts_of(judgement, input_, place_.output);

@@ -85,52 +85,52 @@ class Archive : public testing::Test {
 
 TEST_F(Archive, AnOutputIsJudgedByWhatItWasMadeFrom) {
     write_text(dir_ / "in.wav", "input");
-    EXPECT_EQ(Standing::Missing, judge().standing);
+    EXPECT_EQ(OutputState::Missing, judge().standing);
     place("out.wav", "output", "o");
-    EXPECT_EQ(Standing::UpToDate, judge().standing);
+    EXPECT_EQ(OutputState::UpToDate, judge().standing);
     EXPECT_EQ(1.5, judge().facts.elapsed_s);
-    EXPECT_EQ(Standing::Changed, judge("other").standing);
+    EXPECT_EQ(OutputState::Changed, judge("other").standing);
 
     // A new time with the same content is not a change; other content of the same size is.
     touch("in.wav");
     touch("out.wav");
-    EXPECT_EQ(Standing::UpToDate, judge().standing);
+    EXPECT_EQ(OutputState::UpToDate, judge().standing);
     write_text(dir_ / "in.wav", "INPUT");
     touch("in.wav");
-    EXPECT_EQ(Standing::Changed, judge().standing);
+    EXPECT_EQ(OutputState::Changed, judge().standing);
     EXPECT_THAT(judge().cause, HasSubstr("--redo-changed"));
     write_text(dir_ / "out.wav", "OUTPUT");
     touch("out.wav");
-    EXPECT_EQ(Standing::NotOurs, judge().standing) << "it was edited";
+    EXPECT_EQ(OutputState::NotOurs, judge().standing) << "it was edited";
     write_text(dir_ / "foreign.wav", "x");
-    EXPECT_EQ(Standing::NotOurs, judge("o", "foreign.wav").standing);
+    EXPECT_EQ(OutputState::NotOurs, judge("o", "foreign.wav").standing);
 
     // A disk loses bits without a new time.
     place("out.wav", "output", "o");
     const auto time = fs::last_write_time(dir_ / "out.wav");
-    EXPECT_EQ(Standing::UpToDate, judge("o", "out.wav", Proof::Content).standing);
+    EXPECT_EQ(OutputState::UpToDate, judge("o", "out.wav", Proof::Content).standing);
     write_text(dir_ / "out.wav", "outpuT");
     fs::last_write_time(dir_ / "out.wav", time);
-    EXPECT_EQ(Standing::UpToDate, judge().standing);
-    EXPECT_EQ(Standing::Damaged, judge("o", "out.wav", Proof::Content).standing);
+    EXPECT_EQ(OutputState::UpToDate, judge().standing);
+    EXPECT_EQ(OutputState::Damaged, judge("o", "out.wav", Proof::Content).standing);
     touch("out.wav");
-    EXPECT_EQ(Standing::NotOurs, judge().standing);
-    EXPECT_EQ(Standing::Damaged, judge("o", "out.wav", Proof::Content).standing);
+    EXPECT_EQ(OutputState::NotOurs, judge().standing);
+    EXPECT_EQ(OutputState::Damaged, judge("o", "out.wav", Proof::Content).standing);
     fs::remove(dir_ / "out.wav");
     place("out.wav", "output", "o");
     const auto input_time = fs::last_write_time(dir_ / "in.wav");
     write_text(dir_ / "in.wav", "INPUt");
     fs::last_write_time(dir_ / "in.wav", input_time);
-    EXPECT_EQ(Standing::UpToDate, judge().standing);
+    EXPECT_EQ(OutputState::UpToDate, judge().standing);
     EXPECT_THAT(judge("o", "out.wav", Proof::Content).cause, HasSubstr("content of the input"));
-    EXPECT_EQ(Standing::Damaged, judge("o", "out.wav", Proof::Content).standing);
+    EXPECT_EQ(OutputState::Damaged, judge("o", "out.wav", Proof::Content).standing);
 
     // The folder goes elsewhere with its record.
     place("out.wav", "output", "o");
     fs::create_directory(dir_ / "moved");
     fs::copy(dir_ / "out.wav", dir_ / "moved/out.wav");
     fs::copy(dir_ / kRecordName, dir_ / std::string("moved/") + kRecordName);
-    EXPECT_EQ(Standing::UpToDate, judge("o", "moved/out.wav").standing);
+    EXPECT_EQ(OutputState::UpToDate, judge("o", "moved/out.wav").standing);
 }
 
 TEST_F(Archive, RecordsOfVersion3CountForPlainRunsAlone) {
@@ -151,16 +151,17 @@ TEST_F(Archive, RecordsOfVersion3CountForPlainRunsAlone) {
         const char* name;
         Arithmetic arithmetic;
         const char* options;
-        Standing expected;
+        OutputState expected;
     };
 
     const Row rows[] = {
-        {"plain", arithmetic_of(Way::Plain), "o", Standing::UpToDate},
-        {"prepared", arithmetic_of(Way::Prepared), "o", Standing::Earlier},
-        {"plain for a destination", arithmetic_of(Way::Plain, "podcast"), "o", Standing::Earlier},
-        {"other options", arithmetic_of(Way::Plain), "p", Standing::Changed},
-        {"other options, prepared", arithmetic_of(Way::Prepared), "p", Standing::Changed},
-        {"an older program", {"prepared", 0}, "o", Standing::Changed},
+        {"plain", arithmetic_of(Way::Plain), "o", OutputState::UpToDate},
+        {"prepared", arithmetic_of(Way::Prepared), "o", OutputState::Earlier},
+        {"plain for a destination", arithmetic_of(Way::Plain, "podcast"), "o",
+         OutputState::Earlier},
+        {"other options", arithmetic_of(Way::Plain), "p", OutputState::Changed},
+        {"other options, prepared", arithmetic_of(Way::Prepared), "p", OutputState::Changed},
+        {"an older program", {"prepared", 0}, "o", OutputState::Changed},
     };
     const auto judged = [&](const Row& row) {
         return UpToDate(row.options, Proof::SizeAndTime, row.arithmetic)
@@ -172,8 +173,8 @@ TEST_F(Archive, RecordsOfVersion3CountForPlainRunsAlone) {
     }
     // A record of this version knows its way: the other one is another option, and not earlier.
     place("out.wav", "output", "o");
-    EXPECT_EQ(Standing::UpToDate, judged(rows[1]));
-    EXPECT_EQ(Standing::Changed, judged(rows[0]));
+    EXPECT_EQ(OutputState::UpToDate, judged(rows[1]));
+    EXPECT_EQ(OutputState::Changed, judged(rows[0]));
 }
 
 TEST_F(Archive, ALineForAnOutputThatNeverCameVouchesForNothing) {
@@ -182,8 +183,8 @@ TEST_F(Archive, ALineForAnOutputThatNeverCameVouchesForNothing) {
     const std::string old = read_text(dir_ / "out.wav");
     place("out.wav", "new", "p");
     write_text(dir_ / "out.wav", old);  // killed before the new one took the name
-    EXPECT_EQ(Standing::UpToDate, judge("o").standing);
-    EXPECT_EQ(Standing::Changed, judge("p").standing);
+    EXPECT_EQ(OutputState::UpToDate, judge("o").standing);
+    EXPECT_EQ(OutputState::Changed, judge("p").standing);
 }
 
 TEST_F(Archive, TornAndDamagedLinesSpoilNoOther) {
@@ -191,8 +192,8 @@ TEST_F(Archive, TornAndDamagedLinesSpoilNoOther) {
     write_text(dir_ / kRecordName, "{\"output\":\"out.wav\",\"output_size\":6}\n{\"output\":\"ou");
     place("out.wav", "output", "o");
     place("n\xe9w\n\".wav", "other", "o");
-    EXPECT_EQ(Standing::UpToDate, judge().standing);
-    EXPECT_EQ(Standing::UpToDate, judge("o", "n\xe9w\n\".wav").standing);
+    EXPECT_EQ(OutputState::UpToDate, judge().standing);
+    EXPECT_EQ(OutputState::UpToDate, judge("o", "n\xe9w\n\".wav").standing);
 }
 
 TEST_F(Archive, ARecordIsARegularFileOrNone) {
@@ -203,7 +204,7 @@ TEST_F(Archive, ARecordIsARegularFileOrNone) {
     EXPECT_EQ("", record_problem(record));
     const auto expect_refused = [&](const char* kind) {
         EXPECT_THAT(record_problem(record), HasSubstr(kind));
-        EXPECT_EQ(Standing::NotOurs, judge().standing) << "and nothing waits for a writer";
+        EXPECT_EQ(OutputState::NotOurs, judge().standing) << "and nothing waits for a writer";
         OutputClaim claim;
         EXPECT_THROW(claim.take(dir_ / "out.wav", "", WhenTaken::Leave), std::runtime_error);
         fs::remove(record);
@@ -230,7 +231,7 @@ TEST_F(Archive, WhatHasNoLineEndsNeedsNoMemory) {
     };
     const long before_kb = most_kb();
     place("out.wav", "output", "o");
-    EXPECT_EQ(Standing::UpToDate, judge().standing);
+    EXPECT_EQ(OutputState::UpToDate, judge().standing);
     EXPECT_LT(most_kb() - before_kb, 100'000);
 
     std::istringstream text("one\ntoo long\n\nlast");
@@ -255,8 +256,8 @@ TEST_F(Archive, ANewOutputIsFoundAtTheEndOfALongBook) {
     write_text(dir_ / kRecordName, read_text(dir_ / kRecordName) + others);
     place("late.wav", "output", "o");
     for (const char* output : {"early.wav", "late.wav"}) {
-        EXPECT_EQ(Standing::UpToDate, judge("o", output).standing);
-        EXPECT_EQ(Standing::UpToDate,
+        EXPECT_EQ(OutputState::UpToDate, judge("o", output).standing);
+        EXPECT_EQ(OutputState::UpToDate,
                   UpToDate("o").judge_new(dir_ / "in.wav", dir_ / output).standing);
     }
     RecordBook end(dir_ / kRecordName, RecordBook::Part::End);
@@ -303,19 +304,19 @@ TEST_F(Archive, AnOutputOfOursForAnotherPlaceIsToBeMadeAgain) {
 
     const struct {
         std::string made, asked;
-        Standing standing;
-    } rows[] = {{key(""), key("podcast"), Standing::Outdated},
-                {key("atsc"), key("podcast"), Standing::Outdated},
-                {key("podcast"), key("podcast"), Standing::UpToDate},
-                {key("podcast"), key(""), Standing::Changed},
-                {key("podcast"), key("podcast", "--x=2"), Standing::Changed}};
+        OutputState standing;
+    } rows[] = {{key(""), key("podcast"), OutputState::Outdated},
+                {key("atsc"), key("podcast"), OutputState::Outdated},
+                {key("podcast"), key("podcast"), OutputState::UpToDate},
+                {key("podcast"), key(""), OutputState::Changed},
+                {key("podcast"), key("podcast", "--x=2"), OutputState::Changed}};
 
     for (const auto& row : rows) {
         place("out.wav", "output", row.made);
         EXPECT_EQ(row.standing, judge(row.asked).standing) << row.made << " " << row.asked;
     }
     write_text(dir_ / "out.wav", "edited");
-    EXPECT_EQ(Standing::NotOurs, judge(key("atsc")).standing);
+    EXPECT_EQ(OutputState::NotOurs, judge(key("atsc")).standing);
 }
 
 TEST_F(Archive, ListsHoldAnyName) {
