@@ -350,10 +350,11 @@ Measurement measure(const std::string& path,
     return FileMeter(path, observers).run(progress);
 }
 
-std::future<Measurement> measure_meanwhile(const std::string& path, Beside beside) {
+std::future<Measurement> measure_meanwhile(const std::string& path, CallerThread caller) {
     auto meter = std::make_unique<FileMeter>(path);
-    return std::async(std::launch::async, [meter = std::move(meter), beside] {
-        return beside == Beside::kWork ? meter->run([](double) {}) : meter->run_side_by_side();
+    return std::async(std::launch::async, [meter = std::move(meter), caller] {
+        return caller == CallerThread::kBusy ? meter->run([](double) {})
+                                             : meter->run_side_by_side();
     });
 }
 

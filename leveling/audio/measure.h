@@ -51,15 +51,15 @@ Measurement measure(const std::string& path,
                     Observers observers = {});
 
 /** What the caller's thread does while a measurement is under way. */
-enum class Beside {
-    kWork,  // it needs a processor for itself
-    kWait   // the measurement may take what there is
+enum class CallerThread {
+    kBusy,    // works too, and needs a processor for itself
+    kWaiting  // waits: the measurement may use several threads
 };
 
 /**
  * The same in threads of its own, with the same result. The file is opened before this returns;
  * what goes wrong later comes with the future.
  */
-std::future<Measurement> measure_meanwhile(const std::string& path, Beside beside);
+std::future<Measurement> measure_meanwhile(const std::string& path, CallerThread caller);
 
 }  // namespace quorvane

@@ -254,7 +254,7 @@ void measure_after(Work& work) {
     const std::string file = work.carrier->readable(work.audio);
     work.heard_in = file;
     if (work.job.spare_processor) {
-        work.after = measure_meanwhile(file, Beside::kWait);
+        work.after = measure_meanwhile(file, CallerThread::kWaiting);
     } else {
         take_measurement_after(work, measure(file, work.progress));
     }

@@ -94,8 +94,8 @@ TEST(Measure, HalvesGiveTheWholeOneAfterTheOtherAndSideBySide) {
         EXPECT_THAT(whole.loudness.integrated_lufs, DoubleNear(plain.integrated_lufs(), 1e-6));
         EXPECT_EQ(whole.scan.frames, 41 * 16000 + 7);
         EXPECT_THAT(whole.scan.peak, DoubleNear(0.75, 1e-9));
-        for (const Beside beside : {Beside::kWork, Beside::kWait}) {
-            const Measurement again = measure_meanwhile(file, beside).get();
+        for (const CallerThread caller : {CallerThread::kBusy, CallerThread::kWaiting}) {
+            const Measurement again = measure_meanwhile(file, caller).get();
             EXPECT_EQ(again.loudness.integrated_lufs, whole.loudness.integrated_lufs);
             EXPECT_EQ(again.loudness.rms_dbfs, whole.loudness.rms_dbfs);
             EXPECT_EQ(again.loudness.short_term_lufs.values, whole.loudness.short_term_lufs.values);
