@@ -385,7 +385,7 @@ void print_notes(const FactsList& files, Screen& screen) {
             add(facts, note);
         }
         if (facts.preparation && facts.outcome == Outcome::Leveled) {
-            for (const std::string& words : words_of(*facts.preparation, Telling::Notable)) {
+            for (const std::string& words : words_of(*facts.preparation, Phrasing::Notable)) {
                 add(facts, words);
             }
         }

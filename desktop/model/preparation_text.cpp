@@ -44,9 +44,10 @@ QString text_of(const quorvane::Done& done) {
 
 }  // namespace
 
-QStringList preparation_texts(const quorvane::Preparation& preparation, quorvane::Telling telling) {
+QStringList preparation_texts(const quorvane::Preparation& preparation,
+                              quorvane::Phrasing phrasing) {
     QStringList texts;
-    for (const quorvane::Done& done : quorvane::done_in(preparation, telling)) {
+    for (const quorvane::Done& done : quorvane::done_in(preparation, phrasing)) {
         texts.append(text_of(done));
     }
     return texts;

@@ -92,13 +92,13 @@ QString begun(const QString& words) {
 }
 
 /** The notes of a file, and what was done to it that is done to few. */
-QStringList notes_of(const quorvane::FileFacts& facts, quorvane::Telling telling) {
+QStringList notes_of(const quorvane::FileFacts& facts, quorvane::Phrasing phrasing) {
     QStringList notes;
     for (const std::string& note : facts.notes) {
         notes.append(QString::fromStdString(note));
     }
     if (facts.preparation && facts.outcome == Outcome::Leveled) {
-        notes.append(preparation_texts(*facts.preparation, telling));
+        notes.append(preparation_texts(*facts.preparation, phrasing));
     }
     return notes;
 }
@@ -109,7 +109,7 @@ QString finished_text(const quorvane::FileFacts& facts) {
     switch (facts.outcome) {
         case Outcome::Leveled:
         case Outcome::Analyzed: {
-            const QStringList notes = notes_of(facts, quorvane::Telling::Notable);
+            const QStringList notes = notes_of(facts, quorvane::Phrasing::Notable);
             return notes.isEmpty() ? Words::tr("Leveled")
                                    : Words::tr("Leveled; note: %1").arg(notes.front());
         }
@@ -162,7 +162,7 @@ QString range_text(const Row& row) {
 
 QString tool_tip(const Row& row) {
     QStringList lines = {shown_name(row.input), shown_folder(row.input), state_text(row)};
-    lines.append(notes_of(row.facts, quorvane::Telling::Everything));
+    lines.append(notes_of(row.facts, quorvane::Phrasing::Everything));
     // A single note stands in the state already.
     lines.removeDuplicates();
     // Plain text: a name may look like HTML.

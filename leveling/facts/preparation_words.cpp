@@ -43,9 +43,9 @@ std::string minutes_text(double seconds) {
     return fmt::format("{}:{:02}", whole / 60, whole % 60);
 }
 
-std::vector<Done> done_in(const Preparation& preparation, Telling telling) {
+std::vector<Done> done_in(const Preparation& preparation, Phrasing phrasing) {
     std::vector<Done> all;
-    const bool everything = telling == Telling::Everything;
+    const bool everything = phrasing == Phrasing::Everything;
     if (preparation.raised_db >= kNotableRaise_db) {
         all.push_back({Deed::Raised, preparation.raised_db});
     }
@@ -69,9 +69,9 @@ std::vector<Done> done_in(const Preparation& preparation, Telling telling) {
     return all;
 }
 
-std::vector<std::string> words_of(const Preparation& preparation, Telling telling) {
+std::vector<std::string> words_of(const Preparation& preparation, Phrasing phrasing) {
     std::vector<std::string> words;
-    for (const Done& done : done_in(preparation, telling)) {
+    for (const Done& done : done_in(preparation, phrasing)) {
         words.push_back(words_of(done));
     }
     return words;

@@ -7,7 +7,7 @@
 
 namespace quorvane {
 
-enum class Telling {
+enum class Phrasing {
     Notable,    // what is done to few files
     Everything  // also what is done to nearly every file
 };
@@ -31,7 +31,7 @@ struct Done {
 };
 
 /** What was done around the engine, in the order it is shown. */
-std::vector<Done> done_in(const Preparation& preparation, Telling telling);
+std::vector<Done> done_in(const Preparation& preparation, Phrasing phrasing);
 
 /** "1:05" */
 std::string minutes_text(double seconds);
@@ -40,6 +40,6 @@ std::string minutes_text(double seconds);
  * The same in English, each in a few plain words that follow a file's name: "raised by 31.2 dB
  * before leveling".
  */
-std::vector<std::string> words_of(const Preparation& preparation, Telling telling);
+std::vector<std::string> words_of(const Preparation& preparation, Phrasing phrasing);
 
 }  // namespace quorvane

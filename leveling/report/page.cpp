@@ -57,7 +57,7 @@ std::string heading(const FileFacts& facts, const ReportOptions& options) {
     }
     if (facts.preparation) {
         std::string done;
-        for (const std::string& words : words_of(*facts.preparation, Telling::Everything)) {
+        for (const std::string& words : words_of(*facts.preparation, Phrasing::Everything)) {
             done += (done.empty() ? "" : "; ") + words;
         }
         text +=
