@@ -28,13 +28,13 @@
 #include "leveling/preparation/preparation.h"
 #include "leveling/publish/publish.h"
 #include "leveling/storage/staged_output.h"
-#include "leveling/worker/carrier.h"
+#include "leveling/worker/audio_backend.h"
 
 /*
  * The work on one file is a list of stages, kStages, each a function that takes what the ones
- * before it left in Work. What depends on the kind of file is asked of its Carrier; a stage that
- * has nothing to do for a job is left out by its condition. A new stage is a function and a line in
- * the list.
+ * before it left in Work. What depends on the kind of file is asked of its AudioBackend; a stage
+ * that has nothing to do for a job is left out by its condition. A new stage is a function and a
+ * line in the list.
  */
 
 namespace quorvane {
@@ -52,7 +52,7 @@ struct InputReading {
 struct Work {
     const Job& job;
     FileFacts facts = {};
-    std::unique_ptr<Carrier> carrier = nullptr;
+    std::unique_ptr<AudioBackend> backend = nullptr;
     std::vector<std::string> engine_inputs = {};
     // Of each engine input; empty: the engine handed it back.
     std::vector<std::string> leveled = {};
@@ -70,8 +70,8 @@ struct Work {
 
 void probe(Work& work) {
     work.facts.outcome = Outcome::Analyzed;
-    work.carrier = make_carrier(work.job);
-    work.carrier->probe(work.facts);
+    work.backend = make_backend(work.job);
+    work.backend->probe(work.facts);
     if (!work.job.output.empty()) {
         require_channels(work.facts);
     }
@@ -110,7 +110,7 @@ void wait_for_measurement(Work& work) {
 
 /** Beside the engine's first steps, which need one processor alone, where there are two. */
 void measure_before(Work& work) {
-    const std::string file = work.carrier->readable(work.job.input);
+    const std::string file = work.backend->readable(work.job.input);
     if (work.job.spare_processor && !work.job.output.empty()) {
         work.before = std::async(std::launch::async, [file, input = work.job.input] {
             InputReading reading = read_input(file, [](double) {});
@@ -123,11 +123,11 @@ void measure_before(Work& work) {
 }
 
 void decode(Work& work) {
-    work.carrier->decode(work.facts, work.progress);
+    work.backend->decode(work.facts, work.progress);
 }
 
 void prepare(Work& work) {
-    work.engine_inputs = work.carrier->engine_inputs();
+    work.engine_inputs = work.backend->engine_inputs();
 }
 
 /** The hidden file at the output's place, empty. */
@@ -164,7 +164,7 @@ void tell_of_output(Work& work, const Write& write) {
 /** Makes the output of leveled audio at its place, or else takes it away from there. */
 void complete(Work& work, std::uint64_t room, const std::string& leveled) {
     const std::string& path = work.part->path();
-    if (work.carrier->complete(path, room)) {
+    if (work.backend->complete(path, room)) {
         work.part->start_sync();  // the readings of it come first
     } else {
         copy_from(path, room, leveled);
@@ -190,7 +190,7 @@ void level_sound(Work& work, std::size_t index) {
     PreparedRun run{input, work.job.scratch + name + fs::path(input).extension().string(), 0,
                     work.job.scratch, work.job.options.tuning};
     const bool is_output = work.engine_inputs.size() == 1 && work.job.options.destination.empty();
-    const auto room = is_output ? work.carrier->room_in_place() : std::nullopt;
+    const auto room = is_output ? work.backend->room_in_place() : std::nullopt;
     if (room) {
         run.open_place = [&] { return open_place(work, *room); };
     }
@@ -242,7 +242,7 @@ void level(Work& work) {
 }
 
 void encode(Work& work) {
-    work.audio = work.carrier->encode(work.leveled, work.progress);
+    work.audio = work.backend->encode(work.leveled, work.progress);
 }
 
 void take_measurement_after(Work& work, const Measurement& after) {
@@ -251,7 +251,7 @@ void take_measurement_after(Work& work, const Measurement& after) {
 }
 
 void measure_after(Work& work) {
-    const std::string file = work.carrier->readable(work.audio);
+    const std::string file = work.backend->readable(work.audio);
     work.heard_in = file;
     if (work.job.spare_processor) {
         work.after = measure_meanwhile(file, CallerThread::kWaiting);
@@ -286,14 +286,14 @@ void publish_audio(Work& work) {
         }
     }
     if (sounds[0].empty()) {
-        work.audio = work.carrier->encode(sounds, work.progress);
-        work.facts.after = measure(work.carrier->readable(work.audio), [](double) {}).loudness;
+        work.audio = work.backend->encode(sounds, work.progress);
+        work.facts.after = measure(work.backend->readable(work.audio), [](double) {}).loudness;
         return;
     }
     const auto encode_and_read = [&](const std::string& audio) {
         sounds[0] = audio;
-        work.audio = work.carrier->encode(sounds, [](double) {});
-        return work.carrier->readable(work.audio);
+        work.audio = work.backend->encode(sounds, [](double) {});
+        return work.backend->readable(work.audio);
     };
     const Published published =
         publish(destination, work.leveled[0], rendered(0), encode_and_read, work.progress);
@@ -306,7 +306,7 @@ void put_together(Work& work) {
     open_part(work);
     const std::string& path = work.part->path();
     if (work.changed) {
-        work.audio = work.carrier->add_metadata(
+        work.audio = work.backend->add_metadata(
             work.audio, [&] { return loudness_after(work); }, path);
     }
     if (work.audio != path) {
@@ -334,7 +334,7 @@ void hash_contents(Work& work) {
 void check_result(Work& work) {
     loudness_after(work);
     const std::string& path = work.part->path();
-    work.carrier->check(path, work.heard && work.heard_in == path ? &*work.heard : nullptr,
+    work.backend->check(path, work.heard && work.heard_in == path ? &*work.heard : nullptr,
                         work.facts);
 }
 
@@ -357,7 +357,7 @@ bool levels(const Work& work) {
 }
 
 bool decodes(const Work& work) {
-    return work.carrier->decodes() && (levels(work) || measures(work));
+    return work.backend->decodes() && (levels(work) || measures(work));
 }
 
 bool changed(const Work& work) {
@@ -404,7 +404,7 @@ void run_stages(Work& work, const std::function<void(double)>& progress) {
         if (!stage.wanted(work)) {
             continue;
         }
-        const bool whole = work.carrier && work.carrier->decodes();
+        const bool whole = work.backend && work.backend->decodes();
         const double until = whole ? stage.until_decoded : stage.until;
         work.progress = [&, from](double done) { progress(from + (until - from) * done); };
         stage.run(work);

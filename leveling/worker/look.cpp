@@ -9,7 +9,7 @@
 
 #include "leveling/facts/file_error.h"
 #include "leveling/report/listen.h"
-#include "leveling/worker/carrier.h"
+#include "leveling/worker/audio_backend.h"
 #include "leveling/worker/child_process.h"
 
 /*
@@ -74,11 +74,11 @@ void look_on(const std::vector<Job>& jobs, std::vector<FileFacts>& found) {
 FileFacts look_into(const Job& job) {
     FileFacts facts = facts_at_first(job);
     try {
-        const std::unique_ptr<Carrier> carrier = make_carrier(job);
-        if (carrier->decodes() && !job.options.look_inside) {
+        const std::unique_ptr<AudioBackend> backend = make_backend(job);
+        if (backend->decodes() && !job.options.look_inside) {
             return facts;
         }
-        carrier->probe(facts);
+        backend->probe(facts);
         if (!job.output.empty()) {
             require_channels(facts);
         }

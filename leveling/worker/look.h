@@ -9,7 +9,7 @@
 namespace quorvane {
 
 /**
- * What the header of a job's input says, through the carrier that its worker will use. The outcome
+ * What the header of a job's input says, through the backend that its worker will use. The outcome
  * is Planned, or Failed where the file cannot be leveled. Unless the job asks to look inside, a
  * file whose probe runs decoders is left to its worker: it keeps a format that is empty. Nothing is
  * thrown. For a worker: it parses what strangers wrote.

@@ -4,11 +4,11 @@
 #include <string>
 
 #include "leveling/audio/recode.h"
-#include "leveling/worker/carrier.h"
+#include "leveling/worker/audio_backend.h"
 #include "leveling/worker/job.h"
 
 /*
- * What reads videos and phone memos, leveling/media and its carrier, brings FFmpeg's libraries and
+ * What reads videos and phone memos, leveling/media and its backend, brings FFmpeg's libraries and
  * all that these link, which would cost every worker ten times what its start costs without. So it
  * is a module, a shared object that the programs load when they meet a file that libsndfile does
  * not read. It is looked for at one fixed place relative to the program's file, never in the
@@ -23,7 +23,7 @@ struct MediaModule {
     const char* version;  // kVersion of its build; first, so that it can be read in any other's
     bool (*is_media)(const std::string& path);  // see leveling/media/media_input.h
     bool (*can_serve)(const std::string& path);
-    std::unique_ptr<Carrier> (*make_carrier)(const Job& job);
+    std::unique_ptr<AudioBackend> (*make_backend)(const Job& job);
     Decoded (*decode_damaged)(const std::string& path,
                               const std::string& to);  // leveling/media/decode.h
 };

@@ -12,7 +12,7 @@
 
 #include "leveling/archive/record.h"
 #include "leveling/facts/run_facts.h"
-#include "leveling/worker/carrier.h"
+#include "leveling/worker/audio_backend.h"
 #include "leveling/worker/delivery.h"
 #include "leveling/worker/file_work.h"
 #include "leveling/worker/media_module.h"
@@ -77,7 +77,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         quorvane::FileFacts again;
         job.input = job.output;
         job.output.clear();
-        quorvane::make_carrier(job)->probe(again);
+        quorvane::make_backend(job)->probe(again);
     }
     return 0;
 }

@@ -7,7 +7,7 @@
 #include "leveling/audio/recode.h"
 #include "leveling/facts/loss.h"
 #include "leveling/metadata/data_size.h"
-#include "leveling/worker/carrier.h"
+#include "leveling/worker/audio_backend.h"
 
 namespace quorvane {
 
@@ -20,9 +20,9 @@ namespace quorvane {
  * sound, in holes or at the end, is judged by the job's limit (leveling/facts/loss.h). Where
  * libsndfile gives up at damage, FFmpeg's decoders go on behind it.
  */
-class SoundFileCarrier : public Carrier {
+class SoundFileBackend : public AudioBackend {
   public:
-    explicit SoundFileCarrier(const Job& job) : job_(job) {}
+    explicit SoundFileBackend(const Job& job) : job_(job) {}
 
     void probe(FileFacts& facts) override;
 

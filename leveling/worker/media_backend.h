@@ -5,7 +5,7 @@
 
 #include "leveling/media/decode.h"
 #include "leveling/media/media_file.h"
-#include "leveling/worker/carrier.h"
+#include "leveling/worker/audio_backend.h"
 
 namespace quorvane {
 
@@ -14,9 +14,9 @@ namespace quorvane {
  * chosen sounds are decoded once to float samples; the file is written anew with the leveled ones
  * in their place and all other packets copied.
  */
-class MediaCarrier : public Carrier {
+class MediaBackend : public AudioBackend {
   public:
-    explicit MediaCarrier(const Job& job) : job_(job) {}
+    explicit MediaBackend(const Job& job) : job_(job) {}
 
     void probe(FileFacts& facts) override;
 

@@ -1,4 +1,4 @@
-#include "leveling/worker/media_carrier.h"
+#include "leveling/worker/media_backend.h"
 
 #include <fmt/format.h>
 
@@ -30,7 +30,7 @@ media::SoundChoice choice_of(const JobOptions& options) {
 
 }  // namespace
 
-void MediaCarrier::probe(FileFacts& facts) {
+void MediaBackend::probe(FileFacts& facts) {
     file_ = media::probe_media(job_.input, choice_of(job_.options));
     describe(facts);
     if (job_.output.empty()) {
@@ -43,7 +43,7 @@ void MediaCarrier::probe(FileFacts& facts) {
     media::try_media(file_, sounds);
 }
 
-void MediaCarrier::describe(FileFacts& facts) const {
+void MediaBackend::describe(FileFacts& facts) const {
     const media::Sound& sound = file_.sounds.front();
     facts.sample_rate_hz = sound.sample_rate_hz;
     facts.channels = sound.channels;
@@ -60,7 +60,7 @@ void MediaCarrier::describe(FileFacts& facts) const {
     }
 }
 
-void MediaCarrier::decode(FileFacts& facts, const std::function<void(double)>& progress) {
+void MediaBackend::decode(FileFacts& facts, const std::function<void(double)>& progress) {
     const auto count = static_cast<double>(file_.sounds.size());
     for (const media::Sound& sound : file_.sounds) {
         const std::string to = fmt::format("{}/decoded{}.wav", job_.scratch, sound.number);
@@ -81,7 +81,7 @@ void MediaCarrier::decode(FileFacts& facts, const std::function<void(double)>& p
     progress(kAllDone);
 }
 
-void MediaCarrier::judge(const media::DecodedSound& sound, FileFacts& facts) const {
+void MediaBackend::judge(const media::DecodedSound& sound, FileFacts& facts) const {
     const LossLimit limit = loss_limit(job_.options, !job_.output.empty());
     FileFacts own;
     own.sample_rate_hz = sound.sample_rate_hz;
@@ -97,7 +97,7 @@ void MediaCarrier::judge(const media::DecodedSound& sound, FileFacts& facts) con
     facts.findings.insert(facts.findings.end(), own.findings.begin(), own.findings.end());
 }
 
-std::string MediaCarrier::readable(const std::string& file) {
+std::string MediaBackend::readable(const std::string& file) {
     if (file == job_.input) {
         return before_.front().file;
     }
@@ -105,7 +105,7 @@ std::string MediaCarrier::readable(const std::string& file) {
     return after_.front().file;
 }
 
-std::vector<std::string> MediaCarrier::engine_inputs() {
+std::vector<std::string> MediaBackend::engine_inputs() {
     std::vector<std::string> files;
     for (const media::DecodedSound& sound : before_) {
         files.push_back(sound.file);
@@ -114,7 +114,7 @@ std::vector<std::string> MediaCarrier::engine_inputs() {
 }
 
 // A codec of integers is given integers: what its encoder would round has dither already.
-std::string MediaCarrier::quantized(std::size_t index, const std::string& leveled) const {
+std::string MediaBackend::quantized(std::size_t index, const std::string& leveled) const {
     const media::Sound& sound = file_.sounds[index];
     if (job_.options.plain || !job_.options.audio_codec.empty() || !sound.lossless ||
         sound.bits > kMostDitheredBits) {
@@ -125,7 +125,7 @@ std::string MediaCarrier::quantized(std::size_t index, const std::string& levele
     return to;
 }
 
-std::string MediaCarrier::encode(const std::vector<std::string>& leveled,
+std::string MediaBackend::encode(const std::vector<std::string>& leveled,
                                  const std::function<void(double)>& progress) {
     std::vector<media::NewSound> sounds;
     leveled_.clear();
@@ -146,7 +146,7 @@ std::string MediaCarrier::encode(const std::vector<std::string>& leveled,
     return complete;
 }
 
-std::string MediaCarrier::add_metadata(const std::string& encoded,
+std::string MediaBackend::add_metadata(const std::string& encoded,
                                        const LoudnessSource& /*after*/,
                                        const std::string& /*to*/) {
     copy_media_tags(job_.input, encoded, file_.muxer, gapless());
@@ -157,7 +157,7 @@ std::string MediaCarrier::add_metadata(const std::string& encoded,
  * For audio-only MP4 with AAC, what players of such files look for: samples before the sound,
  * behind it, and in it, as hexadecimal numbers.
  */
-std::string MediaCarrier::gapless() const {
+std::string MediaBackend::gapless() const {
     const bool whole = file_.muxer == "ipod" && file_.layout.fragments == 0 && leveled_.front();
     if (!whole || file_.sounds.front().codec_name != "aac" || !job_.options.audio_codec.empty() ||
         before_.front().timeline.marks().size() > 1 || before_.front().timeline.time_of(0) != 0) {
@@ -171,7 +171,7 @@ std::string MediaCarrier::gapless() const {
         kAacBlock, over ? kAacBlock - over : 0, frames);
 }
 
-void MediaCarrier::decode_result(const std::string& complete) {
+void MediaBackend::decode_result(const std::string& complete) {
     after_.clear();
     for (const media::Sound& sound : file_.sounds) {
         const media::SoundChoice choice{sound.number, false, ""};
@@ -181,7 +181,7 @@ void MediaCarrier::decode_result(const std::string& complete) {
     }
 }
 
-void MediaCarrier::check_sound(std::size_t index) const {
+void MediaBackend::check_sound(std::size_t index) const {
     const media::DecodedSound& before = before_[index];
     const media::DecodedSound& after = after_[index];
     if (after.sample_rate_hz != before.sample_rate_hz || after.channels != before.channels) {
@@ -199,7 +199,7 @@ void MediaCarrier::check_sound(std::size_t index) const {
 }
 
 // Whether the result is what it should be is asked of its own packets, decoded once more.
-void MediaCarrier::check(const std::string& complete, const Scan* /*known*/, FileFacts& facts) {
+void MediaBackend::check(const std::string& complete, const Scan* /*known*/, FileFacts& facts) {
     if (after_.empty()) {
         decode_result(complete);
     }

@@ -1,4 +1,4 @@
-#include "leveling/worker/sound_file_carrier.h"
+#include "leveling/worker/sound_file_backend.h"
 
 #include <fmt/format.h>
 #include <unistd.h>
@@ -112,11 +112,11 @@ bool may_change_depth(const std::vector<std::string>& tuning) {
 
 }  // namespace
 
-std::string SoundFileCarrier::in_scratch(const char* name) const {
+std::string SoundFileBackend::in_scratch(const char* name) const {
     return job_.scratch + "/" + name + fs::path(job_.input).extension().string();
 }
 
-void SoundFileCarrier::note_damage(FileFacts& facts, const std::string& text) const {
+void SoundFileBackend::note_damage(FileFacts& facts, const std::string& text) const {
     if (job_.options.strict) {
         throw FileError(text);
     }
@@ -124,7 +124,7 @@ void SoundFileCarrier::note_damage(FileFacts& facts, const std::string& text) co
 }
 
 // Before libsndfile believes it: sizes of 0 and counts that are missing cost speech.
-void SoundFileCarrier::repair_header(FileFacts& facts) {
+void SoundFileBackend::repair_header(FileFacts& facts) {
     source_ = job_.input;
     data_ = compare_data_size(job_.input);
     const std::string note = length_note(data_);
@@ -141,7 +141,7 @@ void SoundFileCarrier::repair_header(FileFacts& facts) {
     }
 }
 
-void SoundFileCarrier::repair_mpeg() {
+void SoundFileBackend::repair_mpeg() {
     const auto stream = count_mpeg_frames(source_);
     if (!stream) {
         return;
@@ -155,7 +155,7 @@ void SoundFileCarrier::repair_mpeg() {
     }
 }
 
-void SoundFileCarrier::repair_adpcm() {
+void SoundFileBackend::repair_adpcm() {
     const auto stream = check_adpcm_blocks(source_);
     if (!stream || !stream->is_damaged()) {
         return;
@@ -169,7 +169,7 @@ void SoundFileCarrier::repair_adpcm() {
     write_repaired_adpcm(damaged, *stream, source_);
 }
 
-void SoundFileCarrier::read_info(FileFacts& facts) {
+void SoundFileBackend::read_info(FileFacts& facts) {
     SndfileHandle file = readable_input(source_);
     const int container = file.format() & SF_FORMAT_TYPEMASK;
     if (container == SF_FORMAT_MPEG && !only_looks()) {
@@ -198,7 +198,7 @@ void SoundFileCarrier::read_info(FileFacts& facts) {
     facts.frames = info_.frames;
 }
 
-bool SoundFileCarrier::must_be_decoded() {
+bool SoundFileBackend::must_be_decoded() {
     if (is_lossy(info_.format) && !job_.output.empty()) {
         return true;  // which shows damage, too
     }
@@ -208,7 +208,7 @@ bool SoundFileCarrier::must_be_decoded() {
 }
 
 // libsndfile stops at the first damage; FFmpeg's decoders go on behind it.
-Decoded SoundFileCarrier::decode_damaged(const Decoded& readable) {
+Decoded SoundFileBackend::decode_damaged(const Decoded& readable) {
     const std::string to = job_.scratch + "/recovered.wav";
     try {
         Decoded recovered = media_module().decode_damaged(source_, to);
@@ -223,7 +223,7 @@ Decoded SoundFileCarrier::decode_damaged(const Decoded& readable) {
     return readable;
 }
 
-void SoundFileCarrier::decode_source(FileFacts& facts) {
+void SoundFileBackend::decode_source(FileFacts& facts) {
     decoded_ = job_.scratch + "/decoded.wav";
     Decoded decoded = decode_to_float(source_, decoded_);
     if (is_damaged_ || decoded.frames < info_.frames || !decoded.error.empty()) {
@@ -253,12 +253,12 @@ void SoundFileCarrier::decode_source(FileFacts& facts) {
 
 // The rounding of 16 bits in each of the engine's steps would add up. With a destination the audio
 // is rendered after the engine; without one the engine's result is the output.
-bool SoundFileCarrier::is_quantized_once() const {
+bool SoundFileBackend::is_quantized_once() const {
     return !job_.options.plain && !job_.options.destination.empty() &&
            dithered_bits(info_.format) != 0 && !may_change_depth(job_.options.tuning);
 }
 
-void SoundFileCarrier::probe(FileFacts& facts) {
+void SoundFileBackend::probe(FileFacts& facts) {
     repair_header(facts);
     read_info(facts);
     const bool levels = !job_.output.empty();
@@ -283,14 +283,14 @@ void SoundFileCarrier::probe(FileFacts& facts) {
     judge_loss(loss_, loss_limit(job_.options, levels), facts);
 }
 
-std::string SoundFileCarrier::readable(const std::string& file) {
+std::string SoundFileBackend::readable(const std::string& file) {
     if (file != job_.input) {
         return full_rate(file);
     }
     return decoded_.empty() ? source_ : decoded_;
 }
 
-std::string SoundFileCarrier::full_rate(const std::string& result) const {
+std::string SoundFileBackend::full_rate(const std::string& result) const {
     const bool is_opus = (info_.format & SF_FORMAT_SUBMASK) == SF_FORMAT_OPUS;
     if (!is_opus || info_.samplerate == kOpusRateHz) {
         return result;
@@ -300,11 +300,11 @@ std::string SoundFileCarrier::full_rate(const std::string& result) const {
     return copy;
 }
 
-std::vector<std::string> SoundFileCarrier::engine_inputs() {
+std::vector<std::string> SoundFileBackend::engine_inputs() {
     return {readable(job_.input)};
 }
 
-std::string SoundFileCarrier::encode(const std::vector<std::string>& leveled,
+std::string SoundFileBackend::encode(const std::vector<std::string>& leveled,
                                      const std::function<void(double)>& /*progress*/) {
     if (decoded_.empty()) {
         return leveled.front();
@@ -320,15 +320,15 @@ std::string SoundFileCarrier::encode(const std::vector<std::string>& leveled,
     return encoded;
 }
 
-std::optional<std::uint64_t> SoundFileCarrier::room_in_place() {
+std::optional<std::uint64_t> SoundFileBackend::room_in_place() {
     return decoded_.empty() ? room_for_chunks(source_) : std::nullopt;
 }
 
-bool SoundFileCarrier::complete(const std::string& leveled, std::uint64_t room) {
+bool SoundFileBackend::complete(const std::string& leveled, std::uint64_t room) {
     return add_chunks(source_, leveled, room);
 }
 
-std::string SoundFileCarrier::add_metadata(const std::string& encoded,
+std::string SoundFileBackend::add_metadata(const std::string& encoded,
                                            const LoudnessSource& after,
                                            const std::string& to) {
     // The stream with a count of its frames has no tags.
@@ -341,7 +341,7 @@ std::string SoundFileCarrier::add_metadata(const std::string& encoded,
     return done ? complete : encoded;
 }
 
-void SoundFileCarrier::check(const std::string& complete, const Scan* known, FileFacts& facts) {
+void SoundFileBackend::check(const std::string& complete, const Scan* known, FileFacts& facts) {
     const SndfileHandle after = open_to_read(complete);
     require_form_of(after, info_.samplerate, info_.channels);
     if ((after.format() & SF_FORMAT_TYPEMASK) != (info_.format & SF_FORMAT_TYPEMASK) ||

@@ -1,4 +1,4 @@
-#include "leveling/worker/carrier.h"
+#include "leveling/worker/audio_backend.h"
 
 #include <fmt/format.h>
 
@@ -10,7 +10,7 @@
 #include "leveling/audio/sound_file.h"
 #include "leveling/facts/file_error.h"
 #include "leveling/worker/media_module.h"
-#include "leveling/worker/sound_file_carrier.h"
+#include "leveling/worker/sound_file_backend.h"
 
 namespace quorvane {
 namespace {
@@ -50,16 +50,16 @@ void require_channels(const FileFacts& facts) {
     }
 }
 
-std::unique_ptr<Carrier> make_carrier(const Job& job) {
+std::unique_ptr<AudioBackend> make_backend(const Job& job) {
     // What libsndfile reads stays with it, and costs nobody the loading of FFmpeg's libraries.
     // A read error of the disk looks to it like an unknown format, and the other way gives other
     // bytes: only a second refusal counts.
     refuse_empty(job.input);
     const bool is_served = libsndfile_serves(job) || libsndfile_serves(job);
     if (!is_served && media_module().can_serve(job.input)) {
-        return media_module().make_carrier(job);
+        return media_module().make_backend(job);
     }
-    return std::make_unique<SoundFileCarrier>(job);
+    return std::make_unique<SoundFileBackend>(job);
 }
 
 }  // namespace quorvane

@@ -18,13 +18,13 @@ namespace quorvane {
  * encoded again, and given the metadata of its input. The engine itself and the measurement read
  * files through libsndfile; a kind that libsndfile cannot read is decoded for them.
  *
- * A carrier belongs to one job. Its functions are called in the order in which they stand here.
+ * A backend belongs to one job. Its functions are called in the order in which they stand here.
  * They write into the job's scratch directory only, and throw FileError, with a sentence for the
  * user, or another std::exception with the cause.
  */
-class Carrier {
+class AudioBackend {
   public:
-    virtual ~Carrier() = default;
+    virtual ~AudioBackend() = default;
 
     /**
      * Opens the input and fills in format, sample rate (Hz), channels, frames and notes. Where the
@@ -92,9 +92,9 @@ class Carrier {
 void require_channels(const FileFacts& facts);
 
 /**
- * The carrier for the job's input. Throws FileError where libsndfile does not read it and the
+ * The backend for the job's input. Throws FileError where libsndfile does not read it and the
  * module for other files cannot be loaded.
  */
-std::unique_ptr<Carrier> make_carrier(const Job& job);
+std::unique_ptr<AudioBackend> make_backend(const Job& job);
 
 }  // namespace quorvane
