@@ -85,52 +85,52 @@ class Archive : public testing::Test {
 
 TEST_F(Archive, AnOutputIsJudgedByWhatItWasMadeFrom) {
     write_text(dir_ / "in.wav", "input");
-    EXPECT_EQ(OutputState::Missing, judge().standing);
+    EXPECT_EQ(OutputState::Missing, judge().state);
     place("out.wav", "output", "o");
-    EXPECT_EQ(OutputState::UpToDate, judge().standing);
+    EXPECT_EQ(OutputState::UpToDate, judge().state);
     EXPECT_EQ(1.5, judge().facts.elapsed_s);
-    EXPECT_EQ(OutputState::Changed, judge("other").standing);
+    EXPECT_EQ(OutputState::Changed, judge("other").state);
 
     // A new time with the same content is not a change; other content of the same size is.
     touch("in.wav");
     touch("out.wav");
-    EXPECT_EQ(OutputState::UpToDate, judge().standing);
+    EXPECT_EQ(OutputState::UpToDate, judge().state);
     write_text(dir_ / "in.wav", "INPUT");
     touch("in.wav");
-    EXPECT_EQ(OutputState::Changed, judge().standing);
+    EXPECT_EQ(OutputState::Changed, judge().state);
     EXPECT_THAT(judge().cause, HasSubstr("--redo-changed"));
     write_text(dir_ / "out.wav", "OUTPUT");
     touch("out.wav");
-    EXPECT_EQ(OutputState::NotOurs, judge().standing) << "it was edited";
+    EXPECT_EQ(OutputState::NotOurs, judge().state) << "it was edited";
     write_text(dir_ / "foreign.wav", "x");
-    EXPECT_EQ(OutputState::NotOurs, judge("o", "foreign.wav").standing);
+    EXPECT_EQ(OutputState::NotOurs, judge("o", "foreign.wav").state);
 
     // A disk loses bits without a new time.
     place("out.wav", "output", "o");
     const auto time = fs::last_write_time(dir_ / "out.wav");
-    EXPECT_EQ(OutputState::UpToDate, judge("o", "out.wav", Proof::Content).standing);
+    EXPECT_EQ(OutputState::UpToDate, judge("o", "out.wav", Proof::Content).state);
     write_text(dir_ / "out.wav", "outpuT");
     fs::last_write_time(dir_ / "out.wav", time);
-    EXPECT_EQ(OutputState::UpToDate, judge().standing);
-    EXPECT_EQ(OutputState::Damaged, judge("o", "out.wav", Proof::Content).standing);
+    EXPECT_EQ(OutputState::UpToDate, judge().state);
+    EXPECT_EQ(OutputState::Damaged, judge("o", "out.wav", Proof::Content).state);
     touch("out.wav");
-    EXPECT_EQ(OutputState::NotOurs, judge().standing);
-    EXPECT_EQ(OutputState::Damaged, judge("o", "out.wav", Proof::Content).standing);
+    EXPECT_EQ(OutputState::NotOurs, judge().state);
+    EXPECT_EQ(OutputState::Damaged, judge("o", "out.wav", Proof::Content).state);
     fs::remove(dir_ / "out.wav");
     place("out.wav", "output", "o");
     const auto input_time = fs::last_write_time(dir_ / "in.wav");
     write_text(dir_ / "in.wav", "INPUt");
     fs::last_write_time(dir_ / "in.wav", input_time);
-    EXPECT_EQ(OutputState::UpToDate, judge().standing);
+    EXPECT_EQ(OutputState::UpToDate, judge().state);
     EXPECT_THAT(judge("o", "out.wav", Proof::Content).cause, HasSubstr("content of the input"));
-    EXPECT_EQ(OutputState::Damaged, judge("o", "out.wav", Proof::Content).standing);
+    EXPECT_EQ(OutputState::Damaged, judge("o", "out.wav", Proof::Content).state);
 
     // The folder goes elsewhere with its record.
     place("out.wav", "output", "o");
     fs::create_directory(dir_ / "moved");
     fs::copy(dir_ / "out.wav", dir_ / "moved/out.wav");
     fs::copy(dir_ / kRecordName, dir_ / std::string("moved/") + kRecordName);
-    EXPECT_EQ(OutputState::UpToDate, judge("o", "moved/out.wav").standing);
+    EXPECT_EQ(OutputState::UpToDate, judge("o", "moved/out.wav").state);
 }
 
 TEST_F(Archive, RecordsOfVersion3CountForPlainRunsAlone) {
@@ -166,7 +166,7 @@ TEST_F(Archive, RecordsOfVersion3CountForPlainRunsAlone) {
     const auto judged = [&](const Row& row) {
         return UpToDate(row.options, Proof::SizeAndTime, row.arithmetic)
             .judge(dir_ / "in.wav", dir_ / "out.wav")
-            .standing;
+            .state;
     };
     for (const Row& row : rows) {
         EXPECT_EQ(row.expected, judged(row)) << row.name;
@@ -183,8 +183,8 @@ TEST_F(Archive, ALineForAnOutputThatNeverCameVouchesForNothing) {
     const std::string old = read_text(dir_ / "out.wav");
     place("out.wav", "new", "p");
     write_text(dir_ / "out.wav", old);  // killed before the new one took the name
-    EXPECT_EQ(OutputState::UpToDate, judge("o").standing);
-    EXPECT_EQ(OutputState::Changed, judge("p").standing);
+    EXPECT_EQ(OutputState::UpToDate, judge("o").state);
+    EXPECT_EQ(OutputState::Changed, judge("p").state);
 }
 
 TEST_F(Archive, TornAndDamagedLinesSpoilNoOther) {
@@ -192,8 +192,8 @@ TEST_F(Archive, TornAndDamagedLinesSpoilNoOther) {
     write_text(dir_ / kRecordName, "{\"output\":\"out.wav\",\"output_size\":6}\n{\"output\":\"ou");
     place("out.wav", "output", "o");
     place("n\xe9w\n\".wav", "other", "o");
-    EXPECT_EQ(OutputState::UpToDate, judge().standing);
-    EXPECT_EQ(OutputState::UpToDate, judge("o", "n\xe9w\n\".wav").standing);
+    EXPECT_EQ(OutputState::UpToDate, judge().state);
+    EXPECT_EQ(OutputState::UpToDate, judge("o", "n\xe9w\n\".wav").state);
 }
 
 TEST_F(Archive, ARecordIsARegularFileOrNone) {
@@ -204,7 +204,7 @@ TEST_F(Archive, ARecordIsARegularFileOrNone) {
     EXPECT_EQ("", record_problem(record));
     const auto expect_refused = [&](const char* kind) {
         EXPECT_THAT(record_problem(record), HasSubstr(kind));
-        EXPECT_EQ(OutputState::NotOurs, judge().standing) << "and nothing waits for a writer";
+        EXPECT_EQ(OutputState::NotOurs, judge().state) << "and nothing waits for a writer";
         OutputClaim claim;
         EXPECT_THROW(claim.take(dir_ / "out.wav", "", WhenTaken::Leave), std::runtime_error);
         fs::remove(record);
@@ -231,7 +231,7 @@ TEST_F(Archive, WhatHasNoLineEndsNeedsNoMemory) {
     };
     const long before_kb = most_kb();
     place("out.wav", "output", "o");
-    EXPECT_EQ(OutputState::UpToDate, judge().standing);
+    EXPECT_EQ(OutputState::UpToDate, judge().state);
     EXPECT_LT(most_kb() - before_kb, 100'000);
 
     std::istringstream text("one\ntoo long\n\nlast");
@@ -256,9 +256,9 @@ TEST_F(Archive, ANewOutputIsFoundAtTheEndOfALongBook) {
     write_text(dir_ / kRecordName, read_text(dir_ / kRecordName) + others);
     place("late.wav", "output", "o");
     for (const char* output : {"early.wav", "late.wav"}) {
-        EXPECT_EQ(OutputState::UpToDate, judge("o", output).standing);
+        EXPECT_EQ(OutputState::UpToDate, judge("o", output).state);
         EXPECT_EQ(OutputState::UpToDate,
-                  UpToDate("o").judge_new(dir_ / "in.wav", dir_ / output).standing);
+                  UpToDate("o").judge_new(dir_ / "in.wav", dir_ / output).state);
     }
     RecordBook end(dir_ / kRecordName, RecordBook::Part::End);
     EXPECT_EQ(0u, end.find("early.wav").size());
@@ -313,10 +313,10 @@ TEST_F(Archive, AnOutputOfOursForAnotherPlaceIsToBeMadeAgain) {
 
     for (const auto& row : rows) {
         place("out.wav", "output", row.made);
-        EXPECT_EQ(row.standing, judge(row.asked).standing) << row.made << " " << row.asked;
+        EXPECT_EQ(row.state, judge(row.asked).state) << row.made << " " << row.asked;
     }
     write_text(dir_ / "out.wav", "edited");
-    EXPECT_EQ(OutputState::NotOurs, judge(key("atsc")).standing);
+    EXPECT_EQ(OutputState::NotOurs, judge(key("atsc")).state);
 }
 
 TEST_F(Archive, ListsHoldAnyName) {
