@@ -10,7 +10,7 @@ namespace quorvane {
 constexpr int kBin_ms = 50;  // the engine's bins
 constexpr double kBin_s = 0.05;
 
-/** What one reading of a recording tells of each bin of 50 ms. Levels in dB, rounded to 1e-4. */
+/** Measurements of each bin of 50 ms, from one pass over a file. Levels in dB, rounded to 1e-4. */
 struct BinLevels {
     std::vector<float> speech_db;  // power from 150 to 5000 Hz, of both channels together
     std::vector<float> low_db;     // power below 120 Hz, likewise

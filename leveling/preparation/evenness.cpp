@@ -13,7 +13,7 @@ namespace {
 constexpr std::size_t kNeighbourhood = 60;  // bins with speech: three seconds
 constexpr std::size_t kMostPoints = 1200;
 constexpr double kAsEven_db = 0.1;
-constexpr double kMostUneven_db = 3.5;  // what is further apart is no single voice
+constexpr double kMostUneven_db = 3.5;  // levels further apart are not a single voice
 constexpr double kEvenSpan_db = 2;      // of the phrases
 constexpr long long kSecond = 20;       // bins
 constexpr long long kShort = 4 * kStretch;

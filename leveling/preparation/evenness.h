@@ -30,7 +30,7 @@ class SpeechGains {
     double near_by(long long from, long long step) const;
 
     const std::vector<float>& before_db_;
-    std::vector<float> gains_;  // of bins; what is no number counts for nothing
+    std::vector<float> gains_;  // of bins; NaN is ignored
     double mean_ = 0;
 };
 
@@ -73,7 +73,7 @@ double background_under(const Phrases& phrases,
                         const std::vector<Stretch>& pauses);
 
 /**
- * What the results tell of a gain for each phrase: passages and a curve of at most 1,200 points,
+ * The report of a gain for each phrase: passages and a curve of at most 1,200 points,
  * both relative to the mean gain of the words.
  */
 quorvane::Leveling leveling_of_phrases(const Phrases& phrases, const std::vector<float>& curve_db);

@@ -15,10 +15,10 @@ struct CurveGoal {
 
 /**
  * One gain per phrase, in dB, one value for the middle of each bin: constant in a phrase, moved in
- * the quarter second before the next one begins. In long pauses it is no larger than on either side
- * and than on average; there and in long gaps it sinks by up to 6 dB where the background is far
- * under the speech, as a gate does. Where a peak would pass the ceiling, the gain is lower for as
- * long as that takes and a fifth of a second behind.
+ * the quarter second before the next one begins. In long pauses it is at most the gain on either
+ * side, and at most the average; there and in long gaps it sinks by up to 6 dB where the background
+ * is far under the speech, as a gate does. Where a peak would pass the ceiling, the gain is lower
+ * for as long as that takes and a fifth of a second behind.
  */
 std::vector<float> gain_curve(const BinLevels& levels,
                               const Phrases& phrases,

@@ -15,7 +15,7 @@ struct Stretch {
 };
 
 /**
- * In which bins somebody may be speaking. Syllables follow each other 2 to 8 times a second (T.
+ * The bins that may hold speech. Syllables follow each other 2 to 8 times a second (T.
  * Houtgast and H. J. M. Steeneken, "The modulation transfer function in room acoustics", Acustica
  * 28 (1973)), so that the level of speech rises and falls by many dB within each second, and the
  * level of room tone, hum and hiss does not: a bin is speech where, within half a second of it, the

@@ -12,7 +12,7 @@ namespace {
 
 // In bins of 50 ms.
 constexpr long long kNear = 20;     // to each side: the loudest syllable of a sentence is in it
-constexpr long long kFar = 80;      // to each side: more than the longest gap that is no pause
+constexpr long long kFar = 80;      // to each side: more than the longest gap within a phrase
 constexpr long long kLongest = 30;  // a unit
 constexpr long long kShortest = 4;  // what is shorter belongs to the unit before, if that is near
 constexpr long long kNearUnit = 6;

@@ -29,13 +29,13 @@ namespace {
 // Below full scale, for what the engine's high-pass adds to a peak before it clips.
 constexpr double kPeak_db = -3;
 constexpr double kNoiseRaise_db = 30;  // what has to be raised so far and holds no speech is noise
-// Lows this near the speech are no part of a voice, and the engine's 12 dB an octave leaves them.
+// Lows this near the speech are not part of a voice, and the engine's 12 dB an octave leaves them.
 constexpr double kLowsUnderSpeech_db = 3;
 constexpr double kSteepFrom_hz = 110;
 // The engine's own high-pass: 62.5 Hz, two octaves wide.
 constexpr double kEngineHighPass_hz = 62.5;
 constexpr double kEngineHighPassQuality = 2.0 / 3;
-// Reverberation fills the gaps, so that turns differ less than the engine's 3.5 asks for.
+// Reverberation fills the gaps, so that turns differ by less than the engine's tolerance of 3.5.
 constexpr const char* kTolerance = "--segment-tolerance=2.5";
 // The engine's ceiling and target.
 constexpr double kCeiling_db = -1;
@@ -44,8 +44,8 @@ constexpr double kWordsAboveTarget_db = 1.2;  // without the gaps that the targe
 constexpr int kLevelRounds = 3;               // peaks that are held take loudness away
 // How a recording is judged that has been leveled.
 constexpr double kEvenEnough_db = 1.5;  // what one voice does by itself
-constexpr long kLeastWords = 40;        // bins; with fewer there is no telling
-// The engine also evens out what one speaker says louder and softer, which is no fault.
+constexpr long kLeastWords = 40;        // bins; fewer do not give a reliable level
+// The engine also evens out what one speaker says louder and softer, which is not a fault.
 constexpr double kNatural_db = 1.0;
 constexpr double kShortOfTarget_db = 1;  // what its peaks may keep from the level of others
 
@@ -68,7 +68,7 @@ BinLevels levels_of(const std::string& path, const std::vector<Section>& high_pa
     return std::move(analyser.levels());
 }
 
-/** Whether somebody tunes the engine, whose curve it then is. The bit depth is no tuning. */
+/** Whether the user tunes the engine, which then makes the curve. The bit depth is not tuning. */
 bool sets_engine(const std::vector<std::string>& tuning) {
     return std::any_of(tuning.begin(), tuning.end(),
                        [](const std::string& word) { return word.rfind("--bit-depth", 0) != 0; });
@@ -170,7 +170,7 @@ void PreparationRun::analyse() {
     levels_ = std::move(analyser.levels());
     speech_ = find_speech(levels_.speech_db);
     if (analyser.is_constant()) {
-        // What a filter makes of its first sample is no speech.
+        // A filter's answer to its first sample is not speech.
         speech_.assign(speech_.size(), false);
     }
     pauses_ = find_pauses(levels_, speech_);
@@ -308,7 +308,7 @@ void PreparationRun::judge_evenness(double one_gain_db) {
     }
 }
 
-/** The recording's, in the bit depth that the tuning asks for. */
+/** The recording's format, in the bit depth that the tuning names. */
 int PreparationRun::output_format() const {
     const int format = run_.format != 0 ? run_.format : info_.format;
     // The engine has taken the depth from its options, which may be a file, and refused wrong ones.

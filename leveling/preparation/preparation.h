@@ -30,7 +30,7 @@ struct PreparedRun {
 
 /** What became of it. */
 struct PreparedResult {
-    bool leveled = false;   // else there is no output: the recording stays as it is
+    bool leveled = false;   // else without output: the recording stays as it is
     bool in_place = false;  // the output is where open_place led
     std::string cause;      // why it stays
     std::optional<quorvane::Leveling> leveling;  // in the recording's time
