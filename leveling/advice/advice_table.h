@@ -17,7 +17,7 @@ struct Advice {
     const char* meaning;  // what it is
     const char* why;      // why it matters to listeners
     // What can be done with the recording as it is: on a command line, in the window, and in a page
-    // that was sent to somebody without the program. Empty: there is nothing to do.
+    // that was sent to a person without the program. Empty: there is nothing to do.
     const char* command_line;
     const char* window;
     const char* page;

@@ -8,7 +8,7 @@
 namespace quorvane {
 namespace {
 
-/** Whole dB: a tenth of one tells nobody anything. Nearer than one is one. */
+/** Whole dB, at least 1: a tenth of a dB means nothing to a reader. */
 long whole_db(double span) {
     return std::max(1L, std::lround(span));
 }

@@ -8,7 +8,7 @@ namespace quorvane {
 /**
  * The content of a file as 32 hexadecimal digits: XXH3, 128 bits, of all its bytes (xxHash 0.8, the
  * algorithm and its canonical form are stable). It tells changed files from unchanged ones; it is
- * no defence against somebody who forges one. Throws std::system_error.
+ * not cryptographic: a file can be forged to match. Throws std::system_error.
  */
 std::string content_hash(const std::string& path);
 

@@ -142,7 +142,7 @@ void OutputClaim::close_file() {
 void OutputClaim::remove_if_empty() {
     struct stat status {};
 
-    // Only who holds every byte may remove it: nobody else is at work in the folder.
+    // Only a process that locks every byte may remove it: then no other one works in the folder.
     if (fstat(file_, &status) != 0 || status.st_size != 0 ||
         lock_bytes(file_, 0, 0, kTryLock) != Locked::Yes || !is_still_at(file_, path_) ||
         fstat(file_, &status) != 0 || status.st_size != 0) {

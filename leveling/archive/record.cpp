@@ -24,7 +24,7 @@
  *
  * A line is appended before its output takes its name. Whoever is killed between the two leaves a
  * line for an output that is not there, which says nothing; the other order would leave an output
- * that nobody can vouch for. When an output is replaced, both lines stay, and the one that fits the
+ * whose origin is unknown. When an output is replaced, both lines stay, and the one that fits the
  * bytes that are there counts.
  */
 namespace quorvane {
@@ -59,13 +59,13 @@ std::string now_text() {
     return text;
 }
 
-/** The name as it stands in a line, with its quotes. Bytes that are no UTF-8 are replaced, so two
- * names may share a text; their records are told apart by the state of the output. */
+/** The name as it stands in a line, with its quotes. Bytes that are not UTF-8 are replaced, so two
+ * names may share a text; the state of the output distinguishes their records. */
 std::string quoted(const std::string& name) {
     return dump(Json(name));
 }
 
-/** The quoted name at the start of a line, empty when it is no whole line of ours. */
+/** The quoted name at the start of a line, empty when it is not a complete line of ours. */
 std::string quoted_name_in(const std::string& line) {
     const std::size_t open = std::strlen(kStart) - 1;
     if (line.compare(0, open + 1, kStart) != 0 || line.back() != '}') {
@@ -228,7 +228,7 @@ RecordBook::~RecordBook() {
     }
 }
 
-// offset: where the text begins; a line that begins before is no whole one and is passed over.
+// offset: where the text begins; a line that begins before it is incomplete and is skipped.
 void RecordBook::index(std::int64_t offset) {
     std::string text;
     std::vector<char> block(kIndexedBytes);
@@ -236,7 +236,7 @@ void RecordBook::index(std::int64_t offset) {
     for (;;) {
         const ssize_t got = read(file_, block.data(), block.size());
         if (got <= 0) {
-            return;  // a line without an end is one that somebody is writing, or could not
+            return;  // without an end: another process is writing it, or could not
         }
         std::size_t begin = 0;
         std::size_t from = text.size();  // what was there before holds no line end
@@ -287,7 +287,7 @@ std::vector<DoneRecord> RecordBook::find(const std::string& name) const {
         try {
             records.push_back(record_from(Json::parse(line)));
         } catch (const nlohmann::json::exception&) {
-            // Damaged, or of another version: it vouches for nothing.
+            // Damaged, or of another version: it proves nothing.
         }
     }
     return records;
@@ -301,7 +301,7 @@ std::vector<OutputRecord> RecordBook::find_outputs(const std::string& name) cons
         try {
             records.push_back(output_record_from(Json::parse(head)));
         } catch (const nlohmann::json::exception&) {
-            // Damaged, or of another version: it vouches for nothing.
+            // Damaged, or of another version: it proves nothing.
         }
     }
     return records;

@@ -35,7 +35,7 @@ class ResultLines {
     void sort();
 
     /**
-     * A sentence for each file with lines that are no whole result: what they reported is unknown.
+     * A sentence for each file with incomplete lines: what they reported is unknown.
      * A line that is cut off, as a killed run leaves one, is none of them where a later file has
      * the result of the same input.
      */

@@ -32,7 +32,7 @@ class Comparison {
             try {
                 hash_ = content_hash(path_);
             } catch (const std::system_error&) {
-                hash_ = "";  // cannot be read: nobody can vouch for it
+                hash_ = "";  // cannot be read: equals no recorded hash
             }
         }
         return *hash_ == recorded_hash;

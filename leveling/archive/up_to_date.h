@@ -17,7 +17,7 @@ enum class OutputState {
     Changed,   // ours and whole, but the input or the options changed since
     Earlier,   // made from this input with these options, by an earlier version of the arithmetic
     Damaged,   // of Proof::Content: the output's or the input's content is not the recorded one
-    NotOurs    // there, but no record vouches for it
+    NotOurs    // exists, but no record matches it
 };
 
 struct Judgement {
@@ -41,8 +41,8 @@ enum class Proof {
 
 /**
  * Judges outputs by the records of their folders. A file whose size and modification time are as
- * recorded is not read, as ten thousand are to be checked in a second; who fears that a disk
- * changed it in silence asks for Proof::Content. Keeps the book of the last folder: ask in the
+ * recorded is not read, since ten thousand are checked in a second; a caller who fears that a disk
+ * changed it in silence passes Proof::Content. Keeps the book of the last folder: ask in the
  * order of the folders.
  */
 class UpToDate {

@@ -11,9 +11,10 @@
  * Loudness after ITU-R BS.1770-4 and EBU R128 from the energy of weighted samples in stretches of
  * 100 ms. libebur128 is right as well, and the tests hold this against it, but it takes most of the
  * time of leveling a file: it filters one channel after the other with a recursion of the fourth
- * order, and sums each window of a curve anew. Here two channels stand side by side, two recursions
- * of the second order overlap, and no sample is squared twice. A recursion waits for itself all the
- * same, so that a long run of samples is filtered as two, whose halves stand in one vector.
+ * order, and sums each window of a curve from its start. Here two channels stand side by side, two
+ * recursions of the second order overlap, and no sample is squared twice. A recursion waits for
+ * itself all the same, so that a long run of samples is filtered as two, whose halves stand in one
+ * vector.
  */
 
 namespace quorvane {

@@ -40,7 +40,7 @@ QUORVANE_WIDE_LOOP void to_floats(const double* samples, std::size_t count, floa
     }
 }
 
-/** The frames that a point of the curve tells of. */
+/** The frames that one point of the curve covers. */
 struct Window {
     std::int64_t begin;
     std::int64_t end;
@@ -96,7 +96,7 @@ SF_INFO info_of(const SndfileHandle& file) {
  */
 class HalfMeter {
   public:
-    /** From the frame `begin` to before `end` of an open file, which is nobody else's. */
+    /** The frames `begin` up to, but without, `end` of an open file that no one else uses. */
     HalfMeter(const SndfileHandle& file,
               const std::string& path,
               std::int64_t begin,

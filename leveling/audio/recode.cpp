@@ -158,7 +158,7 @@ void set_bit_rate(SndfileHandle& file, double bits_per_second) {
 
 Decoded decode_to_float(const std::string& from, const std::string& to) {
     SndfileHandle in = open_to_read(from);
-    // A length that nobody knows makes the larger container.
+    // An unknown length is the greatest number of frames, which selects the larger container.
     const double bytes = static_cast<double>(in.frames()) * in.channels() * sizeof(float);
     const int container = bytes > kRiffLimit ? SF_FORMAT_RF64 : SF_FORMAT_WAV;
     SndfileHandle out =

@@ -12,7 +12,7 @@ namespace quorvane {
 namespace {
 
 // Floats without their sign compare like the integers of their bits, which processors compare side
-// by side. Infinity lies above all numbers there, and above it what is no number.
+// by side. Infinity lies above all numbers there, and NaN above infinity.
 QUORVANE_WIDE_LOOP
 float wide_peak_of(const float* samples, std::size_t count) {
     std::int32_t peak = 0;

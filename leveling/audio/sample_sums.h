@@ -5,8 +5,7 @@
 namespace quorvane {
 
 /**
- * The largest absolute value of the samples. Infinite or not a number when one of them is: it then
- * is no finite number itself.
+ * The largest absolute value of the samples; infinite or NaN when one of them is.
  */
 float peak_of(const float* samples, std::size_t count);
 

@@ -81,7 +81,7 @@ bool last_frame_is_there(const std::string& path) {
     errno = 0;
     const bool there = file.seek(file.frames() - 1, SEEK_SET) == file.frames() - 1 &&
                        file.readf(frame.data(), 1) == 1;
-    // A disk that fails says nothing about the recording; the library tells of both in one way.
+    // A disk that fails says nothing about the recording; the library reports both the same way.
     if (!there && errno != 0) {
         throw std::system_error(errno, std::generic_category(), path);
     }

@@ -23,7 +23,7 @@ struct Scan {
 constexpr double kMostPeak = 1.0 + 1e-6;
 constexpr double kMostLossyPeak = 4.0;  // an encoder moves peaks by a few dB
 // Of the engine alone. It does not limit quiet bins, so that a click in a pause may pass full scale
-// in a float file; by more than this it is no click.
+// in a float file; a peak above this is a fault.
 constexpr double kMostEnginePeak = 2.0;
 
 /** Throws std::runtime_error unless a leveled file has its input's rate and channels. */

@@ -13,7 +13,7 @@ namespace quorvane {
 namespace {
 
 SndfileHandle checked(SndfileHandle file) {
-    // A file that the library could not ask for its kind counts as a pipe, and opens. A null handle
+    // A file whose kind the library could not query counts as a pipe, and opens. A null handle
     // is one without memory for it, too.
     if (!file.rawHandle() || file.error() == SF_ERR_SYSTEM) {
         throw std::runtime_error(sf_strerror(file.rawHandle()));

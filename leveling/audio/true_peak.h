@@ -12,7 +12,7 @@ namespace quorvane {
  * so that the figures are those of many other meters.
  *
  * Interpolating would be most of the work of measuring, and nearly all of it in vain: what a linear
- * filter makes of samples that are no larger than x is no larger than x times the sum of its
+ * filter makes of samples up to x is at most x times the sum of its
  * absolute weights. The frames are looked at in short pieces, and only where one could beat the
  * peak so far is anything interpolated. The result is that of interpolating everything.
  */

@@ -23,7 +23,7 @@
  * pipes of the workers and on one pipe of its own. Every other thread only changes what stands
  * under the mutex, or the stop flag, and writes a byte into that pipe. So nothing is locked while
  * an observer is called, a request that comes between two looks at the queue is never lost, and a
- * signal handler can ask for a stop with no more than an atomic store and a write.
+ * signal handler can request a stop with no more than an atomic store and a write.
  *
  * A file's worker is a process: a codec that crashes, a limit of the system, or a kill costs one
  * file. Its facts come through a pipe, its messages through another; it has ended when both are
@@ -129,7 +129,7 @@ void Batch::run() {
     }
 }
 
-// Closed and worked off, or stopped and nobody running any more.
+// Closed and empty, or stopped with no file running.
 bool Batch::ended() {
     const std::lock_guard<std::mutex> lock(mutex_);
     return running_.empty() && queue_.empty() && (closed_ || stop_.load() != 0);
@@ -315,14 +315,13 @@ void Batch::finish(Running& ended) {
     if (facts.elapsed_s == 0) {
         facts.elapsed_s = std::chrono::duration<double>(Clock::now() - ended.started).count();
     }
-    // A worker that was told to stop fails in whatever it was doing: that is no failure of the
-    // file.
+    // A worker that was stopped fails in whatever it was doing: the file is not at fault.
     if (ended.cancelled && facts.outcome == Outcome::Failed) {
         facts.outcome = Outcome::Interrupted;
         facts.cause = "stopped";
     }
-    // An error that comes of a file in the making is no fault of the file, and a measurement of it
-    // is none of the whole. Of an output the worker looks before it gives it its name.
+    // An input that is still being written may cause an error, and its measurement covers only
+    // a part of it. The worker of an output checks this before it publishes it.
     if ((facts.outcome == Outcome::Failed || facts.outcome == Outcome::Analyzed) &&
         ended.input.exists() && state_of(ended.entry.input) != ended.input) {
         facts.outcome = Outcome::Failed;

@@ -73,7 +73,7 @@ class Batch {
 
     /**
      * Puts a file at the end of the queue and returns its index, counted from 0. An empty output
-     * asks for a measurement only. The facts of the file will name both paths as given here.
+     * requests a measurement only. The facts of the file will name both paths as given here.
      */
     std::size_t add(const std::string& input, const std::string& output);
 

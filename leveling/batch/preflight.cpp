@@ -194,7 +194,7 @@ std::vector<double> probe_all(const Request& request, std::vector<PlannedFile>& 
     }
     const unsigned threads = std::clamp(2 * std::thread::hardware_concurrency(), 1u, kMostThreads);
     const std::size_t share = std::clamp(unknown.size() / threads, kLeastLooks, kMostLooks);
-    std::atomic<std::size_t> next{0};  // the first that nobody has taken
+    std::atomic<std::size_t> next{0};  // the first that no thread has taken
     const auto probe_shares = [&] {
         for (std::size_t begin = 0; (begin = next.fetch_add(share)) < unknown.size();) {
             const std::size_t end = std::min(begin + share, unknown.size());

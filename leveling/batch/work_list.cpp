@@ -59,7 +59,7 @@ WorkList search(const Request& request) {
     return work;
 }
 
-/** What a line of a plan asks for; it may come from a run with other options. */
+/** The work that a line of a plan requests; the plan may come from a run with other options. */
 PlannedFile planned_again(const Request& request, const FileFacts& facts) {
     PlannedFile file;
     file.input = facts.input;
@@ -113,7 +113,7 @@ void take_shard(const Shard& shard, WorkList& work) {
         }
     }
     work.files = std::move(mine);
-    // Each is told of once.
+    // Each is reported once.
     if (shard.index != 0) {
         work.missing.clear();
         work.passed_over.clear();

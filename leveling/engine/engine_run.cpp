@@ -96,7 +96,7 @@ void require_room(const std::string& scratch) {
     }
 }
 
-/** The first cause, without the names of files that nobody knows. */
+/** The first cause, without the names of internal files, which mean nothing to users. */
 std::string reason_of(const LevelOutcome& outcome, const EngineRun& run) {
     std::string reason = outcome.reason;
     const std::string place = "the output";  // what the engine calls it

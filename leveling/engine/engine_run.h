@@ -22,15 +22,15 @@ struct EngineRun {
     // -1 for none, and nothing is thrown. Without it, and for what cannot be written there at once,
     // the output is written.
     std::function<int()> open_place = nullptr;
-    std::string place_name = {};  // in what is told of a failure there
+    std::string place_name = {};  // named in the error of a failure there
     Ramps ramps = Ramps::AsTheyAre;
 };
 
 /** What a run that did not fail did. */
 struct EngineResult {
-    bool leveled = false;              // else the output is the input's copy
-    bool in_place = false;             // it was written where open_place led, and is no file else
-    std::string cause;                 // of the copy
+    bool leveled = false;   // else the output is the input's copy
+    bool in_place = false;  // it was written where open_place led; there is no other file
+    std::string cause;      // of the copy
     std::optional<Leveling> leveling;  // what the steps found
     std::string note;                  // what the user should know of the level
 };

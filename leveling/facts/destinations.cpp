@@ -174,7 +174,7 @@ DestinationCheck check_destination(const Destination& destination,
         return check;
     }
     check_level(destination, level - destination.target(channels), check);
-    // A place that asks for a true peak knows that players interpolate; the others count samples.
+    // Loudness targets limit the true peak; RMS targets limit the sample peak.
     check_limit(rms ? "peak" : "true peak",
                 rms ? loudness.sample_peak_dbfs : loudness.true_peak_dbtp,
                 destination.peak_limit_db, kPeakTolerance, check);

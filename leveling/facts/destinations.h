@@ -8,7 +8,7 @@
 
 namespace quorvane {
 
-/** Which of a file's levels a destination asks for. */
+/** The level that a delivery target's rule names. */
 enum class LevelKind { Loudness, Rms };
 
 /**
@@ -69,7 +69,7 @@ constexpr double kMostLimitedShare = 0.01;
 /** What a peak may read above a limit: the accuracy that limiting keeps, dB. */
 constexpr double kPeakTolerance = 0.02;
 
-/** One thing that a file lacks. */
+/** A rule of a delivery target that a file does not meet. */
 struct UnmetRule {
     std::string what;   // "loudness", "true peak", "peak", "level", "noise floor", "room tone"
     double by = 0;      // signed: how far above (+) or below (-) what is asked; infinite: silent
@@ -77,7 +77,7 @@ struct UnmetRule {
     std::string words;  // "2.4 LU too quiet"
 };
 
-/** How a file stands to one destination. */
+/** The result of checking a file against one delivery target. */
 struct DestinationCheck {
     Destination destination;
     std::vector<UnmetRule> misses;

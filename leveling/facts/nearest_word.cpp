@@ -34,7 +34,7 @@ std::size_t typing_errors(const std::string& one, const std::string& other) {
 }  // namespace
 
 std::string nearest_word(const std::string& typed, const std::vector<std::string>& words) {
-    constexpr std::size_t kMostTyped = 60;  // longer is no slip of a finger
+    constexpr std::size_t kMostTyped = 60;  // longer is not a typing error
     if (typed.empty() || typed.size() > kMostTyped) {
         return "";
     }

@@ -129,7 +129,7 @@ Leveling leveling_back(const Json& json) {
 
 /**
  * A path in JSON's text is UTF-8. One that is not gets a second field, NAME_bytes, that gives it
- * back: "%" and two hexadecimal digits for each byte that is no printable ASCII, and for "%".
+ * back: "%" and two hexadecimal digits for each byte outside of printable ASCII, and for "%".
  */
 void put_path(Json& json, const std::string& name, const std::string& path) {
     json[name] = path.empty() ? Json(nullptr) : Json(path);
@@ -248,7 +248,7 @@ Json to_json(const FileFacts& facts, Curves curves) {
     if (facts.bytes) {
         json["bytes"] = facts.bytes;
     }
-    // Without a rate the file was never read: there is nothing to tell of its sound.
+    // Without a rate the file was never read, and its sound is unknown.
     if (facts.sample_rate_hz) {
         json["format"] = facts.format;
         json["sample_rate_hz"] = facts.sample_rate_hz;

@@ -43,7 +43,7 @@ struct Loudness {
 };
 
 /**
- * Gives the loudness of a file when it is asked for, null where nobody measures it. The call may
+ * Returns the loudness of a file on demand, null where it is not measured. The call may
  * wait for a measurement that is under way, and throws what went wrong with it.
  */
 using LoudnessSource = std::function<const Loudness*()>;

@@ -11,7 +11,7 @@ namespace {
 constexpr const char* kSides[] = {"left", "right"};
 constexpr double kLeastRuns = 8;  // that an unclipped voice never has at its extreme
 constexpr double kSideOfSilence_db = -90;
-constexpr double kMostBetweenSides_db = 12;  // farther apart there is no phase between them
+constexpr double kMostBetweenSides_db = 12;  // farther apart their phase means nothing
 constexpr double kMostApart_db = 100;
 constexpr double kOpposed = -0.5;
 constexpr double kMostLoss_db = 60;
@@ -35,7 +35,7 @@ SideSums sums_of(const SpeechView& view) {
     for (std::size_t i = 0; i < view.profile.tenths.size(); ++i) {
         const Tenth& tenth = view.profile.tenths[i];
         if (view.has_words(i)) {
-            // Without what is constant, which is no sound.
+            // Without the DC offset, which is not sound.
             const auto left = static_cast<double>(tenth.mean[0]);
             const auto right = static_cast<double>(tenth.mean[1]);
             sums.power[0] += static_cast<double>(tenth.power[0]) - left * left;

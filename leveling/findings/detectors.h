@@ -79,7 +79,7 @@ Measured measure_reverberation(const SpeechView& view);
 /**
  * How far a second voice is below the first, dB: where the levels of passages fall into two groups
  * with nothing between them (N. Otsu, "A threshold selection method from gray-level histograms",
- * IEEE Transactions on Systems, Man, and Cybernetics 9 (1979), is how they are told apart).
+ * IEEE Transactions on Systems, Man, and Cybernetics 9 (1979), separates them).
  */
 Measured measure_spill(const SpeechView& view);
 

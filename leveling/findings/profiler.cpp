@@ -18,7 +18,7 @@ constexpr double kQuality = 0.70710678118654752;
 constexpr std::size_t kPiecesPerSlot = 5;  // 2 ms
 constexpr double kFloor_db = -120;
 constexpr double kPerDb = 2;
-constexpr float kMostPower = 1e12F;  // what is above is no sound
+constexpr float kMostPower = 1e12F;  // a higher power is not sound
 
 constexpr float kTonesFrom_hz = 350;
 constexpr float kTonesTo_hz = 3500;

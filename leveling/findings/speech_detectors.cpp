@@ -75,7 +75,7 @@ std::vector<double> decay_times(const std::vector<double>& levels, double above,
         }
         const double depth = levels[i] - levels[lowest_at];
         if (depth >= fall && lowest_at - i >= kLeastSlots) {
-            // The floor that it ends in is no part of it.
+            // The floor that it ends in does not belong to it.
             std::size_t to = i;
             while (levels[to] > levels[lowest_at] + depth / 4) {
                 ++to;

@@ -13,8 +13,8 @@
 
 /*
  * Everything is collected first and sorted by how direct its path is; only then is each file taken
- * once. A directory lists its entries in no order that means anything, so whoever takes files as
- * they come lets a link win over its file on one machine and not on the next.
+ * once. The order of directory entries differs between machines: taking files in that order would
+ * choose a link over its file on one machine and not on the next.
  */
 
 namespace quorvane {

@@ -28,7 +28,7 @@ struct PlannedFile {
     bool settling = false;  // it changed a moment ago: it is not looked into before the others end
 };
 
-/** The output of a file, as its place and the names ask for it. */
+/** The path of a file's output, from the file's place and the naming options. */
 std::filesystem::path output_of(const OutputNames& names, const FoundFile& file);
 
 /**
@@ -57,8 +57,8 @@ void probe_places(std::vector<PlannedFile>& plan);
 void check_outputs(const std::vector<PlannedFile>& files);
 
 /**
- * Refuses a report or JSON file that would take the place of a file that this program did not
- * write, a log that is no text, or a report that is no folder though there are several inputs
+ * Rejects a report or JSON file that would replace a file that this program did not
+ * write, a log that is not text, or a report that is not a folder though there are several inputs
  * (`inputs` of them, found or merged). Throws UsageError.
  */
 void check_facts_paths(const Request& request, std::size_t inputs);
