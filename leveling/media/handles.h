@@ -54,8 +54,8 @@ void set_entry(AVDictionary** entries, const char* name, const char* value);
 
 /**
  * Makes a call into FFmpeg's libraries and returns its code. They pass over a tag, and other things
- * that they can do without, for which there is no memory, and tell of success; only errno still
- * knows. Throws std::bad_alloc then.
+ * that they can do without, when memory runs out, and report success; only errno shows it.
+ * Throws std::bad_alloc then.
  */
 template <class Call>
 int with_memory(const Call& call) {

@@ -24,7 +24,7 @@ constexpr int kIoBytes = 1 << 16;
 constexpr unsigned kMostStreams = 100;
 constexpr std::int64_t kMostBoxes = 1 << 20;
 
-// Demuxers ask for what a length field claims before they look whether it is there (a WavPack tag
+// Demuxers allocate what a length field claims before they check that it is there (a WavPack tag
 // of 4 KB wanted 1.2 GB). No one piece of an honest file's data comes near to this.
 constexpr std::size_t kMostPieceBytes = 32 << 20;
 constexpr std::size_t kPieceBytesPerByte = 50;
@@ -210,7 +210,7 @@ bool MediaInput::read(AVPacket& packet) {
         if (code >= 0 || code == AVERROR_EOF) {
             break;
         }
-        // What the system reports is no damage.
+        // An error of the system is not damage to the file.
         const int error = io_.context()->error;
         check(error == AVERROR_EOF ? 0 : error, "it cannot be read");
         ++read_errors_;

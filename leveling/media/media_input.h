@@ -42,11 +42,11 @@ class FileIo {
  * A media file that is open for reading, by what it holds and not by its name. Nothing but this
  * one file is ever opened: the libraries read from the descriptor, only containers that hold their
  * own data are accepted (no playlists, scripts or image sequences), and every further open that a
- * container asks for is refused.
+ * container requests is refused.
  */
 class MediaInput {
   public:
-    /** Throws std::system_error when it cannot be opened, FileError when it is no such file. */
+    /** Throws std::system_error when it cannot be opened, FileError when it is not such a file. */
     explicit MediaInput(const std::string& path);
 
     AVFormatContext& context() const { return *context_; }

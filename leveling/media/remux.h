@@ -23,7 +23,7 @@ struct NewSound {
 void try_media(const MediaFile& file, const std::vector<NewSound>& sounds);
 
 /**
- * Writes the file anew with the sounds in place of its own. Packets of all other streams are
+ * Rewrites the file with the given sounds in place of its own. Packets of all other streams are
  * copied as they are; so are chapters, tags, languages and dispositions. Returns notes for the
  * user: what could not be taken along. Throws FileError.
  */

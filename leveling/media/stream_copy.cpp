@@ -13,7 +13,7 @@ extern "C" {
 namespace quorvane::media {
 namespace {
 
-/** Tags that tell of the old file's sound or bytes. */
+/** Tags that describe the old file's sound or bytes. */
 bool is_stale(const std::string& name) {
     static const std::set<std::string> names = {"major_brand", "minor_version", "compatible_brands",
                                                 "iTunSMPB",    "iTunNORM",      "DURATION"};
@@ -21,7 +21,7 @@ bool is_stale(const std::string& name) {
            av_strncasecmp(name.c_str(), "r128_", 5) == 0;
 }
 
-/** Tags of a leveled stream that told of its old packets. */
+/** Tags of a leveled stream that described its old packets. */
 bool is_statistic(const std::string& name) {
     const auto starts = [&](const char* text) { return name.rfind(text, 0) == 0; };
     return starts("BPS") || starts("NUMBER_OF_") || starts("_STATISTICS_") || starts("SOURCE_ID") ||

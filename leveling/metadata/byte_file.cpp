@@ -21,7 +21,7 @@ ByteFile::ByteFile(const std::string& path, const char* mode, std::uint64_t begi
 }
 
 std::uint64_t ByteFile::size() {
-    // The place moves, which nobody minds: each read names its own.
+    // This moves the position, which is harmless: each read sets its own.
     if (fseeko(file_.get(), 0, SEEK_END) != 0) {
         fail();
     }

@@ -34,7 +34,7 @@ constexpr std::size_t kGuidBytes = 16;
 /** A size of 32 bits that stands elsewhere, or is not known. */
 constexpr std::uint64_t kUnknown32 = 0xFFFFFFFF;
 
-/** Tells by the first bytes of the file; None for what is no chunk container. */
+/** The layout by the file's first bytes; None when it is not a chunk container. */
 Layout layout_of(ByteFile& file);
 
 }  // namespace quorvane

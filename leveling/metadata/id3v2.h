@@ -17,7 +17,7 @@ constexpr std::size_t kId3HeaderBytes = 10;
 
 /**
  * The length of the whole tag, header and footer counted, that begins with these bytes; 0 when they
- * are no tag's header. Needs kId3HeaderBytes of them.
+ * are not a tag's header. Needs kId3HeaderBytes of them.
  */
 std::uint64_t id3v2_length(const Bytes& start);
 

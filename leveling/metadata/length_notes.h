@@ -6,8 +6,8 @@
 #include "leveling/metadata/mpeg_frames.h"
 
 /*
- * What a listener is told of a file whose header and audio differ in length. The words go behind
- * the file's name; there are none where the two agree.
+ * The note to the user about a file whose header and audio differ in length. It follows the file's
+ * name; it is empty where the two agree.
  */
 
 namespace quorvane {

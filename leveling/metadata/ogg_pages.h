@@ -25,7 +25,7 @@ struct OggState {
 OggState check_ogg_pages(const std::string& path);
 
 /**
- * Gives every page of an Ogg file with one stream the serial number, and its check sum anew: an
+ * Gives every page of an Ogg file with one stream the serial number, and a new checksum: an
  * encoder draws the number at random, and equal inputs would not give equal outputs. Throws
  * std::system_error, or std::runtime_error when the pages cannot be followed.
  */

@@ -7,7 +7,7 @@
 #include "leveling/audio/portable_math.h"
 
 /*
- * From peaks to gains: each frame asks for the gain that brings its peak to the ceiling. The least
+ * From peaks to gains: each frame needs the gain that brings its peak to the ceiling. The least
  * one of a window ahead is held, so that the gain is down before the peak comes; a release in two
  * stages lets it up again. Two moving means in a row round the corners: a step becomes a smooth S,
  * which adds no clicks, and since the window is as long as both means together, no peak is missed.
@@ -135,7 +135,7 @@ double TruePeakLimiter::lowered_at(std::uint64_t frame) const {
 }
 
 double TruePeakLimiter::next_gain(double peak, double ceiling) {
-    // A peak between two frames asks for the gain in both.
+    // A peak between two frames needs the gain in both.
     const double needed = peak > ceiling ? ceiling / peak : 1;
     const double wanted = std::min(needed, needed_before_);
     needed_before_ = needed;

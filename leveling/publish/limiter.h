@@ -138,7 +138,7 @@ class TruePeakLimiter {
     double ceiling_;
     std::vector<double> lowered_;
     std::size_t block_frames_;
-    std::uint64_t found_ = 0;  // frames that the finder has told of, and those of its latency
+    std::uint64_t found_ = 0;  // frames that the finder has reported, and those of its latency
     // The shares of the way that a frame goes.
     double sustain_;
     double quick_release_;

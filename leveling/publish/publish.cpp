@@ -77,7 +77,7 @@ struct Distance {
     }
 };
 
-/** The level that a destination asks for, and nothing else: a trial has to be cheap. */
+/** Measures the level that the target names and nothing else: a trial has to be cheap. */
 class LevelMeter {
   public:
     LevelMeter(LevelKind kind, const SndfileHandle& file)

@@ -82,7 +82,7 @@ void TruePeakFinder::find_run(const double* samples, std::size_t frames, double*
         for (std::size_t i = 0; i < kKept + frames; ++i) {
             greatest = std::max(greatest, std::fabs(history[i]));
         }
-        // Else the zeros stand: whoever asks only wants to know what passes the ceiling.
+        // Else the zeros remain: callers only need the peaks above the ceiling.
         if (greatest * most_rise_ > unnoticed_) {
             find_channel(channel, frames, peaks);
         }

@@ -15,7 +15,7 @@ namespace quorvane {
  * the rate up to 0.34 dB too low. (The parabola: J. O. Smith, "Spectral Audio Signal Processing",
  * quadratic interpolation of peaks.)
  *
- * It works on a stream: what it tells of a frame needs the 17 frames after it, so it tells it so
+ * It works on a stream: the peak at a frame needs the 17 frames after it, so it is reported that
  * many frames later.
  */
 class TruePeakFinder {

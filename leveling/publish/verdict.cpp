@@ -20,7 +20,7 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-/** What the file sounds like now; null when nobody measured it. */
+/** The loudness that the file has now; null when it was not measured. */
 const Loudness* measured(const FileFacts& facts) {
     if (facts.after) {
         return &*facts.after;
@@ -65,7 +65,7 @@ std::string but(const FileFacts& facts) {
     return text.empty() ? "" : ", but: " + text;
 }
 
-/** Where the file may go as it is, when nobody asked for a place. */
+/** The delivery targets that the file meets as it is, for a run without --for. */
 std::string offers(const FileFacts& facts, Face face) {
     std::vector<std::string> words;
     for (const Destination& destination : destinations()) {
@@ -89,7 +89,7 @@ std::string offers(const FileFacts& facts, Face face) {
     return text;
 }
 
-/** Thousandths, as all levels in the JSON; null where there is no distance, for silence. */
+/** Thousandths, as all levels in the JSON; null for silence, which has no distance. */
 Json rule_document(const UnmetRule& rule) {
     return {{"what", rule.what},
             {"distance", std::isfinite(rule.by) ? Json(std::round(rule.by * 1000) / 1000) : Json()},

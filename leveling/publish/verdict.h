@@ -30,7 +30,7 @@ std::string remedy(const DestinationCheck& check, const FileFacts& facts, Face f
  */
 std::string readiness(const FileFacts& facts, const std::vector<std::string>& asked, Face face);
 
-/** What became of the file in one or two plain sentences, for somebody who sees this first. */
+/** The file's result in one or two plain sentences, for a user who reads nothing else. */
 std::string verdict(const FileFacts& facts, const std::vector<std::string>& asked, Face face);
 
 /** The same for all files of a run. */
