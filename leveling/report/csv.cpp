@@ -27,7 +27,7 @@ std::string number(double value) {
     return std::isfinite(value) ? fmt::format("{}", rounded == 0 ? 0.0 : rounded) : "";
 }
 
-/** A measured level; empty where nobody measured it. */
+/** A measured level; empty where it was not measured. */
 Column level(const char* name, std::optional<Loudness> FileFacts::*when, double Loudness::*field) {
     return {name, [=](const FileFacts& facts, const Asked&) {
                 return facts.*when ? number((*(facts.*when)).*field) : std::string();

@@ -204,7 +204,7 @@ std::string base64(const std::string& bytes) {
     return text;
 }
 
-/** The audio elements bring their own controls where there is no script. */
+/** Without scripts, the audio elements show their own controls. */
 constexpr const char* kScript = R"js(<script>
 (()=>{const s=document.querySelector('.listen'),q=x=>s.querySelector(x),a=[...s.querySelectorAll('audio')],
 p=q('.play'),k=q('.seek'),o=q('output');let now=1;

@@ -124,7 +124,7 @@ std::string numbers(const FileFacts& facts) {
     return text + "</div>\n";
 }
 
-/** Met or not, what is missing, and beside it the way to mend that. */
+/** Met or not, what is missing, and beside it how to fix that. */
 std::string standing(const FileFacts& facts, const Destination& destination) {
     const DestinationCheck check = check_file(destination, facts);
     std::string text = "<span class=\"met\">✓ ready</span>";

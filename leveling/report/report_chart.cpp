@@ -57,7 +57,7 @@ class Plot {
         bool drawing = false;
         for (std::size_t i = 0; i < curve.values.size(); ++i) {
             const double value = curve.values[i];
-            // Silence has no level: the curve breaks off, and begins anew behind it.
+            // Silence has no level: the curve breaks off and starts again after it.
             if (!std::isfinite(value)) {
                 drawing = false;
                 continue;

@@ -11,7 +11,7 @@
 namespace quorvane {
 namespace {
 
-/** Runs one of the two writers; when it fails, it is told of and dropped. */
+/** Runs one of the two writers; when it fails, the error is reported and the writer dropped. */
 template <class Writer, class Work>
 void attempt(std::unique_ptr<Writer>& writer,
              const char* what,
@@ -61,7 +61,7 @@ ResultFiles::ResultFiles(const Request& request,
 ResultFiles::~ResultFiles() = default;
 
 void ResultFiles::add(std::size_t index, FileFacts facts) {
-    // Curves and passages are kept for whoever writes them; nobody else needs them.
+    // Curves and passages are kept only for the writers of JSON and the report.
     if (!json_ && !report_) {
         strip_details(facts);
     }

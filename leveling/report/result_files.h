@@ -23,7 +23,7 @@ class ResultFiles {
   public:
     /**
      * count: how many files there will be. listening_part: see ReportOptions; for
-     * requests that ask for it. The request must outlive this.
+     * requests with excerpts. The request must outlive this.
      */
     ResultFiles(const Request& request,
                 std::size_t count,

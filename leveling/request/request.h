@@ -10,7 +10,7 @@
 /*
  * What a run is asked to do, as plain data: a command line, a window or another program fills a
  * Request in, and nothing below reads words. Its defaults are those of the command line. The parts
- * are structs of their own so that a function can ask for no more than it needs.
+ * are structs of their own so that a function can take only what it needs.
  */
 
 namespace quorvane {
@@ -56,7 +56,7 @@ struct InputPlaces {
     Shard shard;
 };
 
-/** What is written about a run besides its outputs. An empty path asks for nothing. */
+/** What is written about a run besides its outputs. An empty path: not written. */
 struct ResultPlaces {
     std::string report;  // HTML page or folder
     bool listen = true;  // excerpts in the report

@@ -16,7 +16,7 @@
 
 /*
  * A run's temporary files lie in a folder of its own, which it locks. A process that is killed
- * loses its lock with its life: whoever finds a folder of ours that is not locked may remove it,
+ * loses its lock: any process that finds a folder of ours without a lock may remove it,
  * and the next run does. No process id is trusted for that, since they are used again.
  */
 
@@ -39,7 +39,7 @@ bool is_mine(const fs::path& path) {
 
 /**
  * Removes a directory in which nothing has been made or removed for an hour, if there is nothing in
- * it. Without a lock it may be somebody's own that only bears such a name.
+ * it. Without a lock it may be a user's folder that only has such a name.
  */
 void remove_if_old_and_empty(const fs::path& path) {
     constexpr std::time_t kOld_s = 3600;
@@ -87,7 +87,7 @@ bool remove_once(const std::string& path) {
 
 }  // namespace
 
-// With the C library alone: destructors call this, and its functions tell of a lack of memory
+// With the C library alone: destructors call this, and its functions report a lack of memory
 // where those of the standard library end the program.
 void remove_tree(const std::string& path) {
     constexpr int kTries = 2;  // what failed may have been of the moment

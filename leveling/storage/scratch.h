@@ -38,7 +38,7 @@ void remove_stale_scratch_directories();
 
 void remove_tree(const std::string& path);
 
-/** True when this process could lock the open file: nobody else holds it. */
+/** True when this process could lock the open file: no other process holds the lock. */
 bool try_lock(int descriptor);
 
 }  // namespace quorvane

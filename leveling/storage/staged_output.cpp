@@ -26,8 +26,8 @@
 /*
  * An output is written under a hidden name in the folder where it will stand, since only within one
  * file system a name is given in one stroke. It is locked from its first byte to its last: a part
- * that nobody holds a lock on was left by a run that was killed, and goes with the next run for the
- * same output. Its content is synced before it gets its name, so that after a power cut the name
+ * without a lock was left by a run that was killed, and the next run for the same output
+ * deletes it. Its content is synced before it gets its name, so that after a power cut the name
  * leads to the old file or to the whole new one.
  *
  * Where an existing output has to stay, link() gives the name, which fails when it is taken;
@@ -152,7 +152,7 @@ StagedOutput::StagedOutput(const std::string& destination) : OutputPart(destinat
     do {
         path_ = part_path(destination);
         file_ = open(path_.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-        // A name that somebody has taken meanwhile: the next one is another.
+        // The name is taken: try the next one.
     } while (file_ < 0 && errno == EEXIST);
     if (file_ < 0) {
         fail(folder.string());

@@ -34,7 +34,7 @@ class OutputPart {
     /** Has the disk begin with what was written so far. */
     void start_sync() const;
 
-    /** Syncs it to the disk, whoever wrote it. Throws std::system_error. */
+    /** Syncs it to the disk, whichever process wrote it. Throws std::system_error. */
     void sync();
 
   protected:

@@ -16,7 +16,7 @@ namespace quorvane {
 
 /**
  * Decides when a recording that arrives is complete. A file is taken when its writer has closed it,
- * or, where nobody reported that, when it has not changed for the settling time; never while a
+ * or, where no such event arrives, when it has not changed for the settling time; never while a
  * process of this machine has it open for writing. A file is taken once for each state (size and
  * time) that it was in.
  *

@@ -83,7 +83,7 @@ void ServiceManager::send(const std::string& lines) const {
     to.sun_family = AF_UNIX;
     std::memcpy(to.sun_path, address_.data(), address_.size());
     if (address_.front() == '@') {
-        to.sun_path[0] = '\0';  // a name that is no file
+        to.sun_path[0] = '\0';  // a name in the abstract namespace, not a file
     }
     // A manager that cannot be reached must not stop the work.
     (void)!sendto(socket_, lines.data(), lines.size(), MSG_NOSIGNAL,

@@ -13,7 +13,7 @@ enum class Writer {
 /**
  * Whether a process is still writing the file. The kernel is asked for a read lease, which it
  * grants only for a file that is not open for writing; the lease is returned at once. A process
- * that calls this must ignore SIGIO, by which the kernel asks for the lease back.
+ * that calls this must ignore SIGIO, by which the kernel reclaims the lease.
  */
 Writer writer_of(const std::string& path);
 

@@ -51,7 +51,7 @@ void require_channels(const FileFacts& facts) {
 }
 
 std::unique_ptr<AudioBackend> make_backend(const Job& job) {
-    // What libsndfile reads stays with it, and costs nobody the loading of FFmpeg's libraries.
+    // What libsndfile reads stays with it, without the cost of loading FFmpeg's libraries.
     // A read error of the disk looks to it like an unknown format, and the other way gives other
     // bytes: only a second refusal counts.
     refuse_empty(job.input);

@@ -28,7 +28,7 @@ class AudioBackend {
 
     /**
      * Opens the input and fills in format, sample rate (Hz), channels, frames and notes. Where the
-     * job asks for an output, refuses what could not be written back.
+     * job has an output, refuses what could not be written back.
      */
     virtual void probe(FileFacts& facts) = 0;
 
@@ -83,7 +83,7 @@ class AudioBackend {
 
     /**
      * Compares the complete result with the input: throws FileError, or adds notes. `known` is what
-     * a reading of its audio has given, null where nobody has read it yet.
+     * a reading of its audio has given, null where it was not read yet.
      */
     virtual void check(const std::string& complete, const Scan* known, FileFacts& facts) = 0;
 };

@@ -192,7 +192,7 @@ void ChildProcess::read_events(const std::function<void(const nlohmann::ordered_
         try {
             take(nlohmann::ordered_json::parse(event_text_.substr(begin, end - begin)));
         } catch (const nlohmann::json::exception&) {  // NOLINT(bugprone-empty-catch)
-            // Half a line of a worker that died: there is no answer then.
+            // Half a line of a worker that died: then it gave no answer.
         }
         begin = end + 1;
     }

@@ -13,9 +13,9 @@ namespace quorvane {
 
 /**
  * A started worker as its parent sees it: two pipes, and an end. What it sends is not trusted: a
- * line and the messages kept are bounded, and it has ended when its process has, whoever still
- * holds its pipes. Start it from a thread that lives as long as this: a worker ends with the thread
- * that started it.
+ * line and the messages kept are bounded, and it has ended when its process has, even if another
+ * process still holds its pipes. Start it from a thread that lives as long as this: a worker ends
+ * with the thread that started it.
  */
 class ChildProcess {
   public:
@@ -44,7 +44,7 @@ class ChildProcess {
     /** Waits for the process and returns its status as waitpid does. */
     int wait();
 
-    /** Why there is no good answer: how it ended, and the last it had to say. */
+    /** Why it gave no valid answer: how it ended, and its last message. */
     std::string cause_of_end();
 
     /** What it wrote to its output and error streams, the last part of it. */

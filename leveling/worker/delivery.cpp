@@ -13,11 +13,11 @@
  * The order of the last steps keeps two promises. An output appears whole and with its protection:
  * until the worker has ended, the part can be read by its owner alone, then it gets the input's
  * mode, group, access list and attributes, is synced, and only then gets its name. And no output
- * stands without a record: the record is written first, and vouches for nothing until a file with
- * the recorded state bears the name.
+ * lacks a record: the record is written first, and proves nothing until a file with
+ * the recorded state has the name.
  *
- * The worker is no longer there when the parent looks at what it left, so what was looked at cannot
- * change behind the look.
+ * The worker has ended when the parent checks what it left, so the file cannot change after the
+ * check.
  */
 
 namespace quorvane {

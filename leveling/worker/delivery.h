@@ -41,7 +41,7 @@ class Delivery {
     /** Of an output that another process made. */
     const FileFacts& facts() const { return facts_; }
 
-    /** The path of the part; empty where there is no output. */
+    /** The path of the part; empty for a job without output. */
     std::string part() const { return staged_ ? staged_->path() : ""; }
 
     /**

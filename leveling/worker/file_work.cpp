@@ -150,7 +150,7 @@ int open_place(Work& work, std::uint64_t room) {
     }
 }
 
-/** Calls write, which may throw for the hidden file: nobody knows that one. */
+/** Calls write, whose error may name the hidden file, which means nothing to users. */
 template <class Write>
 void tell_of_output(Work& work, const Write& write) {
     try {
@@ -183,7 +183,7 @@ PreparedResult level_plainly(const PreparedRun& run,
             result.leveling, std::nullopt,    result.note};
 }
 
-/** Takes one of the file's sounds through the leveling; the facts tell of the first. */
+/** Levels one of the file's sounds; the facts describe the first. */
 void level_sound(Work& work, std::size_t index) {
     const std::string& input = work.engine_inputs[index];
     const std::string name = index == 0 ? "/leveled" : fmt::format("/leveled{}", index + 1);
@@ -269,8 +269,8 @@ const Loudness* loudness_after(Work& work) {
 }
 
 /**
- * Brings the leveled audio to its destination. The file's first sound is encoded and measured as
- * often as that takes; others, which the facts do not tell of, before they are encoded.
+ * Matches the leveled audio to its delivery target. The file's first sound is encoded and measured
+ * as often as that takes; others, which the facts do not describe, before they are encoded.
  */
 void publish_audio(Work& work) {
     const Destination destination = *find_destination(work.job.options.destination);

@@ -59,7 +59,7 @@ void look_on(const std::vector<Job>& jobs, std::vector<FileFacts>& found) {
     const std::size_t done = found.size();
     ChildProcess process({jobs.begin() + static_cast<std::ptrdiff_t>(done), jobs.end()});
     follow(process, [&](const Event& event) {
-        // One answer for each job, in their order: anything else is no answer.
+        // One answer for each job, in their order; anything else is ignored.
         if (found.size() < jobs.size() && event.at("look") == found.size() - done) {
             found.push_back(facts_from_json(event.at("facts")));
         }

@@ -22,7 +22,7 @@ FileFacts look_into(const Job& job);
  */
 std::vector<FileFacts> look_into_all(const std::vector<Job>& jobs);
 
-/** For a worker: the part of a page with excerpts that the job asks for. */
+/** For a worker: the part of a page with excerpts that the job requests. */
 std::string excerpts_of(const Job& job);
 
 /** listening_part() of the facts, made in a confined process; "" where there is nothing to hear. */

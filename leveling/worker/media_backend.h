@@ -11,7 +11,7 @@ namespace quorvane {
 
 /**
  * Containers with sound among other streams: MP4, QuickTime, Matroska, ASF, AVI and so on. The
- * chosen sounds are decoded once to float samples; the file is written anew with the leveled ones
+ * chosen sounds are decoded once to float samples; the file is rewritten with the leveled ones
  * in their place and all other packets copied.
  */
 class MediaBackend : public AudioBackend {

@@ -37,7 +37,7 @@ std::string own_program() {
 std::string own_folder() {
     std::error_code error;
     const fs::path program = own_program();
-    // The link of a program that was removed still names the folder, and a file that is no more.
+    // The link of a program that was removed still names the folder, and the deleted file.
     fs::path file = fs::read_symlink(program, error);
     if (error && program.is_absolute()) {
         file = fs::canonical(program, error);

@@ -94,7 +94,7 @@ void ask_to_stop(int) {
 
 /**
  * Removes a folder in which other threads still work: what they make while it is being removed
- * keeps it, or even makes it anew, so it is removed until it is gone.
+ * keeps it, or even creates it again, so removal repeats until it is gone.
  */
 void remove_for_good(const std::string& folder) {
     constexpr int kMostTries = 200;
