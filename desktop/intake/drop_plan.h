@@ -12,7 +12,7 @@ namespace desktop {
 
 /** How an input's output stands before anything is done. */
 enum class Existing {
-    Nothing,   // there is no output yet
+    Nothing,   // no output exists yet
     UpToDate,  // whole, and made from this input as a drop makes it now: see leveling/archive
     Other      // something else, or made from another state of the input or with other options
 };
@@ -30,7 +30,7 @@ struct DropFile {
 /** What a drop comes to. */
 struct DropPlan {
     std::vector<DropFile> files;
-    std::vector<std::string> not_audio;       // named files whose content is no audio
+    std::vector<std::string> not_audio;       // named files whose content is not audio
     std::vector<std::string> locked_folders;  // in which outputs cannot be written
 };
 

@@ -48,8 +48,8 @@ void Intake::plan_next(const std::string& output_folder) {
     });
 }
 
-// Locked folders come first: the answer plans the drop anew, with other outputs, of which then none
-// or others may exist.
+// Locked folders come first: the answer makes a new plan of the drop with other outputs, of which
+// none or others may exist.
 void Intake::on_planned(const DropPlan& plan) {
     if (!plan.locked_folders.empty()) {
         const QString locked = QString::fromStdString(plan.locked_folders.front());

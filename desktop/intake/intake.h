@@ -50,7 +50,7 @@ class Intake : public QObject {
     explicit Intake(Questions& questions, QObject* parent = nullptr);
     ~Intake() override;
 
-    /** A drop: absolute paths, files and folders mixed. None at all is no drop. */
+    /** A drop: absolute paths, files and folders mixed. An empty list is ignored. */
     void take(const std::vector<std::string>& paths);
 
     /** A drop is being searched, asked about, or waits. */

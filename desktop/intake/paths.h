@@ -26,7 +26,7 @@ QUrl to_url(const std::string& path);
 /** What a drag carries. */
 struct DraggedFiles {
     std::vector<std::string> paths;  // absolute, in their order
-    QStringList elsewhere;           // URLs that are no files of this computer
+    QStringList elsewhere;           // URLs of files on other computers
 };
 
 /** Reads the text/uri-list of a drag or of the clipboard. */

@@ -20,7 +20,7 @@ class Overall {
 
     void add(double weight);
 
-    /** A file that is at its end without any work: it weighs nothing, but it is told. */
+    /** A file that is finished without any work: weight 0, but it counts as a file. */
     void add_finished(quorvane::Outcome outcome);
 
     /** The file's share went from one fraction to another. */

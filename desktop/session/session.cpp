@@ -75,7 +75,7 @@ void Session::accept(const Accepted& accepted) {
     const DropFile& file = accepted.file;
     const int position = files_.position_of_input(file.input);
     if (position >= 0 && files_.at(position).state != State::Finished) {
-        return;  // it is being leveled already: a drop of the same file is no second order
+        return;  // it is being leveled already: a second drop of the same file is ignored
     }
     const FileList::Id id = place(file);
     if (!file.failure.empty()) {
@@ -178,7 +178,7 @@ void Session::remove(const std::vector<FileList::Id>& ids) {
     Q_EMIT changed();
 }
 
-// The same way in as a drop: the plan is made anew, since the disk may look different now.
+// Like a drop: with a new plan, since the files on disk may have changed.
 void Session::retry(const std::vector<FileList::Id>& ids) {
     std::vector<std::string> inputs;
     for (const FileList::Id id : ids) {
@@ -210,7 +210,7 @@ std::optional<double> Session::seconds_left() const {
 
 std::vector<std::string> Session::results() const {
     std::vector<std::string> paths;
-    // Of the present run: a notification tells of these, and leads to them.
+    // Of the present run: a notification names these and leads to them.
     for (const FileList::Id id : present_) {
         const Row* row = files_.row(id);
         if (row && row->has_result()) {

@@ -65,7 +65,7 @@ class Session : public QObject {
     /** Anything above changed but the list's rows, which tell themselves. */
     void changed();
 
-    /** Files of a drop whose content is no audio. */
+    /** Files of a drop whose content is not audio. */
     void not_audio(const std::vector<std::string>& paths);
 
     /** Work is over that was not all cancelled. */

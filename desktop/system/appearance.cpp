@@ -56,7 +56,7 @@ Appearance::Appearance(QObject* parent) : QObject(parent) {
     if (desktop_has_its_own_palette()) {
         return;
     }
-    // Until the answer comes, and for good where nobody answers.
+    // Until the answer comes, and for good without an answer.
     QApplication::setPalette(palette(Scheme::Light));
     QDBusConnection::sessionBus().connect(service(), path(), interface(),
                                           QStringLiteral("SettingChanged"), this,

@@ -46,7 +46,7 @@ void Notification::show(const QString& title, const QString& body, const QString
 }
 
 void Notification::on_action(uint id, const QString& /*action*/) {
-    // The signal tells of every program's notifications.
+    // The signal comes for every program's notifications.
     if (id == shown_ && shown_ != 0) {
         Q_EMIT clicked();
     }

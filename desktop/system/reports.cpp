@@ -11,7 +11,7 @@
 namespace desktop {
 
 std::string write_cached_report(const std::vector<quorvane::FileFacts>& files) {
-    // A browser may have one open still; nobody looks for last month's in a cache.
+    // A browser may still have a recent one open; older ones are deleted.
     constexpr int kDaysKept = 30;
     const QDir reports(QStandardPaths::writableLocation(QStandardPaths::CacheLocation) +
                        QStringLiteral("/reports"));

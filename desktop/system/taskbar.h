@@ -6,7 +6,7 @@ namespace desktop {
 
 /**
  * Progress on the program's entry in a dock or taskbar, over the launcher interface that Unity
- * brought and that Plasma, Dash to Dock, Plank and others read. Where nobody listens nothing
+ * brought and that Plasma, Dash to Dock, Plank and others read. Without a listener nothing
  * happens.
  */
 class Taskbar : public QObject {

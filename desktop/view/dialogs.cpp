@@ -62,8 +62,8 @@ void Dialogs::ask_to_stop(const std::function<void()>& stop) {
     box->open();
 }
 
-// The work may go on for minutes before somebody answers, or end. The box is therefore modal to the
-// window alone and the answer a call of its own; the drop waits in line until it comes.
+// The work may go on for minutes, or end, before the user answers. The box is therefore modal to
+// the window alone and the answer a call of its own; the drop waits in line until it comes.
 void Dialogs::ask_existing(int count,
                            const QString& example,
                            std::function<void(ExistingChoice)> answer) {
@@ -119,7 +119,7 @@ void Dialogs::choose_output_folder(const std::function<void(std::string)>& answe
 QFileDialog* Dialogs::new_file_dialog(const QString& title) {
     auto* dialog = new QFileDialog(&window_, title);
     dialog->setAttribute(Qt::WA_DeleteOnClose);
-    // Fifty patterns behind the filter's name would tell nobody anything.
+    // Fifty patterns behind the filter's name would not help anyone.
     dialog->setOption(QFileDialog::HideNameFilterDetails);
     return dialog;
 }

@@ -27,7 +27,7 @@ QPalette dark_palette() {
     return colors;
 }
 
-/** By the palette: a style sheet on each label would be parsed anew with every file. */
+/** By the palette: a style sheet on each label would be parsed again with every file. */
 void set_color(QWidget& label, const QColor& color) {
     QPalette colors = label.palette();
     colors.setColor(QPalette::WindowText, color);

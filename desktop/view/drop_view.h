@@ -12,9 +12,9 @@
 namespace desktop {
 
 /**
- * The dark view with the dashed frame: asks for files while there are none, and follows the one
- * file while there is one. It is dark on every desktop, as a stage for the ring; its colors are its
- * own and do not follow the palette.
+ * The dark view with the dashed frame: invites to drop files while the list is empty, and follows
+ * the one file while there is one. It is dark on every desktop, as a stage for the ring; its colors
+ * are its own and do not follow the palette.
  */
 class DropView : public QWidget {
     Q_OBJECT

@@ -8,7 +8,7 @@
 namespace desktop {
 
 /**
- * The list of files. Its keys and its mouse ask for what the window does; its context menu is the
+ * The list of files. Keys and mouse trigger the window's actions; its context menu is the
  * actions that the window adds to it.
  */
 class FileView : public QListView {

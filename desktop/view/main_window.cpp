@@ -26,8 +26,8 @@ constexpr QSize kUsualSize(640, 520);
 constexpr QSize kLeastSize(420, 380);
 
 /**
- * Files dragged out of this window are no drop onto it: a result dropped by a hand that lets go too
- * early would be leveled again.
+ * Ignores files dragged out of this window: a result that is released too early would be leveled
+ * again.
  */
 bool comes_from_here(const QDropEvent& event) {
     return event.source() != nullptr;
@@ -52,7 +52,7 @@ QPushButton* new_button(const QString& text, QWidget* parent) {
 }  // namespace
 
 MainWindow::MainWindow() : dialogs_(*this), session_(dialogs_) {
-    // Before anything asks for this window's interface, which Qt then keeps.
+    // Before the first query of this window's interface, which Qt then keeps.
     QAccessible::installFactory(new_window_interface);
     setWindowTitle(QStringLiteral("Quorvane"));
     setAcceptDrops(true);
@@ -216,14 +216,14 @@ QLayout* MainWindow::new_bar(QWidget* page) {
     return bar;
 }
 
-// What was told of an earlier drop is over with the next one.
+// A new drop clears the messages about an earlier one.
 void MainWindow::take(const std::vector<std::string>& paths) {
     message_->hide();
     session_.take(paths);
 }
 
 // A compositor lets a window come to the front only with the token that it gave to the program
-// which the user has just started. Without one it may only ask for attention.
+// which the user has just started. Without one it may only request attention.
 void MainWindow::come_to_front(const QByteArray& activation_token) {
     if (!activation_token.isEmpty()) {
         qputenv("XDG_ACTIVATION_TOKEN", activation_token);  // where Qt looks for it
@@ -234,7 +234,7 @@ void MainWindow::come_to_front(const QByteArray& activation_token) {
     activateWindow();
 }
 
-// Called for every change that the session tells; what is the same already costs next to nothing.
+// Called for every change of the session; unchanged widgets cost next to nothing.
 void MainWindow::refresh() {
     const int files = session_.files().rowCount();
     // One file has the large ring to itself; a list of one would be a poor sight.
@@ -284,7 +284,7 @@ void MainWindow::refresh_bar() {
     progress_text_->setText(text);
 }
 
-// A menu that offers to play what failed, or to cancel what is done, tells untruths about the file.
+// Disable actions that do not apply to the selection, such as to play what failed.
 void MainWindow::refresh_actions() {
     const std::vector<FileList::Id> ids = chosen();
     const auto any = [&](auto&& has) {

@@ -23,8 +23,8 @@ namespace desktop {
  * The window: the drop view while there is one file or none, the list and a bar under it when there
  * are more. Takes drops everywhere and tells the desktop how far the work is.
  *
- * It keeps no state of the work: whatever the session tells, refresh() reads it anew, so that no
- * order of events can leave a widget behind the truth.
+ * It keeps no state of the work: on each signal of the session, refresh() reads the whole state, so
+ * that no order of events can leave a widget out of date.
  */
 class MainWindow : public QWidget {
     Q_OBJECT
@@ -62,13 +62,13 @@ class MainWindow : public QWidget {
     /** The style for the palette of now. */
     void take_colors();
 
-    /** Everything that the window shows, from the session anew; then its two parts. */
+    /** Updates the window, then its two parts, from the session. */
     void refresh();
     void refresh_bar();
     void refresh_actions();
     void set_under_drag(bool under_drag);
 
-    // What the user asks for. Where it concerns files, the chosen ones.
+    // The user's commands. Those for files act on the selected ones.
     void choose_files();
     void choose_folder();
     void paste();

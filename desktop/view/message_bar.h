@@ -6,8 +6,8 @@
 namespace desktop {
 
 /**
- * A line at the top of the window that tells something until it is closed or the next drop comes.
- * It is for what concerns no row: files that are no audio, a program that was not found.
+ * A line at the top of the window with a message that stays until it is closed or the next drop.
+ * It is for what belongs to no row: files that are not audio, a program that was not found.
  */
 class MessageBar : public QFrame {
     Q_OBJECT

@@ -19,7 +19,7 @@ constexpr double kTextShare = 0.2;  // of the ring's size
 constexpr int kUsualSide = 168;
 constexpr int kLeastSide = 96;
 
-/** The largest one: a ring in a place that is no square stays round. */
+/** The largest square in the bounds, so that the ring stays round. */
 QRectF centered_square(const QRectF& bounds) {
     const double side = qMin(bounds.width(), bounds.height());
     QRectF square(0, 0, side, side);
@@ -137,7 +137,7 @@ void Ring::paintEvent(QPaintEvent* /*event*/) {
     painter.drawText(square, Qt::AlignCenter, percent_text(value()));
 }
 
-// Whether it becomes a drag, the way from here tells.
+// The distance from here decides whether it becomes a drag.
 void Ring::mousePressEvent(QMouseEvent* event) {
     pressed_at_ = event->position().toPoint();
 }

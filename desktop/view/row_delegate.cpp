@@ -106,7 +106,7 @@ void paint_ring_of(QPainter& painter, const Row& row, const QRect& place, const 
                    track, done);
         return;
     }
-    // Cancelled is no failure: a cross in a pale ring, without the alarming color.
+    // Cancelled is not a failure: a cross in a pale ring, without the alarming color.
     const bool cancelled = row.facts.outcome == quorvane::Outcome::Interrupted;
     const QColor color = row.failed() ? failure_color(palette)
                          : row.facts.outcome == quorvane::Outcome::Leveled
@@ -202,7 +202,7 @@ void RowDelegate::paint(QPainter* painter,
 }
 
 QSize RowDelegate::sizeHint(const QStyleOptionViewItem& option, const QModelIndex& index) const {
-    // The option's rectangle is empty while a list asks for sizes.
+    // The option's rectangle is empty while a list queries sizes.
     const auto* view = qobject_cast<const QAbstractItemView*>(option.widget);
     const int width = view ? view->viewport()->width() : option.rect.width();
     return {width, lay_out(row_of(index), option.font, width).height};

@@ -10,7 +10,7 @@ WrappedLabel::WrappedLabel(QWidget* parent) : QLabel(parent) {
     setTextFormat(Qt::PlainText);
     setWordWrap(true);
     setAlignment(Qt::AlignCenter);
-    // The layout asks for the height only of widgets that say that it depends on the width.
+    // The layout queries heightForWidth only of widgets whose policy says that they have it.
     QSizePolicy policy(QSizePolicy::Preferred, QSizePolicy::Preferred);
     policy.setHeightForWidth(true);
     setSizePolicy(policy);
@@ -22,7 +22,7 @@ QSize WrappedLabel::sizeHint() const {
     return {kUsualWidth, heightForWidth(kUsualWidth)};
 }
 
-// QLabel asks for its longest word, which would make the window as wide as a long file name.
+// QLabel wants room for its longest word: the window would become as wide as a long file name.
 QSize WrappedLabel::minimumSizeHint() const {
     return {fontMetrics().averageCharWidth() * 8, fontMetrics().height()};
 }

@@ -10,13 +10,13 @@
 
 /*
  * The command line's batch on a thread of its own, for as long as there is something to do. Between
- * two runs there is no thread and no temporary folder.
+ * two runs neither a thread nor a temporary folder exists.
  */
 
 namespace desktop {
 namespace {
 
-// Workers that are told to end remove their files first. One that hangs (a network share that is
+// Workers that are asked to end remove their files first. One that hangs (a network share that is
 // gone, say) must not keep the window's process for ever.
 constexpr auto kLongestCleanUp = std::chrono::seconds(5);
 
@@ -25,7 +25,7 @@ constexpr auto kLongestCleanUp = std::chrono::seconds(5);
 /**
  * One batch, from the first file to the last, with its thread.
  *
- * The batch numbers its files anew for every run, the window counts on: ids_ and index_of_
+ * The batch counts its files from 0 in every run, the window counts on: ids_ and index_of_
  * translate between the two. Only the main thread touches them; the batch's thread posts its
  * numbers there as they are.
  */
@@ -51,7 +51,7 @@ class Work::Run : public quorvane::BatchObserver {
              Existing existing) {
         const std::size_t index = batch_.add(input, output, existing);
         ids_.resize(index + 1);
-        // In time: what the batch tells of this file waits in the main thread's queue, behind us.
+        // In time: the batch's signals for this file are queued to the main thread, behind us.
         ids_[index] = id;
         index_of_[id] = index;
         ++unfinished_;
