@@ -74,7 +74,7 @@ constexpr unsigned kDescriptionColumn = 40;  // where its explanations begin at 
 constexpr const char* kUnknownFailure =
     "Exception of unknown type occured while parsing command line";
 
-/** Writes what is wrong with the command line, which is then also the run's first cause. */
+/** Prints an error of the command line and stores it as the run's first cause. */
 void say(const std::string& problem) {
     reporting::say_failure(reporting::Kind::kOther, problem);
 }
@@ -119,7 +119,7 @@ po::options_description describe(CCLArgs& args) {
     return allowed;
 }
 
-/** Stores the command line, then the options file: what is stored first stands. False: told why. */
+/** Stores the command line, then the options file; the first value wins. False: error printed. */
 bool store(int argc,
            char** argv,
            const po::options_description& allowed,
@@ -144,7 +144,7 @@ bool store(int argc,
 
 /**
  * Throws what the library throws; returns GetArgs's result. Help and version are looked for after
- * the options file was read, whose mistakes are therefore told first.
+ * the options file was read, whose errors are therefore reported first.
  */
 int parse(CCLArgs& args, int argc, char** argv) {
     if (argc < 2) {
@@ -220,7 +220,7 @@ int CCLArgs::GetArgs(int argc, char** argv) {
     } catch (const ss_empty_command_line_error&) {
         say("error: no arguments; try --help");
     } catch (const std::bad_alloc&) {
-        // Nothing is wrong with the command line: the cause is another one than what is written.
+        // The command line is correct: the stored cause differs from the text that is printed.
         reporting::note_failure(reporting::Kind::kSystem, "there is not enough memory");
         say(kUnknownFailure);
     } catch (std::exception& failure) {

@@ -6,5 +6,5 @@
  */
 constexpr const char* kVersion = "4.0.0";
 
-/** The version that the engine's own command line shows; it stands for the engine's arithmetic. */
+/** The version that the engine's own command line shows; it identifies the engine's arithmetic. */
 constexpr const char* kEngineVersion = "3.0.0";

@@ -8,7 +8,7 @@
 @class QuorvaneController;
 
 // The main window: shows one view at a time, known by the name of its interface file ("InputView",
-// "ProgressView", "CreditsView"), and turns what the user hands over into batches of the queue.
+// "ProgressView", "CreditsView"), and turns what the user drops or opens into batches of the queue.
 @interface MainWindowController : NSWindowController {
     NSMutableDictionary *viewControllers;
     NSViewController *currentViewController;

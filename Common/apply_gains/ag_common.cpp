@@ -109,7 +109,7 @@ double peak_of_few(SoundSource& input,
     return peak;
 }
 
-/** The largest sample that the gains would give. The input stands anywhere afterwards. */
+/** The largest sample that the gains would give. Leaves the input's position undefined. */
 double ramped_peak(SoundSource& input, const BinGrid& blocks, const double* gains) {
     const MeasuredBins* const measured = MeasuredRecordings::of_this_thread().find(
         input.name(), BinKind::kAllSamples, blocks.bin_frames, input.info());
@@ -174,7 +174,7 @@ void ApplyGains(int blockMilliseconds,
                        fail_write);
     const BinGrid blocks{block_frames, static_cast<int>(gains.size()) - 1,
                          static_cast<int>(gains.size())};
-    // No gains, no audio: an output that holds a header alone is what has always come of it.
+    // Without gains the output is a header without audio, as in earlier versions.
     if (blocks.bins == 0 || block_frames == 0) {
         if (block_frames == 0) {
             note_defect(inputPath + ": a block of " + std::to_string(blockMilliseconds) +

@@ -154,7 +154,7 @@ long long SoundFile::Seek(long long offset, int whence) {
 
 /** The library's seek. Throws when it fails; the span's ends mean nothing to it. */
 long long SoundFile::SeekInFile(long long frame, int whence) {
-    // The library leaves errno alone where it refuses a frame by itself: it then stays 0.
+    // libsndfile does not set errno when it rejects a frame itself: it then stays 0.
     errno = 0;
     const long long position = sf_seek(handle_.get(), frame, whence);
     if (position == -1) {
@@ -259,7 +259,7 @@ long long SoundFile::WriteShortFrames(const short* samples, long long frames) {
 }
 
 bool SoundFile::ReadBroadcastInfo(SF_BROADCAST_INFO* info) {
-    // A chunk is shorter than this where it has no history; the rest must not be what was there.
+    // A chunk without history is shorter than this; the rest must not keep old contents.
     std::memset(info, 0, kBroadcastInfoBytes);
     return sf_command(handle_.get(), SFC_GET_BROADCAST_INFO, info, kBroadcastInfoBytes) == SF_TRUE;
 }

@@ -12,14 +12,14 @@ constexpr long long kLookFrames = 8192;
 /**
  * An audio file with a logical span of frames, start (included) to end (excluded), that every read,
  * seek and tell respects. Samples are interleaved; with normalisation on, full scale is -1.0
- * to 1.0. Copies share the file, which is closed when the last copy goes.
+ * to 1.0. Copies share the file, which is closed with the last copy.
  *
  * Every failure is a std::runtime_error that names the file. A read that comes up short is none:
  * the caller sees the smaller count.
  */
 class SoundFile {
   public:
-    /** Opens for reading the span in to out; -1 stands for the file's own start or end. */
+    /** Opens for reading the span in to out; -1 means the file's own start or end. */
     SoundFile(const std::string& path,
               const std::string& auxName,
               long long aux1,

@@ -19,12 +19,12 @@ class FiniteGuard {
     FiniteGuard(const std::string& path, const SF_INFO& info, long long first_frame = 0);
 
     /**
-     * Looks at the next count interleaved samples of the file. Throws std::runtime_error naming the
-     * file and the first frame, from 0, that holds a sample which is not a finite number.
+     * Checks the next count interleaved samples of the file. Throws std::runtime_error that names
+     * the file and the first frame, counted from 0, with a sample that is not finite.
      */
     void check(const double* samples, long long count);
 
-    /** The same, but notes the first such sample as a defect and never throws for it. */
+    /** The same, but reports the first such sample as a defect instead of throwing. */
     void note(const double* samples, long long count);
 
     /** Whether the file can hold such samples at all. */

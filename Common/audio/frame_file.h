@@ -9,8 +9,8 @@
 #include "Common/audio/sound_handle.h"
 
 /*
- * Blocks of frames from and to files, with errors of a family of their own: these belong to no
- * step, and the driver, which catches std::exception last, lets them report themselves first.
+ * Reads and writes blocks of frames. The errors form a family of their own that belongs to no step;
+ * the driver, which catches std::exception last, calls their report first.
  */
 
 /** Root of the frame files' errors: an error that writes its own message. */

@@ -24,7 +24,7 @@ namespace level_engine {
  * may be that large hold them at full scale first.
  *
  * Integers of the file's width are read in place and copied by memcpy, never through a cast
- * pointer: samples of a file stand at odd addresses.
+ * pointer: samples of a file may be at odd addresses.
  */
 namespace {
 

@@ -7,18 +7,18 @@
 namespace level_engine {
 
 /**
- * What libsndfile makes of samples on their way into a file of plain PCM or IEEE floats, and out of
- * it: the same rounding, the same scales (32767 to write 16 bits, 32768 to read them), the same
- * wrap of what lies beyond full scale. With it the library moves bytes, in blocks as large as we
- * like (sf_read_raw, sf_write_raw), where it would convert and move 8 KB at a time; encoded and
- * decoded at once, a sample becomes what the next reader of the file would get.
+ * Converts samples to and from plain PCM or IEEE floats exactly as libsndfile does: the same
+ * rounding, the same scales (32767 to write 16 bits, 32768 to read them), the same wrap beyond full
+ * scale. libsndfile then moves only bytes, in blocks of any size (sf_read_raw, sf_write_raw),
+ * instead of converting 8 KB at a time; and a sample that is encoded and decoded at once is what
+ * the next reader of the file would get.
  */
 class SampleCodec {
   public:
     /**
      * For an open file. Its is_plain() is false when the bytes are not such samples, one after
      * another: a container or an encoding that compresses, packs or transforms them, or a library
-     * that was told to scale or clip otherwise.
+     * that was set to scale or clip in another way.
      */
     static SampleCodec of(SNDFILE* file);
 

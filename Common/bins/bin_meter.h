@@ -17,15 +17,15 @@ namespace level_engine {
  *
  * A sum of doubles depends on the order of its terms, so a bin's samples are added one after
  * another from the front, which leaves the processor waiting for each addition (four or more
- * cycles) before it can begin the next. The wait is filled with other bins, whose sums have nothing
- * to do with this one. A maximum does not depend on the order, so the peak takes as many at a time
- * as it likes (peak.h).
+ * cycles) before it can begin the next. Meanwhile it adds to the sums of other
+ * bins, which do not depend on this one. A maximum does not depend on the order, so the peak is
+ * computed in vectors of any width (peak.h).
  */
 
 /** Which rule a bin's RMS follows. */
 enum class BinKind { kAllSamples, kLouderChannel };
 
-/** What of a bin has been summed up so far. */
+/** The sums over the samples of a bin so far. */
 struct BinSums {
     double left = 0.0;   // of the squares; of all samples where channels are taken together
     double right = 0.0;  // of the squares of the second channel
@@ -34,8 +34,8 @@ struct BinSums {
 };
 
 /**
- * Each bin's sum waits for its next square: kTogether bins, one behind the other, are summed side
- * by side, every sum in its own order.
+ * Each bin's sum waits for its next square, so kBinsTogether consecutive bins are summed side by
+ * side, every sum in its own order.
  */
 constexpr int kBinsTogether = 4;
 

@@ -3,8 +3,8 @@
 #include <string>
 
 /**
- * Copies a file, replacing what stands at to, which changes whole or not at all: a file, a link or
- * an empty folder. A file copied onto itself, by whatever link, stays as it is. Returns 0, or 1
- * after writing the reason to the standard error stream.
+ * Copies a file and atomically replaces what is at to: a file, a link or an empty folder. Does
+ * nothing if both paths name the same file, also through links. Returns 0, or 1 after writing the
+ * reason to the standard error stream.
  */
 int copy_file(std::string from, std::string to);

@@ -7,7 +7,7 @@
 namespace level_engine {
 
 /*
- * The cue list: the text file in which the segmentation tells where a new segment begins.
+ * The cue list: the text file in which the segmentation writes where new segments begin.
  *
  *     0x03 0x20 "CueListTool 1.3 file - ..."   a line that names the format
  *     "Prefix="                                a line that stays as it is
@@ -23,7 +23,7 @@ struct CueList {
     std::vector<long long> frames;  // the first frame of each segment but the first
 };
 
-/** Writes the list; the stream's state tells whether that went well. */
+/** Writes the list; on an error the stream's state is not good. */
 void write_cue_list(std::ostream& file, const CueList& cues);
 
 /**

@@ -57,7 +57,7 @@ bool sync_to_disk(int descriptor) {
 
 void start_sync(int descriptor) {
 #ifdef __linux__
-    // What goes wrong is told by the sync itself.
+    // Errors are ignored here: sync_to_disk reports them.
     (void)::sync_file_range(descriptor, 0, 0, SYNC_FILE_RANGE_WRITE);
 #else
     (void)descriptor;

@@ -10,7 +10,7 @@ namespace level_engine {
 /** A file that closes itself. */
 class Descriptor {
   public:
-    /** Opens path; is_open tells whether that went well, errno why not. */
+    /** Opens path; on failure is_open is false and errno is set. */
     explicit Descriptor(const std::string& path, int flags, mode_t mode = 0);
 
     /** Takes over an open one, or -1. */
@@ -41,7 +41,7 @@ bool sync_to_disk(int descriptor);
 /** Starts to write the file to the disk without waiting, so that sync_to_disk waits less. */
 void start_sync(int descriptor);
 
-/** The same for the folder that a path stands in: only then does its name survive a power cut. */
+/** The same for the folder of a path: without it a power cut may lose the file's name. */
 bool sync_folder_of(const std::string& path);
 
 }  // namespace level_engine

@@ -79,7 +79,7 @@ bool read_number(std::istream& is, double& value) {
             return true;
         }
     } catch (const std::ios_base::failure&) {
-        // A file that cannot be read throws this below the stream, which tells it by its flag.
+        // A read error throws this below the stream, which reports it by its bad bit.
         is.setstate(std::ios::badbit);
     }
     return static_cast<bool>(is >> value);

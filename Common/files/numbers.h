@@ -6,9 +6,9 @@
 namespace level_engine {
 
 /*
- * Numbers as text, at a tenth of what streams and printf take, where the library brings fast
- * conversions. Both directions are exact: the characters are those of printf in the C locale, the
- * bits those of the nearest double.
+ * Converts numbers to and from text in a tenth of the time of streams and printf, if the standard
+ * library has fast conversions. Both are exact: the characters are those of printf in the C locale,
+ * the bits those of the nearest double.
  */
 
 /** The same as `is >> value`: the result, the flags and what is left in the stream. */

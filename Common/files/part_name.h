@@ -5,16 +5,16 @@
 namespace level_engine {
 
 /*
- * An output on its way stands beside its target under a hidden name that tells whose it is: who
- * writes it holds a lock on it, so one without a lock was left by a run that was killed.
+ * An unfinished output is a hidden file beside its target, whose name contains the target's and the
+ * process. Its writer locks it, so a file without a lock was left by a run that was killed.
  */
 
 constexpr const char* kPartWord = ".quorvane-";
 constexpr const char* kPartEnd = ".part";
 
 /**
- * What the names of all parts of a target begin with, up to and with kPartWord. A target's name
- * that would get too long goes in with its first bytes and a check sum.
+ * The prefix of the names of all parts of a target, up to and including kPartWord. A target's name
+ * that is too long is replaced by its first bytes and a checksum.
  */
 std::string part_prefix(const std::string& target);
 

@@ -9,9 +9,9 @@
 namespace level_engine {
 
 /**
- * The numbers of a text file, separated by white space, up to the first word that is none. A file
- * that cannot be opened gives no numbers. One that opens and cannot be read to its end gives those
- * in front, and problem, unless it is null, receives path and cause; else "".
+ * Reads the numbers of a text file, separated by white space, up to the first word that is not a
+ * number. A file that cannot be opened gives no numbers. After a read error it returns the numbers
+ * before it, and problem, unless null, receives path and cause; otherwise "".
  */
 std::vector<double> read_series(const std::string& path, std::string* problem = nullptr);
 
@@ -19,8 +19,8 @@ std::vector<double> read_series(const std::string& path, std::string* problem = 
 std::string read_problem(const std::istream& file, const std::string& path);
 
 /**
- * Writes a text file of one number per line. A full disk may show only when the last lines leave
- * the buffer: nothing is written well before close has said so.
+ * Writes a text file of one number per line. A full disk may show only when the buffer is flushed:
+ * the file is complete only if close returns "".
  */
 class SeriesWriter {
   public:
@@ -31,7 +31,7 @@ class SeriesWriter {
 
     void write(double value);
 
-    /** Returns "" or what went wrong: "error writing to PATH: CAUSE". */
+    /** Returns "" on success or the error: "error writing to PATH: CAUSE". */
     std::string close();
 
   private:
@@ -42,7 +42,7 @@ class SeriesWriter {
     std::ofstream file_;
 };
 
-/** Closes a text file; the same texts. */
+/** Closes a text file; returns the same texts. */
 std::string close_text(std::ofstream& file, const std::string& path);
 
 }  // namespace level_engine

@@ -13,16 +13,16 @@
 namespace gate {
 
 /*
- * How the gate goes over a recording. The loop hands over blocks of any length; they go into a line
- * of samples, addressed by frames from the recording's start. As soon as the line reaches far
- * enough ahead, a block of fixed length is gated, frame by frame: its energies are measured, and
- * each channel's gain follows them. An energy waits for the sum before it, which takes longer than
- * all else that a frame needs; so nearly all else is free, as long as it is done between the sums.
+ * How the gate processes a recording. The loop passes blocks of any length, which are stored in a
+ * delay line, addressed by frames from the recording's start. As soon as the line reaches far
+ * enough ahead, a block of fixed length is gated frame by frame: its energies are measured, and
+ * each channel's gain follows them. An energy depends on the sum before it, and that latency is
+ * longer than all other work of a frame, so the other work is free if it is done between the sums.
  * Most frames leave every channel as it is, open or closed: two comparisons for all channels
- * together show that, and only where they fail the state machine is asked.
+ * together show that, and only if they fail does the state machine run.
  *
- * Where blocks begin and end matters at the recording's end alone (see NoiseGate.h), but there it
- * decides about bits. So the gate keeps count of its own blocks, whatever the loop hands over.
+ * Block boundaries matter only at the recording's end (see NoiseGate.h), but there they change
+ * bits. So the gate counts its own blocks, whatever the length of the blocks that it gets.
  */
 namespace {
 constexpr const char* kSource = "Common/gate/gate";
@@ -100,7 +100,7 @@ const double* CNoiseGate::at(long long frame) const {
     return line_.data() + (frame - line_start_) * channel_count_;
 }
 
-/** Keeps what is still to be gated, and the block before what lies ahead of it. */
+/** Keeps the frames still to be gated, and the block before the samples ahead of them. */
 void CNoiseGate::forget_passed_frames() {
     // Moving the rest of the line costs its length. It is moved when more has passed than is left:
     // all moves together cost no more than the recording has samples.
@@ -129,8 +129,8 @@ void CNoiseGate::gate_block(long long frames) {
 }
 
 /**
- * What lies ahead of the next frames, where the recording still has frames_ahead of them. A second
- * reader tells itself how many it has, and what a short read leaves behind them in the buffer.
+ * The samples ahead of the next frames; frames_ahead receives how many of them the recording still
+ * has. A second reader sets that count and what a short read leaves behind them in the buffer.
  */
 const double* CNoiseGate::look_ahead(long long frames, long long& frames_ahead) {
     if (ahead_ != nullptr) {
@@ -144,7 +144,7 @@ const double* CNoiseGate::look_ahead(long long frames, long long& frames_ahead) 
     double* past_end = std::copy_n(at(std::min(start, received_)), frames_ahead * channel_count_,
                                    ahead_block_.get());
     const long long count = (frames - frames_ahead) * channel_count_;
-    // The first block has no block before it, and one with nothing ahead is not looked at.
+    // The first block has no block before it, and a block without samples ahead is not read.
     if (gated_ == 0 || frames_ahead == 0 || input_.zeroes_past_end()) {
         std::fill_n(past_end, count, 0.0);
     } else {
@@ -240,7 +240,7 @@ inline double CNoiseGate::most_to_rest(const Gain& gain) const {
 
 /**
  * Both functions write what they make of the samples into the block. Without a sample ahead the
- * current energy stands for the one ahead, and does to the end.
+ * current energy replaces the one ahead, up to the end.
  */
 template <bool kHasAhead>
 void CNoiseGate::gate_mono(const double* samples, const double* ahead, long long frames) {

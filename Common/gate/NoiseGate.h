@@ -25,15 +25,15 @@ enum eStateType { kOpen, kClosed, kOpening, kClosing, kHolding };
  * The recording is gated in blocks of 8192 samples, and in the last of them the line runs out:
  * where the sample ahead lies beyond the end, the one a block before it is taken in its place (or
  * silence, in the first block and where the source says so). Where a block has no sample at all
- * ahead of it, the current energy stands for the one ahead. The gate sounded like this when it had
- * two readers on one file and two buffers, and it must not change a bit.
+ * ahead of it, the current energy replaces the one ahead. These rules keep the bits of an earlier
+ * gate, which had two readers on one file and two buffers.
  */
 class CNoiseGate : public stream::Stage {
   public:
     /**
      * args must be converted, args.anticipate_samples not above the input's frames. ahead: null, or
-     * a second reader of the input that stands args.anticipate_samples frames ahead of it and takes
-     * the delay line's place.
+     * a second reader of the input, args.anticipate_samples frames ahead of it, which replaces the
+     * delay line.
      */
     CNoiseGate(const GateArgs& args,
                stream::Source& input,

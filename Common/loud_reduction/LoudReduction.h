@@ -20,7 +20,7 @@
 namespace level_engine {
 
 /*
- * Two of the ten steps do the same work and differ in what they hold against the threshold: first
+ * Two of the ten steps do the same work and differ in what they compare with the threshold: first
  * the peaks of bins, 15 dB above the mean, then their RMS, 3 dB above it. The order matters: a door
  * that slams is a peak in one bin, and once it is down it no longer counts for the level of its
  * passage. Every gain lies on a wall (BinGrid.h), the same for all channels, so the stereo image
@@ -28,14 +28,14 @@ namespace level_engine {
  */
 
 /**
- * Lowers the bins that stand too far above the mean level of a file's bins that are not quiet, then
+ * Lowers the bins that are too far above the mean level of a file's bins that are not quiet, then
  * scales the whole so that the loudest peak left reaches full scale. Where the run has the input's
  * bins from its writing (MeasuredRecordings), the measuring pass takes them.
  *
  * What differs between the two steps that do this is their Rule:
  *     Step            the step's tag, for its errors
  *     RmsRule         how a bin's RMS is taken
- *     level(bin)      what is held against the threshold: the bin's peak or its RMS, linear
+ *     level(bin)      what is compared with the threshold: the bin's peak or its RMS, linear
  *     kSource         the source path in allocation messages
  *     kMeasure, kApply  progress ranges
  *     kFoundLevel, kFoundThreshold  where the findings keep the two levels, dB
@@ -116,7 +116,7 @@ class LoudReduction {
     /**
      * Sets the walls: both walls of a reduced bin carry its gain, from which the walls after it
      * rise to g0 over the release and those before it over the attack. Where ramps overlap, the
-     * lower gain stands. Each ramp is built by repeated addition of its step.
+     * lower gain wins. Each ramp is built by repeated addition of its step.
      */
     void SmoothGains(double g0) {
         InitializeGains(g0);

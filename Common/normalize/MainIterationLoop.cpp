@@ -123,7 +123,7 @@ void MainIterationLoop::FinalizeAndAdjust(double gain) {
 }
 
 double MainIterationLoop::EstimateOutputLevel_db(double /*gain*/) const {
-    // Across a bin the gain runs from wall to wall, so that the mean of both stands for it. The
+    // Across a bin the gain runs from wall to wall, so that the mean of both represents it. The
     // last bin may be short and would weigh as much as a whole one: it is left out.
     double sum = 0.0;
     int counted = 0;

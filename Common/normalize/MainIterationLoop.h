@@ -17,10 +17,10 @@ double UpdateXEstimate(double x0, double x1, double y0, double y1, double target
  *
  * Were no bin limited, target over level would be that gain at once. Each limited bin pulls the
  * gain down around it, the level falls short, and the common gain has to rise, which limits more
- * bins: the secant method finds the balance. It need not exist. Where the peaks stand too high the
- * level hardly moves with the gain, the steps grow, and the gain of the last try may lie far above
- * any sense, with quiet bins, which are never limited, following it. The caller is told how far off
- * the last try was.
+ * bins: the secant method finds the balance. It need not exist. If the peaks are too high, the
+ * level hardly changes with the gain, the steps grow, and the gain of the last try may be
+ * unreasonably large, also in quiet bins, which are never limited. last_error_db reports how far
+ * off the last try was.
  */
 class MainIterationLoop {
   public:
@@ -40,18 +40,18 @@ class MainIterationLoop {
                       double targetLevel,
                       double tolerance);
 
-    /** Ten tries at most; if none meets the tolerance the last one stands. */
+    /** Makes at most ten tries; if none meets the tolerance, keeps the last one. */
     void Go();
 
-    /** Of the last try, the one that stands: its level less the target in dB, and its gain. */
+    /** Of the last try, whose result is used: level minus target in dB, and linear gain. */
     double last_error_db() const { return last_error_db_; }
 
     double last_gain() const { return last_gain_; }
 
-    /** Whether the last try's level lies as near to the target as the tolerance asks, in dB. */
+    /** Whether the last try's level differs from the target by at most the tolerance (dB). */
     bool within_tolerance() const;
 
-    /** Whether there was a level to bring to the target: else no gain is nearer than another. */
+    /** Whether any bin is above the noise floor: without one no gain reaches the target. */
     bool has_level() const { return has_level_; }
 
     /** Each bin's gain: g, or what brings its peak to the ceiling. Quiet bins are never limited. */

@@ -30,7 +30,7 @@ namespace normalize {
 namespace {
 
 constexpr const char* kSource = "Common/normalize/NormalizeOperation";
-// A step too small to be heard by itself, and large enough that 40 dB are 80 tries at most.
+// A step too small to be audible, and large enough that 40 dB take 80 tries at most.
 constexpr double kTargetStep_db = 0.5;
 constexpr double kMostLowering_db = 40.0;  // then every peak that counts stays below the ceiling
 
@@ -104,7 +104,7 @@ bool NormalizeOperation::Fit(double target_db) {
     return (loop.within_tolerance() || !loop.has_level()) && !surely_above_full_scale();
 }
 
-/** A look at the bins alone, to be spared a pass over the audio that would show the same. */
+/** Checks the bins only, which saves a pass over the audio with the same result. */
 bool NormalizeOperation::surely_above_full_scale() const {
     constexpr double kRounding = 1e-9;  // of the ramp between two walls
     for (int i = 0; i < grid_.bins; ++i) {

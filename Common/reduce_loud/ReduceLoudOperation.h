@@ -8,7 +8,7 @@
 namespace reduce_loud {
 
 /**
- * A bin is too loud when its RMS, its louder channel's, stands too far above the mean RMS. What the
+ * A bin is too loud when its RMS, its louder channel's, is too far above the mean RMS. What the
  * peaks do within it does not count: they were tamed one step before.
  */
 struct PassageRule {

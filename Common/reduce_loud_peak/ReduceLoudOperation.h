@@ -10,7 +10,7 @@
 namespace reduce_loud_peak {
 
 /**
- * A bin is too loud when its peak stands too far above the mean RMS. With the usual 15 dB
+ * A bin is too loud when its peak is too far above the mean RMS. With the usual 15 dB
  * a voice's own peaks mostly pass, and a cough or a knock on the table does not.
  */
 struct PeakRule {
@@ -35,8 +35,8 @@ class ReduceLoudOperation : public LoudReduction<PeakRule> {
     explicit ReduceLoudOperation(const ReduceLoudArgs& args);
 
     /**
-     * Prints the text, which brings its own line end, when the verbosity is above 0. The step has
-     * nothing to log of its own: this is where a message for one who works on it belongs.
+     * Prints the text, which ends with its own line end, if the verbosity is above 0. The step logs
+     * nothing itself: this is the place for a developer's debug messages.
      */
     void Log(const std::string& text) const;
 

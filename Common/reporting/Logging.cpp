@@ -2,15 +2,15 @@
 
 #include <iostream>
 
-// Values are written with five digits behind the point and an exponent, which a plotting program
-// reads without being told a format, and that line up below one another.
+// Values have five digits behind the point and an exponent: a plotting program reads them without
+// format settings, and columns line up.
 
 void Logging::InitLOG(const std::string& path) {
     Close();
     path_ = path;
     file_.open(path);
     if (!file_) {
-        // A dump that fails must not end what is being looked at: later values go nowhere.
+        // A failed dump must not end the run under study: later values are dropped.
         std::cout << "error: could not open " << path << std::endl;
         return;
     }

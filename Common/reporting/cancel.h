@@ -8,24 +8,24 @@ class ss_cancel_exception : public std::exception {};
 namespace level_engine {
 
 /**
- * Throws ss_cancel_exception while gCancelled is set, a request stands, or the caller of the run on
- * this thread asks.
+ * Throws ss_cancel_exception while gCancelled is set, after request_cancel, or when the function of
+ * ask_before_going_on returns non-zero.
  */
 void check_cancelled();
 
-/** Asks all running and later runs to end; for any thread and for signal handlers. */
+/** Ends all running and later runs. Safe in any thread and in signal handlers. */
 void request_cancel();
 
-/** Sets gCancelled, or clears it together with a request; for the same callers. */
+/** Sets gCancelled, or clears it and the request. Safe in the same places. */
 void set_cancelled(bool cancelled);
 
-/** Returns non-zero when the run under way, and no other, is to end. */
+/** Returns non-zero to end the run on this thread, and only this one. */
 using AsksToCancel = int (*)(void* context);
 
-/** Every check point on this thread calls asks; null: none does. */
+/** Sets a function that every check point on this thread calls; null removes it. */
 void ask_before_going_on(AsksToCancel asks, void* context);
 
-/** Whether that is why the run on this thread ended; the answer is given once. */
+/** Whether that function ended the run on this thread. Resets the answer. */
 bool take_run_asked();
 
 }  // namespace level_engine

@@ -17,8 +17,8 @@ namespace reporting {
 
 enum class Kind {
     kNone,            // nothing has failed
-    kOther,           // what the step did not like about its options or its input
-    kSystem,          // a file or memory: the same input may well be leveled another time
+    kOther,           // an option or the input is not usable
+    kSystem,          // a file or memory: a later run of the same input may succeed
     kNothingToLevel,  // the loud-peak step's own reason: no bin is above its noise floor
 };
 
@@ -44,35 +44,35 @@ enum class DefectKind {
 };
 
 /**
- * What a careful caller must know before it uses the result. Steps go on with what they have and
- * report it here; to refuse the result is the caller's decision.
+ * A problem that a caller must know before it uses the result. Steps continue and report it here;
+ * the caller decides whether to refuse the result.
  */
 struct Defect {
     DefectKind kind = DefectKind::kNone;
     std::string text;          // names the file
-    bool is_systems = false;   // the system failed: the same file may be read whole another time
+    bool is_systems = false;   // a system error: a later read of the same file may succeed
     long long promised = -1;   // frames by the header, maybe an estimate
     long long read = -1;       // frames
     std::string library_text;  // the sound library's own words, "" without an error of its
 };
 
-/** Keeps the first defect of a run; one of the kind kNone only until another comes. */
+/** Stores the first defect of a run; one of kind kNone is replaced by the next. */
 void note_defect(const Defect& noted);
 
 /** The first that was noted; its kind is kNone when none was. */
 const Defect& first_defect();
 
-/** At the beginning of a run. Steps of one run share its defects. */
+/** Call it at the beginning of a run. Steps of one run share its defects. */
 void forget_defect();
 
-/** Writes text and a line end to the standard error stream, flushes, and notes it as a failure. */
+/** Writes text and a line end to the standard error stream, flushes, and stores the failure. */
 void say_failure(Kind kind, const std::string& text);
 
 enum class Stream { kOutput, kError };
 
 /**
- * Takes the engine's words, line ends included. is_cause: they are, or are a part of, the failure
- * that was noted first.
+ * A piece of the engine's output, with its line ends. is_cause: it is, or is part of, the failure
+ * that was stored first.
  */
 struct Words {
     Stream stream;
@@ -82,7 +82,7 @@ struct Words {
 
 using MessageSink = std::function<void(const Words& words)>;
 
-/** While it lives, this thread writes no words; failures are still noted. */
+/** During its lifetime this thread prints nothing; failures are still stored. */
 class Quiet {
   public:
     Quiet();
@@ -92,15 +92,15 @@ class Quiet {
 };
 
 /**
- * Takes all later words of the process instead of the standard streams, except for those of threads
- * that have a sink of their own. An empty function gives them back to the streams.
+ * Sets a function that gets all later output of the process instead of the standard streams, except
+ * for threads with a ThreadSink. An empty function restores the streams.
  */
 void set_message_sink(MessageSink sink);
 
 /** The sink of the process, which may be empty. */
 MessageSink message_sink();
 
-/** While it lives, this thread's words go to a sink of their own; empty: to the standard streams.
+/** During its lifetime this thread's output goes to this sink; empty: to the standard streams.
  */
 class ThreadSink {
   public:
@@ -121,7 +121,7 @@ class ThreadSink {
     ThreadSink* outer_;
 };
 
-/** Writes text as it stands to the sink or to the standard stream, and flushes. */
+/** Writes text unchanged to the sink or to the standard stream, and flushes. */
 void write_words(Stream stream, const std::string& text);
 
 }  // namespace reporting

@@ -6,17 +6,16 @@
 
 /**
  * The engine's one channel for messages: writes text and a line end to the standard output and
- * flushes. The source (a path such as "Common/level") and the line say who speaks; they are for a
- * debugger's eyes and are not printed. Where a call gives a fixed number as its line (169, 334, 61
- * and so on), the number is the message's mark: tools that know the engine find a message by its
- * source and mark, so that it stays when the line moves. Messages without such a past give
- * __LINE__.
+ * flushes. The source (a path such as "Common/level") and the line name the caller; they are for a
+ * debugger and are not printed. A fixed number as the line (169, 334, 61 and so on) identifies the
+ * message: tools find a message by its source and number, so the number stays when the line moves.
+ * Newer messages pass __LINE__ instead.
  */
 void log_msg(const std::string& source, int line, const std::string& text);
 
 namespace level_engine {
 
-/** Logs what went wrong, notes it as a failure and returns 1, a step's result for failure. */
+/** Logs an error, stores it as the failure and returns 1, a step's result for failure. */
 int log_failure(const std::string& source,
                 int line,
                 const std::string& text,

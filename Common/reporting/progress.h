@@ -4,8 +4,8 @@
 #include "Common/reporting/run_state.h"
 
 /**
- * Maps the progress of one step onto its share of the whole run's 0 to 100 scale and hands every
- * whole percent once, and never backwards, to the run's callback; without a callback it is shown in
+ * Maps the progress of one step to its share of the whole run's 0 to 100 scale. Passes each whole
+ * percent once, and only increasing ones, to the run's callback; without a callback it prints it in
  * place on the standard output.
  */
 class CProgress {

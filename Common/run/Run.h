@@ -15,13 +15,13 @@ namespace level_engine {
 class OutcomeRecord;
 
 /**
- * One run over one file: looks at the input, lets the ten steps work in their order, each on the
+ * One run over one file: checks the input and runs the ten steps in their order, each on the
  * file that the one before wrote, and hands the last file to the platform.
  *
  * Three inputs are copied instead: shorter than 0.05 s, constant, and one on which the loud-peak
  * step fails, usually since nothing is above its noise floor. Any other step that fails ends the
  * run, and then the intermediate files stay; otherwise each is removed when no later step reads it.
- * The result, and what a caller may not want to accept of it, goes to the OutcomeRecord.
+ * The OutcomeRecord receives the result and the defects that a caller may want to refuse.
  */
 class Run {
   public:

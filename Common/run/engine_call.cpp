@@ -59,7 +59,7 @@ class ThreadState {
     std::optional<stream::HelperThread::Use> help_;
 };
 
-/** What can end before there is a Run: a cancellation that still stands, and the command line. */
+/** Handles what ends a call before a Run exists: an earlier cancellation, the command line. */
 int run(int argc, char** argv, const RunSettings& settings, OutcomeRecord& record) {
     // A request that came before the run ends it, too: the caller who cancels a batch need not know
     // which file is under way.

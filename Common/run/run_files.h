@@ -15,8 +15,8 @@ namespace level_engine {
 
 /**
  * The intermediate files of a run: which of them have a name on the disk, what is measured while
- * they are written, and when they go. What the steps find by the path of a file, its scratch file
- * and its measured bins, is put there by this class for each step; it belongs to the run's thread.
+ * they are written, and when they are removed. Before each step this class fills the tables by path
+ * (scratch files, measured bins) that the step looks in; they belong to the run's thread.
  */
 class RunFiles {
   public:
@@ -38,19 +38,19 @@ class RunFiles {
 
     const Intermediates& names() const { return names_; }
 
-    /** Makes way for a file that a step is going to write; returns its path. info: the input's. */
+    /** Prepares for a file that a step will write; returns its path. info: of the input. */
     std::string add(Intermediate file, const SF_INFO& info);
 
     /** The same for the last file. format: of the output. */
     std::string add_final(const SF_INFO& info, int format);
 
-    /** Whether a file of this path was written. */
+    /** Whether a file was written at this path. */
     bool exists(const std::string& path) const;
 
     /** Removes the files that no later step reads. */
     void done_with(std::initializer_list<std::string> paths);
 
-    /** Fills in what was measured while the last file was written. */
+    /** Copies to found what was measured while the last file was written. */
     void measured_output(LevelFindings& found) const { output_meter_.tell(found); }
 
   private:

@@ -50,7 +50,7 @@ std::string format_db(double level_db) {
 
 }  // namespace
 
-/** Step 1 takes the rumble out and measures what is left: its result is a level, 0.0 a failure. */
+/** Step 1 removes rumble and measures the rest: it returns a level, or 0.0 on failure. */
 void Run::filter() {
     const std::string filtered = begin_step(1, Intermediate::kFiltered);
     Argv words{"highpass",
@@ -101,7 +101,7 @@ void Run::gate_noise() {
     files_.done_with({filtered});
 }
 
-/** Step 3 lowers slams and coughs: bins whose peak stands far above the mean level. */
+/** Step 3 lowers slams and coughs: bins whose peak is far above the mean level. */
 void Run::reduce_peaks() {
     const std::string without_peaks = begin_step(3, Intermediate::kWithoutPeaks);
     const std::string gated = files_.path(Intermediate::kGated);
@@ -124,7 +124,7 @@ void Run::reduce_peaks() {
     files_.done_with({gated});
 }
 
-/** Step 4 lowers what is loud for longer: bins whose RMS stands above the mean level. */
+/** Step 4 lowers longer loud passages: bins whose RMS is far above the mean level. */
 void Run::reduce_loud_passages() {
     conditioned_ = begin_step(4, Intermediate::kConditioned);
     const std::string without_peaks = files_.path(Intermediate::kWithoutPeaks);
@@ -230,7 +230,7 @@ int Run::normalize_into(const std::string& from, const std::string& to) {
         found.fit_gain = fit.gain;
         found.target_lowered_db = fit.lowered_by_db;
         found.held_samples = fit.held_samples;
-        // A second try has written over what was measured.
+        // A second try overwrote the file that was measured.
         if (fit.lowered_by_db == 0.0) {
             files_.measured_output(found);
         }

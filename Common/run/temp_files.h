@@ -6,7 +6,7 @@
 /**
  * The intermediate files of one run. A file is marked when no later step reads it, and what is
  * marked is deleted at the next opportunity, so that the disk holds two or three of them at a time.
- * Destroying the list deletes no file: after a failure they are what there is to look at.
+ * Destroying the list deletes no file: after a failure the files help to find the cause.
  */
 class TempFileList {
   public:

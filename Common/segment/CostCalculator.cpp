@@ -18,7 +18,7 @@ CCostCalculator::CCostCalculator(std::istream* is,
 
 CCostCalculator::~CCostCalculator() = default;
 
-// Listings for one who works on the costs: a line per value of the chunk, numbered from 0.
+// Debug listings of the costs: a line per value of the chunk, numbered from 0.
 void CCostCalculator::DumpCostMatrix(std::ofstream* file, double* pCost, std::uint16_t k) const {
     // k breakpoints make k + 1 segments: fewer values than they need have no cost, and get -1.
     const int meaningless = std::max(1, (k + 1) * min_segment_length_ - 1);

@@ -41,7 +41,7 @@ class CCostCalculatorSD : public CCostCalculator {
 
     virtual double CostOneSegment(std::uint16_t i, std::uint16_t j) const = 0;
 
-    /** The level that stands for all values of a segment. */
+    /** The level that represents all values of a segment. */
     virtual double GetFitValue(std::uint16_t i, std::uint16_t j) const = 0;
 
     /** A covering's cost in the unit of the values. */

@@ -25,7 +25,7 @@ class CMakeAnyCalculator {
                                     std::uint16_t min_segment_length) const = 0;
 };
 
-/** Which combiner goes with a calculator. */
+/** The combiner that belongs to a calculator. */
 template <class Calculator>
 struct CombinerOf;
 

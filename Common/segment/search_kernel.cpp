@@ -14,22 +14,22 @@
 /*
  * The search for the start of the last segment, for one end j and many breakpoint counts.
  *
- * Most starts need no look. Let a block hold the starts behind a..e (a segment that starts behind i
+ * Most starts are skipped. Let a block hold the starts behind a..e (a segment that starts behind i
  * holds i + 1..j). Sums of squared deviations are superadditive: two neighbouring pieces cost no
  * more apart than together. So for every i in the block
  *
  *     C(k, i) + cost(i + 1..j)  >=  C(k, i) + cost(i + 1..e) + cost(e + 1..j)
  *
- * The least of the first two terms does not depend on j: it is reckoned once, when the block is
+ * The least of the first two terms does not depend on j: it is computed once, when the block is
  * complete (`lowest`). With the last term, one for each block, it bounds all totals of the block
  * from below, and closely, since a segment's cost grows mostly with its length. A total that
  * certainly exists bounds the least one from above: that of the place that was found for j - 1. A
- * block whose lower bound is above it holds neither the least total nor an equal one, and is passed
- * over. Of the starts in recorded speech 2 % are left.
+ * block whose lower bound is above it holds neither the least total nor an equal one, and is
+ * skipped. Of the starts in recorded speech 2 % remain.
  *
  * The bound holds for exact numbers. Computed costs are off by up to `lowest_cost` each, three of
  * them take part, and the additions are off by less than one more: the margin is four. It is
- * infinite, and every block is looked at, for a formula without that property and for values so
+ * infinite, so every block is searched, for a formula without that property and for values so
  * large that a cost could overflow.
  *
  * One source for three widths. GCC and Clang compile a function for another instruction set when an
@@ -63,7 +63,7 @@ struct Vector {
     typedef double Lanes __attribute__((vector_size(kWidth * sizeof(double))));  // NOLINT
 };
 
-// memcpy reads and writes a vector wherever it stands; it costs no call. Vectors are not passed by
+// memcpy reads and writes a vector at any address; it costs no call. Vectors are not passed by
 // value, which would depend on the instruction set.
 template <class Lanes>
 QUORVANE_INLINE void load(Lanes& lanes, const double* from) {

@@ -11,7 +11,7 @@ namespace segment {
  * are compared in the same order: all versions give the same bits.
  */
 struct SearchKernel {
-    /** Breakpoint counts that stand side by side in a vector, or in several narrow ones. */
+    /** Breakpoint counts that share a vector, or several narrow ones. */
     static constexpr int kLanes = 8;
 
     /** How many lanes a batch has at most. */
@@ -21,7 +21,7 @@ struct SearchKernel {
     static constexpr int kBlock = 16;
 
     /**
-     * One chunk and a few breakpoint counts. Whoever searches fills it in once and hands it over
+     * One chunk and a few breakpoint counts. The caller fills it in once and passes it
      * for one j after another, from the lowest to the highest that has room for the first count.
      */
     struct Batch {

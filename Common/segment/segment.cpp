@@ -37,7 +37,7 @@
  * What makes it fast:
  *   - The counts k are searched side by side, a few at a time (coverings.h): the costs of the last
  *     segments that end at j are the same for all of them.
- *   - Whole blocks of starts are passed over that cannot hold the least total, and the rest runs in
+ *   - Whole blocks of starts that cannot hold the least total are skipped, and the rest runs in
  *     vectors (search_kernel.cpp). None of this is an approximation: every total that could be the
  *     least is computed from the same doubles by the same expression, and of equally good places
  *     the first one wins, so that the breakpoints are those of the plain triple loop.
@@ -59,7 +59,7 @@ std::uint32_t count_values(std::istream& is) {
     for (double value = 0.0; count < kMost && read_number(is, value);) {
         ++count;
     }
-    // The end of the text has set the stream's flags; the chunks read it once more from the front.
+    // Reading to the end set the stream's flags; the chunks read the text again from the start.
     is.clear();
     is.seekg(0);
     return count;

@@ -61,7 +61,7 @@ int WriteBreakpointFile(std::ostream& os,
                         const unsigned int* pBreakpoints,
                         std::uint16_t count) {
     for (int i = 0; i < count; ++i) {
-        // A breakpoint stands before a value: none stands before the first, 0 marks a missing one.
+        // A breakpoint is in front of a value, never of the first: 0 marks a missing one.
         if (pBreakpoints[i] != 0) {
             os << pBreakpoints[i] << std::endl;
         }

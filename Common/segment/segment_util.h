@@ -7,7 +7,7 @@
 
 namespace segment {
 
-/** Throws, or ends the process by itself: the search cannot go on. */
+/** Throws or ends the process: the search cannot continue. */
 using AssertionHandler = void (*)(const char* condition);
 
 /**
@@ -39,7 +39,7 @@ class read_sums_error : public std::exception {
     std::string source_;
 };
 
-/** The same, with the name of what was read. */
+/** The same, with the name of the input. */
 class read_sums_error_with_file_info : public read_sums_error {
   public:
     read_sums_error_with_file_info(const read_sums_error& error, const std::string& name)

@@ -96,7 +96,7 @@ class sf_io_error : public file_error<Step> {
     void report() const override { say_file_failure<Step>(61, "Sound file i/o error."); }
 };
 
-/** Nothing of its own: a place in the family for handlers that do not mind which file it was. */
+/** Adds no members: a base class for handlers of both the input's and the output's errors. */
 template <class Step>
 class sf_open_error : public sf_io_error<Step> {
   public:

@@ -129,9 +129,9 @@ ParseResult StepOptions::parse_or_failure(int argc, const char* const* argv) {
 }
 
 /**
- * What is stored first stands: the command line before the options file. A request for help comes
- * before all complaints about values, which only notify makes; it fills the fields, at the very
- * end, so help or a file that does not open leaves them alone.
+ * The value that is stored first wins: the command line before the options file. A request for help
+ * comes before all complaints about values, which only notify makes; it fills the fields, at the
+ * very end, so help or a file that does not open leaves them alone.
  */
 ParseResult StepOptions::parse_throwing(int argc, const char* const* argv) {
     po::options_description all("Allowed options", kLineLength, kDescriptionColumn);

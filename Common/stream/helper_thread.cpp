@@ -189,7 +189,7 @@ void HelperThread::Lane::finish(long long count) {
         } else if (Lane* const other = helper.fullest_lane()) {
             other->do_piece(lock);
         } else {
-            // The helper goes on while this thread sleeps: woken late, it finds more to go on with.
+            // The helper continues while this thread sleeps, which then finds more pieces done.
             awaited_ = std::max(count, std::min(done_ + enough_, due_));
             reached_.wait(lock, [this] { return is_reached(awaited_); });
             awaited_ = 0;

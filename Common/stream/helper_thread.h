@@ -28,21 +28,21 @@ constexpr int kPieces = 8;
 class HelperThread {
   public:
     /**
-     * The one of this thread, which ends with it: the pieces of a run are done by the run's thread
-     * or by its own helper, never by another run's. The child of a fork gets a helper of its own.
+     * The helper of this thread, which ends with it: only the run's thread and its own helper do
+     * the pieces of a run, never another run's. The child of a fork gets a helper of its own.
      */
     static HelperThread& of_this_thread();
 
     /**
-     * With false, the threads that call do everything themselves. For all threads without a Use of
-     * their own. Default: with more than one processor, true.
+     * With false, threads start no helper and do all pieces themselves. Applies to all threads
+     * without a Use. Default: true with more than one processor.
      */
     static void use(bool use);
 
-    /** What holds for this thread. */
+    /** Whether this thread may use a helper. */
     static bool is_used();
 
-    /** While it lives, decides for this thread alone. */
+    /** Overrides use() for this thread during its lifetime. */
     class Use {
       public:
         explicit Use(bool use);
@@ -60,15 +60,15 @@ class HelperThread {
     /** A queue of pieces that run one after the other. Only the owner may call it. */
     class Lane {
       public:
-        /** piece does the next piece, on either thread. most_due: pieces due at a time. */
+        /** piece does the next piece, on either thread. most_due: queued pieces at a time. */
         Lane(std::function<void()> piece, int most_due);
 
-        /** Drops what is due. */
+        /** Drops the queued pieces. */
         ~Lane();
         Lane(const Lane&) = delete;
         Lane& operator=(const Lane&) = delete;
 
-        /** One more piece is due; whatever it touches is the lane's until it is finished. */
+        /** Queues one more piece; the owner must not touch its data until it is finished. */
         void add();
 
         /**
@@ -94,7 +94,7 @@ class HelperThread {
         long long due_ = 0;
         long long done_ = 0;
         bool running_ = false;
-        long long awaited_ = 0;  // by an owner who sleeps, 0 when he does not
+        long long awaited_ = 0;  // count that a sleeping owner waits for, 0 if none sleeps
         std::exception_ptr failure_;
         std::condition_variable reached_;
     };
@@ -104,7 +104,7 @@ class HelperThread {
 
     HelperThread() = default;
 
-    /** Waits for the piece that the thread is at, and leaves the rest. */
+    /** Waits for the running piece and drops the others. */
     ~HelperThread();
 
     bool start_thread();

@@ -10,18 +10,18 @@
 namespace stream {
 
 /**
- * A part of a pass that needs nothing of the parts before it: hands to end what it makes of some
- * frames, as many as it was given. first_frame is where they stand in the recording. May run on
- * either thread, two parts at a time.
+ * A part of a pass that does not depend on earlier parts: processes frames and passes the same
+ * number of them to end. first_frame is their position in the recording. May run on either thread,
+ * two parts at a time.
  */
 using Part =
     std::function<void(Receiver& end, long long first_frame, double* samples, long long frames)>;
 
 /**
- * Brings a recording through parts into a file: reads most_frames at most from the source's
- * position on, and ends the writer. Parts hold whole units of the pacer, the last one but for its
- * end. Where a processor is free and both files hold plain samples, two parts are made at a time;
- * they are written in their order, so no bit depends on it. Throws what pump throws.
+ * Processes a recording in parts and writes the result: reads at most most_frames frames from the
+ * source's position on, and calls the writer's finish. Each part but the last is a whole number of
+ * the pacer's units. If a processor is free and both files hold plain samples, two parts run at a
+ * time; they are written in order, so the result is the same. Throws what pump throws.
  */
 void pump_parts(SoundSource& source,
                 SoundWriter& writer,

@@ -10,9 +10,9 @@
 namespace level_engine {
 
 /**
- * Fetches a recording's frames in large pieces, which the helper thread begins before they are
- * asked for. Frames are bytes here: to decode them is left to the one who takes them, since samples
- * that one processor has made cost another one more than bytes that it has read.
+ * Reads a recording's frames in large pieces, which the helper thread reads before they are needed.
+ * Frames are bytes here and the caller decodes them: to move the larger decoded samples from one
+ * processor's cache to another's costs more than to move the bytes.
  */
 class ReadAhead {
   public:
@@ -24,28 +24,28 @@ class ReadAhead {
     /** Writes the next frames to bytes, fewer than requested at the end. */
     using Fetch = std::function<ReadResult(unsigned char* bytes, long long frames)>;
 
-    /** Frames that stand one behind the other. */
+    /** Consecutive frames, encoded as in the file. */
     struct Span {
         unsigned char* bytes;
         long long frames;
     };
 
-    /** Whether there is a processor for it, and work. */
+    /** Whether a second processor may be used and there are enough frames. */
     static bool is_worthwhile(std::size_t frame_bytes, long long frames);
 
-    /** frames: the most that are fetched. Throws std::bad_alloc without room for the pieces. */
+    /** frames: the most to read. Throws std::bad_alloc without memory for the pieces. */
     ReadAhead(Fetch fetch, std::size_t frame_bytes, long long frames);
 
     /**
-     * The next frames, most_frames or fewer; none at the end or after a problem. The bytes are the
-     * taker's until the next call.
+     * Returns the next frames, at most most_frames; none at the end or after an error. The bytes
+     * are valid until the next call and may be changed.
      */
     Span next(long long most_frames);
 
-    /** Why the frames end, "" while they do not or when there are none beyond. */
+    /** The read error that ended the frames, "" if there was none. */
     const std::string& problem() const { return problem_; }
 
-    /** Whether all that was asked for has been taken. */
+    /** Whether all requested frames have been returned. */
     bool is_used_up() const { return left_ == 0; }
 
   private:
@@ -60,14 +60,14 @@ class ReadAhead {
     std::size_t frame_bytes_;
     long long piece_frames_;
     std::string problem_;
-    long long left_;         // frames that are still to be taken
+    long long left_;         // frames that are still to be returned
     long long current_ = 0;  // the piece that frames are taken from, counted from the first
     long long taken_ = 0;    // frames of it
     std::vector<Piece> pieces_;
     // What follows belongs to the lane.
     long long to_fetch_;
     long long fetching_ = 0;           // piece
-    stream::HelperThread::Lane lane_;  // the last member: it waits before the others go
+    stream::HelperThread::Lane lane_;  // last: its destructor waits
 };
 
 }  // namespace level_engine

@@ -35,7 +35,7 @@ SoundSource::SoundSource(const SoundHandle& handle,
       frame_bytes_(static_cast<std::size_t>(info.channels) *
                    (codec_.is_plain() ? codec_.bytes() : sizeof(double))) {}
 
-/** take gets spans of at most so many frames together, and how many were before each. */
+/** Calls take with spans of frames in total, and the number of frames before each span. */
 template <class Take>
 long long SoundSource::read_ahead(long long frames, const Take& take) {
     long long done = 0;
@@ -73,7 +73,7 @@ long long SoundSource::read_bytes(unsigned char* bytes, long long frames) {
     return pass_on(count, ahead_->problem());
 }
 
-/** Counts what was read. A device that fails looks like the end of the file but for the problem. */
+/** Counts the frames read. A failing device looks like the end of the file, except for problem. */
 long long SoundSource::pass_on(long long count, const std::string& problem) {
     if (!problem.empty() && failure_ &&
         (fail_when_ == FailWhen::kAnyReadHasAnError || count == 0)) {

@@ -13,16 +13,16 @@
 namespace level_engine {
 
 /**
- * An open sound file as a source. The library's error is looked at after every read. Without a
- * failure of the owner's own, a damaged file gives the frames that can be read, and what is missing
- * is noted as a defect (reporting/failure.h).
+ * An open sound file as a source. Checks libsndfile's error after every read. Without a Failure
+ * function a damaged file gives the frames that can be read, and missing frames are reported as a
+ * defect (reporting/failure.h).
  */
 class SoundSource : public stream::Source {
   public:
-    /** Throws what a step throws for a file that cannot be read; the handle still has the cause. */
+    /** Throws the step's error for a file that cannot be read; the handle still has the cause. */
     using Failure = std::function<void(const SoundHandle& handle, const std::string& path)>;
 
-    /** When a failure of the owner's own is thrown. */
+    /** When the Failure function is called. */
     enum class FailWhen {
         kAnyReadHasAnError,  // a block that could not be read whole is not delivered
         kNothingWasRead      // frames in front of the damage are delivered
@@ -43,16 +43,16 @@ class SoundSource : public stream::Source {
     /** Whether the file holds plain samples, so that it can be read as bytes. */
     bool gives_bytes() const { return codec_.is_plain(); }
 
-    /** Of a frame that read_bytes gives. */
+    /** Bytes of a frame that read_bytes returns. */
     long long frame_bytes() const { return static_cast<long long>(frame_bytes_); }
 
-    /** As read, but leaves the samples as they stand in the file. */
+    /** As read, but returns the file's bytes without decoding them. */
     long long read_bytes(unsigned char* bytes, long long frames);
 
-    /** The samples of bytes that were read, which are scratch afterwards. For any thread. */
+    /** Decodes bytes that were read, and overwrites them. May be called from any thread. */
     void decode(unsigned char* bytes, double* samples, long long frames) const;
 
-    /** Where a processor is free, the helper thread reads so far ahead, and not beyond. */
+    /** If a processor is free, the helper thread reads this many frames ahead, no more. */
     void announce(long long frames) override;
 
     bool seek(long long frame) override;
@@ -83,7 +83,7 @@ class SoundSource : public stream::Source {
     // Of the last fetch, which may run on the helper thread.
     std::string problem_;
     bool problem_is_systems_ = false;
-    std::unique_ptr<ReadAhead> ahead_;  // the last member: it waits before the others go
+    std::unique_ptr<ReadAhead> ahead_;  // last: its destructor waits
 };
 
 /** Goes back to frame 0 for a second pass. Throws std::runtime_error naming the source. */

@@ -155,7 +155,7 @@ int wrap_segment(std::string rmsFile,
     if (!(bin_frames >= 0.0 && bin_frames <= 2147483647.0)) {
         return log_failure(kSource, __LINE__, "error: the bin length is out of range");
     }
-    // Quiet bins took no part: a cue stands at the first loud bin behind a pause.
+    // Quiet bins took no part: a cue is at the first loud bin after a pause.
     CueList cues{sampleRate, {}};
     for (const std::size_t breakpoint : breakpoints) {
         cues.frames.push_back(static_cast<long long>(loud.indices.at(breakpoint)) *

@@ -40,7 +40,7 @@ static void exchange(Class type, SEL one, SEL other) {
     return [self runModalForDirectory:[self directory] file:[self nameFieldStringValue]];
 }
 
-// The stock filter tells "WAV" from "wav".
+// GNUstep's own filter is case-sensitive: "WAV" is not "wav".
 - (void)quorvaneSetAllowedFileTypes:(NSArray *)types {
     NSMutableArray *bothCases = [NSMutableArray arrayWithArray:types];
     for (NSString *type in types) {
