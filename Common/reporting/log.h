@@ -9,7 +9,8 @@
  * flushes. The source (a path such as "Common/level") and the line name the caller; they are for a
  * debugger and are not printed. A fixed number as the line (169, 334, 61 and so on) identifies the
  * message: tools find a message by its source and number, so the number stays when the line moves.
- * Newer messages pass __LINE__ instead. A message sink (failure.h) replaces the standard output.
+ * Newer messages pass __LINE__ instead.
+ * A message sink (failure.h), if set, replaces the standard output.
  */
 void log_msg(const std::string& source, int line, const std::string& text);
 

@@ -77,9 +77,9 @@ bool tells_its_size(int file, off_t begin, off_t bytes) {
 
 /**
  * libsndfile does not report a header that it failed to update on closing, so this reads the length
- * back from the file on disk. A device or a pipe cannot be read back, and in some formats libsndfile
- * does not open a file without frames. A header written to the file's end instead of its start adds
- * more than one frame; one frame too many is a pad byte that libsndfile reads as one.
+ * back from the file on disk. A device or a pipe cannot be read back, and in some formats
+ * libsndfile does not open a file without frames. A header written to the file's end instead of its
+ * start adds more than one frame; one frame too many is a pad byte that libsndfile reads as one.
  */
 bool is_whole(const std::string& path, long long frames) {
     const int held = ScratchSounds::of_this_thread().open_for_reading(path);
