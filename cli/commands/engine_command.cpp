@@ -94,7 +94,7 @@ int ignore_progress(void* /*context*/, float /*fraction*/) {
     return 0;
 }
 
-/** What the engine says of a failure, which the last line tells in its own way. */
+/** The engine's text of a failure, which the last line reports in other words. */
 struct HeldWords {
     std::string directory;  // no word with this internal path in it is shown
     std::string text;

@@ -26,9 +26,9 @@
 #include "leveling/words/text.h"
 
 /*
- * The watch itself knows no words. Here its events become lines for people and lines of JSON: a
- * finished file is the same object as in any other run, with "event" in front; what is no file has
- * an object of its own.
+ * The watch itself has no texts. Here its events become lines for people and lines of JSON: a
+ * finished file is the same object as in any other run, with "event" in front; other events have
+ * objects of their own.
  */
 
 namespace quorvane {

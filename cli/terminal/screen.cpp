@@ -23,7 +23,7 @@
 namespace quorvane {
 namespace {
 
-constexpr std::size_t kPlainColumns = 100;  // where there is no terminal
+constexpr std::size_t kPlainColumns = 100;  // without a terminal
 constexpr auto kDrawEvery = std::chrono::milliseconds(100);
 /** Time left is shown once it means something. */
 constexpr double kLeastFraction = 0.04;
@@ -225,7 +225,7 @@ void Screen::draw(const std::vector<Bar>& bars, const Bar& whole) {
 }
 
 std::string bar_line(const Screen::Bar& bar, std::size_t columns, bool unicode) {
-    // Columns beyond which a longer name or bar tells nothing more.
+    // Columns beyond which a longer name or bar shows nothing more.
     constexpr std::size_t kMostName = 36;
     constexpr std::size_t kMostBar = 40;
     const double fraction = std::clamp(bar.fraction, 0.0, 1.0);
