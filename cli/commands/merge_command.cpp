@@ -19,8 +19,8 @@
 #include "leveling/worker/look.h"
 
 /*
- * Many runs told as one: their lines of JSON are read, sorted as one run would have had them, and
- * go through the same words, tables and files. A file that one run planned and none worked on
+ * Reports many runs as one: their lines of JSON are read, sorted in the order of one run, and shown
+ * with the same sentences, tables and files. A file that one run planned and none worked on
  * counts as unfinished, and a line that cannot be read makes the merge a failure: a task that was
  * lost must not look like success.
  */
@@ -57,7 +57,7 @@ int merge(const Settings& settings) {
         FileFacts facts = found.facts(i);
         if (facts.outcome == Outcome::Planned) {
             facts.outcome = Outcome::Interrupted;
-            facts.cause = "planned, but no run tells of it";
+            facts.cause = "planned, but no run reported it";
         }
         // Work, not waiting: the runs were side by side.
         work_s += facts.elapsed_s;
@@ -78,7 +78,7 @@ int merge(const Settings& settings) {
         screen.error(fmt::format("quorvane: {}", printable(problem)));
     }
     if (found.size() == 0) {
-        screen.error("quorvane: there are no results in what was named");
+        screen.error("quorvane: the files named hold no results; name files that --json wrote");
     }
     const int status = status_of(settings, results, lines, screen);
     const auto& files = results.files();
@@ -92,7 +92,7 @@ int merge(const Settings& settings) {
 }  // namespace
 
 int merge_main(int argc, const char* const* argv) {
-    return run_command(argc - 1, argv + 1, merge);
+    return run_command(argc - 1, argv + 1, merge, Command::Merge);
 }
 
 }  // namespace quorvane

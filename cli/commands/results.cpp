@@ -12,6 +12,7 @@
 
 #include "Common/version.h"
 #include "cli/commands/batch_command.h"
+#include "cli/options/help.h"
 #include "cli/terminal/finding_lines.h"
 #include "cli/terminal/summary.h"
 #include "leveling/advice/explain.h"
@@ -23,7 +24,7 @@
 
 /*
  * What a run says, and with which status it ends. The screen, the JSON and the report hear of every
- * file in one place each, so that no outcome is told in one and forgotten in another.
+ * file in one place each, so that no outcome is reported in one and forgotten in another.
  */
 
 namespace quorvane {
@@ -211,13 +212,17 @@ int print_answer(const std::string& text) {
 
 }  // namespace
 
-int run_command(int argc, const char* const* argv, const std::function<int(const Settings&)>& run) {
+int run_command(int argc,
+                const char* const* argv,
+                const std::function<int(const Settings&)>& run,
+                Command command) {
+    const bool merges = command == Command::Merge;
     // For the widths of signs on the screen; numbers keep their decimal point.
     setlocale(LC_CTYPE, "");
     try {
         const Settings settings = parse_command_line(argc, argv);
         if (settings.help) {
-            return print_answer(help_text());
+            return print_answer(merges ? merge_help_text() : help_text());
         }
         if (settings.explain) {
             return print_answer(explanation(*settings.explain));
@@ -227,7 +232,8 @@ int run_command(int argc, const char* const* argv, const std::function<int(const
         }
         return run(settings);
     } catch (const UsageError& error) {
-        fprintf(stderr, "quorvane: %s\nTry 'quorvane --help'.\n", printable(error.what()).c_str());
+        fprintf(stderr, "quorvane: %s\nTry 'quorvane %s--help'.\n", printable(error.what()).c_str(),
+                merges ? "merge " : "");
         return kWrongUsage;
     } catch (const std::exception& error) {
         fprintf(stderr, "quorvane: %s\n", printable(cause_of(error)).c_str());

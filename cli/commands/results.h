@@ -50,8 +50,8 @@ class SharedFailures {
 enum class Files { One, Several };
 
 /**
- * Tells one finished file on the screen and in the lines of JSON. The verdict on the only file of a
- * run comes first, here; that on several comes when all are finished.
+ * Reports one finished file on the screen and in the lines of JSON. The verdict on the only file of
+ * a run comes first, here; that on several comes when all are finished.
  */
 void tell_finished(const Settings& settings,
                    const FileFacts& facts,
@@ -60,23 +60,29 @@ void tell_finished(const Settings& settings,
                    JsonLines& lines);
 
 /**
- * Tells of a run that is over: the loudness table, the summary (a single file was told of already,
- * unless a signal stopped the run), and the report and JSON file, which get their names.
+ * Reports a finished run: prints the loudness table and the summary (a single file was reported
+ * already, unless a signal stopped the run), and gives the report and JSON file their names.
  */
 void tell_results(
     const Settings& settings, ResultFiles& results, double elapsed_s, int signal, Screen& screen);
 
 /**
- * Writes the list of failed inputs, if there is to be one, and returns the exit status of a run
- * that is over: kSomeFailed when a file failed, or the facts could not be written, which is told
- * here; kNotReady when a file is not what a destination asks for.
+ * Writes the list of failed inputs, if requested, and returns the exit status of a finished run:
+ * kSomeFailed when a file failed or the results could not be written, which is reported here;
+ * kNotReady when a file does not meet its delivery target.
  */
 int status_of(const Settings& settings,
               const ResultFiles& results,
               const JsonLines& lines,
               Screen& screen);
 
+/** Whose help is shown. */
+enum class Command { Level, Merge };
+
 /** Reads the command line, answers --help and --version, and runs; errors become exit statuses. */
-int run_command(int argc, const char* const* argv, const std::function<int(const Settings&)>& run);
+int run_command(int argc,
+                const char* const* argv,
+                const std::function<int(const Settings&)>& run,
+                Command command = Command::Level);
 
 }  // namespace quorvane

@@ -5,8 +5,8 @@
 #include "leveling/facts/destinations.h"
 
 /*
- * The rows of this program stand here; those of the engine come from the engine's own table, so
- * that a tuning option, its help and its default are written down once.
+ * The rows of this program are here; those of the engine come from the engine's own table, so that
+ * a tuning option, its help and its default are written once.
  */
 
 namespace quorvane {
@@ -18,81 +18,78 @@ std::vector<OptionRow> own_options() {
     using G = OptionGroup;
     using C = Completion;
     return {
+        {G::First, "for", 0, "TARGET", C::Destination,
+         "match a delivery target (loudness and true peak) with a gain and a true-peak limiter: " +
+             listed_destinations() +
+             ", or a target of your own such as "
+             "lufs=-18:tp=-1.5 (-40 to -5 LUFS within 0.5, true peak -20 to 0 dBTP); with "
+             "--analyze check only, several targets too (podcast,spotify)"},
+        {G::First, "output", 'o', "FILE", C::File, "name of the output, for exactly one input"},
+        {G::First, "output-dir", 'd', "DIR", C::Directory,
+         "write below DIR, keeping the folders below each PATH"},
+        {G::First, "force", 'f', "", C::None, "replace any file that has an output's name"},
+        {G::First, "analyze", 0, "", C::None,
+         "only measure: print the loudness table, write no audio"},
+        {G::First, "dry-run", 'n', "", C::None,
+         "list what would be read and written; write nothing"},
+        {G::First, "report", 0, "PATH", C::File,
+         "write an HTML report; for several inputs PATH is a folder with an index page"},
+
         {G::Output, "suffix", 0, "TEXT", C::None,
          "text added to the output's name before the extension (default: -leveled)"},
-        {G::Output, "output", 'o', "FILE", C::File, "name of the output, for exactly one input"},
-        {G::Output, "output-dir", 'd', "DIR", C::Directory,
-         "write below DIR, keeping the folders below each PATH"},
         {G::Output, "keep-top", 0, "", C::None,
-         "with --output-dir: keep the name of each PATH, of a file that of its folder, as a folder "
-         "below DIR"},
-        {G::Output, "force", 'f', "", C::None, "replace outputs that exist, whatever they are"},
+         "with --output-dir: add a folder below DIR for each PATH, named after the PATH (for a "
+         "file: after its folder)"},
         {G::Output, "redo-changed", 0, "", C::None,
-         "level anew what was leveled from an earlier state of its input, with other options or "
-         "by an earlier arithmetic, and replace the old output"},
+         "level again, and replace the old output, where the input, the options or the program's "
+         "arithmetic changed"},
         {G::Output, "verify", 0, "", C::None,
-         "read what is done already, and what it was made from, and compare contents, where else "
-         "sizes and times are enough; a content that is not the recorded one is a failure"},
+         "compare the contents of finished outputs and their inputs with the record, not only "
+         "sizes and times; a difference is a failure"},
         {G::Output, "keep-mtime", 0, "", C::None,
          "give the output the modification time of its input"},
-
         {G::Output, "audio-stream", 0, "N", C::None,
-         "of a video or other file with several sounds level the Nth, or all of them (default: the "
-         "one that the file marks as its default)"},
+         "audio stream to level in a video or other media file: its number, or all (default: "
+         "the stream that the file marks as its default)"},
         {G::Output, "audio-codec", 0, "NAME", C::None,
-         "encode the leveled sound of a video or other media file with this codec (default: as it "
-         "was)"},
+         "codec for the leveled audio of a video or other media file (default: the input's)"},
 
-        {G::Work, "for", 0, "DESTINATION", C::Destination,
-         "bring the output to what a place asks for, by a gain and a true-peak limiter: " +
-             listed_destinations() +
-             ", or a target of your own as in "
-             "lufs=-18:tp=-1.5 (-40 to -5 LUFS within 0.5, true peak -20 to 0 dBTP); with "
-             "--analyze "
-             "only check, also several (podcast,spotify)"},
-        {G::Work, "target", 0, "DESTINATION", C::Destination, "the same as --for"},
+        {G::Work, "target", 0, "TARGET", C::Destination, "the same as --for"},
         {G::Work, "plain", 0, "", C::None,
-         "level by the engine alone, which gives the samples of version 3.0: without preparation "
+         "level with the engine alone, which gives the samples of version 3.0: without preparation "
          "and without dither"},
         {G::Work, "jobs", 'j', "N", C::None,
-         "files worked on at the same time (default: the number of cores)"},
+         "files processed at the same time (default: the number of cores)"},
         {G::Work, "strict", 0, "", C::None,
          "fail every file that is cut short or damaged, also one that has lost less than 5 % and "
-         "would be leveled with a note; end with status 4 where a problem was found"},
+         "would be leveled with a note; exit with status 4 if a problem was found"},
         {G::Work, "salvage", 0, "", C::None,
-         "level what is left of a damaged file that has lost 5 % or more, which fails otherwise"},
+         "level what is left of a damaged file that has lost 5 % or more (default: it fails)"},
         {G::Work, "files-from", 0, "FILE", C::File,
-         "take the PATHs that FILE lists, one a line; - is the standard input"},
+         "read the PATHs from FILE, one a line; - is the standard input"},
         {G::Work, "null", '0', "", C::None,
          "with --files-from and --failed: a null byte ends each PATH"},
         {G::Work, "plan", 0, "FILE", C::File,
-         "work on what the JSON of a dry run lists (--dry-run --json FILE); PATHs are not "
+         "process what the JSON of a dry run lists (--dry-run --json FILE); PATHs are not "
          "searched"},
         {G::Work, "shard", 0, "I/N", C::None,
-         "work on part I (0 to N-1) of N of about equal size; the N together are the whole"},
+         "process part I (0 to N-1) of N parts of about equal size"},
         {G::Work, "max-failures", 0, "N", C::None,
-         "begin no more files after N have failed (default: go on)"},
+         "start no more files after N have failed (default: no limit)"},
         {G::Work, "settle", 0, "SECONDS", C::None,
-         "of what a folder search finds, leave files that changed less than SECONDS ago (0 to 60, "
-         "default: 2) for the end, and wait for them up to a minute; 0 waits for none"},
-        {G::Work, "dry-run", 'n', "", C::None, "say what would be read and written; touch nothing"},
-        {G::Work, "analyze", 0, "", C::None,
-         "only measure: print the loudness table, write no audio"},
+         "in a folder search, leave files that changed less than SECONDS ago (0 to 60, "
+         "default: 2) for the end, and wait for them up to a minute; 0: do not wait"},
         {G::Work, "no-measure", 0, "", C::None, "skip the loudness measurement before and after"},
-
         {G::Work, "watch", 0, "DIR", C::Directory,
          "level the recordings of DIR as they arrive, until SIGTERM or Ctrl-C; SIGHUP opens the "
          "log again"},
         {G::Work, "on-done", 0, "PROGRAM", C::File,
-         "with --watch: run PROGRAM for each finished file, without arguments; what became of the "
-         "file is in its environment (QUORVANE_OUTPUT and others)"},
+         "with --watch: run PROGRAM for each finished file, without arguments; the result is in "
+         "its environment (QUORVANE_OUTPUT and others)"},
 
-        {G::Facts, "report", 0, "PATH", C::File,
-         "write an HTML report; for several inputs PATH is a folder with an index page"},
-        {G::Facts, "no-listen", 0, "", C::None,
-         "leave the excerpts to listen to out of the report"},
+        {G::Facts, "no-listen", 0, "", C::None, "leave the audio excerpts out of the report"},
         {G::Facts, "json", 0, "PATH", C::File,
-         "write the facts as JSON, one object per line and file; - is the standard output"},
+         "write the results as JSON, one line per file; - is the standard output"},
         {G::Facts, "csv", 0, "FILE", C::File,
          "write a table for spreadsheets, a row per input (RFC 4180, UTF-8)"},
         {G::Facts, "no-curves", 0, "", C::None,
@@ -109,10 +106,10 @@ std::vector<OptionRow> own_options() {
         {G::Display, "progress", 0, "WHEN", C::When, "show progress bars: auto, always or never"},
 
         {G::Other, "explain", 0, "[CODE]", C::Finding,
-         "tell what a finding means, why it matters, what to do now and before the next recording; "
-         "without CODE list all of them"},
-        {G::Other, "help", 'h', "", C::None, "show this help and leave"},
-        {G::Other, "version", 0, "", C::None, "show the version and leave"},
+         "explain a finding: what it means, why it matters, what to do now and before the next "
+         "recording; without CODE list all findings"},
+        {G::Other, "help", 'h', "", C::None, "show this help and exit"},
+        {G::Other, "version", 0, "", C::None, "show the version and exit"},
     };
 }
 
@@ -156,12 +153,14 @@ const std::vector<OptionRow>& option_table() {
 
 const char* title(OptionGroup group) {
     switch (group) {
+        case OptionGroup::First:
+            return "Most used";
         case OptionGroup::Output:
             return "Outputs";
         case OptionGroup::Work:
-            return "Work";
+            return "Inputs and processing";
         case OptionGroup::Facts:
-            return "Facts about a run";
+            return "Reports and results";
         case OptionGroup::Display:
             return "Display";
         case OptionGroup::Tuning:
@@ -173,9 +172,9 @@ const char* title(OptionGroup group) {
 }
 
 const std::vector<OptionGroup>& option_groups() {
-    static const std::vector<OptionGroup> groups = {OptionGroup::Output, OptionGroup::Work,
-                                                    OptionGroup::Facts,  OptionGroup::Display,
-                                                    OptionGroup::Tuning, OptionGroup::Other};
+    static const std::vector<OptionGroup> groups = {
+        OptionGroup::First,   OptionGroup::Output, OptionGroup::Work, OptionGroup::Facts,
+        OptionGroup::Display, OptionGroup::Tuning, OptionGroup::Other};
     return groups;
 }
 

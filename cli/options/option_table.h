@@ -4,13 +4,13 @@
 #include <vector>
 
 /*
- * One table for all: who adds an option writes one row, and the parser, the help, the manual page
- * and the completions of three shells have it. A test compares them.
+ * One table for all: a new option is one row, and the parser, the help, the manual page and the
+ * completions of three shells have it. A test compares them.
  */
 
 namespace quorvane {
 
-enum class OptionGroup { Output, Work, Facts, Display, Tuning, Other };
+enum class OptionGroup { First, Output, Work, Facts, Display, Tuning, Other };
 
 /** What a shell may offer after the option. */
 enum class Completion { None, File, Directory, When, BitDepth, CostFunction, Destination, Finding };
@@ -34,7 +34,7 @@ const std::vector<OptionRow>& option_table();
 const char* title(OptionGroup group);
 const std::vector<OptionGroup>& option_groups();
 
-/** The words that a shell offers for a value, empty when there is no fixed list. */
+/** The words that a shell offers for a value; empty for free text and paths. */
 std::vector<const char*> choices(Completion completion);
 
 }  // namespace quorvane

@@ -7,9 +7,9 @@
 #include <boost/algorithm/string/split.hpp>
 #include <boost/lexical_cast.hpp>
 #include <boost/program_options.hpp>
-#include <sstream>
 
 #include "Common/step/option_errors.h"
+#include "cli/options/help.h"
 #include "cli/options/option_table.h"
 #include "leveling/advice/advice_table.h"
 #include "leveling/facts/destinations.h"
@@ -29,36 +29,6 @@ namespace {
 
 constexpr std::size_t kMostShards = 1'000'000;
 constexpr std::size_t kMostFailures = 1'000'000'000;
-constexpr unsigned kHelpWidth = 90;      // columns
-constexpr unsigned kHelpTextWidth = 48;  // of these, what is left for the explanations at least
-
-/** A group of the table as the parser and the help want it. */
-po::options_description describe(OptionGroup group) {
-    po::options_description description(title(group), kHelpWidth, kHelpTextWidth);
-    for (const OptionRow& row : option_table()) {
-        if (row.group != group) {
-            continue;
-        }
-        std::string names = row.name;
-        if (row.letter) {
-            names += std::string(",") + row.letter;
-        }
-        if (row.argument[0] == '[') {
-            // An argument that may be left out: without "=" it is read as a PATH.
-            description.add_options()(
-                names.c_str(),
-                po::value<std::string>()->implicit_value("")->value_name(row.argument),
-                row.help.c_str());
-        } else if (!row.argument.empty()) {
-            description.add_options()(names.c_str(),
-                                      po::value<std::string>()->value_name(row.argument),
-                                      row.help.c_str());
-        } else {
-            description.add_options()(names.c_str(), row.help.c_str());
-        }
-    }
-    return description;
-}
 
 /** "auto" where the option is absent. */
 When parse_when(const po::variables_map& values, const char* name) {
@@ -193,7 +163,7 @@ void refuse_contradictions(const Settings& settings) {
     refuse(settings.analyze && !settings.output.empty(),
            "--analyze writes no audio, so --output has no meaning");
     refuse(settings.destinations.size() > 1 && !settings.analyze,
-           "an output is made for one destination; --analyze checks several");
+           "an output is made for one delivery target; --analyze checks several");
     refuse(!settings.destinations.empty() && !settings.measure,
            "--for measures what it writes, so it excludes --no-measure");
     refuse(!settings.measure && !settings.report.empty(),
@@ -235,7 +205,18 @@ void refuse_beside_watch(const Settings& settings) {
     }
 }
 
-/** The words of a command line, asked for by the options' names. */
+/** " (did you mean --report?)" for "--reprt", or "" where no option is near. */
+std::string nearest_option(const std::string& typed) {
+    std::vector<std::string> names;
+    for (const OptionRow& row : option_table()) {
+        names.push_back(row.name);
+    }
+    const std::size_t begin = std::min(typed.find_first_not_of('-'), typed.size());
+    const std::string nearest = nearest_word(typed.substr(begin), names);
+    return nearest.empty() ? "" : fmt::format(" (did you mean --{}?)", nearest);
+}
+
+/** The values of a command line, by the options' names. */
 class Words {
   public:
     /** Throws UsageError with the library's text: it names the word that is wrong. */
@@ -258,6 +239,8 @@ class Words {
                           .run(),
                       values_);
             po::notify(values_);
+        } catch (po::unknown_option& error) {
+            throw UsageError(text_of_option_error(error) + nearest_option(error.get_option_name()));
         } catch (po::error& error) {
             throw UsageError(text_of_option_error(error));
         }
@@ -398,7 +381,7 @@ Settings parse_command_line(int argc, const char* const* argv) {
     if (words.given("explain")) {
         settings.explain = explained_code(words);
     }
-    // Who asks for help gets it, whatever else the line holds.
+    // Help is shown whatever else the line holds.
     if (settings.help || settings.version || settings.explain) {
         return settings;
     }
@@ -409,25 +392,6 @@ Settings parse_command_line(int argc, const char* const* argv) {
     refuse_contradictions(settings);
     refuse_beside_watch(settings);
     return settings;
-}
-
-std::string help_text() {
-    std::ostringstream out;
-    out << "Usage: quorvane [options] PATH...\n"
-           "       quorvane --watch DIR [options]\n"
-           "\n"
-           "Levels the loudness of spoken-word recordings. A PATH is an audio file or a folder,\n"
-           "which is searched with everything below it. talk.wav gives talk-leveled.wav.\n"
-           "With --input-file the program takes one file through the engine and no more;\n"
-           "'quorvane --input-file= --help' lists that command line.\n";
-    for (OptionGroup group : option_groups()) {
-        out << "\n" << describe(group);
-    }
-    out << "\n"
-           "Exit status: 0 all done, 1 a file failed or is damaged, 2 wrong usage, 4 a file is "
-           "not\n"
-           "ready for what --for names or has a problem with --strict, 130 interrupted.\n";
-    return out.str();
 }
 
 }  // namespace quorvane

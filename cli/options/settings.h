@@ -6,7 +6,7 @@
 #include "leveling/request/request.h"
 
 /*
- * Settings are what was asked for, read once and checked for contradictions; nobody else looks at
+ * Settings are the options of a run, read once and checked for contradictions; no other code reads
  * the command line. The tuning options are not read here: they go to the engine as they were given,
  * which knows their types and says what is wrong with them.
  */
@@ -15,7 +15,7 @@ namespace quorvane {
 
 enum class When { Auto, Always, Never };
 
-/** What a command line asks for: the work, and how it is shown. */
+/** The content of a command line: the work, and how it is shown. */
 struct Settings : Request {
     std::string watch;     // a folder whose files are leveled as they arrive; empty: none
     std::string on_done;   // a program for each file of a watch; empty: none
@@ -31,7 +31,5 @@ struct Settings : Request {
 
 /** Reads a command line (argv[0] is the program's name). Throws UsageError. */
 Settings parse_command_line(int argc, const char* const* argv);
-
-std::string help_text();
 
 }  // namespace quorvane

@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 
+#include "cli/options/help.h"
 #include "cli/options/option_documents.h"
 #include "cli/options/option_table.h"
 
@@ -49,6 +50,8 @@ TEST(Settings, WrongUsageNamesTheOption) {
     const Row rows[] = {
         {{}, "name at least one file or folder"},
         {{"--nonsense", "x.wav"}, "--nonsense"},
+        {{"--reprt", "r.html", "x.wav"}, "'--reprt' (did you mean --report?)"},
+        {{"--Analyse=1", "x.wav"}, "(did you mean --analyze?)"},
         {{"--for", "x.wav"}, "--for"},
         {{"-j", "0", "x.wav"}, "--jobs takes a number from 1 to 256, not '0'"},
         {{"-j", "two", "x.wav"}, "not 'two'"},
@@ -71,6 +74,24 @@ TEST(Settings, WrongUsageNamesTheOption) {
             EXPECT_THAT(error.what(), HasSubstr(row.message));
         }
     }
+}
+
+TEST(Help, BeginsWithExamplesAndTheMostUsedOptions) {
+    const std::string help = help_text();
+    const char* in_order[] = {"  quorvane talk.wav ",  "  quorvane --for podcast",
+                              "  quorvane --analyze",  "Usage: quorvane [options] PATH...",
+                              "quorvane merge --help", "Most used:",
+                              "--output-dir",          "Outputs:",
+                              "--options-file",        "Exit status: 0"};
+    std::size_t at = 0;
+    for (const char* text : in_order) {
+        at = help.find(text, at);
+        ASSERT_NE(std::string::npos, at) << text;
+    }
+    const std::string merge = merge_help_text();
+    EXPECT_THAT(merge, HasSubstr("Usage: quorvane merge RESULTS..."));
+    EXPECT_THAT(merge, HasSubstr("--report PATH"));
+    EXPECT_THAT(merge, Not(HasSubstr("--output-dir"))) << "a merge levels nothing";
 }
 
 TEST(OptionTable, EveryDocumentNamesEveryOption) {
