@@ -36,7 +36,7 @@
         <translation>die Ausgabedatei existiert bereits</translation>
     </message>
     <message>
-        <source>the output came to exist meanwhile and was kept</source>
+        <source>the output was created by another program in the meantime and was kept</source>
         <translation>die Ausgabedatei ist inzwischen entstanden und blieb erhalten</translation>
     </message>
     <message>

@@ -92,7 +92,7 @@ Judgement UpToDate::judge_unknown(const std::string& output,
     judgement.state = OutputState::NotOurs;
     if (records.empty()) {
         judgement.cause = fmt::format(
-            "{} exists, and no record tells that it was made from this input "
+            "{} exists, and no record says that it was made from this input "
             "(--force replaces it)",
             output);
     } else if (proof_ == Proof::SizeAndTime) {
@@ -125,7 +125,7 @@ Judgement UpToDate::judge_new(const std::string& input, const std::string& outpu
 Judgement UpToDate::judge_record(const DoneRecord& record, const std::string& input) const {
     Judgement judgement;
     judgement.state = OutputState::Changed;
-    constexpr const char* kRedo = "(--redo-changed levels it anew)";
+    constexpr const char* kRedo = "(--redo-changed levels it again)";
     Comparison source(input, proof_);
     const std::string destination = destination_in(options_);
     const bool same_way = record.arithmetic.way.empty() || record.arithmetic.way == arithmetic_.way;
@@ -142,8 +142,8 @@ Judgement UpToDate::judge_record(const DoneRecord& record, const std::string& in
         } else if (state_of(record.input).exists()) {
             judgement.state = OutputState::NotOurs;
             judgement.cause = fmt::format(
-                "its output's name is that of another one, leveled from {}; --keep-top or another "
-                "--output-dir gives each a place of its own",
+                "its output has the same name as the one leveled from {}; --keep-top or another "
+                "--output-dir keeps them apart",
                 record.input);
         } else {  // the archive has moved
             judgement.cause = fmt::format("the input changed since it was leveled {}", kRedo);

@@ -28,7 +28,7 @@ void require_form_of(const SndfileHandle& leveled, int sample_rate_hz, int chann
 
 void require_numbers(const Scan& leveled) {
     if (!leveled.finite) {
-        throw std::runtime_error("the leveled file holds samples that are no numbers");
+        throw std::runtime_error("the leveled file holds samples that are not numbers");
     }
 }
 

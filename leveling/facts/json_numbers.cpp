@@ -27,7 +27,7 @@ double number_back(const nlohmann::ordered_json& json) {
 double level_back(const nlohmann::ordered_json& json) {
     const double level = number_back(json);
     if (level > kMost_db || (level < -kMost_db && level != kSilence)) {
-        throw FactsError(fmt::format("{} dB is no level of a recording", level));
+        throw FactsError(fmt::format("{} dB is not a possible level of a recording", level));
     }
     return level;
 }

@@ -99,7 +99,7 @@ std::vector<std::string> outputs_among(const OutputNames& names,
     for (std::size_t i = 0; i < files.size(); ++i) {
         const std::string original = original_of(files[i].path, names.suffix);
         if (!original.empty() && place_of.count(resolver.placed(original)) != 0) {
-            reasons[i] = "is an output: it bears the suffix beside its original";
+            reasons[i] = "is an output: its name has the suffix, and its original is beside it";
         }
         const auto found = place_of.find(resolver.placed(output_of(names, files[i]).string()));
         if (found != place_of.end() && found->second != i) {
@@ -113,7 +113,7 @@ void require_regular(const fs::path& output) {
     std::error_code error;
     if (fs::exists(output, error) && !fs::is_regular_file(output, error)) {
         throw UsageError(
-            fmt::format("the output {} exists and is no regular file", output.string()));
+            fmt::format("the output {} exists and is not a regular file", output.string()));
     }
 }
 

@@ -139,7 +139,7 @@ void refuse_unusable(const Sound& sound, const MediaFile& file) {
             file.audio_streams > 1 ? " (--audio-stream N chooses another)" : ""));
     }
     if (sound.channels < 1 || sound.sample_rate_hz < 1) {
-        throw FileError(fmt::format("{} tells neither channels nor sample rate", name));
+        throw FileError(fmt::format("{} states neither channels nor sample rate", name));
     }
 }
 

@@ -48,9 +48,9 @@ std::string length_note(const DataSize& data) {
     if (data.kind == DataSize::Kind::Padded) {
         return fmt::format("{} bytes of zeros behind its audio were left out", rest);
     }
-    const std::string text =
-        fmt::format("its header tells of {} bytes of audio, but {} more follow that are no chunk",
-                    data.promised, rest);
+    const std::string text = fmt::format(
+        "its header announces {} bytes of audio, but {} more follow that are not a chunk",
+        data.promised, rest);
     if (rest > data.promised / kMostTrailingShare) {
         throw FileError(text + "; its header needs a repair first");
     }

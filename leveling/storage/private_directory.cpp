@@ -25,7 +25,7 @@ fs::path temporary_directory() {
     throw std::runtime_error(
         set != nullptr
             ? std::string("TMPDIR is set to \"") + set +
-                  "\", which is no directory for temporary files: " + error.message()
+                  "\", which cannot hold temporary files: " + error.message()
             : "there is no directory for temporary files: set TMPDIR to one that can be written");
 }
 

@@ -265,7 +265,8 @@ std::string ChildProcess::cause_of_end() {
                            kMostEventBytes >> 20);
     }
     if (send_error_ != 0) {
-        return fmt::format("its worker process could not be told of it: {}", strerror(send_error_));
+        return fmt::format("the job could not be sent to its worker process: {}",
+                           strerror(send_error_));
     }
     const std::string cause =
         WIFSIGNALED(status) ? fmt::format("its worker process was ended by signal {} ({})",

@@ -120,7 +120,7 @@ void Delivery::deliver(const WorkResult& result) {
         if (error.code() != std::errc::file_exists) {
             throw;
         }
-        throw FileError("the output came to exist meanwhile and was kept");
+        throw FileError("the output was created by another program in the meantime and was kept");
     }
 }
 

@@ -97,7 +97,7 @@ TEST(Lengths, ASizeThatWasNeverFilledInCostsNothing) {
     set_data_size(dir / "a.wav", 128000);
     result = run_program(QUORVANE " -f " + dir / "a.wav");
     EXPECT_EQ(1, result.status);
-    EXPECT_THAT(result.err, HasSubstr("128000 more follow that are no chunk"));
+    EXPECT_THAT(result.err, HasSubstr("128000 more follow that are not a chunk"));
 }
 
 // What stands behind the audio costs neither memory nor time by its size, and no sound. 256000
@@ -121,7 +121,7 @@ TEST(Lengths, WhatStandsBehindTheAudioIsMeasuredInBytes) {
         {"cp talk.wav x.wav; (head -c 4096 /dev/zero; printf 'note\\4\\0\\0\\0kept') >>x.wav", 0,
          ""},
         {"cp talk.wav x.wav; (head -c 40000 /dev/zero; head -c 9 talk.wav | tr R '\\1') >>x.wav", 1,
-         "40009 more follow that are no chunk"},
+         "40009 more follow that are not a chunk"},
         {"cp talk.wav x.wav; yes 'JUNK' | head -c 8000000 | tr '\\n' '\\0' | "
          "sed 's/JUNK./JUNK\\x00\\x00\\x00\\x00/g' >>x.wav",
          1, "more than 10000 chunks"},
@@ -172,7 +172,7 @@ TEST(Lengths, TheEnginesCommandTellsOfThemToo) {
         {"cp talk.wav x.wav; printf '\\0\\0\\0\\0' | dd of=x.wav bs=1 seek=40 conv=notrunc",
          "x.wav", 0, "0.05 s: its header gives its audio the size 0\n"},
         {"cp talk.wav x.wav; printf '\\0\\0\\1\\0' | dd of=x.wav bs=1 seek=40 conv=notrunc",
-         "x.wav", 1, "190464 more follow that are no chunk; its header needs a repair first\n"},
+         "x.wav", 1, "190464 more follow that are not a chunk; its header needs a repair first\n"},
         {"ffmpeg -v error -i talk.wav y.ogg; head -c 20000 y.ogg >x.ogg", "x.ogg", 0,
          "out.ogg: is cut short: its last page is not marked as the last\n"},
         {"ffmpeg -v error -i talk.wav -b:a 64k -write_xing 0 x.mp3", "x.mp3", 0,
