@@ -304,7 +304,7 @@ TEST_F(Archive, AnOutputOfOursForAnotherPlaceIsToBeMadeAgain) {
 
     const struct {
         std::string made, asked;
-        OutputState standing;
+        OutputState state;
     } rows[] = {{key(""), key("podcast"), OutputState::Outdated},
                 {key("atsc"), key("podcast"), OutputState::Outdated},
                 {key("podcast"), key("podcast"), OutputState::UpToDate},
