@@ -8,10 +8,10 @@
 #include <utility>
 #include <vector>
 
-#include "leveling/audio/loudness_meter.h"
 #include "leveling/audio/measure.h"
 #include "leveling/audio/portable_math.h"
 #include "leveling/audio/sound_file.h"
+#include "leveling/publish/level_meter.h"
 #include "leveling/publish/limiter.h"
 #include "leveling/publish/local_ceilings.h"
 #include "leveling/publish/true_peak.h"
@@ -43,23 +43,8 @@ constexpr double kLeastRise = 0.3;     // of the level, dB a dB of gain: below i
 constexpr double kMostStep = 6;        // dB from one trial to the next
 constexpr double kLeastStep = 0.02;    // dB back from a gain that is not sound
 constexpr double kUnnoticed = 0.25;    // of the limit: what no codec raises above it
-constexpr double kDecoderRoom = 0.15;  // dB for peaks that another decoder makes
-constexpr double kStepsADb = 10000;    // to which levels and gains are rounded
 constexpr double kRoomAtEdge = 0.3;    // dB kept from the edges of what an audiobook may have
 constexpr double kExpectedPasses = 5;  // for the progress
-
-/** So that the last bit of the library's logarithm decides nothing. Infinite stays. */
-double rounded(double db) {
-    return std::rint(db * kStepsADb) / kStepsADb;
-}
-
-/**
- * Opus codes speech at 8 to 16 kHz where bits are few, and each decoder brings it to 48 kHz by a
- * filter of its own: the peaks of two have been seen 0.11 dB apart.
- */
-bool decoders_differ(const std::string& path) {
-    return (open_to_read(path).format() & SF_FORMAT_SUBMASK) == SF_FORMAT_OPUS;
-}
 
 /** Whether a delivery is nearer to what is wanted than another: the limit of the peak comes first.
  */
@@ -75,42 +60,6 @@ struct Distance {
         }
         return holds() ? off_db < other.off_db : excess_db < other.excess_db;
     }
-};
-
-/** Measures the level that the target names and nothing else: a trial has to be cheap. */
-class LevelMeter {
-  public:
-    LevelMeter(LevelKind kind, const SndfileHandle& file)
-        : kind_(kind),
-          channels_(static_cast<std::size_t>(file.channels())),
-          meter_(file.channels(), file.samplerate()) {}
-
-    /** Interleaved, whole frames. */
-    void add(const std::vector<double>& samples) {
-        if (kind_ == LevelKind::Loudness) {
-            meter_.add(samples.data(), samples.size() / channels_);
-            return;
-        }
-        for (double sample : samples) {
-            squares_ += sample * sample;
-        }
-        count_ += static_cast<double>(samples.size());
-    }
-
-    double level_db() const {
-        if (kind_ == LevelKind::Rms) {
-            return rounded(10 * std::log10(squares_ / std::max(count_, 1.0)));
-        }
-        return rounded(meter_.integrated_lufs());
-    }
-
-  private:
-    LevelKind kind_;
-    std::size_t channels_;
-    LoudnessMeter meter_;
-    // For an RMS target.
-    double squares_ = 0;
-    double count_ = 0;
 };
 
 /** What came out of one run of gain and limiter over the file. */
@@ -149,6 +98,7 @@ class Publisher {
     Published deliver(const std::string& to, const Encode& encode);
     Published search(const std::string& to, const Encode& encode);
     Loudness measured(const std::string& path);
+    void encode_and_measure(const std::string& rendered, const Encode& encode, Published& result);
     void advance(double fraction_of_pass);
     void learn_from(const Published& result, const std::string& rendered);
     bool is_silent() const;
@@ -160,6 +110,7 @@ class Publisher {
     double passes_ = 0;
     int channels_ = 0;
     Loudness before_;
+    Reading coded_ = {};     // the last one
     double aim_db_ = 0;      // the level that a trial has to have
     double ceiling_db_ = 0;  // of the limiter
     double gain_db_ = 0;
@@ -185,20 +136,37 @@ Loudness Publisher::measured(const std::string& path) {
     return loudness;
 }
 
+/** The peaks that are reported are those of the decoder that makes the higher ones. */
+void Publisher::encode_and_measure(const std::string& rendered,
+                                   const Encode& encode,
+                                   Published& result) {
+    coded_ = encode(rendered);
+    result.path = coded_.path;
+    result.after = coded_.path == from_ ? before_ : measured(coded_.path);
+    if (!coded_.other.empty()) {
+        const Loudness other = measured(coded_.other);
+        result.after.true_peak_dbtp = std::max(result.after.true_peak_dbtp, other.true_peak_dbtp);
+        result.after.sample_peak_dbfs =
+            std::max(result.after.sample_peak_dbfs, other.sample_peak_dbfs);
+    }
+}
+
 /**
  * Keeps the peaks of the file's blocks and gives that of the whole, in dB over the limit: the
  * stricter reading of two meters, ours and that of the measurement.
  */
 double Publisher::find_peaks(const std::string& path, const Loudness& measured) {
     const double limit = portable_amplitude(destination_.peak_limit_db);
-    const double room_db = decoders_differ(path) ? kDecoderRoom : 0;
     peaks_ = block_peaks_of(path, limit * kUnnoticed);
-    for (double& peak : peaks_) {
-        peak *= portable_amplitude(room_db);
+    if (path == coded_.path && !coded_.other.empty()) {
+        const std::vector<double> others = block_peaks_of(coded_.other, limit * kUnnoticed);
+        peaks_.resize(std::max(peaks_.size(), others.size()));
+        std::transform(others.begin(), others.end(), peaks_.begin(), peaks_.begin(),
+                       [](double other, double ours) { return std::max(other, ours); });
     }
     const double greatest = *std::max_element(peaks_.begin(), peaks_.end());
     const double ours = rounded(20 * std::log10(greatest / limit));
-    const double theirs = rounded(measured.true_peak_dbtp + room_db - destination_.peak_limit_db);
+    const double theirs = rounded(measured.true_peak_dbtp - destination_.peak_limit_db);
     if (theirs > ours && theirs > 0 && greatest > 0) {
         // Which block it was, only our meter knows.
         const double factor = portable_amplitude(theirs) * limit / greatest;
@@ -345,8 +313,7 @@ Published Publisher::deliver(const std::string& to, const Encode& encode) {
     const Trial written = render(to);
     rendered_db_ = written.level_db;
     Published result;
-    result.path = encode(to);
-    result.after = measured(result.path);
+    encode_and_measure(to, encode, result);
     result.facts = {destination_.word,
                     gain_db_,
                     ceilings_->lowest_db(),
@@ -367,8 +334,7 @@ Published Publisher::run(const std::string& to, const Encode& encode) {
     result.facts.destination = destination_.word;
     if (fits_as_it_is()) {
         // Nothing to change, but for a lossy format the encoder has its say.
-        result.path = encode(from_);
-        result.after = result.path == from_ ? before_ : measured(result.path);
+        encode_and_measure(from_, encode, result);
         result.facts.ceiling_dbtp = ceiling_db_;
         if (is_silent() || delivered(result)) {
             return result;

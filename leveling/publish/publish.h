@@ -9,10 +9,19 @@
 namespace quorvane {
 
 /**
- * Makes what is delivered from the rendered file, where that takes an encoder, and gives the path
- * of a file that reads as it does. Called once for each try.
+ * A coded file as it is read: by the decoder that the rest of the program uses, and by another one
+ * where two decoders differ, as those of Opus do.
  */
-using Encode = std::function<std::string(const std::string& rendered)>;
+struct Reading {
+    std::string path;   // of a file that libsndfile reads
+    std::string other;  // of a file with the other decoder's samples; empty where there is none
+};
+
+/**
+ * Makes what is delivered from the rendered file, where that takes an encoder, and gives how it
+ * reads. Called once for each try.
+ */
+using Encode = std::function<Reading(const std::string& rendered)>;
 
 /** The delivered file, what was done to it, and its measurement. */
 struct Published {

@@ -45,6 +45,12 @@ class AudioBackend {
     virtual std::string readable(const std::string& file) = 0;
 
     /**
+     * The audio of a result of encode() as another decoder makes it, in a file that libsndfile
+     * reads; empty where decoders do not differ, or there is no other one.
+     */
+    virtual std::string read_otherwise(const std::string& /*result*/) { return ""; }
+
+    /**
      * The files that the engine takes, uncompressed or lossless: the input itself where that is.
      * More than one where a file's sounds are leveled each by itself; the facts are the first's.
      */

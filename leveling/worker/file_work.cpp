@@ -281,7 +281,7 @@ void publish_audio(Work& work) {
     };
     for (std::size_t i = 1; i < sounds.size(); ++i) {
         if (!sounds[i].empty()) {
-            const auto as_it_is = [](const std::string& audio) { return audio; };
+            const auto as_it_is = [](const std::string& audio) { return Reading{audio, ""}; };
             sounds[i] = publish(destination, sounds[i], rendered(i), as_it_is, [](double) {}).path;
         }
     }
@@ -293,7 +293,8 @@ void publish_audio(Work& work) {
     const auto encode_and_read = [&](const std::string& audio) {
         sounds[0] = audio;
         work.audio = work.backend->encode(sounds, [](double) {});
-        return work.backend->readable(work.audio);
+        return Reading{work.backend->readable(work.audio),
+                       work.backend->read_otherwise(work.audio)};
     };
     const Published published =
         publish(destination, work.leveled[0], rendered(0), encode_and_read, work.progress);

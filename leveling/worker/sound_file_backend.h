@@ -27,6 +27,7 @@ class SoundFileBackend : public AudioBackend {
     void probe(FileFacts& facts) override;
 
     std::string readable(const std::string& file) override;
+    std::string read_otherwise(const std::string& result) override;
 
     std::vector<std::string> engine_inputs() override;
     std::string encode(const std::vector<std::string>& leveled,
