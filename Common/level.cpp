@@ -73,6 +73,11 @@ std::function<int()> opener_for(LevelOpenFinal open, void* context) {
     return [open, context] { return open(context); };
 }
 
+void set_final(RunSettings& settings, LevelOpenFinal open, void* context, const char* name) {
+    settings.open_final = opener_for(open, context);
+    settings.final_name = name == nullptr ? RunSettings().final_name : name;
+}
+
 /** LevelCopy and LevelDeliver are of one kind. */
 std::function<int(const std::string&, const std::string&)> mover_for(LevelCopy move,
                                                                      void* context) {
@@ -144,9 +149,8 @@ void levelHideIntermediates(int hide) {
     change_settings([&](RunSettings& settings) { settings.hide_intermediates = hide != 0; });
 }
 
-void levelSetFinalFile(LevelOpenFinal open, void* context) {
-    change_settings(
-        [&](RunSettings& settings) { settings.open_final = opener_for(open, context); });
+void levelSetFinalFile(LevelOpenFinal open, void* context, const char* name) {
+    change_settings([&](RunSettings& settings) { set_final(settings, open, context, name); });
 }
 
 void levelSetCopy(LevelCopy copy, void* context) {
@@ -279,8 +283,8 @@ void levelRunSetMessages(LevelRun* run, LevelMessage messages, void* context) {
                                                  : [](const reporting::Words& /*words*/) {};
 }
 
-void levelRunSetFinalFile(LevelRun* run, LevelOpenFinal open, void* context) {
-    run->settings.open_final = opener_for(open, context);
+void levelRunSetFinalFile(LevelRun* run, LevelOpenFinal open, void* context, const char* name) {
+    set_final(run->settings, open, context, name);
 }
 
 void levelRunSetCopy(LevelRun* run, LevelCopy copy, void* context) {

@@ -83,11 +83,11 @@ void levelHideIntermediates(int hide);
  * floats. The last step calls open, which returns a descriptor of an empty file, open for reading
  * and writing and owned by the caller, or -1 to use a temporary file as usual. With a descriptor no
  * file exists at the path that moveFinalFile gets. WAV and AIFF may begin at the descriptor's
- * position; the caller fills the bytes before it. A null function
- * removes the setting.
+ * position; the caller fills the bytes before it. Messages call the file by
+ * name, or "the output" with a null name. A null function removes the setting.
  */
 typedef int (*LevelOpenFinal)(void* context);
-void levelSetFinalFile(LevelOpenFinal open, void* context);
+void levelSetFinalFile(LevelOpenFinal open, void* context, const char* name);
 
 /*
  * How later runs copy an input that cannot be leveled to the output: copy is called in place of the
@@ -168,7 +168,7 @@ void levelRunSetProgress(LevelRun* run, LevelProgress progress, void* context);
 void levelRunSetMessages(LevelRun* run, LevelMessage messages, void* context);
 
 /* As levelSetFinalFile and levelSetCopy. */
-void levelRunSetFinalFile(LevelRun* run, LevelOpenFinal open, void* context);
+void levelRunSetFinalFile(LevelRun* run, LevelOpenFinal open, void* context, const char* name);
 void levelRunSetCopy(LevelRun* run, LevelCopy copy, void* context);
 
 /*

@@ -38,13 +38,20 @@ typedef enum LevelDefect {
     kLevelOtherDefect    /* defect_reason says what */
 } LevelDefect;
 
+/* Which of the engine's files the cause is about. */
+typedef enum LevelFile {
+    kLevelNoFile,        /* none of them */
+    kLevelTemporaryFile, /* one that passes from step to step */
+    kLevelFinalFile      /* the file that levelSetFinalFile gave */
+} LevelFile;
+
 typedef struct LevelOutcome {
     LevelOutcomeKind kind;
-    int failed_step;    /* kLevelFailed, kLevelCopiedStepFailed: 1 to 10, 0 for none of them */
-    int system_failure; /* likewise: 1 when a file or memory failed, not what was given */
-    int output_failure; /* and 1 when that was the file that levelSetFinalFile gave */
-    const char* cause;  /* failed or copied: a line that names the input and the first cause */
-    const char* reason; /* the same without the input's name, to be put behind it */
+    int failed_step;       /* kLevelFailed, kLevelCopiedStepFailed: 1 to 10, 0 for none of them */
+    int system_failure;    /* likewise: 1 when a file or memory failed, not what was given */
+    LevelFile failed_file; /* likewise: what could not be read or written */
+    const char* cause;     /* failed or copied: a line that names the input and the first cause */
+    const char* reason;    /* the same without the input's name, to be put behind it */
 
     /*
      * The first thing that a step went on after. The engine delivers or copies all the same: a

@@ -58,8 +58,14 @@ bool Intermediates::is_audio(Intermediate file) {
     return kNames[static_cast<std::size_t>(file)].is_audio;
 }
 
-bool Intermediates::tells_of_lent_final(const std::string& text) const {
-    return has_lent_final_ && text.find(path(Intermediate::kFinal)) != std::string::npos;
+LevelFile Intermediates::file_in(const std::string& text) const {
+    for (const Name& name : kNames) {
+        if (!base_.empty() && text.find(path(name.file)) != std::string::npos) {
+            return has_lent_final_ && name.file == Intermediate::kFinal ? kLevelFinalFile
+                                                                        : kLevelTemporaryFile;
+        }
+    }
+    return kLevelNoFile;
 }
 
 void Intermediates::remove_all() const {
@@ -78,7 +84,7 @@ std::string Intermediates::without_paths(std::string text) const {
     for (const Name& name : kNames) {
         const std::string path = this->path(name.file);
         const std::string words = has_lent_final_ && name.file == Intermediate::kFinal
-                                      ? "the output"
+                                      ? kFinalMark
                                       : "the temporary file of step " + std::to_string(name.step);
         for (std::size_t at = 0; (at = text.find(path, at)) != std::string::npos;) {
             text.replace(at, path.size(), words);

@@ -3,6 +3,8 @@
 #include <string>
 #include <vector>
 
+#include "Common/outcome.h"
+
 namespace level_engine {
 
 /*
@@ -39,18 +41,27 @@ class Intermediates {
     /** What each name begins with. */
     const std::string& base() const { return base_; }
 
-    /** Marks the final file as the caller's own, which has no name here. */
-    void lend_final() { has_lent_final_ = true; }
+    /** The final file is the caller's own and has this name in messages; its path here is empty. */
+    void lend_final(const std::string& name) {
+        has_lent_final_ = true;
+        final_name_ = name;
+    }
 
-    /** Whether a text names the final file and that file is the caller's. */
-    bool tells_of_lent_final(const std::string& text) const;
+    /** What messages call the caller's own final file. */
+    const std::string& final_name() const { return final_name_; }
+
+    /** Stands for final_name() in without_paths(). */
+    static constexpr const char* kFinalMark = "\x01the output\x01";
+
+    /** Which of these files a text names. */
+    LevelFile file_in(const std::string& text) const;
 
     /** Removes those that are there. */
     void remove_all() const;
 
     /**
      * The same text with every path of these files replaced by words that say what the file is, for
-     * people who do not know of them.
+     * people who do not know of them; kFinalMark for the caller's final file.
      */
     std::string without_paths(std::string text) const;
 
@@ -64,6 +75,7 @@ class Intermediates {
     std::string base_;
     std::string extension_;
     bool has_lent_final_ = false;
+    std::string final_name_;
 };
 
 }  // namespace level_engine

@@ -78,7 +78,16 @@ void OutcomeRecord::set(LevelOutcomeKind kind, const std::string& text) {
     const bool names_input = !input_.empty() && text.find(input_) != std::string::npos;
     reason_ = reason_of(text);
     cause_ = names_input || input_.empty() || text.empty() ? text : input_ + ": " + text;
-    outcome_ = {kind, 0, 0, 0, cause_.c_str(), reason_.c_str(), kLevelNoDefect, "", 0, -1, -1, ""};
+    outcome_ = {kind, 0,  0, kLevelNoFile, cause_.c_str(), reason_.c_str(), kLevelNoDefect, "", 0,
+                -1,   -1, ""};
+}
+
+/** Last of all: the name of the caller's file may hold the input's. */
+void OutcomeRecord::name_final(const Intermediates& intermediates) {
+    cause_ = replace_all(cause_, Intermediates::kFinalMark, intermediates.final_name());
+    reason_ = replace_all(reason_, Intermediates::kFinalMark, intermediates.final_name());
+    outcome_.cause = cause_.c_str();
+    outcome_.reason = reason_.c_str();
 }
 
 bool OutcomeRecord::begins_with_input(const std::string& text) const {
@@ -115,7 +124,8 @@ void OutcomeRecord::report_defect(const Intermediates& intermediates) {
             outcome_.defect = kLevelOtherDefect;
             break;
     }
-    defect_reason_ = reason_of(without_paths(joined_lines(defect.text), intermediates));
+    defect_reason_ = replace_all(reason_of(without_paths(joined_lines(defect.text), intermediates)),
+                                 Intermediates::kFinalMark, intermediates.final_name());
     library_text_ = joined_lines(defect.library_text);
     outcome_.defect_reason = defect_reason_.c_str();
     outcome_.defect_by_system = defect.is_systems ? 1 : 0;
@@ -151,7 +161,8 @@ void OutcomeRecord::fail(int step, const Intermediates& intermediates) {
     set(kLevelFailed, without_paths(text, intermediates));
     outcome_.failed_step = step;
     outcome_.system_failure = failure.kind == reporting::Kind::kSystem || defect.is_systems ? 1 : 0;
-    outcome_.output_failure = intermediates.tells_of_lent_final(text) ? 1 : 0;
+    outcome_.failed_file = intermediates.file_in(text);
+    name_final(intermediates);
     report_defect(intermediates);
 }
 

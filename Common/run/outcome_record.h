@@ -92,9 +92,11 @@ class OutcomeRecord {
     void set(LevelOutcomeKind kind, const std::string& text);
     bool begins_with_input(const std::string& text) const;
     std::string reason_of(const std::string& text) const;
+    void name_final(const Intermediates& intermediates);
     std::string without_paths(const std::string& text, const Intermediates& intermediates) const;
 
-    LevelOutcome outcome_{kLevelNotRun, 0, 0, 0, "", "", kLevelNoDefect, "", 0, -1, -1, ""};
+    LevelOutcome outcome_{kLevelNotRun,   0,  0, kLevelNoFile, "", "",
+                          kLevelNoDefect, "", 0, -1,           -1, ""};
     std::string input_;
     std::string cause_;
     std::string reason_;

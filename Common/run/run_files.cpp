@@ -106,7 +106,7 @@ int RunFiles::lend_final_file(const std::string& path, int format) {
     if (!ScratchSounds::of_this_thread().reserve_in(path, lent)) {
         return -1;
     }
-    names_.lend_final();
+    names_.lend_final(settings_.final_name);
     return lent;
 }
 

@@ -19,6 +19,7 @@ struct RunSettings {
 
     /** A descriptor for the finished audio, or -1. Empty: a temporary file. */
     std::function<int()> open_final;
+    std::string final_name = "the output";  // what messages call it
 
     /** Copies an input to the output and returns 0, or 1. Empty: copy_file. */
     std::function<int(const std::string& from, const std::string& to)> copy;

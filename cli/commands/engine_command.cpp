@@ -235,11 +235,8 @@ std::string cause_of(const LevelOutcome& outcome, const EngineWords& words, cons
     if (cause.compare(0, prefix.size(), prefix) == 0) {
         cause.erase(0, prefix.size());
     }
-    const std::string lent = "the output";  // what the engine calls it
-    const std::size_t at = outcome.output_failure != 0 ? cause.find(lent) : std::string::npos;
-    if (at != std::string::npos) {
-        cause.replace(at, lent.size(), words.output);
-    } else if (outcome.failed_step > 0 && outcome.system_failure != 0) {
+    if (outcome.failed_step > 0 && outcome.system_failure != 0 &&
+        outcome.failed_file != kLevelFinalFile) {
         // The reader must know which disk to look at.
         cause += " (temporary files are in " +
                  fs::path(held.directory).parent_path().parent_path().string() + ")";
@@ -331,7 +328,8 @@ int run(std::vector<std::string> arguments) {
     hooks::deliver_with([&](const std::string& final_file, const std::string& output) {
         delivery.deliver(final_file, output);
     });
-    levelSetFinalFile(open_final, &delivery);
+    // An options file that is a pipe may name the output, which is not known here then.
+    levelSetFinalFile(open_final, &delivery, words.output.empty() ? nullptr : words.output.c_str());
     levelSetCopy(copy_input, &delivery);
     try {
         const fs::path directory = fs::path(held.directory).parent_path();

@@ -78,7 +78,7 @@ RunObject make_run(const EngineRun& run,
     levelRunSwitch(object.get(), kLevelLowerTarget, 1);
     levelRunSwitch(object.get(), kLevelEndFlatRamps, run.ramps == Ramps::EndAtTarget ? 1 : 0);
     levelRunSetFinalFile(object.get(), run.open_place ? open_place : nullptr,
-                         const_cast<EngineRun*>(&run));
+                         const_cast<EngineRun*>(&run), run.place_name.c_str());
     levelRunSetDelivery(object.get(), deliver, &delivery);
     levelRunSetProgress(object.get(), on_progress, &progress);
     levelRunSetMessages(object.get(), write_message, nullptr);
@@ -94,14 +94,6 @@ void require_room(const std::string& scratch) {
             fmt::format("the disk with the temporary files, {}, is full",
                         fs::path(scratch).parent_path().parent_path().string()));
     }
-}
-
-/** The first cause, without the names of internal files, which mean nothing to users. */
-std::string reason_of(const LevelOutcome& outcome, const EngineRun& run) {
-    std::string reason = outcome.reason;
-    const std::string place = "the output";  // what the engine calls it
-    const std::size_t at = outcome.output_failure != 0 ? reason.find(place) : std::string::npos;
-    return at == std::string::npos ? reason : reason.replace(at, place.size(), run.place_name);
 }
 
 /** What the user should know of the level, or nothing. */
@@ -126,10 +118,10 @@ EngineResult run_engine(const EngineRun& run, const std::function<void(double)>&
     const int status = levelRunFile(object.get(), run.input.c_str(), run.output.c_str());
     const LevelOutcome& outcome = *levelRunOutcome(object.get());
     if (status != 0) {
-        if (outcome.output_failure == 0) {
+        if (outcome.failed_file != kLevelFinalFile) {
             require_room(run.scratch);
         }
-        throw std::runtime_error(reason_of(outcome, run));
+        throw std::runtime_error(outcome.reason);
     }
     const std::string refusal = refusal_of(outcome);
     if (!refusal.empty()) {

@@ -632,9 +632,9 @@ TEST_F(Level, AFinalFileThatWasLentGetsTheSameBytesAndIsMeasured) {
 
         Lent lent{dir / "lent", begin};
         levelCollectFindings(1);
-        levelSetFinalFile(open_file, &lent);
+        levelSetFinalFile(open_file, &lent, nullptr);
         EXPECT_EQ(0, run_file());
-        levelSetFinalFile(nullptr, nullptr);
+        levelSetFinalFile(nullptr, nullptr, nullptr);
         const bool plain = (format & SF_FORMAT_TYPEMASK) != SF_FORMAT_FLAC;
         EXPECT_EQ(plain, file_exists(lent.path));
         EXPECT_EQ(plain, !file_exists(out));
@@ -660,15 +660,19 @@ int open_full_disk(void* /*context*/) {
     return ::open("/dev/full", O_RDWR);
 }
 
-TEST_F(Level, AFinalFileThatCannotTakeItIsCalledTheOutput) {
+TEST_F(Level, AFinalFileThatCannotTakeItHasItsCallersName) {
     levelHideIntermediates(1);
-    levelSetFinalFile(open_full_disk, nullptr);
-    EXPECT_EQ(1, run(signals::speech(12.0, 16000, 2)));
-    EXPECT_EQ(10, levelOutcome()->failed_step);
-    EXPECT_EQ(1, levelOutcome()->output_failure);
-    EXPECT_THAT(levelOutcome()->reason, HasSubstr("the output"));
-    EXPECT_THAT(levelOutcome()->reason, testing::Not(HasSubstr("temporary file")));
-    EXPECT_FALSE(file_exists(out));
+    // The input's name inside the output's is not the recording.
+    const std::string beside = in + "-leveled";
+    for (const char* name : std::initializer_list<const char*>{nullptr, beside.c_str()}) {
+        levelSetFinalFile(open_full_disk, nullptr, name);
+        EXPECT_EQ(1, run(signals::speech(12.0, 16000, 2)));
+        EXPECT_EQ(10, levelOutcome()->failed_step);
+        EXPECT_EQ(kLevelFinalFile, levelOutcome()->failed_file);
+        EXPECT_THAT(levelOutcome()->reason, HasSubstr(name == nullptr ? "the output" : name));
+        EXPECT_THAT(levelOutcome()->reason, testing::Not(HasSubstr("temporary file")));
+        EXPECT_FALSE(file_exists(out));
+    }
 }
 
 TEST_F(Level, TheGateThresholdStands18dBBelowTheLevelAndAt40dBAtTheMost) {

@@ -14,7 +14,7 @@ struct EngineSwitches {
         levelSetCopy(nullptr, nullptr);
         levelKeepIntermediates(0);
         levelHideIntermediates(0);
-        levelSetFinalFile(nullptr, nullptr);
+        levelSetFinalFile(nullptr, nullptr, nullptr);
         levelLowerTarget(0);
         levelCollectFindings(0);
         levelSetMessages(nullptr, nullptr);
