@@ -44,7 +44,11 @@ bool open_options_file(const std::string& path, std::ifstream& file) {
         return false;
     }
     file.open(path);
-    return file.is_open();
+    file.peek();
+    // The parser would take a failed read for the end of the file, and the options would be lost.
+    const bool is_readable = file.is_open() && !file.bad();
+    file.clear();
+    return is_readable;
 }
 
 }  // namespace level_engine

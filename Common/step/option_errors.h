@@ -14,8 +14,7 @@ namespace level_engine {
  */
 std::string text_of_option_error(std::exception& failure);
 
-/** Opens an options file for reading; false when it is missing or no file, a folder for instance.
- */
+/** Opens an options file; false when it is missing, a folder, or cannot be read. */
 bool open_options_file(const std::string& path, std::ifstream& file);
 
 }  // namespace level_engine

@@ -76,6 +76,12 @@ TEST(EngineOptions, RefusalsSayWhy) {
          {"", "--input-file", "i", "--output-file", "o", "-o", "/"},
          "",
          "error opening /\n"},
+#ifdef __linux__
+        {"options file that opens and cannot be read",
+         {"", "--input-file", "i", "--output-file", "o", "-o", "/proc/self/mem"},
+         "",
+         "error opening /proc/self/mem\n"},
+#endif
         {"a value like a placeholder",
          {"", "--bit-depth", "%value%"},
          "",

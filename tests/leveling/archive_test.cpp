@@ -290,6 +290,7 @@ TEST_F(Archive, OptionsCountByWhatTheyMean) {
     EXPECT_NE(key("one"), key("two"));
     write_text(dir_ / "two", "segment-tolerance=3\n");
     EXPECT_EQ(key("one"), key("two"));
+    EXPECT_THROW(key("none"), std::system_error);
     EXPECT_NE(options_key({}, true), options_key({}, false));
     EXPECT_EQ("podcast", destination_in(options_key({"--x=1"}, true, 2, "aac", "podcast")));
     EXPECT_EQ("", destination_in(options_key({"--x=1"}, false, 2, "aac")));
