@@ -46,6 +46,32 @@ TEST_F(ArchiveRuns, AContentThatIsNotTheRecordedOneIsDamageAndAFailure) {
     EXPECT_THAT(run("--verify in").out, HasSubstr("2 damaged in"));
 }
 
+TEST_F(ArchiveRuns, RecordsPlansAndResultsOfVersion3AreRead) {
+    fs::copy(RECORDINGS "/version_3", dir_ / "old");
+    fs::rename(dir_ / "old/records.jsonl", dir_ / "old/.quorvane.jsonl");
+    const std::string outputs = read_text(dir_ / "old/talk-leveled.wav");
+    EXPECT_THAT(run("--plain old/talk.wav old/silent.wav").out, HasSubstr("2 up to date in"));
+    EXPECT_THAT(run("old/talk.wav old/silent.wav").out,
+                HasSubstr("2 outputs made by an earlier version of the arithmetic were kept"));
+
+    // A plan has the paths of the folder that it was made in.
+    const ProgramResult planned =
+        run_program("cd " + dir_ / "old" + " && " QUORVANE_AT_ONCE "--plain --plan plan.jsonl");
+    EXPECT_EQ(1, planned.status);
+    EXPECT_THAT(planned.out, HasSubstr("2 up to date, 1 failed in"));
+    EXPECT_THAT(planned.err, HasSubstr("failed broken.wav: "));
+
+    const ProgramResult merged = run("merge old/plan.jsonl old/results.jsonl --json all.jsonl");
+    EXPECT_EQ(1, merged.status);
+    EXPECT_THAT(merged.out, HasSubstr("1 leveled, 1 copied unchanged, 1 failed in"));
+    EXPECT_EQ("failed broken.wav: it is no audio file that can be read\n", merged.err);
+    const auto talk = facts(read_text(dir_ / "all.jsonl")).at("talk.wav");
+    EXPECT_EQ("leveled", talk["status"]);
+    EXPECT_EQ(-18.495, talk["after"]["integrated_lufs"]);
+    EXPECT_EQ(0.004, talk["leveling"]["passages"][0]["gain_db"]);
+    EXPECT_EQ(outputs, read_text(dir_ / "old/talk-leveled.wav"));
+}
+
 TEST_F(ArchiveRuns, ADestinationRenewsWhatIsOursAndReportsWhatItKept) {
     talk("in/a.wav");
     const auto destination = [&](const std::string& words) {
