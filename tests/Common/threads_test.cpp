@@ -114,14 +114,14 @@ std::vector<std::string> write_recordings(const TempDir& folder) {
         const int channels = 1 + i % 2;
         switch (i % 5) {
             case 0:
-                write_sound(path, signals::speech(4.0 + 0.1 * i, 44100, channels), kWavFloat);
+                write_sound(path, signals::speech(3.2 + 0.02 * i, 44100, channels), kWavFloat);
                 break;
             case 1:
-                write_sound(path, signals::speech(5.0 + 0.1 * i, 16000, channels),
+                write_sound(path, signals::speech(1.5 + 0.02 * i, 16000, channels),
                             SF_FORMAT_AIFF | SF_FORMAT_PCM_24);
                 break;
             case 2:
-                write_sound(path, signals::speech(3.0 + 0.1 * i, 8000, channels),
+                write_sound(path, signals::speech(1.0 + 0.02 * i, 8000, channels),
                             SF_FORMAT_FLAC | SF_FORMAT_PCM_16);
                 break;
             case 3:
