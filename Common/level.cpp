@@ -1,41 +1,26 @@
 #include "Common/level.h"
 
-#include <atomic>
-#include <functional>
 #include <memory>
 #include <mutex>
-#include <new>
-#include <stdexcept>
-#include <string>
-#include <utility>
-#include <vector>
 
+#include "Common/level/callbacks.h"
+#include "Common/level/process.h"
 #include "Common/reporting/cancel.h"
 #include "Common/reporting/failure.h"
-#include "Common/run/Run.h"
 #include "Common/run/engine_call.h"
-#include "Common/run/intermediates.h"
 #include "Common/run/outcome_record.h"
-#include "Common/run/run_settings.h"
 
 /*
- * The engine's C entry. What callers set for later runs is kept here for the whole process; each
- * run works on the copy that levelMain takes.
+ * The engine's C entry for command lines. What callers set for later runs is kept for the whole
+ * process; each run works on the copy that levelMain makes.
  */
 
+using level_engine::mover_for;
+using level_engine::process;
+using level_engine::set_final_file;
+using level_engine::sink_for;
+
 namespace {
-
-struct Process {
-    std::mutex mutex;
-    RunSettings settings;  // of later runs
-    Intermediates left;    // of the last run
-};
-
-/** Never destroyed: a run may be under way on another thread when the process ends. */
-Process& process() {
-    static auto* const process = new Process;
-    return *process;
-}
 
 template <class Change>
 void change_settings(const Change& change) {
@@ -50,52 +35,6 @@ RunSettings settings_of_this_run(LevelProgress progress, void* context) {
     settings.progress = progress;
     settings.progress_context = context;
     return settings;
-}
-
-// The C callbacks with their contexts, as the functions that a run calls; null: an empty function.
-
-reporting::MessageSink sink_for(LevelMessage messages, void* context) {
-    if (messages == nullptr) {
-        return nullptr;
-    }
-    return [messages, context](const reporting::Words& words) {
-        const LevelWords kind = words.is_cause                              ? kLevelWordsCause
-                                : words.stream == reporting::Stream::kError ? kLevelWordsError
-                                                                            : kLevelWordsOutput;
-        messages(context, kind, words.text.c_str());
-    };
-}
-
-std::function<int()> opener_for(LevelOpenFinal open, void* context) {
-    if (open == nullptr) {
-        return nullptr;
-    }
-    return [open, context] { return open(context); };
-}
-
-void set_final(RunSettings& settings, LevelOpenFinal open, void* context, const char* name) {
-    settings.open_final = opener_for(open, context);
-    settings.final_name = name == nullptr ? RunSettings().final_name : name;
-}
-
-/** LevelCopy and LevelDeliver are of one kind. */
-std::function<int(const std::string&, const std::string&)> mover_for(LevelCopy move,
-                                                                     void* context) {
-    if (move == nullptr) {
-        return nullptr;
-    }
-    return [move, context](const std::string& from, const std::string& to) {
-        return move(context, from.c_str(), to.c_str());
-    };
-}
-
-/** The host of a run object must survive a fault of the engine's own: only the run ends. */
-void end_run_on_assertion(const char* condition) {
-    throw std::logic_error(std::string("Assertion failed: ") + condition);
-}
-
-int show_nothing(void* /*context*/, float /*fraction*/) {
-    return 0;
 }
 
 }  // namespace
@@ -150,7 +89,7 @@ void levelHideIntermediates(int hide) {
 }
 
 void levelSetFinalFile(LevelOpenFinal open, void* context, const char* name) {
-    change_settings([&](RunSettings& settings) { set_final(settings, open, context, name); });
+    change_settings([&](RunSettings& settings) { set_final_file(settings, open, context, name); });
 }
 
 void levelSetCopy(LevelCopy copy, void* context) {
@@ -183,188 +122,5 @@ void levelSetMessages(LevelMessage messages, void* context) {
     reporting::set_message_sink(sink);
     if (reporting::ThreadSink* const of_run = reporting::ThreadSink::current()) {
         of_run->replace(sink);
-    }
-}
-
-struct LevelRun {
-    RunSettings settings;
-    std::vector<std::string> options;
-    std::shared_ptr<OutcomeRecord> record = new_record();
-    std::atomic<int> cancelled{0};
-    LevelAsksToCancel asks = nullptr;
-    void* asks_context = nullptr;
-    std::atomic<bool> busy{false};
-
-    static std::shared_ptr<OutcomeRecord> new_record() {
-        return std::make_shared<OutcomeRecord>(OutcomeRecord::Collecting::kByRun);
-    }
-};
-
-namespace {
-
-static_assert(std::atomic<int>::is_always_lock_free, "a signal handler must not meet a lock");
-
-int is_run_cancelled(void* context) {
-    const auto& run = *static_cast<LevelRun*>(context);
-    const bool cancelled = run.cancelled.load(std::memory_order_relaxed) != 0;
-    return cancelled || (run.asks != nullptr && run.asks(run.asks_context) != 0) ? 1 : 0;
-}
-
-/** The yes or no settings of the process; callbacks belong to one caller and are not shared. */
-RunSettings settings_of_new_run() {
-    const std::lock_guard<std::mutex> lock(process().mutex);
-    const RunSettings& of_process = process().settings;
-    RunSettings settings;
-    settings.keep_intermediates = of_process.keep_intermediates;
-    settings.hide_intermediates = of_process.hide_intermediates;
-    settings.lower_target = of_process.lower_target;
-    settings.end_flat_ramps = of_process.end_flat_ramps;
-    settings.collect_findings = of_process.collect_findings;
-    return settings;
-}
-
-/** Stores a text; 1 without memory. */
-template <class Store>
-int stored(const Store& store) {
-    try {
-        store();
-        return 0;
-    } catch (const std::bad_alloc&) {
-        return 1;
-    }
-}
-
-int call_engine_for(LevelRun& run, const char* input, const char* output) {
-    std::vector<std::string> words = {"", "--input-file", input, "--output-file", output};
-    words.insert(words.end(), run.options.begin(), run.options.end());
-    std::vector<char*> argv;
-    argv.reserve(words.size() + 1);
-    for (std::string& word : words) {
-        argv.push_back(&word[0]);
-    }
-    argv.push_back(nullptr);
-    return call_engine(static_cast<int>(words.size()), argv.data(), run.settings, run.record);
-}
-
-}  // namespace
-
-LevelRun* levelRunNew(void) {
-    try {
-        auto run = std::make_unique<LevelRun>();
-        run->settings = settings_of_new_run();
-        run->settings.assertion_failed = end_run_on_assertion;
-        levelRunSetProgress(run.get(), nullptr, nullptr);
-        levelRunSetMessages(run.get(), nullptr, nullptr);
-        return run.release();
-    } catch (const std::bad_alloc&) {
-        return nullptr;
-    }
-}
-
-void levelRunFree(LevelRun* run) {
-    delete run;
-}
-
-int levelRunAddOption(LevelRun* run, const char* word) {
-    return stored([&] { run->options.emplace_back(word); });
-}
-
-int levelRunSetTemporaryDirectory(LevelRun* run, const char* path) {
-    return stored([&] { run->settings.temporary_directory = path; });
-}
-
-void levelRunSetProgress(LevelRun* run, LevelProgress progress, void* context) {
-    run->settings.progress = progress != nullptr ? progress : show_nothing;
-    run->settings.progress_context = context;
-}
-
-void levelRunSetMessages(LevelRun* run, LevelMessage messages, void* context) {
-    run->settings.messages = messages != nullptr ? sink_for(messages, context)
-                                                 : [](const reporting::Words& /*words*/) {};
-}
-
-void levelRunSetFinalFile(LevelRun* run, LevelOpenFinal open, void* context, const char* name) {
-    set_final(run->settings, open, context, name);
-}
-
-void levelRunSetCopy(LevelRun* run, LevelCopy copy, void* context) {
-    run->settings.copy = mover_for(copy, context);
-}
-
-void levelRunSetDelivery(LevelRun* run, LevelDeliver deliver, void* context) {
-    run->settings.deliver = mover_for(deliver, context);
-}
-
-void levelRunAskToCancel(LevelRun* run, LevelAsksToCancel asks, void* context) {
-    run->asks = asks;
-    run->asks_context = context;
-}
-
-void levelRunSwitch(LevelRun* run, LevelSwitch which, int on) {
-    switch (which) {
-        case kLevelKeepIntermediates:
-            run->settings.keep_intermediates = on != 0;
-            break;
-        case kLevelHideIntermediates:
-            run->settings.hide_intermediates = on != 0;
-            break;
-        case kLevelLowerTarget:
-            run->settings.lower_target = on != 0;
-            break;
-        case kLevelEndFlatRamps:
-            run->settings.end_flat_ramps = on != 0;
-            break;
-        case kLevelCollectFindings:
-            run->settings.collect_findings = on != 0;
-            break;
-        case kLevelUseHelperThread:
-            run->settings.help = on != 0 ? RunSettings::Help::kHelped : RunSettings::Help::kAlone;
-            break;
-    }
-}
-
-int levelRunFile(LevelRun* run, const char* input, const char* output) {
-    if (run->busy.exchange(true)) {
-        return kFailure;
-    }
-    int result = kFailure;
-    try {
-        run->record = LevelRun::new_record();
-        run->settings.asks_to_cancel = is_run_cancelled;
-        run->settings.cancel_context = run;
-        if (is_engine_called()) {
-            run->record->refuse_start("another run is under way on this thread");
-        } else {
-            result = call_engine_for(*run, input, output);
-        }
-    } catch (const std::bad_alloc&) {
-        run->record->refuse_start("there is not enough memory");
-    } catch (...) {
-        run->busy = false;
-        throw;
-    }
-    run->busy = false;
-    return result;
-}
-
-void levelRunCancel(LevelRun* run) {
-    run->cancelled.store(1, std::memory_order_relaxed);
-}
-
-void levelRunClearCancel(LevelRun* run) {
-    run->cancelled.store(0, std::memory_order_relaxed);
-}
-
-const LevelOutcome* levelRunOutcome(const LevelRun* run) {
-    return &run->record->outcome();
-}
-
-const LevelFindings* levelRunFindings(LevelRun* run) {
-    return run->record->findings();
-}
-
-void levelRunDiscardIntermediates(LevelRun* run) {
-    if (run->record->left_files()) {
-        run->record->left_files()->remove_all();
     }
 }

@@ -5,7 +5,7 @@
 
 # The rooms of the engine that are not a step's. Steps are small and include the same headers: they go
 # together, as do the rooms of the window, where every source includes most of Qt's headers.
-set(rooms_of_the_engine audio files reporting run segment step stream)
+set(rooms_of_the_engine audio files level reporting run segment step stream)
 list(TRANSFORM rooms_of_the_engine PREPEND Common/)
 
 # The names that a source defines at file level, each with the namespace it stands in: what clang-format

@@ -35,7 +35,9 @@ class CLevelMeter {
 
     /**
      * Takes in one sample and returns the energy of the last N. The order of the operations, give
-     * up, then take in, decides about the last bits.
+     * up, then take in, decides about the last bits. The gate itself meters channels in pairs
+     * (PairMeter); this form for one channel stays as the meter's interface, and the tests compare
+     * the gate with it.
      */
     double update(double x) {
         sum_ -= *write_ * *write_;

@@ -28,8 +28,9 @@ class CCostCalculatorSD : public CCostCalculator {
      * One step of the dynamic programme, Bellman's recursion over the start of the last segment.
      * On entry pCost[i] is the least cost of covering 0..i by k segments; pCost[j] becomes the
      * least cost of covering 0..j by k + 1 and pBestI[j] the end of the segment before the last
-     * one, the smallest of equally good ones. This is the plain way; Coverings does the same for
-     * all j and k of a chunk, and fast.
+     * one, the smallest of equally good ones. Runs call Coverings instead, which does the same for
+     * all j and k of a chunk, and fast; this plain form stays as the calculator's interface, and
+     * the tests compare Coverings with it.
      */
     void Cost(double* pCost, std::uint16_t* pBestI, std::uint16_t j, std::uint16_t k) const;
 
