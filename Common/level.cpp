@@ -65,7 +65,7 @@ void levelRequestCancel(void) {
 }
 
 void levelClearCancel(void) {
-    set_cancelled(false);
+    clear_cancel();
 }
 
 void levelAskToCancel(LevelAsksToCancel asks, void* context) {
@@ -110,7 +110,8 @@ const LevelOutcome* levelOutcome(void) {
 
 void levelCollectFindings(int collect) {
     change_settings([&](RunSettings& settings) { settings.collect_findings = collect != 0; });
-    OutcomeRecord::of_this_thread().collect_by_process(collect != 0);
+    OutcomeRecord::of_this_thread().collect_by_process(
+        collect != 0 ? OutcomeRecord::Findings::kKeep : OutcomeRecord::Findings::kDrop);
 }
 
 const LevelFindings* levelFindings(void) {

@@ -246,13 +246,15 @@ SampleCodec SampleCodec::of(SNDFILE* file) {
         file != nullptr && sf_command(file, SFC_GET_CURRENT_SF_INFO, &info, sizeof info) == 0 &&
         is_plain_in(info.format) && sf_command(file, SFC_GET_NORM_DOUBLE, nullptr, 0) == SF_TRUE &&
         sf_command(file, SFC_GET_CLIPPING, nullptr, 0) == SF_FALSE;
-    return plain ? SampleCodec(info.format & SF_FORMAT_SUBMASK,
-                               sf_command(file, SFC_RAW_DATA_NEEDS_ENDSWAP, nullptr, 0) == SF_TRUE)
-                 : SampleCodec();
+    if (!plain) {
+        return {};
+    }
+    const bool swapped = sf_command(file, SFC_RAW_DATA_NEEDS_ENDSWAP, nullptr, 0) == SF_TRUE;
+    return {info.format & SF_FORMAT_SUBMASK, swapped ? ByteOrder::kSwapped : ByteOrder::kNative};
 }
 
-SampleCodec::SampleCodec(int encoding, bool swapped)
-    : encoding_(encoding), swapped_(swapped), bytes_(bytes_of(encoding)) {}
+SampleCodec::SampleCodec(int encoding, ByteOrder order)
+    : encoding_(encoding), swapped_(order == ByteOrder::kSwapped), bytes_(bytes_of(encoding)) {}
 
 void SampleCodec::encode(const double* samples, unsigned char* bytes, std::size_t count) const {
     for (std::size_t i = 0; i < count; i += kPiece) {

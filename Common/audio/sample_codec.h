@@ -27,8 +27,11 @@ class SampleCodec {
 
     SampleCodec() = default;
 
-    /** encoding: SF_FORMAT_PCM_16 and the like. swapped: the file's byte order is not ours. */
-    SampleCodec(int encoding, bool swapped);
+    /** Of a file's samples: this machine's, or the other one. */
+    enum class ByteOrder { kNative, kSwapped };
+
+    /** encoding: SF_FORMAT_PCM_16 and the like. */
+    SampleCodec(int encoding, ByteOrder order);
 
     bool is_plain() const { return bytes_ != 0; }
 

@@ -161,7 +161,8 @@ void levelRunSwitch(LevelRun* run, LevelSwitch which, int on) {
             run->settings.collect_findings = on != 0;
             break;
         case kLevelUseHelperThread:
-            run->settings.help = on != 0 ? RunSettings::Help::kHelped : RunSettings::Help::kAlone;
+            run->settings.help =
+                on != 0 ? stream::HelperThread::Help::kHelped : stream::HelperThread::Help::kAlone;
             break;
     }
 }

@@ -16,8 +16,11 @@ void check_cancelled();
 /** Ends all running and later runs. Safe in any thread and in signal handlers. */
 void request_cancel();
 
-/** Sets gCancelled, or clears it and the request. Safe in the same places. */
-void set_cancelled(bool cancelled);
+/** Sets gCancelled. Safe in the same places. */
+void mark_cancelled();
+
+/** Clears gCancelled and the request. Safe in the same places. */
+void clear_cancel();
 
 /** Returns non-zero to end the run on this thread, and only this one. */
 using AsksToCancel = int (*)(void* context);
@@ -33,6 +36,7 @@ bool take_run_asked();
 using level_engine::ask_before_going_on;
 using level_engine::AsksToCancel;
 using level_engine::check_cancelled;
+using level_engine::clear_cancel;
+using level_engine::mark_cancelled;
 using level_engine::request_cancel;
-using level_engine::set_cancelled;
 using level_engine::take_run_asked;

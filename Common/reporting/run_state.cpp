@@ -40,11 +40,13 @@ void request_cancel() {
     __atomic_store_n(&requested, 1, __ATOMIC_RELAXED);
 }
 
-void set_cancelled(bool cancelled) {
-    __atomic_store_n(&gCancelled, cancelled ? 1 : 0, __ATOMIC_RELAXED);
-    if (!cancelled) {
-        __atomic_store_n(&requested, 0, __ATOMIC_RELAXED);
-    }
+void mark_cancelled() {
+    __atomic_store_n(&gCancelled, 1, __ATOMIC_RELAXED);
+}
+
+void clear_cancel() {
+    __atomic_store_n(&gCancelled, 0, __ATOMIC_RELAXED);
+    __atomic_store_n(&requested, 0, __ATOMIC_RELAXED);
 }
 
 void ask_before_going_on(AsksToCancel new_asks, void* context) {

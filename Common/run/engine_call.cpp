@@ -36,8 +36,8 @@ class ThreadState {
           assertions_before_(segment::set_assertion_handler(settings.assertion_failed)) {
         ++calls;
         ask_before_going_on(settings.asks_to_cancel, settings.cancel_context);
-        if (settings.help != RunSettings::Help::kAsProcess) {
-            help_.emplace(settings.help == RunSettings::Help::kHelped);
+        if (settings.help) {
+            help_.emplace(*settings.help);
         }
     }
 
@@ -97,14 +97,15 @@ int call_engine(int argc,
                 const std::shared_ptr<OutcomeRecord>& record) {
     OutcomeRecord::use_on_this_thread(record);
     record->begin_run();
-    record->collect_findings(settings.collect_findings);
+    record->collect_findings(settings.collect_findings ? OutcomeRecord::Findings::kKeep
+                                                       : OutcomeRecord::Findings::kDrop);
     const ThreadState state(settings, *record);
     take_run_asked();  // of a run that ended in another way
     try {
         return run(argc, argv, settings, *record);
     } catch (const ss_cancel_exception&) {
         if (!take_run_asked()) {
-            set_cancelled(true);
+            mark_cancelled();
         }
         record->cancel();
         return kCancelled;

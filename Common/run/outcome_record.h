@@ -21,6 +21,9 @@ class OutcomeRecord {
     /** Who decides whether findings are collected: levelCollectFindings at any time, or the run. */
     enum class Collecting { kByProcess, kByRun };
 
+    /** What becomes of the findings. */
+    enum class Findings { kDrop, kKeep };
+
     explicit OutcomeRecord(Collecting by);
     OutcomeRecord(const OutcomeRecord&) = delete;
     OutcomeRecord& operator=(const OutcomeRecord&) = delete;
@@ -62,11 +65,13 @@ class OutcomeRecord {
 
     const LevelOutcome& outcome() const { return outcome_; }
 
-    void collect_findings(bool collect) { collecting_ = collect; }
+    void collect_findings(Findings findings) { collecting_ = findings == Findings::kKeep; }
 
     /** The same, unless that is the run's own decision. */
-    void collect_by_process(bool collect) {
-        collecting_ = collecting_by_ == Collecting::kByProcess ? collect : collecting_;
+    void collect_by_process(Findings findings) {
+        if (collecting_by_ == Collecting::kByProcess) {
+            collect_findings(findings);
+        }
     }
 
     /** Reads steps 6 and 7's files; the last passage ends with the recording. */

@@ -1,11 +1,13 @@
 #pragma once
 
 #include <functional>
+#include <optional>
 #include <string>
 
 #include "Common/reporting/cancel.h"
 #include "Common/reporting/failure.h"
 #include "Common/reporting/run_state.h"
+#include "Common/stream/helper_thread.h"
 
 namespace level_engine {
 
@@ -42,8 +44,8 @@ struct RunSettings {
     /** What a broken assumption of the segmentation calls; see segment_util.h. Null: abort. */
     void (*assertion_failed)(const char* condition) = nullptr;
 
-    enum class Help { kAsProcess, kAlone, kHelped };
-    Help help = Help::kAsProcess;  // whether a second thread reads ahead and writes behind
+    /** Whether a second thread reads ahead and writes behind. Empty: as the process has it. */
+    std::optional<stream::HelperThread::Help> help;
 };
 
 }  // namespace level_engine

@@ -90,8 +90,8 @@ bool HelperThread::is_used() {
     return used_here == kAsTheProcess ? used().load() : used_here != 0;
 }
 
-HelperThread::Use::Use(bool use) : before_(used_here) {
-    used_here = use ? 1 : 0;
+HelperThread::Use::Use(Help help) : before_(used_here) {
+    used_here = help == Help::kHelped ? 1 : 0;
 }
 
 HelperThread::Use::~Use() {

@@ -42,10 +42,12 @@ class HelperThread {
     /** Whether this thread may use a helper. */
     static bool is_used();
 
+    enum class Help { kAlone, kHelped };
+
     /** Overrides use() for this thread during its lifetime. */
     class Use {
       public:
-        explicit Use(bool use);
+        explicit Use(Help help);
         ~Use();
         Use(const Use&) = delete;
         Use& operator=(const Use&) = delete;
