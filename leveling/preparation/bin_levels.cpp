@@ -14,6 +14,9 @@ constexpr double kSpeechFrom_hz = 150;
 constexpr double kSpeechTo_hz = 5000;
 constexpr double kLowTo_hz = 120;
 constexpr double kHighestCorner = 0.45;  // of the sample rate
+// Between samples that are more than some 2 dB under the bin's highest, no wave is looked at: the
+// finder allows for a rise of 8 dB over them, of which sound has a third.
+constexpr double kSteepest = 1.9;
 constexpr double kQuality = 0.70710678118654752;
 
 /** The first section of the K-weighting: the head's effect, as a shelf of 4 dB from 1.7 kHz on. */
@@ -32,6 +35,11 @@ Section head_shelf(int sample_rate_hz) {
 
 }  // namespace
 
+double counted_peak(double sample_peak, double true_peak) {
+    static const double kRoom = quorvane::portable_amplitude(-kTruePeakRoom_db);
+    return std::max(sample_peak, true_peak * kRoom);
+}
+
 LevelAnalyser::LevelAnalyser(int channels,
                              int sample_rate_hz,
                              const std::vector<Section>& high_pass_sections)
@@ -43,7 +51,8 @@ LevelAnalyser::LevelAnalyser(int channels,
               std::min(kSpeechTo_hz, kHighestCorner * sample_rate_hz), kQuality, sample_rate_hz)),
           PairFilter(low_pass(kLowTo_hz, kQuality, sample_rate_hz)),
           PairFilter(head_shelf(sample_rate_hz))},
-      high_pass_(high_pass_sections, channels) {}
+      high_pass_(high_pass_sections, channels),
+      finder_(channels, 0) {}
 
 template <int Channels>
 void LevelAnalyser::measure(const double* samples, const double* passed, long long frames) {
@@ -99,12 +108,22 @@ void LevelAnalyser::process(double* samples, long long frames) {
         } else {
             measure<2>(samples + 2 * done, passed_.data() + 2 * done, now);
         }
+        find_true_peak(passed_.data() + done * channels_, now);
         done += now;
         frames_in_bin_ += now;
         if (frames_in_bin_ == bin_frames_) {
             finish_bin();
         }
     }
+}
+
+/** Behind measure(), which has found the bin's highest sample. */
+void LevelAnalyser::find_true_peak(const double* passed, long long frames) {
+    const double highest = std::sqrt(std::max(highest_[0], highest_[1]));
+    finder_.set_unnoticed(std::max(highest, true_peak_) * kSteepest);
+    true_peaks_.resize(static_cast<std::size_t>(frames));
+    finder_.find(passed, static_cast<std::size_t>(frames), true_peaks_.data());
+    true_peak_ = std::max(true_peak_, *std::max_element(true_peaks_.begin(), true_peaks_.end()));
 }
 
 void LevelAnalyser::finish_bin() {
@@ -117,7 +136,8 @@ void LevelAnalyser::finish_bin() {
         static_cast<float>(level_of_power((weighted_[0] + weighted_[1]) / frames)));
     levels_.louder_db.push_back(
         static_cast<float>(level_of_power(std::max(weighted_[0], weighted_[1]) / frames)));
-    levels_.peak.push_back(static_cast<float>(std::sqrt(highest)));
+    levels_.peak.push_back(static_cast<float>(counted_peak(std::sqrt(highest), true_peak_)));
+    true_peak_ = 0;
     peak_ = std::max(peak_, std::sqrt(std::max(raw_highest_[0], raw_highest_[1])));
     speech_ = low_ = weighted_ = highest_ = raw_highest_ = Pair{0, 0};
     frames_in_bin_ = 0;

@@ -4,11 +4,18 @@
 
 #include "Common/stream/stream.h"
 #include "leveling/preparation/sections.h"
+#include "leveling/publish/true_peak.h"
 
 namespace quorvane {
 
 constexpr int kBin_ms = 50;  // the engine's bins
 constexpr double kBin_s = 0.05;
+
+/** How far the wave between samples may rise over a ceiling that the samples keep. */
+constexpr double kTruePeakRoom_db = 0.35;
+
+/** What counts against a ceiling, linear: the samples or, less its room, the wave between them. */
+double counted_peak(double sample_peak, double true_peak);
 
 /** Measurements of each bin of 50 ms, from one pass over a file. Levels in dB, rounded to 1e-4. */
 struct BinLevels {
@@ -18,7 +25,8 @@ struct BinLevels {
     // heard.
     std::vector<float> weighted_db;
     std::vector<float> louder_db;  // the same of the louder channel alone: the level is set by it
-    std::vector<float> peak;  // largest absolute sample of any channel behind the high-pass, linear
+    // Of all channels behind the high-pass, linear, as counted_peak() gives it.
+    std::vector<float> peak;
 
     long long count() const { return static_cast<long long>(speech_db.size()); }
 };
@@ -50,6 +58,7 @@ class LevelAnalyser : public stream::Receiver {
   private:
     template <int Channels>
     void measure(const double* samples, const double* passed, long long frames);
+    void find_true_peak(const double* passed, long long frames);
     void finish_bin();
 
     int channels_;
@@ -57,7 +66,10 @@ class LevelAnalyser : public stream::Receiver {
     std::vector<PairFilter>
         filters_;  // two for speech, one for what lies below it, one for weighting
     FilterChain high_pass_;
+    TruePeakFinder finder_;  // behind the high-pass
+    double true_peak_ = 0;   // of the bin
     std::vector<double> passed_;
+    std::vector<double> true_peaks_;  // of a block's frames
     Pair speech_ = {0, 0};
     Pair low_ = {0, 0};
     Pair weighted_ = {0, 0};

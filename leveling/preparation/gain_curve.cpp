@@ -22,6 +22,8 @@ constexpr double kUnderSpeech_db = 18;  // a background that may sink
 constexpr int kRounds = 2;            // of making up for what peaks take
 constexpr double kMostMadeUp_db = 2;  // of a phrase
 
+constexpr double kLeastTrim_db = 0.01;  // rounding alone moves no gain
+
 constexpr double kAttack_db = 6;     // a bin, before a peak
 constexpr double kRelease_db = 1.5;  // a bin, behind it
 
@@ -41,6 +43,34 @@ std::vector<double> gains_of(const Phrases& phrases, double speech_db) {
         gain = std::clamp(gain, middle - kMostAround_db, middle + kMostAround_db);
     }
     return gains;
+}
+
+/**
+ * Lowers a curve where a bin's peak would pass the ceiling. In dB, so that a peak's ramps are
+ * straight lines beside it: steep before it, less steep behind it.
+ */
+void lower_peaks(std::vector<float>& curve_db, const std::vector<float>& peaks, double ceiling_db) {
+    const std::size_t count = curve_db.size();
+    const auto last = static_cast<std::size_t>(count > 0 ? count - 1 : 0);
+    const auto at = [&](std::size_t bin) { return static_cast<double>(curve_db[bin]); };
+    std::vector<double> excess(count);
+    for (std::size_t i = 0; i < count; ++i) {
+        // The curve is a straight line from bin to bin: a bin's peak may have its neighbour's.
+        const double gain = std::max({at(i), at(i > 0 ? i - 1 : i), at(std::min(i + 1, last))});
+        const double over = gain + level_of_amplitude(static_cast<double>(peaks[i])) - ceiling_db;
+        for (std::size_t j = i > 0 ? i - 1 : 0; j <= std::min(i + 1, last); ++j) {
+            excess[j] = std::max(excess[j], over);
+        }
+    }
+    for (std::size_t i = 1; i < count; ++i) {
+        excess[i] = std::max(excess[i], excess[i - 1] - kRelease_db);
+    }
+    for (std::size_t i = last; i > 0; --i) {
+        excess[i - 1] = std::max(excess[i - 1], excess[i] - kAttack_db);
+    }
+    for (std::size_t i = 0; i < count; ++i) {
+        curve_db[i] -= static_cast<float>(excess[i]);
+    }
 }
 
 class Curve {
@@ -109,32 +139,7 @@ class Curve {
         }
     }
 
-    /** In dB, so that a peak's ramps are straight lines beside it. */
-    void limit() {
-        const auto count = static_cast<long long>(curve_.size());
-        std::vector<double> excess(curve_.size());
-        for (std::size_t i = 0; i < curve_.size(); ++i) {
-            // The curve is a straight line from bin to bin: a bin's peak may have its neighbour's.
-            const double gain =
-                std::max({at(i), at(i > 0 ? i - 1 : i), at(std::min(i + 1, curve_.size() - 1))});
-            const double over =
-                gain + level_of_amplitude(static_cast<double>(levels_.peak[i])) - goal_.ceiling_db;
-            for (std::size_t j = i > 0 ? i - 1 : 0; j <= std::min(i + 1, curve_.size() - 1); ++j) {
-                excess[j] = std::max(excess[j], over);
-            }
-        }
-        for (long long i = 1; i < count; ++i) {
-            auto& here = excess[static_cast<std::size_t>(i)];
-            here = std::max(here, excess[static_cast<std::size_t>(i - 1)] - kRelease_db);
-        }
-        for (long long i = count - 2; i >= 0; --i) {
-            auto& here = excess[static_cast<std::size_t>(i)];
-            here = std::max(here, excess[static_cast<std::size_t>(i + 1)] - kAttack_db);
-        }
-        for (std::size_t i = 0; i < curve_.size(); ++i) {
-            curve_[i] -= static_cast<float>(excess[i]);
-        }
-    }
+    void limit() { lower_peaks(curve_, levels_.peak, goal_.ceiling_db); }
 
     std::vector<float> take() { return std::move(curve_); }
 
@@ -212,6 +217,14 @@ class Curve {
 };
 
 }  // namespace
+
+std::vector<float> trim_curve(const std::vector<float>& peaks, double ceiling_db) {
+    std::vector<float> result(peaks.size(), 0.0F);
+    lower_peaks(result, peaks, ceiling_db + kLeastTrim_db);
+    const bool is_needed =
+        std::any_of(result.begin(), result.end(), [](float gain) { return gain < 0; });
+    return is_needed ? result : std::vector<float>{};
+}
 
 std::vector<float> gain_curve(const BinLevels& levels,
                               const Phrases& phrases,

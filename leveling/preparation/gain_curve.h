@@ -25,4 +25,10 @@ std::vector<float> gain_curve(const BinLevels& levels,
                               const std::vector<Stretch>& pauses,
                               const CurveGoal& goal);
 
+/**
+ * What takes peaks of a leveled recording down to the ceiling, dB, for the middle of each bin;
+ * empty where none is above it. peaks: linear, as BinLevels has them.
+ */
+std::vector<float> trim_curve(const std::vector<float>& peaks, double ceiling_db);
+
 }  // namespace quorvane

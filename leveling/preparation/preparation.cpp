@@ -22,6 +22,7 @@
 #include "leveling/preparation/rendering.h"
 #include "leveling/preparation/sound_files.h"
 #include "leveling/preparation/timeline.h"
+#include "leveling/publish/true_peak.h"
 
 namespace quorvane {
 namespace {
@@ -109,7 +110,6 @@ class PreparationRun {
     void put_together();
     void render_engine(OutputFile& out, const std::function<void(double)>& progress) const;
     void tell_of_pauses();
-    void tell_of_phrases();
 
     const PreparedRun& run_;
     const std::function<void(double)>& progress_;
@@ -302,7 +302,8 @@ void PreparationRun::judge_evenness(double one_gain_db) {
     const double room_db = kCeiling_db - level_of_amplitude(peak_);
     const std::vector<float> before = without_pauses(levels_.weighted_db, pauses_);
     if (is_even(before, phrased(), phrases_) && one_gain_db < room_db + kShortOfTarget_db) {
-        one_gain_db_ = std::min(one_gain_db, room_db);
+        const double peak = counted_peak(peak_, true_peak_of(run_.recording));
+        one_gain_db_ = std::min(one_gain_db, kCeiling_db - level_of_amplitude(peak));
         way_ = Way::kOneGain;
         facts_.even = true;
     }
@@ -351,7 +352,7 @@ void PreparationRun::put_together() {
                              progress);
     } else if (way_ == Way::kPhrases) {
         facts_.phrases = static_cast<int>(phrases_.phrases.size());
-        tell_of_phrases();
+        result_.leveling = leveling_of_phrases(phrases_, curve_db_);
         render_with_curve(run_.recording, high_pass_, curve_db_, bin_frames_, out, progress);
     } else {
         render_engine(out, progress);
@@ -364,17 +365,15 @@ void PreparationRun::put_together() {
 
 void PreparationRun::render_engine(OutputFile& out,
                                    const std::function<void(double)>& progress) const {
-    Rendering rendering{run_.recording, leveled_copy_, {}, high_pass_};
+    Rendering rendering{run_.recording, leveled_copy_, {}, high_pass_, {}, bin_frames_};
+    if (!sets_engine(run_.tuning)) {  // which looks at samples alone
+        rendering.trim_db = trim_curve(after_.peak, kCeiling_db);
+    }
     if (!pauses_.empty()) {
         const SpeechGains gains(levels_.speech_db, after_.speech_db, speech_, pauses_);
         rendering.pause_gains = pause_gains(gains, levels_.peak, pauses_, kCeiling_db);
     }
     render(rendering, *timeline_, out, progress);
-}
-
-/** The passages are the phrases, and the curve is theirs; both less the mean gain of the speech. */
-void PreparationRun::tell_of_phrases() {
-    result_.leveling = leveling_of_phrases(phrases_, curve_db_);
 }
 
 /** The passages and the gain curve are of the copy: they move to the recording's time. */

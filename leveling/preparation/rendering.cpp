@@ -71,6 +71,41 @@ void read_all(InputFile& file, double* samples, long long frames) {
     }
 }
 
+/** A gain that moves in straight lines between the middles of bins. */
+class Trim {
+  public:
+    Trim(const std::vector<float>& gain_db, long long bin_frames)
+        : bin_frames_(static_cast<double>(bin_frames)) {
+        for (const float gain : gain_db) {
+            gains_.push_back(quorvane::portable_amplitude(static_cast<double>(gain)));
+        }
+    }
+
+    /** The next frames. */
+    void process(double* samples, long long frames, long long channels) {
+        for (long long i = 0; i < frames && !gains_.empty(); ++i) {
+            const double gain = next();
+            for (long long s = i * channels; s < (i + 1) * channels; ++s) {
+                samples[s] *= gain;
+            }
+        }
+    }
+
+  private:
+    double next() {
+        const double place = std::max(0.0, (static_cast<double>(at_) + 0.5) / bin_frames_ - 0.5);
+        ++at_;
+        const std::size_t last = gains_.size() - 1;
+        const std::size_t bin = std::min(static_cast<std::size_t>(place), last);
+        const double way = std::min(1.0, place - static_cast<double>(bin));
+        return gains_[bin] + (gains_[std::min(bin + 1, last)] - gains_[bin]) * way;
+    }
+
+    std::vector<double> gains_;
+    double bin_frames_;
+    long long at_ = 0;
+};
+
 class Renderer {
   public:
     Renderer(const Rendering& rendering, OutputFile& out)
@@ -78,6 +113,7 @@ class Renderer {
           leveled_(rendering.leveled),
           channels_(recording_.info().channels),
           filter_(rendering.high_pass, recording_.info().channels),
+          trim_(rendering.trim_db, rendering.bin_frames),
           out_(out),
           original_(static_cast<std::size_t>(kReadFrames * channels_)),
           pause_(original_.size()),
@@ -99,6 +135,7 @@ class Renderer {
         read_all(recording_, original_.data(), frames);
         if (span.part != Part::kPause) {
             read_all(leveled_, result_.data(), frames);
+            trim_.process(result_.data(), frames, channels_);
         }
         if (span.part == Part::kLeveled) {
             is_settled_ = false;
@@ -139,6 +176,7 @@ class Renderer {
     InputFile leveled_;
     long long channels_;
     FilterChain filter_;
+    Trim trim_;
     bool is_settled_ = false;
     OutputFile& out_;
     std::vector<double> original_;

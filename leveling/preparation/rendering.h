@@ -16,6 +16,8 @@ struct Rendering {
     std::string leveled;              // what the engine made of the copy
     std::vector<double> pause_gains;  // linear, one for each stretch that was left out
     std::vector<Section> high_pass;   // what the engine and the copy took out of the speech
+    std::vector<float> trim_db;       // what each bin of the leveled copy gets; none: nothing
+    long long bin_frames = 0;
 };
 
 /**

@@ -10,6 +10,7 @@
 #include "leveling/preparation/levels.h"
 #include "leveling/preparation/phrases.h"
 #include "leveling/preparation/timeline.h"
+#include "leveling/publish/true_peak.h"
 #include "tests/support/fixtures.h"
 #include "tests/support/signals.h"
 
@@ -221,6 +222,20 @@ TEST(GainCurve, MakesUpForWhatThePeaksOfAPhraseTakeAway) {
     EXPECT_LE(static_cast<double>(curve[132]) + 20 * std::log10(0.25), -1 + 1e-3);
 }
 
+TEST(GainCurve, TrimsWhatIsAboveTheCeilingAndNothingElse) {
+    const std::vector<float> low(40, 0.89F);
+    EXPECT_TRUE(quorvane::trim_curve(low, -1).empty());
+    std::vector<float> peaks = low;
+    peaks[20] = 1.0F;
+    const auto trim = quorvane::trim_curve(peaks, -1);
+    ASSERT_EQ(peaks.size(), trim.size());
+    EXPECT_EQ(0, trim[15]);
+    EXPECT_EQ(0, trim[25]);
+    for (std::size_t i = 19; i <= 21; ++i) {
+        EXPECT_NEAR(-1, static_cast<double>(trim[i]), 0.02) << i;
+    }
+}
+
 TEST(Timeline, FindsTheFramesOfTheCopyInTheRecording) {
     const quorvane::Timeline timeline(1000, {{0, 100}, {300, 500}, {900, 1000}});
     EXPECT_EQ(600, timeline.kept_frames());
@@ -301,6 +316,24 @@ TEST_F(PreparedRun, LeavesWhatIsEvenAloneButForOneGain) {
     const double gain = out.samples[20000] / once.samples[20000];
     for (std::size_t i = 0; i < out.samples.size(); i += 997) {
         EXPECT_NEAR(once.samples[i] * gain, out.samples[i], 1e-6) << i;
+    }
+}
+
+TEST_F(PreparedRun, HoldsTheWaveBetweenSamplesBelowFullScale) {
+    // Bursts of a quarter of the sample rate, an eighth of a period off: 3 dB over every sample.
+    Signal signal = talk(0.002, 0.5);
+    for (std::size_t i = 0; i < signal.samples.size(); ++i) {
+        if (i % 12000 < 48) {
+            signal.samples[i] = 0.9 * std::sin(M_PI / 2 * static_cast<double>(i) + M_PI / 4);
+        }
+    }
+    for (const bool is_even : {false, true}) {
+        const auto result = level(signal, kWavFloat);
+        EXPECT_EQ(is_even, result.preparation->even);
+        const double peak_db = 20 * std::log10(quorvane::true_peak_of(dir / "out.wav"));
+        EXPECT_LT(peak_db, -0.6) << is_even;
+        EXPECT_GT(peak_db, -1.2) << is_even;
+        signal = out;
     }
 }
 
