@@ -220,7 +220,8 @@ int run_command(int argc,
     // For the widths of signs on the screen; numbers keep their decimal point.
     setlocale(LC_CTYPE, "");
     try {
-        const Settings settings = parse_command_line(argc, argv);
+        const Settings settings = merges ? parse_command_line(argc, argv)
+                                         : parse_command_line(argc, argv, standard_config_places());
         if (settings.help) {
             return print_answer(merges ? merge_help_text() : help_text());
         }
@@ -229,6 +230,12 @@ int run_command(int argc,
         }
         if (settings.version) {
             return print_answer(fmt::format("quorvane {}\n", kVersion));
+        }
+        for (const std::string& ignored : settings.ignored_config) {
+            fprintf(stderr, "note: %s\n", printable(ignored).c_str());
+        }
+        if (settings.show_config) {
+            return print_answer(config_text(settings));
         }
         return run(settings);
     } catch (const UsageError& error) {

@@ -108,6 +108,10 @@ std::vector<OptionRow> own_options() {
         {G::Other, "explain", 0, "[CODE]", C::Finding,
          "explain a finding: what it means, why it matters, what to do now and before the next "
          "recording; without CODE list all findings"},
+        {G::Other, "show-config", 0, "", C::None,
+         "show the options in effect for these PATHs and where each was set, and exit"},
+        {G::Other, "no-config", 0, "", C::None,
+         "ignore every quorvane.conf, of the system, the user and the folder"},
         {G::Other, "help", 'h', "", C::None, "show this help and exit"},
         {G::Other, "version", 0, "", C::None, "show the version and exit"},
     };

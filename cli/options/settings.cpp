@@ -221,11 +221,10 @@ class Words {
   public:
     /** Throws UsageError with the library's text: it names the word that is wrong. */
     Words(int argc, const char* const* argv) {
-        po::options_description options;
         for (OptionGroup group : option_groups()) {
-            options.add(describe(group));
+            options_.add(describe(group));
         }
-        options.add_options()("path", po::value<std::vector<std::string>>());
+        options_.add_options()("path", po::value<std::vector<std::string>>());
         po::positional_options_description positional;
         positional.add("path", -1);
         // A long option that is cut short is refused: --for must not become --force.
@@ -233,7 +232,7 @@ class Words {
             po::command_line_style::default_style & ~po::command_line_style::allow_guessing;
         try {
             po::store(po::command_line_parser(argc, argv)
-                          .options(options)
+                          .options(options_)
                           .positional(positional)
                           .style(style)
                           .run(),
@@ -244,6 +243,39 @@ class Words {
         } catch (po::error& error) {
             throw UsageError(text_of_option_error(error));
         }
+    }
+
+    /** Adds what a file sets. The names are those of options that were not given. */
+    void add(const std::vector<ConfigValue>& values) {
+        po::parsed_options parsed(&options_);
+        for (const ConfigValue& value : values) {
+            const bool takes_one = takes_argument(value.name);
+            if (value.source == ConfigSource::CommandLine || (!takes_one && value.value == "no")) {
+                continue;
+            }
+            po::option option(value.name, {});
+            if (takes_one) {
+                option.value.push_back(value.value);
+            }
+            parsed.options.push_back(option);
+        }
+        try {
+            po::store(parsed, values_);
+        } catch (po::error& error) {
+            throw UsageError(text_of_option_error(error));
+        }
+    }
+
+    /** The options that were given. */
+    std::vector<ConfigValue> options() const {
+        std::vector<ConfigValue> options;
+        for (const OptionRow& row : option_table()) {
+            if (given(row.name)) {
+                options.push_back({ConfigSource::CommandLine, row.name,
+                                   row.argument.empty() ? "yes" : value(row.name), "command line"});
+            }
+        }
+        return options;
     }
 
     bool given(const std::string& name) const { return values_.count(name) != 0; }
@@ -270,6 +302,14 @@ class Words {
     const po::variables_map& all() const { return values_; }
 
   private:
+    static bool takes_argument(const std::string& name) {
+        const std::vector<OptionRow>& table = option_table();
+        return std::any_of(table.begin(), table.end(), [&](const OptionRow& row) {
+            return row.name == name && !row.argument.empty();
+        });
+    }
+
+    po::options_description options_;
     po::variables_map values_;
 };
 
@@ -371,10 +411,77 @@ std::vector<std::string> tuning_words(const Words& words) {
     return tuning;
 }
 
-}  // namespace
+/** Reads everything but the PATHs' meaning. Throws UsageError for a wrong value. */
+void read_options(const Words& words, Settings& settings) {
+    read_places(words, settings);
+    read_amounts(words, settings);
+    read_switches(words, settings);
+    settings.tuning = tuning_words(words);
+}
 
-Settings parse_command_line(int argc, const char* const* argv) {
-    const Words words(argc, argv);
+/** The engine reports a wrong value for each recording, which is late for a file of defaults. */
+void check_tuning(const ConfigValue& value, const OptionRow& row) {
+    const std::vector<const char*> words = choices(row.completion);
+    double number = 0;
+    if (!words.empty() && std::find(words.begin(), words.end(), value.value) == words.end()) {
+        throw UsageError(fmt::format("--{} takes {}, not '{}'", value.name, fmt::join(words, ", "),
+                                     value.value));
+    }
+    if (words.empty() && row.completion == Completion::None &&
+        !boost::conversion::try_lexical_convert(value.value, number)) {
+        throw UsageError(fmt::format("--{} takes a number, not '{}'", value.name, value.value));
+    }
+}
+
+/** Throws UsageError for a wrong value of a file, whatever else is set. */
+void check_value(const ConfigValue& value) {
+    for (const OptionRow& row : option_table()) {
+        if (row.name == value.name && row.group == OptionGroup::Tuning) {
+            check_tuning(value, row);
+        }
+    }
+    const char* const name = "quorvane";
+    Words words(1, &name);
+    words.add({value});
+    Settings settings;
+    read_options(words, settings);
+}
+
+/** Adds the defaults of the files to the words of the command line. */
+void add_defaults(const ConfigPlaces& places, Words& words, Settings& settings) {
+    Configuration found;
+    if (!words.given("no-config")) {
+        // A list or a plan may name files of any folder.
+        const std::vector<std::string> paths =
+            words.given("watch") ? std::vector<std::string>{words.value("watch")} : words.paths();
+        found = read_configuration(places, config_folder(paths), check_value);
+    }
+    const std::vector<ConfigValue> given = words.options();
+    found.values.insert(found.values.end(), given.begin(), given.end());
+    settings.values = effective_values(found.values);
+    settings.config_files = found.looked;
+    settings.ignored_config = found.ignored;
+    words.add(settings.values);
+}
+
+/** For a contradiction: which of the options that the text names come from a file. */
+std::string origins_in(const std::string& text, const std::vector<ConfigValue>& values) {
+    std::string origins;
+    for (const ConfigValue& value : values) {
+        const std::string name = "--" + value.name;
+        const std::size_t at = text.find(name);
+        const bool whole = at != std::string::npos &&
+                           (at + name.size() == text.size() ||
+                            std::string(" ,:").find(text[at + name.size()]) != std::string::npos);
+        if (whole && value.source != ConfigSource::CommandLine) {
+            origins += fmt::format("; {} is set by {}", name, value.origin);
+        }
+    }
+    return origins.empty() ? origins : origins + " (--no-config ignores it)";
+}
+
+Settings parse(int argc, const char* const* argv, const ConfigPlaces* places) {
+    Words words(argc, argv);
     Settings settings;
     settings.help = words.given("help");
     settings.version = words.given("version");
@@ -385,13 +492,45 @@ Settings parse_command_line(int argc, const char* const* argv) {
     if (settings.help || settings.version || settings.explain) {
         return settings;
     }
-    read_places(words, settings);
-    read_amounts(words, settings);
-    read_switches(words, settings);
-    settings.tuning = tuning_words(words);
-    refuse_contradictions(settings);
-    refuse_beside_watch(settings);
+    settings.show_config = words.given("show-config");
+    if (places != nullptr) {
+        add_defaults(*places, words, settings);
+    }
+    read_options(words, settings);
+    if (settings.show_config) {
+        return settings;
+    }
+    try {
+        refuse_contradictions(settings);
+        refuse_beside_watch(settings);
+    } catch (const UsageError& error) {
+        throw UsageError(error.what() + origins_in(error.what(), settings.values));
+    }
     return settings;
+}
+
+}  // namespace
+
+Settings parse_command_line(int argc, const char* const* argv) {
+    return parse(argc, argv, nullptr);
+}
+
+Settings parse_command_line(int argc, const char* const* argv, const ConfigPlaces& places) {
+    return parse(argc, argv, &places);
+}
+
+std::string config_text(const Settings& settings) {
+    std::string text;
+    for (const std::string& file : settings.config_files) {
+        text += fmt::format("{}\n", file);
+    }
+    for (const ConfigValue& value : settings.values) {
+        if (value.name != "show-config" && value.name != "no-config") {
+            text += fmt::format("{:<40} ({})\n", fmt::format("{} = {}", value.name, value.value),
+                                value.origin);
+        }
+    }
+    return text + "every other option has its default\n";
 }
 
 }  // namespace quorvane

@@ -2,7 +2,9 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
+#include "cli/options/config_files.h"
 #include "leveling/request/request.h"
 
 /*
@@ -27,9 +29,19 @@ struct Settings : Request {
     bool help = false;
     bool version = false;
     std::optional<std::string> explain;  // a finding's code; empty: all of them
+    bool show_config = false;
+    std::vector<ConfigValue> values;          // of the options, and where each was set
+    std::vector<std::string> config_files;    // each file of defaults, and whether it was read
+    std::vector<std::string> ignored_config;  // why a file that is there was not read
 };
 
 /** Reads a command line (argv[0] is the program's name). Throws UsageError. */
 Settings parse_command_line(int argc, const char* const* argv);
+
+/** The same with the defaults that the files at these places set. */
+Settings parse_command_line(int argc, const char* const* argv, const ConfigPlaces& places);
+
+/** The text of --show-config. */
+std::string config_text(const Settings& settings);
 
 }  // namespace quorvane

@@ -23,11 +23,13 @@ class BatchRun : public testing::Test {
     BatchRun() {
         std::filesystem::create_directory(dir_ / "tmp");
         setenv("TMPDIR", (dir_ / "tmp").c_str(), 1);
+        setenv("XDG_CONFIG_HOME", (dir_ / "config").c_str(), 1);  // the user's own does not count
     }
 
     ~BatchRun() override {
         EXPECT_THAT(names_in("tmp"), testing::IsEmpty()) << "temporary files were left";
         unsetenv("TMPDIR");
+        unsetenv("XDG_CONFIG_HOME");
     }
 
     void talk(const std::string& name, double seconds = 4, int format = kWav16) {

@@ -1,0 +1,292 @@
+#include "cli/options/config_files.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <boost/algorithm/string/trim.hpp>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <set>
+#include <sstream>
+#include <utility>
+
+#include "Common/files/descriptor.h"
+#include "cli/options/option_table.h"
+#include "leveling/facts/nearest_word.h"
+#include "leveling/request/request.h"
+
+namespace quorvane {
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr const char* kFileName = "quorvane.conf";
+constexpr std::size_t kMostBytes = 1 << 16;
+
+/** Ask for something once, or name what a single run works on: no default makes sense. */
+constexpr std::array<const char*, 10> kNoDefaults = {
+    "help",   "version",    "explain", "no-config", "show-config",
+    "output", "files-from", "plan",    "shard",     "watch"};
+
+const OptionRow* find_option(const std::string& name) {
+    const std::vector<OptionRow>& table = option_table();
+    const auto found = std::find_if(table.begin(), table.end(),
+                                    [&](const OptionRow& row) { return row.name == name; });
+    return found == table.end() ? nullptr : &*found;
+}
+
+bool is_tuning(const std::string& name) {
+    const OptionRow* row = find_option(name);
+    return row != nullptr && row->group == OptionGroup::Tuning;
+}
+
+/** An options file is a file of its own to be read, which a folder may not choose. */
+bool folder_may_set(const std::string& name) {
+    return name == "for" || name == "suffix" || name == "plain" ||
+           (is_tuning(name) && name != "options-file");
+}
+
+std::string at_line(const std::string& path, std::size_t line) {
+    return fmt::format("{}, line {}", path, line);
+}
+
+std::vector<std::string> option_names() {
+    std::vector<std::string> names;
+    for (const OptionRow& row : option_table()) {
+        names.push_back(row.name);
+    }
+    return names;
+}
+
+/** Throws UsageError for a name that the file may not set. */
+const OptionRow& option_of(const ConfigValue& value) {
+    const OptionRow* row = find_option(value.name);
+    if (row == nullptr) {
+        throw UsageError(fmt::format("{}: no option is called '{}'{}", value.origin, value.name,
+                                     did_you_mean(value.name, option_names())));
+    }
+    if (std::find(kNoDefaults.begin(), kNoDefaults.end(), value.name) != kNoDefaults.end()) {
+        throw UsageError(fmt::format("{}: '{}' has no default; give it on the command line",
+                                     value.origin, value.name));
+    }
+    if (value.source == ConfigSource::Folder && !folder_may_set(value.name)) {
+        throw UsageError(fmt::format(
+            "{}: the file of a folder may set for, suffix, bit-depth, plain and the tuning options "
+            "that take no file, not '{}'; remove the line, or give --no-config",
+            value.origin, value.name));
+    }
+    return *row;
+}
+
+/** "name = value"; of an option without an argument also "name" alone. */
+ConfigValue value_in(ConfigSource source, const std::string& line, const std::string& origin) {
+    const std::size_t equals = line.find('=');
+    ConfigValue value{source, boost::algorithm::trim_copy(line.substr(0, equals)), "", origin};
+    const OptionRow& row = option_of(value);
+    const bool has_value = equals != std::string::npos;
+    if (has_value) {
+        value.value = boost::algorithm::trim_copy(line.substr(equals + 1));
+    }
+    if (!row.argument.empty() && !has_value) {
+        throw UsageError(fmt::format("{}: '{}' needs a value, as in {} = {}", origin, value.name,
+                                     value.name, row.argument));
+    }
+    if (row.argument.empty()) {
+        value.value = has_value ? value.value : "yes";
+        if (value.value != "yes" && value.value != "no") {
+            throw UsageError(
+                fmt::format("{}: '{}' takes yes or no, not '{}'", origin, value.name, value.value));
+        }
+    }
+    return value;
+}
+
+void add_values(ConfigSource source,
+                const std::string& path,
+                const std::string& text,
+                const std::function<void(const ConfigValue&)>& check,
+                Configuration& configuration) {
+    std::istringstream in(text);
+    std::size_t number = 0;
+    std::set<std::string> names;
+    for (std::string line; std::getline(in, line);) {
+        ++number;
+        boost::algorithm::trim(line);
+        if (line.empty() || line[0] == '#') {
+            continue;
+        }
+        const std::string origin = at_line(path, number);
+        const ConfigValue value = value_in(source, line, origin);
+        if (!names.insert(value.name).second) {
+            throw UsageError(fmt::format("{}: '{}' is set a second time", origin, value.name));
+        }
+        try {
+            check(value);
+        } catch (const UsageError& error) {
+            throw UsageError(fmt::format("{}: {}", origin, error.what()));
+        }
+        configuration.values.push_back(value);
+    }
+}
+
+/** Why an open file is not read, "" if nothing is against it. */
+std::string reason_against(int file) {
+    struct stat status {};
+
+    if (fstat(file, &status) != 0) {
+        return std::strerror(errno);
+    }
+    if (!S_ISREG(status.st_mode)) {
+        return "it is no regular file";
+    }
+    if (status.st_uid != geteuid() && status.st_uid != 0) {
+        return "it belongs to another user";
+    }
+    return "";
+}
+
+/** All of the file. Throws UsageError if that fails or the file is too large to be meant. */
+std::string content_of(int file, const std::string& path) {
+    std::string text(kMostBytes + 1, '\0');
+    std::size_t size = 0;
+    for (;;) {
+        const ssize_t got = read(file, &text[size], text.size() - size);
+        if (got < 0 && errno == EINTR) {
+            continue;
+        }
+        if (got < 0) {
+            throw UsageError(fmt::format("{} cannot be read: {}", path, std::strerror(errno)));
+        }
+        size += static_cast<std::size_t>(got);
+        if (got == 0 || size == text.size()) {
+            break;
+        }
+    }
+    if (size > kMostBytes || text.find('\0') < size) {
+        throw UsageError(
+            fmt::format("{} is no list of options; correct it or give --no-config", path));
+    }
+    text.resize(size);
+    return text;
+}
+
+void add_file(ConfigSource source,
+              const std::string& path,
+              const std::function<void(const ConfigValue&)>& check,
+              Configuration& configuration) {
+    // Without waiting: a pipe of that name would wait for its writer.
+    const int link_rule = source == ConfigSource::Folder ? O_NOFOLLOW : 0;
+    const Descriptor file(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | link_rule);
+    std::string reason;
+    if (!file.is_open()) {
+        if (errno == ENOENT || errno == ENOTDIR) {
+            configuration.looked.push_back(path + ": absent");
+            return;
+        }
+        reason = errno == ELOOP ? "it is a link" : std::strerror(errno);
+    } else {
+        reason = reason_against(file.get());
+    }
+    if (!reason.empty()) {
+        configuration.looked.push_back(fmt::format("{}: not read, {}", path, reason));
+        configuration.ignored.push_back(fmt::format("{} is not read: {}", path, reason));
+        return;
+    }
+    add_values(source, path, content_of(file.get(), path), check, configuration);
+    configuration.looked.push_back(path + ": read");
+}
+
+/** Whether a value of a stronger source makes the other one void. */
+bool overrides(const std::string& stronger, const std::string& weaker) {
+    constexpr std::pair<const char*, const char*> kExclude[] = {
+        {"for", "target"},    {"output", "output-dir"}, {"output", "keep-top"},
+        {"quiet", "verbose"}, {"strict", "salvage"},    {"force", "redo-changed"},
+        {"force", "verify"},  {"analyze", "no-measure"}};
+    const auto are_pair = [&](const auto& pair) {
+        return (stronger == pair.first && weaker == pair.second) ||
+               (stronger == pair.second && weaker == pair.first);
+    };
+    return stronger == weaker || std::any_of(std::begin(kExclude), std::end(kExclude), are_pair) ||
+           // The engine prefers words to its options file, whoever gave the words.
+           (stronger == "options-file" && is_tuning(weaker));
+}
+
+}  // namespace
+
+ConfigPlaces standard_config_places() {
+    ConfigPlaces places;
+    places.system = std::string("/etc/quorvane/") + kFileName;
+    const char* folder = std::getenv("XDG_CONFIG_HOME");
+    const char* home = std::getenv("HOME");
+    if (folder != nullptr && folder[0] == '/') {
+        places.user = fmt::format("{}/quorvane/{}", folder, kFileName);
+    } else if (home != nullptr && home[0] == '/') {
+        places.user = fmt::format("{}/.config/quorvane/{}", home, kFileName);
+    }
+    return places;
+}
+
+Configuration read_configuration(const ConfigPlaces& places,
+                                 const std::string& folder,
+                                 const std::function<void(const ConfigValue&)>& check) {
+    Configuration configuration;
+    if (!places.system.empty()) {
+        add_file(ConfigSource::System, places.system, check, configuration);
+    }
+    if (!places.user.empty()) {
+        add_file(ConfigSource::User, places.user, check, configuration);
+    }
+    if (!folder.empty()) {
+        add_file(ConfigSource::Folder, (fs::path(folder) / kFileName).string(), check,
+                 configuration);
+    }
+    return configuration;
+}
+
+std::string config_folder(const std::vector<std::string>& paths) {
+    std::set<std::string> folders;
+    std::string with_file;
+    for (const std::string& path : paths) {
+        if (path == "-") {
+            continue;
+        }
+        std::error_code error;
+        fs::path folder = path;
+        if (!fs::is_directory(folder, error)) {
+            folder = folder.has_parent_path() ? folder.parent_path() : fs::path(".");
+        }
+        const fs::path real = fs::canonical(folder, error);
+        if (folders.insert(error ? folder.string() : real.string()).second &&
+            fs::exists(fs::symlink_status(folder / kFileName, error))) {
+            with_file = folder.string();
+        }
+    }
+    if (!with_file.empty() && folders.size() > 1) {
+        throw UsageError(fmt::format(
+            "{} would set options for a part of these PATHs only; level the folders one "
+            "by one, or give --no-config",
+            (fs::path(with_file) / kFileName).string()));
+    }
+    return with_file;
+}
+
+std::vector<ConfigValue> effective_values(const std::vector<ConfigValue>& values) {
+    std::vector<ConfigValue> effective;
+    std::copy_if(
+        values.begin(), values.end(), std::back_inserter(effective), [&](const ConfigValue& value) {
+            return std::none_of(values.begin(), values.end(), [&](const ConfigValue& other) {
+                return other.source > value.source && overrides(other.name, value.name) &&
+                       // "quiet = no" leaves verbose as it is.
+                       (other.name == value.name || other.value != "no");
+            });
+        });
+    return effective;
+}
+
+}  // namespace quorvane
