@@ -78,7 +78,7 @@ int run_highpass(int argc, const char** argv) {
 /** The engine of step 6 alone: a series in, its fit and its breakpoints out. */
 int run_segment(int argc, const char** argv) {
     if (argc < 4) {
-        return usage("segment needs three file names: VALUES FIT BREAKPOINTS");
+        return usage("segment needs three file names");
     }
     // Both files are overwritten: an input with one of these names would be lost.
     require_other_file(argv[1], argv[2]);
