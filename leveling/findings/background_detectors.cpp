@@ -113,7 +113,8 @@ Measured measure_music(const SpeechView& view) {
     std::vector<std::size_t> gaps;
     double sum = 0;
     for (std::size_t i = 0; i < view.profile.tenths.size(); ++i) {
-        if (!view.has_words(i) && view.level(i) <= view.speech_db - kUnderWords_db &&
+        if (!view.has_words(i) && view.profile.tenths[i].tonality != kNoTonality &&
+            view.level(i) <= view.speech_db - kUnderWords_db &&
             view.level(i) >= view.speech_db - kFarUnderSpeech_db) {
             gaps.push_back(i);
             tonality.push_back(static_cast<double>(view.profile.tenths[i].tonality));

@@ -43,26 +43,29 @@ struct Detector {
     const char* code;
     Measured (*measure)(const SpeechView&);
     Limits from;
-    double before = kNever;  // a badness that another code stands for
+    double before = kNever;    // a badness that another code stands for
+    double least_words_s = 0;  // with less speech it is not looked for
 };
 
+constexpr double kLittleSpeech_s = 3;  // a window of EBU Tech 3342
 constexpr double kQuietSide_db = 12;
 constexpr double kSilentSide_db = 45;
 
+// What fills the gaps between words cannot be told from their ends where there are few.
 constexpr Detector kDetectors[] = {
     {"clipped", measure_clipping, {0.002, 0.01, 0.3}},                               // %
     {"side-silent", measure_sides, {kNever, kNever, kSilentSide_db}},                // dB
     {"side-quiet", measure_sides, {kNever, kQuietSide_db, kNever}, kSilentSide_db},  // dB
     {"out-of-phase", measure_phase, {kNever, 6, 10}},                                // dB lost
     {"dc-offset", measure_offset, {-15, -6, kNever}},                                // dB
-    {"hum", measure_hum, {kNever, -27, -12}},                                        // dB
-    {"noise", measure_noise, {kNever, -22, -14}},                                    // -SNR, dB
+    {"hum", measure_hum, {kNever, -27, -12}, kNever, kLittleSpeech_s},               // dB
+    {"noise", measure_noise, {kNever, -22, -14}, kNever, kLittleSpeech_s},           // -SNR, dB
     {"rumble", measure_rumble, {kNever, -10, 0}},                                    // dB
     {"long-pauses", measure_pauses, {0.25, 3, kNever}},                              // minutes
     {"dropouts", measure_breaks, {kNever, 2, 10}},                                   // places
     {"spill", measure_spill, {kNever, 22, kNever}},                                  // dB
     {"music-bed", measure_music, {-60, kNever, kNever}},                             // dB
-    {"reverberant", measure_reverberation, {kNever, 0.7, 1.2}},                      // s
+    {"reverberant", measure_reverberation, {kNever, 0.7, 1.2}, kNever, kLittleSpeech_s},  // s
 };
 
 // What one fault shows is not reported as another one: music, hum and reverberation fill the
@@ -70,8 +73,7 @@ constexpr Detector kDetectors[] = {
 constexpr std::pair<const char*, const char*> kInstead[] = {
     {"music-bed", "noise"}, {"reverberant", "noise"}, {"hum", "noise"}, {"hum", "music-bed"}};
 
-constexpr double kShortest_s = 0.4;    // a block of ITU-R BS.1770
-constexpr double kLittleSpeech_s = 3;  // a window of EBU Tech 3342
+constexpr double kShortest_s = 0.4;  // a block of ITU-R BS.1770
 constexpr double kRaisedFrom_db = 15;
 constexpr double kRaisedFar_db = 30;
 
@@ -82,6 +84,9 @@ bool has(const std::vector<Finding>& findings, const std::string& code) {
 
 void add_measured(const SpeechView& view, std::vector<Finding>& findings) {
     for (const Detector& detector : kDetectors) {
+        if (view.words_s < detector.least_words_s) {
+            continue;
+        }
         const Measured found = detector.measure(view);
         const Limits& from = detector.from;
         if (found.badness < std::min({from.note, from.warning, from.problem}) ||
@@ -124,7 +129,7 @@ void add_findings(const SoundProfile& profile, FileFacts& facts) {
         }
         add_measured(view, facts.findings);
         if (view.words_s < kLittleSpeech_s) {
-            facts.findings.push_back({"short", Severity::Note, view.words_s, "s", {}, "speech"});
+            facts.findings.push_back({"short", Severity::Warning, view.words_s, "s", {}, "speech"});
         }
     }
     facts.speech = speech;

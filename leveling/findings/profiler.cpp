@@ -20,6 +20,8 @@ constexpr double kFloor_db = -120;
 constexpr double kPerDb = 2;
 constexpr float kMostPower = 1e12F;  // a higher power is not sound
 
+constexpr float kNoGap_db = 6;          // so near to the loudest of late is a word
+constexpr float kForgetting_db = 0.1F;  // in a tenth of a second
 constexpr float kTonesFrom_hz = 350;
 constexpr float kTonesTo_hz = 3500;
 
@@ -82,6 +84,8 @@ void Profiler::begin(int channels, int sample_rate_hz) {
     tenth_frames_ = static_cast<std::size_t>(
         std::max<std::int64_t>(LoudnessMeter::stretch_frames(sample_rate_hz), 1));
     middle_rate_hz_ = sample_rate_hz;
+    has_last_lines_ = false;
+    loudest_db_ = static_cast<float>(kFloor_db);
     profile_ = {};
     profile_.tenth_frames = static_cast<std::int64_t>(tenth_frames_);
     profile_.sample_rate_hz = sample_rate_hz;
@@ -271,18 +275,38 @@ void Profiler::look_at_speech(Tenth& tenth) {
 }
 
 /**
- * The correlation of the lines of two spectra in a row: of what each bin is over the mean of its
- * neighbours, in steps of a logarithm. Those of noise have nothing to do with each other.
+ * The lines of a spectrum whose window begins there: what each bin is over the mean of its
+ * neighbours, in steps of a logarithm. Their number.
  */
-void Profiler::look_at_tones(Tenth& tenth) {
-    const std::size_t from = middle_[0].size() - kWindow;
+std::size_t Profiler::take_tones(std::size_t from, std::vector<float>& lines) {
     middle_spectrum_.take(middle_[0].data() + from, middle_[1].data() + from);
     const float bin_hz = static_cast<float>(middle_rate_hz_) / kWindow;
     const auto first = static_cast<std::size_t>(kTonesFrom_hz / bin_hz);
     const auto last = std::min(static_cast<std::size_t>(kTonesTo_hz / bin_hz), kWindow / 2 - 1);
     to_logs(middle_spectrum_.power().data(), logs_.size(), logs_.data());
     const std::size_t count = last > first + 2 * kAround ? last - first - 2 * kAround : 0;
-    take_lines(logs_.data() + first, count, lines_.data());
+    take_lines(logs_.data() + first, count, lines.data());
+    return count;
+}
+
+/**
+ * The correlation of the lines of two spectra in a row. Those of noise have nothing to do with each
+ * other. Only what may be a gap between words is looked at: the spectra cost more than all else
+ * that is done once for a tenth.
+ */
+void Profiler::look_at_tones(Tenth& tenth) {
+    const float level_db = std::max(tenth.speech_db[0], tenth.speech_db[1]);
+    loudest_db_ = std::max(level_db, loudest_db_ - kForgetting_db);
+    if (level_db > loudest_db_ - kNoGap_db) {
+        has_last_lines_ = false;
+        return;
+    }
+    if (!has_last_lines_) {
+        // The window of the tenth before stands in front of the new samples.
+        take_tones(middle_[0].size() - new_middle_ - kWindow, last_lines_);
+        has_last_lines_ = true;
+    }
+    const std::size_t count = take_tones(middle_[0].size() - kWindow, lines_);
     const auto product = static_cast<double>(product_of(lines_.data(), last_lines_.data(), count));
     const auto squares =
         static_cast<double>(product_of(lines_.data(), lines_.data(), count)) *

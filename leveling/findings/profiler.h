@@ -34,6 +34,7 @@ class Profiler : public FrameObserver {
     void look_at_piece(std::size_t channel, std::size_t from, std::size_t to, double& power);
     void look_at_speech(Tenth& tenth);
     void look_at_tones(Tenth& tenth);
+    std::size_t take_tones(std::size_t from, std::vector<float>& lines);
     void look_at_lows();
     void follow_breaks(
         std::size_t channel, std::size_t from, std::size_t to, float peak, float step);
@@ -62,6 +63,8 @@ class Profiler : public FrameObserver {
     Spectrum middle_spectrum_{kWindow};
     Spectrum low_spectrum_{kWindow};
     std::vector<float> logs_, lines_, last_lines_;
+    bool has_last_lines_ = false;
+    float loudest_db_ = 0;  // of late, falling slowly
 
     struct Follower {
         float peak_before = 0;       // of the piece before the zeros

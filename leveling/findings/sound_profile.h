@@ -16,6 +16,8 @@ namespace quorvane {
 
 constexpr int kSlots = 10;  // of 10 ms in a tenth of a second
 
+constexpr float kNoTonality = -2;
+
 /** A tenth of a second. Powers and means of one or two channels; full scale is 1.0. */
 struct Tenth {
     std::array<float, 2> power{};  // mean square of each channel
@@ -23,7 +25,8 @@ struct Tenth {
     float cross = 0;                   // mean of left times right
     std::array<float, 2> speech_db{};  // power above 150 Hz of each half, both channels together
     std::array<std::uint8_t, kSlots> slot_levels{};  // of 10 ms, half dB above -120 dB
-    float tonality = 0;  // -1 to 1: how much the spectrum's lines stay from the tenth before
+    // -1 to 1: how much the spectrum's lines stay from the tenth before; not of loud tenths.
+    float tonality = kNoTonality;
 };
 
 /** What is below 1 kHz, of a window of a third to half a second. Powers. */
