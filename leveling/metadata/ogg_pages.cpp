@@ -161,4 +161,26 @@ void set_ogg_serial(const std::string& path, std::uint32_t serial) {
     file.close();
 }
 
+void set_ogg_serial_of(std::string& file, std::uint32_t serial) {
+    for (std::size_t at = 0; at < file.size();) {
+        const std::size_t left = file.size() - at;
+        const std::size_t segments =
+            left < kPageHeaderBytes ? left : static_cast<unsigned char>(file[at + kSegmentsAt]);
+        const std::size_t header = kPageHeaderBytes + segments;
+        if (header > left || file.compare(at, 4, "OggS") != 0) {
+            throw std::runtime_error("a page of an Ogg file is not whole");
+        }
+        std::size_t length = header;
+        for (std::size_t i = at + kPageHeaderBytes; i < at + header; ++i) {
+            length += static_cast<unsigned char>(file[i]);
+        }
+        const auto begin = file.begin() + static_cast<std::ptrdiff_t>(at);
+        Bytes page(begin, begin + static_cast<std::ptrdiff_t>(std::min(length, left)));
+        put_number(page, kSerialAt, 4, ByteOrder::Little, serial);
+        put_number(page, kChecksumAt, 4, ByteOrder::Little, checksum_of(page));
+        std::copy(page.begin(), page.end(), begin);
+        at += page.size();
+    }
+}
+
 }  // namespace quorvane

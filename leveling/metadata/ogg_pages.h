@@ -31,4 +31,7 @@ OggState check_ogg_pages(const std::string& path);
  */
 void set_ogg_serial(const std::string& path, std::uint32_t serial);
 
+/** The same for a file in memory. Throws std::runtime_error. */
+void set_ogg_serial_of(std::string& file, std::uint32_t serial);
+
 }  // namespace quorvane

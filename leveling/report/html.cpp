@@ -73,7 +73,7 @@ summary{cursor:pointer}footer{margin-top:40px;font-size:.84rem;color:var(--soft)
 .stack td,.stack th[scope=row]{display:block;border:0;padding:1px 0;text-align:left!important}
 .stack td[data-label]::before{content:attr(data-label) " ";color:var(--soft)}}
 .verdict{font-size:1.15rem;font-weight:600;margin:10px 0 14px;padding:12px 16px;border-radius:8px;background:var(--panel);
-border-left:4px solid var(--after)}.verdict.ready{border-color:var(--good)}.verdict.missing{border-color:var(--bad)}
+border-left:4px solid var(--after)}.verdict.ready{border-color:var(--good)}.verdict.but{border-color:var(--down)}.verdict.missing{border-color:var(--bad)}
 .back{font-size:.9rem;margin:0 0 10px}
 td b,th[scope=row]{color:var(--ink);font-weight:600}.elsewhere td,.elsewhere th[scope=row]{color:var(--soft);font-weight:400}
 .remedy{white-space:nowrap;color:var(--soft)}code{font:.92em ui-monospace,Menlo,Consolas,monospace;background:var(--panel);

@@ -170,16 +170,17 @@ std::string index_page(const FactsList& files,
     }
     head += heading_cell("Loudness", "LUFS") + heading_cell("True peak", "dBTP") +
             heading_cell("Gain", "dB");
-    const bool ready = std::all_of(files.begin(), files.end(), [&](const FileFacts& facts) {
-        return is_ready(facts, options.destinations);
-    });
+    VerdictColor color = VerdictColor::Ready;
+    for (const FileFacts& facts : files) {
+        color = std::max(color, verdict_color(facts, options));
+    }
     std::string text = fmt::format(
         "<h1>{} file{}</h1>\n{}<p class=\"soft\">What needs you comes first. Levels before and "
         "after; "
         "the gain is the mean of leveling.</p>\n{}<table class=\"stack files\">\n<thead><tr>{}</tr>"
         "</thead>\n<tbody>\n",
         files.size(), files.size() == 1 ? "" : "s",
-        verdict_html(verdict(files, options.destinations, Face::Page), options, ready), kTools,
+        verdict_html(verdict(files, options.destinations, Face::Page), options, color), kTools,
         head);
     for (const IndexRow& row : rows) {
         text += row.html;

@@ -41,7 +41,7 @@ std::string channels_text(int channels) {
 std::string heading(const FileFacts& facts, const ReportOptions& options) {
     std::string text = fmt::format("<h1>{}</h1>\n", escape_html(name_of(facts)));
     text += verdict_html(verdict(facts, options.destinations, Face::Page), options,
-                         is_ready(facts, options.destinations));
+                         verdict_color(facts, options));
     text += fmt::format("<p class=\"soft\">{}, {} Hz, {}, {}</p>\n", escape_html(facts.format),
                         facts.sample_rate_hz, channels_text(facts.channels),
                         clock_text(facts.duration_s()));

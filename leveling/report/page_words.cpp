@@ -6,6 +6,7 @@
 #include <filesystem>
 
 #include "Common/version.h"
+#include "leveling/publish/verdict.h"
 #include "leveling/report/html.h"
 #include "leveling/words/levels.h"
 
@@ -39,8 +40,20 @@ std::string outcome_text(const FileFacts& facts) {
     return "";
 }
 
-std::string verdict_html(const std::string& text, const ReportOptions& options, bool ready) {
-    const char* color = options.destinations.empty() ? "" : ready ? " ready" : " missing";
+VerdictColor verdict_color(const FileFacts& facts, const ReportOptions& options) {
+    if (!is_ready(facts, options.destinations)) {
+        return VerdictColor::NotReady;
+    }
+    return objections(facts).empty() ? VerdictColor::Ready : VerdictColor::ReadyBut;
+}
+
+std::string verdict_html(const std::string& text,
+                         const ReportOptions& options,
+                         VerdictColor standing) {
+    const char* color = options.destinations.empty()         ? ""
+                        : standing == VerdictColor::Ready    ? " ready"
+                        : standing == VerdictColor::ReadyBut ? " but"
+                                                             : " missing";
     return fmt::format("<p class=\"verdict{}\">{}</p>\n", color, escape_html(text));
 }
 

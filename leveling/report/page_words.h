@@ -15,8 +15,14 @@ std::string name_of(const FileFacts& facts);
 /** As a reader would say it; the words of the JSON are for programs. */
 std::string outcome_text(const FileFacts& facts);
 
-/** The sentence that comes first, colored by whether all asked for is met. */
-std::string verdict_html(const std::string& text, const ReportOptions& options, bool ready);
+/** How a file stands to the places that were asked for. */
+enum class VerdictColor { Ready, ReadyBut, NotReady };
+
+/** The worst one comes last. */
+VerdictColor verdict_color(const FileFacts& facts, const ReportOptions& options);
+
+/** The sentence that comes first, colored where places were asked for. */
+std::string verdict_html(const std::string& text, const ReportOptions& options, VerdictColor color);
 
 /** A level with one decimal. What has none is told in a word instead of an infinity. */
 std::string shown(double value);

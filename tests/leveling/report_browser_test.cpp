@@ -124,4 +124,24 @@ TEST(ReportInABrowser, TheExcerptsPlayAndTheSwitchWorks) {
     EXPECT_EQ(std::string::npos, read_text(dir / "r.html").find("<audio"));
 }
 
+/** An encoder's random number would make every page another one. */
+TEST(Report, IsTheSameEachTime) {
+    const TempDir dir;
+    write_sound(dir / "a.wav", signals::speech(4, 22050, 2));
+    const std::string run = "cd " + dir.path() + " && " QUORVANE " -f --report ";
+    ASSERT_EQ(run_program(run + "one.html a.wav").status, 0);
+    ASSERT_EQ(run_program(run + "two.html a.wav").status, 0);
+    const std::string page = read_text(dir / "one.html");
+    EXPECT_THAT(page, HasSubstr("<audio"));
+    EXPECT_TRUE(page == read_text(dir / "two.html"));
+    // A decoder that checks the sums of the pages takes them.
+    const std::string text = page.substr(page.find("data:audio/ogg;base64,") + 22);
+    write_text(dir / "b64", text.substr(0, text.find('"')));
+    EXPECT_EQ(run_program("cd " + dir.path() +
+                          " && base64 -d b64 | ffmpeg -v error -err_detect crccheck+explode "
+                          "-f ogg -i - -f null - 2>&1")
+                  .out,
+              "");
+}
+
 }  // namespace
