@@ -13,6 +13,7 @@
 #include "cli/commands/results.h"
 #include "cli/commands/watch_command.h"
 #include "cli/options/settings.h"
+#include "cli/terminal/note_lines.h"
 #include "cli/terminal/screen.h"
 #include "cli/terminal/summary.h"
 #include "leveling/archive/shards.h"

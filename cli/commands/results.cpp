@@ -14,6 +14,7 @@
 #include "cli/commands/batch_command.h"
 #include "cli/options/help.h"
 #include "cli/terminal/finding_lines.h"
+#include "cli/terminal/note_lines.h"
 #include "cli/terminal/summary.h"
 #include "leveling/advice/explain.h"
 #include "leveling/advice/finding_words.h"

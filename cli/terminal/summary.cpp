@@ -5,13 +5,12 @@
 #include <algorithm>
 #include <boost/algorithm/string/join.hpp>
 #include <functional>
-#include <iterator>
 #include <map>
 #include <optional>
 #include <utility>
 
+#include "cli/terminal/note_lines.h"
 #include "leveling/facts/file_error.h"
-#include "leveling/facts/preparation_words.h"
 #include "leveling/words/levels.h"
 #include "leveling/words/text.h"
 
@@ -298,19 +297,6 @@ void print_summary(const FactsList& files, double elapsed_s, Screen& screen) {
     print_interrupted(files, screen);
 }
 
-void print_earlier(const FactsList& files, Screen& screen) {
-    const auto earlier = std::count_if(files.begin(), files.end(), [](const FileFacts& facts) {
-        return facts.earlier_arithmetic;
-    });
-    if (earlier) {
-        screen.line(fmt::format(
-            "{} output{} made by an earlier version of the arithmetic {} kept (--redo-changed "
-            "levels {} again; --plain is the arithmetic of 3.0)",
-            earlier, earlier == 1 ? "" : "s", earlier == 1 ? "was" : "were",
-            earlier == 1 ? "it" : "them"));
-    }
-}
-
 std::string shared_failure_line(std::size_t count, const FileFacts& first, const Screen& screen) {
     return fmt::format("{} {} files, the first {}: {}", screen.paint("failed", "31"), count,
                        printable(first.input), printable(first.cause));
@@ -343,61 +329,6 @@ void print_failures(const FactsList& files, Screen& screen) {
     }
     if (others != 0) {
         screen.line(fmt::format("failed {} more (--failed FILE lists them all)", others));
-    }
-}
-
-namespace {
-
-/** Notes that differ in their numbers only are of one kind. */
-std::string kind_of(const std::string& note) {
-    std::string kind;
-    std::copy_if(note.begin(), note.end(), std::back_inserter(kind),
-                 [](char c) { return c < '0' || c > '9'; });
-    return kind;
-}
-
-}  // namespace
-
-void print_notes(const FactsList& files, Screen& screen) {
-    print_earlier(files, screen);
-    constexpr std::size_t kMostOfAKind = 3;
-
-    struct Kind {
-        std::size_t count = 0;
-        std::vector<std::string> lines;  // of the first ones
-    };
-
-    std::vector<Kind> kinds;
-    std::map<std::string, std::size_t> place_of;
-    const auto add = [&](const FileFacts& facts, const std::string& note) {
-        const auto [at, is_new] = place_of.emplace(kind_of(note), kinds.size());
-        if (is_new) {
-            kinds.emplace_back();
-        }
-        Kind& kind = kinds[at->second];
-        if (++kind.count <= kMostOfAKind) {
-            kind.lines.push_back(
-                fmt::format("note: {}: {}", printable(facts.input), printable(note)));
-        }
-    };
-    for (const FileFacts& facts : files) {
-        for (const std::string& note : facts.notes) {
-            add(facts, note);
-        }
-        if (facts.preparation && facts.outcome == Outcome::Leveled) {
-            for (const std::string& words : words_of(*facts.preparation, Phrasing::Notable)) {
-                add(facts, words);
-            }
-        }
-    }
-    for (const Kind& kind : kinds) {
-        for (const std::string& line : kind.lines) {
-            screen.line(line);
-        }
-        if (const std::size_t others = kind.count - kind.lines.size(); others != 0) {
-            screen.line(fmt::format("note: the same of {} more file{} (--json lists them all)",
-                                    others, others == 1 ? "" : "s"));
-        }
     }
 }
 

@@ -42,15 +42,6 @@ void print_failures(const FactsList& files, Screen& screen);
 /** "306 files, the first talk.wav: ...", for files that fail for one cause of their folder. */
 std::string shared_failure_line(std::size_t count, const FileFacts& first, const Screen& screen);
 
-/**
- * print_earlier(), then "note: talk.mp4: ...", for the first notes of each kind, and the number of
- * the others.
- */
-void print_notes(const FactsList& files, Screen& screen);
-
-/** The number of outputs that are kept though an earlier arithmetic made them; nothing for none. */
-void print_earlier(const FactsList& files, Screen& screen);
-
 /** "2 files not supported: a.flv, b.amr"; nothing for none. */
 void print_unsupported(const std::vector<std::filesystem::path>& files, Screen& screen);
 

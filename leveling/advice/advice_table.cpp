@@ -35,7 +35,7 @@ const std::vector<Advice>& advice_table() {
          "Bring both sides to one level, or make a mono file, then level it again.",
          "Set the gains of both inputs with the same voice at the same distance; for one voice "
          "record mono."},
-        {"out-of-phase", "The sides cancel each other in mono", 1,
+        {"out-of-phase", "The sides cancel each other in mono", 0,
          "the sides are out of phase; in mono {value} dB are lost",
          "The two sides move against each other, so that they cancel when they are mixed to one.",
          "A phone, a kitchen radio or a smart speaker plays mono: there the voice becomes thin or "
@@ -54,7 +54,7 @@ const std::vector<Advice>& advice_table() {
          "takes it out with its high-pass filter.",
          "", "", "",
          "Try another input, cable or sound card; an input that does this is often faulty."},
-        {"hum", "Mains hum", 1, "mains hum ({detail}) lies {against} the speech",
+        {"hum", "Mains hum", 1, "mains hum ({detail}) is {against} the speech",
          "A steady tone of the mains, 50 or 60 Hz, and its multiples lie under the voice.",
          "Headphones play it clearly, and where a quiet voice is raised the hum comes up with it.",
          "Take it out with a hum filter first, then level the filtered file.",
@@ -62,7 +62,7 @@ const std::vector<Advice>& advice_table() {
          "Take it out with a hum filter, then level it again.",
          "Use balanced cables, run the recorder on its battery, and keep cables away from power "
          "supplies and dimmers."},
-        {"noise", "A high noise floor", 1, "its noise lies only {value} dB under the speech",
+        {"noise", "A high noise floor", 1, "its noise is only {value} dB under the speech",
          "Hiss, a fan or traffic is heard in the pauses, close to the level of the speech.",
          "Listeners tire of it, encoders spend bits on it, and where a quiet voice is raised the "
          "noise comes up with it.",
@@ -71,7 +71,7 @@ const std::vector<Advice>& advice_table() {
          "Reduce the noise, then level it again.",
          "Come closer to the microphone (a hand's width), turn its gain up, and switch off what "
          "hums or blows in the room."},
-        {"rumble", "Wind or rumble", 1, "wind or rumble lies {against} the speech",
+        {"rumble", "Wind or rumble", 1, "wind or rumble is {against} the speech",
          "Low rumble of wind, handling, steps or traffic lies below the voice.",
          "Large speakers and cars play it as thuds. Leveling takes most of it out with its "
          "high-pass filter.",
@@ -96,7 +96,7 @@ const std::vector<Advice>& advice_table() {
          "Record each speaker on their own computer and not the call; close other programs and use "
          "a larger audio buffer."},
         {"spill", "Another voice spills in", 1,
-         "another voice seems to spill in, {value} dB under the own one",
+         "another voice seems to spill in, {value} dB under the main one",
          "Beside the near voice a second one is heard from further away, as on the microphone of "
          "one guest when another speaks.",
          "Leveling takes a distant voice for a quiet one and raises it, so that the room is heard.",
@@ -105,7 +105,7 @@ const std::vector<Advice>& advice_table() {
          "Level all microphones of one talk together.",
          "Seat guests further apart, each close to a microphone (a hand's width) that points away "
          "from the others."},
-        {"music-bed", "Music under the voice", 1, "music or sound lies {against} the voice",
+        {"music-bed", "Music under the voice", 1, "music or another sound is {against} the voice",
          "Music or a steady background plays while somebody speaks.",
          "Leveling raises quiet speech and the music with it, so the music may swell and fade with "
          "the voice.",
@@ -122,7 +122,7 @@ const std::vector<Advice>& advice_table() {
          "Reduce the reverberation, if you can.",
          "Come closer to the microphone (a hand's width), and record among curtains, carpets and "
          "full shelves, away from bare walls."},
-        {"low-bit-rate", "A low bit rate", 0, "its sound is stored with only {value} {unit}",
+        {"low-bit-rate", "A low bit rate", 0, "its sound is stored at only {value} {unit}",
          "The file was made small by a lossy codec, so details of the sound are missing.",
          "Voices sound watery or dull, and every further encoding makes it worse.",
          "Level the original recording if there is one.",
@@ -134,7 +134,7 @@ const std::vector<Advice>& advice_table() {
          "Levels and verdicts come from averages over seconds; of a short clip they may be off.",
          "Join short clips before you level them.", "Join short clips before you level them.",
          "Join short clips before you level them.", "Record some seconds more than you need."},
-        {"damaged", "Cut short or damaged", 1, "{value} {unit} of it are lost",
+        {"damaged", "Cut short or damaged", 1, "{value} {unit} of the sound is missing",
          "A part of the file is missing or cannot be decoded; silence stands in its place.",
          "Words are missing, and the end may be.",
          "Copy the file again from where it came from; --strict fails such files.",

@@ -8,11 +8,6 @@
 namespace quorvane {
 namespace {
 
-/** Whole dB, at least 1: a tenth of a dB means nothing to a reader. */
-long whole_db(double span) {
-    return std::max(1L, std::lround(span));
-}
-
 /** What is within 1 dB sounds the same. */
 constexpr long kSame_db = 1;
 
@@ -73,6 +68,10 @@ Whole whole_of(const FactsList& files) {
 }
 
 }  // namespace
+
+long whole_db(double span) {
+    return std::max(1L, std::lround(span));
+}
 
 std::string speech_headline(const FileFacts& facts) {
     if (!facts.speech) {

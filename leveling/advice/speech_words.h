@@ -16,4 +16,7 @@ std::string speech_headline(const FileFacts& facts);
 /** The same for all files of a run, with the number of files that have no levels of speech. */
 std::string speech_headline(const FactsList& files);
 
+/** Whole dB: a tenth of one tells nobody anything. Nearer than one is one. */
+long whole_db(double span);
+
 }  // namespace quorvane

@@ -10,6 +10,8 @@ namespace {
 constexpr double kNotableRaise_db = 20;
 constexpr double kNearBackground_db = 12;  // what comes up with a voice is heard beside it
 
+}  // namespace
+
 std::string words_of(const Done& done) {
     const char* plural = done.count == 1 ? "" : "s";
     switch (done.deed) {
@@ -35,8 +37,6 @@ std::string words_of(const Done& done) {
     }
     return "";
 }
-
-}  // namespace
 
 std::string minutes_text(double seconds) {
     const auto whole = static_cast<long long>(std::lround(seconds));

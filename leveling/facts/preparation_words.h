@@ -42,4 +42,6 @@ std::string minutes_text(double seconds);
  */
 std::vector<std::string> words_of(const Preparation& preparation, Phrasing phrasing);
 
+std::string words_of(const Done& done);
+
 }  // namespace quorvane

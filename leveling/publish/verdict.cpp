@@ -59,6 +59,10 @@ std::string refusal_sentence(const DestinationCheck& check, const FileFacts& fac
                        way.empty() ? "" : " (" + way + ")");
 }
 
+bool is_too_short(const FileFacts& facts) {
+    return facts.speech && facts.speech->state == SpeechState::TooShort;
+}
+
 /** ", but: the right side is silent", or nothing. */
 std::string but(const FileFacts& facts) {
     const std::string text = objections_text(facts);
@@ -82,7 +86,7 @@ std::string offers(const FileFacts& facts, Face face) {
         text = fmt::format("Found: {}.", found);
     }
     // The window has no such choice, and who got a page has no program.
-    if (face == Face::CommandLine) {
+    if (face == Face::CommandLine && !is_too_short(facts)) {
         text += text.empty() ? "" : " ";
         text += "--for makes it ready for a place, as in --for podcast.";
     }
@@ -218,14 +222,17 @@ std::string readiness(const FileFacts& facts, const std::vector<std::string>& as
         sentences.insert(
             sentences.begin(),
             fmt::format("Ready for {}{}.", boost::algorithm::join(ready, ", "), but(facts)));
-    } else if (const std::string found = objections_text(facts); !found.empty()) {
+    } else if (const std::string found = objections_text(facts);
+               !found.empty() && !is_too_short(facts)) {
         sentences.push_back(fmt::format("Found as well: {}.", found));
     }
     return boost::algorithm::join(sentences, " ");
 }
 
 std::string verdict(const FileFacts& facts, const std::vector<std::string>& asked, Face face) {
-    std::string text = what_happened(facts);
+    // The place that was asked for is refused for being too short: that is said once.
+    std::string text =
+        is_too_short(facts) && facts.before && !asked.empty() ? "" : what_happened(facts);
     if (measured(facts) && !is_failure(facts.outcome) && facts.outcome != Outcome::Interrupted) {
         const std::string where = readiness(facts, asked, face);
         text += (text.empty() || where.empty() ? "" : " ") + where;

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <sstream>
 
+#include "cli/terminal/note_lines.h"
 #include "cli/terminal/screen.h"
 #include "cli/terminal/summary.h"
 #include "leveling/words/levels.h"

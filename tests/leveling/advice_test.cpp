@@ -5,6 +5,7 @@
 #include "leveling/advice/advice_table.h"
 #include "leveling/advice/explain.h"
 #include "leveling/advice/finding_words.h"
+#include "leveling/advice/notable_deeds.h"
 #include "leveling/advice/speech_words.h"
 #include "leveling/facts/nearest_word.h"
 #include "leveling/facts/own_destination.h"
@@ -151,7 +152,7 @@ TEST(Verdict, TooShortIsNotSilent) {
     facts.after->integrated_lufs = kNone;
     facts.speech->state = SpeechState::TooShort;
     EXPECT_EQ(
-        "Too short to measure: needs 0.4 s. Not ready for podcast: too short to measure: needs 0.4 "
+        "Not ready for podcast: too short to measure: needs 0.4 "
         "s.",
         verdict(facts, {"podcast"}, Face::CommandLine));
     facts.after->sample_peak_dbfs = kNone;
@@ -162,7 +163,7 @@ TEST(Verdict, TooShortIsNotSilent) {
 TEST(Findings, AreSentencesWithAdviceForEachFace) {
     EXPECT_EQ("The right side is silent.", sentence_of(kSilent));
     EXPECT_EQ("It was so quiet that it was raised by 24.6 dB.", sentence_of(kRaised));
-    EXPECT_EQ("mains hum (50 Hz) lies 12.0 dB under the speech",
+    EXPECT_EQ("mains hum (50 Hz) is 12.0 dB under the speech",
               clause_of({"hum", Severity::Warning, -12, "dB", {}, "50 Hz"}));
     EXPECT_EQ("0.003 % of the recording is clipped",
               clause_of({"clipped", Severity::Note, 0.003, "%", {}, ""}));
@@ -186,6 +187,23 @@ TEST(Findings, AreSentencesWithAdviceForEachFace) {
         EXPECT_THAT(explanation(advice.code), HasSubstr("Before the next recording\n  "));
         EXPECT_THAT(explanation(""), HasSubstr(advice.title));
     }
+}
+
+TEST(NotableDeeds, LeaveOutWhatAFindingSays) {
+    FileFacts facts;
+    facts.outcome = Outcome::Leveled;
+    facts.preparation.emplace();
+    facts.preparation->raised_db = 40;
+    facts.preparation->background_under_speech_db = 5;
+    const auto count = [&](Severity least_shown) {
+        return notable_deeds(facts, Phrasing::Notable, least_shown).size();
+    };
+    EXPECT_EQ(count(Severity::Note), 2u);
+    facts.findings = {{"raised", Severity::Warning, 40, "dB", {}, ""}};
+    EXPECT_EQ(count(Severity::Warning), 1u);
+    facts.findings.push_back({"music-bed", Severity::Note, -12, "dB", {}, ""});
+    EXPECT_EQ(count(Severity::Warning), 1u);  // the note is not shown
+    EXPECT_EQ(count(Severity::Note), 0u);
 }
 
 TEST(Words, TheNearestIsTheOneThatWasMeant) {
