@@ -183,6 +183,181 @@ Beruht auf Qt, FFmpeg, libsndfile, Boost, TagLib, fmt und JSON for Modern C++.</
     </message>
 </context>
 <context>
+    <name>FindingText</name>
+    <message>
+        <source>{value} % of the recording is clipped</source>
+        <translation>{value} % der Aufnahme sind übersteuert</translation>
+    </message>
+    <message>
+        <source>Repair it with a declipper first, then drop the repaired file here.</source>
+        <translation>Zuerst mit einem Declipper reparieren, dann die reparierte Datei hier ablegen.</translation>
+    </message>
+    <message>
+        <source>the {detail} side is silent</source>
+        <translation>die {detail} Seite ist stumm</translation>
+    </message>
+    <message>
+        <source>Make a mono file of the side that has sound in an editor, then drop that here.</source>
+        <translation>In einem Editor aus der Seite mit Ton eine Monodatei machen und diese hier ablegen.</translation>
+    </message>
+    <message>
+        <source>the {detail} side is {value} dB quieter than the other</source>
+        <translation>die {detail} Seite ist {value} dB leiser als die andere</translation>
+    </message>
+    <message>
+        <source>Bring both sides to one level in an editor, or make a mono file, then drop it here.</source>
+        <translation>In einem Editor beide Seiten gleich laut oder eine Monodatei machen und diese hier ablegen.</translation>
+    </message>
+    <message>
+        <source>the sides are out of phase; in mono {value} dB are lost</source>
+        <translation>die Seiten sind gegenphasig; in Mono gehen {value} dB verloren</translation>
+    </message>
+    <message>
+        <source>Invert one side in an editor, then drop the file here.</source>
+        <translation>In einem Editor eine Seite umpolen, dann die Datei hier ablegen.</translation>
+    </message>
+    <message>
+        <source>the wave lies {value} % of full scale off its zero line</source>
+        <translation>die Welle liegt um {value} % der Vollaussteuerung neben der Nulllinie</translation>
+    </message>
+    <message>
+        <source>mains hum ({detail}) is {against} the speech</source>
+        <translation>Netzbrummen ({detail}) liegt {against} der Sprache</translation>
+    </message>
+    <message>
+        <source>Take it out with a hum filter first, then drop the filtered file here.</source>
+        <translation>Zuerst mit einem Brummfilter entfernen, dann die gefilterte Datei hier ablegen.</translation>
+    </message>
+    <message>
+        <source>its noise is only {value} dB under the speech</source>
+        <translation>das Rauschen liegt nur {value} dB unter der Sprache</translation>
+    </message>
+    <message>
+        <source>Reduce the noise in an editor first, then drop that file here.</source>
+        <translation>Zuerst in einem Editor das Rauschen verringern, dann diese Datei hier ablegen.</translation>
+    </message>
+    <message>
+        <source>wind or rumble is {against} the speech</source>
+        <translation>Wind oder Rumpeln liegt {against} der Sprache</translation>
+    </message>
+    <message>
+        <source>it has {value} {unit} of long pauses</source>
+        <translation>lange Pausen: {value} {unit}</translation>
+    </message>
+    <message>
+        <source>Cut them in an editor if they are not meant.</source>
+        <translation>In einem Editor herausschneiden, wenn sie nicht gewollt sind.</translation>
+    </message>
+    <message>
+        <source>the sound breaks off or jumps at {value} places</source>
+        <translation>der Ton setzt an {value} Stellen aus oder springt</translation>
+    </message>
+    <message>
+        <source>Ask for the local recording of the speaker, or repair the places in an editor.</source>
+        <translation>Die lokale Aufnahme der Person erbitten oder die Stellen in einem Editor reparieren.</translation>
+    </message>
+    <message>
+        <source>another voice seems to spill in, {value} dB under the main one</source>
+        <translation>eine andere Stimme scheint überzusprechen, {value} dB unter der Hauptstimme</translation>
+    </message>
+    <message>
+        <source>Give all microphones of one talk together where you have them.</source>
+        <translation>Alle Mikrofone eines Gesprächs zusammen geben, wenn es sie gibt.</translation>
+    </message>
+    <message>
+        <source>music or another sound is {against} the voice</source>
+        <translation>Musik oder ein anderer Klang liegt {against} der Stimme</translation>
+    </message>
+    <message>
+        <source>Level the voice alone and add the music afterwards.</source>
+        <translation>Die Stimme allein ausgleichen und die Musik danach hinzufügen.</translation>
+    </message>
+    <message>
+        <source>the room is very reverberant ({value} s)</source>
+        <translation>der Raum hallt stark ({value} s)</translation>
+    </message>
+    <message>
+        <source>Reduce the reverberation in an editor first, if you can.</source>
+        <translation>Zuerst in einem Editor den Hall verringern, wenn möglich.</translation>
+    </message>
+    <message>
+        <source>its sound is stored at only {value} {unit}</source>
+        <translation>der Ton ist mit nur {value} {unit} gespeichert</translation>
+    </message>
+    <message>
+        <source>Level the original recording if there is one.</source>
+        <translation>Die Originalaufnahme ausgleichen, wenn es sie gibt.</translation>
+    </message>
+    <message>
+        <source>the {detail} is only {value} s long</source>
+        <translation>{detail} nur {value} s lang</translation>
+    </message>
+    <message>
+        <source>Join short clips before you level them.</source>
+        <translation>Kurze Stücke vor dem Ausgleichen verbinden.</translation>
+    </message>
+    <message>
+        <source>{value} {unit} of the sound is missing</source>
+        <translation>{value} {unit} des Tons fehlen</translation>
+    </message>
+    <message>
+        <source>Copy the file again from where it came from.</source>
+        <translation>Die Datei noch einmal von ihrem Ursprung kopieren.</translation>
+    </message>
+    <message>
+        <source>it was so quiet that it was raised by {value} dB</source>
+        <translation>sie war so leise, dass sie um {value} dB angehoben wurde</translation>
+    </message>
+    <message>
+        <source>Listen to the pauses; reduce their noise in an editor if it disturbs.</source>
+        <translation>Die Pausen anhören; wenn ihr Rauschen stört, es in einem Editor verringern.</translation>
+    </message>
+    <message>
+        <source>left</source>
+        <translation>linke</translation>
+    </message>
+    <message>
+        <source>right</source>
+        <translation>rechte</translation>
+    </message>
+    <message>
+        <source>recording</source>
+        <translation>die Aufnahme ist</translation>
+    </message>
+    <message>
+        <source>speech</source>
+        <translation>die Sprache ist</translation>
+    </message>
+    <message>
+        <source>%1 %2 under</source>
+        <translation>%1 %2 unter</translation>
+    </message>
+    <message>
+        <source>%1 %2 over</source>
+        <translation>%1 %2 über</translation>
+    </message>
+    <message>
+        <source>Too short to measure: needs 0.4 s.</source>
+        <translation>Zu kurz zum Messen: nötig sind 0,4 s.</translation>
+    </message>
+    <message>
+        <source>No speech found.</source>
+        <translation>Keine Sprache gefunden.</translation>
+    </message>
+    <message>
+        <source>Passages of speech are within %2 dB of each other, as before.</source>
+        <translation>Die Passagen mit Sprache liegen wie zuvor innerhalb von %2 dB.</translation>
+    </message>
+    <message>
+        <source>Passages of speech were within %1 dB of each other; now up to %2 dB apart.</source>
+        <translation>Die Passagen mit Sprache lagen innerhalb von %1 dB; jetzt bis zu %2 dB auseinander.</translation>
+    </message>
+    <message>
+        <source>Passages of speech were up to %1 dB apart; now within %2 dB.</source>
+        <translation>Die Passagen mit Sprache lagen bis zu %1 dB auseinander; jetzt innerhalb von %2 dB.</translation>
+    </message>
+</context>
+<context>
     <name>PreparationText</name>
     <message>
         <source>raised by %1 dB before leveling, its noise with it</source>
@@ -224,6 +399,10 @@ Beruht auf Qt, FFmpeg, libsndfile, Boost, TagLib, fmt und JSON for Modern C++.</
     <message>
         <source>Leveled</source>
         <translation>Ausgeglichen</translation>
+    </message>
+    <message>
+        <source>Leveled, but: %1</source>
+        <translation>Ausgeglichen, aber: %1</translation>
     </message>
     <message>
         <source>Leveled; note: %1</source>

@@ -44,10 +44,9 @@ QString text_of(const quorvane::Done& done) {
 
 }  // namespace
 
-QStringList preparation_texts(const quorvane::Preparation& preparation,
-                              quorvane::Phrasing phrasing) {
+QStringList preparation_texts(const std::vector<quorvane::Done>& deeds) {
     QStringList texts;
-    for (const quorvane::Done& done : quorvane::done_in(preparation, phrasing)) {
+    for (const quorvane::Done& done : deeds) {
         texts.append(text_of(done));
     }
     return texts;

@@ -7,7 +7,9 @@
 #include <optional>
 
 #include "desktop/intake/paths.h"
+#include "desktop/model/finding_text.h"
 #include "desktop/model/preparation_text.h"
+#include "leveling/advice/notable_deeds.h"
 
 /*
  * Facts as sentences, in the language of the window. Causes come from the engine and the workers in
@@ -98,9 +100,8 @@ QStringList notes_of(const quorvane::FileFacts& facts, quorvane::Phrasing phrasi
     for (const std::string& note : facts.notes) {
         notes.append(QString::fromStdString(note));
     }
-    if (facts.preparation && facts.outcome == Outcome::Leveled) {
-        notes.append(preparation_texts(*facts.preparation, phrasing));
-    }
+    notes.append(
+        preparation_texts(quorvane::notable_deeds(facts, phrasing, quorvane::Severity::Note)));
     return notes;
 }
 
@@ -110,6 +111,9 @@ QString finished_text(const quorvane::FileFacts& facts) {
     switch (facts.outcome) {
         case Outcome::Leveled:
         case Outcome::Analyzed: {
+            if (const QString objections = shown_objections(facts); !objections.isEmpty()) {
+                return Words::tr("Leveled, but: %1").arg(objections);
+            }
             const QStringList notes = notes_of(facts, quorvane::Phrasing::Notable);
             return notes.isEmpty() ? Words::tr("Leveled")
                                    : Words::tr("Leveled; note: %1").arg(notes.front());
@@ -163,7 +167,12 @@ QString range_text(const Row& row) {
 
 QString tool_tip(const Row& row) {
     QStringList lines = {shown_name(row.input), shown_folder(row.input), state_text(row)};
+    if (row.state == State::Finished) {
+        lines.append(speech_text(row.facts));
+        lines.append(finding_texts(row.facts));
+    }
     lines.append(notes_of(row.facts, quorvane::Phrasing::Everything));
+    lines.removeAll(QString());
     // A single note stands in the state already.
     lines.removeDuplicates();
     // Plain text: a name may look like HTML.

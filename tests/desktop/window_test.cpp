@@ -19,6 +19,7 @@
 #include "desktop/view/colors.h"
 #include "desktop/view/main_window.h"
 #include "desktop/view/wrapped_text.h"
+#include "leveling/advice/advice_table.h"
 #include "tests/desktop/support.h"
 
 using desktop::MainWindow;
@@ -296,6 +297,21 @@ void WindowTest::german_says_it_all() {
     QVERIFY(desktop::state_text(leveled).contains(QString::fromUtf8("vor dem Ausgleichen um ")));
     QVERIFY(desktop::tool_tip(leveled).contains("2 lange Pausen (1:05 min) bleiben leise"));
     QVERIFY(desktop::tool_tip(leveled).contains(QString::fromUtf8("schon gleichmäßig")));
+    leveled.facts.after.emplace();
+    leveled.facts.findings = {{"side-silent", quorvane::Severity::Problem, 100, "dB", {}, "right"},
+                              {"hum", quorvane::Severity::Warning, -8.4, "dB", {}, "50 Hz"}};
+    leveled.facts.speech = {quorvane::SpeechState::Measured, 9, 2, {}, 14.2, 0.4};
+    QVERIFY(desktop::state_text(leveled).startsWith(
+        "Ausgeglichen, aber: die rechte Seite ist stumm, Netzbrummen (50 Hz) liegt 8"));
+    const QString tip = desktop::tool_tip(leveled);
+    QVERIFY(tip.contains("lagen bis zu 14 dB auseinander; jetzt innerhalb von 1 dB."));
+    QVERIFY(tip.contains("Zuerst mit einem Brummfilter entfernen"));
+    for (const quorvane::Advice& advice : quorvane::advice_table()) {
+        for (const char* text : {advice.clause, advice.window}) {
+            QVERIFY2(*text == 0 || QCoreApplication::translate("FindingText", text) != text, text);
+            QVERIFY2(!QString(text).contains("--"), text);
+        }
+    }
     MainWindow window;
     QVERIFY(window.findChild<desktop::DropView*>()->accessibleName().contains("hierher"));
     QApplication::removeTranslator(&german);
