@@ -211,8 +211,10 @@ std::string nearest_option(const std::string& typed) {
     for (const OptionRow& row : option_table()) {
         names.push_back(row.name);
     }
-    const std::size_t begin = std::min(typed.find_first_not_of('-'), typed.size());
-    const std::string nearest = nearest_word(typed.substr(begin), names);
+    // Without the value: the parser keeps "--reprt=page.html" as one word.
+    std::string name = typed.substr(0, typed.find('='));
+    name.erase(0, name.find_first_not_of('-'));
+    const std::string nearest = nearest_word(name, names);
     return nearest.empty() ? "" : fmt::format(" (did you mean --{}?)", nearest);
 }
 
