@@ -44,31 +44,30 @@ po::options_description describe(OptionGroup group) {
 
 std::string help_text() {
     std::ostringstream out;
-    out << "quorvane evens out the loudness of spoken-word recordings.\n"
-           "\n"
-           "  quorvane talk.wav                            writes talk-leveled.wav\n"
-           "  quorvane --for podcast -d ready season/      levels a folder, ready to upload\n"
-           "  quorvane --analyze --report r.html talk.wav  measures and shows, writes no audio\n"
-           "\n"
-           "Usage: quorvane [options] PATH...              levels files, and folders with all "
-           "below\n"
-           "       quorvane --watch DIR [options]          levels the recordings that arrive\n"
-           "       quorvane [options] - < IN > OUT         levels in a pipe\n"
-           "       quorvane merge RESULTS... [options]     combines the results of several runs;\n"
-           "                                               see 'quorvane merge --help'\n"
-           "       quorvane --input-file IN --output-file OUT [engine options]\n"
-           "                                               the engine alone; see\n"
-           "                                               'quorvane --input-file= --help'\n"
-           "\n"
-           "An input is never changed. An existing output is kept, unless an option says "
-           "otherwise.\n";
+    out << R"(quorvane evens out the loudness of spoken-word recordings.
+
+  quorvane talk.wav                            writes talk-leveled.wav
+  quorvane --for podcast -d ready season/      levels a folder, ready to upload
+  quorvane --analyze --report r.html talk.wav  measures and shows, writes no audio
+
+Usage: quorvane [options] PATH...          levels files, and folders with all below
+       quorvane --watch DIR [options]      levels recordings as they arrive
+       quorvane [options] - < IN > OUT     levels in a pipe
+       quorvane merge RESULTS... [options] combines the results of several runs;
+                                           see 'quorvane merge --help'
+       quorvane --input-file IN --output-file OUT [engine options]
+                                           the engine alone;
+                                           see 'quorvane --input-file= --help'
+
+An input is never changed. An existing output is kept, unless an option says otherwise.
+)";
     for (OptionGroup group : option_groups()) {
         out << "\n" << describe(group);
     }
-    out << "\n"
-           "Exit status: 0 success, 1 a file failed or is damaged, 2 wrong usage, 4 a file does "
-           "not\n"
-           "meet its delivery target or has a problem with --strict, 130 interrupted.\n";
+    out << R"(
+Exit status: 0 success, 1 a file failed or is damaged, 2 wrong usage, 4 a file does not
+meet its delivery target or has a problem with --strict, 130 interrupted.
+)";
     return out.str();
 }
 
@@ -83,25 +82,25 @@ std::string merge_help_text() {
         }
     }
     std::ostringstream out;
-    out << "Combines the JSON results of several runs into one summary, report and JSON file.\n"
-           "\n"
-           "  quorvane merge monday.jsonl tuesday.jsonl\n"
-           "  quorvane merge plan.jsonl part-*.jsonl --report report/\n"
-           "  quorvane merge part-*.jsonl --json all.jsonl --csv all.csv\n"
-           "\n"
-           "Usage: quorvane merge RESULTS... [options]\n"
-           "\n"
-           "RESULTS are files that --json wrote. The last result of an input counts. A plan\n"
-           "(--dry-run --json) that comes first gives the order; a file of the plan without a "
-           "result\n"
-           "makes the exit status 1, and so does an incomplete line.\n"
-           "A recording that is named merge is given as ./merge.\n"
-           "\n"
-        << options
-        << "\n"
-           "Exit status: 0 success, 1 a file failed or a result is missing, 2 wrong usage, 4 a "
-           "file\n"
-           "does not meet its delivery target or has a problem with --strict.\n";
+    out << R"(Combines the JSON results of several runs into one summary, report and JSON file.
+
+  quorvane merge monday.jsonl tuesday.jsonl
+  quorvane merge plan.jsonl part-*.jsonl --report report/
+  quorvane merge part-*.jsonl --json all.jsonl --csv all.csv
+
+Usage: quorvane merge RESULTS... [options]
+
+RESULTS are files that --json wrote. The last result of an input counts. A plan
+(--dry-run --json) that comes first gives the order; a file of the plan without a result
+makes the exit status 1, and so does an incomplete line. Each run names its inputs in its
+own way, so runs in several folders need absolute paths.
+A recording that is named merge is given as ./merge.
+
+)" << options
+        << R"(
+Exit status: 0 success, 1 a file failed or a result is missing, 2 wrong usage, 4 a file
+does not meet its delivery target or has a problem with --strict.
+)";
     return out.str();
 }
 

@@ -79,7 +79,7 @@ const std::vector<Advice>& advice_table() {
          "Put a foam or fur wind shield on the microphone, hang it in a shock mount, and switch on "
          "its low-cut filter."},
         {"long-pauses", "Long pauses", 1, "it has {value} {unit} of long pauses",
-         "For minutes nobody speaks.",
+         "No one speaks for minutes.",
          "Listeners take a long silence for the end, or for a fault. Leveling keeps such pauses "
          "down, so their noise is not raised.",
          "Cut them in an editor if they are not meant.",
@@ -106,7 +106,7 @@ const std::vector<Advice>& advice_table() {
          "Seat guests further apart, each close to a microphone (a hand's width) that points away "
          "from the others."},
         {"music-bed", "Music under the voice", 1, "music or another sound is {against} the voice",
-         "Music or a steady background plays while somebody speaks.",
+         "Music or a steady background plays under the speech.",
          "Leveling raises quiet speech and the music with it, so the music may swell and fade with "
          "the voice.",
          "Level the voice alone and add the music afterwards.",

@@ -88,7 +88,7 @@ constexpr Figure kFigures[] = {
     {"RMS level", "dBFS", &Loudness::rms_dbfs,
      "The average power of all samples, pauses included, as audiobook shops measure it."},
     {"Pauses", "dBFS", &Loudness::pauses_dbfs,
-     "The level of the quietest half second: what is heard when nobody speaks."},
+     "The level of the quietest half second: what is heard when no one speaks."},
 };
 
 /** value may hold markup; all four are texts of ours. */

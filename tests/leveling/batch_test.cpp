@@ -16,6 +16,7 @@
 #include "leveling/archive/output_claim.h"
 #include "tests/support/batch_run.h"
 
+using testing::AllOf;
 using testing::Each;
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -316,6 +317,9 @@ TEST_F(Batch, WrongUsageIsStatus2BeforeAnyWork) {
     EXPECT_EQ(run("--for a.wav").status, 2) << "no long option is guessed";
     EXPECT_EQ(run("--%original_token%x a.wav").status, 2) << "the parser's own placeholder";
     EXPECT_EQ(run("--help").status, 0);
+    EXPECT_THAT(run("merge --help").out, HasSubstr("Usage: quorvane merge RESULTS..."));
+    EXPECT_THAT(run("merge --reprt a one").err, AllOf(HasSubstr("(did you mean --report?)"),
+                                                      HasSubstr("Try 'quorvane merge --help'.")));
     EXPECT_EQ(run("--version").out, "quorvane 4.0.0\n");
 }
 
