@@ -96,7 +96,7 @@ class Verdict : public testing::TestWithParam<Case> {};
 TEST_P(Verdict, SaysWhatAnEngineerWouldSay) {
     const Case& row = GetParam();
     const TempDir dir;
-    write_sound(dir / "in.wav", row.make(), kWav16);
+    write_sound(dir / "in.wav", row.make(), SF_FORMAT_WAV | SF_FORMAT_PCM_24);
     const std::string in_dir = "cd " + dir.path() + " && ";
     ASSERT_EQ(run_program(in_dir + row.then).status, 0);
     const ProgramResult result =
@@ -137,12 +137,12 @@ INSTANTIATE_TEST_SUITE_P(
         Case{"1 s", [] { return part(1, 2); },
              "Ready for podcast, but: the speech is only [01].[0-9] s long\\.", "noise", 0, 0},
         Case{"a guest's track", guest_track,
-             "Ready for podcast, but: another voice seems to spill in, [0-9.]+ dB under the own "
+             "Ready for podcast, but: another voice seems to spill in, [0-9.]+ dB under the main "
              "one\\.",
              "", 0, 0},
         Case{"six channels", [] { return of_channels(6); }, "failed in.wav: .*6 channels.*", "eady",
              1, 1},
-        Case{"very quiet", [] { return part(0, 23, 0.003); },
+        Case{"very quiet", [] { return part(0, 23, 0.01); },
              "Ready for podcast, but: it was so quiet that it was raised by [0-9.]+ dB\\.",
              "before leveling", 0, 0},
         Case{"hum",
@@ -164,7 +164,7 @@ INSTANTIATE_TEST_SUITE_P(
         Case{"24 kbit/s", reading,
              "Ready for podcast, but: its sound is stored at only 24 kbit/s\\.", "", 0, 0,
              "ffmpeg -v error -i in.wav -b:a 24k in.mp3", "in.mp3"},
-        Case{"damaged", reading, "Ready for podcast, but: .*% of the sound is missing.*", "", 0, 4,
+        Case{"damaged", reading, "Ready for podcast, but: .*% of the sound is missing.*", "", 0, 1,
              "ffmpeg -v error -i in.wav -b:a 64k in.mp3 && "
              "dd if=/dev/zero of=in.mp3 bs=1000 seek=90 count=5 conv=notrunc 2>/dev/null",
              "in.mp3"}));
