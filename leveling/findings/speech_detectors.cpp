@@ -31,6 +31,7 @@ constexpr double kLongPause_s = 10;
 constexpr double kSecondsPerMinute = 60;
 constexpr double kOneBreak_s = 0.02;
 constexpr double kBreakUnderSpeech_db = 16;
+constexpr double kQuietest_db = -48;  // 128 steps of 16 bits: quieter speech is rounded to zeros
 
 /** The levels of 10 ms, each the mean of three. */
 std::vector<double> envelope_of(const SoundProfile& profile) {
@@ -205,7 +206,8 @@ Measured measure_breaks(const SpeechView& view) {
         const auto tenth =
             static_cast<std::size_t>(static_cast<double>(place.from_s) / view.profile.tenth_s());
         const double size_db = level_of_amplitude(static_cast<double>(place.size));
-        if (tenth < view.profile.tenths.size() && size_db > view.power_db - kBreakUnderSpeech_db) {
+        const double least_db = std::max(view.power_db - kBreakUnderSpeech_db, kQuietest_db);
+        if (tenth < view.profile.tenths.size() && size_db > least_db) {
             found.places.push_back(
                 {static_cast<double>(place.from_s), static_cast<double>(place.to_s)});
         }
