@@ -173,20 +173,45 @@ class ShownBatch : public BatchObserver {
                 end(i, *plan_[i].known);
             }
         }
+        bool has_group = false;
         for (std::size_t i = 0; i < plan_.size() && !enough_failures(); ++i) {
             const PlannedFile& planned = plan_[i];
-            if (!planned.settling && !files_[i].ended) {
-                places_.push_back(i);
-                batch_.add(planned.input, planned.output,
-                           settings_.force ? Batch::Existing::Replace
-                           : planned.renew ? Batch::Existing::Renew
-                                           : Batch::Existing::Keep,
-                           planned.found);
+            if (planned.settling || files_[i].ended) {
+                continue;
             }
+            if (planned.group != 0) {
+                has_group = true;
+            } else {
+                places_.push_back(i);
+                batch_.add(planned.input, planned.output, existing_of(planned), planned.found);
+            }
+        }
+        if (has_group && !enough_failures()) {
+            add_group();
         }
         batch_.close();
         batch_.run();
         screen_.clear();
+    }
+
+    Batch::Existing existing_of(const PlannedFile& planned) const {
+        return settings_.force ? Batch::Existing::Replace
+               : planned.renew ? Batch::Existing::Renew
+                               : Batch::Existing::Keep;
+    }
+
+    /** The tracks that are leveled together, and their mix. */
+    void add_group() {
+        std::vector<Batch::GroupFile> group;
+        for (std::size_t i = 0; i < plan_.size(); ++i) {
+            const PlannedFile& planned = plan_[i];
+            if (planned.group != 0 && !planned.settling && !files_[i].ended) {
+                places_.push_back(i);
+                group.push_back({planned.input, planned.output, existing_of(planned), planned.found,
+                                 planned.mix});
+            }
+        }
+        batch_.add_group(group);
     }
 
     /**

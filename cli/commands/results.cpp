@@ -73,10 +73,10 @@ namespace {
 
 /** What follows a file's line: ". Ready for podcast, but: the right side is silent." */
 std::string standing(const Settings& settings, const FileFacts& facts) {
-    if (!facts.before) {
+    if (!facts.before && !facts.conversation) {
         return "";
     }
-    if (!settings.destinations.empty()) {
+    if (!settings.destinations.empty() && !facts.is_track()) {
         return ". " + printable(readiness(facts, settings.destinations, Face::CommandLine));
     }
     const std::string found = objections_text(facts);
@@ -191,7 +191,10 @@ int status_of(const Settings& settings,
     const bool ready = std::all_of(files.begin(), files.end(), [&](const FileFacts& facts) {
         const bool kept =
             facts.outcome == Outcome::Skipped && !facts.output.empty() && !facts.earlier_arithmetic;
-        return facts.before ? is_ready(facts, settings.destinations) : !kept;
+        if (facts.is_track()) {
+            return true;
+        }
+        return facts.before || facts.conversation ? is_ready(facts, settings.destinations) : !kept;
     });
     if (!ready && !settings.destinations.empty()) {
         return kNotReady;

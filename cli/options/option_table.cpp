@@ -55,6 +55,15 @@ std::vector<OptionRow> own_options() {
          "codec for the leveled audio of a video or other media file (default: the input's)"},
 
         {G::Work, "target", 0, "TARGET", C::Destination, "the same as --for"},
+        {G::Work, "together", 0, "", C::None,
+         "the PATHs are the tracks of one conversation, one for each voice: level each voice by "
+         "its "
+         "own turns, and lower what it leaves in the other tracks"},
+        {G::Work, "mix", 0, "FILE", C::File,
+         "with --together: also write the sum of the leveled tracks, for the delivery target of "
+         "--for where one is named"},
+        {G::Work, "separate", 0, "", C::None,
+         "level every file by itself, also files that look like tracks of one conversation"},
         {G::Work, "plain", 0, "", C::None,
          "level with the engine alone, which gives the samples of version 3.0: without preparation "
          "and without dither"},

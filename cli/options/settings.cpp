@@ -134,6 +134,31 @@ std::vector<std::string> parse_destinations(const std::string& text) {
     return words;
 }
 
+/** What has no meaning for tracks that are leveled together. */
+void refuse_with_together(const Settings& settings) {
+    const auto refuse = [](bool wrong, const char* text) {
+        if (wrong) {
+            throw UsageError(text);
+        }
+    };
+    refuse(!settings.mix.empty() && !settings.together, "--mix belongs to --together");
+    if (!settings.together) {
+        return;
+    }
+    refuse(settings.separate, "--together and --separate exclude each other");
+    refuse(!settings.output.empty(),
+           "--output names one file, and --together writes one for each track; --output-dir names "
+           "a folder");
+    refuse(settings.analyze, "--together levels, so it excludes --analyze");
+    refuse(settings.plain, "--plain is the engine alone, which levels no tracks together");
+    refuse(!settings.tuning.empty(),
+           "--together uses no engine, so the options that tune it have no meaning");
+    refuse(settings.shard.count > 1, "--together is one piece of work, so it excludes --shard");
+    refuse(!settings.plan.empty(), "--together and --plan exclude each other");
+    refuse(!settings.destinations.empty() && settings.mix.empty(),
+           "with --together, --for is for the mix: name it with --mix FILE");
+}
+
 /** Throws UsageError for the first pair of options that cannot both be meant. */
 void refuse_contradictions(const Settings& settings) {
     const auto refuse = [](bool wrong, const char* text) {
@@ -157,6 +182,7 @@ void refuse_contradictions(const Settings& settings) {
     refuse(settings.suffix.find('/') != std::string::npos, "--suffix may not hold a '/'");
     refuse(settings.suffix.empty() && settings.output_dir.empty() && settings.output.empty(),
            "an empty --suffix needs --output-dir, else the output would be the input");
+    refuse_with_together(settings);
     refuse(settings.strict && settings.salvage, "--strict and --salvage exclude each other");
     refuse(settings.quiet && settings.verbose, "--quiet and --verbose exclude each other");
     refuse(settings.analyze && !settings.measure, "--analyze and --no-measure exclude each other");
@@ -332,6 +358,7 @@ void read_places(const Words& words, Settings& settings) {
             settings.destinations = parse_destinations(words.value(name));
         }
     }
+    words.read("mix", settings.mix);
     words.read("files-from", settings.files_from);
     words.read("watch", settings.watch);
     words.read("on-done", settings.on_done);
@@ -371,6 +398,8 @@ void read_switches(const Words& words, Settings& settings) {
     settings.keep_top = words.given("keep-top");
     settings.keep_mtime = words.given("keep-mtime");
     settings.plain = words.given("plain");
+    settings.together = words.given("together");
+    settings.separate = words.given("separate");
     settings.strict = words.given("strict");
     settings.salvage = words.given("salvage");
     settings.dry_run = words.given("dry-run");

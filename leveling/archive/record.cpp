@@ -162,7 +162,8 @@ std::string options_key(const std::vector<std::string>& tuning,
                         bool measure,
                         int audio_stream,
                         const std::string& audio_codec,
-                        const std::string& destination) {
+                        const std::string& destination,
+                        const std::string& group) {
     const std::string file_word = "--options-file=";
     std::string key;
     for (const std::string& word : tuning) {
@@ -173,11 +174,23 @@ std::string options_key(const std::vector<std::string>& tuning,
     if (audio_stream != 0 || !audio_codec.empty()) {
         key += fmt::format("stream={} codec={} ", audio_stream, audio_codec);
     }
+    if (!group.empty()) {
+        key += fmt::format("together={} ", group);
+    }
     if (!destination.empty()) {
         key += fmt::format("{}{} ", kForWord, destination);
     }
     // The measured loudness goes into the broadcast chunk of the files that have one.
     return key + (measure ? "measured" : "unmeasured");
+}
+
+std::string group_key(const std::vector<std::string>& inputs) {
+    std::string names;
+    for (const std::string& input : inputs) {
+        const std::string name = std::filesystem::path(input).filename().string();
+        names += fmt::format("{}:{} ", name.size(), name);
+    }
+    return text_hash(names);
 }
 
 // It is the last word but one.

@@ -85,7 +85,11 @@ std::string options_key(const std::vector<std::string>& tuning,
                         bool measure,
                         int audio_stream = 0,
                         const std::string& audio_codec = "",
-                        const std::string& destination = "");
+                        const std::string& destination = "",
+                        const std::string& group = "");
+
+/** The group of options_key(): which files are leveled together, by their names. */
+std::string group_key(const std::vector<std::string>& inputs);
 
 /** The word of the destination in a key that options_key() made, "" where there is none. */
 std::string destination_in(const std::string& options);

@@ -13,6 +13,7 @@
 #include <system_error>
 #include <utility>
 
+#include "leveling/archive/record.h"
 #include "leveling/facts/file_error.h"
 #include "leveling/storage/folders.h"
 #include "leveling/worker/delivery.h"
@@ -81,6 +82,42 @@ std::size_t Batch::add(const std::string& input,
     return index;
 }
 
+std::size_t Batch::add_group(const std::vector<GroupFile>& files) {
+    std::vector<Entry> entries;
+    for (const GroupFile& file : files) {
+        entries.push_back({0,
+                           file.input,
+                           file.output,
+                           file.existing,
+                           file.found,
+                           missing_folder(file.output),
+                           {},
+                           file.mix});
+    }
+    std::size_t first = 0;
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        first = added_;
+        for (Entry& entry : entries) {
+            entry.index = added_++;
+        }
+        Entry group = entries.front();
+        group.others.assign(entries.begin() + 1, entries.end());
+        queue_.push_back(std::move(group));
+    }
+    wake();
+    return first;
+}
+
+// The entry itself is the first.
+std::vector<const Batch::Entry*> Batch::group_of(const Entry& entry) {
+    std::vector<const Entry*> group = {&entry};
+    for (const Entry& other : entry.others) {
+        group.push_back(&other);
+    }
+    return group;
+}
+
 void Batch::cancel(std::size_t index) {
     {
         const std::lock_guard<std::mutex> lock(mutex_);
@@ -135,6 +172,16 @@ bool Batch::ended() {
     return running_.empty() && queue_.empty() && (closed_ || stop_.load() != 0);
 }
 
+namespace {
+
+template <class Entries>
+bool is_among(const Entries& entries, const std::set<std::size_t>& indices) {
+    return std::any_of(entries.begin(), entries.end(),
+                       [&](const auto* entry) { return indices.count(entry->index) != 0; });
+}
+
+}  // namespace
+
 // Ends the cancelled files: the waiting ones here, the running ones by a signal.
 void Batch::take_requests() {
     const int stop = stop_.load();
@@ -147,7 +194,7 @@ void Batch::take_requests() {
             return;  // without a look at a queue that may hold a hundred thousand files
         }
         const auto keeps = [&](const Entry& entry) {
-            return stop == 0 && cancelled.count(entry.index) == 0;
+            return stop == 0 && !is_among(group_of(entry), cancelled);
         };
         const auto first = std::stable_partition(queue_.begin(), queue_.end(), keeps);
         never_begun.assign(first, queue_.end());
@@ -157,7 +204,7 @@ void Batch::take_requests() {
         if (running.facts.valid()) {
             continue;  // it has ended; its output is getting its name
         }
-        if (stop > stop_sent_ || cancelled.count(running.entry.index) != 0) {
+        if (stop > stop_sent_ || is_among(group_of(running.entry), cancelled)) {
             // Once for each stage of a stop: a worker that cleans up is not disturbed again.
             running.cancelled = true;
             running.worker->send_signal(stop == 2 ? SIGKILL : SIGTERM);
@@ -194,41 +241,75 @@ bool Batch::take_entry(Entry& entry) {
     return true;
 }
 
-void Batch::start(Entry entry) {
+Job Batch::job_of(const Entry& entry, const std::vector<const Entry*>& group) const {
     Job job;
     job.input = fs::absolute(entry.input).string();
     if (!entry.output.empty()) {
         job.output = fs::absolute(entry.output).string();
     }
-    job.scratch = fmt::format("{}{}", scratch_.path(), entry.index);
+    job.scratch = fmt::format("{}{}", scratch_.path(), group.front()->index);
+    job.mix = entry.mix;
     job.options = options_;
     job.options.replace = entry.existing == Existing::Replace;
     job.options.redo_changed = options_.redo_changed || entry.existing == Existing::Renew;
-    {
-        const std::lock_guard<std::mutex> lock(mutex_);
-        // Fewer files than processors: this worker may use a second one.
-        job.spare_processor = running_.size() + 1 + queue_.size() < jobs_;
+    if (group.size() > 1) {
+        std::vector<std::string> inputs;
+        for (const Entry* member : group) {
+            if (!member->mix) {
+                inputs.push_back(member->input);
+            }
+        }
+        job.options.group = group_key(inputs);
+        job.options.destination = entry.mix ? options_.destination : "";
     }
+    return job;
+}
+
+void Batch::start(Entry entry) {
+    const std::vector<const Entry*> group = group_of(entry);
+    std::vector<Job> jobs;
+    std::vector<std::unique_ptr<Delivery>> deliveries;
+    std::vector<FileState> inputs;
     try {
-        auto delivery =
-            std::make_unique<Delivery>(job, OutputPlace{job.output, entry.found, entry.new_folder});
-        const Delivery::Begun begun = delivery->begin();
-        if (begun == Delivery::Begun::Taken) {
-            entry.not_before = Clock::now() + kRetryClaim;
+        for (const Entry* member : group) {
+            Job job = job_of(*member, group);
+            auto delivery = std::make_unique<Delivery>(
+                job, OutputPlace{job.output, member->found, member->new_folder});
+            const Delivery::Begun begun = delivery->begin();
+            if (begun == Delivery::Begun::Taken) {
+                deliveries.clear();
+                entry.not_before = Clock::now() + kRetryClaim;
+                const std::lock_guard<std::mutex> lock(mutex_);
+                return queue_.push_back(std::move(entry));
+            }
+            if (begun == Delivery::Begun::Done && group.size() > 1) {
+                throw FileError(
+                    "another process made an output of its conversation meanwhile; give the same "
+                    "command again");
+            }
+            if (begun == Delivery::Begun::Done) {
+                return tell_finished(entry, delivery->facts());
+            }
+            job.part = delivery->part();
+            jobs.push_back(std::move(job));
+            deliveries.push_back(std::move(delivery));
+            inputs.push_back(state_of(member->input));
+        }
+        {
             const std::lock_guard<std::mutex> lock(mutex_);
-            return queue_.push_back(std::move(entry));
+            // Fewer files than processors: this worker may use a second one.
+            jobs.front().spare_processor = running_.size() + 1 + queue_.size() < jobs_;
         }
-        if (begun == Delivery::Begun::Done) {
-            return tell_finished(entry, delivery->facts());
-        }
-        job.part = delivery->part();
-        fs::create_directory(job.scratch);
-        running_.push_back({entry, state_of(entry.input), Clock::now(),
-                            std::make_unique<WorkerProcess>(job, std::move(delivery)), -1, false});
+        fs::create_directory(jobs.front().scratch);
+        running_.push_back({entry, std::move(inputs), Clock::now(),
+                            std::make_unique<WorkerProcess>(std::move(jobs), std::move(deliveries)),
+                            -1, false});
     } catch (const std::exception& error) {
         return end_without_worker(entry, Outcome::Failed, cause_of(error));
     }
-    observer_.started(entry.index);
+    for (const Entry* member : group_of(running_.back().entry)) {
+        observer_.started(member->index);
+    }
 }
 
 void Batch::wait() {
@@ -272,7 +353,9 @@ void Batch::tell_progress() {
         const double fraction = running.worker->progress();
         if (fraction > running.told_fraction) {
             running.told_fraction = fraction;
-            observer_.progress(running.entry.index, fraction);
+            for (const Entry* member : group_of(running.entry)) {
+                observer_.progress(member->index, fraction);
+            }
         }
     }
 }
@@ -299,7 +382,7 @@ void Batch::collect() {
 // not to wait for it.
 void Batch::begin_to_finish(Running& running) {
     const auto work = [this, worker = running.worker.get()] {
-        FileFacts facts = worker->finish();
+        std::vector<FileFacts> facts = worker->finish();
         wake();
         return facts;
     };
@@ -311,7 +394,19 @@ void Batch::begin_to_finish(Running& running) {
 }
 
 void Batch::finish(Running& ended) {
-    FileFacts facts = ended.facts.get();
+    std::vector<FileFacts> facts = ended.facts.get();
+    const std::vector<const Entry*> group = group_of(ended.entry);
+    if (!ended.worker->messages().empty()) {
+        observer_.messages(ended.entry.index, ended.worker->messages());
+    }
+    for (std::size_t i = 0; i < group.size(); ++i) {
+        judge_end(ended, i, facts[i]);
+        tell_finished(*group[i], std::move(facts[i]));
+    }
+}
+
+// What the end of the file at a place in its group means.
+void Batch::judge_end(const Running& ended, std::size_t place, FileFacts& facts) const {
     if (facts.elapsed_s == 0) {
         facts.elapsed_s = std::chrono::duration<double>(Clock::now() - ended.started).count();
     }
@@ -322,15 +417,13 @@ void Batch::finish(Running& ended) {
     }
     // An input that is still being written may cause an error, and its measurement covers only
     // a part of it. The worker of an output checks this before it publishes it.
+    const FileState& before = ended.inputs[place];
+    const std::string& input = group_of(ended.entry)[place]->input;
     if ((facts.outcome == Outcome::Failed || facts.outcome == Outcome::Analyzed) &&
-        ended.input.exists() && state_of(ended.entry.input) != ended.input) {
+        before.exists() && state_of(input) != before) {
         facts.outcome = Outcome::Failed;
         facts.cause = kChangedWhileRead;
     }
-    if (!ended.worker->messages().empty()) {
-        observer_.messages(ended.entry.index, ended.worker->messages());
-    }
-    tell_finished(ended.entry, std::move(facts));
 }
 
 // Under the names that the file was added with.
@@ -341,12 +434,14 @@ void Batch::tell_finished(const Entry& entry, FileFacts facts) {
 }
 
 void Batch::end_without_worker(const Entry& entry, Outcome outcome, const std::string& cause) {
-    FileFacts facts;
-    facts.input = entry.input;
-    facts.output = entry.output;
-    facts.outcome = outcome;
-    facts.cause = cause;
-    observer_.finished(entry.index, facts);
+    for (const Entry* member : group_of(entry)) {
+        FileFacts facts;
+        facts.input = member->input;
+        facts.output = member->output;
+        facts.outcome = outcome;
+        facts.cause = cause;
+        observer_.finished(member->index, facts);
+    }
 }
 
 }  // namespace quorvane

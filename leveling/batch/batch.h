@@ -90,9 +90,25 @@ class Batch {
                     Existing existing,
                     const FileState& found);
 
+    /** One file of a group. */
+    struct GroupFile {
+        std::string input;  // of a mix: the first track
+        std::string output;
+        Existing existing = Existing::Keep;
+        FileState found;
+        bool mix = false;
+    };
+
     /**
-     * Stops one file: it ends as Interrupted, without an output. Nothing happens when it is
-     * finished or was never added.
+     * Puts the tracks of one conversation, and their mix, at the end of the queue: one worker
+     * levels them together, and all are done or none. Returns the index of the first; the others
+     * follow.
+     */
+    std::size_t add_group(const std::vector<GroupFile>& files);
+
+    /**
+     * Stops one file and the group that it belongs to: it ends as Interrupted, without an output.
+     * Nothing happens when it is finished or was never added.
      */
     void cancel(std::size_t index);
 
@@ -121,16 +137,18 @@ class Batch {
         FileState found;
         std::string new_folder;
         Clock::time_point not_before;  // another process was at the output: try again then
+        bool mix = false;
+        std::vector<Entry> others = {};  // of the group that it is the first of
     };
 
     struct Running {
         Entry entry;
-        FileState input;  // as it was when the worker started
+        std::vector<FileState> inputs;  // of the group, as they were when the worker started
         Clock::time_point started;
         std::unique_ptr<WorkerProcess> worker;
         double told_fraction = 0.0;
         bool cancelled = false;
-        std::future<FileFacts> facts = {};  // valid once the worker has ended
+        std::future<std::vector<FileFacts>> facts = {};  // valid once the worker has ended
     };
 
     void wake() const;
@@ -140,13 +158,16 @@ class Batch {
     void start_more();
     bool take_entry(Entry& entry);
     void start(Entry entry);
+    Job job_of(const Entry& entry, const std::vector<const Entry*>& group) const;
     void wait();
     void tell_progress();
     void collect();
     void begin_to_finish(Running& running);
     void finish(Running& ended);
+    void judge_end(const Running& ended, std::size_t place, FileFacts& facts) const;
     void tell_finished(const Entry& entry, FileFacts facts);
     void end_without_worker(const Entry& entry, Outcome outcome, const std::string& cause);
+    static std::vector<const Entry*> group_of(const Entry& entry);
 
     const unsigned jobs_;
     const JobOptions options_;

@@ -13,6 +13,7 @@
 #include <system_error>
 #include <thread>
 
+#include "leveling/batch/groups.h"
 #include "leveling/engine/temporary_room.h"
 #include "leveling/storage/folders.h"
 #include "leveling/storage/staged_output.h"
@@ -228,6 +229,12 @@ Preflight preflight(const Request& request, std::vector<PlannedFile>& files, Kee
         }
     }
     const std::vector<double> seconds = probe_all(request, files, keep);
+    fail_group(files);
+    // A check of what is ready counts as well as leveling.
+    if (!request.separate && !request.plain &&
+        (!request.analyze || !request.destinations.empty())) {
+        refuse_conversations(files, seconds);
+    }
     Preflight result;
     OutputFolders folders;
     std::vector<std::int64_t> sizes;

@@ -14,6 +14,7 @@
 #include "leveling/archive/file_list.h"
 #include "leveling/archive/shards.h"
 #include "leveling/archive/up_to_date.h"
+#include "leveling/batch/groups.h"
 #include "leveling/batch/settling.h"
 #include "leveling/inputs/earlier_places.h"
 #include "leveling/inputs/find_files.h"
@@ -48,6 +49,9 @@ WorkList search(const Request& request) {
     WorkList work{
         request.analyze ? plan_measurements(found.files) : plan_outputs(request, found.files),
         std::move(found.unsupported), std::move(found.problems), std::move(found.passed_over)};
+    if (request.together) {
+        make_group(request, work.files);
+    }
     check_run_files(request, work.files);
     check_missing_inputs(request, work.missing);
     for (PlannedFile& file : work.files) {
@@ -144,11 +148,18 @@ FileFacts facts_of(SearchProblem problem, Outcome outcome) {
 void judge_outputs(const Request& request, std::vector<PlannedFile>& files) {
     const std::string destination =
         request.destinations.empty() ? "" : request.destinations.front();
-    UpToDate up_to_date(options_key(request.tuning, request.measure, request.audio_stream,
-                                    request.audio_codec, destination),
+    const std::string group = group_key(tracks_of(files));
+    const auto judge_for = [&](const std::string& place, const std::string& together) {
+        return UpToDate(options_key(request.tuning, request.measure, request.audio_stream,
+                                    request.audio_codec, place, together),
                         request.verify ? Proof::Content : Proof::SizeAndTime,
-                        arithmetic_of(request.plain ? Way::Plain : Way::Prepared, destination));
+                        arithmetic_of(request.plain ? Way::Plain : Way::Prepared, place));
+    };
+    UpToDate alone = judge_for(destination, "");
+    UpToDate track = judge_for("", group);
+    UpToDate mix = judge_for(destination, group);
     for (PlannedFile& file : files) {
+        UpToDate& up_to_date = file.mix ? mix : file.group != 0 ? track : alone;
         if (file.settling || file.known) {
             continue;
         }
@@ -174,6 +185,7 @@ void judge_outputs(const Request& request, std::vector<PlannedFile>& files) {
             }
         }
     }
+    judge_group(files);
 }
 
 WorkList work_list(const Request& request) {

@@ -274,6 +274,11 @@ Json to_json(const FileFacts& facts, Curves curves) {
     if (facts.publishing) {
         json["publishing"] = publishing(*facts.publishing);
     }
+    if (facts.conversation) {
+        json["conversation"] = {{"tracks", facts.conversation->tracks},
+                                {"mix", facts.conversation->mix},
+                                {"speaks_s", number(facts.conversation->speaks_s)}};
+    }
     if (facts.speech) {
         json["speech"] = to_json(*facts.speech);
     }
@@ -320,6 +325,11 @@ FileFacts facts_from_json(const Json& json) {
     }
     if (json.contains("publishing")) {
         facts.publishing = publishing_back(json.at("publishing"));
+    }
+    if (json.contains("conversation")) {
+        const Json& part = json.at("conversation");
+        facts.conversation =
+            ConversationPart{part.at("tracks"), part.at("mix"), number_back(part.at("speaks_s"))};
     }
     if (json.contains("speech")) {
         facts.speech = speech_from_json(json.at("speech"));

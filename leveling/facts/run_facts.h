@@ -77,6 +77,13 @@ struct Preparation {
     bool dithered = false;                  // in the one quantisation at the end
 };
 
+/** A file's part in a conversation whose tracks were leveled together. */
+struct ConversationPart {
+    int tracks = 0;       // of the conversation
+    bool mix = false;     // the file is the mix of them
+    double speaks_s = 0;  // of a track: its owner; 0: never
+};
+
 /** What brought a leveled file to the destination it is for, in dB. */
 struct Publishing {
     std::string destination;      // its word: "podcast"
@@ -132,11 +139,15 @@ struct FileFacts {
     std::optional<Leveling> leveling;
     std::optional<Preparation> preparation;  // none where the engine worked alone
     std::optional<Publishing> publishing;
-    std::optional<SpeechLevels> speech;  // of a file that was measured
-    std::vector<Finding> findings;       // the gravest first
-    std::vector<std::string> notes;      // what the user should know of a file that did not fail
+    std::optional<ConversationPart> conversation;  // none where it was leveled by itself
+    std::optional<SpeechLevels> speech;            // of a file that was measured
+    std::vector<Finding> findings;                 // the gravest first
+    std::vector<std::string> notes;  // what the user should know of a file that did not fail
     // Of "files" and "calls", the fences around the file's worker that the kernel did not give.
     std::vector<std::string> unfenced;
+
+    /** Whether it is one of several tracks, which nobody publishes by itself. */
+    bool is_track() const { return conversation && !conversation->mix; }
 
     double duration_s() const {
         return sample_rate_hz ? static_cast<double>(frames) / sample_rate_hz : 0;

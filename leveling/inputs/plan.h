@@ -26,6 +26,8 @@ struct PlannedFile {
     std::string note = {};                  // what the user should know of it
     bool searched = false;                  // found in a folder; else it was named
     bool settling = false;  // it changed a moment ago: it is not looked into before the others end
+    int group = 0;          // what is leveled together has the same; 0: it is leveled by itself
+    bool mix = false;       // the output is the mix of the group's tracks; the input is the first
 };
 
 /** The path of a file's output, from the file's place and the naming options. */

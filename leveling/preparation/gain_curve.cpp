@@ -45,34 +45,6 @@ std::vector<double> gains_of(const Phrases& phrases, double speech_db) {
     return gains;
 }
 
-/**
- * Lowers a curve where a bin's peak would pass the ceiling. In dB, so that a peak's ramps are
- * straight lines beside it: steep before it, less steep behind it.
- */
-void lower_peaks(std::vector<float>& curve_db, const std::vector<float>& peaks, double ceiling_db) {
-    const std::size_t count = curve_db.size();
-    const auto last = static_cast<std::size_t>(count > 0 ? count - 1 : 0);
-    const auto at = [&](std::size_t bin) { return static_cast<double>(curve_db[bin]); };
-    std::vector<double> excess(count);
-    for (std::size_t i = 0; i < count; ++i) {
-        // The curve is a straight line from bin to bin: a bin's peak may have its neighbour's.
-        const double gain = std::max({at(i), at(i > 0 ? i - 1 : i), at(std::min(i + 1, last))});
-        const double over = gain + level_of_amplitude(static_cast<double>(peaks[i])) - ceiling_db;
-        for (std::size_t j = i > 0 ? i - 1 : 0; j <= std::min(i + 1, last); ++j) {
-            excess[j] = std::max(excess[j], over);
-        }
-    }
-    for (std::size_t i = 1; i < count; ++i) {
-        excess[i] = std::max(excess[i], excess[i - 1] - kRelease_db);
-    }
-    for (std::size_t i = last; i > 0; --i) {
-        excess[i - 1] = std::max(excess[i - 1], excess[i] - kAttack_db);
-    }
-    for (std::size_t i = 0; i < count; ++i) {
-        curve_db[i] -= static_cast<float>(excess[i]);
-    }
-}
-
 class Curve {
   public:
     Curve(const BinLevels& levels, const Phrases& phrases, const CurveGoal& goal)
@@ -139,7 +111,7 @@ class Curve {
         }
     }
 
-    void limit() { lower_peaks(curve_, levels_.peak, goal_.ceiling_db); }
+    void limit() { lower_for_peaks(levels_.peak, goal_.ceiling_db, curve_); }
 
     std::vector<float> take() { return std::move(curve_); }
 
@@ -218,9 +190,37 @@ class Curve {
 
 }  // namespace
 
+// In dB, so that a peak's ramps are straight lines beside it: steep before it, less steep behind
+// it.
+void lower_for_peaks(const std::vector<float>& peaks,
+                     double ceiling_db,
+                     std::vector<float>& curve_db) {
+    const std::size_t count = curve_db.size();
+    const auto last = static_cast<std::size_t>(count > 0 ? count - 1 : 0);
+    const auto at = [&](std::size_t bin) { return static_cast<double>(curve_db[bin]); };
+    std::vector<double> excess(count);
+    for (std::size_t i = 0; i < count; ++i) {
+        // The curve is a straight line from bin to bin: a bin's peak may have its neighbour's.
+        const double gain = std::max({at(i), at(i > 0 ? i - 1 : i), at(std::min(i + 1, last))});
+        const double over = gain + level_of_amplitude(static_cast<double>(peaks[i])) - ceiling_db;
+        for (std::size_t j = i > 0 ? i - 1 : 0; j <= std::min(i + 1, last); ++j) {
+            excess[j] = std::max(excess[j], over);
+        }
+    }
+    for (std::size_t i = 1; i < count; ++i) {
+        excess[i] = std::max(excess[i], excess[i - 1] - kRelease_db);
+    }
+    for (std::size_t i = last; i > 0; --i) {
+        excess[i - 1] = std::max(excess[i - 1], excess[i] - kAttack_db);
+    }
+    for (std::size_t i = 0; i < count; ++i) {
+        curve_db[i] -= static_cast<float>(excess[i]);
+    }
+}
+
 std::vector<float> trim_curve(const std::vector<float>& peaks, double ceiling_db) {
     std::vector<float> result(peaks.size(), 0.0F);
-    lower_peaks(result, peaks, ceiling_db + kLeastTrim_db);
+    lower_for_peaks(peaks, ceiling_db + kLeastTrim_db, result);
     const bool is_needed =
         std::any_of(result.begin(), result.end(), [](float gain) { return gain < 0; });
     return is_needed ? result : std::vector<float>{};

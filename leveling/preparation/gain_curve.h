@@ -17,8 +17,7 @@ struct CurveGoal {
  * One gain per phrase, in dB, one value for the middle of each bin: constant in a phrase, moved in
  * the quarter second before the next one begins. In long pauses it is at most the gain on either
  * side, and at most the average; there and in long gaps it sinks by up to 6 dB where the background
- * is far under the speech, as a gate does. Where a peak would pass the ceiling, the gain is lower
- * for as long as that takes and a fifth of a second behind.
+ * is far under the speech, as a gate does. No peak passes the ceiling: see lower_for_peaks.
  */
 std::vector<float> gain_curve(const BinLevels& levels,
                               const Phrases& phrases,
@@ -31,4 +30,11 @@ std::vector<float> gain_curve(const BinLevels& levels,
  */
 std::vector<float> trim_curve(const std::vector<float>& peaks, double ceiling_db);
 
-}  // namespace quorvane
+ * Lowers a gain curve where a peak would pass the ceiling, for as long as that takes and a fifth of
+ * a second behind. peaks: the largest absolute sample of each bin.
+ */
+void lower_for_peaks(const std::vector<float>& peaks,
+                     double ceiling_db,
+                     std::vector<float>& curve_db);
+
+ }  // namespace quorvane

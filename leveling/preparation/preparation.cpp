@@ -20,6 +20,7 @@
 #include "leveling/preparation/pauses.h"
 #include "leveling/preparation/phrases.h"
 #include "leveling/preparation/rendering.h"
+#include "leveling/preparation/rumble.h"
 #include "leveling/preparation/sound_files.h"
 #include "leveling/preparation/timeline.h"
 #include "leveling/publish/true_peak.h"
@@ -30,12 +31,6 @@ namespace {
 // Below full scale, for what the engine's high-pass adds to a peak before it clips.
 constexpr double kPeak_db = -3;
 constexpr double kNoiseRaise_db = 30;  // what has to be raised so far and holds no speech is noise
-// Lows this near the speech are not part of a voice, and the engine's 12 dB an octave leaves them.
-constexpr double kLowsUnderSpeech_db = 3;
-constexpr double kSteepFrom_hz = 110;
-// The engine's own high-pass: 62.5 Hz, two octaves wide.
-constexpr double kEngineHighPass_hz = 62.5;
-constexpr double kEngineHighPassQuality = 2.0 / 3;
 // Reverberation fills the gaps, so that turns differ by less than the engine's tolerance of 3.5.
 constexpr const char* kTolerance = "--segment-tolerance=2.5";
 // The engine's ceiling and target.
@@ -162,7 +157,7 @@ void PreparationRun::analyse() {
         throw std::runtime_error("it has " + std::to_string(info_.channels) +
                                  " channels, at most 2 can be leveled");
     }
-    high_pass_ = {high_pass(kEngineHighPass_hz, kEngineHighPassQuality, info_.samplerate)};
+    high_pass_ = {gentle_high_pass(info_.samplerate)};
     LevelAnalyser analyser(info_.channels, info_.samplerate, high_pass_);
     stream::pump(file.source(), analyser, stream::kToTheEnd);
     bin_frames_ = analyser.bin_frames();
@@ -187,17 +182,11 @@ bool PreparationRun::is_noise() const {
 }
 
 void PreparationRun::choose_high_pass() {
-    const Stretch whole = all_bins();
-    const double speech_db = speech_level(levels_.speech_db, speech_, whole);
-    const double low_db = speech_level(levels_.low_db, speech_, whole);
-    if (speech_db > kSilence_db && low_db > speech_db - kLowsUnderSpeech_db) {
-        steep_ = steep_high_pass(kSteepFrom_hz, info_.samplerate);
+    steep_ = rumble_filter(levels_, speech_, info_.samplerate);
+    if (!steep_.empty()) {
         facts_.steep_high_pass = true;
         high_pass_.insert(high_pass_.begin(), steep_.begin(), steep_.end());
-        BinLevels without_lows = levels_of(run_.recording, high_pass_);
-        levels_.weighted_db = std::move(without_lows.weighted_db);
-        levels_.louder_db = std::move(without_lows.louder_db);
-        levels_.peak = std::move(without_lows.peak);
+        replace_rumbling_levels(levels_, levels_of(run_.recording, high_pass_));
     }
 }
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <stdexcept>
+#include <utility>
 
 #include "Common/units.h"
 #include "leveling/audio/portable_math.h"
@@ -199,41 +200,61 @@ void render(const Rendering& rendering,
     out.finish();
 }
 
+CurveReader::CurveReader(const std::string& recording,
+                         const std::vector<Section>& high_pass,
+                         std::vector<float> curve_db,
+                         long long bin_frames)
+    : in_(recording),
+      channels_(static_cast<std::size_t>(in_.info().channels)),
+      filter_(high_pass, in_.info().channels),
+      curve_db_(std::move(curve_db)),
+      bin_frames_(bin_frames),
+      original_(static_cast<std::size_t>(bin_frames) * channels_),
+      result_(original_.size()),
+      gain_(quorvane::portable_amplitude(static_cast<double>(curve_db_.front()))) {
+    in_.source().announce(in_.info().frames);
+}
+
+// From the middle of one bin to that of the next; the first piece ends in the first middle.
+long long CurveReader::next() {
+    if (bin_ > curve_db_.size()) {
+        return 0;
+    }
+    const long long frames =
+        in_.source().read(original_.data(), bin_ == 0 ? bin_frames_ / 2 : bin_frames_);
+    if (frames <= 0) {
+        return 0;
+    }
+    const double after = quorvane::portable_amplitude(
+        static_cast<double>(curve_db_[std::min(bin_, curve_db_.size() - 1)]));
+    const std::size_t samples = static_cast<std::size_t>(frames) * channels_;
+    std::copy_n(original_.begin(), samples, result_.begin());
+    filter_.process(result_.data(), frames);
+    const double step = bin_ == 0 ? 0 : (after - gain_) / static_cast<double>(bin_frames_);
+    double gain = gain_;
+    for (std::size_t i = 0; i < samples; i += channels_) {
+        for (std::size_t channel = 0; channel < channels_; ++channel) {
+            result_[i + channel] *= gain;
+        }
+        gain += step;
+    }
+    gain_ = after;
+    ++bin_;
+    return frames;
+}
+
 void render_with_curve(const std::string& recording,
                        const std::vector<Section>& high_pass,
                        const std::vector<float>& curve_db,
                        long long bin_frames,
                        OutputFile& out,
                        const std::function<void(double)>& progress) {
-    InputFile in(recording);
-    in.source().announce(in.info().frames);
-    const auto channels = static_cast<std::size_t>(in.info().channels);
-    const long long middle = bin_frames / 2;
-    FilterChain filter(high_pass, in.info().channels);
-    std::vector<double> original(static_cast<std::size_t>(bin_frames) * channels);
-    std::vector<double> result(original.size());
-    double before = quorvane::portable_amplitude(static_cast<double>(curve_db.front()));
-    // From the middle of one bin to that of the next; the first piece ends in the first middle.
-    for (std::size_t bin = 0; bin <= curve_db.size(); ++bin) {
-        const long long frames = in.source().read(original.data(), bin == 0 ? middle : bin_frames);
-        if (frames <= 0) {
-            break;
-        }
-        const double after = quorvane::portable_amplitude(
-            static_cast<double>(curve_db[std::min(bin, curve_db.size() - 1)]));
-        std::copy_n(original.begin(), static_cast<std::size_t>(frames) * channels, result.begin());
-        filter.process(result.data(), frames);
-        const double step = bin == 0 ? 0 : (after - before) / static_cast<double>(bin_frames);
-        double gain = before;
-        for (std::size_t i = 0; i < static_cast<std::size_t>(frames) * channels; i += channels) {
-            for (std::size_t channel = 0; channel < channels; ++channel) {
-                result[i + channel] *= gain;
-            }
-            gain += step;
-        }
-        before = after;
-        out.take(result.data(), original.data(), frames);
-        progress(static_cast<double>(bin) / static_cast<double>(curve_db.size()));
+    CurveReader reader(recording, high_pass, curve_db, bin_frames);
+    double done = 0;
+    for (long long frames = 0; (frames = reader.next()) > 0;) {
+        out.take(reader.result(), reader.original(), frames);
+        progress(done / static_cast<double>(curve_db.size()));
+        done += 1;
     }
     out.finish();
 }

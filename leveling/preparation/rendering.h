@@ -31,9 +31,40 @@ void render(const Rendering& rendering,
             const std::function<void(double)>& progress);
 
 /**
- * The whole recording through a high-pass, times a gain that moves in straight lines between its
+ * Reads a recording through a high-pass, times a gain that moves in straight lines between its
  * values: one in dB for the middle of each bin.
  */
+class CurveReader {
+  public:
+    /** The curve has at least one value. Throws std::runtime_error with the cause. */
+    CurveReader(const std::string& recording,
+                const std::vector<Section>& high_pass,
+                std::vector<float> curve_db,
+                long long bin_frames);
+
+    /** Reads half a bin at first, then bins. Returns the frames that are there now; 0 at the end.
+     */
+    long long next();
+
+    /** Interleaved. */
+    const double* result() const { return result_.data(); }
+
+    /** The same frames as they are in the recording. */
+    const double* original() const { return original_.data(); }
+
+  private:
+    InputFile in_;
+    std::size_t channels_;
+    FilterChain filter_;
+    std::vector<float> curve_db_;
+    long long bin_frames_;
+    std::vector<double> original_;
+    std::vector<double> result_;
+    double gain_;
+    std::size_t bin_ = 0;
+};
+
+/** The whole recording as a CurveReader gives it. */
 void render_with_curve(const std::string& recording,
                        const std::vector<Section>& high_pass,
                        const std::vector<float>& curve_db,

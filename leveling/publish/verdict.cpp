@@ -141,13 +141,15 @@ Json checks_document(const FileFacts& facts, const std::vector<std::string>& ask
 std::string ready_count(const FactsList& files, const std::string& word) {
     std::size_t ready = 0;
     std::size_t but = 0;
+    std::size_t asked = 0;
     for (const FileFacts& facts : files) {
+        asked += facts.is_track() ? 0 : 1;
         if (is_ready(facts, {word})) {
             ++ready;
             but += objections(facts).empty() ? 0 : 1;
         }
     }
-    std::string text = fmt::format("Ready for {}: {} of {} files", word, ready, files.size());
+    std::string text = fmt::format("Ready for {}: {} of {} files", word, ready, asked);
     if (but != 0) {
         text += but == ready ? (ready == 1 ? ", but with a problem or a warning"
                                            : ", but each with a problem or a warning")
@@ -163,7 +165,7 @@ DestinationCheck check_file(const Destination& destination, const FileFacts& fac
 }
 
 bool is_ready(const FileFacts& facts, const std::vector<std::string>& asked) {
-    return measured(facts) && !is_failure(facts.outcome) &&
+    return measured(facts) && !is_failure(facts.outcome) && !facts.is_track() &&
            std::all_of(asked.begin(), asked.end(), [&](const auto& word) {
                return check_file(*find_destination(word), facts).met();
            });
@@ -205,6 +207,9 @@ std::string remedy(const DestinationCheck& check, const FileFacts& facts, Face f
 }
 
 std::string readiness(const FileFacts& facts, const std::vector<std::string>& asked, Face face) {
+    if (facts.is_track()) {
+        return "";
+    }
     if (asked.empty()) {
         return offers(facts, face);
     }
@@ -272,7 +277,7 @@ Json facts_document(const FileFacts& facts, const std::vector<std::string>& aske
     Json document = {{"program", "quorvane"},
                      {"version", kVersion},
                      {"verdict", verdict(facts, asked, Face::CommandLine)}};
-    if (measured(facts)) {
+    if (measured(facts) && !facts.is_track()) {
         document["destinations"] = checks_document(facts, asked);
     }
     document.update(to_json(facts, curves));

@@ -79,7 +79,9 @@ std::vector<Column> text_columns() {
                    const Asked& asked) { return csv_text(boost::algorithm::join(asked, " ")); }},
         {"ready",
          [](const FileFacts& facts, const Asked& asked) {
-             return std::string(asked.empty() ? "" : is_ready(facts, asked) ? "yes" : "no");
+             return std::string(asked.empty() || facts.is_track() ? ""
+                                : is_ready(facts, asked)          ? "yes"
+                                                                  : "no");
          }},
         {"verdict", [](const FileFacts& facts,
                        const Asked& asked) { return csv_text(verdict(facts, asked, Face::Page)); }},

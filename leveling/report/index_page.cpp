@@ -41,7 +41,7 @@ int rank_of(const FileFacts& facts, const ReportOptions& options) {
     if (facts.outcome == Outcome::Interrupted) {
         return 1;
     }
-    if (facts.before && !is_ready(facts, options.destinations)) {
+    if (facts.before && !facts.is_track() && !is_ready(facts, options.destinations)) {
         return 2;
     }
     if (has_problem(facts)) {
@@ -73,7 +73,7 @@ std::string result_cell(const FileFacts& facts) {
 
 /** Ready, or what is missing in few words. */
 std::string destination_cell(const FileFacts& facts, const Destination& destination) {
-    if (!facts.before) {
+    if (!facts.before || facts.is_track()) {
         return "<td></td>";
     }
     const DestinationCheck check = check_file(destination, facts);

@@ -41,7 +41,7 @@ std::string outcome_text(const FileFacts& facts) {
 }
 
 VerdictColor verdict_color(const FileFacts& facts, const ReportOptions& options) {
-    if (!is_ready(facts, options.destinations)) {
+    if (!facts.is_track() && !is_ready(facts, options.destinations)) {
         return VerdictColor::NotReady;
     }
     return objections(facts).empty() ? VerdictColor::Ready : VerdictColor::ReadyBut;

@@ -25,6 +25,7 @@ struct JobOptions {
     int audio_stream = 0;      // counted from 1; 0: the default one, below 0: all
     std::string audio_codec;   // empty: the source's
     std::string destination;   // what the output is for, a word of --for; empty: nothing
+    std::string group;         // which files are leveled together with it; empty: none
 };
 
 /** What a worker has to know of the request; the first of its destinations. */
@@ -50,7 +51,8 @@ NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(JobOptions,
                                    look_inside,
                                    audio_stream,
                                    audio_codec,
-                                   destination)
+                                   destination,
+                                   group)
 
 /** What a worker process is told to do with one file. Paths are absolute. */
 struct Job {
@@ -61,13 +63,15 @@ struct Job {
     // before it begins; nothing is decoded then and nothing written.
     std::string scratch;
     bool spare_processor = false;  // one is free for reading ahead and measuring meanwhile
+    bool mix = false;  // the output is the mix of the group's tracks, of which input is the first
     JobOptions options;
+    bool compare = false;  // a look: whether these inputs are tracks of one conversation
     // Of a look: the facts of input and output as JSON, whose excerpts are wanted; empty: none.
     std::string excerpts_for;
 };
 
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(
-    Job, input, output, part, scratch, spare_processor, options, excerpts_for)
+    Job, input, output, part, scratch, spare_processor, mix, options, compare, excerpts_for)
 
 /** What a worker made of its job: the facts, and what the record of the output needs. */
 struct WorkResult {
@@ -85,11 +89,12 @@ WorkResult work_result_from_json(const nlohmann::ordered_json& json);
 /**
  * How a worker is started: the program with kWorkerWord alone. It reads its jobs from
  * kJobDescriptor: the size in bytes as decimal digits, a line end, and an array of jobs as CBOR;
- * one job to work on, or one or more without a scratch directory to look at. It writes its events,
- * one JSON object per line, to kEventDescriptor: {"progress": 0.25} and at the end the WorkResult;
- * or, for each look, {"look": PLACE, "facts": {...}}, or "text" for excerpts. It ends with status 1
- * where the outcome of the work is Failed, else with 0. When the job's pipe closes, its parent is
- * gone and the worker removes its scratch directory and ends.
+ * one job to work on, the jobs of a group, which have one scratch directory, or one or more without
+ * a scratch directory to look at. It writes its events, one JSON object per line, to
+ * kEventDescriptor: {"progress": 0.25} and at the end each job's WorkResult; or, for each look,
+ * {"look": PLACE, "facts": {...}}, or "text" for excerpts. It ends with status 1 where the outcome
+ * of the work is Failed, else with 0. When the job's pipe closes, its parent is gone and the worker
+ * removes its scratch directory and ends.
  */
 constexpr const char* kWorkerWord = "--quorvane-worker";
 constexpr int kJobDescriptor = 3;

@@ -2,11 +2,13 @@
 
 #include <poll.h>
 
+#include <algorithm>
 #include <exception>
 #include <filesystem>
 #include <functional>
 #include <memory>
 
+#include "leveling/conversation/likeness.h"
 #include "leveling/facts/file_error.h"
 #include "leveling/report/listen.h"
 #include "leveling/worker/audio_backend.h"
@@ -106,6 +108,40 @@ std::vector<FileFacts> look_into_all(const std::vector<Job>& jobs) {
         found[i].output = jobs[i].output;
     }
     return found;
+}
+
+std::vector<std::vector<std::size_t>> conversations_of(const std::vector<Job>& jobs) {
+    std::vector<std::string> inputs;
+    for (const Job& job : jobs) {
+        inputs.push_back(job.input);
+    }
+    return find_conversations(inputs);
+}
+
+std::vector<std::vector<std::size_t>> conversations_among(const std::vector<std::string>& inputs) {
+    std::vector<Job> jobs;
+    for (const std::string& input : inputs) {
+        Job job;
+        job.input = fs::absolute(input).string();
+        job.compare = true;
+        jobs.push_back(job);
+    }
+    std::vector<std::vector<std::size_t>> sets;
+    try {
+        ChildProcess process(jobs);
+        follow(process, [&](const Event& event) {
+            sets = event.at("sets").get<std::vector<std::vector<std::size_t>>>();
+        });
+    } catch (const std::exception&) {
+        return {};  // no process can be started: the work itself will fail and report why
+    }
+    for (const std::vector<std::size_t>& set : sets) {
+        if (std::any_of(set.begin(), set.end(),
+                        [&](std::size_t at) { return at >= inputs.size(); })) {
+            return {};
+        }
+    }
+    return sets;
 }
 
 std::string excerpts_of(const Job& job) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -21,6 +22,15 @@ FileFacts look_into(const Job& job);
  * with its cause, and the others get a new one. Call it from a thread that waits for it.
  */
 std::vector<FileFacts> look_into_all(const std::vector<Job>& jobs);
+
+/** For a worker: which of the jobs' inputs are tracks of one conversation, as places. */
+std::vector<std::vector<std::size_t>> conversations_of(const std::vector<Job>& jobs);
+
+/**
+ * The same of recordings of equal length, found in a confined process. Empty where that process
+ * dies: the recordings' own workers will report why.
+ */
+std::vector<std::vector<std::size_t>> conversations_among(const std::vector<std::string>& inputs);
 
 /** For a worker: the part of a page with excerpts that the job requests. */
 std::string excerpts_of(const Job& job);

@@ -21,9 +21,9 @@
 #include "leveling/facts/run_facts.h"
 #include "leveling/storage/scratch.h"
 #include "leveling/worker/confinement.h"
-#include "leveling/worker/file_work.h"
 #include "leveling/worker/job.h"
 #include "leveling/worker/look.h"
+#include "leveling/worker/work_on.h"
 
 #ifdef __linux__
 #include <sys/prctl.h>
@@ -185,16 +185,27 @@ std::vector<std::string> missing_fences(const Confined& confined) {
 }
 
 /** Returns the process's status. */
-int work_on_one(const Job& job, const std::vector<std::string>& unfenced) {
-    WorkResult result = work_on(job, ProgressEvents());
-    result.facts.unfenced = unfenced;
+int work_on_all(const std::vector<Job>& jobs, const std::vector<std::string>& unfenced) {
+    std::vector<WorkResult> results =
+        jobs.size() == 1 ? std::vector<WorkResult>{work_on(jobs[0], ProgressEvents())}
+                         : work_on_group(jobs, ProgressEvents());
     fflush(nullptr);
-    remove_tree(job.scratch);  // not left to the parent, which may be killed any moment
-    write_line(dump(to_json(result)));
-    return result.facts.outcome == Outcome::Failed ? 1 : 0;
+    remove_tree(jobs.front().scratch);  // not left to the parent, which may be killed any moment
+    bool has_failed = false;
+    for (WorkResult& result : results) {
+        result.facts.unfenced = unfenced;
+        has_failed = has_failed || result.facts.outcome == Outcome::Failed;
+        write_line(dump(to_json(result)));
+    }
+    return has_failed ? 1 : 0;
 }
 
 void look_at_each(const std::vector<Job>& jobs, const std::vector<std::string>& unfenced) {
+    if (jobs.front().compare) {
+        write_line(dump({{"look", 0}, {"sets", conversations_of(jobs)}}));
+        fflush(nullptr);
+        return;
+    }
     for (std::size_t i = 0; i < jobs.size(); ++i) {
         if (!jobs[i].excerpts_for.empty()) {
             write_line(dump({{"look", i}, {"text", excerpts_of(jobs[i])}}));
@@ -237,7 +248,7 @@ int worker_main() {
     if (looks) {
         look_at_each(jobs, unfenced);
     } else {
-        status = work_on_one(jobs.front(), unfenced);
+        status = work_on_all(jobs, unfenced);
     }
     while (getppid() != parent) {
         pause();  // the other thread clears up what the parent has left, and ends the process

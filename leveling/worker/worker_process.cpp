@@ -22,24 +22,25 @@ bool fits_job(Outcome outcome, const Job& job) {
 
 }  // namespace
 
-WorkerProcess::WorkerProcess(const Job& job, std::unique_ptr<Delivery> delivery)
-    : job_(job), delivery_(std::move(delivery)), process_({job}) {}
+WorkerProcess::WorkerProcess(std::vector<Job> jobs,
+                             std::vector<std::unique_ptr<Delivery>> deliveries)
+    : jobs_(std::move(jobs)), deliveries_(std::move(deliveries)), process_(jobs_) {}
 
 void WorkerProcess::read_events() {
     process_.read_events([this](const nlohmann::ordered_json& event) {
         if (event.contains("progress")) {
             progress_ = std::clamp(event["progress"].get<double>(), 0.0, 1.0);
         }
-        if (event.contains("facts")) {
-            result_ = work_result_from_json(event);
+        if (event.contains("facts") && results_.size() < jobs_.size()) {
+            results_.push_back(work_result_from_json(event));
         }
     });
 }
 
 /** Why the answer cannot be believed; empty when it can. */
-std::string WorkerProcess::contradiction(const WorkResult& result) {
+std::string WorkerProcess::contradiction(const WorkResult& result, const Job& job) {
     const Outcome outcome = result.facts.outcome;
-    if (!fits_job(outcome, job_)) {
+    if (!fits_job(outcome, job)) {
         return fmt::format("its worker process answered \"{}\", which does not fit its job",
                            to_text(outcome));
     }
@@ -52,34 +53,68 @@ std::string WorkerProcess::contradiction(const WorkResult& result) {
                        WIFSIGNALED(status) ? WTERMSIG(status) : WEXITSTATUS(status));
 }
 
-FileFacts WorkerProcess::finish() {
+/** Why the file at a place in the jobs cannot be delivered; empty when it can. */
+std::string WorkerProcess::problem_of(std::size_t place) {
+    if (results_.size() < jobs_.size()) {
+        return process_.cause_of_end();
+    }
+    const WorkResult& result = results_[place];
+    const std::string cause = contradiction(result, jobs_[place]);
+    return cause.empty() && result.facts.outcome == Outcome::Failed ? result.facts.cause : cause;
+}
+
+/** Where one file of a group fails, all do. */
+void WorkerProcess::fail_group(std::vector<FileFacts>& all) const {
+    const auto failed = std::find_if(all.begin(), all.end(), [](const FileFacts& facts) {
+        return facts.outcome == Outcome::Failed;
+    });
+    if (failed == all.end()) {
+        return;
+    }
+    const std::string cause = fmt::format("its conversation was not leveled, as {} failed: {}",
+                                          failed->input, failed->cause);
+    for (FileFacts& facts : all) {
+        if (facts.outcome != Outcome::Failed) {
+            facts.outcome = Outcome::Failed;
+            facts.cause = cause;
+        }
+    }
+}
+
+std::vector<FileFacts> WorkerProcess::finish() {
     // A process that ended may have left something in its pipes.
     read_events();
     read_output();
     process_.wait();
-    remove_tree(job_.scratch);
+    remove_tree(jobs_.front().scratch);
 
-    FileFacts facts = result_ ? result_->facts : FileFacts{};
-    const auto fail = [&](const std::string& cause) {
-        facts.outcome = Outcome::Failed;
-        facts.cause = cause;
-    };
-    facts.input = job_.input;
-    facts.output = job_.output;
-    if (!result_) {
-        fail(process_.cause_of_end());
-    } else if (const std::string cause = contradiction(*result_); !cause.empty()) {
-        fail(cause);
-    } else if (facts.outcome != Outcome::Failed && !job_.output.empty()) {
+    std::vector<FileFacts> all;
+    for (std::size_t i = 0; i < jobs_.size(); ++i) {
+        FileFacts facts = i < results_.size() ? results_[i].facts : FileFacts{};
+        facts.input = jobs_[i].input;
+        facts.output = jobs_[i].output;
+        if (const std::string problem = problem_of(i); !problem.empty()) {
+            facts.outcome = Outcome::Failed;
+            facts.cause = problem;
+        }
+        all.push_back(facts);
+    }
+    fail_group(all);
+    for (std::size_t i = 0; i < jobs_.size(); ++i) {
+        if (all[i].outcome == Outcome::Failed || jobs_[i].output.empty()) {
+            continue;
+        }
         try {
-            result_->facts = facts;
-            delivery_->deliver(*result_);
+            results_[i].facts = all[i];
+            deliveries_[i]->deliver(results_[i]);
         } catch (const std::exception& error) {
-            fail(cause_of(error));
+            all[i].outcome = Outcome::Failed;
+            all[i].cause = cause_of(error);
+            fail_group(all);  // those that come after it are not delivered
         }
     }
-    delivery_.reset();  // a part that was not delivered goes, and with it a folder made for it
-    return facts;
+    deliveries_.clear();  // a part that was not delivered goes, and with it a folder made for it
+    return all;
 }
 
 }  // namespace quorvane

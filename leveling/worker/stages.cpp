@@ -1,12 +1,12 @@
-#include "leveling/worker/file_work.h"
+#include "leveling/worker/stages.h"
 
 #include <fmt/format.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <exception>
 #include <filesystem>
 #include <future>
+#include <iterator>
 #include <memory>
 #include <optional>
 #include <string>
@@ -41,32 +41,6 @@ namespace quorvane {
 namespace fs = std::filesystem;
 
 namespace {
-
-/** What reading the input shows; its hash where a second thread read it. */
-struct InputReading {
-    Loudness loudness;
-    SoundProfile profile;
-    std::string hash;
-};
-
-struct Work {
-    const Job& job;
-    FileFacts facts = {};
-    std::unique_ptr<AudioBackend> backend = nullptr;
-    std::vector<std::string> engine_inputs = {};
-    // Of each engine input; empty: the engine handed it back.
-    std::vector<std::string> leveled = {};
-    std::string audio = "";  // the newest form of the leveled audio; at the end the complete file
-    bool changed = true;     // false: the engine handed every input back
-    std::future<InputReading> before = {};       // on its way, while the engine works
-    std::future<Measurement> after = {};         // on its way, while the output is written
-    std::string heard_in = "";                   // the file that `after` is of
-    std::optional<Scan> heard = {};              // what it holds
-    std::unique_ptr<OutputPart> part = nullptr;  // the output, before it gets its name
-    std::string input_hash = "";
-    std::string output_hash = "";
-    std::function<void(double)> progress = nullptr;  // of the stage, 0 to 1
-};
 
 void probe(Work& work) {
     work.facts.outcome = Outcome::Analyzed;
@@ -377,19 +351,12 @@ bool has_none_and_measures(const Work& work) {
     return has_none(work) && measures(work);
 }
 
-struct Stage {
-    void (*run)(Work&);
-    bool (*wanted)(const Work&);
-    double until;          // where on the file's progress bar it ends
-    double until_decoded;  // the same for a file that is decoded and encoded as a whole
-};
-
 constexpr Stage kStages[] = {
     {probe, always, 0.0, 0.0},
     {decode, decodes, 0.0, 0.05},
     {measure_before, measures, 0.10, 0.14},
     {prepare, levels, 0.10, 0.14},
-    {level, levels, 0.88, 0.70},
+    {level, levels, 0.88, 0.70, StageOf::kLevel},
     {publish_audio, has_destination, 0.97, 0.97},
     {encode, has_none, 0.88, 0.85},
     {measure_after, has_none_and_measures, 0.97, 0.97},
@@ -399,40 +366,11 @@ constexpr Stage kStages[] = {
     {hand_over, levels, 1.0, 1.0},
 };
 
-void run_stages(Work& work, const std::function<void(double)>& progress) {
-    double from = 0;
-    for (const Stage& stage : kStages) {
-        if (!stage.wanted(work)) {
-            continue;
-        }
-        const bool whole = work.backend && work.backend->decodes();
-        const double until = whole ? stage.until_decoded : stage.until;
-        work.progress = [&, from](double done) { progress(from + (until - from) * done); };
-        stage.run(work);
-        progress(until);
-        from = until;
-    }
-}
-
 }  // namespace
 
-WorkResult work_on(const Job& job, const std::function<void(double)>& progress) {
-    const auto start = std::chrono::steady_clock::now();
-    Work work{job};
-    work.facts.input = job.input;
-    work.facts.output = job.output;
-    std::int64_t bytes = 0;
-    try {
-        run_stages(work, progress);
-        add_results(state_of(job.input).size, work.facts);
-        bytes = job.output.empty() ? 0 : state_of(job.part).size;
-    } catch (const std::exception& error) {
-        work.facts.outcome = Outcome::Failed;
-        work.facts.cause = cause_of(error);
-    }
-    const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start;
-    work.facts.elapsed_s = elapsed.count();
-    return {work.facts, work.input_hash, work.output_hash, bytes};
+const std::vector<Stage>& stages() {
+    static const std::vector<Stage> all(std::begin(kStages), std::end(kStages));
+    return all;
 }
 
 }  // namespace quorvane

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <vector>
 
 #include "leveling/worker/job.h"
 
@@ -12,5 +13,12 @@ namespace quorvane {
  * 0 to 1.
  */
 WorkResult work_on(const Job& job, const std::function<void(double)>& progress);
+
+/**
+ * The same of the tracks of one conversation, and of their mix where the last job asks for it: one
+ * result for each job. Where one of them fails, all do, with the cause of that one.
+ */
+std::vector<WorkResult> work_on_group(const std::vector<Job>& jobs,
+                                      const std::function<void(double)>& progress);
 
 }  // namespace quorvane

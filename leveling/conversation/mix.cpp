@@ -1,0 +1,122 @@
+#include "leveling/conversation/mix.h"
+
+#include <sndfile.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <deque>
+
+#include "leveling/audio/portable_math.h"
+#include "leveling/facts/file_error.h"
+#include "leveling/preparation/rendering.h"
+#include "leveling/preparation/sound_files.h"
+#include "leveling/publish/limiter.h"
+
+namespace quorvane {
+namespace {
+
+constexpr double kCeiling_db = -1;  // of the true peak
+constexpr long long kBlockFrames = 16384;
+
+/** Bytes from which a WAV file's sizes no longer fit. */
+constexpr double kMostWavBytes = 4.0e9;
+
+void add(const CurveReader& reader,
+         int channels,
+         long long frames,
+         std::vector<double>& sum,
+         int sum_channels) {
+    for (long long i = 0; i < frames; ++i) {
+        for (int channel = 0; channel < sum_channels; ++channel) {
+            sum[static_cast<std::size_t>(i * sum_channels + channel)] +=
+                reader.result()[i * channels + std::min(channel, channels - 1)];
+        }
+    }
+}
+
+}  // namespace
+
+void mix_tracks(const std::vector<MixedTrack>& tracks,
+                const std::string& to,
+                const std::function<void(double)>& progress) {
+    int channels = 1;
+    std::size_t bins = 0;
+    std::deque<CurveReader> readers;
+    for (const MixedTrack& track : tracks) {
+        if (track.sample_rate_hz != tracks.front().sample_rate_hz) {
+            throw FileError("the tracks have different sample rates, which cannot be mixed");
+        }
+        channels = std::max(channels, track.channels);
+        bins = std::max(bins, track.curve_db.size());
+        readers.emplace_back(track.recording, track.high_pass, track.curve_db, track.bin_frames);
+    }
+    const long long bin_frames = tracks.front().bin_frames;
+    const double bytes = static_cast<double>(bins) * static_cast<double>(bin_frames) * channels * 4;
+    const int container = bytes > kMostWavBytes ? SF_FORMAT_RF64 : SF_FORMAT_WAV;
+    OutputFile out(to, container | SF_FORMAT_FLOAT, channels, tracks.front().sample_rate_hz);
+    std::vector<double> sum(static_cast<std::size_t>(bin_frames * channels));
+    double done = 0;
+    for (;;) {
+        std::fill(sum.begin(), sum.end(), 0.0);
+        long long longest = 0;
+        for (std::size_t i = 0; i < tracks.size(); ++i) {
+            const long long frames = readers[i].next();
+            add(readers[i], tracks[i].channels, frames, sum, channels);
+            longest = std::max(longest, frames);
+        }
+        if (longest == 0) {
+            break;
+        }
+        out.take(sum.data(), sum.data(), longest);
+        progress(std::min(1.0, done++ / static_cast<double>(bins)));
+    }
+    out.finish();
+}
+
+void write_mix(const std::string& from, const std::string& to, int format, Limiting limiting) {
+    InputFile in(from);
+    const int channels = in.info().channels;
+    OutputFile out(to, format, channels, in.info().samplerate);
+    TruePeakLimiter limiter(channels, in.info().samplerate, 1, portable_amplitude(kCeiling_db));
+    std::vector<double> block(static_cast<std::size_t>(kBlockFrames * channels));
+    std::vector<double> ready;
+    const auto pass_on = [&] {
+        out.take(ready.data(), ready.data(), static_cast<long long>(ready.size()) / channels);
+        ready.clear();
+    };
+    for (long long frames = 0; (frames = in.source().read(block.data(), kBlockFrames)) > 0;) {
+        if (limiting == Limiting::None) {
+            out.take(block.data(), block.data(), frames);
+            continue;
+        }
+        limiter.process(block.data(), static_cast<std::size_t>(frames), ready);
+        pass_on();
+    }
+    if (limiting == Limiting::Apply) {
+        limiter.finish(ready);
+        pass_on();
+    }
+    out.finish();
+}
+
+int mix_format(const std::string& extension, int like) {
+    struct Row {
+        const char* extension;
+        int format;
+    };
+
+    constexpr Row kRows[] = {
+        {"wav", SF_FORMAT_WAV | SF_FORMAT_PCM_24},  {"flac", SF_FORMAT_FLAC | SF_FORMAT_PCM_24},
+        {"aif", SF_FORMAT_AIFF | SF_FORMAT_PCM_24}, {"aiff", SF_FORMAT_AIFF | SF_FORMAT_PCM_24},
+        {"caf", SF_FORMAT_CAF | SF_FORMAT_PCM_24},  {"w64", SF_FORMAT_W64 | SF_FORMAT_PCM_24},
+        {"rf64", SF_FORMAT_RF64 | SF_FORMAT_PCM_24}};
+    for (const Row& row : kRows) {
+        if (extension == row.extension) {
+            const bool is_same = (like & SF_FORMAT_TYPEMASK) == (row.format & SF_FORMAT_TYPEMASK);
+            return is_same ? like : row.format;
+        }
+    }
+    return 0;
+}
+
+}  // namespace quorvane
