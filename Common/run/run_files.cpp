@@ -30,7 +30,7 @@ boost::mutex temporary_directory_mutex;
 std::string platform_directory() {
     boost::unique_lock<boost::mutex> lock(temporary_directory_mutex);
     char* directory = copyTemporaryDirectory();
-    const std::string path = directory == nullptr ? "" : directory;
+    std::string path = directory == nullptr ? "" : directory;
     std::free(directory);
     return path;
 }
@@ -72,7 +72,7 @@ void RunFiles::place(const std::string& input, const std::string& output) {
 }
 
 std::string RunFiles::add(Intermediate file, const SF_INFO& info) {
-    const std::string path = names_.path(file);
+    std::string path = names_.path(file);
     temp_files_.add(path);
     remove_old(path);
     if (hides() && Intermediates::is_audio(file)) {
@@ -86,7 +86,7 @@ std::string RunFiles::add(Intermediate file, const SF_INFO& info) {
 }
 
 std::string RunFiles::add_final(const SF_INFO& info, int format) {
-    const std::string path = names_.path(Intermediate::kFinal);
+    std::string path = names_.path(Intermediate::kFinal);
     remove_old(path);
     ScratchSounds::of_this_thread().drop_room();  // nothing comes after the leveled audio
     const int lent = lend_final_file(path, format);
@@ -116,7 +116,7 @@ int RunFiles::lend_final_file(const std::string& path, int format) {
  */
 void RunFiles::measure_as_written(Intermediate file, const SF_INFO& info) {
     MeasuredRecordings& recordings = MeasuredRecordings::of_this_thread();
-    const std::string path = names_.path(file);
+    std::string path = names_.path(file);
     if (file == Intermediate::kGated) {
         recordings.expect<RmsOfAllSamples>(path, info, std::atoi(options::peak__bin_size.c_str()));
     } else if (file == Intermediate::kWithoutPeaks) {

@@ -18,15 +18,15 @@ enum class Severity {
 
 /** From and to, in seconds of the recording. */
 struct FindingPlace {
-    double from_s;
-    double to_s;
+    double from_s = 0;
+    double to_s = 0;
 };
 
 /** One fault or property of a recording. */
 struct Finding {
     std::string code;  // stable, lower case with hyphens: "clipped", "side-silent"
-    Severity severity;
-    double value;  // what the code's measure gave
+    Severity severity = Severity::Note;
+    double value = 0;  // what the code's measure gave
     std::string unit;
     std::vector<FindingPlace> places;  // at most 20: the longest ones, in order of time
     std::string detail;                // channel name or the like: "left", "right", "50 Hz"
@@ -40,8 +40,8 @@ enum class SpeechState {
 
 /** Speech of one speaker at one distance from the microphone. Levels in LUFS. */
 struct SpeechPassage {
-    double from_s;
-    double to_s;
+    double from_s = 0;
+    double to_s = 0;
     double before_db;
     double after_db;  // minus infinity where the recording was only measured
 };

@@ -14,9 +14,9 @@ constexpr double kTolerance = 0.5;  // LU, both ways
 
 /** A number of the word, and what it may be. */
 struct Field {
-    const char* name;
-    double least;
-    double most;
+    const char* name = "";
+    double least = 0;
+    double most = 0;
     std::optional<double> value = {};
 };
 

@@ -24,7 +24,7 @@ enum class Deed {
 };
 
 struct Done {
-    Deed deed;
+    Deed deed = Deed::Dithered;
     // Raised: dB; KeptPausesDown: seconds; BroughtBackgroundUp: dB under the quietest voice.
     double amount = 0;
     int count = 0;  // of pauses or phrases

@@ -34,15 +34,15 @@ constexpr double kNever = std::numeric_limits<double>::infinity();
 
 /** From which badness on a finding is a note, a warning or a problem. */
 struct Limits {
-    double note;
-    double warning;
-    double problem;
+    double note = 0;
+    double warning = 0;
+    double problem = 0;
 };
 
 struct Detector {
-    const char* code;
-    Measured (*measure)(const SpeechView&);
-    Limits from;
+    const char* code = "";
+    Measured (*measure)(const SpeechView&) = nullptr;
+    Limits from = {};
     double before = kNever;    // a badness that another code stands for
     double least_words_s = 0;  // with less speech it is not looked for
 };

@@ -10,7 +10,7 @@ namespace quorvane {
 
 /** Where the speech of a profile is, found as the preparation finds it. Levels in dB. */
 struct SpeechView {
-    explicit SpeechView(const SoundProfile& profile);
+    explicit SpeechView(const SoundProfile& from);
 
     /** Whether there is enough of it to judge a recording by: 0.4 s. */
     bool has_speech() const;

@@ -45,9 +45,9 @@ std::vector<double> gains_of(const Phrases& phrases, double speech_db) {
     return gains;
 }
 
-class Curve {
+class CurveBuilder {
   public:
-    Curve(const BinLevels& levels, const Phrases& phrases, const CurveGoal& goal)
+    CurveBuilder(const BinLevels& levels, const Phrases& phrases, const CurveGoal& goal)
         : levels_(levels),
           phrases_(phrases.phrases),
           goal_(goal),
@@ -233,7 +233,7 @@ std::vector<float> gain_curve(const BinLevels& levels,
     if (phrases.phrases.empty()) {
         return std::vector<float>(levels.speech_db.size(), 0.0F);
     }
-    Curve curve(levels, phrases, goal);
+    CurveBuilder curve(levels, phrases, goal);
     for (int round = 0;; ++round) {
         curve.fill_phrases();
         curve.fill_gaps(pauses);

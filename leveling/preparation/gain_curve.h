@@ -30,6 +30,7 @@ std::vector<float> gain_curve(const BinLevels& levels,
  */
 std::vector<float> trim_curve(const std::vector<float>& peaks, double ceiling_db);
 
+/**
  * Lowers a gain curve where a peak would pass the ceiling, for as long as that takes and a fifth of
  * a second behind. peaks: the largest absolute sample of each bin.
  */
@@ -37,4 +38,4 @@ void lower_for_peaks(const std::vector<float>& peaks,
                      double ceiling_db,
                      std::vector<float>& curve_db);
 
- }  // namespace quorvane
+}  // namespace quorvane

@@ -22,8 +22,8 @@ Section low_pass(double corner_hz, double quality, int sample_rate_hz);
 std::vector<Section> steep_high_pass(double corner_hz, int sample_rate_hz);
 
 /** Two samples that are filtered side by side. */
-typedef double Pair
-    __attribute__((vector_size(16)));  // NOLINT(modernize-use-using): see docs/performance.md
+// NOLINTNEXTLINE(modernize-use-using): see docs/performance.md
+typedef double Pair __attribute__((vector_size(16)));
 
 /** One section over both channels of a recording; a mono one has zeros in the second lane. */
 class PairFilter {

@@ -49,12 +49,12 @@ VerdictColor verdict_color(const FileFacts& facts, const ReportOptions& options)
 
 std::string verdict_html(const std::string& text,
                          const ReportOptions& options,
-                         VerdictColor standing) {
-    const char* color = options.destinations.empty()         ? ""
-                        : standing == VerdictColor::Ready    ? " ready"
-                        : standing == VerdictColor::ReadyBut ? " but"
-                                                             : " missing";
-    return fmt::format("<p class=\"verdict{}\">{}</p>\n", color, escape_html(text));
+                         VerdictColor color) {
+    const char* style = options.destinations.empty()      ? ""
+                        : color == VerdictColor::Ready    ? " ready"
+                        : color == VerdictColor::ReadyBut ? " but"
+                                                          : " missing";
+    return fmt::format("<p class=\"verdict{}\">{}</p>\n", style, escape_html(text));
 }
 
 std::string shown(double value) {

@@ -58,6 +58,7 @@ std::vector<std::string> environment_for(const FileFacts& facts) {
 int start(const std::string& program, const FileFacts& facts, pid_t& pid) {
     std::vector<std::string> variables = environment_for(facts);
     std::vector<char*> environment;
+    environment.reserve(variables.size() + 1);
     for (std::string& variable : variables) {
         environment.push_back(&variable[0]);
     }

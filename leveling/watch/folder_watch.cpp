@@ -28,6 +28,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
+constexpr std::size_t kEventBytes = 65536;  // read at once
 constexpr std::chrono::seconds kSearchEvery{5};
 constexpr std::chrono::seconds kLookForFolderEvery{2};
 
@@ -228,7 +229,7 @@ void FolderWatch::read(const pollfd* polled) {
 bool FolderWatch::read_events() {
     bool doubtful = false;
 #ifdef __linux__
-    alignas(inotify_event) std::array<char, 64 * 1024> bytes;
+    alignas(inotify_event) std::array<char, kEventBytes> bytes{};
     while (events_ >= 0 && !doubtful) {
         const ssize_t count = ::read(events_, bytes.data(), bytes.size());
         if (count <= 0) {

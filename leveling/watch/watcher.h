@@ -80,6 +80,8 @@ class Watcher : private BatchObserver {
     /** Throws std::runtime_error. */
     Watcher(WatchRequest request, WatchObserver& observer);
     ~Watcher() override;
+    Watcher(const Watcher&) = delete;
+    Watcher& operator=(const Watcher&) = delete;
 
     /** Returns after SIGTERM or SIGINT. Throws what went wrong with the watch as a whole. */
     void run();
@@ -106,7 +108,7 @@ class Watcher : private BatchObserver {
     int milliseconds_to_sleep() const;
     void take_signals();
     void take_events();
-    void take_finished(std::size_t index, FileFacts facts);
+    void take_finished(std::size_t index, const FileFacts& facts);
     bool is_put_off(const PlannedFile& file, const FileFacts& facts);
     void report(const PlannedFile& file, const FileFacts& facts);
     void check_folders();

@@ -41,7 +41,7 @@ Batch::Existing existing_of(const WatchRequest& request, const PlannedFile& file
 
 }  // namespace
 
-void Watcher::take_finished(std::size_t index, FileFacts facts) {
+void Watcher::take_finished(std::size_t index, const FileFacts& facts) {
     const auto place = work_.find(index);
     const PlannedFile file = std::move(place->second);
     work_.erase(place);

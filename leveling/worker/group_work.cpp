@@ -183,7 +183,7 @@ void GroupRun::note_voice(Work& work, const TrackResult& result) const {
 /** Brings the sum of the tracks to its destination; the path of the result, in floats. */
 std::string GroupRun::publish_mix(const std::string& sum) {
     const std::string to = mix_->job.scratch + "/published.wav";
-    const auto as_it_is = [](const std::string& audio) { return audio; };
+    const auto as_it_is = [](const std::string& audio) { return Reading{audio, ""}; };
     const Published published =
         publish(*find_destination(mix_->job.options.destination), sum, to, as_it_is, [](double) {});
     mix_->facts.publishing = published.facts;
