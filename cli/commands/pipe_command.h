@@ -15,6 +15,6 @@ bool is_pipe(const Settings& settings);
  * recording is read several times; what goes out is written once it is complete and checked.
  * Returns the exit status. Throws UsageError.
  */
-int run_pipe(const Settings& settings);
+int run_pipe(const Settings& asked);
 
 }  // namespace quorvane

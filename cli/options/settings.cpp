@@ -421,7 +421,7 @@ std::string explained_code(const Words& words) {
     if (codes.size() > 1) {
         throw UsageError("--explain takes one CODE");
     }
-    const std::string code = codes.empty() ? "" : codes.front();
+    std::string code = codes.empty() ? "" : codes.front();
     if (!code.empty() && !find_advice(code)) {
         throw UsageError(
             fmt::format("no finding has the code '{}'{}; --explain without a code "

@@ -418,9 +418,9 @@ void Batch::judge_end(const Running& ended, std::size_t place, FileFacts& facts)
     // An input that is still being written may cause an error, and its measurement covers only
     // a part of it. The worker of an output checks this before it publishes it.
     const FileState& before = ended.inputs[place];
-    const std::string& input = group_of(ended.entry)[place]->input;
+    const Entry* entry = group_of(ended.entry)[place];
     if ((facts.outcome == Outcome::Failed || facts.outcome == Outcome::Analyzed) &&
-        before.exists() && state_of(input) != before) {
+        before.exists() && state_of(entry->input) != before) {
         facts.outcome = Outcome::Failed;
         facts.cause = kChangedWhileRead;
     }

@@ -285,7 +285,9 @@ bool FolderWatch::take_event(std::uint32_t mask, int watch, const std::string& n
                                        : report_(entry, Change::Appeared);
     }
 #else
-    static_cast<void>(mask), static_cast<void>(watch), static_cast<void>(name);
+    static_cast<void>(mask);
+    static_cast<void>(watch);
+    static_cast<void>(name);
 #endif
     return false;
 }
