@@ -17,7 +17,7 @@ void add(const OptionRow& row, po::options_description& description) {
     if (row.letter) {
         names += std::string(",") + row.letter;
     }
-    if (row.argument[0] == '[') {
+    if (row.argument.rfind('[', 0) == 0) {
         // An optional argument: without "=" it is read as a PATH.
         description.add_options()(
             names.c_str(), po::value<std::string>()->implicit_value("")->value_name(row.argument),
