@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <functional>
+#include <limits>
 #include <random>
 
 #include "leveling/findings/profiler.h"
@@ -354,7 +355,7 @@ TEST(FindingsOfParts, AreThoseOfTheWhole) {
 TEST(FindingsOfSamplesThatAreNoNumbers, AreHarmless) {
     Signal signal = reading();
     signal.samples[kRate] = std::nan("");
-    signal.samples[3 * kRate] = INFINITY;
+    signal.samples[3 * kRate] = std::numeric_limits<double>::infinity();
     EXPECT_THAT(codes_of(facts_of(signal)), ElementsAre());
 }
 
