@@ -84,6 +84,7 @@ std::size_t Batch::add(const std::string& input,
 
 std::size_t Batch::add_group(const std::vector<GroupFile>& files) {
     std::vector<Entry> entries;
+    entries.reserve(files.size());
     for (const GroupFile& file : files) {
         entries.push_back({0,
                            file.input,

@@ -112,6 +112,7 @@ void refuse_conversations(std::vector<PlannedFile>& files, const std::vector<dou
         }
         for (const std::vector<std::size_t>& set : conversations_among(inputs)) {
             std::vector<PlannedFile*> tracks;
+            tracks.reserve(set.size());
             for (const std::size_t at : set) {
                 tracks.push_back(candidates[at]);
             }

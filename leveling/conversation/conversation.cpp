@@ -1,6 +1,7 @@
 #include "leveling/conversation/conversation.h"
 
 #include <algorithm>
+#include <cmath>
 #include <limits>
 #include <utility>
 
@@ -60,7 +61,7 @@ struct Conversation::Track {
     void read(const std::function<void(double)>& progress);
     LevelAnalyser measured() const;
 
-    std::size_t common_bins() const { return static_cast<std::size_t>(seconds() / kBin_s + 0.5); }
+    std::size_t common_bins() const { return static_cast<std::size_t>(std::lround(seconds() / kBin_s)); }
 };
 
 LevelAnalyser Conversation::Track::measured() const {

@@ -45,7 +45,7 @@ class Conversation {
     std::size_t tracks() const;
 
     /** Writes a track to a file of the recording's format. */
-    TrackResult render(std::size_t track, const std::string& to, const Progress& progress) const;
+    TrackResult render(std::size_t index, const std::string& to, const Progress& progress) const;
 
     /**
      * Writes the sum of all tracks as a WAV file of floats, in stereo where a track is: nothing is

@@ -42,8 +42,8 @@ enum class SpeechState {
 struct SpeechPassage {
     double from_s = 0;
     double to_s = 0;
-    double before_db;
-    double after_db;  // minus infinity where the recording was only measured
+    double before_db = 0;
+    double after_db = 0;  // minus infinity where the recording was only measured
 };
 
 /** The levels of the speech in a recording. */

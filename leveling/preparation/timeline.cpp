@@ -43,6 +43,7 @@ std::vector<Stretch> in_frames(const std::vector<Stretch>& bins,
                                long long bin_frames,
                                long long frames) {
     std::vector<Stretch> result;
+    result.reserve(bins.size());
     for (const Stretch& stretch : bins) {
         result.push_back({stretch.begin * bin_frames, std::min(stretch.end * bin_frames, frames)});
     }

@@ -226,7 +226,7 @@ void Watcher::take_events() {
                 observer_.messages(event.text);
                 break;
             case Event::Kind::Finished:
-                take_finished(event.index, std::move(event.facts));
+                take_finished(event.index, event.facts);
                 break;
             case Event::Kind::Problem:
                 observer_.problem(event.text);
