@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <exception>
 #include <filesystem>
 #include <memory>
@@ -31,7 +32,7 @@ namespace {
 
 /** "12:05". */
 std::string minutes_text(double seconds) {
-    const auto whole = static_cast<long long>(seconds + 0.5);
+    const auto whole = std::llround(seconds);
     return fmt::format("{}:{:02}", whole / 60, whole % 60);
 }
 

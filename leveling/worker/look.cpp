@@ -112,6 +112,7 @@ std::vector<FileFacts> look_into_all(const std::vector<Job>& jobs) {
 
 std::vector<std::vector<std::size_t>> conversations_of(const std::vector<Job>& jobs) {
     std::vector<std::string> inputs;
+    inputs.reserve(jobs.size());
     for (const Job& job : jobs) {
         inputs.push_back(job.input);
     }
