@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstddef>
 
+#include "leveling/preparation/curve_parts.h"
 #include "leveling/preparation/levels.h"
 
 namespace quorvane {
@@ -38,21 +39,9 @@ std::vector<Stretch> runs_of(const std::vector<bool>& values) {
     return runs;
 }
 
-double middle_of(std::vector<double> values) {
-    const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
-    std::nth_element(values.begin(), middle, values.end());
-    return *middle;
-}
-
+/** Of the owner's phrases, dB. */
 std::vector<double> gains_of(const Phrases& phrases, double goal_db) {
-    std::vector<double> gains;
-    for (const Phrase& phrase : phrases.phrases) {
-        gains.push_back(goal_db - phrase.level_db);
-    }
-    const double middle = middle_of(gains);
-    for (double& gain : gains) {
-        gain = std::clamp(gain, middle - kMostAround_db, middle + kMostAround_db);
-    }
+    std::vector<double> gains = phrase_gains(phrases, goal_db, kMostAround_db);
     for (std::size_t i = 0; i < gains.size() && gains.size() > 1; ++i) {
         const Stretch bins = phrases.phrases[i].bins;
         if (std::count(phrases.words.begin() + bins.begin, phrases.words.begin() + bins.end, true) <
@@ -63,18 +52,6 @@ std::vector<double> gains_of(const Phrases& phrases, double goal_db) {
         }
     }
     return gains;
-}
-
-void fill(std::vector<float>& curve, Stretch range, double gain) {
-    std::fill(curve.begin() + range.begin, curve.begin() + range.end, static_cast<float>(gain));
-}
-
-void ramp(std::vector<float>& curve, Stretch range, double from, double to) {
-    const auto steps = static_cast<double>(range.length() + 1);
-    for (long long i = range.begin; i < range.end; ++i) {
-        const double way = static_cast<double>(i - range.begin + 1) / steps;
-        curve[static_cast<std::size_t>(i)] = static_cast<float>(from + (to - from) * way);
-    }
 }
 
 /** Between two phrases: the lower of both gains, with a ramp to the higher one beside its phrase.

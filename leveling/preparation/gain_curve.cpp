@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <utility>
 
+#include "leveling/preparation/curve_parts.h"
 #include "leveling/preparation/levels.h"
 
 namespace quorvane {
@@ -27,31 +28,13 @@ constexpr double kLeastTrim_db = 0.01;  // rounding alone moves no gain
 constexpr double kAttack_db = 6;     // a bin, before a peak
 constexpr double kRelease_db = 1.5;  // a bin, behind it
 
-double middle_of(std::vector<double> values) {
-    const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
-    std::nth_element(values.begin(), middle, values.end());
-    return *middle;
-}
-
-std::vector<double> gains_of(const Phrases& phrases, double speech_db) {
-    std::vector<double> gains;
-    for (const Phrase& phrase : phrases.phrases) {
-        gains.push_back(speech_db - phrase.level_db);
-    }
-    const double middle = middle_of(gains);
-    for (double& gain : gains) {
-        gain = std::clamp(gain, middle - kMostAround_db, middle + kMostAround_db);
-    }
-    return gains;
-}
-
 class CurveBuilder {
   public:
     CurveBuilder(const BinLevels& levels, const Phrases& phrases, const CurveGoal& goal)
         : levels_(levels),
           phrases_(phrases.phrases),
           goal_(goal),
-          gains_(gains_of(phrases, goal.speech_db)),
+          gains_(phrase_gains(phrases, goal.speech_db, kMostAround_db)),
           gains_without_peaks_(gains_),
           mean_(mean_gain()),
           curve_(levels.speech_db.size()) {}
@@ -129,19 +112,9 @@ class CurveBuilder {
         return sum / seconds;
     }
 
-    void fill(Stretch range, double gain) {
-        for (long long i = range.begin; i < range.end; ++i) {
-            curve_[static_cast<std::size_t>(i)] = static_cast<float>(gain);
-        }
-    }
+    void fill(Stretch range, double gain) { quorvane::fill(curve_, range, gain); }
 
-    void ramp(Stretch range, double from, double to) {
-        const auto steps = static_cast<double>(range.length() + 1);
-        for (long long i = range.begin; i < range.end; ++i) {
-            const double way = static_cast<double>(i - range.begin + 1) / steps;
-            curve_[static_cast<std::size_t>(i)] = static_cast<float>(from + (to - from) * way);
-        }
-    }
+    void ramp(Stretch range, double from, double to) { quorvane::ramp(curve_, range, from, to); }
 
     /** A pause's gain is at most that of its neighbours and the mean. */
     void lower_pause(const Stretch& pause) {
