@@ -80,15 +80,6 @@ std::vector<std::int64_t> cuts_of(const std::vector<Window>& windows, const Wind
     return cuts;
 }
 
-SF_INFO info_of(const SndfileHandle& file) {
-    SF_INFO info{};
-    info.frames = file.frames();
-    info.samplerate = file.samplerate();
-    info.channels = file.channels();
-    info.format = file.format();
-    return info;
-}
-
 /**
  * Meters over one half of a file, or all of it. Reads through the engine's source, which moves
  * plain samples in large blocks. The file is opened here, since measurements run beside the engine,

@@ -27,6 +27,15 @@ SndfileHandle open_to_read(const std::string& path) {
     return checked(SndfileHandle(path));
 }
 
+SF_INFO info_of(const SndfileHandle& file) {
+    SF_INFO info{};
+    info.frames = file.frames();
+    info.samplerate = file.samplerate();
+    info.channels = file.channels();
+    info.format = file.format();
+    return info;
+}
+
 SndfileHandle open_to_write(const std::string& path, int format, int channels, int sample_rate_hz) {
     return checked(SndfileHandle(path, SFM_WRITE, format, channels, sample_rate_hz));
 }

@@ -18,6 +18,9 @@ constexpr long long kReadFrames = 16384;
 SndfileHandle open_to_read(const std::string& path);
 SndfileHandle open_to_write(const std::string& path, int format, int channels, int sample_rate_hz);
 
+/** The length, rate, channels and format of an open file. */
+SF_INFO info_of(const SndfileHandle& file);
+
 /** Opens a WAV or AIFF file that stands behind so many other bytes. Throws as the others do. */
 SndfileHandle open_behind(const std::string& path, std::uint64_t bytes);
 

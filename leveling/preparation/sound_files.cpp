@@ -7,15 +7,6 @@
 namespace quorvane {
 namespace {
 
-SF_INFO info_of(const SndfileHandle& file) {
-    SF_INFO info{};
-    info.frames = file.frames();
-    info.samplerate = file.samplerate();
-    info.channels = file.channels();
-    info.format = file.format();
-    return info;
-}
-
 std::optional<quorvane::Dither> dither_for(int format, int channels, int sample_rate_hz) {
     const int bits = quorvane::dithered_bits(format);
     return bits > 0 ? std::optional<quorvane::Dither>(std::in_place, channels, sample_rate_hz, bits)
