@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <cstring>
-#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <memory>
@@ -37,15 +36,6 @@ namespace fs = std::filesystem;
 namespace {
 
 using Json = nlohmann::ordered_json;
-
-std::string time_now() {
-    const std::time_t now = std::time(nullptr);
-    std::tm parts{};
-    gmtime_r(&now, &parts);
-    char text[32];
-    std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &parts);
-    return text;
-}
 
 /** Shows a watch on the screen, in the log and in the lines of JSON. */
 class ShownWatch : public WatchObserver {
@@ -88,7 +78,7 @@ class ShownWatch : public WatchObserver {
         static const Settings kNoJson;
         JsonLines none(kNoJson);
         tell_finished(settings_, facts, Files::Several, screen_, none);
-        lines_.write({{"event", "finished"}, {"time", time_now()}}, &facts);
+        lines_.write({{"event", "finished"}, {"time", utc_time_now()}}, &facts);
     }
 
     void problem(const std::string& text) override {
@@ -112,7 +102,7 @@ class ShownWatch : public WatchObserver {
 
   private:
     void event(const char* name, const Json& members) {
-        Json document = {{"event", name}, {"time", time_now()}};
+        Json document = {{"event", name}, {"time", utc_time_now()}};
         document.update(members);
         lines_.write(document, nullptr);
     }

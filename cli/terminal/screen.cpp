@@ -10,7 +10,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <ctime>
 #include <sstream>
 
 #include "leveling/words/text.h"
@@ -145,12 +144,8 @@ void Screen::log(const std::string& text) {
     if (!log_) {
         return;
     }
-    const std::time_t now = std::time(nullptr);
-    std::tm parts{};
     // UTC, so that logs of several machines can be put together.
-    gmtime_r(&now, &parts);
-    char time[32];
-    std::strftime(time, sizeof time, "%Y-%m-%dT%H:%M:%SZ ", &parts);
+    const std::string time = utc_time_now() + " ";
     std::string lines;
     std::istringstream in(text);
     for (std::string line; std::getline(in, line);) {

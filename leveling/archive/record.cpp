@@ -7,10 +7,10 @@
 
 #include <algorithm>
 #include <cstring>
-#include <ctime>
 #include <filesystem>
 
 #include "leveling/archive/content_hash.h"
+#include "leveling/words/text.h"
 
 /*
  * Where an archive remembers what is done.
@@ -48,15 +48,6 @@ constexpr int kPublished = 3;  // gain and limiter of a destination, on either w
 
 std::int64_t nanoseconds(const timespec& time) {
     return static_cast<std::int64_t>(time.tv_sec) * 1'000'000'000 + time.tv_nsec;
-}
-
-std::string now_text() {
-    const std::time_t now = std::time(nullptr);
-    std::tm parts{};
-    gmtime_r(&now, &parts);
-    char text[32];
-    std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &parts);
-    return text;
 }
 
 /** The name as it stands in a line, with its quotes. Bytes that are not UTF-8 are replaced, so two
@@ -153,7 +144,7 @@ std::string to_line(const DoneRecord& record) {
     json["options"] = record.options;
     json["arithmetic"] = record.arithmetic.version;
     json["way"] = record.arithmetic.way;
-    json["done"] = now_text();
+    json["done"] = utc_time_now();
     json["facts"] = to_json(facts);
     return dump(json) + "\n";
 }

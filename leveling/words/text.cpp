@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <ctime>
 #include <vector>
 
 /*
@@ -132,6 +133,15 @@ std::string clock_text(double seconds) {
         return fmt::format("{}:{:02}:{:02}", total / 3600, total / 60 % 60, total % 60);
     }
     return fmt::format("{}:{:02}", total / 60, total % 60);
+}
+
+std::string utc_time_now() {
+    const std::time_t now = std::time(nullptr);
+    std::tm parts{};
+    gmtime_r(&now, &parts);
+    char text[32];
+    std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &parts);
+    return text;
 }
 
 }  // namespace quorvane

@@ -22,4 +22,7 @@ std::string fit(const std::string& text, std::size_t columns);
 /** "0:07", "12:34", "1:02:03". */
 std::string clock_text(double seconds);
 
+/** The time of day in UTC after ISO 8601: "2026-11-22T12:30:00Z". */
+std::string utc_time_now();
+
 }  // namespace quorvane
