@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "leveling/advice/finding_words.h"
+#include "leveling/facts/finding_json.h"
 #include "leveling/words/text.h"
 
 namespace quorvane {
@@ -14,21 +15,9 @@ namespace {
 
 constexpr std::size_t kMostOfACode = 3;
 
-const char* word_of(Severity severity) {
-    switch (severity) {
-        case Severity::Problem:
-            return "problem";
-        case Severity::Warning:
-            return "warning";
-        case Severity::Note:
-            return "note";
-    }
-    return "";
-}
-
 std::string painted(Severity severity, const Screen& screen) {
     const char* color = severity == Severity::Problem ? "31" : "33";
-    return severity == Severity::Note ? word_of(severity) : screen.paint(word_of(severity), color);
+    return severity == Severity::Note ? to_text(severity) : screen.paint(to_text(severity), color);
 }
 
 /** "problem: 8.8 % of the recording is clipped (0:12, 0:40). Repair it ... (--explain clipped)" */

@@ -7,6 +7,7 @@
 #include "leveling/advice/advice_table.h"
 #include "leveling/advice/finding_words.h"
 #include "leveling/facts/destinations.h"
+#include "leveling/facts/finding_json.h"
 #include "leveling/facts/preparation_words.h"
 #include "leveling/publish/verdict.h"
 #include "leveling/report/heard.h"
@@ -215,8 +216,8 @@ std::string findings_part(const FileFacts& facts) {
             }
             const Advice* advice = find_advice(finding.code);
             const std::string now = advice_of(finding, Face::Page);
-            list += fmt::format("<li class=\"{}\"><p><b>{}</b> {}</p>\n", severity_text(severity),
-                                severity_text(severity), escape_html(sentence_of(finding)));
+            list += fmt::format("<li class=\"{}\"><p><b>{}</b> {}</p>\n", to_text(severity),
+                                to_text(severity), escape_html(sentence_of(finding)));
             list += place_marks(finding);
             if (advice) {
                 list += fmt::format(

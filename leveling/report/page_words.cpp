@@ -71,16 +71,4 @@ std::string shown_gain(double value) {
     return rounded == 0 ? "0.0" : fmt::format("{:+.1f}", rounded);
 }
 
-const char* severity_text(Severity severity) {
-    switch (severity) {
-        case Severity::Problem:
-            return "problem";
-        case Severity::Warning:
-            return "warning";
-        case Severity::Note:
-            return "note";
-    }
-    return "";
-}
-
 }  // namespace quorvane

@@ -30,9 +30,6 @@ std::string shown(double value);
 /** A change in dB with its sign; what rounds to nothing has none. */
 std::string shown_gain(double value);
 
-/** "problem", "warning", "note" */
-const char* severity_text(Severity severity);
-
 /** Which norms the numbers follow, and which version wrote them, for who compares later. */
 std::string footer();
 
