@@ -55,10 +55,13 @@ std::vector<OptionRow> own_options() {
          "codec for the leveled audio of a video or other media file (default: the input's)"},
 
         {G::Work, "target", 0, "TARGET", C::Destination, "the same as --for"},
+        {G::Work, "channels", 0, "USE", C::Channels,
+         "what a file's channels are to each other: tracks (a microphone for each voice), dialogue "
+         "(in the centre channel), curve (one sound), each (nothing); default: by what the file "
+         "says and holds; of stereo files: one sound"},
         {G::Work, "together", 0, "", C::None,
          "the PATHs are the tracks of one conversation, one for each voice: level each voice by "
-         "its "
-         "own turns, and lower what it leaves in the other tracks"},
+         "its own turns, and lower what it leaves in the other tracks"},
         {G::Work, "mix", 0, "FILE", C::File,
          "with --together: also write the sum of the leveled tracks, for the delivery target of "
          "--for where one is named"},
@@ -199,6 +202,8 @@ std::vector<const char*> choices(Completion completion) {
             return {"0", "8", "16", "24", "32"};
         case Completion::CostFunction:
             return {"SSD0", "MSD0"};
+        case Completion::Channels:
+            return {"tracks", "dialogue", "curve", "each"};
         case Completion::Destination: {
             std::vector<const char*> words;
             for (const Destination& destination : destinations()) {

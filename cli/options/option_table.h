@@ -13,7 +13,17 @@ namespace quorvane {
 enum class OptionGroup { First, Output, Work, Facts, Display, Tuning, Other };
 
 /** What a shell may offer after the option. */
-enum class Completion { None, File, Directory, When, BitDepth, CostFunction, Destination, Finding };
+enum class Completion {
+    None,
+    File,
+    Directory,
+    When,
+    BitDepth,
+    CostFunction,
+    Destination,
+    Finding,
+    Channels
+};
 
 /**
  * One option of the program. The parser, the help, the manual page and the shells' completions are

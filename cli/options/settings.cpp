@@ -12,6 +12,7 @@
 #include "cli/options/help.h"
 #include "cli/options/option_table.h"
 #include "leveling/advice/advice_table.h"
+#include "leveling/channels/layout.h"
 #include "leveling/facts/destinations.h"
 #include "leveling/facts/nearest_word.h"
 #include "leveling/facts/own_destination.h"
@@ -141,6 +142,8 @@ void refuse_with_together(const Settings& settings) {
             throw UsageError(text);
         }
     };
+    refuse(settings.plain && !settings.channels.empty(),
+           "--plain is the engine alone, which takes one sound of one or two channels");
     refuse(!settings.mix.empty() && !settings.together, "--mix belongs to --together");
     if (!settings.together) {
         return;
@@ -149,6 +152,8 @@ void refuse_with_together(const Settings& settings) {
     refuse(!settings.output.empty(),
            "--output names one file, and --together writes one for each track; --output-dir names "
            "a folder");
+    refuse(!settings.channels.empty(),
+           "--channels is for files with several channels, --together for several files");
     refuse(settings.analyze, "--together levels, so it excludes --analyze");
     refuse(settings.plain, "--plain is the engine alone, which levels no tracks together");
     refuse(!settings.tuning.empty(),
@@ -359,6 +364,11 @@ void read_places(const Words& words, Settings& settings) {
         }
     }
     words.read("mix", settings.mix);
+    words.read("channels", settings.channels);
+    if (ChannelUse use{}; !settings.channels.empty() && !use_from_text(settings.channels, use)) {
+        throw UsageError(fmt::format("--channels takes tracks, dialogue, curve or each, not '{}'",
+                                     settings.channels));
+    }
     words.read("files-from", settings.files_from);
     words.read("watch", settings.watch);
     words.read("on-done", settings.on_done);

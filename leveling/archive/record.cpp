@@ -154,7 +154,8 @@ std::string options_key(const std::vector<std::string>& tuning,
                         int audio_stream,
                         const std::string& audio_codec,
                         const std::string& destination,
-                        const std::string& group) {
+                        const std::string& group,
+                        const std::string& channels) {
     const std::string file_word = "--options-file=";
     std::string key;
     for (const std::string& word : tuning) {
@@ -164,6 +165,9 @@ std::string options_key(const std::vector<std::string>& tuning,
     }
     if (audio_stream != 0 || !audio_codec.empty()) {
         key += fmt::format("stream={} codec={} ", audio_stream, audio_codec);
+    }
+    if (!channels.empty()) {
+        key += fmt::format("channels={} ", channels);
     }
     if (!group.empty()) {
         key += fmt::format("together={} ", group);

@@ -86,7 +86,8 @@ std::string options_key(const std::vector<std::string>& tuning,
                         int audio_stream = 0,
                         const std::string& audio_codec = "",
                         const std::string& destination = "",
-                        const std::string& group = "");
+                        const std::string& group = "",
+                        const std::string& channels = "");
 
 /** The group of options_key(): which files are leveled together, by their names. */
 std::string group_key(const std::vector<std::string>& inputs);

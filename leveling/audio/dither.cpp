@@ -63,6 +63,10 @@ Dither::Dither(int channels, int sample_rate_hz, int bits)
     }
 }
 
+void Dither::keep_exact(int channel) {
+    channels_[static_cast<std::size_t>(channel)].exact = true;
+}
+
 void Dither::follow_silence(const double* frame) {
     ++taken_;
     for (std::size_t i = 0; i < channels_.size(); ++i) {
@@ -79,7 +83,7 @@ void Dither::write_frame(const double* frame, std::int16_t* to) {
         const Channel& channel = channels_[i];
         const double steps = frame[i] * full_scale_;
         const bool silent = given_ < channel.silent_end && rounded_down(steps + 0.5) == 0;
-        const double noise = silent ? 0 : triangular(mixed(channel.key + given_));
+        const double noise = silent || channel.exact ? 0 : triangular(mixed(channel.key + given_));
         const double rounded =
             rounded_down(std::clamp(steps + noise + 0.5, -full_scale_, full_scale_ - 1));
         to[i] = static_cast<std::int16_t>(static_cast<int>(rounded) * (1 << shift_));

@@ -35,6 +35,9 @@ class Dither {
 
     Dither(int channels, int sample_rate_hz, int bits);
 
+    /** A channel that was not changed: its samples get no noise. */
+    void keep_exact(int channel);
+
     /**
      * The next frames, interleaved, full scale 1.0. `source` holds the same frames of the recording
      * that the samples were made from, for its silence; the samples themselves where there is none.
@@ -52,6 +55,7 @@ class Dither {
   private:
     struct Channel {
         std::uint64_t key = 0;         // of its noise
+        bool exact = false;            // without noise
         std::size_t silent_run = 0;    // frames of silence up to the last one
         std::uint64_t silent_end = 0;  // the frames before it are in the last long silence, or done
     };

@@ -151,7 +151,7 @@ void judge_outputs(const Request& request, std::vector<PlannedFile>& files) {
     const std::string group = group_key(tracks_of(files));
     const auto judge_for = [&](const std::string& place, const std::string& together) {
         return UpToDate(options_key(request.tuning, request.measure, request.audio_stream,
-                                    request.audio_codec, place, together),
+                                    request.audio_codec, place, together, request.channels),
                         request.verify ? Proof::Content : Proof::SizeAndTime,
                         arithmetic_of(request.plain ? Way::Plain : Way::Prepared, place));
     };

@@ -1,47 +1,18 @@
 #include "leveling/conversation/conversation.h"
 
 #include <algorithm>
-#include <cmath>
-#include <limits>
 #include <utility>
 
 #include "Common/stream/pump.h"
-#include "leveling/conversation/balance.h"
 #include "leveling/conversation/mix.h"
-#include "leveling/conversation/voices.h"
+#include "leveling/conversation/plan.h"
 #include "leveling/preparation/bin_levels.h"
 #include "leveling/preparation/evenness.h"
-#include "leveling/preparation/gain_curve.h"
-#include "leveling/preparation/levels.h"
 #include "leveling/preparation/rendering.h"
 #include "leveling/preparation/rumble.h"
 #include "leveling/preparation/sound_files.h"
 
 namespace quorvane {
-namespace {
-
-constexpr double kCeiling_db = -1;
-
-/** A series in bins of another length, or another number of them: by the nearest moment. */
-template <class Value>
-std::vector<Value> in_bins(const std::vector<Value>& values,
-                           double step_s,
-                           double new_step_s,
-                           std::size_t count,
-                           Value behind) {
-    std::vector<Value> result(count, behind);
-    for (std::size_t i = 0; i < count; ++i) {
-        const double middle_s = (static_cast<double>(i) + 0.5) * new_step_s;
-        const auto at = static_cast<std::size_t>(middle_s / step_s);
-        if (at < values.size()) {
-            result[i] = values[at];
-        }
-    }
-    return result;
-}
-
-}  // namespace
-
 struct Conversation::Track {
     std::string recording;
     int channels = 0;
@@ -51,17 +22,12 @@ struct Conversation::Track {
     BinLevels levels;
     std::vector<Section> high_pass;
     bool has_rumble = false;
-    TrackSpeech speech;           // in bins of the track's own
-    std::vector<float> curve_db;  // likewise
+    TrackPlan plan;
 
     double bin_s() const { return static_cast<double>(bin_frames) / sample_rate_hz; }
 
-    double seconds() const { return static_cast<double>(levels.count()) * bin_s(); }
-
     void read(const std::function<void(double)>& progress);
     LevelAnalyser measured() const;
-
-    std::size_t common_bins() const { return static_cast<std::size_t>(std::lround(seconds() / kBin_s)); }
 };
 
 LevelAnalyser Conversation::Track::measured() const {
@@ -110,44 +76,13 @@ void Conversation::analyse(const Progress& progress) {
         track->read([&](double part) { progress((done + part) / count); });
         done += 1;
     }
-    find_gains();
-}
-
-void Conversation::find_gains() {
-    std::size_t bins = 0;
+    std::vector<MeasuredTrack> measured;
     for (const auto& track : tracks_) {
-        bins = std::max(bins, track->common_bins());
+        measured.push_back({&track->levels, track->bin_s()});
     }
-    std::vector<std::vector<float>> levels;
-    for (const auto& track : tracks_) {
-        levels.push_back(in_bins(track->levels.speech_db, track->bin_s(), kBin_s, bins,
-                                 static_cast<float>(kSilence_db)));
-    }
-    const Voices voices = find_voices(levels);
-    std::vector<BalancedTrack> balanced;
+    std::vector<TrackPlan> plans = plan_tracks(measured);
     for (std::size_t i = 0; i < tracks_.size(); ++i) {
-        Track& track = *tracks_[i];
-        const auto count = static_cast<std::size_t>(track.levels.count());
-        const auto in_own_bins = [&](const std::vector<bool>& values) {
-            return in_bins<bool>(values, kBin_s, track.bin_s(), count, false);
-        };
-        track.speech.own = in_own_bins(voices.speaks[i]);
-        track.speech.others = in_own_bins(others_speak(voices, i));
-        track.speech.phrases = find_own_phrases(track.levels.weighted_db, track.speech.own);
-    }
-    balance();
-}
-
-/** Moves each voice's goal until all are equally loud in the mix. */
-void Conversation::balance() {
-    std::vector<BalancedTrack> balanced;
-    for (const auto& track : tracks_) {
-        balanced.push_back({&track->speech, &track->levels, track->bin_s()});
-    }
-    const std::vector<std::vector<float>> curves = balanced_curves(balanced);
-    for (std::size_t i = 0; i < tracks_.size(); ++i) {
-        tracks_[i]->curve_db = curves[i];
-        lower_for_peaks(tracks_[i]->levels.peak, kCeiling_db, tracks_[i]->curve_db);
+        tracks_[i]->plan = std::move(plans[i]);
     }
 }
 
@@ -159,16 +94,14 @@ TrackResult Conversation::render(std::size_t index,
     OutputFile out(to, track.format, track.channels, track.sample_rate_hz);
     result.preparation.dithered = out.is_dithered();
     result.preparation.steep_high_pass = track.has_rumble;
-    result.preparation.phrases = static_cast<int>(track.speech.phrases.phrases.size());
-    if (!track.speech.phrases.phrases.empty()) {
+    result.preparation.phrases = static_cast<int>(track.plan.speech.phrases.phrases.size());
+    if (!track.plan.speech.phrases.phrases.empty()) {
         result.preparation.background_under_speech_db =
-            background_under(track.speech.phrases, track.levels.weighted_db, {});
+            background_under(track.plan.speech.phrases, track.levels.weighted_db, {});
     }
-    result.leveling = leveling_of_phrases(track.speech.phrases, track.curve_db);
-    const auto own = std::count(track.speech.own.begin(), track.speech.own.end(), true);
-    result.speaks_s =
-        track.speech.phrases.phrases.empty() ? 0 : static_cast<double>(own) * track.bin_s();
-    render_with_curve(track.recording, track.high_pass, track.curve_db, track.bin_frames, out,
+    result.leveling = leveling_of_phrases(track.plan.speech.phrases, track.plan.curve_db);
+    result.speaks_s = track.plan.speaks_s(track.bin_s());
+    render_with_curve(track.recording, track.high_pass, track.plan.curve_db, track.bin_frames, out,
                       progress);
     return result;
 }
@@ -176,8 +109,8 @@ TrackResult Conversation::render(std::size_t index,
 void Conversation::render_mix(const std::string& to, const Progress& progress) const {
     std::vector<MixedTrack> mixed;
     for (const auto& track : tracks_) {
-        mixed.push_back({track->recording, track->high_pass, track->curve_db, track->bin_frames,
-                         track->channels, track->sample_rate_hz});
+        mixed.push_back({track->recording, track->high_pass, track->plan.curve_db,
+                         track->bin_frames, track->channels, track->sample_rate_hz});
     }
     mix_tracks(mixed, to, progress);
 }

@@ -6,9 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "leveling/conversation/track_gains.h"
 #include "leveling/facts/run_facts.h"
-#include "leveling/preparation/sections.h"
 
 /*
  * A conversation that was recorded on a track for each voice, all from the same moment on. Each
@@ -55,9 +53,6 @@ class Conversation {
 
   private:
     struct Track;
-
-    void find_gains();
-    void balance();
 
     std::vector<std::unique_ptr<Track>> tracks_;
 };

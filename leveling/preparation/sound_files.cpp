@@ -40,6 +40,20 @@ OutputFile::OutputFile(int descriptor, int format, int channels, int sample_rate
     file_.command(SFC_SET_CLIPPING, nullptr, SF_TRUE);
 }
 
+void OutputFile::set_channel_map(const std::vector<int>& map) {
+    if (!map.empty()) {
+        std::vector<int> places = map;
+        file_.command(SFC_SET_CHANNEL_MAP_INFO, places.data(),
+                      static_cast<int>(places.size() * sizeof(int)));
+    }
+}
+
+void OutputFile::keep_exact(int channel) {
+    if (dither_) {
+        dither_->keep_exact(channel);
+    }
+}
+
 void OutputFile::take(const double* samples, const double* recording, long long frames) {
     frames_ += frames;
     if (dither_) {

@@ -40,6 +40,12 @@ class OutputFile {
     OutputFile(const std::string& path, int format, int channels, int sample_rate_hz);
     OutputFile(int descriptor, int format, int channels, int sample_rate_hz);
 
+    /** The places of the channels, libsndfile's names; nothing where there are none. */
+    void set_channel_map(const std::vector<int>& map);
+
+    /** A channel whose samples are those of the input: they get no dither. */
+    void keep_exact(int channel);
+
     /** Interleaved frames, and the same frames of the recording that they were made from. */
     void take(const double* samples, const double* recording, long long frames);
 

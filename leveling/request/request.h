@@ -82,6 +82,7 @@ struct FileWork {
     bool keep_mtime = false;                // the output gets the input's modification time
     bool force = false;                     // replace outputs that exist
     bool redo_changed = false;              // replace the outputs of inputs that changed
+    std::string channels;                   // a word of --channels; empty: chosen for each file
     bool together = false;                  // all are the tracks of one conversation
     bool separate = false;                  // none is, whatever it looks like
     std::string mix;                        // the file for the mix of the tracks; empty: none

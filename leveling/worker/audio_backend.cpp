@@ -8,6 +8,7 @@
 
 #include "Common/units.h"
 #include "leveling/audio/sound_file.h"
+#include "leveling/channels/channel_leveling.h"
 #include "leveling/facts/file_error.h"
 #include "leveling/worker/media_module.h"
 #include "leveling/worker/sound_file_backend.h"
@@ -43,10 +44,11 @@ void refuse_empty(const std::string& path) {
 
 }  // namespace
 
-void require_channels(const FileFacts& facts) {
-    if (facts.channels > kMostChannels) {
-        throw FileError(fmt::format("it has {} channels, at most {} can be leveled", facts.channels,
-                                    kMostChannels));
+void require_channels(const FileFacts& facts, const JobOptions& options) {
+    const int most = options.plain || !options.group.empty() ? kMostChannels : kMostFileChannels;
+    if (facts.channels > most) {
+        throw FileError(
+            fmt::format("it has {} channels, at most {} can be leveled", facts.channels, most));
     }
 }
 

@@ -95,7 +95,7 @@ class AudioBackend {
 };
 
 /** Throws FileError where probed facts show more channels than can be leveled. */
-void require_channels(const FileFacts& facts);
+void require_channels(const FileFacts& facts, const JobOptions& options);
 
 /**
  * The backend for the job's input. Throws FileError where libsndfile does not read it and the

@@ -27,7 +27,7 @@ namespace {
 
 std::string key_of(const JobOptions& options) {
     return options_key(options.tuning, options.measure, options.audio_stream, options.audio_codec,
-                       options.destination, options.group);
+                       options.destination, options.group, options.channels);
 }
 
 Arithmetic arithmetic_for(const JobOptions& options) {

@@ -14,6 +14,7 @@ JobOptions job_options(const FileWork& work) {
     options.salvage = work.salvage;
     options.audio_stream = work.audio_stream;
     options.audio_codec = work.audio_codec;
+    options.channels = work.channels;
     options.destination = work.destinations.empty() ? "" : work.destinations.front();
     return options;
 }

@@ -25,6 +25,7 @@ struct JobOptions {
     int audio_stream = 0;      // counted from 1; 0: the default one, below 0: all
     std::string audio_codec;   // empty: the source's
     std::string destination;   // what the output is for, a word of --for; empty: nothing
+    std::string channels;      // what they are to each other, a word of --channels; empty: chosen
     std::string group;         // which files are leveled together with it; empty: none
 };
 
@@ -52,6 +53,7 @@ NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(JobOptions,
                                    audio_stream,
                                    audio_codec,
                                    destination,
+                                   channels,
                                    group)
 
 /** What a worker process is told to do with one file. Paths are absolute. */

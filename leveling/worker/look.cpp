@@ -82,7 +82,7 @@ FileFacts look_into(const Job& job) {
         }
         backend->probe(facts);
         if (!job.output.empty()) {
-            require_channels(facts);
+            require_channels(facts, job.options);
         }
     } catch (const std::exception& error) {
         facts.outcome = Outcome::Failed;

@@ -15,9 +15,11 @@
 #include <vector>
 
 #include "Common/stream/helper_thread.h"
+#include "Common/units.h"
 #include "leveling/archive/content_hash.h"
 #include "leveling/archive/record.h"
 #include "leveling/audio/measure.h"
+#include "leveling/channels/channel_leveling.h"
 #include "leveling/engine/engine_run.h"
 #include "leveling/engine/output_gate.h"
 #include "leveling/facts/destinations.h"
@@ -47,7 +49,7 @@ void probe(Work& work) {
     work.backend = make_backend(work.job);
     work.backend->probe(work.facts);
     if (!work.job.output.empty()) {
-        require_channels(work.facts);
+        require_channels(work.facts, work.job.options);
     }
 }
 
@@ -64,7 +66,10 @@ InputReading read_input(const std::string& file, const std::function<void(double
 void take_measurement(Work& work, const InputReading& reading) {
     const Loudness& before = reading.loudness;
     work.facts.before = before;
-    add_findings(reading.profile, work.facts);
+    // The profile is of two channels: of more it would describe the ambience.
+    if (work.facts.channels <= kMostChannels) {
+        add_findings(reading.profile, work.facts);
+    }
     if (before.sample_peak_dbfs > 0 && !work.job.output.empty()) {
         work.facts.notes.push_back(
             fmt::format("has peaks of {:+.1f} dBFS; what lies above 0 dBFS is cut off before "
@@ -157,6 +162,17 @@ PreparedResult level_plainly(const PreparedRun& run,
             result.leveling, std::nullopt,    result.note};
 }
 
+/** Whether a file's channels are more than one sound of one or two; use: as it was asked for. */
+bool takes_channels_apart(const Work& work, std::optional<ChannelUse>& use) {
+    ChannelUse asked{};
+    if (use_from_text(work.job.options.channels, asked)) {
+        use = asked;
+    }
+    // What is one sound already needs no other way for that.
+    return work.facts.channels > kMostChannels ||
+           (work.facts.channels == kMostChannels && use && *use != ChannelUse::Curve);
+}
+
 /** Levels one of the file's sounds; the facts describe the first. */
 void level_sound(Work& work, std::size_t index) {
     const std::string& input = work.engine_inputs[index];
@@ -165,7 +181,9 @@ void level_sound(Work& work, std::size_t index) {
                     work.job.scratch, work.job.options.tuning};
     const bool is_output = work.engine_inputs.size() == 1 && work.job.options.destination.empty();
     const auto room = is_output ? work.backend->room_in_place() : std::nullopt;
-    if (room) {
+    std::optional<ChannelUse> use;
+    const bool apart = takes_channels_apart(work, use);
+    if (room && !apart) {
         run.open_place = [&] { return open_place(work, *room); };
     }
     const auto count = static_cast<double>(work.engine_inputs.size());
@@ -174,7 +192,8 @@ void level_sound(Work& work, std::size_t index) {
     };
     const PreparedResult result = work.job.options.plain
                                       ? level_plainly(run, work.job.output, progress)
-                                      : level_prepared(run, progress);
+                                  : apart ? level_channels(run, use, progress)
+                                          : level_prepared(run, progress);
     if (result.in_place) {
         tell_of_output(work, [&] { complete(work, *room, run.output); });
     }

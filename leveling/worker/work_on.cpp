@@ -3,6 +3,7 @@
 #include <chrono>
 #include <exception>
 
+#include "Common/units.h"
 #include "leveling/archive/record.h"
 #include "leveling/facts/file_error.h"
 #include "leveling/findings/findings.h"
@@ -36,7 +37,9 @@ WorkResult work_on(const Job& job, const std::function<void(double)>& progress) 
     std::int64_t bytes = 0;
     try {
         run_stages(work, progress);
-        add_results(state_of(job.input).size, work.facts);
+        if (work.facts.channels <= kMostChannels) {
+            add_results(state_of(job.input).size, work.facts);
+        }
         bytes = job.output.empty() ? 0 : state_of(job.part).size;
     } catch (const std::exception& error) {
         work.facts.outcome = Outcome::Failed;
