@@ -158,7 +158,7 @@ std::string program_of(const std::string& program) {
         return "";
     }
     std::error_code error;
-    const std::string path = fs::absolute(program, error).string();
+    std::string path = fs::absolute(program, error).string();
     if (!fs::is_regular_file(path, error) || access(path.c_str(), X_OK) != 0) {
         throw UsageError(
             fmt::format("--on-done {} is not a program that can be run; name its path", program));

@@ -9,6 +9,6 @@ namespace quorvane {
  * Returns the exit status: 0 after a signal, whatever became of single files, which is reported
  * when it happens.
  */
-int run_watch(const Settings& settings);
+int run_watch(const Settings& asked);
 
 }  // namespace quorvane
