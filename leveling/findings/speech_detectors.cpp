@@ -88,6 +88,26 @@ std::vector<double> decay_times(const std::vector<double>& levels, double above,
     return times_s;
 }
 
+/** A phrase's level and how many bins of it are words. */
+struct Group {
+    double level_db;
+    double words;
+};
+
+/**
+ * The mean level of the louder half of so many words, the loudest ones. The owner of a microphone
+ * is near and far by turns; what spills in is as far as ever.
+ */
+double loudest_half_of(const std::vector<Group>& groups, double words) {
+    double sum = 0;
+    double taken = 0;
+    for (auto group = groups.rbegin(); group != groups.rend() && taken < words / 2; ++group) {
+        sum += group->words * group->level_db;
+        taken += group->words;
+    }
+    return sum / taken;
+}
+
 /** How many there are, where both channels break at once counted once. */
 double count_apart(std::vector<FindingPlace> places) {
     std::sort(places.begin(), places.end(), [](const FindingPlace& one, const FindingPlace& other) {
@@ -125,20 +145,13 @@ Measured measure_reverberation(const SpeechView& view) {
 
 Measured measure_spill(const SpeechView& view) {
     Measured found;
-
-    struct Group {
-        double level_db;
-        double words;
-        const Phrase* phrase;
-    };
-
     std::vector<Group> groups;
     double all = 0;
     for (const Phrase& phrase : view.phrases.phrases) {
         const auto begin = view.phrases.words.begin();
         const auto words = static_cast<double>(
             std::count(begin + phrase.bins.begin, begin + phrase.bins.end, true));
-        groups.push_back({phrase.level_db, words, &phrase});
+        groups.push_back({phrase.level_db, words});
         all += words;
     }
     std::stable_sort(groups.begin(), groups.end(), [](const Group& one, const Group& other) {
@@ -146,10 +159,6 @@ Measured measure_spill(const SpeechView& view) {
     });
     double low_words = 0;
     double low_sum = 0;
-    double sum = 0;
-    for (const Group& group : groups) {
-        sum += group.words * group.level_db;
-    }
     double border_db = 0;
     for (std::size_t i = 0; i + 1 < groups.size(); ++i) {
         low_words += groups[i].words;
@@ -159,7 +168,7 @@ Measured measure_spill(const SpeechView& view) {
             groups[i + 1].level_db - groups[i].level_db < kLeastBetween_db) {
             continue;
         }
-        const double apart = (sum - low_sum) / high_words - low_sum / low_words;
+        const double apart = loudest_half_of(groups, high_words) - low_sum / low_words;
         if (apart > found.badness) {
             found.badness = apart;
             border_db = groups[i].level_db;

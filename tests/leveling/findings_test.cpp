@@ -170,14 +170,19 @@ Signal dropped() {
     });
 }
 
-Signal guest_track() {
+/**
+ * Turns of a voice and of another one so much below. Every second turn of its own is `farther`, the
+ * gain of its owner who leans back.
+ */
+Signal guest_track(double spill, double farther) {
     const auto quarter = static_cast<std::ptrdiff_t>(reading().samples.size() / 4);
     std::vector<Signal> parts;
     for (int part = 0; part < 4; ++part) {
         const auto begin = reading().samples.begin() + part * quarter;
         const Signal own{kRate, 1, {begin, begin + quarter}};
-        parts.push_back(louder(own, part < 2 ? 1 : 4));
-        parts.push_back(louder(own, part < 2 ? 0.04 : 0.16));  // 28 dB below
+        const double even = part < 2 ? 1 : 4;  // the reading's second half is 12 dB quieter
+        parts.push_back(louder(own, part % 2 == 0 ? even : even * farther));
+        parts.push_back(louder(own, even * spill));
     }
     return signals::join(parts);
 }
@@ -254,7 +259,10 @@ INSTANTIATE_TEST_SUITE_P(
         Fault{"wind", [] { return with_wind(reading(), 0.05); }, "rumble", kWarning, -4, 4, ""},
         Fault{"a long pause", with_pause, "long-pauses", kNote, 0.33, 0.02, ""},
         Fault{"dropouts", dropped, "dropouts", kWarning, 7, 0, ""},
-        Fault{"a guest's track", guest_track, "spill", kWarning, 28, 1.5, ""},
+        Fault{"a guest's track", [] { return guest_track(0.04, 1); }, "spill", kWarning, 29, 1.5,
+              ""},
+        Fault{"a guest near and far", [] { return guest_track(0.04, 0.25); }, "spill", kWarning, 28,
+              3, ""},
         Fault{"music", [] { return with_music(reading(), 0.004); }, "music-bed", kNote, -20, 5, ""},
         Fault{"a hall", [] { return reverberant(reading(), 1.0); }, "reverberant", kWarning, 1.0,
               0.2, ""}));
