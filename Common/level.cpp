@@ -5,6 +5,7 @@
 
 #include "Common/level/callbacks.h"
 #include "Common/level/process.h"
+#include "Common/platform.h"
 #include "Common/reporting/cancel.h"
 #include "Common/reporting/failure.h"
 #include "Common/run/engine_call.h"
@@ -58,6 +59,19 @@ int levelMain(int argc,
         keep_left_files();
         throw;
     }
+}
+
+void levelSetPlatform(const LevelPlatform* platform) {
+    const LevelPlatform given = platform != nullptr ? *platform : LevelPlatform{};
+    change_settings([&](RunSettings& settings) {
+        settings.deliver = mover_for(given.deliver, given.context);
+        settings.find_temporary_directory = nullptr;
+        if (given.copy_temporary_directory != nullptr) {
+            settings.find_temporary_directory = [given] {
+                return given.copy_temporary_directory(given.context);
+            };
+        }
+    });
 }
 
 void levelRequestCancel(void) {

@@ -27,9 +27,10 @@ namespace {
 boost::mutex temporary_directory_mutex;
 
 /** What the program that holds the engine gives as the folder for temporary files. */
-std::string platform_directory() {
+std::string platform_directory(const RunSettings& settings) {
     boost::unique_lock<boost::mutex> lock(temporary_directory_mutex);
-    char* directory = copyTemporaryDirectory();
+    char* directory = settings.find_temporary_directory ? settings.find_temporary_directory()
+                                                        : copyTemporaryDirectory();
     std::string path = directory == nullptr ? "" : directory;
     std::free(directory);
     return path;
@@ -40,8 +41,9 @@ std::string temporary_base(const RunSettings& settings, const std::string& input
     if (!fs::exists("/")) {
         return input_stem;
     }
-    const std::string directory =
-        settings.temporary_directory.empty() ? platform_directory() : settings.temporary_directory;
+    const std::string directory = settings.temporary_directory.empty()
+                                      ? platform_directory(settings)
+                                      : settings.temporary_directory;
     if (directory.empty()) {
         throw std::runtime_error("There is no directory for temporary files.");
     }

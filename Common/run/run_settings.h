@@ -26,8 +26,11 @@ struct RunSettings {
     /** Copies an input to the output and returns 0, or 1. Empty: copy_file. */
     std::function<int(const std::string& from, const std::string& to)> copy;
 
-    /** The folder for intermediate files, with "/" at both ends. "": copyTemporaryDirectory. */
+    /** The folder for intermediate files, with "/" at both ends. "": find_temporary_directory. */
     std::string temporary_directory;
+
+    /** Returns such a folder in memory of malloc. Empty: copyTemporaryDirectory. */
+    std::function<char*()> find_temporary_directory;
 
     /** Puts the finished file in its place and returns 0, or 1. Empty: moveFinalFile. */
     std::function<int(const std::string& final_file, const std::string& output)> deliver;

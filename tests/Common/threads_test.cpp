@@ -2,6 +2,8 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <memory>
 #include <string>
@@ -272,6 +274,46 @@ TEST_F(RunObjects, FailWhenTheOutputIsNotDelivered) {
 int break_assertion(void* /*context*/, float /*fraction*/) {
     segment::require(false, "dCost >= 0.0");
     return 0;
+}
+
+/** A platform whose delivery succeeds or not. */
+struct Platform {
+    std::string folder;
+    int answer = 0;
+    int deliveries = 0;
+};
+
+char* folder_of_platform(void* context) {
+    return strdup(static_cast<Platform*>(context)->folder.c_str());
+}
+
+int deliver_by_platform(void* context, const char* final_path, const char* output) {
+    Platform& platform = *static_cast<Platform*>(context);
+    ++platform.deliveries;
+    return platform.answer != 0 ? platform.answer : rename(final_path, output);
+}
+
+TEST(Platform, IsSetAtRunTimeAndItsDeliveryMayFail) {
+    const TempDir temporary;
+    const TempDir dir;
+    write_sound(dir / "in.wav", signals::speech(2.0, 16000), kWav16);
+    const std::string in = dir / "in.wav";
+    const std::string out = dir / "out.wav";
+    std::string words[] = {"", "--input-file", in, "--output-file", out};
+    char* argv[] = {&words[0][0], &words[1][0], &words[2][0], &words[3][0], &words[4][0], nullptr};
+    Platform platform{temporary.path() + "/"};
+    const LevelPlatform functions{&platform, folder_of_platform, deliver_by_platform};
+    const auto show_nothing = [](void*, float) { return 0; };
+    levelSetPlatform(&functions);
+    EXPECT_EQ(0, levelMain(5, argv, nullptr, show_nothing, nullptr));
+    EXPECT_TRUE(file_exists(out));
+    platform.answer = 1;
+    CapturedOutput captured;
+    EXPECT_EQ(1, levelMain(5, argv, nullptr, show_nothing, nullptr));
+    levelSetPlatform(nullptr);
+    EXPECT_EQ(2, platform.deliveries);
+    EXPECT_EQ(kLevelFailed, levelOutcome()->kind);
+    levelDiscardIntermediates();
 }
 
 TEST_F(RunObjects, FailWhereAnAssertionOfTheEngineIsBroken) {
