@@ -7,6 +7,7 @@
 #include <memory>
 #include <new>
 #include <stdexcept>
+#include <utility>
 
 #include "Common/files/whole_file.h"
 #include "Common/level.h"
@@ -33,8 +34,14 @@ int open_place(void* run) {
     return static_cast<const EngineRun*>(run)->open_place();
 }
 
+thread_local const EngineWords* engine_words = nullptr;
+
 /** The process's own output says what a worker said before it ended in an unexpected way. */
 void write_message(void* /*context*/, LevelWords kind, const char* text) {
+    if (engine_words != nullptr) {
+        (*engine_words)(text);
+        return;
+    }
     (kind == kLevelWordsOutput ? std::cout : std::cerr) << text << std::flush;
 }
 
@@ -108,6 +115,15 @@ std::string level_note(const LevelFindings& found) {
 }
 
 }  // namespace
+
+TakeEngineWords::TakeEngineWords(EngineWords words)
+    : words_(std::move(words)), before_(engine_words) {
+    engine_words = &words_;
+}
+
+TakeEngineWords::~TakeEngineWords() {
+    engine_words = before_;
+}
 
 EngineResult run_engine(const EngineRun& run, const std::function<void(double)>& progress) {
     const PrivateDirectory intermediates(run.scratch + "/engine");

@@ -35,6 +35,22 @@ struct EngineResult {
     std::string note;                  // what the user should know of the level
 };
 
+/** What the engine says on its way: lines as they would stand on the standard streams. */
+using EngineWords = std::function<void(const std::string&)>;
+
+/** Takes the words of the engine's runs on this thread while it lives; the innermost one does. */
+class TakeEngineWords {
+  public:
+    explicit TakeEngineWords(EngineWords words);
+    ~TakeEngineWords();
+    TakeEngineWords(const TakeEngineWords&) = delete;
+    TakeEngineWords& operator=(const TakeEngineWords&) = delete;
+
+  private:
+    EngineWords words_;
+    const EngineWords* before_;
+};
+
 /**
  * Runs the engine in this process; progress is called with 0 to 1. Throws std::runtime_error with
  * the first cause, which names no file, when it failed.

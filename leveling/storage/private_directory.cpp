@@ -29,8 +29,7 @@ fs::path temporary_directory() {
             : "there is no directory for temporary files: set TMPDIR to one that can be written");
 }
 
-std::string make_own_directory() {
-    const fs::path directory = temporary_directory();
+std::string make_own_directory(const fs::path& directory) {
     std::string path = (directory / "quorvane-XXXXXX").string();
     path.reserve(path.size() + 1);  // once the directory is there, nothing may fail any more
     if (mkdtemp(&path[0]) == nullptr) {
@@ -50,8 +49,11 @@ std::string make_kept_directory(const std::string& path) {
 }  // namespace
 
 PrivateDirectory::PrivateDirectory(const std::string& keep)
-    : path_(keep.empty() ? make_own_directory() : make_kept_directory(keep)),
+    : path_(keep.empty() ? make_own_directory(temporary_directory()) : make_kept_directory(keep)),
       remove_(keep.empty()) {}
+
+PrivateDirectory::PrivateDirectory(const Below& below)
+    : path_(make_own_directory(fs::absolute(below.folder))), remove_(true) {}
 
 PrivateDirectory::~PrivateDirectory() {
     if (remove_) {

@@ -11,6 +11,13 @@ class PrivateDirectory {
   public:
     /** keep: the user's directory, or "" for one of our own. Throws std::runtime_error. */
     explicit PrivateDirectory(const std::string& keep = "");
+
+    /** A folder of one's own is made in this one. */
+    struct Below {
+        std::string folder;
+    };
+
+    explicit PrivateDirectory(const Below& below);
     PrivateDirectory(const PrivateDirectory&) = delete;
     PrivateDirectory& operator=(const PrivateDirectory&) = delete;
     ~PrivateDirectory();

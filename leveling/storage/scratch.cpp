@@ -104,7 +104,13 @@ void remove_tree(const std::string& path) {
 
 // The lock is taken before the file has its name: no other run may find it free and take the
 // directory for one that was left behind.
-ScratchDirectory::ScratchDirectory() {
+ScratchDirectory::ScratchDirectory(const std::string& folder)
+    : directory_(folder.empty() ? PrivateDirectory()
+                                : PrivateDirectory(PrivateDirectory::Below{folder})) {
+    lock();
+}
+
+void ScratchDirectory::lock() {
     try {
         const std::string new_lock = path() + kNewLock;
         lock_ = open(new_lock.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
@@ -131,9 +137,9 @@ void ScratchDirectory::remove() {
     }
 }
 
-void remove_stale_scratch_directories() {
+void remove_stale_scratch_directories(const std::string& folder) {
     std::error_code error;
-    const fs::path temporary = fs::temp_directory_path(error);
+    const fs::path temporary = folder.empty() ? fs::temp_directory_path(error) : fs::path(folder);
     if (error) {
         return;
     }

@@ -17,8 +17,11 @@ namespace quorvane {
  */
 class ScratchDirectory {
   public:
-    /** Throws std::runtime_error when it cannot be made. */
-    ScratchDirectory();
+    /**
+     * In this folder, or with "" in that for temporary files. Throws std::runtime_error when it
+     * cannot be made.
+     */
+    explicit ScratchDirectory(const std::string& folder = "");
     ~ScratchDirectory();
     ScratchDirectory(const ScratchDirectory&) = delete;
     ScratchDirectory& operator=(const ScratchDirectory&) = delete;
@@ -29,12 +32,17 @@ class ScratchDirectory {
   private:
     void remove();
 
+    void lock();
+
     PrivateDirectory directory_;
     int lock_ = -1;
 };
 
-/** Removes the directories of this user's earlier runs that were killed. */
-void remove_stale_scratch_directories();
+/**
+ * Removes the directories of this user's earlier runs that were killed, from this folder or with ""
+ * from that for temporary files.
+ */
+void remove_stale_scratch_directories(const std::string& folder = "");
 
 void remove_tree(const std::string& path);
 

@@ -56,6 +56,16 @@ void require_room(const std::string& module) {
     }
 }
 
+/** The module's place where this code is part of a library that another program has loaded. */
+fs::path beside_this_library() {
+    Dl_info library{};
+    if (dladdr(reinterpret_cast<const void*>(&media_module_path), &library) == 0 ||
+        library.dli_fname == nullptr) {
+        return "";
+    }
+    return fs::path(library.dli_fname).parent_path() / "quorvane" / fs::path(kPlace).filename();
+}
+
 const MediaModule& load() {
     const std::string path = media_module_path();
     if (path.empty()) {
@@ -82,7 +92,15 @@ const MediaModule& load() {
 
 std::string media_module_path() {
     const std::string folder = own_folder();
-    return folder.empty() ? "" : (fs::path(folder) / kPlace).lexically_normal().string();
+    const fs::path path = folder.empty() ? fs::path() : (fs::path(folder) / kPlace);
+    std::error_code error;
+    if (!fs::exists(path, error)) {
+        const fs::path beside = beside_this_library();
+        if (fs::exists(beside, error)) {
+            return beside.string();
+        }
+    }
+    return path.lexically_normal().string();
 }
 
 const MediaModule& media_module() {

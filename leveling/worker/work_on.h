@@ -21,4 +21,11 @@ WorkResult work_on(const Job& job, const std::function<void(double)>& progress);
 std::vector<WorkResult> work_on_group(const std::vector<Job>& jobs,
                                       const std::function<void(double)>& progress);
 
+/**
+ * The same for a program that does the work in its own process: what goes wrong is thrown, and an
+ * exception that progress throws ends the work. One that does not derive from std::exception passes
+ * through whatever is under way.
+ */
+WorkResult work_on_here(const Job& job, const std::function<void(double)>& progress);
+
 }  // namespace quorvane

@@ -1,0 +1,206 @@
+#include "library/run/work.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <boost/algorithm/string/erase.hpp>
+#include <cerrno>
+#include <cstdio>
+#include <new>
+#include <system_error>
+#include <utility>
+
+#include "leveling/audio/dither.h"
+#include "leveling/audio/measure.h"
+#include "leveling/audio/recode.h"
+#include "leveling/audio/sound_file.h"
+#include "leveling/facts/destinations.h"
+#include "leveling/facts/file_error.h"
+#include "leveling/publish/publish.h"
+#include "leveling/worker/work_on.h"
+#include "library/run/call_guard.h"
+
+namespace quorvane {
+namespace {
+
+constexpr int kUsualChannels = 2;  // more may be refused
+
+Job job_for(const Settings& settings, const Workplace& place, const Recording& recording) {
+    Job job;
+    job.input = recording.path;
+    job.scratch = place.folder();
+    job.spare_processor = settings.second_thread;
+    job.options.tuning = settings.tuning;
+    job.options.plain = settings.plain;
+    job.options.strict = settings.strict;
+    job.options.salvage = settings.salvage;
+    job.options.destination = settings.target;
+    const bool by_default = settings.measure == QUORVANE_MEASURE_DEFAULT;
+    job.options.measure =
+        by_default ? !settings.plain : settings.measure != QUORVANE_MEASURE_NOTHING;
+    return job;
+}
+
+/** Notes are for people, who see the log. */
+void log_notes(const Settings& settings, const FileFacts& facts) {
+    for (const std::string& note : facts.notes) {
+        if (settings.log != nullptr) {
+            settings.log(settings.context, QUORVANE_LOG_WARNING, note.c_str());
+        }
+    }
+}
+
+quorvane_outcome outcome_of(const FileFacts& facts) {
+    switch (facts.outcome) {
+        case Outcome::Leveled:
+            return QUORVANE_LEVELED;
+        case Outcome::Copied:
+            return QUORVANE_UNCHANGED;
+        default:
+            return QUORVANE_MEASURED;
+    }
+}
+
+/** Temporary paths mean nothing to callers. */
+void clear_paths(const Workplace& place, const Recording& recording, FileFacts& facts) {
+    const bool is_file = recording.name != kAudioName;
+    facts.input = is_file ? recording.name : "";
+    facts.output = is_file ? facts.output : "";
+    facts.cause = place.without_paths(facts.cause);
+    for (std::string& note : facts.notes) {
+        note = place.without_paths(note);
+    }
+}
+
+bool has(const std::string& text, const char* words) {
+    return text.find(words) != std::string::npos;
+}
+
+/** What decoders and the engine say of a file that they refuse, in a kind that a program tests. */
+quorvane_code code_of_refusal(const std::string& cause, const Recording& recording) {
+    const bool unsupported = recording.channels > kUsualChannels || has(cause, "can be leveled") ||
+                             has(cause, "not written back") || has(cause, "does not read it");
+    return unsupported ? QUORVANE_UNSUPPORTED : QUORVANE_FAILED;
+}
+
+std::string sentence(const Recording& recording, const std::string& cause) {
+    return fmt::format("{}: {}", recording.name, cause);
+}
+
+}  // namespace
+
+void CallContext::advance(double fraction) const {
+    const bool refused = settings.progress != nullptr &&
+                         settings.progress(settings.context, std::clamp(fraction, 0.0, 1.0)) != 0;
+    if (refused || cancelled.load(std::memory_order_relaxed) != 0) {
+        throw CancelledCall{};
+    }
+}
+
+void with_errors_of(const Workplace& place,
+                    const Recording& recording,
+                    const std::function<void()>& work) {
+    const auto told = [&](const std::exception& error) {
+        const std::string cause =
+            boost::algorithm::erase_all_copy(std::string(cause_of(error)), recording.path + ": ");
+        return sentence(recording, place.without_paths(cause));
+    };
+    try {
+        work();
+    } catch (const CallError&) {
+        throw;
+    } catch (const std::bad_alloc&) {
+        throw;
+    } catch (const std::system_error& error) {
+        throw CallError(QUORVANE_IO_ERROR, told(error));
+    } catch (const FileError& error) {
+        const quorvane_code code = code_of_refusal(error.what(), recording);
+        throw CallError(code == QUORVANE_FAILED ? QUORVANE_BAD_AUDIO : code, told(error));
+    } catch (const std::exception& error) {
+        throw CallError(code_of_refusal(error.what(), recording), told(error));
+    }
+}
+
+Results level_recording(const CallContext& call,
+                        const Workplace& place,
+                        const Recording& recording,
+                        const std::string& output,
+                        const std::string& part) {
+    Job job = job_for(call.settings, place, recording);
+    job.output = output;
+    job.part = part;
+    if (part.empty()) {
+        job.options.measure = true;
+    }
+    Results results;
+    with_errors_of(place, recording, [&] {
+        FileFacts facts = work_on_here(job, call.progress()).facts;
+        clear_paths(place, recording, facts);
+        log_notes(call.settings, facts);
+        const quorvane_outcome outcome = outcome_of(facts);
+        results = results_of(std::move(facts), outcome, call.settings);
+    });
+    return results;
+}
+
+Results measure_loudness(const CallContext& call,
+                         const Workplace& place,
+                         const Recording& recording) {
+    FileFacts facts;
+    with_errors_of(place, recording, [&] {
+        const SndfileHandle file = open_to_read(recording.path);
+        facts.outcome = Outcome::Analyzed;
+        facts.sample_rate_hz = file.samplerate();
+        facts.channels = file.channels();
+        facts.frames = file.frames();
+        facts.before =
+            call.settings.second_thread
+                ? measure_meanwhile(recording.path, CallerThread::kWaiting).get().loudness
+                : measure(recording.path, call.progress()).loudness;
+        clear_paths(place, recording, facts);
+    });
+    call.advance(1);
+    return results_of(std::move(facts), QUORVANE_MEASURED, call.settings);
+}
+
+Results limit_recording(const CallContext& call,
+                        const Workplace& place,
+                        const Recording& recording,
+                        const std::string& result) {
+    FileFacts facts;
+    with_errors_of(place, recording, [&] {
+        const SndfileHandle file = open_to_read(recording.path);
+        const bool is_dithered = dithered_bits(file.format()) != 0;
+        std::string from = recording.path;
+        if (is_dithered) {
+            from = place / "float.wav";
+            decode_to_float(recording.path, from);
+        }
+        const std::string rendered = place / "rendered.wav";
+        const auto encode = [&](const std::string& audio) {
+            if (is_dithered) {
+                encode_like(audio, recording.path, result, Quantization::kDithered);
+            }
+            return Reading{is_dithered ? result : audio, ""};
+        };
+        facts.sample_rate_hz = file.samplerate();
+        facts.channels = file.channels();
+        facts.frames = file.frames();
+        facts.before =
+            measure(recording.path, [&](double done) { call.advance(0.1 * done); }).loudness;
+        const Published published =
+            publish(*find_destination(call.settings.target), from, rendered, encode,
+                    [&](double done) { call.advance(0.1 + 0.9 * done); });
+        if (published.path != result && rename(published.path.c_str(), result.c_str()) != 0) {
+            throw std::system_error(errno, std::generic_category());
+        }
+        facts.outcome = Outcome::Leveled;
+        facts.after = published.after;
+        facts.publishing = published.facts;
+        clear_paths(place, recording, facts);
+    });
+    call.advance(1);
+    return results_of(std::move(facts), QUORVANE_LIMITED, call.settings);
+}
+
+}  // namespace quorvane
