@@ -38,8 +38,15 @@ namespace fs = boost::filesystem;
 
 namespace {
 
+// How long a cancelled run may take to end by itself before the alarm ends the process.
 constexpr unsigned kLongestStop_s = 10;
 constexpr std::size_t kOpenFiles = 24;  // standard streams, input, output, intermediates, locks
+
+/*
+ * The engine's own command. The engine writes texts of its own, which are held back here: the user
+ * gets one last line that says what became of the file and why. The output is staged under a hidden
+ * name by Delivery and renamed at the end, so a failure never leaves half a file under its name.
+ */
 
 /** A file of another kind cannot be read a second time, and must not be replaced. */
 void require_regular(const std::string& path, const char* reason) {
@@ -72,7 +79,7 @@ void require_writable_output(const EngineWords& words) {
     const fs::path folder = fs::absolute(output).parent_path();
     boost::system::error_code ignored;
     if (!fs::is_directory(folder, ignored)) {
-        throw std::runtime_error(output + ": there is no folder " + folder.string());
+        throw std::runtime_error(output + ": the folder " + folder.string() + " does not exist");
     }
     if (access(folder.c_str(), W_OK) != 0) {
         throw std::runtime_error(output + ": the folder " + folder.string() + " cannot be written");
@@ -84,12 +91,14 @@ void require_writable_output(const EngineWords& words) {
     require_other_files(words, output);
 }
 
+/** In place: the next percentage overwrites this one. Returns 0, which lets the run go on. */
 int show_progress(void* /*context*/, float fraction) {
     std::printf("%3d%%\r", static_cast<int>(std::lround(fraction * 100.0F)));
     std::fflush(stdout);
     return 0;
 }
 
+/** For an output that is not a terminal: a log would keep every percentage. */
 int ignore_progress(void* /*context*/, float /*fraction*/) {
     return 0;
 }
@@ -100,6 +109,10 @@ struct HeldWords {
     std::string text;
 };
 
+/**
+ * Called with each text of the engine. What it writes to its standard output is shown at once, but
+ * for lines that name the internal directory; what it writes about a failure is held.
+ */
 void take_words(void* context, LevelWords kind, const char* text) {
     auto& held = *static_cast<HeldWords*>(context);
     if (kind != kLevelWordsOutput) {
@@ -115,6 +128,10 @@ extern "C" void request_cancel(int /*signal*/) {
     alarm(kLongestStop_s);
 }
 
+/**
+ * Lets Ctrl-C, a termination and a closed terminal cancel the run, which then removes what it has
+ * written so far.
+ */
 void set_up_signals() {
     struct sigaction action = {};
     action.sa_handler = request_cancel;
@@ -193,6 +210,7 @@ class Delivery {
     }
 
   private:
+    /** Makes the hidden file beside the output, once. Throws std::system_error. */
     void stage() {
         if (!staged_) {
             staged_.emplace(output_);
@@ -207,6 +225,7 @@ class Delivery {
     std::optional<quorvane::StagedOutput> staged_;
 };
 
+// What the engine calls, with the Delivery as its context.
 int open_final(void* delivery) {
     return static_cast<Delivery*>(delivery)->open();
 }
@@ -215,6 +234,7 @@ int copy_input(void* delivery, const char* input, const char* output) {
     return static_cast<Delivery*>(delivery)->copy(input, output);
 }
 
+/** Runs the engine over the words. Returns its result: kSuccess, kFailure or kCancelled. */
 int level(EngineWords& words, HeldWords& held) {
     std::vector<char*> argv;
     for (std::string& word : words.words) {

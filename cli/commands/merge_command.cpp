@@ -41,6 +41,7 @@ std::vector<PlannedFile> recordings(const ResultLines& found) {
     return files;
 }
 
+/** Reads the results of all runs in their order; returns the exit status. */
 int merge(const Settings& settings) {
     ResultLines found;
     for (const std::string& path : settings.paths) {

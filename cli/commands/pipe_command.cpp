@@ -33,6 +33,12 @@ namespace fs = std::filesystem;
 
 namespace {
 
+/*
+ * A pipe can be read once and a recording is read several times, so the standard input is spooled
+ * to a file in the run's private folder first. The output is written to that folder, too, and
+ * copied to the standard output once it is complete and checked: a failure writes nothing.
+ */
+
 /** Keeps the facts of the only file. */
 class OneFile : public BatchObserver {
   public:
@@ -150,6 +156,7 @@ int work_on(const Settings& settings, const PlannedFile& file, OneFile& one) {
 
 }  // namespace
 
+// Either side is enough: quorvane - and quorvane talk.wav -o - both use a stream.
 bool is_pipe(const Settings& settings) {
     for (const std::string& path : settings.paths) {
         if (path == kStandardStream) {
@@ -159,6 +166,7 @@ bool is_pipe(const Settings& settings) {
     return settings.output == kStandardStream;
 }
 
+// The facts name the streams as the user did, not the temporary files.
 int run_pipe(const Settings& asked) {
     Settings settings = asked;
     if (settings.output.empty() && !settings.analyze) {

@@ -34,6 +34,7 @@ void JsonLines::write(const FileFacts& facts) {
     write(nlohmann::ordered_json::object(), &facts);
 }
 
+// After the first line that could not be written nothing more is tried: the rest would have a gap.
 void JsonLines::write(const nlohmann::ordered_json& front, const FileFacts* facts) {
     if (wanted_ && error_ == 0) {
         nlohmann::ordered_json document = front;
@@ -52,6 +53,7 @@ int JsonLines::error() const {
     return error_ == EPIPE ? 0 : error_;
 }
 
+// A folder that cannot be written fails all of its files, of which an archive has thousands.
 void SharedFailures::add(const FileFacts& facts) {
     if (is_failure(facts.outcome) && is_folder_cause(facts.cause)) {
         ++count_of_[facts.cause];
@@ -104,6 +106,7 @@ void tell_finished(const Settings& settings,
     lines.write(facts);
 }
 
+// The verdict first, then the numbers, then what needs attention: who reads one line reads that.
 void tell_results(
     const Settings& settings, ResultFiles& results, double elapsed_s, int signal, Screen& screen) {
     const FactsList& files = results.files();
@@ -162,6 +165,8 @@ bool write_failed_list(const Settings& settings, const FactsList& files, Screen&
 
 }  // namespace
 
+// Everything that was lost counts as a failure, also a log or a result file: with status 0 a script
+// may rely on all that it requested.
 int status_of(const Settings& settings,
               const ResultFiles& results,
               const JsonLines& lines,
@@ -216,6 +221,8 @@ int print_answer(const std::string& text) {
 
 }  // namespace
 
+// Two kinds of errors end here: a command line that is wrong as a whole is status 2 and points to
+// the help, any other is status 1 with its cause.
 int run_command(int argc,
                 const char* const* argv,
                 const std::function<int(const Settings&)>& run,

@@ -101,12 +101,14 @@ class ShownWatch : public WatchObserver {
     }
 
   private:
+    /** One line of JSON: the event, the time (UTC) and its own members. */
     void event(const char* name, const Json& members) {
         Json document = {{"event", name}, {"time", utc_time_now()}};
         document.update(members);
         lines_.write(document, nullptr);
     }
 
+    /** The same, and a line on the screen. */
     void tell(const char* name, const std::string& text, const Json& members) {
         screen_.line(printable(text));
         event(name, members);
@@ -182,6 +184,10 @@ void check_metrics_file(const std::string& path) {
     }
 }
 
+/**
+ * The request without words of the command line. Its plan function names the outputs of files that
+ * arrived, and removes what a killed run left in each output folder.
+ */
 WatchRequest request_of(const Settings& settings) {
     WatchRequest request;
     request.folder = settings.watch;
@@ -208,6 +214,7 @@ WatchRequest request_of(const Settings& settings) {
 
 }  // namespace
 
+// Checks first what would stop a watch after hours: the folder, the programs, the files it writes.
 int run_watch(const Settings& asked) {
     Settings settings = asked;
     std::error_code error;

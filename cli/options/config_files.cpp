@@ -26,7 +26,13 @@ namespace fs = std::filesystem;
 
 namespace {
 
+/*
+ * A file of defaults is read only if it is a regular file of this user or of root: a folder of
+ * recordings may come from anywhere. What is wrong in it stops the run with its line, since a
+ * default that is silently dropped would level a whole archive in another way.
+ */
 constexpr const char* kFileName = "quorvane.conf";
+// Far more than all options take; what is larger is a recording or a device by mistake.
 constexpr std::size_t kMostBytes = 1 << 16;
 
 /** Ask for something once, or name what a single run works on: no default makes sense. */
@@ -34,6 +40,7 @@ constexpr std::array<const char*, 10> kNoDefaults = {
     "help",   "version",    "explain", "no-config", "show-config",
     "output", "files-from", "plan",    "shard",     "watch"};
 
+/** Null for a name that is not in the table. */
 const OptionRow* find_option(const std::string& name) {
     const std::vector<OptionRow>& table = option_table();
     const auto found = std::find_if(table.begin(), table.end(),
@@ -41,6 +48,7 @@ const OptionRow* find_option(const std::string& name) {
     return found == table.end() ? nullptr : &*found;
 }
 
+/** Whether it is one of the options that are handed to the engine as they are. */
 bool is_tuning(const std::string& name) {
     const OptionRow* row = find_option(name);
     return row != nullptr && row->group == OptionGroup::Tuning;
@@ -52,6 +60,7 @@ bool folder_may_set(const std::string& name) {
            (is_tuning(name) && name != "options-file");
 }
 
+/** The origin that messages and --show-config give. */
 std::string at_line(const std::string& path, std::size_t line) {
     return fmt::format("{}, line {}", path, line);
 }
@@ -107,6 +116,7 @@ ConfigValue value_in(ConfigSource source, const std::string& line, const std::st
     return value;
 }
 
+/** Adds the values of one file. Throws UsageError, with file and line, for the first wrong one. */
 void add_values(ConfigSource source,
                 const std::string& path,
                 const std::string& text,
@@ -143,7 +153,7 @@ std::string reason_against(int file) {
         return std::strerror(errno);
     }
     if (!S_ISREG(status.st_mode)) {
-        return "it is no regular file";
+        return "it is not a regular file";
     }
     if (status.st_uid != geteuid() && status.st_uid != 0) {
         return "it belongs to another user";
@@ -170,12 +180,16 @@ std::string content_of(int file, const std::string& path) {
     }
     if (size > kMostBytes || text.find('\0') < size) {
         throw UsageError(
-            fmt::format("{} is no list of options; correct it or give --no-config", path));
+            fmt::format("{} is not a list of options; correct it or give --no-config", path));
     }
     text.resize(size);
     return text;
 }
 
+/**
+ * Adds what a file sets, or why it was not read. A file that is absent is not an error. Throws
+ * UsageError for one that can be read and is wrong.
+ */
 void add_file(ConfigSource source,
               const std::string& path,
               const std::function<void(const ConfigValue&)>& check,
@@ -213,12 +227,13 @@ bool overrides(const std::string& stronger, const std::string& weaker) {
                (stronger == pair.second && weaker == pair.first);
     };
     return stronger == weaker || std::any_of(std::begin(kExclude), std::end(kExclude), are_pair) ||
-           // The engine prefers words to its options file, whoever gave the words.
+           // The engine prefers words to its options file, from whichever file they come.
            (stronger == "options-file" && is_tuning(weaker));
 }
 
 }  // namespace
 
+// As the XDG base directory standard has it: a relative XDG_CONFIG_HOME is ignored.
 ConfigPlaces standard_config_places() {
     ConfigPlaces places;
     places.system = std::string("/etc/quorvane/") + kFileName;
@@ -249,6 +264,7 @@ Configuration read_configuration(const ConfigPlaces& places,
     return configuration;
 }
 
+// Links are resolved, so that one folder that is named in two ways counts once.
 std::string config_folder(const std::vector<std::string>& paths) {
     std::set<std::string> folders;
     std::string with_file;

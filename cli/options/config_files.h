@@ -26,6 +26,7 @@ struct ConfigValue {
 
 /** Where the files are looked for; an empty path stands for no file. */
 struct ConfigPlaces {
+    // Absolute paths.
     std::string system;
     std::string user;
 };

@@ -42,6 +42,7 @@ po::options_description describe(OptionGroup group) {
     return description;
 }
 
+// Examples first: a newcomer copies one and reads the options later.
 std::string help_text() {
     std::ostringstream out;
     out << R"(quorvane evens out the loudness of spoken-word recordings.
@@ -71,6 +72,7 @@ meet its delivery target or has a problem with --strict, 130 interrupted.
     return out.str();
 }
 
+// Only what a merge uses: most options are about leveling, and would be refused or ignored.
 std::string merge_help_text() {
     static const std::set<std::string> names = {"for",    "report", "no-listen", "json", "csv",
                                                 "failed", "null",   "no-curves", "log",  "strict",

@@ -63,6 +63,7 @@ std::string bash_reply(Completion completion) {
 
 }  // namespace
 
+// As roff: a heading for each group, an item for each option.
 std::string man_options() {
     std::string text;
     for (OptionGroup group : option_groups()) {

@@ -167,6 +167,7 @@ const std::vector<OptionRow>& option_table() {
     return table;
 }
 
+// The headings of --help and of the manual page.
 const char* title(OptionGroup group) {
     switch (group) {
         case OptionGroup::First:
@@ -194,6 +195,7 @@ const std::vector<OptionGroup>& option_groups() {
     return groups;
 }
 
+// The values come from the code that reads them, where there is such a table.
 std::vector<const char*> choices(Completion completion) {
     switch (completion) {
         case Completion::When:

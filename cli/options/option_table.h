@@ -10,6 +10,7 @@
 
 namespace quorvane {
 
+/** The groups of --help, in its order. First: what newcomers need. Tuning: passed to the engine. */
 enum class OptionGroup { First, Output, Work, Facts, Display, Tuning, Other };
 
 /** What a shell may offer after the option. */
@@ -41,7 +42,9 @@ struct OptionRow {
 /** The tuning options in it are the engine's own. */
 const std::vector<OptionRow>& option_table();
 
+/** A group's heading, without a colon. */
 const char* title(OptionGroup group);
+/** All groups, in the order in which they are shown. */
 const std::vector<OptionGroup>& option_groups();
 
 /** The words that a shell offers for a value; empty for free text and paths. */

@@ -3,19 +3,17 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <boost/algorithm/string/join.hpp>
-#include <boost/algorithm/string/split.hpp>
 #include <boost/lexical_cast.hpp>
 #include <boost/program_options.hpp>
 
 #include "Common/step/option_errors.h"
+#include "cli/options/contradictions.h"
 #include "cli/options/help.h"
 #include "cli/options/option_table.h"
+#include "cli/options/option_values.h"
 #include "leveling/advice/advice_table.h"
 #include "leveling/channels/layout.h"
-#include "leveling/facts/destinations.h"
 #include "leveling/facts/nearest_word.h"
-#include "leveling/facts/own_destination.h"
 
 /*
  * Each option is a string to the parser, and what it means is checked here, so that a wrong value
@@ -28,213 +26,8 @@ namespace po = boost::program_options;
 
 namespace {
 
-constexpr std::size_t kMostShards = 1'000'000;
+// As good as no limit.
 constexpr std::size_t kMostFailures = 1'000'000'000;
-
-/** "auto" where the option is absent. */
-When parse_when(const po::variables_map& values, const char* name) {
-    if (!values.count(name)) {
-        return When::Auto;
-    }
-    const auto text = values[name].as<std::string>();
-    if (text == "auto") {
-        return When::Auto;
-    }
-    if (text == "always") {
-        return When::Always;
-    }
-    if (text == "never") {
-        return When::Never;
-    }
-    throw UsageError(fmt::format("--{} takes auto, always or never, not '{}'", name, text));
-}
-
-/** Reads decimal digits alone: no sign, no space, nothing behind them. */
-bool read_number(const std::string& text, std::size_t& number) {
-    return !text.empty() && text.find_first_not_of("0123456789") == std::string::npos &&
-           boost::conversion::try_lexical_convert(text, number);
-}
-
-/** From 1 to most: 0 of anything would be no work at all, and is a slip. */
-std::size_t parse_number(const char* name, const std::string& text, std::size_t most) {
-    std::size_t number = 0;
-    if (!read_number(text, number) || number < 1 || number > most) {
-        throw UsageError(
-            fmt::format("--{} takes a number from 1 to {}, not '{}'", name, most, text));
-    }
-    return number;
-}
-
-/** "I/N", counted from 0 as the task ids of job arrays are. */
-Shard parse_shard(const std::string& text) {
-    Shard shard;
-    const std::size_t slash = text.find('/');
-    if (slash == std::string::npos || !read_number(text.substr(0, slash), shard.index) ||
-        !read_number(text.substr(slash + 1), shard.count) || shard.index >= shard.count) {
-        throw UsageError(fmt::format(
-            "--shard takes I/N with I from 0 to N-1, such as 0/4 to 3/4, not '{}'", text));
-    }
-    if (shard.count > kMostShards) {
-        throw UsageError(
-            fmt::format("--shard {}: the work is cut into {} parts at most", text, kMostShards));
-    }
-    return shard;
-}
-
-double parse_settle(const std::string& text) {
-    constexpr double kMostSeconds = 60;  // as long as a run waits
-    double seconds = 0;
-    const bool decimal = text.find_first_not_of("0123456789.") == std::string::npos;
-    if (!decimal || !boost::conversion::try_lexical_convert(text, seconds) ||
-        seconds > kMostSeconds) {
-        throw UsageError(
-            fmt::format("--settle takes seconds from 0 to {}, not '{}'", kMostSeconds, text));
-    }
-    return seconds;
-}
-
-int parse_audio_stream(const std::string& text) {
-    int number = 0;
-    if (text == "all") {
-        return kEveryAudioStream;
-    }
-    if (!boost::conversion::try_lexical_convert(text, number) || number < 1) {
-        throw UsageError(
-            fmt::format("--audio-stream takes a number from 1, or all, not '{}'", text));
-    }
-    return number;
-}
-
-/** Throws UsageError that names what is meant instead. */
-[[noreturn]] void refuse_destination(const std::string& word) {
-    if (const std::string problem = own_destination(word).problem; !problem.empty()) {
-        throw UsageError(fmt::format("--for {}: {}", word, problem));
-    }
-    std::vector<std::string> words = all_destination_words();
-    const std::string listed = boost::algorithm::join(words, ", ");
-    words.emplace_back("lufs=-18:tp=-1.5");
-    throw UsageError(fmt::format("--for takes {} or a target such as lufs=-18:tp=-1.5, not '{}'{}",
-                                 listed, word, did_you_mean(word, words)));
-}
-
-/** "podcast,spotify": the destinations' own words, each once. */
-std::vector<std::string> parse_destinations(const std::string& text) {
-    std::vector<std::string> given;
-    boost::algorithm::split(given, text, [](char c) { return c == ','; });
-    std::vector<std::string> words;
-    for (const std::string& word : given) {
-        const std::optional<Destination> destination = find_destination(word);
-        if (!destination) {
-            refuse_destination(word);
-        }
-        // A place may have two words.
-        if (std::find(words.begin(), words.end(), destination->word) == words.end()) {
-            words.push_back(destination->word);
-        }
-    }
-    return words;
-}
-
-/** What has no meaning for tracks that are leveled together. */
-void refuse_with_together(const Settings& settings) {
-    const auto refuse = [](bool wrong, const char* text) {
-        if (wrong) {
-            throw UsageError(text);
-        }
-    };
-    refuse(settings.plain && !settings.channels.empty(),
-           "--plain is the engine alone, which takes one sound of one or two channels");
-    refuse(!settings.mix.empty() && !settings.together, "--mix belongs to --together");
-    if (!settings.together) {
-        return;
-    }
-    refuse(settings.separate, "--together and --separate exclude each other");
-    refuse(!settings.output.empty(),
-           "--output names one file, and --together writes one for each track; --output-dir names "
-           "a folder");
-    refuse(!settings.channels.empty(),
-           "--channels is for files with several channels, --together for several files");
-    refuse(settings.analyze, "--together levels, so it excludes --analyze");
-    refuse(settings.plain, "--plain is the engine alone, which levels no tracks together");
-    refuse(!settings.tuning.empty(),
-           "--together uses no engine, so the options that tune it have no meaning");
-    refuse(settings.shard.count > 1, "--together is one piece of work, so it excludes --shard");
-    refuse(!settings.plan.empty(), "--together and --plan exclude each other");
-    refuse(!settings.destinations.empty() && settings.mix.empty(),
-           "with --together, --for is for the mix: name it with --mix FILE");
-}
-
-/** Throws UsageError for the first pair of options that cannot both be meant. */
-void refuse_contradictions(const Settings& settings) {
-    const auto refuse = [](bool wrong, const char* text) {
-        if (wrong) {
-            throw UsageError(text);
-        }
-    };
-    refuse(settings.paths.empty() && settings.files_from.empty() && settings.plan.empty() &&
-               settings.watch.empty(),
-           "name at least one file or folder");
-    refuse(settings.null && settings.files_from.empty() && settings.failed.empty(),
-           "--null belongs to --files-from and --failed");
-    refuse(settings.failed == "-", "--failed names a file, not the standard output");
-    refuse(settings.csv == "-", "--csv names a file, not the standard output");
-    refuse(settings.force && settings.redo_changed,
-           "--force and --redo-changed exclude each other");
-    refuse(settings.force && settings.verify, "--force and --verify exclude each other");
-    refuse(!settings.output.empty() && !settings.output_dir.empty(),
-           "--output and --output-dir exclude each other");
-    refuse(settings.keep_top && settings.output_dir.empty(), "--keep-top belongs to --output-dir");
-    refuse(settings.suffix.find('/') != std::string::npos, "--suffix may not hold a '/'");
-    refuse(settings.suffix.empty() && settings.output_dir.empty() && settings.output.empty(),
-           "an empty --suffix needs --output-dir, else the output would be the input");
-    refuse_with_together(settings);
-    refuse(settings.strict && settings.salvage, "--strict and --salvage exclude each other");
-    refuse(settings.quiet && settings.verbose, "--quiet and --verbose exclude each other");
-    refuse(settings.analyze && !settings.measure, "--analyze and --no-measure exclude each other");
-    refuse(settings.analyze && !settings.output.empty(),
-           "--analyze writes no audio, so --output has no meaning");
-    refuse(settings.destinations.size() > 1 && !settings.analyze,
-           "an output is made for one delivery target; --analyze checks several");
-    refuse(!settings.destinations.empty() && !settings.measure,
-           "--for measures what it writes, so it excludes --no-measure");
-    refuse(!settings.measure && !settings.report.empty(),
-           "--report shows the measurement, so it excludes --no-measure");
-}
-
-/** A watch has no end at which a report or a list could be written, and takes no other files. */
-void refuse_beside_watch(const Settings& settings) {
-    const std::pair<bool, const char*> kBelong[] = {
-        {!settings.on_done.empty(), "--on-done"},
-        {!settings.metrics.empty(), "--metrics"},
-    };
-    const std::pair<bool, const char*> kExcluded[] = {
-        {!settings.paths.empty(), "PATHs"},
-        {!settings.files_from.empty(), "--files-from"},
-        {!settings.plan.empty(), "--plan"},
-        {settings.shard.count > 1, "--shard"},
-        {!settings.output.empty(), "--output"},
-        {!settings.report.empty(), "--report"},
-        {!settings.failed.empty(), "--failed"},
-        {!settings.csv.empty(), "--csv"},
-        {settings.max_failures != 0, "--max-failures"},
-        {settings.dry_run, "--dry-run"},
-        {settings.analyze, "--analyze"},
-        {settings.force, "--force"},
-        {settings.verify, "--verify"},
-        {!settings.json.empty() && !settings.json_on_standard_output(),
-         "--json FILE (but --json -)"},
-    };
-    for (const auto& [given, name] : kBelong) {
-        if (given && settings.watch.empty()) {
-            throw UsageError(fmt::format("{} belongs to --watch", name));
-        }
-    }
-    for (const auto& [given, name] : kExcluded) {
-        if (given && !settings.watch.empty()) {
-            throw UsageError(fmt::format("--watch and {} exclude each other", name));
-        }
-    }
-}
 
 /** " (did you mean --report?)" for "--reprt", or "" where no option is near. */
 std::string nearest_option(const std::string& typed) {
@@ -332,8 +125,6 @@ class Words {
                              : std::vector<std::string>();
     }
 
-    const po::variables_map& all() const { return values_; }
-
   private:
     static bool takes_argument(const std::string& name) {
         const std::vector<OptionRow>& table = option_table();
@@ -400,6 +191,7 @@ void read_amounts(const Words& words, Settings& settings) {
     }
 }
 
+/** Options without a value: given or not. */
 void read_switches(const Words& words, Settings& settings) {
     settings.redo_changed = words.given("redo-changed");
     settings.verify = words.given("verify");
@@ -418,8 +210,12 @@ void read_switches(const Words& words, Settings& settings) {
     settings.listen = !words.given("no-listen");
     settings.quiet = words.given("quiet");
     settings.verbose = words.given("verbose");
-    settings.color = parse_when(words.all(), "color");
-    settings.progress = parse_when(words.all(), "progress");
+    if (words.given("color")) {
+        settings.color = parse_when("color", words.value("color"));
+    }
+    if (words.given("progress")) {
+        settings.progress = parse_when("progress", words.value("progress"));
+    }
 }
 
 /** The code behind --explain, which the parser takes for a PATH; empty: all codes. */
@@ -521,6 +317,10 @@ std::string origins_in(const std::string& text, const std::vector<ConfigValue>& 
     return origins.empty() ? origins : origins + " (--no-config ignores it)";
 }
 
+/**
+ * The whole way: words, then defaults from files below them, then values, then contradictions. A
+ * contradiction that a file of defaults takes part in names that file.
+ */
 Settings parse(int argc, const char* const* argv, const ConfigPlaces* places) {
     Words words(argc, argv);
     Settings settings;

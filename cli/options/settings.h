@@ -15,6 +15,7 @@
 
 namespace quorvane {
 
+/** Colors and progress bars. Auto: on a terminal that can show them. */
 enum class When { Auto, Always, Never };
 
 /** The content of a command line: the work, and how it is shown. */

@@ -13,6 +13,7 @@
 
 namespace {
 
+/** Writes a whole file; false, with a message, when that fails. */
 bool write(const char* path, const std::string& text) {
     std::ofstream out(path, std::ios::binary);
     out << text;

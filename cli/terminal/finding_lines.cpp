@@ -13,8 +13,10 @@
 namespace quorvane {
 namespace {
 
+// Lines for one code; what an archive has in common is one line more.
 constexpr std::size_t kMostOfACode = 3;
 
+/** The severity as a word, red or yellow; a note has no color. */
 std::string painted(Severity severity, const Screen& screen) {
     const char* color = severity == Severity::Problem ? "31" : "33";
     return severity == Severity::Note ? to_text(severity) : screen.paint(to_text(severity), color);
@@ -29,6 +31,7 @@ std::string full_line(const Finding& finding, const Screen& screen) {
                        advice.empty() ? "" : " " + advice, printable(finding.code));
 }
 
+/** The findings of the only file, with their advice. */
 void print_one(const FileFacts& facts, Screen& screen) {
     for (const Severity severity : {Severity::Problem, Severity::Warning, Severity::Note}) {
         for (const Finding& finding : facts.findings) {
@@ -45,6 +48,7 @@ struct Sharing {
     std::vector<std::string> lines;  // of the first ones
 };
 
+/** The lines of one code, and how many more files have it. */
 void print_sharing(const Sharing& sharing, const std::string& code, Screen& screen) {
     for (const std::string& line : sharing.lines) {
         screen.line(line);
@@ -57,6 +61,7 @@ void print_sharing(const Sharing& sharing, const std::string& code, Screen& scre
 
 }  // namespace
 
+// Notes of several files are left out: they are in the report and in the JSON.
 void print_findings(const FactsList& files, Screen& screen) {
     if (files.size() == 1) {
         return print_one(*files.begin(), screen);

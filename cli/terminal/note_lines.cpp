@@ -24,6 +24,7 @@ std::string kind_of(const std::string& note) {
 
 }  // namespace
 
+// One line after an update of the program, which may concern a whole archive.
 void print_earlier(const FactsList& files, Screen& screen) {
     const auto earlier = std::count_if(files.begin(), files.end(), [](const FileFacts& facts) {
         return facts.earlier_arithmetic;
@@ -37,6 +38,7 @@ void print_earlier(const FactsList& files, Screen& screen) {
     }
 }
 
+// In the order in which the kinds came up.
 void print_notes(const FactsList& files, Screen& screen) {
     print_earlier(files, screen);
     constexpr std::size_t kMostOfAKind = 3;

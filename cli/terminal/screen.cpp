@@ -23,9 +23,11 @@ namespace quorvane {
 namespace {
 
 constexpr std::size_t kPlainColumns = 100;  // without a terminal
+// Often enough to look alive, seldom enough to cost nothing on a slow terminal.
 constexpr auto kDrawEvery = std::chrono::milliseconds(100);
 /** Time left is shown once it means something. */
 constexpr double kLeastFraction = 0.04;
+// Before that, the start of a worker would be taken for its speed.
 constexpr double kLeastSeconds = 0.7;
 
 /** The terminal's size, else what COLUMNS says, else a usual one: a pipe has no size. */
@@ -100,6 +102,7 @@ Screen::Screen(const Settings& settings)
     bars_ = !quiet_ && wanted(settings.progress, isatty(STDERR_FILENO) && !dumb);
 }
 
+// For logrotate and the like: after SIGHUP the name leads to a new file.
 void Screen::reopen_log() {
     if (log_path_.empty()) {
         return;
@@ -113,6 +116,7 @@ void Screen::reopen_log() {
     }
 }
 
+// Asked each time: the window may have changed its size.
 std::size_t Screen::columns() const {
     return size_of(out_).ws_col;
 }
@@ -121,6 +125,7 @@ std::string Screen::paint(const std::string& text, const char* code) const {
     return color_ ? fmt::format("\x1b[{}m{}\x1b[0m", code, text) : text;
 }
 
+// A pipe whose reader left is left out: head(1) has what it wanted.
 std::vector<std::string> Screen::problems() const {
     std::vector<std::string> problems;
     if (log_error_ != 0) {
@@ -140,6 +145,7 @@ int Screen::write_out(FILE* to, const std::string& text) {
     return written ? 0 : errno;
 }
 
+// The log also gets what --quiet drops: it is read when something went wrong.
 void Screen::log(const std::string& text) {
     if (!log_) {
         return;
@@ -155,6 +161,7 @@ void Screen::log(const std::string& text) {
     log_error_ = log_error_ != 0 ? log_error_ : error;
 }
 
+// Bars are wiped first, and drawn again with the next draw().
 void Screen::line(const std::string& text) {
     log(text);
     if (quiet_) {
@@ -165,6 +172,7 @@ void Screen::line(const std::string& text) {
     out_error_ = out_error_ != 0 ? out_error_ : error;
 }
 
+// Errors are shown with --quiet as well.
 void Screen::error(const std::string& text) {
     log(text);
     clear();
@@ -186,6 +194,7 @@ void Screen::clear() {
     drawn_at_ = {};
 }
 
+// A caller can skip the work of making bars that would not be shown.
 bool Screen::wants_drawing() const {
     return bars_ && std::chrono::steady_clock::now() - drawn_at_ >= kDrawEvery;
 }

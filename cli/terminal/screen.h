@@ -31,11 +31,13 @@ class Screen {
      * --quiet it is dropped.
      */
     void line(const std::string& text);
+    /** A failure: always on the error stream, also with --quiet. */
     void error(const std::string& text);
 
     /** Opens the log again, whose file was renamed meanwhile; the old one stays when it cannot. */
     void reopen_log();
 
+    /** A file's name, the fraction of its work that is done (0 to 1), and for how long it ran. */
     struct Bar {
         std::string name;
         double fraction;
@@ -47,10 +49,13 @@ class Screen {
 
     /** True when draw() shows something and it is time for it. */
     bool wants_drawing() const;
+    /** Wipes the bars; nothing if none are drawn. */
     void clear();
 
+    /** After the terminal changed its size: the next draw() is not held back. */
     void resized() { drawn_at_ = {}; }
 
+    // Whether lines may have colors, and whether they go to a terminal.
     bool color() const { return color_; }
 
     bool terminal() const { return out_is_terminal_; }

@@ -26,6 +26,7 @@ namespace {
 // Widths, in columns of the terminal.
 constexpr std::size_t kNumberColumns = 5;  // "-70.0"
 constexpr std::size_t kSingleColumns = 9;  // where each number has a title of its own
+// A name is cut in its middle below the larger number, and never below the smaller one.
 constexpr std::size_t kLeastNameColumns = 13;
 constexpr std::size_t kMostNameColumns = 48;
 
@@ -200,6 +201,7 @@ void print_interrupted(const FactsList& files, Screen& screen) {
 
 }  // namespace
 
+// No column is dropped: where they do not fit, each file gets lines instead of a row.
 std::string loudness_table(const FactsList& files, std::size_t columns) {
     const std::size_t shared = shared_folder(files);
     std::size_t longest = 0;
@@ -228,6 +230,7 @@ std::string loudness_table(const FactsList& files, std::size_t columns) {
                       shared);
 }
 
+// In the order from what is done to what is not.
 std::string counts(const FactsList& files) {
     // What did not happen is not mentioned.
     std::map<Outcome, std::size_t> count_of;
@@ -252,6 +255,7 @@ std::string counts(const FactsList& files) {
     return parts.empty() ? "nothing to do" : boost::algorithm::join(parts, ", ");
 }
 
+// The status word comes first, so that lines can be sorted and searched by it.
 std::string finished_line(const FileFacts& facts, const Screen& screen) {
     // Names come from outside: nothing in them may move the cursor or change colors.
     const std::string input = printable(facts.input);
@@ -290,6 +294,7 @@ std::string finished_line(const FileFacts& facts, const Screen& screen) {
     return "";
 }
 
+// Failures before notes: what needs action stands nearest to the counts.
 void print_summary(const FactsList& files, double elapsed_s, Screen& screen) {
     screen.line(fmt::format("{} in {}", counts(files), clock_text(elapsed_s)));
     print_failures(files, screen);
@@ -297,11 +302,13 @@ void print_summary(const FactsList& files, double elapsed_s, Screen& screen) {
     print_interrupted(files, screen);
 }
 
+// All of them have the same cause, so one name is enough to find the folder.
 std::string shared_failure_line(std::size_t count, const FileFacts& first, const Screen& screen) {
     return fmt::format("{} {} files, the first {}: {}", screen.paint("failed", "31"), count,
                        printable(first.input), printable(first.cause));
 }
 
+// Repeated at the end: in a long run the lines of single failures have scrolled away.
 void print_failures(const FactsList& files, Screen& screen) {
     constexpr std::size_t kMostListed = 20;
     std::map<std::string, std::size_t> sharing;  // by the cause of a folder
@@ -332,6 +339,7 @@ void print_failures(const FactsList& files, Screen& screen) {
     }
 }
 
+// Videos and the like in a folder that was named; not failures, as no one named them.
 void print_unsupported(const std::vector<std::filesystem::path>& files, Screen& screen) {
     if (files.empty()) {
         return;

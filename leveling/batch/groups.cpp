@@ -18,6 +18,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
+// All tracks are in memory as levels, and open at the same time.
 constexpr std::size_t kMostTracks = 64;
 constexpr double kShortest_s = 10;  // of tracks that are recognised
 
@@ -40,6 +41,7 @@ void end_others(std::vector<PlannedFile>& files, Outcome outcome, const std::str
     }
 }
 
+/** Throws UsageError where no mix can be written to the path of --mix. */
 void require_mix(const Request& request, const std::vector<PlannedFile>& files) {
     if (mix_format(lower_extension(request.mix), 0) == 0) {
         throw UsageError(fmt::format(
@@ -58,7 +60,7 @@ void require_mix(const Request& request, const std::vector<PlannedFile>& files) 
         }
     }
     if (fs::exists(request.mix, error) && !fs::is_regular_file(request.mix, error)) {
-        throw UsageError(fmt::format("--mix {} exists and is no regular file", request.mix));
+        throw UsageError(fmt::format("--mix {} exists and is not a regular file", request.mix));
     }
 }
 
@@ -74,6 +76,7 @@ std::string names_of(const std::vector<PlannedFile*>& files) {
                : text;
 }
 
+/** Fails tracks of one conversation that are given without --together and --separate. */
 void refuse_together(const std::vector<PlannedFile*>& tracks) {
     const std::string cause = fmt::format(
         "looks like one of {} tracks of one conversation ({}): leveled by itself, the voices of "
@@ -191,6 +194,7 @@ void judge_group(std::vector<PlannedFile>& files) {
     }
 }
 
+// One of them failed in the look before the work: then none is leveled.
 void fail_group(std::vector<PlannedFile>& files) {
     const auto failed = std::find_if(files.begin(), files.end(), [](const PlannedFile& file) {
         return file.group != 0 && has_outcome(file, Outcome::Failed);

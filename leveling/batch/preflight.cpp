@@ -36,6 +36,7 @@ namespace {
 constexpr unsigned kMostThreads = 16;  // opening waits for disks and servers, not for cores
 // Files for one process: its start is worth some ten looks, and its death costs one file.
 constexpr std::size_t kLeastLooks = 8;
+// Files that one process looks into, so that a crash costs few others a second look.
 constexpr std::size_t kMostLooks = 64;
 
 /** What the plan knows of a file. */

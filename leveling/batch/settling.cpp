@@ -9,11 +9,13 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
+// A recorder that writes longer than this is not waited for.
 constexpr auto kLongestWait = std::chrono::minutes(1);
 constexpr auto kLookEvery = std::chrono::milliseconds(100);
 
 }  // namespace
 
+// A time in the future, by a clock that is wrong, counts as old.
 bool is_young(const FileState& file, double settle_s) {
     const auto now = std::chrono::system_clock::now().time_since_epoch();
     const std::int64_t age_ns =

@@ -8,6 +8,7 @@ namespace {
 
 // A signal handler has no other way to its objects.
 std::atomic<Batch*> g_batch{nullptr};
+// What the handlers, which can call next to nothing, leave for the batch's thread.
 std::atomic<int> g_signal{0};
 std::atomic<bool> g_resized{false};
 

@@ -101,6 +101,7 @@ WorkList read_plan(const Request& request) {
     return work;
 }
 
+/** Keeps the files of one shard. The cut depends on names and sizes alone, not on the machine. */
 void take_shard(const Shard& shard, WorkList& work) {
     if (shard.count == 1) {
         return;
@@ -166,7 +167,7 @@ void judge_outputs(const Request& request, std::vector<PlannedFile>& files) {
         if (!file.skip.empty()) {
             file.known = left_alone(file, Outcome::Skipped, file.skip);
         } else if (request.analyze) {
-            continue;  // there is no output
+            continue;  // nothing is written
         } else if (request.force) {
             file.found = state_of(file.output);
         } else {
