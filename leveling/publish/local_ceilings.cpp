@@ -9,7 +9,10 @@
 namespace quorvane {
 namespace {
 
-constexpr double kNearDb = 0.05;  // below the limit: what the next coding may bring above it
+// Below the limit: what the next coding may bring above it. It doubles with each call, as a coder
+// that is started with another level puts other peaks above the limit.
+constexpr double kNearDb = 0.05;
+constexpr int kMostDoublings = 4;
 constexpr double kRoomDb = 0.15;  // below the limit, for each call
 /** What is rendered lower than this share of the limit counts as that high. */
 constexpr double kLeastRendered = 0.25;
@@ -23,7 +26,8 @@ LocalCeilings::LocalCeilings(double limit_db, double ceiling_db)
 
 void LocalCeilings::lower(const std::vector<double>& coded, const std::vector<double>& rendered) {
     const double wanted = limit_ * portable_amplitude(-kRoomDb * ++calls_);
-    const double near = limit_ * portable_amplitude(-kNearDb);
+    const int doublings = std::min(calls_ - 1, kMostDoublings);
+    const double near = limit_ * portable_amplitude(-kNearDb * (1 << doublings));
     factors_.resize(std::max({factors_.size(), coded.size(), rendered.size()}), 1.0);
     for (std::size_t block = 0; block < coded.size(); ++block) {
         if (coded[block] <= near) {
