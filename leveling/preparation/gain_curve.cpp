@@ -25,6 +25,10 @@ constexpr double kMostMadeUp_db = 2;  // of a phrase
 
 constexpr double kLeastTrim_db = 0.01;  // rounding alone moves no gain
 
+// Of the excess of a bin's highest peak, what the limiter takes from the bin's level: it is back
+// within a quarter of the bin.
+constexpr double kTaken = 0.6;
+
 constexpr double kAttack_db = 6;     // a bin, before a peak
 constexpr double kRelease_db = 1.5;  // a bin, behind it
 
@@ -44,12 +48,13 @@ class CurveBuilder {
      * with sharp peaks is as loud as its neighbours then.
      */
     void make_up(const std::vector<bool>& words) {
+        const std::vector<float> heard = limited_curve(levels_.peak, goal_.ceiling_db, curve_);
         for (std::size_t i = 0; i < phrases_.size(); ++i) {
             const Stretch bins = phrases_[i].bins;
             std::vector<float> level_db(levels_.weighted_db.begin() + bins.begin,
                                         levels_.weighted_db.begin() + bins.end);
             const std::vector<bool> own(words.begin() + bins.begin, words.begin() + bins.end);
-            std::transform(level_db.begin(), level_db.end(), curve_.begin() + bins.begin,
+            std::transform(level_db.begin(), level_db.end(), heard.begin() + bins.begin,
                            level_db.begin(), [](float level, float gain) { return level + gain; });
             const double now_db = speech_level(level_db, own, {0, bins.length()});
             const double wanted_db = phrases_[i].level_db + gains_without_peaks_[i];
@@ -93,8 +98,6 @@ class CurveBuilder {
             }
         }
     }
-
-    void limit() { lower_for_peaks(levels_.peak, goal_.ceiling_db, curve_); }
 
     std::vector<float> take() { return std::move(curve_); }
 
@@ -161,7 +164,57 @@ class CurveBuilder {
     std::vector<float> curve_;
 };
 
+/**
+ * How far the peak of each bin is above the ceiling, dB, below 0 where it is not. The curve is a
+ * straight line from bin to bin: a bin's peak may have its neighbour's gain.
+ */
+std::vector<double> excess_of(const std::vector<float>& peaks,
+                              double ceiling_db,
+                              const std::vector<float>& curve_db) {
+    const std::size_t count = curve_db.size();
+    std::vector<double> excess(count);
+    for (std::size_t i = 0; i < count; ++i) {
+        const float gain = std::max(
+            {curve_db[i], curve_db[i > 0 ? i - 1 : i], curve_db[std::min(i + 1, count - 1)]});
+        excess[i] = static_cast<double>(gain) + level_of_amplitude(static_cast<double>(peaks[i])) -
+                    ceiling_db;
+    }
+    return excess;
+}
+
+/** The greatest of each value, its neighbours and 0. */
+std::vector<double> with_neighbours(const std::vector<double>& values) {
+    std::vector<double> result(values.size(), 0);
+    for (std::size_t i = 0; i < values.size(); ++i) {
+        const std::size_t end = std::min(i + 2, values.size());
+        for (std::size_t j = i > 0 ? i - 1 : 0; j < end; ++j) {
+            result[j] = std::max(result[j], values[i]);
+        }
+    }
+    return result;
+}
+
 }  // namespace
+
+std::vector<float> limited_curve(const std::vector<float>& peaks,
+                                 double ceiling_db,
+                                 std::vector<float> curve_db) {
+    const std::vector<double> excess = excess_of(peaks, ceiling_db, curve_db);
+    for (std::size_t i = 0; i < curve_db.size(); ++i) {
+        curve_db[i] -= static_cast<float>(kTaken * std::max(0.0, excess[i]));
+    }
+    return curve_db;
+}
+
+std::vector<bool> bins_to_limit(const std::vector<float>& peaks,
+                                double ceiling_db,
+                                const std::vector<float>& curve_db) {
+    const std::vector<double> excess = with_neighbours(excess_of(peaks, ceiling_db, curve_db));
+    std::vector<bool> result(excess.size());
+    std::transform(excess.begin(), excess.end(), result.begin(),
+                   [](double over) { return over > 0; });
+    return result;
+}
 
 // In dB, so that a peak's ramps are straight lines beside it: steep before it, less steep behind
 // it.
@@ -169,21 +222,11 @@ void lower_for_peaks(const std::vector<float>& peaks,
                      double ceiling_db,
                      std::vector<float>& curve_db) {
     const std::size_t count = curve_db.size();
-    const auto last = static_cast<std::size_t>(count > 0 ? count - 1 : 0);
-    const auto at = [&](std::size_t bin) { return static_cast<double>(curve_db[bin]); };
-    std::vector<double> excess(count);
-    for (std::size_t i = 0; i < count; ++i) {
-        // The curve is a straight line from bin to bin: a bin's peak may have its neighbour's.
-        const double gain = std::max({at(i), at(i > 0 ? i - 1 : i), at(std::min(i + 1, last))});
-        const double over = gain + level_of_amplitude(static_cast<double>(peaks[i])) - ceiling_db;
-        for (std::size_t j = i > 0 ? i - 1 : 0; j <= std::min(i + 1, last); ++j) {
-            excess[j] = std::max(excess[j], over);
-        }
-    }
+    std::vector<double> excess = with_neighbours(excess_of(peaks, ceiling_db, curve_db));
     for (std::size_t i = 1; i < count; ++i) {
         excess[i] = std::max(excess[i], excess[i - 1] - kRelease_db);
     }
-    for (std::size_t i = last; i > 0; --i) {
+    for (std::size_t i = count; i-- > 1;) {
         excess[i - 1] = std::max(excess[i - 1], excess[i] - kAttack_db);
     }
     for (std::size_t i = 0; i < count; ++i) {
@@ -211,7 +254,6 @@ std::vector<float> gain_curve(const BinLevels& levels,
         curve.fill_phrases();
         curve.fill_gaps(pauses);
         curve.sink_gaps(phrases.words);
-        curve.limit();
         if (round == kRounds) {
             break;
         }

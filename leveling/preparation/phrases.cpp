@@ -11,12 +11,11 @@ namespace quorvane {
 namespace {
 
 // In bins of 50 ms.
-constexpr long long kNear = 20;     // to each side: the loudest syllable of a sentence is in it
-constexpr long long kFar = 80;      // to each side: more than the longest gap within a phrase
-constexpr long long kLongest = 30;  // a unit
-constexpr long long kShortest = 4;  // what is shorter belongs to the unit before, if that is near
-constexpr long long kNearUnit = 6;
-constexpr long long kHalfRamp = 2;  // the gain moves around the quietest place
+constexpr long long kNear = 20;      // to each side: the loudest syllable of a sentence is in it
+constexpr long long kFar = 80;       // to each side: more than the longest gap within a phrase
+constexpr long long kLongest = 30;   // a unit
+constexpr long long kLeastRest = 6;  // of a run that is cut
+constexpr long long kHalfRamp = 2;   // the gain moves around the quietest place
 
 constexpr double kUnderNear_db = 12;  // a word's bin is not further under the loudest near it
 // Reverberation flattens speech until find_speech takes it for noise; but it is as loud as speech.
@@ -25,8 +24,9 @@ constexpr long long kTurnGap = 10;  // no shorter gap is between two turns
 constexpr long long kTurn = 200;    // as much of each as is compared
 
 // A short turn that is hidden between louder ones.
-constexpr long long kShortestTurn = 14;
-constexpr long long kLeastHidden = 10;  // bins of its words
+constexpr long long kShortestTurn = 10;
+constexpr long long kLeastHidden = 6;    // bins of its words
+constexpr long long kLeastSyllable = 4;  // of these, one after the other; a click has three
 constexpr float kLively_db = 8;
 constexpr double kUnderWords_db = 36;    // no voice is further under the others
 constexpr std::size_t kQuietShare = 10;  // one bin in so many is background
@@ -103,6 +103,17 @@ bool is_lively(std::vector<float> levels_db) {
     return high_db - low_db >= kLively_db;
 }
 
+/** Of bins in order, how many follow each other at most. */
+long long longest_run(const std::vector<long long>& bins) {
+    long long longest = 0;
+    long long run = 0;
+    for (std::size_t i = 0; i < bins.size(); ++i) {
+        run = i > 0 && bins[i] == bins[i - 1] + 1 ? run + 1 : 1;
+        longest = std::max(longest, run);
+    }
+    return longest;
+}
+
 /**
  * Finds a short turn of a voice far under its neighbours, whose loudest syllables hide it. The
  * decay of the words before it and the rise of those behind it are left out.
@@ -136,7 +147,8 @@ void find_hidden_words(Stretch gap,
             found.push_back(i);
         }
     }
-    if (static_cast<long long>(found.size()) >= kLeastHidden) {
+    if (static_cast<long long>(found.size()) >= kLeastHidden &&
+        longest_run(found) >= kLeastSyllable) {
         for (const long long bin : found) {
             words[static_cast<std::size_t>(bin)] = true;
         }
@@ -179,13 +191,9 @@ std::vector<Stretch> long_gaps(const std::vector<bool>& words, const std::vector
 
 /** Cuts a run of words where it is quietest until no part is too long. */
 void add_units(Stretch run, const std::vector<float>& smooth_db, std::vector<Stretch>& units) {
-    if (!units.empty() && run.length() < kShortest && run.begin - units.back().end < kNearUnit) {
-        units.back().end = run.end;
-        return;
-    }
-    while (run.length() > kLongest + kNearUnit) {
+    while (run.length() > kLongest + kLeastRest) {
         const auto from = smooth_db.begin() + run.begin + kLongest / 2;
-        const auto to = smooth_db.begin() + std::min(run.end - kNearUnit, run.begin + kLongest);
+        const auto to = smooth_db.begin() + std::min(run.end - kLeastRest, run.begin + kLongest);
         const long long cut = std::min_element(from, to) - smooth_db.begin();
         units.push_back({run.begin, cut});
         run.begin = cut;

@@ -17,6 +17,7 @@
 #include "leveling/preparation/evenness.h"
 #include "leveling/preparation/gain_curve.h"
 #include "leveling/preparation/levels.h"
+#include "leveling/preparation/limited_rendering.h"
 #include "leveling/preparation/pauses.h"
 #include "leveling/preparation/phrases.h"
 #include "leveling/preparation/rendering.h"
@@ -244,7 +245,8 @@ bool PreparationRun::has_enough_words() const {
 /** The levels of the bins outside of pauses as one gain per phrase leaves them. */
 std::vector<float> PreparationRun::phrased() const {
     const std::vector<float> before = without_pauses(levels_.weighted_db, pauses_);
-    std::vector<float> result = without_pauses(curve_db_, pauses_);
+    std::vector<float> result =
+        without_pauses(limited_curve(levels_.peak, kCeiling_db, curve_db_), pauses_);
     std::transform(before.begin(), before.end(), result.begin(), result.begin(),
                    [](float level_db, float gain_db) { return level_db + gain_db; });
     return result;
@@ -267,7 +269,7 @@ bool PreparationRun::needs_no_engine() {
     double goal_db = kWords_db;
     for (int round = 0; round < kLevelRounds; ++round) {
         curve_db_ = gain_curve(levels_, phrases_, pauses_, {goal_db, kCeiling_db});
-        goal_db += kWords_db - level_with(curve_db_);
+        goal_db += kWords_db - level_with(limited_curve(levels_.peak, kCeiling_db, curve_db_));
     }
     curve_db_ = gain_curve(levels_, phrases_, pauses_, {goal_db, kCeiling_db});
     if (unevenness(phrased()) > kEvenEnough_db) {
@@ -342,7 +344,11 @@ void PreparationRun::put_together() {
     } else if (way_ == Way::kPhrases) {
         facts_.phrases = static_cast<int>(phrases_.phrases.size());
         result_.leveling = leveling_of_phrases(phrases_, curve_db_);
-        render_with_curve(run_.recording, high_pass_, curve_db_, bin_frames_, out, progress);
+        CurveReader reader(run_.recording, high_pass_, curve_db_, bin_frames_);
+        render_limited(reader, info_,
+                       {quorvane::portable_amplitude(kCeiling_db),
+                        bins_to_limit(levels_.peak, kCeiling_db, curve_db_)},
+                       out, progress);
     } else {
         render_engine(out, progress);
     }

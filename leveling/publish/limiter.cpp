@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <utility>
 
 #include "leveling/audio/portable_math.h"
@@ -117,9 +118,9 @@ TruePeakLimiter::TruePeakLimiter(
       attack_frames_(frames_in(kAttackSeconds / 2, sample_rate_hz)),
       // The means reach 2 (attack_frames_ - 1) frames back, and the frame itself has to be inside.
       latency_frames_(TruePeakFinder::kLatency + 2 * attack_frames_ - 1),
-      finder_(channels,
-              lowered_.empty() ? ceiling
-                               : ceiling * *std::min_element(lowered_.begin(), lowered_.end())),
+      unnoticed_(lowered_.empty() ? ceiling
+                                  : ceiling * *std::min_element(lowered_.begin(), lowered_.end())),
+      finder_(channels, unnoticed_),
       held_(2 * attack_frames_ + frames_in(kHoldSeconds, sample_rate_hz)),
       first_mean_(attack_frames_),
       second_mean_(attack_frames_),
@@ -128,6 +129,11 @@ TruePeakLimiter::TruePeakLimiter(
       frames_at_rest_(frames_to_rest_),
       frames_to_drop_(latency_frames_),
       delayed_(latency_frames_ * channels_, 0.0) {}
+
+void TruePeakLimiter::expect(Peaks peaks) {
+    finder_.set_unnoticed(peaks == Peaks::kPossible ? unnoticed_
+                                                    : std::numeric_limits<double>::infinity());
+}
 
 double TruePeakLimiter::lowered_at(std::uint64_t frame) const {
     const std::uint64_t block = frame / block_frames_;

@@ -78,6 +78,9 @@ class MovingMean {
     std::int64_t sum_ = 0;
 };
 
+/** Whether the frames that come next may hold a peak above the ceiling. */
+enum class Peaks { kPossible, kNone };
+
 /**
  * A gain and a true-peak limiter with look-ahead over a stream of interleaved frames.
  *
@@ -122,6 +125,9 @@ class TruePeakLimiter {
                     double ceiling,
                     std::vector<double> lowered = {});
 
+    /** Where none is expected none is looked for, which spares most of the work. */
+    void expect(Peaks peaks);
+
     /** Appends what is ready to `out`: as many frames as went in, less those of the latency. */
     void process(const double* samples, std::size_t frames, std::vector<double>& out);
     void finish(std::vector<double>& out);
@@ -145,6 +151,7 @@ class TruePeakLimiter {
     double release_;
     std::size_t attack_frames_;
     std::size_t latency_frames_;
+    double unnoticed_;  // the lowest ceiling
     TruePeakFinder finder_;
     SlidingMinimum held_;
     MovingMean first_mean_;

@@ -156,6 +156,36 @@ TEST(Limiter, RecoversAtOnceFromAClickAndSlowlyFromALoudWord) {
     EXPECT_THAT(recovery_ms(2, 1), AllOf(Ge(228), Le(260)));
 }
 
+TEST(Limiter, AddsNothingToASteadyTone) {
+    // 997 Hz, 6 dB over the ceiling: what the third second holds besides the tone and its level.
+    const std::vector<double> out = limited(signals::sine(1.0, 997, 4, 48000), 1, 0.5, 4096);
+    double in_phase = 0;
+    double across = 0;
+    double power = 0;
+    for (std::size_t i = 0; i < 48000; ++i) {
+        const double angle = 2 * std::acos(-1.0) * 997 * static_cast<double>(i) / 48000;
+        in_phase += out[96000 + i] * std::sin(angle) / 24000;
+        across += out[96000 + i] * std::cos(angle) / 24000;
+        power += out[96000 + i] * out[96000 + i] / 48000;
+    }
+    const double tone = (in_phase * in_phase + across * across) / 2;
+    EXPECT_LT(10 * std::log10(std::max(1e-30, power / tone - 1)), -136);
+}
+
+TEST(Limiter, LooksForNoPeakWhereNoneIsExpected) {
+    const Signal loud = signals::sine(1, 300, 1);
+    TruePeakLimiter limiter(1, loud.sample_rate_hz, 1, 0.5);
+    std::vector<double> out;
+    limiter.expect(Peaks::kNone);
+    limiter.process(loud.samples.data(), 8000, out);
+    limiter.expect(Peaks::kPossible);
+    limiter.process(loud.samples.data() + 8000, loud.samples.size() - 8000, out);
+    limiter.finish(out);
+    EXPECT_EQ(std::vector<double>(loud.samples.begin(), loud.samples.begin() + 7000),
+              std::vector<double>(out.begin(), out.begin() + 7000));
+    EXPECT_LE(*std::max_element(out.begin() + 9000, out.end()), 0.5);
+}
+
 TEST(Limiter, ChannelsStayTogether) {
     const Signal loud = signals::sine(1, 300, 1);
     Signal quiet = loud;
