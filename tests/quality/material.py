@@ -10,6 +10,9 @@ class Recording:
     def __init__(self, name, x, spans, rate=RATE, bits=24):
         self.name, self.x, self.spans, self.rate, self.bits = name, x.reshape(len(x), -1), spans, rate, bits
 
+    def peak_db(self):
+        return 20 * np.log10(np.max(np.abs(self.x)))
+
 
 def conversation(turns, order, levels, pauses):
     """Turns one after the other. order: speakers; levels: dB by speaker; pauses: seconds behind each turn."""
@@ -40,6 +43,8 @@ def talk(turns, rng, count=12, gap_db=8, pause_s=(0.3, 0.7), top_db=-22.0):
 def pause_cases(turns, rng, lengths=(3, 10, 30, 120), tones=(-42, -46, -50, -60)):
     for tone in tones:
         for length in lengths:
+            if length > 30 and tone not in (-42, -50):
+                continue  # long, and like its neighbours
             a, b = speakers_of(turns)[:2]
             order = [a, b, b, a, a, b, a, b]
             pauses = [0.5, length, 0.5, length, 0.4, 0.6, length, 0.6]

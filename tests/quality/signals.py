@@ -72,10 +72,22 @@ def resample(x, old, new):
     return np.fft.irfft(kept, n) * n / len(x)
 
 
+def fast_length(least):
+    """The next length that a Fourier transform is quick for: a power of 2, 1.25, 1.5 or 1.875 times one."""
+    power = 1 << int(np.ceil(np.log2(least)))
+    return next(n for n in (power * 5 // 8, power * 3 // 4, power * 15 // 16, power) if n >= least)
+
+
+def in_bands(x, rate, responses):
+    """A mono signal through filters, each given as a function of the frequency in Hz."""
+    n = fast_length(len(x) + rate // 5)
+    spectrum, frequency = np.fft.rfft(x, n), np.fft.rfftfreq(n, 1 / rate)
+    for response in responses:
+        yield np.fft.irfft(spectrum * response(frequency), n)[:len(x)]
+
+
 def in_band(x, rate, response):
-    """A mono signal through a filter that is given as a function of the frequency in Hz."""
-    n = 1 << int(np.ceil(np.log2(len(x) + rate // 5)))
-    return np.fft.irfft(np.fft.rfft(x, n) * response(np.fft.rfftfreq(n, 1 / rate)), n)[:len(x)]
+    return next(in_bands(x, rate, (response,)))
 
 
 def k_weighting(rate):
@@ -104,12 +116,19 @@ def voice_band(frequency):
     return 1 / (1 + (200 / f) ** 4) ** 0.5 / (1 + (f / 5000) ** 4) ** 0.5
 
 
-def bins_of(x, rate, response):
-    """Power of each bin behind a filter, summed over the channels."""
+def filtered_bins(x, rate, responses):
+    """Power of each bin behind each filter, summed over the channels."""
     step = int(round(HOP * rate))
     count = len(x) // step
-    return sum(np.mean(np.square(in_band(x[:, c], rate, response)[:count * step].reshape(count, step)),
-                       axis=1) for c in range(x.shape[1]))
+    sums = [np.zeros(count) for _ in responses]
+    for c in range(x.shape[1]):
+        for total, band in zip(sums, in_bands(x[:, c], rate, responses)):
+            total += np.mean(np.square(band[:count * step].reshape(count, step)), axis=1)
+    return sums
+
+
+def bins_of(x, rate, response):
+    return filtered_bins(x, rate, (response,))[0]
 
 
 def gated_level(bins):
