@@ -1,6 +1,7 @@
 #include "leveling/findings/findings.h"
 
 #include <algorithm>
+#include <iterator>
 #include <limits>
 #include <utility>
 
@@ -110,6 +111,24 @@ void add_measured(const SpeechView& view, std::vector<Finding>& findings) {
     }
 }
 
+/**
+ * What the other speakers do to a track of a conversation: their voices on it and the time in which
+ * only they speak. They are leveled for all tracks together.
+ */
+constexpr const char* kOfOthers[] = {"spill",       "long-pauses", "noise",
+                                     "reverberant", "music-bed",   "short"};
+
+void keep_findings_of_track(FileFacts& facts) {
+    const auto is_of_others = [](const Finding& finding) {
+        return std::any_of(std::begin(kOfOthers), std::end(kOfOthers),
+                           [&](const char* code) { return finding.code == code; });
+    };
+    facts.findings.erase(std::remove_if(facts.findings.begin(), facts.findings.end(), is_of_others),
+                         facts.findings.end());
+    // The passages of all who are heard say nothing of its owner.
+    facts.speech.reset();
+}
+
 }  // namespace
 
 void add_findings(const SoundProfile& profile, FileFacts& facts) {
@@ -136,6 +155,9 @@ void add_findings(const SoundProfile& profile, FileFacts& facts) {
 }
 
 void add_results(std::int64_t input_bytes, FileFacts& facts) {
+    if (facts.is_track()) {
+        keep_findings_of_track(facts);
+    }
     if (facts.speech) {
         add_speech_levels(facts.before, facts.after, *facts.speech);
     }

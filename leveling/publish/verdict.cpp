@@ -8,6 +8,7 @@
 
 #include "Common/version.h"
 #include "leveling/advice/speech_words.h"
+#include "leveling/words/text.h"
 
 /*
  * The sentences that come first, on the screen, in the report and in the JSON: what was done, how
@@ -26,6 +27,16 @@ const Loudness* measured(const FileFacts& facts) {
         return &*facts.after;
     }
     return facts.before ? &*facts.before : nullptr;
+}
+
+std::string conversation_sentence(const ConversationPart& part) {
+    if (part.mix) {
+        return fmt::format("The mix of {} tracks.", part.tracks);
+    }
+    const std::string track = fmt::format("One of {} tracks of a conversation", part.tracks);
+    return part.speaks_s > 0
+               ? fmt::format("{}; its owner speaks for {}.", track, clock_text(part.speaks_s))
+               : track + "; its owner does not speak, so it is not raised.";
 }
 
 /** One sentence with its full stop, "" where there is nothing to say. */
@@ -47,6 +58,9 @@ std::string what_happened(const FileFacts& facts) {
         case Outcome::UpToDate:
         case Outcome::Leveled:
         case Outcome::Analyzed:
+            if (facts.conversation) {
+                return conversation_sentence(*facts.conversation);
+            }
             return facts.before ? speech_headline(facts) : std::string("Leveled; not measured.");
     }
     return "";
@@ -250,13 +264,17 @@ std::string verdict(const FactsList& files, const std::vector<std::string>& aske
         return verdict(*files.begin(), asked, face);
     }
     std::size_t heard = 0;
+    std::size_t tracks = 0;
     std::size_t objected = 0;
     for (const FileFacts& facts : files) {
         heard += facts.before ? 1 : 0;
+        tracks += facts.is_track() && !is_failure(facts.outcome) ? 1 : 0;
         objected += facts.before && !objections(facts).empty() ? 1 : 0;
     }
     std::string text = heard == 0 ? fmt::format("None of {} files was measured.", files.size())
-                                  : speech_headline(files);
+                       : tracks != 0
+                           ? fmt::format("{} tracks of a conversation, leveled together.", tracks)
+                           : speech_headline(files);
     const auto add = [&](const std::string& sentence) {
         text += (text.empty() ? "" : " ") + sentence;
     };

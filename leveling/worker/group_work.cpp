@@ -16,6 +16,7 @@
 #include "leveling/conversation/mix.h"
 #include "leveling/facts/destinations.h"
 #include "leveling/facts/file_error.h"
+#include "leveling/findings/findings.h"
 #include "leveling/publish/publish.h"
 #include "leveling/worker/stages.h"
 #include "leveling/worker/work_on.h"
@@ -230,8 +231,9 @@ void GroupRun::make_mix() {
 std::vector<WorkResult> GroupRun::results() const {
     std::vector<WorkResult> results;
     const auto add = [&](const Work& work) {
-        results.push_back(
-            {work.facts, work.input_hash, work.output_hash, state_of(work.job.part).size});
+        FileFacts facts = work.facts;
+        add_results(state_of(work.job.input).size, facts);
+        results.push_back({facts, work.input_hash, work.output_hash, state_of(work.job.part).size});
     };
     for (const Work& work : tracks_) {
         add(work);
