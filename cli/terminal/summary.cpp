@@ -50,7 +50,7 @@ Value of(std::optional<Loudness> FileFacts::*when, double Loudness::*field) {
 /** A gain with its sign. */
 Value of(double Leveling::*field) {
     return [=](const FileFacts& facts) {
-        return facts.leveling ? fmt::format("{:+.1f}", (*facts.leveling).*field) : std::string("-");
+        return facts.leveling ? signed_decimal((*facts.leveling).*field) : std::string("-");
     };
 }
 

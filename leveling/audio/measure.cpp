@@ -15,6 +15,7 @@
 #include "Common/audio/wide_loops.h"
 #include "Common/stream/sound_source.h"
 #include "leveling/audio/loudness_meter.h"
+#include "leveling/audio/peak_curve.h"
 #include "leveling/audio/power_meter.h"
 #include "leveling/audio/sound_file.h"
 #include "leveling/audio/true_peak.h"
@@ -102,6 +103,7 @@ class HalfMeter {
           power_(file_.channels(), file_.samplerate()),
           peaks_(file_.channels(), file_.samplerate()),
           loudness_(file_.channels(), file_.samplerate(), cuts, begin),
+          outline_(file_.channels(), file_.samplerate(), file_.frames(), begin),
           source_(SoundHandle(file_.rawHandle(), [](SNDFILE* /*kept by file_*/) {}),
                   path,
                   info_of(file_),
@@ -124,6 +126,7 @@ class HalfMeter {
                 read_block(end_, [&](const float* samples, std::size_t count) {
                     power_.add(samples, count * channels_);
                     peaks_.add(samples, count);
+                    outline_.add(samples, count);
                     if (observer_ != nullptr) {
                         observer_->add(samples, count);
                     }
@@ -137,6 +140,7 @@ class HalfMeter {
         power_.append(next.power_);
         peaks_.append(next.peaks_);
         loudness_.append(next.loudness_);
+        outline_.append(next.outline_);
         done_ = next.done_;
     }
 
@@ -145,6 +149,8 @@ class HalfMeter {
     const TruePeakMeter& peaks() const { return peaks_; }
 
     const LoudnessMeter& loudness() const { return loudness_; }
+
+    const PeakCurve& outline() const { return outline_; }
 
     std::int64_t end() const { return done_; }
 
@@ -220,6 +226,7 @@ class HalfMeter {
     PowerMeter power_;
     TruePeakMeter peaks_;
     LoudnessMeter loudness_;
+    PeakCurve outline_;
     SoundSource source_;
     std::vector<unsigned char> bytes_;
     unsigned char* next_ = nullptr;  // of bytes_, to be decoded
@@ -316,6 +323,7 @@ class FileMeter {
             static_cast<double>(LoudnessMeter::stretch_frames(file_.samplerate())) /
             file_.samplerate();
         facts.powers.values = loudness.stretch_powers();
+        facts.peaks_dbfs = whole_.outline().dbfs();
         facts.short_term_lufs.step_s = step_s_;
         for (const Window& window : windows_) {
             facts.short_term_lufs.values.push_back(loudness.window_lufs(window.begin, window.end));

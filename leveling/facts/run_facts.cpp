@@ -77,6 +77,9 @@ Json loudness(const Loudness& from, Curves curves) {
     if (curves == Curves::Tell && from.short_term_lufs.step_s > 0) {
         json["short_term_lufs"] = curve(from.short_term_lufs);
     }
+    if (curves == Curves::Tell && from.peaks_dbfs.step_s > 0) {
+        json["peaks_dbfs"] = curve(from.peaks_dbfs);
+    }
     return json;
 }
 
@@ -91,7 +94,8 @@ Loudness loudness_back(const Json& json) {
             number_back(json.at("tail_s")),
             curve_back(json, "short_term_lufs"),
             0,
-            {}};
+            {},
+            curve_back(json, "peaks_dbfs")};
 }
 
 /** Gains in dB, as the engine applied them before the last step. */
@@ -345,6 +349,7 @@ void strip_curves(FileFacts& facts) {
     for (auto* loudness : {&facts.before, &facts.after}) {
         if (*loudness) {
             (*loudness)->short_term_lufs = {};
+            (*loudness)->peaks_dbfs = {};
         }
     }
     if (facts.leveling) {

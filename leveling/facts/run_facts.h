@@ -40,6 +40,7 @@ struct Loudness {
     Curve short_term_lufs;
     double greatest_momentary_lufs = 0;  // of 400 ms; for the file's own metadata, not in JSON
     Curve powers;  // K-weighted, of each tenth of a second; for the levels of speech, not in JSON
+    Curve peaks_dbfs;  // the largest sample of each step, for a drawing of the waveform
 };
 
 /**

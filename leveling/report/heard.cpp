@@ -75,6 +75,36 @@ void join_short(std::vector<Passage>& passages) {
     }
 }
 
+/** The mean power of a curve of levels over a passage, as a level. */
+double mean_lufs(const Curve& curve, const Passage& passage) {
+    double sum = 0;
+    double count = 0;
+    for (std::size_t i = 0; i < curve.values.size(); ++i) {
+        const double at = static_cast<double>(i) * curve.step_s;
+        if (at >= passage.from_s && at < passage.to_s && std::isfinite(curve.values[i])) {
+            sum += std::pow(10, curve.values[i] / 10);
+            ++count;
+        }
+    }
+    return count > 0 ? 10 * std::log10(sum / count) : -std::numeric_limits<double>::infinity();
+}
+
+/** Empty where not all of them are known. */
+std::vector<ShownPassage> passages_of_speech(const FileFacts& facts) {
+    std::vector<ShownPassage> shown;
+    if (!facts.speech || facts.speech->passages.size() !=
+                             static_cast<std::size_t>(std::max(facts.speech->count, 0))) {
+        return shown;
+    }
+    for (const SpeechPassage& passage : facts.speech->passages) {
+        if (std::isfinite(passage.before_db) && std::isfinite(passage.after_db)) {
+            shown.push_back({passage.from_s, passage.to_s, passage.before_db, passage.after_db,
+                             passage.after_db - passage.before_db, 0});
+        }
+    }
+    return shown;
+}
+
 }  // namespace
 
 double final_level_db(const FileFacts& facts) {
@@ -120,14 +150,28 @@ std::vector<Passage> heard_passages(const FileFacts& facts) {
     return passages;
 }
 
-double mean_gain_db(const std::vector<Passage>& passages) {
+std::vector<ShownPassage> shown_passages(const FileFacts& facts) {
+    if (!facts.leveling || !facts.before || !facts.after) {
+        return {};
+    }
+    std::vector<ShownPassage> shown = passages_of_speech(facts);
+    if (shown.empty()) {
+        for (const Passage& passage : heard_passages(facts)) {
+            shown.push_back({passage.from_s, passage.to_s,
+                             mean_lufs(facts.before->short_term_lufs, passage),
+                             mean_lufs(facts.after->short_term_lufs, passage), passage.gain_db, 0});
+        }
+    }
     double sum = 0;
     double time = 0;
-    for (const Passage& passage : passages) {
-        sum += passage.gain_db * seconds(passage);
-        time += seconds(passage);
+    for (const ShownPassage& passage : shown) {
+        sum += passage.gain_db * (passage.to_s - passage.from_s);
+        time += passage.to_s - passage.from_s;
     }
-    return time > 0 ? sum / time : 0;
+    for (ShownPassage& passage : shown) {
+        passage.against_db = time > 0 ? passage.gain_db - sum / time : 0;
+    }
+    return shown;
 }
 
 double most_different_s(const FileFacts& facts, double seconds) {

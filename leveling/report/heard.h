@@ -19,11 +19,21 @@ double final_level_db(const FileFacts& facts);
  */
 std::vector<Passage> heard_passages(const FileFacts& facts);
 
+/** A stretch as the page shows it. Levels in LUFS, minus infinity where there is none. */
+struct ShownPassage {
+    double from_s = 0;
+    double to_s = 0;
+    double before_lufs = 0;
+    double after_lufs = 0;
+    double gain_db = 0;     // that it got in all
+    double against_db = 0;  // of that, more or less than the others got
+};
+
 /**
- * The mean of the passages' gains over their time, in dB: against it a passage was raised or
- * lowered, whatever constant gain the whole got.
+ * The passages of speech with their levels before and after; where a recording has more than are
+ * kept, or no speech was found, the passages of heard_passages(). Empty where it was only measured.
  */
-double mean_gain_db(const std::vector<Passage>& passages);
+std::vector<ShownPassage> shown_passages(const FileFacts& facts);
 
 /** Where the gains of a stretch of so many seconds spread most: its start in seconds. */
 double most_different_s(const FileFacts& facts, double seconds);

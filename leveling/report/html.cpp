@@ -36,13 +36,25 @@ figure{margin:0 0 18px}figcaption{font-size:.9rem;color:var(--soft);margin-botto
 .key i{display:inline-block;width:18px;height:10px;border-radius:2px;margin-right:5px}
 .plot{position:relative;margin-left:36px}
 .plot svg{display:block;width:100%;border:1px solid var(--line);border-radius:4px;background:var(--panel)}
-.loudness svg{height:260px}.gain svg{height:130px}
+.loudness svg{height:220px}.waveform svg{height:120px}.lane svg{height:84px}
+.waves{position:relative}.plot,.times{margin-right:36px}
+.waves .plot+.plot{margin-top:10px}.plot path.wave{stroke-width:.5;opacity:.85}
+.plot .wave.b{fill:var(--before);stroke:var(--before)}.plot .wave.a{fill:var(--after);stroke:var(--after)}
+.panel{position:absolute;left:8px;top:6px;font-size:.75rem;font-weight:600;padding:0 5px;border-radius:4px;background:var(--paper)}
+.pins{position:relative;height:20px;margin:0 36px}.pin{position:absolute;top:0;width:14px;height:18px;margin-left:-7px;
+padding:0;border:0;background:none;cursor:pointer}.pin::before{content:"";position:absolute;left:2px;top:4px;border:5px solid transparent;
+border-top:9px solid var(--before)}.pin.problem::before{border-top-color:var(--bad)}.pin.warning::before{border-top-color:var(--down)}
+.pin::after{content:"";position:absolute;left:7px;top:14px;height:258px;border-left:1px dashed var(--before);pointer-events:none}
+.pin.problem::after{border-color:var(--bad)}.pin.warning::after{border-color:var(--down)}.pin:disabled{cursor:default}
+.pin:focus-visible{outline:3px solid var(--down)}.over{position:absolute;inset:0 36px;pointer-events:none}
+.over i{position:absolute;bottom:0;top:20px}.over .part{background:var(--ink);height:4px;top:auto;border-radius:2px}
+.over .head{border-left:2px solid var(--ink)}
 .plot path{fill:none;stroke-width:2;vector-effect:non-scaling-stroke;stroke-linejoin:round}
 .plot line{stroke:var(--line);vector-effect:non-scaling-stroke}
 .plot line.zero{stroke:var(--soft)}
-.plot .b{stroke:var(--before);stroke-width:1.5}.plot .a{stroke:var(--after)}.plot .g{stroke:var(--ink)}
+.plot .b{stroke:var(--before)}.plot .a{stroke:var(--after)}.plot .g{stroke:var(--ink)}
 .plot .up{fill:var(--up)}.plot .down{fill:var(--down)}.plot .none{fill:var(--before)}
-.y{position:absolute;right:100%;padding-right:6px;transform:translateY(-50%);font-size:.75rem;
+.y.right{right:auto;left:100%;padding:0 0 0 6px}.y{position:absolute;right:100%;padding-right:6px;transform:translateY(-50%);font-size:.75rem;
 color:var(--soft);font-variant-numeric:tabular-nums;white-space:nowrap}
 .times{position:relative;height:1.4em;margin-left:36px;font-size:.75rem;color:var(--soft)}
 .times span{position:absolute;white-space:nowrap;transform:translateX(-50%)}
@@ -55,8 +67,8 @@ td.n,th.n{text-align:right;font-variant-numeric:tabular-nums;white-space:nowrap}
 .files thead button{font:inherit;color:inherit;background:none;border:0;padding:4px 0;cursor:pointer}
 .files thead button:hover{text-decoration:underline}.files thead button:focus-visible{outline:3px solid var(--down)}
 .files [aria-sort=ascending] button::after{content:" ▲"}.files [aria-sort=descending] button::after{content:" ▼"}
-.files tbody th{min-width:9em;max-width:24em}.files td{overflow-wrap:normal}.files td.n small,.files thead small{color:var(--soft);font-weight:400}
-.found{color:var(--down)}.tools{display:flex;flex-wrap:wrap;gap:8px 20px;margin:14px 0}.tools[hidden]{display:none}
+.files tbody th{min-width:11em;max-width:24em}.files td{overflow-wrap:normal}.files td.n small,.files thead small{color:var(--soft);font-weight:400}
+span.found,p.found{color:var(--down)}.tools{display:flex;flex-wrap:wrap;align-items:center;gap:8px 20px;margin:14px 0}.tools[hidden]{display:none}
 .tools input,.tools select{font:inherit;color:inherit;background:var(--panel);border:1px solid var(--line);border-radius:6px;padding:4px 8px}
 .findings{list-style:none;padding:0;margin:0}.findings li{border-left:4px solid var(--before);background:var(--panel);
 padding:8px 14px;margin:0 0 10px;border-radius:0 8px 8px 0}.findings .problem{border-color:var(--bad)}.findings .warning{border-color:var(--down)}
@@ -68,7 +80,8 @@ padding:8px 14px;margin:0 0 10px;border-radius:0 8px 8px 0}.findings .problem{bo
 .swatch.up{background:var(--up)}.swatch.down{background:var(--down)}.swatch.none{background:var(--before)}
 summary{cursor:pointer}footer{margin-top:40px;font-size:.84rem;color:var(--soft)}
 .destinations thead th:first-child{width:25%}
-@media (max-width:640px){main{padding:18px 14px 40px}.seek{flex-basis:70%}.loudness svg{height:200px}}
+.passages td{white-space:nowrap}.lane h2{margin:22px 0 2px}.lane p{margin:2px 0}.lane small{font-weight:400;color:var(--soft)}
+@media (max-width:640px){main{padding:18px 14px 40px}.passages{font-size:.8rem}.passages th{white-space:normal!important;overflow-wrap:normal}.plot,.times,.pins,.over{margin-left:26px;margin-right:26px}.over{inset:0 26px;margin:0}.seek{flex-basis:70%}.loudness svg{height:200px}}
 @media (max-width:860px){.stack thead{display:none}.stack tr{display:block;padding:10px 0;border-bottom:1px solid var(--line)}
 .stack td,.stack th[scope=row]{display:block;border:0;padding:1px 0;text-align:left!important}
 .stack td[data-label]::before{content:attr(data-label) " ";color:var(--soft)}}

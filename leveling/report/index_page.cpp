@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cctype>
 #include <cmath>
 
 #include "leveling/advice/finding_words.h"
@@ -21,17 +20,6 @@
 
 namespace quorvane {
 namespace {
-
-/** The name as a relative link: all but the plainest bytes as %XX. */
-std::string link_to(const std::string& name) {
-    std::string link;
-    for (char c : name) {
-        const auto byte = static_cast<unsigned char>(c);
-        const bool plain = (byte < 0x80 && isalnum(byte)) || c == '.' || c == '-' || c == '_';
-        link += plain ? std::string(1, c) : fmt::format("%{:02X}", byte);
-    }
-    return link;
-}
 
 /** What is to be looked at first has the least rank. */
 int rank_of(const FileFacts& facts, const ReportOptions& options) {
@@ -97,11 +85,18 @@ std::string level_cell(const FileFacts& facts,
                        facts.after ? "<small>" + shown(was) + " →</small> " : "", shown(now));
 }
 
-std::string gain_cell(const FileFacts& facts) {
-    return facts.leveling
-               ? fmt::format("<td class=\"n\" data-label=\"Gain, dB\" data-v=\"{:.2f}\">{}</td>",
-                             facts.leveling->mean_gain_db, shown_gain(facts.leveling->mean_gain_db))
-               : std::string("<td class=\"n\"></td>");
+/** How far the passages of speech are apart now, and small what that was. */
+std::string apart_cell(const FileFacts& facts) {
+    if (!facts.speech || facts.speech->state != SpeechState::Measured) {
+        return "<td class=\"n\"></td>";
+    }
+    const double was = facts.speech->span_before_db;
+    const double after = facts.speech->span_after_db;
+    const bool is_leveled = facts.after && std::isfinite(after);
+    return fmt::format(
+        "<td class=\"n\" data-label=\"Speech apart, dB\" data-v=\"{:.2f}\">{}{}</td>",
+        is_leveled ? after : was, is_leveled ? "<small>" + shown(was) + " →</small> " : "",
+        shown(is_leveled ? after : was));
 }
 
 /** A heading that sorts when it is pressed; numeric ones stand to the right. */
@@ -155,11 +150,12 @@ IndexRow index_row(const FileFacts& facts, const std::string& page, const Report
     }
     row += level_cell(facts, "Loudness", "LUFS", &Loudness::integrated_lufs);
     row += level_cell(facts, "True peak", "dBTP", &Loudness::true_peak_dbtp);
-    return {rank, row + gain_cell(facts) + "</tr>\n"};
+    return {rank, row + apart_cell(facts) + "</tr>\n"};
 }
 
 std::string index_page(const FactsList& files,
                        std::vector<IndexRow> rows,
+                       const std::string& conversation,
                        const ReportOptions& options) {
     std::stable_sort(rows.begin(), rows.end(), [](const IndexRow& one, const IndexRow& other) {
         return one.rank < other.rank;
@@ -169,19 +165,25 @@ std::string index_page(const FactsList& files,
         head += heading_cell(find_destination(word)->name, "");
     }
     head += heading_cell("Loudness", "LUFS") + heading_cell("True peak", "dBTP") +
-            heading_cell("Gain", "dB");
+            heading_cell("Speech apart", "dB");
     VerdictColor color = VerdictColor::Ready;
     for (const FileFacts& facts : files) {
         color = std::max(color, verdict_color(facts, options));
     }
+    const std::string link =
+        conversation.empty()
+            ? ""
+            : fmt::format("<p><a href=\"{}\">The conversation, a lane for each speaker</a></p>\n",
+                          link_to(conversation));
     std::string text = fmt::format(
         "<h1>{} file{}</h1>\n{}<p class=\"soft\">What needs you comes first. Levels before and "
         "after; "
-        "the gain is the mean of leveling.</p>\n{}<table class=\"stack files\">\n<thead><tr>{}</tr>"
+        "the last column is how far passages of speech are apart.</p>\n{}{}<table class=\"stack "
+        "files\">\n<thead><tr>{}</tr>"
         "</thead>\n<tbody>\n",
         files.size(), files.size() == 1 ? "" : "s",
-        verdict_html(verdict(files, options.destinations, Face::Page), options, color), kTools,
-        head);
+        verdict_html(verdict(files, options.destinations, Face::Page), options, color), link,
+        kTools, head);
     for (const IndexRow& row : rows) {
         text += row.html;
     }

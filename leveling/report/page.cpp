@@ -12,8 +12,12 @@
 #include "leveling/publish/verdict.h"
 #include "leveling/report/heard.h"
 #include "leveling/report/html.h"
+#include "leveling/report/listen.h"
+#include "leveling/report/marks.h"
 #include "leveling/report/page_words.h"
+#include "leveling/report/plot.h"
 #include "leveling/report/report_chart.h"
+#include "leveling/words/levels.h"
 #include "leveling/words/text.h"
 
 /*
@@ -53,7 +57,7 @@ std::string heading(const FileFacts& facts, const ReportOptions& options) {
         text += fmt::format("<p class=\"banner\"><b>{}</b>: {}</p>\n", outcome_text(facts),
                             escape_html(facts.cause));
     }
-    for (const std::string& note : facts.notes) {
+    for (const std::string& note : facts.conversation ? std::vector<std::string>() : facts.notes) {
         text += fmt::format("<p class=\"banner\">{}</p>\n", escape_html(note));
     }
     if (facts.preparation) {
@@ -115,12 +119,13 @@ std::string numbers(const FileFacts& facts) {
     }
     if (facts.leveling) {
         const Leveling& gain = *facts.leveling;
-        text += card("Leveling gain",
-                     fmt::format("{} <small>({} to {})</small>", shown_gain(gain.mean_gain_db),
-                                 shown_gain(gain.least_gain_db), shown_gain(gain.greatest_gain_db)),
-                     "dB",
-                     "What leveling added on average (and at least and at most) to bring the "
-                     "passages together, before the whole got its final level.");
+        text += card(
+            "Leveling gain",
+            fmt::format("{} <small>({} to {})</small>", signed_decimal(gain.mean_gain_db),
+                        signed_decimal(gain.least_gain_db), signed_decimal(gain.greatest_gain_db)),
+            "dB",
+            "What leveling added on average (and at least and at most) to bring the "
+            "passages together, before the whole got its final level.");
     }
     return text + "</div>\n";
 }
@@ -190,19 +195,6 @@ std::string destination_part(const FileFacts& facts, const ReportOptions& option
     return text;
 }
 
-/** The places in time of a finding; the player takes those that its excerpts hold. */
-std::string place_marks(const Finding& finding) {
-    constexpr std::size_t kMostMarks = 8;
-    std::string marks;
-    for (std::size_t i = 0; i < std::min(finding.places.size(), kMostMarks); ++i) {
-        const double from_s = finding.places[i].from_s;
-        marks += fmt::format(
-            " <button type=\"button\" class=\"mark\" disabled data-at=\"{:.2f}\">{}</button>",
-            from_s, clock_text(from_s));
-    }
-    return marks.empty() ? "" : "<p class=\"marks\">At" + marks + "</p>\n";
-}
-
 /** What was found, the gravest first, and what to do about it. */
 std::string findings_part(const FileFacts& facts) {
     if (facts.findings.empty()) {
@@ -232,35 +224,35 @@ std::string findings_part(const FileFacts& facts) {
 
 /** The passages as they are heard, with the gain that each got in the end. */
 std::string passages(const FileFacts& facts) {
-    const std::vector<Passage> rows = heard_passages(facts);
+    const std::vector<ShownPassage> rows = shown_passages(facts);
     if (rows.empty()) {
         return "";
     }
-    const double mean_db = mean_gain_db(rows);
     std::string table =
-        "<table class=\"passages\">\n<thead><tr><th>From</th><th>To</th><th class=\"n\">Level "
-        "before</th><th class=\"n\">Gain</th></tr></thead>\n<tbody>\n";
-    for (const Passage& passage : rows) {
+        "<table class=\"passages\">\n<thead><tr><th scope=\"col\">From</th><th scope=\"col\">To"
+        "</th><th scope=\"col\" class=\"n\">Before <small>LUFS</small></th><th scope=\"col\" "
+        "class=\"n\">After <small>LUFS</small></th><th scope=\"col\" class=\"n\">Gain <small>dB"
+        "</small></th><th scope=\"col\" class=\"n\">Against the rest <small>dB</small></th></tr>"
+        "</thead>\n<tbody>\n";
+    for (const ShownPassage& passage : rows) {
         table += fmt::format(
-            "<tr><td><span class=\"swatch {}\"></span>{}</td><td>{}</td><td class=\"n\">{} "
-            "dBFS</td>"
-            "<td class=\"n\">{} dB</td></tr>\n",
-            gain_class(passage.gain_db - mean_db), clock_text(passage.from_s),
-            clock_text(passage.to_s), shown(passage.level_db), shown_gain(passage.gain_db));
+            "<tr><td><span class=\"swatch {}\"></span>{}</td><td>{}</td><td class=\"n\">{}</td>"
+            "<td class=\"n\">{}</td><td class=\"n\">{}</td><td class=\"n\">{}</td></tr>\n",
+            gain_class(passage.against_db), clock_text(passage.from_s), clock_text(passage.to_s),
+            shown(passage.before_lufs), shown(passage.after_lufs), signed_decimal(passage.gain_db),
+            signed_decimal(passage.against_db));
     }
     table += "</tbody>\n</table>\n";
-    const std::string title = rows.size() == 1
-                                  ? std::string("1 passage of steady loudness")
-                                  : fmt::format("{} passages of steady loudness", rows.size());
+    const std::string title =
+        rows.size() == 1 ? std::string("1 passage") : fmt::format("{} passages", rows.size());
     if (rows.size() > kMostOpenRows) {
         table = fmt::format("<details><summary>Show all {}</summary>\n{}</details>\n", rows.size(),
                             table);
     }
     return fmt::format(
-        "<h2>{}</h2>\n<p class=\"soft\">Each gets the gain that brings it to the level of all; the "
-        "level is measured on the cleaned sound, without pauses. Passages within 1 dB of each "
-        "other "
-        "are shown as one, and what is shorter than 1.5 s with its neighbour.</p>\n{}",
+        "<h2>{}</h2>\n<p class=\"soft\">Each gets the gain that brings it to the level of all. "
+        "Levels are loudness without pauses; the last column is what a passage got beyond the mean "
+        "gain of all.</p>\n{}",
         title, table);
 }
 
@@ -270,18 +262,19 @@ std::string page_of(const FileFacts& facts, const ReportOptions& options, Place 
     std::string body = place == Place::InFolder
                            ? "<p class=\"back\"><a href=\"index.html\">← All files</a></p>\n"
                            : "";
+    std::string script;
     body += heading(facts, options) + findings_part(facts);
     if (facts.before) {
-        if (options.listening_part) {
-            body += options.listening_part(facts);
-        }
+        const std::string listening =
+            options.listening_part ? options.listening_part(facts) : std::string();
+        script = listening.empty() ? "" : listening_script();
+        body += listening;
         if (facts.duration_s() > 0) {
-            body += "<h2>Over time</h2>\n" + loudness_figure(facts);
+            body += "<h2>Over time</h2>\n" + waveform_figure(facts) + loudness_figure(facts);
         }
-        body += gain_figure(facts) + destination_part(facts, options) + numbers(facts) +
-                passages(facts);
+        body += destination_part(facts, options) + numbers(facts) + passages(facts);
     }
-    return html_page(name_of(facts), body + footer());
+    return html_page(name_of(facts), body + footer() + script);
 }
 
 }  // namespace quorvane

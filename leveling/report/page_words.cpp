@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <cctype>
 #include <cmath>
 #include <filesystem>
 
@@ -14,6 +15,20 @@ namespace quorvane {
 
 std::string name_of(const FileFacts& facts) {
     return std::filesystem::path(facts.input).filename().string();
+}
+
+std::string name_of_output(const FileFacts& facts) {
+    return std::filesystem::path(facts.output).filename().string();
+}
+
+std::string link_to(const std::string& name) {
+    std::string link;
+    for (char c : name) {
+        const auto byte = static_cast<unsigned char>(c);
+        const bool plain = (byte < 0x80 && isalnum(byte)) || c == '.' || c == '-' || c == '_';
+        link += plain ? std::string(1, c) : fmt::format("%{:02X}", byte);
+    }
+    return link;
 }
 
 std::string outcome_text(const FileFacts& facts) {
@@ -64,11 +79,6 @@ std::string shown(double value) {
 std::string footer() {
     return std::string("<footer>Loudness after ITU-R BS.1770 and EBU R 128. Written by quorvane ") +
            kVersion + ".</footer>\n";
-}
-
-std::string shown_gain(double value) {
-    const double rounded = std::round(value * 10) / 10;
-    return rounded == 0 ? "0.0" : fmt::format("{:+.1f}", rounded);
 }
 
 }  // namespace quorvane

@@ -12,6 +12,12 @@ namespace quorvane {
 /** The recording's name without its folders. */
 std::string name_of(const FileFacts& facts);
 
+/** The output's name without its folders. */
+std::string name_of_output(const FileFacts& facts);
+
+/** The name as a relative link: all but the plainest bytes as %XX. */
+std::string link_to(const std::string& name);
+
 /** As a reader would say it; the words of the JSON are for programs. */
 std::string outcome_text(const FileFacts& facts);
 
@@ -26,9 +32,6 @@ std::string verdict_html(const std::string& text, const ReportOptions& options, 
 
 /** A level with one decimal. What has none is told in a word instead of an infinity. */
 std::string shown(double value);
-
-/** A change in dB with its sign; what rounds to nothing has none. */
-std::string shown_gain(double value);
 
 /** Which norms the numbers follow, and which version wrote them, for who compares later. */
 std::string footer();

@@ -9,6 +9,7 @@
 #include <set>
 #include <utility>
 
+#include "leveling/report/conversation_page.h"
 #include "leveling/report/html.h"
 #include "leveling/report/index_page.h"
 #include "leveling/report/page.h"
@@ -19,6 +20,8 @@ namespace quorvane {
 namespace fs = std::filesystem;
 
 namespace {
+
+constexpr const char* kConversationPage = "conversation.html";
 
 /** A file that no report has written keeps its name, and the page gets another one. */
 bool is_foreign(const fs::path& page) {
@@ -65,6 +68,8 @@ ReportWriter::ReportWriter(const std::string& path, std::size_t count, ReportOpt
     }
 }
 
+ReportWriter::~ReportWriter() = default;
+
 void ReportWriter::add(const FileFacts& facts) {
     // A page that is written whole or not at all: a reader who reloads meets no half of one.
     if (!folder_) {
@@ -74,6 +79,9 @@ void ReportWriter::add(const FileFacts& facts) {
     if (facts.before) {
         page = page_name(path_, facts, taken_);
         write_whole_text((path_ / page).string(), page_of(facts, options_, Place::InFolder));
+    }
+    if (facts.conversation) {
+        lanes_.push_back(lane_of(facts, page));
     }
     rows_.push_back(index_row(facts, page, options_));
     // Curves are megabytes for a long recording; they are on its page now and in no one's memory.
@@ -86,9 +94,16 @@ std::string ReportWriter::finish() {
     if (!folder_) {
         return path_.string();
     }
+    std::string conversation;
+    if (!lanes_.empty()) {
+        conversation = kConversationPage;
+        write_whole_text((path_ / conversation).string(),
+                         html_page("A conversation", conversation_page(lanes_, options_)));
+    }
     const fs::path index = path_ / "index.html";
-    write_whole_text(index.string(),
-                     html_page("Leveling report", index_page(files_, std::move(rows_), options_)));
+    write_whole_text(
+        index.string(),
+        html_page("Leveling report", index_page(files_, std::move(rows_), conversation, options_)));
     return index.string();
 }
 

@@ -18,6 +18,8 @@ struct ReportOptions {
     std::function<std::string(const FileFacts&)> listening_part = nullptr;
 };
 
+struct Lane;
+
 /** A row of the index as HTML; rows of a lower rank stand above. */
 struct IndexRow {
     int rank = 0;
@@ -33,6 +35,9 @@ class ReportWriter {
   public:
     /** count: how many files there will be. */
     ReportWriter(const std::string& path, std::size_t count, ReportOptions options = {});
+    ~ReportWriter();
+    ReportWriter(const ReportWriter&) = delete;
+    ReportWriter& operator=(const ReportWriter&) = delete;
 
     /** The next file: its page, where it was measured, and its row of the index. */
     void add(const FileFacts& facts);
@@ -44,9 +49,10 @@ class ReportWriter {
     std::filesystem::path path_;
     ReportOptions options_;
     bool folder_;
-    std::set<std::string> taken_ = {"index.html"};  // names of pages, lower case
+    std::set<std::string> taken_ = {"index.html", "conversation.html"};  // pages, lower case
     std::vector<IndexRow> rows_;
-    FactsList files_;  // for the verdict, without curves and passages
+    std::vector<Lane> lanes_;  // of a conversation
+    FactsList files_;          // for the verdict, without curves and passages
 };
 
 /** The same of a run whose facts are all there. Returns the path of the page to open first. */

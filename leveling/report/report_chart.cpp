@@ -4,169 +4,137 @@
 
 #include <algorithm>
 #include <cmath>
-#include <vector>
+#include <optional>
+#include <string>
 
 #include "leveling/report/heard.h"
+#include "leveling/report/html.h"
+#include "leveling/report/marks.h"
+#include "leveling/report/plot.h"
 #include "leveling/words/levels.h"
-#include "leveling/words/text.h"
-
-/*
- * The figures are SVG in units of their own, 1000 by 100, stretched to whatever size the page gives
- * them: lines keep their width by the style sheet, and all words stand outside, as HTML at
- * percentages of the drawing, since they would be stretched with it. Colors are classes, so that
- * one drawing serves light, dark and print.
- */
 
 namespace quorvane {
 namespace {
 
-constexpr double kWidth = 1000;  // the drawings' own units
-constexpr double kHeight = 100;
 constexpr double kQuietestShown = -60;  // LUFS
-constexpr double kUnnoticedGain = 0.5;  // dB
 
-/** The values between two levels, drawn from the bottom (low) to the top (high). */
-struct Scale {
-    double low;
-    double high;
-    double step;  // between the lines
+/** Full scale at both edges; a line at half of it, -6 dBFS. */
+constexpr Scale kWaveScale = {-1, 1, 0.5};
 
-    /** Those that get a line and a number, both ends included. */
-    std::vector<double> values() const {
-        std::vector<double> result;
-        const long count = std::lround((high - low) / step);
-        for (long i = 0; i <= count; ++i) {
-            result.push_back(low + static_cast<double>(i) * step);
-        }
-        return result;
-    }
-
-    double y(double value) const {
-        return kHeight * (high - std::clamp(value, low, high)) / (high - low);
-    }
-};
-
-/** A drawing over the length of one recording. */
-class Plot {
-  public:
-    Plot(const FileFacts& facts, Scale scale) : facts_(facts), scale_(scale) {}
-
-    /** css: the line's class, which gives it its color. */
-    std::string curve(const Curve& curve, const char* css) const {
-        std::string path;
-        bool drawing = false;
-        for (std::size_t i = 0; i < curve.values.size(); ++i) {
-            const double value = curve.values[i];
-            // Silence has no level: the curve breaks off and starts again after it.
-            if (!std::isfinite(value)) {
-                drawing = false;
-                continue;
-            }
-            path += fmt::format("{}{:.1f} {:.2f}", drawing ? "L" : "M",
-                                x(static_cast<double>(i) * curve.step_s), scale_.y(value));
-            drawing = true;
-        }
-        return fmt::format("<path class=\"{}\" d=\"{}\"/>\n", css, path);
-    }
-
-    /**
-     * A band from top to bottom for each passage, with its numbers for a mouse that rests there.
-     */
-    std::string passages() const {
-        std::string spans;
-        const std::vector<Passage> heard = heard_passages(facts_);
-        const double mean_db = mean_gain_db(heard);
-        for (const Passage& passage : heard) {
-            // Against the rest, not by the constant gain of all: stronger color for more, full at
-            // 12 dB.
-            const double against_db = passage.gain_db - mean_db;
-            const double strength = std::min(std::fabs(against_db) / 12, 1.0);
-            spans += fmt::format(
-                "<rect class=\"{}\" x=\"{:.1f}\" y=\"0\" width=\"{:.1f}\" height=\"{}\" "
-                "opacity=\"{:.2f}\"><title>{} to {}: level {} dBFS, gain {:+.1f} dB, against the "
-                "rest {:+.1f} dB</title></rect>\n",
-                gain_class(against_db), x(passage.from_s),
-                // A gap between neighbours of the same color, but never nothing at all.
-                std::max(x(passage.to_s) - x(passage.from_s) - 1, 0.5), kHeight,
-                0.12 + 0.38 * strength, clock_text(passage.from_s), clock_text(passage.to_s),
-                decimal(passage.level_db), passage.gain_db, against_db + 0.0);
-        }
-        return spans;
-    }
-
-    /**
-     * Level lines at the scale's steps; the one at 0 is stronger where there is an above and below.
-     */
-    std::string lines() const {
-        std::string result;
-        for (const double value : scale_.values()) {
-            result +=
-                fmt::format("<line class=\"{}\" x1=\"0\" x2=\"{}\" y1=\"{:.2f}\" y2=\"{:.2f}\"/>\n",
-                            value == 0 && scale_.low < 0 && scale_.high > 0 ? "zero" : "level",
-                            kWidth, scale_.y(value), scale_.y(value));
-        }
-        return result;
-    }
-
-    /**
-     * The drawing with its numbers beside it, the times below and a caption, which may hold markup.
-     */
-    std::string figure(const char* css,
-                       const std::string& description,
-                       const std::string& caption,
-                       const std::string& drawing) const {
-        std::string labels;
-        for (const double value : scale_.values()) {
-            labels += fmt::format("<span class=\"y\" style=\"top:{:.2f}%\">{:g}</span>\n",
-                                  scale_.y(value) / kHeight * 100, value);
-        }
-        constexpr int kTimes = 5;
-        std::string times;
-        for (int i = 0; i < kTimes; ++i) {
-            times += fmt::format("<span style=\"left:{}%\">{}</span>\n", 100 * i / (kTimes - 1),
-                                 clock_text(facts_.duration_s() * i / (kTimes - 1)));
-        }
-        return fmt::format(
-            "<figure class=\"{}\">\n<figcaption>{}</figcaption>\n<div class=\"plot\">\n"
-            "<svg viewBox=\"0 0 {} {}\" preserveAspectRatio=\"none\" role=\"img\" "
-            "aria-label=\"{}\">\n{}</svg>\n{}</div>\n<div class=\"times\">\n{}</div>\n</figure>\n",
-            css, caption, kWidth, kHeight, description, drawing, labels, times);
-    }
-
-  private:
-    double x(double seconds) const { return kWidth * seconds / facts_.duration_s(); }
-
-    const FileFacts& facts_;
-    Scale scale_;
-};
-
-/** An entry of the legend; color is one of the style sheet's names. */
-std::string key(const char* color, const char* text) {
-    return fmt::format("<span class=\"key\"><i style=\"background:var(--{})\"></i>{}</span>\n",
-                       color, text);
+/** The same above and below: zero stands in the middle, and a quiet file looks quiet. */
+Scale gain_scale(const Curve& gain) {
+    constexpr double kLeastReach = 6;
+    double low = 0;
+    double high = 0;
+    widen(gain, low, high);
+    const double reach =
+        std::max(kLeastReach, std::ceil(std::max(-low, high) / kLeastReach) * kLeastReach);
+    return {-reach, reach, reach};
 }
 
-/** Takes the curve's values into the range; silence has none. */
-void widen(const Curve& curve, double& low, double& high) {
-    for (double value : curve.values) {
-        if (!std::isfinite(value)) {
-            continue;
-        }
-        low = std::min(low, value);
-        high = std::max(high, value);
+/** Numbers of the waveform's scale, to the left; below the middle they are the same. */
+std::string wave_labels() {
+    std::string labels;
+    const Plot plot(1, kWaveScale);
+    for (const double amplitude : {1.0, 0.5, 0.0}) {
+        const std::string level =
+            amplitude == 0 ? "-∞" : fmt::format("{}", std::lround(20 * std::log10(amplitude)));
+        labels += fmt::format("<span class=\"y\" style=\"top:{:.2f}%\">{}</span>\n",
+                              plot.scale().y(amplitude), level);
     }
+    return labels;
+}
+
+/** Numbers of the gain's scale, to the right. */
+std::string gain_labels(const Scale& scale) {
+    std::string labels;
+    for (const double value : scale.values()) {
+        labels += fmt::format("<span class=\"y right\" style=\"top:{:.2f}%\">{}</span>\n",
+                              scale.y(value), value == 0 ? "0" : fmt::format("{:+g}", value));
+    }
+    return labels;
+}
+
+/** One waveform with the passages behind it, and the gain over it where there is one. */
+std::string wave_panel(const FileFacts& facts,
+                       const Loudness& loudness,
+                       const char* name,
+                       const Curve& gain) {
+    const Plot plot(facts.duration_s(), kWaveScale);
+    std::string drawing = plot.bands(shown_passages(facts)) + plot.lines() +
+                          plot.wave(loudness.peaks_dbfs, &loudness == &*facts.before ? "b" : "a");
+    std::string labels = wave_labels();
+    if (!gain.values.empty()) {
+        const Scale scale = gain_scale(gain);
+        drawing += Plot(facts.duration_s(), scale).curve(gain, "g");
+        labels += gain_labels(scale);
+    }
+    return fmt::format("<div class=\"plot\">\n{}{}<span class=\"panel\">{}</span></div>\n",
+                       svg_html(fmt::format("Waveform: {}", name), drawing), labels, name);
+}
+
+bool has_waveform(const FileFacts& facts) {
+    return facts.before && !facts.before->peaks_dbfs.values.empty() && facts.duration_s() > 0;
 }
 
 }  // namespace
 
-const char* gain_class(double gain_db) {
-    if (gain_db >= kUnnoticedGain) {
-        return "up";
+Curve total_gain(const FileFacts& facts) {
+    if (!facts.leveling) {
+        return {};
     }
-    if (gain_db <= -kUnnoticedGain) {
-        return "down";
+    Curve gain = facts.leveling->gain_db;
+    const double final_level = final_level_db(facts);
+    for (double& value : gain.values) {
+        value += final_level;
     }
-    return "none";
+    return gain;
+}
+
+std::string waveform_figure(const FileFacts& facts) {
+    if (!has_waveform(facts)) {
+        return "";
+    }
+    const bool has_after =
+        facts.after && !facts.after->peaks_dbfs.values.empty() && facts.outcome == Outcome::Leveled;
+    const Curve gain = has_after ? total_gain(facts) : Curve{};
+    std::string caption = "Waveform in dBFS";
+    if (!gain.values.empty()) {
+        caption += fmt::format(
+            "; over it the gain in dB on the right, with the {} dB that gave the whole its final "
+            "level.<br>\n{}{}{}",
+            signed_decimal(final_level_db(facts)), legend_key("ink", "gain"),
+            legend_key("up", "raised against the rest"),
+            legend_key("down", "lowered against the rest"));
+    } else {
+        caption += ".";
+    }
+    std::string panels = wave_panel(facts, *facts.before, has_after ? "Before" : "Measured", gain);
+    if (has_after) {
+        panels += wave_panel(facts, *facts.after, "After", {});
+    }
+    return fmt::format(
+        "<figure class=\"waveform\">\n<figcaption>{}</figcaption>\n<div class=\"waves\">\n{}{}"
+        "<div class=\"over\" data-length=\"{:.2f}\"></div>\n</div>\n{}</figure>\n",
+        caption, pins(facts), panels, facts.duration_s(), time_axis(facts.duration_s()));
+}
+
+std::string waveform_lane(const FileFacts& facts) {
+    const std::optional<Loudness>& shown = facts.after ? facts.after : facts.before;
+    if (!shown || shown->peaks_dbfs.values.empty() || facts.duration_s() <= 0) {
+        return "";
+    }
+    const Plot plot(facts.duration_s(), kWaveScale);
+    std::string drawing =
+        plot.bands(shown_passages(facts)) + plot.lines() + plot.wave(shown->peaks_dbfs, "a");
+    std::string labels;
+    if (const Curve gain = total_gain(facts); !gain.values.empty()) {
+        const Scale scale = gain_scale(gain);
+        drawing += Plot(facts.duration_s(), scale).curve(gain, "g");
+        labels = gain_labels(scale);
+    }
+    return fmt::format("<div class=\"plot\">\n{}{}</div>\n",
+                       svg_html("Waveform after leveling", drawing), labels);
 }
 
 std::string loudness_figure(const FileFacts& facts) {
@@ -182,46 +150,22 @@ std::string loudness_figure(const FileFacts& facts) {
     }
     low = std::max(std::floor(low / kStep) * kStep, kQuietestShown);
     high = std::max(std::ceil(high / kStep) * kStep, low + kStep);
-    const Plot plot(facts, {low, high, kStep});
-    std::string drawing = plot.passages() + plot.lines();
-    std::string caption = "Loudness over time in LUFS, over windows of 3 s.<br>\n";
+    const Plot plot(facts.duration_s(), {low, high, kStep});
+    std::string drawing = plot.bands(shown_passages(facts)) + plot.lines();
+    std::string caption = "Loudness in LUFS, over windows of 3 s.<br>\n";
     if (facts.before) {
         drawing += plot.curve(facts.before->short_term_lufs, "b");
-        caption += key("before", facts.after ? "before" : "measured");
+        caption += legend_key("before", facts.after ? "before" : "measured");
     }
     if (facts.after) {
         drawing += plot.curve(facts.after->short_term_lufs, "a");
-        caption += key("after", "after");
+        caption += legend_key("after", "after");
     }
-    if (facts.leveling) {
-        caption += key("up", "raised against the rest") + key("down", "lowered against the rest");
-    }
-    return plot.figure("loudness", "Loudness over time before and after", caption, drawing);
-}
-
-std::string gain_figure(const FileFacts& facts) {
-    constexpr double kLeastReach = 6;
-    if (!facts.leveling) {
-        return "";
-    }
-    Curve gain = facts.leveling->gain_db;
-    const double final_level = final_level_db(facts);
-    for (double& value : gain.values) {
-        value += final_level;
-    }
-    double low = 0;
-    double high = 0;
-    widen(gain, low, high);
-    // The same above and below: zero stands in the middle, and a quiet file looks quiet.
-    const double reach =
-        std::max(kLeastReach, std::ceil(std::max(-low, high) / kLeastReach) * kLeastReach);
-    const Plot plot(facts, {-reach, reach, reach / 2});
-    return plot.figure(
-        "gain", "Gain over time",
-        fmt::format("How much louder (above 0) or softer (below 0) each moment became, in dB: the "
-                    "leveling gain and the {:+.1f} dB that gave the whole its final level.",
-                    final_level),
-        plot.passages() + plot.lines() + plot.curve(gain, "g"));
+    return fmt::format(
+        "<figure class=\"loudness\">\n<figcaption>{}</figcaption>\n<div class=\"plot\">\n{}{}"
+        "</div>\n{}</figure>\n",
+        caption, svg_html("Loudness over time before and after", drawing), plot.labels(),
+        time_axis(facts.duration_s()));
 }
 
 }  // namespace quorvane

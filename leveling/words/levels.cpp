@@ -14,9 +14,14 @@ std::string decimal(double value) {
     return fmt::format("{:.1f}", std::fabs(value) < 0.05 ? 0.0 : value);
 }
 
+std::string signed_decimal(double value) {
+    return std::fabs(value) < 0.05 ? "0.0" : fmt::format("{:+.1f}", value);
+}
+
 std::string gain_text(const Leveling& leveling) {
-    return fmt::format("{:+.1f} ({:+.1f} to {:+.1f})", leveling.mean_gain_db,
-                       leveling.least_gain_db, leveling.greatest_gain_db);
+    return fmt::format("{} ({} to {})", signed_decimal(leveling.mean_gain_db),
+                       signed_decimal(leveling.least_gain_db),
+                       signed_decimal(leveling.greatest_gain_db));
 }
 
 }  // namespace quorvane

@@ -8,11 +8,13 @@
 #include <functional>
 #include <memory>
 
+#include "leveling/audio/stretches.h"
 #include "leveling/conversation/likeness.h"
 #include "leveling/facts/file_error.h"
 #include "leveling/report/listen.h"
 #include "leveling/worker/audio_backend.h"
 #include "leveling/worker/child_process.h"
+#include "leveling/worker/media_module.h"
 
 /*
  * One process looks at many files: its start costs more than a look. It answers in the order of the
@@ -145,11 +147,28 @@ std::vector<std::vector<std::size_t>> conversations_among(const std::vector<std:
     return sets;
 }
 
+namespace {
+
+/** Stretches of a file that libsndfile reads, or else the module for media files. */
+Samples stretches_of(const std::string& path,
+                     const FileFacts& facts,
+                     const std::vector<Stretch>& all) {
+    if (!facts.media) {
+        return read_stretches(path, all);
+    }
+    const std::vector<int>& streams = facts.media->audio_streams;
+    return media_module().read_stretches(path, streams.empty() ? 0 : streams.front(), all);
+}
+
+}  // namespace
+
 std::string excerpts_of(const Job& job) {
     FileFacts facts = facts_from_json(Event::parse(job.excerpts_for));
     facts.input = job.input;  // JSON's text may have lost bytes of the names
     facts.output = job.output;
-    return listening_part(facts);
+    return listening_part(facts, [&](const std::string& path, const std::vector<Stretch>& all) {
+        return stretches_of(path, facts, all);
+    });
 }
 
 std::string listening_part_of(const FileFacts& facts) {

@@ -1,6 +1,7 @@
 #include "Common/version.h"
 #include "leveling/media/decode.h"
 #include "leveling/media/media_input.h"
+#include "leveling/media/read_stretches.h"
 #include "leveling/worker/media_backend.h"
 #include "leveling/worker/media_module.h"
 
@@ -18,7 +19,7 @@ extern "C" const quorvane::MediaModule* quorvane_media_module();
 
 const quorvane::MediaModule* quorvane_media_module() {
     static constexpr quorvane::MediaModule kModule = {
-        kVersion, quorvane::media::is_media, quorvane::media::can_serve, make_media_backend,
-        quorvane::media::decode_damaged};
+        kVersion,           quorvane::media::is_media,       quorvane::media::can_serve,
+        make_media_backend, quorvane::media::decode_damaged, quorvane::media::read_stretches};
     return &kModule;
 }

@@ -2,8 +2,10 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "leveling/audio/recode.h"
+#include "leveling/audio/stretches.h"
 #include "leveling/worker/audio_backend.h"
 #include "leveling/worker/job.h"
 
@@ -26,6 +28,9 @@ struct MediaModule {
     std::unique_ptr<AudioBackend> (*make_backend)(const Job& job);
     Decoded (*decode_damaged)(const std::string& path,
                               const std::string& to);  // leveling/media/decode.h
+    Samples (*read_stretches)(const std::string& path,
+                              int stream,
+                              const std::vector<Stretch>& all);  // leveling/media/read_stretches.h
 };
 
 constexpr const char* kMediaModuleEntry = "quorvane_media_module";

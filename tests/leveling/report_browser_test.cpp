@@ -1,5 +1,7 @@
 #include <gmock/gmock.h>
 
+#include <algorithm>
+
 #include "tests/support/fixtures.h"
 #include "tests/support/signals.h"
 
@@ -41,8 +43,9 @@ std::string looked_at(const TempDir& dir, const std::string& page, int width) {
             "const tall=[...d.querySelectorAll('.times span')].filter("
             "x=>x.getBoundingClientRect().height>24).length;"
             "r.textContent=['width',e.scrollWidth-e.clientWidth,'wide',wide.join(),"
-            "'tall',tall,'curves',n('.loudness path'),'spans',n('.loudness rect'),"
-            "'gain',n('.gain path'),'numbers',n('.number'),"
+            "'tall',tall,'waves',n('.wave'),'curves',n('.loudness path'),'spans',n('.loudness "
+            "rect'),"
+            "'gain',n('.waveform .g'),'numbers',n('.number'),"
             "'places',n('.destinations tbody tr'),'rows',n('.passages tbody tr'),"
             "'files',n('.files tbody tr')].join(' ')+'.';}</script>");
     return result_in(dom_of(dir, "--virtual-time-budget=5000"));
@@ -101,10 +104,11 @@ TEST(ReportInABrowser, HasItsPartsAndNothingSticksOut) {
         EXPECT_THAT(
             looked_at(dir, "r/a_recording_with_a_rather_long_name_for_a_narrow_page.wav.html",
                       width),
-            MatchesRegex("width 0 wide  tall 0 curves 2 spans [1-9][0-9]* gain 1 numbers 7 "
+            MatchesRegex("width 0 wide  tall 0 waves 2 curves 2 spans [1-9][0-9]* gain 1 numbers 7 "
                          "places 6 rows [1-9][0-9]* files 0"));
         EXPECT_EQ(looked_at(dir, "r/index.html", width),
-                  "width 0 wide  tall 0 curves 0 spans 0 gain 0 numbers 0 places 0 rows 0 files 3");
+                  "width 0 wide  tall 0 waves 0 curves 0 spans 0 gain 0 numbers 0 places 0 rows 0 "
+                  "files 3");
     }
 }
 
@@ -117,11 +121,64 @@ TEST(ReportInABrowser, TheExcerptsPlayAndTheSwitchWorks) {
     ASSERT_EQ(run_program("cd " + dir.path() + " && " QUORVANE " --report r.html a.wav").status, 0);
     EXPECT_EQ("before false after true then true false seconds 6 6 Play",
               listened_to(dir, "r.html"));
+    // The sound of a video is decoded for its page.
+    ASSERT_EQ(run_program("cd " + dir.path() +
+                          " && ffmpeg -v error -f lavfi -i color=s=32x32:d=6 -i a.wav -shortest "
+                          "v.mp4 && " QUORVANE " --report v.html v.mp4")
+                  .status,
+              0);
+    EXPECT_EQ("before false after true then true false seconds 6 6 Play",
+              listened_to(dir, "v.html"));
     ASSERT_EQ(
         run_program("cd " + dir.path() + " && " QUORVANE " -f --no-listen --report r.html a.wav")
             .status,
         0);
     EXPECT_EQ(std::string::npos, read_text(dir / "r.html").find("<audio"));
+}
+
+/** Runs the script in the page's frame `d`; what it pushes to `told` is returned. */
+std::string told_by(const TempDir& dir, const std::string& page, const std::string& script) {
+    write_text(
+        dir / "look.html",
+        "<body><iframe id=f src='" + page +
+            "'></iframe><p id=r></p><script>f.onload=()=>{const d=f.contentDocument,told=[];" +
+            script + ";r.textContent=told.join(' ')+'.'}</script>");
+    return result_in(dom_of(dir, "--virtual-time-budget=5000"));
+}
+
+TEST(ReportInABrowser, MarksAndTheIndexAnswerClicks) {
+    if (run_program("command -v chromium").status != 0) {
+        GTEST_SKIP() << "chromium is not installed";
+    }
+    const TempDir dir;
+    Signal clipped = signals::speech(12, 16000);
+    for (std::size_t i = 0; i < clipped.samples.size(); ++i) {
+        const double gain = i > clipped.samples.size() / 2 ? 30 : 1;
+        clipped.samples[i] = std::clamp(gain * clipped.samples[i], -0.9, 0.9);
+    }
+    write_sound(dir / "a.wav", clipped, kWav16);
+    write_sound(dir / "b.wav", signals::speech(5, 16000), kWav16);
+    write_text(dir / "c.wav", "nothing");
+    run_program("cd " + dir.path() + " && " QUORVANE " --settle 0 --report r .");
+    // A mark moves the player to its place in the excerpts, and the head stands there.
+    EXPECT_THAT(told_by(dir, "r/a.wav.html",
+                        "const m=[...d.querySelectorAll('[data-at]')].filter(x=>!x.disabled);"
+                        "const w=d.querySelector('.over').dataset.length;m[0].click();"
+                        "told.push('marks',m.length>1,'kinds',new Set(m.map(x=>x.className.split("
+                        "' ')[0])).size,'head',Math.abs(parseFloat(d.querySelector('.head').style."
+                        "left)*w/100-m[0].dataset.at)<.5)"),
+                "marks true kinds 2 head true");
+    EXPECT_EQ(
+        told_by(dir, "r/index.html",
+                "const names=()=>[...d.querySelectorAll('.files tbody tr')].filter(x=>!x."
+                "hidden).map(x=>x.cells[0].textContent.slice(2,3)).join('');"
+                "const q=d.querySelector('input'),s=d.querySelector('select');"
+                "const b=d.querySelector('.files thead button');"
+                "told.push(names());b.click();told.push(names());b.click();told.push(names());"
+                "q.value='B.WAV';q.oninput();told.push(names());q.value='';"
+                "s.value='failed';s.onchange();told.push(names(),d.querySelector('output')."
+                "textContent)"),
+        "cab abc cba b c 1 of 3");
 }
 
 /** An encoder's random number would make every page another one. */
