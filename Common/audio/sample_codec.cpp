@@ -36,25 +36,6 @@ constexpr double kScale32 = 2147483647.0;
 /** Integers of one block of samples. */
 constexpr std::size_t kPiece = 512;
 
-std::size_t bytes_of(int encoding) {
-    switch (encoding) {
-        case SF_FORMAT_PCM_S8:
-        case SF_FORMAT_PCM_U8:
-            return 1;
-        case SF_FORMAT_PCM_16:
-            return 2;
-        case SF_FORMAT_PCM_24:
-            return 3;
-        case SF_FORMAT_PCM_32:
-        case SF_FORMAT_FLOAT:
-            return 4;
-        case SF_FORMAT_DOUBLE:
-            return 8;
-        default:
-            return 0;
-    }
-}
-
 #ifdef QUORVANE_AVX2
 /** What scale_and_round does, for as many as can be taken eight at a time. Returns how many. */
 __attribute__((target("avx2"))) std::size_t scale_and_round_eights(const double* samples,
@@ -226,7 +207,7 @@ bool SampleCodec::is_plain_in(int format) {
     const int encoding = format & SF_FORMAT_SUBMASK;
     switch (format & SF_FORMAT_TYPEMASK) {
         case SF_FORMAT_RF64:
-            return bytes_of(encoding) != 0 && encoding != SF_FORMAT_FLOAT &&
+            return linear_sample_bytes(encoding) != 0 && encoding != SF_FORMAT_FLOAT &&
                    encoding != SF_FORMAT_DOUBLE;
         case SF_FORMAT_WAV:
         case SF_FORMAT_WAVEX:
@@ -234,9 +215,28 @@ bool SampleCodec::is_plain_in(int format) {
         case SF_FORMAT_AIFF:
         case SF_FORMAT_AU:
         case SF_FORMAT_CAF:
-            return bytes_of(encoding) != 0;
+            return linear_sample_bytes(encoding) != 0;
         default:
             return false;
+    }
+}
+
+std::size_t linear_sample_bytes(int format) {
+    switch (format & SF_FORMAT_SUBMASK) {
+        case SF_FORMAT_PCM_S8:
+        case SF_FORMAT_PCM_U8:
+            return 1;
+        case SF_FORMAT_PCM_16:
+            return 2;
+        case SF_FORMAT_PCM_24:
+            return 3;
+        case SF_FORMAT_PCM_32:
+        case SF_FORMAT_FLOAT:
+            return 4;
+        case SF_FORMAT_DOUBLE:
+            return 8;
+        default:
+            return 0;
     }
 }
 
@@ -254,7 +254,9 @@ SampleCodec SampleCodec::of(SNDFILE* file) {
 }
 
 SampleCodec::SampleCodec(int encoding, ByteOrder order)
-    : encoding_(encoding), swapped_(order == ByteOrder::kSwapped), bytes_(bytes_of(encoding)) {}
+    : encoding_(encoding),
+      swapped_(order == ByteOrder::kSwapped),
+      bytes_(linear_sample_bytes(encoding)) {}
 
 void SampleCodec::encode(const double* samples, unsigned char* bytes, std::size_t count) const {
     for (std::size_t i = 0; i < count; i += kPiece) {

@@ -7,6 +7,12 @@
 namespace level_engine {
 
 /**
+ * Bytes of one sample in a format (SF_FORMAT_... of container and encoding) of linear PCM or IEEE
+ * floats; 0 for an encoding that compresses, such as u-law or Vorbis. FLAC counts by its bits.
+ */
+std::size_t linear_sample_bytes(int format);
+
+/**
  * Converts samples to and from plain PCM or IEEE floats exactly as libsndfile does: the same
  * rounding, the same scales (32767 to write 16 bits, 32768 to read them), the same wrap beyond full
  * scale. libsndfile then moves only bytes, in blocks of any size (sf_read_raw, sf_write_raw),
@@ -54,4 +60,5 @@ class SampleCodec {
 
 }  // namespace level_engine
 
+using level_engine::linear_sample_bytes;
 using level_engine::SampleCodec;

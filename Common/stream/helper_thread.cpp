@@ -82,8 +82,8 @@ HelperThread::~HelperThread() {
     }
 }
 
-void HelperThread::use(bool use) {
-    used() = use;
+void HelperThread::use(Help help) {
+    used() = help == Help::kHelped;
 }
 
 bool HelperThread::is_used() {

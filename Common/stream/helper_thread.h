@@ -33,16 +33,16 @@ class HelperThread {
      */
     static HelperThread& of_this_thread();
 
+    enum class Help { kAlone, kHelped };
+
     /**
-     * With false, threads start no helper and do all pieces themselves. Applies to all threads
-     * without a Use. Default: true with more than one processor.
+     * With kAlone, threads start no helper and do all pieces themselves. Applies to all threads
+     * without a Use. Default: kHelped with more than one processor.
      */
-    static void use(bool use);
+    static void use(Help help);
 
     /** Whether this thread may use a helper. */
     static bool is_used();
-
-    enum class Help { kAlone, kHelped };
 
     /** Overrides use() for this thread during its lifetime. */
     class Use {

@@ -35,20 +35,9 @@ bool was_left_open(SNDFILE* file) {
 
 /** Encodings that give back as many frames as they were given; others fill up their last block. */
 bool keeps_length(int format) {
-    switch (format & SF_FORMAT_SUBMASK) {
-        case SF_FORMAT_PCM_S8:
-        case SF_FORMAT_PCM_U8:
-        case SF_FORMAT_PCM_16:
-        case SF_FORMAT_PCM_24:
-        case SF_FORMAT_PCM_32:
-        case SF_FORMAT_FLOAT:
-        case SF_FORMAT_DOUBLE:
-        case SF_FORMAT_ULAW:
-        case SF_FORMAT_ALAW:
-            return true;
-        default:
-            return false;
-    }
+    const int encoding = format & SF_FORMAT_SUBMASK;
+    return linear_sample_bytes(format) != 0 || encoding == SF_FORMAT_ULAW ||
+           encoding == SF_FORMAT_ALAW;
 }
 
 /**

@@ -126,14 +126,14 @@ void DropView::resizeEvent(QResizeEvent* event) {
 }
 
 // The whole view answers to a drag, as the whole window takes the drop.
-void DropView::set_under_drag(bool under_drag) {
-    under_drag_ = under_drag;
+void DropView::set_drag(DragOver drag) {
+    drag_ = drag;
     update();
 }
 
-void DropView::set_searching(bool searching) {
-    if (searching != searching_) {
-        searching_ = searching;
+void DropView::set_search(Search search) {
+    if (search != search_) {
+        search_ = search;
         refresh();
     }
 }
@@ -179,7 +179,7 @@ void DropView::keep_focus() {
 void DropView::show_empty() {
     ring_->set_mark(Mark::Bars);
     ring_->setValue(0);
-    name_->setText(searching_ ? tr("Searching…") : tr("Drop recordings here"));
+    name_->setText(search_ == Search::kRunning ? tr("Searching…") : tr("Drop recordings here"));
     set_color(*state_, kDarkSoftText);
     state_->setText(tr("Files or whole folders. Each recording gets a leveled copy beside it."));
     figures_->clear();
@@ -208,9 +208,10 @@ void DropView::paintEvent(QPaintEvent* /*event*/) {
     QPainter painter(this);
     // Lighter and with a frame in the arc's color: the change has to be seen beside the pointer and
     // the picture of the files, which hide the middle.
-    painter.fillRect(rect(), under_drag_ ? kDarkFillUnderDrag : kDarkFill);
+    const bool under_drag = drag_ == DragOver::kYes;
+    painter.fillRect(rect(), under_drag ? kDarkFillUnderDrag : kDarkFill);
     painter.setRenderHint(QPainter::Antialiasing);
-    QPen pen(under_drag_ ? kArc : QColor::fromRgbF(1, 1, 1, 0.75F));
+    QPen pen(under_drag ? kArc : QColor::fromRgbF(1, 1, 1, 0.75F));
     pen.setDashPattern({kDash[0], kDash[1]});
     painter.setPen(pen);
     // Half a pixel in, so that a line of one pixel falls on a row of them.

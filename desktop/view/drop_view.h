@@ -7,6 +7,7 @@
 #include <optional>
 
 #include "desktop/model/file_list.h"
+#include "desktop/view/drag_over.h"
 #include "desktop/view/ring.h"
 
 namespace desktop {
@@ -22,8 +23,12 @@ class DropView : public QWidget {
   public:
     explicit DropView(FileList& files, QWidget* parent = nullptr);
 
-    void set_under_drag(bool under_drag);
-    void set_searching(bool searching);
+    /** The view is lighter while a drag of files hangs over the window. */
+    void set_drag(DragOver drag);
+
+    /** Whether the empty list says that a search of dropped folders is under way. */
+    enum class Search { kNone, kRunning };
+    void set_search(Search search);
 
     /** A small button for the upper corner at the end of a line. */
     void set_corner(QWidget* button);
@@ -35,6 +40,7 @@ class DropView : public QWidget {
     std::optional<FileList::Id> file() const;
 
   Q_SIGNALS:
+    // The buttons; the window decides what they do.
     void choose();
     void cancel();
     void play();
@@ -47,6 +53,7 @@ class DropView : public QWidget {
     void resizeEvent(QResizeEvent* event) override;
 
   private:
+    // Parts of the constructor, then of refresh().
     void add_texts(QBoxLayout* column);
     QLayout* new_buttons();
     QPushButton* add_button(const QString& text, void (DropView::*signal)());
@@ -56,8 +63,8 @@ class DropView : public QWidget {
     void show_file(const Row& row);
 
     FileList& files_;
-    bool under_drag_ = false;
-    bool searching_ = false;
+    DragOver drag_ = DragOver::kNo;
+    Search search_ = Search::kNone;
     QWidget* corner_ = nullptr;  // in no layout: it lies over the frame's corner
     Ring* ring_ = nullptr;
     QLabel* name_ = nullptr;

@@ -46,15 +46,15 @@ std::vector<FileList::Id> FileView::selected() const {
     return ids;
 }
 
-void FileView::set_under_drag(bool under_drag) {
-    under_drag_ = under_drag;
+void FileView::set_drag(DragOver drag) {
+    drag_ = drag;
     viewport()->update();
 }
 
 void FileView::paintEvent(QPaintEvent* event) {
     QListView::paintEvent(event);
     // Over the rows: they fill the view, so that a lighter ground would not be seen.
-    if (under_drag_) {
+    if (drag_ == DragOver::kYes) {
         QPainter painter(viewport());
         painter.setPen(QPen(palette().color(QPalette::Highlight), 2, Qt::DashLine));
         painter.drawRect(viewport()->rect().adjusted(4, 4, -5, -5));

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "desktop/model/file_list.h"
+#include "desktop/view/drag_over.h"
 
 namespace desktop {
 
@@ -19,12 +20,14 @@ class FileView : public QListView {
 
     const FileList& files() const { return files_; }
 
-    void set_under_drag(bool under_drag);
+    /** Draws a frame over the rows while a drag of files hangs over the window. */
+    void set_drag(DragOver drag);
 
     /** In the list's order. */
     std::vector<FileList::Id> selected() const;
 
   Q_SIGNALS:
+    // A double click on a row, or on the button at its end.
     void play(desktop::FileList::Id id);
     void row_button_clicked(desktop::FileList::Id id);
 
@@ -39,7 +42,7 @@ class FileView : public QListView {
 
   private:
     FileList& files_;
-    bool under_drag_ = false;
+    DragOver drag_ = DragOver::kNo;
 };
 
 }  // namespace desktop

@@ -23,6 +23,7 @@ namespace {
 
 // In logical pixels. The usual size shows seven rows; the least one the ring with all its texts.
 constexpr QSize kUsualSize(640, 520);
+// In logical pixels: room for the drop view's ring and buttons.
 constexpr QSize kLeastSize(420, 380);
 
 /**
@@ -246,7 +247,8 @@ void MainWindow::refresh() {
             file_view_->setFocus();
         }
     }
-    drop_view_->set_searching(session_.searching());
+    drop_view_->set_search(session_.searching() ? DropView::Search::kRunning
+                                                : DropView::Search::kNone);
     if (files <= 1) {
         drop_view_->refresh();
     }
@@ -303,9 +305,9 @@ void MainWindow::refresh_actions() {
     remove_->setEnabled(!ids.empty());
 }
 
-void MainWindow::set_under_drag(bool under_drag) {
-    drop_view_->set_under_drag(under_drag);
-    file_view_->set_under_drag(under_drag);
+void MainWindow::set_drag(DragOver drag) {
+    drop_view_->set_drag(drag);
+    file_view_->set_drag(drag);
 }
 
 // Any drag of files is taken: what is in them is looked at after the drop, on a thread of its own.
@@ -314,18 +316,18 @@ void MainWindow::dragEnterEvent(QDragEnterEvent* event) {
     if (!comes_from_here(*event) && event->mimeData()->hasUrls()) {
         event->setDropAction(Qt::CopyAction);
         event->accept();
-        set_under_drag(true);
+        set_drag(DragOver::kYes);
     }
 }
 
 void MainWindow::dragLeaveEvent(QDragLeaveEvent* /*event*/) {
-    set_under_drag(false);
+    set_drag(DragOver::kNo);
 }
 
 // As a copy, also where the other program proposes a move: that one would delete the recordings
 // once they are handed over.
 void MainWindow::dropEvent(QDropEvent* event) {
-    set_under_drag(false);
+    set_drag(DragOver::kNo);
     event->setDropAction(Qt::CopyAction);
     event->accept();
     const DraggedFiles files = dragged_files(*event->mimeData());
@@ -358,6 +360,7 @@ void MainWindow::closeEvent(QCloseEvent* event) {
     QApplication::quit();
 }
 
+// The workers end before the window goes, so that no half-written output is left.
 void MainWindow::end() {
     may_close_ = true;
     close();

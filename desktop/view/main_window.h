@@ -64,9 +64,10 @@ class MainWindow : public QWidget {
 
     /** Updates the window, then its two parts, from the session. */
     void refresh();
+    // The bar under the list, and which commands apply to the selection.
     void refresh_bar();
     void refresh_actions();
-    void set_under_drag(bool under_drag);
+    void set_drag(DragOver drag);
 
     // The user's commands. Those for files act on the selected ones.
     void choose_files();
@@ -99,6 +100,7 @@ class MainWindow : public QWidget {
     DropView* drop_view_;
     QWidget* list_page_ = nullptr;  // file_view_ and the bar under it
     FileView* file_view_;
+    // In the bar under the list.
     QLabel* progress_text_ = nullptr;
     QProgressBar* progress_ = nullptr;
     QPushButton* cancel_all_ = nullptr;

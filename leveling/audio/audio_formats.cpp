@@ -7,8 +7,15 @@
 #include <filesystem>
 #include <map>
 
+#include "Common/audio/sample_codec.h"
+
 namespace quorvane {
 namespace {
+
+bool is_alac(int format) {
+    const int encoding = format & SF_FORMAT_SUBMASK;
+    return encoding >= SF_FORMAT_ALAC_16 && encoding <= SF_FORMAT_ALAC_32;
+}
 
 /** A container and a coding that it always holds, to ask the library whether it writes them. */
 const std::map<std::string, int>& formats_by_extension() {
@@ -73,29 +80,11 @@ bool same_container(const std::string& extension, const std::string& other) {
 }
 
 bool is_packed_lossless(int format) {
-    const int coding = format & SF_FORMAT_SUBMASK;
-    return (format & SF_FORMAT_TYPEMASK) == SF_FORMAT_FLAC ||
-           (coding >= SF_FORMAT_ALAC_16 && coding <= SF_FORMAT_ALAC_32);
+    return (format & SF_FORMAT_TYPEMASK) == SF_FORMAT_FLAC || is_alac(format);
 }
 
 bool is_lossy(int format) {
-    switch (format & SF_FORMAT_SUBMASK) {
-        // Linear samples and lossless codings; FLAC's are among them by their bits.
-        case SF_FORMAT_PCM_S8:
-        case SF_FORMAT_PCM_U8:
-        case SF_FORMAT_PCM_16:
-        case SF_FORMAT_PCM_24:
-        case SF_FORMAT_PCM_32:
-        case SF_FORMAT_FLOAT:
-        case SF_FORMAT_DOUBLE:
-        case SF_FORMAT_ALAC_16:
-        case SF_FORMAT_ALAC_20:
-        case SF_FORMAT_ALAC_24:
-        case SF_FORMAT_ALAC_32:
-            return false;
-        default:
-            return true;
-    }
+    return linear_sample_bytes(format) == 0 && !is_alac(format);
 }
 
 }  // namespace quorvane

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <limits>
 
+#include "Common/audio/sample_codec.h"
 #include "Common/version.h"
 
 /*
@@ -55,29 +56,9 @@ void put_loudness(Bytes& chunk, const Loudness* loudness) {
     }
 }
 
-/** 0 for codings that have none. */
-int sample_bits(int format) {
-    switch (format & SF_FORMAT_SUBMASK) {
-        case SF_FORMAT_PCM_S8:
-        case SF_FORMAT_PCM_U8:
-            return 8;
-        case SF_FORMAT_PCM_16:
-            return 16;
-        case SF_FORMAT_PCM_24:
-            return 24;
-        case SF_FORMAT_PCM_32:
-        case SF_FORMAT_FLOAT:
-            return 32;
-        case SF_FORMAT_DOUBLE:
-            return 64;
-        default:
-            return 0;
-    }
-}
-
 /** "A=PCM,F=48000,W=24,M=stereo,T=quorvane 4.0.0, leveled". */
 void add_history(Bytes& chunk, const SndfileHandle& file) {
-    const int bits = sample_bits(file.format());
+    const std::size_t bits = 8 * linear_sample_bytes(file.format());
     const std::string line = fmt::format(
         "A={},F={},{}M={},T=quorvane {}, leveled\r\n", bits ? "PCM" : "", file.samplerate(),
         bits ? fmt::format("W={},", bits) : "", file.channels() == 1 ? "mono" : "stereo", kVersion);

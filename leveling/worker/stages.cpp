@@ -216,7 +216,9 @@ void level_sound(Work& work, std::size_t index) {
 }
 
 void level(Work& work) {
-    stream::HelperThread::use(work.job.spare_processor);
+    using stream::HelperThread;
+    HelperThread::use(work.job.spare_processor ? HelperThread::Help::kHelped
+                                               : HelperThread::Help::kAlone);
     work.changed = false;
     try {
         for (std::size_t i = 0; i < work.engine_inputs.size(); ++i) {

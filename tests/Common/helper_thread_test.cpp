@@ -30,12 +30,18 @@ namespace {
 
 using stream::HelperThread;
 
+using Help = HelperThread::Help;
+
+Help usual_help() {
+    return std::thread::hardware_concurrency() > 1 ? Help::kHelped : Help::kAlone;
+}
+
 /** Either way of working, back to the usual one at the end. */
 class Helped {
   public:
-    explicit Helped(bool helped) { HelperThread::use(helped); }
+    explicit Helped(bool helped) { HelperThread::use(helped ? Help::kHelped : Help::kAlone); }
 
-    ~Helped() { HelperThread::use(std::thread::hardware_concurrency() > 1); }
+    ~Helped() { HelperThread::use(usual_help()); }
 
     Helped(const Helped&) = delete;
     Helped& operator=(const Helped&) = delete;
@@ -135,11 +141,11 @@ TEST(HelperThread, ASourceReadsTheSameWithAndWithoutIt) {
         stream::pump(source, collected, frames);
         return collected.samples;
     };
-    HelperThread::use(false);
+    HelperThread::use(Help::kAlone);
     const std::vector<double> alone = read(399001);
-    HelperThread::use(true);
+    HelperThread::use(Help::kHelped);
     EXPECT_EQ(alone, read(399001));
-    HelperThread::use(std::thread::hardware_concurrency() > 1);
+    HelperThread::use(usual_help());
 }
 
 /** A recording brought through ramps into a file: the file's bytes, or what was thrown. */
@@ -196,11 +202,11 @@ TEST(HelperThread, TwoPartsAtATimeGiveTheFileThatOneAtATimeGives) {
         write_sound(folder / "in", row.signal, row.format);
         long long held_alone = 0;
         long long held_helped = 0;
-        HelperThread::use(false);
+        HelperThread::use(Help::kAlone);
         const std::string alone = ramped(folder / "in", held_alone);
-        HelperThread::use(true);
+        HelperThread::use(Help::kHelped);
         const std::string helped = ramped(folder / "in", held_helped);
-        HelperThread::use(std::thread::hardware_concurrency() > 1);
+        HelperThread::use(usual_help());
         EXPECT_TRUE(alone == helped);
         EXPECT_NE(std::string::npos, alone.find(row.text));
         EXPECT_EQ(row.text.empty(), held_alone > 0);
@@ -283,13 +289,13 @@ TEST(HelperThread, StretchesGetTheirFramesInOrderSideBySideOrNot) {
     for (const auto& row : rows) {
         SCOPED_TRACE(testing::Message() << std::hex << row.format << ", " << row.lengths.size());
         write_sound(path, row.signal, row.format);
-        HelperThread::use(false);
+        HelperThread::use(Help::kAlone);
         std::string failure_alone;
         const auto alone = stretched(path, row.lengths, failure_alone);
-        HelperThread::use(true);
+        HelperThread::use(Help::kHelped);
         std::string failure_helped;
         const auto helped = stretched(path, row.lengths, failure_helped);
-        HelperThread::use(std::thread::hardware_concurrency() > 1);
+        HelperThread::use(usual_help());
         EXPECT_EQ(failure_alone, failure_helped);
         EXPECT_NE(std::string::npos, failure_alone.find(row.text));
         if (!row.text.empty()) {

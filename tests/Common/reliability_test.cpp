@@ -160,31 +160,33 @@ TEST_F(Reliability, WhatIsDoneToARecordingShowsInItsResult) {
 }
 
 TEST_F(Reliability, BlocksAndThreadsLeaveNoTrace) {
-    const bool is_helped = stream::HelperThread::is_used();
+    using stream::HelperThread;
+    using Help = HelperThread::Help;
+    const Help usual = HelperThread::is_used() ? Help::kHelped : Help::kAlone;
 
     struct Row {
-        bool helped;
+        Help help;
         int block_samples;
     };
 
-    const Row rows[] = {{false, stream::kBlockSamples},
-                        {true, stream::kBlockSamples},
-                        {true, 1},
-                        {false, 4801},
-                        {true, 1 << 20}};
+    const Row rows[] = {{Help::kAlone, stream::kBlockSamples},
+                        {Help::kHelped, stream::kBlockSamples},
+                        {Help::kHelped, 1},
+                        {Help::kAlone, 4801},
+                        {Help::kHelped, 1 << 20}};
     for (const int format : {kWavFloat, SF_FORMAT_FLAC | SF_FORMAT_PCM_16}) {
         const Signal input = two_voices(4, 8000);
         level(input, format);
         const std::string bytes = read_text(out);
         for (const Row& row : rows) {
-            stream::HelperThread::use(row.helped);
+            HelperThread::use(row.help);
             stream::use_block_samples(row.block_samples);
             level(input, format);
-            EXPECT_TRUE(bytes == read_text(out))
-                << row.helped << ", blocks of " << row.block_samples << ", format " << format;
+            EXPECT_TRUE(bytes == read_text(out)) << static_cast<int>(row.help) << ", blocks of "
+                                                 << row.block_samples << ", format " << format;
         }
     }
-    stream::HelperThread::use(is_helped);
+    HelperThread::use(usual);
     stream::use_block_samples(stream::kBlockSamples);
 }
 
