@@ -37,6 +37,7 @@ bool worth_a_row(const fs::path& path) {
     return quorvane::file_kind(path) != quorvane::FileKind::Other;
 }
 
+/** Fills in how the output stands, and the earlier facts of one that is up to date. */
 void look_at_output(quorvane::UpToDate& up_to_date, DropFile& file) {
     std::error_code error;
     if (!fs::exists(fs::symlink_status(file.output, error))) {
@@ -102,6 +103,7 @@ std::vector<quorvane::PlannedFile> outputs_of(const quorvane::Request& request,
     return plan;
 }
 
+/** Tries each folder once, however many outputs go there. */
 void find_locked_folders(DropPlan& plan) {
     std::set<std::string> seen;
     for (const DropFile& file : plan.files) {

@@ -13,6 +13,7 @@
 
 namespace desktop {
 
+/** What becomes of outputs that exist: KeepBoth gives the new ones names of their own. */
 enum class ExistingChoice { Replace, KeepBoth, Skip };
 
 /** What only the user can tell. Each answer comes once, later or at once, on the main thread. */
@@ -57,11 +58,15 @@ class Intake : public QObject {
     bool busy() const { return !waiting_.empty(); }
 
   Q_SIGNALS:
+    /** The files of a drop that are to be leveled or listed. Emitted once for each drop. */
     void accepted(const std::vector<desktop::Accepted>& files);
+    /** Named files (not those found in folders) whose content is not audio. */
     void not_audio(const std::vector<std::string>& paths);
+    /** busy() has another value. */
     void busy_changed();
 
   private:
+    // The steps of a drop, in this order; the second question is asked after the first answer.
     void plan_next(const std::string& output_folder);
     void on_planned(const DropPlan& plan);
     void settle(const DropPlan& plan, ExistingChoice choice);

@@ -25,6 +25,7 @@ QUrl to_url(const std::string& path) {
     return QUrl::fromEncoded("file://" + QByteArray::fromStdString(path).toPercentEncoding("/"));
 }
 
+// Only local files: a page of a browser also drags as a URL.
 DraggedFiles dragged_files(const QMimeData& data) {
     constexpr const char* kScheme = "file://";
     DraggedFiles files;

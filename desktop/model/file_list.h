@@ -35,6 +35,7 @@ class FileList : public QAbstractListModel {
     QMimeData* mimeData(const QModelIndexList& indexes) const override;
     Qt::DropActions supportedDragActions() const override;
 
+    /** At the end. The id is not used again, also after the row is removed. */
     Id add(Row row);
     void remove(Id id);
 
@@ -52,6 +53,7 @@ class FileList : public QAbstractListModel {
 
     /** Back to waiting, with a new output. */
     void restart(Id id, const std::string& output);
+    // What becomes of a file; an id without a row is ignored, as its row may have been removed.
     void set_running(Id id);
     void set_fraction(Id id, double fraction);
     void set_finished(Id id, const quorvane::FileFacts& facts);

@@ -30,6 +30,7 @@ void Overall::finished(double weight, double from, quorvane::Outcome outcome) {
     counts_.add(outcome);
 }
 
+// As if the rest went as fast as what is done.
 std::optional<double> Overall::seconds_left(double elapsed_s) const {
     // Earlier than this the guess would jump about, and a wrong figure is worse than none.
     constexpr double kLeastSeconds = 2;

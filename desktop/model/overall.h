@@ -18,6 +18,7 @@ class Overall {
      * count too. */
     static double weight_of(const std::string& input);
 
+    /** A file of that weight (bytes) that is to be worked on. */
     void add(double weight);
 
     /** A file that is finished without any work: weight 0, but it counts as a file. */
@@ -25,8 +26,10 @@ class Overall {
 
     /** The file's share went from one fraction to another. */
     void progressed(double weight, double from, double to);
+    /** The file ended, at the fraction that progressed() reported last. */
     void finished(double weight, double from, quorvane::Outcome outcome);
 
+    /** Of all the work, 0 to 1, by weight. */
     double fraction() const { return all_weight_ > 0 ? done_weight_ / all_weight_ : 0; }
 
     int files() const { return files_; }

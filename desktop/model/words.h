@@ -36,6 +36,7 @@ struct Counts {
     int failed = 0;
     int cancelled = 0;
 
+    /** Counts one more file with that outcome. */
     void add(quorvane::Outcome outcome);
 
     int all() const { return leveled + copied + up_to_date + skipped + failed + cancelled; }

@@ -71,6 +71,7 @@ FileList::Id Session::place(const DropFile& file) {
     return files_.add(std::move(row));
 }
 
+// A file that the list shows as finished is leveled again, in its row.
 void Session::accept(const Accepted& accepted) {
     const DropFile& file = accepted.file;
     const int position = files_.position_of_input(file.input);
@@ -118,6 +119,7 @@ void Session::on_progressed(FileList::Id id, double fraction) {
     }
 }
 
+// Ten times a second at most, all rows at once.
 void Session::show_progress() {
     for (const auto& [id, fraction] : progress_) {
         // A file may have left the list since.
@@ -208,6 +210,7 @@ std::optional<double> Session::seconds_left() const {
     return overall_.seconds_left(static_cast<double>(clock_.elapsed()) / 1000);
 }
 
+// For the notification's "Show in Folder".
 std::vector<std::string> Session::results() const {
     std::vector<std::string> paths;
     // Of the present run: a notification names these and leads to them.

@@ -43,6 +43,7 @@ class Session : public QObject {
 
     /** Files that failed or were cancelled are leveled again. */
     void retry(const std::vector<FileList::Id>& ids);
+    /** Empties the list of all that needs no more work. */
     void remove_finished();
 
     /** Stops everything and waits until nothing half-done is left. */
@@ -51,11 +52,13 @@ class Session : public QObject {
     /** Folders are being looked through or a question is open. */
     bool searching() const { return intake_.busy(); }
 
+    /** Files wait or are leveled. */
     bool working() const { return work_.busy(); }
 
     /** Of the present work, or of the last one. */
     const Overall& overall() const { return overall_; }
 
+    /** By the pace of the present work; nothing while that cannot be estimated yet. */
     std::optional<double> seconds_left() const;
 
     /** The results of the present or last work, first to last. */
@@ -72,10 +75,12 @@ class Session : public QObject {
     void ended(const desktop::Counts& counts);
 
   private:
+    // From a drop to the queue: an output that is kept ends its file without any work.
     void on_accepted(const std::vector<Accepted>& files);
     void accept(const Accepted& accepted);
     FileList::Id place(const DropFile& file);
     void finish_unworked(FileList::Id id, quorvane::Outcome outcome, const std::string& cause);
+    // What the workers report, on the main thread.
     void on_progressed(FileList::Id id, double fraction);
     void show_progress();
     void on_finished(FileList::Id id, const quorvane::FileFacts& facts);

@@ -19,6 +19,7 @@ class Appearance : public QObject {
   public:
     explicit Appearance(QObject* parent = nullptr);
 
+    /** As the desktop's settings portal has it; anything else counts as Light. */
     enum class Scheme { Light, Dark };
 
     static QPalette palette(Scheme scheme);
@@ -27,6 +28,7 @@ class Appearance : public QObject {
     void on_setting_changed(const QString& group, const QString& key, const QDBusVariant& value);
 
   private:
+    /** Asks the portal without waiting for its answer. */
     void ask();
     static void apply(const QVariant& color_scheme);
 };

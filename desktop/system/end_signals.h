@@ -12,6 +12,7 @@ class EndSignals : public QObject {
     explicit EndSignals(QObject* parent = nullptr);
 
   Q_SIGNALS:
+    /** A signal came; emitted on the main thread, not in the signal handler. */
     void arrived();
 };
 

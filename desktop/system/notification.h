@@ -16,6 +16,7 @@ class Notification : public QObject {
     void show(const QString& title, const QString& body, const QString& action);
 
   Q_SIGNALS:
+    /** The user clicked the notification or its button. */
     void clicked();
 
   private Q_SLOTS:

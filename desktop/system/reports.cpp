@@ -10,6 +10,7 @@
 
 namespace desktop {
 
+// Into the user's cache folder: the page is to be looked at, not to be kept.
 std::string write_cached_report(const std::vector<quorvane::FileFacts>& files) {
     // A browser may still have a recent one open; older ones are deleted.
     constexpr int kDaysKept = 30;

@@ -21,6 +21,7 @@ namespace {
 
 // A window whose processors all level may take its time; one that hangs never answers.
 constexpr int kLongestWaitMs = 15000;
+// The first start may hold the lock and not listen yet.
 constexpr int kRetryMs = 50;
 constexpr quint32 kMostBytes = 64 << 20;  // of a message: a million paths, and no more
 
@@ -91,6 +92,7 @@ void SingleInstance::on_connection() {
     }
 }
 
+// Called with each part of a message: nothing is read until all of it is there.
 void SingleInstance::read_from(QLocalSocket* socket) {
     if (socket->bytesAvailable() > kMostBytes) {
         socket->abort();

@@ -22,6 +22,7 @@ void Taskbar::hide() {
     }
 }
 
+// A signal without a receiver in particular: every dock that listens may show it.
 void Taskbar::send(int percent) {
     shown_ = percent;
     // The interface of one launcher that the docks of other desktops have taken over.

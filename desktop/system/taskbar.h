@@ -17,6 +17,7 @@ class Taskbar : public QObject {
 
     /** Tells each whole percent once. */
     void show(double fraction);
+    /** No progress bar on the entry. */
     void hide();
 
   private:

@@ -37,9 +37,11 @@ class Dialogs : public Questions {
     void choose_files(const TakePaths& take);
     void choose_folder(const TakePaths& take);
 
+    /** Version and license. */
     void about();
 
   private:
+    // Each deletes itself when it is closed.
     QMessageBox* new_question(const QString& text, const QString& explanation);
     QFileDialog* new_file_dialog(const QString& title);
     void choose_output_folder(const std::function<void(std::string)>& answer);

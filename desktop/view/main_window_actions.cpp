@@ -49,6 +49,7 @@ std::vector<std::string> MainWindow::chosen_results() const {
     return paths;
 }
 
+// With nothing selected, all that waits or runs.
 void MainWindow::cancel() {
     const std::vector<FileList::Id> ids = chosen();
     if (ids.empty()) {
@@ -62,6 +63,7 @@ void MainWindow::remove() {
     session_.remove(chosen());
 }
 
+// As a drop of the same files: what failed or was cancelled is leveled again.
 void MainWindow::retry() {
     session_.retry(chosen());
 }

@@ -24,6 +24,7 @@ MessageBar::MessageBar(QWidget* parent) : QFrame(parent) {
     hide();
 }
 
+// A message replaces the one before it.
 void MessageBar::tell(const QString& text) {
     text_->setText(text);
     show();

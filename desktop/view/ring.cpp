@@ -16,6 +16,7 @@ namespace {
 // In logical pixels.
 constexpr double kLineWidth = 12;
 constexpr double kTextShare = 0.2;  // of the ring's size
+// What a layout gives it, and what it needs for a readable number.
 constexpr int kUsualSide = 168;
 constexpr int kLeastSide = 96;
 

@@ -51,6 +51,7 @@ class Ring : public QProgressBar {
     QSize minimumSizeHint() const override;
 
   Q_SIGNALS:
+    /** Plays the result. */
     void double_clicked();
 
   protected:

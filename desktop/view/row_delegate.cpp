@@ -29,6 +29,7 @@ namespace {
 
 // In logical pixels.
 constexpr int kMargin = 12;
+// In logical pixels.
 constexpr int kLineGap = 3;
 constexpr int kRingSize = 34;
 constexpr double kRingWidth = 4;
@@ -208,6 +209,7 @@ QSize RowDelegate::sizeHint(const QStyleOptionViewItem& option, const QModelInde
     return {width, lay_out(row_of(index), option.font, width).height};
 }
 
+// The button has a tool tip of its own.
 bool RowDelegate::helpEvent(QHelpEvent* event,
                             QAbstractItemView* view,
                             const QStyleOptionViewItem& option,

@@ -35,6 +35,7 @@ QString with_separators(QString text) {
 
 }  // namespace
 
+// The same breaks as draw_wrapped() takes.
 int wrapped_height(const QFont& font, const QString& text, int width) {
     QTextLayout layout(with_separators(text), font);
     const double height = set_lines(layout, width, Qt::AlignLeft, Qt::LeftToRight);

@@ -142,6 +142,7 @@ void Work::cancel(std::size_t id) {
     }
 }
 
+// Waits for the batch's thread, which waits for the workers to clean up.
 void Work::shut_down() {
     if (run_) {
         run_->stop();

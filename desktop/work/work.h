@@ -38,9 +38,11 @@ class Work : public QObject {
     /** Cancels all and waits until the workers are gone and their files removed. */
     void shut_down();
 
+    /** Files wait or are worked on. */
     bool busy() const { return run_ != nullptr; }
 
   Q_SIGNALS:
+    // With the caller's number; the fraction is 0 to 1.
     void started(std::size_t id);
     void progressed(std::size_t id, double fraction);
     void finished(std::size_t id, const quorvane::FileFacts& facts);

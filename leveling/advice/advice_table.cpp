@@ -152,6 +152,7 @@ const std::vector<Advice>& advice_table() {
     return table;
 }
 
+// Null for a code of a later version.
 const Advice* find_advice(const std::string& code) {
     const auto& table = advice_table();
     const auto found = std::find_if(table.begin(), table.end(),

@@ -29,6 +29,7 @@ std::string wrapped(const std::string& text, std::size_t indent) {
     return result + line + "\n";
 }
 
+/** All codes with their titles, a line each. */
 std::string listed() {
     std::string text = "Findings that a run can report; --explain CODE tells about one:\n\n";
     for (const Advice& advice : advice_table()) {

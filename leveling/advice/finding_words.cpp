@@ -25,6 +25,7 @@ std::string value_text(double value, int decimals) {
 
 }  // namespace
 
+// Part of a sentence, without a capital and a full stop.
 std::string clause_of(const Finding& finding) {
     const Advice* advice = find_advice(finding.code);
     if (!advice) {
@@ -46,6 +47,7 @@ std::string sentence_of(const Finding& finding) {
     return text + ".";
 }
 
+// Each face has its own words: a window has no options to name.
 std::string advice_of(const Finding& finding, Face face) {
     const Advice* advice = find_advice(finding.code);
     if (!advice) {
@@ -56,6 +58,7 @@ std::string advice_of(const Finding& finding, Face face) {
                                      : advice->page;
 }
 
+// Where they begin; a listener looks for the place by hearing.
 std::string places_of(const Finding& finding) {
     std::string text;
     const std::size_t count = finding.places.size();
@@ -65,6 +68,7 @@ std::string places_of(const Finding& finding) {
     return count > kMostPlaces ? text + fmt::format(" and {} more", count - kMostPlaces) : text;
 }
 
+// Notes are not among them: they only say what is good to know.
 std::vector<const Finding*> objections(const FileFacts& facts) {
     std::vector<const Finding*> found;
     for (const Severity severity : {Severity::Problem, Severity::Warning}) {

@@ -6,6 +6,7 @@
 namespace quorvane {
 namespace {
 
+/** What was done about a finding is not reported beside the finding itself. */
 struct SameNews {
     Deed deed;
     const char* code;
@@ -21,6 +22,7 @@ constexpr SameNews kSame[] = {{Deed::Raised, "raised"},
                               // Too little to be called even.
                               {Deed::LeftEvenAlone, "short"}};
 
+/** Whether one of both is enough. */
 bool is_same(const Done& done, const Finding& finding) {
     return std::any_of(std::begin(kSame), std::end(kSame), [&](const SameNews& same) {
         return same.deed == done.deed && finding.code == same.code;

@@ -23,6 +23,7 @@ std::string spans_text(const std::string& passages, long before, long after) {
     return fmt::format("{} were up to {} dB apart; now within {} dB.", passages, before, after);
 }
 
+/** One sentence on how far apart passages are, whole dB. */
 std::string span_text(const std::string& passages, long span) {
     return span <= kSame_db ? fmt::format("{} are within {} dB of each other.", passages, span)
                             : fmt::format("{} are up to {} dB apart.", passages, span);
@@ -32,6 +33,7 @@ std::string files_text(std::size_t count) {
     return fmt::format("{} file{}", count, count == 1 ? "" : "s");
 }
 
+/** Whether the levels of the output were measured. */
 bool is_leveled(const FileFacts& facts) {
     return facts.after && std::isfinite(facts.speech->span_after_db);
 }
@@ -46,6 +48,7 @@ struct Whole {
     long after = 0;
 };
 
+/** The counts and the widest spans over all files. */
 Whole whole_of(const FactsList& files) {
     Whole whole;
     for (const FileFacts& facts : files) {
@@ -69,6 +72,7 @@ Whole whole_of(const FactsList& files) {
 
 }  // namespace
 
+// "0 dB apart" would claim more than a measurement can.
 long whole_db(double span) {
     return std::max(1L, std::lround(span));
 }

@@ -16,7 +16,7 @@ std::string speech_headline(const FileFacts& facts);
 /** The same for all files of a run, with the number of files that have no levels of speech. */
 std::string speech_headline(const FactsList& files);
 
-/** Whole dB: a tenth of one tells nobody anything. Nearer than one is one. */
+/** Rounded to whole dB, as a tenth of one means nothing to a listener; 1 at least. */
 long whole_db(double span);
 
 }  // namespace quorvane

@@ -15,14 +15,17 @@
 namespace quorvane {
 namespace {
 
+// Read at a time: a disk's sequential speed, and little memory.
 constexpr std::size_t kBlockBytes = 1 << 20;
 
+/** 32 hexadecimal digits, most significant first. */
 std::string digits(XXH128_hash_t hash) {
     return fmt::format("{:016x}{:016x}", hash.high64, hash.low64);
 }
 
 }  // namespace
 
+// XXH3 with 128 bits: not against forgery, but no two recordings of an archive share it.
 std::string content_hash(const std::string& path) {
     const auto fail = [&] { throw std::system_error(errno, std::generic_category(), path); };
     const Descriptor file(path, O_RDONLY | O_CLOEXEC);

@@ -12,6 +12,7 @@
 
 namespace quorvane {
 
+// Empty entries are skipped, so that a list may end with or without a separator.
 std::vector<std::string> read_file_list(const std::string& path, ListSeparator separator) {
     std::ifstream file;
     const bool standard_input = path == "-";

@@ -31,6 +31,8 @@ constexpr int kWaitLock = F_SETLKW;
 
 // The appending locks the first byte; outputs lock bytes far behind the end of any file.
 constexpr off_t kAppendByte = 0;
+// Each output has a byte of the record's file, far behind its end, that stands for it: a lock on
+// that byte claims the output.
 constexpr off_t kOutputBytes = off_t{1} << 62;
 
 [[noreturn]] void fail(const std::string& path) {
@@ -42,6 +44,7 @@ off_t byte_of(const std::string& output) {
     return kOutputBytes + static_cast<off_t>(name_hash(name) & (kOutputBytes - 1));
 }
 
+/** Taken: by another process. Impossible: the file system has no locks. */
 enum class Locked { Yes, Taken, Impossible };
 
 /** length 0: to the end of all bytes. */
@@ -61,6 +64,7 @@ Locked lock_bytes(int file, off_t start, off_t length, int how, short type = F_W
     return Locked::Yes;
 }
 
+/** Whether the path still leads to the open file: another process may have removed it. */
 bool is_still_at(int file, const std::string& path) {
     struct stat opened {};
 
@@ -108,6 +112,7 @@ bool OutputClaim::take(const std::string& output, const std::string& new_folder,
     }
 }
 
+// One write of one line, so that lines of several processes do not mix.
 void OutputClaim::record(const std::string& line) {
     const std::lock_guard<std::mutex> lock(mutex_);
     lock_bytes(file_, kAppendByte, 1, kWaitLock);
@@ -139,6 +144,7 @@ void OutputClaim::close_file() {
     file_ = -1;
 }
 
+// A record that was only made for its lock is not left behind.
 void OutputClaim::remove_if_empty() {
     struct stat status {};
 

@@ -36,6 +36,7 @@ using Json = nlohmann::ordered_json;
 
 constexpr const char* kStart = "{\"output\":\"";
 constexpr const char* kForWord = "for=";
+// Read at a time while the lines are indexed by the hashes of their names.
 constexpr std::size_t kIndexedBytes = 1 << 20;
 constexpr std::int64_t kEndBytes = 1 << 20;
 /** The facts of a recording of 100 hours with a passage a minute take less than 1 MB. */
@@ -93,6 +94,7 @@ DoneRecord record_from(const Json& json) {
 
 }  // namespace
 
+// Size and time; the inode is left out, as copies and restored archives change it.
 bool operator==(const FileState& one, const FileState& other) {
     return one.size == other.size && one.mtime_ns == other.mtime_ns;
 }
@@ -109,6 +111,7 @@ bool is_same_path(const std::string& one, const std::string& other) {
     return plain(one) == plain(other) || fs::equivalent(one, other, error);
 }
 
+// A file that cannot be looked at counts as absent.
 FileState state_of(const std::string& path) {
     struct stat status {};
 
@@ -129,6 +132,7 @@ Arithmetic arithmetic_of(Way way, const std::string& destination) {
     return {"prepared", kPrepared};
 }
 
+// The name comes first, so that a search need not parse the rest of the line.
 std::string to_line(const DoneRecord& record) {
     FileFacts facts = record.facts;
     strip_curves(facts);
@@ -149,6 +153,7 @@ std::string to_line(const DoneRecord& record) {
     return dump(json) + "\n";
 }
 
+// What changes the output's samples, and nothing else: --report or --jobs make no output old.
 std::string options_key(const std::vector<std::string>& tuning,
                         bool measure,
                         int audio_stream,
@@ -179,6 +184,7 @@ std::string options_key(const std::vector<std::string>& tuning,
     return key + (measure ? "measured" : "unmeasured");
 }
 
+// The tracks of a conversation change each other's gains, so all of them count.
 std::string group_key(const std::vector<std::string>& inputs) {
     std::string names;
     for (const std::string& input : inputs) {
@@ -206,6 +212,7 @@ std::string record_path(const std::string& output) {
     return ((folder.empty() ? fs::path(".") : folder) / kRecordName).string();
 }
 
+// Found before the work: an output without its record would be leveled again each time.
 std::string record_problem(const std::string& path) {
     struct stat status {};
 

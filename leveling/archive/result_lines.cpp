@@ -101,6 +101,7 @@ void ResultLines::add(const std::string& path) {
     }
 }
 
+// Only places in the files are kept: the results of a large archive take gigabytes.
 void ResultLines::take(const std::string& line, std::size_t file, std::int64_t offset) {
     if (line.empty()) {
         return;

@@ -7,6 +7,7 @@
 #include <utility>
 
 namespace quorvane {
+// The largest first, each to the shard with the least so far: parts of nearly equal size.
 std::vector<std::size_t> cut_shards(const std::vector<ShardItem>& items, std::size_t count) {
     std::vector<std::size_t> order(items.size());
     std::iota(order.begin(), order.end(), std::size_t{0});

@@ -57,6 +57,7 @@ FileFacts facts_of(const Judgement& judgement,
     return facts;
 }
 
+/** States whose output --redo-changed replaces. */
 bool is_redone(OutputState state) {
     return state == OutputState::Changed || state == OutputState::Earlier;
 }
@@ -84,6 +85,7 @@ Judgement UpToDate::judge(const std::string& input, const std::string& output) {
     return judge_unknown(output, there.state(), records);
 }
 
+// Such an output is kept. Only a comparison of contents can call it damaged.
 Judgement UpToDate::judge_unknown(const std::string& output,
                                   const FileState& state,
                                   const std::vector<DoneRecord>& records) const {

@@ -39,6 +39,7 @@ double rounded_down(double steps) {
 
 }  // namespace
 
+// 24 bits and more have room below any recording's noise.
 int dithered_bits(int format) {
     switch (format & SF_FORMAT_SUBMASK) {
         case SF_FORMAT_PCM_S8:
@@ -67,6 +68,7 @@ void Dither::keep_exact(int channel) {
     channels_[static_cast<std::size_t>(channel)].exact = true;
 }
 
+// Long digital silence stays as it is: no noise is added to it.
 void Dither::follow_silence(const double* frame) {
     ++taken_;
     for (std::size_t i = 0; i < channels_.size(); ++i) {

@@ -7,6 +7,7 @@
 
 namespace quorvane {
 
+// The roots of unity come from portable functions, so that every machine has the same.
 Fft::Fft(std::size_t size) : size_(size) {
     for (std::size_t k = 0; k < size / 2; ++k) {
         const double half_turns = 2 * static_cast<double>(k) / static_cast<double>(size);

@@ -10,7 +10,9 @@
 namespace quorvane {
 namespace {
 
+// ITU-R BS.1770: blocks of 400 ms, a new one each 100 ms (one stretch).
 constexpr std::size_t kBlockStretches = 4;
+// EBU Tech 3342: windows of 3 s, a new one each second.
 constexpr std::size_t kWindowStretches = 30;
 constexpr std::size_t kWindowStepStretches = 10;
 
@@ -19,12 +21,15 @@ constexpr double kSettleSeconds = 0.25;
 constexpr std::size_t kLeastSettles = 8;  // in a run that is worth halving
 
 constexpr double kOffset_db = -0.691;  // BS.1770-4: what makes a full-scale 1 kHz sine -3.01 LUFS
+// BS.1770: blocks below it are not part of the programme.
 constexpr double kAbsoluteGate_lufs = -70;
 constexpr double kRelativeGate = 0.1;        // of a mean power: -10 LU
 constexpr double kRelativeRangeGate = 0.01;  // -20 LU, EBU Tech 3342
+// Tech 3342: the range is between these shares of the gated windows.
 constexpr double kLowPercentile = 0.10;
 constexpr double kHighPercentile = 0.95;
 
+/** Of a K-weighted mean square: BS.1770's offset makes a 1 kHz sine read its level. */
 double to_lufs(double power) {
     return power > 0 || std::isnan(power) ? kOffset_db + 10 * std::log10(power)
                                           : -std::numeric_limits<double>::infinity();

@@ -23,6 +23,7 @@
 namespace quorvane {
 namespace {
 
+// Of the report's curve: EBU R 128's short-term loudness.
 constexpr double kShortTermSeconds = 3.0;
 constexpr double kLeastStepSeconds = 0.1;
 constexpr double kMostPoints = 1000;

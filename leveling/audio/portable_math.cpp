@@ -19,6 +19,7 @@ constexpr int kSinTerms = 12;  // of |x| <= pi / 2: the next one is below 1e-20
 
 }  // namespace
 
+// Argument reduction by ln 2, then a series: additions and multiplications alone.
 double portable_exp(double x) {
     const double power = std::floor(x / (kLn2High + kLn2Low) + 0.5);
     const double rest = (x - power * kLn2High) - power * kLn2Low;
@@ -29,6 +30,7 @@ double portable_exp(double x) {
     return std::ldexp(sum, static_cast<int>(power));
 }
 
+// For windows and roots of unity, whose arguments are fractions of a turn.
 double portable_sin_pi(double x) {
     const double nearest = std::floor(x + 0.5);
     const double angle = kPi * (x - nearest);

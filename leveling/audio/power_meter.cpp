@@ -12,6 +12,7 @@ namespace {
 constexpr std::size_t kPauseBlocks = 5;  // half a second
 constexpr double kSoundDbfs = -50;       // RMS of a block that is more than room tone
 
+/** -infinity for silence. */
 double power_to_db(double power) {
     return 10 * std::log10(power);  // minus infinity for 0
 }
@@ -70,6 +71,7 @@ double PowerMeter::quietest_db() const {
     return quietest < 0 ? rms_db() : power_to_db(quietest);
 }
 
+// block: a sum of squares over a whole block.
 bool PowerMeter::sounds(double block) const {
     return power_to_db(block / static_cast<double>(block_samples_)) > kSoundDbfs;
 }

@@ -15,6 +15,7 @@
 namespace quorvane {
 namespace {
 
+// Read at a time; no result depends on it.
 constexpr std::size_t kBlockSamples = 32768;
 constexpr std::int64_t kMostFrames = std::int64_t{1} << 48;  // 186 years at 48 kHz
 
@@ -55,6 +56,7 @@ Scan scan(const std::string& path) {
     return result;
 }
 
+// libsndfile gives the largest number for a stream without a length.
 bool is_known_length(std::int64_t frames) {
     return frames >= 0 && frames < kMostFrames;
 }

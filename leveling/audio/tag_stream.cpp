@@ -24,6 +24,7 @@ void TagStream::require_no_error() const {
     }
 }
 
+// The tag library has no way to report an error: it is kept here until the caller looks.
 void TagStream::keep_error() {
     error_ = error_ != 0 ? error_ : errno;
 }
@@ -89,6 +90,7 @@ void TagStream::move_tail(Offset from, Offset to) {
     }
 }
 
+// The rest of the file moves where the lengths differ.
 void TagStream::insert(const TagLib::ByteVector& data, Start start, Count replace) {
     const auto at = static_cast<Offset>(start);
     const Offset behind = at + static_cast<Offset>(replace);

@@ -9,6 +9,7 @@
 namespace quorvane {
 namespace {
 
+// Interpolated at a time: short enough for the processor's first cache.
 constexpr std::size_t kPieceFrames = 64;
 constexpr std::size_t kTaps = 49;         // over all phases
 constexpr float kRounding = 1.0001F;      // far more than single precision adds
@@ -16,6 +17,8 @@ constexpr double kAlmostNothing = 1e-10;  // a sine's value at a multiple of pi
 
 /** The sums of one phase over a whole piece, which has `taps` - 1 samples before it. */
 QUORVANE_WIDE_LOOP
+
+/** sums[i] = the weighted sum of taps samples from piece[i] on. */
 void interpolate(const float* piece, const float* weights, std::size_t taps, float* sums) {
     for (std::size_t i = 0; i < kPieceFrames; ++i) {
         sums[i] = weights[0] * piece[i];
@@ -31,6 +34,7 @@ void interpolate(const float* piece, const float* weights, std::size_t taps, flo
 
 /** One channel's samples out of the interleaved ones. */
 template <std::size_t kChannels>
+/** One channel of interleaved samples. */
 void take_every(const float* samples, std::size_t frames, float* to) {
     for (std::size_t i = 0; i < frames; ++i) {
         to[i] = samples[i * kChannels];

@@ -15,14 +15,14 @@ struct TrackSpeech {
 };
 
 /**
- * The phrases of a track's owner. What is too short to be a turn, such as a cough, is no phrase of
- * its own.
+ * The phrases of a track's owner. What is too short to be a turn, such as a cough, is not a
+ * phrase of its own.
  */
 Phrases find_own_phrases(const std::vector<float>& levels_db, const std::vector<bool>& own);
 
 /**
  * How much a track is lowered while only others speak, dB, by bin: smoothly, and at full level
- * before its owner begins. Where nobody speaks it stays as it was, so that the background does not
+ * before its owner begins. Where no one speaks it stays as it was, so that the background does not
  * pump.
  */
 std::vector<float> duck_curve(const std::vector<bool>& own, const std::vector<bool>& others);

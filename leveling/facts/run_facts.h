@@ -147,7 +147,7 @@ struct FileFacts {
     // Of "files" and "calls", the fences around the file's worker that the kernel did not give.
     std::vector<std::string> unfenced;
 
-    /** Whether it is one of several tracks, which nobody publishes by itself. */
+    /** Whether it is one of several tracks, which are not published by themselves. */
     bool is_track() const { return conversation && !conversation->mix; }
 
     double duration_s() const {

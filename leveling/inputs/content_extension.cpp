@@ -48,6 +48,7 @@ const char* mpeg_extension(const std::string& start) {
 
 }  // namespace
 
+// Only what a pipe may bring: the name is made from it.
 std::string extension_of_content(const std::string& path) {
     constexpr std::size_t kStart = 256;
     std::string start(kStart, '\0');

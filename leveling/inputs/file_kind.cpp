@@ -24,6 +24,7 @@ const std::set<std::string>& media_extensions() {
     return extensions;
 }
 
+/** Audio and video that is not leveled: listed as "not supported", where others are ignored. */
 const std::set<std::string>& foreign_extensions() {
     static const std::set<std::string> extensions = {
         "aa",   "aax", "aa3", "amr",  "awb", "caff", "dff", "dts", "dv",   "f4v",
@@ -69,6 +70,7 @@ constexpr Mark kMarks[] = {
 
 constexpr std::size_t kTransportPacket = 188;  // bytes, the first of them a 'G'
 
+/** By the first bytes, for files whose names have no known extension. */
 FileKind kind_by_content(const std::filesystem::path& path) {
     std::array<char, kTransportPacket + 1> head{};
     std::ifstream(path, std::ios::binary).read(head.data(), head.size());
@@ -87,6 +89,7 @@ FileKind kind_by_content(const std::filesystem::path& path) {
 
 }  // namespace
 
+// The extension decides where it is one of ours; only other files are opened.
 FileKind file_kind(const std::filesystem::path& path) {
     const std::string extension = lower_extension(path.string());
     if (wanted_extensions().count(extension)) {

@@ -255,6 +255,7 @@ class FolderSearch {
 
 }  // namespace
 
+// For a watch, which knows what has changed and need not search the whole folder again.
 FoundFiles find_files_below(const std::string& root,
                             const std::vector<std::string>& paths,
                             const SearchRules& rules) {

@@ -23,15 +23,18 @@ namespace fs = std::filesystem;
 
 namespace {
 
+/** By device and inode; false where one of them does not exist. */
 bool same_file(const fs::path& one, const fs::path& other) {
     std::error_code error;
     return fs::equivalent(one, other, error) && !error;
 }
 
+/** "talk.wav" as "talk-leveled.wav". */
 fs::path with_suffix(const fs::path& name, const std::string& suffix) {
     return name.parent_path() / (name.stem().string() + suffix + name.extension().string());
 }
 
+/** Throws UsageError where --output is given with several inputs. */
 void check_single_output(const OutputNames& names, const std::vector<FoundFile>& files) {
     if (names.output.empty()) {
         return;
@@ -109,6 +112,7 @@ std::vector<std::string> outputs_among(const OutputNames& names,
     return reasons;
 }
 
+/** Throws UsageError for a device, a pipe or a folder, which a rename would replace. */
 void require_regular(const fs::path& output) {
     std::error_code error;
     if (fs::exists(output, error) && !fs::is_regular_file(output, error)) {
@@ -149,6 +153,7 @@ void report_clash(const OutputNames& names,
 
 }  // namespace
 
+// --output, else --output-dir with the folders below the named one, else beside the input.
 fs::path output_of(const OutputNames& names, const FoundFile& file) {
     if (!names.output.empty()) {
         return names.output;
@@ -196,6 +201,7 @@ std::vector<PlannedFile> plan_measurements(const std::vector<FoundFile>& files) 
     return plan;
 }
 
+// An output keeps the input's format, so another extension would be a wrong name for it.
 void check_outputs(const std::vector<PlannedFile>& files) {
     for (const PlannedFile& file : files) {
         const std::string from = lower_extension(file.input);
@@ -210,6 +216,7 @@ void check_outputs(const std::vector<PlannedFile>& files) {
     }
 }
 
+// A typing error must not replace a recording by a report: an existing file has to look like one.
 void check_facts_paths(const Request& request, std::size_t inputs) {
     const auto check = [&](const char* option, const std::string& path, const char* start) {
         std::error_code ignored;

@@ -48,6 +48,7 @@ struct Place {
     long most_name_bytes = 0;
 };
 
+/** What would stop outputs in a folder, and the longest name (bytes) that it takes. */
 Place look_at(const fs::path& folder) {
     std::string problem = folder_problem(folder);
     if (problem.empty()) {
@@ -56,6 +57,7 @@ Place look_at(const fs::path& folder) {
     return {problem, pathconf(existing_folder(folder.string()).c_str(), _PC_NAME_MAX)};
 }
 
+/** "" where the name fits. */
 std::string name_problem(const fs::path& output, long most) {
     const std::size_t bytes = output.filename().string().size();
     return most > 0 && bytes > static_cast<std::size_t>(most)
@@ -64,6 +66,7 @@ std::string name_problem(const fs::path& output, long most) {
                : "";
 }
 
+/** "" where the file can be opened. */
 std::string input_problem(const fs::path& input) {
     const Descriptor file(input.string(), O_RDONLY);
     return file.is_open() ? "" : fmt::format("cannot be read: {}", std::strerror(errno));
@@ -71,6 +74,7 @@ std::string input_problem(const fs::path& input) {
 
 }  // namespace
 
+// Each folder once: an archive has thousands of files in few folders.
 void probe_places(std::vector<PlannedFile>& plan) {
     std::map<std::string, Place> folders;
     for (PlannedFile& file : plan) {

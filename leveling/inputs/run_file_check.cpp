@@ -31,6 +31,7 @@ std::vector<NamedFile> written_files(const Request& request) {
             {"--report", request.report}};
 }
 
+/** The engine reads it in every worker, so it is one of the run's inputs. */
 std::string options_file_in(const std::vector<std::string>& tuning) {
     const std::string word = "--options-file=";
     for (const std::string& option : tuning) {

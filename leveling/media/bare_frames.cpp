@@ -19,9 +19,12 @@ namespace quorvane::media {
 namespace {
 
 constexpr std::size_t kHeaderBytes = 8;  // what both kinds of headers need
+// Read at a time.
 constexpr std::size_t kBlockBytes = 1 << 20;
+// A frame's header without a check sum is 7 bytes long, so a frame has one more at least.
 constexpr std::size_t kLeastAdtsBytes = 8;
 
+/** The length of an ADTS frame (ISO/IEC 13818-7, 6.2) by its header; 0 where there is none. */
 std::size_t adts_bytes(const std::uint8_t* at) {
     constexpr unsigned kMostRate = 12;  // index
     if (at[0] != 0xFF || (at[1] & 0xF6) != 0xF0 || (at[2] >> 2 & 15U) > kMostRate) {
@@ -31,6 +34,7 @@ std::size_t adts_bytes(const std::uint8_t* at) {
     return bytes >= kLeastAdtsBytes ? bytes : 0;
 }
 
+/** The length of an AC-3 or E-AC-3 frame by its header; 0 where there is none. */
 std::size_t ac3_bytes(const std::uint8_t* at) {
     std::uint8_t version = 0;
     std::uint16_t bytes = 0;
@@ -59,6 +63,7 @@ bool BareFrames::are_in(const std::string& demuxer) {
     return demuxer == "aac" || demuxer == "ac3" || demuxer == "eac3";
 }
 
+// Null behind the end. The pointer is valid until the next call.
 const std::uint8_t* BareFrames::bytes_at(std::uint64_t at, std::size_t count) {
     if (at + count > end_) {
         return nullptr;
@@ -87,6 +92,7 @@ bool BareFrames::same_stream(const std::uint8_t* header) const {
                     : (header[4] & 0xC0) == (first_[4] & 0xC0);
 }
 
+// 0 where no frame of this stream begins: one of another rate or channel count is not one.
 std::size_t BareFrames::frame_bytes(std::uint64_t at) {
     const std::uint8_t* header = bytes_at(at, kHeaderBytes);
     if (!header || !same_stream(header)) {
@@ -95,10 +101,13 @@ std::size_t BareFrames::frame_bytes(std::uint64_t at) {
     return is_adts_ ? adts_bytes(header) : ac3_bytes(header);
 }
 
+// Audio holds bytes that look like a header; a frame that ends where the next one begins, or at the
+// file's end, is taken for one.
 bool BareFrames::is_followed(std::uint64_t end) {
     return end <= end_ && (end + kHeaderBytes > end_ || frame_bytes(end) != 0);
 }
 
+// The search behind damage: byte by byte, until a frame is there again.
 std::optional<std::uint64_t> BareFrames::find(std::uint64_t from) {
     for (std::uint64_t at = from; at + kHeaderBytes <= end_; ++at) {
         const std::size_t bytes = frame_bytes(at);
@@ -109,6 +118,7 @@ std::optional<std::uint64_t> BareFrames::find(std::uint64_t from) {
     return std::nullopt;
 }
 
+// An estimate, by the mean length of the frames so far: 1 at least.
 std::int64_t BareFrames::frames_in(std::uint64_t bytes, std::size_t frame) const {
     const double each = good_ > 0 ? static_cast<double>(good_bytes_) / static_cast<double>(good_)
                                   : static_cast<double>(frame);
@@ -146,6 +156,7 @@ std::optional<BareFrames::Frame> BareFrames::next() {
     return std::nullopt;
 }
 
+// Reads headers only: frames are skipped by their lengths.
 bool has_holes(const std::string& path, const std::string& demuxer) {
     BareFrames frames(path, demuxer);
     while (const auto frame = frames.next()) {

@@ -17,6 +17,7 @@ namespace {
 
 constexpr int kLeastFineClock = 8000;  // ticks per second; coarser ones round durations
 constexpr int kFloatBits = 24;         // that a 32-bit float holds exactly
+// Two weeks: a longer recording is a broken time stamp, which would fill the disk with silence.
 constexpr std::int64_t kLongestNs = 14 * 86400LL * 1000000000;
 // Shorter jumps come from the rounding of clocks that count in milliseconds.
 constexpr std::int64_t kLeastHoleNs = 2000000;
@@ -25,6 +26,7 @@ constexpr std::int64_t kLeastVorbisHoleNs = 25000000;
 constexpr std::int64_t kLongestHoleNs = 600LL * 1000000000;  // where no length bounds it
 // Containers round their lengths, and some count samples that are not heard.
 constexpr std::int64_t kMissingNs = 1000000000;
+// In a file that is damaged, a longer gap between time stamps is lost sound.
 constexpr std::int64_t kMissingOfDamagedNs = 100000000;
 constexpr std::size_t kSilentFrames = 65536;  // at a time
 // FFmpeg has it as a macro, AV_TIME_BASE_Q, that is C and no C++.
@@ -33,6 +35,7 @@ constexpr AVRational kFileClock = {1, AV_TIME_BASE};
 /** Which pauses in the times of a sound stand for lost data. */
 enum class Pauses { Kept, AreDamage };
 
+/** In the stream's time base; the library renamed the field. */
 std::int64_t duration_of(const AVFrame& frame) {
 #if LIBAVUTIL_VERSION_MAJOR >= 58
     return frame.duration;

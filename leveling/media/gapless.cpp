@@ -6,8 +6,8 @@
 
 /*
  * The tag holds hexadecimal numbers: 0, delay, padding, samples between them, and more that is not
- * used. FFmpeg's demuxer skips the delay, if there is no edit list, but neither moves the times
- * back by it nor leaves out the padding.
+ * used. FFmpeg's demuxer skips the delay, unless the file has an edit list, but neither moves the
+ * times back by it nor leaves out the padding.
  */
 
 namespace quorvane::media {
@@ -17,6 +17,7 @@ constexpr std::int64_t kMostPadding = 4096;  // samples; two blocks of HE-AAC
 // Muxers shorten the duration of the last block in different ways.
 constexpr std::int64_t kLeastPadding = -2048;
 
+/** Whether the sound is the only stream, apart from a picture of the cover. */
 bool is_alone(const AVFormatContext& context) {
     int others = 0;
     for (unsigned i = 0; i < context.nb_streams; ++i) {
@@ -27,6 +28,7 @@ bool is_alone(const AVFormatContext& context) {
 
 }  // namespace
 
+// Nothing for a tag that is missing, malformed, or beside other streams: players ignore it then.
 std::optional<Gapless> gapless_of(const MediaInput& input, const AVStream& stream) {
     const AVDictionaryEntry* tag = av_dict_get(input.context().metadata, "iTunSMPB", nullptr, 0);
     std::uint64_t delay = 0;

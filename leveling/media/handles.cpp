@@ -10,10 +10,12 @@
 namespace quorvane::media {
 namespace {
 
+// The library logs through one function of the process, from any of its threads.
 std::mutex g_log_lock;
 std::string g_last_error;
 std::atomic<std::int64_t> g_errors{0};
 
+/** Keeps the last error and counts all of them; nothing is printed. */
 void take_log_line(void* source, int level, const char* format, va_list values) {
     if (level > AV_LOG_ERROR) {
         return;
@@ -35,6 +37,7 @@ void take_log_line(void* source, int level, const char* format, va_list values) 
 
 }  // namespace
 
+/** Throws std::bad_alloc, as do the functions below: the library returns null without memory. */
 void set_entry(AVDictionary** entries, const char* name, const char* value) {
     if (av_dict_set(entries, name, value, 0) < 0) {
         throw std::bad_alloc();
@@ -65,6 +68,7 @@ Packet make_packet() {
     return packet;
 }
 
+// The log often says more than the code: "Invalid data" and which field of it.
 std::string reason(int code) {
     char text[AV_ERROR_MAX_STRING_SIZE] = "";
     av_strerror(code, text, sizeof text);
@@ -72,6 +76,7 @@ std::string reason(int code) {
     return g_last_error.empty() ? std::string(text) : fmt::format("{} ({})", text, g_last_error);
 }
 
+// Returns the code, which is a count or a score where it is not an error.
 int check(int code, const char* doing) {
     if (code < 0) {
         throw FileError(fmt::format("{}: {}", doing, reason(code)));

@@ -11,6 +11,7 @@
 namespace quorvane::media {
 namespace {
 
+// Two weeks. No recording is longer; a header that says so is wrong.
 constexpr double kLongestSeconds = 14 * 86400.0;
 constexpr int kPacketsLookedAt = 50;  // for marks of encryption
 
@@ -20,6 +21,7 @@ struct Container {
     const char* name;
 };
 
+/** MP4, M4A and QuickTime have one demuxer and different muxers; the brand distinguishes them. */
 Container mp4_container(const AVFormatContext& context) {
     const AVDictionaryEntry* entry = av_dict_get(context.metadata, "major_brand", nullptr, 0);
     const std::string brand = entry ? entry->value : "qt  ";
@@ -39,6 +41,10 @@ Container mp4_container(const AVFormatContext& context) {
     return {"mp4", "MP4"};
 }
 
+/**
+ * The muxer that writes a file like this one, and its name for people. The muxer is empty for what
+ * can be read and not written back.
+ */
 Container container_of(const MediaInput& input) {
     static const std::map<std::string, Container> containers = {{"asf", {"asf", "ASF"}},
                                                                 {"avi", {"avi", "AVI"}},
@@ -72,6 +78,7 @@ Container container_of(const MediaInput& input) {
     return containers.at(input.demuxer());
 }
 
+/** By the stream's tag, as protected files of shops have it. */
 bool is_encrypted(const AVStream& stream) {
     const auto tag = stream.codecpar->codec_tag;
     constexpr std::array<std::uint32_t, 5> kTags = {
@@ -83,6 +90,7 @@ bool is_encrypted(const AVStream& stream) {
     return std::find(kTags.begin(), kTags.end(), tag) != kTags.end() || has("enc_key_id");
 }
 
+/** Throws FileError: decoding such a stream would give noise. */
 void refuse_encrypted(const AVFormatContext& context) {
     bool encrypted = av_dict_get(context.metadata, "asf_protection_type", nullptr, 0) ||
                      av_dict_get(context.metadata, "ASF_Protection_Type", nullptr, 0);
@@ -111,6 +119,7 @@ int lossless_bits(const AVCodecParameters& parameters) {
     return 8 * av_get_bytes_per_sample(static_cast<AVSampleFormat>(parameters.format));
 }
 
+/** What the header says of a stream. number: counted from 1 among the audio streams. */
 Sound describe(const AVStream& stream, int number) {
     const AVCodecParameters& parameters = *stream.codecpar;
     Sound sound{};
@@ -126,6 +135,7 @@ Sound describe(const AVStream& stream, int number) {
     return sound;
 }
 
+/** Throws FileError for a sound that cannot be decoded or leveled. */
 void refuse_unusable(const Sound& sound, const MediaFile& file) {
     const std::string name = file.audio_streams > 1 ? fmt::format("audio stream {}", sound.number)
                                                     : std::string("its sound");
@@ -143,6 +153,7 @@ void refuse_unusable(const Sound& sound, const MediaFile& file) {
     }
 }
 
+/** The streams that --audio-stream chooses, in the file's order. Throws FileError for none. */
 std::vector<Sound> choose_sounds(const std::vector<const AVStream*>& audio,
                                  const SoundChoice& choice) {
     std::vector<Sound> chosen;
@@ -178,6 +189,7 @@ std::string servant_for(const MediaFile& file, const Sound& sound) {
     return "";
 }
 
+/** By the encoder's own name or by its codec's; null for neither. */
 const AVCodec* find_encoder(const std::string& name) {
     if (const AVCodec* encoder = avcodec_find_encoder_by_name(name.c_str())) {
         return encoder;
@@ -242,10 +254,11 @@ EncoderChoice choose_encoder(const MediaFile& file, const Sound& sound, const st
     const std::string advice =
         servant.empty() ? "" : fmt::format("; --audio-codec {} would serve", servant);
     if (!codec.empty()) {
-        throw FileError(fmt::format("there is no encoder named {}{}", codec, advice));
+        throw FileError(fmt::format("this build has no encoder named {}{}", codec, advice));
     }
-    throw FileError(fmt::format("its sound ({}) can be read, but there is no encoder for it{}",
-                                sound.codec_name, advice));
+    throw FileError(
+        fmt::format("its sound ({}) can be read, but this build has no encoder for it{}",
+                    sound.codec_name, advice));
 }
 
 }  // namespace quorvane::media

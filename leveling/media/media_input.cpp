@@ -20,7 +20,9 @@ extern "C" {
 namespace quorvane::media {
 namespace {
 
+// The library's buffer for reading.
 constexpr int kIoBytes = 1 << 16;
+// Bounds for what a header claims; it comes from anywhere.
 constexpr unsigned kMostStreams = 100;
 constexpr std::int64_t kMostBoxes = 1 << 20;
 
@@ -36,6 +38,7 @@ constexpr const char* kSoundFiles = "wav,w64,aiff,flac,ogg,mp3,caf,au,sds,nistsp
 constexpr const char* kReadable =
     "mov,matroska,asf,avi,aac,ac3,eac3,wv,tta,ape,dsf,wav,w64,aiff,flac,ogg,mp3,caf,au";
 
+/** For the library: the bytes that were read, or its code for the end or an error. */
 int read_file(void* file, std::uint8_t* bytes, int count) {
     for (;;) {
         const ssize_t got = ::read(*static_cast<int*>(file), bytes, static_cast<size_t>(count));
@@ -51,6 +54,7 @@ int read_file(void* file, std::uint8_t* bytes, int count) {
     }
 }
 
+/** For the library: the new place, or the size with AVSEEK_SIZE. */
 std::int64_t seek_file(void* file, std::int64_t offset, int whence) {
     const int descriptor = *static_cast<int*>(file);
     if (whence & AVSEEK_SIZE) {
@@ -62,6 +66,7 @@ std::int64_t seek_file(void* file, std::int64_t offset, int whence) {
     return place < 0 ? AVERROR(errno) : place;
 }
 
+/** Playlists and reference movies name other files, which a worker must not read. */
 int refuse_to_open(AVFormatContext* /*context*/,
                    AVIOContext** /*io*/,
                    const char* url,
@@ -87,6 +92,7 @@ const AVInputFormat* probe_format(const FileIo& io) {
     return score < 0 ? nullptr : format;
 }
 
+/** "mov" of "mov,mp4,m4a,3gp,3g2,mj2". */
 std::string first_name(const AVInputFormat& format) {
     const std::string names = format.name;
     return names.substr(0, names.find(','));
@@ -132,6 +138,7 @@ FileIo::~FileIo() {
     close(file_);
 }
 
+// By content, never by name. Formats that libsndfile reads are left to it.
 bool is_media(const std::string& path) {
     try {
         keep_log();
@@ -202,6 +209,8 @@ MediaInput::MediaInput(const std::string& path) : io_(path) {
     }
 }
 
+// A demuxer goes on behind an error where it can; a row of errors without a packet is the end of
+// what can be read.
 bool MediaInput::read(AVPacket& packet) {
     constexpr int kMostErrors = 100;  // in a row
     int code = 0;
@@ -227,6 +236,7 @@ bool MediaInput::read(AVPacket& packet) {
     return true;
 }
 
+// By bytes: a damaged file may have no length in time.
 double MediaInput::fraction_read() const {
     const double place = static_cast<double>(avio_tell(io_.context()));
     return io_.size() > 0 ? std::clamp(place / static_cast<double>(io_.size()), 0.0, 1.0) : 1;

@@ -21,6 +21,7 @@
 namespace quorvane::media {
 namespace {
 
+/** Whether a tag's name starts like this, in any case. */
 bool has_tag_starting(const AVDictionary* tags, const char* start) {
     return av_dict_get(tags, start, nullptr, AV_DICT_IGNORE_SUFFIX) != nullptr;
 }
@@ -363,6 +364,7 @@ class Remuxer {
 
 }  // namespace
 
+// Everything up to the first byte: whether muxer and encoder accept the streams.
 void try_media(const MediaFile& file, const std::vector<NewSound>& sounds) {
     Remuxer(file, sounds).begin("");
 }

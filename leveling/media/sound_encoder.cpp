@@ -18,7 +18,9 @@ namespace {
 
 constexpr int kBlockFrames = 1024;  // for codecs without a frame size of their own
 constexpr int kSkippedBlocks = 2;   // by WMA's decoders
+// The longest block of the format.
 constexpr int kMostVorbisBlock = 8192;
+// What FFmpeg's encoder writes.
 constexpr int kMostFlacBits = 24;
 /** Shorter jumps of the clock are a recorder's jitter, not missing sound. */
 constexpr std::int64_t kLeastGapNs = 20000000;
@@ -45,6 +47,7 @@ std::vector<int> legal_rates(AVCodecID codec, int sample_rate_hz) {
     }
 }
 
+/** For codecs with a list of rates: the nearest one, bits per second. */
 std::int64_t nearest_legal(std::int64_t bit_rate, AVCodecID codec, int sample_rate_hz) {
     std::int64_t nearest = bit_rate;
     std::int64_t distance = std::numeric_limits<std::int64_t>::max();
@@ -58,6 +61,7 @@ std::int64_t nearest_legal(std::int64_t bit_rate, AVCodecID codec, int sample_ra
     return nearest;
 }
 
+/** The formats that the encoder takes, in its order. The library changed the call. */
 std::vector<AVSampleFormat> sample_formats(const AVCodec& encoder) {
     const AVSampleFormat* formats = nullptr;
 #if LIBAVCODEC_VERSION_INT >= AV_VERSION_INT(61, 13, 100)
@@ -169,6 +173,7 @@ void SoundEncoder::open(std::int64_t bit_rate) {
     check(code < 0 ? code : swr_init(resampler), "its samples cannot be converted");
 }
 
+// PCM and some others take any number of samples at a time.
 bool SoundEncoder::variable_frames() const {
     return codec_->frame_size == 0 ||
            (codec_->codec->capabilities & AV_CODEC_CAP_VARIABLE_FRAME_SIZE) != 0;

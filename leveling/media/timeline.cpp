@@ -13,6 +13,7 @@ constexpr std::int64_t kSameTimeNs = 500;
 
 }  // namespace
 
+// Rounded to the nearest.
 std::int64_t Timeline::nanoseconds(std::int64_t samples) const {
     return av_rescale_q(samples, {1, rate_}, kNanoseconds);
 }
@@ -21,6 +22,7 @@ std::int64_t Timeline::samples(std::int64_t nanoseconds) const {
     return av_rescale_q(nanoseconds, kNanoseconds, {1, rate_});
 }
 
+// Only a jump is kept: between two marks samples follow each other at the sample rate.
 void Timeline::add(std::int64_t sample, std::int64_t time_ns) {
     if (!marks_.empty() && std::llabs(time_of(sample) - time_ns) <= kSameTimeNs) {
         return;

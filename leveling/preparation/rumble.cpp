@@ -8,7 +8,7 @@
 namespace quorvane {
 namespace {
 
-// Lows this near the speech are no part of a voice.
+// Lows this near the speech are not part of a voice.
 constexpr double kLowsUnderSpeech_db = 3;
 constexpr double kSteepFrom_hz = 110;
 // 62.5 Hz, two octaves wide.

@@ -11,7 +11,7 @@ namespace quorvane {
 /** In ten-thousandths of a dB, so that the last bit of the library's logarithm decides nothing. */
 double rounded(double db);
 
-/** The level that a destination asks for, and nothing else: a trial has to be cheap. */
+/** The level that a delivery target is defined by, and nothing else: a trial has to be cheap. */
 class LevelMeter {
   public:
     LevelMeter(LevelKind kind, const SndfileHandle& file);

@@ -26,7 +26,7 @@ fs::path temporary_directory() {
         set != nullptr
             ? std::string("TMPDIR is set to \"") + set +
                   "\", which cannot hold temporary files: " + error.message()
-            : "there is no directory for temporary files: set TMPDIR to one that can be written");
+            : "no directory for temporary files can be written: set TMPDIR to one that can");
 }
 
 std::string make_own_directory(const fs::path& directory) {

@@ -46,7 +46,7 @@ class AudioBackend {
 
     /**
      * The audio of a result of encode() as another decoder makes it, in a file that libsndfile
-     * reads; empty where decoders do not differ, or there is no other one.
+     * reads; empty where decoders do not differ, or the build has one only.
      */
     virtual std::string read_otherwise(const std::string& /*result*/) { return ""; }
 

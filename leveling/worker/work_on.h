@@ -15,7 +15,7 @@ namespace quorvane {
 WorkResult work_on(const Job& job, const std::function<void(double)>& progress);
 
 /**
- * The same of the tracks of one conversation, and of their mix where the last job asks for it: one
+ * The same of the tracks of one conversation, and of their mix where the last job is for one: one
  * result for each job. Where one of them fails, all do, with the cause of that one.
  */
 std::vector<WorkResult> work_on_group(const std::vector<Job>& jobs,

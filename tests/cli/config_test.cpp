@@ -113,7 +113,7 @@ TEST_F(Config, ErrorsNameFileAndLine) {
         EXPECT_EQ(problem({"--no-config", "x.wav"}), "accepted");
     }
     write_text(dir_ / "user.conf", std::string(70000, '#'));
-    EXPECT_THAT(problem({"x.wav"}), HasSubstr("user.conf is no list of options"));
+    EXPECT_THAT(problem({"x.wav"}), HasSubstr("user.conf is not a list of options"));
 }
 
 TEST_F(Config, AFolderSetsOnlyHowARecordingIsLeveledAndCalled) {
@@ -155,7 +155,7 @@ TEST_F(Config, OnlyRegularFilesOfTheUserOrRootAreRead) {
     EXPECT_THAT(ignored(), ElementsAre(of_folder_ + " is not read: it is a link"));
     ASSERT_EQ(unlink(of_folder_.c_str()), 0);
     ASSERT_EQ(mkfifo(of_folder_.c_str(), 0600), 0);
-    EXPECT_THAT(ignored(), ElementsAre(of_folder_ + " is not read: it is no regular file"));
+    EXPECT_THAT(ignored(), ElementsAre(of_folder_ + " is not read: it is not a regular file"));
     ASSERT_EQ(unlink(of_folder_.c_str()), 0);
 
     ASSERT_EQ(symlink((dir_ / "real").c_str(), (dir_ / "user.conf").c_str()), 0);

@@ -162,7 +162,7 @@ TEST(Duck, OpensBeforeTheOwnerAndStaysWhereNobodySpeaks) {
 }
 
 TEST(TrackCurve, IsNeverAboveTheVoiceAround) {
-    // A voice at -30 and later at -24, with a cough between: 0.4 s are no phrase.
+    // A voice at -30 and later at -24, with a cough between: 0.4 s are not a phrase.
     const std::vector<Turn> turns = {{0, 1, 5}, {0, 12, 12.4}, {0, 20, 24}};
     std::vector<float> levels(600, -60.0F);
     for (const Turn& turn : turns) {

@@ -128,7 +128,7 @@ TEST_F(Program, AnOutputThatCannotBeIsRefusedBeforeTheWork) {
         const char* reason;
     };
 
-    const Row rows[] = {{dir / "none/out.wav", "there is no folder"}, {dir.path(), "is a folder"}};
+    const Row rows[] = {{dir / "none/out.wav", "does not exist"}, {dir.path(), "is a folder"}};
     for (const Row& row : rows) {
         const ProgramResult run = run_program(command(in, row.output));
         EXPECT_EQ(1, run.status);
