@@ -1,19 +1,13 @@
 #include <gmock/gmock.h>
-#include <signal.h>
 
 #ifdef __linux__
 #include <sys/xattr.h>
 #endif
 
-#include <boost/algorithm/string/replace.hpp>
 #include <chrono>
 #include <cmath>
 #include <filesystem>
-#include <functional>
-#include <future>
-#include <thread>
 
-#include "leveling/archive/output_claim.h"
 #include "tests/support/batch_run.h"
 
 using testing::AllOf;
@@ -28,47 +22,7 @@ namespace {
 namespace fs = std::filesystem;
 using Json = nlohmann::json;
 
-bool soon(const std::function<bool()>& condition) {
-    for (int i = 0; i < 2400; ++i) {
-        if (condition()) {
-            return true;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    }
-    return false;
-}
-
-class Batch : public BatchRun {
-  protected:
-    static bool runs(pid_t pid) {
-        const std::string status = "/proc/" + std::to_string(pid) + "/status";
-        return run_program("grep '^State:.[^Z]' " + status).status == 0;
-    }
-
-    // Two long files, and the program busy with both of them. It yields to this test, so that a
-    // busy machine makes its work longer.
-    void start_long_batch() {
-        for (const char* name : {"in/a.wav", "in/b.wav"}) {
-            talk(name, 4800);
-        }
-        ended_ = std::async(std::launch::async, [this] {
-            return run_program("cd " + dir_.path() +
-                               " && echo $$ >pid && exec nice -n 10 " QUORVANE_AT_ONCE
-                               "--plain -j2 -d out in");
-        });
-        ASSERT_TRUE(soon([&] {
-            return run_program("find " + dir_ / "tmp" + " -name engine | wc -l").out == "2\n";
-        }));
-        parent_ = std::stoi(read_text(dir_ / "pid"));
-        std::istringstream out(run_program("pgrep -P " + std::to_string(parent_)).out);
-        workers_.assign(std::istream_iterator<pid_t>(out), {});
-        ASSERT_EQ(2u, workers_.size());
-    }
-
-    pid_t parent_ = -1;
-    std::vector<pid_t> workers_;
-    std::future<ProgramResult> ended_;
-};
+class Batch : public BatchRun {};
 
 TEST_F(Batch, AFolderIsLeveledAndOneBadFileCostsItselfOnly) {
     talk("season/one.wav");
@@ -202,98 +156,6 @@ TEST_F(Batch, ForADestination16BitsAreDitheredOnceAndFromFloats) {
     EXPECT_EQ(read_text(dir_ / "out/a-leveled.wav"), read_text(dir_ / "again/a-leveled.wav"));
 }
 
-TEST_F(Batch, ShardsOfAPlanAreMergedIntoWhatASingleRunTells) {
-    for (int i = 0; i < 5; ++i) {
-        talk("in/" + std::to_string(i) + ".wav", 1 + i);
-    }
-    write_text(dir_ / "in/bad.wav", "nothing to hear");
-    EXPECT_EQ(1, run("-d out in nowhere.wav -n --json plan").status);
-    EXPECT_EQ(1, run("-d single in nowhere.wav --json one.jsonl --report r1").status);
-    // The first task dies and comes again; one shard is worked on twice at the same time.
-    run("--plan plan --shard 0/3 --max-failures 1 --json - >0.0");
-    run_program("cd " + dir_.path() +
-                " && for t in 0.1 1.0 2.0 2.1; do " QUORVANE
-                " --plan plan --shard ${t%.*}/3 --json - --log log >$t 2>/dev/null & done; wait");
-    const ProgramResult merged = run("merge plan ?.? --json all.jsonl --report r2");
-    EXPECT_EQ(1, merged.status);
-    EXPECT_THAT(merged.out, HasSubstr("5 leveled, 2 failed"));
-    EXPECT_THAT(merged.err, HasSubstr("failed nowhere.wav: does not exist\n"));
-    auto one = facts(read_text(dir_ / "one.jsonl"));
-    auto all = facts(read_text(dir_ / "all.jsonl"));
-    ASSERT_EQ(7u, all.size());
-    for (auto& [input, json] : all) {
-        for (const char* own : {"elapsed_s", "output", "bytes"}) {
-            json.erase(own);
-            one.at(input).erase(own);
-        }
-        EXPECT_EQ(one.at(input), json);
-    }
-    EXPECT_EQ(names_in("r1"), names_in("r2"));
-    EXPECT_EQ(read_text(dir_ / "single/4-leveled.wav"), read_text(dir_ / "out/4-leveled.wav"));
-    const std::string log = read_text(dir_ / "log");
-    EXPECT_EQ(5, run_program("grep -c ' leveled in/' " + dir_ / "log").out[0] - '0')
-        << "none was done twice:\n"
-        << log;
-}
-
-TEST_F(Batch, TheMergeKeepsTheVerdictAndTakesNothingElseForResults) {
-    talk("in/a.wav");
-    EXPECT_EQ(4, run("--analyze --for podcast --json one.jsonl in").status);
-    EXPECT_EQ(4, run("merge --for podcast --json all.jsonl one.jsonl").status);
-    EXPECT_EQ(read_text(dir_ / "one.jsonl"), read_text(dir_ / "all.jsonl"));
-    EXPECT_EQ(0, run("merge one.jsonl").status);
-
-    const std::string sound = read_text(dir_ / "in/a.wav");
-    const std::pair<const char*, int> refused[] = {
-        {"in", 1}, {"missing", 1}, {"in/a.wav", 2}, {"one.jsonl --json in/a.wav", 2}, {"", 2}};
-    for (const auto& [words, status] : refused) {
-        EXPECT_EQ(status, run(std::string("merge ") + words).status) << words;
-    }
-    EXPECT_EQ(sound, read_text(dir_ / "in/a.wav"));
-}
-
-TEST_F(Batch, AKilledBatchGoesOnAndTwoAtOnceShareTheWork) {
-    std::string list;
-    for (int i = 10; i < 40; ++i) {
-        talk("in/" + std::to_string(i) + ".wav", 1);
-        list += "in/" + std::to_string(i) + ".wav" + '\n' + (i % 7 == 0 ? "\n" : "");
-    }
-    write_text(dir_ / "list", list + "in/gone.wav\n");
-    const std::string words = " -j 2 -d out --log log --files-from ";
-    // It cannot end before it is killed: another process has claimed one of its outputs.
-    quorvane::OutputClaim claim;
-    ASSERT_TRUE(claim.take(dir_ / "out/39-leveled.wav", "", quorvane::WhenTaken::Leave));
-    auto killed = std::async(std::launch::async, [&] {
-        return run_program("cd " + dir_.path() + " && echo $$ >pid && exec " QUORVANE + words +
-                           "list");
-    });
-    ASSERT_TRUE(soon([&] { return outputs_in("out").size() > 4; }));
-    kill(std::stoi(read_text(dir_ / "pid")), SIGKILL);
-    EXPECT_EQ(-SIGKILL, killed.get().status);
-    // Until its workers have ended. What the last one could not know of, the next run removes.
-    soon([&] { return names_in("tmp").empty(); });
-    std::vector<std::string> done = outputs_in("out");
-    const auto is_part = [](const std::string& name) { return name.front() == '.'; };
-    done.erase(std::remove_if(done.begin(), done.end(), is_part), done.end());
-    ASSERT_LT(done.size(), 30u);
-    claim.release();
-    write_text(dir_ / "log", "");
-
-    EXPECT_EQ(0, run_program("cd " + dir_.path() + " && tr '\\n' '\\0' <list | " QUORVANE + words +
-                             "- --null --json two & cd " + dir_.path() + " && " QUORVANE + words +
-                             "list --json one >/dev/null; wait")
-                     .status);
-    EXPECT_EQ(30u, outputs_in("out").size());
-    const std::string again = run_program("grep -c ' leveled in/' " + dir_ / "log").out;
-    EXPECT_EQ(30 - done.size(), std::stoul(again)) << "a file was done twice";
-    for (const char* run : {"one", "two"}) {
-        auto all = facts(read_text(dir_ / run));
-        ASSERT_EQ(31u, all.size());
-        EXPECT_EQ("failed", all["in/gone.wav"]["status"]);
-        EXPECT_EQ("up-to-date", all["in/" + done.front().substr(0, 2) + ".wav"]["status"]);
-    }
-}
-
 TEST_F(Batch, DryRunsAndAnalysesWriteNothing) {
     talk("s/a.wav");
     ProgramResult result = run("-n s");
@@ -321,51 +183,6 @@ TEST_F(Batch, WrongUsageIsStatus2BeforeAnyWork) {
     EXPECT_THAT(run("merge --reprt a one").err, AllOf(HasSubstr("(did you mean --report?)"),
                                                       HasSubstr("Try 'quorvane merge --help'.")));
     EXPECT_EQ(run("--version").out, "quorvane 4.0.0\n");
-}
-
-TEST_F(Batch, APlanAndALogPassTheChecksOfACommandLine) {
-    talk("in/a.wav", 1);
-    talk("in/b.wav", 1);
-    ASSERT_EQ(0, run("-n in --json plan").status);
-    const std::string plan = read_text(dir_ / "plan");
-    const std::string original = read_text(dir_ / "in/a.wav");
-    const auto with_output = [&](const std::string& from, const std::string& to) {
-        return boost::replace_all_copy(plan, "in/" + from + "-leveled.wav", "in/" + to);
-    };
-    write_text(dir_ / "self", with_output("a", "a.wav"));
-    write_text(dir_ / "other", with_output("b", "a.wav"));
-    write_text(dir_ / "twice", with_output("b", "a-leveled.wav"));
-    write_text(dir_ / "kind", with_output("b", "b.flac"));
-    for (const char* words :
-         {"-f --plan self", "-f --plan other", "-f --plan twice", "-f --plan kind", "-f --plan in",
-          "-f --plan plan --json plan", "--plan plan --shard 1/2 --log in/a.wav",
-          "in --log in/a.wav", "in/b.wav --log in/a.wav", "merge plan --log in/a.wav"}) {
-        EXPECT_EQ(2, run(words).status) << words;
-    }
-    EXPECT_EQ(original, read_text(dir_ / "in/a.wav"));
-    EXPECT_EQ(plan, read_text(dir_ / "plan"));
-    EXPECT_THAT(names_in("in"), ElementsAre("a.wav", "b.wav"));
-}
-
-TEST_F(Batch, APlanKeepsWhatItSkipsAndWritesNothingWhereItIsOnlyMeasured) {
-    talk("in/a.wav", 1);
-    talk("in/b.wav", 1);
-    // Is the output of another input, for the run in which both are named.
-    talk("in/a-leveled.wav", 1);
-    fs::create_symlink("b.wav", dir_ / "in/link.wav");
-    ASSERT_EQ(0, run("-n in in/a-leveled.wav --json plan").status);
-    const ProgramResult measured = run("--analyze --plan plan");
-    EXPECT_EQ(0, measured.status) << measured.err;
-    EXPECT_THAT(measured.out, HasSubstr("2 measured, 2 skipped"));
-    EXPECT_THAT(names_in("in"), ElementsAre("a-leveled.wav", "a.wav", "b.wav", "link.wav"));
-    ASSERT_EQ(0, run("-n -d out in in/a-leveled.wav --json plan").status);
-    const ProgramResult leveled = run("--plan plan --json done");
-    EXPECT_EQ(0, leveled.status) << leveled.err;
-    EXPECT_THAT(names_in("out"), ElementsAre(".quorvane.jsonl", "a-leveled.wav", "b-leveled.wav"));
-    auto done = facts(read_text(dir_ / "done"));
-    EXPECT_EQ("skipped", done.at("in/link.wav").at("status"));
-    EXPECT_THAT(done.at("in/link.wav").at("cause"), HasSubstr("is a link to "));
-    EXPECT_EQ("skipped", done.at("in/a-leveled.wav").at("status"));
 }
 
 // What a run keeps of an input that is not there has to be small: a list may hold a million.
@@ -396,39 +213,6 @@ TEST_F(Batch, ALimitOnOpenFilesIsNamed) {
     }
     EXPECT_EQ(0, run_program("cd " + dir_.path() + " && ulimit -Sn 8 && " QUORVANE " a.wav").status)
         << "the limit can be raised";
-}
-
-// Hands a job's words to bash at once, a task after the other.
-TEST_F(Batch, AJobArrayTakesAnyPathAndRefusesGroupedForce) {
-    talk("in/@/a.wav", 1);
-    talk("in/@/-qf.wav", 1);
-    fs::create_directory(dir_ / "bin");
-    write_text(dir_ / "bin/sbatch",
-               "#!/bin/bash\n"
-               "for word; do case $word in --array=*) last=${word##*-};"
-               " last=${last%%%*};; esac; done\n"
-               "for ((i = 0; i <= ${last:-0}; ++i)); do\n"
-               "  SLURM_ARRAY_JOB_ID=1 SLURM_ARRAY_TASK_ID=$i bash \"${!#}\" >>\"$(dirname "
-               "\"${!#}\")/summary.txt\" 2>&1\n"
-               "done; echo 1\n");
-    fs::permissions(dir_ / "bin/sbatch", fs::perms::owner_all);
-    const auto slurm = [&](const std::string& words) {
-        return run_program("cd " + dir_.path() + " && PATH=" + dir_ / "bin" +
-                           ":$(dirname " QUORVANE "):$PATH " RECORDINGS
-                           "/../../script/quorvane-slurm --work w@/x " +
-                           words);
-    };
-    for (const char* words :
-         {"-qf in", "-vnq in", "-f in", "--force in", "-j4 in", "--json=- in"}) {
-        EXPECT_EQ(2, slurm(words).status) << words;
-    }
-    const ProgramResult result =
-        slurm("--wait --json=- -vd out/@/x --shards 2 -- in/@/-qf.wav in/@/a.wav");
-    EXPECT_EQ(0, result.status) << result.err;
-    EXPECT_THAT(outputs_in("out/@/x"), ElementsAre("-qf-leveled.wav", "a-leveled.wav"));
-    const auto all = facts(result.out);  // nothing but JSON
-    EXPECT_EQ("leveled", all.at("in/@/a.wav")["status"]);
-    EXPECT_EQ(2u, all.size());
 }
 
 TEST_F(Batch, CopiesAreSaidWithTheirReason) {
@@ -520,51 +304,6 @@ TEST_F(Batch, NamesMayHoldAnyBytes) {
     write_text(dir_ / "t/\xe8.wav", "nothing to hear");
     EXPECT_EQ(1, run("-f t --json again.jsonl").status);
     EXPECT_EQ(1, run("merge 0.jsonl 1.jsonl again.jsonl").status);
-}
-
-TEST_F(Batch, AKilledWorkerCostsItsFileOnly) {
-    ASSERT_NO_FATAL_FAILURE(start_long_batch());
-    kill(workers_.at(0), SIGKILL);
-    const ProgramResult result = ended_.get();
-    EXPECT_EQ(result.status, 1);
-    EXPECT_EQ(outputs_in("out").size(), 1u);
-    EXPECT_THAT(result.err, HasSubstr("was ended by signal 9"));
-}
-
-TEST_F(Batch, AFileThatChangesWhileItIsReadGetsNoOutput) {
-    ASSERT_NO_FATAL_FAILURE(start_long_batch());
-    write_text(dir_ / "in/a.wav", read_text(dir_ / "in/a.wav") + "more");
-    const ProgramResult result = ended_.get();
-    EXPECT_EQ(result.status, 1);
-    EXPECT_THAT(result.err, HasSubstr("failed in/a.wav: it was changed while it was read"));
-    EXPECT_THAT(outputs_in("out"), ElementsAre("b-leveled.wav"));
-}
-
-TEST_F(Batch, NothingOutlivesAKilledParent) {
-    ASSERT_NO_FATAL_FAILURE(start_long_batch());
-    kill(parent_, SIGKILL);
-    EXPECT_EQ(ended_.get().status, -SIGKILL);
-    for (pid_t worker : workers_) {
-        EXPECT_TRUE(soon([&] { return !runs(worker); }));
-    }
-    EXPECT_TRUE(soon([&] { return names_in("tmp").empty(); }));
-    // The parts, which are hidden and empty or private, go with the next run for these outputs.
-    for (const char* name : {"in/a.wav", "in/b.wav"}) {
-        talk(name, 2);
-    }
-    EXPECT_EQ(0, run("-d out in").status);
-    EXPECT_THAT(outputs_in("out"), ElementsAre("a-leveled.wav", "b-leveled.wav"));
-}
-
-TEST_F(Batch, AnInterruptStopsAllAndCleansUp) {
-    ASSERT_NO_FATAL_FAILURE(start_long_batch());
-    kill(parent_, SIGINT);
-    const ProgramResult result = ended_.get();
-    EXPECT_EQ(result.status, 130);
-    EXPECT_THAT(result.out + result.err, HasSubstr("2 not finished"));
-    EXPECT_THAT(result.out, HasSubstr("not finished in/b.wav\n"));
-    EXPECT_THAT(result.out, HasSubstr("the same command goes on"));
-    EXPECT_FALSE(file_exists(dir_ / "out"));
 }
 
 TEST_F(Batch, APatternMayBeGivenASecondTime) {
