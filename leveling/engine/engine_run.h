@@ -28,9 +28,9 @@ struct EngineRun {
 
 /** What a run that did not fail did. */
 struct EngineResult {
-    bool leveled = false;   // else the output is the input's copy
-    bool in_place = false;  // it was written where open_place led, and no other file
-    std::string cause;      // of the copy
+    bool leveled = false;              // else the output is the input's copy
+    bool in_place = false;             // it was written where open_place led, and no other file
+    std::string cause;                 // of the copy
     std::optional<Leveling> leveling;  // what the steps found
     std::string note;                  // what the user should know of the level
 };
