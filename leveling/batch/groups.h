@@ -10,7 +10,7 @@ namespace quorvane {
 
 /**
  * Makes one group of all files of a plan that are to be worked on, and adds the mix where one is
- * requested. Throws UsageError where that is no conversation, or no mix can be written there.
+ * requested. Throws UsageError where they are not one conversation, or no mix can be written there.
  */
 void make_group(const Request& request, std::vector<PlannedFile>& files);
 

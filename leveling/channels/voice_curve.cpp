@@ -20,7 +20,7 @@ VoiceCurve voice_curve(const BinLevels& levels, std::optional<double> level_db) 
     const std::vector<bool> speech = find_speech(levels.speech_db);
     const std::vector<Stretch> pauses = find_pauses(levels, speech);
     Phrases phrases = find_phrases(levels.weighted_db, speech, pauses);
-    // Steady noise may be as loud as words, but it is no speech.
+    // Steady noise may be as loud as words, but it is not speech.
     long words = 0;
     for (std::size_t bin = 0; bin < speech.size(); ++bin) {
         words += speech[bin] && phrases.words[bin] ? 1 : 0;

@@ -11,7 +11,7 @@
 
 namespace quorvane {
 
-/** Bytes of a sample; 0 for a number that is no type. */
+/** Bytes of a sample; 0 for a number that does not name a type. */
 std::size_t sample_bytes(int type);
 
 /** Where samples lie: the address of a channel's first sample, and the bytes between frames. */

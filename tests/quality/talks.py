@@ -12,7 +12,7 @@ class Talk:
             name, tracks, turns, coughs, silent, spill
 
     def alone(self, voice):
-        """The parts of a voice's turns in which nobody else speaks or coughs, half a second and longer."""
+        """The parts of a voice's turns in which no one else speaks or coughs, half a second and longer."""
         return [p for t in self.turns if t[2] == voice for p in self.alone_in(t)]
 
     def alone_in(self, turn):
