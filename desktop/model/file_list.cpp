@@ -55,6 +55,7 @@ QStringList FileList::mimeTypes() const {
     return {QStringLiteral("text/uri-list")};
 }
 
+// Files without a result are left out of a drag. The caller owns the data, as Qt has it.
 QMimeData* FileList::mimeData(const QModelIndexList& indexes) const {
     QList<QUrl> urls;
     for (const QModelIndex& index : indexes) {

@@ -180,6 +180,7 @@ QString tool_tip(const Row& row) {
         .arg(lines.join('\n').toHtmlEscaped());
 }
 
+// What a screen reader says of a row: name, state, and what was measured.
 QString accessible_text(const Row& row) {
     QStringList parts = {shown_name(row.input), state_text(row), loudness_text(row),
                          range_text(row)};

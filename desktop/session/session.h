@@ -87,6 +87,7 @@ class Session : public QObject {
     void on_ended();
     void begin_if_idle();
 
+    // In this order: the work reports into the list until it ends, so the list goes last.
     FileList files_;
     Intake intake_;
     Work work_;

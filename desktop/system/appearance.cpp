@@ -21,6 +21,7 @@ namespace {
 // Names of the portal, as its documentation has them.
 constexpr uint kPrefersDark = 1;  // of org.freedesktop.appearance color-scheme
 
+// The settings portal of the desktop, which sandboxed programs reach as well.
 QString service() {
     return QStringLiteral("org.freedesktop.portal.Desktop");
 }

@@ -51,6 +51,7 @@ QMessageBox* Dialogs::new_question(const QString& text, const QString& explanati
     return box;
 }
 
+// Asked on quitting while files are leveled.
 void Dialogs::ask_to_stop(const std::function<void()>& stop) {
     QMessageBox* box = new_question(Words::tr("Stop leveling and quit?"),
                                     Words::tr("Files that are not finished get no leveled copy."));

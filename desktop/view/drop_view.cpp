@@ -142,6 +142,7 @@ std::optional<FileList::Id> DropView::file() const {
     return files_.rowCount() == 1 ? std::optional(files_.id_at(0)) : std::nullopt;
 }
 
+// All that the view shows is decided here, whatever has changed.
 void DropView::refresh() {
     const auto id = file();
     const Row* row = id ? files_.row(*id) : nullptr;

@@ -320,6 +320,7 @@ void MainWindow::dragEnterEvent(QDragEnterEvent* event) {
     }
 }
 
+// Also when the user presses Escape over the window.
 void MainWindow::dragLeaveEvent(QDragLeaveEvent* /*event*/) {
     set_drag(DragOver::kNo);
 }
@@ -337,6 +338,7 @@ void MainWindow::dropEvent(QDropEvent* event) {
     }
 }
 
+// The desktop went over to light or dark colors.
 void MainWindow::changeEvent(QEvent* event) {
     QWidget::changeEvent(event);
     if (event->type() == QEvent::PaletteChange && list_page_) {
