@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 #include <sndfile.h>
+#include <taglib/aifffile.h>
 
 #include <algorithm>
 #include <cstdint>
