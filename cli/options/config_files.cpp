@@ -122,7 +122,9 @@ void add_values(ConfigSource source,
                 const std::string& text,
                 const std::function<void(const ConfigValue&)>& check,
                 Configuration& configuration) {
-    std::istringstream in(text);
+    // Editors of some systems begin a file with a byte order mark.
+    constexpr const char* kMark = "\xEF\xBB\xBF";
+    std::istringstream in(text.rfind(kMark, 0) == 0 ? text.substr(std::strlen(kMark)) : text);
     std::size_t number = 0;
     std::set<std::string> names;
     for (std::string line; std::getline(in, line);) {
@@ -157,6 +159,9 @@ std::string reason_against(int file) {
     }
     if (status.st_uid != geteuid() && status.st_uid != 0) {
         return "it belongs to another user";
+    }
+    if ((status.st_mode & S_IWOTH) != 0) {
+        return "every user may write to it";
     }
     return "";
 }
@@ -293,14 +298,22 @@ std::string config_folder(const std::vector<std::string>& paths) {
 }
 
 std::vector<ConfigValue> effective_values(const std::vector<ConfigValue>& values) {
+    const bool watches = std::any_of(values.begin(), values.end(), [](const ConfigValue& value) {
+        return value.name == "watch";
+    });
+    const auto is_idle = [&](const ConfigValue& value) {
+        return !watches && value.source != ConfigSource::CommandLine &&
+               (value.name == "on-done" || value.name == "metrics");
+    };
     std::vector<ConfigValue> effective;
     std::copy_if(
         values.begin(), values.end(), std::back_inserter(effective), [&](const ConfigValue& value) {
-            return std::none_of(values.begin(), values.end(), [&](const ConfigValue& other) {
-                return other.source > value.source && overrides(other.name, value.name) &&
-                       // "quiet = no" leaves verbose as it is.
-                       (other.name == value.name || other.value != "no");
-            });
+            return !is_idle(value) &&
+                   std::none_of(values.begin(), values.end(), [&](const ConfigValue& other) {
+                       return other.source > value.source && overrides(other.name, value.name) &&
+                              // "quiet = no" leaves verbose as it is.
+                              (other.name == value.name || other.value != "no");
+                   });
         });
     return effective;
 }

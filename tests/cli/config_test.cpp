@@ -86,6 +86,13 @@ TEST_F(Config, AStrongerSourceReplacesWhatItExcludes) {
                 testing::MatchesRegex(".*--for is set by .*/user.conf, line 1 .*--no-config.*"));
 }
 
+TEST_F(Config, DefaultsOfAWatchDoNotDisturbOtherRuns) {
+    write_text(dir_ / "user.conf", "\xEF\xBB\xBFon-done = /bin/true\r\nmetrics = m.prom\r\n");
+    EXPECT_EQ(problem({"x.wav"}), "accepted");
+    EXPECT_EQ(parse({"--watch", dir_ / "in"}).metrics, "m.prom");
+    EXPECT_THAT(problem({"--metrics", "m.prom", "x.wav"}), HasSubstr("belongs to --watch"));
+}
+
 TEST_F(Config, ErrorsNameFileAndLine) {
     struct Row {
         const char* text;
@@ -156,6 +163,10 @@ TEST_F(Config, OnlyRegularFilesOfTheUserOrRootAreRead) {
     ASSERT_EQ(unlink(of_folder_.c_str()), 0);
     ASSERT_EQ(mkfifo(of_folder_.c_str(), 0600), 0);
     EXPECT_THAT(ignored(), ElementsAre(of_folder_ + " is not read: it is not a regular file"));
+    ASSERT_EQ(unlink(of_folder_.c_str()), 0);
+    write_text(of_folder_, "suffix = -x\n");
+    std::filesystem::permissions(of_folder_, std::filesystem::perms(0666));
+    EXPECT_THAT(ignored(), ElementsAre(of_folder_ + " is not read: every user may write to it"));
     ASSERT_EQ(unlink(of_folder_.c_str()), 0);
 
     ASSERT_EQ(symlink((dir_ / "real").c_str(), (dir_ / "user.conf").c_str()), 0);
