@@ -11,6 +11,7 @@
 #include "Common/files/copy_file.h"
 #include "Common/files/descriptor.h"
 #include "Common/reporting/failure.h"
+#include "Common/reporting/write_error.h"
 
 namespace level_engine {
 
@@ -127,7 +128,9 @@ int copy_sound(const std::string& from, const std::string& to) {
     const Descriptor output =
         held != -1 ? Descriptor(held) : Descriptor(to, O_WRONLY | O_CREAT | O_TRUNC, 0600);
     if (!input.is_open() || !output.is_open() || !copy_all(input.get(), output.get())) {
-        reporting::say_failure(reporting::Kind::kSystem, to + ": " + std::strerror(errno));
+        const int error = errno;
+        reporting::note_write_error(error);
+        reporting::say_failure(reporting::Kind::kSystem, to + ": " + std::strerror(error));
         return 1;
     }
     if (held != -1) {

@@ -2,11 +2,13 @@
 
 #include <sys/stat.h>
 
+#include <cerrno>
 #include <cstring>
 #include <mutex>
 
 #include "Common/audio/sample_codec.h"
 #include "Common/audio/scratch_sounds.h"
+#include "Common/reporting/write_error.h"
 
 namespace level_engine {
 
@@ -20,7 +22,11 @@ thread_local std::string write_reason;
  * goes on with zeros or from where it stands. Only the handle knows.
  */
 bool has_no_error(const SoundHandle& handle) {
+    const int error = errno;
     open_reason = sf_error(handle.get()) == SF_ERR_NO_ERROR ? "" : sf_strerror(handle.get());
+    if (!open_reason.empty()) {
+        reporting::note_write_error(error);
+    }
     return open_reason.empty();
 }
 
@@ -68,6 +74,7 @@ int open_scratch(const std::string& path, int mode, int format) {
 
 SoundHandle open_sound(const std::string& path, int mode, SF_INFO& info) {
     open_reason = "";
+    errno = 0;
     const int scratch = open_scratch(path, mode, info.format);
     std::unique_lock<std::mutex> lock(opening, std::defer_lock);
     if (scratch != -1 || !may_wait(path)) {
@@ -76,6 +83,7 @@ SoundHandle open_sound(const std::string& path, int mode, SF_INFO& info) {
     SNDFILE* file = scratch == -1 ? sf_open(path.c_str(), mode, &info)
                                   : sf_open_fd(scratch, mode, &info, SF_TRUE);
     if (file == nullptr) {
+        reporting::note_write_error(mode == SFM_WRITE ? errno : 0);
         open_reason = sf_strerror(nullptr);
         return SoundHandle();
     }

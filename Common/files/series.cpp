@@ -4,6 +4,8 @@
 #include <cstring>
 #include <locale>
 
+#include "Common/reporting/write_error.h"
+
 namespace level_engine {
 
 std::string read_problem(const std::istream& file, const std::string& path) {
@@ -34,6 +36,7 @@ std::string close_text(std::ofstream& file, const std::string& path) {
     if (file) {
         return "";
     }
+    reporting::note_write_error(errno);
     return "error writing to " + path +
            (errno == 0 ? "" : std::string(": ") + std::strerror(errno));
 }

@@ -10,6 +10,7 @@
 
 #include "Common/files/descriptor.h"
 #include "Common/files/part_name.h"
+#include "Common/reporting/write_error.h"
 
 namespace fs = boost::filesystem;
 
@@ -18,8 +19,10 @@ namespace level_engine {
 namespace {
 
 fs::filesystem_error failure(const char* what, const std::string& from, const std::string& to) {
+    const int error = errno;
+    reporting::note_write_error(error);
     return fs::filesystem_error(what, from, to,
-                                boost::system::error_code(errno, boost::system::system_category()));
+                                boost::system::error_code(error, boost::system::system_category()));
 }
 
 /** Removes a file that is not yet finished when an error cuts its making short. */

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdint>
 #include <cstring>
 #include <limits>
@@ -14,6 +15,7 @@
 
 #include "Common/audio/scratch_sounds.h"
 #include "Common/files/descriptor.h"
+#include "Common/reporting/write_error.h"
 #include "Common/stream/write_taps.h"
 
 namespace level_engine {
@@ -23,7 +25,9 @@ namespace {
 constexpr long long kTapSamples = 65536;
 
 /** The file took less than it was given: ends the work on it. */
-struct ShortWrite {};
+struct ShortWrite {
+    int error;  // errno
+};
 
 /** A header that was never brought up to date is put right for the reading; the log tells. */
 bool was_left_open(SNDFILE* file) {
@@ -152,7 +156,12 @@ void SoundWriter::take_bytes(const unsigned char* bytes, long long frames) {
 }
 
 void SoundWriter::write(const double* samples, long long frames) {
-    check(frames, sf_writef_double(handle_.get(), samples, frames));
+    errno = 0;
+    const long long written = sf_writef_double(handle_.get(), samples, frames);
+    if (written != frames) {
+        reporting::note_write_error(errno);
+    }
+    check(frames, written);
     frames_ += frames;
 }
 
@@ -172,11 +181,12 @@ void SoundWriter::hand_over_piece() {
 /** The lane's work. */
 void SoundWriter::write_piece() {
     Piece& writing = piece(writing_++);
+    errno = 0;
     writing.written =
         sf_write_raw(handle_.get(), writing.bytes.data(), writing.frames * frame_bytes_) /
         frame_bytes_;
     if (writing.written < writing.frames) {
-        throw ShortWrite();  // no piece may follow
+        throw ShortWrite{errno};  // no piece may follow
     }
     if (tap_) {
         try {
@@ -205,7 +215,8 @@ void SoundWriter::finish_pieces(long long count) {
         Piece& oldest = piece(finished_);
         try {
             lane_.finish(finished_ + 1);
-        } catch (const ShortWrite&) {
+        } catch (const ShortWrite& failure) {
+            reporting::note_write_error(failure.error);
             fail_piece(frames_ + oldest.written);
         }
         frames_ += oldest.frames;
@@ -224,11 +235,15 @@ void SoundWriter::finish() {
         hand_over_piece();
     }
     finish_pieces(filling_);
+    errno = 0;
     const int error = close_sound(handle_);
+    const int system_error = errno;
     const long long samples = frames_ * channels_;
     if (error != 0) {
+        reporting::note_write_error(system_error);
         on_failure_({handle_, path_, samples, samples, sf_error_number(error)});
     } else if (!is_whole(path_, frames_)) {
+        reporting::note_write_error(system_error);
         on_failure_({handle_, path_, samples, samples, "the file on disk is not whole"});
     }
     if (tap_) {

@@ -4,6 +4,7 @@
 #include <taglib/fileref.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
 #include <cstdint>
 #include <filesystem>
@@ -15,6 +16,7 @@
 #include "leveling/audio/dither.h"
 #include "leveling/audio/sound_file.h"
 #include "leveling/audio/tag_stream.h"
+#include "leveling/facts/no_room.h"
 
 /*
  * Files coded with loss are decoded once and encoded once: the engine's ten steps between two
@@ -41,8 +43,9 @@ Decoded copy_samples(SndfileHandle& from, SndfileHandle& to) {
         if (got <= 0) {
             break;
         }
+        errno = 0;
         if (to.writef(buffer.data(), got) != got) {
-            throw std::runtime_error(to.strError());
+            fail_write(errno, to.strError());
         }
         result.frames += got;
     }
@@ -63,8 +66,9 @@ Decoded copy_dithered(SndfileHandle& from, SndfileHandle& source, SndfileHandle&
     std::vector<std::int16_t> ready;
     const auto write = [&] {
         const auto count = static_cast<sf_count_t>(ready.size());
+        errno = 0;
         if (to.write(ready.data(), count) != count) {
-            throw std::runtime_error(to.strError());
+            fail_write(errno, to.strError());
         }
         ready.clear();
     };

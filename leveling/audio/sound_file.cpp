@@ -8,6 +8,7 @@
 #include <stdexcept>
 
 #include "Common/files/descriptor.h"
+#include "leveling/facts/no_room.h"
 
 namespace quorvane {
 namespace {
@@ -15,8 +16,9 @@ namespace {
 SndfileHandle checked(SndfileHandle file) {
     // A file whose kind the library could not query counts as a pipe, and opens. A null handle
     // is one without memory for it, too.
+    const int error = errno;
     if (!file.rawHandle() || file.error() == SF_ERR_SYSTEM) {
-        throw std::runtime_error(sf_strerror(file.rawHandle()));
+        fail_write(error, sf_strerror(file.rawHandle()));
     }
     return file;
 }
@@ -24,6 +26,7 @@ SndfileHandle checked(SndfileHandle file) {
 }  // namespace
 
 SndfileHandle open_to_read(const std::string& path) {
+    errno = 0;
     return checked(SndfileHandle(path));
 }
 
@@ -37,6 +40,7 @@ SF_INFO info_of(const SndfileHandle& file) {
 }
 
 SndfileHandle open_to_write(const std::string& path, int format, int channels, int sample_rate_hz) {
+    errno = 0;
     return checked(SndfileHandle(path, SFM_WRITE, format, channels, sample_rate_hz));
 }
 

@@ -204,7 +204,9 @@ void Batch::take_requests() {
     }
     stop_sent_ = stop;
     for (const Entry& entry : never_begun) {
-        end_without_worker(entry, Outcome::Interrupted, "stopped");
+        FileFacts stopped;
+        stopped.cause = "stopped";
+        end_without_worker(entry, stopped);
     }
 }
 

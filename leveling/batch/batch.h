@@ -166,7 +166,7 @@ class Batch {
     void finish(Running& ended);
     void judge_end(const Running& ended, std::size_t place, FileFacts& facts) const;
     void tell_finished(const Entry& entry, FileFacts facts);
-    void end_without_worker(const Entry& entry, Outcome outcome, const std::string& cause);
+    void end_without_worker(const Entry& entry, FileFacts facts);
     static std::vector<const Entry*> group_of(const Entry& entry);
 
     const unsigned jobs_;

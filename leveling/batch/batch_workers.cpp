@@ -93,7 +93,9 @@ void Batch::start(Entry entry) {
                             std::make_unique<WorkerProcess>(std::move(jobs), std::move(deliveries)),
                             -1, false});
     } catch (const std::exception& error) {
-        return end_without_worker(entry, Outcome::Failed, cause_of(error));
+        FileFacts failed;
+        set_failed(failed, error);
+        return end_without_worker(entry, failed);
     }
     for (const Entry* member : group_of(running_.back().entry)) {
         observer_.started(member->index);
@@ -224,13 +226,10 @@ void Batch::tell_finished(const Entry& entry, FileFacts facts) {
 }
 
 // A file that was stopped in the queue, or whose worker could not be started.
-void Batch::end_without_worker(const Entry& entry, Outcome outcome, const std::string& cause) {
+void Batch::end_without_worker(const Entry& entry, FileFacts facts) {
     for (const Entry* member : group_of(entry)) {
-        FileFacts facts;
         facts.input = member->input;
         facts.output = member->output;
-        facts.outcome = outcome;
-        facts.cause = cause;
         observer_.finished(member->index, facts);
     }
 }

@@ -11,10 +11,11 @@
 
 #include "Common/files/whole_file.h"
 #include "Common/level.h"
+#include "Common/reporting/write_error.h"
 #include "leveling/engine/passages.h"
 #include "leveling/engine/refusal.h"
 #include "leveling/engine/temporary_room.h"
-#include "leveling/facts/file_error.h"
+#include "leveling/facts/no_room.h"
 #include "leveling/storage/private_directory.h"
 
 namespace quorvane {
@@ -97,9 +98,8 @@ void require_room(const std::string& scratch) {
     std::error_code error;
     const fs::space_info space = fs::space(scratch, error);
     if (!error && space.available < kFullDiskBytes) {
-        throw std::runtime_error(
-            fmt::format("the disk with the temporary files, {}, is full",
-                        fs::path(scratch).parent_path().parent_path().string()));
+        throw NoRoomError(fmt::format("the disk with the temporary files, {}, is full",
+                                      fs::path(scratch).parent_path().parent_path().string()));
     }
 }
 
@@ -131,20 +131,21 @@ EngineResult run_engine(const EngineRun& run, const std::function<void(double)>&
     std::function<void(double)> on_fraction = progress;
     const RunObject object = make_run(run, intermediates.path(), on_fraction, delivery);
     require_temporary_room(run.input, fs::path(run.scratch).parent_path().string());
+    reporting::forget_write_error();
     const int status = levelRunFile(object.get(), run.input.c_str(), run.output.c_str());
     const LevelOutcome& outcome = *levelRunOutcome(object.get());
     if (status != 0) {
         if (outcome.failed_file != kLevelFinalFile) {
             require_room(run.scratch);
         }
-        throw std::runtime_error(outcome.reason);
+        fail_write(reporting::first_write_error(), outcome.reason);
     }
     const std::string refusal = refusal_of(outcome);
     if (!refusal.empty()) {
-        throw std::runtime_error(refusal);
+        fail_write(reporting::first_write_error(), refusal);
     }
     if (!delivery.failure.empty()) {
-        throw std::runtime_error(delivery.failure);
+        fail_write(reporting::first_write_error(), delivery.failure);
     }
     EngineResult result;
     result.in_place = delivery.in_place;

@@ -4,8 +4,9 @@
 
 #include <cmath>
 #include <filesystem>
-#include <stdexcept>
 #include <system_error>
+
+#include "leveling/facts/no_room.h"
 
 namespace quorvane {
 namespace fs = std::filesystem;
@@ -17,7 +18,7 @@ void require_temporary_room(const std::string& input, const std::string& directo
     const double needed = kTemporarySizes * static_cast<double>(fs::file_size(input, no_size));
     const auto left = static_cast<double>(fs::space(directory, no_space).available);
     if (!no_size && !no_space && left < needed) {
-        throw std::runtime_error(fmt::format(
+        throw NoRoomError(fmt::format(
             "the temporary files need {} MB, the disk of {} has {} MB left (TMPDIR names another "
             "folder)",
             std::ceil(needed / kMegabyte), directory, std::floor(left / kMegabyte)));

@@ -12,7 +12,7 @@ namespace quorvane {
 constexpr double kTemporarySizes = 2.7;
 
 /**
- * Throws std::runtime_error, to be put behind the input's name, unless the disk of a directory has
+ * Throws NoRoomError, to be put behind the input's name, unless the disk of a directory has
  * room for the temporary files of a run over the input. What cannot be asked is left to the run.
  */
 void require_temporary_room(const std::string& input, const std::string& directory);

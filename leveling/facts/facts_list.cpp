@@ -8,11 +8,11 @@ namespace {
 /** Whether nothing is known but the input, the outcome and its cause. */
 bool is_brief(const FileFacts& facts) {
     // Names every member: one that is added does not compile until it is looked at here.
-    const auto& [input, output, outcome, cause, earlier_arithmetic, format, media, sample_rate_hz,
-                 channels, frames, bytes, elapsed_s, before, after, leveling, preparation,
-                 publishing, conversation, speech, findings, notes, unfenced] = facts;
+    const auto& [input, output, outcome, cause, no_room, earlier_arithmetic, format, media,
+                 sample_rate_hz, channels, frames, bytes, elapsed_s, before, after, leveling,
+                 preparation, publishing, conversation, speech, findings, notes, unfenced] = facts;
     const bool has_text = !output.empty() || !format.empty() || !notes.empty() || !unfenced.empty();
-    const bool has_number = earlier_arithmetic || sample_rate_hz != 0 || channels != 0 ||
+    const bool has_number = no_room || earlier_arithmetic || sample_rate_hz != 0 || channels != 0 ||
                             frames != 0 || bytes != 0 || elapsed_s != 0;
     return !has_text && !has_number && !media && !before && !after && !leveling && !preparation &&
            !publishing && !conversation && !speech && findings.empty();

@@ -8,6 +8,7 @@
 
 #include "leveling/facts/finding_json.h"
 #include "leveling/facts/json_numbers.h"
+#include "leveling/facts/no_room.h"
 
 namespace quorvane {
 namespace {
@@ -238,12 +239,21 @@ bool is_failure(Outcome outcome) {
     return outcome == Outcome::Failed || outcome == Outcome::Damaged;
 }
 
+void set_failed(FileFacts& facts, const std::exception& error) {
+    facts.outcome = Outcome::Failed;
+    facts.cause = cause_of(error);
+    facts.no_room = is_want_of_room(error);
+}
+
 Json to_json(const FileFacts& facts, Curves curves) {
     Json json;
     put_path(json, "input", facts.input);
     put_path(json, "output", facts.output);
     json["status"] = to_text(facts.outcome);
     json["cause"] = facts.cause.empty() ? Json(nullptr) : Json(facts.cause);
+    if (facts.no_room) {
+        json["no_room"] = true;
+    }
     if (facts.earlier_arithmetic) {
         json["earlier_arithmetic"] = true;
     }
@@ -301,6 +311,7 @@ FileFacts facts_from_json(const Json& json) {
     facts.output = path_back(json, "output");
     facts.outcome = outcome_back(json.at("status"));
     facts.cause = text_back(json.at("cause"));
+    facts.no_room = json.value("no_room", false);
     facts.earlier_arithmetic = json.value("earlier_arithmetic", false);
     facts.notes = json.at("notes").get<std::vector<std::string>>();
     facts.elapsed_s = number_back(json.at("elapsed_s"));

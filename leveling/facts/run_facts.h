@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <exception>
 #include <functional>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -126,6 +127,7 @@ struct FileFacts {
     std::string output;  // empty when nothing is written
     Outcome outcome = Outcome::Interrupted;
     std::string cause;
+    bool no_room = false;  // Failed, because a disk was full: another try may succeed
     // Skipped, because an earlier version's arithmetic made the output, which is kept.
     bool earlier_arithmetic = false;
     std::string format;  // as libsndfile names it, "WAV (Microsoft), Signed 16 bit PCM"
@@ -154,6 +156,9 @@ struct FileFacts {
         return sample_rate_hz ? static_cast<double>(frames) / sample_rate_hz : 0;
     }
 };
+
+/** Makes the file one that failed for this reason. */
+void set_failed(FileFacts& facts, const std::exception& error);
 
 /** Whether curves over time are told too; they are most of a file's JSON. */
 enum class Curves { Tell, Omit };

@@ -3,12 +3,14 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
 #include <optional>
 #include <sndfile.hh>
 #include <vector>
 
 #include "leveling/audio/sound_file.h"
+#include "leveling/facts/no_room.h"
 #include "leveling/media/bare_frames.h"
 #include "leveling/media/gapless.h"
 
@@ -221,6 +223,7 @@ class SoundDecoder {
         const std::vector<float> silence(kSilentFrames * channels, 0.0F);
         while (count > 0) {
             const auto some = std::min<std::int64_t>(count, kSilentFrames);
+            errno = 0;
             if (out_.writef(silence.data(), some) != some) {
                 fail_to_store();
             }
@@ -230,7 +233,10 @@ class SoundDecoder {
     }
 
     [[noreturn]] void fail_to_store() const {
-        throw FileError(fmt::format("its decoded sound cannot be stored: {}", out_.strError()));
+        const int error = errno;
+        const std::string cause =
+            fmt::format("its decoded sound cannot be stored: {}", out_.strError());
+        fail_write(error, cause);
     }
 
     /** Where the container says that the sound ends; nothing where that is an estimate. */
@@ -342,6 +348,7 @@ class SoundDecoder {
         auto** in = const_cast<const std::uint8_t**>(frame.extended_data);
         check(swr_convert(to_float_.get(), &out, count, in, count),
               "its samples cannot be converted");
+        errno = 0;
         const sf_count_t written = wide_ ? out_.writef(reinterpret_cast<const double*>(out), count)
                                          : out_.writef(reinterpret_cast<const float*>(out), count);
         if (written != count) {

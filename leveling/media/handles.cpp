@@ -3,9 +3,12 @@
 #include <fmt/format.h>
 
 #include <atomic>
+#include <cerrno>
 #include <cstdio>
 #include <mutex>
 #include <new>
+
+#include "leveling/facts/no_room.h"
 
 namespace quorvane::media {
 namespace {
@@ -79,6 +82,9 @@ std::string reason(int code) {
 // Returns the code, which is a count or a score where it is not an error.
 int check(int code, const char* doing) {
     if (code < 0) {
+        if (code == AVERROR(ENOSPC) || code == AVERROR(EDQUOT)) {
+            throw NoRoomError(fmt::format("{}: {}", doing, reason(code)));
+        }
         throw FileError(fmt::format("{}: {}", doing, reason(code)));
     }
     return code;

@@ -2,8 +2,10 @@
 
 #include <stdexcept>
 
+#include "Common/reporting/write_error.h"
 #include "Common/stream/pump.h"
 #include "Common/stream/sound_writer.h"
+#include "leveling/facts/no_room.h"
 #include "leveling/preparation/sound_files.h"
 
 namespace quorvane {
@@ -62,9 +64,11 @@ void write_engine_copy(const std::string& recording,
     if (!handle) {
         throw std::runtime_error(sound_open_reason());
     }
-    SoundWriter writer(
-        handle, to, channels, stream::kBlockSamples,
-        [](const WriteFailure& failure) { throw std::runtime_error(failure.reason); });
+    reporting::forget_write_error();
+    SoundWriter writer(handle, to, channels, stream::kBlockSamples,
+                       [](const WriteFailure& failure) {
+                           fail_write(reporting::first_write_error(), failure.reason);
+                       });
     double done = 0;
     const std::function<void(long long)> count = [&](long long frames) {
         done += static_cast<double>(frames);

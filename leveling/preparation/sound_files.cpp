@@ -1,11 +1,24 @@
 #include "leveling/preparation/sound_files.h"
 
+#include <cerrno>
 #include <stdexcept>
 
 #include "leveling/audio/sound_file.h"
+#include "leveling/facts/no_room.h"
 
 namespace quorvane {
 namespace {
+
+/** Opening writes the header, which a full disk does not take. */
+SndfileHandle opened(int descriptor, int format, int channels, int sample_rate_hz) {
+    constexpr bool kCloses = false;
+    errno = 0;
+    SndfileHandle file(descriptor, kCloses, SFM_WRITE, format, channels, sample_rate_hz);
+    if (!file.rawHandle() || file.error()) {
+        fail_write(errno, sf_strerror(file.rawHandle()));
+    }
+    return file;
+}
 
 std::optional<quorvane::Dither> dither_for(int format, int channels, int sample_rate_hz) {
     const int bits = quorvane::dithered_bits(format);
@@ -32,11 +45,8 @@ OutputFile::OutputFile(const std::string& path, int format, int channels, int sa
 }
 
 OutputFile::OutputFile(int descriptor, int format, int channels, int sample_rate_hz)
-    : file_(descriptor, false, SFM_WRITE, format, channels, sample_rate_hz),
+    : file_(opened(descriptor, format, channels, sample_rate_hz)),
       dither_(dither_for(format, channels, sample_rate_hz)) {
-    if (!file_.rawHandle() || file_.error()) {
-        throw std::runtime_error(sf_strerror(file_.rawHandle()));
-    }
     file_.command(SFC_SET_CLIPPING, nullptr, SF_TRUE);
 }
 
@@ -59,15 +69,19 @@ void OutputFile::take(const double* samples, const double* recording, long long 
     if (dither_) {
         dither_->process(samples, recording, static_cast<std::size_t>(frames), ready_);
         write_ready();
-    } else if (file_.writef(samples, frames) != frames) {
-        throw std::runtime_error(file_.strError());
+        return;
+    }
+    errno = 0;
+    if (file_.writef(samples, frames) != frames) {
+        fail_write(errno, file_.strError());
     }
 }
 
 void OutputFile::write_ready() {
     const auto count = static_cast<sf_count_t>(ready_.size());
+    errno = 0;
     if (file_.write(ready_.data(), count) != count) {
-        throw std::runtime_error(file_.strError());
+        fail_write(errno, file_.strError());
     }
     ready_.clear();
 }
@@ -77,9 +91,10 @@ void OutputFile::finish() {
         dither_->finish(ready_);
         write_ready();
     }
+    errno = 0;
     const int error = sf_close(file_.takeOwnership());
     if (error != 0) {
-        throw std::runtime_error(sf_error_number(error));
+        fail_write(errno, sf_error_number(error));
     }
 }
 

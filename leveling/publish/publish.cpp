@@ -1,6 +1,7 @@
 #include "leveling/publish/publish.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
 #include <limits>
 #include <optional>
@@ -11,6 +12,7 @@
 #include "leveling/audio/measure.h"
 #include "leveling/audio/portable_math.h"
 #include "leveling/audio/sound_file.h"
+#include "leveling/facts/no_room.h"
 #include "leveling/publish/level_meter.h"
 #include "leveling/publish/limiter.h"
 #include "leveling/publish/local_ceilings.h"
@@ -189,8 +191,9 @@ Trial Publisher::try_out(double gain_db, SndfileHandle* out) {
     const auto pass_on = [&] {
         meter.add(ready);
         const auto count = static_cast<sf_count_t>(ready.size());
+        errno = 0;
         if (out && out->write(ready.data(), count) != count) {
-            throw std::runtime_error(out->strError());
+            fail_write(errno, out->strError());
         }
         ready.clear();
     };

@@ -220,7 +220,7 @@ void Watcher::take_events() {
         switch (event.kind) {
             case Event::Kind::Started:
                 ++running_;
-                observer_.started(work_.at(event.index).input);
+                observer_.started(work_.at(event.index).file.input);
                 break;
             case Event::Kind::Messages:
                 observer_.messages(event.text);

@@ -89,6 +89,12 @@ class Watcher : private BatchObserver {
   private:
     using Clock = std::chrono::steady_clock;
 
+    /** A file in the batch, and the state that its input was in when it was put there. */
+    struct Begun {
+        PlannedFile file;
+        FileState input;
+    };
+
     /** What the batch's thread reports to ours. */
     struct Event {
         enum class Kind { Started, Messages, Finished, Problem } kind;
@@ -109,7 +115,7 @@ class Watcher : private BatchObserver {
     void take_signals();
     void take_events();
     void take_finished(std::size_t index, const FileFacts& facts);
-    bool is_put_off(const PlannedFile& file, const FileFacts& facts);
+    bool is_put_off(const Begun& begun, const FileFacts& facts);
     void report(const PlannedFile& file, const FileFacts& facts);
     void check_folders();
     void take_arrivals();
@@ -141,9 +147,9 @@ class Watcher : private BatchObserver {
     std::string told_why_;
     bool outputs_gone_ = false;
     bool told_stop_ = false;
-    std::vector<std::string> due_;             // complete and not yet planned
-    std::deque<PlannedFile> queue_;            // planned and not yet in the batch
-    std::map<std::size_t, PlannedFile> work_;  // in the batch
+    std::vector<std::string> due_;       // complete and not yet planned
+    std::deque<PlannedFile> queue_;      // planned and not yet in the batch
+    std::map<std::size_t, Begun> work_;  // in the batch
     std::size_t running_ = 0;
     std::map<std::string, FileState> outputs_;  // made by this watch
     std::vector<std::string> after_return_;     // failed while a folder was gone

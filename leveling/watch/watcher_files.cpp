@@ -1,6 +1,4 @@
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
 #include <ctime>
 #include <filesystem>
 #include <system_error>
@@ -23,16 +21,6 @@ constexpr std::size_t kLookedAtAtOnce = 500;
 constexpr std::chrono::seconds kLookForRoomEvery{2};
 constexpr std::chrono::seconds kTryWithoutRoomEvery{60};
 
-/** Whether a file failed for want of room on a disk, by the system's words or ours. */
-bool is_for_want_of_room(const FileFacts& facts) {
-    const auto says = [&](const char* words) {
-        return facts.cause.find(words) != std::string::npos;
-    };
-    return facts.outcome == Outcome::Failed &&
-           (says(std::strerror(ENOSPC)) || says(std::strerror(EDQUOT)) ||
-            says("the temporary files need"));
-}
-
 Batch::Existing existing_of(const WatchRequest& request, const PlannedFile& file) {
     return request.options.replace ? Batch::Existing::Replace
            : file.renew            ? Batch::Existing::Renew
@@ -43,10 +31,11 @@ Batch::Existing existing_of(const WatchRequest& request, const PlannedFile& file
 
 void Watcher::take_finished(std::size_t index, const FileFacts& facts) {
     const auto place = work_.find(index);
-    const PlannedFile file = std::move(place->second);
+    const Begun begun = std::move(place->second);
+    const PlannedFile& file = begun.file;
     work_.erase(place);
     running_ -= running_ > 0 ? 1 : 0;
-    if (is_put_off(file, facts)) {
+    if (is_put_off(begun, facts)) {
         return;
     }
     if (without_room_ && facts.outcome != Outcome::Interrupted) {
@@ -60,11 +49,12 @@ void Watcher::take_finished(std::size_t index, const FileFacts& facts) {
 }
 
 /** Whether the file failed for a reason that will pass, and is to be taken again. */
-bool Watcher::is_put_off(const PlannedFile& file, const FileFacts& facts) {
+bool Watcher::is_put_off(const Begun& begun, const FileFacts& facts) {
+    const PlannedFile& file = begun.file;
     if (facts.outcome != Outcome::Failed) {
         return false;
     }
-    if (is_for_want_of_room(facts)) {
+    if (facts.no_room) {
         const auto now = Clock::now();
         next_try_ = now + kLookForRoomEvery;
         if (without_room_ && without_room_->input != file.input) {
@@ -84,7 +74,9 @@ bool Watcher::is_put_off(const PlannedFile& file, const FileFacts& facts) {
         arrivals_.again(file.input, Clock::now());
         return true;
     }
-    return false;
+    // Replaced, and the new file is on its way already.
+    const FileState now = state_of(file.input);
+    return now.exists() && now != begun.input;
 }
 
 void Watcher::report(const PlannedFile& file, const FileFacts& facts) {
@@ -157,7 +149,9 @@ void Watcher::begin_some() {
 
 void Watcher::begin(const PlannedFile& file) {
     tick();
-    work_[batch_.add(file.input, file.output, existing_of(request_, file), file.found)] = file;
+    const FileState input = state_of(file.input);
+    work_[batch_.add(file.input, file.output, existing_of(request_, file), file.found)] = {file,
+                                                                                           input};
 }
 
 /** Whether the file that a full disk stopped may go this time. */

@@ -5,7 +5,6 @@
 
 #include "Common/units.h"
 #include "leveling/archive/record.h"
-#include "leveling/facts/file_error.h"
 #include "leveling/findings/findings.h"
 #include "leveling/worker/stages.h"
 
@@ -52,8 +51,7 @@ WorkResult work_on(const Job& job, const std::function<void(double)>& progress) 
         }
         bytes = job.output.empty() ? 0 : state_of(job.part).size;
     } catch (const std::exception& error) {
-        work.facts.outcome = Outcome::Failed;
-        work.facts.cause = cause_of(error);
+        set_failed(work.facts, error);
     }
     const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start;
     work.facts.elapsed_s = elapsed.count();

@@ -108,8 +108,7 @@ std::vector<FileFacts> WorkerProcess::finish() {
             results_[i].facts = all[i];
             deliveries_[i]->deliver(results_[i]);
         } catch (const std::exception& error) {
-            all[i].outcome = Outcome::Failed;
-            all[i].cause = cause_of(error);
+            set_failed(all[i], error);
             fail_group(all);  // those that come after it are not delivered
         }
     }

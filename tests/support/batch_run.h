@@ -17,6 +17,12 @@
 /** The program, which does not wait for recordings that a test has just made. */
 #define QUORVANE_AT_ONCE QUORVANE " --settle 0 "
 
+/** Shell words that run what follows where FOLDER is a disk of its own with so many kilobytes. */
+inline std::string with_disk(const std::string& folder, int kilobytes) {
+    return "unshare -rm sh -c 'mount -t tmpfs -o size=" + std::to_string(kilobytes) +
+           "k none \"$0\" && exec \"$@\"' " + folder + " ";
+}
+
 /** Runs the program on recordings in a folder of its own, and reads what it reported. */
 class BatchRun : public testing::Test {
   protected:
