@@ -10,7 +10,7 @@
 namespace quorvane::media {
 namespace {
 
-/** What a codec needs in front of a place until it gives the sound of there; Opus asks for 80 ms.
+/** What a codec needs in front of a place until it gives the sound of there; Opus needs 80 ms.
  */
 constexpr double kLeadSeconds = 0.3;
 

@@ -67,7 +67,7 @@ std::string time_axis(double duration_s);
 /** An entry of a legend; color is one of the style sheet's names. */
 std::string legend_key(const char* color, const std::string& text);
 
-/** The class of a gain in dB: "up", "down" or, where nobody would notice it, "none". */
+/** The class of a gain in dB: "up", "down" or, where no one would notice it, "none". */
 const char* gain_class(double gain_db);
 
 /** Widens the range to the curve's values; silence has none. */
