@@ -64,6 +64,9 @@ void print_notes(const FactsList& files, Screen& screen) {
     // Findings that are mere notes are shown for a single file only.
     const Severity least_shown = files.size() == 1 ? Severity::Note : Severity::Warning;
     for (const FileFacts& facts : files) {
+        if (facts.conversation && facts.conversation->mix) {
+            continue;  // its line says all there is
+        }
         for (const std::string& note : facts.notes) {
             add(facts, note);
         }

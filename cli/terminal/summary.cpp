@@ -262,6 +262,10 @@ std::string finished_line(const FileFacts& facts, const Screen& screen) {
     const std::string output = printable(facts.output);
     switch (facts.outcome) {
         case Outcome::Leveled: {
+            if (facts.conversation && facts.conversation->mix) {
+                return fmt::format("{} {} tracks > {} ({})", screen.paint("mixed", "32"),
+                                   facts.conversation->tracks, output, clock_text(facts.elapsed_s));
+            }
             std::string loudness;
             if (facts.before && facts.after) {
                 loudness = fmt::format(", {} > {} LUFS", decimal(facts.before->integrated_lufs),

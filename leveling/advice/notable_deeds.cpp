@@ -36,6 +36,13 @@ std::vector<Done> notable_deeds(const FileFacts& facts, Phrasing phrasing, Sever
         return {};
     }
     std::vector<Done> deeds = done_in(*facts.preparation, phrasing);
+    if (facts.is_track()) {
+        // What fills its gaps are the other voices, which go down there.
+        const auto is_background = [](const Done& done) {
+            return done.deed == Deed::BroughtBackgroundUp;
+        };
+        deeds.erase(std::remove_if(deeds.begin(), deeds.end(), is_background), deeds.end());
+    }
     for (const Finding& finding : facts.findings) {
         // The gravest is the first of the enumeration.
         if (finding.severity <= least_shown) {

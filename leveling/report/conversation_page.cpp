@@ -44,7 +44,9 @@ std::string levels_text(const FileFacts& facts) {
                            shown(facts.after->true_peak_dbtp));
     }
     if (facts.leveling) {
-        text += fmt::format("; gain {} dB", gain_text(*facts.leveling));
+        const std::string least = signed_decimal(facts.leveling->least_gain_db);
+        const std::string most = signed_decimal(facts.leveling->greatest_gain_db);
+        text += fmt::format("; gain {} dB", least == most ? least : least + " to " + most);
     }
     return text;
 }

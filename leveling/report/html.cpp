@@ -68,6 +68,8 @@ td.n,th.n{text-align:right;font-variant-numeric:tabular-nums;white-space:nowrap}
 .files thead button:hover{text-decoration:underline}.files thead button:focus-visible{outline:3px solid var(--down)}
 .files [aria-sort=ascending] button::after{content:" ▲"}.files [aria-sort=descending] button::after{content:" ▼"}
 .files tbody th{min-width:11em;max-width:24em}.files td{overflow-wrap:normal}.files td.n small,.files thead small{color:var(--soft);font-weight:400}
+.many .files tbody tr:nth-child(n+201){display:none}.more{font:inherit;color:var(--after);background:none;border:1px solid var(--line);
+border-radius:6px;padding:6px 14px;margin:12px 0;cursor:pointer}.more[hidden]{display:none}.more:focus-visible{outline:3px solid var(--down)}
 span.found,p.found{color:var(--down)}.tools{display:flex;flex-wrap:wrap;align-items:center;gap:8px 20px;margin:14px 0}.tools[hidden]{display:none}
 .tools input,.tools select{font:inherit;color:inherit;background:var(--panel);border:1px solid var(--line);border-radius:6px;padding:4px 8px}
 .findings{list-style:none;padding:0;margin:0}.findings li{border-left:4px solid var(--before);background:var(--panel);

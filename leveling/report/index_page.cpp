@@ -106,7 +106,9 @@ std::string heading_cell(const std::string& title, const char* unit) {
                        *unit ? fmt::format(" <small>{}</small>", unit) : std::string());
 }
 
+/** Until the script at the end has come, only the first rows are laid out. */
 constexpr const char* kTools =
+    "<script>document.documentElement.classList.add('many')</script>\n"
     "<form class=\"tools\" hidden><label>Find <input type=\"search\" "
     "autocomplete=\"off\"></label>\n"
     "<label>Show <select><option value=\"\">all files</option><option value=\"failed\">failures"
@@ -117,10 +119,13 @@ constexpr const char* kTools =
 constexpr const char* kScript = R"js(<script>
 (()=>{const f=document.querySelector('.tools'),t=document.querySelector('.files'),b=t.tBodies[0],
 rows=[...b.rows],text=rows.map(r=>r.textContent.toLowerCase()),q=f.querySelector('input'),
-s=f.querySelector('select'),o=f.querySelector('output');
-const filter=()=>{const w=q.value.toLowerCase();let n=0;rows.forEach((r,i)=>{
-const on=(!s.value||r.className===s.value)&&text[i].includes(w);r.hidden=!on;n+=on});
-o.textContent=n+' of '+rows.length};
+s=f.querySelector('select'),o=f.querySelector('output'),more=document.querySelector('.more');
+// A browser lays out some hundred rows at once and not thousands: the others wait for a button.
+let order=[...rows.keys()],limit=200;
+const filter=()=>{const w=q.value.toLowerCase();let n=0;for(const i of order){const r=rows[i],
+on=(!s.value||r.className===s.value)&&text[i].includes(w);n+=on;r.hidden=!on||n>limit}
+o.textContent=n+' of '+rows.length;more.hidden=n<=limit};
+more.onclick=()=>{limit*=5;filter()};
 q.oninput=s.onchange=filter;f.onsubmit=e=>e.preventDefault();
 const key=(r,c)=>{const d=r.cells[c],v=d.dataset.v;return v===undefined?d.textContent:+v};
 [...t.tHead.rows[0].cells].forEach((h,c)=>h.firstChild.onclick=()=>{
@@ -131,15 +136,16 @@ const keyed=rows.map((r,i)=>[key(r,c),i,r]);
 keyed.sort((x,y)=>{const a=x[0],z=y[0];if(a===''||z==='')return (a==='')-(z==='')||x[1]-y[1];
 const d=typeof a==='number'&&typeof z==='number'?a-z:String(a).localeCompare(String(z),'en',{numeric:true});
 return (up?d:-d)||x[1]-y[1]});
-b.append(...keyed.map(k=>k[2]))});
-f.hidden=false;filter()})();
+order=keyed.map(k=>k[1]);filter();b.append(...keyed.map(k=>k[2]))});
+f.hidden=false;filter();document.documentElement.classList.remove('many')})();
 </script>
 )js";
 
 }  // namespace
 
 IndexRow index_row(const FileFacts& facts, const std::string& page, const ReportOptions& options) {
-    const std::string name = escape_html(facts.input);
+    const bool is_mix = facts.conversation && facts.conversation->mix;
+    const std::string name = escape_html(is_mix ? facts.output : facts.input);
     const int rank = rank_of(facts, options);
     std::string row = fmt::format(
         "<tr class=\"{}\"><th scope=\"row\">{}</th>", class_of(rank),
@@ -187,7 +193,8 @@ std::string index_page(const FactsList& files,
     for (const IndexRow& row : rows) {
         text += row.html;
     }
-    return text + "</tbody>\n</table>\n" + footer() + kScript;
+    return text + "</tbody>\n</table>\n<button type=\"button\" class=\"more\" hidden>Show more" +
+           "</button>\n" + footer() + kScript;
 }
 
 }  // namespace quorvane

@@ -204,6 +204,9 @@ TEST(NotableDeeds, LeaveOutWhatAFindingSays) {
     facts.findings.push_back({"music-bed", Severity::Note, -12, "dB", {}, ""});
     EXPECT_EQ(count(Severity::Warning), 1u);  // the note is not shown
     EXPECT_EQ(count(Severity::Note), 0u);
+    facts.findings.clear();
+    facts.conversation = ConversationPart{2, false, 5};  // the other voices are its background
+    EXPECT_EQ(count(Severity::Note), 1u);
 }
 
 TEST(Words, TheNearestIsTheOneThatWasMeant) {
