@@ -31,6 +31,7 @@
 #include <stddef.h>
 #include <stdint.h>
 
+/** Marks what the library exports. */
 #if defined(__GNUC__)
 #define QUORVANE_API __attribute__((visibility("default")))
 #else
@@ -45,8 +46,8 @@ extern "C" {
 
 /** The version of this header; quorvane_version() is that of the library. */
 #define QUORVANE_VERSION_MAJOR 4
-#define QUORVANE_VERSION_MINOR 0
-#define QUORVANE_VERSION_PATCH 0
+#define QUORVANE_VERSION_MINOR 0 /**< the second number */
+#define QUORVANE_VERSION_PATCH 0 /**< the third */
 
 /** What a call returns. Values stay what they are; later versions may add some. */
 typedef enum quorvane_code {
@@ -96,7 +97,10 @@ typedef enum quorvane_outcome {
 } quorvane_outcome;
 
 /** For results that exist twice. */
-typedef enum quorvane_moment { QUORVANE_BEFORE = 0, QUORVANE_AFTER = 1 } quorvane_moment;
+typedef enum quorvane_moment {
+    QUORVANE_BEFORE = 0, /**< of the input */
+    QUORVANE_AFTER = 1   /**< of the result */
+} quorvane_moment;
 
 /** A handle; its content is private. */
 typedef struct quorvane_leveler quorvane_leveler;
@@ -123,7 +127,7 @@ typedef struct quorvane_options {
     int strict;         /**< not 0: a damaged input file fails, as --strict */
     int salvage;        /**< not 0: a damaged file is leveled whatever is lost, as --salvage */
     const char* const* tuning; /**< options of the engine, "--segment-tolerance=3"; null: none */
-    size_t tuning_count;
+    size_t tuning_count;       /**< of tuning */
     /** Bytes of audio up to which a call keeps temporary data in memory. 0: 256 MiB. */
     uint64_t memory_bytes;
     /** Folder for the temporary data of longer audio. Null: TMPDIR or the system's. */
@@ -138,15 +142,15 @@ typedef struct quorvane_options {
  * Planar: set planes to an array of one pointer for each channel, and samples to null.
  */
 typedef struct quorvane_audio {
-    size_t size;        /**< sizeof(quorvane_audio) */
-    int type;           /**< a ::quorvane_sample_type */
-    int sample_rate_hz; /**< 1 or more */
-    int channels;       /**< 1 to 64; more than two may be ::QUORVANE_UNSUPPORTED */
-    uint64_t frames;
-    const void* samples;
-    const void* const* planes;
-    /** Bytes from a frame to the next and from a channel to the next; both 0: without gaps. */
-    ptrdiff_t frame_stride, channel_stride;
+    size_t size;               /**< sizeof(quorvane_audio) */
+    int type;                  /**< a ::quorvane_sample_type */
+    int sample_rate_hz;        /**< 1 or more */
+    int channels;              /**< 1 to 64 */
+    uint64_t frames;           /**< of all channels: frames * channels samples */
+    const void* samples;       /**< the first sample; null: planes */
+    const void* const* planes; /**< a pointer to each channel's samples; null: samples */
+    ptrdiff_t frame_stride;   /**< bytes from a frame to the next; with channel_stride 0: no gaps */
+    ptrdiff_t channel_stride; /**< bytes from a channel to the next; not read with planes */
 } quorvane_audio;
 
 /**
@@ -154,10 +158,11 @@ typedef struct quorvane_audio {
  * input's own memory.
  */
 typedef struct quorvane_buffer {
-    size_t size; /**< sizeof(quorvane_buffer) */
-    void* samples;
-    void* const* planes;
-    ptrdiff_t frame_stride, channel_stride;
+    size_t size;              /**< sizeof(quorvane_buffer) */
+    void* samples;            /**< as in quorvane_audio */
+    void* const* planes;      /**< as in quorvane_audio */
+    ptrdiff_t frame_stride;   /**< as in quorvane_audio */
+    ptrdiff_t channel_stride; /**< as in quorvane_audio */
 } quorvane_buffer;
 
 /** Levels of a recording. Those of silence are minus infinity, unknown ones are NaN. */
@@ -242,6 +247,8 @@ QUORVANE_API const char* quorvane_last_error(const quorvane_leveler* leveler);
  * Both can be called on any thread and in a signal handler.
  */
 QUORVANE_API void quorvane_cancel(quorvane_leveler* leveler);
+
+/** Lets calls run again after quorvane_cancel(). */
 QUORVANE_API void quorvane_clear_cancel(quorvane_leveler* leveler);
 
 /**@}*/
@@ -333,12 +340,16 @@ QUORVANE_API const double* quorvane_short_term(const quorvane_leveler* leveler,
 
 /** What the recording suffers from, the gravest first. */
 QUORVANE_API size_t quorvane_finding_count(const quorvane_leveler* leveler);
+
+/** A finding by its place, from 0. ::QUORVANE_BAD_ARGUMENT where there is none. */
 QUORVANE_API int quorvane_get_finding(quorvane_leveler* leveler,
                                       size_t index,
                                       quorvane_finding* finding);
 
 /** Stretches of one gain, in order of time. */
 QUORVANE_API size_t quorvane_passage_count(const quorvane_leveler* leveler);
+
+/** A passage by its place, from 0. ::QUORVANE_BAD_ARGUMENT where there is none. */
 QUORVANE_API int quorvane_get_passage(quorvane_leveler* leveler,
                                       size_t index,
                                       quorvane_passage* passage);
@@ -350,6 +361,8 @@ QUORVANE_API const double* quorvane_gain_curve(const quorvane_leveler* leveler,
 
 /** What the user should know: "its target level was lowered by 1.5 dB: ...". */
 QUORVANE_API size_t quorvane_note_count(const quorvane_leveler* leveler);
+
+/** A note by its place, from 0; "" where there is none. */
 QUORVANE_API const char* quorvane_note(const quorvane_leveler* leveler, size_t index);
 
 /**@}*/

@@ -83,11 +83,11 @@ Results level_to_file(const CallContext& call,
     require_readable(input);
     require_apart(call.settings, input, output);
     const Workplace place = workplace_for(call.settings, input);
-    const Recording recording{fs::absolute(input).string(), input, 0};
+    const Recording recording{fs::absolute(input).string(), input};
     const std::string destination = fs::absolute(output).string();
     const FileState before = state_of(recording.path);
     const auto at_output = [&](const std::function<void()>& work) {
-        with_errors_of(place, {recording.path, output, 0}, work);
+        with_errors_of(place, {recording.path, output}, work);
     };
     std::unique_ptr<StagedOutput> staged;
     at_output([&] {
@@ -110,7 +110,7 @@ Results level_to_file(const CallContext& call,
 Results measure_of_file(const CallContext& call, const std::string& input) {
     require_readable(input);
     const Workplace place = workplace_for(call.settings, input);
-    const Recording recording{fs::absolute(input).string(), input, 0};
+    const Recording recording{fs::absolute(input).string(), input};
     return level_recording(call, place, recording, "", "");
 }
 

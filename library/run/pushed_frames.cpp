@@ -45,7 +45,7 @@ PushedFrames::PushedFrames(const Settings& settings, const SampleForm& form, std
 }
 
 Recording PushedFrames::recording() const {
-    return {*place_ / kInputName, kAudioName, form_.channels};
+    return {*place_ / kInputName, kAudioName};
 }
 
 void PushedFrames::require_numbers(const char* samples,

@@ -23,8 +23,6 @@
 namespace quorvane {
 namespace {
 
-constexpr int kUsualChannels = 2;  // more may be refused
-
 Job job_for(const Settings& settings, const Workplace& place, const Recording& recording) {
     Job job;
     job.input = recording.path;
@@ -77,9 +75,9 @@ bool has(const std::string& text, const char* words) {
 }
 
 /** What decoders and the engine say of a file that they refuse, in a kind that a program tests. */
-quorvane_code code_of_refusal(const std::string& cause, const Recording& recording) {
-    const bool unsupported = recording.channels > kUsualChannels || has(cause, "can be leveled") ||
-                             has(cause, "not written back") || has(cause, "does not read it");
+quorvane_code code_of_refusal(const std::string& cause) {
+    const bool unsupported = has(cause, "can be leveled") || has(cause, "not written back") ||
+                             has(cause, "does not read it");
     return unsupported ? QUORVANE_UNSUPPORTED : QUORVANE_FAILED;
 }
 
@@ -100,7 +98,7 @@ void CallContext::advance(double fraction) const {
 void with_errors_of(const Workplace& place,
                     const Recording& recording,
                     const std::function<void()>& work) {
-    const auto told = [&](const std::exception& error) {
+    const auto sentence_for = [&](const std::exception& error) {
         const std::string cause =
             boost::algorithm::erase_all_copy(std::string(cause_of(error)), recording.path + ": ");
         return sentence(recording, place.without_paths(cause));
@@ -112,12 +110,12 @@ void with_errors_of(const Workplace& place,
     } catch (const std::bad_alloc&) {
         throw;
     } catch (const std::system_error& error) {
-        throw CallError(QUORVANE_IO_ERROR, told(error));
+        throw CallError(QUORVANE_IO_ERROR, sentence_for(error));
     } catch (const FileError& error) {
-        const quorvane_code code = code_of_refusal(error.what(), recording);
-        throw CallError(code == QUORVANE_FAILED ? QUORVANE_BAD_AUDIO : code, told(error));
+        const quorvane_code code = code_of_refusal(error.what());
+        throw CallError(code == QUORVANE_FAILED ? QUORVANE_BAD_AUDIO : code, sentence_for(error));
     } catch (const std::exception& error) {
-        throw CallError(code_of_refusal(error.what(), recording), told(error));
+        throw CallError(code_of_refusal(error.what()), sentence_for(error));
     }
 }
 

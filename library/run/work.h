@@ -33,7 +33,6 @@ constexpr const char* kAudioName = "the audio";
 struct Recording {
     std::string path;
     std::string name;  // for messages: kAudioName, or the caller's path
-    int channels = 0;  // 0: not known yet
 };
 
 /**

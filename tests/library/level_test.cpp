@@ -68,6 +68,18 @@ TEST(LibraryLevel, GivesTheSamplesOfTheCommand) {
     }
 }
 
+TEST(LibraryLevel, TakesManyChannelsAsTheCommandDoes) {
+    for (const int channels : {3, 6}) {
+        SCOPED_TRACE(channels);
+        const Signal signal = speech(channels);
+        for (const Way& way : {kWays[0], kWays[2]}) {
+            SCOPED_TRACE(way.words);
+            EXPECT_EQ(by_command(signal, QUORVANE_FLOAT32, way.words).bytes,
+                      leveled(new_leveler(options_of(way)), frames_of(signal, QUORVANE_FLOAT32)));
+        }
+    }
+}
+
 TEST(LibraryLevel, GivesTheFileOfTheCommand) {
     const TempDir dir;
     for (const char* name : {"talk.wav", "talk.flac"}) {

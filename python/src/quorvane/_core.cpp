@@ -298,7 +298,7 @@ class Core {
 
     static int on_progress(void* context, double fraction) {
         Core& core = *static_cast<Core*>(context);
-        // Whoever gives no callback still wants to interrupt a long call.
+        // A call without a callback can be interrupted, too.
         const Clock::time_point now = Clock::now();
         if (core.options_.progress.is_none() && now - core.looked_ < kLookEvery) {
             return 0;
