@@ -22,6 +22,13 @@ def decoded(path, channels):
     return np.frombuffer(raw, '<f4').reshape(-1, channels)
 
 
+def decoded_by_opusdec(path, channels):
+    raw = run(['opusdec', '--quiet', '--float', '--rate', '48000', '--no-dither', path, '-'])
+    at = raw.index(b'data') + 8 if raw[:4] == b'RIFF' else 0
+    raw = raw[at:len(raw) - (len(raw) - at) % (4 * channels)]
+    return np.frombuffer(raw, '<f4', offset=at).reshape(-1, channels)
+
+
 def db(value):
     return 20 * np.log10(max(float(value), 1e-10))
 
