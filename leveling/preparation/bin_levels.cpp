@@ -42,9 +42,11 @@ double counted_peak(double sample_peak, double true_peak) {
 
 LevelAnalyser::LevelAnalyser(int channels,
                              int sample_rate_hz,
-                             const std::vector<Section>& high_pass_sections)
+                             const std::vector<Section>& high_pass_sections,
+                             PeakOf peak_of)
     : channels_(channels),
       bin_frames_(std::max(1, ms_to_frames(kBin_ms, sample_rate_hz))),
+      peak_of_(peak_of),
       filters_{
           PairFilter(high_pass(kSpeechFrom_hz, kQuality, sample_rate_hz)),
           PairFilter(low_pass(
@@ -108,7 +110,9 @@ void LevelAnalyser::process(double* samples, long long frames) {
         } else {
             measure<2>(samples + 2 * done, passed_.data() + 2 * done, now);
         }
-        find_true_peak(passed_.data() + done * channels_, now);
+        if (peak_of_ == PeakOf::kWave) {
+            find_true_peak(passed_.data() + done * channels_, now);
+        }
         done += now;
         frames_in_bin_ += now;
         if (frames_in_bin_ == bin_frames_) {

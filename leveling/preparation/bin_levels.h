@@ -25,10 +25,16 @@ struct BinLevels {
     // heard.
     std::vector<float> weighted_db;
     std::vector<float> louder_db;  // the same of the louder channel alone: the level is set by it
-    // Of all channels behind the high-pass, linear, as counted_peak() gives it.
+    // Of all channels behind the high-pass, linear: the samples' or as counted_peak() gives it.
     std::vector<float> peak;
 
     long long count() const { return static_cast<long long>(speech_db.size()); }
+};
+
+/** What is taken for a bin's peak. */
+enum class PeakOf {
+    kSamples,
+    kWave,  // between the samples as well: half of the work of an analysis, for what has no limiter
 };
 
 /**
@@ -39,7 +45,10 @@ struct BinLevels {
 class LevelAnalyser : public stream::Receiver {
   public:
     /** high_pass: what will take the rumble out of the recording. */
-    LevelAnalyser(int channels, int sample_rate_hz, const std::vector<Section>& high_pass);
+    LevelAnalyser(int channels,
+                  int sample_rate_hz,
+                  const std::vector<Section>& high_pass,
+                  PeakOf peak_of = PeakOf::kWave);
 
     void process(double* samples, long long frames) override;
     void finish() override;
@@ -63,6 +72,7 @@ class LevelAnalyser : public stream::Receiver {
 
     int channels_;
     long long bin_frames_;
+    PeakOf peak_of_;
     std::vector<PairFilter>
         filters_;  // two for speech, one for what lies below it, one for weighting
     FilterChain high_pass_;

@@ -29,6 +29,9 @@ constexpr double kLeastTrim_db = 0.01;  // rounding alone moves no gain
 // within a quarter of the bin.
 constexpr double kTaken = 0.6;
 
+// Of the wave over its samples: what a sine at a quarter of the sample rate has at most.
+constexpr double kWaveRise_db = 3.1;
+
 constexpr double kAttack_db = 6;     // a bin, before a peak
 constexpr double kRelease_db = 1.5;  // a bin, behind it
 
@@ -212,7 +215,7 @@ std::vector<bool> bins_to_limit(const std::vector<float>& peaks,
     const std::vector<double> excess = with_neighbours(excess_of(peaks, ceiling_db, curve_db));
     std::vector<bool> result(excess.size());
     std::transform(excess.begin(), excess.end(), result.begin(),
-                   [](double over) { return over > 0; });
+                   [](double over) { return over > -kWaveRise_db; });
     return result;
 }
 

@@ -33,7 +33,10 @@ std::vector<float> limited_curve(const std::vector<float>& peaks,
                                  double ceiling_db,
                                  std::vector<float> curve_db);
 
-/** The bins that a limiter has to look at: a peak behind the gain may pass the ceiling. */
+/**
+ * The bins that a limiter has to look at: the wave behind the gain may pass the ceiling, as it
+ * rises up to 3 dB over the samples.
+ */
 std::vector<bool> bins_to_limit(const std::vector<float>& peaks,
                                 double ceiling_db,
                                 const std::vector<float>& curve_db);

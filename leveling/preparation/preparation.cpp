@@ -58,9 +58,12 @@ std::function<void(double)> part_of(const std::function<void(double)>& progress,
     return [&progress, from, to](double done) { progress(from + (to - from) * done); };
 }
 
-BinLevels levels_of(const std::string& path, const std::vector<Section>& high_pass_sections) {
+BinLevels levels_of(const std::string& path,
+                    const std::vector<Section>& high_pass_sections,
+                    PeakOf peak_of) {
     InputFile file(path);
-    LevelAnalyser analyser(file.info().channels, file.info().samplerate, high_pass_sections);
+    LevelAnalyser analyser(file.info().channels, file.info().samplerate, high_pass_sections,
+                           peak_of);
     stream::pump(file.source(), analyser, stream::kToTheEnd);
     return std::move(analyser.levels());
 }
@@ -159,7 +162,7 @@ void PreparationRun::analyse() {
                                  " channels, at most 2 can be leveled");
     }
     high_pass_ = {gentle_high_pass(info_.samplerate)};
-    LevelAnalyser analyser(info_.channels, info_.samplerate, high_pass_);
+    LevelAnalyser analyser(info_.channels, info_.samplerate, high_pass_, PeakOf::kSamples);
     stream::pump(file.source(), analyser, stream::kToTheEnd);
     bin_frames_ = analyser.bin_frames();
     peak_ = analyser.peak();
@@ -187,7 +190,7 @@ void PreparationRun::choose_high_pass() {
     if (!steep_.empty()) {
         facts_.steep_high_pass = true;
         high_pass_.insert(high_pass_.begin(), steep_.begin(), steep_.end());
-        replace_rumbling_levels(levels_, levels_of(run_.recording, high_pass_));
+        replace_rumbling_levels(levels_, levels_of(run_.recording, high_pass_, PeakOf::kSamples));
     }
 }
 
@@ -223,7 +226,7 @@ bool PreparationRun::run_the_engine() {
  * that is as even as that already gets one gain.
  */
 void PreparationRun::judge() {
-    after_ = levels_of(leveled_copy_, {});
+    after_ = levels_of(leveled_copy_, {}, PeakOf::kWave);
     if (phrases_.phrases.empty() || sets_engine(run_.tuning)) {
         return;
     }
