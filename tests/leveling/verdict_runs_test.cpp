@@ -140,8 +140,7 @@ INSTANTIATE_TEST_SUITE_P(
              "Ready for podcast, but: another voice seems to spill in, [0-9.]+ dB under the main "
              "one\\.",
              "", 0, 0},
-        Case{"six channels", [] { return of_channels(6); }, "failed in.wav: .*6 channels.*", "eady",
-             1, 1},
+        Case{"six channels", [] { return of_channels(6); }, "Ready for podcast\\.", "failed", 0, 0},
         Case{"very quiet", [] { return part(0, 23, 0.01); },
              "Ready for podcast, but: it was so quiet that it was raised by [0-9.]+ dB\\.",
              "before leveling", 0, 0},
