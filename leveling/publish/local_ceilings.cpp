@@ -12,7 +12,7 @@ namespace {
 // Below the limit: what the next coding may bring above it. It doubles with each call, as a coder
 // that is started with another level puts other peaks above the limit.
 constexpr double kNearDb = 0.05;
-constexpr int kMostDoublings = 4;
+constexpr int kMostDoublings = 2;
 constexpr double kRoomDb = 0.15;  // below the limit, for each call
 /** What is rendered lower than this share of the limit counts as that high. */
 constexpr double kLeastRendered = 0.25;
