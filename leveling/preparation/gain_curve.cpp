@@ -212,10 +212,13 @@ std::vector<float> limited_curve(const std::vector<float>& peaks,
 std::vector<bool> bins_to_limit(const std::vector<float>& peaks,
                                 double ceiling_db,
                                 const std::vector<float>& curve_db) {
-    const std::vector<double> excess = with_neighbours(excess_of(peaks, ceiling_db, curve_db));
-    std::vector<bool> result(excess.size());
-    std::transform(excess.begin(), excess.end(), result.begin(),
-                   [](double over) { return over > -kWaveRise_db; });
+    std::vector<double> excess = excess_of(peaks, ceiling_db, curve_db);
+    for (double& over : excess) {
+        over += kWaveRise_db;
+    }
+    const std::vector<double> over = with_neighbours(excess);
+    std::vector<bool> result(over.size());
+    std::transform(over.begin(), over.end(), result.begin(), [](double db) { return db > 0; });
     return result;
 }
 
