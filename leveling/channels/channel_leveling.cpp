@@ -178,23 +178,25 @@ class ChannelRun {
 
     void choose() {
         const int centre = layout_.centre();
-        if (layout_.is_scene) {
-            use_ = ChannelUse::Curve;
-        } else if (layout_.is_poly) {
+        const bool named = centre >= 0 || !layout_.map.empty();
+        if (!layout_.is_scene && (layout_.is_poly || (!named && voices() > 1))) {
             use_ = ChannelUse::Tracks;
-        } else if (centre >= 0) {
-            const bool speaks =
-                voice_curve(analyser_.levels(static_cast<std::size_t>(centre)), {}).has_speech();
-            use_ = speaks ? ChannelUse::Dialogue : ChannelUse::Curve;
-        } else if (layout_.map.empty()) {
-            const std::vector<TrackPlan> plans = planned_tracks();
-            const auto voices =
-                std::count_if(plans.begin(), plans.end(),
-                              [](const TrackPlan& plan) { return !plan.is_silent(); });
-            use_ = voices > 1 ? ChannelUse::Tracks : ChannelUse::Curve;
+        } else if (!layout_.is_scene && centre >= 0 && speaks(centre)) {
+            use_ = ChannelUse::Dialogue;
         } else {
             use_ = ChannelUse::Curve;
         }
+    }
+
+    bool speaks(int channel) {
+        return voice_curve(analyser_.levels(static_cast<std::size_t>(channel)), {}).has_speech();
+    }
+
+    /** How many channels hold a voice of their own. */
+    std::ptrdiff_t voices() {
+        const std::vector<TrackPlan> plans = planned_tracks();
+        return std::count_if(plans.begin(), plans.end(),
+                             [](const TrackPlan& plan) { return !plan.is_silent(); });
     }
 
     bool level_tracks() {

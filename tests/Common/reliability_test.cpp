@@ -161,19 +161,19 @@ TEST_F(Reliability, WhatIsDoneToARecordingShowsInItsResult) {
 
 TEST_F(Reliability, BlocksAndThreadsLeaveNoTrace) {
     using stream::HelperThread;
-    using Help = HelperThread::Help;
-    const Help usual = HelperThread::is_used() ? Help::kHelped : Help::kAlone;
+    const HelperThread::Help usual =
+        HelperThread::is_used() ? HelperThread::Help::kHelped : HelperThread::Help::kAlone;
 
     struct Row {
-        Help help;
+        HelperThread::Help help;
         int block_samples;
     };
 
-    const Row rows[] = {{Help::kAlone, stream::kBlockSamples},
-                        {Help::kHelped, stream::kBlockSamples},
-                        {Help::kHelped, 1},
-                        {Help::kAlone, 4801},
-                        {Help::kHelped, 1 << 20}};
+    const Row rows[] = {{HelperThread::Help::kAlone, stream::kBlockSamples},
+                        {HelperThread::Help::kHelped, stream::kBlockSamples},
+                        {HelperThread::Help::kHelped, 1},
+                        {HelperThread::Help::kAlone, 4801},
+                        {HelperThread::Help::kHelped, 1 << 20}};
     for (const int format : {kWavFloat, SF_FORMAT_FLAC | SF_FORMAT_PCM_16}) {
         const Signal input = two_voices(4, 8000);
         level(input, format);
