@@ -16,6 +16,7 @@ namespace {
 /** Both forms that the option library knows, "--name value" and "--name=value". */
 std::string take_keep_intermediates(std::vector<std::string>& words) {
     const std::string name = "--keep-intermediates";
+    // The first word is the program's name.
     for (std::size_t i = 1; i < words.size(); ++i) {
         const auto word = words.begin() + static_cast<std::ptrdiff_t>(i);
         const bool joined = word->compare(0, name.size() + 1, name + "=") == 0;
@@ -27,6 +28,7 @@ std::string take_keep_intermediates(std::vector<std::string>& words) {
         if (value.empty()) {
             throw std::runtime_error(name + " needs a directory");
         }
+        // Removed, since the engine's parser does not know the option.
         words.erase(word, word + (separate ? 2 : 1));
         return value;
     }
@@ -51,6 +53,7 @@ po::options_description describe(EngineWords& found) {
     known.add_options()("options-file,o", po::value<std::string>(&found.options_file));
     known.add_options()("bit-depth,b", po::value<std::string>());
     known.add_options()("help,h", "")("version", "");
+    // The tuning options' values are not used here: only their names matter.
     int count = 0;
     const TuningOption* options = tuning_options(count);
     for (int i = 0; i < count; ++i) {
@@ -78,8 +81,10 @@ void find_paths(EngineWords& found) {
             values.count("options-file") != 0 ? values["options-file"].as<std::string>() : "";
         std::ifstream file;
         if (can_be_read_twice(path) && open_options_file(path, file)) {
+            // What the command line gave was stored first, and stays.
             po::store(po::parse_config_file(file, known), values);
         }
+        // Fills the fields of found that describe() named.
         po::notify(values);
     } catch (const po::error&) {  // its text is the engine's to tell
     }

@@ -62,6 +62,7 @@ class OneFile : public BatchObserver {
 
 /** Throws UsageError for what cannot be done with a pipe. */
 void check_streams(const Settings& settings) {
+    // A stream is one file: what names several is refused.
     if (settings.paths.size() != 1 || !settings.files_from.empty() || !settings.plan.empty() ||
         !settings.watch.empty() || !settings.output_dir.empty() || settings.dry_run ||
         !settings.report.empty() || settings.shard.count > 1) {
@@ -69,6 +70,7 @@ void check_streams(const Settings& settings) {
             "- stands for a standard stream, which goes with one input and one output, and without "
             "--output-dir, --files-from, --plan, --shard, --watch, --dry-run and --report");
     }
+    // The program would wait for typed bytes without a word.
     if (settings.paths.front() == kStandardStream && isatty(STDIN_FILENO)) {
         throw UsageError("the standard input is a terminal; pipe a recording into it");
     }
@@ -84,11 +86,13 @@ void check_streams(const Settings& settings) {
 /** Keeps the standard input in a file that is named after its content. */
 std::string spooled_input(const std::string& folder) {
     const std::string path = folder + "input";
+    // The folder is this run's own, so the name is free; only this user may read the recording.
     const Descriptor file(path, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
     if (!file.is_open() || !copy_all(STDIN_FILENO, file.get())) {
         throw std::system_error(errno, std::generic_category(),
                                 "the standard input cannot be kept in " + folder);
     }
+    // A stream has no name, so its first bytes decide.
     const std::string extension = extension_of_content(path);
     if (extension.empty()) {
         throw std::runtime_error(fs::file_size(path) == 0
@@ -105,9 +109,11 @@ PlannedFile plan_pipe(const Settings& settings, const std::string& folder) {
     const std::string input = named == kStandardStream ? spooled_input(folder) : named;
     PlannedFile file;
     file.input = input;
+    // No name of an output: nothing is written.
     if (settings.analyze) {
         return file;
     }
+    // A named output follows the same rules as that of any file, also where it exists.
     if (settings.output != kStandardStream) {
         std::vector<PlannedFile> plan =
             plan_outputs(settings, {{input, fs::path(input).filename().string()}});
@@ -117,6 +123,7 @@ PlannedFile plan_pipe(const Settings& settings, const std::string& folder) {
     if (!fs::is_regular_file(input)) {
         throw UsageError(fmt::format("{} is not a file; --output - takes one", input));
     }
+    // The output has the format of the input.
     file.output = folder + "output." + lower_extension(input);
     return file;
 }
@@ -134,15 +141,18 @@ bool write_out(const std::string& path, Screen& screen) {
 
 /** Works on the file; returns the signal that stopped it, or 0. */
 int work_on(const Settings& settings, const PlannedFile& file, OneFile& one) {
+    // Decided before the work, as for an output that exists.
     if (file.known) {
         one.finished(0, *file.known);
         return 0;
     }
     JobOptions options = job_options(settings);
+    // A file that is only measured is made for no destination.
     if (settings.analyze) {
         options.destination.clear();
     }
     Batch batch(1, options, one);
+    // While this lives, SIGINT, SIGTERM and SIGHUP stop the batch.
     const StopSignals signals(batch);
     batch.add(file.input, file.output,
               settings.force ? Batch::Existing::Replace
@@ -169,6 +179,7 @@ bool is_pipe(const Settings& settings) {
 // The facts name the streams as the user did, not the temporary files.
 int run_pipe(const Settings& asked) {
     Settings settings = asked;
+    // Without --output the result goes to the standard output.
     if (settings.output.empty() && !settings.analyze) {
         settings.output = kStandardStream;
     }
@@ -186,6 +197,7 @@ int run_pipe(const Settings& asked) {
     facts.input = settings.paths.front();
     if (settings.output == kStandardStream) {
         facts.output = settings.output;
+        // An input that was copied unchanged is an output as well.
         const bool made = facts.outcome == Outcome::Leveled || facts.outcome == Outcome::Copied;
         if (made && !write_out(file.output, screen)) {
             facts.outcome = Outcome::Failed;
@@ -196,6 +208,7 @@ int run_pipe(const Settings& asked) {
     results.add(0, std::move(facts));
     tell_results(settings, results, 0, signal, screen);
     const int status = status_of(settings, results, lines, screen);
+    // As shells report it: 130 after Ctrl-C.
     return signal ? kSignalBase + signal : status;
 }
 

@@ -38,9 +38,11 @@ void JsonLines::write(const FileFacts& facts) {
 void JsonLines::write(const nlohmann::ordered_json& front, const FileFacts* facts) {
     if (wanted_ && error_ == 0) {
         nlohmann::ordered_json document = front;
+        // With --no-curves the document has no curves over time.
         if (facts) {
             document.update(facts_document(*facts, settings_.destinations, settings_.curves));
         }
+        // Flushed line by line, so that a reader sees each file as it ends.
         const std::string line = dump(document) + "\n";
         const bool written =
             fwrite(line.data(), 1, line.size(), stdout) == line.size() && fflush(stdout) == 0;
@@ -62,12 +64,14 @@ void SharedFailures::add(const FileFacts& facts) {
 
 bool SharedFailures::report(const FileFacts& facts, Screen& screen) {
     const auto shared = count_of_.find(facts.cause);
+    // A cause that one file alone has is printed with that file.
     if (!is_failure(facts.outcome) || shared == count_of_.end() || shared->second < 2) {
         return false;
     }
     if (reported_.insert(facts.cause).second) {
         screen.error(shared_failure_line(shared->second, facts, screen));
     }
+    // The caller prints nothing more about this file.
     return true;
 }
 
@@ -75,9 +79,11 @@ namespace {
 
 /** What follows a file's line: ". Ready for podcast, but: the right side is silent." */
 std::string standing(const Settings& settings, const FileFacts& facts) {
+    // Neither measured nor part of a conversation: nothing is known about its sound.
     if (!facts.before && !facts.conversation) {
         return "";
     }
+    // A track is never published alone, so no target applies to it.
     if (!settings.destinations.empty() && !facts.is_track()) {
         return ". " + printable(readiness(facts, settings.destinations, Face::CommandLine));
     }
@@ -92,6 +98,7 @@ void tell_finished(const Settings& settings,
                    Files files,
                    Screen& screen,
                    JsonLines& lines) {
+    // Failures go to the standard error, also with --quiet.
     if (is_failure(facts.outcome)) {
         screen.error(finished_line(facts, screen));
     } else if (facts.earlier_arithmetic) {
@@ -126,6 +133,7 @@ void tell_results(
         print_notes(files, screen);
     }
     print_findings(files, screen);
+    // The result files get their final names only now; page is "" without a report.
     const std::string page = results.commit();
     if (!page.empty()) {
         screen.line(fmt::format("report: {}", printable(page)));
@@ -139,6 +147,7 @@ bool write_failed_list(const Settings& settings, const FactsList& files, Screen&
     const char end = settings.null ? '\0' : '\n';
     bool complete = true;
     try {
+        // Under a temporary name until commit(), so that a list that is cut short is never read.
         StagedText list(settings.failed);
         for (const FileFacts& facts : files) {
             if (!is_failure(facts.outcome)) {
@@ -180,6 +189,7 @@ int status_of(const Settings& settings,
     }
     const bool listed =
         settings.failed.empty() || write_failed_list(settings, results.files(), screen);
+    // Lines that the screen could not write to the log or the output.
     const std::vector<std::string> lost = screen.problems();
     for (const std::string& problem : lost) {
         screen.error(fmt::format("quorvane: {}", printable(problem)));
@@ -204,6 +214,7 @@ int status_of(const Settings& settings,
     if (!ready && !settings.destinations.empty()) {
         return kNotReady;
     }
+    // With --strict one finding that is a problem is enough.
     return settings.strict && std::any_of(files.begin(), files.end(), has_problem) ? kNotReady
                                                                                    : kAllDone;
 }
@@ -231,6 +242,7 @@ int run_command(int argc,
     // For the widths of signs on the screen; numbers keep their decimal point.
     setlocale(LC_CTYPE, "");
     try {
+        // A merge levels nothing, so no file of defaults is read for it.
         const Settings settings = merges ? parse_command_line(argc, argv)
                                          : parse_command_line(argc, argv, standard_config_places());
         if (settings.help) {

@@ -79,6 +79,7 @@ void ShownBatch::run() {
         work_through();
     }
     for (std::size_t i = 0; i < plan_.size(); ++i) {
+        // Without an end until now: a failure limit or a signal came first.
         if (!files_[i].ended) {
             FileFacts facts = never_begun(plan_[i]);
             facts.cause = signal() != 0 ? "stopped" : facts.cause;
@@ -88,6 +89,7 @@ void ShownBatch::run() {
 }
 
 void ShownBatch::started(std::size_t index) {
+    // The index counts what was queued; places_ holds its place in the plan.
     running_.push_back(places_[index]);
     file(index).started = Clock::now();
     file(index).begun = true;
@@ -110,6 +112,7 @@ void ShownBatch::finished(std::size_t index, const FileFacts& facts) {
     // Files that were cancelled because of it end here as well, and say why.
     const bool had_enough = enough_failures();
     end(place, had_enough && !files_[place].begun ? never_begun(plan_[place]) : facts);
+    // The failure that reaches the limit cancels the rest, once.
     if (enough_failures() && !had_enough) {
         for (std::size_t i = 0; i < places_.size(); ++i) {
             if (!file(i).begun) {
@@ -131,6 +134,7 @@ void ShownBatch::tick() {
 
 // Works on all files that are not at their end and have settled.
 void ShownBatch::work_through() {
+    // All are counted first, so that the first line of a shared cause has their number.
     shared_ = {};
     for (std::size_t i = 0; i < plan_.size(); ++i) {
         if (plan_[i].known && !files_[i].ended) {
@@ -153,6 +157,7 @@ void ShownBatch::queue_files() {
     bool has_group = false;
     for (std::size_t i = 0; i < plan_.size() && !enough_failures(); ++i) {
         const PlannedFile& planned = plan_[i];
+        // The second pass takes what is still being written.
         if (planned.settling || files_[i].ended) {
             continue;
         }
@@ -207,6 +212,7 @@ bool ShownBatch::settle() {
         "waiting up to a minute for {}{}, changed less than {:g} s ago", printable(inputs.front()),
         inputs.size() == 1 ? std::string() : fmt::format(" and {} more", inputs.size() - 1),
         settings_.settle_s));
+    // True for a file that still changed at the end of the wait.
     const std::vector<bool> young =
         wait_until_settled(inputs, settings_.settle_s, [this] { return signal() != 0; });
     look_into(places, young);
@@ -259,6 +265,7 @@ void ShownBatch::end(std::size_t place, const FileFacts& facts) {
     failures_ += is_failure(facts.outcome) ? 1 : 0;
     FileFacts told = facts;
     add_note(plan_[place], told);
+    // The JSON has a line for every file, also where the screen has one for a folder.
     if (shared_.report(told, screen_)) {
         lines_.write(told);
     } else {

@@ -75,6 +75,8 @@ class ShownWatch : public WatchObserver {
     }
 
     void finished(const FileFacts& facts) override {
+        // Its line of JSON has "event" in front and is written below, so this call gets lines that
+        // go nowhere.
         static const Settings kNoJson;
         JsonLines none(kNoJson);
         tell_finished(settings_, facts, Files::Several, screen_, none);
@@ -87,6 +89,7 @@ class ShownWatch : public WatchObserver {
     }
 
     void reopen() override {
+        // After SIGHUP, which log rotation sends once it has renamed the file.
         screen_.reopen_log();
         screen_.line("the log was opened again");
     }
@@ -133,6 +136,7 @@ PlannedFile failed(const std::string& path, const std::string& cause) {
 /** What is to be done with files that arrived: see WatchRequest::plan. */
 std::vector<PlannedFile> plan_arrivals(const Settings& settings,
                                        const std::vector<std::string>& paths) {
+    // Outputs of this program may lie in the same folder: leveled again they would never end.
     FoundFiles found = find_files_below(settings.watch, paths,
                                         {settings.suffix, settings.output_dir, OwnOutputs::LeaveOut,
                                          settings.keep_top ? Top::Keep : Top::Drop});
@@ -170,6 +174,7 @@ std::string program_of(const std::string& program) {
 
 /** Throws UsageError where the file would take the place of something else. */
 void check_metrics_file(const std::string& path) {
+    // The first line of every file of counts. A file that begins in another way may be the user's.
     constexpr const char* kStart = "# HELP quorvane";
     std::error_code error;
     if (path.empty() || !fs::exists(path, error)) {
@@ -178,6 +183,7 @@ void check_metrics_file(const std::string& path) {
     std::string line;
     std::ifstream in(path);
     std::getline(in, line);
+    // An empty file has nothing to lose, so it is accepted.
     if (!fs::is_regular_file(path, error) || (!line.empty() && line.rfind(kStart, 0) != 0)) {
         throw UsageError(fmt::format(
             "--metrics {} exists and does not look like such a file; name another one", path));
@@ -197,6 +203,7 @@ WatchRequest request_of(const Settings& settings) {
     request.options = job_options(settings);
     request.on_done = program_of(settings.on_done);
     request.metrics = settings.metrics;
+    // The function owns the set, which therefore lasts as long as the watch.
     request.plan = [&settings, cleaned = std::set<std::string>()](
                        const std::vector<std::string>& paths) mutable {
         std::vector<PlannedFile> plan = plan_arrivals(settings, paths);
@@ -226,6 +233,7 @@ int run_watch(const Settings& asked) {
     while (settings.watch.size() > 1 && settings.watch.back() == '/') {
         settings.watch.pop_back();
     }
+    // A watch has no end that a bar could show.
     settings.progress = When::Never;
     check_facts_paths(settings, 1);
     check_metrics_file(settings.metrics);
@@ -235,9 +243,11 @@ int run_watch(const Settings& asked) {
     constexpr std::size_t kOwn = 64;       // streams, log, locks, notifications
     constexpr std::size_t kForWorker = 8;  // its pipes and its output
     require_open_files(kOwn + kForWorker * settings.jobs);
+    // Temporary folders of runs that were killed.
     remove_stale_scratch_directories();
     ShownWatch shown(settings, screen, lines);
     Watcher(std::move(request), shown).run();
+    // Lines of JSON or of the log that were lost make the status 1.
     const bool lost = lines.error() != 0 || !screen.problems().empty();
     for (const std::string& problem : screen.problems()) {
         screen.error(fmt::format("quorvane: {}", printable(problem)));

@@ -31,6 +31,7 @@ namespace {
  * recordings may come from anywhere. What is wrong in it stops the run with its line, since a
  * default that is silently dropped would level a whole archive in another way.
  */
+// Looked for in the system's folder, in the user's and beside the recordings.
 constexpr const char* kFileName = "quorvane.conf";
 // Far more than all options take; what is larger is a recording or a device by mistake.
 constexpr std::size_t kMostBytes = 1 << 16;
@@ -65,6 +66,7 @@ std::string at_line(const std::string& path, std::size_t line) {
     return fmt::format("{}, line {}", path, line);
 }
 
+/** For the suggestion in a message about a misspelled name. */
 std::vector<std::string> option_names() {
     std::vector<std::string> names;
     for (const OptionRow& row : option_table()) {
@@ -76,6 +78,7 @@ std::vector<std::string> option_names() {
 /** Throws UsageError for a name that the file may not set. */
 const OptionRow& option_of(const ConfigValue& value) {
     const OptionRow* row = find_option(value.name);
+    // Unknown names first, then what no file may set, then what only a folder's file may not.
     if (row == nullptr) {
         throw UsageError(fmt::format("{}: no option is called '{}'{}", value.origin, value.name,
                                      did_you_mean(value.name, option_names())));
@@ -96,6 +99,7 @@ const OptionRow& option_of(const ConfigValue& value) {
 /** "name = value"; of an option without an argument also "name" alone. */
 ConfigValue value_in(ConfigSource source, const std::string& line, const std::string& origin) {
     const std::size_t equals = line.find('=');
+    // Without "=" the whole line is the name.
     ConfigValue value{source, boost::algorithm::trim_copy(line.substr(0, equals)), "", origin};
     const OptionRow& row = option_of(value);
     const bool has_value = equals != std::string::npos;
@@ -106,6 +110,7 @@ ConfigValue value_in(ConfigSource source, const std::string& line, const std::st
         throw UsageError(fmt::format("{}: '{}' needs a value, as in {} = {}", origin, value.name,
                                      value.name, row.argument));
     }
+    // The name of a switch alone means yes.
     if (row.argument.empty()) {
         value.value = has_value ? value.value : "yes";
         if (value.value != "yes" && value.value != "no") {
@@ -125,6 +130,7 @@ void add_values(ConfigSource source,
     // Editors of some systems begin a file with a byte order mark.
     constexpr const char* kMark = "\xEF\xBB\xBF";
     std::istringstream in(text.rfind(kMark, 0) == 0 ? text.substr(std::strlen(kMark)) : text);
+    // Lines count from 1, as in editors; empty lines and comments count too.
     std::size_t number = 0;
     std::set<std::string> names;
     for (std::string line; std::getline(in, line);) {
@@ -135,6 +141,7 @@ void add_values(ConfigSource source,
         }
         const std::string origin = at_line(path, number);
         const ConfigValue value = value_in(source, line, origin);
+        // Which of two values was meant cannot be known, so neither is taken.
         if (!names.insert(value.name).second) {
             throw UsageError(fmt::format("{}: '{}' is set a second time", origin, value.name));
         }
@@ -151,6 +158,7 @@ void add_values(ConfigSource source,
 std::string reason_against(int file) {
     struct stat status {};
 
+    // The open descriptor is checked and not the path, which could name another file by now.
     if (fstat(file, &status) != 0) {
         return std::strerror(errno);
     }
@@ -168,6 +176,7 @@ std::string reason_against(int file) {
 
 /** All of the file. Throws UsageError if that fails or the file is too large to be meant. */
 std::string content_of(int file, const std::string& path) {
+    // One byte more than is allowed, so that a larger file is noticed without reading all of it.
     std::string text(kMostBytes + 1, '\0');
     std::size_t size = 0;
     for (;;) {
@@ -183,6 +192,7 @@ std::string content_of(int file, const std::string& path) {
             break;
         }
     }
+    // A null byte means binary data: a recording by mistake.
     if (size > kMostBytes || text.find('\0') < size) {
         throw UsageError(
             fmt::format("{} is not a list of options; correct it or give --no-config", path));
@@ -199,6 +209,7 @@ void add_file(ConfigSource source,
               const std::string& path,
               const std::function<void(const ConfigValue&)>& check,
               Configuration& configuration) {
+    // In a folder of recordings a link is refused: it could point to any file of this user.
     // Without waiting: a pipe of that name would wait for its writer.
     const int link_rule = source == ConfigSource::Folder ? O_NOFOLLOW : 0;
     const Descriptor file(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | link_rule);
@@ -208,11 +219,13 @@ void add_file(ConfigSource source,
             configuration.looked.push_back(path + ": absent");
             return;
         }
+        // O_NOFOLLOW reports a link as ELOOP.
         reason = errno == ELOOP ? "it is a link" : std::strerror(errno);
     } else {
         reason = reason_against(file.get());
     }
     if (!reason.empty()) {
+        // --show-config lists what was looked for; an ignored file is a note in every run.
         configuration.looked.push_back(fmt::format("{}: not read, {}", path, reason));
         configuration.ignored.push_back(fmt::format("{} is not read: {}", path, reason));
         return;
@@ -223,6 +236,8 @@ void add_file(ConfigSource source,
 
 /** Whether a value of a stronger source makes the other one void. */
 bool overrides(const std::string& stronger, const std::string& weaker) {
+    // Options that contradict each other: across two sources the stronger one wins silently, since
+    // only a contradiction within the user's own words is a mistake.
     constexpr std::pair<const char*, const char*> kExclude[] = {
         {"for", "target"},    {"output", "output-dir"}, {"output", "keep-top"},
         {"quiet", "verbose"}, {"strict", "salvage"},    {"force", "redo-changed"},
@@ -249,12 +264,14 @@ ConfigPlaces standard_config_places() {
     } else if (home != nullptr && home[0] == '/') {
         places.user = fmt::format("{}/.config/quorvane/{}", home, kFileName);
     }
+    // Without either variable places.user stays empty, and no such file is looked for.
     return places;
 }
 
 Configuration read_configuration(const ConfigPlaces& places,
                                  const std::string& folder,
                                  const std::function<void(const ConfigValue&)>& check) {
+    // From the weakest source to the strongest.
     Configuration configuration;
     if (!places.system.empty()) {
         add_file(ConfigSource::System, places.system, check, configuration);
@@ -274,16 +291,19 @@ std::string config_folder(const std::vector<std::string>& paths) {
     std::set<std::string> folders;
     std::string with_file;
     for (const std::string& path : paths) {
+        // The standard input has no folder.
         if (path == "-") {
             continue;
         }
         std::error_code error;
         fs::path folder = path;
+        // The folder of a file; of a bare name the current one.
         if (!fs::is_directory(folder, error)) {
             folder = folder.has_parent_path() ? folder.parent_path() : fs::path(".");
         }
         const fs::path real = fs::canonical(folder, error);
         if (folders.insert(error ? folder.string() : real.string()).second &&
+            // A link counts as well, also a broken one: it is then reported as ignored.
             fs::exists(fs::symlink_status(folder / kFileName, error))) {
             with_file = folder.string();
         }
@@ -301,6 +321,7 @@ std::vector<ConfigValue> effective_values(const std::vector<ConfigValue>& values
     const bool watches = std::any_of(values.begin(), values.end(), [](const ConfigValue& value) {
         return value.name == "watch";
     });
+    // A file may set these two for every watch; without a watch they are dropped.
     const auto is_idle = [&](const ConfigValue& value) {
         return !watches && value.source != ConfigSource::CommandLine &&
                (value.name == "on-done" || value.name == "metrics");
@@ -308,6 +329,7 @@ std::vector<ConfigValue> effective_values(const std::vector<ConfigValue>& values
     std::vector<ConfigValue> effective;
     std::copy_if(
         values.begin(), values.end(), std::back_inserter(effective), [&](const ConfigValue& value) {
+            // A value stays unless a stronger source sets the same option or one that excludes it.
             return !is_idle(value) &&
                    std::none_of(values.begin(), values.end(), [&](const ConfigValue& other) {
                        return other.source > value.source && overrides(other.name, value.name) &&

@@ -33,6 +33,7 @@ void add(const OptionRow& row, po::options_description& description) {
 }  // namespace
 
 po::options_description describe(OptionGroup group) {
+    // The library wraps the explanations to these widths.
     po::options_description description(title(group), kHelpWidth, kHelpTextWidth);
     for (const OptionRow& row : option_table()) {
         if (row.group == group) {

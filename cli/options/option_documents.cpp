@@ -32,6 +32,7 @@ std::string words_of(Completion completion) {
 
 /** A hyphen that stays a hyphen-minus, and no line that looks like a request. */
 std::string roff(const std::string& text) {
+    // Backslashes first, since the second replacement adds some.
     return replace_all_copy(replace_all_copy(text, "\\", "\\e"), "-", "\\-");
 }
 
@@ -48,6 +49,7 @@ std::string audio_extensions(const char* between) {
 /** The bash line that answers for an option's argument. */
 std::string bash_reply(Completion completion) {
     const std::string words = words_of(completion);
+    // A list of words wins over the kind of the argument.
     if (!words.empty()) {
         return fmt::format("COMPREPLY=($(compgen -W '{}' -- \"$cur\"))", words);
     }
@@ -57,6 +59,7 @@ std::string bash_reply(Completion completion) {
         case Completion::File:
             return "COMPREPLY=($(compgen -f -- \"$cur\"))";
         default:
+            // Free text: nothing is offered, also no file names.
             return "COMPREPLY=()";
     }
 }
@@ -72,6 +75,7 @@ std::string man_options() {
             if (row.group != group) {
                 continue;
             }
+            // An item: the next line is its tag, what follows is indented.
             text += ".TP\n";
             if (row.letter) {
                 text += fmt::format("\\fB\\-{}\\fR, ", row.letter);
@@ -89,13 +93,16 @@ std::string man_options() {
 std::string man_destinations() {
     std::string text;
     for (const Destination& destination : destinations()) {
+        // .BR alternates bold and roman, so that the brackets around a second word stay roman.
         text += destination.also.empty()
                     ? fmt::format(".TP\n.B {}\n", destination.word)
                     : fmt::format(".TP\n.BR {} \" (\" {} )\n", destination.word, destination.also);
         std::string asks = fmt::format("{}: {}", destination.name, destination.asks(2));
+        // The target of one channel differs from that of more.
         if (destination.mono_target != destination.other_target) {
             asks += "; with one channel " + destination.asks(1);
         }
+        // Plain roff is ASCII: \- is the minus and \(+- the sign of plus and minus.
         asks = replace_all_copy(replace_all_copy(asks, "−", "-"), "±", "+-");
         text += replace_all_copy(roff(asks), "+\\-", "\\(+-") + "\n";
     }
@@ -106,6 +113,7 @@ std::string bash_completion() {
     std::string all;
     std::string cases;
     for (const OptionRow& row : option_table()) {
+        // The pattern of a case branch, "--output|-o"; with spaces it is two words to offer.
         std::string names = "--" + row.name;
         if (row.letter) {
             names += fmt::format("|-{}", row.letter);
@@ -116,6 +124,8 @@ std::string bash_completion() {
         }
         cases += fmt::format("        {}) {}; return ;;\n", names, bash_reply(row.completion));
     }
+    // A line end separates words, for names with spaces; lists of words set IFS to a space for the
+    // one command that splits them.
     return fmt::format(
         "# bash completion for quorvane\n"
         "_quorvane() {{\n"
@@ -136,6 +146,7 @@ std::string bash_completion() {
 }
 
 std::string zsh_completion() {
+    // -s allows -qv for -q -v, and -S offers no options behind "--".
     std::string text = "#compdef quorvane\nsetopt localoptions extendedglob\n_arguments -s -S \\\n";
     for (const OptionRow& row : option_table()) {
         std::string help = row.help;
@@ -146,6 +157,7 @@ std::string zsh_completion() {
         std::string action;
         if (!row.argument.empty()) {
             const std::string words = words_of(row.completion);
+            // "_files -/" offers folders, "_files" any file, an empty action nothing.
             action = fmt::format(":{}:{}", row.argument,
                                  !words.empty()                            ? "(" + words + ")"
                                  : row.completion == Completion::Directory ? "_files -/"
@@ -154,6 +166,7 @@ std::string zsh_completion() {
         }
         const std::string end = single_quoted(fmt::format("[{}]{}", help, action));
         if (row.letter) {
+            // Either form excludes the other, and both have one description.
             text +=
                 fmt::format("  '(-{0} --{1})'{{-{0},--{1}}}{2} \\\n", row.letter, row.name, end);
         } else {
@@ -179,6 +192,7 @@ std::string fish_completion() {
         }
         const std::string words = words_of(row.completion);
         if (!words.empty()) {
+            // -x: an argument is needed, and no files are offered; -r -F: needed, with files.
             text += fmt::format(" -x -a '{}'", words);
         } else if (row.completion == Completion::Directory) {
             text += " -x -a '(__fish_complete_directories)'";
@@ -187,6 +201,7 @@ std::string fish_completion() {
         } else if (!row.argument.empty()) {
             text += " -x";
         }
+        // In single quotes fish escapes a quote with a backslash alone.
         text += fmt::format(" -d {}\n", replace_all_copy(single_quoted(row.help), "'\\''", "\\'"));
     }
     return text;

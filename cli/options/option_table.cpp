@@ -18,6 +18,7 @@ std::vector<OptionRow> own_options() {
     using G = OptionGroup;
     using C = Completion;
     return {
+        // What most calls need.
         {G::First, "for", 0, "TARGET", C::Destination,
          "match a delivery target (loudness and true peak) with a gain and a true-peak limiter: " +
              listed_destinations() +
@@ -35,6 +36,7 @@ std::vector<OptionRow> own_options() {
         {G::First, "report", 0, "PATH", C::File,
          "write an HTML report; for several inputs PATH is a folder with an index page"},
 
+        // The outputs' names, and what happens to those of earlier runs.
         {G::Output, "suffix", 0, "TEXT", C::None,
          "text added to the output's name before the extension (default: -leveled)"},
         {G::Output, "keep-top", 0, "", C::None,
@@ -54,6 +56,7 @@ std::vector<OptionRow> own_options() {
         {G::Output, "audio-codec", 0, "NAME", C::None,
          "codec for the leveled audio of a video or other media file (default: the input's)"},
 
+        // What is read, in which way it is leveled, and how the work is divided.
         {G::Work, "target", 0, "TARGET", C::Destination, "the same as --for"},
         {G::Work, "channels", 0, "USE", C::Channels,
          "what a file's channels are to each other: tracks (a microphone for each voice), dialogue "
@@ -99,6 +102,7 @@ std::vector<OptionRow> own_options() {
          "with --watch: run PROGRAM for each finished file, without arguments; the result is in "
          "its environment (QUORVANE_OUTPUT and others)"},
 
+        // What is written besides the audio.
         {G::Facts, "no-listen", 0, "", C::None, "leave the audio excerpts out of the report"},
         {G::Facts, "json", 0, "PATH", C::File,
          "write the results as JSON, one line per file; - is the standard output"},
@@ -112,11 +116,13 @@ std::vector<OptionRow> own_options() {
          "with --watch: keep counts for monitoring in FILE, as the node exporter reads them"},
         {G::Facts, "log", 0, "FILE", C::File, "append every line, with its time, to FILE"},
 
+        // What the terminal shows. The results do not depend on it.
         {G::Display, "quiet", 'q', "", C::None, "print errors only"},
         {G::Display, "verbose", 'v', "", C::None, "print the engine's messages as well"},
         {G::Display, "color", 0, "WHEN", C::When, "use colors: auto, always or never"},
         {G::Display, "progress", 0, "WHEN", C::When, "show progress bars: auto, always or never"},
 
+        // All but --no-config print an answer and exit.
         {G::Other, "explain", 0, "[CODE]", C::Finding,
          "explain a finding: what it means, why it matters, what to do now and before the next "
          "recording; without CODE list all findings"},
@@ -142,11 +148,13 @@ std::vector<OptionRow> tuning_rows() {
             letter = name[comma + 1];
             name.erase(comma);
         }
+        // The only tuning option whose value is a word; all others take numbers.
         const bool cost = name == "segment-cost-function";
         rows.push_back({OptionGroup::Tuning, name, letter, "VALUE",
                         cost ? Completion::CostFunction : Completion::None,
                         std::string(options[i].help) + ", default " + options[i].default_text});
     }
+    // Not in the engine's table, but options of its parser.
     rows.push_back({OptionGroup::Tuning, "options-file", 0, "FILE", Completion::File,
                     "file with a line name=value for each tuning option"});
     rows.push_back({OptionGroup::Tuning, "bit-depth", 'b', "BITS", Completion::BitDepth,
@@ -185,9 +193,11 @@ const char* title(OptionGroup group) {
         case OptionGroup::Other:
             return "Other";
     }
+    // Reached only with a value outside of the enumeration.
     return "";
 }
 
+// The order of the sections in --help and in the manual page.
 const std::vector<OptionGroup>& option_groups() {
     static const std::vector<OptionGroup> groups = {
         OptionGroup::First,   OptionGroup::Output, OptionGroup::Work, OptionGroup::Facts,
@@ -201,6 +211,7 @@ std::vector<const char*> choices(Completion completion) {
         case Completion::When:
             return {"auto", "always", "never"};
         case Completion::BitDepth:
+            // Bits a sample; 0 takes the input's.
             return {"0", "8", "16", "24", "32"};
         case Completion::CostFunction:
             return {"SSD0", "MSD0"};
@@ -210,6 +221,7 @@ std::vector<const char*> choices(Completion completion) {
             std::vector<const char*> words;
             for (const Destination& destination : destinations()) {
                 words.push_back(destination.word.c_str());
+                // Some targets have a second word, which is offered as well.
                 if (!destination.also.empty()) {
                     words.push_back(destination.also.c_str());
                 }
@@ -223,6 +235,7 @@ std::vector<const char*> choices(Completion completion) {
             }
             return codes;
         }
+        // Files, folders and free text have no list.
         default:
             return {};
     }

@@ -25,11 +25,13 @@ bool read_number(const std::string& text, std::size_t& number) {
 
 /** Throws UsageError that names what is meant instead. */
 [[noreturn]] void refuse_destination(const std::string& word) {
+    // A target that is written in full has errors of its own, such as a loudness out of range.
     if (const std::string problem = own_destination(word).problem; !problem.empty()) {
         throw UsageError(fmt::format("--for {}: {}", word, problem));
     }
     std::vector<std::string> words = all_destination_words();
     const std::string listed = boost::algorithm::join(words, ", ");
+    // Suggested as well where a target in full was misspelled.
     words.emplace_back("lufs=-18:tp=-1.5");
     throw UsageError(fmt::format("--for takes {} or a target such as lufs=-18:tp=-1.5, not '{}'{}",
                                  listed, word, did_you_mean(word, words)));
@@ -79,6 +81,7 @@ double parse_settle(const std::string& text) {
     constexpr double kMostSeconds = 60;  // as long as a run waits
     double seconds = 0;
     // The library would also accept "1e1", "inf" and "nan".
+    // A text with two points passes this test and fails in the conversion.
     const bool decimal = text.find_first_not_of("0123456789.") == std::string::npos;
     if (!decimal || !boost::conversion::try_lexical_convert(text, seconds) ||
         seconds > kMostSeconds) {
@@ -103,6 +106,7 @@ int parse_audio_stream(const std::string& text) {
 std::vector<std::string> parse_destinations(const std::string& text) {
     std::vector<std::string> given;
     boost::algorithm::split(given, text, [](char c) { return c == ','; });
+    // In the order given, without repeats, each by its main word.
     std::vector<std::string> words;
     for (const std::string& word : given) {
         const std::optional<Destination> destination = find_destination(word);

@@ -76,6 +76,7 @@ class Words {
         po::parsed_options parsed(&options_);
         for (const ConfigValue& value : values) {
             const bool takes_one = takes_argument(value.name);
+            // A switch that a file sets to "no" is the same as one that is not given.
             if (value.source == ConfigSource::CommandLine || (!takes_one && value.value == "no")) {
                 continue;
             }
@@ -120,12 +121,14 @@ class Words {
         }
     }
 
+    /** In the order in which they were given; empty without any. */
     std::vector<std::string> paths() const {
         return given("path") ? values_["path"].as<std::vector<std::string>>()
                              : std::vector<std::string>();
     }
 
   private:
+    /** Whether the table has such an option with an argument, optional ones included. */
     static bool takes_argument(const std::string& name) {
         const std::vector<OptionRow>& table = option_table();
         return std::any_of(table.begin(), table.end(), [&](const OptionRow& row) {
@@ -133,6 +136,7 @@ class Words {
         });
     }
 
+    // Every option of the table, and "path" for the words without a name.
     po::options_description options_;
     po::variables_map values_;
 };
@@ -151,11 +155,13 @@ void read_places(const Words& words, Settings& settings) {
     }
     for (const char* name : {"for", "target"}) {
         if (words.given(name)) {
+            // Throws UsageError for an unknown target, with the nearest known word.
             settings.destinations = parse_destinations(words.value(name));
         }
     }
     words.read("mix", settings.mix);
     words.read("channels", settings.channels);
+    // Only checked here: a wrong word stops the run before any file is read.
     if (ChannelUse use{}; !settings.channels.empty() && !use_from_text(settings.channels, use)) {
         throw UsageError(fmt::format("--channels takes tracks, dialogue, curve or each, not '{}'",
                                      settings.channels));
@@ -172,6 +178,7 @@ void read_places(const Words& words, Settings& settings) {
 
 /** How much of it is done, and how much at once. */
 void read_amounts(const Words& words, Settings& settings) {
+    // Each field keeps its default where the option is not given.
     if (words.given("jobs")) {
         settings.jobs = static_cast<unsigned>(parse_number("jobs", words.value("jobs"), kMostJobs));
     }
@@ -179,6 +186,7 @@ void read_amounts(const Words& words, Settings& settings) {
         settings.max_failures =
             parse_number("max-failures", words.value("max-failures"), kMostFailures);
     }
+    // In seconds, 0 to 60, with decimals.
     if (words.given("settle")) {
         settings.settle_s = parse_settle(words.value("settle"));
     }
@@ -206,6 +214,7 @@ void read_switches(const Words& words, Settings& settings) {
     settings.salvage = words.given("salvage");
     settings.dry_run = words.given("dry-run");
     settings.analyze = words.given("analyze");
+    // These two are on unless they are switched off.
     settings.measure = !words.given("no-measure");
     settings.listen = !words.given("no-listen");
     settings.quiet = words.given("quiet");
@@ -221,6 +230,7 @@ void read_switches(const Words& words, Settings& settings) {
 /** The code behind --explain, which the parser takes for a PATH; empty: all codes. */
 std::string explained_code(const Words& words) {
     std::vector<std::string> codes = words.paths();
+    // The value of --explain=CODE; in "--explain CODE" the code is the first PATH.
     if (const std::string code = words.value("explain"); !code.empty()) {
         codes.insert(codes.begin(), code);
     }
@@ -242,6 +252,7 @@ std::vector<std::string> tuning_words(const Words& words) {
     std::vector<std::string> tuning;
     for (const OptionRow& row : option_table()) {
         if (row.group == OptionGroup::Tuning && words.given(row.name)) {
+            // One word with "=", so that a value may begin with a hyphen.
             tuning.push_back("--" + row.name + "=" + words.value(row.name));
         }
     }
@@ -260,6 +271,7 @@ void read_options(const Words& words, Settings& settings) {
 void check_tuning(const ConfigValue& value, const OptionRow& row) {
     const std::vector<const char*> words = choices(row.completion);
     double number = 0;
+    // A list of words, or a number. Files are checked by the code that opens them.
     if (!words.empty() && std::find(words.begin(), words.end(), value.value) == words.end()) {
         throw UsageError(fmt::format("--{} takes {}, not '{}'", value.name, fmt::join(words, ", "),
                                      value.value));
@@ -273,10 +285,12 @@ void check_tuning(const ConfigValue& value, const OptionRow& row) {
 /** Throws UsageError for a wrong value of a file, whatever else is set. */
 void check_value(const ConfigValue& value) {
     for (const OptionRow& row : option_table()) {
+        // Only the engine's options need this: read_options() checks all others.
         if (row.name == value.name && row.group == OptionGroup::Tuning) {
             check_tuning(value, row);
         }
     }
+    // As a command line with this value alone, so that both are checked by the same rules.
     const char* const name = "quorvane";
     Words words(1, &name);
     words.add({value});
@@ -305,6 +319,7 @@ void add_defaults(const ConfigPlaces& places, Words& words, Settings& settings) 
 std::string origins_in(const std::string& text, const std::vector<ConfigValue>& values) {
     std::string origins;
     for (const ConfigValue& value : values) {
+        // Whole names only: "--for" is not found in "--force".
         const std::string name = "--" + value.name;
         const std::size_t at = text.find(name);
         const bool whole = at != std::string::npos &&
@@ -338,6 +353,7 @@ Settings parse(int argc, const char* const* argv, const ConfigPlaces* places) {
         add_defaults(*places, words, settings);
     }
     read_options(words, settings);
+    // Contradictions are left unchecked: the listing is what helps to find them.
     if (settings.show_config) {
         return settings;
     }
@@ -365,6 +381,7 @@ std::string config_text(const Settings& settings) {
     for (const std::string& file : settings.config_files) {
         text += fmt::format("{}\n", file);
     }
+    // Without the two options that concern the listing alone.
     for (const ConfigValue& value : settings.values) {
         if (value.name != "show-config" && value.name != "no-config") {
             text += fmt::format("{:<40} ({})\n", fmt::format("{} = {}", value.name, value.value),

@@ -89,6 +89,7 @@ std::string right(const std::string& text, std::size_t columns) {
 
 /** Spaces at a line's end wrap in a terminal that is made narrower. */
 std::string trimmed(std::string line) {
+    // Of spaces alone nothing is left: npos + 1 is 0.
     line.erase(line.find_last_not_of(' ') + 1);
     return line + "\n";
 }
@@ -99,6 +100,7 @@ std::string wide_table(const FactsList& files,
                        std::size_t name_columns,
                        std::size_t number_columns,
                        std::size_t shared) {
+    // The column of names has no group and no unit.
     std::string groups = fit("", name_columns);
     std::string units = groups;
     std::string titles = fit("File", name_columns);
@@ -109,6 +111,7 @@ std::string wide_table(const FactsList& files,
             ++span;
         }
         if (*columns[i].group) {
+            // 1: the space in front of each number.
             groups += right(columns[i].group, span * (number_columns + 1));
             units += right(columns[i].unit, span * (number_columns + 1));
         }
@@ -116,6 +119,7 @@ std::string wide_table(const FactsList& files,
     }
     std::string table = trimmed(groups) + trimmed(units) + trimmed(titles);
     for (const FileFacts& facts : files) {
+        // Not measured, so without numbers; the counts include it.
         if (!facts.before) {
             continue;
         }
@@ -139,6 +143,7 @@ std::size_t shared_folder(const FactsList& files) {
         if (!first) {
             first = facts.input;
         }
+        // What is shared can only become shorter from file to file.
         std::size_t same = 0;
         const std::size_t most = std::min({shared, first->size(), facts.input.size()});
         while (same < most && (*first)[same] == facts.input[same]) {
@@ -155,6 +160,7 @@ std::size_t shared_folder(const FactsList& files) {
 std::string narrow_table(const FactsList& files, std::size_t columns) {
     constexpr std::size_t kIndent = 2;
     std::string table;
+    // An indented line, cut to the terminal's width: title, values, unit.
     const auto add = [&](const char* title, const std::string& values, const char* unit) {
         table += trimmed(
             fit(fmt::format("{:{}}{:<10}{} {}", "", kIndent, title, values, unit), columns));
@@ -164,6 +170,7 @@ std::string narrow_table(const FactsList& files, std::size_t columns) {
             continue;
         }
         table += trimmed(fit(printable(facts.input), columns));
+        // One number, or two where the file was leveled: "-23.1 > -16.0".
         const auto both = [&](double Loudness::*field) {
             std::string text = decimal((*facts.before).*field);
             if (facts.after) {
@@ -184,6 +191,7 @@ std::string narrow_table(const FactsList& files, std::size_t columns) {
 
 /** The first files that were not finished, and how to go on. */
 void print_interrupted(const FactsList& files, Screen& screen) {
+    // More names would push the rest of the summary out of sight.
     constexpr std::size_t kMostNamed = 10;
     std::size_t interrupted = 0;
     for (const FileFacts& facts : files) {
@@ -216,13 +224,16 @@ std::string loudness_table(const FactsList& files, std::size_t columns) {
     const std::vector<Column> table_columns = columns_for(files);
     // As wide as the longest name needs, within limits; the numbers come first.
     const std::size_t wanted = std::clamp(longest, kLeastNameColumns, kMostNameColumns);
+    // In a table of pairs each number has a title, "was" or "now"; otherwise none has.
     const bool pairs = table_columns.front().title[0] != '\0';
     std::size_t number_columns = pairs ? kNumberColumns : kSingleColumns;
     // Two columns of air for each number where there is room for them.
+    // 3: the space in front of a number, and the two.
     if (table_columns.size() * (number_columns + 3) + wanted <= columns) {
         number_columns += 2;
     }
     const std::size_t numbers = table_columns.size() * (number_columns + 1);
+    // Too narrow for the numbers beside the shortest name.
     if (columns < numbers + kLeastNameColumns) {
         return narrow_table(files, columns);
     }
@@ -260,8 +271,10 @@ std::string finished_line(const FileFacts& facts, const Screen& screen) {
     // Names come from outside: nothing in them may move the cursor or change colors.
     const std::string input = printable(facts.input);
     const std::string output = printable(facts.output);
+    // 32 is green (done), 33 yellow (not leveled), 31 red (failed).
     switch (facts.outcome) {
         case Outcome::Leveled: {
+            // A mix is made of all tracks, so it shows their number and no input.
             if (facts.conversation && facts.conversation->mix) {
                 return fmt::format("{} {} tracks > {} ({})", screen.paint("mixed", "32"),
                                    facts.conversation->tracks, output, clock_text(facts.elapsed_s));
@@ -295,6 +308,7 @@ std::string finished_line(const FileFacts& facts, const Screen& screen) {
         case Outcome::Interrupted:
             return fmt::format("{} {}", screen.paint("not finished", "33"), input);
     }
+    // Reached only with a value outside of the enumeration.
     return "";
 }
 
@@ -314,6 +328,7 @@ std::string shared_failure_line(std::size_t count, const FileFacts& first, const
 
 // Repeated at the end: in a long run the lines of single failures have scrolled away.
 void print_failures(const FactsList& files, Screen& screen) {
+    // Lines and not files: the failures of a folder share one.
     constexpr std::size_t kMostListed = 20;
     std::map<std::string, std::size_t> sharing;  // by the cause of a folder
     for (const FileFacts& facts : files) {
@@ -326,6 +341,7 @@ void print_failures(const FactsList& files, Screen& screen) {
     for (const FileFacts& facts : files) {
         std::size_t count = is_failure(facts.outcome) ? 1 : 0;
         if (const auto shared = sharing.find(facts.cause); count != 0 && shared != sharing.end()) {
+            // The first of them prints the line for all; those behind it find 0.
             count = std::exchange(shared->second, 0);
         }
         if (count == 0) {
