@@ -25,13 +25,17 @@ namespace {
 
 // Of the report's curve: EBU R 128's short-term loudness.
 constexpr double kShortTermSeconds = 3.0;
+// The least step of a curve; it grows with the length, so that there are at most kMostPoints.
 constexpr double kLeastStepSeconds = 0.1;
 constexpr double kMostPoints = 1000;
+// So few that a piece stays in the processor's first cache.
 constexpr std::size_t kPieceFrames = 1024;
 constexpr std::int64_t kBlockSeconds = 4;   // that the loudness meter takes as two runs
 constexpr std::int64_t kSettleSeconds = 1;  // four times what the loudness meter's filters need
+// Shorter halves do not repay a second thread.
 constexpr std::int64_t kLeastHalfSeconds = 15;
 
+/** -infinity for silence. */
 double amplitude_to_db(double amplitude) {
     return 20 * std::log10(amplitude);
 }
@@ -52,6 +56,7 @@ struct Window {
 std::vector<Window> curve_windows(std::int64_t frames, int rate_hz, double step_s) {
     const double duration = static_cast<double>(frames) / rate_hz;
     std::vector<Window> windows;
+    // A file without frames has no windows.
     for (std::size_t i = 0; static_cast<double>(i) * step_s <= duration && frames > 0; ++i) {
         const double centre = static_cast<double>(i) * step_s;
         const double end = std::min(duration, centre + kShortTermSeconds / 2);
@@ -109,6 +114,7 @@ class HalfMeter {
                   path,
                   info_of(file_),
                   fail_read),
+          // Empty where the source gives samples and no bytes.
           bytes_(static_cast<std::size_t>(
               source_.gives_bytes() ? kReadFrames * source_.frame_bytes() : 0)),
           samples_(kPieceFrames * channels_),
@@ -137,6 +143,7 @@ class HalfMeter {
         }
     }
 
+    /** Puts the results of the next half behind those of this one. */
     void append(const HalfMeter& next) {
         power_.append(next.power_);
         peaks_.append(next.peaks_);
@@ -153,6 +160,7 @@ class HalfMeter {
 
     const PeakCurve& outline() const { return outline_; }
 
+    /** The frame behind the last one that was read. */
     std::int64_t end() const { return done_; }
 
   private:
@@ -201,6 +209,7 @@ class HalfMeter {
         if (!source_.gives_bytes()) {
             got = source_.read(samples_.data(), got);
         } else {
+            // Bytes are read in large blocks and decoded in small pieces.
             if (unread_ == 0) {
                 unread_ = source_.read_bytes(bytes_.data(),
                                              std::min(end_ - source_.position(), kReadFrames));
@@ -211,6 +220,7 @@ class HalfMeter {
             next_ += got * source_.frame_bytes();
             unread_ -= got;
         }
+        // The header promises more frames than there are.
         if (got <= 0) {
             throw std::runtime_error(
                 fmt::format("ends after {} of {} frames; the file may be damaged",
@@ -258,6 +268,7 @@ class FileMeter {
         }
     }
 
+    /** progress is called with 0 to 1. Throws std::runtime_error where the file ends early. */
     Measurement run(const std::function<void(double)>& progress) {
         std::int64_t done = 0;
         const auto count = [&](std::int64_t frames) {
@@ -271,6 +282,7 @@ class FileMeter {
         return result();
     }
 
+    /** The second half in a thread of its own. The result is that of run(). */
     Measurement run_side_by_side() {
         const auto ignore = [](std::int64_t) {};
         std::future<void> second;
@@ -279,6 +291,7 @@ class FileMeter {
         }
         whole_.run(ignore);
         if (second_) {
+            // Also throws what the second half threw.
             second.get();
         }
         return result();
@@ -292,6 +305,7 @@ class FileMeter {
     static std::int64_t middle_of(const SndfileHandle& file) {
         const std::int64_t border = std::lcm(LoudnessMeter::stretch_frames(file.samplerate()),
                                              PowerMeter::block_frames(file.samplerate()));
+        // Rounded down to the border.
         const std::int64_t middle = file.frames() / 2 / border * border;
         const bool is_worthwhile = SampleCodec::is_plain_in(file.format()) &&
                                    middle >= kLeastHalfSeconds * file.samplerate();
@@ -315,8 +329,10 @@ class FileMeter {
         facts.sample_peak_dbfs = amplitude_to_db(peaks.sample_peak());
         facts.rms_dbfs = power.rms_db();
         facts.pauses_dbfs = power.quietest_db();
+        // Quiet blocks are a tenth of a second long.
         facts.head_s = kLeastStepSeconds * static_cast<double>(power.quiet_blocks_at_head());
         facts.tail_s = kLeastStepSeconds * static_cast<double>(power.quiet_blocks_at_tail());
+        // The meter's blocks may leave out the end of the file.
         facts.greatest_momentary_lufs =
             std::max(loudness.greatest_momentary_lufs(),
                      loudness.window_lufs(last_moment_.begin, last_moment_.end));
@@ -353,6 +369,7 @@ Measurement measure(const std::string& path,
 std::future<Measurement> measure_meanwhile(const std::string& path, CallerThread caller) {
     auto meter = std::make_unique<FileMeter>(path);
     return std::async(std::launch::async, [meter = std::move(meter), caller] {
+        // A busy caller uses a processor of its own, so this is one thread more and not two.
         return caller == CallerThread::kBusy ? meter->run([](double) {})
                                              : meter->run_side_by_side();
     });

@@ -11,6 +11,7 @@
 
 namespace quorvane {
 
+// Throws std::system_error where the file cannot be opened.
 TagStream::TagStream(const std::string& path, For use)
     : path_(path), use_(use), file_(path, use == For::Reading ? O_RDONLY : O_RDWR) {
     if (!file_.is_open()) {
@@ -29,6 +30,7 @@ void TagStream::keep_error() {
     error_ = error_ != 0 ? error_ : errno;
 }
 
+// Gives less than was requested at the file's end or after an error.
 TagStream::Count TagStream::read_at(Offset place, char* bytes, Count count) {
     Count done = 0;
     while (done < count) {
@@ -48,6 +50,7 @@ TagStream::Count TagStream::read_at(Offset place, char* bytes, Count count) {
     return done;
 }
 
+// An error ends the writing and is kept.
 void TagStream::write_at(Offset place, const char* bytes, Count count) {
     for (Count done = 0; done < count;) {
         const ssize_t put =
@@ -95,11 +98,13 @@ void TagStream::insert(const TagLib::ByteVector& data, Start start, Count replac
     const auto at = static_cast<Offset>(start);
     const Offset behind = at + static_cast<Offset>(replace);
     const Offset new_behind = at + static_cast<Offset>(data.size());
+    // So many bytes shorter; below 0 the file becomes longer.
     const Offset shorter = behind - new_behind;
     const Offset old_length = length();
     if (shorter != 0 && behind < old_length) {
         move_tail(behind, new_behind);
     }
+    // Only now, since the bytes at the end had to be moved first.
     if (shorter > 0) {
         truncate(old_length - shorter);
     }
@@ -112,6 +117,7 @@ void TagStream::removeBlock(Start start, Count length) {
 }
 
 void TagStream::seek(Offset offset, Position from) {
+    // A place before the start is the start.
     const Offset base = from == Beginning ? 0 : from == Current ? position_ : length();
     position_ = std::max<Offset>(0, base + offset);
 }

@@ -51,6 +51,8 @@ void require_mix(const Request& request, const std::vector<PlannedFile>& files) 
     }
     std::error_code error;
     for (const PlannedFile& file : files) {
+        // Inputs are compared as files, through links; outputs may not exist yet, so by their
+        // paths.
         const bool is_input = fs::equivalent(request.mix, file.input, error);
         const bool is_output = fs::absolute(request.mix).lexically_normal() ==
                                fs::absolute(file.output).lexically_normal();
@@ -97,6 +99,7 @@ void refuse_together(const std::vector<PlannedFile*>& tracks) {
 }  // namespace
 
 void refuse_conversations(std::vector<PlannedFile>& files, const std::vector<double>& seconds) {
+    // Candidates lie in one folder and have the same length; then their sound decides.
     std::map<std::pair<std::string, double>, std::vector<PlannedFile*>> alike;
     for (std::size_t i = 0; i < files.size(); ++i) {
         const bool is_to_do = !files[i].known || has_outcome(files[i], Outcome::Planned);
@@ -113,6 +116,7 @@ void refuse_conversations(std::vector<PlannedFile>& files, const std::vector<dou
         for (const PlannedFile* file : candidates) {
             inputs.push_back(file->input);
         }
+        // Indexes of inputs, a set for each conversation; this reads the sound.
         for (const std::vector<std::size_t>& set : conversations_among(inputs)) {
             std::vector<PlannedFile*> tracks;
             tracks.reserve(set.size());
@@ -138,6 +142,7 @@ void make_group(const Request& request, std::vector<PlannedFile>& files) {
     std::vector<PlannedFile*> tracks;
     bool is_settling = false;
     for (PlannedFile& file : files) {
+        // A file that is skipped takes no part.
         if (file.skip.empty()) {
             file.group = 1;
             tracks.push_back(&file);
@@ -150,12 +155,14 @@ void make_group(const Request& request, std::vector<PlannedFile>& files) {
                         "not {}",
                         kMostTracks, tracks.size()));
     }
+    // A conversation is leveled as a whole, so all wait for the last one.
     for (PlannedFile* track : tracks) {
         track->settling = is_settling;
     }
     if (!request.mix.empty()) {
         require_mix(request, files);
         PlannedFile mix;
+        // It needs an input to be identified by; that of the first track stands in.
         mix.input = tracks.front()->input;
         mix.output = request.mix;
         mix.bytes = tracks.front()->bytes;
@@ -180,6 +187,8 @@ void judge_group(std::vector<PlannedFile>& files) {
             left_alone = &file;
         }
     }
+    // One that may not be replaced stops all; if all are done there is nothing to do; otherwise all
+    // are made again.
     if (left_alone != nullptr) {
         end_others(files, Outcome::Skipped,
                    fmt::format("its conversation is left alone: {}: {}", left_alone->output,
@@ -187,6 +196,7 @@ void judge_group(std::vector<PlannedFile>& files) {
     } else if (done < members) {
         for (PlannedFile& file : files) {
             if (file.group != 0 && has_outcome(file, Outcome::UpToDate)) {
+                // Its gains depend on the other tracks, so it is made again with them.
                 file.known.reset();
                 file.renew = true;
             }

@@ -38,6 +38,7 @@ class ChannelAnalyser : public stream::Receiver {
 
     void process(double* samples, long long frames) override {
         const auto count = static_cast<std::size_t>(frames);
+        // One value a frame: all channels but the LFE, added.
         sum_.assign(count, 0.0);
         one_.resize(count);
         for (std::size_t channel = 0; channel < channels_; ++channel) {
@@ -56,10 +57,13 @@ class ChannelAnalyser : public stream::Receiver {
         }
     }
 
+    /** Frames of one bin, the same in all channels. */
     long long bin_frames() const { return analysers_.front().bin_frames(); }
 
+    /** Of one channel by itself. */
     BinLevels& levels(std::size_t channel) { return analysers_[channel].levels(); }
 
+    /** Of all channels but the LFE, added. Its peaks are those of the sum. */
     BinLevels& sum() { return analysers_[channels_].levels(); }
 
     bool is_in_sum(std::size_t channel) const { return in_sum_[channel]; }
@@ -74,6 +78,7 @@ class ChannelAnalyser : public stream::Receiver {
 
 /** What is done to one channel; without a curve it stays as it is, to the bit. */
 struct ChannelGain {
+    // dB, a value for each bin.
     std::vector<float> curve_db;
     std::vector<Section> high_pass;
 };
@@ -102,6 +107,7 @@ class ChannelRenderer {
             }
             filters_[channel].process(one_.data(), frames);
             const double after = amplitude(gains_[channel], bin_);
+            // A straight line in amplitudes between two bins; the first half bin has one gain.
             const double step =
                 bin_ == 0 ? 0 : (after - before_[channel]) / static_cast<double>(bin_frames_);
             double gain = before_[channel];
@@ -114,9 +120,11 @@ class ChannelRenderer {
         ++bin_;
     }
 
+    /** How many frames the next call of process() gets. */
     long long next_frames() const { return bin_ == 0 ? bin_frames_ / 2 : bin_frames_; }
 
   private:
+    /** The factor of a bin; behind the last one that of the last. */
     static double amplitude(const ChannelGain& gain, std::size_t bin) {
         return gain.curve_db.empty() ? 1
                                      : portable_amplitude(static_cast<double>(
@@ -131,6 +139,7 @@ class ChannelRenderer {
     std::size_t bin_ = 0;
 };
 
+/** The leveling of one file: it is read once to measure and once to render. */
 class ChannelRun {
   public:
     ChannelRun(const PreparedRun& run,
@@ -144,6 +153,7 @@ class ChannelRun {
           gains_(static_cast<std::size_t>(info_.channels)),
           use_(use) {}
 
+    /** Throws std::runtime_error. Without speech the result has a cause and no file is written. */
     PreparedResult go() {
         InputFile file(run_.recording);
         stream::pump(file.source(), analyser_, stream::kToTheEnd);
@@ -168,6 +178,7 @@ class ChannelRun {
   private:
     double bin_s() const { return static_cast<double>(analyser_.bin_frames()) / info_.samplerate; }
 
+    /** Each channel, taken for the track of one voice. */
     std::vector<TrackPlan> planned_tracks() {
         std::vector<MeasuredTrack> measured;
         for (std::size_t i = 0; i < gains_.size(); ++i) {
@@ -176,9 +187,11 @@ class ChannelRun {
         return plan_tracks(measured);
     }
 
+    /** What the metadata say comes first, then where the speech is, then who takes turns. */
     void choose() {
         const int centre = layout_.centre();
         const bool named = centre >= 0 || !layout_.map.empty();
+        // Several voices in channels without a named place: each has a microphone.
         if (!layout_.is_scene && (layout_.is_poly || (!named && voices() > 1))) {
             use_ = ChannelUse::Tracks;
         } else if (!layout_.is_scene && centre >= 0 && speaks(centre)) {
@@ -199,6 +212,7 @@ class ChannelRun {
                              [](const TrackPlan& plan) { return !plan.is_silent(); });
     }
 
+    /** False where no channel has speech. The facts are those of the first channel with a voice. */
     bool level_tracks() {
         std::vector<TrackPlan> plans = planned_tracks();
         std::size_t voices = 0;
@@ -233,12 +247,14 @@ class ChannelRun {
         return text.empty() ? "" : " (" + text + ")";
     }
 
+    /** The facts that the report shows, of the voice that was leveled. */
     void take_facts(const VoiceCurve& voice, const BinLevels& levels) {
         result_.leveling = leveling_of_phrases(voice.phrases, voice.curve_db);
         facts_.phrases = static_cast<int>(voice.phrases.phrases.size());
         facts_.background_under_speech_db = background_under(voice.phrases, levels.weighted_db, {});
     }
 
+    /** Throws std::runtime_error without a centre channel; false where it has no speech. */
     bool level_dialogue() {
         const int centre = layout_.centre();
         if (centre < 0) {
@@ -260,6 +276,7 @@ class ChannelRun {
         return true;
     }
 
+    /** One gain for all channels but the LFE, from their sum; false where that has no speech. */
     bool level_as_one() {
         BinLevels& levels = analyser_.sum();
         // What may not pass the ceiling is each channel, not the sum.
@@ -294,6 +311,7 @@ class ChannelRun {
         return false;
     }
 
+    /** False where no channel has speech; one without it stays as it is. */
     bool level_each() {
         std::size_t leveled = 0;
         for (std::size_t i = 0; i < gains_.size(); ++i) {
@@ -313,12 +331,15 @@ class ChannelRun {
         return leveled > 0;
     }
 
+    /** Reads the recording again and writes it with the gains. Throws std::runtime_error. */
     void render() {
         InputFile in(run_.recording);
         in.source().announce(in.info().frames);
+        // 0 stands for the recording's own format.
         const int format = run_.format != 0 ? run_.format : info_.format;
         OutputFile out(run_.output, format, info_.channels, info_.samplerate);
         out.set_channel_map(layout_.map);
+        // No gain: no dither either, so that the samples stay exact.
         for (std::size_t i = 0; i < gains_.size(); ++i) {
             if (gains_[i].curve_db.empty()) {
                 out.keep_exact(static_cast<int>(i));
@@ -344,6 +365,7 @@ class ChannelRun {
                                       static_cast<double>(std::max<sf_count_t>(1, info_.frames)));
         }
         out.finish();
+        // The library wrote a place for each channel, which the input leaves open.
         if (layout_.is_unnamed) {
             clear_mask(run_.output);
         }

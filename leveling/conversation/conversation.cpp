@@ -13,10 +13,12 @@
 #include "leveling/preparation/sound_files.h"
 
 namespace quorvane {
+/** A track: how it was recorded, its levels, and what is to be done to it. */
 struct Conversation::Track {
     std::string recording;
     int channels = 0;
     int sample_rate_hz = 0;
+    // libsndfile's number; levels and gains below are in bins of so many frames.
     int format = 0;
     long long bin_frames = 0;
     BinLevels levels;
@@ -26,7 +28,9 @@ struct Conversation::Track {
 
     double bin_s() const { return static_cast<double>(bin_frames) / sample_rate_hz; }
 
+    /** Measures the track; where it rumbles, a second time behind a steeper filter. */
     void read(const std::function<void(double)>& progress);
+    /** Reads the whole track through high_pass. */
     LevelAnalyser measured() const;
 };
 
@@ -46,6 +50,7 @@ void Conversation::Track::read(const std::function<void(double)>& progress) {
     LevelAnalyser analyser = measured();
     bin_frames = analyser.bin_frames();
     levels = std::move(analyser.levels());
+    // Empty without rumble under the speech.
     const std::vector<Section> steep =
         rumble_filter(levels, find_speech(levels.speech_db), sample_rate_hz);
     has_rumble = !steep.empty();
@@ -76,6 +81,7 @@ void Conversation::analyse(const Progress& progress) {
         track->read([&](double part) { progress((done + part) / count); });
         done += 1;
     }
+    // A plan needs the levels of all tracks.
     std::vector<MeasuredTrack> measured;
     for (const auto& track : tracks_) {
         measured.push_back({&track->levels, track->bin_s()});
@@ -95,12 +101,14 @@ TrackResult Conversation::render(std::size_t index,
     result.preparation.dithered = out.is_dithered();
     result.preparation.steep_high_pass = track.has_rumble;
     result.preparation.phrases = static_cast<int>(track.plan.speech.phrases.phrases.size());
+    // A silent track has no phrase to compare its background with.
     if (!track.plan.speech.phrases.phrases.empty()) {
         result.preparation.background_under_speech_db =
             background_under(track.plan.speech.phrases, track.levels.weighted_db, {});
     }
     result.leveling = leveling_of_phrases(track.plan.speech.phrases, track.plan.curve_db);
     result.speaks_s = track.plan.speaks_s(track.bin_s());
+    // Filter and gains are applied in one reading.
     render_with_curve(track.recording, track.high_pass, track.plan.curve_db, track.bin_frames, out,
                       progress);
     return result;

@@ -21,6 +21,7 @@ constexpr long long kBlockFrames = 16384;
 /** Bytes from which a WAV file's sizes no longer fit. */
 constexpr double kMostWavBytes = 4.0e9;
 
+/** A track of one channel goes into every channel of the sum. */
 void add(const CurveReader& reader,
          int channels,
          long long frames,
@@ -46,11 +47,13 @@ void mix_tracks(const std::vector<MixedTrack>& tracks,
         if (track.sample_rate_hz != tracks.front().sample_rate_hz) {
             throw FileError("the tracks have different sample rates, which cannot be mixed");
         }
+        // Stereo where one of the tracks is.
         channels = std::max(channels, track.channels);
         bins = std::max(bins, track.curve_db.size());
         readers.emplace_back(track.recording, track.high_pass, track.curve_db, track.bin_frames);
     }
     const long long bin_frames = tracks.front().bin_frames;
+    // Floats of four bytes.
     const double bytes = static_cast<double>(bins) * static_cast<double>(bin_frames) * channels * 4;
     const int container = bytes > kMostWavBytes ? SF_FORMAT_RF64 : SF_FORMAT_WAV;
     OutputFile out(to, container | SF_FORMAT_FLOAT, channels, tracks.front().sample_rate_hz);
@@ -58,6 +61,7 @@ void mix_tracks(const std::vector<MixedTrack>& tracks,
     double done = 0;
     for (;;) {
         std::fill(sum.begin(), sum.end(), 0.0);
+        // The tracks may end at different times; the longest decides.
         long long longest = 0;
         for (std::size_t i = 0; i < tracks.size(); ++i) {
             const long long frames = readers[i].next();
@@ -93,12 +97,14 @@ void write_mix(const std::string& from, const std::string& to, int format, Limit
         pass_on();
     }
     if (limiting == Limiting::Apply) {
+        // What the limiter held back to look ahead.
         limiter.finish(ready);
         pass_on();
     }
     out.finish();
 }
 
+// In the container of `like` its own encoding, in any other 24 bits; 0 for an unknown extension.
 int mix_format(const std::string& extension, int like) {
     struct Row {
         const char* extension;

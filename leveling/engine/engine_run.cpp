@@ -23,8 +23,10 @@ namespace fs = std::filesystem;
 
 namespace {
 
+// A disk with fewer bytes left counts as full.
 constexpr std::uintmax_t kFullDiskBytes = 1 << 20;
 
+/** The result 0 means that the engine continues. */
 int on_progress(void* context, float fraction) {
     const auto& progress = *static_cast<const std::function<void(double)>*>(context);
     progress(static_cast<double>(fraction));
@@ -35,6 +37,7 @@ int open_place(void* run) {
     return static_cast<const EngineRun*>(run)->open_place();
 }
 
+// Of this thread, since other threads may have engine runs of their own.
 thread_local const EngineWords* engine_words = nullptr;
 
 /** The process's own output says what a worker said before it ended in an unexpected way. */
@@ -68,6 +71,7 @@ int deliver(void* context, const char* final_file, const char* output) {
 
 using RunObject = std::unique_ptr<LevelRun, void (*)(LevelRun*)>;
 
+/** Throws std::bad_alloc, the only way in which this can fail. */
 RunObject make_run(const EngineRun& run,
                    const std::string& intermediates,
                    std::function<void(double)>& progress,
@@ -81,6 +85,8 @@ RunObject make_run(const EngineRun& run,
     if (!complete) {
         throw std::bad_alloc();
     }
+    // Findings go into the facts; where loud peaks leave no room the target is lowered, with a
+    // note.
     levelRunSwitch(object.get(), kLevelCollectFindings, 1);
     levelRunSwitch(object.get(), kLevelHideIntermediates, 1);
     levelRunSwitch(object.get(), kLevelLowerTarget, 1);
@@ -130,11 +136,14 @@ EngineResult run_engine(const EngineRun& run, const std::function<void(double)>&
     Delivery delivery;
     std::function<void(double)> on_fraction = progress;
     const RunObject object = make_run(run, intermediates.path(), on_fraction, delivery);
+    // A disk that is too small fails the file now and not after minutes.
     require_temporary_room(run.input, fs::path(run.scratch).parent_path().string());
+    // One of an earlier file in this process.
     reporting::forget_write_error();
     const int status = levelRunFile(object.get(), run.input.c_str(), run.output.c_str());
     const LevelOutcome& outcome = *levelRunOutcome(object.get());
     if (status != 0) {
+        // A failure at the output is about the output's disk and not about this one.
         if (outcome.failed_file != kLevelFinalFile) {
             require_room(run.scratch);
         }

@@ -17,9 +17,11 @@ constexpr std::size_t kMostPlaces = 20;
 constexpr std::size_t kMostPassages = 200;
 constexpr std::size_t kLongestWord = 40;
 
+// In the order of the enumerations, whose values are the indexes. Programs read these words.
 constexpr const char* kSeverities[] = {"problem", "warning", "note"};
 constexpr const char* kStates[] = {"measured", "too-short", "no-speech"};
 
+/** Throws FactsError for another word. */
 template <std::size_t kCount>
 std::size_t index_of(const char* const (&words)[kCount], const std::string& word) {
     const auto* const found = std::find(std::begin(words), std::end(words), word);
@@ -29,6 +31,7 @@ std::size_t index_of(const char* const (&words)[kCount], const std::string& word
     return static_cast<std::size_t>(found - std::begin(words));
 }
 
+/** The list itself. Throws FactsError where it is longer than any that a run writes. */
 const Json& list(const Json& json, std::size_t most) {
     if (!json.is_array() || json.size() > most) {
         throw FactsError("not a list of at most " + std::to_string(most) + " entries");
@@ -36,6 +39,7 @@ const Json& list(const Json& json, std::size_t most) {
     return json;
 }
 
+/** Throws FactsError for a text of more than kLongestWord bytes. */
 std::string word_back(const Json& json) {
     auto word = json.get<std::string>();
     if (word.size() > kLongestWord) {
@@ -44,6 +48,7 @@ std::string word_back(const Json& json) {
     return word;
 }
 
+/** Lower-case letters and hyphens alone. Throws FactsError for anything else. */
 std::string code_back(const Json& json) {
     std::string code = word_back(json);
     const auto is_of_codes = [](char c) { return (c >= 'a' && c <= 'z') || c == '-'; };

@@ -84,6 +84,7 @@ Json loudness(const Loudness& from, Curves curves) {
     return json;
 }
 
+/** The inverse of loudness(). What the JSON does not hold stays 0 or empty. */
 Loudness loudness_back(const Json& json) {
     return {level_back(json.at("integrated_lufs")),
             level_back(json.at("range_lu")),
@@ -177,6 +178,7 @@ std::string path_back(const Json& json, const std::string& name) {
     return path;
 }
 
+/** Levels in dB, times in seconds; pauses and phrases are counted. */
 Json preparation(const Preparation& from) {
     return {{"raised_db", number(from.raised_db)},
             {"steep_high_pass", from.steep_high_pass},
@@ -199,6 +201,7 @@ Preparation preparation_back(const Json& json) {
             json.at("dithered")};
 }
 
+/** limited_share is a part of the time, 0 to 1. */
 Json publishing(const Publishing& from) {
     return {{"destination", from.destination},
             {"gain_db", number(from.gain_db)},
@@ -251,6 +254,7 @@ Json to_json(const FileFacts& facts, Curves curves) {
     put_path(json, "output", facts.output);
     json["status"] = to_text(facts.outcome);
     json["cause"] = facts.cause.empty() ? Json(nullptr) : Json(facts.cause);
+    // Written only where it is true: earlier versions have no such fields.
     if (facts.no_room) {
         json["no_room"] = true;
     }
@@ -311,6 +315,7 @@ FileFacts facts_from_json(const Json& json) {
     facts.output = path_back(json, "output");
     facts.outcome = outcome_back(json.at("status"));
     facts.cause = text_back(json.at("cause"));
+    // value() supplies what documents of earlier versions lack.
     facts.no_room = json.value("no_room", false);
     facts.earlier_arithmetic = json.value("earlier_arithmetic", false);
     facts.notes = json.at("notes").get<std::vector<std::string>>();
@@ -368,6 +373,7 @@ void strip_curves(FileFacts& facts) {
     }
 }
 
+/** Also drops the lists that grow with the recording. */
 void strip_details(FileFacts& facts) {
     strip_curves(facts);
     if (facts.leveling) {

@@ -10,18 +10,24 @@ namespace {
 
 constexpr const char* kSides[] = {"left", "right"};
 constexpr double kLeastRuns = 8;  // that an unclipped voice never has at its extreme
+// dBFS; where both sides are below it there is nothing to compare.
 constexpr double kSideOfSilence_db = -90;
 constexpr double kMostBetweenSides_db = 12;  // farther apart their phase means nothing
+// The largest value that is reported, where one side is digital silence.
 constexpr double kMostApart_db = 100;
+// A correlation coefficient: below it the sides work against each other.
 constexpr double kOpposed = -0.5;
+// The largest loss that is reported, for sides that cancel each other.
 constexpr double kMostLoss_db = 60;
 
+/** Over the tenths with words: squares of each side, products of both, and how many tenths. */
 struct SideSums {
     std::array<double, 2> power{};
     double cross = 0;
     double count = 0;
 };
 
+/** In dB, from the sums of squares and of products over the same samples. */
 double mono_loss(double left, double right, double cross) {
     const double apart = (left + right) / 2;
     const double together = (left + right + 2 * cross) / 4;
@@ -61,6 +67,7 @@ Measured measure_clipping(const SpeechView& view) {
             continue;
         }
         samples += tops.samples();
+        // Two for each channel: the upper tops and the lower ones.
         of_side[i / 2] += tops.samples();
         for (const FlatTops::Place& place : tops.places()) {
             tenths.push_back(place.tenth);
@@ -74,6 +81,7 @@ Measured measure_clipping(const SpeechView& view) {
     found.value = 100 * samples / all;
     found.badness = found.value;
     found.places = places_of(view.profile, tenths);
+    // Only one side was clipped.
     if (view.profile.channels == 2 && std::min(of_side[0], of_side[1]) == 0) {
         found.detail = kSides[of_side[0] > 0 ? 0 : 1];
     }

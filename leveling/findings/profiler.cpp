@@ -10,12 +10,16 @@
 namespace quorvane {
 namespace {
 
+// The signal is halved for spectra as long as its rate stays at or above these.
 constexpr int kLeastMiddle_hz = 8000;
 constexpr int kLeastLow_hz = 1000;
+// Windows below 1 kHz overlap by half.
 constexpr std::size_t kLowStep = 256;
 constexpr double kVoiceFrom_hz = 150;
+// 1 / sqrt(2), of a second-order Butterworth filter.
 constexpr double kQuality = 0.70710678118654752;
 constexpr std::size_t kPiecesPerSlot = 5;  // 2 ms
+// slot_levels: half dB above this, in a byte.
 constexpr double kFloor_db = -120;
 constexpr double kPerDb = 2;
 constexpr float kMostPower = 1e12F;  // a higher power is not sound
@@ -25,6 +29,7 @@ constexpr float kForgetting_db = 0.1F;  // in a tenth of a second
 constexpr float kTonesFrom_hz = 350;
 constexpr float kTonesTo_hz = 3500;
 
+// The mains frequencies of the world, and how many of their multiples are heard as hum.
 constexpr std::array<double, 2> kMains_hz = {50, 60};
 constexpr int kHarmonics = 6;  // what lies above is a buzz, and weak
 constexpr double kBesideFrom_hz = 10;
@@ -34,11 +39,15 @@ constexpr double kRumbleTo_hz = 40;
 constexpr double kVoiceLowFrom_hz = 70;
 constexpr double kVoiceLowTo_hz = 500;
 
+// Bounds the memory of a damaged recording, which may have a break in every piece.
 constexpr std::size_t kMostBreaks = 20000;
+// Longer silence is a pause of the recorder and not a gap in the sound.
 constexpr double kLongestZeros_s = 0.5;
+// Of full scale: -26 dBFS. Smaller jumps are lost among the steps of speech.
 constexpr float kLeastJump = 0.05F;
 constexpr float kOverSteps = 8;  // a jump is so much larger than the steps before and behind it
 
+/** The power between two frequencies. Bin 0 is the mean and never counts. */
 float band(const std::vector<float>& power, double from_hz, double to_hz, double bin_hz) {
     const auto from = static_cast<std::size_t>(std::max(1.0, std::ceil(from_hz / bin_hz)));
     const auto to = std::min(static_cast<std::size_t>(to_hz / bin_hz), power.size() - 1);
@@ -49,6 +58,7 @@ float band(const std::vector<float>& power, double from_hz, double to_hz, double
     return sum;
 }
 
+/** The level of a mean square in a byte, rounded to half a dB and clipped to its range. */
 std::uint8_t slot_level(double power) {
     const double steps = (level_of_power(power) - kFloor_db) * kPerDb;
     return static_cast<std::uint8_t>(std::clamp(std::floor(steps + 0.5), 0.0, 255.0));
@@ -60,6 +70,7 @@ void SoundProfile::append(const SoundProfile& later) {
     if (later.frames == 0) {
         return;
     }
+    // The places of flat tops are counted in tenths, so they move by so many.
     const auto count = static_cast<std::uint32_t>(tenths.size());
     const auto time_s = static_cast<float>(static_cast<double>(frames) / sample_rate_hz);
     tenths.insert(tenths.end(), later.tenths.begin(), later.tenths.end());
@@ -91,6 +102,7 @@ void Profiler::begin(int channels, int sample_rate_hz) {
     profile_.sample_rate_hz = sample_rate_hz;
     profile_.channels = static_cast<int>(channels_);
     profile_.tops.assign(2 * channels_, FlatTops(sample_rate_hz));
+    // The number of halvings from the file's rate to between 8 and 16 kHz.
     std::size_t stages = 0;
     for (; middle_rate_hz_ / 2 >= kLeastMiddle_hz; middle_rate_hz_ /= 2) {
         ++stages;
@@ -99,12 +111,15 @@ void Profiler::begin(int channels, int sample_rate_hz) {
     for (low_rate_hz_ = middle_rate_hz_; low_rate_hz_ / 2 >= kLeastLow_hz; low_rate_hz_ /= 2) {
         ++low_stages;
     }
+    // A file with a very low rate has its own, lower limit.
     voice_from_.emplace(
         high_pass(std::min(kVoiceFrom_hz, 0.2 * middle_rate_hz_), kQuality, middle_rate_hz_));
     for (std::size_t c = 0; c < 2; ++c) {
+        // One sample more in front: the last one of the tenth before.
         plane_[c].assign(tenth_frames_ + 1, 0.0F);
         to_middle_[c].resize(stages);
         to_low_[c].resize(low_stages);
+        // A window of zeros, so that the first spectra have a past.
         middle_[c].assign(kWindow, 0.0F);
         low_[c].clear();
     }
@@ -115,6 +130,7 @@ void Profiler::begin(int channels, int sample_rate_hz) {
 
 void Profiler::add(const float* samples, std::size_t frames) {
     while (frames > 0) {
+        // Up to the end of the tenth: each is finished as soon as it is full.
         const std::size_t here = std::min(frames, tenth_frames_ - filled_);
         float* const left = plane_[0].data() + 1 + filled_;
         if (file_channels_ == 1) {
@@ -141,12 +157,14 @@ void Profiler::finish_tenth() {
     Tenth tenth;
     look_at_samples(tenth);
     for (std::size_t c = 0; c < channels_; ++c) {
+        // Also true for what is not a number. Such a tenth counts as silence.
         if (!(tenth.power[c] < kMostPower)) {
             tenth = {};
             std::fill(plane_[c].begin(), plane_[c].end(), 0.0F);
         }
         const float* samples = plane_[c].data() + 1;
         std::size_t count = tenth_frames_;
+        // Down to the middle rate; each stage halves it.
         for (HalfRate& stage : to_middle_[c]) {
             other_.clear();
             stage.process(samples, count, other_);
@@ -159,20 +177,24 @@ void Profiler::finish_tenth() {
         }
         middle_[c].insert(middle_[c].end(), one_.begin(), one_.end());
         new_middle_ = one_.size();
+        // And on to the low rate.
         for (std::size_t i = 0; i < to_low_[c].size(); ++i) {
             other_.clear();
             to_low_[c][i].process(one_.data(), one_.size(), other_);
             one_.swap(other_);
         }
         low_[c].insert(low_[c].end(), one_.begin(), one_.end());
+        // The step to the first sample of the next tenth is measured from here.
         plane_[c][0] = plane_[c][tenth_frames_];
     }
+    // One channel: the second half of each pair is silent.
     if (channels_ == 1) {
         middle_[1].resize(middle_[0].size());
         low_[1].resize(low_[0].size());
     }
     look_at_speech(tenth);
     look_at_tones(tenth);
+    // The next spectrum needs one window of the past.
     for (std::vector<float>& plane : middle_) {
         plane.erase(plane.begin(), plane.end() - kWindow);
     }
@@ -181,6 +203,7 @@ void Profiler::finish_tenth() {
     look_at_lows();
 }
 
+/** Seconds from the start of the recording; frame: in the tenth that is being filled. */
 double Profiler::time_of(std::size_t frame) const {
     const auto before = static_cast<double>(profile_.tenths.size() * tenth_frames_);
     return (before + static_cast<double>(frame)) / profile_.sample_rate_hz;
@@ -213,9 +236,11 @@ void Profiler::look_at_samples(Tenth& tenth) {
         tenth.mean[c] = static_cast<float>(sum / frames);
     }
     if (channels_ == 2) {
+        // The correlation of the channels follows from this and their powers.
         tenth.cross = product_of(plane_[0].data() + 1, plane_[1].data() + 1, tenth_frames_) /
                       static_cast<float>(tenth_frames_);
     }
+    // Mean squares over 10 ms.
     for (std::size_t slot = 0; slot < kSlots; ++slot) {
         tenth.slot_levels[slot] =
             slot_level(slots[slot] * kSlots / static_cast<double>(tenth_frames_));
@@ -230,6 +255,7 @@ void Profiler::follow_breaks(
         return;
     }
     const double begin_s = time_of(from);
+    // Every sample of the piece is 0, which sound from a microphone never has for long.
     if (peak == 0) {
         if (follower.zeros_from_s < 0) {
             follower.zeros_from_s = begin_s;
@@ -243,6 +269,7 @@ void Profiler::follow_breaks(
         follower.zeros_from_s = -1;
         follower.peak_before = peak;
     }
+    // The pieces in a row: two before, the one with the jump, and this one behind it.
     const float before = std::max(follower.steps[0], follower.steps[1]);
     const float jump = follower.steps[2];
     if (jump > kLeastJump && jump > kOverSteps * std::max(before, step) && before > 0 && step > 0) {
@@ -257,6 +284,7 @@ void Profiler::follow_breaks(
 
 void Profiler::look_at_speech(Tenth& tenth) {
     const std::size_t begin = middle_[0].size() - new_middle_;
+    // Two values a tenth, each of 50 ms.
     for (std::size_t half = 0; half < 2; ++half) {
         const std::size_t from = begin + half * new_middle_ / 2;
         const std::size_t to = begin + (half + 1) * new_middle_ / 2;
@@ -295,6 +323,7 @@ std::size_t Profiler::take_tones(std::size_t from, std::vector<float>& lines) {
  * that is done once for a tenth.
  */
 void Profiler::look_at_tones(Tenth& tenth) {
+    // The louder half decides, and the loudest level of late falls slowly.
     const float level_db = std::max(tenth.speech_db[0], tenth.speech_db[1]);
     loudest_db_ = std::max(level_db, loudest_db_ - kForgetting_db);
     if (level_db > loudest_db_ - kNoGap_db) {
@@ -311,10 +340,12 @@ void Profiler::look_at_tones(Tenth& tenth) {
     const auto squares =
         static_cast<double>(product_of(lines_.data(), lines_.data(), count)) *
         static_cast<double>(product_of(last_lines_.data(), last_lines_.data(), count));
+    // The cosine of the angle between both sets of lines: 1 is the same tones, 0 is noise.
     tenth.tonality = squares > 0 ? static_cast<float>(product / std::sqrt(squares)) : 0;
     lines_.swap(last_lines_);
 }
 
+/** Goes on while a whole window is there; each moves on by half of it. */
 void Profiler::look_at_lows() {
     const double bin_hz = static_cast<double>(low_rate_hz_) / kWindow;
     while (low_[0].size() >= kWindow) {
@@ -329,6 +360,7 @@ void Profiler::look_at_lows() {
         for (std::size_t mains = 0; mains < kMains_hz.size(); ++mains) {
             for (int harmonic = 1; harmonic <= kHarmonics; ++harmonic) {
                 const double line_hz = harmonic * kMains_hz[mains];
+                // Two bins to each side: the main lobe of the window.
                 const double wide = 2 * bin_hz;
                 window.hum[mains] += band(power, line_hz - wide, line_hz + wide, bin_hz);
                 window.beside[mains] +=

@@ -10,6 +10,7 @@
 namespace quorvane {
 namespace {
 
+// Eight lanes fix the order of all sums, however wide the registers of a machine are.
 QUORVANE_WIDE_LOOP
 PieceSums wide_sums_of(const float* samples, std::size_t count) {
     constexpr std::size_t kLanes = 8;
@@ -18,10 +19,12 @@ PieceSums wide_sums_of(const float* samples, std::size_t count) {
     float highest[kLanes];
     float lowest[kLanes];
     float step[kLanes] = {};
+    // The extremes begin with a sample of the piece.
     for (std::size_t k = 0; k < kLanes; ++k) {
         highest[k] = samples[0];
         lowest[k] = samples[0];
     }
+    // step[] holds squares: they need no absolute value, and one root at the end is enough.
     const auto take = [&](std::size_t at, std::size_t k) {
         const float x = samples[at];
         const float rise = x - samples[at - 1];
@@ -38,6 +41,7 @@ PieceSums wide_sums_of(const float* samples, std::size_t count) {
             take(i + k, k);
         }
     }
+    // The rest, up to seven samples, goes into the first lane.
     for (; i < count; ++i) {
         take(i, 0);
     }
@@ -75,6 +79,7 @@ float wide_product_of(const float* left, const float* right, std::size_t count) 
 
 QUORVANE_WIDE_LOOP
 void wide_to_logs(const float* powers, std::size_t count, float* logs) {
+    // The mantissa of a float has 23 bits, so that doubling a power adds 1.
     constexpr float kPerInteger = 1.0F / (1 << 23);
     for (std::size_t i = 0; i < count; ++i) {
         std::int32_t bits = 0;
@@ -85,6 +90,7 @@ void wide_to_logs(const float* powers, std::size_t count, float* logs) {
 
 QUORVANE_WIDE_LOOP
 void wide_take_lines(const float* logs, std::size_t count, float* lines) {
+    // The mean is over a value and its neighbours on both sides.
     constexpr float kShare = 1.0F / (2 * kAround + 1);
     for (std::size_t i = 0; i < count; ++i) {
         float sum = 0;

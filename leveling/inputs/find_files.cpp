@@ -36,11 +36,13 @@ fs::path name_of(const fs::path& folder) {
                                                        : name;
 }
 
+/** A search of all paths; its result is complete after finish(). */
 class FolderSearch {
   public:
     FolderSearch(const SearchRules& rules, FoundFiles& found) : rules_(rules), found_(found) {
         std::error_code ignored;
         if (!rules.output_dir.empty()) {
+            // It may not exist yet.
             output_dir_ = fs::weakly_canonical(rules.output_dir, ignored);
         }
     }
@@ -48,6 +50,7 @@ class FolderSearch {
     // Folders first and links to folders after them, so that a file which can be reached both ways
     // is found under its own path.
     void search(const fs::path& root) {
+        // What this root adds is counted, so that an empty folder can be reported.
         const std::size_t before = candidates_.size() + found_.problems.size();
         left_out_outputs_ = false;
         links_.push_back(root);
@@ -87,6 +90,7 @@ class FolderSearch {
         const fs::path folder = path.parent_path();
         const fs::path real = fs::canonical(folder, error);
         const fs::directory_entry entry(path, error);
+        // The rules of enter(), for a single file.
         if (error || is_left_out(real, folder, root) || is_own_output(entry, gets_outputs(real))) {
             return;
         }
@@ -97,6 +101,7 @@ class FolderSearch {
 
     // Gives each file once: under its own path before one through a linked folder before a link.
     void finish() {
+        // Stable: files of equal rank keep the order in which they were found.
         std::stable_sort(
             candidates_.begin(), candidates_.end(),
             [](const Candidate& a, const Candidate& b) { return a.detour < b.detour; });
@@ -108,9 +113,11 @@ class FolderSearch {
                 found_.files.push_back(std::move(candidate.file));
                 continue;
             }
+            // A file that was named once stays named, however it was found first.
             if (candidate.file.origin == FoundFile::Origin::Named) {
                 found_.files[first->second].origin = FoundFile::Origin::Named;
             }
+            // Only links are reported; the same file behind two paths is not worth a line.
             if (candidate.detour == 2) {
                 found_.passed_over.push_back(
                     {candidate.file.path, "is a link to " + found_.files[first->second].path});
@@ -127,6 +134,7 @@ class FolderSearch {
         int detour;  // 0: its own path, 1: through a linked folder, 2: a link itself
     };
 
+    /** Adds a candidate. Its folder is resolved once for all files in it. */
     void take(const FoundFile& file, const fs::path& path, Link link) {
         std::error_code error;
         if (const fs::path folder = path.parent_path(); folder != folder_ || !folder_known_) {
@@ -134,6 +142,7 @@ class FolderSearch {
             folder_known_ = true;
             const fs::path named = folder.empty() ? fs::path(".") : folder;
             real_folder_ = fs::canonical(named, error);
+            // An empty last part on both sides, so that a slash at the end makes no difference.
             own_folder_ = fs::absolute(named, error).lexically_normal() / "" == real_folder_ / "";
         }
         const bool is_link = link == Link::Yes;
@@ -145,9 +154,11 @@ class FolderSearch {
         candidates_.push_back({file, real.string(), is_link ? 2 : own_folder_ ? 0 : 1});
     }
 
+    /** A folder with all below it; links to folders are left for later. */
     void enter(const fs::path& folder, const fs::path& root) {
         std::error_code error;
         const fs::path real = fs::canonical(folder, error);
+        // Each real folder is entered once, so links that lead in a circle end.
         if (!error && (is_left_out(real, folder, root) || !entered_.insert(real).second)) {
             return;
         }
@@ -160,6 +171,7 @@ class FolderSearch {
         std::vector<fs::directory_entry> files;
         for (const fs::directory_iterator end; !error && entries != end; entries.increment(error)) {
             const fs::path path = entries->path();
+            // Hidden entries are left out.
             if (path.filename().string().front() == '.') {
                 continue;
             }
@@ -182,6 +194,7 @@ class FolderSearch {
         }
     }
 
+    /** Adds the files with their paths below the root, for the folders of the outputs. */
     void take_all(const std::vector<fs::directory_entry>& files, const fs::path& root) {
         const fs::path top = rules_.top == Top::Keep ? name_of(root) : fs::path();
         for (const fs::directory_entry& file : files) {
@@ -199,16 +212,19 @@ class FolderSearch {
                folder != root;
     }
 
+    /** Whether the folder is the output folder or lies below it. */
     bool gets_outputs(const fs::path& real) const {
         return !output_dir_.empty() &&
                std::mismatch(output_dir_.begin(), output_dir_.end(), real.begin(), real.end())
                        .first == output_dir_.end();
     }
 
+    /** Keeps audio files, lists what is not supported, and reports links to nowhere. */
     void sort_out(const fs::directory_entry& entry, std::vector<fs::directory_entry>& files) {
         const fs::path& path = entry.path();
         std::error_code error;
         const bool regular = entry.is_regular_file(error);
+        // A link whose target is missing.
         const bool lost = !regular && !entry.exists(error);
         if (!regular && !lost) {
             return;
@@ -287,6 +303,7 @@ FoundFiles find_files(std::vector<std::string> paths, const SearchRules& rules) 
         }
     }
     search.finish();
+    // Folder entries come in an order that differs between machines.
     std::sort(found.files.begin(), found.files.end(),
               [](const FoundFile& a, const FoundFile& b) { return path_less(a.path, b.path); });
     std::sort(found.unsupported.begin(), found.unsupported.end());

@@ -65,6 +65,7 @@ bool begins_with(const fs::path& path, const std::string& words) {
     std::ifstream in(path, std::ios::binary);
     std::string start(words.size(), '\0');
     in.read(&start[0], static_cast<std::streamsize>(start.size()));
+    // An empty file may be replaced: nothing is lost.
     return in.gcount() == 0 || start == words;
 }
 
@@ -92,9 +93,11 @@ std::vector<std::string> outputs_among(const OutputNames& names,
                                        const std::vector<FoundFile>& files,
                                        PathResolver& resolver) {
     std::vector<std::string> reasons(files.size());
+    // With --output there is one input, which cannot be the output of another.
     if (!names.output.empty()) {
         return reasons;
     }
+    // Where the files are, with the links of their folders followed.
     std::unordered_map<std::string, std::size_t> place_of;
     for (std::size_t i = 0; i < files.size(); ++i) {
         place_of[resolver.placed(files[i].path)] = i;
@@ -105,6 +108,7 @@ std::vector<std::string> outputs_among(const OutputNames& names,
             reasons[i] = "is an output: its name has the suffix, and its original is beside it";
         }
         const auto found = place_of.find(resolver.placed(output_of(names, files[i]).string()));
+        // A file with the name of its own output is refused by plan_one().
         if (found != place_of.end() && found->second != i) {
             reasons[found->second] = "is the output of " + files[i].path;
         }
@@ -126,6 +130,7 @@ PlannedFile plan_one(const FoundFile& file,
                      const fs::path& output,
                      const std::string& resolved_output,
                      PathResolver& resolver) {
+    // A link or a second name of the input is the input as well.
     if (resolved_output == resolver.resolved(file.path) || same_file(output, file.path)) {
         throw UsageError(
             fmt::format("the output {} is an input; inputs are never written", output.string()));
@@ -188,6 +193,7 @@ std::vector<PlannedFile> plan_outputs(const OutputNames& names,
         plan.back().note = file.note;
         plan.back().searched = file.origin == FoundFile::Origin::Searched;
     }
+    // Behind the plan: they are reported and not leveled.
     plan.insert(plan.end(), passed_over.begin(), passed_over.end());
     return plan;
 }
@@ -237,6 +243,7 @@ void check_facts_paths(const Request& request, std::size_t inputs) {
         check("report", request.report + "/index.html", kReportStart);
     }
     if (!request.json_on_standard_output()) {
+        // Each line of such a file is an object.
         check("json", request.json, "{");
     }
     check("csv", request.csv, kCsvStart);

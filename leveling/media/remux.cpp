@@ -32,6 +32,7 @@ bool is_bare(const std::string& muxer) {
     return muxers.count(muxer) != 0;
 }
 
+/** A stream of the output: a copy, or a new sound with its encoder. */
 struct Track {
     int in;
     AVStream* out = nullptr;
@@ -49,7 +50,9 @@ class Remuxer {
         check(avformat_alloc_output_context2(&context, nullptr, file.muxer.c_str(), nullptr),
               "it cannot be written");
         output_.reset(context);
+        // The same input gives the same bytes: no random numbers, times or versions are written.
         output_->flags |= AVFMT_FLAG_BITEXACT;
+        // Accepts codecs in containers where the library still calls them experimental.
         output_->strict_std_compliance = FF_COMPLIANCE_EXPERIMENTAL;
         for (int i = 0; i < static_cast<int>(input_.context().nb_streams); ++i) {
             const auto is_new = [i](const NewSound& sound) { return sound.sound.stream == i; };
@@ -115,6 +118,7 @@ class Remuxer {
     const std::vector<std::string>& notes() const { return notes_; }
 
   private:
+    /** Adds Opus's codec delay to the times where this version of the muxer does not. */
     void shift_opus(Track& track) const {
         const AVCodecParameters& parameters = *track.out->codecpar;
         if (file_.demuxer == "matroska" && parameters.codec_id == AV_CODEC_ID_OPUS &&
@@ -124,6 +128,7 @@ class Remuxer {
         }
     }
 
+    /** What was written into memory is dropped. */
     void close_output(const std::string& to) {
         if (!to.empty()) {
             avio_closep(&output_->pb);
@@ -135,6 +140,7 @@ class Remuxer {
         output_->pb = nullptr;
     }
 
+    /** Null for a stream that has no place in the output. */
     Track* track_of(int index) {
         for (Track& track : tracks_) {
             if (track.in == index) {
@@ -168,6 +174,7 @@ class Remuxer {
                 return false;
             }
         }
+        // Picture and sound are never left out: a container that refuses them fails the file.
         const bool essential = stream.codecpar->codec_type == AVMEDIA_TYPE_VIDEO ||
                                stream.codecpar->codec_type == AVMEDIA_TYPE_AUDIO;
         if (!essential && !muxer_takes(file_.muxer, stream)) {
@@ -212,9 +219,11 @@ class Remuxer {
         request.choice = choose_encoder(file_, sound.sound, sound.codec);
         request.sample_rate_hz = sound.sound.sample_rate_hz;
         request.channels = sound.sound.channels;
+        // Lossless codecs have no bit rate to set.
         request.bit_rate = sound.sound.lossless ? 0 : sound.sound.bit_rate;
         request.bits = sound.sound.bits;
         std::int64_t start_ns = 0;
+        // Without a source, in a trial, the values that were probed stand for it.
         if (sound.source) {
             request.sample_rate_hz = sound.source->sample_rate_hz;
             request.channels = sound.source->channels;
@@ -274,6 +283,7 @@ class Remuxer {
             const bool video = has_video();
             flags = video ? "+frag_keyframe+delay_moov+default_base_moof"
                           : "+delay_moov+default_base_moof";
+            // In microseconds: the mean fragment of the input, at least 0.1 s.
             if (!video) {
                 options.set("frag_duration", fmt::format("{:.0f}", std::max(0.1, each) * 1e6));
             }
@@ -305,10 +315,12 @@ class Remuxer {
 
     void write_copy(Track& track, AVPacket& packet) {
         const AVStream& from = input_.stream(track.in);
+        // The header holds it already.
         if (track.out->codecpar->codec_type == AVMEDIA_TYPE_ATTACHMENT) {
             return;
         }
         const std::int64_t time = packet.dts != AV_NOPTS_VALUE ? packet.dts : packet.pts;
+        // New sound goes first up to this time, so that the streams stay interleaved.
         if (time != AV_NOPTS_VALUE) {
             encode_until(av_rescale_q(time, from.time_base, kNanoseconds), nullptr);
         }
@@ -316,6 +328,7 @@ class Remuxer {
         write(track, packet);
     }
 
+    /** Writes the new sound up to a time in nanoseconds. */
     void encode_until(std::int64_t time_ns, const Progress& progress) {
         for (Track& track : tracks_) {
             while (track.encoder && fill_pending(track) && track.pending->dts <= time_ns) {

@@ -98,6 +98,7 @@ AVSampleFormat choose_format(const AVCodec& encoder, int bits) {
     if (formats.empty()) {
         throw FileError(fmt::format("the encoder {} cannot be used", encoder.name));
     }
+    // The smallest cost wins; 1000 and more is a last resort.
     const auto cost = [&](AVSampleFormat format) {
         const int size = 8 * av_get_bytes_per_sample(format);
         if (bits == 0) {
@@ -121,12 +122,14 @@ SoundEncoder::SoundEncoder(const Request& request)
 // Some encoders take any bit rate within bounds that depend on rate and channels and that they do
 // not tell; the nearest one on either side is searched for.
 void SoundEncoder::open_near(std::int64_t bit_rate) {
+    // Factors of the wanted bit rate, from the nearest to the furthest.
     constexpr double kSteps[] = {1, 1.1, 0.9, 1.25, 0.8, 1.5, 0.65, 2, 0.5, 3, 0.33, 0.25, 0.16};
     for (double step : kSteps) {
         try {
             open(static_cast<std::int64_t>(static_cast<double>(bit_rate) * step));
             return;
         } catch (const FileError&) {
+            // A codec without loss has no bit rate to try others of.
             if (step == kSteps[std::size(kSteps) - 1] || request_.bits > 0) {
                 throw;
             }
@@ -142,6 +145,7 @@ void SoundEncoder::open(std::int64_t bit_rate) {
     av_channel_layout_default(&codec_->ch_layout, request_.channels);
     codec_->sample_fmt = choose_format(encoder, request_.bits);
     codec_->flags |= AV_CODEC_FLAG_BITEXACT;
+    // The bytes must not depend on the number of processors.
     codec_->thread_count = 1;
     if (request_.global_header) {
         codec_->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;

@@ -42,6 +42,7 @@ void copy_tags(const AVDictionary* from, AVDictionary** to, Tags which) {
 void copy_parameters(const AVStream& from, const AVOutputFormat& format, AVStream& to) {
     check(avcodec_parameters_copy(to.codecpar, from.codecpar), "it cannot be written");
     const AVCodecTag* const* tags = format.codec_tag;
+    // A tag stays where the new container gives it the same meaning, or has none for the codec.
     unsigned known = 0;
     const bool keep = !tags ||
                       av_codec_get_id(tags, to.codecpar->codec_tag) == to.codecpar->codec_id ||
@@ -75,6 +76,7 @@ void copy_side_data(const AVStream& from, AVStream& to) {
 void set_extradata(AVCodecParameters& parameters, const AVPacket& packet) {
     const auto size = static_cast<std::size_t>(packet.size);
     av_freep(&parameters.extradata);
+    // Decoders may read a little beyond the end; the padding is zeros.
     parameters.extradata =
         static_cast<std::uint8_t*>(av_mallocz(size + AV_INPUT_BUFFER_PADDING_SIZE));
     if (!parameters.extradata) {
@@ -85,6 +87,7 @@ void set_extradata(AVCodecParameters& parameters, const AVPacket& packet) {
 }
 
 void copy_chapters(const AVFormatContext& from, AVFormatContext& to) {
+    // At least one place, since an allocation of nothing may return null.
     auto** chapters =
         static_cast<AVChapter**>(av_calloc(std::max(1U, from.nb_chapters), sizeof(AVChapter*)));
     to.chapters = chapters;
@@ -99,6 +102,7 @@ void copy_chapters(const AVFormatContext& from, AVFormatContext& to) {
         chapters[i]->time_base = from.chapters[i]->time_base;
         chapters[i]->start = from.chapters[i]->start;
         chapters[i]->end = from.chapters[i]->end;
+        // Counted one by one, so that freeing the context after an error frees what is there.
         to.nb_chapters = i + 1;
         if (av_dict_copy(&chapters[i]->metadata, from.chapters[i]->metadata, 0) < 0) {
             throw std::bad_alloc();
@@ -106,6 +110,7 @@ void copy_chapters(const AVFormatContext& from, AVFormatContext& to) {
     }
 }
 
+// Writes a header into memory: whether that works depends on the version of the library.
 bool muxer_takes(const std::string& muxer, const AVStream& stream) {
     if (stream.codecpar->codec_type == AVMEDIA_TYPE_ATTACHMENT) {
         return muxer == "matroska";
@@ -132,6 +137,8 @@ bool muxer_takes(const std::string& muxer, const AVStream& stream) {
     return taken;
 }
 
+// A packet is written into memory, and its time looked for: a sum of time and delay is not the time
+// that was given.
 bool muxer_adds_codec_delay(const AVCodecParameters& opus) {
     constexpr std::int64_t kTimeMs = 1000;  // two bytes, 0x03e8
     AVFormatContext* context = nullptr;
@@ -144,6 +151,7 @@ bool muxer_adds_codec_delay(const AVCodecParameters& opus) {
     check(avcodec_parameters_copy(stream->codecpar, &opus), "Matroska");
     check(avio_open_dyn_buf(&trial->pb), "Matroska");
     const Packet packet = make_packet();
+    // Eight zeros: the muxer does not look into a packet.
     check(av_new_packet(packet.get(), 8), "Matroska");
     std::memset(packet->data, 0, 8);
     packet->pts = packet->dts = kTimeMs;

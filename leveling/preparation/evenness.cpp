@@ -11,13 +11,17 @@ namespace quorvane {
 namespace {
 
 constexpr std::size_t kNeighbourhood = 60;  // bins with speech: three seconds
+// Points of a gain curve in the facts; longer ones are thinned out.
 constexpr std::size_t kMostPoints = 1200;
+// Two measures of unevenness that are this close count as equal.
 constexpr double kAsEven_db = 0.1;
 constexpr double kMostUneven_db = 3.5;  // levels further apart are not a single voice
 constexpr double kEvenSpan_db = 2;      // of the phrases
 constexpr long long kSecond = 20;       // bins
+// Recordings shorter than this, in bins, are compared by seconds and not by stretches.
 constexpr long long kShort = 4 * kStretch;
 constexpr float kLoud_db = 12;  // under the loudest of them
+// A bin without speech, or in a pause: it has no gain.
 constexpr float kNone = std::numeric_limits<float>::quiet_NaN();
 
 }  // namespace
@@ -29,6 +33,7 @@ SpeechGains::SpeechGains(const std::vector<float>& before_db,
     : before_db_(before_db), gains_(before_db.size(), kNone) {
     const std::vector<bool> loud =
         loud_speech(before_db, speech, {0, static_cast<long long>(before_db.size())});
+    // The copy lacks the pauses, so its bins have a count of their own.
     std::size_t in_copy = 0;
     std::size_t pause = 0;
     double sum = 0;
@@ -62,6 +67,7 @@ double SpeechGains::near_by(long long from, long long step) const {
             loudest_db = std::max(loudest_db, before_db_[at]);
         }
     }
+    // Soft bins are mostly background, and say little about the gain of the voice.
     std::vector<float> found;
     for (const std::size_t bin : bins) {
         if (before_db_[bin] >= loudest_db - kLoud_db) {
@@ -69,6 +75,7 @@ double SpeechGains::near_by(long long from, long long step) const {
         }
     }
     if (found.empty()) {
+        // No speech on this side, so that the other one decides.
         return std::numeric_limits<double>::infinity();
     }
     const auto middle = found.begin() + static_cast<std::ptrdiff_t>(found.size() / 2);
@@ -84,6 +91,7 @@ double background_under(const Phrases& phrases,
                         const std::vector<float>& levels_db,
                         const std::vector<Stretch>& pauses) {
     std::vector<float> levels = without_pauses(levels_db, pauses);
+    // A tenth of all bins lies below it: the level of the background.
     const auto tenth = levels.begin() + static_cast<std::ptrdiff_t>(levels.size() / 10);
     std::nth_element(levels.begin(), tenth, levels.end());
     double quietest_db = phrases.phrases.front().level_db;
@@ -106,6 +114,7 @@ double unevenness(const std::vector<float>& levels_db, long long stretch) {
         ++count;
     }
     const double mean = count > 0 ? sum / count : 0;
+    // Rounding may bring the variance just below 0.
     return count > 1 ? std::sqrt(std::max(0.0, squares / count - mean * mean)) : 0;
 }
 
@@ -130,9 +139,11 @@ std::vector<double> pause_gains(const SpeechGains& gains,
                                 double ceiling_db) {
     std::vector<double> result;
     for (const Stretch& pause : pauses) {
+        // Never more than the speech gets on average: noise alone must not come up.
         const double gain_db = std::min(gains.beside(pause), gains.mean());
         const float peak =
             *std::max_element(peaks.begin() + pause.begin, peaks.begin() + pause.end);
+        // What the pause's peak leaves up to the ceiling.
         const double room_db = ceiling_db - level_of_amplitude(static_cast<double>(peak));
         result.push_back(quorvane::portable_amplitude(std::min(gain_db, room_db)));
     }
@@ -146,6 +157,7 @@ quorvane::Leveling leveling_of_phrases(const Phrases& phrases, const std::vector
         sum += phrases.words[i] ? static_cast<double>(curve_db[i]) : 0;
         count += phrases.words[i] ? 1 : 0;
     }
+    // Passages and curve are given against the mean gain of all words.
     const double mean = count > 0 ? sum / count : 0;
     quorvane::Leveling leveling;
     for (const Phrase& phrase : phrases.phrases) {
@@ -154,6 +166,7 @@ quorvane::Leveling leveling_of_phrases(const Phrases& phrases, const std::vector
                                      static_cast<double>(phrase.bins.end) * kBin_s, phrase.level_db,
                                      static_cast<double>(curve_db[middle]) - mean});
     }
+    // Rounded up, so that there are at most kMostPoints.
     const std::size_t step = (curve_db.size() + kMostPoints - 1) / kMostPoints;
     leveling.gain_db.step_s = kBin_s * static_cast<double>(step);
     for (std::size_t i = 0; i < curve_db.size(); i += step) {

@@ -11,9 +11,11 @@
 namespace quorvane {
 namespace {
 
+// Of leveled audio into a pause and out of it.
 constexpr int kFade_ms = 300;
 constexpr int kSettle_ms = 300;  // that the high-pass hears before its output counts
 
+/** What a span of the output is made of. */
 enum class Part {
     kLeveled,  // as the engine made it
     kSettle,   // likewise, while the high-pass settles
@@ -22,6 +24,7 @@ enum class Part {
     kFadeIn
 };
 
+/** Frames of the recording, from begin up to end. */
 struct Span {
     Part part;
     long long begin;
@@ -36,6 +39,7 @@ std::vector<Span> spans_of(const Timeline& timeline,
     const long long fade = ms_to_frames(kFade_ms, rate_hz);
     const long long settle = ms_to_frames(kSettle_ms, rate_hz);
     std::vector<Span> spans;
+    // A span without frames is left out.
     const auto add = [&](Part part, long long begin, long long end, double gain) {
         if (end > begin) {
             spans.push_back({part, begin, end, gain});
@@ -46,10 +50,12 @@ std::vector<Span> spans_of(const Timeline& timeline,
     for (long long at = 0; at < timeline.frames();) {
         const long long end = pause < left_out.size() ? left_out[pause].begin : timeline.frames();
         // Leveled audio from here to the end, with a fade at each side where a pause is.
+        // At most half of what lies between two pauses, so that both fades fit.
         const long long room = (end - at) / 2;
         const long long fade_in = pause > 0 ? std::min(fade, room) : 0;
         const long long fade_out = pause < left_out.size() ? std::min(fade, room) : 0;
         const long long fading = end - fade_out;
+        // The filter starts before the fade, so that its transient is not heard.
         const long long settling = fade_out > 0 ? std::max(at + fade_in, fading - settle) : fading;
         add(Part::kFadeIn, at, at + fade_in, pause > 0 ? gains[pause - 1] : 0);
         add(Part::kLeveled, at + fade_in, settling, 0);
@@ -75,6 +81,7 @@ void read_all(InputFile& file, double* samples, long long frames) {
 /** A gain that moves in straight lines between the middles of bins. */
 class Trim {
   public:
+    /** gain_db: a value for each bin; empty: samples stay as they are. */
     Trim(const std::vector<float>& gain_db, long long bin_frames)
         : bin_frames_(static_cast<double>(bin_frames)) {
         for (const float gain : gain_db) {
@@ -93,7 +100,9 @@ class Trim {
     }
 
   private:
+    /** The factor for the next frame. */
     double next() {
+        // The frame's middle in bins, counted from the middle of the first bin.
         const double place = std::max(0.0, (static_cast<double>(at_) + 0.5) / bin_frames_ - 0.5);
         ++at_;
         const std::size_t last = gains_.size() - 1;
@@ -107,6 +116,7 @@ class Trim {
     long long at_ = 0;
 };
 
+/** Reads the recording and the engine's result side by side and writes the output. */
 class Renderer {
   public:
     Renderer(const Rendering& rendering, OutputFile& out)
@@ -123,6 +133,7 @@ class Renderer {
         leveled_.source().announce(leveled_.info().frames);
     }
 
+    /** The spans must come in order and without a gap, as both files are read once. */
     void render(const Span& span) {
         for (long long at = span.begin; at < span.end;) {
             const long long frames = std::min(kReadFrames, span.end - at);
@@ -134,11 +145,13 @@ class Renderer {
   private:
     void render_block(const Span& span, long long at, long long frames) {
         read_all(recording_, original_.data(), frames);
+        // The engine's copy lacks the pauses, so nothing is read from it there.
         if (span.part != Part::kPause) {
             read_all(leveled_, result_.data(), frames);
             trim_.process(result_.data(), frames, channels_);
         }
         if (span.part == Part::kLeveled) {
+            // The filter starts again before the next pause.
             is_settled_ = false;
         } else {
             filter(frames);
@@ -147,6 +160,7 @@ class Renderer {
         out_.take(result_.data(), original_.data(), frames);
     }
 
+    /** The recording behind the high-pass, into pause_. */
     void filter(long long frames) {
         if (!is_settled_) {
             filter_.reset();
@@ -156,12 +170,14 @@ class Renderer {
         filter_.process(pause_.data(), frames);
     }
 
+    /** A linear fade between the leveled audio and the recording with the gain of the pause. */
     void mix(const Span& span, long long at, long long frames) {
         if (span.part == Part::kSettle) {
             return;
         }
         const auto length = static_cast<double>(span.end - span.begin);
         for (long long i = 0; i < frames; ++i) {
+            // How far the frame's middle is through the span, 0 to 1.
             const double way = (static_cast<double>(at - span.begin + i) + 0.5) / length;
             const double share = span.part == Part::kPause     ? 1
                                  : span.part == Part::kFadeOut ? way
@@ -217,6 +233,7 @@ CurveReader::CurveReader(const std::string& recording,
 
 // From the middle of one bin to that of the next; the first piece ends in the first middle.
 long long CurveReader::next() {
+    // One piece more than bins, since the first piece is half a bin.
     if (bin_ > curve_db_.size()) {
         return 0;
     }
@@ -230,6 +247,7 @@ long long CurveReader::next() {
     const std::size_t samples = static_cast<std::size_t>(frames) * channels_;
     std::copy_n(original_.begin(), samples, result_.begin());
     filter_.process(result_.data(), frames);
+    // The change of the gain a frame; none up to the middle of the first bin.
     const double step = bin_ == 0 ? 0 : (after - gain_) / static_cast<double>(bin_frames_);
     double gain = gain_;
     for (std::size_t i = 0; i < samples; i += channels_) {
@@ -253,6 +271,7 @@ void render_with_curve(const std::string& recording,
     double done = 0;
     for (long long frames = 0; (frames = reader.next()) > 0;) {
         out.take(reader.result(), reader.original(), frames);
+        // Each piece stands for a bin, so their count is the progress.
         progress(done / static_cast<double>(curve_db.size()));
         done += 1;
     }

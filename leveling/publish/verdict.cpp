@@ -29,6 +29,7 @@ const Loudness* measured(const FileFacts& facts) {
     return facts.before ? &*facts.before : nullptr;
 }
 
+/** Of a track, or of the mix. */
 std::string conversation_sentence(const ConversationPart& part) {
     if (part.mix) {
         return fmt::format("The mix of {} tracks.", part.tracks);
@@ -55,6 +56,7 @@ std::string what_happened(const FileFacts& facts) {
             return fmt::format("Copied unchanged{}.", because);
         case Outcome::Planned:
             return "To be done.";
+        // Nothing to explain, so the sentence is about the speech itself.
         case Outcome::UpToDate:
         case Outcome::Leveled:
         case Outcome::Analyzed:
@@ -73,6 +75,7 @@ std::string refusal_sentence(const DestinationCheck& check, const FileFacts& fac
                        way.empty() ? "" : " (" + way + ")");
 }
 
+/** Too little speech to judge its levels by. */
 bool is_too_short(const FileFacts& facts) {
     return facts.speech && facts.speech->state == SpeechState::TooShort;
 }
@@ -157,6 +160,7 @@ std::string ready_count(const FactsList& files, const std::string& word) {
     std::size_t but = 0;
     std::size_t asked = 0;
     for (const FileFacts& facts : files) {
+        // Tracks are not published, so they do not count.
         asked += facts.is_track() ? 0 : 1;
         if (is_ready(facts, {word})) {
             ++ready;
@@ -174,10 +178,12 @@ std::string ready_count(const FactsList& files, const std::string& word) {
 
 }  // namespace
 
+// The file must have been measured.
 DestinationCheck check_file(const Destination& destination, const FileFacts& facts) {
     return check_destination(destination, *measured(facts), facts.channels, facts.duration_s());
 }
 
+// Without a target every measured file is ready that did not fail and is not a track.
 bool is_ready(const FileFacts& facts, const std::vector<std::string>& asked) {
     return measured(facts) && !is_failure(facts.outcome) && !facts.is_track() &&
            std::all_of(asked.begin(), asked.end(), [&](const auto& word) {
@@ -185,14 +191,17 @@ bool is_ready(const FileFacts& facts, const std::vector<std::string>& asked) {
            });
 }
 
+// From causes that no gain can help to the last resort; "" where there is nothing to say.
 std::string remedy(const DestinationCheck& check, const FileFacts& facts, Face face) {
     const auto misses = [&](const char* what) {
         return std::any_of(check.misses.begin(), check.misses.end(),
                            [&](const UnmetRule& rule) { return rule.what == what; });
     };
+    // An infinite distance: no loudness could be measured.
     if (std::any_of(check.misses.begin(), check.misses.end(), [](const UnmetRule& rule) {
             return rule.what == "loudness" && !std::isfinite(rule.by);
         })) {
+        // With a peak there is sound, only too little of it for a loudness.
         return std::isfinite(measured(facts)->sample_peak_dbfs) ? "" : "there is nothing to hear";
     }
     const bool only_room_tone =
@@ -221,6 +230,7 @@ std::string remedy(const DestinationCheck& check, const FileFacts& facts, Face f
 }
 
 std::string readiness(const FileFacts& facts, const std::vector<std::string>& asked, Face face) {
+    // Only the mix of a conversation is published.
     if (facts.is_track()) {
         return "";
     }
@@ -237,6 +247,7 @@ std::string readiness(const FileFacts& facts, const std::vector<std::string>& as
             sentences.push_back(refusal_sentence(check, facts, face));
         }
     }
+    // The yes comes first, and the objections are named once: with it or at the end.
     if (!ready.empty()) {
         sentences.insert(
             sentences.begin(),
@@ -263,6 +274,7 @@ std::string verdict(const FactsList& files, const std::vector<std::string>& aske
     if (files.size() == 1) {
         return verdict(*files.begin(), asked, face);
     }
+    // Measured files, leveled tracks, and files with a problem or a warning.
     std::size_t heard = 0;
     std::size_t tracks = 0;
     std::size_t objected = 0;
@@ -278,6 +290,7 @@ std::string verdict(const FactsList& files, const std::vector<std::string>& aske
     const auto add = [&](const std::string& sentence) {
         text += (text.empty() ? "" : " ") + sentence;
     };
+    // Nothing was measured, so there is nothing to say about places.
     if (heard == 0) {
         return text;
     }

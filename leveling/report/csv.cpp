@@ -16,6 +16,7 @@ namespace {
 
 using Asked = std::vector<std::string>;
 
+/** A heading, and the text of the cell for a file and the places of --for. */
 struct Column {
     const char* name;
     std::function<std::string(const FileFacts&, const Asked&)> cell;
@@ -23,6 +24,7 @@ struct Column {
 
 /** Thousandths, as in the JSON. */
 std::string number(double value) {
+    // Minus zero is written as 0, silence as an empty cell.
     const double rounded = std::round(value * 1000) / 1000;
     return std::isfinite(value) ? fmt::format("{}", rounded == 0 ? 0.0 : rounded) : "";
 }

@@ -61,6 +61,7 @@ std::string result_cell(const FileFacts& facts) {
 
 /** Ready, or what is missing in few words. */
 std::string destination_cell(const FileFacts& facts, const Destination& destination) {
+    // A track is not published, so no place is checked for it.
     if (!facts.before || facts.is_track()) {
         return "<td></td>";
     }
@@ -80,6 +81,7 @@ std::string level_cell(const FileFacts& facts,
     }
     const double was = (*facts.before).*field;
     const double now = facts.after ? (*facts.after).*field : was;
+    // Silence has no number; it sorts below everything else.
     return fmt::format("<td class=\"n\" data-label=\"{}, {}\" data-v=\"{:.2f}\">{}{}</td>", label,
                        unit, std::isfinite(now) ? now : -999.0,
                        facts.after ? "<small>" + shown(was) + " →</small> " : "", shown(now));
@@ -92,6 +94,7 @@ std::string apart_cell(const FileFacts& facts) {
     }
     const double was = facts.speech->span_before_db;
     const double after = facts.speech->span_after_db;
+    // A file that was only measured has one number and no arrow.
     const bool is_leveled = facts.after && std::isfinite(after);
     return fmt::format(
         "<td class=\"n\" data-label=\"Speech apart, dB\" data-v=\"{:.2f}\">{}{}</td>",
@@ -144,6 +147,7 @@ f.hidden=false;filter();document.documentElement.classList.remove('many')})();
 }  // namespace
 
 IndexRow index_row(const FileFacts& facts, const std::string& page, const ReportOptions& options) {
+    // A mix has no input of its own.
     const bool is_mix = facts.conversation && facts.conversation->mix;
     const std::string name = escape_html(is_mix ? facts.output : facts.input);
     const int rank = rank_of(facts, options);
@@ -163,6 +167,7 @@ std::string index_page(const FactsList& files,
                        std::vector<IndexRow> rows,
                        const std::string& conversation,
                        const ReportOptions& options) {
+    // Stable: files of one rank keep their order.
     std::stable_sort(rows.begin(), rows.end(), [](const IndexRow& one, const IndexRow& other) {
         return one.rank < other.rank;
     });
@@ -172,6 +177,7 @@ std::string index_page(const FactsList& files,
     }
     head += heading_cell("Loudness", "LUFS") + heading_cell("True peak", "dBTP") +
             heading_cell("Speech apart", "dB");
+    // The page has the gravest color of its files.
     VerdictColor color = VerdictColor::Ready;
     for (const FileFacts& facts : files) {
         color = std::max(color, verdict_color(facts, options));

@@ -57,6 +57,7 @@ std::string heading(const FileFacts& facts, const ReportOptions& options) {
         text += fmt::format("<p class=\"banner\"><b>{}</b>: {}</p>\n", outcome_text(facts),
                             escape_html(facts.cause));
     }
+    // The notes of a track repeat what its verdict says.
     for (const std::string& note : facts.conversation ? std::vector<std::string>() : facts.notes) {
         text += fmt::format("<p class=\"banner\">{}</p>\n", escape_html(note));
     }
@@ -107,6 +108,7 @@ std::string card(const char* title,
         title, value, unit, meaning);
 }
 
+/** Of a measured file; with an "after" each number is shown next to the old one. */
 std::string numbers(const FileFacts& facts) {
     std::string text = "<h2>Numbers</h2>\n<div class=\"numbers\">\n";
     for (const Figure& figure : kFigures) {
@@ -142,6 +144,7 @@ std::string standing(const FileFacts& facts, const Destination& destination) {
     return text;
 }
 
+/** channels, 1 or 2: which of two targets the row is about. */
 std::string destination_row(const FileFacts& facts, const Destination& destination, int channels) {
     // A place with one target for mono and another for stereo gets two rows, one of them dimmed.
     const bool applies = destination.mono_target == destination.other_target ||
@@ -166,6 +169,7 @@ std::string destination_rows(const FileFacts& facts, const Destination& destinat
     return destination_row(facts, destination, 2) + destination_row(facts, destination, 1);
 }
 
+/** rows: HTML that was escaped already. */
 std::string destination_table(const std::string& rows) {
     return "<table class=\"stack destinations\">\n<thead><tr><th scope=\"col\">Where</th>"
            "<th scope=\"col\">Asks for</th><th scope=\"col\">This file</th></tr></thead>\n"
@@ -176,6 +180,7 @@ std::string destination_table(const std::string& rows) {
 /** The places that were asked for; all others are folded away. */
 std::string destination_part(const FileFacts& facts, const ReportOptions& options) {
     std::string asked;
+    // One row each: a place that was named is judged for this file's channels.
     for (const std::string& word : options.destinations) {
         asked += destination_row(facts, *find_destination(word), facts.channels);
     }
@@ -201,11 +206,13 @@ std::string findings_part(const FileFacts& facts) {
         return "";
     }
     std::string list;
+    // By weight, and in the order in which they were found.
     for (const Severity severity : {Severity::Problem, Severity::Warning, Severity::Note}) {
         for (const Finding& finding : facts.findings) {
             if (finding.severity != severity) {
                 continue;
             }
+            // Null for a code of a later version, which then has its sentence alone.
             const Advice* advice = find_advice(finding.code);
             const std::string now = advice_of(finding, Face::Page);
             list += fmt::format("<li class=\"{}\"><p><b>{}</b> {}</p>\n", to_text(severity),
@@ -228,6 +235,7 @@ std::string passages(const FileFacts& facts) {
     if (rows.empty()) {
         return "";
     }
+    // Gains and levels with a sign or one decimal; times as on a clock.
     std::string table =
         "<table class=\"passages\">\n<thead><tr><th scope=\"col\">From</th><th scope=\"col\">To"
         "</th><th scope=\"col\" class=\"n\">Before <small>LUFS</small></th><th scope=\"col\" "
@@ -259,16 +267,20 @@ std::string passages(const FileFacts& facts) {
 }  // namespace
 
 std::string page_of(const FileFacts& facts, const ReportOptions& options, Place place) {
+    // A page that stands alone has no list to go back to.
     std::string body = place == Place::InFolder
                            ? "<p class=\"back\"><a href=\"index.html\">← All files</a></p>\n"
                            : "";
     std::string script;
     body += heading(facts, options) + findings_part(facts);
+    // Without a measurement the page ends with what was found.
     if (facts.before) {
         const std::string listening =
             options.listening_part ? options.listening_part(facts) : std::string();
+        // Only the player needs the script.
         script = listening.empty() ? "" : listening_script();
         body += listening;
+        // A file without a length has no time axis.
         if (facts.duration_s() > 0) {
             body += "<h2>Over time</h2>\n" + waveform_figure(facts) + loudness_figure(facts);
         }

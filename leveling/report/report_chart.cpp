@@ -23,6 +23,7 @@ constexpr Scale kWaveScale = {-1, 1, 0.5};
 
 /** The same above and below: zero stands in the middle, and a quiet file looks quiet. */
 Scale gain_scale(const Curve& gain) {
+    // dB; the scale grows in steps of it.
     constexpr double kLeastReach = 6;
     double low = 0;
     double high = 0;
@@ -61,6 +62,7 @@ std::string wave_panel(const FileFacts& facts,
                        const char* name,
                        const Curve& gain) {
     const Plot plot(facts.duration_s(), kWaveScale);
+    // Classes of the drawing: b is before leveling, a after it.
     std::string drawing = plot.bands(shown_passages(facts)) + plot.lines() +
                           plot.wave(loudness.peaks_dbfs, &loudness == &*facts.before ? "b" : "a");
     std::string labels = wave_labels();
@@ -73,12 +75,14 @@ std::string wave_panel(const FileFacts& facts,
                        svg_html(fmt::format("Waveform: {}", name), drawing), labels, name);
 }
 
+/** Of a measured file with a length. */
 bool has_waveform(const FileFacts& facts) {
     return facts.before && !facts.before->peaks_dbfs.values.empty() && facts.duration_s() > 0;
 }
 
 }  // namespace
 
+// In dB: what each moment got in all.
 Curve total_gain(const FileFacts& facts) {
     if (!facts.leveling) {
         return {};
@@ -95,6 +99,7 @@ std::string waveform_figure(const FileFacts& facts) {
     if (!has_waveform(facts)) {
         return "";
     }
+    // Only a leveled file has another waveform afterwards.
     const bool has_after =
         facts.after && !facts.after->peaks_dbfs.values.empty() && facts.outcome == Outcome::Leveled;
     const Curve gain = has_after ? total_gain(facts) : Curve{};
@@ -138,6 +143,7 @@ std::string waveform_lane(const FileFacts& facts) {
 }
 
 std::string loudness_figure(const FileFacts& facts) {
+    // LU from line to line.
     constexpr double kStep = 10;
     // The usual level of speech is always in the picture, so that pages can be compared.
     double low = -20;
@@ -148,6 +154,7 @@ std::string loudness_figure(const FileFacts& facts) {
     if (facts.after) {
         widen(facts.after->short_term_lufs, low, high);
     }
+    // What is softer is cut off, as silence would press the rest together.
     low = std::max(std::floor(low / kStep) * kStep, kQuietestShown);
     high = std::max(std::ceil(high / kStep) * kStep, low + kStep);
     const Plot plot(facts.duration_s(), {low, high, kStep});

@@ -44,6 +44,7 @@ namespace {
     throw std::system_error(errno, std::generic_category(), path);
 }
 
+/** The current folder for a bare name. */
 fs::path folder_of(const std::string& path) {
     const fs::path folder = fs::path(path).parent_path();
     return folder.empty() ? fs::path(".") : folder;
@@ -75,6 +76,7 @@ void sweep(const fs::path& folder, const Callback& wanted) {
         if (word == std::string::npos || !wanted(name.substr(0, word + std::strlen(kPartWord)))) {
             continue;
         }
+        // The name may have been given to a link or a pipe: neither is followed or waited for.
         const int file = open(part.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
         if (file < 0) {
             continue;
@@ -92,6 +94,7 @@ void copy_attributes(int from, int to) {
 #ifdef __APPLE__
     fcopyfile(from, to, nullptr, COPYFILE_ACL | COPYFILE_XATTR);
 #else
+    // The first call only gives the size of the list; each name in it ends with a 0 byte.
     const ssize_t room = flistxattr(from, nullptr, 0);
     std::string names(room > 0 ? static_cast<std::size_t>(room) : 0, '\0');
     const ssize_t length = flistxattr(from, &names[0], names.size());
@@ -107,18 +110,21 @@ void copy_attributes(int from, int to) {
         const ssize_t bytes = fgetxattr(from, name.c_str(), nullptr, 0);
         std::vector<char> value(bytes > 0 ? static_cast<std::size_t>(bytes) : 0);
         if (bytes >= 0 && fgetxattr(from, name.c_str(), value.data(), value.size()) == bytes) {
+            // What the other file system refuses is left out.
             (void)fsetxattr(to, name.c_str(), value.data(), value.size(), 0);
         }
     }
 #endif
 }
 
+/** Throws std::system_error with the reason. */
 void require_on_disk(int file, const std::string& path) {
     if (!sync_to_disk(file)) {
         fail(path);
     }
 }
 
+/** After this the new name survives a power cut. Throws std::system_error. */
 void require_name_on_disk(const std::string& path) {
     if (!sync_folder_of(path)) {
         fail(path);
@@ -130,6 +136,7 @@ void require_name_on_disk(const std::string& path) {
 OutputPart::OutputPart(const std::string& destination, const std::string& part)
     : destination_(destination),
       path_(part),
+      // The part exists already; a link that took its place is refused.
       file_(open(part.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW)) {
     if (file_ < 0) {
         fail(destination_);
@@ -151,12 +158,14 @@ StagedOutput::StagedOutput(const std::string& destination) : OutputPart(destinat
     }
     do {
         path_ = part_path(destination);
+        // 0666 without the bits of the user's mask, as for any new file.
         file_ = open(path_.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
         // The name is taken: try the next one.
     } while (file_ < 0 && errno == EEXIST);
     if (file_ < 0) {
         fail(folder.string());
     }
+    // A file system without locks is used all the same.
     try_lock(file_);
 }
 
@@ -172,6 +181,7 @@ bool StagedOutput::is_in_place() const {
 
     struct stat named {};
 
+    // One inode with one name: the file was neither moved nor linked elsewhere.
     return fstat(file_, &opened) == 0 && lstat(path_.c_str(), &named) == 0 &&
            opened.st_dev == named.st_dev && opened.st_ino == named.st_ino && opened.st_nlink == 1;
 }
@@ -215,6 +225,7 @@ void StagedOutput::take_protection_of(const std::string& other) {
         fail(other);
     }
     // A group that this user is not in cannot be given.
+    // Where the group cannot be set, the file may have it already.
     const bool same_group =
         fchown(file_, static_cast<uid_t>(-1), status.st_gid) == 0 || status.st_gid == getegid();
     copy_attributes(source.get(), file_);
@@ -250,6 +261,7 @@ void StagedOutput::commit(Existing existing) {
             require_name_on_disk(destination_);
             return;
         }
+        // The name is taken. Any other error means a file system without links.
         if (errno == EEXIST || access(destination_.c_str(), F_OK) == 0) {
             errno = EEXIST;
             fail(destination_);
@@ -258,6 +270,7 @@ void StagedOutput::commit(Existing existing) {
     if (rename(path_.c_str(), destination_.c_str()) != 0) {
         fail(destination_);
     }
+    // The destructor has nothing to remove any more.
     path_.clear();
     require_name_on_disk(destination_);
 }
@@ -307,6 +320,7 @@ StagedText::StagedText(const std::string& destination) : destination_(destinatio
 StagedText::~StagedText() = default;
 
 void StagedText::add(const std::string& text) {
+    // Short lines are collected, so that not each of them costs a call.
     constexpr std::size_t kBlockBytes = 1 << 16;
     pending_ += text;
     if (pending_.size() >= kBlockBytes) {

@@ -21,8 +21,10 @@ namespace fs = std::filesystem;
 
 namespace {
 
+// Of every variable that the program gets.
 constexpr const char* kPrefix = "QUORVANE_";
 
+/** Absolute, so that the program may change its working folder. Empty stays empty. */
 std::string absolute(const std::string& path) {
     std::error_code error;
     return path.empty() ? path : fs::absolute(path, error).lexically_normal().string();
@@ -31,6 +33,7 @@ std::string absolute(const std::string& path) {
 /** Our environment with the results in place of variables of such names. */
 std::vector<std::string> environment_for(const FileFacts& facts) {
     std::vector<std::string> variables;
+    // Those of an outer run would look like results.
     for (char** variable = environ; *variable; ++variable) {
         if (std::strncmp(*variable, kPrefix, std::strlen(kPrefix)) != 0) {
             variables.emplace_back(*variable);
@@ -43,6 +46,7 @@ std::vector<std::string> environment_for(const FileFacts& facts) {
     add("OUTPUT", absolute(facts.output));
     add("OUTCOME", to_text(facts.outcome));
     add("CAUSE", facts.cause);
+    // In seconds; the levels below are in LUFS and dBTP.
     add("DURATION", fmt::format("{:.3f}", facts.duration_s()));
     if (facts.before) {
         add("LUFS_BEFORE", fmt::format("{:.1f}", facts.before->integrated_lufs));
@@ -60,6 +64,7 @@ int start(const std::string& program, const FileFacts& facts, pid_t& pid) {
     std::vector<char*> environment;
     environment.reserve(variables.size() + 1);
     for (std::string& variable : variables) {
+        // The call takes pointers into the strings, which outlive it.
         environment.push_back(&variable[0]);
     }
     environment.push_back(nullptr);
@@ -73,10 +78,12 @@ int start(const std::string& program, const FileFacts& facts, pid_t& pid) {
     posix_spawn_file_actions_adddup2(&actions, STDERR_FILENO, STDOUT_FILENO);
     posix_spawnattr_t attributes;
     posix_spawnattr_init(&attributes);
+    // A process group of its own, so that all that the program starts can be ended with it.
     posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGDEF);
     posix_spawnattr_setpgroup(&attributes, 0);
     sigset_t usual;
     sigemptyset(&usual);
+    // Ignored signals are inherited; the program gets their usual meaning back.
     for (const int number : {SIGPIPE, SIGHUP, SIGINT, SIGTERM, SIGIO}) {
         sigaddset(&usual, number);
     }
@@ -96,10 +103,12 @@ bool wait_for(pid_t pid, std::chrono::milliseconds limit, int& status) {
     const auto latest = std::chrono::steady_clock::now() + limit;
     for (;;) {
         const pid_t ended = waitpid(pid, &status, WNOHANG);
+        // Any error but EINTR means that there is nothing to wait for.
         if (ended == pid || (ended < 0 && errno != EINTR)) {
             return true;
         }
         if (std::chrono::steady_clock::now() >= latest) {
+            // The whole process group.
             kill(-pid, SIGKILL);
             while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
             }
@@ -133,6 +142,7 @@ void DoneProgram::add(const FileFacts& facts) {
     {
         const std::lock_guard<std::mutex> lock(mutex_);
         queue_.push_back(facts);
+        // The program gets neither curves nor passages, so they need not wait in memory.
         strip_details(queue_.back());
     }
     changed_.notify_one();
@@ -149,11 +159,13 @@ void DoneProgram::work() {
     std::unique_lock<std::mutex> lock(mutex_);
     for (;;) {
         changed_.wait(lock, [this] { return ending_ || !queue_.empty(); });
+        // The end was requested, and all that was queued has run.
         if (queue_.empty()) {
             return;
         }
         const FileFacts facts = std::move(queue_.front());
         queue_.pop_front();
+        // add() must not wait for a program that takes long.
         lock.unlock();
         if (const std::string problem = run(facts); !problem.empty()) {
             failed_(fmt::format("--on-done {} failed for {}: {}", program_, facts.input, problem));

@@ -29,14 +29,18 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr std::size_t kEventBytes = 65536;  // read at once
+// Between two searches, where the kernel does not report.
 constexpr std::chrono::seconds kSearchEvery{5};
+// While the folder is gone.
 constexpr std::chrono::seconds kLookForFolderEvery{2};
 
+/** Many programs write under a hidden name first and rename the file when it is complete. */
 bool is_hidden(const std::string& name) {
     return name.empty() || name.front() == '.';
 }
 
 #ifdef __linux__
+// IN_ONLYDIR: a file that has taken the folder's name is not watched.
 constexpr std::uint32_t kEvents = IN_CREATE | IN_CLOSE_WRITE | IN_MOVED_TO | IN_MOVED_FROM |
                                   IN_DELETE | IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR;
 #endif
@@ -47,9 +51,11 @@ FolderWatch::FolderWatch(std::string folder, const std::string& left_out, Report
     : folder_(std::move(folder)), mounted_(folder_), report_(std::move(report)) {
     std::error_code error;
     if (!left_out.empty()) {
+        // Resolved, so that a link to it is left out as well.
         left_out_ = fs::weakly_canonical(left_out, error).string();
     }
 #ifdef __linux__
+    // Its changes are reported by poll(); -1 on other systems.
     mounts_ = open("/proc/self/mounts", O_RDONLY | O_CLOEXEC);
 #endif
 }
@@ -62,6 +68,7 @@ FolderWatch::~FolderWatch() {
 }
 
 void FolderWatch::stop_watching() {
+    // Closing the descriptor ends all of its watches.
     if (events_ >= 0) {
         close(std::exchange(events_, -1));
     }
@@ -74,6 +81,7 @@ bool FolderWatch::is_there() const {
     return fs::is_directory(folder_, error) && mounted_.is_mounted();
 }
 
+/** The first reason is kept. */
 void FolderWatch::need_search(const std::string& why) {
     if (source_ != Source::Search) {
         source_ = Source::Search;
@@ -90,6 +98,7 @@ void FolderWatch::look() {
         next_look_ = Clock::now() + kLookForFolderEvery;
         return;
     }
+    // need_search() changes this where the kernel cannot report.
     source_ = Source::Kernel;
 #ifdef __linux__
     events_ = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
@@ -139,6 +148,7 @@ bool FolderWatch::add_folder(const std::string& folder) {
         }
     }
 #endif
+    // Without the kernel's number the folder gets one of ours, below -1.
     if (watch < 0) {
         // Found again by its inode, so that links that lead in a circle end.
         watch = -2 - static_cast<int>(folders_.size());
@@ -148,6 +158,7 @@ bool FolderWatch::add_folder(const std::string& folder) {
             }
         }
     }
+    // The kernel has one number for each inode, so a folder that is reached twice is not new.
     const bool is_new =
         folders_.emplace(watch, Folder{folder, status.st_dev, status.st_ino}).second;
     if (is_new) {
@@ -162,6 +173,7 @@ void FolderWatch::list(const std::string& folder) {
     fs::directory_iterator entries(folder, error);
     for (const fs::directory_iterator end; !error && entries != end; entries.increment(error)) {
         const std::string name = entries->path().filename().string();
+        // An entry that cannot be looked at is passed over.
         std::error_code unreadable;
         if (is_hidden(name)) {
             continue;
@@ -172,6 +184,7 @@ void FolderWatch::list(const std::string& folder) {
             report_(entries->path().string(), Change::Found);
         }
     }
+    // After the listing, so that one folder is open at a time.
     for (const std::string& below : folders) {
         enter(below);
     }
@@ -179,6 +192,7 @@ void FolderWatch::list(const std::string& folder) {
 
 /** Stops watching a folder that was renamed or removed, and those below it. */
 void FolderWatch::leave(const std::string& folder) {
+    // With the slash: "talks-2" is not below "talks".
     const std::string below = folder + "/";
     for (auto entry = watch_of_.begin(); entry != watch_of_.end();) {
         if (entry->first == folder || entry->first.rfind(below, 0) == 0) {
@@ -203,6 +217,7 @@ std::array<pollfd, 2> FolderWatch::descriptors() const {
 /** Whether a watched path now leads to another folder, as after a mount. */
 bool FolderWatch::folders_moved() const {
     if (!is_there()) {
+        // Gone, unless that is known already.
         return source_ != Source::None;
     }
     for (const auto& [watch, folder] : folders_) {
@@ -213,11 +228,13 @@ bool FolderWatch::folders_moved() const {
             return true;
         }
     }
+    // Unchanged, but it may be back after it was gone.
     return source_ == Source::None;
 }
 
 void FolderWatch::read(const pollfd* polled) {
     const bool doubtful = read_events();
+    // POLLERR is how the kernel reports a changed table of mounts.
     const bool moved = (polled[1].revents & (POLLPRI | POLLERR)) != 0 && folders_moved();
     const bool is_time = next_look_ && *next_look_ <= Clock::now();
     if (doubtful || moved || is_time) {
@@ -232,6 +249,7 @@ bool FolderWatch::read_events() {
     alignas(inotify_event) std::array<char, kEventBytes> bytes{};
     while (events_ >= 0 && !doubtful) {
         const ssize_t count = ::read(events_, bytes.data(), bytes.size());
+        // Nothing more is there, since the descriptor does not block.
         if (count <= 0) {
             break;
         }
@@ -253,6 +271,7 @@ bool FolderWatch::read_events() {
 bool FolderWatch::take_event(std::uint32_t mask, int watch, const std::string& name) {
 #ifdef __linux__
     const auto folder = folders_.find(watch);
+    // Events were lost, or the file system was unmounted.
     if ((mask & (IN_Q_OVERFLOW | IN_UNMOUNT)) != 0) {
         return true;
     }
@@ -271,6 +290,7 @@ bool FolderWatch::take_event(std::uint32_t mask, int watch, const std::string& n
         if ((mask & (IN_MOVED_FROM | IN_DELETE)) != 0) {
             leave(entry);
         } else if ((mask & (IN_CREATE | IN_MOVED_TO)) != 0) {
+            // What had this name before is forgotten, so that the new folder is listed.
             leave(entry);
             enter(entry);
         }

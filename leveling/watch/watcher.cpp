@@ -30,7 +30,9 @@ namespace fs = std::filesystem;
 
 namespace {
 
+// Metrics and status are written at most this often.
 constexpr std::chrono::seconds kStateEvery{1};
+// While the folder of outputs is gone.
 constexpr std::chrono::seconds kLookForOutputsEvery{2};
 /** A batch with workers ticks several times a second; one that does not is stuck. */
 constexpr std::chrono::seconds kStuck{30};
@@ -54,6 +56,7 @@ Watcher::Watcher(WatchRequest request, WatchObserver& observer)
       arrivals_(request_.settle_s),
       watch_(request_.folder,
              left_out_of(request_),
+             // Called in the loop's thread, by look() and by read().
              [this](const std::string& path, FolderWatch::Change change) {
                  const auto now = Clock::now();
                  switch (change) {
@@ -64,6 +67,7 @@ Watcher::Watcher(WatchRequest request, WatchObserver& observer)
                      case FolderWatch::Change::Found:
                          return arrivals_.found(path, now);
                      case FolderWatch::Change::Gone:
+                         // A new file of that name may come from elsewhere.
                          outputs_.erase(path);
                          return arrivals_.gone(path);
                  }
@@ -71,6 +75,7 @@ Watcher::Watcher(WatchRequest request, WatchObserver& observer)
     metrics_.started = std::time(nullptr);
     if (!request_.on_done.empty()) {
         done_program_ =
+            // Called in the program's thread, so it goes the way of the batch's events.
             std::make_unique<DoneProgram>(request_.on_done, [this](const std::string& text) {
                 post({Event::Kind::Problem, 0, text});
             });
@@ -85,12 +90,14 @@ void Watcher::run() {
         try {
             loop();
         } catch (...) {
+            // An exception may not leave a thread; run() throws it once both have ended.
             error = std::current_exception();
             batch_.stop(Batch::Stop::CleanUp);
         }
     });
     batch_.run();
     batch_ended_ = true;
+    // Wakes the loop, which looks at the flag.
     signals_.wake();
     thread.join();
     if (error) {
@@ -103,10 +110,12 @@ void Watcher::post(Event event) {
         const std::lock_guard<std::mutex> lock(mutex_);
         events_.push_back(std::move(event));
     }
+    // Outside of the lock: the loop takes it as soon as it wakes.
     signals_.wake();
 }
 
 void Watcher::started(std::size_t index) {
+    // A worker that starts is a sign of life as well.
     tick();
     post({Event::Kind::Started, index, ""});
 }
@@ -116,16 +125,19 @@ void Watcher::messages(std::size_t index, const std::string& text) {
 }
 
 void Watcher::finished(std::size_t index, const FileFacts& facts) {
+    // Curves are most of the memory, and a watch reports none.
     FileFacts kept = facts;
     strip_curves(kept);
     post({Event::Kind::Finished, index, "", std::move(kept)});
 }
 
 void Watcher::tick() {
+    // Read by ping() in the other thread.
     last_tick_ = Clock::now().time_since_epoch().count();
 }
 
 void Watcher::loop() {
+    // Reports every file that is there already.
     watch_.look();
     check_folders();
     manager_.ready(fmt::format("watching {}", request_.folder));
@@ -137,21 +149,26 @@ void Watcher::loop() {
         watch_.read(polled.data());
         take_events();
         check_folders();
+        // After a stop nothing more is begun.
         if (!told_stop_) {
             take_arrivals();
         }
         tell_state();
         ping();
     }
+    // What the batch reported at last.
     take_events();
+    // A second signal: what waits for the program is dropped.
     if (done_program_ && signals_.stops() > 1) {
         if (const std::size_t dropped = done_program_->drop(); dropped > 0) {
             observer_.problem(fmt::format("--on-done {} was not run for {} finished files",
                                           request_.on_done, dropped));
         }
     }
+    // Runs what is left in its queue, and waits for it.
     done_program_.reset();
     take_events();
+    // The last state is written however short ago the one before was.
     state_told_ = {};
     state_changed_ = true;
     tell_state();
@@ -172,6 +189,7 @@ void Watcher::sleep(std::vector<pollfd>& polled) const {
 /** Until the next thing that is to be done at a time; -1: until something happens. */
 int Watcher::milliseconds_to_sleep() const {
     std::optional<Clock::time_point> next = watch_.next_look();
+    // The earliest of all times counts.
     const auto at = [&](Clock::time_point time) { next = next ? std::min(*next, time) : time; };
     if (!told_stop_ && due_.empty() && arrivals_.next()) {
         at(*arrivals_.next());
@@ -189,10 +207,12 @@ int Watcher::milliseconds_to_sleep() const {
         at(pinged_ + *manager_.alive_every());
     }
     if (!next) {
+        // Without a time limit.
         return -1;
     }
     using std::chrono::milliseconds;
     const auto left = std::chrono::ceil<milliseconds>(*next - Clock::now());
+    // poll() takes milliseconds as an int; an hour is far below its limit.
     constexpr milliseconds kLongest{3'600'000};
     return static_cast<int>(std::clamp(left, milliseconds(0), kLongest).count());
 }
@@ -212,6 +232,7 @@ void Watcher::take_signals() {
 
 void Watcher::take_events() {
     std::vector<Event> events;
+    // The list is swapped out under the lock and reported without it, as an observer may take long.
     {
         const std::lock_guard<std::mutex> lock(mutex_);
         events.swap(events_);
@@ -244,11 +265,13 @@ void Watcher::check_folders() {
     }
     const bool outputs_back = !outputs_gone && outputs_gone_;
     outputs_gone_ = outputs_gone;
+    // Reported when it differs from what was reported last.
     const bool changed = told_source_ != watch_.source() || told_why_ != watch_.why_search();
     if (changed && watch_.source() == FolderWatch::Source::None) {
         observer_.gone(request_.folder);
     } else if ((changed || outputs_back) && watch_.source() != FolderWatch::Source::None) {
         observer_.watching(watch_.why_search());
+        // Files that failed while a folder was gone get another try.
         for (const std::string& path : std::exchange(after_return_, {})) {
             arrivals_.again(path, Clock::now());
         }
@@ -259,6 +282,7 @@ void Watcher::check_folders() {
 }
 
 std::size_t Watcher::queue_length() const {
+    // While it is tried again it is in work_ and counts there.
     const std::size_t stopped = without_room_ && work_.empty() ? 1 : 0;
     return arrivals_.size() + due_.size() + queue_.size() + work_.size() + stopped;
 }
@@ -281,9 +305,11 @@ void Watcher::tell_state() {
         return;
     }
     try {
+        // The file is replaced as a whole, so that a reader never sees half of it.
         write_whole_text(request_.metrics, to_text(metrics_));
         metrics_failed_ = false;
     } catch (const std::system_error& error) {
+        // Reported once, until a write succeeds.
         if (!std::exchange(metrics_failed_, true)) {
             observer_.problem(fmt::format("--metrics {} cannot be written: {}", request_.metrics,
                                           error.code().message()));
@@ -295,6 +321,7 @@ void Watcher::tell_state() {
 void Watcher::ping() {
     const auto now = Clock::now();
     const auto ticked = Clock::time_point(Clock::duration(last_tick_.load()));
+    // Without a file in work the batch does not tick.
     if (manager_.alive_every() && now - pinged_ >= *manager_.alive_every() &&
         (running_ == 0 || now - ticked < kStuck)) {
         pinged_ = now;

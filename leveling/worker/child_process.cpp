@@ -72,6 +72,7 @@ struct Pipe {
     static int release(int& end) { return std::exchange(end, -1); }
 
   private:
+    /** To a number that the worker does not use, closed on exec. Throws std::system_error. */
     static int move_up(int descriptor) {
         const int moved = fcntl(descriptor, F_DUPFD_CLOEXEC, kFirstFreeDescriptor);
         close(descriptor);
@@ -99,6 +100,7 @@ bool read_available(int descriptor, std::string& text) {
     return true;
 }
 
+/** Different lines in their order, without empty ones; a carriage return ends a line as well. */
 std::vector<std::string> lines_of(const std::string& messages) {
     std::vector<std::string> lines;
     boost::split(lines, messages, boost::is_any_of("\r\n"), boost::token_compress_on);
@@ -140,6 +142,7 @@ void ChildProcess::start(const std::string& message) {
 
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
+    // The standard input is empty, and both outputs go to one pipe for messages.
     posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
     posix_spawn_file_actions_adddup2(&actions, output_pipe.write_end, STDOUT_FILENO);
     posix_spawn_file_actions_adddup2(&actions, output_pipe.write_end, STDERR_FILENO);
@@ -149,6 +152,7 @@ void ChildProcess::start(const std::string& message) {
     std::string name = "quorvane";
     std::string word = kWorkerWord;
     char* argv[] = {&name[0], &word[0], nullptr};
+    // The same program once more, with the word that makes it a worker.
     const int error = posix_spawn(&pid_, own_program().c_str(), &actions, nullptr, argv, environ);
     posix_spawn_file_actions_destroy(&actions);
     if (error) {
@@ -156,9 +160,11 @@ void ChildProcess::start(const std::string& message) {
         throw std::system_error(error, std::generic_category(), "a worker cannot be started");
     }
 
+    // What is not released here, the worker's ends, is closed at the end of this function.
     job_end_ = Pipe::release(job_pipe.write_end);
     events_ = Pipe::release(event_pipe.read_end);
     output_ = Pipe::release(output_pipe.read_end);
+    // One worker must not block the parent, which reads from all of them.
     fcntl(events_, F_SETFL, O_NONBLOCK);
     fcntl(output_, F_SETFL, O_NONBLOCK);
     // A worker that died already, or one that gets half its job, shows at its end.
@@ -184,6 +190,7 @@ void ChildProcess::read_events(const std::function<void(const nlohmann::ordered_
     if (events_ < 0) {
         return;
     }
+    // Only the new bytes can hold a line end.
     const std::size_t searched = event_text_.size();
     const bool more = read_available(events_, event_text_);
     std::size_t begin = 0;
@@ -196,7 +203,9 @@ void ChildProcess::read_events(const std::function<void(const nlohmann::ordered_
         }
         begin = end + 1;
     }
+    // What is left is the beginning of a line.
     event_text_.erase(0, begin);
+    // A worker that was taken over could fill the parent's memory.
     too_long_ = too_long_ || event_text_.size() > kMostEventBytes;
     if (too_long_) {
         event_text_ = std::string();
@@ -214,12 +223,14 @@ void ChildProcess::read_output() {
     if (!read_available(output_, messages_)) {
         close(std::exchange(output_, -1));
     }
+    // The end of the messages is kept, as it holds the cause.
     if (messages_.size() > kMostMessageBytes) {
         messages_.erase(0, messages_.size() - kMostMessageBytes);
     }
 }
 
 bool ChildProcess::at_end() {
+    // Both pipes are closed, or the process has ended.
     return (events_ < 0 && output_ < 0) || reap(WNOHANG);
 }
 
@@ -245,6 +256,7 @@ bool ChildProcess::reap(int options) {
 }
 
 int ChildProcess::wait() {
+    // waitpid() knows no time limit, so it is called every millisecond.
     constexpr std::chrono::milliseconds kPause{1};
     const auto latest = std::chrono::steady_clock::now() + kTimeToEnd;
     while (!reap(WNOHANG)) {

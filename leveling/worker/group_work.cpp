@@ -49,6 +49,7 @@ class TrackError : public std::runtime_error {
     std::string input_;
 };
 
+/** The work on one conversation, from its jobs to their results. */
 class GroupRun {
   public:
     GroupRun(const std::vector<Job>& jobs, const std::function<void(double)>& progress);
@@ -56,10 +57,13 @@ class GroupRun {
     /** Throws TrackError. */
     void go();
 
+    /** The tracks in the order of the jobs, the mix behind them. */
     std::vector<WorkResult> results() const;
+    /** All files as failed: one by its own cause, the others because of it. */
     std::vector<WorkResult> failed(const std::string& input, const std::string& cause) const;
 
   private:
+    // from: where on the progress bar the stage begins, 0 to 1.
     void run_stage(const Stage& stage, double from);
     void level(const std::function<void(double)>& progress);
     void note_voice(Work& work, const TrackResult& result) const;
@@ -91,6 +95,7 @@ GroupRun::GroupRun(const std::vector<Job>& jobs, const std::function<void(double
             tracks_.push_back(std::move(work));
         }
     }
+    // The mix takes the last 15 % of the progress bar.
     tracks_until_ = mix_ ? 0.85 : 1;
 }
 
@@ -107,6 +112,7 @@ void GroupRun::go() {
         try {
             make_mix();
         } catch (const std::exception& error) {
+            // A mix has no input of its own, so its output names it.
             throw TrackError(mix_->job.output, error);
         }
     }
@@ -114,7 +120,9 @@ void GroupRun::go() {
 
 void GroupRun::run_stage(const Stage& stage, double from) {
     const auto count = static_cast<double>(tracks_.size());
+    // The shares of a decoded file stand for all, so that the bar moves evenly.
     const double span = stage.until_decoded - from;
+    // The only stage in which the tracks depend on each other.
     if (stage.of == StageOf::kLevel) {
         return level([&](double done) { progress_((from + span * done) * tracks_until_); });
     }
@@ -135,9 +143,11 @@ void GroupRun::run_stage(const Stage& stage, double from) {
 
 /** Takes all tracks through the leveling. */
 void GroupRun::level(const std::function<void(double)>& progress) {
+    // Reading is half of the stage, rendering the other half.
     constexpr double kAnalysed = 0.5;
     std::vector<std::string> recordings;
     for (const Work& work : tracks_) {
+        // A media file with several audio streams.
         if (work.engine_inputs.size() != 1) {
             throw TrackError(work.job.input,
                              FileError("it has several sounds; a track of a conversation has one"));
@@ -148,6 +158,7 @@ void GroupRun::level(const std::function<void(double)>& progress) {
     try {
         conversation_->analyse([&](double done) { progress(kAnalysed * done); });
     } catch (const std::exception& error) {
+        // The error names no file; the first track stands for the group.
         throw TrackError(tracks_.front().job.input, error);
     }
     const auto count = static_cast<double>(tracks_.size());
@@ -168,6 +179,7 @@ void GroupRun::level(const std::function<void(double)>& progress) {
     }
 }
 
+/** The facts of one track, with a note on its owner. */
 void GroupRun::note_voice(Work& work, const TrackResult& result) const {
     work.facts.leveling = result.leveling;
     work.facts.preparation = result.preparation;
@@ -186,15 +198,18 @@ void GroupRun::note_voice(Work& work, const TrackResult& result) const {
 std::string GroupRun::publish_mix(const std::string& sum) {
     const std::string to = mix_->job.scratch + "/published.wav";
     const auto as_it_is = [](const std::string& audio) { return Reading{audio, ""}; };
+    // Nothing is encoded in between, so publish() reads each result as it is.
     const Published published =
         publish(*find_destination(mix_->job.options.destination), sum, to, as_it_is, [](double) {});
     mix_->facts.publishing = published.facts;
     return published.path;
 }
 
+/** Sum, limiter, output format, measurement, then the bytes beside the output. Throws. */
 void GroupRun::make_mix() {
     Work& work = *mix_;
     const std::string extension = lower_extension(work.job.output);
+    // libsndfile's number of the first track's format; 0: not known.
     int like = 0;
     try {
         like = open_to_read(tracks_.front().job.input).format();
@@ -203,8 +218,10 @@ void GroupRun::make_mix() {
     }
     const int format = mix_format(extension, like);
     const std::string sum = work.job.scratch + "/sum.wav";
+    // Summing is half of what is left on the bar.
     const double from = tracks_until_;
     conversation_->render_mix(sum, [&](double done) { progress_(from + (1 - from) / 2 * done); });
+    // A destination has a limiter of its own; without one the mix is limited as it is written.
     const bool has_destination = !work.job.options.destination.empty();
     const std::string rendered = has_destination ? publish_mix(sum) : sum;
     work.audio = work.job.scratch + "/mix." + extension;
@@ -223,6 +240,7 @@ void GroupRun::make_mix() {
     work.part->clear();
     work.part->fill_from(work.audio);
     work.part->sync();
+    // The record of outputs holds both hashes.
     work.output_hash = content_hash(work.part->path());
     work.input_hash = content_hash(work.job.input);
     progress_(1);
@@ -248,6 +266,7 @@ std::vector<WorkResult> GroupRun::failed(const std::string& input, const std::st
     std::vector<WorkResult> all = results();
     for (WorkResult& result : all) {
         result.facts.outcome = Outcome::Failed;
+        // The mix shares its input with the first track, so its output identifies it.
         const bool is_mix = mix_ && result.facts.output == mix_->job.output;
         const bool is_own = is_mix ? result.facts.output == input : result.facts.input == input;
         result.facts.cause =
@@ -272,8 +291,10 @@ std::vector<WorkResult> work_on_group(const std::vector<Job>& jobs,
     } catch (const TrackError& error) {
         results = run.failed(error.input(), error.what());
     } catch (const std::exception& error) {
+        // Not the fault of one file: the first one is named.
         results = run.failed(jobs.front().input, cause_of(error));
     }
+    // Each file gets the time of the whole group.
     const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start;
     for (WorkResult& result : results) {
         result.facts.elapsed_s = elapsed.count();

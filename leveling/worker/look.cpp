@@ -26,6 +26,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
+/** What is known of a file before the look. */
 FileFacts facts_at_first(const Job& job) {
     FileFacts facts;
     facts.input = job.input;
@@ -46,6 +47,7 @@ using Event = nlohmann::ordered_json;
 /** Reads all that the process sends. */
 void follow(ChildProcess& process, const std::function<void(const Event&)>& take) {
     for (;;) {
+        // Checked before reading, so that what was sent up to the end is read.
         const bool ended = process.at_end();
         process.read_events(take);
         process.read_output();
@@ -79,10 +81,12 @@ FileFacts look_into(const Job& job) {
     FileFacts facts = facts_at_first(job);
     try {
         const std::unique_ptr<AudioBackend> backend = make_backend(job);
+        // Files that need decoders are looked into only where the options request it.
         if (backend->decodes() && !job.options.look_inside) {
             return facts;
         }
         backend->probe(facts);
+        // Only a file that will be leveled needs channels that can be leveled.
         if (!job.output.empty()) {
             require_channels(facts, job.options);
         }
@@ -100,11 +104,13 @@ std::vector<FileFacts> look_into_all(const std::vector<Job>& jobs) {
         try {
             look_on(jobs, found);
         } catch (const std::exception& error) {
+            // Without any answer the first job fails, so that the loop comes to an end.
             if (found.size() == before) {
                 found.push_back(failed(jobs[before], cause_of(error)));
             }
         }
     }
+    // JSON's text may have lost bytes of the names.
     for (std::size_t i = 0; i < jobs.size(); ++i) {
         found[i].input = jobs[i].input;
         found[i].output = jobs[i].output;
@@ -138,6 +144,7 @@ std::vector<std::vector<std::size_t>> conversations_among(const std::vector<std:
     } catch (const std::exception&) {
         return {};  // no process can be started: the work itself will fail and report why
     }
+    // The answer comes from a process that has read files of unknown origin.
     for (const std::vector<std::size_t>& set : sets) {
         if (std::any_of(set.begin(), set.end(),
                         [&](std::size_t at) { return at >= inputs.size(); })) {

@@ -24,6 +24,7 @@ constexpr std::int64_t kAacBlock = 1024;  // also the delay of the encoder
 
 constexpr double kAllDone = 1;
 
+/** A stream number below 0 chooses every audio stream. */
 media::SoundChoice choice_of(const JobOptions& options) {
     return {options.audio_stream, options.audio_stream < 0, options.audio_codec};
 }
@@ -33,9 +34,11 @@ media::SoundChoice choice_of(const JobOptions& options) {
 void MediaBackend::probe(FileFacts& facts) {
     file_ = media::probe_media(job_.input, choice_of(job_.options));
     describe(facts);
+    // Only measured: nothing will be written back.
     if (job_.output.empty()) {
         return;
     }
+    // A trial without sound: do container and encoder accept each other?
     std::vector<media::NewSound> sounds;
     for (const media::Sound& sound : file_.sounds) {
         sounds.push_back({sound, job_.options.audio_codec, "", nullptr});
@@ -47,6 +50,7 @@ void MediaBackend::describe(FileFacts& facts) const {
     const media::Sound& sound = file_.sounds.front();
     facts.sample_rate_hz = sound.sample_rate_hz;
     facts.channels = sound.channels;
+    // From the container's length; decoding replaces it by a count.
     facts.frames = static_cast<std::int64_t>(file_.duration_s * sound.sample_rate_hz);
     facts.media = MediaFacts{file_.container, sound.codec_name, sound.bit_rate, {}};
     std::string streams;
@@ -64,6 +68,7 @@ void MediaBackend::decode(FileFacts& facts, const std::function<void(double)>& p
     const auto count = static_cast<double>(file_.sounds.size());
     for (const media::Sound& sound : file_.sounds) {
         const std::string to = fmt::format("{}/decoded{}.wav", job_.scratch, sound.number);
+        // Each stream has the same share of the progress bar.
         const auto done = static_cast<double>(before_.size());
         before_.push_back(media::decode_sound(
             job_.input, sound, to, [&](double fraction) { progress((done + fraction) / count); }));
@@ -83,10 +88,12 @@ void MediaBackend::decode(FileFacts& facts, const std::function<void(double)>& p
 
 void MediaBackend::judge(const media::DecodedSound& sound, FileFacts& facts) const {
     const LossLimit limit = loss_limit(job_.options, !job_.output.empty());
+    // Facts of this stream alone, as judge_loss() needs its rate and frames.
     FileFacts own;
     own.sample_rate_hz = sound.sample_rate_hz;
     own.frames = sound.frames;
     judge_loss(sound.loss, limit, own);
+    // Damage whose cost in samples cannot be measured.
     if (own.notes.empty() && (sound.lost_packets > 0 || sound.read_errors > 0)) {
         own.notes.push_back("is damaged, and how much of its sound that cost is not known");
         if (limit == LossLimit::None) {
@@ -101,6 +108,7 @@ std::string MediaBackend::readable(const std::string& file) {
     if (file == job_.input) {
         return before_.front().file;
     }
+    // The result is decoded again, to be measured and checked.
     decode_result(file);
     return after_.front().file;
 }
@@ -116,6 +124,8 @@ std::vector<std::string> MediaBackend::engine_inputs() {
 // A codec of integers is given integers: what its encoder would round has dither already.
 std::string MediaBackend::quantized(std::size_t index, const std::string& leveled) const {
     const media::Sound& sound = file_.sounds[index];
+    // It stays in floats without dithering, for a codec that was chosen or is lossy, or with many
+    // bits.
     if (job_.options.plain || !job_.options.audio_codec.empty() || !sound.lossless ||
         sound.bits > kMostDitheredBits) {
         return leveled;
@@ -130,6 +140,7 @@ std::string MediaBackend::encode(const std::vector<std::string>& leveled,
     std::vector<media::NewSound> sounds;
     leveled_.clear();
     for (std::size_t i = 0; i < leveled.size(); ++i) {
+        // Empty: the engine handed this sound back.
         leveled_.push_back(!leveled[i].empty());
         if (leveled_[i]) {
             sounds.push_back(
@@ -158,12 +169,14 @@ std::string MediaBackend::add_metadata(const std::string& encoded,
  * behind it, and in it, as hexadecimal numbers.
  */
 std::string MediaBackend::gapless() const {
+    // Audio-only MP4 without fragments, whose sound is new, begins at 0 and has no gaps.
     const bool whole = file_.muxer == "ipod" && file_.layout.fragments == 0 && leveled_.front();
     if (!whole || file_.sounds.front().codec_name != "aac" || !job_.options.audio_codec.empty() ||
         before_.front().timeline.marks().size() > 1 || before_.front().timeline.time_of(0) != 0) {
         return "";
     }
     const std::int64_t frames = before_.front().frames;
+    // What fills up the last block.
     const std::int64_t over = (kAacBlock + frames) % kAacBlock;
     return fmt::format(
         " 00000000 {:08X} {:08X} {:016X} 00000000 00000000 00000000 00000000 00000000"
@@ -187,6 +200,7 @@ void MediaBackend::check_sound(std::size_t index) const {
     if (after.sample_rate_hz != before.sample_rate_hz || after.channels != before.channels) {
         throw FileError("the leveled sound does not have the format of its input");
     }
+    // A block of the codec, and the container's rounding.
     const std::int64_t most = before.timeline.nanoseconds(kBlockFrames) + kClockNs;
     const std::int64_t start = after.timeline.time_of(0) - before.timeline.time_of(0);
     const std::int64_t end =

@@ -51,6 +51,7 @@ constexpr int kOpusRateHz = 48000;
 constexpr std::int64_t kMostPadding =
     std::int64_t{16} * 1152;  // frames; encoders fill up their blocks
 
+/** Throws std::system_error or FileError with the reason, without the file's name. */
 SndfileHandle readable_input(const std::string& path) {
     if (access(path.c_str(), R_OK) != 0) {
         throw std::system_error(errno, std::generic_category(), "cannot be read");
@@ -67,6 +68,7 @@ Loss loss_of(const MpegStream& stream) {
     const std::int64_t samples = stream.samples_per_frame;
     const std::int64_t left_out = stream.trim ? stream.trim->delay + kMpegDecoderDelay : 0;
     Loss loss;
+    // Players drop the delay of encoder and decoder: places count from the first sample they play.
     std::int64_t at = -left_out;
     const auto lose = [&](std::uint64_t frames) {
         const std::int64_t end = at + static_cast<std::int64_t>(frames) * samples;
@@ -147,6 +149,7 @@ void SoundFileBackend::repair_mpeg() {
         return;
     }
     loss_ = loss_of(*stream);
+    // A right count, and a trim that covers the decoder's delay: it can be read as it is.
     const bool is_exact = stream->told && *stream->told == stream->frames && stream->trim &&
                           stream->trim->padding >= kMpegDecoderDelay;
     if (loss_.frames() > 0 || !is_exact) {
@@ -191,6 +194,7 @@ void SoundFileBackend::read_info(FileFacts& facts) {
     info_.format = file.format();
     info_.channels = file.channels();
     info_.samplerate = file.samplerate();
+    // 0 stands for a length that only decoding shows.
     info_.frames = is_known_length(file.frames()) ? file.frames() : 0;
     facts.format = format_name(info_.format, ", ");
     facts.sample_rate_hz = info_.samplerate;
@@ -212,6 +216,7 @@ Decoded SoundFileBackend::decode_damaged(const Decoded& readable) {
     const std::string to = job_.scratch + "/recovered.wav";
     try {
         Decoded recovered = media_module().decode_damaged(source_, to);
+        // Compared in seconds, since two decoders may give two sample rates.
         if (recovered.frames * readable.sample_rate_hz >=
             readable.frames * recovered.sample_rate_hz) {
             decoded_ = to;
@@ -229,6 +234,7 @@ void SoundFileBackend::decode_source(FileFacts& facts) {
     if (is_damaged_ || decoded.frames < info_.frames || !decoded.error.empty()) {
         decoded = decode_damaged(decoded);
     }
+    // The decoder has a rate of its own; the length is converted to it.
     if (decoded.sample_rate_hz != info_.samplerate) {
         info_.frames = info_.frames * decoded.sample_rate_hz / info_.samplerate;
         info_.samplerate = decoded.sample_rate_hz;
