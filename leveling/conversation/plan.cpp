@@ -46,6 +46,7 @@ std::vector<TrackPlan> plan_tracks(const std::vector<MeasuredTrack>& tracks) {
         bins = std::max(bins, static_cast<std::size_t>(std::lround(seconds / kBin_s)));
     }
     std::vector<std::vector<float>> levels;
+    levels.reserve(tracks.size());
     for (const MeasuredTrack& track : tracks) {
         levels.push_back(in_bins(track.levels->speech_db, track.bin_s, kBin_s, bins,
                                  static_cast<float>(kSilence_db)));

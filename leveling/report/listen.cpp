@@ -136,6 +136,7 @@ std::string listening_part(const FileFacts& facts, const StretchReader& read) {
     }
     const std::vector<Piece> pieces = pieces_of(facts);
     std::vector<Stretch> stretches;
+    stretches.reserve(pieces.size());
     for (const Piece& piece : pieces) {
         stretches.push_back(piece.stretch);
     }
