@@ -30,12 +30,14 @@ bool names_engine_input(int argc, char** argv) {
 
 /**
  * A standard stream that our starter closed would leave its number to the next file that is opened,
- * and the words meant for the stream would land in that file.
+ * and the words meant for the stream would land in that file. A closed standard output stays
+ * without a way to write to it, so that a result which is sent there fails.
  */
 void keep_standard_numbers_taken() {
     for (const int number : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
         if (fcntl(number, F_GETFD) < 0) {
-            (void)!open("/dev/null", O_RDWR);  // takes the lowest free number
+            // Takes the lowest free number.
+            (void)!open("/dev/null", number == STDOUT_FILENO ? O_RDONLY : O_RDWR);
         }
     }
 }
