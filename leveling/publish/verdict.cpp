@@ -40,9 +40,17 @@ std::string conversation_sentence(const ConversationPart& part) {
                : track + "; its owner does not speak, so it is not raised.";
 }
 
+/** ": CAUSE", or nothing. The sentence adds the full stop; causes of libsndfile have their own. */
+std::string because_of(std::string cause) {
+    if (!cause.empty() && cause.back() == '.') {
+        cause.pop_back();
+    }
+    return cause.empty() ? "" : ": " + cause;
+}
+
 /** One sentence with its full stop, "" where there is nothing to say. */
 std::string what_happened(const FileFacts& facts) {
-    const std::string because = facts.cause.empty() ? "" : ": " + facts.cause;
+    const std::string because = because_of(facts.cause);
     switch (facts.outcome) {
         case Outcome::Failed:
             return fmt::format("Nothing was written{}.", because);

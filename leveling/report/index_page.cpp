@@ -131,13 +131,15 @@ o.textContent=n+' of '+rows.length;more.hidden=n<=limit};
 more.onclick=()=>{limit*=5;filter()};
 q.oninput=s.onchange=filter;f.onsubmit=e=>e.preventDefault();
 const key=(r,c)=>{const d=r.cells[c],v=d.dataset.v;return v===undefined?d.textContent:+v};
+// Made once: a comparison that makes its own takes 20 times as long.
+const words=new Intl.Collator('en',{numeric:true});
 [...t.tHead.rows[0].cells].forEach((h,c)=>h.firstChild.onclick=()=>{
 const up=h.getAttribute('aria-sort')!=='ascending';
 for(const x of t.tHead.rows[0].cells)x.removeAttribute('aria-sort');
 h.setAttribute('aria-sort',up?'ascending':'descending');
 const keyed=rows.map((r,i)=>[key(r,c),i,r]);
 keyed.sort((x,y)=>{const a=x[0],z=y[0];if(a===''||z==='')return (a==='')-(z==='')||x[1]-y[1];
-const d=typeof a==='number'&&typeof z==='number'?a-z:String(a).localeCompare(String(z),'en',{numeric:true});
+const d=typeof a==='number'&&typeof z==='number'?a-z:words.compare(a,z);
 return (up?d:-d)||x[1]-y[1]});
 order=keyed.map(k=>k[1]);filter();b.append(...keyed.map(k=>k[2]))});
 f.hidden=false;filter();document.documentElement.classList.remove('many')})();

@@ -146,6 +146,19 @@ TEST(Verdict, AudiobookSaysYesOrNo) {
     EXPECT_FALSE(is_ready(facts, {"audiobook"}));
 }
 
+TEST(Verdict, EndsWithOneFullStop) {
+    FileFacts facts;
+    facts.outcome = Outcome::Failed;
+    for (const char* cause : {"cannot be read as audio: Format not recognised.",
+                              "cannot be read as audio: Format not recognised"}) {
+        facts.cause = cause;
+        EXPECT_EQ("Nothing was written: cannot be read as audio: Format not recognised.",
+                  verdict(facts, {}, Face::Page));
+    }
+    facts.cause = "";
+    EXPECT_EQ("Nothing was written.", verdict(facts, {}, Face::Page));
+}
+
 TEST(Verdict, TooShortIsNotSilent) {
     FileFacts facts = a_file(0, 0);
     facts.frames = 3200;
