@@ -26,8 +26,9 @@ PieceSums wide_sums_of(const float* samples, std::size_t count) {
     }
     // step[] holds squares: they need no absolute value, and one root at the end is enough.
     const auto take = [&](std::size_t at, std::size_t k) {
-        const float x = samples[at];
-        const float rise = x - samples[at - 1];
+        const float* here = samples + at;
+        const float x = here[0];
+        const float rise = x - here[-1];
         const float square = rise * rise;
         sum[k] += x;
         squares[k] += x * x;

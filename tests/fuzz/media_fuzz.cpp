@@ -14,8 +14,8 @@
 #include "leveling/facts/run_facts.h"
 #include "leveling/worker/audio_backend.h"
 #include "leveling/worker/delivery.h"
-#include "leveling/worker/file_work.h"
 #include "leveling/worker/media_module.h"
+#include "leveling/worker/work_on.h"
 #include "tests/fuzz/fuzz_support.h"
 
 extern "C" const quorvane::MediaModule* quorvane_media_module();
@@ -23,6 +23,11 @@ extern "C" const quorvane::MediaModule* quorvane_media_module();
 /** In place of the one that loads a shared object. */
 const quorvane::MediaModule& quorvane::media_module() {
     return *quorvane_media_module();
+}
+
+/** The module is linked in. */
+std::string quorvane::media_module_path() {
+    return "";
 }
 
 namespace fs = std::filesystem;
