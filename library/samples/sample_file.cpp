@@ -122,10 +122,10 @@ std::uint64_t SampleReader::read(char* to, std::uint64_t frames) {
     sf_count_t got = 0;
     switch (type_) {
         case QUORVANE_FLOAT32:
-            got = file_.readf(reinterpret_cast<float*>(to), count);
+            got = file_.readf(static_cast<float*>(static_cast<void*>(to)), count);
             break;
         case QUORVANE_FLOAT64:
-            got = file_.readf(reinterpret_cast<double*>(to), count);
+            got = file_.readf(static_cast<double*>(static_cast<void*>(to)), count);
             break;
         case QUORVANE_INT16:
             got = file_.readf(reinterpret_cast<short*>(to), count);
