@@ -3,7 +3,7 @@
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME quorvane)
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
-# There is no mailbox yet, and .invalid says so: mail to that domain is never delivered (RFC 2606).
+# The project has no mailbox yet. The domain .invalid shows it: mail to that domain is never delivered (RFC 2606).
 set(CPACK_PACKAGE_CONTACT "The Quorvane developers <developers@quorvane.invalid>")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "leveler for spoken word")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)

@@ -65,7 +65,7 @@ function(compile_rooms_of_target_together target)
   endforeach()
   set_target_properties(${target} PROPERTIES UNITY_BUILD ON UNITY_BUILD_MODE GROUP
     UNITY_BUILD_CODE_BEFORE_INCLUDE "// NOLINTNEXTLINE(bugprone-suspicious-include)")
-  # It tells of types in unnamed namespaces of what is included: of headers, without this.
+  # g++ warns of every type in the unnamed namespace of an included source, as if it were a header.
   target_compile_options(${target} PRIVATE $<$<CXX_COMPILER_ID:GNU>:-Wno-subobject-linkage>)
 endfunction()
 
