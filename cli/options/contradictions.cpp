@@ -19,6 +19,7 @@ void refuse_with_together(const Settings& settings) {
     refuse(settings.plain && !settings.channels.empty(),
            "--plain is the engine alone, which takes one sound of one or two channels");
     refuse(!settings.mix.empty() && !settings.together, "--mix belongs to --together");
+    refuse(settings.align && !settings.together, "--align belongs to --together");
     if (!settings.together) {
         return;
     }

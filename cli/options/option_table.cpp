@@ -68,6 +68,9 @@ std::vector<OptionRow> own_options() {
         {G::Work, "mix", 0, "FILE", C::File,
          "with --together: also write the sum of the leveled tracks, for the delivery target of "
          "--for where one is named"},
+        {G::Work, "align", 0, "", C::None,
+         "with --together: let all leveled tracks begin and end with the mix, where their "
+         "recorders began at other times or drift"},
         {G::Work, "separate", 0, "", C::None,
          "level every file by itself, also files that look like tracks of one conversation"},
         {G::Work, "plain", 0, "", C::None,

@@ -209,6 +209,7 @@ void read_switches(const Words& words, Settings& settings) {
     settings.keep_mtime = words.given("keep-mtime");
     settings.plain = words.given("plain");
     settings.together = words.given("together");
+    settings.align = words.given("align");
     settings.separate = words.given("separate");
     settings.strict = words.given("strict");
     settings.salvage = words.given("salvage");

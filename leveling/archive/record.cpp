@@ -185,13 +185,13 @@ std::string options_key(const std::vector<std::string>& tuning,
 }
 
 // The tracks of a conversation change each other's gains, so all of them count.
-std::string group_key(const std::vector<std::string>& inputs) {
+std::string group_key(const std::vector<std::string>& inputs, bool aligned) {
     std::string names;
     for (const std::string& input : inputs) {
         const std::string name = std::filesystem::path(input).filename().string();
         names += fmt::format("{}:{} ", name.size(), name);
     }
-    return text_hash(names);
+    return text_hash(names) + (aligned ? "-aligned" : "");
 }
 
 // It is the last word but one.

@@ -90,7 +90,7 @@ std::string options_key(const std::vector<std::string>& tuning,
                         const std::string& channels = "");
 
 /** The group of options_key(): which files are leveled together, by their names. */
-std::string group_key(const std::vector<std::string>& inputs);
+std::string group_key(const std::vector<std::string>& inputs, bool aligned);
 
 /** The word of the destination in a key that options_key() made, "" where there is none. */
 std::string destination_in(const std::string& options);

@@ -168,13 +168,14 @@ KWeighting::Biquad KWeighting::high_pass(int sample_rate_hz) {
     return {1, -2, 1, 2 * (k * k - 1) / a0, (1 - k / kQuality + k * k) / a0};
 }
 
-KWeighting::KWeighting(int channels, int sample_rate_hz)
+KWeighting::KWeighting(int channels, int sample_rate_hz, const std::vector<double>& weights)
     : channels_(static_cast<std::size_t>(channels)),
       shelf_(shelf(sample_rate_hz)),
       high_pass_(high_pass(sample_rate_hz)),
       pairs_((channels_ + 1) / kLanes) {
     for (std::size_t channel = 0; channel < channels_; ++channel) {
-        pairs_[channel / kLanes].weights[channel % kLanes] = channel_weight(channel, channels_);
+        pairs_[channel / kLanes].weights[channel % kLanes] =
+            weights.empty() ? channel_weight(channel, channels_) : weights[channel];
     }
 }
 

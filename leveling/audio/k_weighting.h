@@ -15,7 +15,8 @@ class KWeighting {
     /** Channels that are filtered side by side, and runs at once. */
     static constexpr std::size_t kLanes = 2;
 
-    KWeighting(int channels, int sample_rate_hz);
+    /** weights: of the channels; none: those of the usual order of up to six of them. */
+    KWeighting(int channels, int sample_rate_hz, const std::vector<double>& weights = {});
 
     /**
      * The next frames, interleaved: the squares of their weighted samples, summed over frames and,

@@ -95,10 +95,11 @@ void EnergyLedger::append(const EnergyLedger& next) {
 LoudnessMeter::LoudnessMeter(int channels,
                              int sample_rate_hz,
                              std::vector<std::int64_t> cuts,
-                             std::int64_t begin)
+                             std::int64_t begin,
+                             const std::vector<double>& weights)
     : channels_(static_cast<std::size_t>(channels)),
       settle_frames_(static_cast<std::size_t>(kSettleSeconds * sample_rate_hz)),
-      weighting_(channels, sample_rate_hz),
+      weighting_(channels, sample_rate_hz, weights),
       stretch_frames_(stretch_frames(sample_rate_hz)),
       cuts_(std::make_shared<const std::vector<std::int64_t>>(std::move(cuts))),
       ledger_(stretch_frames_, *cuts_, begin) {}

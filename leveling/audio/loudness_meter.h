@@ -60,19 +60,20 @@ class EnergyLedger {
 
 /**
  * Integrated loudness and loudness range of a recording, and its loudness in windows that are known
- * before. Channels have the weights that BS.1770-4 gives to left, right, centre, LFE (none) and the
- * two surrounds; further ones have none.
+ * before. Channels have the weights that BS.1770-4 gives to their places; where none are given,
+ * left, right, centre, LFE (none) and the two surrounds, and further ones have none.
  */
 class LoudnessMeter {
   public:
     /**
      * cuts: the frames at which the windows begin or end, ascending, each once. begin: the frame of
-     * the recording that is added first.
+     * the recording that is added first. weights: of the channels, see loudness_weights().
      */
     LoudnessMeter(int channels,
                   int sample_rate_hz,
                   std::vector<std::int64_t> cuts = {},
-                  std::int64_t begin = 0);
+                  std::int64_t begin = 0,
+                  const std::vector<double>& weights = {});
 
     /**
      * Frames before the first, which leave the filters as the recording up to there would have:

@@ -14,6 +14,7 @@
 #include "Common/audio/sound_handle.h"
 #include "Common/audio/wide_loops.h"
 #include "Common/stream/sound_source.h"
+#include "leveling/audio/channel_places.h"
 #include "leveling/audio/loudness_meter.h"
 #include "leveling/audio/peak_curve.h"
 #include "leveling/audio/power_meter.h"
@@ -108,7 +109,7 @@ class HalfMeter {
           end_(end),
           power_(file_.channels(), file_.samplerate()),
           peaks_(file_.channels(), file_.samplerate()),
-          loudness_(file_.channels(), file_.samplerate(), cuts, begin),
+          loudness_(file_.channels(), file_.samplerate(), cuts, begin, loudness_weights(file_)),
           outline_(file_.channels(), file_.samplerate(), file_.frames(), begin),
           source_(SoundHandle(file_.rawHandle(), [](SNDFILE* /*kept by file_*/) {}),
                   path,

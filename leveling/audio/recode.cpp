@@ -13,6 +13,7 @@
 #include <utility>
 #include <vector>
 
+#include "leveling/audio/channel_places.h"
 #include "leveling/audio/dither.h"
 #include "leveling/audio/sound_file.h"
 #include "leveling/audio/tag_stream.h"
@@ -55,10 +56,39 @@ Decoded copy_samples(SndfileHandle& from, SndfileHandle& to) {
     return result;
 }
 
+/** Of each channel, whether all of its samples are the same in both files. */
+std::vector<bool> equal_channels(const std::string& one_path, const std::string& other_path) {
+    SndfileHandle one = open_to_read(one_path);
+    SndfileHandle other = open_to_read(other_path);
+    const auto channels = static_cast<std::size_t>(one.channels());
+    std::vector<bool> equal(channels, one.channels() == other.channels());
+    std::vector<double> block(static_cast<std::size_t>(kBlockFrames) * channels);
+    std::vector<double> other_block(block.size());
+    while (std::find(equal.begin(), equal.end(), true) != equal.end()) {
+        const sf_count_t got = one.readf(block.data(), kBlockFrames);
+        if (got <= 0 || other.readf(other_block.data(), got) != got) {
+            break;
+        }
+        for (std::size_t i = 0; i < static_cast<std::size_t>(got) * channels; ++i) {
+            equal[i % channels] = equal[i % channels] && block[i] == other_block[i];
+        }
+    }
+    return equal;
+}
+
 /** The same into integers of up to 16 bits. source: what the file was made from. */
-Decoded copy_dithered(SndfileHandle& from, SndfileHandle& source, SndfileHandle& to, int bits) {
+Decoded copy_dithered(SndfileHandle& from,
+                      SndfileHandle& source,
+                      SndfileHandle& to,
+                      int bits,
+                      const std::vector<bool>& exact = {}) {
     Decoded result;
     Dither dither(to.channels(), to.samplerate(), bits);
+    for (std::size_t i = 0; i < exact.size(); ++i) {
+        if (exact[i]) {
+            dither.keep_exact(static_cast<int>(i));
+        }
+    }
     const auto samples =
         static_cast<std::size_t>(kBlockFrames) * static_cast<std::size_t>(from.channels());
     std::vector<double> block(samples);
@@ -164,9 +194,12 @@ Decoded decode_to_float(const std::string& from, const std::string& to) {
     SndfileHandle in = open_to_read(from);
     // An unknown length is the greatest number of frames, which selects the larger container.
     const double bytes = static_cast<double>(in.frames()) * in.channels() * sizeof(float);
-    const int container = bytes > kRiffLimit ? SF_FORMAT_RF64 : SF_FORMAT_WAV;
+    // Plain WAV has no place for those of the channels.
+    const int small = in.channels() > 2 ? SF_FORMAT_WAVEX : SF_FORMAT_WAV;
+    const int container = bytes > kRiffLimit ? SF_FORMAT_RF64 : small;
     SndfileHandle out =
         open_to_write(to, container | SF_FORMAT_FLOAT, in.channels(), in.samplerate());
+    copy_places(in, out);
     Decoded decoded = copy_samples(in, out);
     if (decoded.frames == 0 && !decoded.error.empty()) {
         throw std::runtime_error(decoded.error);
@@ -181,10 +214,22 @@ void encode_like(const std::string& from,
     SndfileHandle in = open_to_read(from);
     SndfileHandle model = open_to_read(like);
     SndfileHandle out = open_to_write(to, model.format(), in.channels(), in.samplerate());
+    copy_places(model, out);
     out.command(SFC_SET_CLIPPING, nullptr, SF_TRUE);
     set_bit_rate(out, bit_rate_of(like, static_cast<double>(model.frames()) / model.samplerate()));
     const int bits = quantization == Quantization::kDithered ? dithered_bits(out.format()) : 0;
     const Decoded copied = bits ? copy_dithered(in, model, out, bits) : copy_samples(in, out);
+    if (!copied.error.empty()) {
+        throw std::runtime_error(copied.error);
+    }
+}
+
+void encode_at(const std::string& from, const std::string& to, int format, double bits_per_second) {
+    SndfileHandle in = open_to_read(from);
+    SndfileHandle out = open_to_write(to, format, in.channels(), in.samplerate());
+    out.command(SFC_SET_CLIPPING, nullptr, SF_TRUE);
+    set_bit_rate(out, bits_per_second);
+    const Decoded copied = copy_samples(in, out);
     if (!copied.error.empty()) {
         throw std::runtime_error(copied.error);
     }
@@ -199,7 +244,11 @@ void write_dithered(const std::string& from,
     SndfileHandle out =
         open_to_write(to, SF_FORMAT_RF64 | SF_FORMAT_PCM_16, in.channels(), in.samplerate());
     out.command(SFC_RF64_AUTO_DOWNGRADE, nullptr, SF_TRUE);
-    const Decoded copied = copy_dithered(in, model, out, bits);
+    copy_places(model, out);
+    // Of a surround sound, channels that were not leveled stay as they are to the bit.
+    const Decoded copied =
+        copy_dithered(in, model, out, bits,
+                      in.channels() > 2 ? equal_channels(from, source) : std::vector<bool>());
     if (!copied.error.empty()) {
         throw std::runtime_error(copied.error);
     }

@@ -38,6 +38,12 @@ void encode_like(const std::string& from,
                  Quantization quantization);
 
 /**
+ * Encodes a file of floats in one of the lossy formats that libsndfile writes. Throws
+ * std::runtime_error with the cause.
+ */
+void encode_at(const std::string& from, const std::string& to, int format, double bits_per_second);
+
+/**
  * Writes a file's samples as integers of up to 16 bits with dither, in the upper bits of a 16-bit
  * WAV file (RF64 beyond 4 GiB). source: what they were made from, for its silence. Throws
  * std::runtime_error with the cause.

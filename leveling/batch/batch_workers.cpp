@@ -45,7 +45,7 @@ Job Batch::job_of(const Entry& entry, const std::vector<const Entry*>& group) co
                 inputs.push_back(member->input);
             }
         }
-        job.options.group = group_key(inputs);
+        job.options.group = group_key(inputs, options_.align);
         job.options.destination = entry.mix ? options_.destination : "";
     }
     return job;

@@ -43,11 +43,12 @@ void end_others(std::vector<PlannedFile>& files, Outcome outcome, const std::str
 
 /** Throws UsageError where no mix can be written to the path of --mix. */
 void require_mix(const Request& request, const std::vector<PlannedFile>& files) {
-    if (mix_format(lower_extension(request.mix), 0) == 0) {
-        throw UsageError(fmt::format(
-            "--mix {}: a mix is written as WAV, FLAC, AIFF, CAF, W64 or RF64, so its name must end "
-            "in .wav, .flac, .aiff, .caf, .w64 or .rf64",
-            request.mix));
+    if (!mix_format(lower_extension(request.mix), 0).is_known()) {
+        throw UsageError(
+            fmt::format("--mix {}: a mix is written as WAV, FLAC, AIFF, CAF, W64, RF64, MP3, Opus, "
+                        "Vorbis or AAC, so its name must end in .wav, .flac, .aiff, .caf, .w64, "
+                        ".rf64, .mp3, .opus, .ogg or .m4a",
+                        request.mix));
     }
     std::error_code error;
     for (const PlannedFile& file : files) {

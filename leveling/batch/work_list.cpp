@@ -149,7 +149,7 @@ FileFacts facts_of(SearchProblem problem, Outcome outcome) {
 void judge_outputs(const Request& request, std::vector<PlannedFile>& files) {
     const std::string destination =
         request.destinations.empty() ? "" : request.destinations.front();
-    const std::string group = group_key(tracks_of(files));
+    const std::string group = group_key(tracks_of(files), request.align);
     const auto judge_for = [&](const std::string& place, const std::string& together) {
         return UpToDate(options_key(request.tuning, request.measure, request.audio_stream,
                                     request.audio_codec, place, together, request.channels),

@@ -28,7 +28,7 @@ class ChannelAnalyser : public stream::Receiver {
     ChannelAnalyser(int channels, int sample_rate_hz, const ChannelLayout& layout)
         : channels_(static_cast<std::size_t>(channels)) {
         for (int i = 0; i < channels; ++i) {
-            in_sum_.push_back(!layout.is_lfe(i));
+            in_sum_.push_back(layout.downmix_weight(i));
         }
         for (std::size_t i = 0; i <= channels_; ++i) {  // the last one is the sum
             analysers_.emplace_back(1, sample_rate_hz,
@@ -44,7 +44,7 @@ class ChannelAnalyser : public stream::Receiver {
         for (std::size_t channel = 0; channel < channels_; ++channel) {
             for (std::size_t i = 0; i < count; ++i) {
                 one_[i] = samples[i * channels_ + channel];
-                sum_[i] += in_sum_[channel] ? one_[i] : 0;
+                sum_[i] += in_sum_[channel] * one_[i];
             }
             analysers_[channel].process(one_.data(), frames);
         }
@@ -66,11 +66,11 @@ class ChannelAnalyser : public stream::Receiver {
     /** Of all channels but the LFE, added. Its peaks are those of the sum. */
     BinLevels& sum() { return analysers_[channels_].levels(); }
 
-    bool is_in_sum(std::size_t channel) const { return in_sum_[channel]; }
+    bool is_in_sum(std::size_t channel) const { return in_sum_[channel] > 0; }
 
   private:
     std::size_t channels_;
-    std::vector<bool> in_sum_;
+    std::vector<double> in_sum_;  // its weight there
     std::vector<LevelAnalyser> analysers_;
     std::vector<double> one_;
     std::vector<double> sum_;
@@ -143,11 +143,12 @@ class ChannelRenderer {
 class ChannelRun {
   public:
     ChannelRun(const PreparedRun& run,
+               const ChannelLayout& layout,
                std::optional<ChannelUse> use,
                const std::function<void(double)>& progress)
         : run_(run),
           progress_(progress),
-          layout_(read_layout(run.recording)),
+          layout_(layout),
           info_(InputFile(run.recording).info()),
           analyser_(info_.channels, info_.samplerate, layout_),
           gains_(static_cast<std::size_t>(info_.channels)),
@@ -385,9 +386,10 @@ class ChannelRun {
 }  // namespace
 
 PreparedResult level_channels(const PreparedRun& run,
+                              const ChannelLayout& layout,
                               std::optional<ChannelUse> use,
                               const std::function<void(double)>& progress) {
-    return ChannelRun(run, use, progress).go();
+    return ChannelRun(run, layout, use, progress).go();
 }
 
 }  // namespace quorvane

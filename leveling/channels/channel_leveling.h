@@ -19,6 +19,7 @@ constexpr int kMostFileChannels = 64;
  * whatever the number of channels. Throws std::runtime_error with the cause.
  */
 PreparedResult level_channels(const PreparedRun& run,
+                              const ChannelLayout& layout,
                               std::optional<ChannelUse> use,
                               const std::function<void(double)>& progress);
 

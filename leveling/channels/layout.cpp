@@ -8,39 +8,11 @@
 #include <sndfile.hh>
 #include <stdexcept>
 
+#include "leveling/audio/channel_places.h"
 #include "leveling/audio/sound_file.h"
 
 namespace quorvane {
 namespace {
-
-/** The order of channels that FLAC prescribes; four and two have no centre. */
-std::vector<int> flac_map(int channels) {
-    constexpr int kL = SF_CHANNEL_MAP_LEFT;
-    constexpr int kR = SF_CHANNEL_MAP_RIGHT;
-    constexpr int kC = SF_CHANNEL_MAP_CENTER;
-    constexpr int kLfe = SF_CHANNEL_MAP_LFE;
-    constexpr int kBl = SF_CHANNEL_MAP_REAR_LEFT;
-    constexpr int kBr = SF_CHANNEL_MAP_REAR_RIGHT;
-    constexpr int kBc = SF_CHANNEL_MAP_REAR_CENTER;
-    constexpr int kSl = SF_CHANNEL_MAP_SIDE_LEFT;
-    constexpr int kSr = SF_CHANNEL_MAP_SIDE_RIGHT;
-    switch (channels) {
-        case 3:
-            return {kL, kR, kC};
-        case 4:
-            return {kL, kR, kBl, kBr};
-        case 5:
-            return {kL, kR, kC, kBl, kBr};
-        case 6:
-            return {kL, kR, kC, kLfe, kBl, kBr};
-        case 7:
-            return {kL, kR, kC, kLfe, kBc, kSl, kSr};
-        case 8:
-            return {kL, kR, kC, kLfe, kBl, kBr, kSl, kSr};
-        default:
-            return {};
-    }
-}
 
 /** The bytes of a WAV file's chunk, "" where there is none. */
 std::string chunk_of(SndfileHandle& file, const char* id) {
@@ -95,6 +67,26 @@ bool ChannelLayout::is_lfe(int channel) const {
     return at < map.size() && map[at] == SF_CHANNEL_MAP_LFE;
 }
 
+double ChannelLayout::downmix_weight(int channel) const {
+    constexpr double kBehind = 0.7071067811865476;
+    const auto at = static_cast<std::size_t>(channel);
+    if (at >= map.size()) {
+        return 1;
+    }
+    switch (map[at]) {
+        case SF_CHANNEL_MAP_LFE:
+            return 0;
+        case SF_CHANNEL_MAP_LEFT:
+        case SF_CHANNEL_MAP_RIGHT:
+        case SF_CHANNEL_MAP_CENTER:
+        case SF_CHANNEL_MAP_FRONT_LEFT_OF_CENTER:
+        case SF_CHANNEL_MAP_FRONT_RIGHT_OF_CENTER:
+            return 1;
+        default:
+            return kBehind;
+    }
+}
+
 // libsndfile fills in a mask of its own where it is given none.
 void clear_mask(const std::string& path) {
     constexpr std::size_t kHead = 4096;      // the chunk is the first, or behind one for sizes
@@ -117,16 +109,7 @@ void clear_mask(const std::string& path) {
 ChannelLayout read_layout(const std::string& path) {
     SndfileHandle file = open_to_read(path);
     ChannelLayout layout;
-    std::vector<int> map(static_cast<std::size_t>(file.channels()));
-    const bool has_map = file.command(SFC_GET_CHANNEL_MAP_INFO, map.data(),
-                                      static_cast<int>(map.size() * sizeof(int))) == SF_TRUE;
-    const int named = static_cast<int>(std::count_if(
-        map.begin(), map.end(), [](int place) { return place > SF_CHANNEL_MAP_MONO; }));
-    if (has_map && named == file.channels()) {
-        layout.map = map;
-    } else if ((file.format() & SF_FORMAT_TYPEMASK) == SF_FORMAT_FLAC) {
-        layout.map = flac_map(file.channels());
-    }
+    layout.map = channel_places(file);
     layout.is_unnamed =
         layout.map.empty() && (file.format() & SF_FORMAT_TYPEMASK) == SF_FORMAT_WAVEX;
     layout.is_scene = file.command(SFC_WAVEX_GET_AMBISONIC, nullptr, 0) == SF_AMBISONIC_B_FORMAT;

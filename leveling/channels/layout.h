@@ -26,6 +26,9 @@ struct ChannelLayout {
 
     /** Whether a channel is for low effects alone. */
     bool is_lfe(int channel) const;
+
+    /** Of a channel in a mono sum of all (ITU-R BS.775): 1 in front, 0.707 elsewhere, no LFE. */
+    double downmix_weight(int channel) const;
 };
 
 /** Throws std::runtime_error with the cause. */

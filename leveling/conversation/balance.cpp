@@ -81,12 +81,14 @@ class Balance {
 
     /** Of all tracks, in one bin of a track. */
     float mixed_level(std::size_t track, std::size_t bin) const {
-        const double middle_s = (static_cast<double>(bin) + 0.5) * tracks_[track].bin_s;
+        const BalancedTrack& own = tracks_[track];
+        const double middle_s = own.time.common_s((static_cast<double>(bin) + 0.5) * own.bin_s);
         double power = 0;
         for (std::size_t i = 0; i < tracks_.size(); ++i) {
+            const double other_bin = tracks_[i].time.own_s(middle_s) / tracks_[i].bin_s;
             const std::size_t at =
-                i == track ? bin : static_cast<std::size_t>(middle_s / tracks_[i].bin_s);
-            if (at < curves_[i].size()) {
+                i == track ? bin : static_cast<std::size_t>(std::max(other_bin, 0.0));
+            if (other_bin >= 0 && at < curves_[i].size()) {
                 power += power_of_level(static_cast<double>(tracks_[i].levels->louder_db[at]) +
                                         static_cast<double>(curves_[i][at]));
             }

@@ -3,6 +3,7 @@
 #include <vector>
 
 #include "leveling/conversation/track_gains.h"
+#include "leveling/conversation/track_time.h"
 
 namespace quorvane {
 
@@ -11,6 +12,7 @@ struct BalancedTrack {
     const TrackSpeech* speech;
     const BinLevels* levels;
     double bin_s;  // of its bins
+    TrackTime time;
 };
 
 /**

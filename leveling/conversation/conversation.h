@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -17,12 +18,19 @@
  */
 namespace quorvane {
 
+class OutputFile;
+
 /** What became of one track. */
 struct TrackResult {
     Leveling leveling;
     Preparation preparation;
-    double speaks_s = 0;  // its owner; 0: never
+    double speaks_s = 0;                   // its owner; 0: never
+    std::vector<FindingPlace> turns = {};  // when its owner speaks, in the recording
+    std::optional<TrackClock> clock = {};  // none for the first track
 };
+
+/** Whether a track keeps its own length, or begins and ends with the mix. */
+enum class Aligning { Keep, Align };
 
 class Conversation {
   public:
@@ -35,15 +43,21 @@ class Conversation {
     Conversation& operator=(const Conversation&) = delete;
 
     /**
-     * Reads all tracks and finds their gains. Throws std::runtime_error with the cause, which names
-     * no file.
+     * Reads all tracks and finds how their clocks differ, and their gains. Throws
+     * std::runtime_error with the cause, which names no file.
      */
     void analyse(const Progress& progress);
 
     std::size_t tracks() const;
 
     /** Writes a track to a file of the recording's format. */
-    TrackResult render(std::size_t index, const std::string& to, const Progress& progress) const;
+    TrackResult render(std::size_t index,
+                       const std::string& to,
+                       Aligning aligning,
+                       const Progress& progress) const;
+
+    /** Whether some tracks begin at other times, or drift. */
+    bool is_apart() const;
 
     /**
      * Writes the sum of all tracks as a WAV file of floats, in stereo where a track is: nothing is
@@ -53,6 +67,11 @@ class Conversation {
 
   private:
     struct Track;
+
+    void find_times();
+    double end_s() const;
+    TrackResult facts_of(const Track& track) const;
+    void render_aligned(const Track& track, OutputFile& out, const Progress& progress) const;
 
     std::vector<std::unique_ptr<Track>> tracks_;
 };

@@ -2,23 +2,12 @@
 
 #include <algorithm>
 #include <cmath>
-#include <complex>
 #include <exception>
 #include <memory>
-#include <sndfile.hh>
 
-#include "leveling/audio/fft.h"
-#include "leveling/audio/sound_file.h"
+#include "leveling/conversation/correlation.h"
 #include "leveling/conversation/modes.h"
 #include "leveling/preparation/levels.h"
-#include "leveling/preparation/sections.h"
-
-/*
- * Spill shows in the cross-correlation of two tracks with the phase transform (C. H. Knapp and G.
- * C. Carter, "The generalized correlation method for estimation of time delay", IEEE Trans. ASSP 24
- * (1976)): every frequency counts alike, so that a sound that is 30 dB lower on the one track,
- * among louder ones, still gives a sharp peak at its delay.
- */
 
 namespace quorvane {
 namespace {
@@ -33,71 +22,12 @@ constexpr double kPeak = 9;              // of the correlation, over its rms: no
 constexpr std::size_t kLeastPeaks = 4;   // pieces
 constexpr std::size_t kNeighbours = 16;  // files that each is compared with
 
-constexpr double kNoiseShare = 0.1;
-constexpr double kAboveNoise_db = 6;
+constexpr double kQuietShare = 0.1;
+constexpr double kAboveQuiet_db = 6;
 constexpr double kTurns_db = 7;        // between the two modes of the levels' difference
 constexpr double kLeastShare = 0.05;   // of the bins, in each mode
 constexpr double kSilentGuest_db = 6;  // only one ever speaks: so much lower on the other track
 constexpr double kLeastLag_s = 0.001;  // a copy of a recording has none
-
-using Spectrum = std::vector<std::complex<double>>;
-
-/** The half of a real signal's spectrum that the other half follows from, of size 1 everywhere. */
-using Phases = std::vector<std::complex<float>>;
-
-/** One recording, read at spread places. */
-class Pieces {
-  public:
-    explicit Pieces(const std::string& path)
-        : file_(open_to_read(path)),
-          channels_(static_cast<std::size_t>(file_.channels())),
-          step_(std::max(1, file_.samplerate() / kRate_hz)),
-          rate_hz_(static_cast<double>(file_.samplerate()) / step_) {}
-
-    double rate_hz() const { return rate_hz_; }
-
-    /** Mono, at about kRate_hz. */
-    std::vector<double> read(std::size_t piece) {
-        const auto frames = static_cast<sf_count_t>(kSize) * step_;
-        const sf_count_t room = std::max<sf_count_t>(0, file_.frames() - frames);
-        const auto at = static_cast<sf_count_t>(static_cast<double>(room) *
-                                                (static_cast<double>(piece) + 0.5) / kPieces);
-        std::vector<double> samples(kSize);
-        if (file_.seek(at, SF_SEEK_SET) != at) {
-            return samples;
-        }
-        FilterChain filter({low_pass(0.4 * rate_hz_, 0.54, file_.samplerate()),
-                            low_pass(0.4 * rate_hz_, 1.31, file_.samplerate()),
-                            high_pass(150, 0.71, file_.samplerate())},
-                           1);
-        std::vector<double> block(static_cast<std::size_t>(step_) * kBin * channels_);
-        std::vector<double> mono(static_cast<std::size_t>(step_) * kBin);
-        for (std::size_t done = 0; done < kSize;) {
-            const sf_count_t got = file_.readf(block.data(), static_cast<sf_count_t>(mono.size()));
-            if (got <= 0) {
-                break;
-            }
-            for (std::size_t i = 0; i < static_cast<std::size_t>(got); ++i) {
-                mono[i] = 0;
-                for (std::size_t channel = 0; channel < channels_; ++channel) {
-                    mono[i] += block[i * channels_ + channel];
-                }
-            }
-            filter.process(mono.data(), got);
-            for (std::size_t i = 0; i < static_cast<std::size_t>(got) && done < kSize;
-                 i += static_cast<std::size_t>(step_)) {
-                samples[done++] = mono[i];
-            }
-        }
-        return samples;
-    }
-
-  private:
-    SndfileHandle file_;
-    std::size_t channels_;
-    int step_;
-    double rate_hz_;
-};
 
 struct Recording {
     std::vector<Phases> phases;    // of each piece
@@ -113,15 +43,7 @@ void add_piece(Recording& recording, const std::vector<double>& samples, const F
         }
         recording.levels_db.push_back(static_cast<float>(level_of_power(power / kBin)));
     }
-    Spectrum spectrum(samples.begin(), samples.end());
-    fft.forward(spectrum);
-    Phases phases(kSize / 2 + 1);
-    for (std::size_t i = 0; i < phases.size(); ++i) {
-        const std::complex<double> value = spectrum[i];
-        const double size = std::sqrt(value.real() * value.real() + value.imag() * value.imag());
-        phases[i] = size > 0 ? std::complex<float>(value / size) : std::complex<float>();
-    }
-    recording.phases.push_back(std::move(phases));
+    recording.phases.push_back(phases_of(samples, fft));
 }
 
 /** The delay of the highest peak, seconds, and its height over the correlation's rms. */
@@ -131,25 +53,13 @@ struct Peak {
 };
 
 Peak correlate(const Phases& one, const Phases& other, double rate_hz, const Fft& fft) {
-    Spectrum product(kSize);
-    double energy = 0;
-    for (std::size_t i = 0; i < one.size(); ++i) {
-        const std::complex<double> a(one[i]);
-        const std::complex<double> b(other[i]);
-        const std::complex<double> turned(a.real() * b.real() + a.imag() * b.imag(),
-                                          a.imag() * b.real() - a.real() * b.imag());
-        product[i] = turned;
-        product[(kSize - i) % kSize] = std::conj(turned);
-        energy += 2 * (turned.real() * turned.real() + turned.imag() * turned.imag());
-    }
-    fft.inverse(product);
-    const double rms = std::sqrt(energy);  // of the inverse, which is not divided (Parseval)
+    const std::vector<float> heights = correlation(one, other, fft);
     const auto most = static_cast<long long>(kMostDelay_s * rate_hz);
     Peak peak;
-    for (long long lag = -most; lag <= most && rms > 0; ++lag) {
+    for (long long lag = -most; lag <= most; ++lag) {
         const auto at =
             static_cast<std::size_t>(lag < 0 ? lag + static_cast<long long>(kSize) : lag);
-        const double height = product[at].real() / rms;
+        const auto height = static_cast<double>(heights[at]);
         if (height > peak.height) {
             peak = {static_cast<double>(lag) / rate_hz, height};
         }
@@ -159,8 +69,8 @@ Peak correlate(const Phases& one, const Phases& other, double rate_hz, const Fft
 
 /** Whether the levels of two tracks differ as those of two microphones in one room do. */
 bool take_turns(const Recording& one, const Recording& other, bool has_delay) {
-    const double noise_one = percentile(one.levels_db, kNoiseShare) + kAboveNoise_db;
-    const double noise_other = percentile(other.levels_db, kNoiseShare) + kAboveNoise_db;
+    const double noise_one = percentile(one.levels_db, kQuietShare) + kAboveQuiet_db;
+    const double noise_other = percentile(other.levels_db, kQuietShare) + kAboveQuiet_db;
     std::vector<float> differences;
     double sum = 0;
     for (std::size_t bin = 0; bin < one.levels_db.size(); ++bin) {
@@ -204,11 +114,13 @@ bool are_tracks(const Recording& one, const Recording& other, const Fft& fft) {
 
 std::unique_ptr<Recording> read_recording(const std::string& path, const Fft& fft) {
     try {
-        Pieces pieces(path);
+        PieceReader pieces(path, kRate_hz);
+        const double room_s = std::max(0.0, pieces.seconds() - kSize / pieces.rate_hz());
         auto recording = std::make_unique<Recording>();
         recording->rate_hz = pieces.rate_hz();
         for (std::size_t piece = 0; piece < kPieces; ++piece) {
-            add_piece(*recording, pieces.read(piece), fft);
+            const double at_s = room_s * (static_cast<double>(piece) + 0.5) / kPieces;
+            add_piece(*recording, pieces.read(at_s, kSize), fft);
         }
         return recording;
     } catch (const std::exception&) {

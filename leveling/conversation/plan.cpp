@@ -14,20 +14,26 @@ namespace {
 
 constexpr double kCeiling_db = -1;
 
-/** A series in bins of another length, or another number of them: by the nearest moment. */
-template <class Value>
-std::vector<Value> in_bins(const std::vector<Value>& values,
-                           double step_s,
-                           double new_step_s,
-                           std::size_t count,
-                           Value behind) {
-    std::vector<Value> result(count, behind);
+/** A track's levels in the common bins: by the nearest moment. */
+std::vector<float> in_common_bins(const MeasuredTrack& track, std::size_t count) {
+    const std::vector<float>& levels = track.levels->speech_db;
+    std::vector<float> result(count, static_cast<float>(kSilence_db));
     for (std::size_t i = 0; i < count; ++i) {
-        const double middle_s = (static_cast<double>(i) + 0.5) * new_step_s;
-        const auto at = static_cast<std::size_t>(middle_s / step_s);
-        if (at < values.size()) {
-            result[i] = values[at];
+        const double at = track.time.own_s((static_cast<double>(i) + 0.5) * kBin_s) / track.bin_s;
+        if (at >= 0 && at < static_cast<double>(levels.size())) {
+            result[i] = levels[static_cast<std::size_t>(at)];
         }
+    }
+    return result;
+}
+
+/** And back. */
+std::vector<bool> in_own_bins(const MeasuredTrack& track, const std::vector<bool>& values) {
+    std::vector<bool> result(static_cast<std::size_t>(track.levels->count()));
+    for (std::size_t i = 0; i < result.size(); ++i) {
+        const double middle_s = (static_cast<double>(i) + 0.5) * track.bin_s;
+        const auto at = static_cast<std::size_t>(track.time.common_s(middle_s) / kBin_s);
+        result[i] = at < values.size() && values[at];
     }
     return result;
 }
@@ -42,14 +48,14 @@ double TrackPlan::speaks_s(double bin_s) const {
 std::vector<TrackPlan> plan_tracks(const std::vector<MeasuredTrack>& tracks) {
     std::size_t bins = 0;
     for (const MeasuredTrack& track : tracks) {
-        const double seconds = static_cast<double>(track.levels->count()) * track.bin_s;
+        const double seconds =
+            track.time.common_s(static_cast<double>(track.levels->count()) * track.bin_s);
         bins = std::max(bins, static_cast<std::size_t>(std::lround(seconds / kBin_s)));
     }
     std::vector<std::vector<float>> levels;
     levels.reserve(tracks.size());
     for (const MeasuredTrack& track : tracks) {
-        levels.push_back(in_bins(track.levels->speech_db, track.bin_s, kBin_s, bins,
-                                 static_cast<float>(kSilence_db)));
+        levels.push_back(in_common_bins(track, bins));
     }
     const Voices voices = find_voices(levels);
     std::vector<TrackPlan> plans(tracks.size());
@@ -57,14 +63,10 @@ std::vector<TrackPlan> plan_tracks(const std::vector<MeasuredTrack>& tracks) {
     for (std::size_t i = 0; i < tracks.size(); ++i) {
         const MeasuredTrack& track = tracks[i];
         TrackSpeech& speech = plans[i].speech;
-        const auto in_own_bins = [&](const std::vector<bool>& values) {
-            return in_bins<bool>(values, kBin_s, track.bin_s,
-                                 static_cast<std::size_t>(track.levels->count()), false);
-        };
-        speech.own = in_own_bins(voices.speaks[i]);
-        speech.others = in_own_bins(others_speak(voices, i));
+        speech.own = in_own_bins(track, voices.speaks[i]);
+        speech.others = in_own_bins(track, others_speak(voices, i));
         speech.phrases = find_own_phrases(track.levels->weighted_db, speech.own);
-        balanced.push_back({&speech, track.levels, track.bin_s});
+        balanced.push_back({&speech, track.levels, track.bin_s, track.time});
     }
     std::vector<std::vector<float>> curves = balanced_curves(balanced);
     for (std::size_t i = 0; i < tracks.size(); ++i) {

@@ -3,6 +3,7 @@
 #include <vector>
 
 #include "leveling/conversation/track_gains.h"
+#include "leveling/conversation/track_time.h"
 #include "leveling/preparation/bin_levels.h"
 
 namespace quorvane {
@@ -11,6 +12,7 @@ namespace quorvane {
 struct MeasuredTrack {
     const BinLevels* levels;
     double bin_s;  // of its bins
+    TrackTime time = {};
 };
 
 /** What is to be done to it, in its own bins. */

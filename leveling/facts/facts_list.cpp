@@ -10,12 +10,13 @@ bool is_brief(const FileFacts& facts) {
     // Names every member: one that is added does not compile until it is looked at here.
     const auto& [input, output, outcome, cause, no_room, earlier_arithmetic, format, media,
                  sample_rate_hz, channels, frames, bytes, elapsed_s, before, after, leveling,
-                 preparation, publishing, conversation, speech, findings, notes, unfenced] = facts;
+                 preparation, publishing, conversation, dialogue_lufs, speech, findings, notes,
+                 unfenced] = facts;
     const bool has_text = !output.empty() || !format.empty() || !notes.empty() || !unfenced.empty();
     const bool has_number = no_room || earlier_arithmetic || sample_rate_hz != 0 || channels != 0 ||
                             frames != 0 || bytes != 0 || elapsed_s != 0;
     return !has_text && !has_number && !media && !before && !after && !leveling && !preparation &&
-           !publishing && !conversation && !speech && findings.empty();
+           !publishing && !conversation && !dialogue_lufs && !speech && findings.empty();
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <charconv>
 #include <map>
 
+#include "leveling/facts/conversation_json.h"
 #include "leveling/facts/finding_json.h"
 #include "leveling/facts/json_numbers.h"
 #include "leveling/facts/no_room.h"
@@ -293,9 +294,10 @@ Json to_json(const FileFacts& facts, Curves curves) {
         json["publishing"] = publishing(*facts.publishing);
     }
     if (facts.conversation) {
-        json["conversation"] = {{"tracks", facts.conversation->tracks},
-                                {"mix", facts.conversation->mix},
-                                {"speaks_s", number(facts.conversation->speaks_s)}};
+        json["conversation"] = to_json(*facts.conversation);
+    }
+    if (facts.dialogue_lufs) {
+        json["dialogue_lufs"] = number(*facts.dialogue_lufs);
     }
     if (facts.speech) {
         json["speech"] = to_json(*facts.speech);
@@ -347,9 +349,10 @@ FileFacts facts_from_json(const Json& json) {
         facts.publishing = publishing_back(json.at("publishing"));
     }
     if (json.contains("conversation")) {
-        const Json& part = json.at("conversation");
-        facts.conversation =
-            ConversationPart{part.at("tracks"), part.at("mix"), number_back(part.at("speaks_s"))};
+        facts.conversation = conversation_from_json(json.at("conversation"));
+    }
+    if (json.contains("dialogue_lufs")) {
+        facts.dialogue_lufs = number_back(json.at("dialogue_lufs"));
     }
     if (json.contains("speech")) {
         facts.speech = speech_from_json(json.at("speech"));

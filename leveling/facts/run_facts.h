@@ -79,11 +79,20 @@ struct Preparation {
     bool dithered = false;                  // in the one quantisation at the end
 };
 
+/** How a recorder's clock differs from that of the conversation's first track. */
+struct TrackClock {
+    double offset_s = 0;   // the track's time when the first track begins
+    double drift_ppm = 0;  // above 0: the track's clock runs faster
+    double certainty = 0;  // 0 to 1: the pieces that agree; 0: nothing shared was found
+};
+
 /** A file's part in a conversation whose tracks were leveled together. */
 struct ConversationPart {
-    int tracks = 0;       // of the conversation
-    bool mix = false;     // the file is the mix of them
-    double speaks_s = 0;  // of a track: its owner; 0: never
+    int tracks = 0;                        // of the conversation
+    bool mix = false;                      // the file is the mix of them
+    double speaks_s = 0;                   // of a track: its owner; 0: never
+    std::vector<FindingPlace> turns = {};  // of a track: when its owner speaks
+    std::optional<TrackClock> clock = {};  // of a track that is not the first
 };
 
 /** What brought a leveled file to the destination it is for, in dB. */
@@ -143,9 +152,11 @@ struct FileFacts {
     std::optional<Preparation> preparation;  // none where the engine worked alone
     std::optional<Publishing> publishing;
     std::optional<ConversationPart> conversation;  // none where it was leveled by itself
-    std::optional<SpeechLevels> speech;            // of a file that was measured
-    std::vector<Finding> findings;                 // the gravest first
-    std::vector<std::string> notes;  // what the user should know of a file that did not fail
+    // Of the dialogue in the centre channel of a leveled surround file.
+    std::optional<double> dialogue_lufs;
+    std::optional<SpeechLevels> speech;  // of a file that was measured
+    std::vector<Finding> findings;       // the gravest first
+    std::vector<std::string> notes;      // what the user should know of a file that did not fail
     // Of "files" and "calls", the fences around the file's worker that the kernel did not give.
     std::vector<std::string> unfenced;
 

@@ -12,6 +12,7 @@
 #include "leveling/audio/sound_file.h"
 #include "leveling/facts/no_room.h"
 #include "leveling/media/bare_frames.h"
+#include "leveling/media/channel_layout.h"
 #include "leveling/media/gapless.h"
 
 namespace quorvane::media {
@@ -313,6 +314,8 @@ class SoundDecoder {
                              SF_FORMAT_RF64 | (wide_ ? SF_FORMAT_DOUBLE : SF_FORMAT_FLOAT),
                              result_.channels, result_.sample_rate_hz);
         out_.command(SFC_RF64_AUTO_DOWNGRADE, nullptr, SF_TRUE);
+        result_.layout = layout_name(first.ch_layout);
+        name_places(first.ch_layout, out_);
     }
 
     void prepare(const AVFrame& frame) {

@@ -17,6 +17,7 @@ struct DecodedSound {
     std::string file;  // WAV, or RF64 beyond 4 GiB; interleaved floating-point samples
     int sample_rate_hz = 0;
     int channels = 0;
+    std::string layout;  // see Sound
     std::int64_t frames = 0;
     Timeline timeline;
     std::int64_t start_ns = 0;      // time of the first packet

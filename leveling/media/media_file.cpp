@@ -6,7 +6,7 @@
 #include <array>
 #include <map>
 
-#include "Common/units.h"
+#include "leveling/media/channel_layout.h"
 
 namespace quorvane::media {
 namespace {
@@ -129,6 +129,7 @@ Sound describe(const AVStream& stream, int number) {
     sound.codec_name = avcodec_get_name(parameters.codec_id);
     sound.sample_rate_hz = parameters.sample_rate;
     sound.channels = parameters.ch_layout.nb_channels;
+    sound.layout = layout_name(parameters.ch_layout);
     sound.bit_rate = parameters.bit_rate;
     sound.bits = lossless_bits(parameters);
     sound.lossless = sound.bits > 0;
@@ -143,10 +144,11 @@ void refuse_unusable(const Sound& sound, const MediaFile& file) {
         throw FileError(
             fmt::format("{} has a coding that cannot be read ({})", name, sound.codec_name));
     }
-    if (sound.channels > kMostChannels) {
-        throw FileError(fmt::format(
-            "{} has {} channels, and only one or two can be leveled{}", name, sound.channels,
-            file.audio_streams > 1 ? " (--audio-stream N chooses another)" : ""));
+    if (sound.channels > kMostSoundChannels) {
+        throw FileError(
+            fmt::format("{} has {} channels, and at most {} can be leveled{}", name, sound.channels,
+                        kMostSoundChannels,
+                        file.audio_streams > 1 ? " (--audio-stream N chooses another)" : ""));
     }
     if (sound.channels < 1 || sound.sample_rate_hz < 1) {
         throw FileError(fmt::format("{} states neither channels nor sample rate", name));
@@ -175,20 +177,6 @@ std::vector<Sound> choose_sounds(const std::vector<const AVStream*>& audio,
     return chosen;
 }
 
-/** The first of the usual codecs that the container takes and the libraries encode. */
-std::string servant_for(const MediaFile& file, const Sound& sound) {
-    const AVOutputFormat* format = av_guess_format(file.muxer.c_str(), nullptr, nullptr);
-    for (const char* name : {"aac", "opus", "vorbis", "wmav2", "mp3", "ac3", "flac"}) {
-        const AVCodecDescriptor* codec = avcodec_descriptor_get_by_name(name);
-        const bool rate_fits = codec->id != AV_CODEC_ID_OPUS || sound.sample_rate_hz == kOpusRate;
-        if (format && rate_fits && codec->id != sound.codec && avcodec_find_encoder(codec->id) &&
-            avformat_query_codec(format, codec->id, FF_COMPLIANCE_NORMAL) == 1) {
-            return name;
-        }
-    }
-    return "";
-}
-
 /** By the encoder's own name or by its codec's; null for neither. */
 const AVCodec* find_encoder(const std::string& name) {
     if (const AVCodec* encoder = avcodec_find_encoder_by_name(name.c_str())) {
@@ -198,7 +186,27 @@ const AVCodec* find_encoder(const std::string& name) {
     return descriptor ? avcodec_find_encoder(descriptor->id) : nullptr;
 }
 
+/** Codecs of one or two channels alone. */
+bool is_narrow(AVCodecID codec) {
+    return codec == AV_CODEC_ID_MP3 || codec == AV_CODEC_ID_WMAV2;
+}
+
 }  // namespace
+
+std::vector<std::string> servants_for(const MediaFile& file, const Sound& sound) {
+    const AVOutputFormat* format = av_guess_format(file.muxer.c_str(), nullptr, nullptr);
+    std::vector<std::string> servants;
+    for (const char* name : {"aac", "opus", "vorbis", "wmav2", "mp3", "ac3", "flac", "pcm_s24le"}) {
+        const AVCodecDescriptor* codec = avcodec_descriptor_get_by_name(name);
+        const bool rate_fits = codec->id != AV_CODEC_ID_OPUS || sound.sample_rate_hz == kOpusRate;
+        const bool fits = rate_fits && (sound.channels <= 2 || !is_narrow(codec->id));
+        if (format && fits && codec->id != sound.codec && avcodec_find_encoder(codec->id) &&
+            avformat_query_codec(format, codec->id, FF_COMPLIANCE_NORMAL) == 1) {
+            servants.emplace_back(name);
+        }
+    }
+    return servants;
+}
 
 MediaFile probe_media(const std::string& path, const SoundChoice& choice) {
     MediaInput input(path);
@@ -250,9 +258,9 @@ EncoderChoice choose_encoder(const MediaFile& file, const Sound& sound, const st
         !(encoder->capabilities & AV_CODEC_CAP_EXPERIMENTAL)) {
         return {encoder, encoder->id == sound.codec};
     }
-    const std::string servant = servant_for(file, sound);
+    const std::vector<std::string> servants = servants_for(file, sound);
     const std::string advice =
-        servant.empty() ? "" : fmt::format("; --audio-codec {} would serve", servant);
+        servants.empty() ? "" : fmt::format("; --audio-codec {} would serve", servants.front());
     if (!codec.empty()) {
         throw FileError(fmt::format("this build has no encoder named {}{}", codec, advice));
     }

@@ -12,6 +12,9 @@ namespace quorvane::media {
 /** Hz: the rate at which Opus runs and counts its delay, whatever its source had. */
 constexpr int kOpusRate = 48000;
 
+/** The most channels of a sound that is leveled. */
+constexpr int kMostSoundChannels = 64;
+
 /** Which sound of a file is to be leveled, and how it is encoded again. */
 struct SoundChoice {
     int number = 0;     // counted from 1 among the audio streams; 0: the default one
@@ -27,6 +30,7 @@ struct Sound {
     std::string codec_name;
     int sample_rate_hz;
     int channels;
+    std::string layout;     // of the channels, FFmpeg's name: "5.1(side)"; empty: not known
     std::int64_t bit_rate;  // bits per second, 0 where the container does not tell
     bool lossless;
     int bits;  // of a lossless sound's samples
@@ -46,7 +50,7 @@ struct MediaFile {
 
 /**
  * Looks at a file's content and chooses its sound. Throws std::system_error or FileError: no media
- * file, damaged, encrypted, no sound, no such stream, more than two channels, no decoder, an absurd
+ * file, damaged, encrypted, no sound, no such stream, too many channels, no decoder, an absurd
  * duration.
  */
 MediaFile probe_media(const std::string& path, const SoundChoice& choice);
@@ -56,6 +60,12 @@ struct EncoderChoice {
     const AVCodec* encoder;
     bool same_codec;  // as the source's
 };
+
+/**
+ * Codecs that the file's container takes and the libraries encode, apart from the sound's own: the
+ * ones that usually serve first.
+ */
+std::vector<std::string> servants_for(const MediaFile& file, const Sound& sound);
 
 /**
  * The encoder for a sound of the file. Throws FileError, naming what would serve, when the

@@ -8,6 +8,7 @@
 #include <new>
 #include <set>
 
+#include "leveling/media/encoder_choice.h"
 #include "leveling/media/sound_encoder.h"
 #include "leveling/media/stream_copy.h"
 
@@ -219,6 +220,7 @@ class Remuxer {
         request.choice = choose_encoder(file_, sound.sound, sound.codec);
         request.sample_rate_hz = sound.sound.sample_rate_hz;
         request.channels = sound.sound.channels;
+        request.layout = sound.sound.layout;
         // Lossless codecs have no bit rate to set.
         request.bit_rate = sound.sound.lossless ? 0 : sound.sound.bit_rate;
         request.bits = sound.sound.bits;
@@ -227,12 +229,13 @@ class Remuxer {
         if (sound.source) {
             request.sample_rate_hz = sound.source->sample_rate_hz;
             request.channels = sound.source->channels;
+            request.layout = sound.source->layout;
             request.bit_rate = sound.sound.lossless ? 0 : sound.source->bit_rate;
             start_ns = sound.source->timeline.time_of(0);
         }
         request.lead_in = lead_in_for(request.choice.encoder->id, start_ns);
         request.global_header = (output_->oformat->flags & AVFMT_GLOBALHEADER) != 0;
-        track.encoder = std::make_unique<SoundEncoder>(request);
+        track.encoder = make_encoder(request, file_, sound.sound);
         if (sound.source) {
             track.encoder->begin(sound.file, *sound.source);
         }

@@ -8,6 +8,8 @@
 #include <limits>
 
 #include "leveling/audio/sound_file.h"
+#include "leveling/media/bit_rates.h"
+#include "leveling/media/channel_layout.h"
 
 extern "C" {
 #include <libavutil/opt.h>
@@ -25,41 +27,6 @@ constexpr int kMostFlacBits = 24;
 /** Shorter jumps of the clock are a recorder's jitter, not missing sound. */
 constexpr std::int64_t kLeastGapNs = 20000000;
 constexpr std::int64_t kBitRatePerChannel = 96000;  // where the source has none of its own
-
-/** Bit rates (kbit/s) of the codecs that know only some. */
-std::vector<int> legal_rates(AVCodecID codec, int sample_rate_hz) {
-    switch (codec) {
-        case AV_CODEC_ID_MP3:
-            if (sample_rate_hz >= 32000) {
-                return {32, 40, 48, 56, 64, 80, 96, 112, 128, 160, 192, 224, 256, 320};
-            }
-            return {8, 16, 24, 32, 40, 48, 56, 64, 80, 96, 112, 128, 144, 160};
-        case AV_CODEC_ID_MP2:
-            if (sample_rate_hz >= 32000) {
-                return {32, 48, 56, 64, 80, 96, 112, 128, 160, 192, 224, 256, 320, 384};
-            }
-            return {8, 16, 24, 32, 40, 48, 56, 64, 80, 96, 112, 128, 144, 160};
-        case AV_CODEC_ID_AC3:
-            return {32,  40,  48,  56,  64,  80,  96,  112, 128, 160,
-                    192, 224, 256, 320, 384, 448, 512, 576, 640};
-        default:
-            return {};
-    }
-}
-
-/** For codecs with a list of rates: the nearest one, bits per second. */
-std::int64_t nearest_legal(std::int64_t bit_rate, AVCodecID codec, int sample_rate_hz) {
-    std::int64_t nearest = bit_rate;
-    std::int64_t distance = std::numeric_limits<std::int64_t>::max();
-    for (int kilobits : legal_rates(codec, sample_rate_hz)) {
-        const std::int64_t legal = kilobits * 1000LL;
-        if (std::llabs(legal - bit_rate) < distance) {
-            distance = std::llabs(legal - bit_rate);
-            nearest = legal;
-        }
-    }
-    return nearest;
-}
 
 /** The formats that the encoder takes, in its order. The library changed the call. */
 std::vector<AVSampleFormat> sample_formats(const AVCodec& encoder) {
@@ -116,17 +83,34 @@ SoundEncoder::SoundEncoder(const Request& request)
     : request_(request), rate_(request.sample_rate_hz) {
     const std::int64_t wanted =
         request.bit_rate > 0 ? request.bit_rate : kBitRatePerChannel * request.channels;
-    open_near(nearest_legal(wanted, request.choice.encoder->id, request.sample_rate_hz));
+    const std::int64_t bit_rate =
+        nearest_legal(wanted, request.choice.encoder->id, request.sample_rate_hz);
+    const std::string other = other_name_of(request.layout);
+    if (other.empty()) {
+        open_near(bit_rate, request.layout);
+        return;
+    }
+    try {
+        open_near(bit_rate, request.layout);
+    } catch (const FileError&) {
+        try {
+            open_near(bit_rate, other);
+            return;
+        } catch (const FileError&) {
+            // What was wrong with the sound's own layout says more.
+        }
+        throw;
+    }
 }
 
 // Some encoders take any bit rate within bounds that depend on rate and channels and that they do
 // not tell; the nearest one on either side is searched for.
-void SoundEncoder::open_near(std::int64_t bit_rate) {
+void SoundEncoder::open_near(std::int64_t bit_rate, const std::string& layout) {
     // Factors of the wanted bit rate, from the nearest to the furthest.
     constexpr double kSteps[] = {1, 1.1, 0.9, 1.25, 0.8, 1.5, 0.65, 2, 0.5, 3, 0.33, 0.25, 0.16};
     for (double step : kSteps) {
         try {
-            open(static_cast<std::int64_t>(static_cast<double>(bit_rate) * step));
+            open(static_cast<std::int64_t>(static_cast<double>(bit_rate) * step), layout);
             return;
         } catch (const FileError&) {
             // A codec without loss has no bit rate to try others of.
@@ -137,12 +121,15 @@ void SoundEncoder::open_near(std::int64_t bit_rate) {
     }
 }
 
-void SoundEncoder::open(std::int64_t bit_rate) {
+void SoundEncoder::open(std::int64_t bit_rate, const std::string& layout) {
     const AVCodec& encoder = *request_.choice.encoder;
     codec_ = make_codec(encoder);
     codec_->sample_rate = request_.sample_rate_hz;
     codec_->time_base = {1, request_.sample_rate_hz};
-    av_channel_layout_default(&codec_->ch_layout, request_.channels);
+    if (layout.empty() || request_.channels <= 2 ||
+        av_channel_layout_from_string(&codec_->ch_layout, layout.c_str()) < 0) {
+        av_channel_layout_default(&codec_->ch_layout, request_.channels);
+    }
     codec_->sample_fmt = choose_format(encoder, request_.bits);
     codec_->flags |= AV_CODEC_FLAG_BITEXACT;
     // The bytes must not depend on the number of processors.
@@ -164,10 +151,12 @@ void SoundEncoder::open(std::int64_t bit_rate) {
         av_opt_set_int(codec_->priv_data, "reservoir", 0, 0);
     }
     if (with_memory([&] { return avcodec_open2(codec_.get(), &encoder, nullptr); }) < 0) {
-        throw FileError(fmt::format(
-            "its sound ({} Hz, {} channels) is not taken by the encoder "
-            "{}: {}",
-            request_.sample_rate_hz, request_.channels, encoder.name, reason(AVERROR(EINVAL))));
+        throw FileError(
+            fmt::format("its sound ({} Hz, {} channels{}) is not taken by the encoder "
+                        "{}: {}",
+                        request_.sample_rate_hz, request_.channels,
+                        request_.channels > 2 && !layout.empty() ? ", " + layout : "", encoder.name,
+                        reason(AVERROR(EINVAL))));
     }
     SwrContext* resampler = nullptr;
     const int code =

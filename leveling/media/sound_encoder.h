@@ -31,6 +31,7 @@ class SoundEncoder {
         EncoderChoice choice;
         int sample_rate_hz;
         int channels;
+        std::string layout;     // see Sound
         std::int64_t bit_rate;  // bits per second, for lossy codecs; the nearest legal one is taken
         int bits;               // sample size for lossless codecs, 0: lossy source
         LeadIn lead_in;
@@ -67,8 +68,8 @@ class SoundEncoder {
         std::int64_t to;
     };
 
-    void open(std::int64_t bit_rate);
-    void open_near(std::int64_t bit_rate);
+    void open(std::int64_t bit_rate, const std::string& layout);
+    void open_near(std::int64_t bit_rate, const std::string& layout);
     void feed();
     int fill(int count);
     void reach_mark();

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "leveling/audio/channel_places.h"
+
 namespace quorvane {
 namespace {
 
@@ -17,7 +19,7 @@ double rounded(double db) {
 LevelMeter::LevelMeter(LevelKind kind, const SndfileHandle& file)
     : kind_(kind),
       channels_(static_cast<std::size_t>(file.channels())),
-      meter_(file.channels(), file.samplerate()) {}
+      meter_(file.channels(), file.samplerate(), {}, 0, loudness_weights(file)) {}
 
 void LevelMeter::add(const std::vector<double>& samples) {
     if (kind_ == LevelKind::Loudness) {

@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "leveling/audio/channel_places.h"
 #include "leveling/audio/measure.h"
 #include "leveling/audio/portable_math.h"
 #include "leveling/audio/sound_file.h"
@@ -306,6 +307,7 @@ void Publisher::learn_from(const Published& result, const std::string& rendered)
 Trial Publisher::render(const std::string& to) {
     const SndfileHandle in = open_to_read(from_);
     SndfileHandle out = open_to_write(to, in.format(), channels_, in.samplerate());
+    copy_places(in, out);
     // A sample that rounds above full scale would wrap in integer formats.
     out.command(SFC_SET_CLIPPING, nullptr, SF_TRUE);
     return try_out(gain_db_, &out);

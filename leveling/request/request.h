@@ -86,6 +86,7 @@ struct FileWork {
     bool together = false;                  // all are the tracks of one conversation
     bool separate = false;                  // none is, whatever it looks like
     std::string mix;                        // the file for the mix of the tracks; empty: none
+    bool align = false;                     // tracks begin and end with the mix
 };
 
 /** A whole run. */

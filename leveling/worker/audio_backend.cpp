@@ -24,6 +24,10 @@ bool libsndfile_serves(const Job& job) {
         info.format = file.format();
         info.channels = file.channels();
         info.samplerate = file.samplerate();
+        // Its surround files of Ogg say nothing of the channels' places.
+        if ((info.format & SF_FORMAT_TYPEMASK) == SF_FORMAT_OGG && info.channels > kMostChannels) {
+            return false;
+        }
         // It claims to write layers I and II, too.
         const int coding = info.format & SF_FORMAT_SUBMASK;
         const bool is_written = sf_format_check(&info) && coding != SF_FORMAT_MPEG_LAYER_I &&

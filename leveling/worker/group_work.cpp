@@ -12,12 +12,12 @@
 #include "leveling/archive/record.h"
 #include "leveling/audio/audio_formats.h"
 #include "leveling/audio/sound_file.h"
+#include "leveling/conversation/clocks.h"
 #include "leveling/conversation/conversation.h"
 #include "leveling/conversation/mix.h"
-#include "leveling/facts/destinations.h"
 #include "leveling/facts/file_error.h"
 #include "leveling/findings/findings.h"
-#include "leveling/publish/publish.h"
+#include "leveling/worker/mix_work.h"
 #include "leveling/worker/stages.h"
 #include "leveling/worker/work_on.h"
 
@@ -67,8 +67,11 @@ class GroupRun {
     void run_stage(const Stage& stage, double from);
     void level(const std::function<void(double)>& progress);
     void note_voice(Work& work, const TrackResult& result) const;
+    void note_clock(Work& work) const;
+    void require_possible() const;
+    MixFormat mix_format_of_tracks() const;
+    ConversationPart conversation_part() const;
     void make_mix();
-    std::string publish_mix(const std::string& sum);
 
     std::vector<Job> jobs_;
     const std::function<void(double)>& progress_;
@@ -145,6 +148,8 @@ void GroupRun::run_stage(const Stage& stage, double from) {
 void GroupRun::level(const std::function<void(double)>& progress) {
     // Reading is half of the stage, rendering the other half.
     constexpr double kAnalysed = 0.5;
+    require_possible();
+    const Aligning aligning = tracks_.front().job.options.align ? Aligning::Align : Aligning::Keep;
     std::vector<std::string> recordings;
     for (const Work& work : tracks_) {
         // A media file with several audio streams.
@@ -168,9 +173,10 @@ void GroupRun::level(const std::function<void(double)>& progress) {
             work.job.scratch + "/leveled" + fs::path(recordings[i]).extension().string();
         const auto so_far = static_cast<double>(i);
         try {
-            note_voice(work, conversation_->render(i, to, [&](double done) {
+            note_voice(work, conversation_->render(i, to, aligning, [&](double done) {
                 progress(kAnalysed + (1 - kAnalysed) * (so_far + done) / count);
             }));
+            note_clock(work);
         } catch (const std::exception& error) {
             throw TrackError(work.job.input, error);
         }
@@ -179,12 +185,56 @@ void GroupRun::level(const std::function<void(double)>& progress) {
     }
 }
 
+/** What is known before the tracks are read. */
+void GroupRun::require_possible() const {
+    for (const Work& work : tracks_) {
+        if (work.job.options.align && work.backend->decodes()) {
+            throw TrackError(work.job.input,
+                             FileError("--align changes the length, which cannot be written back "
+                                       "to this file; align WAV or FLAC files made from it"));
+        }
+    }
+    if (mix_) {
+        try {
+            require_mix_rate(mix_format_of_tracks(), tracks_.front().facts.sample_rate_hz);
+        } catch (const FileError& error) {
+            throw TrackError(mix_->job.output, error);
+        }
+    }
+}
+
+/** Of a track whose recorder may not run with the first one's. */
+void GroupRun::note_clock(Work& work) const {
+    const std::optional<TrackClock>& clock = work.facts.conversation->clock;
+    if (!clock) {
+        return;
+    }
+    if (clock->certainty == 0) {
+        work.facts.notes.push_back(fmt::format(
+            "nothing that it shares with {} was found, so that its place in time was left as it is",
+            fs::path(tracks_.front().job.input).filename().string()));
+    } else if (differs(*clock, work.facts.duration_s())) {
+        work.facts.notes.push_back(fmt::format(
+            "its recorder began {:.3f} s {} that of {} and runs {:.1f} ppm {} (certainty {:.0f} "
+            "%); "
+            "{}",
+            std::fabs(clock->offset_s), clock->offset_s > 0 ? "before" : "after",
+            fs::path(tracks_.front().job.input).filename().string(), std::fabs(clock->drift_ppm),
+            clock->drift_ppm < 0 ? "slower" : "faster", 100 * clock->certainty,
+            work.job.options.align ? "corrected here and in a mix"
+                                   : "a mix corrects it, --align this file too"));
+    }
+}
+
 /** The facts of one track, with a note on its owner. */
 void GroupRun::note_voice(Work& work, const TrackResult& result) const {
     work.facts.leveling = result.leveling;
     work.facts.preparation = result.preparation;
-    work.facts.conversation =
-        ConversationPart{static_cast<int>(tracks_.size()), false, result.speaks_s};
+    ConversationPart part = conversation_part();
+    part.speaks_s = result.speaks_s;
+    part.turns = result.turns;
+    part.clock = result.clock;
+    work.facts.conversation = part;
     work.facts.notes.push_back(
         result.speaks_s > 0
             ? fmt::format("one of {} tracks of a conversation; its owner speaks for {}",
@@ -194,21 +244,8 @@ void GroupRun::note_voice(Work& work, const TrackResult& result) const {
                           tracks_.size()));
 }
 
-/** Brings the sum of the tracks to its destination; the path of the result, in floats. */
-std::string GroupRun::publish_mix(const std::string& sum) {
-    const std::string to = mix_->job.scratch + "/published.wav";
-    const auto as_it_is = [](const std::string& audio) { return Reading{audio, ""}; };
-    // Nothing is encoded in between, so publish() reads each result as it is.
-    const Published published =
-        publish(*find_destination(mix_->job.options.destination), sum, to, as_it_is, [](double) {});
-    mix_->facts.publishing = published.facts;
-    return published.path;
-}
-
-/** Sum, limiter, output format, measurement, then the bytes beside the output. Throws. */
-void GroupRun::make_mix() {
-    Work& work = *mix_;
-    const std::string extension = lower_extension(work.job.output);
+/** The mix is coded as the first track where it may be. */
+MixFormat GroupRun::mix_format_of_tracks() const {
     // libsndfile's number of the first track's format; 0: not known.
     int like = 0;
     try {
@@ -216,25 +253,37 @@ void GroupRun::make_mix() {
     } catch (const std::exception&) {
         like = 0;  // not one of libsndfile's: the extension alone decides
     }
-    const int format = mix_format(extension, like);
+    return mix_format(lower_extension(mix_->job.output), like);
+}
+
+ConversationPart GroupRun::conversation_part() const {
+    ConversationPart part;
+    part.tracks = static_cast<int>(tracks_.size());
+    return part;
+}
+
+/** Sum, limiter, output format, measurement, then the bytes beside the output. Throws. */
+void GroupRun::make_mix() {
+    Work& work = *mix_;
     const std::string sum = work.job.scratch + "/sum.wav";
     // Summing is half of what is left on the bar.
     const double from = tracks_until_;
     conversation_->render_mix(sum, [&](double done) { progress_(from + (1 - from) / 2 * done); });
-    // A destination has a limiter of its own; without one the mix is limited as it is written.
-    const bool has_destination = !work.job.options.destination.empty();
-    const std::string rendered = has_destination ? publish_mix(sum) : sum;
-    work.audio = work.job.scratch + "/mix." + extension;
-    write_mix(rendered, work.audio, format, has_destination ? Limiting::None : Limiting::Apply);
-    const SndfileHandle made = open_to_read(work.audio);
-    work.facts.sample_rate_hz = made.samplerate();
-    work.facts.channels = made.channels();
-    work.facts.frames = made.frames();
+    const MadeMix made =
+        quorvane::make_mix({sum, mix_format_of_tracks(), lower_extension(work.job.output),
+                            work.job.options.destination, work.job.scratch});
+    work.audio = made.path;
+    work.facts.publishing = made.publishing;
+    const SndfileHandle audio = open_to_read(made.readable);
+    work.facts.sample_rate_hz = audio.samplerate();
+    work.facts.channels = audio.channels();
+    work.facts.frames = audio.frames();
     work.facts.outcome = Outcome::Leveled;
-    work.facts.conversation = ConversationPart{static_cast<int>(tracks_.size()), true, 0};
+    work.facts.conversation = conversation_part();
+    work.facts.conversation->mix = true;
     work.facts.notes.push_back(fmt::format("the mix of {} tracks", tracks_.size()));
     if (work.job.options.measure) {
-        work.facts.after = measure(work.audio, [](double) {}).loudness;
+        work.facts.after = measure(made.readable, [](double) {}).loudness;
     }
     work.part = std::make_unique<OutputPart>(work.job.output, work.job.part);
     work.part->clear();

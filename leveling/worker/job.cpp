@@ -15,6 +15,7 @@ JobOptions job_options(const FileWork& work) {
     options.audio_stream = work.audio_stream;
     options.audio_codec = work.audio_codec;
     options.channels = work.channels;
+    options.align = work.align;
     options.destination = work.destinations.empty() ? "" : work.destinations.front();
     return options;
 }

@@ -26,6 +26,7 @@ struct JobOptions {
     std::string audio_codec;   // empty: the source's
     std::string destination;   // what the output is for, a word of --for; empty: nothing
     std::string channels;      // what they are to each other, a word of --channels; empty: chosen
+    bool align = false;        // a conversation's tracks begin and end with its mix
     std::string group;         // which files are leveled together with it; empty: none
 };
 
@@ -54,6 +55,7 @@ NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(JobOptions,
                                    audio_codec,
                                    destination,
                                    channels,
+                                   align,
                                    group)
 
 /** What a worker process is told to do with one file. Paths are absolute. */

@@ -31,6 +31,8 @@ struct MediaModule {
     Samples (*read_stretches)(const std::string& path,
                               int stream,
                               const std::vector<Stretch>& all);  // leveling/media/read_stretches.h
+    void (*encode_as_aac)(const std::string& from,
+                          const std::string& to);  // leveling/media/encode.h
 };
 
 constexpr const char* kMediaModuleEntry = "quorvane_media_module";

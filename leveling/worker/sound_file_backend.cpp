@@ -377,6 +377,9 @@ void SoundFileBackend::check(const std::string& complete, const Scan* known, Fil
         throw FileError(fmt::format("the leveled file has peaks of {:+.1f} dBFS",
                                     20 * std::log10(result.peak)));
     }
+    if (job_.options.align) {
+        return;  // it begins and ends with its conversation
+    }
     const std::int64_t difference = result.frames - info_.frames;
     if (std::abs(difference) > (lossy ? kMostPadding : 0)) {
         throw FileError(fmt::format("the leveled file has {} frames, its input {}", result.frames,

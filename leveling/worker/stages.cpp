@@ -31,6 +31,7 @@
 #include "leveling/publish/publish.h"
 #include "leveling/storage/staged_output.h"
 #include "leveling/worker/audio_backend.h"
+#include "leveling/worker/surround.h"
 
 /*
  * The work on one file is a list of stages, kStages, each a function that takes what the ones
@@ -162,17 +163,6 @@ PreparedResult level_plainly(const PreparedRun& run,
             result.leveling, std::nullopt,    result.note};
 }
 
-/** Whether a file's channels are more than one sound of one or two; use: as it was asked for. */
-bool takes_channels_apart(const Work& work, std::optional<ChannelUse>& use) {
-    ChannelUse asked{};
-    if (use_from_text(work.job.options.channels, asked)) {
-        use = asked;
-    }
-    // What is one sound already needs no other way for that.
-    return work.facts.channels > kMostChannels ||
-           (work.facts.channels == kMostChannels && use && *use != ChannelUse::Curve);
-}
-
 /** Levels one of the file's sounds; the facts describe the first. */
 void level_sound(Work& work, std::size_t index) {
     const std::string& input = work.engine_inputs[index];
@@ -182,7 +172,7 @@ void level_sound(Work& work, std::size_t index) {
     const bool is_output = work.engine_inputs.size() == 1 && work.job.options.destination.empty();
     const auto room = is_output ? work.backend->room_in_place() : std::nullopt;
     std::optional<ChannelUse> use;
-    const bool apart = takes_channels_apart(work, use);
+    const bool apart = takes_channels_apart(work, input, use);
     if (room && !apart) {
         run.open_place = [&] { return open_place(work, *room); };
     }
@@ -190,10 +180,10 @@ void level_sound(Work& work, std::size_t index) {
     const auto progress = [&](double done) {
         work.progress((static_cast<double>(index) + done) / count);
     };
-    const PreparedResult result = work.job.options.plain
-                                      ? level_plainly(run, work.job.output, progress)
-                                  : apart ? level_channels(run, use, progress)
-                                          : level_prepared(run, progress);
+    const PreparedResult result =
+        work.job.options.plain ? level_plainly(run, work.job.output, progress)
+        : apart                ? level_channels(run, layout_of(work, input), use, progress)
+                               : level_prepared(run, progress);
     if (result.in_place) {
         tell_of_output(work, [&] { complete(work, *room, run.output); });
     }
@@ -248,6 +238,7 @@ void take_measurement_after(Work& work, const Measurement& after) {
 void measure_after(Work& work) {
     const std::string file = work.backend->readable(work.audio);
     work.heard_in = file;
+    measure_dialogue(work, file);
     if (work.job.spare_processor) {
         work.after = measure_meanwhile(file, CallerThread::kWaiting);
     } else {
@@ -285,16 +276,18 @@ void publish_audio(Work& work) {
         work.facts.after = measure(work.backend->readable(work.audio), [](double) {}).loudness;
         return;
     }
+    std::string last;
     const auto encode_and_read = [&](const std::string& audio) {
         sounds[0] = audio;
         work.audio = work.backend->encode(sounds, [](double) {});
-        return Reading{work.backend->readable(work.audio),
-                       work.backend->read_otherwise(work.audio)};
+        last = work.backend->readable(work.audio);
+        return Reading{last, work.backend->read_otherwise(work.audio)};
     };
     const Published published =
         publish(destination, work.leveled[0], rendered(0), encode_and_read, work.progress);
     work.facts.after = published.after;
     work.facts.publishing = published.facts;
+    measure_dialogue(work, last);
 }
 
 /** Puts the output together at its place from the audio and the input's metadata. */
@@ -329,6 +322,7 @@ void hash_contents(Work& work) {
 /** A reading of the audio serves for the output where both are one file. */
 void check_result(Work& work) {
     loudness_after(work);
+    note_dialogue(work);
     const std::string& path = work.part->path();
     work.backend->check(path, work.heard && work.heard_in == path ? &*work.heard : nullptr,
                         work.facts);

@@ -188,10 +188,11 @@ TEST(TrackCurve, IsNeverAboveTheVoiceAround) {
 
 TEST(Mix, TakesTheFirstTracksCodingInTheSameContainer) {
     EXPECT_EQ(SF_FORMAT_WAV | SF_FORMAT_PCM_16,
-              mix_format("wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16));
+              mix_format("wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16).format);
     EXPECT_EQ(SF_FORMAT_FLAC | SF_FORMAT_PCM_24,
-              mix_format("flac", SF_FORMAT_WAV | SF_FORMAT_PCM_16));
-    EXPECT_EQ(0, mix_format("mp4", 0));
+              mix_format("flac", SF_FORMAT_WAV | SF_FORMAT_PCM_16).format);
+    EXPECT_TRUE(mix_format("opus", SF_FORMAT_OGG | SF_FORMAT_VORBIS).is_lossy());
+    EXPECT_FALSE(mix_format("mp4", 0).is_known());
 }
 
 /** Two voices in turn, each on its track, with the other one 20 dB lower and 10 ms later. */
@@ -247,6 +248,34 @@ TEST_F(Together, SpillGoesDownAndVoicesAreEquallyLoudInTheMix) {
     }
     EXPECT_NEAR(0, own_over_spill(read_sound(dir_ / "talk.flac"), 0), 1);
     EXPECT_EQ(SF_FORMAT_FLAC | SF_FORMAT_PCM_24, sound_info(dir_ / "talk.flac").format);
+}
+
+TEST_F(Together, AMixIsCodedAtItsTarget) {
+    for (const char* name : {"talk.mp3", "talk.m4a", "talk.ogg"}) {
+        SCOPED_TRACE(name);
+        const ProgramResult result = run(std::string("-f --together host.wav guest.wav --mix ") +
+                                         name + " --for podcast --json -");
+        ASSERT_EQ(0, result.status) << result.err;
+        double after_lufs = 0;
+        double peak_dbtp = 0;
+        std::istringstream lines(result.out);
+        for (std::string line; std::getline(lines, line);) {
+            const auto json = nlohmann::json::parse(line);
+            if (json["conversation"]["mix"] == true) {
+                after_lufs = json["after"]["integrated_lufs"];
+                peak_dbtp = json["after"]["true_peak_dbtp"];
+            } else {
+                EXPECT_THAT(json["conversation"]["turns"], testing::SizeIs(testing::Ge(5U)));
+            }
+        }
+        EXPECT_NEAR(-19, after_lufs, 0.5);  // of mono
+        EXPECT_LE(peak_dbtp, -0.9);
+        const ProgramResult length = run_program(
+            "ffprobe -v error -show_entries format=duration -of csv=p=0 '" + (dir_ / name) + "'");
+        EXPECT_NEAR(48, std::atof(length.out.c_str()), 0.1);
+    }
+    EXPECT_THAT(run("-f --together host.wav guest.wav --mix talk.opus").err,
+                HasSubstr("an Opus mix needs tracks of 48000 Hz"));
 }
 
 TEST_F(Together, AGroupIsDoneOrNotDoneAsOne) {

@@ -9,6 +9,8 @@
 #include <random>
 #include <vector>
 
+#include "leveling/audio/channel_places.h"
+#include "tests/support/fixtures.h"
 #include "tests/support/signals.h"
 
 namespace quorvane {
@@ -167,6 +169,38 @@ TEST(LoudnessMeter, AgreesWithTheLibraryAtEveryRateAndLength) {
 }
 
 // ITU-R BS.1770-4, tables 1 and 2.
+TEST(LoudnessMeter, WeighsTheChannelsOfSevenPointOne) {
+    // WAV's order: left, right, centre, LFE, both at 135 degrees, both at 90.
+    const Signal signal = recording(20, 48000, 8, 3);
+    constexpr int kPlaces[] = {EBUR128_LEFT,  EBUR128_RIGHT, EBUR128_CENTER, EBUR128_UNUSED,
+                               EBUR128_Mp135, EBUR128_Mm135, EBUR128_Mp090,  EBUR128_Mm090};
+    ebur128_state* state = ebur128_init(8, 48000, EBUR128_MODE_I);
+    for (unsigned channel = 0; channel < std::size(kPlaces); ++channel) {
+        ebur128_set_channel(state, channel, kPlaces[channel]);
+    }
+    ebur128_add_frames_double(state, signal.samples.data(),
+                              static_cast<std::size_t>(signal.frames()));
+    double expected = 0;
+    ebur128_loudness_global(state, &expected);
+    ebur128_destroy(&state);
+    TempDir dir;
+    {
+        int places[] = {SF_CHANNEL_MAP_LEFT,      SF_CHANNEL_MAP_RIGHT,
+                        SF_CHANNEL_MAP_CENTER,    SF_CHANNEL_MAP_LFE,
+                        SF_CHANNEL_MAP_REAR_LEFT, SF_CHANNEL_MAP_REAR_RIGHT,
+                        SF_CHANNEL_MAP_SIDE_LEFT, SF_CHANNEL_MAP_SIDE_RIGHT};
+        SndfileHandle out(dir / "a.wav", SFM_WRITE, SF_FORMAT_WAVEX | SF_FORMAT_DOUBLE, 8, 48000);
+        ASSERT_TRUE(out.command(SFC_SET_CHANNEL_MAP_INFO, places, sizeof places));
+        out.writef(signal.samples.data(), signal.frames());
+    }
+    SndfileHandle file(dir / "a.wav");
+    const std::vector<double> weights = loudness_weights(file);
+    EXPECT_EQ((std::vector<double>{1, 1, 1, 0, 1, 1, 1.41, 1.41}), weights);
+    LoudnessMeter meter(8, 48000, {}, 0, weights);
+    meter.add(signal.samples.data(), static_cast<std::size_t>(signal.frames()));
+    EXPECT_NEAR(expected, meter.integrated_lufs(), 1e-6);
+}
+
 TEST(KWeighting, HasThePrintedCoefficientsAt48kHz) {
     const KWeighting::Biquad shelf = KWeighting::shelf(48000);
     EXPECT_NEAR(1.53512485958697, shelf.b0, 1e-14);
