@@ -12,12 +12,38 @@ set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION sound)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS OFF)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_BINARY_DIR}/${CMAKE_INSTALL_LIBDIR})
 
 set(CPACK_DEB_COMPONENT_INSTALL ON)
-set(CPACK_COMPONENTS_ALL commands)
+set(CPACK_COMPONENTS_ALL commands library library_dev)
 set(CPACK_DEBIAN_COMMANDS_PACKAGE_NAME quorvane)
 set(CPACK_COMPONENT_COMMANDS_DESCRIPTION
   "Levels recordings of interviews, talks and podcasts on the command\nline: whole folders on all cores, in their own formats and with their\nmetadata.")
+set(CPACK_DEBIAN_LIBRARY_PACKAGE_NAME libquorvane0)
+set(CPACK_DEBIAN_LIBRARY_PACKAGE_SECTION libs)
+# Videos and phone memos take the module, which must be of the same build.
+set(CPACK_DEBIAN_LIBRARY_PACKAGE_SUGGESTS "quorvane (= ${PROJECT_VERSION})")
+set(CPACK_DEBIAN_LIBRARY_PACKAGE_CONTROL_EXTRA
+  ${CMAKE_CURRENT_LIST_DIR}/library/triggers ${CMAKE_CURRENT_BINARY_DIR}/debian/shlibs)
+file(WRITE ${CMAKE_CURRENT_BINARY_DIR}/debian/shlibs
+  "libquorvane ${QUORVANE_ABI} libquorvane0 (>= ${PROJECT_VERSION})\n")
+set(CPACK_COMPONENT_LIBRARY_DESCRIPTION
+  "Levels, measures and limits recordings of speech inside other programs:\nthe shared library.")
+set(CPACK_DEBIAN_LIBRARY_DEV_PACKAGE_NAME libquorvane-dev)
+set(CPACK_DEBIAN_LIBRARY_DEV_PACKAGE_SECTION libdevel)
+set(CPACK_DEBIAN_LIBRARY_DEV_PACKAGE_SHLIBDEPS OFF)
+set(CPACK_DEBIAN_LIBRARY_DEV_PACKAGE_DEPENDS "libquorvane0 (= ${PROJECT_VERSION})")
+set(CPACK_COMPONENT_LIBRARY_DEV_DESCRIPTION
+  "Levels, measures and limits recordings of speech inside other programs:\nheader, archive, and files for pkg-config and CMake.")
+if(TARGET quorvane_python)
+  list(APPEND CPACK_COMPONENTS_ALL python)
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_NAME python3-quorvane)
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_SECTION python)
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS
+    "libquorvane0 (= ${PROJECT_VERSION}), python3-numpy, ${QUORVANE_PYTHON_VERSIONS}")
+  set(CPACK_COMPONENT_PYTHON_DESCRIPTION
+    "Levels, measures and limits recordings of speech in numpy arrays, over\nlibquorvane.")
+endif()
 if(TARGET quorvane-desktop)
   list(APPEND CPACK_COMPONENTS_ALL desktop)
   set(CPACK_DEBIAN_DESKTOP_PACKAGE_NAME quorvane-desktop)
