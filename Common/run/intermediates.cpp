@@ -34,15 +34,33 @@ constexpr Name kNames[] = {
     {Intermediate::kFinal, "_final", true, 10},
 };
 
-/** One file, now or once both are written: by path, by device and inode, or through links. */
-bool will_be_same_file(const std::string& a, const std::string& b) {
-    if (a == b || is_same_file(a, b)) {
-        return true;
+/** A path, and where it leads through links; empty where that cannot be read. */
+class Place {
+  public:
+    explicit Place(std::string path) : path_(std::move(path)) {
+        boost::system::error_code ignored;
+        canonical_ = fs::weakly_canonical(path_, ignored);
     }
-    boost::system::error_code ignored;
-    const fs::path plain = fs::weakly_canonical(a, ignored);
-    return !plain.empty() && plain == fs::weakly_canonical(b, ignored);
-}
+
+    /** A file in a folder: where there is none yet, the folder alone decides where it leads. */
+    Place(const Place& folder, std::string path) : path_(std::move(path)) {
+        boost::system::error_code ignored;
+        is_there_ = fs::status(path_, ignored).type() != fs::file_not_found;
+        canonical_ = is_there_ ? fs::weakly_canonical(path_, ignored)
+                               : folder.canonical_ / fs::path(path_).filename();
+    }
+
+    /** One file, now or once both are written: by path, by device and inode, or through links. */
+    bool will_be_same_file(const Place& other) const {
+        return path_ == other.path_ || (!canonical_.empty() && canonical_ == other.canonical_) ||
+               (is_there_ && other.is_there_ && is_same_file(path_, other.path_));
+    }
+
+  private:
+    std::string path_;
+    fs::path canonical_;
+    bool is_there_ = true;
+};
 
 }  // namespace
 
@@ -95,10 +113,13 @@ std::string Intermediates::without_paths(std::string text) const {
 }
 
 void Intermediates::require_apart(const std::string& input, const std::string& output) const {
+    const Place from(input);
+    const Place to(output);
+    const Place folder(fs::path(base_).parent_path().string());
     for (const Name& name : kNames) {
-        const std::string path = this->path(name.file);
-        const bool over_input = will_be_same_file(input, path);
-        if (over_input || will_be_same_file(output, path)) {
+        const Place temporary(folder, path(name.file));
+        const bool over_input = temporary.will_be_same_file(from);
+        if (over_input || temporary.will_be_same_file(to)) {
             throw std::runtime_error(input + ": step " + std::to_string(name.step) +
                                      " would write its temporary file over " +
                                      (over_input ? "it" : "the output " + output) +

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <boost/smart_ptr/make_unique.hpp>
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
@@ -122,8 +123,11 @@ void SoundWriter::fill_pieces(long long frames, const Fill& fill) {
     for (long long done = 0; done < frames;) {
         Piece& filling = piece(filling_);
         const long long some = std::min(frames - done, piece_capacity_ - filling.frames);
-        filling.bytes.resize(static_cast<std::size_t>(piece_capacity_ * frame_bytes_));
-        fill(filling.bytes.data() + filling.frames * frame_bytes_, done, some);
+        if (!filling.bytes) {
+            filling.bytes = boost::make_unique_noinit<unsigned char[]>(
+                static_cast<std::size_t>(piece_capacity_ * frame_bytes_));
+        }
+        fill(filling.bytes.get() + filling.frames * frame_bytes_, done, some);
         filling.frames += some;
         done += some;
         if (filling.frames == piece_capacity_) {
@@ -183,7 +187,7 @@ void SoundWriter::write_piece() {
     Piece& writing = piece(writing_++);
     errno = 0;
     writing.written =
-        sf_write_raw(handle_.get(), writing.bytes.data(), writing.frames * frame_bytes_) /
+        sf_write_raw(handle_.get(), writing.bytes.get(), writing.frames * frame_bytes_) /
         frame_bytes_;
     if (writing.written < writing.frames) {
         throw ShortWrite{errno};  // no piece may follow
@@ -200,12 +204,14 @@ void SoundWriter::write_piece() {
 /** Decodes the piece, whose bytes have been written, and passes it to the tap. */
 void SoundWriter::feed_tap(Piece& piece) {
     const long long block_frames = kTapSamples / channels_;
-    tap_block_.resize(kTapSamples);
+    if (!tap_block_) {
+        tap_block_ = boost::make_unique_noinit<double[]>(kTapSamples);
+    }
     for (long long done = 0; done < piece.frames; done += block_frames) {
         const long long frames = std::min(block_frames, piece.frames - done);
-        codec_.decode(piece.bytes.data() + done * frame_bytes_, tap_block_.data(),
+        codec_.decode(piece.bytes.get() + done * frame_bytes_, tap_block_.get(),
                       static_cast<std::size_t>(frames * channels_));
-        tap_->process(tap_block_.data(), frames);
+        tap_->process(tap_block_.get(), frames);
     }
 }
 

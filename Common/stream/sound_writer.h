@@ -59,7 +59,7 @@ class SoundWriter : public stream::Receiver {
   private:
     /** Encoded frames on their way to the file. */
     struct Piece {
-        std::vector<unsigned char> bytes;
+        std::unique_ptr<unsigned char[]> bytes;  // not set to zero, which would touch all pages
         long long frames = 0;
         long long written = 0;
     };
@@ -92,8 +92,8 @@ class SoundWriter : public stream::Receiver {
     // What follows belongs to the lane.
     long long writing_ = 0;  // piece
     std::unique_ptr<stream::Receiver> tap_;
-    std::vector<double> tap_block_;
-    stream::HelperThread::Lane lane_;  // last: its destructor waits
+    std::unique_ptr<double[]> tap_block_;  // of kTapSamples
+    stream::HelperThread::Lane lane_;      // last: its destructor waits
 };
 
 }  // namespace level_engine
