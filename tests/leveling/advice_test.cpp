@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 
+#include <cmath>
 #include <limits>
 
 #include "leveling/advice/advice_table.h"
@@ -244,6 +245,11 @@ TEST(OwnDestination, IsReadInItsRangesAndHasOneWord) {
     const Destination own = *find_destination("tp=-1.50:lufs=-18.0");
     EXPECT_EQ("lufs=-18:tp=-1.5", own.word);
     EXPECT_EQ("−18 LUFS ±0.5, true peak up to −1.5 dBTP", own.asks(2));
+    FileFacts facts = a_file(3, 1);
+    for (const double off : {-0.49, 0.49, -0.51, 0.51}) {
+        facts.after->integrated_lufs = -18 + off;
+        EXPECT_EQ(is_ready(facts, {own.word}), std::abs(off) < 0.5) << off;
+    }
     for (const char* edge : {"lufs=-40:tp=-20", "lufs=-5:tp=0"}) {
         EXPECT_TRUE(find_destination(edge)) << edge;
     }

@@ -187,9 +187,13 @@ Signal guest_track(double spill, double farther) {
     return signals::join(parts);
 }
 
-Signal with_pause() {
+Signal with_pause(long long seconds) {
     return signals::join(
-        {reading(), with_noise(signals::silence(20 * kRate, kRate), 1e-4), reading()});
+        {reading(), with_noise(signals::silence(seconds * kRate, kRate), 1e-4), reading()});
+}
+
+Signal with_offset(double offset) {
+    return changed(reading(), [=](double x, long long) { return x + offset; });
 }
 
 Signal beside(double left, double right) {
@@ -237,6 +241,8 @@ INSTANTIATE_TEST_SUITE_P(
     Findings,
     testing::Values(
         Fault{"clipped", [] { return clipped(reading(), 10, 1); }, "clipped", kProblem, 3, 2.5, ""},
+        Fault{"clipped a little", [] { return clipped(reading(), 3, 1); }, "clipped", kWarning,
+              0.013, 0.002, ""},
         Fault{"clipped and lowered", [] { return clipped(reading(), 5, 0.3); }, "clipped", kProblem,
               0.6, 0.5, ""},
         Fault{"left only", [] { return beside(1, 0); }, "side-silent", kProblem, 100, 0, "right"},
@@ -246,19 +252,38 @@ INSTANTIATE_TEST_SUITE_P(
         // 10 lg ((1 + 0.25) / 2 / ((1 - 0.5)^2 / 4)) = 10 dB.
         Fault{"sides half opposed", [] { return beside(1, -0.5); }, "out-of-phase", kProblem, 10,
               0.1, ""},
-        Fault{"offset",
-              [] { return changed(reading(), [](double x, long long) { return x + 0.05; }); },
-              "dc-offset", kWarning, 5, 0.5, ""},
+        // 10 lg ((1 + 0.09) / 2 / ((1 - 0.3)^2 / 4)) = 6.5 dB.
+        Fault{"sides a third opposed", [] { return beside(1, -0.3); }, "out-of-phase", kWarning,
+              6.5, 0.1, ""},
+        // 20 lg 0.0063 = -44 dB, 20 lg 0.005 = -46 dB.
+        Fault{"left 44 dB lower", [] { return beside(0.0063, 1); }, "side-quiet", kWarning, 44, 0.2,
+              "left"},
+        Fault{"left 46 dB lower", [] { return beside(0.005, 1); }, "side-silent", kProblem, 46, 0.2,
+              "left"},
+        Fault{"left 12.4 dB lower", [] { return beside(0.24, 1); }, "side-quiet", kWarning, 12.4,
+              0.1, "left"},
+        Fault{"offset", [] { return with_offset(0.05); }, "dc-offset", kWarning, 5, 0.5, ""},
+        Fault{"a small offset", [] { return with_offset(0.02); }, "dc-offset", kNote, 2, 0.5, ""},
         Fault{"hum of Europe", [] { return with_hum(reading(), 50, 0.01); }, "hum", kWarning, -13.5,
               1.5, "50 Hz"},
         Fault{"hum of America", [] { return with_hum(reading(), 60, 0.004); }, "hum", kWarning, -21,
               2, "60 Hz"},
+        Fault{"loud hum", [] { return with_hum(reading(), 50, 0.02); }, "hum", kProblem, -7.5, 1.5,
+              "50 Hz"},
         Fault{"hiss", [] { return with_noise(reading(), 0.008); }, "noise", kWarning, 19, 1.5, ""},
         Fault{"loud hiss", [] { return with_noise(reading(), 0.016); }, "noise", kProblem, 11, 2.5,
               ""},
         Fault{"wind", [] { return with_wind(reading(), 0.05); }, "rumble", kWarning, -4, 4, ""},
-        Fault{"a long pause", with_pause, "long-pauses", kNote, 0.33, 0.02, ""},
+        Fault{"a storm", [] { return with_wind(reading(), 0.09); }, "rumble", kProblem, 1.6, 1, ""},
+        Fault{"a long pause", [] { return with_pause(20); }, "long-pauses", kNote, 0.33, 0.02, ""},
+        Fault{"a pause of minutes", [] { return with_pause(200); }, "long-pauses", kWarning, 3.33,
+              0.02, ""},
         Fault{"dropouts", dropped, "dropouts", kWarning, 7, 0, ""},
+        Fault{"many dropouts",
+              [] {
+                  return signals::join({dropped(), dropped()});
+              },
+              "dropouts", kProblem, 14, 0, ""},
         Fault{"a guest's track", [] { return guest_track(0.04, 1); }, "spill", kWarning, 29, 1.5,
               ""},
         Fault{"a guest near and far", [] { return guest_track(0.04, 0.25); }, "spill", kWarning, 28,
@@ -312,7 +337,8 @@ TEST(FindingsOfCleanRecordings, AreNone) {
         {"20 dB lower", louder(reading(), 0.1)},
         {"2.2 times as loud", louder(reading(), 2.2)},
         {"stereo", beside(0.8, 0.8)},
-        {"a little to the left", beside(1, 0.5)},
+        {"11.7 dB to the left", beside(1, 0.26)},
+        {"sides a quarter opposed", beside(1, -0.26)},
         {"a quiet second half",
          changed(reading(), [](double x, long long i) { return i > 12 * kRate ? x / 4 : x; })},
         {"8 bits", through_file(louder(reading(), 2), "x.wav", SF_FORMAT_WAV | SF_FORMAT_ULAW)},
@@ -388,6 +414,24 @@ TEST(SpeechLevels, AreThoseOfThePassagesBeforeAndAfter) {
     EXPECT_TRUE(facts.before->powers.values.empty());
     ASSERT_THAT(codes_of(facts), ElementsAre("raised"));
     EXPECT_THAT(facts.findings[0].value, DoubleNear(22, 1e-9));
+}
+
+TEST(Raised, IsAWarningFrom30DbOn) {
+    const auto found = [](double raised_db) {
+        FileFacts facts;
+        facts.outcome = Outcome::Leveled;
+        facts.before.emplace();
+        facts.after.emplace();
+        facts.before->integrated_lufs = -18 - raised_db;
+        facts.after->integrated_lufs = -18;
+        add_results(1000000, facts);
+        return facts.findings;
+    };
+    EXPECT_TRUE(found(14.9).empty());
+    ASSERT_EQ(found(29.9).size(), 1U);
+    EXPECT_EQ(found(29.9)[0].severity, Severity::Note);
+    ASSERT_EQ(found(30.1).size(), 1U);
+    EXPECT_EQ(found(30.1)[0].severity, Severity::Warning);
 }
 
 }  // namespace

@@ -20,8 +20,10 @@ TEST(SourceCoding, ALowRateIsAWarning) {
     };
 
     for (const Row& row : {Row{"MPEG-1/2 Audio, MPEG Layer III", 1, 32, true},
-                           Row{"MPEG-1/2 Audio, MPEG Layer III", 1, 64, false},
-                           Row{"MPEG-1/2 Audio, MPEG Layer III", 2, 64, true},
+                           Row{"MPEG-1/2 Audio, MPEG Layer III", 1, 43, true},
+                           Row{"MPEG-1/2 Audio, MPEG Layer III", 1, 45, false},
+                           Row{"MPEG-1/2 Audio, MPEG Layer III", 2, 65, true},
+                           Row{"MPEG-1/2 Audio, MPEG Layer III", 2, 67, false},
                            Row{"OGG (OGG Container format), Opus", 1, 24, false},
                            Row{"OGG (OGG Container format), Opus", 1, 8, true},
                            Row{"WAV (Microsoft), Signed 16 bit PCM", 1, 16, false}}) {
