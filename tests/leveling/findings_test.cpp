@@ -19,6 +19,7 @@ namespace quorvane {
 namespace {
 
 constexpr int kRate = 16000;
+constexpr double kReadingOffset = 0.0038;  // of the reading's samples
 
 FileFacts facts_of(const Signal& signal, std::size_t block = 1024) {
     const std::vector<float> samples(signal.samples.begin(), signal.samples.end());
@@ -122,8 +123,7 @@ Signal with_music(const Signal& from, double amplitude) {
 /** A room after M. R. Schroeder, "Natural sounding artificial reverberation", JAES 10 (1962). */
 Signal reverberant(const Signal& dry, double time_s) {
     // An echo of an offset would only add to it.
-    constexpr double kOffset = 0.0038;
-    const Signal from = changed(dry, [](double x, long long) { return x - kOffset; });
+    const Signal from = changed(dry, [](double x, long long) { return x - kReadingOffset; });
     Signal signal = louder(from, 0);
     for (const std::size_t delay : {475U, 593U, 659U, 701U, 787U, 853U}) {
         std::vector<double> line(delay);
@@ -192,6 +192,13 @@ Signal with_pause(long long seconds) {
         {reading(), with_noise(signals::silence(seconds * kRate, kRate), 1e-4), reading()});
 }
 
+/** 0.8 s of every 2 s say nothing, so that an echo is heard until it ends. */
+Signal with_gaps() {
+    return changed(reading(), [](double x, long long i) {
+        return i % (2 * kRate) < kRate * 6 / 5 ? x : kReadingOffset;
+    });
+}
+
 Signal with_offset(double offset) {
     return changed(reading(), [=](double x, long long) { return x + offset; });
 }
@@ -241,6 +248,11 @@ INSTANTIATE_TEST_SUITE_P(
     Findings,
     testing::Values(
         Fault{"clipped", [] { return clipped(reading(), 10, 1); }, "clipped", kProblem, 3, 2.5, ""},
+        Fault{"clipped for a moment",
+              [] {
+                  return signals::join({clipped(reading(), 3, 1), reading(), reading(), reading()});
+              },
+              "clipped", kNote, 0.0034, 0.0005, ""},
         Fault{"clipped a little", [] { return clipped(reading(), 3, 1); }, "clipped", kWarning,
               0.013, 0.002, ""},
         Fault{"clipped and lowered", [] { return clipped(reading(), 5, 0.3); }, "clipped", kProblem,
@@ -290,7 +302,9 @@ INSTANTIATE_TEST_SUITE_P(
               3, ""},
         Fault{"music", [] { return with_music(reading(), 0.004); }, "music-bed", kNote, -20, 5, ""},
         Fault{"a hall", [] { return reverberant(reading(), 1.0); }, "reverberant", kWarning, 1.0,
-              0.2, ""}));
+              0.2, ""},
+        Fault{"a church", [] { return reverberant(with_gaps(), 1.6); }, "reverberant", kProblem,
+              1.5, 0.2, ""}));
 
 /** Between the samples, by the sinc of 8 to each side under a window of J. von Hann. */
 Signal faster(const Signal& from, int times) {
