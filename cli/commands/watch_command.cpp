@@ -96,10 +96,10 @@ class ShownWatch : public WatchObserver {
 
     void stopping(std::size_t running) override {
         tell("stopping",
-             running == 0 ? "stopped"
-                          : fmt::format("stopping; {} files in work are dropped and will be taken "
-                                        "again at the next start",
-                                        running),
+             running == 0
+                 ? "stopped"
+                 : fmt::format("stopping; files in work, which the next start takes again: {}",
+                               running),
              {{"dropped", running}});
     }
 

@@ -25,7 +25,8 @@ std::vector<OptionRow> own_options() {
              ", or a target of your own such as "
              "lufs=-18:tp=-1.5 (-40 to -5 LUFS within 0.5, true peak -20 to 0 dBTP); with "
              "--analyze check only, several targets too (podcast,spotify)"},
-        {G::First, "output", 'o', "FILE", C::File, "name of the output, for exactly one input"},
+        {G::First, "output", 'o', "FILE", C::File,
+         "name of the output, for exactly one input; - is the standard output"},
         {G::First, "output-dir", 'd', "DIR", C::Directory,
          "write below DIR, keeping the folders below each PATH"},
         {G::First, "force", 'f', "", C::None, "replace any file that has an output's name"},
@@ -96,7 +97,8 @@ std::vector<OptionRow> own_options() {
          "start no more files after N have failed (default: no limit)"},
         {G::Work, "settle", 0, "SECONDS", C::None,
          "in a folder search, leave files that changed less than SECONDS ago (0 to 60, "
-         "default: 2) for the end, and wait for them up to a minute; 0: do not wait"},
+         "default: 2) for the end, and wait for them up to a minute; 0: do not wait; with --watch: "
+         "how long a file must stay unchanged where the kernel reports no close"},
         {G::Work, "no-measure", 0, "", C::None, "skip the loudness measurement before and after"},
         {G::Work, "watch", 0, "DIR", C::Directory,
          "level the recordings of DIR as they arrive, until SIGTERM or Ctrl-C; SIGHUP opens the "
@@ -116,7 +118,7 @@ std::vector<OptionRow> own_options() {
         {G::Facts, "failed", 0, "FILE", C::File,
          "write the inputs that failed to FILE, as --files-from reads them (with --null as well)"},
         {G::Facts, "metrics", 0, "FILE", C::File,
-         "with --watch: keep counts for monitoring in FILE, as the node exporter reads them"},
+         "with --watch: keep counts for monitoring in FILE, in the format of the node exporter"},
         {G::Facts, "log", 0, "FILE", C::File, "append every line, with its time, to FILE"},
 
         // What the terminal shows. The results do not depend on it.

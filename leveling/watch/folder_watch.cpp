@@ -47,8 +47,14 @@ constexpr std::uint32_t kEvents = IN_CREATE | IN_CLOSE_WRITE | IN_MOVED_TO | IN_
 
 }  // namespace
 
-FolderWatch::FolderWatch(std::string folder, const std::string& left_out, Report report)
-    : folder_(std::move(folder)), mounted_(folder_), report_(std::move(report)) {
+FolderWatch::FolderWatch(std::string folder,
+                         const std::string& left_out,
+                         Report report,
+                         Network network)
+    : folder_(std::move(folder)),
+      mounted_(folder_),
+      report_(std::move(report)),
+      network_(std::move(network)) {
     std::error_code error;
     if (!left_out.empty()) {
         // Resolved, so that a link to it is left out as well.
@@ -133,7 +139,7 @@ bool FolderWatch::add_folder(const std::string& folder) {
         (!left_out_.empty() && fs::canonical(folder, error).string() == left_out_)) {
         return false;
     }
-    if (const std::string network = network_file_system(folder); !network.empty()) {
+    if (const std::string network = network_(folder); !network.empty()) {
         need_search(fmt::format("{} is on {}, which does not report what other machines write",
                                 folder, network));
     }

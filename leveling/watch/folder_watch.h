@@ -43,8 +43,14 @@ class FolderWatch {
         None     // the folder is gone; it is looked for
     };
 
+    /** Names the network file system of a folder; "": the kernel reports all changes in it. */
+    using Network = std::function<std::string(const std::string& folder)>;
+
     /** left_out: a folder below that is not watched; empty: none. */
-    FolderWatch(std::string folder, const std::string& left_out, Report report);
+    FolderWatch(std::string folder,
+                const std::string& left_out,
+                Report report,
+                Network network = network_file_system);
     ~FolderWatch();
     FolderWatch(const FolderWatch&) = delete;
     FolderWatch& operator=(const FolderWatch&) = delete;
@@ -92,6 +98,7 @@ class FolderWatch {
     const MountedFolder mounted_;
     std::string left_out_;
     Report report_;
+    Network network_;
     Source source_ = Source::None;
     std::string why_search_;
     std::optional<Clock::time_point> next_look_;

@@ -50,10 +50,8 @@ bool MountedFolder::is_mounted() const {
     return device >= 0 && (!point.has_relative_path() || device != device_of(point.parent_path()));
 }
 
-std::string network_file_system(const std::string& path) {
-#ifdef __linux__
-    // Magic numbers of statfs(2).
-    constexpr std::array<std::pair<std::uint32_t, const char*>, 10> kNetworks = {{
+std::string network_of_type(std::uint32_t magic) {
+    constexpr std::array<std::pair<std::uint32_t, const char*>, 11> kNetworks = {{
         {0x6969u, "NFS"},
         {0x517bu, "SMB"},
         {0xff534d42u, "SMB"},
@@ -64,16 +62,22 @@ std::string network_file_system(const std::string& path) {
         {0x5346414fu, "AFS"},
         {0x47504653u, "GPFS"},
         {0x0bd00bd0u, "Lustre"},
+        {0x19830326u, "BeeGFS"},
     }};
+    for (const auto& [number, name] : kNetworks) {
+        if (number == magic) {
+            return name;
+        }
+    }
+    return "";
+}
 
+std::string network_file_system(const std::string& path) {
+#ifdef __linux__
     struct statfs status {};
 
     if (statfs(path.c_str(), &status) == 0) {
-        for (const auto& [magic, name] : kNetworks) {
-            if (static_cast<std::uint32_t>(status.f_type) == magic) {
-                return name;
-            }
-        }
+        return network_of_type(static_cast<std::uint32_t>(status.f_type));
     }
 #else
     static_cast<void>(path);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 namespace quorvane {
@@ -26,8 +27,11 @@ class MountedFolder {
 
 /**
  * The name of a file system that does not report what other machines change in it ("NFS", "SMB"),
- * "" for any other.
+ * "" for any other. magic: its type, as statfs(2) returns it.
  */
+std::string network_of_type(std::uint32_t magic);
+
+/** The same for the file system of a path. */
 std::string network_file_system(const std::string& path);
 
 /** Bytes that are free to this user on the file system of a path or of its nearest folder. */

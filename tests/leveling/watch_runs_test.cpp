@@ -7,6 +7,7 @@
 
 using testing::ElementsAre;
 using testing::HasSubstr;
+using testing::IsEmpty;
 
 namespace {
 
@@ -98,6 +99,23 @@ TEST_F(WatchRun, AFileThatIsReplacedWhileItIsLeveledIsLeveledAgain) {
     EXPECT_EQ(events("finished").size(), 1u);
     EXPECT_EQ(events("finished")[0]["status"], "leveled") << events("finished")[0];
     EXPECT_EQ(fs::file_size(dir_ / "out/talk-leveled.wav"), fs::file_size(dir_ / "in/talk.wav"));
+}
+
+TEST_F(WatchRun, SigtermDropsTheFileInWorkWhichTheNextStartTakes) {
+    talk("in/long.wav", 900);
+    start("-d out");
+    ASSERT_TRUE(until([&] { return events("started").size() == 1; }));
+    EXPECT_EQ(stop(SIGTERM), 0);
+    ASSERT_EQ(events("stopping").size(), 1u);
+    EXPECT_EQ(events("stopping")[0]["dropped"], 1);
+    EXPECT_THAT(words_text(), HasSubstr("the next start takes again: 1\n"));
+    EXPECT_THAT(names_in("tmp"), IsEmpty());
+    EXPECT_FALSE(file_exists(dir_ / "out/long-leveled.wav"));
+
+    start("-d out");
+    ASSERT_TRUE(until([&] { return file_exists(dir_ / "out/long-leveled.wav"); }));
+    EXPECT_EQ(stop(SIGTERM), 0);
+    EXPECT_THAT(names_in("out"), ElementsAre(".quorvane.jsonl", "long-leveled.wav"));
 }
 
 TEST_F(WatchRun, SighupOpensTheLogAgain) {

@@ -16,6 +16,7 @@
 #include "leveling/watch/done_program.h"
 #include "leveling/watch/folder_watch.h"
 #include "leveling/watch/metrics.h"
+#include "leveling/watch/mounts.h"
 #include "leveling/watch/service_manager.h"
 #include "leveling/watch/writers.h"
 #include "tests/support/fixtures.h"
@@ -188,6 +189,43 @@ TEST_F(FolderWatchTest, WaitsForAFolderThatWentAndCameBack) {
     write_text(dir_ / "a.wav", "x");
     EXPECT_TRUE(comes("a.wav", Change::Found));
     EXPECT_EQ(watch_.source(), FolderWatch::Source::Kernel);
+}
+
+TEST(NetworkFileSystem, IsKnownByItsTypeAndSearched) {
+    struct Row {
+        std::uint32_t magic;
+        const char* name;
+    };
+
+    const Row rows[] = {
+        {0x6969, "NFS"},
+        {0x517B, "SMB"},
+        {0xFE534D42, "SMB"},
+        {0xFF534D42, "SMB"},
+        {0x65735546, "FUSE"},
+        {0xEF53 /* ext4 */, ""},
+        {0x01021994 /* tmpfs */, ""},
+    };
+    const TempDir dir;
+    write_text(dir / "a.wav", "x");
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.magic);
+        EXPECT_EQ(network_of_type(row.magic), row.name);
+        std::vector<std::string> found;
+        FolderWatch watch(
+            dir.path(), "",
+            [&](const std::string& path, FolderWatch::Change) { found.push_back(path); },
+            [&](const std::string&) { return network_of_type(row.magic); });
+        watch.look();
+        EXPECT_THAT(found, ElementsAre(dir / "a.wav"));
+        if (*row.name) {
+            EXPECT_EQ(watch.source(), FolderWatch::Source::Search);
+            EXPECT_TRUE(watch.next_look());
+            EXPECT_THAT(watch.why_search(), HasSubstr(std::string("is on ") + row.name));
+        } else {
+            EXPECT_EQ(watch.source(), FolderWatch::Source::Kernel) << watch.why_search();
+        }
+    }
 }
 
 #endif
