@@ -4,17 +4,25 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
+
+#include "Common/audio/wide_loops.h"
 
 /*
  * Whether a frame lies in a long silence is known only when the silence has lasted long enough, so
  * frames wait for that time less one frame. A silence that becomes long enough with frame n began
  * silence_frames_ - 1 before it, with the frame that is written next.
+ *
+ * Runs of frames outside of such silences, which is nearly all of a recording, are rounded in
+ * vectors, with the operations of single frames and thus to the same bits.
  */
 
 namespace quorvane {
 namespace {
 
 constexpr double kHalf = 4294967296.0;  // 2^32, the values of half a random number
+constexpr std::size_t kRun = 64;        // frames that are rounded at once
+constexpr double kUp = 65536;           // above any sample, so that cutting off rounds down
 
 /** SplitMix64's mixing of a counter into a random number. */
 std::uint64_t mixed(std::uint64_t counter) {
@@ -33,8 +41,38 @@ double triangular(std::uint64_t random) {
 
 /** floor, without a call into the library, for what is not far under the least sample. */
 double rounded_down(double steps) {
-    constexpr long long kUp = 1 << 16;  // what is cut off towards 0 is then cut off downwards
-    return static_cast<double>(static_cast<long long>(steps + kUp) - kUp);
+    return static_cast<double>(static_cast<long long>(steps + kUp)) - kUp;
+}
+
+/**
+ * triangular() with operations that processors have in vectors. An integer below 2^51 that is added
+ * to the bits of 1.5 * 2^52 is added to its value.
+ */
+inline double triangular_in_vectors(std::uint64_t random) {
+    constexpr std::uint64_t kBits = 0x4338000000000000;
+    constexpr double kValue = 6755399441055744.0;
+    const std::uint64_t sum = kBits + (random >> 32) - (random & 0xFFFFFFFF);
+    double value = 0;
+    std::memcpy(&value, &sum, sizeof value);
+    return (value - kValue) * (1 / kHalf);
+}
+
+/** Rounds samples with the noise of their counters, which begin at `first`. scale: of a step. */
+QUORVANE_WIDE_LOOP void round_samples(const double* samples,
+                                      const std::uint64_t* counters,
+                                      std::uint64_t first,
+                                      std::size_t count,
+                                      double full_scale,
+                                      int scale,
+                                      std::int16_t* to) {
+    for (std::size_t i = 0; i < count; ++i) {
+        const double steps =
+            samples[i] * full_scale + triangular_in_vectors(mixed(counters[i] + first)) + 0.5;
+        const double least = steps < -full_scale ? -full_scale : steps;
+        const double clamped = full_scale - 1 < least ? full_scale - 1 : least;
+        const int rounded = static_cast<int>(clamped + kUp) - static_cast<int>(kUp);
+        to[i] = static_cast<std::int16_t>(rounded * scale);
+    }
 }
 
 }  // namespace
@@ -62,6 +100,11 @@ Dither::Dither(int channels, int sample_rate_hz, int bits)
     for (std::size_t i = 0; i < channels_.size(); ++i) {
         channels_[i].key = mixed(i + 1);
     }
+    for (std::size_t frame = 0; frame < kRun; ++frame) {
+        for (const Channel& channel : channels_) {
+            counters_.push_back(channel.key + frame);
+        }
+    }
 }
 
 void Dither::keep_exact(int channel) {
@@ -78,6 +121,47 @@ void Dither::follow_silence(const double* frame) {
             channel.silent_end = taken_;
         }
     }
+}
+
+/** Whether frames neither end a long silence nor are taken while one is being written. */
+bool Dither::is_all_sound(const double* source, std::size_t frames) const {
+    if (frames > silence_frames_) {
+        return false;
+    }
+    for (std::size_t i = 0; i < channels_.size(); ++i) {
+        const Channel& channel = channels_[i];
+        std::size_t silent = 0;
+        while (silent < frames && source[silent * channels_.size() + i] == 0) {
+            ++silent;
+        }
+        if (channel.exact || given_ < channel.silent_end ||
+            channel.silent_run + silent >= silence_frames_) {
+            return false;
+        }
+    }
+    return true;
+}
+
+/** Counts frames that are all sound, and returns how many are ready then. */
+std::size_t Dither::pass_by(const double* source, std::size_t frames) {
+    for (std::size_t i = 0; i < channels_.size(); ++i) {
+        std::size_t silent = 0;
+        while (silent < frames && source[(frames - 1 - silent) * channels_.size() + i] == 0) {
+            ++silent;
+        }
+        channels_[i].silent_run = silent == frames ? channels_[i].silent_run + frames : silent;
+    }
+    taken_ += frames;
+    return taken_ < given_ + silence_frames_
+               ? 0
+               : static_cast<std::size_t>(taken_ - given_ - silence_frames_ + 1);
+}
+
+/** At most a run, which no silence is in. */
+void Dither::write_sound(const double* samples, std::size_t frames, std::int16_t* to) {
+    round_samples(samples, counters_.data(), given_, frames * channels_.size(), full_scale_,
+                  1 << shift_, to);
+    given_ += frames;
 }
 
 void Dither::write_frame(const double* frame, std::int16_t* to) {
@@ -102,12 +186,22 @@ void Dither::process(const double* samples,
     const std::size_t begin = out.size();
     out.resize(begin + waiting_.size());
     std::size_t written = 0;
-    for (std::size_t frame = 0; frame < frames; ++frame) {
-        follow_silence(source + frame * channels);
-        if (taken_ >= given_ + silence_frames_) {
-            write_frame(waiting_.data() + written * channels,
+    for (std::size_t done = 0; done < frames; done += kRun) {
+        const std::size_t end = std::min(frames, done + kRun);
+        if (is_all_sound(source + done * channels, end - done)) {
+            const std::size_t ready = pass_by(source + done * channels, end - done);
+            write_sound(waiting_.data() + written * channels, ready,
                         out.data() + begin + written * channels);
-            ++written;
+            written += ready;
+            continue;
+        }
+        for (std::size_t frame = done; frame < end; ++frame) {
+            follow_silence(source + frame * channels);
+            if (taken_ >= given_ + silence_frames_) {
+                write_frame(waiting_.data() + written * channels,
+                            out.data() + begin + written * channels);
+                ++written;
+            }
         }
     }
     out.resize(begin + written * channels);

@@ -60,8 +60,11 @@ class Dither {
         std::uint64_t silent_end = 0;  // the frames before it are in the last long silence, or done
     };
 
+    bool is_all_sound(const double* source, std::size_t frames) const;
+    std::size_t pass_by(const double* source, std::size_t frames);
     void follow_silence(const double* frame);
     void write_frame(const double* frame, std::int16_t* to);
+    void write_sound(const double* samples, std::size_t frames, std::int16_t* to);
 
     std::vector<Channel> channels_;
     double full_scale_;  // in steps
@@ -70,6 +73,7 @@ class Dither {
     std::uint64_t taken_ = 0;  // frames that went in
     std::uint64_t given_ = 0;  // frames that came out
     std::vector<double> waiting_;
+    std::vector<std::uint64_t> counters_;  // of the noise of a run's samples, for frame 0
 };
 
 }  // namespace quorvane

@@ -56,8 +56,9 @@ LevelAnalyser::LevelAnalyser(int channels,
       high_pass_(high_pass_sections, channels),
       finder_(channels, 0) {}
 
-template <int Channels>
-void LevelAnalyser::measure(const double* samples, const double* passed, long long frames) {
+/** pass(x, i) gives frame x, which is at i, behind the high-pass. */
+template <int Channels, class Pass>
+void LevelAnalyser::measure_with(const double* samples, long long frames, const Pass& pass) {
     PairFilter from = filters_[0];  // local copies stay in registers
     PairFilter to = filters_[1];
     PairFilter below = filters_[2];
@@ -72,7 +73,7 @@ void LevelAnalyser::measure(const double* samples, const double* passed, long lo
     for (long long i = 0; i < frames; ++i) {
         const Pair x =
             Channels == 1 ? Pair{samples[i], 0} : Pair{samples[2 * i], samples[2 * i + 1]};
-        const Pair y = Channels == 1 ? Pair{passed[i], 0} : Pair{passed[2 * i], passed[2 * i + 1]};
+        const Pair y = pass(x, i);
         const Pair in_band = to.next(from.next(x));
         const Pair under = below.next(x);
         speech += in_band * in_band;
@@ -95,20 +96,42 @@ void LevelAnalyser::measure(const double* samples, const double* passed, long lo
     farthest_ = farthest;
 }
 
+/**
+ * Of some frames, and behind the high-pass. A recursion waits for itself, so a high-pass of one
+ * section runs beside the other filters: `passed` is null then.
+ */
+template <int Channels>
+void LevelAnalyser::measure(const double* samples, const double* passed, long long frames) {
+    if (passed == nullptr) {
+        PairFilter local = *high_pass_.only_section();
+        measure_with<Channels>(samples, frames,
+                               [&local](Pair x, long long /*at*/) { return local.next(x); });
+        *high_pass_.only_section() = local;
+        return;
+    }
+    measure_with<Channels>(samples, frames, [passed](Pair /*x*/, long long at) {
+        return Channels == 1 ? Pair{passed[at], 0} : Pair{passed[2 * at], passed[2 * at + 1]};
+    });
+}
+
 void LevelAnalyser::process(double* samples, long long frames) {
     if (!has_first_ && frames > 0) {
         first_ = Pair{samples[0], samples[channels_ - 1]};
         first_[1] = channels_ == 1 ? 0 : first_[1];
         has_first_ = true;
     }
-    passed_.assign(samples, samples + frames * channels_);
-    high_pass_.process(passed_.data(), frames);
+    const bool beside = peak_of_ == PeakOf::kSamples && high_pass_.only_section() != nullptr;
+    if (!beside) {
+        passed_.assign(samples, samples + frames * channels_);
+        high_pass_.process(passed_.data(), frames);
+    }
     for (long long done = 0; done < frames;) {
         const long long now = std::min(frames - done, bin_frames_ - frames_in_bin_);
+        const double* const passed = beside ? nullptr : passed_.data() + done * channels_;
         if (channels_ == 1) {
-            measure<1>(samples + done, passed_.data() + done, now);
+            measure<1>(samples + done, passed, now);
         } else {
-            measure<2>(samples + 2 * done, passed_.data() + 2 * done, now);
+            measure<2>(samples + 2 * done, passed, now);
         }
         if (peak_of_ == PeakOf::kWave) {
             find_true_peak(passed_.data() + done * channels_, now);
@@ -118,6 +141,9 @@ void LevelAnalyser::process(double* samples, long long frames) {
         if (frames_in_bin_ == bin_frames_) {
             finish_bin();
         }
+    }
+    if (beside) {
+        high_pass_.only_section()->drop_tail();
     }
 }
 

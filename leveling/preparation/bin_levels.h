@@ -67,6 +67,8 @@ class LevelAnalyser : public stream::Receiver {
   private:
     template <int Channels>
     void measure(const double* samples, const double* passed, long long frames);
+    template <int Channels, class Pass>
+    void measure_with(const double* samples, long long frames, const Pass& pass);
     void find_true_peak(const double* passed, long long frames);
     void finish_bin();
 

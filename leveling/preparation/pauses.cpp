@@ -59,6 +59,42 @@ Stretch neighbourhood(const std::vector<bool>& speech, long long begin, long lon
     return step > 0 ? Stretch{begin, at} : Stretch{at + 1, begin + 1};
 }
 
+/** The power of each bin of a range that has speech, 0 in the others. */
+std::vector<double> speech_powers(const std::vector<float>& levels_db,
+                                  const std::vector<bool>& speech,
+                                  Stretch range) {
+    std::vector<double> powers(static_cast<std::size_t>(range.length()), 0.0);
+    for (long long i = range.begin; i < range.end; ++i) {
+        if (speech[static_cast<std::size_t>(i)]) {
+            powers[static_cast<std::size_t>(i - range.begin)] = power_at(levels_db, i);
+        }
+    }
+    return powers;
+}
+
+/** Which bins of a range have speech that is not far under the mean of it. */
+std::vector<bool> loud_ones(const std::vector<float>& levels_db,
+                            const std::vector<bool>& speech,
+                            const std::vector<double>& powers,
+                            Stretch range) {
+    double sum = 0;
+    double count = 0;
+    for (long long i = range.begin; i < range.end; ++i) {
+        if (speech[static_cast<std::size_t>(i)]) {
+            sum += powers[static_cast<std::size_t>(i - range.begin)];
+            ++count;
+        }
+    }
+    std::vector<bool> loud(powers.size());
+    const double gate_db = count > 0 ? level_of_power(kRelativeGate * sum / count) : 0;
+    for (long long i = range.begin; i < range.end; ++i) {
+        const auto at = static_cast<std::size_t>(i);
+        loud[static_cast<std::size_t>(i - range.begin)] =
+            speech[at] && static_cast<double>(levels_db[at]) > gate_db;
+    }
+    return loud;
+}
+
 double mean_level(const std::vector<float>& levels_db, Stretch range) {
     double sum = 0;
     for (long long i = range.begin; i < range.end; ++i) {
@@ -93,33 +129,19 @@ std::vector<bool> find_speech(const std::vector<float>& levels_db) {
 std::vector<bool> loud_speech(const std::vector<float>& levels_db,
                               const std::vector<bool>& speech,
                               Stretch range) {
-    double sum = 0;
-    double count = 0;
-    for (long long i = range.begin; i < range.end; ++i) {
-        if (speech[static_cast<std::size_t>(i)]) {
-            sum += power_at(levels_db, i);
-            ++count;
-        }
-    }
-    std::vector<bool> loud(static_cast<std::size_t>(range.length()));
-    const double gate_db = count > 0 ? level_of_power(kRelativeGate * sum / count) : 0;
-    for (long long i = range.begin; i < range.end; ++i) {
-        const auto at = static_cast<std::size_t>(i);
-        loud[static_cast<std::size_t>(i - range.begin)] =
-            speech[at] && static_cast<double>(levels_db[at]) > gate_db;
-    }
-    return loud;
+    return loud_ones(levels_db, speech, speech_powers(levels_db, speech, range), range);
 }
 
 double speech_level(const std::vector<float>& levels_db,
                     const std::vector<bool>& speech,
                     Stretch range) {
-    const std::vector<bool> loud = loud_speech(levels_db, speech, range);
+    const std::vector<double> powers = speech_powers(levels_db, speech, range);
+    const std::vector<bool> loud = loud_ones(levels_db, speech, powers, range);
     double sum = 0;
     double count = 0;
-    for (long long i = range.begin; i < range.end; ++i) {
-        if (loud[static_cast<std::size_t>(i - range.begin)]) {
-            sum += power_at(levels_db, i);
+    for (std::size_t i = 0; i < loud.size(); ++i) {
+        if (loud[i]) {
+            sum += powers[i];
             ++count;
         }
     }

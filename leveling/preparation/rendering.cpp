@@ -221,11 +221,10 @@ CurveReader::CurveReader(const std::string& recording,
                          std::vector<float> curve_db,
                          long long bin_frames)
     : in_(recording),
-      channels_(static_cast<std::size_t>(in_.info().channels)),
       filter_(high_pass, in_.info().channels),
       curve_db_(std::move(curve_db)),
       bin_frames_(bin_frames),
-      original_(static_cast<std::size_t>(bin_frames) * channels_),
+      original_(static_cast<std::size_t>(bin_frames * in_.info().channels)),
       result_(original_.size()),
       gain_(quorvane::portable_amplitude(static_cast<double>(curve_db_.front()))) {
     in_.source().announce(in_.info().frames);
@@ -244,21 +243,20 @@ long long CurveReader::next() {
     }
     const double after = quorvane::portable_amplitude(
         static_cast<double>(curve_db_[std::min(bin_, curve_db_.size() - 1)]));
-    const std::size_t samples = static_cast<std::size_t>(frames) * channels_;
-    std::copy_n(original_.begin(), samples, result_.begin());
-    filter_.process(result_.data(), frames);
     // The change of the gain a frame; none up to the middle of the first bin.
     const double step = bin_ == 0 ? 0 : (after - gain_) / static_cast<double>(bin_frames_);
-    double gain = gain_;
-    for (std::size_t i = 0; i < samples; i += channels_) {
-        for (std::size_t channel = 0; channel < channels_; ++channel) {
-            result_[i + channel] *= gain;
-        }
-        gain += step;
-    }
+    filter_.process(original_.data(), result_.data(), frames, gain_, step);
     gain_ = after;
     ++bin_;
     return frames;
+}
+
+void CurveReader::swap_buffers(std::vector<double>& result, std::vector<double>& original) {
+    const std::size_t size = result_.size();
+    result_.swap(result);
+    original_.swap(original);
+    result_.resize(size);
+    original_.resize(size);
 }
 
 void render_with_curve(const std::string& recording,

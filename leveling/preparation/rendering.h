@@ -52,9 +52,11 @@ class CurveReader {
     /** The same frames as they are in the recording. */
     const double* original() const { return original_.data(); }
 
+    /** Takes what has been read away, and leaves these for the next reading. */
+    void swap_buffers(std::vector<double>& result, std::vector<double>& original);
+
   private:
     InputFile in_;
-    std::size_t channels_;
     FilterChain filter_;
     std::vector<float> curve_db_;
     long long bin_frames_;

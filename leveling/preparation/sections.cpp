@@ -1,5 +1,7 @@
 #include "leveling/preparation/sections.h"
 
+#include <algorithm>
+
 #include "leveling/audio/portable_math.h"
 
 namespace quorvane {
@@ -20,6 +22,22 @@ struct Angle {
 Angle angle_of(double corner_hz, int sample_rate_hz) {
     const double turns = 2 * corner_hz / sample_rate_hz;  // in units of pi
     return {quorvane::portable_sin_pi(turns), quorvane::portable_sin_pi(turns + 0.5)};
+}
+
+/** Filters frames and passes each through `use`. `to` may be `from`. */
+template <int Channels, class Use>
+void filter_frames(
+    PairFilter& filter, const double* from, double* to, long long frames, const Use& use) {
+    PairFilter local = filter;  // which stays in registers
+    for (long long i = 0; i < frames; ++i) {
+        const Pair x = Channels == 1 ? Pair{from[i], 0} : Pair{from[2 * i], from[2 * i + 1]};
+        const Pair y = use(local.next(x));
+        for (int channel = 0; channel < Channels; ++channel) {
+            to[Channels * i + channel] = y[channel];
+        }
+    }
+    local.drop_tail();
+    filter = local;
 }
 
 }  // namespace
@@ -74,21 +92,37 @@ void FilterChain::reset() {
 }
 
 void FilterChain::process(double* samples, long long frames) {
+    const auto as_it_is = [](Pair y) { return y; };
     for (PairFilter& filter : filters_) {
-        PairFilter local = filter;
         if (channels_ == 1) {
-            for (long long i = 0; i < frames; ++i) {
-                samples[i] = local.next(Pair{samples[i], 0})[0];
-            }
+            filter_frames<1>(filter, samples, samples, frames, as_it_is);
         } else {
-            for (long long i = 0; i < frames; ++i) {
-                const Pair y = local.next(Pair{samples[2 * i], samples[2 * i + 1]});
-                samples[2 * i] = y[0];
-                samples[2 * i + 1] = y[1];
-            }
+            filter_frames<2>(filter, samples, samples, frames, as_it_is);
         }
-        local.drop_tail();
-        filter = local;
+    }
+}
+
+void FilterChain::process(
+    const double* from, double* to, long long frames, double gain, double step) {
+    const auto amplified = [&gain, step](Pair y) {
+        const Pair result = y * gain;
+        gain += step;
+        return result;
+    };
+    PairFilter* const only = only_section();
+    if (only != nullptr && channels_ == 1) {
+        filter_frames<1>(*only, from, to, frames, amplified);
+    } else if (only != nullptr) {
+        filter_frames<2>(*only, from, to, frames, amplified);
+    } else {
+        std::copy_n(from, frames * channels_, to);
+        process(to, frames);
+        for (long long i = 0; i < frames; ++i) {
+            for (long long s = i * channels_; s < (i + 1) * channels_; ++s) {
+                to[s] *= gain;
+            }
+            gain += step;
+        }
     }
 }
 

@@ -58,6 +58,12 @@ class FilterChain {
     /** Filters in place. */
     void process(double* samples, long long frames);
 
+    /** The same into another place, times a gain that grows by so much a frame. */
+    void process(const double* from, double* to, long long frames, double gain, double step);
+
+    /** The section of a chain of one, for a loop that has more to do with each frame. */
+    PairFilter* only_section() { return filters_.size() == 1 ? &filters_.front() : nullptr; }
+
     /** Forgets what came before. */
     void reset();
 

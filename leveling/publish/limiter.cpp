@@ -140,6 +140,20 @@ double TruePeakLimiter::lowered_at(std::uint64_t frame) const {
     return block < lowered_.size() ? lowered_[static_cast<std::size_t>(block)] : 1;
 }
 
+/** The first frame from the given one on that needs a look, while every gain inside is 1. */
+std::size_t TruePeakLimiter::end_of_rest(std::size_t frame, std::size_t end) {
+    if (!lowered_.empty() || frames_at_rest_ < frames_to_rest_) {
+        return frame;
+    }
+    std::size_t next = frame;
+    while (next < end && peaks_[next] <= ceiling_) {
+        ++next;
+    }
+    reductions_.add_untouched(next - std::clamp(frames_to_drop_, frame, next));
+    found_ += next - frame;
+    return next;
+}
+
 double TruePeakLimiter::next_gain(double peak, double ceiling) {
     // A peak between two frames needs the gain in both.
     const double needed = peak > ceiling ? ceiling / peak : 1;
@@ -168,13 +182,15 @@ void TruePeakLimiter::process(const double* samples, std::size_t frames, std::ve
     peaks_.resize(frames);
     finder_.find(delayed_.data() + kept, frames, peaks_.data());
     constexpr std::uint64_t kLatency = TruePeakFinder::kLatency;
-    for (std::size_t frame = 0; frame < frames; ++frame, ++found_) {
+    for (std::size_t frame = end_of_rest(0, frames); frame < frames;
+         frame = end_of_rest(frame + 1, frames)) {
         const double ceiling = lowered_.empty()
                                    ? ceiling_
                                    : ceiling_ * lowered_at(std::max(found_, kLatency) - kLatency);
         if (frames_at_rest_ >= frames_to_rest_ && peaks_[frame] <= ceiling) {
             // Nothing to limit, now or lately: the samples go out as they are.
             reductions_.add_untouched(frame >= frames_to_drop_ ? 1 : 0);
+            ++found_;
             continue;
         }
         ++frames_at_rest_;
@@ -186,6 +202,7 @@ void TruePeakLimiter::process(const double* samples, std::size_t frames, std::ve
         for (std::size_t channel = 0; channel < channels_; ++channel) {
             delayed_[frame * channels_ + channel] *= gain;
         }
+        ++found_;
     }
     const std::size_t dropped = std::min(frames, frames_to_drop_);
     frames_to_drop_ -= dropped;

@@ -137,6 +137,7 @@ class TruePeakLimiter {
   private:
     /** The factor of the block that a frame is in, 1 where there is none. */
     double lowered_at(std::uint64_t frame) const;
+    std::size_t end_of_rest(std::size_t frame, std::size_t end);
     double next_gain(double peak, double ceiling);
 
     std::size_t channels_;

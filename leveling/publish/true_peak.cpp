@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <stdexcept>
 
 #include "Common/audio/wide_loops.h"
@@ -35,6 +36,23 @@ QUORVANE_WIDE_LOOP void add_weighted(const double* samples,
             sums[i] += weight * from[i];
         }
     }
+}
+
+/** The greatest amplitude, in as many lanes as a wide vector has. */
+QUORVANE_WIDE_LOOP double greatest_of(const double* samples, std::size_t count) {
+    constexpr std::size_t kLanes = 8;
+    std::array<double, kLanes> greatest{};
+    std::size_t i = 0;
+    for (; i + kLanes <= count; i += kLanes) {
+        for (std::size_t lane = 0; lane < kLanes; ++lane) {
+            const double amplitude = std::fabs(samples[i + lane]);
+            greatest[lane] = amplitude > greatest[lane] ? amplitude : greatest[lane];
+        }
+    }
+    for (; i < count; ++i) {
+        greatest[0] = std::max(greatest[0], std::fabs(samples[i]));
+    }
+    return *std::max_element(greatest.begin(), greatest.end());
 }
 
 /** The height of the vertex where the middle one is the greatest, else that of the middle. */
@@ -73,17 +91,15 @@ void TruePeakFinder::find(const double* samples, std::size_t frames, double* pea
 
 void TruePeakFinder::find_run(const double* samples, std::size_t frames, double* peaks) {
     std::fill(peaks, peaks + frames, 0.0);
+    const bool looks = unnoticed_ < std::numeric_limits<double>::infinity();
     for (std::size_t channel = 0; channel < channels_; ++channel) {
         auto& history = history_[channel];
-        double greatest = 0;
-        for (std::size_t i = 0; i < frames; ++i) {
+        // Where nothing is looked for, only what the next run has to know is kept.
+        for (std::size_t i = looks || frames < kKept ? 0 : frames - kKept; i < frames; ++i) {
             history[kKept + i] = samples[i * channels_ + channel];
         }
-        for (std::size_t i = 0; i < kKept + frames; ++i) {
-            greatest = std::max(greatest, std::fabs(history[i]));
-        }
         // Else the zeros remain: callers only need the peaks above the ceiling.
-        if (greatest * most_rise_ > unnoticed_) {
+        if (looks && greatest_of(history.data(), kKept + frames) * most_rise_ > unnoticed_) {
             find_channel(channel, frames, peaks);
         }
         std::copy(history.begin() + static_cast<std::ptrdiff_t>(frames),

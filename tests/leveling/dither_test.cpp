@@ -120,6 +120,22 @@ TEST(Dither, SilenceOf50MillisecondsStaysZero) {
     }
 }
 
+TEST(Dither, ASilenceLeavesTheOtherChannelsSamplesAsTheyAre) {
+    // Frames near a long silence are rounded one by one, others in vectors.
+    const Signal all = signals::speech(1, kRate, 2);
+    Signal partly = all;
+    for (std::size_t i = 1000; i < 7000; ++i) {
+        partly.samples[2 * i] = i % 1500 < 200 ? partly.samples[2 * i] : 0;
+    }
+    const auto expected = dithered(all, all);
+    for (const std::size_t block : {100000, 501, 64}) {
+        const auto out = dithered(partly, partly, block);
+        for (std::size_t i = 1; i < out.size(); i += 2) {
+            ASSERT_EQ(expected[i], out[i]) << i << ", blocks of " << block;
+        }
+    }
+}
+
 TEST(Dither, OverTheSourcesSilenceAFiltersTailEndsWhereItRoundsToZero) {
     const Signal silent = signals::silence(4000, kRate);
     const Signal tail = signals::from(

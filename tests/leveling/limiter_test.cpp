@@ -169,6 +169,24 @@ TEST(Limiter, LooksForNoPeakWhereNoneIsExpected) {
     EXPECT_LE(*std::max_element(out.begin() + 9000, out.end()), 0.5);
 }
 
+TEST(Limiter, FindsThePeaksBehindAStretchWithoutAny) {
+    Signal signal = signals::sine(1, 300, 1);
+    for (std::size_t i = 0; i < 8000; ++i) {
+        signal.samples[i] *= 0.3;
+    }
+    for (const std::size_t block : {20, 100, 500}) {  // a run of the finder has 128 frames
+        TruePeakLimiter limiter(1, signal.sample_rate_hz, 1, 0.5);
+        std::vector<double> out;
+        for (std::size_t at = 0; at < signal.samples.size(); at += block) {
+            limiter.expect(at < 7500 ? Peaks::kNone : Peaks::kPossible);
+            limiter.process(signal.samples.data() + at, std::min(block, signal.samples.size() - at),
+                            out);
+        }
+        limiter.finish(out);
+        EXPECT_EQ(limited(signal, 1, 0.5, 4096), out) << block;
+    }
+}
+
 TEST(Limiter, ChannelsStayTogether) {
     const Signal loud = signals::sine(1, 300, 1);
     Signal quiet = loud;
