@@ -21,8 +21,8 @@
  * for it. Without a file on its way both sleep without a time limit, so that an idle watch takes no
  * processor time.
  *
- * The batch gets a few files more than it works on at a time. The rest waits here, where a full
- * disk or a vanished folder can hold it back.
+ * The batch gets no more files than it works on at a time. The rest waits here, where a full disk
+ * or a vanished folder can hold it back.
  */
 
 namespace quorvane {
@@ -261,6 +261,7 @@ void Watcher::take_events() {
 void Watcher::check_folders() {
     const bool outputs_gone = !output_mount_.is_mounted();
     if (outputs_gone && !outputs_gone_) {
+        ++absences_;
         observer_.gone(output_mount_.mount_point());
     }
     const bool outputs_back = !outputs_gone && outputs_gone_;
@@ -268,6 +269,7 @@ void Watcher::check_folders() {
     // Reported when it differs from what was reported last.
     const bool changed = told_source_ != watch_.source() || told_why_ != watch_.why_search();
     if (changed && watch_.source() == FolderWatch::Source::None) {
+        ++absences_;
         observer_.gone(request_.folder);
     } else if ((changed || outputs_back) && watch_.source() != FolderWatch::Source::None) {
         observer_.watching(watch_.why_search());
@@ -284,7 +286,8 @@ void Watcher::check_folders() {
 std::size_t Watcher::queue_length() const {
     // While it is tried again it is in work_ and counts there.
     const std::size_t stopped = without_room_ && work_.empty() ? 1 : 0;
-    return arrivals_.size() + due_.size() + queue_.size() + work_.size() + stopped;
+    return arrivals_.size() + due_.size() + queue_.size() + work_.size() + after_return_.size() +
+           stopped;
 }
 
 /** Writes the metrics and the manager's status, at most once in a while. */

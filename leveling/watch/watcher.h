@@ -89,10 +89,11 @@ class Watcher : private BatchObserver {
   private:
     using Clock = std::chrono::steady_clock;
 
-    /** A file in the batch, and the state that its input was in when it was put there. */
+    /** A file in the batch, and how things were when it was put there. */
     struct Begun {
         PlannedFile file;
         FileState input;
+        unsigned absences;
     };
 
     /** What the batch's thread reports to ours. */
@@ -152,7 +153,8 @@ class Watcher : private BatchObserver {
     std::map<std::size_t, Begun> work_;  // in the batch
     std::size_t running_ = 0;
     std::map<std::string, FileState> outputs_;  // made by this watch
-    std::vector<std::string> after_return_;     // failed while a folder was gone
+    std::vector<std::string> after_return_;     // failed because a folder was gone
+    unsigned absences_ = 0;                     // how often a folder went
     std::optional<PlannedFile> without_room_;   // the first file that a full disk stopped
     Clock::time_point next_try_;                // of it
     Clock::time_point latest_try_;

@@ -70,7 +70,8 @@ bool Watcher::is_put_off(const Begun& begun, const FileFacts& facts) {
         after_return_.push_back(file.input);
         return true;
     }
-    if (arrivals_.is_changed(file.input)) {
+    // A folder went and is back already, or the file is another one.
+    if (begun.absences != absences_ || arrivals_.is_changed(file.input)) {
         arrivals_.again(file.input, Clock::now());
         return true;
     }
@@ -139,9 +140,7 @@ void Watcher::plan_some() {
 }
 
 void Watcher::begin_some() {
-    // One for each worker, and one that waits for each.
-    const std::size_t most = 2 * std::size_t{request_.jobs};
-    while (!queue_.empty() && work_.size() < most) {
+    while (!queue_.empty() && work_.size() < request_.jobs) {
         begin(queue_.front());
         queue_.pop_front();
     }
@@ -150,8 +149,8 @@ void Watcher::begin_some() {
 void Watcher::begin(const PlannedFile& file) {
     tick();
     const FileState input = state_of(file.input);
-    work_[batch_.add(file.input, file.output, existing_of(request_, file), file.found)] = {file,
-                                                                                           input};
+    work_[batch_.add(file.input, file.output, existing_of(request_, file), file.found)] = {
+        file, input, absences_};
 }
 
 /** Whether the file that a full disk stopped may go this time. */

@@ -26,6 +26,11 @@ class Disks : public WatchRun {
             run_program("nsenter -U -m -t " + std::to_string(pid_) + " " + words);
         ASSERT_EQ(result.status, 0) << result.err;
     }
+
+    /** A folder as the watch sees it. */
+    fs::path seen(const std::string& folder) const {
+        return "/proc/" + std::to_string(pid_) + "/root" + (dir_ / folder);
+    }
 };
 
 TEST_F(Disks, AFullOneIsKnownByItsCodeWhicheverPartOfTheRunItStops) {
@@ -64,8 +69,8 @@ TEST_F(Disks, AFullOneIsKnownByItsCodeWhicheverPartOfTheRunItStops) {
 
 TEST_F(Disks, AWatchWaitsForRoomReportsItOnceAndGoesOn) {
     talk("talk.wav", 4);
-    start("-d disk", with_disk("disk", 3000));
-    const fs::path disk = "/proc/" + std::to_string(pid_) + "/root" + (dir_ / "disk");
+    start("-d disk -j 1", with_disk("disk", 3000));
+    const fs::path disk = seen("disk");
     write_text(disk / "filler", std::string(2950000, 'x'));
     for (const char* name : {"in/a.wav", "in/b.wav"}) {
         fs::copy_file(dir_ / "talk.wav", dir_ / name);
@@ -77,6 +82,9 @@ TEST_F(Disks, AWatchWaitsForRoomReportsItOnceAndGoesOn) {
     EXPECT_EQ(events("resumed").size(), 1u);
     EXPECT_EQ(events("finished")[0]["status"], "leveled");
     EXPECT_EQ(stop(SIGTERM), 0);
+    EXPECT_EQ(events("started")[1]["input"], events("started")[0]["input"])
+        << "while there was no room another file was begun";
+    ASSERT_EQ(events("waiting").size(), 1u) << "for both files";
     EXPECT_EQ(events("waiting")[0]["input"], events("finished")[0]["input"]);
 }
 
@@ -95,6 +103,33 @@ TEST_F(Disks, NothingIsWrittenToTheEmptyMountPointOfOneThatIsGone) {
     EXPECT_EQ(events("watching").size(), 2u);
     EXPECT_EQ(stop(SIGTERM), 0);
     EXPECT_THAT(names_in("disk"), IsEmpty()) << "of the folder below the disk";
+}
+
+TEST_F(Disks, WhatWasInWorkWhenOneWentIsLeveledWhenItIsBack) {
+    const std::string disk = dir_ / "disk";
+    talk("in/a.wav", 900);
+    start("-d disk", with_disk("disk", 60000));
+    ASSERT_TRUE(until([&] { return events("started").size() == 1; }));
+    inside("umount -l " + disk);
+    ASSERT_TRUE(until([&] { return events("gone").size() == 1; })) << words_text();
+    inside("mount -t tmpfs -o size=60000k none " + disk);
+    ASSERT_TRUE(is_finished(1)) << words_text();
+    EXPECT_EQ(stop(SIGTERM), 0);
+    EXPECT_EQ(events("finished")[0]["status"], "leveled") << events("finished")[0];
+    EXPECT_THAT(names_in("disk"), IsEmpty()) << "of the folder below the disk";
+}
+
+TEST_F(Disks, NothingIsTakenFromTheMountPointOfAWatchedOneThatIsGone) {
+    start("-d out", with_disk("in", 2000));
+    inside("umount " + (dir_ / "in"));
+    ASSERT_TRUE(until([&] { return events("gone").size() == 1; })) << words_text();
+    talk("in/below.wav", 1);
+    inside("mount -t tmpfs -o size=2000k none " + (dir_ / "in"));
+    ASSERT_TRUE(until([&] { return events("watching").size() == 2; })) << words_text();
+    fs::copy_file(dir_ / "in/below.wav", seen("in") / "a.wav");
+    ASSERT_TRUE(is_finished(1)) << words_text();
+    EXPECT_EQ(stop(SIGTERM), 0);
+    EXPECT_THAT(outputs_in("out"), testing::ElementsAre("a-leveled.wav"));
 }
 
 }  // namespace

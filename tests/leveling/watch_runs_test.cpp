@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <fstream>
 
+#include "tests/support/service_manager.h"
 #include "tests/support/watch_run.h"
 
 using testing::ElementsAre;
@@ -90,7 +91,7 @@ TEST_F(WatchRun, AKilledWatchGoesOnWhereItWas) {
 TEST_F(WatchRun, AFileThatIsReplacedWhileItIsLeveledIsLeveledAgain) {
     talk("long.wav", 900);
     talk("other.wav", 1);
-    start("-d out");
+    start("-d out -j 1");
     fs::rename(dir_ / "long.wav", dir_ / "in/talk.wav");
     ASSERT_TRUE(until([&] { return events("started").size() == 1; }));
     fs::rename(dir_ / "other.wav", dir_ / "in/talk.wav");
@@ -116,6 +117,20 @@ TEST_F(WatchRun, SigtermDropsTheFileInWorkWhichTheNextStartTakes) {
     ASSERT_TRUE(until([&] { return file_exists(dir_ / "out/long-leveled.wav"); }));
     EXPECT_EQ(stop(SIGTERM), 0);
     EXPECT_THAT(names_in("out"), ElementsAre(".quorvane.jsonl", "long-leveled.wav"));
+}
+
+TEST_F(WatchRun, ItsServiceManagerHearsOfItsLife) {
+    const ListeningManager manager(dir_ / "notify");
+    start("-d out", "env WATCHDOG_USEC=100000 NOTIFY_SOCKET='" + (dir_ / "notify") + "' ");
+    ASSERT_TRUE(until([&] { return manager.has("READY=1\nSTATUS=watching in"); }));
+    ASSERT_TRUE(until([&] { return manager.has("WATCHDOG=1"); })) << "although nothing happens";
+    talk("in/a.wav", 1);
+    ASSERT_TRUE(until([&] { return manager.has("STATUS=watching in: 1 leveled, 0 failed, 0"); }));
+    kill(pid_, SIGHUP);
+    ASSERT_TRUE(until([&] { return manager.has("RELOADING=1\n"); }));
+    ASSERT_TRUE(until([&] { return manager.has("READY=1\n"); }));
+    EXPECT_EQ(stop(SIGTERM), 0);
+    EXPECT_TRUE(manager.has("STOPPING=1"));
 }
 
 TEST_F(WatchRun, SighupOpensTheLogAgain) {

@@ -1,8 +1,6 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <poll.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -20,6 +18,7 @@
 #include "leveling/watch/service_manager.h"
 #include "leveling/watch/writers.h"
 #include "tests/support/fixtures.h"
+#include "tests/support/service_manager.h"
 
 using testing::Contains;
 using testing::ElementsAre;
@@ -78,6 +77,7 @@ TEST_F(ArrivalsTest, WithoutAWordOfTheKernelAFileIsTakenWhenItHasSettled) {
     states_["a"] = {10, 1};
     writers_["a"] = Writer::Unknown;
     arrivals_.found("a", at(0));
+    EXPECT_THAT(due(1.9), IsEmpty());
     states_["a"] = {20, 1};
     EXPECT_THAT(due(2), IsEmpty()) << "it grew";
     EXPECT_THAT(due(3.9), IsEmpty());
@@ -243,20 +243,25 @@ TEST(DoneProgram, GetsTheResultsInItsEnvironmentAndNothingElse) {
     FileFacts facts;
     facts.input = "/in/it's $(odd).wav";
     facts.output = "/out/a.wav";
-    facts.outcome = Outcome::Leveled;
+    facts.outcome = Outcome::Copied;
+    facts.cause = "nothing to level";
     facts.after.emplace().integrated_lufs = -18.04;
     std::vector<std::string> problems;
+    setenv("QUORVANE_LUFS_BEFORE", "of an outer run", 1);
     {
         DoneProgram program(script(dir, "env | grep ^QUORVANE_ > '" + (dir / "env") +
                                             "'; echo $# >> '" + (dir / "env") + "'"),
                             [&](const std::string& text) { problems.push_back(text); });
         program.add(facts);
     }
+    unsetenv("QUORVANE_LUFS_BEFORE");
     EXPECT_THAT(problems, IsEmpty());
     const std::string seen = read_text(dir / "env");
     EXPECT_THAT(seen, HasSubstr("QUORVANE_INPUT=/in/it's $(odd).wav\n"));
     EXPECT_THAT(seen, HasSubstr("QUORVANE_OUTPUT=/out/a.wav\n"));
-    EXPECT_THAT(seen, HasSubstr("QUORVANE_OUTCOME=leveled\n"));
+    EXPECT_THAT(seen, HasSubstr("QUORVANE_OUTCOME=copied\n"));
+    EXPECT_THAT(seen, HasSubstr("QUORVANE_CAUSE=nothing to level\n"));
+    EXPECT_THAT(seen, testing::Not(HasSubstr("of an outer run")));
     EXPECT_THAT(seen, HasSubstr("QUORVANE_LUFS_AFTER=-18.0\n"));
     EXPECT_THAT(seen, testing::EndsWith("\n0\n")) << "no arguments";
 }
@@ -276,12 +281,18 @@ TEST(DoneProgram, ItsFailureIsReportedAndItsTimeIsLimited) {
         SCOPED_TRACE(row.text);
         const TempDir dir;
         std::string problem;
+        int held[2];  // by the program and its children
+        ASSERT_EQ(pipe(held), 0);
         {
             DoneProgram program(
                 script(dir, row.text), [&](const std::string& text) { problem = text; }, 200ms);
             program.add({});
         }
         EXPECT_THAT(problem, HasSubstr(row.problem));
+        close(held[1]);
+        pollfd end{held[0], POLLIN, 0};
+        EXPECT_EQ(poll(&end, 1, 60'000), 1) << "what it started has not ended";
+        close(held[0]);
     }
     std::string problem;
     {
@@ -290,34 +301,26 @@ TEST(DoneProgram, ItsFailureIsReportedAndItsTimeIsLimited) {
     EXPECT_THAT(problem, HasSubstr("cannot be started: No such file or directory"));
 }
 
-/** A service manager's socket. */
-class Manager {
+/** The environment of a process that a service manager started, until its end. */
+class Started {
   public:
-    explicit Manager(const std::string& path) : socket_(::socket(AF_UNIX, SOCK_DGRAM, 0)) {
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        path.copy(address.sun_path, sizeof address.sun_path - 1);
-        EXPECT_EQ(bind(socket_, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-        setenv("NOTIFY_SOCKET", path.c_str(), 1);
+    Started(const std::string& socket, const std::string& process) {
+        setenv("NOTIFY_SOCKET", socket.c_str(), 1);
+        setenv("WATCHDOG_USEC", "3000000", 1);
+        setenv("WATCHDOG_PID", process.c_str(), 1);
     }
 
-    ~Manager() { close(socket_); }
-
-    std::string next() const {
-        char text[512];
-        const ssize_t count = recv(socket_, text, sizeof text, MSG_DONTWAIT);
-        return count < 0 ? "" : std::string(text, static_cast<std::size_t>(count));
+    ~Started() {
+        for (const char* name : {"NOTIFY_SOCKET", "WATCHDOG_USEC", "WATCHDOG_PID"}) {
+            unsetenv(name);
+        }
     }
-
-  private:
-    int socket_;
 };
 
 TEST(ServiceManager, IsToldByTheProtocolOfSdNotify) {
     const TempDir dir;
-    const Manager manager(dir / "notify");
-    setenv("WATCHDOG_USEC", "3000000", 1);
-    setenv("WATCHDOG_PID", std::to_string(getpid()).c_str(), 1);
+    const ListeningManager manager(dir / "notify");
+    const Started started(dir / "notify", std::to_string(getpid()));
     const ServiceManager service;
     EXPECT_EQ(service.alive_every(), 1500ms) << "twice as often as is asked for";
     EXPECT_EQ(getenv("NOTIFY_SOCKET"), nullptr) << "workers are not to use it";
@@ -333,9 +336,7 @@ TEST(ServiceManager, IsToldByTheProtocolOfSdNotify) {
 
 TEST(ServiceManager, AWatchdogOfAnotherProcessIsNotFed) {
     const TempDir dir;
-    const Manager manager(dir / "notify");
-    setenv("WATCHDOG_USEC", "3000000", 1);
-    setenv("WATCHDOG_PID", "1", 1);
+    const Started started(dir / "notify", "1");
     EXPECT_FALSE(ServiceManager().alive_every());
     EXPECT_FALSE(ServiceManager().alive_every()) << "without a manager";
 }
@@ -351,6 +352,8 @@ TEST(WatchMetrics, AreInThePrometheusFormat) {
     metrics.queue = 7;
     facts.outcome = Outcome::Failed;
     metrics.count(facts, 2000);
+    facts.outcome = Outcome::UpToDate;  // it took a look at the record, not work
+    metrics.count(facts, 3000);
     const std::string text = to_text(metrics);
     for (const char* line :
          {"quorvane_files_total{outcome=\"leveled\"} 1",
