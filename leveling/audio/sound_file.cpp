@@ -8,6 +8,7 @@
 #include <stdexcept>
 
 #include "Common/files/descriptor.h"
+#include "leveling/audio/buffered_input.h"
 #include "leveling/facts/no_room.h"
 
 namespace quorvane {
@@ -28,6 +29,12 @@ SndfileHandle checked(SndfileHandle file) {
 SndfileHandle open_to_read(const std::string& path) {
     errno = 0;
     return checked(SndfileHandle(path));
+}
+
+SndfileHandle open_to_read(BufferedInput& input) {
+    SF_VIRTUAL_IO calls = BufferedInput::calls();
+    errno = 0;
+    return checked(SndfileHandle(calls, &input));
 }
 
 SF_INFO info_of(const SndfileHandle& file) {

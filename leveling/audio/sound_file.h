@@ -8,6 +8,8 @@
 
 namespace quorvane {
 
+class BufferedInput;
+
 /** What is read and processed at a time where no result depends on it. */
 constexpr long long kReadFrames = 16384;
 
@@ -17,6 +19,9 @@ constexpr long long kReadFrames = 16384;
  */
 SndfileHandle open_to_read(const std::string& path);
 SndfileHandle open_to_write(const std::string& path, int format, int channels, int sample_rate_hz);
+
+/** The same through a buffer, which must outlive the handle. */
+SndfileHandle open_to_read(BufferedInput& input);
 
 /** The length, rate, channels and format of an open file. */
 SF_INFO info_of(const SndfileHandle& file);

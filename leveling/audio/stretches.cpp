@@ -2,12 +2,14 @@
 
 #include <stdexcept>
 
+#include "leveling/audio/buffered_input.h"
 #include "leveling/audio/sound_file.h"
 
 namespace quorvane {
 
 Samples read_stretches(const std::string& path, const std::vector<Stretch>& stretches) {
-    SndfileHandle file = open_to_read(path);
+    BufferedInput input(path);
+    SndfileHandle file = open_to_read(input);
     Samples samples{file.samplerate(), file.channels(), {}};
     const auto channels = static_cast<std::size_t>(samples.channels);
     sf_count_t all = 0;
