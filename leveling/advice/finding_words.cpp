@@ -88,9 +88,11 @@ bool has_problem(const FileFacts& facts) {
 }
 
 std::string objections_text(const FileFacts& facts) {
+    const std::vector<const Finding*> found = objections(facts);
     std::string text;
-    for (const Finding* finding : objections(facts)) {
-        text += (text.empty() ? "" : ", ") + clause_of(*finding);
+    for (const Finding* finding : found) {
+        const char* before = text.empty() ? "" : finding == found.back() ? ", and " : ", ";
+        text += before + clause_of(*finding);
     }
     return text;
 }

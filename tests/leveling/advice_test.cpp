@@ -101,19 +101,21 @@ TEST(Verdict, IsOneOfThree) {
     facts.findings = {kRaised};
     EXPECT_EQ("Ready for podcast.", said({"podcast"}, Face::Page));
     facts.findings = {kShort, kRaised, kSilent};
-    EXPECT_EQ("Ready for podcast, but: the right side is silent, the speech is only 1.0 s long.",
-              said({"podcast"}, Face::CommandLine));
     EXPECT_EQ(
-        "Ready as it is for podcast, but: the right side is silent, the speech is only 1.0 s long.",
+        "Ready for podcast, but: the right side is silent, and the speech is only 1.0 s long.",
+        said({"podcast"}, Face::CommandLine));
+    EXPECT_EQ(
+        "Ready as it is for podcast, but: the right side is silent, and the speech is only 1.0 s "
+        "long.",
         said({}, Face::Page));
     EXPECT_EQ(
-        "Ready for podcast, but: the right side is silent, the speech is only 1.0 s long. Not "
+        "Ready for podcast, but: the right side is silent, and the speech is only 1.0 s long. Not "
         "ready for "
         "spotify: 4.6 LU too quiet (--for spotify).",
         said({"spotify", "podcast"}, Face::CommandLine));
     EXPECT_EQ(
-        "Not ready for spotify: 4.6 LU too quiet. Found as well: the right side is silent, the "
-        "speech is only 1.0 s long.",
+        "Not ready for spotify: 4.6 LU too quiet. Found as well: the right side is silent, and "
+        "the speech is only 1.0 s long.",
         said({"spotify"}, Face::Page));
     EXPECT_EQ(
         "In 2 files passages of speech were up to 14 dB apart; now within 1 dB. Ready for podcast: "
@@ -302,10 +304,11 @@ TEST(Csv, ARowHasACellForEachColumnAndNumbersStayNumbers) {
     const std::string row = csv_row(facts, {"podcast"});
     EXPECT_EQ(
         0u,
-        row.find("'=x.wav,,leveled,podcast,yes,\"Passages of speech were up to 14 dB apart; "
-                 "now within 1 dB. Ready for podcast, but: the right side is silent, the speech is "
-                 "only 1.0 s long.\",side-silent,short,raised,,,,10,16000,1,8,3,14.2,1,-27,"
-                 "-19.1,0,0,-7,-1.5,-7,-7,-28,,0,0,,,,0\r\n"))
+        row.find(
+            "'=x.wav,,leveled,podcast,yes,\"Passages of speech were up to 14 dB apart; "
+            "now within 1 dB. Ready for podcast, but: the right side is silent, and the speech is "
+            "only 1.0 s long.\",side-silent,short,raised,,,,10,16000,1,8,3,14.2,1,-27,"
+            "-19.1,0,0,-7,-1.5,-7,-7,-28,,0,0,,,,0\r\n"))
         << row;
     FileFacts failed;
     failed.input = "a.wav";
