@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <boost/algorithm/string/join.hpp>
+#include <cmath>
 #include <functional>
 #include <map>
 #include <optional>
@@ -280,7 +281,8 @@ std::string finished_line(const FileFacts& facts, const Screen& screen) {
                                    facts.conversation->tracks, output, clock_text(facts.elapsed_s));
             }
             std::string loudness;
-            if (facts.before && facts.after) {
+            // A clip of less than 0.4 s has none.
+            if (facts.before && facts.after && std::isfinite(facts.after->integrated_lufs)) {
                 loudness = fmt::format(", {} > {} LUFS", decimal(facts.before->integrated_lufs),
                                        decimal(facts.after->integrated_lufs));
             }

@@ -16,7 +16,7 @@ namespace {
 constexpr const char* kStyle = R"css(
 :root{color-scheme:light dark;--paper:#fff;--panel:#f4f6f8;--ink:#1b2430;--soft:#566272;--line:#d5dbe2;
 --before:#6b7686;--after:#0a5fb8;--up:#12876f;--down:#a8510f;--good:#0f7a43;--bad:#b3261e}
-@media (prefers-color-scheme:dark){:root{--paper:#12161c;--panel:#1b212a;--ink:#e6ebf1;--soft:#a3afbd;
+@media screen and (prefers-color-scheme:dark){:root{--paper:#12161c;--panel:#1b212a;--ink:#e6ebf1;--soft:#a3afbd;
 --line:#333d4a;--before:#9ba7b5;--after:#63b0ff;--up:#3fc7a8;--down:#f0a05a;--good:#5fd08f;--bad:#ff8a80}}
 *{box-sizing:border-box}
 body{margin:0;background:var(--paper);color:var(--ink);font:16px/1.5 system-ui,-apple-system,"Segoe UI",
@@ -47,7 +47,7 @@ border-top:9px solid var(--before)}.pin.problem::before{border-top-color:var(--b
 .pin::after{content:"";position:absolute;left:7px;top:14px;height:258px;border-left:1px dashed var(--before);pointer-events:none}
 .pin.problem::after{border-color:var(--bad)}.pin.warning::after{border-color:var(--down)}.pin:disabled{cursor:default}
 .pin:focus-visible{outline:3px solid var(--down)}.over{position:absolute;inset:0 36px;pointer-events:none}
-.over i{position:absolute;bottom:0;top:20px}.over .part{background:var(--ink);height:4px;top:auto;border-radius:2px}
+.over i{position:absolute;bottom:0;top:0}.pins~.over .head{top:20px}.over .part{background:var(--ink);height:4px;top:auto;border-radius:2px}
 .over .head{border-left:2px solid var(--ink)}
 .plot path{fill:none;stroke-width:2;vector-effect:non-scaling-stroke;stroke-linejoin:round}
 .plot line{stroke:var(--line);vector-effect:non-scaling-stroke}
@@ -84,7 +84,7 @@ summary{cursor:pointer}footer{margin-top:40px;font-size:.84rem;color:var(--soft)
 .destinations thead th:first-child{width:25%}
 .passages td{white-space:nowrap}.lane h2{margin:22px 0 2px}.lane p{margin:2px 0}.lane small{font-weight:400;color:var(--soft)}
 @media (max-width:640px){main{padding:18px 14px 40px}.passages{font-size:.8rem}.passages th{white-space:normal!important;overflow-wrap:normal}.plot,.times,.pins,.over{margin-left:26px;margin-right:26px}.over{inset:0 26px;margin:0}.seek{flex-basis:70%}.loudness svg{height:200px}}
-@media (max-width:860px){.stack thead{display:none}.stack tr{display:block;padding:10px 0;border-bottom:1px solid var(--line)}
+@media screen and (max-width:860px){.stack thead{display:none}.stack tr{display:block;padding:10px 0;border-bottom:1px solid var(--line)}
 .stack td,.stack th[scope=row]{display:block;border:0;padding:1px 0;text-align:left!important}
 .stack td[data-label]::before{content:attr(data-label) " ";color:var(--soft)}}
 .verdict{font-size:1.15rem;font-weight:600;margin:10px 0 14px;padding:12px 16px;border-radius:8px;background:var(--panel);
@@ -103,7 +103,10 @@ padding:1px 5px;border-radius:4px}
 .player input:checked+span{background:var(--ink);color:var(--paper);border-color:var(--ink)}
 .player input:focus-visible+span,.play:focus-visible,.seek:focus-visible{outline:3px solid var(--down);outline-offset:2px}
 .seek{flex:1 1 140px;min-width:120px;accent-color:var(--after)}.player output{font-variant-numeric:tabular-nums}
-@media print{body{background:#fff;color:#000}.listen,.back{display:none}}
+@page{margin:14mm 12mm}
+@media print{html,body{font-size:12px}main{max-width:none;padding:0}.listen,.back,.over,.marks,.more,.tools label{display:none}
+.files thead th{position:static}.files button::after{content:none!important}tr,figure,.number,.findings li{break-inside:avoid}h2{break-after:avoid}
+.key i,.swatch,svg{print-color-adjust:exact}}
 )css";
 
 }  // namespace

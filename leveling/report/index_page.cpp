@@ -79,12 +79,10 @@ std::string level_cell(const FileFacts& facts,
     if (!facts.before) {
         return "<td class=\"n\"></td>";
     }
-    const double was = (*facts.before).*field;
-    const double now = facts.after ? (*facts.after).*field : was;
+    const double now = (facts.after ? *facts.after : *facts.before).*field;
     // Silence has no number; it sorts below everything else.
-    return fmt::format("<td class=\"n\" data-label=\"{}, {}\" data-v=\"{:.2f}\">{}{}</td>", label,
-                       unit, std::isfinite(now) ? now : -999.0,
-                       facts.after ? "<small>" + shown(was) + " →</small> " : "", shown(now));
+    return fmt::format("<td class=\"n\" data-label=\"{}, {}\" data-v=\"{:.2f}\">{}</td>", label,
+                       unit, std::isfinite(now) ? now : -999.0, level_html(facts, field));
 }
 
 /** How far the passages of speech are apart now, and small what that was. */
@@ -124,11 +122,14 @@ constexpr const char* kScript = R"js(<script>
 rows=[...b.rows],text=rows.map(r=>r.textContent.toLowerCase()),q=f.querySelector('input'),
 s=f.querySelector('select'),o=f.querySelector('output'),more=document.querySelector('.more');
 // A browser lays out some hundred rows at once and not thousands: the others wait for a button.
-let order=[...rows.keys()],limit=200;
-const filter=()=>{const w=q.value.toLowerCase();let n=0;for(const i of order){const r=rows[i],
-on=(!s.value||r.className===s.value)&&text[i].includes(w);n+=on;r.hidden=!on||n>limit}
-o.textContent=n+' of '+rows.length;more.hidden=n<=limit};
+// Paper has no buttons, so it gets all that were found.
+let order=[...rows.keys()],limit=200,found=[];
+const lay=most=>b.replaceChildren(...found.slice(0,most).map(i=>rows[i]));
+const filter=()=>{const w=q.value.toLowerCase();
+found=order.filter(i=>(!s.value||rows[i].className===s.value)&&text[i].includes(w));
+o.textContent=found.length+' of '+rows.length+' files';more.hidden=found.length<=limit;lay(limit)};
 more.onclick=()=>{limit*=5;filter()};
+onbeforeprint=()=>lay(found.length);onafterprint=()=>lay(limit);
 q.oninput=s.onchange=filter;f.onsubmit=e=>e.preventDefault();
 const key=(r,c)=>{const d=r.cells[c],v=d.dataset.v;return v===undefined?d.textContent:+v};
 // Made once: a comparison that makes its own takes 20 times as long.
@@ -137,11 +138,11 @@ const words=new Intl.Collator('en',{numeric:true});
 const up=h.getAttribute('aria-sort')!=='ascending';
 for(const x of t.tHead.rows[0].cells)x.removeAttribute('aria-sort');
 h.setAttribute('aria-sort',up?'ascending':'descending');
-const keyed=rows.map((r,i)=>[key(r,c),i,r]);
+const keyed=rows.map((r,i)=>[key(r,c),i]);
 keyed.sort((x,y)=>{const a=x[0],z=y[0];if(a===''||z==='')return (a==='')-(z==='')||x[1]-y[1];
 const d=typeof a==='number'&&typeof z==='number'?a-z:words.compare(a,z);
 return (up?d:-d)||x[1]-y[1]});
-order=keyed.map(k=>k[1]);filter();b.append(...keyed.map(k=>k[2]))});
+order=keyed.map(k=>k[1]);filter()});
 f.hidden=false;filter();document.documentElement.classList.remove('many')})();
 </script>
 )js";

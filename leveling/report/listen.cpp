@@ -17,7 +17,7 @@
  * numbers say: where the gains differ most, and short pieces at the gravest findings. The louder of
  * two always seems the better one: both are brought to the same loudness, and one switch changes
  * between them at the same moment of the recording. The sound is in the page itself, as text, about
- * 50 KB for a mono excerpt.
+ * 180 KB for both.
  */
 
 namespace quorvane {
@@ -104,19 +104,21 @@ std::string audio_element(const char* label, const std::string& data) {
 /** Without scripts, the audio elements show their own controls. */
 constexpr const char* kScript = R"js(<script>
 (()=>{const s=document.querySelector('.listen'),q=x=>s.querySelector(x),a=[...s.querySelectorAll('audio')],
-p=q('.play'),k=q('.seek'),o=q('output'),w=document.querySelector('.over');let now=1,begin=0;
+p=q('.play'),k=q('.seek'),o=q('output'),w=[...document.querySelectorAll('.over')];let now=1,begin=0;
 const parts=s.dataset.parts.split(';').map(x=>{const[from,len]=x.split(',').map(Number),part={from,len,begin};
 begin+=len;return part});k.max=begin;
 const clock=t=>{t=Math.round(t);return Math.floor(t/60)+':'+String(t%60).padStart(2,'0')};
 // From a moment of the excerpts to one of the recording, and back; undefined where none holds it.
 const moment=t=>{const x=parts.filter(x=>x.begin<=t).pop();return x.from+Math.min(t-x.begin,x.len)};
 const place=t=>{const x=parts.find(x=>t>=x.from-.01&&t<x.from+x.len);return x&&x.begin+Math.max(t-x.from,0)};
-const bar=(css,from,len)=>{const e=document.createElement('i');e.className=css;w.append(e);
-e.style.left=100*from/w.dataset.length+'%';e.style.width=len===undefined?'':100*len/w.dataset.length+'%';return e};
-if(w)parts.forEach(x=>bar('part',x.from,x.len));const head=w&&bar('head',parts[0].from);
+// In each drawing over time; they have the same length.
+const share=t=>100*t/w[0].dataset.length+'%';
+const bars=(css,from,len)=>w.map(over=>{const e=document.createElement('i');e.className=css;over.append(e);
+e.style.left=share(from);e.style.width=len===undefined?'':share(len);return e});
+parts.forEach(x=>bars('part',x.from,x.len));const heads=bars('head',0);
 const show=()=>{const t=moment(a[now].currentTime);p.textContent=a[now].paused?'Play':'Pause';
 k.value=a[now].currentTime;k.setAttribute('aria-valuetext',clock(t));o.textContent=clock(t);
-if(head){head.style.left=100*t/w.dataset.length+'%';head.hidden=a[now].paused&&k.value==0}};
+heads.forEach(e=>{e.style.left=share(t);e.hidden=a[now].paused&&k.value==0})};
 a.forEach((x,i)=>{x.parentNode.hidden=true;x.ontimeupdate=x.onplay=x.onpause=()=>{if(i===now)show()}});
 p.onclick=()=>{a[now].paused?a[now].play():a[now].pause()};
 k.oninput=()=>{a[now].currentTime=k.value;show()};

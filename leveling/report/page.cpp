@@ -112,12 +112,7 @@ std::string card(const char* title,
 std::string numbers(const FileFacts& facts) {
     std::string text = "<h2>Numbers</h2>\n<div class=\"numbers\">\n";
     for (const Figure& figure : kFigures) {
-        std::string value = shown((*facts.before).*figure.field);
-        if (facts.after) {
-            value =
-                fmt::format("<small>{} →</small> {}", value, shown((*facts.after).*figure.field));
-        }
-        text += card(figure.title, value, figure.unit, figure.meaning);
+        text += card(figure.title, level_html(facts, figure.field), figure.unit, figure.meaning);
     }
     if (facts.leveling) {
         const Leveling& gain = *facts.leveling;

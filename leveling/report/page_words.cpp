@@ -76,6 +76,18 @@ std::string shown(double value) {
     return std::isfinite(value) ? decimal(value) : "silent";
 }
 
+// Of less than 0.4 s there is a peak, and no loudness.
+std::string level_html(const FileFacts& facts, double Loudness::*field) {
+    const Loudness& last = facts.after ? *facts.after : *facts.before;
+    if (field == &Loudness::integrated_lufs && !std::isfinite(last.integrated_lufs) &&
+        std::isfinite(last.sample_peak_dbfs)) {
+        return "–";
+    }
+    const std::string now = shown(last.*field);
+    return facts.after ? fmt::format("<small>{} →</small> {}", shown((*facts.before).*field), now)
+                       : now;
+}
+
 std::string footer() {
     return std::string("<footer>Loudness after ITU-R BS.1770 and EBU R 128. Written by quorvane ") +
            kVersion + ".</footer>\n";

@@ -33,6 +33,12 @@ std::string verdict_html(const std::string& text, const ReportOptions& options, 
 /** A level with one decimal. What has none is told in a word instead of an infinity. */
 std::string shown(double value);
 
+/**
+ * The level of a measured file, after a small one of what it was before leveling. A dash where it
+ * was too short or too quiet to have a loudness.
+ */
+std::string level_html(const FileFacts& facts, double Loudness::*field);
+
 /** Which norms the numbers follow, and which version wrote them, for who compares later. */
 std::string footer();
 

@@ -75,6 +75,11 @@ std::string wave_panel(const FileFacts& facts,
                        svg_html(fmt::format("Waveform: {}", name), drawing), labels, name);
 }
 
+/** Where the player shows its excerpts and its place, over the drawings of one figure. */
+std::string cursor_layer(const FileFacts& facts) {
+    return fmt::format("<div class=\"over\" data-length=\"{:.2f}\"></div>\n", facts.duration_s());
+}
+
 /** Of a measured file with a length. */
 bool has_waveform(const FileFacts& facts) {
     return facts.before && !facts.before->peaks_dbfs.values.empty() && facts.duration_s() > 0;
@@ -119,9 +124,9 @@ std::string waveform_figure(const FileFacts& facts) {
         panels += wave_panel(facts, *facts.after, "After", {});
     }
     return fmt::format(
-        "<figure class=\"waveform\">\n<figcaption>{}</figcaption>\n<div class=\"waves\">\n{}{}"
-        "<div class=\"over\" data-length=\"{:.2f}\"></div>\n</div>\n{}</figure>\n",
-        caption, pins(facts), panels, facts.duration_s(), time_axis(facts.duration_s()));
+        "<figure class=\"waveform\">\n<figcaption>{}</figcaption>\n<div class=\"waves\">\n{}{}{}"
+        "</div>\n{}</figure>\n",
+        caption, pins(facts), panels, cursor_layer(facts), time_axis(facts.duration_s()));
 }
 
 std::string waveform_lane(const FileFacts& facts) {
@@ -169,10 +174,10 @@ std::string loudness_figure(const FileFacts& facts) {
         caption += legend_key("after", "after");
     }
     return fmt::format(
-        "<figure class=\"loudness\">\n<figcaption>{}</figcaption>\n<div class=\"plot\">\n{}{}"
-        "</div>\n{}</figure>\n",
+        "<figure class=\"loudness\">\n<figcaption>{}</figcaption>\n<div class=\"waves\">\n<div "
+        "class=\"plot\">\n{}{}</div>\n{}</div>\n{}</figure>\n",
         caption, svg_html("Loudness over time before and after", drawing), plot.labels(),
-        time_axis(facts.duration_s()));
+        cursor_layer(facts), time_axis(facts.duration_s()));
 }
 
 }  // namespace quorvane

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "leveling/report/report.h"
 #include "tests/support/fixtures.h"
 #include "tests/support/signals.h"
 
@@ -166,8 +167,13 @@ TEST(ReportInABrowser, MarksAndTheIndexAnswerClicks) {
                         "const w=d.querySelector('.over').dataset.length;m[0].click();"
                         "told.push('marks',m.length>1,'kinds',new Set(m.map(x=>x.className.split("
                         "' ')[0])).size,'head',Math.abs(parseFloat(d.querySelector('.head').style."
-                        "left)*w/100-m[0].dataset.at)<.5)"),
-                "marks true kinds 2 head true");
+                        "left)*w/100-m[0].dataset.at)<.5);"
+                        // All drawings over time begin and end at the same place.
+                        "const boxes=s=>new Set([...d.querySelectorAll(s)].map(x=>{const "
+                        "b=x.getBoundingClientRect();return Math.round(b.left)+' '+Math.round(b."
+                        "right)})).size;told.push('edges',boxes('.plot svg,.times,.over'),'heads',"
+                        "d.querySelectorAll('.head').length,boxes('.head'))"),
+                "marks true kinds 2 head true edges 1 heads 2 1");
     EXPECT_EQ(
         told_by(dir, "r/index.html",
                 "const names=()=>[...d.querySelectorAll('.files tbody tr')].filter(x=>!x."
@@ -178,7 +184,36 @@ TEST(ReportInABrowser, MarksAndTheIndexAnswerClicks) {
                 "q.value='B.WAV';q.oninput();told.push(names());q.value='';"
                 "s.value='failed';s.onchange();told.push(names(),d.querySelector('output')."
                 "textContent)"),
-        "cab abc cba b c 1 of 3");
+        "cab abc cba b c 1 of 3 files");
+}
+
+TEST(ReportInABrowser, ALongIndexIsShownInPartsAndPrintedWhole) {
+    if (run_program("command -v chromium").status != 0) {
+        GTEST_SKIP() << "chromium is not installed";
+    }
+    const TempDir dir;
+    constexpr std::size_t kFiles = 450;
+    quorvane::ReportWriter report(dir / "r", kFiles, {});
+    for (std::size_t i = 0; i < kFiles; ++i) {
+        quorvane::FileFacts facts;
+        facts.input = std::to_string(i) + ".wav";
+        facts.outcome = i % 2 == 0 ? quorvane::Outcome::Failed : quorvane::Outcome::Copied;
+        report.add(facts);
+    }
+    report.finish();
+    EXPECT_EQ(told_by(dir, "r/index.html",
+                      "const n=()=>[...d.querySelectorAll('.files tbody tr')].filter(x=>"
+                      "x.getClientRects().length).length,w=f.contentWindow;"
+                      "const first=()=>d.querySelector('.files tbody tr').cells[0].textContent."
+                      "replace('.wav','');const s=d.querySelector('select');"
+                      "const print=x=>w.dispatchEvent(new Event(x+'print'));"
+                      "told.push('rows',n());print('before');told.push('paper',n());"
+                      "print('after');told.push('then',n());d.querySelector('.more').click();"
+                      "told.push('more',n());const b=d.querySelector('.files thead button');"
+                      "b.click();b.click();told.push('last',first());s.value='failed';"
+                      "s.onchange();told.push('failed',n(),first());print('before');"
+                      "told.push('paper',n())"),
+              "rows 200 paper 450 then 200 more 450 last 449 failed 225 448 paper 225");
 }
 
 /** An encoder's random number would make every page another one. */

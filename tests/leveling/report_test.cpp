@@ -114,6 +114,20 @@ TEST(Page, ShowsTheWaveformWithMarksAndNoNegativeZero) {
     EXPECT_THAT(page, Not(HasSubstr("dBFS</td>")));
 }
 
+TEST(Page, ShowsNoLoudnessWhereNoneWasMeasured) {
+    FileFacts facts = a_talk();
+    facts.frames = 3200;  // 0.2 s
+    facts.before->integrated_lufs = facts.after->integrated_lufs = kSilence;
+    facts.before->sample_peak_dbfs = -9;
+    facts.after->sample_peak_dbfs = -3;
+    const char* value = "Loudness</h3><div class=\"value\">";
+    EXPECT_THAT(report_page(facts), HasSubstr(value + std::string("– <small>LUFS")));
+    // Silence has no peak either.
+    facts.before->sample_peak_dbfs = facts.after->sample_peak_dbfs = kSilence;
+    EXPECT_THAT(report_page(facts),
+                HasSubstr(value + std::string("<small>silent →</small> silent")));
+}
+
 TEST(Listening, TakesTheGravestFindingsAndOneLoudness) {
     FileFacts facts = a_talk();
     facts.findings = {{"clipped", Severity::Problem, 3, "%", {{70, 71}}, ""},
