@@ -97,7 +97,6 @@ class HalfMeter {
   public:
     /** The frames `begin` up to, but without, `end` of an open file that no one else uses. */
     HalfMeter(const SndfileHandle& file,
-              const std::string& path,
               std::int64_t begin,
               std::int64_t end,
               const std::vector<std::int64_t>& cuts,
@@ -112,7 +111,7 @@ class HalfMeter {
           loudness_(file_.channels(), file_.samplerate(), cuts, begin, loudness_weights(file_)),
           outline_(file_.channels(), file_.samplerate(), file_.frames(), begin),
           source_(SoundHandle(file_.rawHandle(), [](SNDFILE* /*kept by file_*/) {}),
-                  path,
+                  "",  // fail_read does not name the file
                   info_of(file_),
                   fail_read),
           // Empty where the source gives samples and no bytes.
@@ -254,18 +253,17 @@ class HalfMeter {
  */
 class FileMeter {
   public:
-    explicit FileMeter(const std::string& path, Observers observers = {})
-        : file_(open_to_read(path)),
+    explicit FileMeter(const OpenSound& open, Observers observers = {})
+        : file_(open()),
           step_s_(std::max(kLeastStepSeconds,
                            static_cast<double>(file_.frames()) / file_.samplerate() / kMostPoints)),
           windows_(curve_windows(file_.frames(), file_.samplerate(), step_s_)),
           last_moment_(last_moment(file_.frames(), file_.samplerate())),
           cuts_(cuts_of(windows_, last_moment_)),
           middle_(middle_of(file_)),
-          whole_(file_, path, 0, middle_, cuts_, observers.first) {
+          whole_(file_, 0, middle_, cuts_, observers.first) {
         if (middle_ < file_.frames()) {
-            second_.emplace(open_to_read(path), path, middle_, file_.frames(), cuts_,
-                            observers.second);
+            second_.emplace(open(), middle_, file_.frames(), cuts_, observers.second);
         }
     }
 
@@ -359,16 +357,28 @@ class FileMeter {
     std::optional<HalfMeter> second_;
 };
 
+OpenSound opener_of(const std::string& path) {
+    return [&path] { return open_to_read(path); };
+}
+
 }  // namespace
 
 Measurement measure(const std::string& path,
                     const std::function<void(double)>& progress,
                     Observers observers) {
-    return FileMeter(path, observers).run(progress);
+    return FileMeter(opener_of(path), observers).run(progress);
+}
+
+Measurement measure(const OpenSound& open, const std::function<void(double)>& progress) {
+    return FileMeter(open).run(progress);
 }
 
 std::future<Measurement> measure_meanwhile(const std::string& path, CallerThread caller) {
-    auto meter = std::make_unique<FileMeter>(path);
+    return measure_meanwhile(opener_of(path), caller);
+}
+
+std::future<Measurement> measure_meanwhile(const OpenSound& open, CallerThread caller) {
+    auto meter = std::make_unique<FileMeter>(open);
     return std::async(std::launch::async, [meter = std::move(meter), caller] {
         // A busy caller uses a processor of its own, so this is one thread more and not two.
         return caller == CallerThread::kBusy ? meter->run([](double) {})

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <functional>
 #include <future>
+#include <sndfile.hh>
 #include <string>
 
 #include "leveling/audio/scan.h"
@@ -50,6 +51,12 @@ Measurement measure(const std::string& path,
                     const std::function<void(double)>& progress,
                     Observers observers = {});
 
+/** Opens a sound that is not a file; each handle has a position of its own. */
+using OpenSound = std::function<SndfileHandle()>;
+
+/** The same for such a sound. open is called before the first frame is read. */
+Measurement measure(const OpenSound& open, const std::function<void(double)>& progress);
+
 /** What the caller's thread does while a measurement is under way. */
 enum class CallerThread {
     kBusy,    // works too, and needs a processor for itself
@@ -61,5 +68,6 @@ enum class CallerThread {
  * what goes wrong later comes with the future.
  */
 std::future<Measurement> measure_meanwhile(const std::string& path, CallerThread caller);
+std::future<Measurement> measure_meanwhile(const OpenSound& open, CallerThread caller);
 
 }  // namespace quorvane

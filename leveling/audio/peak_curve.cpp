@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iterator>
 
 #include "Common/audio/wide_loops.h"
 
@@ -11,13 +12,24 @@ namespace {
 constexpr std::int64_t kMostSteps = 1000;
 constexpr int kStepsPerSecond = 50;  // at most, 20 ms each
 
+/** Skips what is not a number. Several peaks side by side do not wait for each other. */
 QUORVANE_WIDE_LOOP float largest(const float* samples, std::size_t count) {
-    float peak = 0;
-    for (std::size_t i = 0; i < count; ++i) {
+    constexpr std::size_t kPeaks = 32;
+    float peaks[kPeaks] = {};
+    const auto take = [&peaks, samples](std::size_t i, std::size_t k) {
         const float size = std::fabs(samples[i]);
-        peak = size > peak ? size : peak;
+        peaks[k] = size > peaks[k] ? size : peaks[k];
+    };
+    std::size_t i = 0;
+    for (; i + kPeaks <= count; i += kPeaks) {
+        for (std::size_t k = 0; k < kPeaks; ++k) {
+            take(i + k, k);
+        }
     }
-    return peak;
+    for (; i < count; ++i) {
+        take(i, 0);
+    }
+    return *std::max_element(std::begin(peaks), std::end(peaks));
 }
 
 }  // namespace

@@ -32,9 +32,12 @@ SndfileHandle open_to_read(const std::string& path) {
 }
 
 SndfileHandle open_to_read(BufferedInput& input) {
-    SF_VIRTUAL_IO calls = BufferedInput::calls();
+    return open_virtual(BufferedInput::calls(), &input);
+}
+
+SndfileHandle open_virtual(SF_VIRTUAL_IO functions, void* data) {
     errno = 0;
-    return checked(SndfileHandle(calls, &input));
+    return checked(SndfileHandle(functions, data));
 }
 
 SF_INFO info_of(const SndfileHandle& file) {

@@ -23,6 +23,9 @@ SndfileHandle open_to_write(const std::string& path, int format, int channels, i
 /** The same through a buffer, which must outlive the handle. */
 SndfileHandle open_to_read(BufferedInput& input);
 
+/** Opens what a program's own functions read. data is passed to them. Throws as the others do. */
+SndfileHandle open_virtual(SF_VIRTUAL_IO functions, void* data);
+
 /** The length, rate, channels and format of an open file. */
 SF_INFO info_of(const SndfileHandle& file);
 

@@ -15,26 +15,32 @@ constexpr std::size_t kTaps = 49;         // over all phases
 constexpr float kRounding = 1.0001F;      // far more than single precision adds
 constexpr double kAlmostNothing = 1e-10;  // a sine's value at a multiple of pi
 
-/** The sums of one phase over a whole piece, which has `taps` - 1 samples before it. */
+/**
+ * The sums of one phase over a whole piece, which has taps - 1 samples before it: sums[i] is the
+ * weighted sum of taps samples back from piece[i] on.
+ */
 QUORVANE_WIDE_LOOP
-
-/** sums[i] = the weighted sum of taps samples from piece[i] on. */
 void interpolate(const float* piece, const float* weights, std::size_t taps, float* sums) {
-    for (std::size_t i = 0; i < kPieceFrames; ++i) {
-        sums[i] = weights[0] * piece[i];
-    }
-    for (std::size_t tap = 1; tap < taps; ++tap) {
-        const float weight = weights[tap];
-        const float* const from = piece - tap;
-        for (std::size_t i = 0; i < kPieceFrames; ++i) {
-            sums[i] += weight * from[i];
+    constexpr std::size_t kTogether = 32;  // sums that the compiler keeps in registers
+    static_assert(kPieceFrames % kTogether == 0);
+    for (std::size_t begin = 0; begin < kPieceFrames; begin += kTogether) {
+        float here[kTogether];
+        for (std::size_t i = 0; i < kTogether; ++i) {
+            here[i] = weights[0] * piece[begin + i];
         }
+        for (std::size_t tap = 1; tap < taps; ++tap) {
+            const float weight = weights[tap];
+            const float* const from = piece + begin - tap;
+            for (std::size_t i = 0; i < kTogether; ++i) {
+                here[i] += weight * from[i];
+            }
+        }
+        std::copy_n(here, kTogether, sums + begin);
     }
 }
 
-/** One channel's samples out of the interleaved ones. */
-template <std::size_t kChannels>
 /** One channel of interleaved samples. */
+template <std::size_t kChannels>
 void take_every(const float* samples, std::size_t frames, float* to) {
     for (std::size_t i = 0; i < frames; ++i) {
         to[i] = samples[i * kChannels];
@@ -81,7 +87,9 @@ void TruePeakMeter::add(const float* samples, std::size_t frames) {
         Line& line = lines_[channel];
         line.samples.resize(memory_ + frames + kPieceFrames);
         float* const to = line.samples.data() + memory_;
-        if (lines_.size() == 2) {
+        if (lines_.size() == 1) {
+            std::copy_n(samples, frames, to);
+        } else if (lines_.size() == 2) {
             take_every<2>(samples + channel, frames, to);
         } else {
             for (std::size_t i = 0; i < frames; ++i) {
