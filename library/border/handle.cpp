@@ -56,7 +56,7 @@ void require_size(std::size_t given, std::size_t least, const char* name) {
 
 void check_form(int type, int sample_rate_hz, int channels) {
     if (sample_bytes(type) == 0) {
-        throw CallError(QUORVANE_BAD_ARGUMENT, fmt::format("{} is no sample type", type));
+        throw CallError(QUORVANE_BAD_ARGUMENT, fmt::format("{} is not a sample type", type));
     }
     if (sample_rate_hz < 1) {
         throw CallError(QUORVANE_BAD_ARGUMENT,

@@ -67,7 +67,7 @@ int quorvane_get_loudness(quorvane_leveler* leveler, int moment, quorvane_loudne
         require_moment(moment);
         const auto found = loudness_of(with.results().facts, static_cast<quorvane_moment>(moment));
         if (!found) {
-            throw CallError(QUORVANE_WRONG_STATE, "there is no measurement of that moment");
+            throw CallError(QUORVANE_WRONG_STATE, "that moment was not measured");
         }
         quorvane::write_struct(*found, loudness, "loudness");
     });

@@ -327,7 +327,7 @@ QUORVANE_API const char* quorvane_verdict(const quorvane_leveler* leveler);
 /** All that is known as one JSON object, with the keys of `quorvane --json` (docs/results.md). */
 QUORVANE_API const char* quorvane_facts_json(const quorvane_leveler* leveler);
 
-/** ::QUORVANE_WRONG_STATE when there is no measurement of that moment. */
+/** ::QUORVANE_WRONG_STATE when that moment was not measured. */
 QUORVANE_API int quorvane_get_loudness(quorvane_leveler* leveler,
                                        int moment,
                                        quorvane_loudness* loudness);

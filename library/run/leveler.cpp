@@ -30,29 +30,33 @@ void Leveler::call(const std::function<void(const CallContext&)>& work) {
     work(call);
 }
 
-void Leveler::level(const quorvane_audio& audio, const quorvane_buffer& result) {
+void Leveler::process(const quorvane_audio& audio,
+                      const quorvane_buffer& result,
+                      Results (PushedFrames::*work)(const CallContext&)) {
     call([&](const CallContext& call) {
         PushedFrames frames(settings_, form_of(audio), bytes_of(audio));
         frames.add(settings_, audio);
-        Results results = frames.level(call);
+        Results results = (frames.*work)(call);
         frames.read_all(result);
         results_ = std::move(results);
     });
+}
+
+void Leveler::level(const quorvane_audio& audio, const quorvane_buffer& result) {
+    process(audio, result, &PushedFrames::level);
 }
 
 void Leveler::limit(const quorvane_audio& audio, const quorvane_buffer& result) {
     require_target(settings_);
-    call([&](const CallContext& call) {
-        PushedFrames frames(settings_, form_of(audio), bytes_of(audio));
-        frames.add(settings_, audio);
-        Results results = frames.limit(call);
-        frames.read_all(result);
-        results_ = std::move(results);
-    });
+    process(audio, result, &PushedFrames::limit);
 }
 
 void Leveler::measure(const quorvane_audio& audio) {
     call([&](const CallContext& call) {
+        if (settings_.measure == QUORVANE_MEASURE_LOUDNESS && Layout(audio).is_interleaved()) {
+            results_ = measure_in_place(call, audio);
+            return;
+        }
         PushedFrames frames(settings_, form_of(audio), bytes_of(audio));
         frames.add(settings_, audio);
         results_ = frames.measure(call);

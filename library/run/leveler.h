@@ -46,6 +46,11 @@ class Leveler {
   private:
     CallContext context() const { return {settings_, cancelled_}; }
 
+    /** Adds the frames, works on them, and copies the result to the caller's memory. */
+    void process(const quorvane_audio& audio,
+                 const quorvane_buffer& result,
+                 Results (PushedFrames::*work)(const CallContext&));
+
     void call(const std::function<void(const CallContext&)>& work);
 
     Settings settings_;

@@ -33,6 +33,29 @@ void require_no_depth(const Settings& settings) {
     }
 }
 
+/** Throws where one of the samples is not a number; before: frames before them. */
+void require_numbers(const SampleForm& form,
+                     const char* samples,
+                     std::uint64_t frames,
+                     std::uint64_t before) {
+    const auto channels = static_cast<std::size_t>(form.channels);
+    const std::size_t count = static_cast<std::size_t>(frames) * channels;
+    const std::size_t bad = first_not_finite(form.type, samples, count);
+    if (bad == count) {
+        return;
+    }
+    throw CallError(QUORVANE_BAD_AUDIO,
+                    fmt::format("the audio: the sample of frame {}, channel {}, both counted from "
+                                "0, is infinite or not a number",
+                                before + bad / channels, bad % channels));
+}
+
+void require_frames(std::uint64_t frames) {
+    if (frames == 0) {
+        throw CallError(QUORVANE_BAD_AUDIO, "the audio: it has no frames");
+    }
+}
+
 }  // namespace
 
 SampleForm form_of(const quorvane_audio& audio) {
@@ -48,20 +71,6 @@ Recording PushedFrames::recording() const {
     return {*place_ / kInputName, kAudioName};
 }
 
-void PushedFrames::require_numbers(const char* samples,
-                                   std::size_t count,
-                                   std::uint64_t before) const {
-    const std::size_t bad = first_not_finite(form_.type, samples, count);
-    if (bad == count) {
-        return;
-    }
-    const auto channels = static_cast<std::size_t>(form_.channels);
-    throw CallError(QUORVANE_BAD_AUDIO,
-                    fmt::format("the audio: the sample of frame {}, channel {}, both counted from "
-                                "0, is infinite or not a number",
-                                before + bad / channels, bad % channels));
-}
-
 void PushedFrames::add_interleaved(const Settings& settings,
                                    const char* samples,
                                    std::uint64_t frames) {
@@ -75,11 +84,10 @@ void PushedFrames::add_interleaved(const Settings& settings,
 void PushedFrames::add(const Settings& settings, const quorvane_audio& audio) {
     const Layout layout(audio);
     const std::uint64_t before = writer_->bytes() / form_.frame_bytes();
-    const auto channels = static_cast<std::uint64_t>(form_.channels);
     with_errors_of(*place_, recording(), [&] {
         if (layout.is_interleaved() && audio.frames > 0) {
             const char* const samples = layout.at(0, 0);
-            require_numbers(samples, static_cast<std::size_t>(audio.frames * channels), before);
+            require_numbers(form_, samples, audio.frames, before);
             add_interleaved(settings, samples, audio.frames);
             return;
         }
@@ -88,8 +96,7 @@ void PushedFrames::add(const Settings& settings, const quorvane_audio& audio) {
             const std::uint64_t here = std::min(most, audio.frames - done);
             block_.resize(static_cast<std::size_t>(here * form_.frame_bytes()));
             gather(layout, done, here, block_.data());
-            require_numbers(block_.data(), static_cast<std::size_t>(here * channels),
-                            before + done);
+            require_numbers(form_, block_.data(), here, before + done);
             add_interleaved(settings, block_.data(), here);
             done += here;
         }
@@ -109,9 +116,7 @@ void PushedFrames::move_to_disk(const Settings& settings) {
 }
 
 void PushedFrames::finish_writing() {
-    if (writer_->bytes() == 0) {
-        throw CallError(QUORVANE_BAD_AUDIO, "the audio: it has no frames");
-    }
+    require_frames(writer_->bytes());
     with_errors_of(*place_, recording(), [&] { writer_->finish(); });
     writer_.reset();
 }
@@ -171,6 +176,15 @@ void PushedFrames::read_all(const quorvane_buffer& to) {
     if (read(to, frames) != frames) {
         throw CallError(QUORVANE_INTERNAL, "the audio: its result ends early");
     }
+}
+
+Results measure_in_place(const CallContext& call, const quorvane_audio& audio) {
+    const SampleForm form = form_of(audio);
+    const char* const samples = static_cast<const char*>(audio.samples);
+    require_frames(audio.frames);
+    require_numbers(form, samples, audio.frames, 0);
+    SampleMemory frames(form, samples, audio.frames);
+    return measure_loudness(call, frames);
 }
 
 }  // namespace quorvane

@@ -44,7 +44,6 @@ class PushedFrames {
     void read_all(const quorvane_buffer& to);
 
   private:
-    void require_numbers(const char* samples, std::size_t count, std::uint64_t before) const;
     void add_interleaved(const Settings& settings, const char* samples, std::uint64_t frames);
     void move_to_disk(const Settings& settings);
     void finish_writing();
@@ -56,5 +55,8 @@ class PushedFrames {
     std::optional<SampleReader> reader_;
     std::vector<char> block_;
 };
+
+/** Loudness and peaks of frames that stand in the caller's memory without gaps; copies none. */
+Results measure_in_place(const CallContext& call, const quorvane_audio& audio);
 
 }  // namespace quorvane

@@ -81,8 +81,41 @@ quorvane_code code_of_refusal(const std::string& cause) {
     return unsupported ? QUORVANE_UNSUPPORTED : QUORVANE_FAILED;
 }
 
-std::string sentence(const Recording& recording, const std::string& cause) {
-    return fmt::format("{}: {}", recording.name, cause);
+std::string sentence(const std::string& name, const std::string& cause) {
+    return fmt::format("{}: {}", name, cause);
+}
+
+/** Calls work; what it throws becomes a CallError with the sentence. */
+void with_errors_as(const std::function<std::string(const std::exception&)>& sentence_for,
+                    const std::function<void()>& work) {
+    try {
+        work();
+    } catch (const CallError&) {
+        throw;
+    } catch (const std::bad_alloc&) {
+        throw;
+    } catch (const std::system_error& error) {
+        throw CallError(QUORVANE_IO_ERROR, sentence_for(error));
+    } catch (const FileError& error) {
+        const quorvane_code code = code_of_refusal(error.what());
+        throw CallError(code == QUORVANE_FAILED ? QUORVANE_BAD_AUDIO : code, sentence_for(error));
+    } catch (const std::exception& error) {
+        throw CallError(code_of_refusal(error.what()), sentence_for(error));
+    }
+}
+
+/** What a sound is, and its loudness. */
+FileFacts facts_and_loudness(const CallContext& call, const OpenSound& open) {
+    FileFacts facts;
+    const SndfileHandle file = open();
+    facts.outcome = Outcome::Analyzed;
+    facts.sample_rate_hz = file.samplerate();
+    facts.channels = file.channels();
+    facts.frames = file.frames();
+    facts.before = call.settings.second_thread
+                       ? measure_meanwhile(open, CallerThread::kWaiting).get().loudness
+                       : measure(open, call.progress()).loudness;
+    return facts;
 }
 
 }  // namespace
@@ -101,22 +134,9 @@ void with_errors_of(const Workplace& place,
     const auto sentence_for = [&](const std::exception& error) {
         const std::string cause =
             boost::algorithm::erase_all_copy(std::string(cause_of(error)), recording.path + ": ");
-        return sentence(recording, place.without_paths(cause));
+        return sentence(recording.name, place.without_paths(cause));
     };
-    try {
-        work();
-    } catch (const CallError&) {
-        throw;
-    } catch (const std::bad_alloc&) {
-        throw;
-    } catch (const std::system_error& error) {
-        throw CallError(QUORVANE_IO_ERROR, sentence_for(error));
-    } catch (const FileError& error) {
-        const quorvane_code code = code_of_refusal(error.what());
-        throw CallError(code == QUORVANE_FAILED ? QUORVANE_BAD_AUDIO : code, sentence_for(error));
-    } catch (const std::exception& error) {
-        throw CallError(code_of_refusal(error.what()), sentence_for(error));
-    }
+    with_errors_as(sentence_for, work);
 }
 
 Results level_recording(const CallContext& call,
@@ -146,17 +166,18 @@ Results measure_loudness(const CallContext& call,
                          const Recording& recording) {
     FileFacts facts;
     with_errors_of(place, recording, [&] {
-        const SndfileHandle file = open_to_read(recording.path);
-        facts.outcome = Outcome::Analyzed;
-        facts.sample_rate_hz = file.samplerate();
-        facts.channels = file.channels();
-        facts.frames = file.frames();
-        facts.before =
-            call.settings.second_thread
-                ? measure_meanwhile(recording.path, CallerThread::kWaiting).get().loudness
-                : measure(recording.path, call.progress()).loudness;
+        facts = facts_and_loudness(call, [&] { return open_to_read(recording.path); });
         clear_paths(place, recording, facts);
     });
+    call.advance(1);
+    return results_of(std::move(facts), QUORVANE_MEASURED, call.settings);
+}
+
+Results measure_loudness(const CallContext& call, SampleMemory& frames) {
+    FileFacts facts;
+    with_errors_as(
+        [](const std::exception& error) { return sentence(kAudioName, cause_of(error)); },
+        [&] { facts = facts_and_loudness(call, [&] { return frames.open(); }); });
     call.advance(1);
     return results_of(std::move(facts), QUORVANE_MEASURED, call.settings);
 }

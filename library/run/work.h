@@ -9,7 +9,7 @@
 #include "library/run/results.h"
 #include "library/run/settings.h"
 #include "library/run/workplace.h"
-#include "library/samples/sample_file.h"
+#include "library/samples/sample_memory.h"
 
 namespace quorvane {
 
@@ -49,6 +49,9 @@ Results level_recording(const CallContext& call,
 Results measure_loudness(const CallContext& call,
                          const Workplace& place,
                          const Recording& recording);
+
+/** The same for frames that stand in no workplace. */
+Results measure_loudness(const CallContext& call, SampleMemory& frames);
 
 /** Brings a recording in the workplace to the target; writes the result, in the same form. */
 Results limit_recording(const CallContext& call,

@@ -44,7 +44,13 @@ class Header {
     std::string bytes_;
 };
 
-std::string header_of(const SampleForm& form, std::uint64_t data_bytes) {
+[[noreturn]] void fail_with_errno() {
+    throw std::system_error(errno, std::generic_category());
+}
+
+}  // namespace
+
+std::string wav_header(const SampleForm& form, std::uint64_t data_bytes) {
     const std::uint64_t riff_bytes = kHeaderBytes - 8 + data_bytes + data_bytes % 2;
     const bool is_large = riff_bytes >= kUnknownSize;
     const bool is_float = form.type == QUORVANE_FLOAT32 || form.type == QUORVANE_FLOAT64;
@@ -65,12 +71,6 @@ std::string header_of(const SampleForm& form, std::uint64_t data_bytes) {
     header.id("data").number(is_large ? kUnknownSize : data_bytes, 4);
     return header.bytes();
 }
-
-[[noreturn]] void fail_with_errno() {
-    throw std::system_error(errno, std::generic_category());
-}
-
-}  // namespace
 
 SampleWriter::SampleWriter(const std::string& path, const SampleForm& form)
     : file_(path, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600), form_(form) {
@@ -107,7 +107,7 @@ void SampleWriter::add(const char* interleaved, std::size_t bytes) {
 }
 
 void SampleWriter::finish() {
-    const std::string header = header_of(form_, bytes_);
+    const std::string header = wav_header(form_, bytes_);
     write_at(0, header.data(), header.size());
     if (bytes_ % 2 != 0) {
         write_at(kHeaderBytes + bytes_, "", 1);

@@ -23,9 +23,12 @@ struct SampleForm {
     }
 };
 
+/** What precedes so many bytes of frames in a WAV file; beyond 4 GiB of RF64 (EBU Tech 3306). */
+std::string wav_header(const SampleForm& form, std::uint64_t data_bytes);
+
 /**
- * A WAV file that frames are appended to, in their own sample type; beyond 4 GiB it is RF64 (EBU
- * Tech 3306). The header is written at the end, when the length is known. Throws std::system_error.
+ * A WAV file that frames are appended to, in their own sample type. The header is written at the
+ * end, when the length is known. Throws std::system_error.
  */
 class SampleWriter {
   public:

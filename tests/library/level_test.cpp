@@ -223,6 +223,40 @@ TEST(LibraryLevel, LimitsToATarget) {
     }
 }
 
+std::vector<double> loudness_of(const Handle& leveler, const quorvane_audio& audio) {
+    EXPECT_EQ(QUORVANE_OK, quorvane_measure(leveler.get(), &audio))
+        << quorvane_last_error(leveler.get());
+    quorvane_loudness found{};
+    found.size = sizeof found;
+    EXPECT_EQ(QUORVANE_OK, quorvane_get_loudness(leveler.get(), QUORVANE_BEFORE, &found));
+    return {found.integrated_lufs, found.short_term_lufs,  found.momentary_lufs, found.range_lu,
+            found.true_peak_dbtp,  found.sample_peak_dbfs, found.rms_dbfs};
+}
+
+// Frames without gaps are read where they are, others from a file: long enough for two halves.
+TEST(LibraryLevel, MeasuresFramesWhereTheyAre) {
+    const TempDir dir;
+    const std::string missing = dir / "missing";
+    quorvane_options options = default_options();
+    options.measure = QUORVANE_MEASURE_LOUDNESS;
+    for (const int type : kTypes) {
+        SCOPED_TRACE(type);
+        options.second_thread = type % 2;
+        const Frames frames = frames_of(signals::speech(31.3, 8000, 1), type);
+        quorvane_audio audio = frames.audio();
+        options.scratch_folder = nullptr;
+        options.memory_bytes = 0;
+        const void* const planes[] = {frames.bytes.data()};
+        audio.samples = nullptr;
+        audio.planes = planes;
+        const std::vector<double> expected = loudness_of(new_leveler(options), audio);
+        options.scratch_folder = missing.c_str();
+        options.memory_bytes = 1;
+        EXPECT_EQ(expected, loudness_of(new_leveler(options), frames.audio()));
+        EXPECT_GT(0, expected[0]);
+    }
+}
+
 TEST(LibraryLevel, ReportsWhatItFound) {
     // One side is silent, which is a finding.
     Signal signal = signals::stereo(speech(1), signals::silence(speech(1).frames(), 16000));

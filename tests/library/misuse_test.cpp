@@ -31,6 +31,21 @@ int configure(quorvane_leveler* leveler, const std::function<void(quorvane_optio
 using Leveler = quorvane_leveler;
 using Audio = quorvane_audio;
 using Buffer = quorvane_buffer;
+using Options = quorvane_options;
+using Call = std::function<int(Leveler*, Audio, Buffer)>;
+
+/** Levels audio of which one thing is wrong. */
+Call level_with(void (*change)(Audio&)) {
+    return [change](Leveler* leveler, Audio audio, Buffer buffer) {
+        change(audio);
+        return level(leveler, audio, buffer);
+    };
+}
+
+/** Sets options of which one thing is wrong. */
+Call configure_with(void (*change)(Options&)) {
+    return [change](Leveler* leveler, Audio, Buffer) { return configure(leveler, change); };
+}
 
 const std::vector<Misuse>& misuses() {
     static const float kNan[] = {0, 0, std::numeric_limits<float>::quiet_NaN(), 0};
@@ -42,55 +57,48 @@ const std::vector<Misuse>& misuses() {
          QUORVANE_BAD_ARGUMENT, "audio is a null pointer"},
         {"no result", [](Leveler* l, Audio a, Buffer) { return quorvane_level(l, &a, nullptr); },
          QUORVANE_BAD_ARGUMENT, "result is a null pointer"},
-        {"no samples",
-         [](Leveler* l, Audio a, Buffer b) { return a.samples = nullptr, level(l, a, b); },
-         QUORVANE_BAD_ARGUMENT, "set either samples or planes"},
-        {"size", [](Leveler* l, Audio a, Buffer b) { return a.size = 3, level(l, a, b); },
-         QUORVANE_BAD_ARGUMENT, "size is 3"},
-        {"type", [](Leveler* l, Audio a, Buffer b) { return a.type = 9, level(l, a, b); },
-         QUORVANE_BAD_ARGUMENT, "9 is no sample type"},
-        {"0 Hz", [](Leveler* l, Audio a, Buffer b) { return a.sample_rate_hz = 0, level(l, a, b); },
-         QUORVANE_BAD_ARGUMENT, "0 Hz"},
-        {"no channel", [](Leveler* l, Audio a, Buffer b) { return a.channels = 0, level(l, a, b); },
-         QUORVANE_BAD_ARGUMENT, "0 channels"},
-        {"channels", [](Leveler* l, Audio a, Buffer b) { return a.channels = 65, level(l, a, b); },
-         QUORVANE_UNSUPPORTED, "65 channels"},
-        {"empty", [](Leveler* l, Audio a, Buffer b) { return a.frames = 0, level(l, a, b); },
-         QUORVANE_BAD_AUDIO, "no frames"},
-        {"too many frames",
-         [](Leveler* l, Audio a, Buffer b) { return a.frames = UINT64_MAX / 2, level(l, a, b); },
+        {"no samples", level_with([](Audio& a) { a.samples = nullptr; }), QUORVANE_BAD_ARGUMENT,
+         "set either samples or planes"},
+        {"size", level_with([](Audio& a) { a.size = 3; }), QUORVANE_BAD_ARGUMENT, "size is 3"},
+        {"type", level_with([](Audio& a) { a.type = 9; }), QUORVANE_BAD_ARGUMENT,
+         "9 is not a sample type"},
+        {"0 Hz", level_with([](Audio& a) { a.sample_rate_hz = 0; }), QUORVANE_BAD_ARGUMENT, "0 Hz"},
+        {"no channel", level_with([](Audio& a) { a.channels = 0; }), QUORVANE_BAD_ARGUMENT,
+         "0 channels"},
+        {"channels", level_with([](Audio& a) { a.channels = 65; }), QUORVANE_UNSUPPORTED,
+         "65 channels"},
+        {"empty", level_with([](Audio& a) { a.frames = 0; }), QUORVANE_BAD_AUDIO, "no frames"},
+        {"too many frames", level_with([](Audio& a) { a.frames = UINT64_MAX / 2; }),
          QUORVANE_BAD_ARGUMENT, "cannot have"},
         {"not a number",
-         [](Leveler* l, Audio a, Buffer b) {
-             return a.samples = kNan, a.frames = 2, a.channels = 2, level(l, a, b);
-         },
+         level_with([](Audio& a) { a.samples = kNan, a.frames = 2, a.channels = 2; }),
          QUORVANE_BAD_AUDIO, "frame 1, channel 0"},
-        {"target",
-         [](Leveler* l, Audio, Buffer) {
-             return configure(l, [](quorvane_options& o) { o.target = "podcats"; });
+        {"not a number, measured in place",
+         [](Leveler* l, Audio a, Buffer) {
+             configure(l, [](Options& o) { o.measure = QUORVANE_MEASURE_LOUDNESS; });
+             a.samples = kNan, a.frames = 4;
+             return quorvane_measure(l, &a);
          },
-         QUORVANE_BAD_OPTION, "podcats"},
-        {"own target",
-         [](Leveler* l, Audio, Buffer) {
-             return configure(l, [](quorvane_options& o) { o.target_lufs = -99; });
+         QUORVANE_BAD_AUDIO, "frame 2, channel 0"},
+        {"nothing, measured in place",
+         [](Leveler* l, Audio a, Buffer) {
+             configure(l, [](Options& o) { o.measure = QUORVANE_MEASURE_LOUDNESS; });
+             a.frames = 0;
+             return quorvane_measure(l, &a);
          },
-         QUORVANE_BAD_OPTION, "from -40 to -5"},
+         QUORVANE_BAD_AUDIO, "no frames"},
+        {"target", configure_with([](Options& o) { o.target = "podcats"; }), QUORVANE_BAD_OPTION,
+         "podcats"},
+        {"own target", configure_with([](Options& o) { o.target_lufs = -99; }), QUORVANE_BAD_OPTION,
+         "from -40 to -5"},
         {"two targets",
-         [](Leveler* l, Audio, Buffer) {
-             return configure(
-                 l, [](quorvane_options& o) { o.target = "podcast", o.target_lufs = -16; });
-         },
+         configure_with([](Options& o) { o.target = "podcast", o.target_lufs = -16; }),
          QUORVANE_BAD_OPTION, "both set"},
         {"tuning with a file",
-         [](Leveler* l, Audio, Buffer) {
-             return configure(l,
-                              [](quorvane_options& o) { o.tuning = kOutput, o.tuning_count = 1; });
-         },
+         configure_with([](Options& o) { o.tuning = kOutput, o.tuning_count = 1; }),
          QUORVANE_BAD_OPTION, "names a file"},
         {"tuning without a value",
-         [](Leveler* l, Audio, Buffer) {
-             return configure(l, [](quorvane_options& o) { o.tuning = kBare, o.tuning_count = 1; });
-         },
+         configure_with([](Options& o) { o.tuning = kBare, o.tuning_count = 1; }),
          QUORVANE_BAD_OPTION, "--name=value"},
         {"bit depth",
          [](Leveler* l, Audio a, Buffer b) {
@@ -98,11 +106,8 @@ const std::vector<Misuse>& misuses() {
              return level(l, a, b);
          },
          QUORVANE_BAD_OPTION, "keep their type"},
-        {"measure",
-         [](Leveler* l, Audio, Buffer) {
-             return configure(l, [](quorvane_options& o) { o.measure = 7; });
-         },
-         QUORVANE_BAD_ARGUMENT, "measure is 7"},
+        {"measure", configure_with([](Options& o) { o.measure = 7; }), QUORVANE_BAD_ARGUMENT,
+         "measure is 7"},
         {"scratch folder",
          [](Leveler* l, Audio a, Buffer b) {
              configure(l,
@@ -145,7 +150,7 @@ const std::vector<Misuse>& misuses() {
              loudness.size = sizeof loudness;
              return quorvane_get_loudness(l, QUORVANE_AFTER, &loudness);
          },
-         QUORVANE_WRONG_STATE, "no measurement"},
+         QUORVANE_WRONG_STATE, "was not measured"},
         {"no such finding",
          [](Leveler* l, Audio, Buffer) {
              quorvane_finding finding{};
