@@ -27,6 +27,8 @@ set(CPACK_DEBIAN_LIBRARY_PACKAGE_CONTROL_EXTRA
   ${CMAKE_CURRENT_LIST_DIR}/library/triggers ${CMAKE_CURRENT_BINARY_DIR}/debian/shlibs)
 file(WRITE ${CMAKE_CURRENT_BINARY_DIR}/debian/shlibs
   "libquorvane ${QUORVANE_ABI} libquorvane0 (>= ${PROJECT_VERSION})\n")
+install(FILES ${CMAKE_CURRENT_LIST_DIR}/library/lintian-overrides
+  DESTINATION ${CMAKE_INSTALL_DATADIR}/lintian/overrides RENAME libquorvane0 COMPONENT library)
 set(CPACK_COMPONENT_LIBRARY_DESCRIPTION
   "Levels, measures and limits recordings of speech inside other programs:\nthe shared library.")
 set(CPACK_DEBIAN_LIBRARY_DEV_PACKAGE_NAME libquorvane-dev)

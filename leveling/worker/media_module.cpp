@@ -56,14 +56,25 @@ void require_room(const std::string& module) {
     }
 }
 
-/** The module's place where this code is part of a library that another program has loaded. */
+/**
+ * The module's place where this code is part of a library that another program has loaded: beside
+ * the library, or beside the folder of its architecture. Empty where there is none.
+ */
 fs::path beside_this_library() {
     Dl_info library{};
     if (dladdr(reinterpret_cast<const void*>(&media_module_path), &library) == 0 ||
         library.dli_fname == nullptr) {
         return "";
     }
-    return fs::path(library.dli_fname).parent_path() / "quorvane" / fs::path(kPlace).filename();
+    const fs::path folder = fs::path(library.dli_fname).parent_path();
+    std::error_code error;
+    for (const fs::path& libraries : {folder, folder.parent_path()}) {
+        fs::path place = libraries / "quorvane" / fs::path(kPlace).filename();
+        if (fs::exists(place, error)) {
+            return place;
+        }
+    }
+    return "";
 }
 
 const MediaModule& load() {
@@ -96,7 +107,7 @@ std::string media_module_path() {
     std::error_code error;
     if (!fs::exists(path, error)) {
         const fs::path beside = beside_this_library();
-        if (fs::exists(beside, error)) {
+        if (!beside.empty()) {
             return beside.string();
         }
     }

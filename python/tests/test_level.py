@@ -5,7 +5,10 @@ from __future__ import annotations
 import contextlib
 import os
 import pickle
+import shutil
 import signal
+import subprocess
+import sys
 import threading
 from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
@@ -192,6 +195,21 @@ def test_a_file_is_leveled_beside_it(command, tmp_path):
         quorvane.level_file(tmp_path / "in.wav", out)
     with pytest.raises(quorvane.Error, match="No such file"):
         quorvane.level_file(tmp_path / "none.wav", out, replace=True)
+
+
+@pytest.mark.skipif(shutil.which("ffmpeg") is None, reason="needs ffmpeg")
+def test_a_phone_memo_needs_the_module_beside_the_library(tmp_path):
+    memo, out = tmp_path / "memo.m4a", tmp_path / "out.m4a"
+    make = "ffmpeg -v error -f lavfi -i sine=d=2:f=300"
+    subprocess.run([*make.split(), str(memo)], check=True)
+    core = Path(str(sys.modules["quorvane._core"].__file__))
+    folders = [core.parent, Path(sys.executable).resolve().parent.parent / "lib"]
+    installed = any((folder / "quorvane/quorvane-media.so").exists() for folder in folders)
+    if installed or "libquorvane.so" in Path("/proc/self/maps").read_text():
+        pytest.skip("the module is installed, or may be beside the shared library")
+    with pytest.raises(quorvane.Unsupported, match="memo.m4a.*quorvane-media.so"):
+        quorvane.level_file(memo, out)
+    assert os.listdir(tmp_path) == ["memo.m4a"]
 
 
 def folders_in_use() -> set[Path]:

@@ -107,6 +107,28 @@ TEST(LibraryLevel, GivesTheFileOfTheCommand) {
     }
 }
 
+TEST(LibraryLevel, GivesTheMediaFileOfTheCommand) {
+    const TempDir dir;
+    write_sound(dir / "talk.wav", speech(2), kWav16);
+    for (const char* name : {"talk.mp3", "talk.m4a", "talk.mp4"}) {
+        SCOPED_TRACE(name);
+        const std::string in = dir / name;
+        const std::string picture =
+            std::string(name) == "talk.mp4" ? " -f lavfi -i testsrc=s=64x64:d=6 -c:v mpeg4" : "";
+        ASSERT_EQ(
+            0, run_program("ffmpeg -v error -i " + dir / "talk.wav" + picture + " " + in).status);
+        const std::string theirs = dir / "theirs-" + name;
+        ASSERT_EQ(
+            0,
+            run_program(std::string(QUORVANE) + " -q --no-config -o " + theirs + " " + in).status);
+        const std::string ours = dir / "ours-" + name;
+        const Handle leveler = new_leveler();
+        ASSERT_EQ(QUORVANE_OK, quorvane_level_file(leveler.get(), in.c_str(), ours.c_str()))
+            << quorvane_last_error(leveler.get());
+        EXPECT_TRUE(read_text(theirs) == read_text(ours));
+    }
+}
+
 TEST(LibraryLevel, ReadsAndWritesAnyLayout) {
     const Frames frames = frames_of(speech(2), QUORVANE_FLOAT32);
     const Handle leveler = new_leveler();
