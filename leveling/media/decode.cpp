@@ -38,15 +38,6 @@ constexpr AVRational kFileClock = {1, AV_TIME_BASE};
 /** Which pauses in the times of a sound stand for lost data. */
 enum class Pauses { Kept, AreDamage };
 
-/** In the stream's time base; the library renamed the field. */
-std::int64_t duration_of(const AVFrame& frame) {
-#if LIBAVUTIL_VERSION_MAJOR >= 58
-    return frame.duration;
-#else
-    return frame.pkt_duration;
-#endif
-}
-
 class SoundDecoder {
   public:
     SoundDecoder(const std::string& path, const Sound& sound, const std::string& to, Pauses pauses)

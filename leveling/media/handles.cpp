@@ -90,6 +90,14 @@ int check(int code, const char* doing) {
     return code;
 }
 
+std::int64_t duration_of(const AVFrame& frame) {
+#if LIBAVUTIL_VERSION_MAJOR >= 58
+    return frame.duration;
+#else
+    return frame.pkt_duration;
+#endif
+}
+
 std::int64_t logged_errors() {
     return g_errors;
 }

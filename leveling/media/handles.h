@@ -67,6 +67,9 @@ int with_memory(const Call& call) {
     return code;
 }
 
+/** A frame's length in the time base of its stream; the library renamed the field. */
+std::int64_t duration_of(const AVFrame& frame);
+
 /** Options for a library call, freed with what the call did not take. */
 class Options {
   public:
