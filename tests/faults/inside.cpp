@@ -56,6 +56,16 @@ void report(const char* name, bool done) {
     fprintf(stderr, "inside %s: %s\n", name, done ? "allowed" : strerrorname_np(error));
 }
 
+/** Ends the process when the name of this file ends as INSIDE_CRASH says. */
+void crash_on(const std::string& file) {
+    const std::string end = variable("INSIDE_CRASH");
+    if (!end.empty() && file.size() >= end.size() &&
+        file.compare(file.size() - end.size(), end.size(), end) == 0) {
+        raise(SIGKILL);
+        abort();
+    }
+}
+
 template <class... Words>
 void attempt(const char* name, long number, Words... words) {
     errno = 0;
@@ -246,15 +256,23 @@ extern "C" int nftw(const char* path, __nftw_func_t visit, int open_files, int f
 }
 
 extern "C" SNDFILE* sf_open(const char* path, int mode, SF_INFO* info) {
-    const std::string end = variable("INSIDE_CRASH");
-    const std::string file = path;
-    if (!end.empty() && file.size() >= end.size() &&
-        file.compare(file.size() - end.size(), end.size(), end) == 0) {
-        raise(SIGKILL);
-        abort();
-    }
+    crash_on(path);
     using Function = SNDFILE*(const char*, int, SF_INFO*);
     return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, "sf_open"))(path, mode, info);
+}
+
+extern "C" SNDFILE* sf_open_virtual(SF_VIRTUAL_IO* calls, int mode, SF_INFO* info, void* data) {
+    // Which file the calls read is not known here: it is one of those that are open.
+    for (int descriptor = 0; descriptor < 256; ++descriptor) {
+        char target[4096] = "";
+        const std::string link = "/proc/self/fd/" + std::to_string(descriptor);
+        if (readlink(link.c_str(), target, sizeof target - 1) > 0) {
+            crash_on(target);
+        }
+    }
+    using Function = SNDFILE*(SF_VIRTUAL_IO*, int, SF_INFO*, void*);
+    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, "sf_open_virtual"))(calls, mode, info,
+                                                                            data);
 }
 
 extern "C" int prctl(int option, ...) {
