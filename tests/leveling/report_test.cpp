@@ -2,12 +2,16 @@
 
 #include <gmock/gmock.h>
 
+#include <boost/algorithm/string/replace.hpp>
+#include <boost/algorithm/string/split.hpp>
 #include <cmath>
 #include <limits>
 
 #include "leveling/advice/advice_table.h"
 #include "leveling/audio/peak_curve.h"
 #include "leveling/audio/stretches.h"
+#include "leveling/publish/verdict.h"
+#include "leveling/report/csv.h"
 #include "leveling/report/heard.h"
 #include "leveling/report/listen.h"
 #include "tests/support/fixtures.h"
@@ -16,6 +20,7 @@
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::Not;
+using testing::UnorderedElementsAreArray;
 
 namespace quorvane {
 namespace {
@@ -196,9 +201,11 @@ TEST(ConversationReport, HasALaneForEachSpeaker) {
                 HasSubstr("One of 2 tracks of a conversation; its owner speaks for 1:05."));
 }
 
-TEST(Documents, ListEachCodeOfTheFindings) {
+/** What stands between backticks in the first cells of the table behind a heading. */
+std::vector<std::string> listed_behind(const std::string& heading) {
     const std::string text = read_text(DOCUMENTS "/results.md");
-    const std::string list = text.substr(text.find("## Codes of findings"));
+    const std::string part = text.substr(text.find("\n## " + heading + "\n") + 4);
+    const std::string list = part.substr(0, part.find("\n## "));
     std::vector<std::string> listed;
     for (std::size_t at = list.find("\n| `"); at != std::string::npos;
          at = list.find("\n| `", at + 1)) {
@@ -209,7 +216,49 @@ TEST(Documents, ListEachCodeOfTheFindings) {
             from = row.find('`', to + 1);
         }
     }
-    EXPECT_EQ(advice_codes(), listed);
+    return listed;
+}
+
+TEST(Documents, ListEachCodeOfTheFindings) {
+    EXPECT_EQ(advice_codes(), listed_behind("Codes of findings"));
+}
+
+TEST(Documents, ListEachFieldOfTheJson) {
+    FileFacts facts = a_talk();
+    facts.input = facts.output = "\xff.wav";
+    facts.no_room = facts.earlier_arithmetic = true;
+    facts.bytes = 1;
+    facts.media.emplace();
+    facts.preparation.emplace();
+    facts.publishing.emplace();
+    facts.conversation = ConversationPart{2, true, 0};
+    facts.dialogue_lufs = -20;
+    facts.findings = {{"noise", Severity::Note, 20, "dB", {}, ""}};
+    facts.unfenced = {"files"};
+    std::vector<std::string> fields;
+    const auto document = facts_document(facts, {});
+    for (const auto& item : document.items()) {
+        fields.push_back(item.key());
+    }
+    EXPECT_THAT(listed_behind("JSON"), UnorderedElementsAreArray(fields));
+}
+
+TEST(Documents, ListEachColumnOfTheTable) {
+    std::string header = csv_header();
+    header.resize(header.size() - 2);  // CR LF
+    std::vector<std::string> columns;
+    boost::algorithm::split(columns, header, [](char c) { return c == ','; });
+    std::vector<std::string> listed;
+    for (const std::string& name : listed_behind("CSV")) {
+        if (name.find('*') == std::string::npos) {
+            listed.push_back(name);
+            continue;
+        }
+        for (const char* time : {"before", "after"}) {
+            listed.push_back(boost::algorithm::replace_all_copy(name, "*", time));
+        }
+    }
+    EXPECT_THAT(listed, UnorderedElementsAreArray(columns));
 }
 
 }  // namespace
