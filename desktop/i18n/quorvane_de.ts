@@ -337,6 +337,10 @@ Beruht auf Qt, FFmpeg, libsndfile, Boost, TagLib, fmt und JSON for Modern C++.</
         <translation>%1 %2 über</translation>
     </message>
     <message>
+        <source>%1, and %2</source>
+        <translation>%1, und %2</translation>
+    </message>
+    <message>
         <source>Too short to measure: needs 0.4 s.</source>
         <translation>Zu kurz zum Messen: nötig sind 0,4 s.</translation>
     </message>

@@ -110,7 +110,11 @@ QString shown_objections(const quorvane::FileFacts& facts) {
     for (const Finding* finding : quorvane::objections(facts)) {
         clauses.append(clause_text(*finding));
     }
-    return clauses.join(QStringLiteral(", "));
+    if (clauses.size() < 2) {
+        return clauses.join(QString());
+    }
+    const QString last = clauses.takeLast();
+    return FindingText::tr("%1, and %2").arg(clauses.join(QStringLiteral(", ")), last);
 }
 
 QStringList finding_texts(const quorvane::FileFacts& facts) {

@@ -302,10 +302,20 @@ void WindowTest::german_says_it_all() {
                               {"hum", quorvane::Severity::Warning, -8.4, "dB", {}, "50 Hz"}};
     leveled.facts.speech = {quorvane::SpeechState::Measured, 9, 2, {}, 14.2, 0.4};
     QVERIFY(desktop::state_text(leveled).startsWith(
-        "Ausgeglichen, aber: die rechte Seite ist stumm, Netzbrummen (50 Hz) liegt 8"));
+        "Ausgeglichen, aber: die rechte Seite ist stumm, und Netzbrummen (50 Hz) liegt 8"));
     const QString tip = desktop::tool_tip(leveled);
     QVERIFY(tip.contains("lagen bis zu 14 dB auseinander; jetzt innerhalb von 1 dB."));
     QVERIFY(tip.contains("Zuerst mit einem Brummfilter entfernen"));
+    using quorvane::SpeechState;
+    const std::pair<quorvane::SpeechLevels, const char*> speech[] = {
+        {{SpeechState::Measured, 9, 2, {}, 3, 3}, "liegen wie zuvor innerhalb von 3 dB."},
+        {{SpeechState::Measured, 9, 2, {}, 1, 3}, "innerhalb von 1 dB; jetzt bis zu 3 dB"},
+        {{SpeechState::NoSpeech, 0, 0, {}, 0, 0}, "Keine Sprache gefunden."},
+        {{SpeechState::TooShort, 0, 0, {}, 0, 0}, "Zu kurz zum Messen"}};
+    for (const auto& [levels, words] : speech) {
+        leveled.facts.speech = levels;
+        QVERIFY2(desktop::tool_tip(leveled).contains(words), words);
+    }
     for (const quorvane::Advice& advice : quorvane::advice_table()) {
         for (const char* text : {advice.clause, advice.window}) {
             QVERIFY2(*text == 0 || QCoreApplication::translate("FindingText", text) != text, text);
