@@ -12,7 +12,7 @@
 namespace quorvane {
 namespace {
 
-constexpr std::size_t kBufferBytes = 128 * 1024;
+constexpr std::size_t kBufferBytes = 131072;  // 128 KB
 
 }  // namespace
 
