@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <cstddef>
 
 #include "leveling/preparation/levels.h"
@@ -24,8 +25,10 @@ constexpr double kFloor_db = -120;  // what is below is silence, however far
 // A pause of three seconds, less the half second at each end that is near speech.
 constexpr long long kShortestQuiet = 40;  // bins
 constexpr double kUnderSpeech_db = 6;
-constexpr long long kNeighbourhood = 60;  // bins of speech on each side: three seconds
-constexpr double kRelativeGate = 0.1;     // 10 dB
+constexpr double kFarUnderSpeech_db = 14;  // what moves like a voice
+constexpr double kMoves_db = 1.5;          // from bin to bin, on average
+constexpr long long kNeighbourhood = 60;   // bins of speech on each side: three seconds
+constexpr double kRelativeGate = 0.1;      // 10 dB
 
 bool is_speech(const std::vector<float>& levels_db, long long bin) {
     std::array<float, kWindow> window{};
@@ -113,7 +116,9 @@ bool is_under_speech(const std::vector<float>& levels_db,
     // Beside the quieter of two voices, where there are two.
     const double beside =
         std::min(before, after) > kSilence_db ? std::min(before, after) : std::max(before, after);
-    return beside > kSilence_db && mean_level(levels_db, quiet) <= beside - kUnderSpeech_db;
+    const double under =
+        moves_like_a_voice(levels_db, quiet) ? kFarUnderSpeech_db : kUnderSpeech_db;
+    return beside > kSilence_db && mean_level(levels_db, quiet) <= beside - under;
 }
 
 }  // namespace
@@ -124,6 +129,16 @@ std::vector<bool> find_speech(const std::vector<float>& levels_db) {
         speech[i] = is_speech(levels_db, static_cast<long long>(i));
     }
     return speech;
+}
+
+bool moves_like_a_voice(const std::vector<float>& levels_db, Stretch range) {
+    double sum = 0;
+    for (long long i = range.begin + 1; i < range.end; ++i) {
+        const auto at = static_cast<std::size_t>(i);
+        sum +=
+            std::fabs(static_cast<double>(levels_db[at]) - static_cast<double>(levels_db[at - 1]));
+    }
+    return sum > kMoves_db * static_cast<double>(range.length() - 1);
 }
 
 std::vector<bool> loud_speech(const std::vector<float>& levels_db,

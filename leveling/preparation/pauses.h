@@ -29,7 +29,8 @@ std::vector<bool> find_speech(const std::vector<float>& levels_db);
 /**
  * The pauses of three seconds and more that have to be kept from the engine, which would take them
  * for quiet speech: stretches of bins without speech that are 6 dB and more under the speech beside
- * them. Half a second at each end beside speech is left out of them.
+ * them, or 14 dB where they move like a voice. Half a second at each end beside speech is left out
+ * of them.
  */
 std::vector<Stretch> find_pauses(const BinLevels& levels, const std::vector<bool>& speech);
 
@@ -41,6 +42,13 @@ std::vector<Stretch> find_pauses(const BinLevels& levels, const std::vector<bool
 double speech_level(const std::vector<float>& levels_db,
                     const std::vector<bool>& speech,
                     Stretch range);
+
+/**
+ * Whether levels change from bin to bin by more than those of background do: room tone, hum and
+ * hiss by up to 1 dB on average, a voice by 3 dB, and by 2 dB in a reverberant room that flattens
+ * it until find_speech misses it. At least two bins.
+ */
+bool moves_like_a_voice(const std::vector<float>& levels_db, Stretch range);
 
 /** The values of the bins that are in no pause. */
 std::vector<float> without_pauses(const std::vector<float>& levels_db,

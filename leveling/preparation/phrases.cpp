@@ -24,6 +24,7 @@ constexpr long long kTurnGap = 10;  // no shorter gap is between two turns
 constexpr long long kTurn = 200;    // as much of each as is compared
 
 // A short turn that is hidden between louder ones.
+constexpr double kLoudWord_db = 6;  // under the loudest near it
 constexpr long long kShortestTurn = 10;
 constexpr long long kLeastHidden = 6;    // bins of its words
 constexpr long long kLeastSyllable = 4;  // of these, one after the other; a click has three
@@ -169,8 +170,15 @@ double least_level(const std::vector<float>& levels_db,
 }
 
 /** The gaps between words that are long enough to hide a turn, pauses left out. */
-std::vector<Stretch> long_gaps(const std::vector<bool>& words, const std::vector<Stretch>& pauses) {
+std::vector<Stretch> long_gaps(const std::vector<float>& smooth_db,
+                               const std::vector<bool>& words,
+                               const std::vector<Stretch>& pauses) {
+    const std::vector<float> near_db = largest_around(smooth_db, kNear);
     std::vector<bool> taken = words;
+    for (std::size_t i = 0; i < taken.size(); ++i) {
+        taken[i] = words[i] && static_cast<double>(smooth_db[i]) >
+                                   static_cast<double>(near_db[i]) - kLoudWord_db;
+    }
     for (const Stretch& pause : pauses) {
         std::fill(taken.begin() + pause.begin, taken.begin() + pause.end, true);
     }
@@ -360,7 +368,7 @@ Phrases find_phrases(const std::vector<float>& levels_db,
     const std::vector<float> smooth_db = smoothed(levels_db);
     result.words = find_words(levels_db, smooth_db, speech, pauses);
     const double least_db = least_level(levels_db, result.words, pauses);
-    for (const Stretch& gap : long_gaps(result.words, pauses)) {
+    for (const Stretch& gap : long_gaps(smooth_db, result.words, pauses)) {
         find_hidden_words(gap, levels_db, smooth_db, speech, least_db, result.words);
     }
     const std::vector<Stretch> units = units_of(result.words, smooth_db);

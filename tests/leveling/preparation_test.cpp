@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 
 #include "Common/units.h"
@@ -88,6 +89,31 @@ TEST(Pauses, BesideAQuietVoiceAreNotTakenForOneAndTheVoiceIsKept) {
     EXPECT_EQ(300, pauses[0].end);
 }
 
+TEST(Pauses, ThatMoveLikeAVoiceAreFurtherUnderTheSpeech) {
+    struct Row {
+        const char* name;
+        float level_db;
+        float step_db;  // from bin to bin
+        std::size_t pauses;
+    };
+
+    // Speech of -20 dB has a mean power of -23 dB without the gaps.
+    const Row rows[] = {{"room tone", -32, 0.8F, 1},
+                        {"a voice in a reverberant room", -32, 2, 0},
+                        {"far under", -42, 2, 1}};
+    for (const Row& row : rows) {
+        std::vector<float> levels;
+        add_speech(levels, 100, -20);
+        for (int i = 0; i < 80; ++i) {
+            levels.push_back(row.level_db + static_cast<float>(i % 2) * row.step_db);
+        }
+        add_speech(levels, 100, -20);
+        std::vector<bool> speech(280, true);
+        std::fill(speech.begin() + 100, speech.begin() + 180, false);
+        EXPECT_EQ(row.pauses, find_pauses(bins_of(levels), speech).size()) << row.name;
+    }
+}
+
 TEST(Phrases, ChangeWithTheVoiceAndNotWithAWord) {
     struct Row {
         const char* name;
@@ -150,6 +176,22 @@ TEST(Phrases, IncludeAShortTurnFarUnderItsNeighbours) {
         const Phrases found = find_phrases(levels, find_speech(levels), {});
         EXPECT_EQ(row.phrases, found.phrases.size()) << row.name;
     }
+}
+
+TEST(Phrases, IncludeAShortTurnThatOnlySomeWordsOfStandOut) {
+    // 1.2 s, of which two bins in seven are within 12 dB of the loudest ones beside it.
+    std::vector<float> levels;
+    add_speech(levels, 80, -20);
+    add_tone(levels, 3, -60);
+    for (int i = 0; i < 24; ++i) {
+        levels.push_back(i % 7 < 2 ? -30 : -42);
+    }
+    add_tone(levels, 3, -60);
+    add_speech(levels, 80, -20);
+    add_tone(levels, 30, -95);
+    const Phrases found = find_phrases(levels, find_speech(levels), {});
+    ASSERT_EQ(3U, found.phrases.size());
+    EXPECT_NEAR(-34.5, found.phrases[1].level_db, 1.5);
 }
 
 /** A loud and a quiet phrase, a pause, and the quiet one again. */

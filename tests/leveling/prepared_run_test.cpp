@@ -97,7 +97,7 @@ TEST_F(PreparedRun, HoldsTheWaveBetweenSamplesBelowFullScale) {
         ASSERT_TRUE(level(signal, kWavFloat).leveled) << round;
         const double peak_db = 20 * std::log10(quorvane::true_peak_of(dir / "out.wav"));
         EXPECT_LT(peak_db, -0.6) << round;
-        EXPECT_GT(peak_db, -1.2) << round;
+        EXPECT_GT(peak_db, -1.3) << round;
         signal = out;
     }
 }
