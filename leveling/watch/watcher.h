@@ -93,7 +93,7 @@ class Watcher : private BatchObserver {
     struct Begun {
         PlannedFile file;
         FileState input;
-        unsigned absences;
+        unsigned absences = 0;
     };
 
     /** What the batch's thread reports to ours. */

@@ -93,6 +93,12 @@ TEST_F(PipeRun, WhatCannotBeWrittenOrReadIsAFailure) {
         EXPECT_THAT(result.err, HasSubstr(row.message));
         EXPECT_THAT(result.out, IsEmpty());
     }
+    talk("long.wav", 4);  // more than a pipe holds
+    const ProgramResult closed =
+        run_program("cd '" + dir_.path() +
+                    "' && bash -o pipefail -c '" QUORVANE " - < long.wav | head -c 100 >part'");
+    EXPECT_EQ(closed.status, 1);
+    EXPECT_THAT(closed.err, HasSubstr("the standard output cannot be written: Broken pipe"));
     const ProgramResult terminal = run_program(
         "cd '" + dir_.path() + "' && script -qec '" QUORVANE " - < talk.wav' /dev/null");
     EXPECT_EQ(terminal.status, 2);
