@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
+#include <map>
+#include <utility>
 #include <vector>
 
 #include "leveling/conversation/correlation.h"
@@ -10,11 +12,22 @@
 namespace quorvane {
 namespace {
 
+constexpr std::size_t kNearSize = 1 << 16;
+
+}  // namespace
+
+/** What of the reference is correlated with every track. */
+struct ReferencePieces {
+    Fft fft{kNearSize};
+    std::map<long long, Phases> phases;  // by the first sample
+};
+
+namespace {
+
 constexpr std::size_t kClockPieces = 14;
 
 // Near: pieces of 8 s with lags that hold the drift of two hours.
 constexpr int kNearRate_hz = 8000;
-constexpr std::size_t kNearSize = 1 << 16;
 constexpr double kNear_s = 1.5;
 
 // Far: 11 s of the reference in 131 s of the track.
@@ -25,6 +38,7 @@ constexpr double kFarPiece_s = 11;
 constexpr std::size_t kFarAgreeing = 3;  // pieces
 constexpr std::size_t kFarPieces = 8;    // of those that are spread, at most
 constexpr std::size_t kNearFirst = 5;    // where none of them has a peak, none is expected
+constexpr double kSmearing_ppm = 10;     // over a piece: two thirds of a sample
 constexpr double kSure = 0.5;            // of the pieces agree
 
 constexpr double kLeastHeight = 6.5;       // over the rms; noise over so many lags stays below 5.5
@@ -175,8 +189,8 @@ std::vector<double> drifts_to_try() {
 
 class ClockSearch {
   public:
-    ClockSearch(const std::string& reference, const std::string& track)
-        : reference_name_(reference), track_name_(track) {}
+    ClockSearch(const std::string& reference, const std::string& track, ReferencePieces& pieces)
+        : reference_name_(reference), track_name_(track), pieces_(pieces) {}
 
     TrackClock go() {
         TrackClock clock = near(0);
@@ -196,18 +210,23 @@ class ClockSearch {
     /** Around an offset that is known to a second. */
     TrackClock near(double around_s) const {
         TrackClock best;
+        double tried = 0;
         for (const double drift : drifts_to_try()) {
             const TrackClock clock = at_drift(around_s, drift);
-            best = clock.certainty > best.certainty ? clock : best;
+            if (clock.certainty > best.certainty) {
+                best = clock;
+                tried = drift;
+            }
             if (best.certainty > kSure) {
                 break;
             }
         }
-        return best.certainty > 0 ? at_drift(around_s, best.drift_ppm * 1e-6) : best;
+        const bool is_smeared = std::fabs(best.drift_ppm - tried * 1e6) > kSmearing_ppm;
+        return best.certainty > 0 && is_smeared ? at_drift(around_s, best.drift_ppm * 1e-6) : best;
     }
 
     TrackClock at_drift(double around_s, double drift) const {
-        const Fft fft(kNearSize);
+        const Fft& fft = pieces_.fft;
         PieceReader reference(reference_name_, kNearRate_hz);
         PieceReader track(track_name_, kNearRate_hz);
         if (reference.rate_hz() != track.rate_hz()) {
@@ -229,7 +248,7 @@ class ClockSearch {
             // Inside the piece the track runs faster by the drift.
             const std::vector<float> heights = correlation(
                 phases_of(at_speed(track.read(from_s + around_s, kNearSize), drift), fft),
-                phases_of(reference.read(from_s, kNearSize), fft), fft);
+                reference_piece(reference, from_s), fft);
             for (Lag lag : peaks_of(heights, reference.rate_hz(), most)) {
                 lag.at_s = from_s + piece_s / 2;
                 lag.lag_s += around_s;
@@ -238,6 +257,19 @@ class ClockSearch {
             }
         }
         return clock_of(lags);
+    }
+
+    /** Read once for all tracks that begin near each other. */
+    const Phases& reference_piece(PieceReader& reference, double from_s) const {
+        const long long place = std::llround(from_s * reference.rate_hz());
+        if (pieces_.phases.size() > 2 * kClockPieces) {
+            pieces_.phases.clear();
+        }
+        const auto [at, is_new] = pieces_.phases.try_emplace(place);
+        if (is_new) {
+            at->second = phases_of(reference.read(from_s, kNearSize), pieces_.fft);
+        }
+        return at->second;
     }
 
     static TrackClock clock_of(const std::vector<Lag>& lags) {
@@ -315,12 +347,18 @@ class ClockSearch {
 
     std::string reference_name_;
     std::string track_name_;
+    ReferencePieces& pieces_;
 };
 
 }  // namespace
 
-TrackClock find_clock(const std::string& reference, const std::string& track) {
-    return ClockSearch(reference, track).go();
+ClockFinder::ClockFinder(std::string reference)
+    : reference_(std::move(reference)), pieces_(std::make_unique<ReferencePieces>()) {}
+
+ClockFinder::~ClockFinder() = default;
+
+TrackClock ClockFinder::find(const std::string& track) {
+    return ClockSearch(reference_, track, *pieces_).go();
 }
 
 bool differs(const TrackClock& clock, double seconds) {

@@ -1,11 +1,13 @@
 #pragma once
 
-#include <optional>
+#include <memory>
 #include <string>
 
 #include "leveling/facts/run_facts.h"
 
 namespace quorvane {
+
+struct ReferencePieces;
 
 /**
  * How a track's clock differs from that of another one, the reference: recorders that begin at
@@ -21,7 +23,17 @@ namespace quorvane {
  * Certainty 0 where nothing shared is found. Throws std::runtime_error with the cause where a file
  * cannot be read.
  */
-TrackClock find_clock(const std::string& reference, const std::string& track);
+class ClockFinder {
+  public:
+    explicit ClockFinder(std::string reference);
+    ~ClockFinder();
+
+    TrackClock find(const std::string& track);
+
+  private:
+    std::string reference_;
+    std::unique_ptr<ReferencePieces> pieces_;
+};
 
 /** Whether a clock differs by more than sound's way through a room, and an error of finding it. */
 bool differs(const TrackClock& clock, double seconds);

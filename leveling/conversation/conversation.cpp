@@ -127,10 +127,11 @@ void Conversation::analyse(const Progress& progress) {
 
 // The common clock begins with the track that begins first.
 void Conversation::find_times() {
+    ClockFinder clocks(tracks_.front()->recording);
     double earliest_s = 0;
     for (std::size_t i = 1; i < tracks_.size(); ++i) {
         Track& track = *tracks_[i];
-        track.clock = find_clock(tracks_.front()->recording, track.recording);
+        track.clock = clocks.find(track.recording);
         if (differs(*track.clock, track.seconds())) {
             track.time.speed = 1 + track.clock->drift_ppm * 1e-6;
             track.time.begin_s = -track.clock->offset_s / track.time.speed;

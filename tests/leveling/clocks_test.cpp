@@ -74,7 +74,7 @@ class Clocks : public BatchRun {
     }
 
     TrackClock clock(const std::string& one, const std::string& other) const {
-        return find_clock(dir_ / one, dir_ / other);
+        return ClockFinder(dir_ / one).find(dir_ / other);
     }
 };
 
