@@ -5,11 +5,12 @@ from signals import RATE, gain_of, noise, resample
 
 
 class Talk:
-    """tracks: mono signals; turns: (start_s, end_s, voice); coughs: the same, of a listener."""
+    """tracks: mono signals; voices: each track's own voice alone, without coughs; turns: (start_s, end_s,
+    voice); coughs: the same, of a listener."""
 
-    def __init__(self, name, tracks, turns, coughs, silent, spill):
-        self.name, self.tracks, self.turns, self.coughs, self.silent, self.spill = \
-            name, tracks, turns, coughs, silent, spill
+    def __init__(self, name, tracks, voices, turns, coughs, silent, spill):
+        self.name, self.tracks, self.voices, self.turns, self.coughs, self.silent, self.spill = \
+            name, tracks, voices, turns, coughs, silent, spill
 
     def alone(self, voice):
         """The parts of a voice's turns in which no one else speaks or coughs, half a second and longer."""
@@ -54,6 +55,7 @@ def talk(turns, rng, name, count=2, spill=-20, apart=0, by='mic', floor=-60, sec
     speaking = count - silent
     length = int((seconds + 12) * RATE)
     sources = [np.zeros(length) for _ in range(count)]
+    coughing = [np.zeros(length) for _ in range(count)]
     spans, coughs, at, last, used = [], [], 0.8, -1, [0] * count
     while at < seconds:
         who = int(rng.choice([v for v in range(speaking) if v != last])) if speaking > 1 else 0
@@ -68,26 +70,27 @@ def talk(turns, rng, name, count=2, spill=-20, apart=0, by='mic', floor=-60, sec
             c = cough(rng)
             c *= gain_of(-6) / np.sqrt(np.mean(c * c))
             place = int((at + 1.5) * RATE)
-            sources[listener][place:place + len(c)] += c
+            coughing[listener][place:place + len(c)] += c
             coughs.append((at + 1.5, at + 2.0, listener))
         step = -rng.uniform(0.8, 1.8) if rng.uniform() < overlap and speaking > 1 else rng.uniform(0.2, 0.9)
         at += max(1.0, len(x) / RATE + step)
         last = who
     end = int((max(e for _, e, _ in spans) + 0.8) * RATE)
-    tracks = []
+    tracks, own = [], []
     levels = [-22 - apart * v / max(1, count - 1) for v in range(count)]
     voice_db, mic_db = ([-22] * count, [l + 22 for l in levels]) if by == 'mic' else (levels, [0] * count)
     for i in range(count):
         x = np.zeros(length)
         for j in range(count):
-            y = sources[j] * gain_of(voice_db[j])
+            y = (sources[j] + coughing[j]) * gain_of(voice_db[j])
             if i != j:
                 delay = int(rng.uniform(0.004, 0.030) * RATE)
                 y = np.concatenate((np.zeros(delay), y[:-delay])) * gain_of(spill + rng.uniform(-1, 1))
             x += y
         x = x * gain_of(mic_db[i]) + noise(rng, length / RATE, floor)[:length]
         tracks.append(x[:end])
-    return Talk(name, tracks, spans, coughs, list(range(speaking, count)), spill)
+        own.append(sources[i][:end] * gain_of(voice_db[i] + mic_db[i]))
+    return Talk(name, tracks, own, spans, coughs, list(range(speaking, count)), spill)
 
 
 CASES = (
