@@ -150,7 +150,9 @@ bool write_failed_list(const Settings& settings, const FactsList& files, Screen&
         // Under a temporary name until commit(), so that a list that is cut short is never read.
         StagedText list(settings.failed);
         for (const FileFacts& facts : files) {
-            if (!is_failure(facts.outcome)) {
+            // A mix fails with its tracks, of which one is its input.
+            const bool is_mix = facts.conversation && facts.conversation->mix;
+            if (!is_failure(facts.outcome) || is_mix) {
                 continue;
             }
             if (facts.input.find(end) != std::string::npos) {
@@ -209,7 +211,7 @@ int status_of(const Settings& settings,
         if (facts.is_track()) {
             return true;
         }
-        return facts.before || facts.conversation ? is_ready(facts, settings.destinations) : !kept;
+        return facts.before || facts.after ? is_ready(facts, settings.destinations) : !kept;
     });
     if (!ready && !settings.destinations.empty()) {
         return kNotReady;

@@ -5,10 +5,12 @@
 #include <algorithm>
 #include <boost/algorithm/string/trim.hpp>
 #include <filesystem>
+#include <map>
 #include <memory>
 #include <utility>
 
 #include "leveling/archive/shards.h"
+#include "leveling/batch/groups.h"
 #include "leveling/batch/preflight.h"
 #include "leveling/batch/settling.h"
 #include "leveling/batch/work_list.h"
@@ -44,6 +46,7 @@ double seconds_since(std::chrono::steady_clock::time_point start) {
 }
 
 void add_note(const PlannedFile& file, FileFacts& facts) {
+    add_conversation(file, facts);
     if (!file.note.empty() && !is_failure(facts.outcome) && facts.outcome != Outcome::Skipped) {
         facts.notes.push_back(file.note);
     }
@@ -152,9 +155,9 @@ void ShownBatch::work_through() {
     screen_.clear();
 }
 
-// Tracks of a conversation go in as one group, behind the single files.
+// The tracks of each conversation go in as one group, behind the single files.
 void ShownBatch::queue_files() {
-    bool has_group = false;
+    std::map<int, std::vector<std::size_t>> groups;
     for (std::size_t i = 0; i < plan_.size() && !enough_failures(); ++i) {
         const PlannedFile& planned = plan_[i];
         // The second pass takes what is still being written.
@@ -162,14 +165,14 @@ void ShownBatch::queue_files() {
             continue;
         }
         if (planned.group != 0) {
-            has_group = true;
+            groups[planned.group].push_back(i);
         } else {
             places_.push_back(i);
             batch_.add(planned.input, planned.output, existing_of(planned), planned.found);
         }
     }
-    if (has_group && !enough_failures()) {
-        add_group();
+    for (const auto& [group, places] : groups) {
+        add_group(places);
     }
 }
 
@@ -181,15 +184,13 @@ Batch::Existing ShownBatch::existing_of(const PlannedFile& planned) const {
 }
 
 // The tracks that are leveled together, and their mix.
-void ShownBatch::add_group() {
+void ShownBatch::add_group(const std::vector<std::size_t>& places) {
     std::vector<Batch::GroupFile> group;
-    for (std::size_t i = 0; i < plan_.size(); ++i) {
-        const PlannedFile& planned = plan_[i];
-        if (planned.group != 0 && !planned.settling && !files_[i].ended) {
-            places_.push_back(i);
-            group.push_back(
-                {planned.input, planned.output, existing_of(planned), planned.found, planned.mix});
-        }
+    for (const std::size_t place : places) {
+        const PlannedFile& planned = plan_[place];
+        places_.push_back(place);
+        group.push_back(
+            {planned.input, planned.output, existing_of(planned), planned.found, planned.mix});
     }
     batch_.add_group(group);
 }

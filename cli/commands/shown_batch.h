@@ -64,7 +64,7 @@ class ShownBatch : public BatchObserver {
     // A pass over the plan: what is known is reported, the rest is queued and worked on.
     void work_through();
     void queue_files();
-    void add_group();
+    void add_group(const std::vector<std::size_t>& places);
     // Files that changed less than --settle seconds ago: waits for them, up to a minute in all.
     bool settle();
     void look_into(const std::vector<std::size_t>& places, const std::vector<bool>& young);

@@ -35,9 +35,6 @@ void refuse_with_together(const Settings& settings) {
     refuse(settings.plain, "--plain is the engine alone, which levels no tracks together");
     refuse(!settings.tuning.empty(),
            "--together uses no engine, so the options that tune it have no meaning");
-    // All tracks have to be known to one run.
-    refuse(settings.shard.count > 1, "--together is one piece of work, so it excludes --shard");
-    refuse(!settings.plan.empty(), "--together and --plan exclude each other");
     refuse(!settings.destinations.empty() && settings.mix.empty(),
            "with --together, --for is for the mix: name it with --mix FILE");
 }
@@ -98,6 +95,7 @@ void refuse_beside_watch(const Settings& settings) {
         {settings.max_failures != 0, "--max-failures"},
         {settings.dry_run, "--dry-run"},
         {settings.analyze, "--analyze"},
+        {settings.together, "--together"},
         {settings.force, "--force"},
         {settings.verify, "--verify"},
         {!settings.json.empty() && !settings.json_on_standard_output(),

@@ -64,11 +64,12 @@ std::vector<OptionRow> own_options() {
          "(in the centre channel), curve (one sound), each (nothing); default: by what the file "
          "says and holds; of stereo files: one sound"},
         {G::Work, "together", 0, "", C::None,
-         "the PATHs are the tracks of one conversation, one for each voice: level each voice by "
-         "its own turns, and lower what it leaves in the other tracks"},
+         "the PATHs are the tracks of one conversation, one for each voice, or folders with one "
+         "conversation each: level each voice by its own turns, and lower what it leaves in the "
+         "other tracks"},
         {G::Work, "mix", 0, "FILE", C::File,
          "with --together: also write the sum of the leveled tracks, for the delivery target of "
-         "--for where one is named"},
+         "--for where one is named; of several conversations one each, beside its tracks"},
         {G::Work, "align", 0, "", C::None,
          "with --together: let all leveled tracks begin and end with the mix, where their "
          "recorders began at other times or drift"},

@@ -86,6 +86,10 @@ DoneRecord record_from(const Json& json) {
     record.input = json.at("input");
     record.input_state = {json.at("input_size"), json.at("input_mtime_ns")};
     record.input_hash = json.at("input_hash");
+    for (const Json& other : json.value("others", Json::array())) {
+        record.others.push_back(
+            {other.at("input"), {other.at("size"), other.at("mtime_ns")}, other.at("hash")});
+    }
     record.options = json.at("options");
     record.arithmetic = {json.value("way", ""), json.at("arithmetic")};
     record.facts = facts_from_json(json.at("facts"));
@@ -145,6 +149,12 @@ std::string to_line(const DoneRecord& record) {
     json["input_size"] = record.input_state.size;
     json["input_mtime_ns"] = record.input_state.mtime_ns;
     json["input_hash"] = record.input_hash;
+    for (const InputRecord& other : record.others) {
+        json["others"].push_back({{"input", other.path},
+                                  {"size", other.state.size},
+                                  {"mtime_ns", other.state.mtime_ns},
+                                  {"hash", other.hash}});
+    }
     json["options"] = record.options;
     json["arithmetic"] = record.arithmetic.version;
     json["way"] = record.arithmetic.way;
@@ -186,12 +196,17 @@ std::string options_key(const std::vector<std::string>& tuning,
 
 // The tracks of a conversation change each other's gains, so all of them count.
 std::string group_key(const std::vector<std::string>& inputs, bool aligned) {
-    std::string names;
+    std::vector<std::string> names;
+    names.reserve(inputs.size());
     for (const std::string& input : inputs) {
-        const std::string name = std::filesystem::path(input).filename().string();
-        names += fmt::format("{}:{} ", name.size(), name);
+        names.push_back(fs::path(input).filename().string());
     }
-    return text_hash(names) + (aligned ? "-aligned" : "");
+    std::sort(names.begin(), names.end());
+    std::string text;
+    for (const std::string& name : names) {
+        text += fmt::format("{}:{} ", name.size(), name);
+    }
+    return text_hash(text) + (aligned ? "-aligned" : "");
 }
 
 // It is the last word but one.

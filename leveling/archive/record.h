@@ -54,6 +54,13 @@ struct Arithmetic {
 /** Of an output that is made now. The destination is a word of --for, empty without one. */
 Arithmetic arithmetic_of(Way way, const std::string& destination = "");
 
+/** An input as it was when it was read. */
+struct InputRecord {
+    std::string path;  // for people; the archive may have moved since
+    FileState state;
+    std::string hash;
+};
+
 /** That one output was made: from what, with what, and what came out. */
 struct DoneRecord {
     std::string output;  // its name in the folder of the record
@@ -62,7 +69,8 @@ struct DoneRecord {
     std::string input;  // for people; the archive may have moved since
     FileState input_state;
     std::string input_hash;
-    std::string options;  // options_key()
+    std::vector<InputRecord> others;  // the other tracks of its conversation
+    std::string options;              // options_key()
     Arithmetic arithmetic = arithmetic_of(Way::Prepared);
     FileFacts facts;  // without curves
 };
@@ -89,7 +97,7 @@ std::string options_key(const std::vector<std::string>& tuning,
                         const std::string& group = "",
                         const std::string& channels = "");
 
-/** The group of options_key(): which files are leveled together, by their names. */
+/** The group of options_key(): which files are leveled together, by their names in any order. */
 std::string group_key(const std::vector<std::string>& inputs, bool aligned);
 
 /** The word of the destination in a key that options_key() made, "" where there is none. */

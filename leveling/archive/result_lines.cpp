@@ -115,9 +115,17 @@ void ResultLines::take(const std::string& line, std::size_t file, std::int64_t o
         problems_.erase(std::remove_if(problems_.begin(), problems_.end(), solved),
                         problems_.end());
     }
-    const Entry entry{facts.input, facts.output, facts.outcome,
-                      file,        offset,       static_cast<std::int64_t>(line.size())};
-    const auto [at, first] = entry_of_.emplace(facts.input, entries_.size());
+    const bool mix = facts.conversation && facts.conversation->mix;
+    const Entry entry{facts.input,
+                      facts.output,
+                      mix,
+                      facts.outcome,
+                      file,
+                      offset,
+                      static_cast<std::int64_t>(line.size())};
+    // No path ends in a null byte, so a mix is found apart from its first track.
+    const auto [at, first] =
+        entry_of_.emplace(mix ? facts.input + '\0' : facts.input, entries_.size());
     if (first) {
         entries_.push_back(entry);
     } else if (says_more(entry.outcome, entries_[at->second].outcome)) {
@@ -138,8 +146,9 @@ void ResultLines::sort() {
         return;
     }
     entry_of_.clear();
-    std::sort(entries_.begin(), entries_.end(),
-              [](const Entry& a, const Entry& b) { return path_less(a.input, b.input); });
+    std::sort(entries_.begin(), entries_.end(), [](const Entry& a, const Entry& b) {
+        return a.input == b.input ? a.mix < b.mix : path_less(a.input, b.input);
+    });
 }
 
 FileFacts ResultLines::facts(std::size_t index) const {

@@ -45,6 +45,7 @@ class ResultLines {
     struct Entry {
         std::string input;
         std::string output;
+        bool mix;  // it has the input of its first track, too
         Outcome outcome;
         std::size_t file;
         std::int64_t offset;

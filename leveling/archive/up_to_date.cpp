@@ -166,6 +166,11 @@ Judgement UpToDate::judge_record(const DoneRecord& record, const std::string& in
     } else {
         judgement.state = OutputState::UpToDate;
         judgement.facts = record.facts;
+        judgement.input_hashes = {record.input_hash};
+        for (const InputRecord& other : record.others) {
+            judgement.input_hashes.push_back(other.hash);
+        }
+        std::sort(judgement.input_hashes.begin(), judgement.input_hashes.end());
     }
     return judgement;
 }

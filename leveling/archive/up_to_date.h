@@ -25,6 +25,9 @@ struct Judgement {
     std::string cause;       // of Changed, Earlier, Damaged and NotOurs, for the user
     FileState output_state;  // as it was found
     FileFacts facts;         // of UpToDate: what was found out when it was made, without curves
+    // Of UpToDate: the hashes of all inputs that it was made from, its own and those of the other
+    // tracks of its conversation, sorted.
+    std::vector<std::string> input_hashes = {};
 };
 
 /** The facts of a file whose output is up to date. */

@@ -230,7 +230,7 @@ Preflight preflight(const Request& request, std::vector<PlannedFile>& files, Kee
         }
     }
     const std::vector<double> seconds = probe_all(request, files, keep);
-    fail_group(files);
+    fail_groups(files);
     // A check of what is ready counts as well as leveling.
     if (!request.separate && !request.plain &&
         (!request.analyze || !request.destinations.empty())) {

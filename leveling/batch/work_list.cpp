@@ -6,7 +6,8 @@
 #include <cstring>
 #include <fstream>
 #include <iterator>
-#include <set>
+#include <map>
+#include <memory>
 #include <string>
 #include <utility>
 
@@ -49,17 +50,17 @@ WorkList search(const Request& request) {
     WorkList work{
         request.analyze ? plan_measurements(found.files) : plan_outputs(request, found.files),
         std::move(found.unsupported), std::move(found.problems), std::move(found.passed_over)};
-    if (request.together) {
-        make_group(request, work.files);
-    }
-    check_run_files(request, work.files);
-    check_missing_inputs(request, work.missing);
     for (PlannedFile& file : work.files) {
         const FileState input = state_of(file.input);
         file.bytes = input.size;
         file.settling = file.searched && file.skip.empty() && file.problem.empty() &&
                         !request.dry_run && is_young(input, request.settle_s);
     }
+    if (request.together) {
+        make_groups(request, work.files);
+    }
+    check_run_files(request, work.files);
+    check_missing_inputs(request, work.missing);
     return work;
 }
 
@@ -85,35 +86,51 @@ WorkList read_plan(const Request& request) {
         throw UsageError(fmt::format("--plan {} cannot be read: {}", path, std::strerror(errno)));
     }
     WorkList work;
+    PlannedGroups groups;
     BoundedLines lines(in, kMostJsonLineBytes);
     for (std::string line; lines.next(line);) {
         try {
             const FileFacts facts = facts_from_json(nlohmann::ordered_json::parse(line));
             if (facts.outcome != Outcome::Failed || !facts.output.empty()) {
                 work.files.push_back(planned_again(request, facts));
+                groups.add(facts, work.files.back());
             }
         } catch (const nlohmann::json::exception&) {
             throw UsageError(fmt::format("--plan {} is not the JSON of a dry run", path));
         }
     }
     check_outputs(work.files);
+    groups.check(request, work.files);
     check_run_files(request, work.files);
     return work;
 }
 
-/** Keeps the files of one shard. The cut depends on names and sizes alone, not on the machine. */
+/**
+ * Keeps the files of one shard; a conversation is not divided. The cut depends on names and sizes
+ * alone, not on the machine.
+ */
 void take_shard(const Shard& shard, WorkList& work) {
     if (shard.count == 1) {
         return;
     }
     std::vector<ShardItem> items;
-    for (const PlannedFile& file : work.files) {
-        items.push_back({file.input, file.bytes});
+    std::vector<std::size_t> item_of(work.files.size());
+    std::map<int, std::size_t> item_of_group;
+    for (std::size_t i = 0; i < work.files.size(); ++i) {
+        const PlannedFile& file = work.files[i];
+        item_of[i] = items.size();
+        if (file.group != 0) {
+            item_of[i] = item_of_group.emplace(file.group, items.size()).first->second;
+        }
+        if (item_of[i] == items.size()) {
+            items.push_back({file.input, 0});
+        }
+        items[item_of[i]].bytes += file.mix ? 0 : file.bytes;  // its input is a track's
     }
     const std::vector<std::size_t> shard_of = cut_shards(items, shard.count);
     std::vector<PlannedFile> mine;
     for (std::size_t i = 0; i < work.files.size(); ++i) {
-        if (shard_of[i] == shard.index) {
+        if (shard_of[item_of[i]] == shard.index) {
             mine.push_back(std::move(work.files[i]));
         }
     }
@@ -149,7 +166,6 @@ FileFacts facts_of(SearchProblem problem, Outcome outcome) {
 void judge_outputs(const Request& request, std::vector<PlannedFile>& files) {
     const std::string destination =
         request.destinations.empty() ? "" : request.destinations.front();
-    const std::string group = group_key(tracks_of(files), request.align);
     const auto judge_for = [&](const std::string& place, const std::string& together) {
         return UpToDate(options_key(request.tuning, request.measure, request.audio_stream,
                                     request.audio_codec, place, together, request.channels),
@@ -157,10 +173,19 @@ void judge_outputs(const Request& request, std::vector<PlannedFile>& files) {
                         arithmetic_of(request.plain ? Way::Plain : Way::Prepared, place));
     };
     UpToDate alone = judge_for(destination, "");
-    UpToDate track = judge_for("", group);
-    UpToDate mix = judge_for(destination, group);
-    for (PlannedFile& file : files) {
-        UpToDate& up_to_date = file.mix ? mix : file.group != 0 ? track : alone;
+    int group = 0;  // of these two
+    std::unique_ptr<UpToDate> track;
+    std::unique_ptr<UpToDate> mix;
+    std::vector<std::vector<std::string>> input_hashes(files.size());
+    for (std::size_t i = 0; i < files.size(); ++i) {
+        PlannedFile& file = files[i];
+        if (file.group != group && file.group != 0) {
+            group = file.group;
+            const std::string key = group_key(tracks_of(files, group), request.align);
+            track = std::make_unique<UpToDate>(judge_for("", key));
+            mix = std::make_unique<UpToDate>(judge_for(destination, key));
+        }
+        UpToDate& up_to_date = file.mix ? *mix : file.group != 0 ? *track : alone;
         if (file.settling || file.known) {
             continue;
         }
@@ -178,6 +203,7 @@ void judge_outputs(const Request& request, std::vector<PlannedFile>& files) {
             if (judgement.state == OutputState::UpToDate) {
                 file.known =
                     std::make_shared<FileFacts>(facts_of(judgement, file.input, file.output));
+                input_hashes[i] = judgement.input_hashes;
             } else if (judgement.state == OutputState::Damaged) {
                 file.known = left_alone(file, Outcome::Damaged, judgement.cause);
             } else if (judgement.state != OutputState::Missing && !file.renew) {
@@ -186,7 +212,7 @@ void judge_outputs(const Request& request, std::vector<PlannedFile>& files) {
             }
         }
     }
-    judge_group(files);
+    judge_groups(files, input_hashes);
 }
 
 WorkList work_list(const Request& request) {

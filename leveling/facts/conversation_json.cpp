@@ -7,6 +7,9 @@ namespace quorvane {
 nlohmann::ordered_json to_json(const ConversationPart& part) {
     nlohmann::ordered_json json = {
         {"tracks", part.tracks}, {"mix", part.mix}, {"speaks_s", number(part.speaks_s)}};
+    if (!part.first_track.empty()) {
+        json["first_track"] = part.first_track;
+    }
     if (!part.turns.empty()) {
         for (const FindingPlace& turn : part.turns) {
             json["turns"].push_back({number(turn.from_s), number(turn.to_s)});
@@ -25,6 +28,7 @@ ConversationPart conversation_from_json(const nlohmann::ordered_json& json) {
     part.tracks = json.at("tracks");
     part.mix = json.at("mix");
     part.speaks_s = number_back(json.at("speaks_s"));
+    part.first_track = json.value("first_track", "");
     if (json.contains("turns")) {
         for (const auto& turn : json.at("turns")) {
             part.turns.push_back({number_back(turn.at(0)), number_back(turn.at(1))});

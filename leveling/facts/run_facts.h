@@ -93,6 +93,7 @@ struct ConversationPart {
     double speaks_s = 0;                   // of a track: its owner; 0: never
     std::vector<FindingPlace> turns = {};  // of a track: when its owner speaks
     std::optional<TrackClock> clock = {};  // of a track that is not the first
+    std::string first_track = {};          // an input, by which its lines are found; empty: unknown
 };
 
 /** What brought a leveled file to the destination it is for, in dB. */

@@ -211,7 +211,8 @@ std::vector<PlannedFile> plan_measurements(const std::vector<FoundFile>& files) 
 void check_outputs(const std::vector<PlannedFile>& files) {
     for (const PlannedFile& file : files) {
         const std::string from = lower_extension(file.input);
-        if (!file.output.empty() && !same_container(from, lower_extension(file.output))) {
+        if (!file.output.empty() && !file.mix &&
+            !same_container(from, lower_extension(file.output))) {
             throw UsageError(fmt::format(
                 "the output {} keeps the format of its input {}, so its name must end in .{}",
                 file.output, file.input, from));

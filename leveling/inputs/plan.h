@@ -27,7 +27,9 @@ struct PlannedFile {
     bool searched = false;                  // found in a folder; else it was named
     bool settling = false;  // it changed a moment ago: it is not looked into before the others end
     int group = 0;          // what is leveled together has the same; 0: it is leveled by itself
-    bool mix = false;       // the output is the mix of the group's tracks; the input is the first
+    int tracks = 0;         // of its group
+    std::string first_track = {};  // of its group: an input
+    bool mix = false;  // the output is the mix of the group's tracks; the input is the first
 };
 
 /** The path of a file's output, from the file's place and the naming options. */

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <boost/algorithm/string/join.hpp>
 #include <cmath>
+#include <set>
 
 #include "Common/version.h"
 #include "leveling/advice/speech_words.h"
@@ -238,8 +239,8 @@ std::string remedy(const DestinationCheck& check, const FileFacts& facts, Face f
 }
 
 std::string readiness(const FileFacts& facts, const std::vector<std::string>& asked, Face face) {
-    // Only the mix of a conversation is published.
-    if (facts.is_track()) {
+    // Only the mix of a conversation is published. One that is planned has no sound yet.
+    if (facts.is_track() || !measured(facts)) {
         return "";
     }
     if (asked.empty()) {
@@ -285,16 +286,23 @@ std::string verdict(const FactsList& files, const std::vector<std::string>& aske
     // Measured files, leveled tracks, and files with a problem or a warning.
     std::size_t heard = 0;
     std::size_t tracks = 0;
+    std::set<std::string> conversations;
     std::size_t objected = 0;
     for (const FileFacts& facts : files) {
         heard += facts.before ? 1 : 0;
-        tracks += facts.is_track() && !is_failure(facts.outcome) ? 1 : 0;
+        if (facts.is_track() && !is_failure(facts.outcome)) {
+            ++tracks;
+            conversations.insert(facts.conversation->first_track);
+        }
         objected += facts.before && !objections(facts).empty() ? 1 : 0;
     }
-    std::string text = heard == 0 ? fmt::format("None of {} files was measured.", files.size())
-                       : tracks != 0
-                           ? fmt::format("{} tracks of a conversation, leveled together.", tracks)
-                           : speech_headline(files);
+    std::string text =
+        heard == 0    ? fmt::format("None of {} files was measured.", files.size())
+        : tracks != 0 ? fmt::format("{} tracks of {}, leveled together.", tracks,
+                                    conversations.size() == 1
+                                        ? "a conversation"
+                                        : fmt::format("{} conversations", conversations.size()))
+                      : speech_headline(files);
     const auto add = [&](const std::string& sentence) {
         text += (text.empty() ? "" : " ") + sentence;
     };

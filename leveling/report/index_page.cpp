@@ -168,7 +168,7 @@ IndexRow index_row(const FileFacts& facts, const std::string& page, const Report
 
 std::string index_page(const FactsList& files,
                        std::vector<IndexRow> rows,
-                       const std::string& conversation,
+                       const std::vector<std::string>& conversations,
                        const ReportOptions& options) {
     // Stable: files of one rank keep their order.
     std::stable_sort(rows.begin(), rows.end(), [](const IndexRow& one, const IndexRow& other) {
@@ -185,11 +185,13 @@ std::string index_page(const FactsList& files,
     for (const FileFacts& facts : files) {
         color = std::max(color, verdict_color(facts, options));
     }
-    const std::string link =
-        conversation.empty()
-            ? ""
-            : fmt::format("<p><a href=\"{}\">The conversation, a lane for each speaker</a></p>\n",
-                          link_to(conversation));
+    std::string link;
+    for (std::size_t i = 0; i < conversations.size(); ++i) {
+        const std::string which =
+            conversations.size() == 1 ? "The conversation" : fmt::format("Conversation {}", i + 1);
+        link += fmt::format("<p><a href=\"{}\">{}, a lane for each speaker</a></p>\n",
+                            link_to(conversations[i]), which);
+    }
     std::string text = fmt::format(
         "<h1>{} file{}</h1>\n{}<p class=\"soft\">What needs you comes first. Levels before and "
         "after; "

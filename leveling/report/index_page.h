@@ -13,12 +13,12 @@ namespace quorvane {
 IndexRow index_row(const FileFacts& facts, const std::string& page, const ReportOptions& options);
 
 /**
- * rows: one for each of the files, made while they finished; they are sorted here. conversation:
- * the name of its page, "" where there is none.
+ * rows: one for each of the files, made while they finished; they are sorted here. conversations:
+ * the names of their pages.
  */
 std::string index_page(const FactsList& files,
                        std::vector<IndexRow> rows,
-                       const std::string& conversation,
+                       const std::vector<std::string>& conversations,
                        const ReportOptions& options);
 
 }  // namespace quorvane

@@ -81,7 +81,7 @@ void ReportWriter::add(const FileFacts& facts) {
         write_whole_text((path_ / page).string(), page_of(facts, options_, Place::InFolder));
     }
     if (facts.conversation) {
-        lanes_.push_back(lane_of(facts, page));
+        lanes_[facts.conversation->first_track].push_back(lane_of(facts, page));
     }
     rows_.push_back(index_row(facts, page, options_));
     // Curves are megabytes for a long recording; they are on its page now and in no one's memory.
@@ -90,20 +90,31 @@ void ReportWriter::add(const FileFacts& facts) {
     files_.push_back(std::move(kept));
 }
 
+/** Returns their names in the folder. */
+std::vector<std::string> ReportWriter::write_conversations() {
+    std::vector<std::string> pages;
+    for (const auto& [first_track, lanes] : lanes_) {
+        std::string page = kConversationPage;
+        for (std::size_t n = 2; !pages.empty() && (n == 2 || taken_.count(page) != 0); ++n) {
+            page = fmt::format("conversation-{}.html", n);
+        }
+        taken_.insert(page);
+        write_whole_text((path_ / page).string(),
+                         html_page("A conversation", conversation_page(lanes, options_)));
+        pages.push_back(std::move(page));
+    }
+    return pages;
+}
+
 std::string ReportWriter::finish() {
     if (!folder_) {
         return path_.string();
     }
-    std::string conversation;
-    if (!lanes_.empty()) {
-        conversation = kConversationPage;
-        write_whole_text((path_ / conversation).string(),
-                         html_page("A conversation", conversation_page(lanes_, options_)));
-    }
+    const std::vector<std::string> conversations = write_conversations();
     const fs::path index = path_ / "index.html";
-    write_whole_text(
-        index.string(),
-        html_page("Leveling report", index_page(files_, std::move(rows_), conversation, options_)));
+    write_whole_text(index.string(),
+                     html_page("Leveling report",
+                               index_page(files_, std::move(rows_), conversations, options_)));
     return index.string();
 }
 

@@ -2,6 +2,7 @@
 
 #include <filesystem>
 #include <functional>
+#include <map>
 #include <set>
 #include <string>
 #include <vector>
@@ -49,10 +50,12 @@ class ReportWriter {
     std::filesystem::path path_;
     ReportOptions options_;
     bool folder_;
+    std::vector<std::string> write_conversations();
+
     std::set<std::string> taken_ = {"index.html", "conversation.html"};  // pages, lower case
     std::vector<IndexRow> rows_;
-    std::vector<Lane> lanes_;  // of a conversation
-    FactsList files_;          // for the verdict, without curves and passages
+    std::map<std::string, std::vector<Lane>> lanes_;  // of each conversation, by its first track
+    FactsList files_;  // for the verdict, without curves and passages
 };
 
 /** The same of a run whose facts are all there. Returns the path of the page to open first. */

@@ -85,13 +85,15 @@ bool Delivery::was_made_meanwhile() {
     return true;
 }
 
-DoneRecord Delivery::record_of(const WorkResult& result) const {
+DoneRecord Delivery::record_of(const WorkResult& result,
+                               const std::vector<InputRecord>& others) const {
     DoneRecord record;
     record.output = fs::path(place_.output).filename().string();
     record.output_hash = result.output_hash;
     record.input = input_;
     record.input_state = input_state_;
     record.input_hash = result.input_hash;
+    record.others = others;
     record.options = key_of(options_);
     record.arithmetic = arithmetic_for(options_);
     record.facts = result.facts;
@@ -100,18 +102,22 @@ DoneRecord Delivery::record_of(const WorkResult& result) const {
     return record;
 }
 
-void Delivery::deliver(const WorkResult& result) {
+void Delivery::require_unchanged() const {
+    if (state_of(input_) != input_state_) {
+        throw FileError(kChangedWhileRead);
+    }
+}
+
+void Delivery::deliver(const WorkResult& result, const std::vector<InputRecord>& others) {
     StagedOutput& staged = *staged_;
     require_reported(staged, result);
     staged.take_protection_of(input_);
     if (options_.keep_mtime) {
         staged.take_time_of(input_);
     }
-    DoneRecord record = record_of(result);
+    DoneRecord record = record_of(result, others);
     staged.sync();
-    if (state_of(input_) != input_state_) {
-        throw FileError(kChangedWhileRead);
-    }
+    require_unchanged();
     try {
         record.output_state = state_of(staged.path());
         claim_.record(to_line(record));  // before the output takes its name: see record.cpp

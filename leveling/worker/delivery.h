@@ -2,6 +2,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "leveling/archive/output_claim.h"
 #include "leveling/archive/record.h"
@@ -44,15 +45,22 @@ class Delivery {
     /** The path of the part; empty for a job without output. */
     std::string part() const { return staged_ ? staged_->path() : ""; }
 
+    /** The input as it was before the work. */
+    InputRecord input_record(const std::string& hash) const { return {input_, input_state_, hash}; }
+
+    /** Throws FileError where the input changed while it was worked on. */
+    void require_unchanged() const;
+
     /**
      * Gives the part, which the worker has completed, the protection of the input and its name, and
-     * records it. Throws FileError or std::system_error; then the output is as it was.
+     * records it. others: the other tracks of its conversation. Throws FileError or
+     * std::system_error; then the output is as it was.
      */
-    void deliver(const WorkResult& result);
+    void deliver(const WorkResult& result, const std::vector<InputRecord>& others = {});
 
   private:
     bool was_made_meanwhile();
-    DoneRecord record_of(const WorkResult& result) const;
+    DoneRecord record_of(const WorkResult& result, const std::vector<InputRecord>& others) const;
 
     std::string input_;
     JobOptions options_;

@@ -81,6 +81,31 @@ void WorkerProcess::fail_group(std::vector<FileFacts>& all) const {
     }
 }
 
+/** The other tracks of the conversation of the file at a place in the jobs. */
+std::vector<InputRecord> WorkerProcess::others_of(std::size_t place) const {
+    std::vector<InputRecord> others;
+    for (std::size_t i = 0; i < jobs_.size(); ++i) {
+        if (!jobs_[i].mix && jobs_[i].input != jobs_[place].input) {
+            others.push_back(deliveries_[i]->input_record(results_[i].input_hash));
+        }
+    }
+    return others;
+}
+
+/** No output of a group is delivered where one of its inputs changed meanwhile. */
+void WorkerProcess::require_unchanged(std::vector<FileFacts>& all) const {
+    for (std::size_t i = 0; i < jobs_.size() && jobs_.size() > 1; ++i) {
+        try {
+            if (all[i].outcome != Outcome::Failed) {
+                deliveries_[i]->require_unchanged();
+            }
+        } catch (const std::exception& error) {
+            set_failed(all[i], error);
+        }
+    }
+    fail_group(all);
+}
+
 std::vector<FileFacts> WorkerProcess::finish() {
     // A process that ended may have left something in its pipes.
     read_events();
@@ -99,14 +124,14 @@ std::vector<FileFacts> WorkerProcess::finish() {
         }
         all.push_back(facts);
     }
-    fail_group(all);
+    require_unchanged(all);
     for (std::size_t i = 0; i < jobs_.size(); ++i) {
         if (all[i].outcome == Outcome::Failed || jobs_[i].output.empty()) {
             continue;
         }
         try {
             results_[i].facts = all[i];
-            deliveries_[i]->deliver(results_[i]);
+            deliveries_[i]->deliver(results_[i], others_of(i));
         } catch (const std::exception& error) {
             set_failed(all[i], error);
             fail_group(all);  // those that come after it are not delivered

@@ -56,6 +56,8 @@ class WorkerProcess {
     std::string contradiction(const WorkResult& result, const Job& job);
     std::string problem_of(std::size_t place);
     void fail_group(std::vector<FileFacts>& all) const;
+    void require_unchanged(std::vector<FileFacts>& all) const;
+    std::vector<InputRecord> others_of(std::size_t place) const;
 
     std::vector<Job> jobs_;
     std::vector<std::unique_ptr<Delivery>> deliveries_;

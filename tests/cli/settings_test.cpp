@@ -57,6 +57,7 @@ TEST(Settings, WrongUsageNamesTheOption) {
         {{"-j", "two", "x.wav"}, "not 'two'"},
         {{"--color", "maybe", "x.wav"}, "--color takes auto, always or never, not 'maybe'"},
         {{"-o", "a.wav", "-d", "out", "x.wav"}, "exclude each other"},
+        {{"--watch", "in", "-d", "out", "--together"}, "--watch and --together exclude each other"},
         {{"--suffix", "", "x.wav"}, "--suffix"},
         {{"--suffix", "a/b", "x.wav"}, "'/'"},
         {{"--analyze", "--no-measure", "x.wav"}, "--analyze"},

@@ -5,6 +5,7 @@
 #include <filesystem>
 
 #include "tests/support/batch_run.h"
+#include "tests/support/talk_tracks.h"
 
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -141,6 +142,17 @@ TEST_F(BatchPlans, AJobArrayTakesAnyPathAndRefusesGroupedForce) {
     const auto all = facts(result.out);  // nothing but JSON
     EXPECT_EQ("leveled", all.at("in/@/a.wav")["status"]);
     EXPECT_EQ(2u, all.size());
+    // A task of its own for each conversation.
+    write_talk(dir_ / "talks/one", 6);
+    write_talk(dir_ / "talks/two", 6);
+    const ProgramResult talks =
+        slurm("--wait --work talks.work --together --mix mix.flac --shards 2 talks");
+    EXPECT_EQ(0, talks.status) << talks.err;
+    EXPECT_THAT(talks.out, HasSubstr("6 leveled"));
+    for (const char* folder : {"talks/one", "talks/two"}) {
+        EXPECT_THAT(outputs_in(folder), ElementsAre("guest-leveled.wav", "guest.wav",
+                                                    "host-leveled.wav", "host.wav", "mix.flac"));
+    }
 }
 
 }  // namespace

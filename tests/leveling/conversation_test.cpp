@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <random>
 
 #include "leveling/conversation/mix.h"
 #include "leveling/conversation/modes.h"
@@ -12,6 +11,7 @@
 #include "leveling/conversation/voices.h"
 #include "leveling/preparation/levels.h"
 #include "tests/support/batch_run.h"
+#include "tests/support/talk_tracks.h"
 
 using testing::Contains;
 using testing::Each;
@@ -195,34 +195,11 @@ TEST(Mix, TakesTheFirstTracksCodingInTheSameContainer) {
     EXPECT_FALSE(mix_format("mp4", 0).is_known());
 }
 
-/** Two voices in turn, each on its track, with the other one 20 dB lower and 10 ms later. */
 class Together : public BatchRun {
   protected:
     static constexpr int kRate = 16000;
 
-    Together() {
-        const Signal voice = signals::speech(4, kRate);  // of one level
-        std::vector<Signal> tracks(2);
-        const auto source = [&](int who, long long frame) {
-            const bool is_turn = (frame / (4 * kRate)) % 2 == who;
-            return frame >= 0 && is_turn
-                       ? voice.samples[static_cast<std::size_t>(frame % (4 * kRate))]
-                       : 0.0;
-        };
-        std::mt19937 random(5);  // its numbers are the same everywhere
-        for (int track = 0; track < 2; ++track) {
-            const double gain = track == 0 ? 0.5 : 0.08;
-            const Signal signal = signals::from(
-                [&](long long frame) {
-                    const double hiss = static_cast<double>(random()) / 4294967296.0 - 0.5;
-                    return gain * (source(track, frame) + 0.1 * source(1 - track, frame - 160)) +
-                           0.002 * hiss;
-                },
-                48 * kRate, kRate);
-            write_sound(dir_ / (track == 0 ? "host.wav" : "guest.wav"), signal,
-                        SF_FORMAT_WAV | SF_FORMAT_PCM_24);
-        }
-    }
+    Together() { write_talk(dir_.path()); }
 
     /** Own voice over the other one's spill, dB. */
     static double own_over_spill(const Signal& signal, int own) {

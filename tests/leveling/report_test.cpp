@@ -201,6 +201,22 @@ TEST(ConversationReport, HasALaneForEachSpeaker) {
                 HasSubstr("One of 2 tracks of a conversation; its owner speaks for 1:05."));
 }
 
+TEST(ConversationReport, HasAPageForEachConversation) {
+    const TempDir dir;
+    ReportWriter report(dir.path(), 2);
+    for (const char* name : {"one.wav", "two.wav"}) {
+        FileFacts facts = a_talk();
+        facts.input = name;
+        facts.conversation = ConversationPart{2, false, 65};
+        facts.conversation->first_track = name;
+        report.add(facts);
+    }
+    report.finish();
+    EXPECT_THAT(read_text(dir / "index.html"), HasSubstr("href=\"conversation-2.html\""));
+    EXPECT_THAT(read_text(dir / "conversation.html"), testing::Not(HasSubstr("two.wav")));
+    EXPECT_THAT(read_text(dir / "conversation-2.html"), testing::Not(HasSubstr("one.wav")));
+}
+
 /** What stands between backticks in the first cells of the table behind a heading. */
 std::vector<std::string> listed_behind(const std::string& heading) {
     const std::string text = read_text(DOCUMENTS "/results.md");
