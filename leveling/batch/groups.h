@@ -12,7 +12,8 @@ namespace quorvane {
 /**
  * Makes groups of the files of a plan that are to be worked on, and adds the mixes where they are
  * requested: one conversation for each folder where all files were found in folders, else one of
- * them all. Throws UsageError where they are no conversation, or no mix can be written there.
+ * them all. Throws UsageError where they do not form a conversation, or no mix can be written
+ * there.
  */
 void make_groups(const Request& request, std::vector<PlannedFile>& files);
 
@@ -23,7 +24,7 @@ class PlannedGroups {
     void add(const FileFacts& facts, PlannedFile& file);
 
     /**
-     * A group with missing lines gets a problem. Throws UsageError where the options ask for a
+     * A group with missing lines gets a problem. Throws UsageError where the options request a
      * conversation or a mix and the plan holds none.
      */
     void check(const Request& request, std::vector<PlannedFile>& files) const;

@@ -81,7 +81,7 @@ TEST_F(GroupRuns, APlanItsShardsAndAMergeHoldAConversationWhole) {
     // Shards of the folders themselves are cut the same.
     EXPECT_THAT(run("one two --shard 0/2" + words + "-").out, HasSubstr("\"up-to-date\""));
 
-    // A line alone is no conversation.
+    // A line alone does not make a conversation.
     const std::string plan = read_text(dir_ / "plan");
     write_text(dir_ / "part", plan.substr(0, plan.find('\n') + 1));
     const ProgramResult part = run("-f --plan part --json part.jsonl");
