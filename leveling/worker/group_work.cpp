@@ -37,18 +37,6 @@ std::string minutes_text(double seconds) {
     return fmt::format("{}:{:02}", whole / 60, whole % 60);
 }
 
-/** What went wrong with one file of a group. */
-class TrackError : public std::runtime_error {
-  public:
-    TrackError(const std::string& input, const std::exception& error)
-        : std::runtime_error(cause_of(error)), input_(input) {}
-
-    const std::string& input() const { return input_; }
-
-  private:
-    std::string input_;
-};
-
 /** The work on one conversation, from its jobs to their results. */
 class GroupRun {
   public:
@@ -328,6 +316,13 @@ std::vector<WorkResult> GroupRun::failed(const std::string& input, const std::st
 }
 
 }  // namespace
+
+std::vector<WorkResult> work_on_group_here(const std::vector<Job>& jobs,
+                                           const std::function<void(double)>& progress) {
+    GroupRun run(jobs, progress);
+    run.go();
+    return run.results();
+}
 
 std::vector<WorkResult> work_on_group(const std::vector<Job>& jobs,
                                       const std::function<void(double)>& progress) {

@@ -1,8 +1,12 @@
 #pragma once
 
+#include <exception>
 #include <functional>
+#include <stdexcept>
+#include <string>
 #include <vector>
 
+#include "leveling/facts/file_error.h"
 #include "leveling/worker/job.h"
 
 namespace quorvane {
@@ -27,5 +31,28 @@ std::vector<WorkResult> work_on_group(const std::vector<Job>& jobs,
  * through whatever is under way.
  */
 WorkResult work_on_here(const Job& job, const std::function<void(double)>& progress);
+
+/** What went wrong with one file of a group. */
+class TrackError : public std::runtime_error {
+  public:
+    /** input: of the track; of a mix its output. error: the one that is being handled. */
+    TrackError(const std::string& input, const std::exception& error)
+        : std::runtime_error(cause_of(error)), input_(input), cause_(std::current_exception()) {}
+
+    TrackError(const std::string& input, const FileError& error)
+        : std::runtime_error(error.what()), input_(input), cause_(std::make_exception_ptr(error)) {}
+
+    const std::string& input() const { return input_; }
+
+    [[noreturn]] void rethrow_cause() const { std::rethrow_exception(cause_); }
+
+  private:
+    std::string input_;
+    std::exception_ptr cause_;
+};
+
+/** As work_on_here() for work_on_group(). What is wrong with one of the files is a TrackError. */
+std::vector<WorkResult> work_on_group_here(const std::vector<Job>& jobs,
+                                           const std::function<void(double)>& progress);
 
 }  // namespace quorvane

@@ -1,7 +1,11 @@
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cstring>
 #include <new>
+#include <string>
 #include <utility>
+#include <vector>
 
 #include "Common/version.h"
 #include "library/border/handle.h"
@@ -35,6 +39,29 @@ constexpr CodeText kUnknown = {"unknown", "an unknown code"};
 const CodeText& text_of(int code) {
     const bool is_known = code >= 0 && code < static_cast<int>(std::size(kCodes));
     return is_known ? kCodes[code] : kUnknown;
+}
+
+// All are in memory as levels, and open at the same time.
+constexpr std::size_t kMostTracks = 64;
+
+void require_count(std::size_t count) {
+    if (count < 2 || count > kMostTracks) {
+        throw quorvane::CallError(QUORVANE_BAD_ARGUMENT,
+                                  fmt::format("2 to {} tracks of one conversation are leveled "
+                                              "together, not {}",
+                                              kMostTracks, count));
+    }
+}
+
+/** The paths in a caller's array. */
+std::vector<std::string> paths_of(const char* const* paths, std::size_t count, const char* name) {
+    quorvane::require(paths, name);
+    std::vector<std::string> all;
+    for (std::size_t i = 0; i < count; ++i) {
+        quorvane::with_errors_of_track(i, count, [&] { quorvane::require(paths[i], name); });
+        all.emplace_back(paths[i]);
+    }
+    return all;
 }
 
 }  // namespace
@@ -131,6 +158,39 @@ int quorvane_measure_file(quorvane_leveler* leveler, const char* input) {
     return guarded(leveler, [&](Leveler& with) {
         quorvane::require(input, "input");
         with.measure_file(input);
+    });
+}
+
+int quorvane_level_together(quorvane_leveler* leveler,
+                            const quorvane_audio* tracks,
+                            const quorvane_buffer* results,
+                            size_t count) {
+    return guarded(leveler, [&](Leveler& with) {
+        require_count(count);
+        quorvane::read_struct(tracks, "tracks");
+        quorvane::read_struct(results, "results");
+        std::vector<quorvane_audio> from;
+        std::vector<quorvane_buffer> to;
+        for (std::size_t i = 0; i < count; ++i) {
+            quorvane::with_errors_of_track(i, count, [&] {
+                from.push_back(checked_audio(quorvane::element(tracks, i)));
+                to.push_back(checked_buffer(quorvane::element(results, i), from[i].channels,
+                                            from[i].frames > 0));
+            });
+        }
+        with.level_together(from, to);
+    });
+}
+
+int quorvane_level_files_together(quorvane_leveler* leveler,
+                                  const char* const* inputs,
+                                  const char* const* outputs,
+                                  size_t count,
+                                  const char* mix) {
+    return guarded(leveler, [&](Leveler& with) {
+        require_count(count);
+        with.level_files_together(paths_of(inputs, count, "inputs"),
+                                  paths_of(outputs, count, "outputs"), mix == nullptr ? "" : mix);
     });
 }
 

@@ -58,6 +58,13 @@ void write_struct(const Struct& from, Struct* to, const char* name) {
     to->size = size;
 }
 
+/** An element of a caller's array: all have the size that the first one, which is checked, has. */
+template <class Struct>
+const Struct* element(const Struct* first, std::size_t index) {
+    return reinterpret_cast<const Struct*>(reinterpret_cast<const char*>(first) +
+                                           index * first->size);
+}
+
 /** The audio of a call, checked; throws CallError. */
 quorvane_audio checked_audio(const quorvane_audio* audio);
 quorvane_buffer checked_buffer(const quorvane_buffer* buffer, int channels, bool is_used);

@@ -45,6 +45,13 @@ const double* give_curve(const quorvane::Curve* curve, size_t* count, double* st
 
 }  // namespace
 
+int quorvane_select_track(quorvane_leveler* leveler, size_t index) {
+    return guarded(leveler, [&](Leveler& with) {
+        require_index(index, with.tracks(), "track");
+        with.select(index);
+    });
+}
+
 int quorvane_get_outcome(const quorvane_leveler* leveler) {
     return results_in(leveler).outcome;
 }

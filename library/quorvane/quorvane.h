@@ -269,6 +269,27 @@ QUORVANE_API int quorvane_level_file(quorvane_leveler* leveler,
                                      const char* input,
                                      const char* output);
 
+/**
+ * Levels the tracks of one conversation, one for each voice, as `quorvane --together`. Arrays of
+ * count structs, 2 to 64; tracks of 1 or 2 channels can differ in type, length and rate. A failure
+ * names the track and leaves all results as they were. ::QUORVANE_BAD_OPTION with plain, tuning or
+ * a target, which is for the mix of files.
+ */
+QUORVANE_API int quorvane_level_together(quorvane_leveler* leveler,
+                                         const quorvane_audio* tracks,
+                                         const quorvane_buffer* results,
+                                         size_t count);
+
+/**
+ * The same of files, and their sum as the file mix, in the format of its name and for the target;
+ * null: none. All outputs appear, or none (of those that replace a file: unless the disk fails).
+ */
+QUORVANE_API int quorvane_level_files_together(quorvane_leveler* leveler,
+                                               const char* const* inputs,
+                                               const char* const* outputs,
+                                               size_t count,
+                                               const char* mix);
+
 /** Measures frames in memory: results of ::QUORVANE_BEFORE. */
 QUORVANE_API int quorvane_measure(quorvane_leveler* leveler, const quorvane_audio* audio);
 
@@ -314,6 +335,9 @@ QUORVANE_API int quorvane_read(quorvane_leveler* leveler,
 /**@}*/
 /** @name Results of the last call; texts and arrays are valid until the next one */
 /**@{*/
+
+/** Selects the track of the results below, from 0, as after a call; after the last: the mix. */
+QUORVANE_API int quorvane_select_track(quorvane_leveler* leveler, size_t index);
 
 /** What was done: a ::quorvane_outcome. */
 QUORVANE_API int quorvane_get_outcome(const quorvane_leveler* leveler);

@@ -6,12 +6,23 @@
 
 #include "library/run/call_guard.h"
 #include "library/run/file_output.h"
+#include "library/run/together.h"
 
 namespace quorvane {
 namespace {
 
 std::uint64_t bytes_of(const quorvane_audio& audio) {
     return audio.frames * form_of(audio).frame_bytes();
+}
+
+std::vector<Results> only(Results results) {
+    std::vector<Results> all;
+    all.push_back(std::move(results));
+    return all;
+}
+
+std::vector<Results> none() {
+    return std::vector<Results>(1);
 }
 
 void require_target(const Settings& settings) {
@@ -22,12 +33,17 @@ void require_target(const Settings& settings) {
 
 }  // namespace
 
-void Leveler::call(const std::function<void(const CallContext&)>& work) {
+void Leveler::keep(std::vector<Results> results) {
+    results_ = std::move(results);
+    selected_ = 0;
+}
+
+void Leveler::call(const std::function<std::vector<Results>(const CallContext&)>& work) {
     const CallGuard guard(settings_);
-    results_ = Results();
+    keep(none());
     const CallContext call = context();
     call.advance(0);
-    work(call);
+    keep(work(call));
 }
 
 void Leveler::process(const quorvane_audio& audio,
@@ -38,7 +54,7 @@ void Leveler::process(const quorvane_audio& audio,
         frames.add(settings_, audio);
         Results results = (frames.*work)(call);
         frames.read_all(result);
-        results_ = std::move(results);
+        return only(std::move(results));
     });
 }
 
@@ -54,27 +70,39 @@ void Leveler::limit(const quorvane_audio& audio, const quorvane_buffer& result) 
 void Leveler::measure(const quorvane_audio& audio) {
     call([&](const CallContext& call) {
         if (settings_.measure == QUORVANE_MEASURE_LOUDNESS && Layout(audio).is_interleaved()) {
-            results_ = measure_in_place(call, audio);
-            return;
+            return only(measure_in_place(call, audio));
         }
         PushedFrames frames(settings_, form_of(audio), bytes_of(audio));
         frames.add(settings_, audio);
-        results_ = frames.measure(call);
+        return only(frames.measure(call));
     });
 }
 
 void Leveler::level_file(const std::string& input, const std::string& output) {
-    call([&](const CallContext& call) { results_ = level_to_file(call, input, output); });
+    call([&](const CallContext& call) { return only(level_to_file(call, input, output)); });
 }
 
 void Leveler::measure_file(const std::string& input) {
-    call([&](const CallContext& call) { results_ = measure_of_file(call, input); });
+    call([&](const CallContext& call) { return only(measure_of_file(call, input)); });
+}
+
+void Leveler::level_together(const std::vector<quorvane_audio>& tracks,
+                             const std::vector<quorvane_buffer>& results) {
+    call([&](const CallContext& call) { return quorvane::level_together(call, tracks, results); });
+}
+
+void Leveler::level_files_together(const std::vector<std::string>& inputs,
+                                   const std::vector<std::string>& outputs,
+                                   const std::string& mix) {
+    call([&](const CallContext& call) {
+        return quorvane::level_files_together(call, inputs, outputs, mix);
+    });
 }
 
 void Leveler::begin(const SampleForm& form) {
     const CallGuard guard(settings_);
     pushed_.reset();
-    results_ = Results();
+    keep(none());
     pushed_ = std::make_unique<PushedFrames>(settings_, form, 0);
 }
 
@@ -101,7 +129,7 @@ void Leveler::finish() {
         throw CallError(QUORVANE_WRONG_STATE, "quorvane_finish comes after quorvane_begin, once");
     }
     try {
-        call([&](const CallContext& call) { results_ = pushed_->level(call); });
+        call([&](const CallContext& call) { return only(pushed_->level(call)); });
     } catch (...) {
         pushed_.reset();
         throw;

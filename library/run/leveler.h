@@ -4,6 +4,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "library/run/pushed_frames.h"
 #include "library/run/results.h"
@@ -29,6 +30,12 @@ class Leveler {
     void level_file(const std::string& input, const std::string& output);
     void measure_file(const std::string& input);
 
+    void level_together(const std::vector<quorvane_audio>& tracks,
+                        const std::vector<quorvane_buffer>& results);
+    void level_files_together(const std::vector<std::string>& inputs,
+                              const std::vector<std::string>& outputs,
+                              const std::string& mix);
+
     void begin(const SampleForm& form);
     void write(const quorvane_audio& audio);
     void finish();
@@ -41,7 +48,12 @@ class Leveler {
 
     void clear_cancel() { cancelled_ = 0; }
 
-    const Results& results() const { return results_; }
+    /** Of the track that is selected. */
+    const Results& results() const { return results_[selected_]; }
+
+    std::size_t tracks() const { return results_.size(); }
+
+    void select(std::size_t track) { selected_ = track; }
 
   private:
     CallContext context() const { return {settings_, cancelled_}; }
@@ -51,11 +63,16 @@ class Leveler {
                  const quorvane_buffer& result,
                  Results (PushedFrames::*work)(const CallContext&));
 
-    void call(const std::function<void(const CallContext&)>& work);
+    /** Selects the first track's. */
+    void keep(std::vector<Results> results);
+
+    /** Keeps what work finds; nothing where it throws. */
+    void call(const std::function<std::vector<Results>(const CallContext&)>& work);
 
     Settings settings_;
     std::atomic<int> cancelled_{0};
-    Results results_;
+    std::vector<Results> results_{1};  // of each track of the last call; never empty
+    std::size_t selected_ = 0;
     std::unique_ptr<PushedFrames> pushed_;
 };
 

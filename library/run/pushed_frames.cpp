@@ -13,6 +13,7 @@
 namespace quorvane {
 namespace {
 
+constexpr const char* kPartName = "part.wav";
 constexpr std::size_t kBlockBytes = std::size_t{1} << 20;
 
 void make_empty_file(const std::string& path) {
@@ -123,12 +124,21 @@ void PushedFrames::finish_writing() {
 
 Results PushedFrames::level(const CallContext& call) {
     require_no_depth(call.settings);
-    finish_writing();
-    const std::string part = *place_ / "part.wav";
-    with_errors_of(*place_, recording(), [&] { make_empty_file(part); });
-    Results results = level_recording(call, *place_, recording(), *place_ / kResultName, part);
-    with_errors_of(*place_, recording(), [&] { reader_.emplace(part, form_.type); });
+    const GroupFile file = begin_leveling();
+    Results results = level_recording(call, *place_, file.recording, file.output, file.part);
+    end_leveling();
     return results;
+}
+
+GroupFile PushedFrames::begin_leveling() {
+    finish_writing();
+    GroupFile file{place_.get(), recording(), *place_ / kResultName, *place_ / kPartName};
+    with_errors_of(*place_, recording(), [&] { make_empty_file(file.part); });
+    return file;
+}
+
+void PushedFrames::end_leveling() {
+    with_errors_of(*place_, recording(), [&] { reader_.emplace(*place_ / kPartName, form_.type); });
 }
 
 Results PushedFrames::limit(const CallContext& call) {

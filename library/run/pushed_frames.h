@@ -35,6 +35,12 @@ class PushedFrames {
     Results limit(const CallContext& call);
     Results measure(const CallContext& call);
 
+    /** Ends the adding; the file of the frames, and an empty one for the leveled frames. */
+    GroupFile begin_leveling();
+
+    /** Reads from the file that begin_leveling() made, which is complete now. */
+    void end_leveling();
+
     bool is_finished() const { return !writer_; }
 
     /** Frames of the result; 0 at its end. */

@@ -40,7 +40,7 @@ bool is_measured(const FileFacts& facts) {
 Results results_of(FileFacts facts, quorvane_outcome outcome, const Settings& settings) {
     Results results;
     results.outcome = outcome;
-    if (is_measured(facts) && facts.speech) {
+    if (is_measured(facts) && (facts.speech || facts.conversation)) {
         results.verdict = verdict(facts, settings.targets(), Face::Page);
     }
     results.json = dump(facts_document(facts, settings.targets()));

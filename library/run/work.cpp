@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <boost/algorithm/string/erase.hpp>
+#include <boost/algorithm/string/replace.hpp>
 #include <cerrno>
 #include <cstdio>
 #include <new>
@@ -36,6 +37,22 @@ Job job_for(const Settings& settings, const Workplace& place, const Recording& r
     const bool by_default = settings.measure == QUORVANE_MEASURE_DEFAULT;
     job.options.measure =
         by_default ? !settings.plain : settings.measure != QUORVANE_MEASURE_NOTHING;
+    return job;
+}
+
+/** The target is for the mix. */
+Settings settings_of(const Settings& settings, const GroupFile& file) {
+    Settings own = settings;
+    own.target = file.is_mix ? settings.target : "";
+    return own;
+}
+
+Job job_for(const Settings& settings, const Workplace& place, const GroupFile& file) {
+    Job job = job_for(settings_of(settings, file), place, file.recording);
+    job.output = file.output;
+    job.part = file.part;
+    job.mix = file.is_mix;
+    job.options.group = "together";  // the command keeps a key of the tracks here, for its records
     return job;
 }
 
@@ -104,6 +121,25 @@ void with_errors_as(const std::function<std::string(const std::exception&)>& sen
     }
 }
 
+/** Throws the cause as a CallError that names the file as its caller does. */
+void throw_as_call_error(const Workplace& place,
+                         const std::vector<GroupFile>& files,
+                         const TrackError& error) {
+    const auto file = std::find_if(files.begin(), files.end(), [&](const GroupFile& one) {
+        return error.input() == (one.is_mix ? one.output : one.recording.path);
+    });
+    const auto index = static_cast<std::size_t>(file - files.begin());
+    const GroupFile& named = file != files.end() ? *file : files.front();
+    const auto work = [&] {
+        try {
+            with_errors_of(*named.place, named.recording, [&] { error.rethrow_cause(); });
+        } catch (const CallError& found) {
+            throw CallError(found.code(), place.without_paths(found.what()));
+        }
+    };
+    named.place == &place ? work() : with_errors_of_track(index, files.size(), work);
+}
+
 /** What a sound is, and its loudness. */
 FileFacts facts_and_loudness(const CallContext& call, const OpenSound& open) {
     FileFacts facts;
@@ -125,6 +161,15 @@ void CallContext::advance(double fraction) const {
                          settings.progress(settings.context, std::clamp(fraction, 0.0, 1.0)) != 0;
     if (refused || cancelled.load(std::memory_order_relaxed) != 0) {
         throw CancelledCall{};
+    }
+}
+
+void with_errors_of_track(std::size_t index, std::size_t count, const std::function<void()>& work) {
+    try {
+        work();
+    } catch (const CallError& error) {
+        throw CallError(error.code(),
+                        fmt::format("track {} of {}: {}", index + 1, count, error.what()));
     }
 }
 
@@ -158,6 +203,40 @@ Results level_recording(const CallContext& call,
         const quorvane_outcome outcome = outcome_of(facts);
         results = results_of(std::move(facts), outcome, call.settings);
     });
+    return results;
+}
+
+std::vector<Results> level_group(const CallContext& call,
+                                 const Workplace& place,
+                                 const std::vector<GroupFile>& files) {
+    std::vector<Job> jobs;
+    jobs.reserve(files.size());
+    for (const GroupFile& file : files) {
+        jobs.push_back(job_for(call.settings, place, file));
+    }
+    std::vector<WorkResult> made;
+    with_errors_of(place, files.front().recording, [&] {
+        try {
+            made = work_on_group_here(jobs, call.progress());
+        } catch (const TrackError& error) {
+            throw_as_call_error(place, files, error);
+        }
+    });
+    call.advance(1);
+    std::vector<Results> results;
+    for (std::size_t i = 0; i < files.size(); ++i) {
+        const GroupFile& file = files[i];
+        FileFacts& facts = made[i].facts;
+        clear_paths(*file.place, file.recording, facts);
+        for (std::string& note : facts.notes) {
+            if (file.place != &place) {
+                boost::algorithm::replace_all(note, kInputName, "the first track");
+            }
+        }
+        log_notes(call.settings, facts);
+        const quorvane_outcome outcome = outcome_of(facts);
+        results.push_back(results_of(std::move(facts), outcome, settings_of(call.settings, file)));
+    }
     return results;
 }
 

@@ -3,6 +3,7 @@
 #include <atomic>
 #include <functional>
 #include <string>
+#include <vector>
 
 #include "leveling/facts/run_facts.h"
 #include "leveling/worker/job.h"
@@ -45,6 +46,23 @@ Results level_recording(const CallContext& call,
                         const std::string& output,
                         const std::string& part);
 
+/** A file of a group that is leveled together, as level_recording() takes a single one. */
+struct GroupFile {
+    const Workplace* place;  // where frames in memory stand; else the group's
+    Recording recording;     // of a mix: the first track, under the mix's name
+    std::string output;
+    std::string part;
+    bool is_mix = false;
+};
+
+/**
+ * Levels the tracks of a conversation into their parts, and their sum into that of the mix, the
+ * last file. The results are in the order of the files.
+ */
+std::vector<Results> level_group(const CallContext& call,
+                                 const Workplace& place,
+                                 const std::vector<GroupFile>& files);
+
 /** Loudness and peaks alone. */
 Results measure_loudness(const CallContext& call,
                          const Workplace& place,
@@ -58,6 +76,9 @@ Results limit_recording(const CallContext& call,
                         const Workplace& place,
                         const Recording& recording,
                         const std::string& result);
+
+/** Calls work; the sentence of its CallError begins with the track, whose index counts from 0. */
+void with_errors_of_track(std::size_t index, std::size_t count, const std::function<void()>& work);
 
 /** Calls work; what it throws becomes a CallError that names the recording and no other path. */
 void with_errors_of(const Workplace& place,
