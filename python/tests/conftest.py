@@ -37,16 +37,25 @@ def command() -> str:
     return path
 
 
-def by_command(command: str, folder: Path, audio: np.ndarray, *words: str) -> np.ndarray:
-    """What the command makes of a WAV file with these int16 samples."""
-    source, target = folder / "in.wav", folder / "out.wav"
-    with wave.open(str(source), "wb") as file:
-        file.setnchannels(audio.shape[1])
+def write_wav(path: Path, audio: np.ndarray) -> None:
+    """Writes int16 samples, (frames,) or (frames, channels)."""
+    with wave.open(str(path), "wb") as file:
+        file.setnchannels(1 if audio.ndim == 1 else audio.shape[1])
         file.setsampwidth(2)
         file.setframerate(RATE)
         file.writeframes(audio.tobytes())
+
+
+def read_wav(path: Path, shape: tuple[int, ...]) -> np.ndarray:
+    with wave.open(str(path), "rb") as file:
+        return np.frombuffer(file.readframes(file.getnframes()), np.int16).reshape(shape)
+
+
+def by_command(command: str, folder: Path, audio: np.ndarray, *words: str) -> np.ndarray:
+    """What the command makes of a WAV file with these int16 samples."""
+    source, target = folder / "in.wav", folder / "out.wav"
+    write_wav(source, audio)
     subprocess.run(
         [command, "-q", "--no-config", *words, "-o", str(target), str(source)], check=True
     )
-    with wave.open(str(target), "rb") as file:
-        return np.frombuffer(file.readframes(file.getnframes()), np.int16).reshape(audio.shape)
+    return read_wav(target, audio.shape)

@@ -16,7 +16,7 @@ from pathlib import Path
 import numpy as np
 import pytest
 import quorvane
-from conftest import RATE, as_type, by_command, speech
+from conftest import RATE, as_type, by_command, read_wav, speech, write_wav
 from hypothesis import given, settings
 from hypothesis import strategies as st
 from hypothesis.extra import numpy as hnp
@@ -88,6 +88,28 @@ def test_bad_input_is_refused_with_a_sentence(audio, rate, kind, words):
         assert words in str(error.value)
     with pytest.raises(kind):
         quorvane.limit(audio, rate, "podcast")
+
+
+def test_levels_tracks_together_as_the_command_does(command, tmp_path):
+    voices = speech(16, 2)
+    turns = (np.arange(len(voices)) // (4 * RATE)) % 2
+    host = voices[:, 0] * np.where(turns, 0.05, 1)
+    guest = 0.2 * voices[:, 1] * np.where(turns, 1, 0.05)
+    tracks = [as_type(host[:-999], "int16"), as_type(guest[:, None], "int16")]
+    files = [tmp_path / "host.wav", tmp_path / "guest.wav"]
+    for path, track in zip(files, tracks):
+        write_wav(path, track)
+    out = tmp_path / "out"
+    words = [command, "-q", "--no-config", "--together", "--suffix", "", "-d", str(out)]
+    subprocess.run([*words, *map(str, files)], check=True)
+    results = quorvane.level_together(tracks, RATE)
+    for result, path, track in zip(results, files, tracks):
+        assert result.audio.shape == track.shape and result.outcome == "leveled"
+        assert np.array_equal(result.audio, read_wav(out / path.name, track.shape))
+    tracks[1] = tracks[1].astype("float32")
+    tracks[1][7] = np.nan
+    with pytest.raises(quorvane.Error, match="track 2 of 2: the audio: the sample of frame 7"):
+        quorvane.level_together(tracks, RATE)
 
 
 def test_unknown_options_are_refused():

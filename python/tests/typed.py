@@ -17,4 +17,6 @@ def prepare(audio: npt.NDArray[np.float32]) -> npt.NDArray[Any]:
     assert result.audio is not None and codes is not None and level < 0
     leveler = quorvane.Leveler(48000, dtype=np.int16, target="podcast")
     blocks: list[npt.NDArray[Any]] = list(leveler.blocks())
+    tracks: list[quorvane.Result] = quorvane.level_together([audio, audio], 48000)
+    assert tracks
     return np.concatenate([result.audio, *blocks])

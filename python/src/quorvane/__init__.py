@@ -42,6 +42,7 @@ __all__ = [
     "__version__",
     "level",
     "level_file",
+    "level_together",
     "limit",
     "measure",
 ]
@@ -184,6 +185,65 @@ def level_file(
     core = _core(target, plain, _DEFAULT, second_thread, replace, tuning, progress=progress)
     core.level_file(os.fspath(input), os.fspath(output))
     return result_of(core, None)
+
+
+def level_together(
+    tracks: Sequence[npt.NDArray[Any]],
+    rate: int,
+    *,
+    measure: bool | None = None,
+    memory_bytes: int = 0,
+    scratch_folder: Union[str, os.PathLike[str]] = "",
+    progress: Progress | None = None,
+) -> list[Result]:
+    """Level the tracks of one conversation, a track for each voice, as ``--together`` does.
+
+    Each voice is leveled by its own turns, and its spill on the other tracks goes down.
+
+    Parameters
+    ----------
+    tracks : sequence of numpy.ndarray
+        2 to 64 arrays of 1 or 2 channels, as for :func:`level`. Types and lengths may differ.
+    rate : int
+        Hz, of all tracks.
+    measure, memory_bytes, scratch_folder, progress
+        As for :func:`level`.
+
+    Returns
+    -------
+    list of Result
+        In the order of the tracks. :func:`limit` brings their sum to a target.
+
+    Raises
+    ------
+    Unsupported, ArgumentError, Error
+        As :func:`level` does; the sentence names the track.
+
+    Examples
+    --------
+    >>> import numpy as np, quorvane
+    >>> t = np.arange(20 * 16000) / 16000
+    >>> words = (t % 0.6 < 0.45) * np.sin(2 * np.pi * 200 * t)
+    >>> host, guest = 0.3 * words * (t % 8 < 4), 0.03 * words * (t % 8 >= 4)
+    >>> [result.outcome for result in quorvane.level_together([host, guest], 16000)]
+    ['leveled', 'leveled']
+    >>> quorvane.level_together([host], 16000)
+    Traceback (most recent call last):
+        ...
+    quorvane._errors.ArgumentError: 2 to 64 tracks of one conversation are leveled together, not 1
+    """
+    core = _core(
+        measure=_measuring(measure),
+        memory_bytes=memory_bytes,
+        scratch_folder=scratch_folder,
+        progress=progress,
+    )
+    leveled = core.level_together([np.asanyarray(track) for track in tracks], rate)
+    results = []
+    for index, audio in enumerate(leveled):
+        core.select_track(index)
+        results.append(result_of(core, audio))
+    return results
 
 
 def limit(

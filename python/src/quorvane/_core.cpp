@@ -163,6 +163,27 @@ class Core {
         call([&] { return quorvane_measure(handle_.get(), &frames.audio()); });
     }
 
+    /** The results, in the order of the tracks. */
+    std::vector<py::array> level_together(const std::vector<py::array>& tracks, int rate_hz) {
+        std::vector<Frames> frames;
+        std::vector<py::array> results;
+        std::vector<quorvane_audio> from;
+        std::vector<quorvane_buffer> to;
+        for (const py::array& track : tracks) {
+            frames.emplace_back(track, rate_hz);
+            results.push_back(frames.back().like());
+            from.push_back(frames.back().audio());
+            to.push_back(buffer_of(results.back()));
+        }
+        call([&] {
+            return quorvane_level_together(handle_.get(), from.data(), to.data(), from.size());
+        });
+        return results;
+    }
+
+    /** Chooses the track whose results the functions below give. */
+    void select_track(std::size_t index) { finish(quorvane_select_track(handle_.get(), index)); }
+
     void level_file(const std::string& input, const std::string& output) {
         call([&] { return quorvane_level_file(handle_.get(), input.c_str(), output.c_str()); });
     }
@@ -349,6 +370,8 @@ PYBIND11_MODULE(_core, module) {
              py::arg("measure"), py::arg("second_thread"), py::arg("replace"), py::arg("tuning"),
              py::arg("memory_bytes"), py::arg("scratch_folder"), py::arg("progress"))
         .def("level", &Core::level)
+        .def("level_together", &Core::level_together)
+        .def("select_track", &Core::select_track)
         .def("limit", &Core::limit)
         .def("measure", &Core::measure)
         .def("level_file", &Core::level_file)
