@@ -153,10 +153,7 @@ typedef struct quorvane_audio {
     ptrdiff_t channel_stride; /**< bytes from a channel to the next; not read with planes */
 } quorvane_audio;
 
-/**
- * Where a call writes audio: type, channels and frames are those of the input. It may be the
- * input's own memory.
- */
+/** Where a call writes audio in the form of its input, whose own memory it may be. */
 typedef struct quorvane_buffer {
     size_t size;              /**< sizeof(quorvane_buffer) */
     void* samples;            /**< as in quorvane_audio */
