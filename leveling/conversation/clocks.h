@@ -27,6 +27,8 @@ class ClockFinder {
   public:
     explicit ClockFinder(std::string reference);
     ~ClockFinder();
+    ClockFinder(const ClockFinder&) = delete;
+    ClockFinder& operator=(const ClockFinder&) = delete;
 
     TrackClock find(const std::string& track);
 
