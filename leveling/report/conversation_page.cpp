@@ -6,6 +6,7 @@
 
 #include "leveling/advice/finding_words.h"
 #include "leveling/publish/verdict.h"
+#include "leveling/report/heard.h"
 #include "leveling/report/html.h"
 #include "leveling/report/page_words.h"
 #include "leveling/report/plot.h"
@@ -34,7 +35,8 @@ std::string who_text(const FileFacts& facts) {
                : "does not speak, so it is not raised";
 }
 
-std::string levels_text(const FileFacts& facts) {
+std::string levels_text(const Lane& lane) {
+    const FileFacts& facts = lane.facts;
     std::string text;
     if (facts.before && facts.after) {
         text = fmt::format("{} → {} LUFS", shown(facts.before->integrated_lufs),
@@ -44,8 +46,10 @@ std::string levels_text(const FileFacts& facts) {
                            shown(facts.after->true_peak_dbtp));
     }
     if (facts.leveling) {
-        const std::string least = signed_decimal(facts.leveling->least_gain_db);
-        const std::string most = signed_decimal(facts.leveling->greatest_gain_db);
+        // In all, as the line over the waveform.
+        const double added_db = lane.final_level_db;
+        const std::string least = signed_decimal(facts.leveling->least_gain_db + added_db);
+        const std::string most = signed_decimal(facts.leveling->greatest_gain_db + added_db);
         text += fmt::format("; gain {} dB", least == most ? least : least + " to " + most);
     }
     return text;
@@ -62,7 +66,7 @@ std::string lane_html(const Lane& lane, const ReportOptions& options) {
         return text + fmt::format("<p class=\"banner\"><b>{}</b>: {}</p>\n</section>\n",
                                   outcome_text(facts), escape_html(facts.cause));
     }
-    text += fmt::format("<p class=\"soft\">{}</p>\n", levels_text(facts));
+    text += fmt::format("<p class=\"soft\">{}</p>\n", levels_text(lane));
     if (const std::string found = objections_text(facts); !found.empty()) {
         text += fmt::format("<p class=\"found\">{}</p>\n", escape_html(found));
     }
@@ -76,7 +80,8 @@ std::string lane_html(const Lane& lane, const ReportOptions& options) {
 }  // namespace
 
 Lane lane_of(const FileFacts& facts, const std::string& page) {
-    Lane lane{facts, page, is_failure(facts.outcome) ? "" : waveform_lane(facts)};
+    Lane lane{facts, page, is_failure(facts.outcome) ? "" : waveform_lane(facts),
+              final_level_db(facts)};
     strip_details(lane.facts);
     return lane;
 }

@@ -10,9 +10,10 @@ namespace quorvane {
 
 /** What the page of a conversation keeps of a file until all are there. */
 struct Lane {
-    FileFacts facts;   // without curves
-    std::string page;  // of the track alone; "" where it has none
-    std::string plot;  // waveform and gain
+    FileFacts facts;            // without curves
+    std::string page;           // of the track alone; "" where it has none
+    std::string plot;           // waveform and gain
+    double final_level_db = 0;  // that each moment got besides its leveling gain
 };
 
 /** The lane of a track or a mix. */

@@ -178,6 +178,8 @@ TEST(ConversationReport, HasALaneForEachSpeaker) {
     FileFacts host = a_talk();
     host.input = "host.wav";
     host.conversation = ConversationPart{2, false, 65};
+    host.leveling->least_gain_db = -5;
+    host.leveling->greatest_gain_db = 4;
     FileFacts guest = host;
     guest.input = "guest.wav";
     guest.conversation->speaks_s = 0;
@@ -195,6 +197,7 @@ TEST(ConversationReport, HasALaneForEachSpeaker) {
     const std::string page = read_text(dir / "conversation.html");
     EXPECT_LT(page.find("mix.wav <small>the mix of all"), page.find("host.wav"));
     EXPECT_THAT(page, HasSubstr("<a href=\"host.wav.html\">host.wav</a> <small>speaks for 1:05"));
+    EXPECT_THAT(page, HasSubstr("gain -8.0 to +1.0 dB")) << "with the -3 dB of the whole";
     EXPECT_THAT(page, HasSubstr("does not speak, so it is not raised"));
     EXPECT_THAT(page, HasSubstr("Not ready for podcast"));
     EXPECT_THAT(read_text(dir / "host.wav.html"),
