@@ -81,6 +81,7 @@ std::vector<Tracks> conversations_in(std::vector<PlannedFile>& files) {
         }
     }
     std::vector<Tracks> conversations;
+    conversations.reserve(by_place.size());
     for (auto& [place, tracks] : by_place) {
         conversations.push_back(std::move(tracks));
     }

@@ -115,7 +115,7 @@ void write_mix(const std::string& from,
 // extension.
 MixFormat mix_format(const std::string& extension, int like) {
     struct Row {
-        const char* extension;
+        const char* extension = "";
         MixFormat format;
     };
 
