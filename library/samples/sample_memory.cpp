@@ -27,7 +27,10 @@ sf_count_t SampleMemory::copy(char* to, sf_count_t from, sf_count_t count) const
     count = std::max<sf_count_t>(0, std::min(count, size() - from));
     const sf_count_t of_header = std::clamp<sf_count_t>(header_bytes - from, 0, count);
     std::copy_n(header_.data() + std::min(from, header_bytes), of_header, to);
-    std::copy_n(samples_ + (from + of_header - header_bytes), count - of_header, to + of_header);
+    if (count > of_header) {  // else the place lies outside the samples
+        std::copy_n(samples_ + (from + of_header - header_bytes), count - of_header,
+                    to + of_header);
+    }
     return count;
 }
 
