@@ -9,6 +9,8 @@
 #include <cstring>
 #include <stdexcept>
 
+#include "leveling/audio/seeking.h"
+
 namespace quorvane {
 namespace {
 
@@ -36,12 +38,9 @@ sf_count_t BufferedInput::size(void* self) {
 
 sf_count_t BufferedInput::seek(sf_count_t offset, int from, void* self) {
     auto& file = *static_cast<BufferedInput*>(self);
-    const sf_count_t base = from == SEEK_SET ? 0 : from == SEEK_CUR ? file.at_ : file.size_;
-    if (base + offset < 0) {
-        return -1;
-    }
-    file.at_ = base + offset;
-    return file.at_;
+    const sf_count_t place = sought(offset, from, file.at_, file.size_);
+    file.at_ = place < 0 ? file.at_ : place;
+    return place;
 }
 
 sf_count_t BufferedInput::read(void* to, sf_count_t count, void* self) {

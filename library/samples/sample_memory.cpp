@@ -1,8 +1,8 @@
 #include "library/samples/sample_memory.h"
 
 #include <algorithm>
-#include <cstdio>
 
+#include "leveling/audio/seeking.h"
 #include "leveling/audio/sound_file.h"
 
 namespace quorvane {
@@ -40,14 +40,9 @@ sf_count_t SampleMemory::size(void* cursor) {
 
 sf_count_t SampleMemory::seek(sf_count_t offset, int whence, void* cursor) {
     Cursor& at = *static_cast<Cursor*>(cursor);
-    const sf_count_t origin = whence == SEEK_SET   ? 0
-                              : whence == SEEK_CUR ? at.position
-                                                   : at.memory->size();
-    if (origin + offset < 0) {
-        return -1;
-    }
-    at.position = origin + offset;
-    return at.position;
+    const sf_count_t place = sought(offset, whence, at.position, at.memory->size());
+    at.position = place < 0 ? at.position : place;
+    return place;
 }
 
 sf_count_t SampleMemory::read(void* to, sf_count_t count, void* cursor) {
